@@ -1,0 +1,258 @@
+// SPDX-License-Identifier: MIT
+#include <ins/KDirectoryRule.h>
+#include <ins/KFileRule.h>
+#include <ins/KInstallRuleManagerBase.h>
+#include <ins/KInstaller.h>
+#include <ins/KProcessRule.h>
+#include <ins/KProfileRule.h>
+#include <ins/KSectionRule.h>
+#include <ins/KServiceRule.h>
+#include <sup++/KError.h>
+#include <sup++/KErrorSource.h>
+#include <sup++/KUtil.h>
+#include <sup++/SvcCommandLine.h>
+#include <sup++/SvcData.h>
+#include <sup++/Txt.h>
+
+#include <cmath>
+#include <memory>
+#include <utility>
+
+using KSUP::KLogPrefix;
+using KSUP::KLogTypes;
+using KSUP::KMutex;
+using KSUP::KString;
+using KSUP::KUtil;
+using KSUP::KVariant;
+
+namespace KINS {
+
+namespace {
+
+constexpr KSUP::KErrorSource errorSource{"ins/KInstallRuleManagerBase"};
+
+/// The proposed product path stands among the rules of the script and is none.
+constexpr char defaultPathKey[] = "defaultPath.$os$";
+
+struct RuleType {
+    const char* keyword;
+    KInstallRule* (*make)(KInstallRuleManagerBase* manager, const KString& line);
+};
+
+/// Raw, because AddRule(rule), to which it goes, takes a plain pointer and owns it at once.
+template <class Rule>
+KInstallRule* Make(KInstallRuleManagerBase* manager, const KString& line) {
+    return new Rule(manager, line);
+}
+
+constexpr RuleType ruleTypes[] = {
+    {"file", Make<KFileRule>},
+    {"directory", Make<KDirectoryRule>},
+    {"section", Make<KSectionRule>},
+    {"process", Make<KProcessRule>},
+    {"service", Make<KServiceRule>},
+    {"profile", Make<KProfileRule>},
+};
+
+/// All rules of a class share a state, so its type's name is the key.
+KString StateKey(const KInstallRuleBase* rule) {
+    // For a null rule the language itself throws the std::bad_typeid that callers are promised.
+    const char* name = typeid(*rule).name();
+    // The mark of a type that is known to one library only; it is no part of the name.
+    return name[0] == '*' ? name + 1 : name;
+}
+
+} // namespace
+
+KInstallRuleManagerBase::KInstallRuleManagerBase(KInstaller* owner)
+    : KBase("KInstallRuleManager", true),
+      log(&owner->GetLog()),
+      installer(owner),
+      rules(true) {}
+
+KInstallRuleManagerBase::~KInstallRuleManagerBase() = default;
+
+KString KInstallRuleManagerBase::LogName() const {
+    return KUtil::GetClassNameFromTypeInfo(typeid(*this));
+}
+
+void KInstallRuleManagerBase::LoadSection(const KString& section) {
+    const KMutex::KLock hold(lock);
+    *log << KLogPrefix(LogName()) << "Processing section -> " << section << KLogTypes::EndEntry;
+    LoadOneSection(section);
+    LoadOneSection(section + "." + SvcGetGlobalDataEx()->architecture);
+}
+
+void KInstallRuleManagerBase::LoadOneSection(const KString& section) {
+    // A copy for each call: section rules load others in the middle of this enumeration.
+    const KSUP::KProfile script = installer->GetInstallProfile();
+    script.BeginKeyEnum(section, nullptr);
+    while (script.EnumKey(nullptr, false)) {
+        if (Txtcmp(script.GetKeyName().c_str(), defaultPathKey) != 0) {
+            AddRule(script.GetKeyName(), script.GetKeyValue());
+        }
+    }
+}
+
+void KInstallRuleManagerBase::LoadCommandLineRules() {
+    // All values are read before the first rule is added, so that a command line with an error adds
+    // none. No lock: each AddRule takes it.
+    std::vector<KString> values;
+    char buffer[512];
+    unsigned cursor = 0;
+    for (;;) {
+        const unsigned status = SvcEnumerateStringFromCommandLine(
+            0,
+            SvcGetGlobalDataEx()->commandLine,
+            "",
+            "addProfileLine",
+            sizeof(buffer),
+            &cursor,
+            buffer
+        );
+        if (status == KSUP::ErrorCode::notFound) {
+            break;
+        }
+        if (status != 0) {
+            errorSource.Raise(
+                KSUP::TraceLevel::setup,
+                status,
+                "Error parsing command line string while loading command line installer rules"
+            );
+        }
+        values.emplace_back(buffer);
+    }
+    for (const KString& value : values) {
+        AddRule("profile", "put,$pathTargetConfig$$iniFile$," + value);
+    }
+}
+
+void KInstallRuleManagerBase::AddRule(const KString& type, const KString& line) {
+    const KMutex::KLock hold(lock);
+    for (const RuleType& known : ruleTypes) {
+        if (Txtcmp(type.c_str(), known.keyword) == 0) {
+            AddRule(known.make(this, line));
+            return;
+        }
+    }
+    *log << KLogPrefix(LogName()) << "Unknown rule " << type << " " << line << KLogTypes::EndEntry;
+    errorSource.Raise(KSUP::TraceLevel::setup, KSUP::ErrorCode::malformedRule);
+}
+
+void KInstallRuleManagerBase::AddRule(KInstallRule* rule) {
+    std::unique_ptr<KInstallRule> owned(rule);
+    const KMutex::KLock hold(lock);
+    owned->Initialize();
+    *log << KLogPrefix(LogName()) << "Adding rule -> " << owned.get() << KLogTypes::EndEntry;
+    rules.Append(owned);
+}
+
+void KInstallRuleManagerBase::ExecuteRules() {
+    const KMutex::KLock hold(lock);
+    bool cancelled = false;
+    // By index, with the size read anew: a rule may add others while the lock is released.
+    for (std::size_t index = 0; !cancelled && index < rules.GetCount(); ++index) {
+        KInstallRule* rule = rules[index];
+        *log << KLogPrefix(LogName()) << "Executing rule -> " << rule << KLogTypes::EndEntry;
+        cancelled = IsCancelled();
+        if (!cancelled) {
+            {
+                const KMutex::KRelease release(lock);
+                rule->Execute();
+            }
+            completedCount += rule->ShouldCount() ? 1U : 0U;
+        }
+    }
+    // Also behind the last rule: what it was stopped in may be half done.
+    if (cancelled || IsCancelled()) {
+        errorSource.Raise(KSUP::TraceLevel::rule, KSUP::ErrorCode::cancelled);
+    }
+}
+
+void KInstallRuleManagerBase::SetCurrentRuleStatus(const KString& text, double value) {
+    const KMutex::KLock hold(lock);
+    if (callback) {
+        callback(text, value);
+    }
+    currentStatus = text;
+    if (value != noPercentage) {
+        currentStatus += " (";
+        currentStatus += KUtil::NumberToString<double>(std::ceil(value), false);
+        currentStatus += "%)";
+    }
+}
+
+void KInstallRuleManagerBase::SetCurrentRuleStatus(const KString& text) {
+    SetCurrentRuleStatus(text, noPercentage);
+}
+
+KString KInstallRuleManagerBase::GetCurrentRuleStatus() const {
+    const KMutex::KLock hold(lock);
+    return currentStatus;
+}
+
+void KInstallRuleManagerBase::Clear() {
+    const KMutex::KLock hold(lock);
+    rules.Release();
+    completedCount = 0;
+}
+
+unsigned int KInstallRuleManagerBase::GetCompletedCount() const {
+    const KMutex::KLock hold(lock);
+    return completedCount;
+}
+
+KString KInstallRuleManagerBase::ExpandMacros(const KString& text) const {
+    return installer->ExpandMacros(text);
+}
+
+unsigned int KInstallRuleManagerBase::GetRuleCount() const {
+    const KMutex::KLock hold(lock);
+    unsigned int count = 0;
+    for (std::size_t index = 0; index < rules.GetCount(); ++index) {
+        count += rules[index]->ShouldCount() ? 1U : 0U;
+    }
+    return count;
+}
+
+void KInstallRuleManagerBase::SetRuleState(const KInstallRuleBase* rule, const KVariant& value) {
+    const KMutex::KLock hold(lock);
+    ruleStates.insert_or_assign(StateKey(rule), value);
+}
+
+KVariant& KInstallRuleManagerBase::GetRuleState(const KInstallRuleBase* rule) const {
+    const KMutex::KLock hold(lock);
+    const auto state = ruleStates.find(StateKey(rule));
+    if (state == ruleStates.end()) {
+        errorSource.Raise(KSUP::TraceLevel::rule, KSUP::ErrorCode::notFound);
+    }
+    return state->second;
+}
+
+bool KInstallRuleManagerBase::IsCancelled() const {
+    return installer->IsCancelled();
+}
+
+unsigned int KInstallRuleManagerBase::ParseRuleOrderId(const KString& line) const {
+    const KMutex::KLock hold(lock);
+    try {
+        return KUtil::StringToNumber<unsigned int>(line.Split(',', '\0', true, false).first, false);
+    } catch (const KSUP::KError&) {
+        return 1; // a line that tells no number is as good as first
+    }
+}
+
+KString KInstallRuleManagerBase::ParseRuleType(const KString& line) const {
+    const KMutex::KLock hold(lock);
+    return KUtil::Lowerify(line.Split(',', '\0', true, false).first);
+}
+
+void KInstallRuleManagerBase::SetCallback(StatusCallback statusCallback) {
+    callback = std::move(statusCallback);
+}
+
+KSUP::KLog& KInstallRuleManagerBase::GetInstallLog() {
+    return installer->GetLog();
+}
+
+} // namespace KINS
