@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: MIT
+#include <ins/KFileRule.h>
+#include <ins/KInstallRuleManagerBase.h>
+#include <sup++/KError.h>
+#include <sup++/KErrorSource.h>
+#include <sup++/KFile.h>
+#include <sup++/KFileEnum.h>
+#include <sup++/KFileUtil.h>
+#include <sup++/KUtil.h>
+#include <sup++/SvcFile.h>
+
+#include <algorithm>
+
+using KSUP::KFileBase;
+using KSUP::KString;
+using KSUP::KUtil;
+
+namespace KINS {
+
+namespace {
+
+constexpr KSUP::KErrorSource errorSource{"ins/KFileRule"};
+
+// Fixed, so that reports of different versions of the engine can be compared.
+constexpr unsigned fieldCountLine = 175;
+constexpr unsigned deleteFailedLine = 70;
+
+/// A cancellation is noticed, and the progress moves, once for each chunk.
+constexpr unsigned chunkBytes = 65536;
+
+KString Join(const KString& directory, const KString& name) {
+    return KUtil::AppendPathSep(directory, "/") + name;
+}
+
+bool IsWildcard(const KString& name) {
+    return name.Find("*", 0, true) != KString::npos || name.Find("?", 0, true) != KString::npos;
+}
+
+KString ProgressText(const KString& path) {
+    return "Copying file " + KUtil::GetFileFromPath(path, "/");
+}
+
+} // namespace
+
+KFileRule::KFileRule(KInstallRuleManagerBase* owner, const KString& line)
+    : KInstallRule(owner, line) {}
+
+KFileRule::~KFileRule() = default;
+
+void KFileRule::Execute() {
+    const KString source = Join(sourceDirectory, fileName);
+    if (operation == "copy") {
+        if (IsWildcard(fileName)) {
+            CopyWildcard(source, targetDirectory);
+        } else {
+            CopyFile(source, Join(targetDirectory, targetName));
+        }
+    } else if (operation == "delete") {
+        if (IsWildcard(fileName)) {
+            DeleteWildcard(sourceDirectory, fileName);
+        } else {
+            DeleteFile(source);
+        }
+    } else if (operation == "symlink") {
+        KSUP::KFileUtil::CreateSymbolicLink(source, Join(targetDirectory, targetName));
+    }
+    // Any other operation does nothing, and is meant to.
+}
+
+KString KFileRule::Description() const {
+    return "File " + operation + " " + Join(sourceDirectory, fileName) + " to " + targetDirectory;
+}
+
+void KFileRule::ParseRule(const std::vector<KString>& fields) {
+    const std::size_t count = fields.size();
+    if (count < 3 || count > 5) {
+        errorSource.Raise(
+            KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, ruleLine, fieldCountLine
+        );
+    }
+    operation = fields[0];
+    fileName = ExpandMacros(fields[1]);
+    sourceDirectory = ExpandMacros(fields[2]);
+    if (count > 3) {
+        targetDirectory = ExpandMacros(fields[3]);
+    }
+    targetName = count == 5 ? ExpandMacros(fields[4]) : fileName;
+}
+
+void KFileRule::CopyFile(const KString& source, const KString& target) {
+    KSUP::KFile from;
+    KSUP::KFile to;
+    manager->SetCurrentRuleStatus("Copying file " + target);
+    from.OpenForRead(source);
+    to.Create(target);
+    CopyChunks(source, to, from);
+    // Through the open file: what was written gets the mode, whatever its path names by now, and it
+    // costs one system call instead of four.
+    to.SetModeFlags(from.GetModeFlags());
+    from.Close();
+    to.Close();
+    if (manager->IsCancelled()) {
+        try {
+            KFileBase::DeleteFile(target);
+        } catch (const KSUP::KError&) { // NOLINT(bugprone-empty-catch)
+            // The cancellation is what the caller has to hear of, and the manager tells it.
+        }
+    }
+}
+
+void KFileRule::CopyChunks(const KString& source, KFileBase& to, const KFileBase& from) {
+    // What UpdateStatus would make anew for each chunk.
+    const KString status = ProgressText(source);
+    const unsigned long long length = from.GetLength();
+    unsigned long long copied = 0;
+    while (copied < length && !manager->IsCancelled()) {
+        const auto chunk =
+            static_cast<unsigned>(std::min<unsigned long long>(length - copied, chunkBytes));
+        to.Copy(from, copied, chunk);
+        copied += chunk;
+        // Divided first: callers see the very values that this order of rounding gives.
+        const double part = static_cast<double>(copied) / static_cast<double>(length);
+        manager->SetCurrentRuleStatus(status, part * 100.0);
+    }
+    // An empty file and a cancelled copy end at 100 too, so that no progress display stands still.
+    manager->SetCurrentRuleStatus(status, 100.0);
+}
+
+void KFileRule::CopyWildcard(const KString& sourcePattern, const KString& directory) {
+    const KString target = KUtil::AppendPathSep(directory, "/");
+    KSUP::KFileEnum files(sourcePattern, false, false);
+    // A cancellation does not end this loop, and is meant not to: each remaining file is made and
+    // deleted again, and the manager reports the cancellation after it.
+    while (files.Enum()) {
+        const KString source = files.GetPath();
+        CopyFile(source, target + KUtil::GetFileFromPath(source, "/"));
+    }
+}
+
+void KFileRule::DeleteFile(const KString& path) {
+    manager->SetCurrentRuleStatus("Deleting file " + path);
+    const unsigned status = SvcDeleteFile(0, path.c_str());
+    if (status != 0) {
+        errorSource.Raise(KSUP::TraceLevel::rule, status, KSUP::KVariant(), deleteFailedLine);
+    }
+}
+
+void KFileRule::DeleteWildcard(const KString& directory, const KString& pattern) {
+    if (!KFileBase::DoesFileExist(directory)) {
+        return;
+    }
+    KSUP::KFileEnum files(directory, pattern, false, false);
+    while (files.Enum()) {
+        DeleteFile(files.GetPath());
+    }
+}
+
+void KFileRule::UpdateStatus(const KString& path, double percent) {
+    manager->SetCurrentRuleStatus(ProgressText(path), percent);
+}
+
+} // namespace KINS
