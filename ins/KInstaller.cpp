@@ -1,0 +1,241 @@
+// SPDX-License-Identifier: MIT
+#include <ins/KInstaller.h>
+#include <sup++/KError.h>
+#include <sup++/KErrorSource.h>
+#include <sup++/KUtil.h>
+#include <sup++/SvcData.h>
+#include <sup++/SvcDispatch.h>
+#include <sup++/SvcFile.h>
+
+#include <unistd.h>
+#include <utility>
+
+using KSUP::KLogPrefix;
+using KSUP::KLogTypes;
+using KSUP::KString;
+using KSUP::KUtil;
+
+namespace KINS {
+
+namespace {
+
+constexpr KSUP::KErrorSource errorSource{"ins/KInstaller"};
+
+constexpr unsigned logDirectoryId = 19; // of the path map
+
+struct WriteTrackingEnd {
+    WriteTrackingEnd() = default;
+    WriteTrackingEnd(const WriteTrackingEnd&) = delete;
+    WriteTrackingEnd& operator=(const WriteTrackingEnd&) = delete;
+    ~WriteTrackingEnd() { static_cast<void>(SvcEndWriteTracking()); } // nothing is left to do
+};
+
+} // namespace
+
+KInstaller::KInstaller()
+    : KBase("KInstaller", true),
+      ruleManager(this),
+      pathManager(this),
+      workerThread("Ins++ installation thread") {}
+
+KInstaller::~KInstaller() {
+    PrvInsUnloadMessage();
+}
+
+KString KInstaller::LogName() const {
+    return KUtil::GetClassNameFromTypeInfo(typeid(*this));
+}
+
+void KInstaller::SetCallback(StatusCallback callback) {
+    ruleManager.SetCallback(std::move(callback));
+}
+
+void KInstaller::Initialize(const KString& scriptPath) {
+    // Called without a wrapper: it cannot fail.
+    if (::geteuid() != 0) {
+        errorSource.Raise(KSUP::TraceLevel::setup, KSUP::ErrorCode::notSuperuser);
+    }
+    const unsigned status = PrvInsLoadMessage();
+    if (status != 0) {
+        errorSource.Raise(KSUP::TraceLevel::setup, status);
+    }
+    log.Open(KUtil::GetPathName(logDirectoryId, ExpandMacros("$product$ Setup Log.txt")));
+    OpenScript(scriptPath);
+    if (IsProductInstalled()) {
+        AdoptInstalledProduct();
+    }
+}
+
+void KInstaller::OpenScript(const KString& scriptPath) {
+    log << KLogPrefix(LogName()) << "Loading install script " << scriptPath << KLogTypes::EndEntry;
+    try {
+        installProfile.Open(scriptPath);
+    } catch (const KSUP::KError& error) {
+        log << KLogPrefix(LogName()) << "Failed to open install script " << scriptPath << " "
+            << error << KLogTypes::EndEntry;
+        throw;
+    }
+}
+
+void KInstaller::AdoptInstalledProduct() {
+    KString path;
+    KString version;
+    unsigned int buildNumber = 0;
+    GetInstalledProductInformation(path, version, buildNumber);
+    const KString text = version + "-" + KUtil::NumberToString(buildNumber, false);
+    const unsigned status = SvcSetCustomKey(0, 0, "targetVerInfo", text.c_str());
+    if (status != 0) {
+        // Only the macro is missing then, and few scripts use it.
+        log << KLogPrefix(LogName()) << "Failed to set targetVerInfo " << KLogTypes::StatusCode
+            << status << KLogTypes::EndEntry;
+    }
+    pathManager.Initialize(path);
+}
+
+void KInstaller::Start(const KString& productPath, MODE runMode) {
+    // The default path is taken as the script holds it, unlike GetDefaultProductPath's. That is
+    // meant.
+    const KString path = productPath.IsEmpty() ? pathManager.GetDefaultProductPath() : productPath;
+    mode = runMode; // a refused mode too, so that the caller can ask what was refused
+    switch (runMode) {
+    case ModeInstall:
+    case ModeUpgrade:
+    case ModeInstall4:
+    case ModeInstall5:
+        pathManager.Initialize(path);
+        ruleManager.LoadSection("install");
+        ruleManager.LoadCommandLineRules();
+        workerThread.Start([this] { InstallThread(); });
+        break;
+    case ModeUninstall:
+        pathManager.Initialize(path);
+        ruleManager.LoadSection("remove");
+        workerThread.Start([this] { ruleManager.ExecuteRules(); });
+        break;
+    case ModeNone:
+    default:
+        errorSource.Raise(KSUP::TraceLevel::setup, KSUP::ErrorCode::invalidArgument);
+    }
+}
+
+void KInstaller::StartInstall(const KString& productPath) {
+    if (productPath.IsEmpty()) {
+        errorSource.Raise(KSUP::TraceLevel::setup, KSUP::ErrorCode::invalidArgument);
+    }
+    Start(productPath, IsProductInstalled() ? ModeUpgrade : ModeInstall);
+}
+
+void KInstaller::StartUninstall(const KString& productPath) {
+    if (productPath.IsEmpty()) {
+        errorSource.Raise(KSUP::TraceLevel::setup, KSUP::ErrorCode::invalidArgument);
+    }
+    Start(productPath, ModeUninstall);
+}
+
+void KInstaller::AutoInstall() {
+    StartInstall(IsProductInstalled() ? GetInstalledProductPath() : GetDefaultProductPath());
+    WaitForEnd();
+}
+
+void KInstaller::AutoUninstall() {
+    if (!IsProductInstalled()) {
+        return;
+    }
+    StartUninstall(GetInstalledProductPath());
+    WaitForEnd();
+}
+
+void KInstaller::WaitForEnd() {
+    while (!IsComplete()) {
+        SvcPollingDispatch();
+    }
+}
+
+KString KInstaller::GetStatus() const {
+    return ruleManager.GetCurrentRuleStatus();
+}
+
+unsigned int KInstaller::GetMaxCount() const {
+    return ruleManager.GetRuleCount();
+}
+
+unsigned int KInstaller::GetCompletedCount() const {
+    return ruleManager.GetCompletedCount();
+}
+
+MODE KInstaller::GetMode() const noexcept {
+    return mode;
+}
+
+bool KInstaller::IsCancelled() const noexcept {
+    return workerThread.IsTerminated();
+}
+
+bool KInstaller::IsComplete() {
+    if (workerThread.IsThreadActive()) {
+        return false;
+    }
+    workerThread.CheckRunError();
+    return true;
+}
+
+void KInstaller::Stop() {
+    workerThread.Stop(false);
+}
+
+bool KInstaller::IsProductInstalled() const {
+    KString path;
+    KString version;
+    unsigned int buildNumber = 0;
+    try {
+        GetInstalledProductInformation(path, version, buildNumber);
+        return true;
+    } catch (const KSUP::KError&) {
+        return false;
+    }
+}
+
+void KInstaller::GetInstalledProductInformation(
+    KString& path, KString& version, unsigned int& buildNumber
+) const {
+    pathManager.GetInstalledProductInformation(path, version, buildNumber);
+}
+
+KString KInstaller::GetInstalledProductPath() const {
+    KString path;
+    KString version;
+    unsigned int buildNumber = 0;
+    GetInstalledProductInformation(path, version, buildNumber);
+    return path;
+}
+
+KString KInstaller::GetDefaultProductPath() const {
+    return ExpandMacros(pathManager.GetDefaultProductPath());
+}
+
+KString KInstaller::ExpandMacros(const KString& text) const {
+    return pathManager.ExpandMacros(text);
+}
+
+KSUP::KProfile KInstaller::GetInstallProfile() const {
+    return installProfile;
+}
+
+KSUP::KLog& KInstaller::GetLog() noexcept {
+    return log;
+}
+
+void KInstaller::InstallThread() {
+    const unsigned status = SvcBeginWriteTracking();
+    if (status != 0) {
+        errorSource.Raise(
+            KSUP::TraceLevel::setup, status, "cannot keep track of what is written to the disk"
+        );
+    }
+    const WriteTrackingEnd endAfterRecord;
+    ruleManager.ExecuteRules();
+    const unsigned int buildNumber = SvcGetOEMDataEx()->buildNumber;
+    pathManager.PutInstalledProductInformation(ExpandMacros("$verInfo$"), buildNumber);
+}
+
+} // namespace KINS
