@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sup++/KErrorBase.h>
+
+namespace KSUP {
+
+/// The one type of error that both libraries throw. Catch it as `const KSUP::KError&`; other
+/// exceptions (out of memory, those of callbacks) pass through the libraries unchanged.
+class SUP_EXPORT KError : public KErrorBase {
+  public:
+    KError(
+        TRACE_MESSAGE level,
+        unsigned code,
+        unsigned subCode,
+        unsigned line,
+        const char* file,
+        const char* function,
+        const KDriver* driver
+    );
+    ~KError() override;
+    KError(const KError&) noexcept;
+    KError& operator=(const KError&) noexcept;
+};
+
+} // namespace KSUP

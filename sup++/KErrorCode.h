@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sup++/Msg.h>
+
+/// Codes that are not a system call's errno; docs/errors.md explains each to its reader.
+namespace KSUP::ErrorCode {
+
+inline constexpr unsigned relativeLink = 16;     ///< a link's target is not absolute
+inline constexpr unsigned invalidArgument = 36;  ///< a call's argument cannot be
+inline constexpr unsigned notFound = 64;         ///< no such value, or a link that cannot be read
+inline constexpr unsigned cancelled = 66;        ///< the run was stopped on request
+inline constexpr unsigned notSuperuser = 99;     ///< the caller is not root
+inline constexpr unsigned processFailed = 172;   ///< a process could not be started or stopped
+inline constexpr unsigned numberConversion = 176; ///< a text is not a number
+inline constexpr unsigned malformedRule = 7000;  ///< a rule line that cannot be
+
+} // namespace KSUP::ErrorCode
+
+/// The trace levels at which errors are raised.
+namespace KSUP::TraceLevel {
+
+inline constexpr TRACE_MESSAGE support = 24;
+inline constexpr TRACE_MESSAGE rule = 48;
+inline constexpr TRACE_MESSAGE setup = 400;
+
+} // namespace KSUP::TraceLevel

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/KErrorSource.h>
+
+#include <sup++/KError.h>
+
+#include <system_error>
+
+namespace KSUP {
+
+void KErrorSource::Raise(
+    TRACE_MESSAGE level, unsigned code, const KVariant& info, unsigned line, const char* function
+) const {
+    KError error(level, code, 0, line, file, function, nullptr);
+    if (info.GetType() != static_cast<unsigned>(KVariant::Type::Empty)) {
+        error.SetInfo(info);
+    }
+    Msg(level, "%s", error.GetSummary().c_str());
+    throw error;
+}
+
+void KErrorSource::RaiseSystem(
+    unsigned errorNumber, const KString& path, unsigned line, const char* function
+) const {
+    const KString reason = std::generic_category().message(static_cast<int>(errorNumber));
+    Raise(TraceLevel::support, errorNumber, KVariant(path + ": " + reason), line, function);
+}
+
+} // namespace KSUP

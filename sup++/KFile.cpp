@@ -1,0 +1,9 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/KFile.h>
+
+namespace KSUP {
+
+KFile::KFile() noexcept : KFileBase("KFile") {}
+KFile::~KFile() = default;
+
+} // namespace KSUP

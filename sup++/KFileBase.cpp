@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/KFileBase.h>
+
+#include <sup++/KErrorSource.h>
+#include <sup++/unx/lin/SysFile.h>
+
+#include <cerrno>
+
+#include <unistd.h>
+
+namespace KSUP {
+
+namespace {
+
+constexpr KErrorSource source{"sup++/KFileBase"};
+constexpr unsigned newFileMode = 0600; // until the file is whole and gets its own
+constexpr unsigned permissionBits = 07777;
+
+[[noreturn]] void
+RaiseOpening(unsigned status, const KString& path, unsigned line = __builtin_LINE(), const char* function = __builtin_FUNCTION()) {
+    if (status == EINVAL) { // the system's own words would not help anybody
+        source.Raise(TraceLevel::support, status, path + ": not a regular file", line, function);
+    }
+    source.RaiseSystem(status, path, line, function);
+}
+
+} // namespace
+
+KFileBase::KFileBase(const char* classTag) noexcept : KBase(classTag, true) {}
+
+KFileBase::~KFileBase() {
+    if (descriptor >= 0) {
+        ::close(descriptor);
+    }
+}
+
+void KFileBase::OpenForRead(const KString& filePath) {
+    KDescriptor file;
+    struct stat status {};
+    if (const unsigned error = Sys::OpenRegular(filePath.c_str(), file, status); error != 0) {
+        RaiseOpening(error, filePath);
+    }
+    KDescriptor former(std::exchange(descriptor, file.Release()));
+    length = static_cast<unsigned long long>(status.st_size);
+    modeFlags = status.st_mode & permissionBits;
+    path = filePath;
+}
+
+void KFileBase::Create(const KString& filePath) {
+    KDescriptor file;
+    if (const unsigned error = Sys::CreateAnew(filePath.c_str(), newFileMode, file); error != 0) {
+        RaiseOpening(error, filePath);
+    }
+    KDescriptor former(std::exchange(descriptor, file.Release()));
+    length = 0;
+    modeFlags = newFileMode;
+    kernelCopies = true;
+    path = filePath;
+}
+
+void KFileBase::Copy(
+    const KFileBase& from, const unsigned long long& offset, unsigned int byteCount
+) {
+    const unsigned status =
+        Sys::CopyRange(from.descriptor, offset, descriptor, byteCount, kernelCopies);
+    if (status == ENODATA) {
+        source.Raise(TraceLevel::support, EIO, from.path + ": became shorter while it was copied");
+    }
+    if (status != 0) {
+        source.RaiseSystem(status, path);
+    }
+}
+
+void KFileBase::Close() {
+    KDescriptor file(std::exchange(descriptor, -1));
+    if (!file.IsOpen()) {
+        return;
+    }
+    if (const unsigned status = Sys::CloseReporting(file); status != 0) {
+        source.RaiseSystem(status, path);
+    }
+}
+
+void KFileBase::SetModeFlags(unsigned int flags) {
+    if (::fchmod(descriptor, flags & permissionBits) != 0) {
+        source.RaiseSystem(static_cast<unsigned>(errno), path);
+    }
+    modeFlags = flags & permissionBits;
+}
+
+void KFileBase::DeleteFile(const KString& filePath) {
+    if (const unsigned status = Sys::Unlink(filePath.c_str()); status != 0) {
+        source.RaiseSystem(status, filePath);
+    }
+}
+
+bool KFileBase::DoesFileExist(const KString& filePath) noexcept {
+    return ::access(filePath.c_str(), F_OK) == 0;
+}
+
+} // namespace KSUP

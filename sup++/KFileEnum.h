@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sup++/Export.h>
+#include <sup++/KBase.h>
+#include <sup++/KString.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace KSUP {
+
+/// Lists what stands in one directory and matches a pattern: everything that is not a directory,
+/// hidden names and dangling links included, sorted by byte, as it was when the listing began. "*" is
+/// any number of characters, "?" is one; nothing else is special. A directory that is missing or
+/// cannot be read yields nothing.
+///
+/// Both flags are reserved and must be false: KError 36 otherwise.
+///
+/// Thread   one at a time
+///
+///     KFileEnum files("/opt/p/lib/*.so", false, false);
+///     while (files.Enum()) { … files.GetPath() … }
+class SUP_EXPORT KFileEnum : public KBase {
+  public:
+    KFileEnum();
+    KFileEnum(const KString& pathWithPattern, bool recursive, bool directories);
+    KFileEnum(
+        const KString& directoryPath, const KString& pattern, bool recursive, bool directories
+    );
+    ~KFileEnum() override;
+
+    /// Begins anew.
+    void
+    Start(const KString& directoryPath, const KString& pattern, bool recursive, bool directories);
+    /// Steps to the next match, false when there is none left.
+    bool Enum() noexcept;
+    /// The full path of the current match; empty when there is none.
+    KString GetPath() const;
+
+  private:
+    KString directory; // with its separator
+    std::vector<std::string> names;
+    std::size_t next = 0;
+};
+
+} // namespace KSUP

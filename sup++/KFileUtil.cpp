@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/KFileUtil.h>
+
+#include <sup++/KErrorSource.h>
+#include <sup++/unx/lin/SysFile.h>
+
+#include <cerrno>
+#include <new>
+
+namespace KSUP {
+
+namespace {
+
+constexpr KErrorSource source{"sup++/KFileUtil"};
+
+} // namespace
+
+void KFileUtil::CreateSymbolicLink(const KString& existingPath, const KString& linkPath) {
+    const unsigned status = Sys::MakeLink(existingPath.c_str(), linkPath.c_str());
+    if (status != 0) {
+        source.RaiseSystem(status, linkPath);
+    }
+}
+
+unsigned KFileUtil::DeleteFile(const KString& path) noexcept {
+    try {
+        return Sys::Unlink(path.c_str());
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+}
+
+unsigned int KFileUtil::GetModeFlags(const KString& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        source.RaiseSystem(static_cast<unsigned>(errno), path);
+    }
+    return status.st_mode & 07777;
+}
+
+void KFileUtil::SetModeFlags(const KString& path, unsigned int flags) {
+    if (const unsigned status = Sys::ChangeMode(path.c_str(), flags); status != 0) {
+        source.RaiseSystem(status, path);
+    }
+}
+
+} // namespace KSUP

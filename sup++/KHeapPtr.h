@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sup++/SvcMemory.h>
+
+#include <cstddef>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+
+namespace KSUP {
+
+/// A buffer of plain values on the library's heap; owns it and copies it when copied.
+///
+/// Throws   std::bad_alloc when there is no memory; the buffer is then as before
+/// Lifetime the tag is kept as a pointer: pass a string literal
+template <class T>
+class KHeapPtr {
+    static_assert(std::is_trivially_copyable_v<T>, "the buffer moves its values as bytes");
+
+  public:
+    explicit KHeapPtr(const char* heapTag = "Sup++: heap") noexcept : tag(heapTag) {}
+    KHeapPtr(const T* values, std::size_t count, const char* heapTag) : tag(heapTag) {
+        Append(values, count);
+    }
+    ~KHeapPtr() { Rel_SvcReleaseMemory(memory); }
+
+    KHeapPtr(const KHeapPtr& other) : tag(other.tag) { Append(other.memory, other.used); }
+    KHeapPtr(KHeapPtr&& other) noexcept
+        : memory(std::exchange(other.memory, nullptr)), used(std::exchange(other.used, 0)),
+          tag(other.tag) {}
+    KHeapPtr& operator=(const KHeapPtr& other) {
+        if (this != &other) {
+            *this = KHeapPtr(other);
+        }
+        return *this;
+    }
+    KHeapPtr& operator=(KHeapPtr&& other) noexcept {
+        std::swap(memory, other.memory);
+        std::swap(used, other.used);
+        std::swap(tag, other.tag);
+        return *this;
+    }
+
+    /// Adds `count` values at the end.
+    void Append(const T* values, std::size_t count) {
+        if (count == 0) {
+            return;
+        }
+        void* block = memory;
+        if (Rel_SvcExpandMemory(&block, (used + count) * sizeof(T), tag) != 0) {
+            throw std::bad_alloc();
+        }
+        memory = static_cast<T*>(block);
+        std::memcpy(memory + used, values, count * sizeof(T));
+        used += count;
+    }
+
+    /// Forgets the values from `count` on.
+    void Shrink(std::size_t count) noexcept { used = count < used ? count : used; }
+
+    const T* GetData() const noexcept { return memory; }
+    /// The number of values, not of bytes.
+    std::size_t GetCount() const noexcept { return used; }
+
+    /// Throws   std::out_of_range
+    const T& operator[](std::size_t index) const {
+        if (index >= used) {
+            throw std::out_of_range("KHeapPtr: index behind the end");
+        }
+        return memory[index];
+    }
+
+    friend bool operator==(const KHeapPtr& left, const KHeapPtr& right) noexcept {
+        return left.used == right.used &&
+               (left.used == 0 ||
+                std::memcmp(left.memory, right.memory, left.used * sizeof(T)) == 0);
+    }
+
+  private:
+    T* memory = nullptr;
+    std::size_t used = 0;
+    const char* tag;
+};
+
+} // namespace KSUP

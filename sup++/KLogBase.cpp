@@ -1,0 +1,315 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/KLogBase.h>
+
+#include <sup++/KErrorSource.h>
+#include <sup++/KUtil.h>
+#include <sup++/unx/lin/SysFile.h>
+
+#include <utf8.h>
+
+#include <array>
+#include <atomic>
+#include <charconv>
+#include <cstdio>
+#include <ctime>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KSUP {
+
+namespace {
+
+constexpr KErrorSource source{"sup++/KLogBase"};
+constexpr unsigned logMode = 0640;
+
+std::uint64_t NextSerial() noexcept {
+    static std::atomic<std::uint64_t> serials{0};
+    return ++serials;
+}
+
+/// Appends the UTC time in milliseconds, as in 2026-01-31T23:59:59.123Z. The date is worked out once a
+/// second and thread; entries come in thousands.
+void AppendTime(std::string& line) {
+    struct Second {
+        std::time_t value = -1;
+        std::array<char, 20> text{};
+    };
+    static thread_local Second second;
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    if (now.tv_sec != second.value) {
+        std::tm parts{};
+        ::gmtime_r(&now.tv_sec, &parts);
+        std::strftime(second.text.data(), second.text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
+        second.value = now.tv_sec;
+    }
+    const auto milliseconds = static_cast<int>(now.tv_nsec / 1000000);
+    const auto digit = [](int value) { return static_cast<char>('0' + value % 10); };
+    const std::array<char, 5> fraction{
+        '.', digit(milliseconds / 100), digit(milliseconds / 10), digit(milliseconds), 'Z'};
+    line.append(second.text.data()).append(fraction.data(), fraction.size());
+}
+
+std::string Digits(unsigned long long number, int base) {
+    std::array<char, 24> digits{};
+    const auto result =
+        std::to_chars(digits.data(), digits.data() + digits.size(), number, base);
+    return {digits.data(), result.ptr};
+}
+
+/// What a text holds must not end the line or look like the next entry.
+void AppendOneLine(std::string& line, std::string_view bytes) {
+    const std::size_t start = line.size();
+    line.append(bytes);
+    for (std::size_t i = start; i < line.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(line[i]);
+        if (byte < 0x20 || byte == 0x7F) {
+            line[i] = ' ';
+        }
+    }
+}
+
+} // namespace
+
+/// An entry that is being put together, one for each thread and log.
+struct KLogBase::Entry {
+    std::uint64_t serial = 0;
+    std::string line; // empty: no prefix yet
+    std::size_t width = 0;
+    bool nextIsStatus = false;
+};
+
+KLogBase::KLogBase(const char* classTag) : KBase(classTag, true), serial(NextSerial()) {}
+
+KLogBase::~KLogBase() {
+    Close();
+}
+
+void KLogBase::Open(const KString& logPath) {
+    Close();
+    KDescriptor file;
+    if (const unsigned status = Sys::OpenForAppend(logPath.c_str(), logMode, file); status != 0) {
+        source.RaiseSystem(status, logPath);
+    }
+    path = logPath;
+    descriptor = file.Release();
+}
+
+void KLogBase::Close() noexcept {
+    if (descriptor >= 0) {
+        const KDescriptor file(descriptor);
+        descriptor = -1;
+        *FindEntry() = Entry{serial, {}, 0, false};
+    }
+}
+
+KLogBase::Entry* KLogBase::FindEntry() noexcept {
+    // A thread writes to one log, rarely to two. Entries that were left unfinished in logs that are
+    // gone make room for new ones.
+    static thread_local std::array<Entry, 4> entries;
+    static thread_local std::size_t oldest = 0;
+    for (Entry& entry : entries) {
+        if (entry.serial == serial) {
+            return &entry;
+        }
+    }
+    Entry& entry = entries[oldest++ % entries.size()];
+    entry.serial = serial;
+    entry.line.clear();
+    entry.width = 0;
+    entry.nextIsStatus = false;
+    return &entry;
+}
+
+KLogBase& KLogBase::Append(const char* bytes, std::size_t byteCount) {
+    if (descriptor < 0) {
+        return *this;
+    }
+    Entry& entry = *FindEntry();
+    if (entry.width > byteCount) {
+        entry.line.append(entry.width - byteCount, ' ');
+    }
+    entry.width = 0;
+    AppendOneLine(entry.line, {bytes, byteCount});
+    return *this;
+}
+
+void KLogBase::EndEntry(Entry& entry) noexcept {
+    try {
+        entry.line += '\t';
+        AppendTime(entry.line);
+        entry.line += '\n';
+        // A log that cannot be written must not stop the run that it describes.
+        static_cast<void>(Sys::WriteAll(descriptor, entry.line.data(), entry.line.size()));
+    } catch (...) { // NOLINT: no memory for the last bytes of an entry
+    }
+    entry.line.clear(); // keeps its memory for the next one
+    entry.width = 0;
+    entry.nextIsStatus = false;
+}
+
+KLogBase& KLogBase::operator<<(const std::type_info& type) {
+    return *this << KUtil::GetClassNameFromTypeInfo(type);
+}
+
+KLogBase& KLogBase::operator<<(KLogTypes::MODIFIER modifier) {
+    if (descriptor < 0) {
+        return *this;
+    }
+    Entry& entry = *FindEntry();
+    if (modifier == KLogTypes::EndEntry) {
+        EndEntry(entry);
+    } else if (modifier == KLogTypes::StatusCode) {
+        entry.nextIsStatus = true;
+    }
+    return *this;
+}
+
+KLogBase& KLogBase::operator<<(const KLogPrefix& prefix) {
+    if (descriptor < 0) {
+        return *this;
+    }
+    Entry& entry = *FindEntry();
+    entry.line.clear();
+    entry.width = 0;
+    entry.nextIsStatus = false;
+    AppendOneLine(entry.line, prefix.GetText().c_str());
+    entry.line += ' ';
+    return *this;
+}
+
+KLogBase& KLogBase::operator<<(unsigned char number) {
+    return WriteUnsigned(number);
+}
+
+KLogBase& KLogBase::operator<<(float number) {
+    return WriteReal(static_cast<double>(number));
+}
+
+KLogBase& KLogBase::operator<<(double number) {
+    return WriteReal(number);
+}
+
+KLogBase& KLogBase::operator<<(unsigned int number) {
+    return WriteUnsigned(number);
+}
+
+KLogBase& KLogBase::operator<<(const KQword& number) {
+    return WriteUnsigned(number.value);
+}
+
+KLogBase& KLogBase::operator<<(const KString& text) {
+    return Append(text.c_str(), text.GetSize());
+}
+
+KLogBase& KLogBase::operator<<(const char* text) {
+    const std::string_view bytes(text != nullptr ? text : "");
+    return Append(bytes.data(), bytes.size());
+}
+
+KLogBase& KLogBase::operator<<(std::_Setw width) {
+    if (descriptor >= 0) {
+        FindEntry()->width = width._M_n > 0 ? static_cast<std::size_t>(width._M_n) : 0;
+    }
+    return *this;
+}
+
+KLogBase& KLogBase::operator<<(const KHeapPtr<unsigned char>& bytes) {
+    std::string text;
+    for (std::size_t i = 0; i < bytes.GetCount(); ++i) {
+        constexpr std::string_view digits = "0123456789abcdef";
+        text += digits[bytes[i] >> 4U];
+        text += digits[bytes[i] & 15U];
+    }
+    return Append(text.data(), text.size());
+}
+
+KLogBase& KLogBase::operator<<(int number) {
+    return WriteSigned(number);
+}
+
+KLogBase& KLogBase::operator<<(unsigned long long number) {
+    return WriteUnsigned(number);
+}
+
+KLogBase& KLogBase::operator<<(const _tagQword& number) {
+    return WriteUnsigned((std::uint64_t{number.high} << 32U) | number.low);
+}
+
+KLogBase& KLogBase::operator<<(const unsigned short* text) {
+    std::u16string wide;
+    for (; text != nullptr && *text != 0; ++text) {
+        wide += static_cast<char16_t>(*text);
+    }
+    // Half of a surrogate pair has no UTF-8; it becomes the replacement character.
+    for (std::size_t i = 0; i < wide.size(); ++i) {
+        const bool isPair = i + 1 < wide.size() && (wide[i] & 0xFC00) == 0xD800 &&
+                            (wide[i + 1] & 0xFC00) == 0xDC00;
+        if (isPair) {
+            ++i;
+        } else if ((wide[i] & 0xF800) == 0xD800) {
+            wide[i] = 0xFFFD;
+        }
+    }
+    std::string bytes;
+    utf8::utf16to8(wide.begin(), wide.end(), std::back_inserter(bytes));
+    return Append(bytes.data(), bytes.size());
+}
+
+KLogBase& KLogBase::operator<<(const KError& error) {
+    return *this << error.GetSummary();
+}
+
+KLogBase& KLogBase::operator<<(const _tagGuid& guid) {
+    std::array<char, 48> text{};
+    const std::uint8_t* tail = guid.data4;
+    const int bytes = std::snprintf(
+        text.data(),
+        text.size(),
+        "{%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x}",
+        guid.data1,
+        unsigned{guid.data2},
+        unsigned{guid.data3},
+        unsigned{tail[0]},
+        unsigned{tail[1]},
+        unsigned{tail[2]},
+        unsigned{tail[3]},
+        unsigned{tail[4]},
+        unsigned{tail[5]},
+        unsigned{tail[6]},
+        unsigned{tail[7]}
+    );
+    return Append(text.data(), static_cast<std::size_t>(bytes));
+}
+
+KLogBase& KLogBase::operator<<(const KGuid& guid) {
+    return *this << guid.value;
+}
+
+KLogBase& KLogBase::WriteSigned(long long number) {
+    if (number >= 0) {
+        return WriteUnsigned(static_cast<unsigned long long>(number));
+    }
+    const std::string text = "-" + Digits(0 - static_cast<unsigned long long>(number), 10);
+    return Append(text.data(), text.size());
+}
+
+KLogBase& KLogBase::WriteUnsigned(unsigned long long number) {
+    if (descriptor < 0) {
+        return *this;
+    }
+    std::string text = Digits(number, 10);
+    if (Entry& entry = *FindEntry(); entry.nextIsStatus) {
+        entry.nextIsStatus = false;
+        text += " (0x" + Digits(number, 16) + ")";
+    }
+    return Append(text.data(), text.size());
+}
+
+KLogBase& KLogBase::WriteReal(double number) {
+    return *this << KUtil::NumberToString<double>(number, false);
+}
+
+} // namespace KSUP

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sup++/Export.h>
+#include <sup++/KBase.h>
+#include <sup++/KError.h>
+#include <sup++/KHeapPtr.h>
+#include <sup++/KLogPrefix.h>
+#include <sup++/KLogTypes.h>
+#include <sup++/KString.h>
+
+#include <concepts>
+#include <cstdint>
+#include <iomanip>
+#include <typeinfo>
+
+namespace KSUP {
+
+/// A log of one-line entries. An entry is a chain of pieces: a prefix opens it, texts and numbers
+/// follow, EndEntry writes it, with a tab and the UTC time in milliseconds, in one write(2). So lines
+/// of several threads never mix, and a killed program loses none that was ended.
+///
+/// What stands in a piece stays: control characters become blanks, so that a text with a newline
+/// cannot pretend to be an entry. A prefix discards an unfinished entry of the same thread. While
+/// the log is not open, entries are swallowed.
+///
+/// Thread   any number may write at once, each its own entries; Open and Close are not to run beside
+///          writers
+///
+///     log << KLogPrefix(name) << "Adding rule -> " << text << KLogTypes::EndEntry;
+class SUP_EXPORT KLogBase : public KBase {
+  public:
+    explicit KLogBase(const char* classTag);
+    ~KLogBase() override;
+    KLogBase(const KLogBase&) = delete;
+    KLogBase& operator=(const KLogBase&) = delete;
+
+    virtual KLogBase& operator<<(const std::type_info& type);
+    virtual KLogBase& operator<<(KLogTypes::MODIFIER modifier);
+    virtual KLogBase& operator<<(const KLogPrefix& prefix);
+    virtual KLogBase& operator<<(unsigned char number);
+    virtual KLogBase& operator<<(float number);
+    virtual KLogBase& operator<<(double number);
+    virtual KLogBase& operator<<(unsigned int number);
+    virtual KLogBase& operator<<(const KQword& number);
+    virtual KLogBase& operator<<(const KString& text);
+    virtual KLogBase& operator<<(const char* text);
+    /// The next piece is filled with blanks on the left up to this many bytes.
+    virtual KLogBase& operator<<(std::_Setw width);
+    /// The bytes in hexadecimal.
+    virtual KLogBase& operator<<(const KHeapPtr<unsigned char>& bytes);
+    virtual KLogBase& operator<<(int number);
+    virtual KLogBase& operator<<(unsigned long long number);
+    virtual KLogBase& operator<<(const _tagQword& number);
+    /// NUL-terminated UTF-16.
+    virtual KLogBase& operator<<(const unsigned short* text);
+    virtual KLogBase& operator<<(const KError& error);
+    virtual KLogBase& operator<<(const _tagGuid& guid);
+    virtual KLogBase& operator<<(const KGuid& guid);
+
+    /// The remaining whole numbers, size_t and long among them.
+    template <std::integral T>
+    KLogBase& operator<<(T number) {
+        if constexpr (std::signed_integral<T>) {
+            return WriteSigned(number);
+        } else {
+            return *this << static_cast<unsigned long long>(number);
+        }
+    }
+
+    /// Opens the log at the end of `path`; a missing file is made with mode 0640. A symbolic link at
+    /// `path` is refused. A log that is open is closed first.
+    ///
+    /// Throws   KError with errno and the path; the log is then closed
+    void Open(const KString& path);
+    /// Ends all writing; an unfinished entry of this thread is lost.
+    void Close() noexcept;
+    /// Where the log was opened last; empty before.
+    const KString& GetPath() const noexcept { return path; }
+
+  private:
+    struct Entry;
+    KLogBase& WriteSigned(long long number);
+    KLogBase& WriteUnsigned(unsigned long long number);
+    KLogBase& WriteReal(double number);
+    KLogBase& Append(const char* bytes, std::size_t byteCount);
+    Entry* FindEntry() noexcept;
+    void EndEntry(Entry& entry) noexcept;
+
+    const std::uint64_t serial; // tells this log's entries from those of a log that had its address
+    int descriptor = -1;
+    KString path;
+};
+
+} // namespace KSUP

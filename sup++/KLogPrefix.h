@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sup++/Export.h>
+#include <sup++/KString.h>
+#include <sup++/Msg.h>
+
+namespace KSUP {
+
+/// The text that opens a log entry: the writer's class name (KUtil::GetClassNameFromTypeInfo), or the
+/// word for a trace level.
+class SUP_EXPORT KLogPrefix {
+  public:
+    explicit KLogPrefix(const KString& name) : text(name) {}
+    explicit KLogPrefix(KString&& name) noexcept : text(static_cast<KString&&>(name)) {}
+    explicit KLogPrefix(TRACE_MESSAGE level);
+
+    const KString& GetText() const noexcept { return text; }
+
+  private:
+    KString text;
+};
+
+} // namespace KSUP

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sup++/Export.h>
+
+#include <cstdint>
+
+/// A 64-bit value in two halves, as records on disk hold it.
+struct SUP_EXPORT _tagQword { // NOLINT: the interface's own spelling
+    std::uint32_t low;
+    std::uint32_t high;
+};
+
+/// A globally unique id, laid out as RFC 4122 orders its fields.
+struct SUP_EXPORT _tagGuid { // NOLINT: the interface's own spelling
+    std::uint32_t data1;
+    std::uint16_t data2;
+    std::uint16_t data3;
+    std::uint8_t data4[8];
+};
+
+namespace KSUP {
+
+/// A 64-bit value that logs as one number.
+struct SUP_EXPORT KQword {
+    std::uint64_t value = 0;
+};
+
+/// An id that logs in its usual form, {00112233-4455-6677-8899-aabbccddeeff}.
+struct SUP_EXPORT KGuid {
+    _tagGuid value{};
+};
+
+/// What controls an entry of a log without being part of its text.
+struct SUP_EXPORT KLogTypes {
+    enum MODIFIER : std::uint32_t {
+        EndEntry = 1,   ///< ends the entry: it is written now, as one line
+        StatusCode = 3, ///< the next number is a status: written in decimal and in hexadecimal
+    };
+};
+
+} // namespace KSUP

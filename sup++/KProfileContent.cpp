@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/KProfileContent.h>
+
+#include <cerrno>
+#include <string>
+#include <utility>
+
+namespace KSUP {
+
+namespace {
+
+constexpr unsigned newProfileMode = 0644;
+
+KString ToText(std::string_view bytes) {
+    return KString(std::string(bytes));
+}
+
+} // namespace
+
+unsigned KProfileContent::Open(const KString& filePath, bool mayBeMissing) {
+    std::string bytes;
+    Sys::FileIdentity found;
+    unsigned status = Sys::ReadFile(filePath.c_str(), bytes, found);
+    if (status == ENOENT && mayBeMissing) {
+        status = 0;
+    }
+    if (status == 0) {
+        path = filePath;
+        onDisk = found;
+        text.Parse(std::move(bytes));
+    }
+    return status;
+}
+
+unsigned KProfileContent::Create(const KString& filePath) {
+    Sys::KProfileLock lock;
+    unsigned status = lock.Take(filePath.c_str());
+    if (status == 0) {
+        status = lock.Write({}, newProfileMode, onDisk);
+    }
+    if (status == 0) {
+        path = filePath;
+        text.Parse({});
+    }
+    return status;
+}
+
+bool KProfileContent::Find(std::string_view section, std::string_view key, KString& value) {
+    const std::lock_guard hold(guard);
+    const unsigned at = text.Find(section, key);
+    if (at != 0) {
+        value = ToText(text.ValueAt(at));
+    }
+    return at != 0;
+}
+
+/// Reads what another process wrote meanwhile, changes it, and writes it back, all under the lock.
+template <class Change>
+unsigned KProfileContent::Apply(Change change) {
+    const std::lock_guard hold(guard);
+    Sys::KProfileLock lock;
+    unsigned status = lock.Take(path.c_str());
+    if (status == 0 && !lock.IsStill(onDisk)) {
+        std::string bytes;
+        Sys::FileIdentity found;
+        status = Sys::ReadFile(path.c_str(), bytes, found);
+        if (status == 0 || status == ENOENT) {
+            status = 0;
+            text.Parse(std::move(bytes));
+            onDisk = found;
+        }
+    }
+    if (status != 0) {
+        return status;
+    }
+    std::string former = text.Compose();
+    change();
+    status = lock.Write(text.Compose(), newProfileMode, onDisk);
+    if (status != 0) {
+        text.Parse(std::move(former));
+    }
+    return status;
+}
+
+unsigned
+KProfileContent::Put(std::string_view section, std::string_view key, std::string_view value) {
+    return Apply([&] { text.Put(section, key, value); });
+}
+
+unsigned
+KProfileContent::Delete(std::string_view section, std::string_view key, unsigned position) {
+    return Apply([&] {
+        const bool standsOnIt = text.IsKeyAt(position, section, key);
+        if (const unsigned at = standsOnIt ? position : text.Find(section, key); at != 0) {
+            text.Remove(at);
+        }
+    });
+}
+
+unsigned KProfileContent::Next(
+    std::string_view section, unsigned position, KString& keyName, KString& keyValue
+) {
+    const std::lock_guard hold(guard);
+    const unsigned at = text.Next(section, position);
+    if (at != 0) {
+        keyName = ToText(text.KeyAt(at));
+        keyValue = ToText(text.ValueAt(at));
+    }
+    return at;
+}
+
+} // namespace KSUP

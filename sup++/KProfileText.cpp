@@ -1,0 +1,216 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/KProfileText.h>
+
+#include <utility>
+
+namespace KSUP {
+
+namespace {
+
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
+std::string_view WithoutLineEnd(std::string_view line) noexcept {
+    if (line.ends_with('\n')) {
+        line.remove_suffix(1);
+    }
+    if (line.ends_with('\r')) {
+        line.remove_suffix(1);
+    }
+    return line;
+}
+
+} // namespace
+
+std::string_view KProfileText::Trim(std::string_view text) noexcept {
+    const std::size_t first = text.find_first_not_of(" \t");
+    if (first == std::string_view::npos) {
+        return {};
+    }
+    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+void KProfileText::Parse(std::string fileBytes) {
+    bytes = std::make_unique<const std::string>(std::move(fileBytes));
+    added.clear();
+    lines.assign(1, Line{{}, 0, 0, Kind::Other});
+    blocks.clear();
+    firstBlock.clear();
+    lastBlock.clear();
+    lastLine = 0;
+    lineEnd = "\n";
+    AddBlock({}, 0);
+    std::string_view rest(*bytes);
+    if (rest.starts_with(byteOrderMark)) {
+        lines[0].text = rest.substr(0, byteOrderMark.size());
+        rest.remove_prefix(byteOrderMark.size());
+    }
+    while (!rest.empty()) {
+        const std::size_t end = rest.find('\n');
+        const std::size_t size = end == std::string_view::npos ? rest.size() : end + 1;
+        AppendLine(rest.substr(0, size));
+        rest.remove_prefix(size);
+    }
+    if (lines.size() > 1 && lines[1].text.ends_with("\r\n")) {
+        lineEnd = "\r\n"; // what is added is written as the file is
+    }
+}
+
+std::string KProfileText::Compose() const {
+    std::string whole;
+    whole.reserve(bytes->size() + 256);
+    whole += lines[0].text;
+    for (std::uint32_t index = lines[0].next; index != 0; index = lines[index].next) {
+        if (lines[index].kind != Kind::Removed) {
+            whole += lines[index].text;
+        }
+    }
+    return whole;
+}
+
+unsigned KProfileText::Find(std::string_view section, std::string_view key) const {
+    for (unsigned at = Next(section, 0); at != 0; at = Next(section, at)) {
+        if (KeyAt(at) == key) {
+            return at;
+        }
+    }
+    return 0;
+}
+
+unsigned KProfileText::Next(std::string_view section, unsigned position) const {
+    std::uint32_t block = 0;
+    std::uint32_t index = 0;
+    if (position == 0 || position >= lines.size()) {
+        const auto first = firstBlock.find(section);
+        if (position != 0 || first == firstBlock.end()) {
+            return 0;
+        }
+        block = first->second;
+        index = blocks[block].header;
+    } else {
+        block = lines[position].block;
+        index = position;
+    }
+    while (true) {
+        index = lines[index].next;
+        while (index == 0 || lines[index].kind == Kind::Header) {
+            block = blocks[block].nextOfSection;
+            if (block == 0) {
+                return 0;
+            }
+            index = lines[blocks[block].header].next;
+        }
+        if (lines[index].kind == Kind::Key) {
+            return index;
+        }
+    }
+}
+
+bool KProfileText::IsKeyAt(
+    unsigned position, std::string_view section, std::string_view key
+) const {
+    return position != 0 && position < lines.size() && lines[position].kind == Kind::Key &&
+           blocks[lines[position].block].section == section && KeyAt(position) == key;
+}
+
+std::string_view KProfileText::KeyAt(unsigned position) const noexcept {
+    const std::string_view text = WithoutLineEnd(lines[position].text);
+    return Trim(text.substr(0, text.find('=')));
+}
+
+std::string_view KProfileText::ValueAt(unsigned position) const noexcept {
+    const std::string_view text = WithoutLineEnd(lines[position].text);
+    const std::size_t equals = text.find('=');
+    return equals == std::string_view::npos ? std::string_view() : Trim(text.substr(equals + 1));
+}
+
+void KProfileText::Put(std::string_view section, std::string_view key, std::string_view value) {
+    std::string line = std::string(key).append("=").append(value);
+    if (const unsigned at = Find(section, key); at != 0) {
+        const std::string_view former = lines[at].text;
+        lines[at].text = Keep(line.append(former.substr(WithoutLineEnd(former).size())));
+        return;
+    }
+    const auto last = lastBlock.find(section);
+    if (last != lastBlock.end()) {
+        InsertBehind(LastKeyOrHeader(last->second), line.append(lineEnd));
+        return;
+    }
+    const std::string header = std::string("[").append(section).append("]").append(lineEnd);
+    InsertBehind(lastLine, header);
+    InsertBehind(lastLine, line.append(lineEnd));
+}
+
+void KProfileText::Remove(unsigned position) noexcept {
+    lines[position].kind = Kind::Removed;
+}
+
+KProfileText::Kind KProfileText::KindOf(std::string_view text) noexcept {
+    const std::string_view bare = Trim(WithoutLineEnd(text));
+    if (bare.empty() || bare.front() == ';' || bare.front() == '#') {
+        return Kind::Other;
+    }
+    return bare.front() == '[' && bare.back() == ']' ? Kind::Header : Kind::Key;
+}
+
+std::string_view KProfileText::SectionName(std::string_view header) noexcept {
+    const std::string_view bare = Trim(WithoutLineEnd(header));
+    return Trim(bare.substr(1, bare.size() - 2));
+}
+
+/// Links a line in at the end of the file.
+void KProfileText::AppendLine(std::string_view text) {
+    const auto index = static_cast<std::uint32_t>(lines.size());
+    const Kind kind = KindOf(text);
+    if (kind == Kind::Header) {
+        AddBlock(SectionName(text), index);
+    }
+    lines.push_back({text, 0, static_cast<std::uint32_t>(blocks.size() - 1), kind});
+    lines[lastLine].next = index;
+    lastLine = index;
+}
+
+void KProfileText::AddBlock(std::string_view section, std::uint32_t header) {
+    const auto block = static_cast<std::uint32_t>(blocks.size());
+    blocks.push_back({section, header, 0});
+    const auto last = lastBlock.find(section);
+    if (last == lastBlock.end()) {
+        firstBlock.emplace(section, block);
+        lastBlock.emplace(section, block);
+    } else {
+        blocks[last->second].nextOfSection = block;
+        last->second = block;
+    }
+}
+
+/// Behind this line a key is added: blank lines and comments before the next section belong to that.
+std::uint32_t KProfileText::LastKeyOrHeader(std::uint32_t block) const {
+    std::uint32_t place = blocks[block].header;
+    for (std::uint32_t index = lines[place].next;
+         index != 0 && lines[index].kind != Kind::Header;
+         index = lines[index].next) {
+        if (lines[index].kind != Kind::Other) {
+            place = index;
+        }
+    }
+    return place;
+}
+
+void KProfileText::InsertBehind(std::uint32_t index, const std::string& text) {
+    Line& before = lines[index];
+    if (index != 0 && !before.text.ends_with('\n')) {
+        before.text = Keep(std::string(before.text).append(lineEnd)); // the file's last line
+    }
+    if (index == lastLine) {
+        AppendLine(Keep(text));
+        return;
+    }
+    const auto made = static_cast<std::uint32_t>(lines.size());
+    lines.push_back({Keep(text), before.next, before.block, Kind::Key});
+    lines[index].next = made;
+}
+
+std::string_view KProfileText::Keep(std::string text) {
+    return added.emplace_back(std::move(text));
+}
+
+} // namespace KSUP

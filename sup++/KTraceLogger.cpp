@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/KTraceLogger.h>
+
+#include <sup++/KErrorSource.h>
+#include <sup++/SvcTrace.h>
+#include <sup++/unx/lin/KDescriptor.h>
+#include <sup++/unx/lin/SysFile.h>
+
+#include <array>
+#include <cstring>
+
+#include <sys/uio.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace KSUP {
+
+namespace {
+
+constexpr KErrorSource source{"sup++/KTraceLogger"};
+
+int PriorityOf(TRACE_MESSAGE level) noexcept {
+    switch (level) {
+    case TraceLevel::setup:
+        return LOG_ERR;
+    case TraceLevel::rule:
+        return LOG_WARNING;
+    default:
+        return LOG_NOTICE;
+    }
+}
+
+/// One system call, so that lines of several processes do not mix, and no memory of its own.
+void WriteLine(int descriptor, TRACE_MESSAGE level, const char* text) noexcept {
+    const auto piece = [](const char* bytes) {
+        return iovec{const_cast<char*>(bytes), std::strlen(bytes)}; // NOLINT: writev only reads
+    };
+    const std::array<iovec, 4> line{
+        piece(SvcMapTraceMask(level)), piece(" "), piece(text), piece("\n")};
+    if (::writev(descriptor, line.data(), static_cast<int>(line.size())) < 0) {
+        return; // nobody is left to be told
+    }
+}
+
+} // namespace
+
+KTraceLogger::~KTraceLogger() {
+    Switch(Target::Nothing, -1);
+}
+
+void KTraceLogger::UseSystemLog() noexcept {
+    Switch(Target::SystemLog, -1);
+}
+
+void KTraceLogger::UseStandardError() noexcept {
+    Switch(Target::StandardError, -1);
+}
+
+void KTraceLogger::UseNothing() noexcept {
+    Switch(Target::Nothing, -1);
+}
+
+void KTraceLogger::UseFile(const KString& path) {
+    KDescriptor file;
+    if (const unsigned status = Sys::OpenForAppend(path.c_str(), 0640, file); status != 0) {
+        source.RaiseSystem(status, path);
+    }
+    Switch(Target::File, file.Release());
+}
+
+void KTraceLogger::Write(TRACE_MESSAGE level, const char* text) noexcept {
+    const std::lock_guard hold(guard);
+    switch (target) {
+    case Target::SystemLog:
+        syslog(LOG_USER | PriorityOf(level), "%s", text);
+        break;
+    case Target::StandardError:
+        WriteLine(STDERR_FILENO, level, text);
+        break;
+    case Target::File:
+        WriteLine(descriptor, level, text);
+        break;
+    case Target::Nothing:
+        break;
+    }
+}
+
+void KTraceLogger::Switch(Target to, int file) noexcept {
+    const std::lock_guard hold(guard);
+    if (descriptor >= 0) {
+        ::close(descriptor);
+    }
+    target = to;
+    descriptor = file;
+}
+
+} // namespace KSUP

@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sup++/Export.h>
+#include <sup++/KHeapPtr.h>
+#include <sup++/KString.h>
+
+#include <cstdint>
+
+namespace KSUP {
+
+/// A value that knows its type; so far an empty one or a text. Errors carry one as information, and
+/// the rule manager keeps one for each class of rules.
+class SUP_EXPORT KVariant {
+  public:
+    enum class Type : std::uint32_t { Empty = 0, Text = 4 };
+
+    KVariant() noexcept;
+    KVariant(const KString& text);  // NOLINT: texts convert
+    KVariant(const char* text);     // NOLINT: texts convert
+    ~KVariant();
+    KVariant(const KVariant&);
+    KVariant(KVariant&&) noexcept;
+    KVariant& operator=(const KVariant&);
+    KVariant& operator=(KVariant&&) noexcept;
+
+    /// 0 empty, 4 text.
+    std::uint32_t GetType() const noexcept { return static_cast<std::uint32_t>(type); }
+    /// The number of bytes kept; a text's terminating NUL is one of them.
+    unsigned GetSize() const noexcept { return static_cast<unsigned>(value.GetCount()); }
+    /// The bytes, null for an empty value.
+    const unsigned char* GetData() const noexcept { return value.GetData(); }
+    /// The text; empty for an empty value.
+    KString GetString() const;
+
+  private:
+    KHeapPtr<unsigned char> value;
+    Type type;
+};
+
+} // namespace KSUP

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/Msg.h>
+
+#include <sup++/KErrorCode.h>
+#include <sup++/SvcTrace.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <string>
+
+namespace {
+
+struct Hook {
+    std::recursive_mutex guard; // recursive: a hook may say messages itself, or take itself off
+    SvcTraceHook function = nullptr;
+    void* context = nullptr;
+};
+
+/// Never destroyed: messages may be said while the process ends.
+Hook& TheHook() noexcept {
+    static Hook& hook = *new Hook;
+    return hook;
+}
+
+std::string Format(const char* format, std::va_list arguments) {
+    std::va_list again;
+    va_copy(again, arguments);
+    const int bytes = std::vsnprintf(nullptr, 0, format, arguments);
+    std::string text(bytes > 0 ? static_cast<std::size_t>(bytes) : 0, '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    return text;
+}
+
+void CallHook(TRACE_MESSAGE level, const char* text) {
+    Hook& hook = TheHook();
+    const std::lock_guard hold(hook.guard);
+    if (hook.function != nullptr) {
+        hook.function(hook.context, level, text);
+    }
+}
+
+} // namespace
+
+void Msg(TRACE_MESSAGE level, const char* format, ...) noexcept {
+    const int savedErrno = errno;
+    std::va_list arguments;
+    va_start(arguments, format);
+    try {
+        const std::string text = Format(format, arguments);
+        SvcGetGlobalLogger()->Write(level, text.c_str());
+        CallHook(level, text.c_str());
+    } catch (...) { // NOLINT: a message is never worth an error of its own
+    }
+    va_end(arguments);
+    errno = savedErrno;
+}
+
+unsigned SvcSetTraceHook(SvcTraceHook hook, void* context) noexcept {
+    Hook& registered = TheHook();
+    const std::lock_guard hold(registered.guard);
+    registered.function = hook;
+    registered.context = context;
+    return 0;
+}
+
+KSUP::KTraceLogger* SvcGetGlobalLogger() noexcept {
+    static KSUP::KTraceLogger& logger = *new KSUP::KTraceLogger; // never destroyed, as above
+    return &logger;
+}
+
+const char* SvcMapTraceMask(TRACE_MESSAGE level) noexcept {
+    switch (level) {
+    case KSUP::TraceLevel::support:
+        return "support:";
+    case KSUP::TraceLevel::rule:
+        return "rule:";
+    case KSUP::TraceLevel::setup:
+        return "setup:";
+    default:
+        return "trace:";
+    }
+}

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/PathMap.h>
+
+#include <sup++/unx/lin/SysProcess.h>
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <mutex>
+
+namespace KSUP::PathMap {
+
+namespace {
+
+struct Name {
+    std::string_view macro;
+    unsigned id;
+};
+
+/// In the order of their names, for the search.
+constexpr std::array names = std::to_array<Name>({
+    {"pathLog", 19},
+    {"pathSource", 2},
+    {"pathSourceBinX86", 50},
+    {"pathSourceBinX86_64", 51},
+    {"pathSourceWinX86", 39},
+    {"pathSourceWinX86_64", 40},
+    {"pathTarget", 57},
+    {"pathTargetBin", 54},
+    {"pathTargetBinX86", 53},
+    {"pathTargetBinX86_64", 52},
+    {"pathTargetConfig", 55},
+    {"pathTargetDatabase", 58},
+    {"pathTargetLin", 44},
+    {"pathTargetLinX86", 46},
+    {"pathTargetLinX86_64", 45},
+    {"pathTargetLog", 59},
+    {"pathTargetMac", 47},
+    {"pathTargetMacX86", 49},
+    {"pathTargetMacX86_64", 48},
+    {"pathTargetResource", 56},
+    {"pathTargetTemp", 60},
+    {"pathTargetWin", 42},
+    {"pathTargetWinX86", 43},
+    {"pathTargetWinX86_64", 41},
+});
+
+constexpr bool Before(const Name& left, const Name& right) {
+    return left.macro < right.macro;
+}
+static_assert(std::is_sorted(names.begin(), names.end(), Before));
+
+struct Table {
+    std::mutex guard;
+    std::map<unsigned, KString> entries; // guarded by guard
+};
+
+/// Never destroyed: threads may expand macros while the process ends.
+Table& TheTable() {
+    static Table& table = *[] {
+        auto* made = new Table;
+        made->entries[2] = Sys::ProgramDirectory();
+        made->entries[19] = "/var/log/";
+        return made;
+    }();
+    return table;
+}
+
+} // namespace
+
+KString Get(unsigned id) {
+    Table& table = TheTable();
+    const std::lock_guard hold(table.guard);
+    const auto entry = table.entries.find(id);
+    return entry != table.entries.end() ? entry->second : KString();
+}
+
+void Set(unsigned id, const KString& path) {
+    Table& table = TheTable();
+    const std::lock_guard hold(table.guard);
+    table.entries[id] = path;
+}
+
+bool AppendByMacro(std::string_view name, std::string& target) {
+    const auto* known = std::lower_bound(names.begin(), names.end(), Name{name, 0}, Before);
+    if (known == names.end() || known->macro != name) {
+        return false;
+    }
+    Table& table = TheTable();
+    const std::lock_guard hold(table.guard);
+    const auto entry = table.entries.find(known->id);
+    if (entry == table.entries.end()) {
+        return false;
+    }
+    target.append(entry->second.c_str(), entry->second.GetSize());
+    return true;
+}
+
+} // namespace KSUP::PathMap

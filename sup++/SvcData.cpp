@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/SvcData.h>
+
+#include <sup++/DataRecords.h>
+#include <sup++/KError.h>
+#include <sup++/KErrorCode.h>
+#include <sup++/KProfile.h>
+#include <sup++/KUtil.h>
+#include <sup++/unx/lin/SysProcess.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <new>
+#include <string>
+
+namespace {
+
+using KSUP::ErrorCode::invalidArgument;
+
+/// Texts below 4 GiB. Nothing is given back: whoever read the record may still hold a pointer.
+class LowTexts {
+  public:
+    std::uint32_t Put(const char* text) {
+        const std::size_t bytes = std::strlen(text) + 1;
+        if (bytes > left) {
+            const std::size_t room = bytes > blockBytes ? bytes : blockBytes;
+            next = static_cast<char*>(KSUP::Sys::AllocateLow(room));
+            if (next == nullptr) {
+                left = 0;
+                throw std::bad_alloc();
+            }
+            left = room;
+        }
+        char* place = static_cast<char*>(std::memcpy(next, text, bytes));
+        next += bytes;
+        left -= bytes;
+        return static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(place));
+    }
+
+  private:
+    static constexpr std::size_t blockBytes = 65536;
+    char* next = nullptr;
+    std::size_t left = 0;
+};
+
+struct ProductTexts {
+    KSUP::KString product = "DPS";
+    KSUP::KString serviceName = "dps";
+    KSUP::KString iniFile = "dps.ini";
+    KSUP::KString version = "0.0.0";
+    unsigned buildNumber = 0;
+};
+
+/// Both records and what they point to; never destroyed, as their readers may outlive everything.
+struct Records {
+    Records() {
+        std::memcpy(global.os, "lin", sizeof("lin"));
+        const std::string architecture = KSUP::Sys::Architecture();
+        architecture.copy(global.architecture, sizeof(global.architecture) - 1);
+        Store(ProductTexts());
+    }
+
+    void Store(const ProductTexts& texts) {
+        SvcProductData made{};
+        made.buildNumber = texts.buildNumber;
+        made.iniFile = lowTexts.Put(texts.iniFile.c_str());
+        made.serviceName = lowTexts.Put(texts.serviceName.c_str());
+        made.product = lowTexts.Put(texts.product.c_str());
+        made.version = lowTexts.Put(texts.version.c_str());
+        product = made;
+    }
+
+    SvcGlobalData global{};
+    SvcProductData product{};
+    LowTexts lowTexts;
+};
+
+Records& TheRecords() {
+    static Records& records = *new Records;
+    return records;
+}
+
+struct CustomKeys {
+    std::mutex guard;
+    std::map<std::string, std::string, std::less<>> values; // guarded by guard
+};
+
+CustomKeys& TheCustomKeys() {
+    static CustomKeys& keys = *new CustomKeys; // never destroyed, as above
+    return keys;
+}
+
+bool IsFileName(const KSUP::KString& name) noexcept {
+    return !name.IsEmpty() && name.Find("/", 0, true) == KSUP::KString::npos && name != "." &&
+           name != "..";
+}
+
+ProductTexts ReadProduct(const char* path) {
+    KSUP::KProfile profile;
+    profile.Open(path);
+    ProductTexts texts;
+    texts.product = profile.GetString("product", "name", texts.product);
+    texts.serviceName = profile.GetString("product", "serviceName", texts.serviceName);
+    texts.iniFile = profile.GetString("product", "iniFile", texts.iniFile);
+    texts.version = profile.GetString("product", "version", texts.version);
+    texts.buildNumber = KSUP::KUtil::StringToNumber<unsigned int>(
+        profile.GetString("product", "buildNumber", "0"), false
+    );
+    return texts;
+}
+
+} // namespace
+
+namespace KSUP::DataRecords {
+
+void SetCommandLine(const char* commandLine) {
+    TheRecords().global.commandLine = commandLine;
+}
+
+bool AppendByMacro(std::string_view name, std::string& target) {
+    const Records& records = TheRecords();
+    const auto text = [&](std::uint32_t pointer) {
+        target += SvcGetProductText(pointer);
+        return true;
+    };
+    if (name == "product") {
+        return text(records.product.product);
+    }
+    if (name == "serviceName") {
+        return text(records.product.serviceName);
+    }
+    if (name == "iniFile") {
+        return text(records.product.iniFile);
+    }
+    if (name == "verInfo") {
+        return text(records.product.version);
+    }
+    if (name == "buildNumber") {
+        target += std::to_string(records.product.buildNumber);
+        return true;
+    }
+    if (name == "os" || name == "arch") {
+        target += name == "os" ? records.global.os : records.global.architecture;
+        return true;
+    }
+    CustomKeys& keys = TheCustomKeys();
+    const std::lock_guard hold(keys.guard);
+    const auto key = keys.values.find(name);
+    if (key != keys.values.end()) {
+        target += key->second;
+    }
+    return key != keys.values.end();
+}
+
+} // namespace KSUP::DataRecords
+
+const SvcGlobalData* SvcGetGlobalDataEx() noexcept {
+    KSUP::DataRecords::SaveOwnCommandLine();
+    return &TheRecords().global;
+}
+
+const SvcProductData* SvcGetOEMDataEx() noexcept {
+    return &TheRecords().product;
+}
+
+unsigned SvcLoadProductData(const char* productProfile) noexcept {
+    if (productProfile == nullptr) {
+        return invalidArgument;
+    }
+    try {
+        const ProductTexts texts = ReadProduct(productProfile);
+        if (!IsFileName(texts.product) || !IsFileName(texts.serviceName) ||
+            !IsFileName(texts.iniFile)) {
+            return invalidArgument;
+        }
+        TheRecords().Store(texts);
+        return 0;
+    } catch (const KSUP::KError& error) {
+        const bool noNumber = error.GetCode() == KSUP::ErrorCode::numberConversion;
+        return noNumber ? invalidArgument : error.GetCode();
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+}
+
+unsigned SvcSetCustomKey(
+    unsigned reserved, unsigned alsoReserved, const char* name, const char* value
+) noexcept {
+    if (reserved != 0 || alsoReserved != 0 || name == nullptr || *name == '\0') {
+        return invalidArgument;
+    }
+    try {
+        CustomKeys& keys = TheCustomKeys();
+        const std::lock_guard hold(keys.guard);
+        keys.values[name] = value != nullptr ? value : "";
+        return 0;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+}
+
+unsigned SvcGetCustomKey(
+    unsigned reserved, unsigned alsoReserved, const char* name, unsigned size, char* buffer
+) noexcept {
+    if (reserved != 0 || alsoReserved != 0 || name == nullptr || buffer == nullptr) {
+        return invalidArgument;
+    }
+    CustomKeys& keys = TheCustomKeys();
+    const std::lock_guard hold(keys.guard);
+    const auto key = keys.values.find(std::string_view(name));
+    if (key == keys.values.end()) {
+        return KSUP::ErrorCode::notFound;
+    }
+    if (key->second.size() >= size) {
+        return invalidArgument;
+    }
+    std::memcpy(buffer, key->second.c_str(), key->second.size() + 1);
+    return 0;
+}

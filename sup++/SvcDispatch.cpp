@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/SvcDispatch.h>
+
+#include <sup++/DispatchEvent.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+
+namespace {
+
+constexpr std::chrono::milliseconds longestWait(10); // the pace of a loop in which nothing happens
+
+struct Event {
+    std::mutex guard;
+    std::condition_variable changed;
+    std::uint64_t count = 0; // guarded by guard
+};
+
+Event& TheEvent() {
+    static Event& event = *new Event; // never destroyed: detached threads may still end
+    return event;
+}
+
+/// The count that this thread saw last: what happened between two calls ends the second at once.
+thread_local std::uint64_t seen = 0; // NOLINT: one of each thread
+
+} // namespace
+
+void KSUP::DispatchEvent::Signal() noexcept {
+    Event& event = TheEvent();
+    {
+        const std::lock_guard hold(event.guard);
+        ++event.count;
+    }
+    event.changed.notify_all();
+}
+
+unsigned SvcPollingDispatch() noexcept {
+    Event& event = TheEvent();
+    std::unique_lock hold(event.guard);
+    event.changed.wait_for(hold, longestWait, [&] { return event.count != seen; });
+    seen = event.count;
+    return 0;
+}

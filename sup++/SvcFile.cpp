@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/SvcFile.h>
+
+#include <sup++/KErrorCode.h>
+#include <sup++/unx/lin/SysFile.h>
+#include <sup++/unx/lin/SysWriteTracking.h>
+
+#include <cerrno>
+#include <new>
+
+namespace {
+
+constexpr unsigned directoryMode = 0755;
+
+/// The walk to a path may need memory; a status is all that these calls can answer.
+template <class Call>
+unsigned WithStatus(const char* path, bool argumentsFit, Call call) noexcept {
+    if (path == nullptr || *path == '\0' || !argumentsFit) {
+        return KSUP::ErrorCode::invalidArgument;
+    }
+    try {
+        return call();
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+}
+
+} // namespace
+
+unsigned SvcCreateDirectory(unsigned flags, const char* path, unsigned withParents) noexcept {
+    return WithStatus(path, flags == 0 && withParents <= 1, [&] {
+        return KSUP::Sys::MakeDirectory(path, directoryMode, withParents == 1);
+    });
+}
+
+unsigned SvcDeleteDirectory(unsigned flags, const char* path, unsigned reserved) noexcept {
+    return WithStatus(path, flags == 0 && reserved == 0, [&] {
+        return KSUP::Sys::RemoveDirectory(path);
+    });
+}
+
+unsigned SvcDeleteFile(unsigned flags, const char* path) noexcept {
+    return WithStatus(path, flags == 0, [&] {
+        const unsigned status = KSUP::Sys::Unlink(path);
+        return status == ENOENT ? 0U : status;
+    });
+}
+
+unsigned SvcBeginWriteTracking() noexcept {
+    return KSUP::Sys::BeginWriteTracking();
+}
+
+unsigned SvcFlushWrites() noexcept {
+    return KSUP::Sys::FlushWrites();
+}
+
+unsigned SvcEndWriteTracking() noexcept {
+    KSUP::Sys::EndWriteTracking();
+    return 0;
+}

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+/// \file
+/// Message catalogues, by number. A message id is the catalogue's number in its upper and the
+/// message's number in its lower 16 bits: 0x2C0002 is message 2 of catalogue 44.
+
+#include <sup++/Export.h>
+
+/// The texts that a catalogue has where no translation is found.
+struct SvcBuiltInMessage {
+    unsigned id;
+    const char* text;
+};
+
+/// Names the built-in texts of a catalogue, up to an entry whose text is null. They stand from the
+/// next SvcLoadMessage on.
+///
+/// Lifetime the table is kept as a pointer for the life of the process
+SUP_EXPORT unsigned
+SvcSetBuiltInMessages(unsigned catalogue, const SvcBuiltInMessage* messages) noexcept;
+
+/// Loads a catalogue by its base name; loads are counted.
+///
+/// Returns  0, or 36 for an argument that cannot be
+/// Thread   any
+[[nodiscard]] SUP_EXPORT unsigned
+SvcLoadMessage(unsigned catalogue, const char* baseName) noexcept;
+
+/// Takes back one load; harmless for a catalogue that is not loaded. Texts stay readable.
+SUP_EXPORT unsigned SvcUnloadMessage(unsigned catalogue) noexcept;
+
+/// The text of a message of a loaded catalogue; an empty text for an unknown one, never null.
+///
+/// Lifetime of the process
+/// Thread   any
+SUP_EXPORT const char* SvcGetMessagePtr(unsigned id) noexcept;

@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/unx/lin/SysProfileFile.h>
+
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+namespace KSUP::Sys {
+
+namespace {
+
+constexpr auto lockPatience = std::chrono::seconds(10);
+constexpr auto lockInterval = std::chrono::milliseconds(5);
+
+unsigned LastError() noexcept {
+    return static_cast<unsigned>(errno);
+}
+
+/// Whether a failure to put a file beside another means that the other has to be written over.
+bool ForbidsRename(unsigned status) noexcept {
+    return status == EACCES || status == EPERM || status == EBUSY || status == EXDEV ||
+           status == EROFS;
+}
+
+unsigned Lock(int directory) noexcept {
+    const auto end = std::chrono::steady_clock::now() + lockPatience;
+    while (::flock(directory, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            return LastError();
+        }
+        if (std::chrono::steady_clock::now() > end) {
+            return EWOULDBLOCK;
+        }
+        std::this_thread::sleep_for(lockInterval);
+    }
+    return 0;
+}
+
+unsigned Flush(int file) noexcept {
+    if (::fsync(file) == 0) {
+        return 0;
+    }
+    // Some file systems cannot flush a directory, and say so with these.
+    return errno == EINVAL || errno == EROFS ? 0 : LastError();
+}
+
+} // namespace
+
+FileIdentity FileIdentity::Of(const struct stat& status) noexcept {
+    return {status.st_dev, status.st_ino, status.st_size, status.st_mtim};
+}
+
+bool operator==(const FileIdentity& left, const FileIdentity& right) noexcept {
+    return left.device == right.device && left.inode == right.inode && left.size == right.size &&
+           left.changed.tv_sec == right.changed.tv_sec &&
+           left.changed.tv_nsec == right.changed.tv_nsec;
+}
+
+unsigned ReadFile(const char* path, std::string& bytes, FileIdentity& identity) {
+    KDescriptor file;
+    struct stat status {};
+    if (const unsigned error = OpenRegular(path, file, status); error != 0) {
+        return error;
+    }
+    identity = FileIdentity::Of(status);
+    return ReadAll(file.Get(), bytes);
+}
+
+unsigned KProfileLock::Take(const char* path) {
+    if (const unsigned status = FindPlace(path, LastLink::Follow, place); status != 0) {
+        return status;
+    }
+    directory.Reset(::openat(place.directory.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory.IsOpen()) {
+        // One may write in a directory that one may not list: no lock is to be had there.
+        return errno == EACCES ? 0 : LastError();
+    }
+    return Lock(directory.Get());
+}
+
+bool KProfileLock::IsStill(const FileIdentity& identity) const noexcept {
+    struct stat status {};
+    const int found = ::fstatat(
+        place.directory.Get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW
+    );
+    return (found == 0 ? FileIdentity::Of(status) : FileIdentity()) == identity;
+}
+
+unsigned KProfileLock::Write(const std::string& bytes, unsigned mode, FileIdentity& identity) {
+    struct stat former {};
+    const bool exists =
+        ::fstatat(place.directory.Get(), place.name.c_str(), &former, AT_SYMLINK_NOFOLLOW) == 0;
+    if (exists && !S_ISREG(former.st_mode)) {
+        return S_ISDIR(former.st_mode) ? EISDIR : EINVAL;
+    }
+    unsigned status = WriteBeside(bytes, exists ? &former : nullptr, mode);
+    if (exists && ForbidsRename(status)) {
+        status = WriteOver(bytes);
+    }
+    if (status != 0) {
+        return status;
+    }
+    struct stat written {};
+    if (::fstatat(place.directory.Get(), place.name.c_str(), &written, AT_SYMLINK_NOFOLLOW) != 0) {
+        return LastError();
+    }
+    identity = FileIdentity::Of(written);
+    return directory.IsOpen() ? Flush(directory.Get()) : 0;
+}
+
+unsigned
+KProfileLock::WriteBeside(const std::string& bytes, const struct stat* former, unsigned mode) {
+    const int at = place.directory.Get();
+    const std::string temporary = TemporaryName();
+    KDescriptor file(
+        ::openat(at, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600)
+    );
+    if (!file.IsOpen()) {
+        return LastError();
+    }
+    unsigned status = WriteAll(file.Get(), bytes.data(), bytes.size());
+    if (status == 0 && former != nullptr &&
+        ::fchown(file.Get(), former->st_uid, former->st_gid) != 0) {
+        status = LastError();
+    }
+    if (status == 0 &&
+        ::fchmod(file.Get(), former != nullptr ? former->st_mode & 07777 : mode) != 0) {
+        status = LastError();
+    }
+    if (status == 0 && ::fsync(file.Get()) != 0) {
+        status = LastError();
+    }
+    if (const unsigned closing = CloseReporting(file); status == 0) {
+        status = closing;
+    }
+    if (status == 0 && ::renameat(at, temporary.c_str(), at, place.name.c_str()) != 0) {
+        status = LastError();
+    }
+    if (status != 0) {
+        ::unlinkat(at, temporary.c_str(), 0); // the first failure is what counts
+    }
+    return status;
+}
+
+unsigned KProfileLock::WriteOver(const std::string& bytes) {
+    KDescriptor file(::openat(
+        place.directory.Get(), place.name.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK
+    ));
+    if (!file.IsOpen()) {
+        return LastError();
+    }
+    // Longer first, then cut: at no time is there less of the file than both texts hold.
+    unsigned status = WriteAll(file.Get(), bytes.data(), bytes.size());
+    if (status == 0 && ::ftruncate(file.Get(), static_cast<off_t>(bytes.size())) != 0) {
+        status = LastError();
+    }
+    if (status == 0 && ::fsync(file.Get()) != 0) {
+        status = LastError();
+    }
+    const unsigned closing = CloseReporting(file);
+    return status != 0 ? status : closing;
+}
+
+} // namespace KSUP::Sys
