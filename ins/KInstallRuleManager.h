@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ins/KInstallRuleManagerBase.h>
+
+namespace KINS {
+
+/// The manager that the installer holds.
+class INS_EXPORT KInstallRuleManager : public KInstallRuleManagerBase {
+  public:
+    explicit KInstallRuleManager(KInstaller* owner);
+    ~KInstallRuleManager() override;
+};
+
+} // namespace KINS

@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ins/Export.h>
+#include <ins/KInstallRule.h>
+#include <sup++/KBase.h>
+#include <sup++/KList.h>
+#include <sup++/KLog.h>
+#include <sup++/KMutex.h>
+#include <sup++/KString.h>
+#include <sup++/KVariant.h>
+
+#include <functional>
+#include <map>
+
+namespace KINS {
+
+class KInstaller;
+
+/// Called with the status text and a percentage from 0 to 100, or noPercentage.
+using StatusCallback = std::function<void(const KSUP::KString& status, double value)>;
+
+/// The value of a status that carries no percentage.
+inline constexpr double noPercentage = 4294967295.0;
+
+/// Turns sections of the install script into rules, runs them in order, keeps the progress, the
+/// status text and a value for each class of rules.
+///
+/// The installer owns it; it owns its rules and borrows the installer and its log. Load, ExecuteRules,
+/// Clear, in that order.
+///
+/// Thread   any, save where a function says otherwise. One recursive lock guards everything; it is
+///          held during the status callback and released during each rule's Execute, so a getter waits
+///          for one step of bookkeeping and never for a rule
+class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
+  public:
+    /// Throws   KSUP::KError when no lock can be made
+    explicit KInstallRuleManagerBase(KInstaller* owner);
+    ~KInstallRuleManagerBase() override;
+    KInstallRuleManagerBase(const KInstallRuleManagerBase&) = delete;
+    KInstallRuleManagerBase& operator=(const KInstallRuleManagerBase&) = delete;
+
+    /// Appends the rules of a section of the install script, then those of the section of that name
+    /// for the running architecture ("install", "install.x86_64"). A missing section is empty.
+    ///
+    /// Throws   KSUP::KError of the first line that cannot be; rules before it stay
+    virtual void LoadSection(const KSUP::KString& section);
+
+    /// Appends a profile rule for every "addProfileLine" option of the saved command line.
+    ///
+    /// Throws   KSUP::KError for an option that cannot be read (nothing is added) or a line that
+    ///          cannot be (what came before it stays)
+    virtual void LoadCommandLineRules();
+
+    /// Makes a rule of `type` ("file", "directory", "section", "process", "service", "profile", exactly
+    /// so) from `line` and adds it.
+    ///
+    /// Throws   KSUP::KError 7000 for an unknown type; what AddRule(rule) throws
+    virtual void AddRule(const KSUP::KString& type, const KSUP::KString& line);
+
+    /// Runs all rules, each with the lock released. Called on the worker thread.
+    ///
+    /// Throws   KSUP::KError 66 when the run is cancelled before a rule or behind the last one; what a
+    ///          rule throws, unchanged. Nothing is undone
+    virtual void ExecuteRules();
+
+    /// Calls the callback, then stores the text, with " (43%)" behind it if it has a percentage.
+    ///
+    /// Throws   what the callback throws; the stored status is then as before
+    virtual void SetCurrentRuleStatus(const KSUP::KString& text, double value);
+    /// A status without a percentage.
+    virtual void SetCurrentRuleStatus(const KSUP::KString& text);
+    virtual KSUP::KString GetCurrentRuleStatus() const;
+
+    /// Deletes every rule and sets the completed count to 0; status, states and callback stay.
+    virtual void Clear();
+
+    /// The number of counted rules done.
+    virtual unsigned int GetCompletedCount() const;
+
+    /// The installer's ExpandMacros.
+    virtual KSUP::KString ExpandMacros(const KSUP::KString& text) const;
+
+    /// The number of rules that count.
+    virtual unsigned int GetRuleCount() const;
+
+    /// Keeps a value for all rules of this rule's class.
+    ///
+    /// Throws   std::bad_typeid for a null rule
+    virtual void SetRuleState(const KInstallRuleBase* rule, const KSUP::KVariant& value);
+    /// Throws   KSUP::KError 64 when nothing was kept; std::bad_typeid for a null rule
+    /// Lifetime until the manager's end; another SetRuleState of the class changes it in place
+    virtual KSUP::KVariant& GetRuleState(const KInstallRuleBase* rule) const;
+
+    /// Whether the run is asked to stop.
+    virtual bool IsCancelled() const;
+
+    /// Initialises, logs and appends a rule, and owns it from the first line on: it is deleted if
+    /// anything throws.
+    ///
+    /// Throws   what the rule's Initialize throws
+    virtual void AddRule(KInstallRule* rule);
+
+    /// The number before the first comma, or 1. For derived managers and callers.
+    virtual unsigned int ParseRuleOrderId(const KSUP::KString& line) const;
+    /// The text before the first comma, in lower case. For derived managers and callers.
+    virtual KSUP::KString ParseRuleType(const KSUP::KString& line) const;
+
+    /// Thread   before the run starts: it takes no lock
+    void SetCallback(StatusCallback statusCallback);
+    KSUP::KLog& GetInstallLog();
+
+  private:
+    KSUP::KString LogName() const;
+    void LoadOneSection(const KSUP::KString& section);
+
+    KSUP::KLog* log; // the installer's
+    KSUP::KString currentStatus SUP_GUARDED_BY(lock);
+    unsigned int completedCount SUP_GUARDED_BY(lock) = 0;
+    KInstaller* installer; // owns this manager
+    KSUP::KList<KInstallRule> rules SUP_GUARDED_BY(lock);
+    mutable std::map<KSUP::KString, KSUP::KVariant> ruleStates SUP_GUARDED_BY(lock);
+    StatusCallback callback; // fixed before the run starts
+    mutable KSUP::KMutex lock; // recursive
+};
+
+} // namespace KINS

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ins/Export.h>
+#include <ins/KInstallRuleManager.h>
+#include <ins/unx/lin/KInstallPathManager.h>
+#include <sup++/KBase.h>
+#include <sup++/KLog.h>
+#include <sup++/KProfile.h>
+#include <sup++/KString.h>
+#include <sup++/KThread.h>
+
+#include <cstdint>
+
+namespace KINS {
+
+/// What a run does. Values 4 and 5 are install modes for callers of Start; the engine treats them as 1.
+enum MODE : std::uint32_t {
+    ModeNone = 0,
+    ModeInstall = 1,
+    ModeUpgrade = 2,   ///< install over an installed product
+    ModeUninstall = 3, ///< removal
+    ModeInstall4 = 4,
+    ModeInstall5 = 5,
+};
+
+/// Installs or removes the product that an install script describes. It serves one run: construct,
+/// SetCallback, Initialize, Start (or one of its front ends), poll IsComplete, destroy.
+///
+/// Owns the script, the setup log, both managers and the worker thread. Its destructor requests no
+/// stop of its own: stop the run and poll until it has ended; a run that is still alive is then
+/// requested to stop and waited for by the thread object, while everything that it uses still lives.
+///
+/// Thread   all calls come from one thread, save the getters and Stop, which any thread may call at any
+///          time; the callback runs on the worker thread
+///
+///     KINS::KInstaller installer;
+///     installer.SetCallback(show);
+///     installer.Initialize("/kit/install.ini");
+///     installer.AutoInstall();
+class INS_EXPORT KInstaller : public KSUP::KBase {
+  public:
+    KInstaller();
+    ~KInstaller() override;
+    KInstaller(const KInstaller&) = delete;
+    KInstaller& operator=(const KInstaller&) = delete;
+
+    /// An empty function means no callback. Before Start.
+    void SetCallback(StatusCallback callback);
+
+    /// Loads the messages, opens the setup log ("$product$ Setup Log.txt" in the log directory) and
+    /// the script, and points the path table at the installed product if there is one. Once, before
+    /// Start.
+    ///
+    /// Throws   KSUP::KError 99 unless the caller is root (nothing was touched), the status of the
+    ///          messages, errno for a log or script that cannot be opened
+    void Initialize(const KSUP::KString& scriptPath);
+
+    /// Loads the script's section for the mode and starts the worker thread. An empty path means the
+    /// default product path, as the script holds it.
+    ///
+    /// Throws   KSUP::KError 36 for a mode that is none (GetMode then tells it); what loading throws.
+    ///          No thread runs then
+    void Start(const KSUP::KString& productPath, MODE runMode);
+    /// Start in mode 1, or 2 when a product is installed. Throws KSUP::KError 36 for an empty path.
+    void StartInstall(const KSUP::KString& productPath);
+    /// Start in mode 3. Throws KSUP::KError 36 for an empty path.
+    void StartUninstall(const KSUP::KString& productPath);
+
+    /// Installs over the installed product, or to the default path, and returns when the run is over.
+    ///
+    /// Throws   what ended the run
+    void AutoInstall();
+    /// Removes the installed product, if there is one, and returns when the run is over.
+    ///
+    /// Throws   what ended the run
+    void AutoUninstall();
+
+    /// The current status text.
+    KSUP::KString GetStatus() const;
+    /// The number of rules that count.
+    unsigned int GetMaxCount() const;
+    /// The number of counted rules done.
+    unsigned int GetCompletedCount() const;
+    MODE GetMode() const noexcept;
+    /// True once Stop was called.
+    bool IsCancelled() const noexcept;
+    /// False while the run goes on, true after it.
+    ///
+    /// Throws   what ended the run, each time it is asked
+    bool IsComplete();
+
+    /// Asks the run to stop, also before Start; returns at once. It takes effect before the next rule,
+    /// and within 64 KiB of a copy.
+    void Stop();
+
+    bool IsProductInstalled() const;
+    /// Throws   KSUP::KError when there is no record
+    void GetInstalledProductInformation(
+        KSUP::KString& path, KSUP::KString& version, unsigned int& buildNumber
+    ) const;
+    /// Throws   KSUP::KError when there is no record
+    KSUP::KString GetInstalledProductPath() const;
+    /// The path that is proposed for a first install, macros expanded.
+    KSUP::KString GetDefaultProductPath() const;
+    KSUP::KString ExpandMacros(const KSUP::KString& text) const;
+    /// The script; a copy with an enumeration of its own.
+    KSUP::KProfile GetInstallProfile() const;
+    KSUP::KLog& GetLog() noexcept;
+
+    /// What the worker thread runs in the install modes: all rules, then the record. Not to be called
+    /// by others.
+    void InstallThread();
+
+  private:
+    KSUP::KString LogName() const;
+    void OpenScript(const KSUP::KString& scriptPath);
+    void AdoptInstalledProduct();
+    void WaitForEnd();
+
+    MODE mode = ModeNone;
+    KSUP::KProfile installProfile;
+    KSUP::KLog log;
+    KInstallRuleManager ruleManager;
+    KInstallPathManager pathManager;
+    KSUP::KThread workerThread; // last: it is joined while everything it uses lives
+};
+
+} // namespace KINS
+
+/// Loads the engine's messages, catalogue 44 with the base name "xxxins". Returns 0 or a status.
+INS_EXPORT unsigned PrvInsLoadMessage() noexcept;
+/// Takes back one load.
+INS_EXPORT void PrvInsUnloadMessage() noexcept;
