@@ -12,7 +12,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 target_compile_options(inspp_compiler INTERFACE
   -Wall -Wextra -Wpedantic -Werror
   -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wcast-align -Wcast-qual
-  -Woverloaded-virtual -Wnon-virtual-dtor -Wnull-dereference -Wformat=2 -Wundef
+  -Woverloaded-virtual -Wnon-virtual-dtor -Wformat=2 -Wundef
   -Wextra-semi -Wunused -Wimplicit-fallthrough
   # Paths in binaries are relative to the project: error texts and debug data name no machine.
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
@@ -25,9 +25,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
 else()
   target_compile_options(inspp_compiler INTERFACE -Wduplicated-cond -Wlogical-op)
   if(CMAKE_BUILD_TYPE STREQUAL "Release" OR INSPP_SANITIZE)
-    # g++ 12 sees null pointers that cannot be in inlined or instrumented library code.
+    # g++ 12 sees dangers that cannot be in library code that it inlines or instruments.
     target_compile_options(inspp_compiler INTERFACE
-      -Wno-null-dereference -Wno-maybe-uninitialized -Wno-restrict)
+      -Wno-maybe-uninitialized -Wno-restrict)
   endif()
 endif()
 

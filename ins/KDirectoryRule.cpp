@@ -63,7 +63,7 @@ void KDirectoryRule::Delete() {
         manager->SetCurrentRuleStatus("Deleting file " + entry);
         try {
             KSUP::KFileBase::DeleteFile(entry);
-        } catch (const KSUP::KError&) { // NOLINT(bugprone-empty-catch)
+        } catch (const KSUP::KError&) {
             // One entry that resists does not keep the others.
         }
     }

@@ -5,9 +5,10 @@
 
 namespace KINS {
 
-/// `directory=operation,path`: "create" makes a directory with its parents, "delete" removes the files
-/// in it and then the directory, if it is empty by then. Case does not matter. It forgives: neither a
-/// failed operation nor an unknown one stops the run. The whole line is expanded by the constructor.
+/// `directory=operation,path`: "create" makes a directory with its parents, "delete" removes the
+/// files in it and then the directory, if it is empty by then. Case does not matter. It forgives:
+/// neither a failed operation nor an unknown one stops the run. The whole line is expanded by the
+/// constructor.
 class INS_EXPORT KDirectoryRule : public KInstallRule {
   public:
     KDirectoryRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);

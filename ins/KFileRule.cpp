@@ -102,7 +102,7 @@ void KFileRule::CopyFile(const KString& source, const KString& target) {
     if (manager->IsCancelled()) {
         try {
             KFileBase::DeleteFile(target);
-        } catch (const KSUP::KError&) { // NOLINT(bugprone-empty-catch)
+        } catch (const KSUP::KError&) {
             // The cancellation is what the caller has to hear of, and the manager tells it.
         }
     }

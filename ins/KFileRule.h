@@ -7,9 +7,9 @@
 namespace KINS {
 
 /// `file=operation,fileName,sourceDirectory[,targetDirectory[,targetName]]`: copies or deletes one
-/// file or those that a wildcard matches, or makes a symbolic link. The operation ("copy", "delete",
-/// "symlink") is exact; any other does nothing, which is meant. Macros are expanded in the fields
-/// behind it, once, while the script loads.
+/// file or those that a wildcard matches, or makes a symbolic link. The operation ("copy",
+/// "delete", "symlink") is exact; any other does nothing, which is meant. Macros are expanded in
+/// the fields behind it, once, while the script loads.
 ///
 /// Thread   as KInstallRuleBase; a copy reports its progress and asks for cancellation every 64 KiB
 class INS_EXPORT KFileRule : public KInstallRule {

@@ -47,7 +47,8 @@ class INS_EXPORT KInstallRuleBase : public KSUP::KBase {
     /// Whether the rule counts towards the progress totals; true here.
     virtual bool ShouldCount() const;
 
-    /// Reads the fields of the line; empty ones have vanished (KString::SectionVector). Nothing here.
+    /// Reads the fields of the line; empty ones have vanished (KString::SectionVector). Nothing
+    /// here.
     ///
     /// Throws   KSUP::KError for a line that cannot be
     virtual void ParseRule(const std::vector<KSUP::KString>& fields);

@@ -26,12 +26,12 @@ inline constexpr double noPercentage = 4294967295.0;
 /// Turns sections of the install script into rules, runs them in order, keeps the progress, the
 /// status text and a value for each class of rules.
 ///
-/// The installer owns it; it owns its rules and borrows the installer and its log. Load, ExecuteRules,
-/// Clear, in that order.
+/// The installer owns it; it owns its rules and borrows the installer and its log. Load,
+/// ExecuteRules, Clear, in that order.
 ///
 /// Thread   any, save where a function says otherwise. One recursive lock guards everything; it is
-///          held during the status callback and released during each rule's Execute, so a getter waits
-///          for one step of bookkeeping and never for a rule
+///          held during the status callback and released during each rule's Execute, so a getter
+///          waits for one step of bookkeeping and never for a rule
 class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
   public:
     /// Throws   KSUP::KError when no lock can be made
@@ -52,16 +52,16 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     ///          cannot be (what came before it stays)
     virtual void LoadCommandLineRules();
 
-    /// Makes a rule of `type` ("file", "directory", "section", "process", "service", "profile", exactly
-    /// so) from `line` and adds it.
+    /// Makes a rule of `type` ("file", "directory", "section", "process", "service", "profile",
+    /// exactly so) from `line` and adds it.
     ///
     /// Throws   KSUP::KError 7000 for an unknown type; what AddRule(rule) throws
     virtual void AddRule(const KSUP::KString& type, const KSUP::KString& line);
 
     /// Runs all rules, each with the lock released. Called on the worker thread.
     ///
-    /// Throws   KSUP::KError 66 when the run is cancelled before a rule or behind the last one; what a
-    ///          rule throws, unchanged. Nothing is undone
+    /// Throws   KSUP::KError 66 when the run is cancelled before a rule or behind the last one;
+    ///          what a rule throws, unchanged. Nothing is undone
     virtual void ExecuteRules();
 
     /// Calls the callback, then stores the text, with " (43%)" behind it if it has a percentage.
@@ -120,7 +120,7 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     KInstaller* installer; // owns this manager
     KSUP::KList<KInstallRule> rules SUP_GUARDED_BY(lock);
     mutable std::map<KSUP::KString, KSUP::KVariant> ruleStates SUP_GUARDED_BY(lock);
-    StatusCallback callback; // fixed before the run starts
+    StatusCallback callback;   // fixed before the run starts
     mutable KSUP::KMutex lock; // recursive
 };
 

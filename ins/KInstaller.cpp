@@ -7,8 +7,9 @@
 #include <sup++/SvcDispatch.h>
 #include <sup++/SvcFile.h>
 
-#include <unistd.h>
 #include <utility>
+
+#include <unistd.h>
 
 using KSUP::KLogPrefix;
 using KSUP::KLogTypes;

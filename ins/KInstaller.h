@@ -14,7 +14,8 @@
 
 namespace KINS {
 
-/// What a run does. Values 4 and 5 are install modes for callers of Start; the engine treats them as 1.
+/// What a run does. Values 4 and 5 are install modes for callers of Start; the engine treats them
+/// as 1.
 enum MODE : std::uint32_t {
     ModeNone = 0,
     ModeInstall = 1,
@@ -29,10 +30,11 @@ enum MODE : std::uint32_t {
 ///
 /// Owns the script, the setup log, both managers and the worker thread. Its destructor requests no
 /// stop of its own: stop the run and poll until it has ended; a run that is still alive is then
-/// requested to stop and waited for by the thread object, while everything that it uses still lives.
+/// requested to stop and waited for by the thread object, while everything that it uses still
+/// lives.
 ///
-/// Thread   all calls come from one thread, save the getters and Stop, which any thread may call at any
-///          time; the callback runs on the worker thread
+/// Thread   all calls come from one thread, save the getters and Stop, which any thread may call at
+///          any time; the callback runs on the worker thread
 ///
 ///     KINS::KInstaller installer;
 ///     installer.SetCallback(show);
@@ -56,18 +58,19 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     ///          messages, errno for a log or script that cannot be opened
     void Initialize(const KSUP::KString& scriptPath);
 
-    /// Loads the script's section for the mode and starts the worker thread. An empty path means the
-    /// default product path, as the script holds it.
+    /// Loads the script's section for the mode and starts the worker thread. An empty path means
+    /// the default product path, as the script holds it.
     ///
-    /// Throws   KSUP::KError 36 for a mode that is none (GetMode then tells it); what loading throws.
-    ///          No thread runs then
+    /// Throws   KSUP::KError 36 for a mode that is none (GetMode then tells it); what loading
+    ///          throws. No thread runs then
     void Start(const KSUP::KString& productPath, MODE runMode);
     /// Start in mode 1, or 2 when a product is installed. Throws KSUP::KError 36 for an empty path.
     void StartInstall(const KSUP::KString& productPath);
     /// Start in mode 3. Throws KSUP::KError 36 for an empty path.
     void StartUninstall(const KSUP::KString& productPath);
 
-    /// Installs over the installed product, or to the default path, and returns when the run is over.
+    /// Installs over the installed product, or to the default path, and returns when the run is
+    /// over.
     ///
     /// Throws   what ended the run
     void AutoInstall();
@@ -90,8 +93,8 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     /// Throws   what ended the run, each time it is asked
     bool IsComplete();
 
-    /// Asks the run to stop, also before Start; returns at once. It takes effect before the next rule,
-    /// and within 64 KiB of a copy.
+    /// Asks the run to stop, also before Start; returns at once. It takes effect before the next
+    /// rule, and within 64 KiB of a copy.
     void Stop();
 
     bool IsProductInstalled() const;
@@ -108,8 +111,8 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     KSUP::KProfile GetInstallProfile() const;
     KSUP::KLog& GetLog() noexcept;
 
-    /// What the worker thread runs in the install modes: all rules, then the record. Not to be called
-    /// by others.
+    /// What the worker thread runs in the install modes: all rules, then the record. Not to be
+    /// called by others.
     void InstallThread();
 
   private:

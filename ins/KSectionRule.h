@@ -6,8 +6,8 @@
 namespace KINS {
 
 /// `section=name`: includes another section of the script. The included rules are added while this
-/// one is, so they come before it; it does nothing itself and does not count. The whole line, expanded
-/// by the constructor, is the name.
+/// one is, so they come before it; it does nothing itself and does not count. The whole line,
+/// expanded by the constructor, is the name.
 ///
 /// A section that includes itself is not noticed: loading it recurses without end.
 class INS_EXPORT KSectionRule : public KInstallRule {

@@ -5,16 +5,16 @@
 
 namespace KINS {
 
-/// `service=action,name` or `service=install,name,displayName,program,arguments`: installs, removes,
-/// starts or stops a system service. Case of the action does not matter. Macros are expanded in the
-/// fields behind it while the script loads.
+/// `service=action,name` or `service=install,name,displayName,program,arguments`: installs,
+/// removes, starts or stops a system service. Case of the action does not matter. Macros are
+/// expanded in the fields behind it while the script loads.
 class INS_EXPORT KServiceRule : public KInstallRule {
   public:
     KServiceRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KServiceRule() override;
 
-    /// Throws   KSUP::KError 7000 for an unknown action, else with the status of the call that failed;
-    ///          a removal never throws
+    /// Throws   KSUP::KError 7000 for an unknown action, else with the status of the call that
+    ///          failed; a removal never throws
     void Execute() override;
     KSUP::KString Description() const override;
     /// Throws   KSUP::KError 7000 unless there are 2 or 5 fields

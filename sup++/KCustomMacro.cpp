@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KCustomMacro.h>
-
 #include <sup++/DataRecords.h>
+#include <sup++/KCustomMacro.h>
 #include <sup++/PathMap.h>
 
 #include <cstring>

@@ -14,10 +14,10 @@ namespace KSUP {
 /// macros may touch ("$pathTargetConfig$$iniFile$").
 ///
 /// A name is looked up in this set, then among the directories of the path map (KUtil::GetPathMap),
-/// the product data (`product`, `serviceName`, `iniFile`, `verInfo`, `buildNumber`, `os`, `arch`), and
-/// the custom keys (SvcSetCustomKey), all read at each expansion. Texts are expanded once, from left
-/// to right: values are not looked at again. An unknown name stays, dollars and all, and the search
-/// goes on at its second dollar.
+/// the product data (`product`, `serviceName`, `iniFile`, `verInfo`, `buildNumber`, `os`, `arch`),
+/// and the custom keys (SvcSetCustomKey), all read at each expansion. Texts are expanded once, from
+/// left to right: values are not looked at again. An unknown name stays, dollars and all, and the
+/// search goes on at its second dollar.
 ///
 /// Thread   the set is not to be changed while it expands
 class SUP_EXPORT KCustomMacro : public KBase {

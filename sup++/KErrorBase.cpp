@@ -41,9 +41,8 @@ KErrorBase::KErrorBase(
     const KDriver* driver
 )
     : KBase("KErrorBase", true),
-      contents(boost::make_shared<const Contents>(
-          Contents{level, code, subCode, line, file, function, driver, KVariant()}
-      )) {}
+      contents(boost::make_shared<const Contents>(Contents{
+          level, code, subCode, line, file, function, driver, KVariant()})) {}
 
 KErrorBase::~KErrorBase() = default;
 KErrorBase::KErrorBase(const KErrorBase&) noexcept = default;

@@ -6,14 +6,14 @@
 /// Codes that are not a system call's errno; docs/errors.md explains each to its reader.
 namespace KSUP::ErrorCode {
 
-inline constexpr unsigned relativeLink = 16;     ///< a link's target is not absolute
-inline constexpr unsigned invalidArgument = 36;  ///< a call's argument cannot be
-inline constexpr unsigned notFound = 64;         ///< no such value, or a link that cannot be read
-inline constexpr unsigned cancelled = 66;        ///< the run was stopped on request
-inline constexpr unsigned notSuperuser = 99;     ///< the caller is not root
-inline constexpr unsigned processFailed = 172;   ///< a process could not be started or stopped
+inline constexpr unsigned relativeLink = 16;      ///< a link's target is not absolute
+inline constexpr unsigned invalidArgument = 36;   ///< a call's argument cannot be
+inline constexpr unsigned notFound = 64;          ///< no such value, or a link that cannot be read
+inline constexpr unsigned cancelled = 66;         ///< the run was stopped on request
+inline constexpr unsigned notSuperuser = 99;      ///< the caller is not root
+inline constexpr unsigned processFailed = 172;    ///< a process could not be started or stopped
 inline constexpr unsigned numberConversion = 176; ///< a text is not a number
-inline constexpr unsigned malformedRule = 7000;  ///< a rule line that cannot be
+inline constexpr unsigned malformedRule = 7000;   ///< a rule line that cannot be
 
 } // namespace KSUP::ErrorCode
 

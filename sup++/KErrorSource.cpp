@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KErrorSource.h>
-
 #include <sup++/KError.h>
+#include <sup++/KErrorSource.h>
 
 #include <system_error>
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KFileBase.h>
-
 #include <sup++/KErrorSource.h>
+#include <sup++/KFileBase.h>
 #include <sup++/unx/lin/SysFile.h>
 
 #include <cerrno>
@@ -16,8 +15,12 @@ constexpr KErrorSource source{"sup++/KFileBase"};
 constexpr unsigned newFileMode = 0600; // until the file is whole and gets its own
 constexpr unsigned permissionBits = 07777;
 
-[[noreturn]] void
-RaiseOpening(unsigned status, const KString& path, unsigned line = __builtin_LINE(), const char* function = __builtin_FUNCTION()) {
+[[noreturn]] void RaiseOpening(
+    unsigned status,
+    const KString& path,
+    unsigned line = __builtin_LINE(),
+    const char* function = __builtin_FUNCTION()
+) {
     if (status == EINVAL) { // the system's own words would not help anybody
         source.Raise(TraceLevel::support, status, path + ": not a regular file", line, function);
     }

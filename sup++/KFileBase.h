@@ -7,8 +7,8 @@
 
 namespace KSUP {
 
-/// A regular file, open for reading or newly made. Anything else at the path (a directory, a FIFO, a
-/// device) is an error at once.
+/// A regular file, open for reading or newly made. Anything else at the path (a directory, a FIFO,
+/// a device) is an error at once.
 ///
 /// Where something is made or deleted, a symbolic link on the way is followed only where root alone
 /// could have laid it: in a directory that is root's and that nobody else may write. Any other is
@@ -30,7 +30,8 @@ class SUP_EXPORT KFileBase : public KBase {
     /// anew with its owner, never emptied: programs that run from it or have it mapped keep theirs.
     void Create(const KString& filePath);
 
-    /// Appends `byteCount` bytes of `from`, from `offset` on, to what was written to this file so far.
+    /// Appends `byteCount` bytes of `from`, from `offset` on, to what was written to this file so
+    /// far.
     ///
     /// Throws   also when the source ends before that (EIO); part of it may then be written
     void Copy(const KFileBase& from, const unsigned long long& offset, unsigned int byteCount);

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KFileEnum.h>
-
 #include <sup++/KErrorSource.h>
+#include <sup++/KFileEnum.h>
 #include <sup++/KUtil.h>
 #include <sup++/Txt.h>
 

@@ -12,8 +12,8 @@
 namespace KSUP {
 
 /// Lists what stands in one directory and matches a pattern: everything that is not a directory,
-/// hidden names and dangling links included, sorted by byte, as it was when the listing began. "*" is
-/// any number of characters, "?" is one; nothing else is special. A directory that is missing or
+/// hidden names and dangling links included, sorted by byte, as it was when the listing began. "*"
+/// is any number of characters, "?" is one; nothing else is special. A directory that is missing or
 /// cannot be read yields nothing.
 ///
 /// Both flags are reserved and must be false: KError 36 otherwise.

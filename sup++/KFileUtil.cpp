@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KFileUtil.h>
-
 #include <sup++/KErrorSource.h>
+#include <sup++/KFileUtil.h>
 #include <sup++/unx/lin/SysFile.h>
 
 #include <cerrno>

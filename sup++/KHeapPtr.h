@@ -29,7 +29,8 @@ class KHeapPtr {
 
     KHeapPtr(const KHeapPtr& other) : tag(other.tag) { Append(other.memory, other.used); }
     KHeapPtr(KHeapPtr&& other) noexcept
-        : memory(std::exchange(other.memory, nullptr)), used(std::exchange(other.used, 0)),
+        : memory(std::exchange(other.memory, nullptr)),
+          used(std::exchange(other.used, 0)),
           tag(other.tag) {}
     KHeapPtr& operator=(const KHeapPtr& other) {
         if (this != &other) {
@@ -75,8 +76,8 @@ class KHeapPtr {
 
     friend bool operator==(const KHeapPtr& left, const KHeapPtr& right) noexcept {
         return left.used == right.used &&
-               (left.used == 0 ||
-                std::memcmp(left.memory, right.memory, left.used * sizeof(T)) == 0);
+               (left.used == 0 || std::memcmp(left.memory, right.memory, left.used * sizeof(T)) == 0
+               );
     }
 
   private:

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KLogBase.h>
-
 #include <sup++/KErrorSource.h>
+#include <sup++/KLogBase.h>
 #include <sup++/KUtil.h>
 #include <sup++/unx/lin/SysFile.h>
 
@@ -29,8 +28,8 @@ std::uint64_t NextSerial() noexcept {
     return ++serials;
 }
 
-/// Appends the UTC time in milliseconds, as in 2026-01-31T23:59:59.123Z. The date is worked out once a
-/// second and thread; entries come in thousands.
+/// Appends the UTC time in milliseconds, as in 2026-01-31T23:59:59.123Z. The date is worked out
+/// once a second and thread; entries come in thousands.
 void AppendTime(std::string& line) {
     struct Second {
         std::time_t value = -1;
@@ -54,8 +53,7 @@ void AppendTime(std::string& line) {
 
 std::string Digits(unsigned long long number, int base) {
     std::array<char, 24> digits{};
-    const auto result =
-        std::to_chars(digits.data(), digits.data() + digits.size(), number, base);
+    const auto result = std::to_chars(digits.data(), digits.data() + digits.size(), number, base);
     return {digits.data(), result.ptr};
 }
 
@@ -245,8 +243,8 @@ KLogBase& KLogBase::operator<<(const unsigned short* text) {
     }
     // Half of a surrogate pair has no UTF-8; it becomes the replacement character.
     for (std::size_t i = 0; i < wide.size(); ++i) {
-        const bool isPair = i + 1 < wide.size() && (wide[i] & 0xFC00) == 0xD800 &&
-                            (wide[i + 1] & 0xFC00) == 0xDC00;
+        const bool isPair =
+            i + 1 < wide.size() && (wide[i] & 0xFC00) == 0xD800 && (wide[i + 1] & 0xFC00) == 0xDC00;
         if (isPair) {
             ++i;
         } else if ((wide[i] & 0xF800) == 0xD800) {

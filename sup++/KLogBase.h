@@ -17,15 +17,15 @@
 namespace KSUP {
 
 /// A log of one-line entries. An entry is a chain of pieces: a prefix opens it, texts and numbers
-/// follow, EndEntry writes it, with a tab and the UTC time in milliseconds, in one write(2). So lines
-/// of several threads never mix, and a killed program loses none that was ended.
+/// follow, EndEntry writes it, with a tab and the UTC time in milliseconds, in one write(2). So
+/// lines of several threads never mix, and a killed program loses none that was ended.
 ///
 /// What stands in a piece stays: control characters become blanks, so that a text with a newline
 /// cannot pretend to be an entry. A prefix discards an unfinished entry of the same thread. While
 /// the log is not open, entries are swallowed.
 ///
-/// Thread   any number may write at once, each its own entries; Open and Close are not to run beside
-///          writers
+/// Thread   any number may write at once, each its own entries; Open and Close are not to run
+///          beside writers
 ///
 ///     log << KLogPrefix(name) << "Adding rule -> " << text << KLogTypes::EndEntry;
 class SUP_EXPORT KLogBase : public KBase {
@@ -68,8 +68,8 @@ class SUP_EXPORT KLogBase : public KBase {
         }
     }
 
-    /// Opens the log at the end of `path`; a missing file is made with mode 0640. A symbolic link at
-    /// `path` is refused. A log that is open is closed first.
+    /// Opens the log at the end of `path`; a missing file is made with mode 0640. A symbolic link
+    /// at `path` is refused. A log that is open is closed first.
     ///
     /// Throws   KError with errno and the path; the log is then closed
     void Open(const KString& path);

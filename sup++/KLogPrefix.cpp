@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KLogPrefix.h>
-
 #include <sup++/SvcTrace.h>
 
 namespace KSUP {

@@ -7,8 +7,8 @@
 
 namespace KSUP {
 
-/// The text that opens a log entry: the writer's class name (KUtil::GetClassNameFromTypeInfo), or the
-/// word for a trace level.
+/// The text that opens a log entry: the writer's class name (KUtil::GetClassNameFromTypeInfo), or
+/// the word for a trace level.
 class SUP_EXPORT KLogPrefix {
   public:
     explicit KLogPrefix(const KString& name) : text(name) {}

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KMutex.h>
-
 #include <sup++/KErrorSource.h>
+#include <sup++/KMutex.h>
 
 namespace KSUP {
 

@@ -33,8 +33,8 @@ class SUP_CAPABILITY("mutex") SUP_EXPORT KMutex {
         SvcResourceLock* lock;
     };
 
-    /// Releases the lock completely, however often this thread holds it, until the end of the scope,
-    /// on every way out of it.
+    /// Releases the lock completely, however often this thread holds it, until the end of the
+    /// scope, on every way out of it.
     class SUP_EXPORT KRelease {
       public:
         explicit KRelease(const KMutex& mutex) noexcept;

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KProfile.h>
-
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
+#include <sup++/KProfile.h>
 #include <sup++/KProfileContent.h>
 #include <sup++/KUtil.h>
 #include <sup++/SvcCommandLine.h>
@@ -78,7 +77,9 @@ KProfile::KProfile(const KString& path) : KProfile() {
 }
 
 KProfile::KProfile(const KProfile& other) noexcept
-    : KBase(other), content(other.content), commandLineContext(other.commandLineContext) {}
+    : KBase(other),
+      content(other.content),
+      commandLineContext(other.commandLineContext) {}
 
 KProfile& KProfile::operator=(const KProfile& other) noexcept {
     content = other.content;
@@ -107,9 +108,8 @@ void KProfile::Create(const KString& path) {
     content = std::move(made);
 }
 
-KString KProfile::GetString(
-    const KString& section, const KString& key, const KString& defaultValue
-) const {
+KString
+KProfile::GetString(const KString& section, const KString& key, const KString& defaultValue) const {
     KString value;
     const bool found = content != nullptr && content->Find(Name(section), Name(key), value);
     return found ? value : defaultValue;

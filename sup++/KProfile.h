@@ -12,9 +12,9 @@ namespace KSUP {
 class KProfileContent;
 
 /// A file of sections with key and value lines: `[name]`, then `key=value`; a line that begins with
-/// ";" or "#" is a comment. docs/script.md tells the whole syntax. Comments, blank lines and the order
-/// of lines survive every change, and every change is in the file when the call returns, whole or
-/// not at all.
+/// ";" or "#" is a comment. docs/script.md tells the whole syntax. Comments, blank lines and the
+/// order of lines survive every change, and every change is in the file when the call returns,
+/// whole or not at all.
 ///
 /// A copy shares the content (and costs a pointer); each object has its own enumeration. A profile
 /// that never opened anything has no content.
@@ -53,8 +53,8 @@ class SUP_EXPORT KProfile : public KBase {
     /// happens but a trace message at level 24.
     ///
     /// Throws   KError 36 for a text that would not read back as it was (control characters, a key
-    ///          with "=" or that looks like a comment or a section); KError with errno when the file
-    ///          cannot be written: the file is then as it was
+    ///          with "=" or that looks like a comment or a section); KError with errno when the
+    ///          file cannot be written: the file is then as it was
     void PutString(const KString& section, const KString& key, const KString& value);
 
     /// PutString with the number's text. Defined for unsigned int.
@@ -63,8 +63,8 @@ class SUP_EXPORT KProfile : public KBase {
     template <class T>
     void PutNumber(const KString& section, const KString& key, T value, bool hex);
 
-    /// Removes the line on which the enumeration stands if it is one of `key`, else the first line of
-    /// `key`. A missing key is no error. The enumeration goes on with the next line.
+    /// Removes the line on which the enumeration stands if it is one of `key`, else the first line
+    /// of `key`. A missing key is no error. The enumeration goes on with the next line.
     ///
     /// Throws   KError with errno when the file cannot be written
     void DeleteKey(const KString& section, const KString& key);
@@ -86,9 +86,9 @@ class SUP_EXPORT KProfile : public KBase {
     template <class T>
     T GetNumber(const KString& section, const KString& key, T defaultValue) const;
 
-    /// Begins to walk the key lines of a section, in file order, duplicates included, also where the
-    /// section stands in several pieces. A `cursor` that is not null holds the position instead of
-    /// this object.
+    /// Begins to walk the key lines of a section, in file order, duplicates included, also where
+    /// the section stands in several pieces. A `cursor` that is not null holds the position instead
+    /// of this object.
     void BeginKeyEnum(const KString& section, unsigned* cursor) const;
     /// Steps to the next key line, false at the end.
     ///

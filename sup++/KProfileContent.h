@@ -12,8 +12,8 @@ namespace KSUP {
 
 /// What the copies of a profile share: the file's text and how it is written back.
 ///
-/// Thread   any; locks itself. Changes of several processes take turns by a lock on the directory, and
-///          each begins with what the file holds by then
+/// Thread   any; locks itself. Changes of several processes take turns by a lock on the directory,
+///          and each begins with what the file holds by then
 class KProfileContent {
   public:
     /// Reads the file. `mayBeMissing` makes a missing one empty content.
@@ -26,12 +26,11 @@ class KProfileContent {
     bool Find(std::string_view section, std::string_view key, KString& value);
     /// Returns 0 or errno; on a failure the text is as it was.
     unsigned Put(std::string_view section, std::string_view key, std::string_view value);
-    /// Removes the line at `position` (KProfileText::Next) if it is one of `key`, else the first line
-    /// of `key`. Returns 0 or errno, as above
+    /// Removes the line at `position` (KProfileText::Next) if it is one of `key`, else the first
+    /// line of `key`. Returns 0 or errno, as above
     unsigned Delete(std::string_view section, std::string_view key, unsigned position);
     /// As KProfileText::Next.
-    unsigned
-    Next(std::string_view section, unsigned position, KString& keyName, KString& keyValue);
+    unsigned Next(std::string_view section, unsigned position, KString& keyName, KString& keyValue);
 
     const KString& GetPath() const noexcept { return path; }
 

@@ -105,9 +105,8 @@ unsigned KProfileText::Next(std::string_view section, unsigned position) const {
     }
 }
 
-bool KProfileText::IsKeyAt(
-    unsigned position, std::string_view section, std::string_view key
-) const {
+bool KProfileText::IsKeyAt(unsigned position, std::string_view section, std::string_view key)
+    const {
     return position != 0 && position < lines.size() && lines[position].kind == Kind::Key &&
            blocks[lines[position].block].section == section && KeyAt(position) == key;
 }
@@ -182,11 +181,11 @@ void KProfileText::AddBlock(std::string_view section, std::uint32_t header) {
     }
 }
 
-/// Behind this line a key is added: blank lines and comments before the next section belong to that.
+/// Behind this line a key is added: blank lines and comments before the next section belong to
+/// that.
 std::uint32_t KProfileText::LastKeyOrHeader(std::uint32_t block) const {
     std::uint32_t place = blocks[block].header;
-    for (std::uint32_t index = lines[place].next;
-         index != 0 && lines[index].kind != Kind::Header;
+    for (std::uint32_t index = lines[place].next; index != 0 && lines[index].kind != Kind::Header;
          index = lines[index].next) {
         if (lines[index].kind != Kind::Other) {
             place = index;

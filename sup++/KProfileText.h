@@ -11,10 +11,10 @@
 
 namespace KSUP {
 
-/// The text of a profile, by lines. Reading keeps the file's bytes as they are and points into them, so
-/// that a script of a million lines costs one pass and a large file is not copied line by line;
-/// a line is split into key and value when somebody asks for it. Removed lines stay as marks and
-/// added ones are linked in, so that a position stays good whatever is changed.
+/// The text of a profile, by lines. Reading keeps the file's bytes as they are and points into
+/// them, so that a script of a million lines costs one pass and a large file is not copied line by
+/// line; a line is split into key and value when somebody asks for it. Removed lines stay as marks
+/// and added ones are linked in, so that a position stays good whatever is changed.
 ///
 /// Thread   nothing here locks
 class KProfileText {
@@ -54,7 +54,7 @@ class KProfileText {
     /// What stands between two section headers; the first begins the file and has no name.
     struct Block {
         std::string_view section;
-        std::uint32_t header; // index of the line before its first
+        std::uint32_t header;        // index of the line before its first
         std::uint32_t nextOfSection; // 0 is none
     };
 

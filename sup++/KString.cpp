@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KString.h>
-
 #include <sup++/KErrorSource.h>
+#include <sup++/KString.h>
 #include <sup++/SvcMemory.h>
 #include <sup++/Txt.h>
 
@@ -58,11 +57,13 @@ KString::KString(std::string&& bytes) : text(std::move(bytes)) {
 KString::~KString() = default;
 
 KString::KString(const KString& other)
-    : text(other.text), wideCopy(other.wideCopy),
+    : text(other.text),
+      wideCopy(other.wideCopy),
       characterCount(other.characterCount.load(std::memory_order_relaxed)) {}
 
 KString::KString(KString&& other) noexcept
-    : text(std::move(other.text)), wideCopy(std::move(other.wideCopy)),
+    : text(std::move(other.text)),
+      wideCopy(std::move(other.wideCopy)),
       characterCount(other.characterCount.load(std::memory_order_relaxed)) {
     other.text.clear();
     other.DropCaches();
@@ -246,8 +247,7 @@ unsigned KString::ConvertCharacterOffsetToByteOffset(unsigned index) const noexc
     return *at == '\0' ? npos : static_cast<unsigned>(at - text.c_str());
 }
 
-unsigned
-KString::ConvertCharacterPointerToCharacterOffset(const char* character) const noexcept {
+unsigned KString::ConvertCharacterPointerToCharacterOffset(const char* character) const noexcept {
     unsigned index = 0;
     const char* at = text.c_str();
     while (at < character && *at != '\0') {
@@ -265,8 +265,9 @@ void KString::DropCaches() noexcept {
 KString operator+(const KString& left, const KString& right) {
     std::string sum;
     sum.reserve(std::size_t{left.GetSize()} + right.GetSize());
-    return KString(std::move(sum.append(left.c_str(), left.GetSize())
-                                 .append(right.c_str(), right.GetSize())));
+    return KString(
+        std::move(sum.append(left.c_str(), left.GetSize()).append(right.c_str(), right.GetSize()))
+    );
 }
 
 KString operator+(const KString& left, const char* right) {

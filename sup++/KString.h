@@ -73,9 +73,9 @@ class SUP_EXPORT KString {
     unsigned GetCount() const noexcept;
     bool IsEmpty() const noexcept { return text.empty(); }
 
-    /// The non-empty fields between separators, blanks and all. There is no quoting and no escape: a
-    /// separator is never part of a field, and an empty field vanishes, so that the fields behind it
-    /// move up. That is what rule lines are written for.
+    /// The non-empty fields between separators, blanks and all. There is no quoting and no escape:
+    /// a separator is never part of a field, and an empty field vanishes, so that the fields behind
+    /// it move up. That is what rule lines are written for.
     std::vector<KString> SectionVector(char separator, bool caseSensitive) const;
 
     /// The text before and behind the first separator, or the whole and an empty text. With

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KThread.h>
-
 #include <sup++/DispatchEvent.h>
 #include <sup++/KErrorSource.h>
+#include <sup++/KThread.h>
 #include <sup++/Txt.h>
 
 #include <boost/make_shared.hpp>
@@ -29,7 +28,8 @@ constexpr std::size_t systemNameBytes = 15; // pthread_setname_np(3)
 /// As much of the name as the system takes, cut between characters.
 std::string SystemName(const KString& name) {
     const char* end = name.c_str();
-    while (*end != '\0' && static_cast<std::size_t>(Txtnext(end) - name.c_str()) <= systemNameBytes) {
+    while (*end != '\0' && static_cast<std::size_t>(Txtnext(end) - name.c_str()) <= systemNameBytes
+    ) {
         end = Txtnext(end);
     }
     return {name.c_str(), end};
@@ -106,7 +106,9 @@ struct KThread::State {
 };
 
 KThread::KThread(const KString& threadName)
-    : KBase("KThread", true), name(threadName), state(boost::make_shared<State>()) {
+    : KBase("KThread", true),
+      name(threadName),
+      state(boost::make_shared<State>()) {
     state->systemName = SystemName(name);
 }
 
@@ -118,7 +120,9 @@ KThread::~KThread() {
 
 void KThread::Start(boost::function<void()> body) {
     if (state->active.load(std::memory_order_acquire)) {
-        source.Raise(TraceLevel::support, ErrorCode::invalidArgument, name + ": is running already");
+        source.Raise(
+            TraceLevel::support, ErrorCode::invalidArgument, name + ": is running already"
+        );
     }
     Join(); // of a former run that has ended
     state->body = std::move(body);

@@ -36,8 +36,8 @@ class SUP_EXPORT KThread : public KBase {
     /// Throws   KError with errno when there is no thread to be had, KError 36 when one is active
     void Start(boost::function<void()> body);
 
-    /// Requests the end; with `wait` returns when the function has returned. On the thread itself it
-    /// never waits.
+    /// Requests the end; with `wait` returns when the function has returned. On the thread itself
+    /// it never waits.
     virtual void Stop(bool wait);
     /// Stop(true).
     void Stop() { Stop(true); }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KTraceLogger.h>
-
 #include <sup++/KErrorSource.h>
+#include <sup++/KTraceLogger.h>
 #include <sup++/SvcTrace.h>
 #include <sup++/unx/lin/KDescriptor.h>
 #include <sup++/unx/lin/SysFile.h>

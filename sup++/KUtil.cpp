@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/KUtil.h>
-
 #include <sup++/KErrorSource.h>
+#include <sup++/KUtil.h>
 #include <sup++/PathMap.h>
 #include <sup++/Txt.h>
 
@@ -35,8 +34,8 @@ std::size_t SeparatorSize(const char* separator) noexcept {
 std::size_t BareSize(const KString& path, const char* separator) noexcept {
     const std::size_t step = SeparatorSize(separator);
     std::size_t size = path.GetSize();
-    while (step > 0 && size > step &&
-           std::memcmp(path.c_str() + size - step, separator, step) == 0) {
+    while (step > 0 && size > step && std::memcmp(path.c_str() + size - step, separator, step) == 0
+    ) {
         size -= step;
     }
     return size;
@@ -153,7 +152,9 @@ KString KUtil::NumberToString<unsigned int>(unsigned int value, bool hex) {
     const auto result =
         std::to_chars(digits.data(), digits.data() + digits.size(), value, hex ? 16 : 10);
     if (result.ec != std::errc()) {
-        source.Raise(TraceLevel::support, ErrorCode::numberConversion, {}, __builtin_LINE(), "NumberToString");
+        source.Raise(
+            TraceLevel::support, ErrorCode::numberConversion, {}, __builtin_LINE(), "NumberToString"
+        );
     }
     const std::string_view text(
         digits.data(), static_cast<std::size_t>(result.ptr - digits.data())
@@ -170,7 +171,9 @@ KString KUtil::NumberToString<double>(double value, bool hex) {
         digits.data(), digits.data() + digits.size(), value, std::chars_format::general, 6
     );
     if (result.ec != std::errc()) {
-        source.Raise(TraceLevel::support, ErrorCode::numberConversion, {}, __builtin_LINE(), "NumberToString");
+        source.Raise(
+            TraceLevel::support, ErrorCode::numberConversion, {}, __builtin_LINE(), "NumberToString"
+        );
     }
     const std::string_view text(
         digits.data(), static_cast<std::size_t>(result.ptr - digits.data())
@@ -186,7 +189,13 @@ unsigned int KUtil::StringToNumber<unsigned int>(const KString& text, bool hex) 
     unsigned int value = 0;
     stream >> (prefixed || hex ? std::hex : std::dec) >> value;
     if (stream.fail()) {
-        source.Raise(TraceLevel::support, ErrorCode::numberConversion, text, __builtin_LINE(), "StringToNumber");
+        source.Raise(
+            TraceLevel::support,
+            ErrorCode::numberConversion,
+            text,
+            __builtin_LINE(),
+            "StringToNumber"
+        );
     }
     return value;
 }

@@ -21,7 +21,8 @@ class SUP_EXPORT KUtil {
     static KString RemovePathSep(const KString& path, const char* separator);
     /// What stands behind the last `separator`; the whole path where there is none.
     static KString GetFileFromPath(const KString& path, const char* separator);
-    /// `path` without its last component: "/opt/p/lin" gives "/opt/p", "/a" gives "/", "a" gives "".
+    /// `path` without its last component: "/opt/p/lin" gives "/opt/p", "/a" gives "/", "a" gives
+    /// "".
     static KString RemoveFileFromPath(const KString& path, const char* separator);
 
     /// The process-wide table of well-known directories. Entry 2, the source root, begins as the

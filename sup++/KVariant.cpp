@@ -16,7 +16,8 @@ KHeapPtr<unsigned char> CopyText(const char* text, std::size_t bytesWithNul) {
 KVariant::KVariant() noexcept : value(heapTag), type(Type::Empty) {}
 
 KVariant::KVariant(const KString& text)
-    : value(CopyText(text.c_str(), std::size_t{text.GetSize()} + 1)), type(Type::Text) {}
+    : value(CopyText(text.c_str(), std::size_t{text.GetSize()} + 1)),
+      type(Type::Text) {}
 
 KVariant::KVariant(const char* text) : KVariant(KString(text)) {}
 

@@ -16,8 +16,8 @@ class SUP_EXPORT KVariant {
     enum class Type : std::uint32_t { Empty = 0, Text = 4 };
 
     KVariant() noexcept;
-    KVariant(const KString& text);  // NOLINT: texts convert
-    KVariant(const char* text);     // NOLINT: texts convert
+    KVariant(const KString& text); // NOLINT: texts convert
+    KVariant(const char* text);    // NOLINT: texts convert
     ~KVariant();
     KVariant(const KVariant&);
     KVariant(KVariant&&) noexcept;

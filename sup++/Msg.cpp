@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/Msg.h>
-
 #include <sup++/KErrorCode.h>
+#include <sup++/Msg.h>
 #include <sup++/SvcTrace.h>
 
 #include <cerrno>

@@ -14,7 +14,7 @@ using ::TRACE_MESSAGE;
 } // namespace KSUP
 
 /// Formats as printf does, without a limit on the length, and hands the text to the process-wide
-/// logger (SvcGetGlobalLogger) and to the trace hook. It never throws, never changes errno and never
-/// writes to a setup log.
+/// logger (SvcGetGlobalLogger) and to the trace hook. It never throws, never changes errno and
+/// never writes to a setup log.
 SUP_EXPORT void Msg(TRACE_MESSAGE level, const char* format, ...) noexcept
     __attribute__((format(printf, 2, 3)));

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/PathMap.h>
-
 #include <sup++/unx/lin/SysProcess.h>
 
 #include <algorithm>

@@ -14,8 +14,8 @@ namespace KSUP::PathMap {
 KString Get(unsigned id);
 void Set(unsigned id, const KString& path);
 
-/// Appends the entry whose macro has this name. False when there is no such name or the entry is not
-/// set: the macro is then unknown.
+/// Appends the entry whose macro has this name. False when there is no such name or the entry is
+/// not set: the macro is then unknown.
 bool AppendByMacro(std::string_view name, std::string& target);
 
 } // namespace KSUP::PathMap

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/SvcCommandLine.h>
-
 #include <sup++/DataRecords.h>
 #include <sup++/KErrorCode.h>
+#include <sup++/SvcCommandLine.h>
 #include <sup++/SvcData.h>
 #include <sup++/unx/lin/SysProcess.h>
 
@@ -126,7 +125,8 @@ unsigned NextValue(
 void KSUP::DataRecords::SaveOwnCommandLine() noexcept {
     try {
         std::call_once(savedOnce, [] { Save(Sys::ProgramArguments()); });
-    } catch (...) { // NOLINT: without memory there is no saved command line, which callers allow for
+    } catch (...
+    ) { // NOLINT: without memory there is no saved command line, which callers allow for
     }
 }
 

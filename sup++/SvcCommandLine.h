@@ -18,9 +18,9 @@ SvcSetCommandLine(unsigned argc, const char* const* argv) noexcept;
 /// Copies the next value of an option into `buffer`.
 ///
 /// Units    `size` counts bytes with the terminating NUL
-/// Returns  0 with the value; 64 when there are no more, or no command line; 36 for an option without
-///          value, a value that does not fit (never cut), and a null argument. The cursor, which
-///          starts at 0, then stands behind what was met
+/// Returns  0 with the value; 64 when there are no more, or no command line; 36 for an option
+///          without value, a value that does not fit (never cut), and a null argument. The cursor,
+///          which starts at 0, then stands behind what was met
 /// Lifetime `commandLine` is a text as the global data record holds it
 [[nodiscard]] SUP_EXPORT unsigned SvcEnumerateStringFromCommandLine(
     unsigned flags,

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/SvcData.h>
-
 #include <sup++/DataRecords.h>
 #include <sup++/KError.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KProfile.h>
 #include <sup++/KUtil.h>
+#include <sup++/SvcData.h>
 #include <sup++/unx/lin/SysProcess.h>
 
 #include <cerrno>

@@ -12,11 +12,12 @@
 
 /// The global data record. The offsets of the two names are part of the binary interface.
 struct SvcGlobalData {
-    /// The saved command line, each argument quoted so that it reads back exactly; null without one.
+    /// The saved command line, each argument quoted so that it reads back exactly; null without
+    /// one.
     const char* commandLine;
     unsigned char reserved[672 - sizeof(const char*)];
-    char os[4];             ///< "lin"
-    char architecture[28];  ///< "x86", "x86_64"; the system's own name for any other
+    char os[4];            ///< "lin"
+    char architecture[28]; ///< "x86", "x86_64"; the system's own name for any other
 };
 static_assert(offsetof(SvcGlobalData, os) == 672);
 static_assert(offsetof(SvcGlobalData, architecture) == 676);
@@ -68,8 +69,8 @@ inline const char* SvcGetProductText(std::uint32_t pointer) noexcept {
 
 /// Copies the value into `buffer` of `size` bytes.
 ///
-/// Returns  0, 64 when the key is not set, 36 for an argument that cannot be or a buffer that is too
-///          small (it is then unchanged)
+/// Returns  0, 64 when the key is not set, 36 for an argument that cannot be or a buffer that is
+///          too small (it is then unchanged)
 /// Thread   any
 [[nodiscard]] SUP_EXPORT unsigned SvcGetCustomKey(
     unsigned reserved, unsigned alsoReserved, const char* name, unsigned size, char* buffer

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/SvcDispatch.h>
-
 #include <sup++/DispatchEvent.h>
+#include <sup++/SvcDispatch.h>
 
 #include <chrono>
 #include <condition_variable>

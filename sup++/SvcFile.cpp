@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/SvcFile.h>
-
 #include <sup++/KErrorCode.h>
+#include <sup++/SvcFile.h>
 #include <sup++/unx/lin/SysFile.h>
 #include <sup++/unx/lin/SysWriteTracking.h>
 

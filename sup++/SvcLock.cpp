@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/SvcLock.h>
-
 #include <sup++/KErrorCode.h>
+#include <sup++/SvcLock.h>
 
 #include <atomic>
 #include <cerrno>
@@ -32,8 +31,8 @@ struct Waiter {
 } // namespace
 
 /// Free and taken by one compare-and-swap. Who finds it held joins a queue, and whoever releases it
-/// while the queue is not empty hands it to the longest waiter: it is never free in between, so that
-/// nobody overtakes.
+/// while the queue is not empty hands it to the longest waiter: it is never free in between, so
+/// that nobody overtakes.
 struct SvcResourceLock {
     explicit SvcResourceLock(const char* lockName) noexcept : name(lockName) {}
 
@@ -57,7 +56,8 @@ void SvcResourceLock::Take() noexcept {
         return;
     }
     std::unique_lock hold(guard);
-    // Under the guard the state only leaves HeldWithWaiters through Give, which needs the guard too.
+    // Under the guard the state only leaves HeldWithWaiters through Give, which needs the guard
+    // too.
     while (true) {
         expected = Free;
         if (state.compare_exchange_strong(expected, Held, std::memory_order_acquire)) {

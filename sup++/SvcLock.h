@@ -2,8 +2,8 @@
 #pragma once
 
 /// \file
-/// Recursive locks that hand over in the order of waiting: who releases and takes again without pause
-/// waits behind those who came meanwhile. Taking one that is free costs no system call.
+/// Recursive locks that hand over in the order of waiting: who releases and takes again without
+/// pause waits behind those who came meanwhile. Taking one that is free costs no system call.
 ///
 /// All statuses: 0, or 36 for a null lock, or EPERM for a caller that does not hold it.
 
@@ -30,8 +30,7 @@ SUP_EXPORT unsigned SvcUnlockResourceEx(SvcResourceLock* lock) noexcept;
 /// Brings this thread's hold count to `count`, taking or releasing the lock as needed, and puts the
 /// former count into `*previous` (which may be null). Both names are the same operation: release
 /// with a count of 0 and later return to the count that stood before.
-SUP_EXPORT unsigned SvcFastForwardResourceLockEx(
-    SvcResourceLock* lock, unsigned count, unsigned* previous
-) noexcept;
+SUP_EXPORT unsigned
+SvcFastForwardResourceLockEx(SvcResourceLock* lock, unsigned count, unsigned* previous) noexcept;
 SUP_EXPORT unsigned
 SvcReWindResourceLockEx(SvcResourceLock* lock, unsigned count, unsigned* previous) noexcept;

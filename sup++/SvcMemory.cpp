@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/SvcMemory.h>
-
 #include <sup++/KErrorCode.h>
+#include <sup++/SvcMemory.h>
 
 #include <cerrno>
 #include <cstdlib>

@@ -2,15 +2,15 @@
 #pragma once
 
 /// \file
-/// The library's heap. Blocks know their size and carry a tag that tells whose they are; one that is
-/// got here is freed here, from whichever library or thread.
+/// The library's heap. Blocks know their size and carry a tag that tells whose they are; one that
+/// is got here is freed here, from whichever library or thread.
 
 #include <sup++/Export.h>
 
 #include <cstddef>
 
-/// Makes `*memory` at least `bytes` long, keeping its contents; a null `*memory` becomes a new block.
-/// It never shrinks.
+/// Makes `*memory` at least `bytes` long, keeping its contents; a null `*memory` becomes a new
+/// block. It never shrinks.
 ///
 /// Units    `bytes` counts bytes, aligned for any type
 /// Returns  0, ENOMEM (the old block stays) or 36 for a null `memory`

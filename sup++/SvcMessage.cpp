@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/SvcMessage.h>
-
 #include <sup++/KErrorCode.h>
+#include <sup++/SvcMessage.h>
 
 #include <cerrno>
 #include <map>

@@ -24,8 +24,7 @@ SvcSetBuiltInMessages(unsigned catalogue, const SvcBuiltInMessage* messages) noe
 ///
 /// Returns  0, or 36 for an argument that cannot be
 /// Thread   any
-[[nodiscard]] SUP_EXPORT unsigned
-SvcLoadMessage(unsigned catalogue, const char* baseName) noexcept;
+[[nodiscard]] SUP_EXPORT unsigned SvcLoadMessage(unsigned catalogue, const char* baseName) noexcept;
 
 /// Takes back one load; harmless for a catalogue that is not loaded. Texts stay readable.
 SUP_EXPORT unsigned SvcUnloadMessage(unsigned catalogue) noexcept;

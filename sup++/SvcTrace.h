@@ -14,11 +14,11 @@ typedef void (*SvcTraceHook)(void* context, TRACE_MESSAGE level, const char* tex
 /// Lets a program or a test see every message besides the logger; null ends that. One hook at a
 /// time, the last one set.
 ///
-/// Returns  0. When it returns, the former hook is not running and will not run again (save where it
-///          is called from that very hook)
+/// Returns  0. When it returns, the former hook is not running and will not run again (save where
+///          it is called from that very hook)
 /// Thread   any. The hook runs on the thread that says the message, one message at a time, under
-///          a recursive lock: it may say messages itself, and must not wait for another thread that does
-///          so. What it throws is dropped
+///          a recursive lock: it may say messages itself, and must not wait for another thread that
+///          does so. What it throws is dropped
 SUP_EXPORT unsigned SvcSetTraceHook(SvcTraceHook hook, void* context) noexcept;
 
 /// The process-wide logger; never null, lives as long as the process.

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/Txt.h>
-
 #include <sup++/SvcMemory.h>
+#include <sup++/Txt.h>
 
 #include <utf8/checked.h>
 

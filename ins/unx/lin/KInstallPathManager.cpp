@@ -10,6 +10,7 @@
 
 #include <string>
 #include <system_error>
+
 #include <unistd.h>
 
 using KSUP::KProfile;
@@ -81,7 +82,7 @@ KProfile OpenRecord(const KString& productPath) {
             KUtil::AppendPathSep(productPath, "/") + KUtil::AppendPathSep("config", "/") +
             SvcGetProductText(SvcGetOEMDataEx()->iniFile)
         );
-    } catch (const KSUP::KError&) { // NOLINT(bugprone-empty-catch): said by the one who raised it
+    } catch (const KSUP::KError&) { // said by the one who raised it
     }
     return record;
 }

@@ -6,8 +6,9 @@
 namespace KINS {
 
 /// The path manager for Linux. The installed-product record is a symbolic link,
-/// /etc/SERVICE/SERVICE, whose absolute target lies three levels below the product path, and section
-/// [installControl] of the product's configuration file, config/INIFILE below the product path.
+/// /etc/SERVICE/SERVICE, whose absolute target lies three levels below the product path, and
+/// section [installControl] of the product's configuration file, config/INIFILE below the product
+/// path.
 class INS_EXPORT KInstallPathManager : public KInstallPathManagerBase {
   public:
     explicit KInstallPathManager(KInstaller* installer);
@@ -29,9 +30,8 @@ class INS_EXPORT KInstallPathManager : public KInstallPathManagerBase {
     ///
     /// Throws   KSUP::KError 64 and 16 as above, 36 without a record file, errno when the disk
     ///          fails; the record is then as it was, or holds the version only
-    void PutInstalledProductInformation(
-        const KSUP::KString& version, unsigned int buildNumber
-    ) const override;
+    void PutInstalledProductInformation(const KSUP::KString& version, unsigned int buildNumber)
+        const override;
 
     /// The value of "defaultPath.$os$" in section [install], as it stands there, or
     /// "/usr/local/korvane/dps".

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/unx/lin/SysFile.h>
-
 #include <sup++/unx/lin/SysWriteTracking.h>
 
 #include <array>
@@ -31,15 +30,17 @@ auto Retry(Call call) noexcept {
 }
 
 unsigned OpenAt(const Place& place, int flags, unsigned mode, KDescriptor& file) noexcept {
-    file.Reset(Retry([&] { return ::openat(place.directory.Get(), place.name.c_str(), flags, mode); }
-    ));
+    file.Reset(Retry([&] {
+        return ::openat(place.directory.Get(), place.name.c_str(), flags, mode);
+    }));
     return file.IsOpen() ? 0 : LastError();
 }
 
 unsigned StatAt(const Place& place, struct stat& status) noexcept {
     const int directory = place.directory.Get();
-    return ::fstatat(directory, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 ? 0
-                                                                                      : LastError();
+    return ::fstatat(directory, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0
+               ? 0
+               : LastError();
 }
 
 unsigned KindError(const struct stat& status) noexcept {
@@ -102,7 +103,9 @@ unsigned AddModeBits(const Place& place, unsigned mode) noexcept {
     }
     // Added to what the kernel gave, so that an inherited set-group-id bit stays.
     const int result = ::fchmodat(
-        place.directory.Get(), place.name.c_str(), (status.st_mode & 07777) | mode,
+        place.directory.Get(),
+        place.name.c_str(),
+        (status.st_mode & 07777) | mode,
         AT_SYMLINK_NOFOLLOW
     );
     return result == 0 ? 0 : LastError();

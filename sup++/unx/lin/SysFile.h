@@ -2,8 +2,8 @@
 #pragma once
 
 /// \file
-/// System calls on files, thin: interrupted ones are repeated, short ones continued, descriptors close
-/// on exec. All return 0 or errno; those that walk a path may throw std::bad_alloc.
+/// System calls on files, thin: interrupted ones are repeated, short ones continued, descriptors
+/// close on exec. All return 0 or errno; those that walk a path may throw std::bad_alloc.
 
 #include <sup++/unx/lin/KDescriptor.h>
 #include <sup++/unx/lin/SysPath.h>
@@ -16,21 +16,21 @@
 namespace KSUP::Sys {
 
 /// Opens a regular file. EISDIR for a directory, EINVAL for anything else.
-[[nodiscard]] unsigned OpenRegular(const char* path, KDescriptor& file, struct stat& status) noexcept;
+[[nodiscard]] unsigned
+OpenRegular(const char* path, KDescriptor& file, struct stat& status) noexcept;
 
 /// Makes a file anew, unlinking a regular one that stands there and keeping its owner. EISDIR and
 /// EINVAL as above.
 [[nodiscard]] unsigned CreateAnew(const char* path, unsigned mode, KDescriptor& file);
 
-/// Opens a regular file at its end, making it with exactly `mode` where it is missing; a link at the
-/// path itself is never followed.
+/// Opens a regular file at its end, making it with exactly `mode` where it is missing; a link at
+/// the path itself is never followed.
 [[nodiscard]] unsigned OpenForAppend(const char* path, unsigned mode, KDescriptor& file);
 
 /// Appends `length` bytes of `from` to `to`. `byKernel` is cleared once copy_file_range(2) refuses.
 /// ENODATA when the source ends before that.
-[[nodiscard]] unsigned CopyRange(
-    int from, unsigned long long offset, int to, std::size_t length, bool& byKernel
-) noexcept;
+[[nodiscard]] unsigned
+CopyRange(int from, unsigned long long offset, int to, std::size_t length, bool& byKernel) noexcept;
 
 [[nodiscard]] unsigned WriteAll(int file, const char* bytes, std::size_t byteCount) noexcept;
 [[nodiscard]] unsigned ReadAll(int file, std::string& bytes);

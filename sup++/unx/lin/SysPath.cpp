@@ -179,10 +179,12 @@ unsigned FindPlace(const char* path, LastLink last, Place& place) {
     }
     const char* slash = std::strrchr(path, '/');
     const char* name = slash != nullptr ? slash + 1 : path;
-    const bool plainName = *name != '\0' && std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
+    const bool plainName =
+        *name != '\0' && std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
     if (last == LastLink::Keep && plainName) {
-        const std::string parent =
-            slash == nullptr ? "." : slash == path ? "/" : std::string(path, slash);
+        const std::string parent = slash == nullptr ? "."
+                                   : slash == path  ? "/"
+                                                    : std::string(path, slash);
         const unsigned status =
             OpenWithoutLinks(parent.c_str(), pathOnly | O_DIRECTORY, 0, place.directory);
         if (status != ELOOP) {

@@ -2,10 +2,10 @@
 #pragma once
 
 /// \file
-/// Finding a place in the file system by descriptor. As root one must not be led astray by a symbolic
-/// link that another user laid, neither one that is there nor one that appears between a check and an
-/// open. So a link is followed only out of a directory that is root's and that nobody else may write;
-/// any other ends the walk with ELOOP.
+/// Finding a place in the file system by descriptor. As root one must not be led astray by a
+/// symbolic link that another user laid, neither one that is there nor one that appears between a
+/// check and an open. So a link is followed only out of a directory that is root's and that nobody
+/// else may write; any other ends the walk with ELOOP.
 
 #include <sup++/unx/lin/KDescriptor.h>
 
@@ -21,8 +21,8 @@ struct Place {
 
 enum class LastLink { Keep, Follow };
 
-/// Walks to the directory that holds the last component of `path`; with Follow also on from a trusted
-/// link that stands there. A path that ends in a separator is that of a directory.
+/// Walks to the directory that holds the last component of `path`; with Follow also on from a
+/// trusted link that stands there. A path that ends in a separator is that of a directory.
 ///
 /// Returns  0 or errno
 /// Throws   std::bad_alloc

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/unx/lin/SysProcess.h>
-
 #include <sup++/unx/lin/SysFile.h>
+#include <sup++/unx/lin/SysProcess.h>
 
 #include <climits>
 #include <cstdint>

@@ -83,9 +83,8 @@ unsigned KProfileLock::Take(const char* path) {
 
 bool KProfileLock::IsStill(const FileIdentity& identity) const noexcept {
     struct stat status {};
-    const int found = ::fstatat(
-        place.directory.Get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW
-    );
+    const int found =
+        ::fstatat(place.directory.Get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
     return (found == 0 ? FileIdentity::Of(status) : FileIdentity()) == identity;
 }
 

@@ -35,9 +35,9 @@ class KProfileLock {
     /// Whether the file is still the one; a missing one is that of an identity that never was.
     [[nodiscard]] bool IsStill(const FileIdentity& identity) const noexcept;
 
-    /// Puts `bytes` in the file's place in one step: a new file with the owner and mode of the old one,
-    /// brought to the disk, renamed; `mode` is for a file that was missing. Where a directory does
-    /// not let files be renamed in it, the file itself is written over.
+    /// Puts `bytes` in the file's place in one step: a new file with the owner and mode of the old
+    /// one, brought to the disk, renamed; `mode` is for a file that was missing. Where a directory
+    /// does not let files be renamed in it, the file itself is written over.
     [[nodiscard]] unsigned Write(const std::string& bytes, unsigned mode, FileIdentity& identity);
 
   private:

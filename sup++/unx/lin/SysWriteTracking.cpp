@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/unx/lin/SysWriteTracking.h>
-
 #include <sup++/unx/lin/KDescriptor.h>
+#include <sup++/unx/lin/SysWriteTracking.h>
 
 #include <algorithm>
 #include <atomic>
@@ -61,11 +60,10 @@ void Note(Tracking& tracking, const std::string& directory) {
         }
         return;
     }
-    const bool known = std::any_of(
-        tracking.written.begin(),
-        tracking.written.end(),
-        [&](const FileSystem& one) { return one.device == status.st_dev; }
-    );
+    const bool known =
+        std::any_of(tracking.written.begin(), tracking.written.end(), [&](const FileSystem& one) {
+            return one.device == status.st_dev;
+        });
     if (!known) {
         tracking.written.push_back({status.st_dev, std::move(open)});
     }

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+/// What ins-setup answers its caller; those from 64 on are the ones of sysexits.h.
+namespace KSETUP::ExitCode {
+
+inline constexpr int done = 0;
+inline constexpr int ruleFailed = 1;
+inline constexpr int notInstalled = 3;
+inline constexpr int usage = 64;
+inline constexpr int malformedScript = 65; ///< also a record that cannot be trusted
+inline constexpr int noKit = 66;
+inline constexpr int internal = 70;
+inline constexpr int notRoot = 77;
+inline constexpr int signalBase = 128; ///< a cancelled run: plus the signal's number
+
+} // namespace KSETUP::ExitCode

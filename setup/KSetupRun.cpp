@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/KSetupLogTail.h>
+#include <setup/KSetupRun.h>
+#include <setup/ProductPath.h>
+#include <sup++/KErrorCode.h>
+#include <sup++/KUtil.h>
+#include <sup++/Svc.h>
+
+#include <csignal>
+#include <iostream>
+
+#include <unistd.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr std::size_t logLinesShown = 5;
+
+struct Record {
+    KSUP::KString path;
+    KSUP::KString version;
+    unsigned buildNumber = 0;
+};
+
+Record ReadRecord(const KINS::KInstaller& installer) {
+    Record record;
+    installer.GetInstalledProductInformation(record.path, record.version, record.buildNumber);
+    return record;
+}
+
+std::string Text(const KSUP::KString& text) {
+    return text.c_str();
+}
+
+std::string VersionText(const Record& record) {
+    return Text(KSetupKit::GetProductName()) + " " + KSetupProgress::Printable(record.version) +
+           " (build " + std::to_string(record.buildNumber) + ")";
+}
+
+/// An error as its reader needs it: the information says what and where in most cases.
+std::string InWords(const KSUP::KError& error) {
+    const std::string info =
+        error.HasInfo() ? KSetupProgress::Printable(error.GetInfo().GetString()) : std::string();
+    switch (error.GetCode()) {
+    case KSUP::ErrorCode::malformedRule:
+        return "The script has a line that is no rule" + (info.empty() ? "." : ": " + info);
+    case KSUP::ErrorCode::notFound:
+        return "The product's link is missing or no link. The script has to make "
+               "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the "
+               "product path.";
+    case KSUP::ErrorCode::relativeLink:
+        return "The product's link /etc/SERVICE/SERVICE does not lead to an absolute path" +
+               (info.empty() ? "." : ": " + info);
+    default:
+        return info.empty() ? Text(error.GetSummary()) : info;
+    }
+}
+
+void RefuseUnlessRoot() {
+    if (::geteuid() != 0) {
+        throw KSetupFailure(
+            ExitCode::notRoot, "Only root can install and remove products. Try it with sudo."
+        );
+    }
+}
+
+} // namespace
+
+int KSetupRun::Install(const std::string& givenPath) {
+    RefuseUnlessRoot();
+    installs = true;
+    Prepare();
+    const std::string path = ChooseProductPath(givenPath);
+    Load(path);
+    return Watch(path);
+}
+
+int KSetupRun::Remove() {
+    RefuseUnlessRoot();
+    installs = false;
+    Prepare();
+    if (!installer.IsProductInstalled()) {
+        std::cout << KSetupKit::GetProductName().c_str()
+                  << " is not installed: there is nothing to remove.\n";
+        return ExitCode::done;
+    }
+    const std::string path = ChooseProductPath("");
+    Load(path);
+    return Watch(path);
+}
+
+void KSetupRun::Prepare() {
+    try {
+        installer.Initialize(kit.GetScript());
+    } catch (const KSUP::KError& error) {
+        throw KSetupFailure(ExitCode::noKit, InWords(error));
+    }
+    installer.SetCallback([this](const KSUP::KString& status, double percent) {
+        // The first status of a rule has no percentage: a chunk of a copy needs no look.
+        if (percent == KINS::noPercentage) {
+            workerMaxCount = workerMaxCount != 0 ? workerMaxCount : installer.GetMaxCount();
+            progress.RuleReports(installer.GetCompletedCount(), workerMaxCount, status);
+        }
+    });
+}
+
+std::string KSetupRun::ChooseProductPath(const std::string& givenPath) const {
+    const bool installed = installer.IsProductInstalled();
+    const std::string recorded = installed ? Text(ReadRecord(installer).path) : std::string();
+    const std::string path = !givenPath.empty() ? givenPath
+                             : installed        ? recorded
+                                                : Text(installer.GetDefaultProductPath());
+    if (const std::string why = WhyNotAProductPath(path); !why.empty()) {
+        const bool given = !givenPath.empty();
+        throw KSetupFailure(
+            given ? ExitCode::usage : ExitCode::malformedScript,
+            "The product path \"" + path + "\" cannot be used: " + why +
+                (given       ? ". Give a directory of the product's own."
+                 : installed ? ". The record of the installed product is wrong; look at "
+                               "/etc/SERVICE/SERVICE."
+                             : ". Give a directory of the product's own, or mend "
+                               "\"defaultPath.$os$\" in the script.")
+        );
+    }
+    const auto bare = [](const std::string& text) {
+        return Text(KSUP::KUtil::RemovePathSep(text.c_str(), "/"));
+    };
+    if (installed && bare(path) != bare(recorded)) {
+        throw KSetupFailure(
+            ExitCode::usage,
+            Text(KSetupKit::GetProductName()) + " is installed in " + recorded +
+                ". Leave the path out to install over it, or remove it first."
+        );
+    }
+    return path;
+}
+
+void KSetupRun::Load(const std::string& path) {
+    try {
+        if (installs) {
+            installer.StartInstall(path.c_str());
+        } else {
+            installer.StartUninstall(path.c_str());
+        }
+    } catch (const KSUP::KError& error) {
+        throw KSetupFailure(
+            ExitCode::malformedScript, Text(kit.GetScript()) + ": " + InWords(error)
+        );
+    }
+}
+
+int KSetupRun::Watch(const std::string& path) {
+    try {
+        maxCount = installer.GetMaxCount();
+        while (!installer.IsComplete()) {
+            SvcPollingDispatch();
+            if (signals.Take() != 0) {
+                AnswerSignal();
+            }
+            if (progress.IsTerminal()) {
+                progress.Draw(
+                    installer.GetCompletedCount(), maxCount, installer.GetStatus(), false
+                );
+            }
+        }
+    } catch (const KSUP::KError& error) {
+        return ReportError(error);
+    }
+    return ReportDone(path);
+}
+
+void KSetupRun::AnswerSignal() {
+    progress.Finish();
+    const bool again = installer.IsCancelled();
+    installer.Stop();
+    std::cout << (again ? "Still stopping. Waiting for: " : "Stopping. Waiting for: ")
+              << KSetupProgress::Printable(installer.GetStatus()) << std::endl;
+}
+
+int KSetupRun::ReportDone(const std::string& path) {
+    const unsigned done = installer.GetCompletedCount();
+    progress.Draw(done, maxCount, installer.GetStatus(), true);
+    progress.Finish();
+    if (installs) {
+        std::cout << VersionText(ReadRecord(installer)) << " is installed in " << path << ".\n";
+    } else {
+        std::cout << KSetupKit::GetProductName().c_str() << " is removed from " << path << ".\n";
+        if (installer.IsProductInstalled()) {
+            std::cout << "But it still counts as installed: the script's section [remove] does not "
+                         "delete the product's link in /etc.\n";
+        }
+    }
+    std::cout << done << " rules done. Log: " << installer.GetLog().GetPath().c_str() << std::endl;
+    return ExitCode::done;
+}
+
+int KSetupRun::ReportError(const KSUP::KError& error) {
+    const unsigned done = installer.GetCompletedCount();
+    progress.Draw(done, maxCount, installer.GetStatus(), true);
+    progress.Finish();
+    const KSetupLogTail log(installer.GetLog().GetPath().c_str());
+    const bool cancelled = error.GetCode() == KSUP::ErrorCode::cancelled;
+    const char* verb = installs ? "Installing" : "Removing";
+    std::ostream& out = std::cerr;
+    if (cancelled) {
+        out << verb << " was stopped on request after " << done << " of " << maxCount
+            << " rules. What was done stays; run it again to go on.\n";
+    } else {
+        out << verb << " failed after " << done << " of " << maxCount << " rules.\n"
+            << "Error " << error.GetCode() << ": " << InWords(error) << "\n"
+            << "Rule: " << log.GetLastRule() << "\n"
+            << "Log: " << installer.GetLog().GetPath().c_str() << ", which ends with\n";
+        for (const std::string& line : log.GetLast(logLinesShown)) {
+            out << "    " << KSetupProgress::Printable(line.c_str()) << "\n";
+        }
+        out << "What was done stays. Mend the cause and run it again.\n";
+    }
+    out.flush();
+    return cancelled
+               ? ExitCode::signalBase + (signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT)
+               : ExitCode::ruleFailed;
+}
+
+int ReportStatus() {
+    const KINS::KInstaller installer;
+    if (!installer.IsProductInstalled()) {
+        std::cout << KSetupKit::GetProductName().c_str() << " is not installed.\n";
+        return ExitCode::notInstalled;
+    }
+    const Record record = ReadRecord(installer);
+    std::cout << VersionText(record) << " is installed in "
+              << KSetupProgress::Printable(record.path) << ".\n";
+    return ExitCode::done;
+}
+
+} // namespace KSETUP

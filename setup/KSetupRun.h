@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ins/KInstaller.h>
+#include <setup/KSetupArguments.h>
+#include <setup/KSetupKit.h>
+#include <setup/KSetupProgress.h>
+#include <setup/KSetupSignals.h>
+#include <sup++/KError.h>
+
+#include <string>
+
+namespace KSETUP {
+
+/// One install or removal, from the checks before it to the report after it.
+///
+/// Borrows the kit.
+class KSetupRun {
+  public:
+    explicit KSetupRun(const KSetupKit& kitToUse) : kit(kitToUse) {}
+
+    /// Both return the program's exit code, having said what was done.
+    ///
+    /// Throws   KSetupFailure when nothing was begun
+    int Install(const std::string& givenPath);
+    int Remove();
+
+  private:
+    void Prepare();
+    void Load(const std::string& path);
+    std::string ChooseProductPath(const std::string& givenPath) const;
+    int Watch(const std::string& path);
+    void AnswerSignal();
+    int ReportDone(const std::string& path);
+    int ReportError(const KSUP::KError& error);
+
+    const KSetupKit& kit;
+    KSetupSignals signals;
+    KSetupProgress progress;
+    bool installs = true;
+    unsigned maxCount = 0;       // the main thread's
+    unsigned workerMaxCount = 0; // the worker thread's, which may report before Start is back
+    KINS::KInstaller installer;  // last: its run uses the rest
+};
+
+/// Says whether the product is installed, and which version. Returns the exit code.
+int ReportStatus();
+
+} // namespace KSETUP

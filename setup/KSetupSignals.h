@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+namespace KSETUP {
+
+/// Takes note of SIGINT, SIGTERM and SIGHUP instead of dying of them, for the life of the program.
+/// A reader who goes away (SIGPIPE) stops nothing either.
+///
+/// Thread   the handlers store a number; everything else is the main thread's
+class KSetupSignals {
+  public:
+    KSetupSignals();
+
+    /// A signal that came since the last call, or 0.
+    int Take() noexcept;
+    /// The first signal that came, or 0.
+    int GetFirst() const noexcept { return first; }
+
+  private:
+    int first = 0;
+};
+
+} // namespace KSETUP

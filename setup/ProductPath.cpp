@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ProductPath.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+namespace KSETUP {
+
+namespace {
+
+/// Directories that hold what many own (hier(7), file-hierarchy(7)). A directory of one's own below
+/// them is fine.
+constexpr std::array shared = std::to_array<std::string_view>({
+    "/",
+    "/bin",
+    "/boot",
+    "/etc",
+    "/home",
+    "/lib",
+    "/lib32",
+    "/lib64",
+    "/libx32",
+    "/media",
+    "/mnt",
+    "/opt",
+    "/root",
+    "/run",
+    "/sbin",
+    "/snap",
+    "/srv",
+    "/tmp",
+    "/usr",
+    "/usr/bin",
+    "/usr/games",
+    "/usr/include",
+    "/usr/lib",
+    "/usr/lib32",
+    "/usr/lib64",
+    "/usr/libexec",
+    "/usr/libx32",
+    "/usr/local",
+    "/usr/local/bin",
+    "/usr/local/etc",
+    "/usr/local/include",
+    "/usr/local/lib",
+    "/usr/local/sbin",
+    "/usr/local/share",
+    "/usr/local/src",
+    "/usr/sbin",
+    "/usr/share",
+    "/usr/src",
+    "/var",
+    "/var/backups",
+    "/var/cache",
+    "/var/lib",
+    "/var/local",
+    "/var/lock",
+    "/var/log",
+    "/var/mail",
+    "/var/opt",
+    "/var/run",
+    "/var/spool",
+    "/var/tmp",
+});
+
+/// File systems of the kernel's own: nothing can be installed anywhere below.
+constexpr std::array kernels = std::to_array<std::string_view>({"/dev", "/proc", "/sys"});
+
+std::string WithoutEndSeparator(std::string path) {
+    while (path.size() > 1 && path.back() == '/') {
+        path.pop_back();
+    }
+    return path;
+}
+
+bool IsAtOrBelow(std::string_view path, std::string_view directory) {
+    return path.starts_with(directory) &&
+           (path.size() == directory.size() || path[directory.size()] == '/');
+}
+
+bool BelongsToTheSystem(const std::string& path) {
+    return std::find(shared.begin(), shared.end(), path) != shared.end() ||
+           std::any_of(kernels.begin(), kernels.end(), [&](std::string_view one) {
+               return IsAtOrBelow(path, one);
+           });
+}
+
+} // namespace
+
+std::string WhyNotAProductPath(const std::string& path) {
+    if (path.empty()) {
+        return "it is empty";
+    }
+    if (path.front() != '/') {
+        return "it does not begin with \"/\"";
+    }
+    // Both as it is written and where it leads to: a link or ".." must not get around the list.
+    const std::filesystem::path written = std::filesystem::path(path).lexically_normal();
+    std::error_code unreadable; // then the written path is all there is to go by
+    const std::filesystem::path real = std::filesystem::weakly_canonical(path, unreadable);
+    if (BelongsToTheSystem(WithoutEndSeparator(written.string())) ||
+        (!unreadable && BelongsToTheSystem(WithoutEndSeparator(real.string())))) {
+        return "it is a directory of the system";
+    }
+    return {};
+}
+
+} // namespace KSETUP
