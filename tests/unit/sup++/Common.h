@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "../../support/ErrorProbe.h"
+#include "../../support/SlotOf.h"
+
+#include <sup++/KError.h>
+#include <sup++/KString.h>
+
+#include <boost/function.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace KSUP {
+
+/// For the messages of failed comparisons.
+void PrintTo(const KString& text, std::ostream* out);
+
+} // namespace KSUP
+
+namespace KTEST {
+
+class TemporaryTree;
+
+/// The code of the error that `call` throws, 0 when it throws none.
+template <class Call>
+unsigned CodeOf(Call&& call) {
+    try {
+        call();
+    } catch (const KSUP::KError& error) {
+        return error.GetCode();
+    }
+    return 0;
+}
+
+/// What stands in an error that names a path: the path and the system's text.
+std::string SystemInfo(const std::string& path, int errorNumber);
+
+std::vector<std::string> TextsOf(const std::vector<KSUP::KString>& texts);
+
+/// Ends the process by SIGALRM when a scope takes longer than any machine needs: what should be an
+/// error at once must not hang the whole run.
+class HangGuard {
+  public:
+    HangGuard();
+    ~HangGuard();
+    HangGuard(const HangGuard&) = delete;
+    HangGuard& operator=(const HangGuard&) = delete;
+};
+
+class UmaskGuard {
+  public:
+    explicit UmaskGuard(mode_t mask);
+    ~UmaskGuard();
+    UmaskGuard(const UmaskGuard&) = delete;
+    UmaskGuard& operator=(const UmaskGuard&) = delete;
+
+  private:
+    mode_t former;
+};
+
+bool IsRoot();
+
+/// The user and group that AsNobody takes on.
+inline constexpr unsigned nobodyId = 65534;
+
+/// Runs `body` without privileges, on a thread of its own whose credentials alone are changed; on
+/// this thread where the process has none. What it throws is thrown here.
+void AsNobody(const boost::function<void()>& body);
+
+/// So that AsNobody owns it too.
+void GiveToNobody(TemporaryTree& tree, const std::string& relative);
+
+/// Runs `body` in a forked process and returns its exit status: what `body` returned, or 128 and the
+/// signal that ended it.
+int InChild(const boost::function<int()>& body);
+
+/// The numbers of the descriptors that are open, sorted.
+std::vector<int> OpenDescriptors();
+
+/// Names the rows of a table by their member `name`.
+struct RowName {
+    template <class Row>
+    std::string operator()(const testing::TestParamInfo<Row>& info) const {
+        return info.param.name;
+    }
+};
+
+} // namespace KTEST
+
+/// Loud, so that a run that tests less is seen to.
+#define SKIP_UNLESS_ROOT(what)                                                                     \
+    if (!KTEST::IsRoot()) {                                                                        \
+        GTEST_SKIP() << "NOT TESTED: only root can " << (what);                                    \
+    }                                                                                              \
+    static_assert(true)

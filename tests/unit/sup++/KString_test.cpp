@@ -1,0 +1,658 @@
+// SPDX-License-Identifier: MIT
+#include "../../support/TraceRecorder.h"
+#include "Common.h"
+
+#include <sup++/KErrorCode.h>
+#include <sup++/KString.h>
+
+#include <boost/shared_ptr.hpp>
+
+#include <limits>
+#include <map>
+#include <thread>
+#include <type_traits>
+
+namespace KTEST {
+namespace {
+
+using KSUP::KString;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr unsigned npos = std::numeric_limits<unsigned>::max();
+constexpr const char* nullText = nullptr;
+
+/// The remembered count, the last member: all ones while it is not counted.
+std::uint32_t RememberedCount(const KString& text) {
+    struct Layout {
+        void* table;
+        std::string text;
+        boost::shared_ptr<unsigned short[]> wideCopy;
+        std::uint32_t count;
+    };
+    static_assert(sizeof(KString) == sizeof(Layout));
+    std::uint32_t count = 0;
+    std::memcpy(
+        &count, reinterpret_cast<const char*>(&text) + offsetof(Layout, count), sizeof count
+    );
+    return count;
+}
+
+TEST(KStringTest, IsMadeFromTextsOnly) {
+    EXPECT_TRUE((std::is_convertible_v<const char*, KString>));
+    EXPECT_TRUE((std::is_convertible_v<std::string, KString>));
+    EXPECT_FALSE((std::is_constructible_v<KString, int>));
+    EXPECT_FALSE((std::is_constructible_v<KString, char>));
+    EXPECT_FALSE((std::is_constructible_v<KString, bool>));
+    EXPECT_FALSE((std::is_constructible_v<KString, std::size_t>));
+    EXPECT_FALSE((std::is_convertible_v<KString, const char*>));
+    EXPECT_TRUE(std::has_virtual_destructor_v<KString>);
+    EXPECT_TRUE(std::is_nothrow_move_constructible_v<KString>);
+}
+
+TEST(KStringTest, ANullTextIsEmptyEverywhere) {
+    KString text(nullText);
+    EXPECT_TRUE(text.IsEmpty());
+    EXPECT_STREQ(text.c_str(), "");
+    EXPECT_TRUE(text == nullText);
+    text = "abc";
+    EXPECT_EQ(text += nullText, "abc");
+    EXPECT_EQ(text.Cat(nullptr, 3), "abc");
+    EXPECT_EQ(text + nullText, "abc");
+    EXPECT_EQ(nullText + text, "abc");
+    EXPECT_EQ(text.Replace(nullptr, "x", 0, npos, true), 0U);
+    EXPECT_EQ(text.Replace("b", nullptr, 0, npos, true), 1U);
+    EXPECT_EQ(text, "ac");
+    EXPECT_EQ(text.Find(nullptr, 0, true), 0U);
+    text = nullText;
+    EXPECT_TRUE(text.IsEmpty());
+}
+
+TEST(KStringTest, EndsAtANul) {
+    EXPECT_EQ(KString(std::string("ab\0cd", 5)), "ab");
+    const std::string named("ab\0cd", 5);
+    const KString text(named);
+    EXPECT_EQ(text.GetSize(), 2U);
+    KString tail("x");
+    tail.Cat("ab\0cd", 5);
+    EXPECT_EQ(tail.GetSize(), 3U);
+    EXPECT_EQ(tail, "xab");
+}
+
+TEST(KStringTest, CountsBytesAndCharacters) {
+    const KString text("a\xc3\xa9\xf0\x9f\x98\x80\xff");
+    EXPECT_EQ(text.GetSize(), 8U);
+    EXPECT_EQ(text.GetCount(), 4U);
+    EXPECT_FALSE(text.IsEmpty());
+    EXPECT_EQ(KString().GetCount(), 0U);
+    EXPECT_EQ(KString().GetSize(), 0U);
+}
+
+TEST(KStringTest, GivesItsBytesUnderBothNames) {
+    const KString text("abc");
+    EXPECT_STREQ(text.GetText(), "abc");
+    EXPECT_EQ(text.GetText(), text.c_str());
+}
+
+TEST(KStringTest, ComparesByteWiseWithTextsOnBothSides) {
+    const KString text("b");
+    EXPECT_TRUE(text == KString("b") && text == "b" && "b" == text);
+    EXPECT_TRUE(text != KString("c") && text != "c" && "c" != text);
+    EXPECT_TRUE(text < KString("c") && text < "c" && "a" < text);
+    EXPECT_FALSE(text < KString("b") || text < "b" || "b" < text);
+    EXPECT_TRUE(KString("\x7f") < KString("\x80"));
+    EXPECT_TRUE(KString("a") < KString("ab"));
+    EXPECT_TRUE(KString("B") < KString("a"));
+}
+
+TEST(KStringTest, OrdersTheKeysOfAMap) {
+    const std::map<KString, int> map{{"b", 2}, {"\xc3\xa9", 3}, {"a", 1}, {"B", 0}};
+    std::vector<int> values;
+    for (const auto& entry : map) {
+        values.push_back(entry.second);
+    }
+    EXPECT_THAT(values, ElementsAre(0, 1, 2, 3));
+}
+
+TEST(KStringTest, CopiesAreIndependent) {
+    KString original("abc");
+    EXPECT_EQ(original.GetCount(), 3U);
+    KString copy(original);
+    copy += "d";
+    EXPECT_EQ(original, "abc");
+    EXPECT_EQ(copy, "abcd");
+    EXPECT_EQ(copy.GetCount(), 4U);
+    original = copy;
+    copy.Truncate(1);
+    EXPECT_EQ(original, "abcd");
+}
+
+TEST(KStringTest, AMovedFromTextCanBeUsedAgain) {
+    KString source("abc");
+    EXPECT_EQ(source.GetCount(), 3U);
+    const KString target(std::move(source));
+    EXPECT_EQ(target, "abc");
+    EXPECT_EQ(target.GetCount(), 3U);
+    source = "z"; // NOLINT(bugprone-use-after-move): what is tested
+    EXPECT_EQ(source.GetCount(), 1U);
+    KString assigned;
+    assigned = std::move(source);
+    EXPECT_EQ(assigned, "z");
+}
+
+TEST(KStringTest, SurvivesBeingGivenItself) {
+    KString text("ab");
+    const KString& same = text;
+    text = same;
+    EXPECT_EQ(text, "ab");
+    text += same;
+    EXPECT_EQ(text, "abab");
+    text += text.c_str();
+    EXPECT_EQ(text, "abababab");
+    text.Cat(text.c_str(), 2);
+    EXPECT_EQ(text, "ababababab");
+    text = text.c_str() + 7;
+    EXPECT_EQ(text, "bab");
+    EXPECT_EQ(text.Replace("a", text.c_str(), 0, npos, true), 1U);
+    EXPECT_EQ(text, "bbabb");
+}
+
+TEST(KStringTest, AppendsTextsAndBytes) {
+    KString text("a");
+    text += KString("b");
+    text += "c";
+    text.Cat("defg", 2);
+    EXPECT_EQ(text, "abcde");
+    EXPECT_EQ(text.Cat("x", 0), "abcde");
+}
+
+TEST(KStringTest, JoinsTexts) {
+    const KString right("/lib");
+    EXPECT_EQ("/opt" + right, "/opt/lib");
+    EXPECT_EQ(right + "/x", "/lib/x");
+    EXPECT_EQ(right + right, "/lib/lib");
+    EXPECT_EQ(KString("/a") + right + "/b" + right, "/a/lib/b/lib");
+    EXPECT_EQ(right, "/lib");
+}
+
+// What is remembered
+
+struct ChangeRow {
+    const char* name;
+    void (*change)(KString& text);
+    const char* result;
+
+    friend void PrintTo(const ChangeRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class KStringChangeTest : public testing::TestWithParam<ChangeRow> {
+  protected:
+    KString text{"a\xc3\xa9"
+                 "Bc"};
+};
+
+TEST_P(KStringChangeTest, ForgetsTheCount) {
+    EXPECT_EQ(RememberedCount(text), npos);
+    EXPECT_EQ(text.GetCount(), 4U);
+    EXPECT_EQ(RememberedCount(text), 4U);
+    GetParam().change(text);
+    EXPECT_EQ(text, GetParam().result);
+    EXPECT_EQ(RememberedCount(text), npos);
+    EXPECT_EQ(text.GetCount(), KString(GetParam().result).GetCount());
+}
+
+TEST_P(KStringChangeTest, ForgetsTheWideCopy) {
+    text.GetWideCopy();
+    GetParam().change(text);
+    const unsigned short* wide = text.GetWideCopy();
+    unsigned units = 0;
+    while (wide[units] != 0) {
+        ++units;
+    }
+    EXPECT_EQ(units, KString(GetParam().result).GetCount()) << "one unit for each of these";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Changes,
+    KStringChangeTest,
+    testing::ValuesIn(std::vector<ChangeRow>{
+        {"AppendText",
+         [](KString& text) { text += KString("xyz"); },
+         "a\xc3\xa9"
+         "Bcxyz"},
+        {"AppendBytes",
+         [](KString& text) { text += "xyz"; },
+         "a\xc3\xa9"
+         "Bcxyz"},
+        {"Cat",
+         [](KString& text) { text.Cat("xyz", 2); },
+         "a\xc3\xa9"
+         "Bcxy"},
+        {"Assign", [](KString& text) { text = "other"; }, "other"},
+        {"Replace",
+         [](KString& text) { text.Replace("a", "long", 0, npos, true); },
+         "long\xc3\xa9"
+         "Bc"},
+        {"Truncate", [](KString& text) { text.Truncate(2); }, "a\xc3\xa9"},
+        {"TruncateBehindTheEnd",
+         [](KString& text) { text.Truncate(9); },
+         "a\xc3\xa9"
+         "Bc"},
+        {"MakeLower",
+         [](KString& text) { text.MakeLower(); },
+         "a\xc3\xa9"
+         "bc"},
+    }),
+    RowName()
+);
+
+TEST(KStringTest, QuestionsDoNotForgetTheCount) {
+    const KString text("a,b");
+    EXPECT_EQ(text.GetCount(), 3U);
+    EXPECT_EQ(text.Find(",", 0, true), 1U);
+    EXPECT_EQ(text.Left(1), "a");
+    EXPECT_EQ(RememberedCount(text), 3U);
+}
+
+TEST(KStringTest, CountsOnSeveralThreadsAtOnce) {
+    const KString text(std::string(3000, 'x'));
+    std::vector<std::thread> threads;
+    std::vector<unsigned> counts(4);
+    for (unsigned& count : counts) {
+        threads.emplace_back([&text, &count] { count = text.GetCount(); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_THAT(counts, testing::Each(3000U));
+}
+
+TEST(KStringTest, TheWideCopyIsUtf16) {
+    KString text("a\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80");
+    const unsigned short* wide = text.GetWideCopy();
+    const std::vector<unsigned short> units(wide, wide + 6);
+    EXPECT_THAT(units, ElementsAre('a', 0xe9, 0x20ac, 0xd83d, 0xde00, 0));
+    EXPECT_EQ(KString().GetWideCopy()[0], 0);
+}
+
+TEST(KStringTest, TheWideCopyIsSharedByCopiesUntilOneChanges) {
+    KString original("abc");
+    const unsigned short* wide = original.GetWideCopy();
+    EXPECT_EQ(original.GetWideCopy(), wide) << "made once";
+    KString copy(original);
+    EXPECT_EQ(copy.GetWideCopy(), wide);
+    copy += "d";
+    EXPECT_NE(copy.GetWideCopy(), wide);
+    EXPECT_EQ(original.GetWideCopy(), wide);
+    EXPECT_EQ(wide[3], 0);
+}
+
+// SectionVector
+
+struct SectionRow {
+    const char* name;
+    const char* text;
+    char separator;
+    bool caseSensitive;
+    std::vector<std::string> fields;
+
+    friend void PrintTo(const SectionRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class KStringSectionTest : public testing::TestWithParam<SectionRow> {};
+
+TEST_P(KStringSectionTest, GivesTheFields) {
+    const SectionRow& row = GetParam();
+    EXPECT_EQ(
+        TextsOf(KString(row.text).SectionVector(row.separator, row.caseSensitive)), row.fields
+    );
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Lines,
+    KStringSectionTest,
+    testing::ValuesIn(std::vector<SectionRow>{
+        {"FourFields", "file,copy,a,b", ',', true, {"file", "copy", "a", "b"}},
+        {"EmptyFieldVanishes", "a,,b", ',', true, {"a", "b"}},
+        {"EmptyFieldsAtBothEndsVanish", ",a,", ',', true, {"a"}},
+        {"ManyEmptyFieldsVanish", ",,,a,,,,b,,,", ',', true, {"a", "b"}},
+        {"EmptyText", "", ',', true, {}},
+        {"OneSeparator", ",", ',', true, {}},
+        {"OnlySeparators", ",,,", ',', true, {}},
+        {"NoSeparator", "abc", ',', true, {"abc"}},
+        {"BlanksStay", "a, b ,\tc", ',', true, {"a", " b ", "\tc"}},
+        {"ABlankIsAField", "a, ,b", ',', true, {"a", " ", "b"}},
+        {"QuotesDoNotProtect", "\"a,b\",c", ',', true, {"\"a", "b\"", "c"}},
+        {"BackslashesDoNotProtect", "a\\,b", ',', true, {"a\\", "b"}},
+        {"UpperSeparatorExactly", "aXbxc", 'X', true, {"a", "bxc"}},
+        {"LowerSeparatorExactly", "aXbxc", 'x', true, {"aXb", "c"}},
+        {"UpperSeparatorInAnyCase", "aXbxc", 'X', false, {"a", "b", "c"}},
+        {"LowerSeparatorInAnyCase", "aXbxc", 'x', false, {"a", "b", "c"}},
+        {"CharactersOfManyBytes",
+         "\xc3\xa9,\xe2\x82\xac,z",
+         ',',
+         true,
+         {"\xc3\xa9", "\xe2\x82\xac", "z"}},
+        {"AByteInsideACharacterIsNoSeparator",
+         "a\xc3\xa9"
+         "b",
+         '\xa9',
+         true,
+         {"a\xc3\xa9"
+          "b"}},
+        {"TheFirstByteOfACharacterIsNoSeparator",
+         "a\xc3\xa9"
+         "b",
+         '\xc3',
+         true,
+         {"a\xc3\xa9"
+          "b"}},
+        {"AnInvalidByteCanSeparate",
+         "a\xa9"
+         "b",
+         '\xa9',
+         true,
+         {"a", "b"}},
+        {"InvalidBytesStay", "\xff,\xfe", ',', true, {"\xff", "\xfe"}},
+        {"NulNeverStands", "a,b", '\0', true, {"a,b"}},
+    }),
+    RowName()
+);
+
+TEST(KStringTest, SectionVectorTakesLongLines) {
+    std::string line;
+    for (int field = 0; field < 300; ++field) {
+        line += "field" + std::to_string(field) + ",,";
+    }
+    const std::vector<KString> fields = KString(line).SectionVector(',', true);
+    ASSERT_EQ(fields.size(), 300U);
+    EXPECT_EQ(fields.back(), "field299");
+}
+
+// Split
+
+struct SplitRow {
+    const char* name;
+    const char* text;
+    char first;
+    char second;
+    bool caseSensitive;
+    bool honourBackslash;
+    const char* left;
+    const char* right;
+
+    friend void PrintTo(const SplitRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class KStringSplitTest : public testing::TestWithParam<SplitRow> {};
+
+TEST_P(KStringSplitTest, GivesBothHalves) {
+    const SplitRow& row = GetParam();
+    const auto halves =
+        KString(row.text).Split(row.first, row.second, row.caseSensitive, row.honourBackslash);
+    EXPECT_EQ(halves.first, row.left);
+    EXPECT_EQ(halves.second, row.right);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts,
+    KStringSplitTest,
+    testing::ValuesIn(std::vector<SplitRow>{
+        {"AtTheFirst", "type,rest,more", ',', '\0', true, false, "type", "rest,more"},
+        {"WithoutASeparator", "abc", ',', '\0', true, false, "abc", ""},
+        {"AtTheStart", ",abc", ',', '\0', true, false, "", "abc"},
+        {"AtTheEnd", "abc,", ',', '\0', true, false, "abc", ""},
+        {"OnlyTheSeparator", ",", ',', '\0', true, false, "", ""},
+        {"EmptyText", "", ',', '\0', true, false, "", ""},
+        {"AtTheSecond", "a;b=c", '=', ';', true, false, "a", "b=c"},
+        {"ExactCase", "aXbxc", 'x', '\0', true, false, "aXb", "c"},
+        {"AnyCase", "aXbxc", 'x', '\0', false, false, "a", "bxc"},
+        {"AnyCaseOfTheSecond", "aXbxc", '=', 'x', false, false, "a", "bxc"},
+        {"BackslashWithoutHonour", "a\\=b=c", '=', '\0', true, false, "a\\", "b=c"},
+        {"BackslashProtectsOne", "a\\=b=c", '=', '\0', true, true, "a\\=b", "c"},
+        {"BackslashProtectsFromAfar", "\\a=b=c", '=', '\0', true, true, "\\a=b", "c"},
+        {"TwoBackslashesProtectOne", "\\\\a=b=c", '=', '\0', true, true, "\\\\a=b", "c"},
+        {"TheProtectedIsTheOnlyOne", "a\\=b", '=', '\0', true, true, "a\\=b", ""},
+        {"BackslashDoesNotProtectTheSecond", "a\\;b=c", '=', ';', true, true, "a\\", "b=c"},
+        {"EachBackslashProtectsAgain", "\\=\\=x=y", '=', '\0', true, true, "\\=\\=x", "y"},
+        {"CharactersOfManyBytes",
+         "\xc3\xa9=\xe2\x82\xac",
+         '=',
+         '\0',
+         true,
+         false,
+         "\xc3\xa9",
+         "\xe2\x82\xac"},
+        {"ComparesTheFirstByteOfACharacter",
+         "a\xc3\xa9"
+         "b",
+         '\xc3',
+         '\0',
+         true,
+         false,
+         "a",
+         "b"},
+        {"NotTheOtherBytesOfACharacter",
+         "a\xc3\xa9"
+         "b",
+         '\xa9',
+         '\0',
+         true,
+         false,
+         "a\xc3\xa9"
+         "b",
+         ""},
+    }),
+    RowName()
+);
+
+// Find
+
+struct FindRow {
+    const char* name;
+    const char* text;
+    const char* part;
+    unsigned start;
+    bool caseSensitive;
+    unsigned position;
+
+    friend void PrintTo(const FindRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class KStringFindTest : public testing::TestWithParam<FindRow> {};
+
+TEST_P(KStringFindTest, GivesThePosition) {
+    const FindRow& row = GetParam();
+    EXPECT_EQ(KString(row.text).Find(row.part, row.start, row.caseSensitive), row.position);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts,
+    KStringFindTest,
+    testing::ValuesIn(std::vector<FindRow>{
+        {"AtTheStart", "*.so", "*", 0, true, 0},
+        {"Inside", "lib?.so", "?", 0, true, 3},
+        {"AtTheEnd", "abc", "c", 0, true, 2},
+        {"Missing", "abc", "x", 0, true, npos},
+        {"LongerThanTheText", "abc", "abcd", 0, true, npos},
+        {"FromStart", "abcabc", "a", 1, true, 3},
+        {"StartIsIncluded", "abcabc", "a", 3, true, 3},
+        {"BehindTheLast", "abcabc", "a", 4, true, npos},
+        {"StartAtTheEnd", "abc", "c", 3, true, npos},
+        {"StartBehindTheEnd", "abc", "a", 99, true, npos},
+        {"StartNowhere", "abc", "a", npos, true, npos},
+        {"ExactCase", "ABC", "b", 0, true, npos},
+        {"AnyCase", "ABC", "b", 0, false, 1},
+        {"CountsCharacters", "\xc3\xa9\xe2\x82\xacx", "x", 0, true, 2},
+        {"StartsAtCharacters", "\xc3\xa9x\xc3\xa9x", "x", 2, true, 3},
+        {"StartBeyondTheCharacters", "\xc3\xa9\xc3\xa9", "\xc3\xa9", 2, true, npos},
+        {"WholeCharactersOnly", "\xc3\xa9", "\xa9", 0, true, npos},
+        {"EmptyPart", "abc", "", 1, true, 1},
+        {"EmptyText", "", "a", 0, true, npos},
+        {"EmptyTextAndPart", "", "", 0, true, npos},
+    }),
+    RowName()
+);
+
+// Replace
+
+struct ReplaceRow {
+    const char* name;
+    const char* text;
+    const char* find;
+    const char* replacement;
+    unsigned start;
+    unsigned most;
+    bool caseSensitive;
+    unsigned count;
+    const char* result;
+
+    friend void PrintTo(const ReplaceRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class KStringReplaceTest : public testing::TestWithParam<ReplaceRow> {};
+
+TEST_P(KStringReplaceTest, GivesTheCountAndTheText) {
+    const ReplaceRow& row = GetParam();
+    KString text(row.text);
+    EXPECT_EQ(
+        text.Replace(row.find, row.replacement, row.start, row.most, row.caseSensitive), row.count
+    );
+    EXPECT_EQ(text, row.result);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts,
+    KStringReplaceTest,
+    testing::ValuesIn(std::vector<ReplaceRow>{
+        {"All", "a-b-c", "-", "+", 0, npos, true, 2, "a+b+c"},
+        {"ZeroMeansAll", "a-b-c", "-", "+", 0, 0, true, 2, "a+b+c"},
+        {"One", "a-b-c", "-", "+", 0, 1, true, 1, "a+b-c"},
+        {"Two", "a-b-c-d", "-", "+", 0, 2, true, 2, "a+b+c-d"},
+        {"MoreThanThereAre", "a-b", "-", "+", 0, 9, true, 1, "a+b"},
+        {"ByNothing", "class Foo", "class ", "", 0, npos, true, 1, "Foo"},
+        {"NotThere", "Foo", "class ", "", 0, npos, true, 0, "Foo"},
+        {"ByMore", "aXa", "X", "12345", 0, npos, true, 1, "a12345a"},
+        {"WhatWasPutInIsNotSearched", "aa", "a", "aa", 0, npos, true, 2, "aaaa"},
+        {"ANewOccurrenceAcrossTheEdgeStays", "aab", "ab", "b", 0, npos, true, 1, "ab"},
+        {"Overlapping", "aaa", "aa", "b", 0, npos, true, 1, "ba"},
+        {"ExactCase", "aAa", "A", "x", 0, npos, true, 1, "axa"},
+        {"AnyCase", "aAa", "A", "x", 0, npos, false, 3, "xxx"},
+        {"FromStart", "aaa", "a", "x", 1, npos, true, 2, "axx"},
+        {"FromTheLastCharacter", "aaa", "a", "x", 2, npos, true, 1, "aax"},
+        {"StartCountsCharacters",
+         "\xc3\xa9\xc3\xa9"
+         "a\xc3\xa9",
+         "\xc3\xa9",
+         "e",
+         2,
+         npos,
+         true,
+         1,
+         "\xc3\xa9\xc3\xa9"
+         "ae"},
+        {"WholeCharactersOnly", "\xc3\xa9", "\xa9", "x", 0, npos, true, 0, "\xc3\xa9"},
+        {"TheWholeText", "abc", "abc", "", 0, npos, true, 1, ""},
+        {"EmptyFind", "abc", "", "x", 0, npos, true, 0, "abc"},
+        {"EmptyFindWithStartOutside", "abc", "", "x", 9, npos, true, 0, "abc"},
+        {"EmptyText", "", "a", "x", 0, npos, true, 0, ""},
+        {"EmptyTextWithStartOutside", "", "a", "x", 9, npos, true, 0, ""},
+    }),
+    RowName()
+);
+
+class KStringReplaceErrorTest : public testing::TestWithParam<unsigned> {};
+
+TEST_P(KStringReplaceErrorTest, RefusesAStartOutsideAndChangesNothing) {
+    TraceRecorder trace;
+    KString text("a\xc3\xa9");
+    const KSUP::KError error = ErrorOf([&] { text.Replace("a", "b", GetParam(), npos, true); });
+    EXPECT_EQ(error.GetCode(), KSUP::ErrorCode::invalidArgument);
+    EXPECT_EQ(error.GetLevel(), 400U);
+    EXPECT_EQ(error.GetSubCode(), 0U);
+    EXPECT_STREQ(error.GetFile(), "sup++/KString");
+    EXPECT_STREQ(error.GetFunction(), "Replace");
+    EXPECT_FALSE(error.HasInfo());
+    EXPECT_THAT(trace.Texts(400), ElementsAre(error.GetSummary().c_str()));
+    EXPECT_EQ(text, "a\xc3\xa9");
+}
+
+// Two characters in three bytes: 2 is inside the bytes, but no character.
+INSTANTIATE_TEST_SUITE_P(
+    Starts,
+    KStringReplaceErrorTest,
+    testing::Values(2U, 3U, 4U, npos),
+    testing::PrintToStringParamName()
+);
+
+// Left, Right, Truncate, MakeLower
+
+TEST(KStringTest, LeftGivesTheFirstCharacters) {
+    const KString text("a\xc3\xa9"
+                       "bc");
+    EXPECT_EQ(text.Left(0), "");
+    EXPECT_EQ(text.Left(2), "a\xc3\xa9");
+    EXPECT_EQ(text.Left(4), text);
+    EXPECT_EQ(text.Left(5), text);
+    EXPECT_EQ(text.Left(npos), text);
+    EXPECT_EQ(KString().Left(3), "");
+}
+
+TEST(KStringTest, RightGivesTheLastCharacters) {
+    const KString text("a\xc3\xa9"
+                       "bc");
+    EXPECT_EQ(text.Right(0), "");
+    EXPECT_EQ(text.Right(2), "bc");
+    EXPECT_EQ(
+        text.Right(3),
+        "\xc3\xa9"
+        "bc"
+    );
+    EXPECT_EQ(text.Right(4), text);
+    EXPECT_EQ(text.Right(5), text);
+    EXPECT_EQ(text.Right(npos), text);
+    EXPECT_EQ(KString().Right(3), "");
+}
+
+TEST(KStringTest, TruncateCutsAtCharacters) {
+    KString text("a\xc3\xa9"
+                 "bc");
+    EXPECT_EQ(
+        text.Truncate(9),
+        "a\xc3\xa9"
+        "bc"
+    );
+    EXPECT_EQ(
+        text.Truncate(4),
+        "a\xc3\xa9"
+        "bc"
+    );
+    KString& same = text.Truncate(2);
+    EXPECT_EQ(&same, &text);
+    EXPECT_EQ(text, "a\xc3\xa9");
+    EXPECT_EQ(text.Truncate(0), "");
+    EXPECT_EQ(text.Truncate(0), "");
+}
+
+TEST(KStringTest, MakeLowerLowersAsciiOnly) {
+    KString text("FILE,Copy,\xc3\x89\xff");
+    KString& same = text.MakeLower();
+    EXPECT_EQ(&same, &text);
+    EXPECT_EQ(text, "file,copy,\xc3\x89\xff");
+    EXPECT_EQ(KString().MakeLower(), "");
+}
+
+TEST(KStringTest, LongTextsKeepTheirPositions) {
+    std::string bytes;
+    for (int pair = 0; pair < 20000; ++pair) {
+        bytes += "\xc3\xa9x";
+    }
+    KString text(bytes);
+    EXPECT_EQ(text.GetCount(), 40000U);
+    EXPECT_EQ(text.Find("x", 30000, true), 30001U);
+    EXPECT_EQ(text.Replace("x", "", 0, npos, true), 20000U);
+    EXPECT_EQ(text.GetCount(), 20000U);
+}
+
+} // namespace
+} // namespace KTEST
