@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: MIT
+//
+// An installer and the threads around it. These tests say most under the thread sanitizer.
+#include "../../support/EngineRig.h"
+#include "../../support/ErrorProbe.h"
+
+#include <sup++/KThread.h>
+#include <sup++/SvcDispatch.h>
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+using KINS::KInstaller;
+using KSUP::KString;
+using KTEST::ArbitraryBytes;
+using KTEST::ErrorOf;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using namespace std::chrono_literals;
+
+constexpr unsigned manyRules = 10000;
+
+std::string Lines(const char* section, const std::string& line, unsigned count) {
+    std::string script = std::string("[") + section + "]\n";
+    for (unsigned made = 0; made < count; ++made) {
+        script += line + '\n';
+    }
+    return script;
+}
+
+class KInstallerConcurrencyTest : public KTEST::EngineTest {
+  protected:
+    void GivenManyRules() { GivenScript(Lines("remove", "file=delete,none,@T@/kit", manyRules)); }
+    void GivenOneLongCopy() {
+        tree.Write("kit/big", ArbitraryBytes(1000000));
+        GivenScript("[remove]\nfile=copy,big,@T@/kit,@T@\ndirectory=create,@T@/later\n");
+    }
+    void Start() {
+        Initialize();
+        installer->StartUninstall(tree.Path("p"));
+    }
+    unsigned CodeOfEnd() {
+        try {
+            WaitForEnd();
+        } catch (const KSUP::KError& error) {
+            return error.GetCode();
+        }
+        return 0;
+    }
+};
+
+TEST_F(KInstallerConcurrencyTest, GettersAnswerWhile10000RulesRun) {
+    GivenManyRules();
+    std::atomic<bool> done{false};
+    std::atomic<unsigned> backwards{0};
+    std::atomic<unsigned> strange{0};
+    std::atomic<unsigned> asked{0};
+    Start();
+    const std::string text = "Deleting file " + tree.Path("kit/none");
+    const auto poll = [&] {
+        unsigned last = 0;
+        while (!done) {
+            const unsigned now = installer->GetCompletedCount();
+            backwards += now < last ? 1U : 0U;
+            last = now;
+            const KString status = installer->GetStatus();
+            strange += status.IsEmpty() || status == text.c_str() ? 0U : 1U;
+            strange += installer->GetMaxCount() == manyRules ? 0U : 1U;
+            strange +=
+                installer->IsCancelled() || installer->GetMode() != KINS::ModeUninstall ? 1U : 0U;
+            installer->IsComplete();
+            ++asked;
+        }
+    };
+    std::thread one(poll);
+    std::thread other(poll);
+    EXPECT_EQ(0U, CodeOfEnd());
+    done = true;
+    one.join();
+    other.join();
+    EXPECT_EQ(0U, backwards);
+    EXPECT_EQ(0U, strange);
+    EXPECT_LT(0U, asked);
+    EXPECT_EQ(manyRules, installer->GetCompletedCount());
+    EXPECT_EQ(manyRules, statuses.All().size());
+    EXPECT_EQ(1U, statuses.Threads().size());
+}
+
+TEST_F(KInstallerConcurrencyTest, TheCountNeverRunsBehindTheCallback) {
+    GivenManyRules();
+    std::atomic<unsigned> calls{0};
+    std::atomic<unsigned> wrong{0};
+    installer->SetCallback([&](const KString&, double) {
+        // A rule is counted once it is done: in the call of rule n, n - 1 are.
+        wrong += installer->GetCompletedCount() == calls++ ? 0U : 1U;
+    });
+    Start();
+    EXPECT_EQ(0U, CodeOfEnd());
+    EXPECT_EQ(manyRules, calls);
+    EXPECT_EQ(0U, wrong);
+}
+
+TEST_F(KInstallerConcurrencyTest, AStopFromAnotherThreadEndsTheRunBeforeTheNextRule) {
+    GivenScript(Lines("remove", "file=delete,none,@T@/kit", 5));
+    std::promise<void> inThird;
+    std::promise<void> stopped;
+    statuses.At(3, [&] {
+        inThird.set_value();
+        stopped.get_future().wait();
+    });
+    Start();
+    std::thread stopper([&] {
+        inThird.get_future().wait();
+        installer->Stop();
+        stopped.set_value();
+    });
+    EXPECT_EQ(66U, CodeOfEnd());
+    stopper.join();
+    EXPECT_EQ(3U, installer->GetCompletedCount());
+    EXPECT_EQ(4U, Executed().size());
+}
+
+TEST_F(KInstallerConcurrencyTest, AStopDuringACopyTakesEffectWithinAChunk) {
+    GivenOneLongCopy();
+    std::promise<void> copying;
+    std::promise<void> stopped;
+    statuses.At(4, [&] {
+        copying.set_value();
+        stopped.get_future().wait();
+    });
+    Start();
+    std::thread stopper([&] {
+        copying.get_future().wait();
+        installer->Stop();
+        stopped.set_value();
+    });
+    EXPECT_EQ(66U, CodeOfEnd());
+    stopper.join();
+    EXPECT_EQ(5U, statuses.All().size()); // the opening text, three chunks, the closing 100
+    EXPECT_FALSE(tree.Exists("big"));
+    EXPECT_FALSE(tree.Exists("later"));
+    EXPECT_EQ(1U, installer->GetCompletedCount());
+}
+
+TEST_F(KInstallerConcurrencyTest, AStopAtAnyMomentEndsTheRunOrComesTooLate) {
+    for (int round = 0; round < 20; ++round) {
+        installer = std::make_unique<KInstaller>();
+        GivenScript(Lines("remove", "file=delete,none,@T@/kit", 200));
+        Start();
+        std::thread stopper([&] {
+            std::this_thread::sleep_for(std::chrono::microseconds(round * 97));
+            installer->Stop();
+        });
+        const unsigned code = CodeOfEnd();
+        stopper.join();
+        EXPECT_TRUE(code == 66 || (code == 0 && installer->GetCompletedCount() == 200)) << code;
+    }
+}
+
+TEST_F(KInstallerConcurrencyTest, ManyStopsAreOne) {
+    GivenManyRules();
+    Start();
+    std::thread one([&] { installer->Stop(); });
+    std::thread other([&] { installer->Stop(); });
+    one.join();
+    other.join();
+    const unsigned code = CodeOfEnd();
+    EXPECT_TRUE(code == 66 || code == 0) << code;
+    EXPECT_TRUE(installer->IsCancelled());
+}
+
+TEST_F(KInstallerConcurrencyTest, DestroyingALiveInstallerStopsTheRunAndWaits) {
+    GivenOneLongCopy();
+    std::promise<void> copying;
+    std::atomic<bool> wasStopped{false};
+    KInstaller* const alive = installer.get();
+    statuses.At(3, [&] {
+        copying.set_value();
+        // The destructor asks the run to stop; what the run uses lives until then.
+        while (!alive->IsCancelled()) {
+            std::this_thread::sleep_for(1ms);
+        }
+        wasStopped = true;
+    });
+    Start();
+    copying.get_future().wait();
+    installer.reset();
+    EXPECT_TRUE(wasStopped);
+    EXPECT_FALSE(tree.Exists("big"));
+    EXPECT_FALSE(tree.Exists("later"));
+    EXPECT_EQ("100 Copying file big", statuses.Lines().back());
+}
+
+TEST_F(KInstallerConcurrencyTest, DestroyingALiveInstallerOfManyRulesIsQuiet) {
+    GivenManyRules();
+    std::promise<void> running;
+    statuses.At(10, [&] { running.set_value(); });
+    Start();
+    running.get_future().wait();
+    installer.reset();
+    const std::size_t afterTheEnd = statuses.All().size();
+    std::this_thread::sleep_for(20ms);
+    EXPECT_EQ(afterTheEnd, statuses.All().size());
+}
+
+TEST_F(KInstallerConcurrencyTest, DestroyingAnInstallerThatWasNeverStartedIsQuiet) {
+    GivenManyRules();
+    Initialize();
+    EXPECT_NO_THROW(installer.reset());
+}
+
+TEST_F(KInstallerConcurrencyTest, TwoInstallersOneAfterTheOtherEachRunTheirOwnScript) {
+    GivenScript("[remove]\ndirectory=create,@T@/first\ndirectory=create,$pathTarget$\n");
+    Initialize();
+    installer->StartUninstall(tree.Path("p"));
+    EXPECT_EQ(0U, CodeOfEnd());
+    installer = std::make_unique<KInstaller>();
+    installer->SetCallback(statuses.Callback());
+    GivenScript("[remove]\ndirectory=create,@T@/second\ndirectory=create,$pathTarget$\n");
+    Initialize();
+    installer->StartUninstall(tree.Path("q"));
+    EXPECT_EQ(0U, CodeOfEnd());
+    EXPECT_EQ(2U, installer->GetCompletedCount());
+    for (const char* made : {"first", "p", "second", "q"}) {
+        EXPECT_TRUE(tree.Exists(made)) << made;
+    }
+    EXPECT_EQ(4U, Executed().size());
+}
+
+TEST_F(KInstallerConcurrencyTest, ACallbackThatThrowsEndsTheRunWithItsException) {
+    GivenScript(Lines("remove", "file=delete,none,@T@/kit", 5));
+    statuses.At(2, [] { throw std::range_error("of the callback"); });
+    Start();
+    EXPECT_THROW(WaitForEnd(), std::range_error);
+    EXPECT_THROW(installer->IsComplete(), std::range_error);
+    EXPECT_EQ(1U, installer->GetCompletedCount());
+    EXPECT_EQ("Deleting file " + tree.Path("kit/none"), installer->GetStatus().c_str());
+}
+
+TEST_F(KInstallerConcurrencyTest, AnExceptionThatIsNoClassIsKeptToo) {
+    GivenScript(Lines("remove", "file=delete,none,@T@/kit", 5));
+    statuses.At(2, [] { throw 42; }); // NOLINT: what foreign code may do
+    Start();
+    EXPECT_THROW(WaitForEnd(), int);
+}
+
+TEST_F(KInstallerConcurrencyTest, TheCallbackMayAskEverything) {
+    GivenScript(Lines("remove", "file=delete,none,@T@/kit", 5));
+    std::vector<std::string> seen;
+    installer->SetCallback([&](const KString&, double) {
+        seen.push_back(
+            std::to_string(installer->GetCompletedCount()) + '/' +
+            std::to_string(installer->GetMaxCount()) + ' ' +
+            std::to_string(installer->GetStatus().IsEmpty()) +
+            std::to_string(installer->IsCancelled()) + std::to_string(installer->IsComplete())
+        );
+    });
+    Start();
+    EXPECT_EQ(0U, CodeOfEnd());
+    EXPECT_THAT(seen, ElementsAre("0/5 100", "1/5 000", "2/5 000", "3/5 000", "4/5 000"));
+}
+
+class ThrowingRule : public KINS::KInstallRule {
+  public:
+    using KInstallRule::KInstallRule;
+    void Execute() override { throw std::domain_error("of the rule"); }
+    KString Description() const override { return "Throw"; }
+};
+
+TEST_F(KInstallerConcurrencyTest, ARuleThatThrowsOnAThreadLeavesTheManagersLockFree) {
+    KINS::KInstallRuleManager manager(installer.get());
+    manager.AddRule(new ThrowingRule(&manager, ""));
+    KSUP::KThread worker("worker");
+    worker.Start([&] { manager.ExecuteRules(); });
+    while (worker.IsThreadActive()) {
+        SvcPollingDispatch();
+    }
+    EXPECT_THROW(worker.CheckRunError(), std::domain_error);
+    EXPECT_EQ(0U, manager.GetCompletedCount());
+    EXPECT_EQ(1U, manager.GetRuleCount());
+}
+
+} // namespace

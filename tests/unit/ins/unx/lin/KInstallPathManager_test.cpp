@@ -1,0 +1,347 @@
+// SPDX-License-Identifier: MIT
+#include "../../../../support/EngineRig.h"
+#include "../../../../support/ErrorProbe.h"
+#include "../../../../support/NameOfRow.h"
+#include "../../../../support/SlotOf.h"
+#include "../../Injected.h"
+
+#include <ins/unx/lin/KInstallPathManager.h>
+#include <sup++/KUtil.h>
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+namespace {
+
+using KINS::KInstallPathManager;
+using KSUP::KString;
+using KTEST::ErrorOf;
+using KTEST::Place;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+/// Looks for the record's link in a temporary tree instead of /etc.
+class RecordInTree : public KInstallPathManager {
+  public:
+    RecordInTree(KINS::KInstaller* installer, std::string link)
+        : KInstallPathManager(installer),
+          linkPath(std::move(link)) {}
+
+    KString ExpandMacros(const KString& text) const override {
+        return text == "/etc/$serviceName$/$serviceName$" ? KString(linkPath)
+                                                          : KInstallPathManager::ExpandMacros(text);
+    }
+
+  private:
+    std::string linkPath;
+};
+
+struct Record {
+    std::string path;
+    std::string version;
+    unsigned buildNumber;
+
+    friend bool operator==(const Record&, const Record&) = default;
+};
+
+void PrintTo(const Record& record, std::ostream* out) {
+    *out << record.path << ' ' << record.version << ' ' << record.buildNumber;
+}
+
+class KInstallPathManagerTest : public KTEST::EngineTest {
+  protected:
+    void GivenLink() { tree.Link("link", tree.Path("p/lin/x86/svc")); }
+    void GivenRecord(const char* text) {
+        GivenLink();
+        tree.Write("p/config/dps.ini", text);
+    }
+    Record Read() const {
+        KString path("unchanged path");
+        KString version("unchanged version");
+        unsigned buildNumber = 77;
+        manager.GetInstalledProductInformation(path, version, buildNumber);
+        return {path.c_str(), version.c_str(), buildNumber};
+    }
+
+    RecordInTree manager{installer.get(), tree.Path("link")};
+};
+
+// Macro and default path
+
+TEST_F(KInstallPathManagerTest, OverridesInTheSlotsOfItsBase) {
+    using KTEST::SlotOf;
+    EXPECT_EQ(2, SlotOf(&KInstallPathManager::Initialize));
+    EXPECT_EQ(4, SlotOf(&KInstallPathManager::GetInstalledProductInformation));
+    EXPECT_EQ(5, SlotOf(&KInstallPathManager::PutInstalledProductInformation));
+    EXPECT_EQ(6, SlotOf(&KInstallPathManager::GetDefaultProductPath));
+}
+
+TEST_F(KInstallPathManagerTest, ProgramNamesHaveNoEndingOnceInitialized) {
+    EXPECT_STREQ("prog$binext$", manager.ExpandMacros("prog$binext$").c_str());
+    manager.Initialize("/opt/p");
+    EXPECT_STREQ("prog", manager.ExpandMacros("prog$binext$").c_str());
+    manager.Initialize("/opt/q");
+    EXPECT_STREQ("prog", manager.ExpandMacros("prog$binext$").c_str());
+    EXPECT_STREQ("/opt/q/", manager.ExpandMacros("$pathTarget$").c_str());
+}
+
+struct DefaultPath {
+    const char* name;
+    const char* script;
+    const char* path;
+};
+
+class DefaultPathTest : public KTEST::EngineTest,
+                        public ::testing::WithParamInterface<DefaultPath> {};
+
+TEST_P(DefaultPathTest, IsTheValueAsItStandsOrTheBuiltInOne) {
+    GivenScript(GetParam().script);
+    Initialize();
+    const KInstallPathManager manager(installer.get());
+    EXPECT_STREQ(GetParam().path, manager.GetDefaultProductPath().c_str());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AScript,
+    DefaultPathTest,
+    ::testing::Values(
+        DefaultPath{"WithTheKey", "[install]\ndefaultPath.$os$=/opt/x\n", "/opt/x"},
+        DefaultPath{
+            "WithMacrosInTheValueLeavesThem",
+            "[install]\ndefaultPath.$os$=/opt/$product$/$os$\n",
+            "/opt/$product$/$os$"},
+        DefaultPath{"WithoutTheKey", "[install]\nfile=copy,a,b,c\n", "/usr/local/korvane/dps"},
+        DefaultPath{
+            "WithTheSystemsNameInTheKey",
+            "[install]\ndefaultPath.lin=/opt/x\n",
+            "/usr/local/korvane/dps"},
+        DefaultPath{
+            "WithTheKeyInAnotherSection",
+            "[remove]\ndefaultPath.$os$=/opt/x\n",
+            "/usr/local/korvane/dps"},
+        DefaultPath{"ThatIsEmpty", "", "/usr/local/korvane/dps"}
+    ),
+    KTEST::NameOfRow()
+);
+
+TEST_F(KInstallPathManagerTest, WithoutAScriptTheDefaultPathIsTheBuiltInOne) {
+    EXPECT_STREQ("/usr/local/korvane/dps", manager.GetDefaultProductPath().c_str());
+}
+
+// Reading the record
+
+struct ReadRecord {
+    const char* name;
+    const char* file;
+    const char* version;
+    unsigned buildNumber;
+};
+
+class ReadRecordTest : public KInstallPathManagerTest,
+                       public ::testing::WithParamInterface<ReadRecord> {};
+
+TEST_P(ReadRecordTest, GivesPathVersionAndBuildNumber) {
+    GivenRecord(GetParam().file);
+    EXPECT_EQ((Record{tree.Path("p"), GetParam().version, GetParam().buildNumber}), Read());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ARecord,
+    ReadRecordTest,
+    ::testing::Values(
+        ReadRecord{"InFull", "[installControl]\ninstalledVersion=2.1\nbuildNumber=37\n", "2.1", 37},
+        ReadRecord{
+            "AmongOtherSections",
+            "[General]\na=b\n[installControl]\ninstalledVersion=2.1\nbuildNumber=37\n[z]\n",
+            "2.1",
+            37},
+        ReadRecord{
+            "WithoutItsSection", "[General]\ninstalledVersion=2.1\nbuildNumber=37\n", "unknown", 0},
+        ReadRecord{"WithoutItsKeys", "[installControl]\n", "unknown", 0},
+        ReadRecord{
+            "WithABuildNumberThatIsNone",
+            "[installControl]\ninstalledVersion=2.1\nbuildNumber=abc\n",
+            "2.1",
+            0},
+        ReadRecord{"WithAnEmptyBuildNumber", "[installControl]\nbuildNumber=\n", "unknown", 0},
+        ReadRecord{
+            "WithABuildNumberThatIsTooLarge",
+            "[installControl]\nbuildNumber=4294967296\n",
+            "unknown",
+            0},
+        ReadRecord{
+            "WithTheLargestBuildNumber",
+            "[installControl]\nbuildNumber=4294967295\n",
+            "unknown",
+            4294967295U},
+        ReadRecord{
+            "WithAHexadecimalBuildNumber", "[installControl]\nbuildNumber=0x10\n", "unknown", 16},
+        ReadRecord{
+            "WithSomethingBehindTheNumber", "[installControl]\nbuildNumber=12abc\n", "unknown", 12},
+        ReadRecord{"OfNoBytes", "", "unknown", 0}
+    ),
+    KTEST::NameOfRow()
+);
+
+TEST_F(KInstallPathManagerTest, AMissingRecordFileStillIsAProduct) {
+    GivenLink();
+    EXPECT_EQ((Record{tree.Path("p"), "unknown", 0}), Read());
+}
+
+TEST_F(KInstallPathManagerTest, ADirectoryInPlaceOfTheRecordFileStillIsAProduct) {
+    GivenLink();
+    tree.Directory("p/config/dps.ini");
+    EXPECT_EQ((Record{tree.Path("p"), "unknown", 0}), Read());
+}
+
+struct LinkTarget {
+    const char* name;
+    const char* target;
+    const char* path;
+};
+
+class LinkTargetTest : public KInstallPathManagerTest,
+                       public ::testing::WithParamInterface<LinkTarget> {};
+
+TEST_P(LinkTargetTest, LosesItsLastThreeComponents) {
+    tree.Link("link", GetParam().target);
+    EXPECT_EQ(GetParam().path, Read().path);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ATarget,
+    LinkTargetTest,
+    ::testing::Values(
+        LinkTarget{"InAPlatformDirectory", "/inspp/p/lin/x86/svc", "/inspp/p"},
+        LinkTarget{"WithASeparatorAtItsEnd", "/inspp/p/lin/x86/svc/", "/inspp/p"},
+        LinkTarget{"OfThreeComponents", "/lin/x86/svc", "/"},
+        LinkTarget{"OfMany", "/a/b/c/d/e/f/g", "/a/b/c/d"}
+    ),
+    KTEST::NameOfRow()
+);
+
+TEST_F(KInstallPathManagerTest, WithoutALinkReadingIsError64AndChangesNothing) {
+    KString path("unchanged path");
+    KString version("unchanged version");
+    unsigned buildNumber = 77;
+    const KSUP::KError error =
+        ErrorOf([&] { manager.GetInstalledProductInformation(path, version, buildNumber); });
+    EXPECT_THAT(
+        Place(error),
+        ::testing::StartsWith(
+            "48 64.0 ins/unx/lin/KInstallPathManager:94 GetInstalledProductInformation"
+        )
+    );
+    EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
+    EXPECT_STREQ("unchanged path", path.c_str());
+    EXPECT_STREQ("unchanged version", version.c_str());
+    EXPECT_EQ(77U, buildNumber);
+}
+
+TEST_F(KInstallPathManagerTest, AFileInPlaceOfTheLinkIsError64) {
+    tree.Write("link", tree.Path("p/lin/x86/svc"));
+    EXPECT_EQ(64U, ErrorOf([&] { Read(); }).GetCode());
+}
+
+TEST_F(KInstallPathManagerTest, ARelativeLinkIsError16AlthoughItsTargetIsThere) {
+    tree.Write("p/lin/x86/svc", "");
+    tree.Write("p/config/dps.ini", "[installControl]\ninstalledVersion=2.1\n");
+    tree.Link("link", "p/lin/x86/svc");
+    const KSUP::KError error = ErrorOf([&] { Read(); });
+    EXPECT_THAT(
+        Place(error),
+        ::testing::StartsWith(
+            "48 16.0 ins/unx/lin/KInstallPathManager:101 GetInstalledProductInformation"
+        )
+    );
+    EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
+}
+
+// Writing the record
+
+TEST_F(KInstallPathManagerTest, WhatIsWrittenReadsBack) {
+    GivenRecord("");
+    manager.PutInstalledProductInformation("1.2.3", 7);
+    EXPECT_EQ((Record{tree.Path("p"), "1.2.3", 7}), Read());
+    EXPECT_EQ(
+        "[installControl]\ninstalledVersion=1.2.3\nbuildNumber=7\n", tree.Read("p/config/dps.ini")
+    );
+}
+
+TEST_F(KInstallPathManagerTest, TheLargestBuildNumberIsWrittenInDecimal) {
+    GivenRecord("");
+    manager.PutInstalledProductInformation("1", 4294967295U);
+    EXPECT_THAT(tree.Read("p/config/dps.ini"), HasSubstr("\nbuildNumber=4294967295\n"));
+    EXPECT_EQ(4294967295U, Read().buildNumber);
+}
+
+TEST_F(KInstallPathManagerTest, WritingReplacesTheValuesAndKeepsTheRestOfTheFile) {
+    GivenRecord(
+        "# "
+        "theirs\n[General]\nLevel=3\n\n[installControl]\nbuildNumber=1\nx=y\ninstalledVersion=0.9\n"
+    );
+    manager.PutInstalledProductInformation("2.2", 38);
+    EXPECT_EQ(
+        "# "
+        "theirs\n[General]\nLevel=3\n\n[installControl]\nbuildNumber=38\nx=y\ninstalledVersion=2."
+        "2\n",
+        tree.Read("p/config/dps.ini")
+    );
+}
+
+TEST_F(KInstallPathManagerTest, WithoutALinkWritingIsError64) {
+    tree.Write("p/config/dps.ini", "");
+    const KSUP::KError error = ErrorOf([&] { manager.PutInstalledProductInformation("1", 1); });
+    EXPECT_THAT(
+        Place(error),
+        ::testing::StartsWith(
+            "48 64.0 ins/unx/lin/KInstallPathManager:57 PutInstalledProductInformation"
+        )
+    );
+    EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
+}
+
+TEST_F(KInstallPathManagerTest, WithARelativeLinkWritingIsError16AndChangesNothing) {
+    tree.Link("link", "p/lin/x86/svc");
+    tree.Write("p/config/dps.ini", "[General]\n");
+    const KSUP::KError error = ErrorOf([&] { manager.PutInstalledProductInformation("1", 1); });
+    EXPECT_THAT(
+        Place(error),
+        ::testing::StartsWith(
+            "48 16.0 ins/unx/lin/KInstallPathManager:64 PutInstalledProductInformation"
+        )
+    );
+    EXPECT_EQ("[General]\n", tree.Read("p/config/dps.ini"));
+}
+
+TEST_F(KInstallPathManagerTest, WithoutARecordFileWritingIsError36OfTheProfile) {
+    GivenLink();
+    const KSUP::KError error = ErrorOf([&] { manager.PutInstalledProductInformation("1", 1); });
+    EXPECT_THAT(Place(error), ::testing::StartsWith("24 36.0 sup++/KProfile:120 PutNumber"));
+    EXPECT_FALSE(tree.Exists("p/config"));
+}
+
+TEST_F(KInstallPathManagerTest, TheDiskIsFlushedBeforeTheRecordIsWritten) {
+    GivenRecord("");
+    KTEST::Injection inject;
+    std::string fileAtFlush = "not flushed";
+    inject.SvcFlushWrites = [&] {
+        fileAtFlush = tree.Read("p/config/dps.ini");
+        return 0U;
+    };
+    manager.PutInstalledProductInformation("1", 1);
+    EXPECT_EQ("", fileAtFlush);
+    EXPECT_EQ("1", Read().version);
+}
+
+TEST_F(KInstallPathManagerTest, ADiskThatFailsToFlushIsAnErrorAndLeavesTheRecord) {
+    GivenRecord("[installControl]\ninstalledVersion=2.1\nbuildNumber=37\n");
+    KTEST::Injection inject;
+    inject.SvcFlushWrites = [] { return static_cast<unsigned>(EIO); };
+    const KSUP::KError error = ErrorOf([&] { manager.PutInstalledProductInformation("2.2", 38); });
+    EXPECT_EQ(static_cast<unsigned>(EIO), error.GetCode());
+    EXPECT_EQ((Record{tree.Path("p"), "2.1", 37}), Read());
+}
+
+} // namespace
