@@ -47,20 +47,20 @@ void SetForeignAndOwn(const KString& source, const KString& target) {
     const KString lin = Directory("lin");
     const KString mac = Directory("mac");
     const KString x86 = Directory("x86");
-    const KString x86_64 = Directory("x86_64");
+    const KString x64 = Directory("x86_64");
 
     KUtil::SetPathMap(pathSourceWinX86, source + win + x86);
-    KUtil::SetPathMap(pathSourceWinX86_64, source + win + x86_64);
+    KUtil::SetPathMap(pathSourceWinX86_64, source + win + x64);
     KUtil::SetPathMap(pathTargetWin, target + win);
     KUtil::SetPathMap(pathTargetWinX86, target + win + x86);
-    KUtil::SetPathMap(pathTargetWinX86_64, target + win + x86_64);
+    KUtil::SetPathMap(pathTargetWinX86_64, target + win + x64);
     // "lin" and "mac" end without a separator, unlike "win": scripts rely on it.
     KUtil::SetPathMap(pathTargetLin, target + "lin");
     KUtil::SetPathMap(pathTargetLinX86, target + lin + x86);
-    KUtil::SetPathMap(pathTargetLinX86_64, target + lin + x86_64);
+    KUtil::SetPathMap(pathTargetLinX86_64, target + lin + x64);
     KUtil::SetPathMap(pathTargetMac, target + "mac");
     KUtil::SetPathMap(pathTargetMacX86, target + mac + x86);
-    KUtil::SetPathMap(pathTargetMacX86_64, target + mac + x86_64);
+    KUtil::SetPathMap(pathTargetMacX86_64, target + mac + x64);
 }
 
 /// The running system is what the global data record says, never what this was compiled for.
@@ -68,12 +68,12 @@ void SetRunningSystem(const KString& source, const KString& target) {
     const SvcGlobalData* global = SvcGetGlobalDataEx();
     const KString os = Directory(global->os);
     const KString x86 = Directory("x86");
-    const KString x86_64 = Directory("x86_64");
+    const KString x64 = Directory("x86_64");
 
     KUtil::SetPathMap(pathSourceBinX86, source + os + x86);
-    KUtil::SetPathMap(pathSourceBinX86_64, source + os + x86_64);
+    KUtil::SetPathMap(pathSourceBinX86_64, source + os + x64);
     KUtil::SetPathMap(pathTargetBinX86, target + os + x86);
-    KUtil::SetPathMap(pathTargetBinX86_64, target + os + x86_64);
+    KUtil::SetPathMap(pathTargetBinX86_64, target + os + x64);
     KUtil::SetPathMap(pathTargetBin, target + os + Directory(global->architecture));
 }
 

@@ -40,6 +40,7 @@ KInstaller::KInstaller()
       workerThread("Ins++ installation thread") {}
 
 KInstaller::~KInstaller() {
+    // Whether or not Initialize came to load it: loads are counted, and one too few is harmless.
     PrvInsUnloadMessage();
 }
 

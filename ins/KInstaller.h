@@ -10,6 +10,7 @@
 #include <sup++/KString.h>
 #include <sup++/KThread.h>
 
+#include <atomic>
 #include <cstdint>
 
 namespace KINS {
@@ -121,7 +122,7 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     void AdoptInstalledProduct();
     void WaitForEnd();
 
-    MODE mode = ModeNone;
+    std::atomic<MODE> mode{ModeNone}; // asked for by any thread
     KSUP::KProfile installProfile;
     KSUP::KLog log;
     KInstallRuleManager ruleManager;

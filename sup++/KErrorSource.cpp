@@ -14,7 +14,7 @@ void KErrorSource::Raise(
         error.SetInfo(info);
     }
     Msg(level, "%s", error.GetSummary().c_str());
-    throw error;
+    throw KError(error);
 }
 
 void KErrorSource::RaiseSystem(

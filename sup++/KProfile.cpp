@@ -82,9 +82,11 @@ KProfile::KProfile(const KProfile& other) noexcept
       commandLineContext(other.commandLineContext) {}
 
 KProfile& KProfile::operator=(const KProfile& other) noexcept {
-    content = other.content;
-    commandLineContext = other.commandLineContext;
-    enumPosition = 0;
+    if (this != &other) {
+        content = other.content;
+        commandLineContext = other.commandLineContext;
+        enumPosition = 0;
+    }
     return *this;
 }
 

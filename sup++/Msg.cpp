@@ -23,7 +23,8 @@ Hook& TheHook() noexcept {
     return hook;
 }
 
-std::string Format(const char* format, std::va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string
+Format(const char* format, std::va_list arguments) {
     std::va_list again;
     va_copy(again, arguments);
     const int bytes = std::vsnprintf(nullptr, 0, format, arguments);

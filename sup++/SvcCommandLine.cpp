@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <forward_list>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -35,14 +36,14 @@ void AppendQuoted(std::string_view argument, std::string& line) {
 }
 
 void Save(const std::vector<std::string>& arguments) {
+    // Former lines are kept: who reads the record may hold a pointer to one.
+    static std::forward_list<std::string>& lines = *new std::forward_list<std::string>;
     std::string line;
     for (const std::string& argument : arguments) {
         AppendQuoted(argument, line);
     }
-    // Never freed: who reads the record may hold a pointer to a former line.
-    auto* kept = new char[line.size() + 1]; // NOLINT: see above
-    std::memcpy(kept, line.c_str(), line.size() + 1);
-    KSUP::DataRecords::SetCommandLine(kept);
+    lines.push_front(std::move(line));
+    KSUP::DataRecords::SetCommandLine(lines.front().c_str());
 }
 
 std::once_flag savedOnce; // NOLINT: the record is one for the process
