@@ -83,6 +83,9 @@ void GiveToNobody(TemporaryTree& tree, const std::string& relative);
 /// signal that ended it.
 int InChild(const boost::function<int()>& body);
 
+/// Saves the process's own command line again.
+void RestoreCommandLine();
+
 /// The numbers of the descriptors that are open, sorted.
 std::vector<int> OpenDescriptors();
 

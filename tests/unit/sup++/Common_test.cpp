@@ -2,12 +2,14 @@
 #include "../../support/TemporaryTree.h"
 #include "Common.h"
 
+#include <sup++/SvcCommandLine.h>
 #include <sup++/SvcTrace.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <exception>
+#include <fstream>
 #include <system_error>
 #include <thread>
 
@@ -144,6 +146,19 @@ int InChild(const boost::function<int()>& body) {
     int status = 0;
     Check(::waitpid(child, &status, 0), "waitpid");
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void RestoreCommandLine() {
+    std::ifstream file("/proc/self/cmdline");
+    std::vector<std::string> arguments;
+    for (std::string argument; std::getline(file, argument, '\0');) {
+        arguments.push_back(argument);
+    }
+    std::vector<const char*> pointers;
+    for (const std::string& argument : arguments) {
+        pointers.push_back(argument.c_str());
+    }
+    EXPECT_EQ(SvcSetCommandLine(static_cast<unsigned>(pointers.size()), pointers.data()), 0U);
 }
 
 std::vector<int> OpenDescriptors() {
