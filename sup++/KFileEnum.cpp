@@ -106,7 +106,9 @@ void KFileEnum::Start(
         source.Raise(TraceLevel::support, ErrorCode::invalidArgument);
     }
     directory = KUtil::AppendPathSep(directoryPath, "/");
-    names = List(directory.c_str(), pattern.c_str());
+    // No directory is not the root directory, which the separator alone would name.
+    names = directoryPath.IsEmpty() ? std::vector<std::string>()
+                                    : List(directory.c_str(), pattern.c_str());
     next = 0;
 }
 

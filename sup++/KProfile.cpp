@@ -29,7 +29,7 @@ std::string_view Name(const KString& name) noexcept {
 bool HasControlCharacter(const KString& text) noexcept {
     for (const char* at = text.c_str(); *at != '\0'; ++at) {
         const auto byte = static_cast<unsigned char>(*at);
-        if ((byte < 0x20 && byte != '\t') || byte == 0x7F) {
+        if (byte < 0x20 || byte == 0x7F) {
             return true;
         }
     }
@@ -39,8 +39,9 @@ bool HasControlCharacter(const KString& text) noexcept {
 /// Whether a line made of these would be read as what it was.
 bool ReadsBack(const KString& section, const KString& key, const KString& value) noexcept {
     const std::string_view name = Name(key);
-    const bool looksOtherwise =
-        !name.empty() && (name.front() == '[' || name.front() == ';' || name.front() == '#');
+    // At the start of a file a byte order mark is none of the key's.
+    const bool looksOtherwise = name.starts_with("\xEF\xBB\xBF") || name.starts_with('[') ||
+                                name.starts_with(';') || name.starts_with('#');
     return !looksOtherwise && name.find('=') == std::string_view::npos &&
            !HasControlCharacter(section) && !HasControlCharacter(key) &&
            !HasControlCharacter(value);

@@ -197,7 +197,9 @@ std::uint32_t KProfileText::LastKeyOrHeader(std::uint32_t block) const {
 void KProfileText::InsertBehind(std::uint32_t index, const std::string& text) {
     Line& before = lines[index];
     if (index != 0 && !before.text.ends_with('\n')) {
-        before.text = Keep(std::string(before.text).append(lineEnd)); // the file's last line
+        // The file's last line. It may have the first half of its end already.
+        const std::string_view end = before.text.ends_with('\r') ? "\n" : lineEnd;
+        before.text = Keep(std::string(before.text).append(end));
     }
     if (index == lastLine) {
         AppendLine(Keep(text));

@@ -5,10 +5,9 @@
 #include <sup++/unx/lin/KDescriptor.h>
 #include <sup++/unx/lin/SysFile.h>
 
-#include <array>
-#include <cstring>
+#include <algorithm>
+#include <string>
 
-#include <sys/uio.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -29,15 +28,18 @@ int PriorityOf(TRACE_MESSAGE level) noexcept {
     }
 }
 
-/// One system call, so that lines of several processes do not mix, and no memory of its own.
+/// One line and one system call, so that messages of several processes do not mix and none can
+/// pretend to be two.
 void WriteLine(int descriptor, TRACE_MESSAGE level, const char* text) noexcept {
-    const auto piece = [](const char* bytes) {
-        return iovec{const_cast<char*>(bytes), std::strlen(bytes)}; // NOLINT: writev only reads
-    };
-    const std::array<iovec, 4> line{
-        piece(SvcMapTraceMask(level)), piece(" "), piece(text), piece("\n")};
-    if (::writev(descriptor, line.data(), static_cast<int>(line.size())) < 0) {
-        return; // nobody is left to be told
+    try {
+        std::string line(SvcMapTraceMask(level));
+        line.append(" ").append(text);
+        std::replace_if(
+            line.begin(), line.end(), [](char byte) { return byte >= 0 && byte < ' '; }, ' '
+        );
+        line += '\n';
+        static_cast<void>(Sys::WriteAll(descriptor, line.data(), line.size()));
+    } catch (...) { // NOLINT: there is nobody left to be told
     }
 }
 

@@ -361,7 +361,9 @@ unsigned ChangeMode(const char* path, unsigned mode) {
     }
     const int result =
         ::fchmodat(place.directory.Get(), place.name.c_str(), mode & 07777, AT_SYMLINK_NOFOLLOW);
-    return result == 0 ? 0 : LastError();
+    const unsigned status = result == 0 ? 0 : LastError();
+    NoteWrite(path);
+    return status;
 }
 
 } // namespace KSUP::Sys
