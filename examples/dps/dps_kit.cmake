@@ -25,5 +25,7 @@ function(add_binaries directory)
     OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 
-add_binaries(${KIT} ${SETUP})
 add_binaries(${KIT}/lin/${ARCHITECTURE} ${PRODUCT})
+# Last, the setup program the very last: where it is, the kit is whole.
+list(REVERSE SETUP)
+add_binaries(${KIT} ${SETUP})
