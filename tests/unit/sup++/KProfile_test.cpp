@@ -334,10 +334,11 @@ TEST_F(KProfileTest, AddsASectionAtTheEndOfTheFile) {
     EXPECT_THAT(Bytes(), testing::EndsWith("[t]\nb=2\n"));
 }
 
-TEST_F(KProfileTest, TakesNamesWithoutBlanksAroundThem) {
+TEST_F(KProfileTest, TakesNamesAndValuesWithoutBlanksAroundThem) {
     KProfile profile = Given("[s]\na=1\n");
-    profile.PutString(" s\t", " a ", "2");
-    EXPECT_EQ(Bytes(), "[s]\na=2\n");
+    profile.PutString(" s ", " a ", "  2 3 ");
+    EXPECT_EQ(Bytes(), "[s]\na=2 3\n");
+    EXPECT_EQ(profile.GetString("s", "a", ""), "2 3");
 }
 
 TEST_F(KProfileTest, AnEmptyKeyInTheEmptySectionReadsBackAndIsReplaced) {
@@ -463,6 +464,41 @@ INSTANTIATE_TEST_SUITE_P(
         {"KeyThatIsASemicolonComment", "s", ";a", "v"},
         {"KeyThatIsAHashComment", "s", "#a", "v"},
         {"KeyThatIsASection", "s", "[a]", "v"},
+    }),
+    RowName()
+);
+
+class KProfileOddTest : public KProfileTest, public testing::WithParamInterface<RefusedRow> {};
+
+TEST_P(KProfileOddTest, ReadsBackAsItWasOrIsRefused) {
+    const RefusedRow& row = GetParam();
+    for (const char* before : {"", "a=1\n[s]\nb=2\n"}) {
+        KProfile profile = Given(before);
+        if (CodeOf([&] { profile.PutString(row.section, row.key, row.value); }) == 36U) {
+            EXPECT_EQ(Bytes(), before);
+            continue;
+        }
+        EXPECT_EQ(Reread(row.section, row.key), row.value) << TemporaryTree::Escaped(Bytes());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts,
+    KProfileOddTest,
+    testing::ValuesIn(std::vector<RefusedRow>{
+        {"BracketInTheSection", "a]b", "k", "v"},
+        {"BracketAtTheEndOfTheSection", "a]", "k", "v"},
+        {"SectionThatIsABracket", "]", "k", "v"},
+        {"OpenBracketInTheSection", "[a", "k", "v"},
+        {"SectionThatIsAComment", ";a", "k", "v"},
+        {"SectionWithEqualSign", "a=b", "k", "v"},
+        {"ByteOrderMarkInTheKey", "", "\xef\xbb\xbf" "k", "v"},
+        {"KeyThatIsAByteOrderMark", "", "\xef\xbb\xbf", "v"},
+        {"BracketBehindAByteOrderMark", "", "\xef\xbb\xbf[k]", "v"},
+        {"BracketInTheKey", "s", "k]", "v"},
+        {"EmptyKeyAndValueInASection", "s", "", ""},
+        {"NextLineInTheValue", "s", "k", "a\xc2\x85" "b"},
+        {"LineSeparatorInTheValue", "s", "k", "a\xe2\x80\xa8" "b"},
     }),
     RowName()
 );
