@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "Common.h"
-
 #include "../../support/TemporaryTree.h"
+#include "Common.h"
 
 #include <sup++/KLog.h>
 #include <sup++/KUtil.h>
 #include <sup++/SvcTrace.h>
-
-#include <sys/resource.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -22,6 +18,9 @@
 #include <memory>
 #include <regex>
 #include <thread>
+
+#include <sys/resource.h>
+#include <sys/stat.h>
 
 namespace KTEST {
 namespace {
@@ -288,8 +287,8 @@ TEST_F(KLogTest, WritesAnErrorsDescription) {
 }
 
 TEST_F(KLogTest, FillsTheNextPieceToItsWidth) {
-    Begin() << std::setw(5) << 42 << "|" << std::setw(5) << "abc" << "|" << std::setw(2) << "long"
-            << KLogTypes::EndEntry;
+    Begin() << std::setw(5) << 42 << "|" << std::setw(5) << "abc"
+            << "|" << std::setw(2) << "long" << KLogTypes::EndEntry;
     EXPECT_THAT(Entries(), ElementsAre(prefixText + "    42|  abc|long"));
 }
 
@@ -316,9 +315,15 @@ TEST_F(KLogTest, AStatusThatWasAnnouncedEndsWithItsEntry) {
 }
 
 TEST_F(KLogTest, ControlCharactersBecomeBlanks) {
-    EXPECT_EQ(Written("a\nb\tc\rd\x1b" "e\x7f" "f"), "a b c d e f");
-    EXPECT_EQ(Written(KString("fake\nKINS::KFileRule: entry\t2000")),
-              "fake KINS::KFileRule: entry 2000");
+    EXPECT_EQ(
+        Written("a\nb\tc\rd\x1b"
+                "e\x7f"
+                "f"),
+        "a b c d e f"
+    );
+    EXPECT_EQ(
+        Written(KString("fake\nKINS::KFileRule: entry\t2000")), "fake KINS::KFileRule: entry 2000"
+    );
     const unsigned short wide[] = {'a', '\n', 'b', 0};
     EXPECT_EQ(Written(&wide[0]), "a b");
     *log << KLogPrefix(KString("A\nB:")) << "x" << KLogTypes::EndEntry;

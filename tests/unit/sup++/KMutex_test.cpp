@@ -1,17 +1,16 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/TraceRecorder.h"
 #include "Common.h"
 
-#include "../../support/TraceRecorder.h"
-
 #include <sup++/KMutex.h>
-
-#include <dlfcn.h>
 
 #include <atomic>
 #include <cerrno>
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
+
+#include <dlfcn.h>
 
 namespace {
 

@@ -4,10 +4,6 @@
 #include <sup++/KThread.h>
 #include <sup++/SvcDispatch.h>
 
-#include <pthread.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -17,6 +13,10 @@
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
+
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace KTEST {
 namespace {

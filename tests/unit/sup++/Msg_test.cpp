@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "Common.h"
-
 #include "../../support/TraceRecorder.h"
+#include "Common.h"
 
 #include <sup++/Msg.h>
 

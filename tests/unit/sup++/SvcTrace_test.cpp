@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "Common.h"
-
 #include "../../support/TemporaryTree.h"
+#include "Common.h"
 
 #include <sup++/SvcTrace.h>
 
@@ -69,7 +68,9 @@ TEST_F(SvcTraceTest, TheLastHookSetIsTheOnlyOne) {
 }
 
 TEST_F(SvcTraceTest, WhatAHookThrowsIsDropped) {
-    SvcSetTraceHook([](void*, TRACE_MESSAGE, const char*) { throw std::runtime_error("x"); }, nullptr);
+    SvcSetTraceHook(
+        [](void*, TRACE_MESSAGE, const char*) { throw std::runtime_error("x"); }, nullptr
+    );
     Msg(48, "one");
     SvcSetTraceHook(&Record, &seen);
     Msg(48, "two");
