@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <sup++/CommandLineText.h>
 #include <sup++/DataRecords.h>
 #include <sup++/KError.h>
 #include <sup++/KErrorCode.h>
@@ -9,10 +10,12 @@
 
 #include <cerrno>
 #include <cstring>
+#include <forward_list>
 #include <map>
 #include <mutex>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -59,6 +62,12 @@ struct Records {
         const std::string architecture = KSUP::Sys::Architecture();
         architecture.copy(global.architecture, sizeof(global.architecture) - 1);
         Store(ProductTexts());
+        SetCommandLine(KSUP::CommandLineText::Quote(KSUP::Sys::ProgramArguments()));
+    }
+
+    void SetCommandLine(std::string commandLine) {
+        commandLines.push_front(std::move(commandLine));
+        global.commandLine = commandLines.front().c_str();
     }
 
     void Store(const ProductTexts& texts) {
@@ -74,6 +83,7 @@ struct Records {
     SvcGlobalData global{};
     SvcProductData product{};
     LowTexts lowTexts;
+    std::forward_list<std::string> commandLines; // all of them: who reads may hold a former one
 };
 
 Records& TheRecords() {
@@ -114,8 +124,8 @@ ProductTexts ReadProduct(const char* path) {
 
 namespace KSUP::DataRecords {
 
-void SetCommandLine(const char* commandLine) {
-    TheRecords().global.commandLine = commandLine;
+void SetCommandLine(std::string commandLine) {
+    TheRecords().SetCommandLine(std::move(commandLine));
 }
 
 bool AppendByMacro(std::string_view name, std::string& target) {
@@ -156,7 +166,6 @@ bool AppendByMacro(std::string_view name, std::string& target) {
 } // namespace KSUP::DataRecords
 
 const SvcGlobalData* SvcGetGlobalDataEx() noexcept {
-    KSUP::DataRecords::SaveOwnCommandLine();
     return &TheRecords().global;
 }
 
