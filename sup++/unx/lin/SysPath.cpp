@@ -46,10 +46,14 @@ class Pending {
     std::vector<std::string> parts;
 };
 
-bool IsTrusted(int directory) noexcept {
+/// 0 for a directory out of which a link may be followed, ELOOP for another, errno when unknown.
+unsigned CheckTrust(int directory) noexcept {
     struct stat status {};
-    return ::fstat(directory, &status) == 0 && status.st_uid == 0 &&
-           (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    if (::fstat(directory, &status) != 0) {
+        return static_cast<unsigned>(errno);
+    }
+    const bool trusted = status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return trusted ? 0 : ELOOP;
 }
 
 unsigned ReadLink(int link, std::string& target) {
@@ -134,11 +138,12 @@ unsigned Walk::Enter(std::string name, bool isLast, Place& place) {
 }
 
 unsigned Walk::Follow(int link) {
-    if (!IsTrusted(current.Get()) || linksLeft-- == 0) {
-        return ELOOP;
-    }
     std::string target;
-    if (const unsigned status = ReadLink(link, target); status != 0) {
+    unsigned status = linksLeft-- > 0 ? CheckTrust(current.Get()) : ELOOP;
+    if (status == 0) {
+        status = ReadLink(link, target);
+    }
+    if (status != 0) {
         return status;
     }
     pending.PushFront(target);
