@@ -638,6 +638,29 @@ TEST_F(KInstallRuleManagerBaseTest, ARuleIsLoggedThenExecutedThenAskedWhetherItC
     rule->notes = nullptr;
 }
 
+TEST_F(KInstallRuleManagerBaseTest, ARuleIsLoggedBeforeCancellationIsAskedAbout) {
+    class Asking : public KInstallRuleManager {
+      public:
+        Asking(KINS::KInstaller* owner, std::function<void()> question)
+            : KInstallRuleManager(owner),
+              asked(std::move(question)) {}
+        bool IsCancelled() const override {
+            asked();
+            return false;
+        }
+
+      private:
+        std::function<void()> asked;
+    };
+    std::vector<std::size_t> lines;
+    Asking asking(installer.get(), [&] { lines.push_back(LogLines().size()); });
+    asking.AddRule(new ScriptedRule(&asking, "a"));
+    asking.AddRule(new ScriptedRule(&asking, "b"));
+    asking.ExecuteRules();
+    // Two lines of adding; then asked behind each rule's line, and once behind the last rule.
+    EXPECT_THAT(lines, ElementsAre(3U, 4U, 4U));
+}
+
 TEST_F(KInstallRuleManagerBaseTest, WhetherARuleCountsIsAskedAfterItsWork) {
     ScriptedRule* rule = nullptr;
     rule = AddScripted("late", [&] { rule->counts = true; });
