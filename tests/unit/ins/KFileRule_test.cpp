@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+//
+// Above 500 lines: the operations of this rule are tables of many rows, and share one fixture.
 #include "../../support/EngineRig.h"
 #include "../../support/ErrorProbe.h"
 #include "../../support/NameOfRow.h"
