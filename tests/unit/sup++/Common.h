@@ -96,6 +96,12 @@ void GiveToNobody(TemporaryTree& tree, const std::string& relative);
 /// signal that ended it.
 int InChild(const boost::function<int()>& body);
 
+/// From here on the system refuses a call with ENOSYS, as an older one does that does not know it.
+/// For a forked process only: there is no way back.
+///
+/// Throws   std::system_error where the system cannot do that
+void RefuseSystemCall(long number);
+
 /// Runs one test of this program, a disabled one, in a process of its own, in which no other test
 /// has changed anything before; `option` is put on its command line.
 bool PassesAlone(const std::string& test, const std::string& option = "--");

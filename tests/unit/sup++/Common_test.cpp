@@ -15,6 +15,8 @@
 
 #include <dirent.h>
 #include <grp.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -146,6 +148,18 @@ int InChild(const boost::function<int()>& body) {
     int status = 0;
     Check(::waitpid(child, &status, 0), "waitpid");
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+void RefuseSystemCall(long number) {
+    sock_filter instructions[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(number), 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{4, instructions};
+    Check(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "no new privileges");
+    Check(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), "seccomp filter");
 }
 
 bool PassesAlone(const std::string& test, const std::string& option) {

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace KTEST {
@@ -90,6 +91,22 @@ TEST_F(KFileTest, CopiesFromAnotherFileSystem) {
     CopyAll(target, source);
     target.Close();
     ::close(memory);
+    EXPECT_EQ(tree.Read("target"), bytes);
+}
+
+TEST_F(KFileTest, CopiesWhereTheSystemCannotCopyByItself) {
+    const std::string bytes = ArbitraryBytes(200000);
+    tree.Write("source", bytes);
+    const int status = InChild([&] {
+        RefuseSystemCall(SYS_copy_file_range);
+        CopyFile("source", "target");
+        KFile source;
+        KFile target;
+        source.OpenForRead(tree.Path("source"));
+        target.Create(tree.Path("shrunken"));
+        return CodeOf([&] { target.Copy(source, 199999, 2); }) == EIO ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
     EXPECT_EQ(tree.Read("target"), bytes);
 }
 

@@ -3,6 +3,8 @@
 
 #include <cerrno>
 
+#include <sys/syscall.h>
+
 namespace KTEST {
 namespace {
 
@@ -102,6 +104,23 @@ TEST_F(KFileTest, DirectoriesWithoutLinksNeedNoTrust) {
     tree.Directory("open", 0777);
     EXPECT_EQ(CodeOfCreate("open/new"), 0U);
     EXPECT_TRUE(tree.Exists("open/new"));
+}
+
+TEST_F(KFileTest, LinksAreJudgedAlikeWhereTheSystemCannotRefuseThemByItself) {
+    tree.Directory("real");
+    tree.Directory("open", 0777);
+    tree.Link("open/dir", "../real");
+    tree.Link("dir", "real");
+    const unsigned trusted = IsRoot() ? 0U : unsigned{ELOOP};
+    const int status = InChild([&] {
+        RefuseSystemCall(SYS_openat2);
+        const bool judged = CodeOfCreate("open/dir/new") == ELOOP &&
+                            CodeOfCreate("dir/new") == trusted && CodeOfCreate("real/plain") == 0 &&
+                            CodeOfCreate("missing/new") == ENOENT;
+        return judged ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(tree.Exists("real/plain"));
 }
 
 TEST_F(KFileTest, DotsOnTheWayAreTaken) {
