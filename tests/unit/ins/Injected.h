@@ -23,6 +23,13 @@ struct Injections {
     std::function<unsigned()> SvcPollingDispatch;
     std::function<unsigned(const char*, const char*, unsigned, unsigned*, char*)>
         SvcEnumerateStringFromCommandLine;
+    std::function<unsigned(unsigned, const char*, const char*, const char*, const char*)>
+        SvcCreateService;
+    std::function<unsigned(unsigned, const char*)> SvcDeleteService;
+    std::function<unsigned(unsigned, const char*)> SvcStartService;
+    std::function<unsigned(unsigned, const char*)> SvcStopService;
+    std::function<unsigned(unsigned, const char*, unsigned)> SvcStopServiceEx;
+    std::function<unsigned(unsigned, const char*, unsigned*)> SvcGetServiceStatus;
 };
 
 /// In force from its construction to its end; one at a time.
