@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Message catalogues, made from their sources by the C library's gencat.
 find_program(GENCAT gencat REQUIRED) # package libc-dev-bin
 

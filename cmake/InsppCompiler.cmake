@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What every target is compiled with. Kept in one place so that the two libraries, whose errors
 # cross the border between them, never differ in anything that changes the binary interface.
 
@@ -31,12 +32,21 @@ else()
   endif()
 endif()
 
-set(INSPP_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize= takes them; empty for none")
-if(INSPP_SANITIZE)
-  target_compile_options(inspp_compiler INTERFACE
-    -fsanitize=${INSPP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  target_link_options(inspp_compiler INTERFACE -fsanitize=${INSPP_SANITIZE})
-endif()
-
 find_package(Threads REQUIRED)
 target_link_libraries(inspp_compiler INTERFACE Threads::Threads)
+
+# The product's own code gets every sanitizer. The tests get those that need both sides, and no
+# optimisation: checking undefined behaviour in them would treble the time that they take to compile.
+set(INSPP_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize= takes them; empty for none")
+add_library(inspp_product INTERFACE)
+add_library(inspp_test INTERFACE)
+target_link_libraries(inspp_product INTERFACE inspp_compiler)
+target_link_libraries(inspp_test INTERFACE inspp_compiler)
+target_compile_options(inspp_test INTERFACE -O0)
+if(INSPP_SANITIZE)
+  string(REPLACE ",undefined" "" INSPP_SANITIZE_TESTS ${INSPP_SANITIZE})
+  target_compile_options(inspp_product INTERFACE
+    -fsanitize=${INSPP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_compile_options(inspp_test INTERFACE -fsanitize=${INSPP_SANITIZE_TESTS})
+  target_link_options(inspp_compiler INTERFACE -fsanitize=${INSPP_SANITIZE})
+endif()

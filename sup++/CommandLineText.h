@@ -10,8 +10,8 @@
 /// sources.
 namespace KSUP::CommandLineText {
 
-/// Each argument in double quotes, with a backslash before a quote and a backslash, so that it reads
-/// back exactly.
+/// Each argument in double quotes, with a backslash before a quote and a backslash, so that it
+/// reads back exactly.
 std::string Quote(const std::vector<std::string>& arguments);
 
 /// Walks the arguments of such a text.

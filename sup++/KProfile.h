@@ -54,7 +54,8 @@ class SUP_EXPORT KProfile : public KBase {
     ///
     /// Throws   KError 36 for a text that would not read back as it was (control characters, a key
     ///          with "=" or that looks like a comment or a section); KError with errno when the
-    ///          file cannot be written: the file is then as it was
+    ///          file cannot be written: it is then as it was, save where the disk failed after the
+    ///          change was in place
     void PutString(const KString& section, const KString& key, const KString& value);
 
     /// PutString with the number's text. Defined for unsigned int.

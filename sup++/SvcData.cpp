@@ -5,11 +5,14 @@
 #include <sup++/KErrorCode.h>
 #include <sup++/KProfile.h>
 #include <sup++/KUtil.h>
+#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcData.h>
 #include <sup++/unx/lin/SysProcess.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <forward_list>
 #include <map>
 #include <mutex>
@@ -87,8 +90,8 @@ struct Records {
 };
 
 Records& TheRecords() {
-    static Records& records = *new Records;
-    return records;
+    static KSUP::NeverDestroyed<Records> records;
+    return records.Get();
 }
 
 struct CustomKeys {
@@ -97,13 +100,20 @@ struct CustomKeys {
 };
 
 CustomKeys& TheCustomKeys() {
-    static CustomKeys& keys = *new CustomKeys; // never destroyed, as above
-    return keys;
+    static KSUP::NeverDestroyed<CustomKeys> keys;
+    return keys.Get();
+}
+
+bool HasControlCharacter(const KSUP::KString& text) noexcept {
+    const std::string_view bytes(text.c_str());
+    return std::any_of(bytes.begin(), bytes.end(), [](char byte) {
+        return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F;
+    });
 }
 
 bool IsFileName(const KSUP::KString& name) noexcept {
-    return !name.IsEmpty() && name.Find("/", 0, true) == KSUP::KString::npos && name != "." &&
-           name != "..";
+    return !name.IsEmpty() && !HasControlCharacter(name) &&
+           name.Find("/", 0, true) == KSUP::KString::npos && name != "." && name != "..";
 }
 
 ProductTexts ReadProduct(const char* path) {
@@ -179,8 +189,8 @@ unsigned SvcLoadProductData(const char* productProfile) noexcept {
     }
     try {
         const ProductTexts texts = ReadProduct(productProfile);
-        if (!IsFileName(texts.product) || !IsFileName(texts.serviceName) ||
-            !IsFileName(texts.iniFile)) {
+        if (HasControlCharacter(texts.version) || !IsFileName(texts.product) ||
+            !IsFileName(texts.serviceName) || !IsFileName(texts.iniFile)) {
             return invalidArgument;
         }
         TheRecords().Store(texts);
@@ -188,7 +198,7 @@ unsigned SvcLoadProductData(const char* productProfile) noexcept {
     } catch (const KSUP::KError& error) {
         const bool noNumber = error.GetCode() == KSUP::ErrorCode::numberConversion;
         return noNumber ? invalidArgument : error.GetCode();
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) { // no memory, or a file too large for it
         return ENOMEM;
     }
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
+#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcMessage.h>
 #include <sup++/unx/lin/SysCatalogue.h>
 
@@ -31,8 +32,8 @@ struct Catalogues {
 };
 
 Catalogues& TheCatalogues() {
-    static Catalogues& catalogues = *new Catalogues; // never destroyed: texts outlive everything
-    return catalogues;
+    static KSUP::NeverDestroyed<Catalogues> catalogues;
+    return catalogues.Get();
 }
 
 bool IsBaseName(const char* text) noexcept {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
+#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcService.h>
 #include <sup++/unx/lin/SysServiceControl.h>
 
@@ -73,8 +74,8 @@ class LeftServices {
 };
 
 LeftServices& TheLeftServices() {
-    static LeftServices& services = *new LeftServices; // threads may ask while the process ends
-    return services;
+    static KSUP::NeverDestroyed<LeftServices> services;
+    return services.Get();
 }
 
 unsigned Failed(unsigned status, const char* words) noexcept {

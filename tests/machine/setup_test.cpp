@@ -74,7 +74,7 @@ class SetupProgramTest : public ::testing::Test {
             std::system(("cd / && (" + line + ") > " + out + " 2> " + err).c_str()); // NOLINT
         return {WEXITSTATUS(status), Slurp(out), Slurp(err)};
     }
-    Outcome Setup(const std::string& action, const std::string& more = "") {
+    Outcome RunSetup(const std::string& action, const std::string& more = "") {
         return Run("SETUP " + action + " --kit " + tree.Path("kit") + " " + more);
     }
 
@@ -82,28 +82,28 @@ class SetupProgramTest : public ::testing::Test {
 };
 
 TEST_F(SetupProgramTest, InstallsTellsAndRemoves) {
-    EXPECT_EQ(Setup("status").exitCode, 3);
-    const Outcome installed = Setup("install");
+    EXPECT_EQ(RunSetup("status").exitCode, 3);
+    const Outcome installed = RunSetup("install");
     EXPECT_EQ(installed.exitCode, 0) << installed.err;
     EXPECT_THAT(
         installed.out, HasSubstr("Setup Test 1.5 (build 9) is installed in " + tree.Path("product"))
     );
     EXPECT_THAT(installed.out, HasSubstr("6 rules done. Log: /var/log/Setup Test Setup Log.txt"));
-    const Outcome status = Setup("status");
+    const Outcome status = RunSetup("status");
     EXPECT_EQ(status.exitCode, 0);
     EXPECT_EQ(
         status.out, "Setup Test 1.5 (build 9) is installed in " + tree.Path("product") + ".\n"
     );
-    const Outcome removed = Setup("remove");
+    const Outcome removed = RunSetup("remove");
     EXPECT_EQ(removed.exitCode, 0) << removed.err;
     EXPECT_FALSE(tree.Exists("product"));
-    EXPECT_EQ(Setup("status").out, "Setup Test is not installed.\n");
+    EXPECT_EQ(RunSetup("status").out, "Setup Test is not installed.\n");
 }
 
 TEST_F(SetupProgramTest, ARemovalTellsWhatItLeaves) {
-    ASSERT_EQ(Setup("install").exitCode, 0);
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
     tree.Write("product/mine/notes.txt", "not the product's");
-    const Outcome removed = Setup("remove");
+    const Outcome removed = RunSetup("remove");
     EXPECT_EQ(removed.exitCode, 0);
     EXPECT_THAT(removed.out, HasSubstr("The directory is still there"));
     EXPECT_EQ(tree.Read("product/mine/notes.txt"), "not the product's");
@@ -111,22 +111,22 @@ TEST_F(SetupProgramTest, ARemovalTellsWhatItLeaves) {
 
 TEST_F(SetupProgramTest, ARemovalThatLeavesTheLinkSaysSo) {
     GivenScript();
-    ASSERT_EQ(Setup("install").exitCode, 0);
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
     tree.Write("kit/install.ini", "[remove]\ndirectory=delete,$pathTargetConfig$\n");
-    const Outcome removed = Setup("remove");
-    EXPECT_EQ(removed.exitCode, 0);
-    EXPECT_THAT(removed.out, HasSubstr("But it still counts as installed"));
+    const Outcome removed = RunSetup("remove");
+    EXPECT_EQ(removed.exitCode, 1);
+    EXPECT_THAT(removed.err, HasSubstr("Setup Test still counts as installed"));
 }
 
 TEST_F(SetupProgramTest, ARemovalOfNothingIsDone) {
-    const Outcome removed = Setup("remove");
+    const Outcome removed = RunSetup("remove");
     EXPECT_EQ(removed.exitCode, 0);
     EXPECT_EQ(removed.out, "Setup Test is not installed: there is nothing to remove.\n");
 }
 
 TEST_F(SetupProgramTest, APipeGetsOnePlainLineARule) {
     EXPECT_THAT(
-        Setup("install").out,
+        RunSetup("install").out,
         HasSubstr("[4/6] Copying file " + tree.Path("product") + "/lin/x86_64/svc\n")
     );
 }
@@ -141,7 +141,7 @@ TEST_F(SetupProgramTest, ATerminalGetsOneLineThatIsDrawnOver) {
 
 TEST_F(SetupProgramTest, AFailedRuleIsToldInWords) {
     GivenScript("file=copy,missing,$pathSource$lib,$pathTargetBin$\n");
-    const Outcome failed = Setup("install");
+    const Outcome failed = RunSetup("install");
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_THAT(failed.err, HasSubstr("Installing failed after 4 of 7 rules."));
     EXPECT_THAT(
@@ -152,12 +152,50 @@ TEST_F(SetupProgramTest, AFailedRuleIsToldInWords) {
     EXPECT_THAT(
         failed.err, HasSubstr("    KINS::KInstallRuleManager: Executing rule -> File copy")
     );
-    EXPECT_EQ(Setup("status").exitCode, 3);
+    EXPECT_EQ(RunSetup("status").exitCode, 3);
+}
+
+TEST_F(SetupProgramTest, AMissingRecordFileIsToldInWords) {
+    GivenScript("directory=delete,$pathTargetConfig$\n");
+    const Outcome failed = RunSetup("install");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(failed.err, HasSubstr("The product's configuration file is missing"));
+    EXPECT_THAT(failed.err, HasSubstr("All rules were done; writing the record"));
+}
+
+TEST_F(SetupProgramTest, AMissingLinkIsToldInWords) {
+    GivenScript();
+    tree.Write("kit/install.ini", "[install]\ndefaultPath.$os$=" + tree.Path("product") + "\n");
+    const Outcome failed = RunSetup("install");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(failed.err, HasSubstr("Error 64: The product's link is missing or no link."));
+}
+
+TEST_F(SetupProgramTest, ADeletionThatFailsIsToldInWords) {
+    GivenScript("file=delete,lib,$pathSource$\n");
+    const Outcome failed = RunSetup("install");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(failed.err, HasSubstr("Error 21: Is a directory\nRule: File delete"));
+}
+
+TEST_F(SetupProgramTest, AnUnknownRuleIsShownByTheLog) {
+    GivenScript("files=copy,a,b,c\n");
+    const Outcome failed = RunSetup("install");
+    EXPECT_EQ(failed.exitCode, 65);
+    EXPECT_THAT(failed.err, HasSubstr("KINS::KInstallRuleManager: Unknown rule files copy,a,b,c"));
+}
+
+TEST_F(SetupProgramTest, AnIgnoredHangUpStaysIgnored) {
+    std::filesystem::resize_file(tree.Path("kit/lib/svc"), 1ULL << 30U);
+    const Outcome installed =
+        Run("(trap '' HUP; exec SETUP install --kit " + tree.Path("kit") +
+            ") & sleep 0.2; kill -HUP $!; wait $!");
+    EXPECT_EQ(installed.exitCode, 0) << installed.err;
 }
 
 TEST_F(SetupProgramTest, AMalformedScriptIsRefusedBeforeAnythingIsDone) {
     GivenScript("file=copy,a\n");
-    const Outcome failed = Setup("install");
+    const Outcome failed = RunSetup("install");
     EXPECT_EQ(failed.exitCode, 65);
     EXPECT_THAT(
         failed.err, HasSubstr("install.ini: The script has a line that is no rule: copy,a")
@@ -227,11 +265,11 @@ INSTANTIATE_TEST_SUITE_P(
 );
 
 TEST_F(SetupProgramTest, APathBesideTheInstalledProductIsRefused) {
-    ASSERT_EQ(Setup("install").exitCode, 0);
-    const Outcome refused = Setup("install", "/opt/elsewhere");
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const Outcome refused = RunSetup("install", "/opt/elsewhere");
     EXPECT_EQ(refused.exitCode, 64);
     EXPECT_THAT(refused.err, HasSubstr("Setup Test is installed in " + tree.Path("product")));
-    EXPECT_EQ(Setup("install", tree.Path("product/")).exitCode, 0);
+    EXPECT_EQ(RunSetup("install", tree.Path("product/")).exitCode, 0);
 }
 
 struct SignalRow {
@@ -251,7 +289,7 @@ TEST_P(SetupSignalTest, StopsTheRunAndSaysSo) {
     EXPECT_THAT(stopped.out, HasSubstr("Stopping. Waiting for: Copying file"));
     EXPECT_THAT(stopped.err, HasSubstr("Installing was stopped on request after 4 of 6 rules."));
     EXPECT_FALSE(tree.Exists("product/lin/x86_64/svc"));
-    EXPECT_EQ(Setup("status").exitCode, 3);
+    EXPECT_EQ(RunSetup("status").exitCode, 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -263,10 +301,10 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(SetupProgramTest, AReaderWhoGoesAwayStopsNothing) {
     EXPECT_EQ(Run("SETUP install --kit " + tree.Path("kit") + " | true").exitCode, 0);
-    for (int tries = 100; tries > 0 && Setup("status").exitCode != 0; --tries) {
+    for (int tries = 100; tries > 0 && RunSetup("status").exitCode != 0; --tries) {
         std::system("sleep 0.05"); // NOLINT: the pipe's end is not the program's
     }
-    EXPECT_EQ(Setup("status").exitCode, 0);
+    EXPECT_EQ(RunSetup("status").exitCode, 0);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <sup++/NeverDestroyed.h>
 #include <sup++/unx/lin/SysCatalogue.h>
 
 #include <algorithm>
@@ -75,8 +76,9 @@ std::vector<std::string> MessageLanguages() {
 }
 
 const KCatalogueFile* KCatalogueFile::Open(const std::string& path) {
-    // Never destroyed, nor are the files closed: texts outlive everything.
-    static auto& opened = *new std::map<std::string, const KCatalogueFile*>;
+    // Nor are the files closed: texts outlive everything.
+    static NeverDestroyed<std::map<std::string, const KCatalogueFile*>> files;
+    auto& opened = files.Get();
     const auto found = opened.find(path);
     if (found != opened.end()) {
         return found->second;

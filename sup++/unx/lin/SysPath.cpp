@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -11,6 +12,7 @@
 
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -159,7 +161,7 @@ OpenWithoutLinks(const char* path, int flags, unsigned mode, KDescriptor& opened
         return ELOOP;
     }
     open_how how{};
-    how.flags = static_cast<unsigned>(flags);
+    how.flags = static_cast<unsigned>(flags | O_LARGEFILE); // openat(2) adds it by itself
     how.mode = mode;
     how.resolve = RESOLVE_NO_SYMLINKS;
     long result = 0;
@@ -201,8 +203,13 @@ unsigned FindPlace(const char* path, LastLink last, Place& place) {
 }
 
 std::string TemporaryName() {
-    static std::atomic<unsigned> counter{0};
-    return ".inspp-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1));
+    // Random: a killed run leaves its files, and process ids come again.
+    std::uint64_t bits = 0;
+    if (::getrandom(&bits, sizeof(bits), 0) != sizeof(bits)) {
+        static std::atomic<unsigned> counter{0};
+        bits = (static_cast<std::uint64_t>(::getpid()) << 32U) + counter.fetch_add(1);
+    }
+    return ".inspp-" + std::to_string(bits);
 }
 
 } // namespace KSUP::Sys

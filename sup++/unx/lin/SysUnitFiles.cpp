@@ -160,7 +160,8 @@ void KUnitFiles::Write(const std::string& unit, const std::string& text) const {
     KProfileLock lock;
     Require(lock.Take(path.c_str()), path);
     FileIdentity written;
-    Require(lock.Write(text, unitMode, written), path);
+    bool isReplaced = false;
+    Require(lock.Write(text, unitMode, written, isReplaced), path);
 }
 
 void KUnitFiles::Remove(const std::string& unit) const {

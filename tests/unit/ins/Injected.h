@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <sup++/KString.h>
+
 #include <functional>
 
 namespace KTEST {
@@ -30,6 +32,8 @@ struct Injections {
     std::function<unsigned(unsigned, const char*)> SvcStopService;
     std::function<unsigned(unsigned, const char*, unsigned)> SvcStopServiceEx;
     std::function<unsigned(unsigned, const char*, unsigned*)> SvcGetServiceStatus;
+    /// Called before the library's own, which is not called when this throws.
+    std::function<void(unsigned, const KSUP::KString&)> BeforeSetPathMap;
 };
 
 /// In force from its construction to its end; one at a time.
