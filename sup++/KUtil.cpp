@@ -3,9 +3,12 @@
 #include <sup++/KUtil.h>
 #include <sup++/PathMap.h>
 #include <sup++/Txt.h>
+#include <sup++/unx/lin/SysProcessList.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <locale>
@@ -14,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <cxxabi.h>
 
@@ -23,6 +27,8 @@ namespace {
 
 constexpr KErrorSource source{"sup++/KUtil"};
 
+constexpr unsigned killPatienceMs =
+    1000;                              // after SIGKILL only a process stuck in the kernel remains
 constexpr int hexDigitsOfUnsigned = 7; // as the records of earlier products hold them
 constexpr int hexDigitsOfDouble = 11;
 
@@ -75,6 +81,10 @@ KString ClassName(const char* name) {
         }
     }
     return text += ":";
+}
+
+KString ProcessText(const Sys::HeldProcess& process) {
+    return "process " + std::to_string(process.id) + " (" + process.name + ")";
 }
 
 /// Names are asked for at each log entry, and a thread logs for few classes. Kept by the name's
@@ -144,6 +154,27 @@ KString KUtil::GetClassNameFromTypeInfo(const std::type_info& type) {
     item.readable = ClassName(name);
     item.mangled = name;
     return item.readable;
+}
+
+void KUtil::KillProcess(const KString& program, unsigned timeoutMs) {
+    if (program.IsEmpty()) {
+        source.Raise(TraceLevel::support, ErrorCode::invalidArgument, "no program to stop");
+    }
+    std::vector<Sys::HeldProcess> running = Sys::FindProcesses(program.c_str());
+    unsigned refused = 0;
+    const auto signalAll = [&](int signal) {
+        for (const Sys::HeldProcess& one : running) {
+            const unsigned status = Sys::Signal(one, signal);
+            refused = status != 0 ? status : refused; // the others are to end all the same
+        }
+    };
+    signalAll(SIGTERM);
+    Sys::WaitForEnd(running, timeoutMs);
+    signalAll(SIGKILL);
+    Sys::WaitForEnd(running, killPatienceMs);
+    if (!running.empty()) {
+        source.RaiseSystem(refused != 0 ? refused : ETIMEDOUT, ProcessText(running.front()));
+    }
 }
 
 template <>

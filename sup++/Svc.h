@@ -12,4 +12,5 @@
 #include <sup++/SvcLock.h>
 #include <sup++/SvcMemory.h>
 #include <sup++/SvcMessage.h>
+#include <sup++/SvcProcess.h>
 #include <sup++/SvcTrace.h>
