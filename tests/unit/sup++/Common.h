@@ -83,6 +83,10 @@ void GiveToNobody(TemporaryTree& tree, const std::string& relative);
 /// signal that ended it.
 int InChild(const boost::function<int()>& body);
 
+/// Runs one test of this program, a disabled one, in a process of its own, in which no other test
+/// has changed anything before; `option` is put on its command line.
+bool PassesAlone(const std::string& test, const std::string& option = "--");
+
 /// Saves the process's own command line again.
 void RestoreCommandLine();
 

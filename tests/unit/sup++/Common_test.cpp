@@ -148,6 +148,28 @@ int InChild(const boost::function<int()>& body) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+bool PassesAlone(const std::string& test, const std::string& option) {
+    const std::string filter = "--gtest_filter=" + test;
+    testing::internal::CaptureStdout();
+    const int status = InChild([&] {
+        ::execl(
+            "/proc/self/exe",
+            "sup_unit_tests",
+            filter.c_str(),
+            "--gtest_also_run_disabled_tests",
+            option.c_str(),
+            nullptr
+        );
+        return 1;
+    });
+    const std::string output = testing::internal::GetCapturedStdout();
+    const bool passed = status == 0 && output.find("[  PASSED  ] 1 test") != std::string::npos;
+    if (!passed) {
+        std::fprintf(stderr, "%s", output.c_str());
+    }
+    return passed;
+}
+
 void RestoreCommandLine() {
     std::ifstream file("/proc/self/cmdline");
     std::vector<std::string> arguments;

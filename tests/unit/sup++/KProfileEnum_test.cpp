@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include "Common.h"
-
 #include "../../support/TemporaryTree.h"
+#include "Common.h"
 
 #include <sup++/KProfile.h>
 
@@ -63,7 +62,8 @@ TEST_F(KProfileEnumTest, MeetsEveryPieceOfASection) {
 }
 
 TEST_F(KProfileEnumTest, MeetsWhatStandsBeforeTheFirstHeader) {
-    const KProfile profile = Given("\xef\xbb\xbf" "a=1\nb=2\n[s]\nc=3\n");
+    const KProfile profile = Given("\xef\xbb\xbf"
+                                   "a=1\nb=2\n[s]\nc=3\n");
     EXPECT_THAT(Lines(profile, ""), ElementsAre("a=1", "b=2"));
 }
 
@@ -139,9 +139,8 @@ TEST_F(KProfileEnumTest, NestsToAnyDepthOnCopies) {
 // Changes on the way
 
 /// Walks a section and removes the keys whose value has `part`, as a profile rule does.
-std::vector<std::string> WalkAndDelete(
-    KProfile& profile, const std::string& section, const std::string& part
-) {
+std::vector<std::string>
+WalkAndDelete(KProfile& profile, const std::string& section, const std::string& part) {
     std::vector<std::string> met;
     profile.BeginKeyEnum(section, nullptr);
     while (profile.EnumKey(nullptr, false)) {
@@ -182,17 +181,25 @@ INSTANTIATE_TEST_SUITE_P(
         {"Middle", "[s]\na=1\nb=2x\nc=3\n", "x", {"1", "2x", "3"}, "[s]\na=1\nc=3\n"},
         {"Last", "[s]\na=1\nb=2\nc=3x\n", "x", {"1", "2", "3x"}, "[s]\na=1\nb=2\n"},
         {"All", "[s]\na=1\nb=2\nc=3\n", "", {"1", "2", "3"}, "[s]\n"},
-        {"TwoInARow", "[s]\na=1\nb=2x\nc=3x\nd=4\n", "x", {"1", "2x", "3x", "4"},
+        {"TwoInARow",
+         "[s]\na=1\nb=2x\nc=3x\nd=4\n",
+         "x",
+         {"1", "2x", "3x", "4"},
          "[s]\na=1\nd=4\n"},
         {"SecondOfDuplicates", "[s]\nk=1\nk=2x\nk=3\n", "x", {"1", "2x", "3"}, "[s]\nk=1\nk=3\n"},
         {"FirstOfDuplicates", "[s]\nk=1x\nk=2\nk=3\n", "x", {"1x", "2", "3"}, "[s]\nk=2\nk=3\n"},
         {"AllDuplicates", "[s]\nk=1\nk=1\nk=1\n", "", {"1", "1", "1"}, "[s]\n"},
-        {"EveryOtherDuplicate", "[s]\nk=x\nk=y\nk=x\nk=y\n", "x", {"x", "y", "x", "y"},
+        {"EveryOtherDuplicate",
+         "[s]\nk=x\nk=y\nk=x\nk=y\n",
+         "x",
+         {"x", "y", "x", "y"},
          "[s]\nk=y\nk=y\n"},
-        {"AcrossPieces", "[s]\nk=1x\n[t]\nk=2x\n[s]\nk=3x\nk=4\n", "x", {"1x", "3x", "4"},
+        {"AcrossPieces",
+         "[s]\nk=1x\n[t]\nk=2x\n[s]\nk=3x\nk=4\n",
+         "x",
+         {"1x", "3x", "4"},
          "[s]\n[t]\nk=2x\n[s]\nk=4\n"},
-        {"AroundComments", "[s]\n;1\na=x\n;2\n\nb=x\n;3\n", "x", {"x", "x"},
-         "[s]\n;1\n;2\n\n;3\n"},
+        {"AroundComments", "[s]\n;1\na=x\n;2\n\nb=x\n;3\n", "x", {"x", "x"}, "[s]\n;1\n;2\n\n;3\n"},
         {"WithoutTheLastNewline", "[s]\na=1\nb=x", "x", {"1", "x"}, "[s]\na=1\n"},
     }),
     RowName()

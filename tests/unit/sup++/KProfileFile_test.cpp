@@ -1,20 +1,19 @@
 // SPDX-License-Identifier: MIT
-#include "Common.h"
-
 #include "../../support/TemporaryTree.h"
+#include "Common.h"
 
 #include <sup++/KProfile.h>
 #include <sup++/SvcCommandLine.h>
-
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <thread>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace KTEST {
 namespace {

@@ -2,10 +2,9 @@
 //
 // What a profile reads and answers, and which lines its changes touch. KProfileEnum_test.cpp has the
 // enumeration, KProfileFile_test.cpp what happens to the file.
-#include "Common.h"
-
 #include "../../support/TemporaryTree.h"
 #include "../../support/TraceRecorder.h"
+#include "Common.h"
 
 #include <sup++/KProfile.h>
 
@@ -102,8 +101,11 @@ INSTANTIATE_TEST_SUITE_P(
         {"KeysMatchExactly", "[s]\nKey=v\n", "s", "key", "(default)"},
         {"SectionsMatchExactly", "[Install]\nk=v\n", "install", "k", "(default)"},
         {"ASectionIsNoPrefix", "[install.x86_64]\nk=v\n", "install.x86", "k", "(default)"},
-        {"NorIsAPrefixTheSection", "[install.x86]\nk=v\n[install.x86_64]\nk=w\n",
-         "install.x86_64", "k", "w"},
+        {"NorIsAPrefixTheSection",
+         "[install.x86]\nk=v\n[install.x86_64]\nk=w\n",
+         "install.x86_64",
+         "k",
+         "w"},
         {"AKeyIsNoPrefix", "[s]\nkey=v\n", "s", "ke", "(default)"},
         {"TheFirstOfDuplicates", "[s]\nk=1\nk=2\nk=3\n", "s", "k", "1"},
         {"SectionInPieces", "[s]\na=1\n[t]\nb=2\n[s]\nk=v\n", "s", "k", "v"},
@@ -118,8 +120,11 @@ INSTANTIATE_TEST_SUITE_P(
         {"ByteOrderMarkBeforeASection", "\xef\xbb\xbf[s]\nk=v\n", "s", "k", "v"},
         {"ByteOrderMarkBeforeAKey", "\xef\xbb\xbfk=v\n", "", "k", "v"},
         {"ByteOrderMarkAlone", "\xef\xbb\xbf", "s", "k", "(default)"},
-        {"CharactersOfManyBytes", "[\xc3\xa9]\n\xe2\x82\xac=\xf0\x9f\x98\x80\n", "\xc3\xa9",
-         "\xe2\x82\xac", "\xf0\x9f\x98\x80"},
+        {"CharactersOfManyBytes",
+         "[\xc3\xa9]\n\xe2\x82\xac=\xf0\x9f\x98\x80\n",
+         "\xc3\xa9",
+         "\xe2\x82\xac",
+         "\xf0\x9f\x98\x80"},
         {"InvalidBytes", "[s\xff]\nk\xfe=v\xc3\n", "s\xff", "k\xfe", "v\xc3"},
         {"BytesBehindANul", std::string("[s]\nk=v\n;a\0b\nl=w\n", 17), "s", "l", "w"},
         {"EmptyLines", "\n\n[s]\n\n\nk=v\n\n", "s", "k", "v"},
@@ -177,8 +182,9 @@ TEST_F(KProfileWithoutContentTest, PutStringChangesNothingAndSaysSo) {
 
 TEST_F(KProfileWithoutContentTest, PutNumberRaisesItsError) {
     TraceRecorder trace;
-    const KError error =
-        ErrorOf([&] { profile.PutNumber<unsigned int>("installControl", "buildNumber", 7U, false); });
+    const KError error = ErrorOf([&] {
+        profile.PutNumber<unsigned int>("installControl", "buildNumber", 7U, false);
+    });
     EXPECT_EQ(error.GetLevel(), 24U);
     EXPECT_EQ(error.GetCode(), 36U);
     EXPECT_EQ(error.GetSubCode(), 0U);
@@ -299,23 +305,43 @@ INSTANTIATE_TEST_SUITE_P(
         {"ReplacesTheFirstOfDuplicates", "[s]\na=1\na=2\n", "s", "a", "x", "[s]\na=x\na=2\n"},
         {"ReplacesInTheLastLine", "[s]\na=1", "s", "a", "x", "[s]\na=x"},
         {"ReplacesALineWithoutEqualSign", "[s]\na\n", "s", "a", "x", "[s]\na=x\n"},
-        {"ReplacesInALaterPiece", "[s]\na=1\n[t]\n[s]\nb=2\n", "s", "b", "x",
+        {"ReplacesInALaterPiece",
+         "[s]\na=1\n[t]\n[s]\nb=2\n",
+         "s",
+         "b",
+         "x",
          "[s]\na=1\n[t]\n[s]\nb=x\n"},
         {"ReplacesBeforeTheFirstHeader", "a=1\n[s]\na=2\n", "", "a", "x", "a=x\n[s]\na=2\n"},
-        {"ReplacesNotWhatIsCommented", "[s]\n;a=1\n# a=2\na=3\n", "s", "a", "x",
+        {"ReplacesNotWhatIsCommented",
+         "[s]\n;a=1\n# a=2\na=3\n",
+         "s",
+         "a",
+         "x",
          "[s]\n;a=1\n# a=2\na=x\n"},
-        {"KeepsCarriageReturns", "[s]\r\na=1\r\nb=2\r\n", "s", "a", "x",
-         "[s]\r\na=x\r\nb=2\r\n"},
+        {"KeepsCarriageReturns", "[s]\r\na=1\r\nb=2\r\n", "s", "a", "x", "[s]\r\na=x\r\nb=2\r\n"},
         {"KeepsEachLinesOwnEnd", "[s]\r\na=1\nb=2\r\n", "s", "a", "x", "[s]\r\na=x\nb=2\r\n"},
         {"AddsAtTheEndOfTheFile", "[s]\na=1\n", "s", "b", "2", "[s]\na=1\nb=2\n"},
         {"AddsToAnEmptySection", "[s]\n[t]\na=1\n", "s", "b", "2", "[s]\nb=2\n[t]\na=1\n"},
-        {"AddsAtTheEndOfTheSection", "[s]\na=1\n[t]\nc=3\n", "s", "b", "2",
+        {"AddsAtTheEndOfTheSection",
+         "[s]\na=1\n[t]\nc=3\n",
+         "s",
+         "b",
+         "2",
          "[s]\na=1\nb=2\n[t]\nc=3\n"},
         {"AddsBeforeTheFirstHeader", "[s]\na=1\n", "", "b", "2", "b=2\n[s]\na=1\n"},
-        {"AddsBehindTheByteOrderMark", "\xef\xbb\xbf[s]\na=1\n", "", "b", "2",
-         "\xef\xbb\xbf" "b=2\n[s]\na=1\n"},
+        {"AddsBehindTheByteOrderMark",
+         "\xef\xbb\xbf[s]\na=1\n",
+         "",
+         "b",
+         "2",
+         "\xef\xbb\xbf"
+         "b=2\n[s]\na=1\n"},
         {"AddsBehindAnUnendedLine", "[s]\na=1", "s", "b", "2", "[s]\na=1\nb=2\n"},
-        {"AddsToTheRightSection", "[install.x86]\n[install.x86_64]\n", "install.x86", "k", "v",
+        {"AddsToTheRightSection",
+         "[install.x86]\n[install.x86_64]\n",
+         "install.x86",
+         "k",
+         "v",
          "[install.x86]\nk=v\n[install.x86_64]\n"},
         {"PutsAnEmptyKey", "[s]\n", "s", "", "v", "[s]\n=v\n"},
         {"PutsWhatLooksLikeAComment", "[s]\n", "s", "k", "; v # w", "[s]\nk=; v # w\n"},
@@ -334,10 +360,11 @@ TEST_F(KProfileTest, AddsASectionAtTheEndOfTheFile) {
     EXPECT_THAT(Bytes(), testing::EndsWith("[t]\nb=2\n"));
 }
 
-TEST_F(KProfileTest, TakesNamesWithoutBlanksAroundThem) {
+TEST_F(KProfileTest, TakesNamesAndValuesWithoutBlanksAroundThem) {
     KProfile profile = Given("[s]\na=1\n");
-    profile.PutString(" s\t", " a ", "2");
-    EXPECT_EQ(Bytes(), "[s]\na=2\n");
+    profile.PutString(" s ", " a ", "  2 3 ");
+    EXPECT_EQ(Bytes(), "[s]\na=2 3\n");
+    EXPECT_EQ(profile.GetString("s", "a", ""), "2 3");
 }
 
 TEST_F(KProfileTest, AnEmptyKeyInTheEmptySectionReadsBackAndIsReplaced) {
@@ -414,7 +441,13 @@ INSTANTIATE_TEST_SUITE_P(
         {"WithoutEqualSign", "[s]\na\nb=1\n", "s", "a", "[s]\nb=1\n"},
         {"CarriageReturns", "[s]\r\na=1\r\nb=2\r\n", "s", "a", "[s]\r\nb=2\r\n"},
         {"CommentsStay", "[s]\n; about a\na=1\n# a=1\n", "s", "a", "[s]\n; about a\n# a=1\n"},
-        {"ByteOrderMarkStays", "\xef\xbb\xbf" "a=1\nb=2\n", "", "a", "\xef\xbb\xbf" "b=2\n"},
+        {"ByteOrderMarkStays",
+         "\xef\xbb\xbf"
+         "a=1\nb=2\n",
+         "",
+         "a",
+         "\xef\xbb\xbf"
+         "b=2\n"},
         {"EmptyKey", "[s]\n=1\na=2\n", "s", "", "[s]\na=2\n"},
         {"MissingKey", "[s]\na=1\n", "s", "b", "[s]\na=1\n"},
         {"MissingSection", "[s]\na=1\n", "t", "a", "[s]\na=1\n"},
@@ -463,6 +496,53 @@ INSTANTIATE_TEST_SUITE_P(
         {"KeyThatIsASemicolonComment", "s", ";a", "v"},
         {"KeyThatIsAHashComment", "s", "#a", "v"},
         {"KeyThatIsASection", "s", "[a]", "v"},
+    }),
+    RowName()
+);
+
+class KProfileOddTest : public KProfileTest, public testing::WithParamInterface<RefusedRow> {};
+
+TEST_P(KProfileOddTest, ReadsBackAsItWasOrIsRefused) {
+    const RefusedRow& row = GetParam();
+    for (const char* before : {"", "a=1\n[s]\nb=2\n"}) {
+        KProfile profile = Given(before);
+        if (CodeOf([&] { profile.PutString(row.section, row.key, row.value); }) == 36U) {
+            EXPECT_EQ(Bytes(), before);
+            continue;
+        }
+        EXPECT_EQ(Reread(row.section, row.key), row.value) << TemporaryTree::Escaped(Bytes());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts,
+    KProfileOddTest,
+    testing::ValuesIn(std::vector<RefusedRow>{
+        {"BracketInTheSection", "a]b", "k", "v"},
+        {"BracketAtTheEndOfTheSection", "a]", "k", "v"},
+        {"SectionThatIsABracket", "]", "k", "v"},
+        {"OpenBracketInTheSection", "[a", "k", "v"},
+        {"SectionThatIsAComment", ";a", "k", "v"},
+        {"SectionWithEqualSign", "a=b", "k", "v"},
+        {"ByteOrderMarkInTheKey",
+         "",
+         "\xef\xbb\xbf"
+         "k",
+         "v"},
+        {"KeyThatIsAByteOrderMark", "", "\xef\xbb\xbf", "v"},
+        {"BracketBehindAByteOrderMark", "", "\xef\xbb\xbf[k]", "v"},
+        {"BracketInTheKey", "s", "k]", "v"},
+        {"EmptyKeyAndValueInASection", "s", "", ""},
+        {"NextLineInTheValue",
+         "s",
+         "k",
+         "a\xc2\x85"
+         "b"},
+        {"LineSeparatorInTheValue",
+         "s",
+         "k",
+         "a\xe2\x80\xa8"
+         "b"},
     }),
     RowName()
 );
