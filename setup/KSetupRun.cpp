@@ -5,6 +5,7 @@
 #include <setup/KSetupRun.h>
 #include <setup/ProductPath.h>
 #include <sup++/KErrorCode.h>
+#include <sup++/KFileBase.h>
 #include <sup++/KUtil.h>
 #include <sup++/Svc.h>
 
@@ -188,6 +189,10 @@ int KSetupRun::ReportDone(const std::string& path) {
         std::cout << VersionText(ReadRecord(installer)) << " is installed in " << path << ".\n";
     } else {
         std::cout << KSetupKit::GetProductName().c_str() << " is removed from " << path << ".\n";
+        if (KSUP::KFileBase::DoesFileExist(path.c_str())) {
+            std::cout
+                << "The directory is still there: it holds what the script does not delete.\n";
+        }
         if (installer.IsProductInstalled()) {
             std::cout << "But it still counts as installed: the script's section [remove] does not "
                          "delete the product's link in /etc.\n";

@@ -340,7 +340,21 @@ TEST_F(FaultsTest, ATargetDirectoryThatVanishesEndsTheInstall) {
     ExpectFailure(ENOENT, "many/b");
 }
 
-// Death
+// Cancelling and death
+
+TEST_F(FaultsTest, AnInstallCancelledAtAnyStatusLeavesNoRecordAndTheNextOneIsWhole) {
+    tree.Write("kit/big", ArbitraryBytes(200000), 0640);
+    GivenProductScript("file=copy,big,$pathSource$,$pathTarget$\n");
+    for (unsigned stop = 1; stop <= 15; ++stop) {
+        tree.Remove("p");
+        std::filesystem::remove_all(linkDirectory);
+        statuses.At(statuses.All().size() + stop, [&] { installer->Stop(); });
+        ASSERT_EQ(66U, Install()) << "stopped at status " << stop;
+        ASSERT_EQ("none", Product()) << "stopped at status " << stop;
+        ExpectWholeInstall();
+        ASSERT_EQ(ArbitraryBytes(200000), tree.Read("p/big")) << "stopped at status " << stop;
+    }
+}
 
 TEST_F(FaultsTest, AKilledInstallLeavesNoRecordAndTheNextOneIsWhole) {
     tree.Write("kit/big", ArbitraryBytes(200000), 0640);

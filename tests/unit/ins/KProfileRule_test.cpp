@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cerrno>
 #include <type_traits>
 
 namespace {
@@ -129,6 +130,178 @@ TEST_F(KProfileRuleTest, TheLineIsExpandedByTheConstructorAndItsFieldsAgainWhenP
     world.GivenKey("profileInner", "parsed");
     rule.Initialize();
     EXPECT_STREQ("Put profile option parsed=constructed", rule.Description().c_str());
+}
+
+// Creating
+
+TEST_F(KProfileRuleTest, CreateMakesAnEmptyProfile) {
+    Run("profile", "Create,@T@/a.ini");
+    EXPECT_THAT(tree.List(), ::testing::Contains("f 0644 a.ini \"\""));
+    EXPECT_THAT(statuses.Lines(), IsEmpty());
+    EXPECT_EQ(1U, manager.GetCompletedCount());
+}
+
+TEST_F(KProfileRuleTest, CreateEmptiesAProfileThatIsThere) {
+    tree.Write("a.ini", "[s]\nk=v\n", 0600);
+    Run("profile", "create,@T@/a.ini");
+    EXPECT_EQ("", tree.Read("a.ini"));
+}
+
+TEST_F(KProfileRuleTest, CreateInAMissingDirectoryIsAnErrorWithThePath) {
+    const KSUP::KError error = KTEST::ErrorOf([&] { Run("profile", "create,@T@/none/a.ini"); });
+    EXPECT_EQ(static_cast<unsigned>(ENOENT), error.GetCode());
+    EXPECT_THAT(error.GetInfo().GetString().c_str(), ::testing::HasSubstr(tree.Path("none/a.ini")));
+    EXPECT_EQ(0U, manager.GetCompletedCount());
+}
+
+// Putting
+
+struct PutLine {
+    const char* name;
+    const char* before;
+    const char* line;
+    const char* after;
+};
+
+class KProfileRulePutTest : public KTEST::RuleTest,
+                            public ::testing::WithParamInterface<PutLine> {};
+
+TEST_P(KProfileRulePutTest, ChangesTheProfile) {
+    world.GivenKey("profileSection", "Gen");
+    tree.Write("p/a.ini", GetParam().before);
+    Run("profile", GetParam().line);
+    EXPECT_EQ(GetParam().after, tree.Read("p/a.ini"));
+    EXPECT_EQ(1U, tree.List("p").size()); // no file is left over
+    EXPECT_THAT(statuses.Lines(), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    APut,
+    KProfileRulePutTest,
+    ::testing::Values(
+        PutLine{
+            "IntoAnEmptyFile", "", "PUT,@T@/p/a.ini,General,LogLevel,3", "[General]\nLogLevel=3\n"},
+        PutLine{
+            "OverAValue",
+            "[General]\nLogLevel=1\nx=y\n",
+            "put,@T@/p/a.ini,General,LogLevel,3",
+            "[General]\nLogLevel=3\nx=y\n"},
+        PutLine{
+            "IntoASection",
+            "; mine\n[General]\nx=y\n\n[z]\n",
+            "put,@T@/p/a.ini,General,LogLevel,3",
+            "; mine\n[General]\nx=y\nLogLevel=3\n\n[z]\n"},
+        PutLine{
+            "WithMacros",
+            "",
+            "put,@T@/p/a.ini,$profileSection$eral,$os$,$product$",
+            "[General]\nlin=DPS\n"},
+        PutLine{
+            "OfAValueWithBlanksAndEquals", "", "put,@T@/p/a.ini,s,k,a = b c", "[s]\nk=a = b c\n"}
+    ),
+    KTEST::NameOfRow()
+);
+
+TEST_F(KProfileRuleTest, PutMakesAMissingFile) {
+    Run("profile", "put,@T@/a.ini,s,k,v");
+    EXPECT_EQ("[s]\nk=v\n", tree.Read("a.ini"));
+}
+
+TEST_F(KProfileRuleTest, PutIntoAMissingDirectoryIsAnErrorWithThePath) {
+    const KSUP::KError error = KTEST::ErrorOf([&] { Run("profile", "put,@T@/none/a.ini,s,k,v"); });
+    EXPECT_EQ(static_cast<unsigned>(ENOENT), error.GetCode());
+    EXPECT_THAT(error.GetInfo().GetString().c_str(), ::testing::HasSubstr(tree.Path("none/a.ini")));
+}
+
+class KProfileRuleEmptyPutTest : public KTEST::RuleTest,
+                                 public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(KProfileRuleEmptyPutTest, WritesAnEmptyKeyIntoTheSectionWithTheEmptyName) {
+    tree.Write("a.ini", "[s]\nk=v\n");
+    Run("profile", GetParam());
+    EXPECT_EQ("=\n[s]\nk=v\n", tree.Read("a.ini"));
+    Run("profile", GetParam()); // reads back: a second one replaces it
+    EXPECT_EQ("=\n[s]\nk=v\n", tree.Read("a.ini"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    APutOf, KProfileRuleEmptyPutTest, ::testing::Values("put,@T@/a.ini", "put,@T@/a.ini,s,k")
+);
+
+// Removing the files that a profile lists
+
+class KProfileRuleRemoveFileTest : public KTEST::RuleTest {
+  protected:
+    void GivenList(std::string_view text) { tree.Write("a.ini", InTree(text)); }
+    void Remove(const char* match) {
+        Run("profile", std::string("remove_file,@T@/a.ini,Files,") + match);
+    }
+    std::string List() const { return tree.Read("a.ini"); }
+};
+
+TEST_F(KProfileRuleRemoveFileTest, DeletesTheFilesThatMatchAndTheirKeys) {
+    tree.Write("lib/a.so", "");
+    tree.Write("doc/readme", "");
+    GivenList("; kept\n[Files]\n1=@T@/lib/a.so\n2=@T@/doc/readme\n[Other]\n1=@T@/lib/a.so\n");
+    Remove(".so");
+    EXPECT_FALSE(tree.Exists("lib/a.so"));
+    EXPECT_TRUE(tree.Exists("doc/readme"));
+    EXPECT_EQ(InTree("; kept\n[Files]\n2=@T@/doc/readme\n[Other]\n1=@T@/lib/a.so\n"), List());
+    EXPECT_THAT(statuses.Lines(), IsEmpty());
+}
+
+TEST_F(KProfileRuleRemoveFileTest, MeetsEveryLineOnceDuplicatesToo) {
+    for (const char* name : {"1.so", "2.so", "3.so", "4.so"}) {
+        tree.Write(name, "");
+    }
+    GivenList("[Files]\nk=@T@/1.so\nk=@T@/2.so\nk=@T@/keep\nj=@T@/3.so\nk=@T@/4.so\n");
+    Remove(".so");
+    for (const char* name : {"1.so", "2.so", "3.so", "4.so"}) {
+        EXPECT_FALSE(tree.Exists(name)) << name;
+    }
+    EXPECT_EQ(InTree("[Files]\nk=@T@/keep\n"), List());
+}
+
+TEST_F(KProfileRuleRemoveFileTest, TheMatchKeepsItsCase) {
+    tree.Write("a.SO", "");
+    GivenList("[Files]\n1=@T@/a.SO\n");
+    Remove(".so");
+    EXPECT_TRUE(tree.Exists("a.SO"));
+    EXPECT_EQ(InTree("[Files]\n1=@T@/a.SO\n"), List());
+}
+
+TEST_F(KProfileRuleRemoveFileTest, AFileThatCannotBeDeletedLosesItsKeyAllTheSame) {
+    tree.Directory("dir.so");
+    GivenList("[Files]\n1=@T@/gone.so\n2=@T@/dir.so\n");
+    Remove(".so");
+    EXPECT_TRUE(tree.Exists("dir.so"));
+    EXPECT_EQ("[Files]\n", List());
+}
+
+TEST_F(KProfileRuleRemoveFileTest, AMissingSectionOrFileIsNothingToDo) {
+    GivenList("[Other]\n1=@T@/a.so\n");
+    EXPECT_NO_THROW(Remove(".so"));
+    EXPECT_EQ(InTree("[Other]\n1=@T@/a.so\n"), List());
+    tree.Remove("a.ini");
+    EXPECT_NO_THROW(Remove(".so"));
+    EXPECT_FALSE(tree.Exists("a.ini"));
+}
+
+TEST_F(KProfileRuleRemoveFileTest, ALinkIsDeletedAndNotWhatItPointsTo) {
+    tree.Write("real.so", "");
+    tree.Link("link.so", "real.so");
+    GivenList("[Files]\n1=@T@/link.so\n");
+    Remove("link.so");
+    EXPECT_FALSE(tree.Exists("link.so"));
+    EXPECT_TRUE(tree.Exists("real.so"));
+}
+
+TEST_F(KProfileRuleRemoveFileTest, NothingAsksForCancellation) {
+    installer->Stop();
+    KProfileRule rule(&manager, InTree("put,@T@/a.ini,s,k,v"));
+    rule.Initialize();
+    EXPECT_NO_THROW(rule.Execute());
+    EXPECT_EQ("[s]\nk=v\n", List());
 }
 
 } // namespace

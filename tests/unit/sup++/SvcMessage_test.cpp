@@ -59,6 +59,7 @@ TEST_F(SvcMessageTest, CountsLoads) {
     EXPECT_EQ(Text(205, 1), "");
     EXPECT_EQ(SvcLoadMessage(205, "xxxtest205"), 0U);
     EXPECT_EQ(Text(205, 1), "one");
+    SvcUnloadMessage(205);
 }
 
 TEST_F(SvcMessageTest, UnloadingWhatIsNotLoadedIsHarmless) {

@@ -1,0 +1,272 @@
+// SPDX-License-Identifier: MIT
+//
+// ins-setup as its users meet it: what it prints, and what it answers.
+#include "../support/TemporaryTree.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include <sys/wait.h>
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+
+constexpr const char* product = "[product]\nname=Setup Test\nserviceName=setuptest\n"
+                                "iniFile=st.ini\nversion=1.5\nbuildNumber=9\n";
+
+std::string Slurp(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+class SetupProgramTest : public ::testing::Test {
+  protected:
+    struct Outcome {
+        int exitCode;
+        std::string out;
+        std::string err;
+    };
+
+    SetupProgramTest() {
+        tree.Write("kit/product.ini", product);
+        tree.Write("kit/lib/svc", "program", 0755);
+        GivenScript();
+    }
+    ~SetupProgramTest() override { std::filesystem::remove_all("/etc/setuptest"); }
+
+    void GivenScript(const std::string& more = "") {
+        tree.Write(
+            "kit/install.ini",
+            "[install]\ndefaultPath.$os$=" + tree.Path("product") +
+                "\ndirectory=create,$pathTargetBin$\ndirectory=create,$pathTargetConfig$\n"
+                "profile=put,$pathTargetConfig$$iniFile$,General,A,1\n"
+                "file=copy,svc,$pathSource$lib,$pathTargetBin$\n" +
+                more +
+                "directory=create,/etc/$serviceName$\n"
+                "file=symlink,svc,$pathTargetBin$,/etc/$serviceName$,$serviceName$\n"
+                "[remove]\nfile=delete,$serviceName$,/etc/$serviceName$\n"
+                "directory=delete,/etc/$serviceName$\ndirectory=delete,$pathTargetBin$\n"
+                "directory=delete,$pathTargetLin$\ndirectory=delete,$pathTargetConfig$\n"
+                "directory=delete,$pathTarget$\n"
+        );
+    }
+
+    /// Runs a shell line in which SETUP is the program; both outputs are kept apart.
+    Outcome Run(std::string line) {
+        const std::string program =
+            std::filesystem::canonical("/proc/self/exe").parent_path().string() + "/ins-setup";
+        for (std::size_t at = 0; (at = line.find("SETUP", at)) != std::string::npos;) {
+            line.replace(at, 5, program);
+        }
+        const std::string out = tree.Path("out");
+        const std::string err = tree.Path("err");
+        const int status =
+            std::system(("cd / && (" + line + ") > " + out + " 2> " + err).c_str()); // NOLINT
+        return {WEXITSTATUS(status), Slurp(out), Slurp(err)};
+    }
+    Outcome Setup(const std::string& action, const std::string& more = "") {
+        return Run("SETUP " + action + " --kit " + tree.Path("kit") + " " + more);
+    }
+
+    KTEST::TemporaryTree tree;
+};
+
+TEST_F(SetupProgramTest, InstallsTellsAndRemoves) {
+    EXPECT_EQ(Setup("status").exitCode, 3);
+    const Outcome installed = Setup("install");
+    EXPECT_EQ(installed.exitCode, 0) << installed.err;
+    EXPECT_THAT(
+        installed.out, HasSubstr("Setup Test 1.5 (build 9) is installed in " + tree.Path("product"))
+    );
+    EXPECT_THAT(installed.out, HasSubstr("6 rules done. Log: /var/log/Setup Test Setup Log.txt"));
+    const Outcome status = Setup("status");
+    EXPECT_EQ(status.exitCode, 0);
+    EXPECT_EQ(
+        status.out, "Setup Test 1.5 (build 9) is installed in " + tree.Path("product") + ".\n"
+    );
+    const Outcome removed = Setup("remove");
+    EXPECT_EQ(removed.exitCode, 0) << removed.err;
+    EXPECT_FALSE(tree.Exists("product"));
+    EXPECT_EQ(Setup("status").out, "Setup Test is not installed.\n");
+}
+
+TEST_F(SetupProgramTest, ARemovalTellsWhatItLeaves) {
+    ASSERT_EQ(Setup("install").exitCode, 0);
+    tree.Write("product/mine/notes.txt", "not the product's");
+    const Outcome removed = Setup("remove");
+    EXPECT_EQ(removed.exitCode, 0);
+    EXPECT_THAT(removed.out, HasSubstr("The directory is still there"));
+    EXPECT_EQ(tree.Read("product/mine/notes.txt"), "not the product's");
+}
+
+TEST_F(SetupProgramTest, ARemovalThatLeavesTheLinkSaysSo) {
+    GivenScript();
+    ASSERT_EQ(Setup("install").exitCode, 0);
+    tree.Write("kit/install.ini", "[remove]\ndirectory=delete,$pathTargetConfig$\n");
+    const Outcome removed = Setup("remove");
+    EXPECT_EQ(removed.exitCode, 0);
+    EXPECT_THAT(removed.out, HasSubstr("But it still counts as installed"));
+}
+
+TEST_F(SetupProgramTest, ARemovalOfNothingIsDone) {
+    const Outcome removed = Setup("remove");
+    EXPECT_EQ(removed.exitCode, 0);
+    EXPECT_EQ(removed.out, "Setup Test is not installed: there is nothing to remove.\n");
+}
+
+TEST_F(SetupProgramTest, APipeGetsOnePlainLineARule) {
+    EXPECT_THAT(
+        Setup("install").out,
+        HasSubstr("[4/6] Copying file " + tree.Path("product") + "/lin/x86_64/svc\n")
+    );
+}
+
+TEST_F(SetupProgramTest, ATerminalGetsOneLineThatIsDrawnOver) {
+    const Outcome installed =
+        Run("TERM=xterm script -qec 'SETUP install --kit " + tree.Path("kit") + "' /dev/null");
+    EXPECT_EQ(installed.exitCode, 0);
+    EXPECT_THAT(installed.out, HasSubstr("\r[6/6] "));
+    EXPECT_THAT(installed.out, Not(HasSubstr("\n[")));
+}
+
+TEST_F(SetupProgramTest, AFailedRuleIsToldInWords) {
+    GivenScript("file=copy,missing,$pathSource$lib,$pathTargetBin$\n");
+    const Outcome failed = Setup("install");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(failed.err, HasSubstr("Installing failed after 4 of 7 rules."));
+    EXPECT_THAT(
+        failed.err,
+        HasSubstr("Error 2: " + tree.Path("kit/lib/missing") + ": No such file or directory")
+    );
+    EXPECT_THAT(failed.err, HasSubstr("Rule: File copy " + tree.Path("kit/lib/missing") + " to "));
+    EXPECT_THAT(
+        failed.err, HasSubstr("    KINS::KInstallRuleManager: Executing rule -> File copy")
+    );
+    EXPECT_EQ(Setup("status").exitCode, 3);
+}
+
+TEST_F(SetupProgramTest, AMalformedScriptIsRefusedBeforeAnythingIsDone) {
+    GivenScript("file=copy,a\n");
+    const Outcome failed = Setup("install");
+    EXPECT_EQ(failed.exitCode, 65);
+    EXPECT_THAT(
+        failed.err, HasSubstr("install.ini: The script has a line that is no rule: copy,a")
+    );
+    EXPECT_FALSE(tree.Exists("product"));
+}
+
+struct Refusal {
+    const char* name;
+    const char* line;
+    int exitCode;
+    const char* message;
+};
+
+class SetupRefusalTest : public SetupProgramTest, public ::testing::WithParamInterface<Refusal> {};
+
+TEST_P(SetupRefusalTest, SaysWhatIsWrongAndWhatToDo) {
+    std::string line = GetParam().line;
+    for (std::size_t at = 0; (at = line.find("KIT", at)) != std::string::npos;) {
+        line.replace(at, 3, tree.Path("kit"));
+    }
+    const Outcome refused = Run(line);
+    EXPECT_EQ(refused.exitCode, GetParam().exitCode) << refused.err;
+    EXPECT_THAT(refused.out + refused.err, HasSubstr(GetParam().message));
+    EXPECT_FALSE(tree.Exists("product"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls,
+    SetupRefusalTest,
+    ::testing::Values(
+        Refusal{"NoAction", "SETUP", 64, "A subcommand is required"},
+        Refusal{"UnknownAction", "SETUP instal --kit KIT", 64, "--help"},
+        Refusal{"UnknownOption", "SETUP install --kit KIT --quickly", 64, "--quickly"},
+        Refusal{"MissingKit", "SETUP install --kit /nowhere", 66, "/nowhere: no such directory"},
+        Refusal{"NoKitAtAll", "SETUP install", 66, "product.ini: missing. A kit is"},
+        Refusal{
+            "NoScript", "rm KIT/install.ini; SETUP install --kit KIT", 66, "install.ini: missing"},
+        Refusal{
+            "ProductWithSlash",
+            "sed -i s,=setuptest,=a/b, KIT/product.ini; SETUP install --kit KIT",
+            65,
+            "must be names without \"/\""},
+        Refusal{"SystemPath", "SETUP install --kit KIT /usr", 64, "\"/usr\" cannot be used"},
+        Refusal{"RelativePath", "SETUP install --kit KIT opt/x", 64, "does not begin with \"/\""},
+        Refusal{
+            "SystemDefault",
+            "sed -i 's,^defaultPath.*,defaultPath.$os$=/etc,' KIT/install.ini; SETUP install --kit "
+            "KIT",
+            65,
+            "\"/etc\" cannot be used"},
+        Refusal{
+            "RecordOfTheSystem",
+            "mkdir /etc/setuptest; ln -s /usr/lin/x86/svc /etc/setuptest/setuptest; "
+            "SETUP remove --kit KIT",
+            65,
+            "The record of the installed product is wrong"},
+        Refusal{
+            "NotRoot",
+            "chmod -R go+rX KIT/..; setpriv --reuid 65534 --regid 65534 --clear-groups SETUP "
+            "install "
+            "--kit KIT",
+            77,
+            "Only root can install"}
+    ),
+    [](const auto& each) { return each.param.name; }
+);
+
+TEST_F(SetupProgramTest, APathBesideTheInstalledProductIsRefused) {
+    ASSERT_EQ(Setup("install").exitCode, 0);
+    const Outcome refused = Setup("install", "/opt/elsewhere");
+    EXPECT_EQ(refused.exitCode, 64);
+    EXPECT_THAT(refused.err, HasSubstr("Setup Test is installed in " + tree.Path("product")));
+    EXPECT_EQ(Setup("install", tree.Path("product/")).exitCode, 0);
+}
+
+struct SignalRow {
+    const char* name;
+    int exitCode;
+};
+
+class SetupSignalTest : public SetupProgramTest, public ::testing::WithParamInterface<SignalRow> {};
+
+TEST_P(SetupSignalTest, StopsTheRunAndSaysSo) {
+    // Sparse: takes long to copy and no room in the kit.
+    std::filesystem::resize_file(tree.Path("kit/lib/svc"), 3ULL << 30U);
+    const Outcome stopped =
+        Run("SETUP install --kit " + tree.Path("kit") + " & sleep 0.3; kill -" + GetParam().name +
+            " $!; wait $!");
+    EXPECT_EQ(stopped.exitCode, GetParam().exitCode);
+    EXPECT_THAT(stopped.out, HasSubstr("Stopping. Waiting for: Copying file"));
+    EXPECT_THAT(stopped.err, HasSubstr("Installing was stopped on request after 4 of 6 rules."));
+    EXPECT_FALSE(tree.Exists("product/lin/x86_64/svc"));
+    EXPECT_EQ(Setup("status").exitCode, 3);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Signals,
+    SetupSignalTest,
+    ::testing::Values(SignalRow{"INT", 130}, SignalRow{"TERM", 143}, SignalRow{"HUP", 129}),
+    [](const auto& each) { return each.param.name; }
+);
+
+TEST_F(SetupProgramTest, AReaderWhoGoesAwayStopsNothing) {
+    EXPECT_EQ(Run("SETUP install --kit " + tree.Path("kit") + " | true").exitCode, 0);
+    for (int tries = 100; tries > 0 && Setup("status").exitCode != 0; --tries) {
+        std::system("sleep 0.05"); // NOLINT: the pipe's end is not the program's
+    }
+    EXPECT_EQ(Setup("status").exitCode, 0);
+}
+
+} // namespace
