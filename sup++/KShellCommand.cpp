@@ -3,6 +3,7 @@
 #include <sup++/KShellCommand.h>
 #include <sup++/SvcProcess.h>
 #include <sup++/unx/lin/SysChild.h>
+#include <sup++/unx/lin/SysFile.h>
 
 #include <boost/make_shared.hpp>
 
@@ -13,7 +14,6 @@
 #include <mutex>
 #include <new>
 #include <string>
-#include <utility>
 
 #include <poll.h>
 #include <sys/eventfd.h>
@@ -24,6 +24,8 @@ namespace {
 
 constexpr KErrorSource source{"sup++/KShellCommand"};
 constexpr auto terminatePatience = std::chrono::seconds(2);
+constexpr auto killPatience = std::chrono::seconds(1);
+constexpr unsigned outputMode = 0640;
 constexpr int groupLookMs = 20; // the kernel tells of a process's end, but not of a group's
 
 struct Output {
@@ -47,9 +49,10 @@ std::string OutputPath() {
 /// The command and the request to stop it, shared by the owner and the waiting thread.
 class KShellCommand::Child {
   public:
-    unsigned Start(const KString& commandLine) {
+    /// Returns  0 or errno; nothing runs after a failure
+    unsigned Start(const KString& commandLine, const KDescriptor& output) {
         stopRequest.Reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-        return stopRequest.IsOpen() ? process.Start(commandLine.c_str(), OutputPath())
+        return stopRequest.IsOpen() ? process.Start(commandLine.c_str(), output)
                                     : static_cast<unsigned>(errno);
     }
 
@@ -60,7 +63,7 @@ class KShellCommand::Child {
 
     /// The thread's body.
     void WaitForEnd() {
-        if (Wait(-1) == Event::Stop) {
+        if (IsStoppedBeforeItsEnd()) {
             EndGroup();
         }
         process.Reap();
@@ -73,29 +76,42 @@ class KShellCommand::Child {
     }
 
   private:
-    enum class Event { End, Stop, Timeout };
-
-    Event Wait(int timeoutMs) const noexcept {
+    /// Returns when the shell has ended or a stop is requested.
+    bool IsStoppedBeforeItsEnd() const noexcept {
+        if (process.HasEnded(std::chrono::milliseconds(0))) {
+            return false;
+        }
         std::array<pollfd, 2> events{
             {{process.GetEndDescriptor(), POLLIN, 0}, {stopRequest.Get(), POLLIN, 0}}};
-        if (process.GetEndDescriptor() < 0) {
-            return Event::End;
-        }
         int ready = 0;
         do {
-            ready = ::poll(events.data(), events.size(), timeoutMs);
+            ready = ::poll(events.data(), events.size(), -1);
         } while (ready < 0 && errno == EINTR);
-        return ready == 0 ? Event::Timeout : events[0].revents != 0 ? Event::End : Event::Stop;
+        return events[0].revents == 0;
     }
 
-    /// The shell stays unreaped meanwhile, so that its group's number stays its own.
     void EndGroup() const {
         process.SignalGroup(SIGTERM);
-        const auto end = std::chrono::steady_clock::now() + terminatePatience;
-        while (std::chrono::steady_clock::now() < end && process.IsGroupAlive()) {
+        if (!IsGroupGoneWithin(terminatePatience)) {
+            process.SignalGroup(SIGKILL);
+            // It takes effect when the kernel gets to it; only what is stuck in there is not waited
+            // for.
+            static_cast<void>(IsGroupGoneWithin(killPatience));
+        }
+    }
+
+    bool IsGroupGoneWithin(std::chrono::milliseconds time) const {
+        const auto end = std::chrono::steady_clock::now() + time;
+        if (!process.HasEnded(time)) {
+            return false;
+        }
+        while (process.IsGroupAlive()) {
+            if (std::chrono::steady_clock::now() >= end) {
+                return false;
+            }
             static_cast<void>(::poll(nullptr, 0, groupLookMs)); // a pause
         }
-        process.SignalGroup(SIGKILL);
+        return true;
     }
 
     Sys::ShellProcess process;
@@ -109,28 +125,42 @@ KShellCommand::~KShellCommand() {
 }
 
 void KShellCommand::Execute(const KString& commandLine) {
+    // To the end: a Stop on another thread comes before all of this, and nothing is started, or
+    // finds the command.
+    const std::lock_guard hold(guard);
     if (IsThreadActive()) {
         source.Raise(TraceLevel::support, ErrorCode::invalidArgument, "a command is running");
     }
     if (IsTerminated()) {
         return;
     }
-    auto started = boost::make_shared<Child>();
-    if (const unsigned status = started->Start(commandLine); status != 0) {
+    KDescriptor output;
+    if (const std::string path = OutputPath(); !path.empty()) {
+        if (const unsigned status = Sys::OpenForAppend(path.c_str(), outputMode, output);
+            status != 0) {
+            source.RaiseSystem(status, path);
+        }
+    }
+    const auto started = boost::make_shared<Child>();
+    if (const unsigned status = started->Start(commandLine, output); status != 0) {
         source.RaiseSystem(status, "/bin/sh");
     }
-    child = started;
     try {
         Start([started] { started->WaitForEnd(); });
     } catch (...) {
         started->Abandon();
         throw;
     }
+    child = started;
 }
 
 void KShellCommand::Stop(bool wait) {
-    if (child != nullptr) {
-        child->RequestStop();
+    KThread::Stop(false); // from here on nothing is started
+    {
+        const std::lock_guard hold(guard);
+        if (child != nullptr) {
+            child->RequestStop();
+        }
     }
     KThread::Stop(wait);
 }

@@ -6,14 +6,17 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <mutex>
+
 namespace KSUP {
 
 /// Runs one command line through the system's shell and waits for it on a thread of its own.
 ///
-/// The command is a stranger to this program: a process group of its own, no descriptor, signal
-/// setting or environment of the caller's (PATH, HOME and LANG are root's own), directory "/",
-/// umask 022, nothing to read, and its output goes where SvcSetCommandOutput says. It has ended
-/// when the shell has ended, also if it left a daemon behind. Its exit status is not looked at.
+/// The command is a stranger to this program: a session and a process group of its own without a
+/// terminal, no descriptor, signal setting or environment of the caller's (PATH, HOME and LANG are
+/// root's own), directory "/", umask 022, nothing to read, and its output goes where
+/// SvcSetCommandOutput says. It has ended when the shell has ended, also if it left a daemon
+/// behind. Its exit status is not looked at.
 ///
 /// Thread   Execute and the destructor belong to the owner; everything else as KThread
 ///
@@ -29,8 +32,9 @@ class SUP_EXPORT KShellCommand : public KThread {
     /// Starts the command and returns; IsThreadActive is true from here on. A command that was
     /// asked to stop before is not started.
     ///
-    /// Throws   KError with errno when there is no shell, process or thread to be had, KError 36
-    ///          when one is running; nothing runs then
+    /// Throws   KError with errno when there is no shell, process or thread to be had, or the file
+    ///          for the output (its path is the information) cannot be opened; KError 36 when a
+    ///          command is running. Nothing more runs then
     void Execute(const KString& commandLine);
 
     using KThread::Stop;
@@ -39,7 +43,9 @@ class SUP_EXPORT KShellCommand : public KThread {
 
   private:
     class Child;
-    boost::shared_ptr<Child> child; // the running thread holds it too
+    /// Recursive: what is raised under it is told to the program's trace hook, which may call Stop.
+    std::recursive_mutex guard;
+    boost::shared_ptr<Child> child; // guarded by guard; the running thread holds it too
 };
 
 } // namespace KSUP

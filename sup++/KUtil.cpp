@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -27,8 +28,8 @@ namespace {
 
 constexpr KErrorSource source{"sup++/KUtil"};
 
-constexpr unsigned killPatienceMs =
-    1000;                              // after SIGKILL only a process stuck in the kernel remains
+// After SIGKILL only a process that is stuck in the kernel remains.
+constexpr auto killPatience = std::chrono::seconds(1);
 constexpr int hexDigitsOfUnsigned = 7; // as the records of earlier products hold them
 constexpr int hexDigitsOfDouble = 11;
 
@@ -160,7 +161,10 @@ void KUtil::KillProcess(const KString& program, unsigned timeoutMs) {
     if (program.IsEmpty()) {
         source.Raise(TraceLevel::support, ErrorCode::invalidArgument, "no program to stop");
     }
-    std::vector<Sys::HeldProcess> running = Sys::FindProcesses(program.c_str());
+    std::vector<Sys::HeldProcess> running;
+    if (const unsigned status = Sys::FindProcesses(program.c_str(), running); status != 0) {
+        source.RaiseSystem(status, "/proc");
+    }
     unsigned refused = 0;
     const auto signalAll = [&](int signal) {
         for (const Sys::HeldProcess& one : running) {
@@ -169,9 +173,9 @@ void KUtil::KillProcess(const KString& program, unsigned timeoutMs) {
         }
     };
     signalAll(SIGTERM);
-    Sys::WaitForEnd(running, timeoutMs);
+    Sys::WaitForEnd(running, std::chrono::milliseconds(timeoutMs));
     signalAll(SIGKILL);
-    Sys::WaitForEnd(running, killPatienceMs);
+    Sys::WaitForEnd(running, killPatience);
     if (!running.empty()) {
         source.RaiseSystem(refused != 0 ? refused : ETIMEDOUT, ProcessText(running.front()));
     }

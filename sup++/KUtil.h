@@ -47,9 +47,9 @@ class SUP_EXPORT KUtil {
     /// is found by its own name. Process 1, this process and those it descends from are spared.
     /// Nothing to end is success.
     ///
-    /// Throws   KError 36 for an empty text; KError with errno, and the process as information,
-    ///          when one cannot be signalled or is still there 1 s after SIGKILL; others have ended
-    ///          by then
+    /// Throws   KError 36 for an empty text; KError with errno when the processes cannot be looked
+    ///          through (nothing has ended then), or, with the process as information, when one
+    ///          cannot be signalled or is still there 1 s after SIGKILL (the others have ended)
     static void KillProcess(const KString& program, unsigned timeoutMs);
 
     /// Decimal digits, or with `hex` "0x" and at least 7 digits. A double is written with six

@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/unx/lin/SysChild.h>
-#include <sup++/unx/lin/SysFile.h>
 #include <sup++/unx/lin/SysProcessList.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstring>
+#include <new>
+#include <vector>
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -42,17 +43,18 @@ class SpawnSettings {
             status = call();
         }
     }
-    void ResetSignals() noexcept {
+    void SetOwnSession() noexcept {
         sigset_t all;
         sigset_t none;
-        sigfillset(&all);
+        // sigfillset(3) leaves out the C library's own two signals; a spawn then ignores them.
+        std::memset(&all, 0xff, sizeof(all));
         sigemptyset(&none);
         Add([&] { return ::posix_spawnattr_setsigdefault(&attributes, &all); });
         Add([&] { return ::posix_spawnattr_setsigmask(&attributes, &none); });
-        Add([&] { return ::posix_spawnattr_setpgroup(&attributes, 0); });
+        // A session is a process group too, and has no terminal that a command could write to.
         Add([&] {
             return ::posix_spawnattr_setflags(
-                &attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP
+                &attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID
             );
         });
     }
@@ -84,28 +86,28 @@ class SpawnSettings {
     int status = 0;
 };
 
-int OpenProcess(pid_t process) noexcept {
-    return static_cast<int>(::syscall(SYS_pidfd_open, process, 0)); // glibc 2.36 has it, 2.35 not
+/// Whether the process is a child of this one that was not reaped yet.
+bool IsChild(const KDescriptor& held) noexcept {
+    siginfo_t ignored{};
+    return ::waitid(
+               P_PIDFD, static_cast<id_t>(held.Get()), &ignored, WEXITED | WNOHANG | WNOWAIT
+           ) == 0;
 }
 
 } // namespace
 
-unsigned ShellProcess::Start(const std::string& commandLine, const std::string& outputPath) {
-    KDescriptor output;
-    if (!outputPath.empty()) {
-        if (const unsigned error = OpenForAppend(outputPath.c_str(), 0640, output); error != 0) {
-            return error;
-        }
+unsigned ShellProcess::Start(const std::string& commandLine, const KDescriptor& output) {
+    KDescriptor moved;
+    if (output.IsOpen()) {
         // Not one of the three that are replaced before it is duplicated.
-        const int moved = ::fcntl(output.Get(), F_DUPFD_CLOEXEC, 3);
-        if (moved < 0) {
+        moved.Reset(::fcntl(output.Get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+        if (!moved.IsOpen()) {
             return static_cast<unsigned>(errno);
         }
-        output.Reset(moved);
     }
     SpawnSettings settings;
-    settings.ResetSignals();
-    settings.SetFiles(output.IsOpen() ? output.Get() : -1);
+    settings.SetOwnSession();
+    settings.SetFiles(moved.Get());
     if (settings.status != 0) {
         return static_cast<unsigned>(settings.status);
     }
@@ -128,24 +130,51 @@ unsigned ShellProcess::Start(const std::string& commandLine, const std::string& 
     if (status != 0) {
         return static_cast<unsigned>(status);
     }
-    endDescriptor.Reset(OpenProcess(process));
+    if (const unsigned error = OpenProcess(process, endDescriptor); error != 0) {
+        // Nobody could tell its end: better none than one that cannot be stopped.
+        static_cast<void>(::kill(-process, SIGKILL)); // gone is what is wanted
+        while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+        }
+        return error;
+    }
+    if (endDescriptor.IsOpen() && !IsChild(endDescriptor)) {
+        endDescriptor.Reset(); // reaped by the program, and the number is another's by now
+    }
     return 0;
 }
 
-void ShellProcess::SignalGroup(int signal) const noexcept {
-    static_cast<void>(::kill(-process, signal)); // a group that is gone is what was wanted
+bool ShellProcess::HasEnded(std::chrono::milliseconds time) const noexcept {
+    return !endDescriptor.IsOpen() || EndsWithin(endDescriptor, time);
 }
 
-bool ShellProcess::IsGroupAlive() const {
-    const std::vector<ProcessEntry> all = ListProcesses();
-    return std::any_of(all.begin(), all.end(), [&](const ProcessEntry& one) {
-        return one.group == process && !one.dead;
-    });
+void ShellProcess::SignalGroup(int signal) const noexcept {
+    if (!IsReaped() || IsGroupAlive()) {
+        static_cast<void>(::kill(-process, signal)); // a group that is gone is what was wanted
+    }
+}
+
+bool ShellProcess::IsGroupAlive() const noexcept {
+    try {
+        std::vector<ProcessEntry> all;
+        const unsigned status = ListProcesses(all);
+        return status != 0 || std::any_of(all.begin(), all.end(), [&](const ProcessEntry& one) {
+                   return one.group == process && !one.dead;
+               });
+    } catch (const std::bad_alloc&) {
+        return true;
+    }
+}
+
+bool ShellProcess::IsReaped() const noexcept {
+    return !endDescriptor.IsOpen() || !IsChild(endDescriptor);
 }
 
 void ShellProcess::Reap() noexcept {
-    // ECHILD where the program ignores SIGCHLD: the kernel has reaped it by then.
-    while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+    // By descriptor: the number may be another child's where the program has reaped this one.
+    siginfo_t ignored{};
+    while (endDescriptor.IsOpen() &&
+           ::waitid(P_PIDFD, static_cast<id_t>(endDescriptor.Get()), &ignored, WEXITED) < 0 &&
+           errno == EINTR) {
     }
 }
 

@@ -3,6 +3,7 @@
 #include <sup++/unx/lin/SysProcessList.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -48,6 +49,12 @@ std::string ReadLink(const std::string& path) {
     return target;
 }
 
+/// The directory that holds a path's last component.
+std::string DirectoryOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash > 0 ? slash : 1);
+}
+
 std::string_view LastComponent(std::string_view path) noexcept {
     const std::size_t slash = path.rfind('/');
     return slash == std::string_view::npos ? path : path.substr(slash + 1);
@@ -61,6 +68,42 @@ bool IsSameFile(const std::string& left, const std::string& right) noexcept {
            one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
+/// The path without links, as far as there is something.
+std::string Resolve(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> real(
+        ::realpath(path.c_str(), nullptr), &std::free
+    );
+    const std::string directory = DirectoryOf(path);
+    if (real != nullptr || directory == path) {
+        return real != nullptr ? real.get() : path;
+    }
+    const std::string resolved = Resolve(directory);
+    return (resolved == "/" ? resolved : resolved + '/') + std::string(LastComponent(path));
+}
+
+/// The names of a directory that are numbers.
+///
+/// Returns  0 or errno
+unsigned ListNumbers(const std::string& path, std::vector<pid_t>& numbers) {
+    const std::unique_ptr<DIR, DirectoryCloser> directory(::opendir(path.c_str()));
+    if (directory == nullptr) {
+        return static_cast<unsigned>(errno);
+    }
+    while (true) {
+        errno = 0;
+        const dirent* entry = ::readdir(directory.get());
+        if (entry == nullptr) {
+            return static_cast<unsigned>(errno);
+        }
+        const std::string_view name(entry->d_name);
+        pid_t number = 0;
+        const auto read = std::from_chars(name.data(), name.data() + name.size(), number);
+        if (read.ec == std::errc() && read.ptr == name.data() + name.size()) {
+            numbers.push_back(number);
+        }
+    }
+}
+
 std::optional<ProcessEntry> ReadEntry(pid_t id) {
     const std::string text = ReadSmallFile("/proc/" + std::to_string(id) + "/stat");
     const std::size_t nameEnd = text.rfind(')'); // the name in front may hold anything
@@ -71,10 +114,16 @@ std::optional<ProcessEntry> ReadEntry(pid_t id) {
     ProcessEntry entry;
     entry.id = id;
     char state = 0;
-    long ignored = 0;
     unsigned long flags = 0;
+    long threads = 0;
+    std::string ignored;
     fields >> state >> entry.parent >> entry.group >> ignored >> ignored >> ignored >> flags;
-    entry.dead = state == 'Z' || state == 'X';
+    for (int field = 10; field < 20; ++field) {
+        fields >> ignored;
+    }
+    fields >> threads;
+    // The first thread may have ended before the others.
+    entry.dead = (state == 'Z' || state == 'X') && threads <= 1;
     entry.kernel = (flags & kernelThreadFlag) != 0;
     return entry;
 }
@@ -111,6 +160,100 @@ std::string InterpreterOf(const std::string& script) {
     return {};
 }
 
+/// Shells run the file that is their first operand, whatever its first line says.
+bool IsShell(std::string_view name) noexcept {
+    constexpr std::array<std::string_view, 8> shells{
+        "ash", "bash", "dash", "ksh", "ksh93", "mksh", "sh", "zsh"};
+    return std::find(shells.begin(), shells.end(), name) != shells.end();
+}
+
+bool IsRegularFile(const std::string& path) noexcept {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+/// One running process, by what proc(5) tells of it.
+class Running {
+  public:
+    explicit Running(pid_t id)
+        : proc("/proc/" + std::to_string(id)),
+          executable(ReadLink(proc + "/exe")) {
+        if (executable.empty()) {
+            UseLivingThread();
+        }
+        // A file may also be called so.
+        deleted =
+            executable.ends_with(deletedMark) && !IsSameFile(InItsView(executable), proc + "/exe");
+        if (deleted) {
+            executable.resize(executable.size() - deletedMark.size());
+        }
+    }
+
+    std::string ExecutableFile() const { return proc + "/exe"; }
+    const std::string& ExecutablePath() const noexcept { return executable; }
+    bool IsDeleted() const noexcept { return deleted; }
+
+    /// A path as the process sees it, which may be in a container or elsewhere by now.
+    std::string InItsView(const std::string& path) const {
+        return proc + (path.starts_with('/') ? "/root" : "/cwd/") + path;
+    }
+
+    /// The script that it interprets, as it was called; empty for any other program.
+    std::string Script() const {
+        const std::vector<std::string> arguments = ReadArguments(proc);
+        const auto operand = std::find_if(
+            arguments.begin() + (arguments.empty() ? 0 : 1),
+            arguments.end(),
+            [](const std::string& one) { return !one.starts_with('-'); }
+        );
+        const bool isScript = operand != arguments.end() && IsRegularFile(InItsView(*operand)) &&
+                              IsInterpreterOf(InItsView(*operand), arguments.front());
+        return isScript ? *operand : std::string();
+    }
+
+  private:
+    /// Where the first thread has ended before the others, only theirs tell what is run.
+    void UseLivingThread() {
+        const std::string tasks = proc + "/task/";
+        std::vector<pid_t> threads;
+        static_cast<void>(ListNumbers(tasks, threads)); // none when it has ended meanwhile
+        for (const pid_t thread : threads) {
+            const std::string one = tasks + std::to_string(thread);
+            if (executable = ReadLink(one + "/exe"); !executable.empty()) {
+                proc = one;
+                return;
+            }
+        }
+    }
+
+    /// An editor that has the script open is not its interpreter.
+    bool IsInterpreterOf(const std::string& script, std::string_view calledAs) const {
+        if (IsShell(LastComponent(executable))) {
+            return true;
+        }
+        const std::string interpreter = InterpreterOf(script);
+        const std::string_view name = LastComponent(interpreter);
+        // One file may be many programs.
+        const bool isCalled =
+            LastComponent(calledAs) == name || LastComponent(calledAs) == LastComponent(executable);
+        if (interpreter.empty() || !isCalled) {
+            return false;
+        }
+        const auto isExecutable = [&](const std::string& path) {
+            return IsSameFile(InItsView(path), proc + "/exe");
+        };
+        if (name != interpreter) {
+            return isExecutable(interpreter);
+        }
+        return LastComponent(executable) == name || isExecutable("/usr/local/bin/" + interpreter) ||
+               isExecutable("/usr/bin/" + interpreter) || isExecutable("/bin/" + interpreter);
+    }
+
+    std::string proc;
+    std::string executable;
+    bool deleted = false;
+};
+
 /// Compares running processes with one program.
 class Matcher {
   public:
@@ -118,71 +261,42 @@ class Matcher {
         : program(wanted),
           isPath(wanted.find('/') != std::string::npos) {
         if (isPath) {
-            const std::unique_ptr<char, decltype(&std::free)> real(
-                ::realpath(wanted.c_str(), nullptr), &std::free
-            );
-            resolved = real != nullptr ? real.get() : wanted;
+            resolved = Resolve(wanted);
+            directory = DirectoryOf(resolved);
+            struct stat ignored {};
+            while (directory != "/" && ::stat(directory.c_str(), &ignored) != 0) {
+                directory = DirectoryOf(directory);
+            }
         }
     }
 
     bool Matches(pid_t id) const {
-        const std::string proc = "/proc/" + std::to_string(id);
-        std::string executable = ReadLink(proc + "/exe");
-        if (executable.empty()) {
-            return false;
-        }
-        const bool deleted = executable.ends_with(deletedMark);
-        if (deleted) {
-            executable.resize(executable.size() - deletedMark.size());
-        }
-        return IsProgram(proc, executable, deleted) || IsScript(proc, executable);
+        const Running running(id);
+        return !running.ExecutablePath().empty() && (IsProgram(running) || IsScript(running));
     }
 
   private:
-    bool IsProgram(const std::string& proc, const std::string& executable, bool deleted) const {
+    bool IsProgram(const Running& running) const {
         if (!isPath) {
-            return LastComponent(executable) == program;
+            return LastComponent(running.ExecutablePath()) == program;
         }
         // A program that was replaced has the old file's identity and the new one's name. The name
-        // counts only where it means the same: not in a container with its own root.
-        return IsSameFile(proc + "/exe", program) ||
-               (deleted && executable == resolved && IsSameFile(proc + "/root", "/proc/self/root"));
+        // counts only where it means the same: not in a container with files of its own.
+        return IsSameFile(running.ExecutableFile(), program) ||
+               (running.IsDeleted() && running.ExecutablePath() == resolved &&
+                IsSameFile(running.InItsView(directory), directory));
     }
 
-    bool IsScript(const std::string& proc, const std::string& executable) const {
-        const std::vector<std::string> arguments = ReadArguments(proc);
-        const auto script = std::find_if(
-            arguments.begin() + (arguments.empty() ? 0 : 1),
-            arguments.end(),
-            [](const std::string& one) { return !one.starts_with('-'); }
-        );
-        if (script == arguments.end()) {
-            return false;
-        }
-        // Seen from where the process stands.
-        const std::string path =
-            script->starts_with('/') ? proc + "/root" + *script : proc + "/cwd/" + *script;
-        const bool named = isPath ? IsSameFile(path, program) : LastComponent(*script) == program;
-        return named && IsInterpreter(InterpreterOf(path), proc, executable);
-    }
-
-    /// An editor that has the script open is not its interpreter.
-    static bool IsInterpreter(
-        const std::string& interpreter, const std::string& proc, const std::string& executable
-    ) {
-        if (interpreter.empty() || interpreter.find('/') != std::string::npos) {
-            return !interpreter.empty() && IsSameFile(proc + "/root" + interpreter, proc + "/exe");
-        }
-        const auto found = [&](const char* directory) {
-            return IsSameFile(proc + "/root" + directory + interpreter, proc + "/exe");
-        };
-        return LastComponent(executable) == interpreter || found("/usr/local/bin/") ||
-               found("/usr/bin/") || found("/bin/");
+    bool IsScript(const Running& running) const {
+        const std::string script = running.Script();
+        return isPath ? !script.empty() && IsSameFile(running.InItsView(script), program)
+                      : LastComponent(script) == program;
     }
 
     std::string program;
-    std::string resolved;
     bool isPath;
+    std::string resolved;  // of a path: without links
+    std::string directory; // the one that holds it, or the next one above that there is
 };
 
 /// This process and those it descends from.
@@ -201,40 +315,58 @@ std::vector<pid_t> OwnLine(const std::vector<ProcessEntry>& all) {
 
 } // namespace
 
-std::vector<ProcessEntry> ListProcesses() {
-    std::vector<ProcessEntry> all;
-    const std::unique_ptr<DIR, DirectoryCloser> directory(::opendir("/proc"));
-    while (const dirent* entry = directory != nullptr ? ::readdir(directory.get()) : nullptr) {
-        const std::string_view name(entry->d_name);
-        pid_t id = 0;
-        const auto number = std::from_chars(name.data(), name.data() + name.size(), id);
-        if (number.ec == std::errc() && number.ptr == name.data() + name.size()) {
-            if (const std::optional<ProcessEntry> read = ReadEntry(id)) {
-                all.push_back(*read);
-            }
+unsigned ListProcesses(std::vector<ProcessEntry>& all) {
+    std::vector<pid_t> ids;
+    const unsigned status = ListNumbers("/proc", ids);
+    for (const pid_t id : ids) {
+        if (const std::optional<ProcessEntry> read = ReadEntry(id)) {
+            all.push_back(*read);
         }
     }
-    return all;
+    // Without this very process it is no list, but an empty directory.
+    return status == 0 && all.empty() ? ENOENT : status;
 }
 
-std::vector<HeldProcess> FindProcesses(const std::string& program) {
-    const std::vector<ProcessEntry> all = ListProcesses();
+unsigned OpenProcess(pid_t id, KDescriptor& process) noexcept {
+    process.Reset(static_cast<int>(::syscall(SYS_pidfd_open, id, 0))); // glibc 2.35 has no name
+    // EINVAL: it is the number of a group only, whose first process has ended.
+    const bool isGone = !process.IsOpen() && (errno == ESRCH || errno == EINVAL);
+    return process.IsOpen() || isGone ? 0 : static_cast<unsigned>(errno);
+}
+
+bool EndsWithin(const KDescriptor& process, std::chrono::milliseconds time) noexcept {
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + time;
+    while (true) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+        pollfd ended{process.Get(), POLLIN, 0};
+        const auto timeout = std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, INT_MAX);
+        const int ready = ::poll(&ended, 1, static_cast<int>(timeout));
+        if (ready >= 0 || errno != EINTR) {
+            return ready > 0;
+        }
+    }
+}
+
+unsigned FindProcesses(const std::string& program, std::vector<HeldProcess>& found) {
+    std::vector<ProcessEntry> all;
+    unsigned status = ListProcesses(all);
     const std::vector<pid_t> spared = OwnLine(all);
     const Matcher matcher(program);
-    std::vector<HeldProcess> found;
-    for (const ProcessEntry& one : all) {
-        const bool mayEnd = one.id != 1 && !one.kernel && !one.dead &&
-                            std::find(spared.begin(), spared.end(), one.id) == spared.end();
+    for (auto one = all.begin(); one != all.end() && status == 0; ++one) {
+        const bool mayEnd = one->id != 1 && !one->kernel && !one->dead &&
+                            std::find(spared.begin(), spared.end(), one->id) == spared.end();
         if (!mayEnd) {
             continue;
         }
         // Held before it is looked at: if the number is another's by then, the signal goes nowhere.
-        KDescriptor held(static_cast<int>(::syscall(SYS_pidfd_open, one.id, 0)));
-        if (held.IsOpen() && matcher.Matches(one.id)) {
-            found.push_back({one.id, std::move(held), program});
+        KDescriptor held;
+        status = OpenProcess(one->id, held);
+        if (held.IsOpen() && matcher.Matches(one->id)) {
+            found.push_back({one->id, std::move(held), program});
         }
     }
-    return found;
+    return status;
 }
 
 unsigned Signal(const HeldProcess& process, int signal) noexcept {
@@ -243,20 +375,15 @@ unsigned Signal(const HeldProcess& process, int signal) noexcept {
     return result == 0 || errno == ESRCH ? 0 : static_cast<unsigned>(errno);
 }
 
-void WaitForEnd(std::vector<HeldProcess>& processes, unsigned timeoutMs) noexcept {
+void WaitForEnd(std::vector<HeldProcess>& processes, std::chrono::milliseconds time) noexcept {
     using Clock = std::chrono::steady_clock;
-    const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    const auto end = Clock::now() + time;
     // One after the other: the time is up for all at once, and those that ended do not wait.
     std::erase_if(processes, [&](const HeldProcess& one) {
-        while (true) {
-            const auto left =
-                std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-            pollfd ended{one.descriptor.Get(), POLLIN, 0};
-            const int ready = ::poll(&ended, 1, left > 0 ? static_cast<int>(left) : 0);
-            if (ready >= 0 || errno != EINTR) {
-                return ready > 0;
-            }
-        }
+        return EndsWithin(
+            one.descriptor,
+            std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now())
+        );
     });
 }
 
