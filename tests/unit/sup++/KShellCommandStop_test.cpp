@@ -47,14 +47,14 @@ TEST_F(KShellCommandStopTest, AllThatItStartedEndsToo) {
     ExecuteUntilReady(command, "sleep 1000 & (sleep 1000; :) & echo $!; wait");
     command.Stop();
     ExpectEnded(command, OutputNumber());
-    EXPECT_EQ(EndChildren(), 0);
+    EXPECT_EQ(LeftBehind::End(), 0);
 }
 
 TEST_F(KShellCommandStopTest, ACommandThatIgnoresSigtermIsKilledAfterTwoSeconds) {
     ExecuteUntilReady(command, "trap '' TERM; echo $$; while :; do sleep 0.1; done");
     EXPECT_GE(TimeOf([&] { command.Stop(); }), patience);
     ExpectEnded(command, OutputNumber());
-    EXPECT_EQ(EndChildren(), 0);
+    EXPECT_EQ(LeftBehind::End(), 0);
 }
 
 TEST_F(KShellCommandStopTest, WhatIgnoresSigtermBehindTheShellIsKilledAfterTwoSeconds) {
@@ -163,7 +163,7 @@ TEST_F(KShellCommandStopTest, TheDestructorStops) {
     ExecuteUntilReady(*owned, "sleep 1000 & echo $$; wait");
     owned.reset();
     EXPECT_FALSE(IsAlive(OutputNumber()));
-    EXPECT_EQ(EndChildren(), 0);
+    EXPECT_EQ(LeftBehind::End(), 0);
 }
 
 } // namespace

@@ -119,7 +119,7 @@ TEST_F(KShellCommandTest, HasEndedWithTheShellThoughADaemonHoldsTheOutput) {
         command.Stop();
     }
     EXPECT_TRUE(IsAlive(daemon)) << "it is a stranger once the command has ended";
-    EXPECT_EQ(EndChildren(), 1);
+    EXPECT_EQ(LeftBehind::End(), 1);
 }
 
 TEST_F(KShellCommandTest, CanRunOneAfterTheOther) {

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "../../support/Processes.h"
 #include "../../support/TemporaryTree.h"
 #include "Common.h"
 
 #include <chrono>
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -15,13 +15,7 @@ namespace KTEST {
 
 using Clock = std::chrono::steady_clock;
 
-/// Waits until `condition` holds; a condition that never does is ended by the test's HangGuard.
-void WaitUntil(const boost::function<bool()>& condition);
-
 std::chrono::milliseconds TimeOf(const boost::function<void()>& action);
-
-/// Whether there is such a process that has not ended; a zombie has.
-bool IsAlive(pid_t process);
 
 /// Makes the kernel refuse a system call from now on, on this thread and for what it starts, with
 /// `errorNumber`; with 0 the call seems to succeed and does nothing. For good: use it in InChild.
@@ -33,8 +27,6 @@ void RefuseThreads();
 /// failure.
 class ProcessTest : public testing::Test {
   protected:
-    ProcessTest();
-    ~ProcessTest() override;
     void TearDown() override;
 
     /// Copies a program under a name that nothing else on the machine has: `name` and a number.
@@ -55,13 +47,11 @@ class ProcessTest : public testing::Test {
 
     const HangGuard guard;
     TemporaryTree tree;
+    const LeftBehind leftBehind;
 
   private:
     std::vector<pid_t> started;
 };
-
-/// Ends and reaps all children of this process. Returns how many had not ended.
-int EndChildren();
 
 /// The file name of a path.
 std::string NameOf(const std::string& path);

@@ -5,8 +5,6 @@
 #include <csignal>
 #include <cstddef>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 #include <thread>
 
@@ -16,7 +14,6 @@
 #include <spawn.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace KTEST {
@@ -44,31 +41,12 @@ std::string NextName(const std::string& name) {
     return name + '-' + std::to_string(::getpid()) + '-' + std::to_string(++count);
 }
 
-/// The state letter of proc(5), 0 when there is no such process.
-char StateOf(pid_t process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const std::size_t nameEnd = text.rfind(')');
-    return nameEnd + 2 < text.size() ? text[nameEnd + 2] : '\0';
-}
-
 } // namespace
-
-void WaitUntil(const boost::function<bool()>& condition) {
-    while (!condition()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-}
 
 std::chrono::milliseconds TimeOf(const boost::function<void()>& action) {
     const auto start = Clock::now();
     action();
     return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-}
-
-bool IsAlive(pid_t process) {
-    const char state = StateOf(process);
-    return state != '\0' && state != 'Z' && state != 'X';
 }
 
 void RefuseCall(long number, int errorNumber) {
@@ -98,41 +76,11 @@ std::string NameOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-int EndChildren() {
-    int alive = 0;
-    siginfo_t child{};
-    // One by one, because what the end of one leaves behind is the next.
-    while (::waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) == 0) {
-        if (child.si_pid == 0) { // none of them has ended
-            std::ifstream list(
-                "/proc/self/task/" + std::to_string(::syscall(SYS_gettid)) + "/children"
-            );
-            for (pid_t running = 0; list >> running;) {
-                ++alive;
-                ::kill(running, SIGKILL);
-            }
-            Check(::waitid(P_ALL, 0, &child, WEXITED | WNOWAIT), "waitid");
-        }
-        ::waitpid(child.si_pid, nullptr, 0);
-        child = {};
-    }
-    return alive;
-}
-
-ProcessTest::ProcessTest() {
-    Check(::prctl(PR_SET_CHILD_SUBREAPER, 1), "prctl");
-}
-
-ProcessTest::~ProcessTest() {
-    EndChildren();
-    ::prctl(PR_SET_CHILD_SUBREAPER, 0);
-}
-
 void ProcessTest::TearDown() {
     while (!started.empty()) {
         End(started.back());
     }
-    EXPECT_EQ(EndChildren(), 0) << "processes were left behind";
+    EXPECT_EQ(LeftBehind::End(), 0) << "processes were left behind";
 }
 
 std::string ProcessTest::GivenProgram(const std::string& name, const std::string& original) {
@@ -171,9 +119,7 @@ pid_t ProcessTest::StartIgnoring(const std::string& path) {
 
 int ProcessTest::EndOf(pid_t process) {
     std::erase(started, process);
-    int status = 0;
-    Check(::waitpid(process, &status, 0), "waitpid");
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return KTEST::EndOf(process);
 }
 
 void ProcessTest::End(pid_t process) {
@@ -208,8 +154,8 @@ TEST_F(ProcessFixtureTest, WhatIsLeftBehindIsCountedAndEnded) {
     WaitUntil([&] { return tree.Exists("forked"); });
     ::kill(parent, SIGKILL);
     EndOf(parent);
-    EXPECT_EQ(EndChildren(), 1);
-    EXPECT_EQ(EndChildren(), 0);
+    EXPECT_EQ(LeftBehind::End(), 1);
+    EXPECT_EQ(LeftBehind::End(), 0);
 }
 
 TEST_F(ProcessFixtureTest, ARefusedCallFailsAndOnlyThat) {
