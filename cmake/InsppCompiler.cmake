@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What every target is compiled with. Kept in one place so that the two libraries, whose errors
 # cross the border between them, never differ in anything that changes the binary interface.
 

@@ -95,6 +95,11 @@ void KInstaller::AdoptInstalledProduct() {
 }
 
 void KInstaller::Start(const KString& productPath, MODE runMode) {
+    if (workerThread.IsThreadActive()) { // its rules are not to be added to
+        errorSource.Raise(
+            KSUP::TraceLevel::setup, KSUP::ErrorCode::invalidArgument, "a run is going on"
+        );
+    }
     // The default path is taken as the script holds it, unlike GetDefaultProductPath's. That is
     // meant.
     const KString path = productPath.IsEmpty() ? pathManager.GetDefaultProductPath() : productPath;

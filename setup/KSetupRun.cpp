@@ -11,6 +11,8 @@
 
 #include <csignal>
 #include <iostream>
+#include <string_view>
+#include <system_error>
 
 #include <unistd.h>
 
@@ -43,21 +45,31 @@ std::string VersionText(const Record& record) {
 
 /// An error as its reader needs it: the information says what and where in most cases.
 std::string InWords(const KSUP::KError& error) {
-    const std::string info =
-        error.HasInfo() ? KSetupProgress::Printable(error.GetInfo().GetString()) : std::string();
-    switch (error.GetCode()) {
-    case KSUP::ErrorCode::malformedRule:
-        return "The script has a line that is no rule" + (info.empty() ? "." : ": " + info);
-    case KSUP::ErrorCode::notFound:
-        return "The product's link is missing or no link. The script has to make "
-               "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the "
-               "product path.";
-    case KSUP::ErrorCode::relativeLink:
-        return "The product's link /etc/SERVICE/SERVICE does not lead to an absolute path" +
-               (info.empty() ? "." : ": " + info);
-    default:
-        return info.empty() ? Text(error.GetSummary()) : info;
+    if (error.HasInfo()) {
+        const std::string info = KSetupProgress::Printable(error.GetInfo().GetString());
+        return error.GetCode() == KSUP::ErrorCode::malformedRule
+                   ? "The script has a line that is no rule: " + info
+                   : info;
     }
+    // Without information the place tells what the number means: our own codes are also errno's.
+    const std::string_view place(error.GetFile());
+    if (place == "ins/unx/lin/KInstallPathManager") {
+        return error.GetCode() == KSUP::ErrorCode::notFound
+                   ? "The product's link is missing or no link. The script has to make "
+                     "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the "
+                     "product path."
+                   : "The product's link /etc/SERVICE/SERVICE does not lead to an absolute path.";
+    }
+    if (place == "sup++/KProfile") {
+        return "The product's configuration file is missing, so there is no place for the record. "
+               "The script has to make it, for instance with profile=put.";
+    }
+    if (place == "ins/KFileRule") { // a deletion, whose code is the system's
+        return std::generic_category().message(static_cast<int>(error.GetCode()));
+    }
+    return error.GetCode() == KSUP::ErrorCode::malformedRule
+               ? "The script has a line that is no rule."
+               : Text(error.GetSummary());
 }
 
 void RefuseUnlessRoot() {
@@ -147,8 +159,10 @@ void KSetupRun::Load(const std::string& path) {
             installer.StartUninstall(path.c_str());
         }
     } catch (const KSUP::KError& error) {
+        const bool malformed = error.GetCode() == KSUP::ErrorCode::malformedRule;
         throw KSetupFailure(
-            ExitCode::malformedScript, Text(kit.GetScript()) + ": " + InWords(error)
+            malformed ? ExitCode::malformedScript : ExitCode::internal,
+            Text(kit.GetScript()) + ": " + InWords(error) + " Nothing was changed.\n" + LogEnd()
         );
     }
 }
@@ -168,17 +182,17 @@ int KSetupRun::Watch(const std::string& path) {
             }
         }
     } catch (const KSUP::KError& error) {
-        return ReportError(error);
+        return ReportError(error, path);
     }
     return ReportDone(path);
 }
 
 void KSetupRun::AnswerSignal() {
     progress.Finish();
-    const bool again = installer.IsCancelled();
+    // Said before anything is asked: the run may hold the answer up.
+    std::cout << (installer.IsCancelled() ? "Still stopping." : "Stopping.") << std::flush;
     installer.Stop();
-    std::cout << (again ? "Still stopping. Waiting for: " : "Stopping. Waiting for: ")
-              << KSetupProgress::Printable(installer.GetStatus()) << std::endl;
+    std::cout << " Waiting for: " << KSetupProgress::Printable(installer.GetStatus()) << std::endl;
 }
 
 int KSetupRun::ReportDone(const std::string& path) {
@@ -188,40 +202,54 @@ int KSetupRun::ReportDone(const std::string& path) {
     if (installs) {
         std::cout << VersionText(ReadRecord(installer)) << " is installed in " << path << ".\n";
     } else {
+        if (installer.IsProductInstalled()) {
+            std::cerr
+                << KSetupKit::GetProductName().c_str()
+                << " still counts as installed: the script's section [remove] does not delete "
+                   "the product's link in /etc. Everything else that it names is removed.\n";
+            return ExitCode::ruleFailed;
+        }
         std::cout << KSetupKit::GetProductName().c_str() << " is removed from " << path << ".\n";
         if (KSUP::KFileBase::DoesFileExist(path.c_str())) {
             std::cout
                 << "The directory is still there: it holds what the script does not delete.\n";
-        }
-        if (installer.IsProductInstalled()) {
-            std::cout << "But it still counts as installed: the script's section [remove] does not "
-                         "delete the product's link in /etc.\n";
         }
     }
     std::cout << done << " rules done. Log: " << installer.GetLog().GetPath().c_str() << std::endl;
     return ExitCode::done;
 }
 
-int KSetupRun::ReportError(const KSUP::KError& error) {
+std::string KSetupRun::LogEnd() {
+    const KSUP::KString& path = installer.GetLog().GetPath();
+    std::string text = "Log: " + Text(path) + ", which ends with";
+    for (const std::string& line : KSetupLogTail(path.c_str()).GetLast(logLinesShown)) {
+        text += "\n    " + KSetupProgress::Printable(line.c_str());
+    }
+    return text;
+}
+
+int KSetupRun::ReportError(const KSUP::KError& error, const std::string& path) {
     const unsigned done = installer.GetCompletedCount();
     progress.Draw(done, maxCount, installer.GetStatus(), true);
     progress.Finish();
-    const KSetupLogTail log(installer.GetLog().GetPath().c_str());
     const bool cancelled = error.GetCode() == KSUP::ErrorCode::cancelled;
     const char* verb = installs ? "Installing" : "Removing";
     std::ostream& out = std::cerr;
     if (cancelled) {
         out << verb << " was stopped on request after " << done << " of " << maxCount
-            << " rules. What was done stays; run it again to go on.\n";
+            << " rules. What was done stays in " << path << "; run it again to go on.\n"
+            << "Log: " << installer.GetLog().GetPath().c_str() << "\n";
     } else {
         out << verb << " failed after " << done << " of " << maxCount << " rules.\n"
-            << "Error " << error.GetCode() << ": " << InWords(error) << "\n"
-            << "Rule: " << log.GetLastRule() << "\n"
-            << "Log: " << installer.GetLog().GetPath().c_str() << ", which ends with\n";
-        for (const std::string& line : log.GetLast(logLinesShown)) {
-            out << "    " << KSetupProgress::Printable(line.c_str()) << "\n";
+            << "Error " << error.GetCode() << ": " << InWords(error) << "\n";
+        if (done == maxCount) {
+            out << "All rules were done; writing the record of the product failed.\n";
+        } else {
+            out << "Rule: " << KSetupLogTail(installer.GetLog().GetPath().c_str()).GetLastRule()
+                << "\n";
         }
-        out << "What was done stays. Mend the cause and run it again.\n";
+        out << LogEnd() << "\nWhat was done stays in " << path
+            << ". Mend the cause and run it again.\n";
     }
     out.flush();
     return cancelled

@@ -32,7 +32,9 @@ class KSetupRun {
     int Watch(const std::string& path);
     void AnswerSignal();
     int ReportDone(const std::string& path);
-    int ReportError(const KSUP::KError& error);
+    int ReportError(const KSUP::KError& error, const std::string& path);
+    /// Where the log is, and its last lines.
+    std::string LogEnd();
 
     const KSetupKit& kit;
     KSetupSignals signals;

@@ -21,8 +21,13 @@ KSetupSignals::KSetupSignals() {
     struct sigaction action {};
     action.sa_handler = Note;
     action.sa_flags = SA_RESTART;
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int signal : {SIGINT, SIGTERM}) {
         ::sigaction(signal, &action, nullptr);
+    }
+    struct sigaction hangUp {};
+    // nohup(1) has it ignored: the run is to outlive its terminal.
+    if (::sigaction(SIGHUP, nullptr, &hangUp) != 0 || hangUp.sa_handler != SIG_IGN) {
+        ::sigaction(SIGHUP, &action, nullptr);
     }
     action.sa_handler = SIG_IGN;
     ::sigaction(SIGPIPE, &action, nullptr);

@@ -66,8 +66,34 @@ constexpr std::array shared = std::to_array<std::string_view>({
     "/var/tmp",
 });
 
-/// File systems of the kernel's own: nothing can be installed anywhere below.
-constexpr std::array kernels = std::to_array<std::string_view>({"/dev", "/proc", "/sys"});
+/// Nothing can be installed anywhere below: file systems of the kernel's own, and what belongs to
+/// the package and service managers.
+constexpr std::array closed = std::to_array<std::string_view>({
+    "/dev",
+    "/proc",
+    "/sys",
+    "/boot",
+    "/lost+found",
+    "/etc/systemd",
+    "/usr/lib/modules",
+    "/usr/lib/systemd",
+    "/usr/share/doc",
+    "/usr/share/man",
+    "/var/lib/dpkg",
+    "/var/lib/systemd",
+});
+
+/// The directories of libraries for one architecture, /usr/lib/x86_64-linux-gnu for instance.
+bool IsMultiarch(const std::string& path) {
+    const std::filesystem::path directory(path);
+    return (directory.parent_path() == "/usr/lib" || directory.parent_path() == "/lib") &&
+           directory.filename().string().find("-linux-") != std::string::npos;
+}
+
+/// A home directory itself; a product in one's own home is fine.
+bool IsHome(const std::string& path) {
+    return std::filesystem::path(path).parent_path() == "/home";
+}
 
 std::string WithoutEndSeparator(std::string path) {
     while (path.size() > 1 && path.back() == '/') {
@@ -82,8 +108,8 @@ bool IsAtOrBelow(std::string_view path, std::string_view directory) {
 }
 
 bool BelongsToTheSystem(const std::string& path) {
-    return std::find(shared.begin(), shared.end(), path) != shared.end() ||
-           std::any_of(kernels.begin(), kernels.end(), [&](std::string_view one) {
+    return std::find(shared.begin(), shared.end(), path) != shared.end() || IsMultiarch(path) ||
+           IsHome(path) || std::any_of(closed.begin(), closed.end(), [&](std::string_view one) {
                return IsAtOrBelow(path, one);
            });
 }
@@ -96,6 +122,13 @@ std::string WhyNotAProductPath(const std::string& path) {
     }
     if (path.front() != '/') {
         return "it does not begin with \"/\"";
+    }
+    const auto cannotStandInARule = [](char byte) {
+        return byte == ',' || byte == '$' || static_cast<unsigned char>(byte) < 0x20 ||
+               byte == 0x7F;
+    };
+    if (std::any_of(path.begin(), path.end(), cannotStandInARule)) {
+        return "it has a comma, a dollar sign or a control character, which rules cannot hold";
     }
     // Both as it is written and where it leads to: a link or ".." must not get around the list.
     const std::filesystem::path written = std::filesystem::path(path).lexically_normal();

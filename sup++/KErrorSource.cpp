@@ -2,6 +2,8 @@
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
 
+#include <cerrno>
+#include <string>
 #include <system_error>
 
 namespace KSUP {
@@ -20,7 +22,11 @@ void KErrorSource::Raise(
 void KErrorSource::RaiseSystem(
     unsigned errorNumber, const KString& path, unsigned line, const char* function
 ) const {
-    const KString reason = std::generic_category().message(static_cast<int>(errorNumber));
+    // The system's own words for ELOOP would send their reader looking for a circle.
+    const KString reason =
+        errorNumber == ELOOP
+            ? std::string("a symbolic link on the way that others than root could have laid")
+            : std::generic_category().message(static_cast<int>(errorNumber));
     Raise(TraceLevel::support, errorNumber, KVariant(path + ": " + reason), line, function);
 }
 

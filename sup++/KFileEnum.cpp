@@ -5,6 +5,7 @@
 #include <sup++/Txt.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <memory>
 
@@ -65,12 +66,22 @@ std::vector<std::string> List(const char* directoryPath, const char* pattern) {
     std::vector<std::string> names;
     const std::unique_ptr<DIR, DirectoryCloser> directory(::opendir(directoryPath));
     if (directory == nullptr) {
+        // Missing or not to be read is as good as empty. Anything else, such as a process without
+        // descriptors left, would be half a listing that looks whole.
+        if (errno != ENOENT && errno != ENOTDIR && errno != EACCES) {
+            source.RaiseSystem(static_cast<unsigned>(errno), directoryPath);
+        }
         return names;
     }
-    while (const dirent* entry = ::readdir(directory.get())) {
+    errno = 0;
+    for (const dirent* entry = nullptr; (entry = ::readdir(directory.get())) != nullptr;
+         errno = 0) {
         if (!IsDirectory(directory.get(), *entry) && Matches(entry->d_name, pattern)) {
             names.emplace_back(entry->d_name);
         }
+    }
+    if (errno != 0) {
+        source.RaiseSystem(static_cast<unsigned>(errno), directoryPath);
     }
     std::sort(names.begin(), names.end()); // by unsigned byte, as char_traits compares
     return names;

@@ -16,7 +16,8 @@ namespace KSUP {
 /// is any number of characters, "?" is one; nothing else is special. A directory that is missing or
 /// cannot be read yields nothing.
 ///
-/// Both flags are reserved and must be false: KError 36 otherwise.
+/// Both flags are reserved and must be false: KError 36 otherwise. A listing that breaks off for
+/// another reason raises KError with errno and the path.
 ///
 /// Thread   one at a time
 ///

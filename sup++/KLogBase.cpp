@@ -11,9 +11,11 @@
 #include <charconv>
 #include <cstdio>
 #include <ctime>
+#include <deque>
 #include <iterator>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace KSUP {
@@ -79,7 +81,7 @@ struct KLogBase::Entry {
     bool nextIsStatus = false;
 };
 
-KLogBase::KLogBase(const char* classTag) : KBase(classTag, true), serial(NextSerial()) {}
+KLogBase::KLogBase(const char* classTag) : KBase(classTag, true) {}
 
 KLogBase::~KLogBase() {
     Close();
@@ -92,33 +94,30 @@ void KLogBase::Open(const KString& logPath) {
         source.RaiseSystem(status, logPath);
     }
     path = logPath;
+    serial = NextSerial();
+    lineIsCut.store(false, std::memory_order_relaxed);
     descriptor = file.Release();
 }
 
 void KLogBase::Close() noexcept {
-    if (descriptor >= 0) {
-        const KDescriptor file(descriptor);
-        descriptor = -1;
-        *FindEntry() = Entry{serial, {}, 0, false};
-    }
+    // Entries that threads have not ended go stale with the serial. They are not touched: a log may
+    // be closed while the process ends, when what belonged to threads is gone.
+    const KDescriptor file(std::exchange(descriptor, -1));
 }
 
-KLogBase::Entry* KLogBase::FindEntry() noexcept {
-    // A thread writes to one log, rarely to two. Entries that were left unfinished in logs that are
-    // gone make room for new ones.
-    static thread_local std::array<Entry, 4> entries;
-    static thread_local std::size_t oldest = 0;
+KLogBase::Entry* KLogBase::FindEntry() {
+    // A thread writes to one log, rarely to two. Ended entries make room for other logs'.
+    static thread_local std::deque<Entry> entries;
+    Entry* free = nullptr;
     for (Entry& entry : entries) {
         if (entry.serial == serial) {
             return &entry;
         }
+        free = entry.line.empty() ? &entry : free;
     }
-    Entry& entry = entries[oldest++ % entries.size()];
-    entry.serial = serial;
-    entry.line.clear();
-    entry.width = 0;
-    entry.nextIsStatus = false;
-    return &entry;
+    free = free != nullptr ? free : &entries.emplace_back();
+    *free = Entry{serial, {}, 0, false};
+    return free;
 }
 
 KLogBase& KLogBase::Append(const char* bytes, std::size_t byteCount) {
@@ -139,8 +138,13 @@ void KLogBase::EndEntry(Entry& entry) noexcept {
         entry.line += '\t';
         AppendTime(entry.line);
         entry.line += '\n';
+        if (lineIsCut.exchange(false, std::memory_order_relaxed)) {
+            entry.line.insert(0, "\n"); // an entry begins a line whatever became of the one before
+        }
         // A log that cannot be written must not stop the run that it describes.
-        static_cast<void>(Sys::WriteAll(descriptor, entry.line.data(), entry.line.size()));
+        if (Sys::WriteAll(descriptor, entry.line.data(), entry.line.size()) != 0) {
+            lineIsCut.store(true, std::memory_order_relaxed);
+        }
     } catch (...) { // NOLINT: no memory for the last bytes of an entry
     }
     entry.line.clear(); // keeps its memory for the next one

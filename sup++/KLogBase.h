@@ -9,6 +9,7 @@
 #include <sup++/KLogTypes.h>
 #include <sup++/KString.h>
 
+#include <atomic>
 #include <concepts>
 #include <cstdint>
 #include <iomanip>
@@ -84,11 +85,13 @@ class SUP_EXPORT KLogBase : public KBase {
     KLogBase& WriteUnsigned(unsigned long long number);
     KLogBase& WriteReal(double number);
     KLogBase& Append(const char* bytes, std::size_t byteCount);
-    Entry* FindEntry() noexcept;
+    Entry* FindEntry();
     void EndEntry(Entry& entry) noexcept;
 
-    const std::uint64_t serial; // tells this log's entries from those of a log that had its address
+    /// Tells this log's entries from those of another, and of itself before it was opened again.
+    std::uint64_t serial = 0;
     int descriptor = -1;
+    std::atomic<bool> lineIsCut{false}; // the disk took a part of the last entry
     KString path;
 };
 

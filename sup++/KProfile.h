@@ -49,12 +49,13 @@ class SUP_EXPORT KProfile : public KBase {
     void Create(const KString& path);
 
     /// Sets the first line of `key` in `section`, or adds one at the section's end, or the section
-    /// at the file's end. Names are taken without blanks around them. Without content nothing
-    /// happens but a trace message at level 24.
+    /// at the file's end. Names and values are taken without blanks around them. Without content
+    /// nothing happens but a trace message at level 24.
     ///
     /// Throws   KError 36 for a text that would not read back as it was (control characters, a key
     ///          with "=" or that looks like a comment or a section); KError with errno when the
-    ///          file cannot be written: the file is then as it was
+    ///          file cannot be written: it is then as it was, save where the disk failed after the
+    ///          change was in place
     void PutString(const KString& section, const KString& key, const KString& value);
 
     /// PutString with the number's text. Defined for unsigned int.

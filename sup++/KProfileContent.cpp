@@ -36,7 +36,8 @@ unsigned KProfileContent::Create(const KString& filePath) {
     Sys::KProfileLock lock;
     unsigned status = lock.Take(filePath.c_str());
     if (status == 0) {
-        status = lock.Write({}, newProfileMode, onDisk);
+        bool replaced = false;
+        status = lock.Write({}, newProfileMode, onDisk, replaced);
     }
     if (status == 0) {
         path = filePath;
@@ -63,7 +64,7 @@ unsigned KProfileContent::Apply(Change change) {
     if (status == 0 && !lock.IsStill(onDisk)) {
         std::string bytes;
         Sys::FileIdentity found;
-        status = Sys::ReadFile(path.c_str(), bytes, found);
+        status = lock.Read(bytes, found);
         if (status == 0 || status == ENOENT) {
             status = 0;
             text.Parse(std::move(bytes));
@@ -73,26 +74,29 @@ unsigned KProfileContent::Apply(Change change) {
     if (status != 0) {
         return status;
     }
-    std::string former = text.Compose();
-    change();
-    status = lock.Write(text.Compose(), newProfileMode, onDisk);
-    if (status != 0) {
-        text.Parse(std::move(former));
+    // On a copy, which takes the text's place when the file holds it: positions stay good either
+    // way.
+    KProfileText changed(text);
+    change(changed);
+    bool replaced = false;
+    status = lock.Write(changed.Compose(), newProfileMode, onDisk, replaced);
+    if (replaced) {
+        text = std::move(changed);
     }
     return status;
 }
 
 unsigned
 KProfileContent::Put(std::string_view section, std::string_view key, std::string_view value) {
-    return Apply([&] { text.Put(section, key, value); });
+    return Apply([&](KProfileText& changed) { changed.Put(section, key, value); });
 }
 
 unsigned
 KProfileContent::Delete(std::string_view section, std::string_view key, unsigned position) {
-    return Apply([&] {
-        const bool standsOnIt = text.IsKeyAt(position, section, key);
-        if (const unsigned at = standsOnIt ? position : text.Find(section, key); at != 0) {
-            text.Remove(at);
+    return Apply([&](KProfileText& changed) {
+        const bool standsOnIt = changed.IsKeyAt(position, section, key);
+        if (const unsigned at = standsOnIt ? position : changed.Find(section, key); at != 0) {
+            changed.Remove(at);
         }
     });
 }

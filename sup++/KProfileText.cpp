@@ -30,8 +30,8 @@ std::string_view KProfileText::Trim(std::string_view text) noexcept {
 }
 
 void KProfileText::Parse(std::string fileBytes) {
-    bytes = std::make_unique<const std::string>(std::move(fileBytes));
-    added.clear();
+    bytes = std::make_shared<const std::string>(std::move(fileBytes));
+    added = std::make_shared<std::deque<std::string>>();
     lines.assign(1, Line{{}, 0, 0, Kind::Other});
     blocks.clear();
     firstBlock.clear();
@@ -211,7 +211,7 @@ void KProfileText::InsertBehind(std::uint32_t index, const std::string& text) {
 }
 
 std::string_view KProfileText::Keep(std::string text) {
-    return added.emplace_back(std::move(text));
+    return added->emplace_back(std::move(text));
 }
 
 } // namespace KSUP

@@ -20,6 +20,9 @@ namespace KSUP {
 class KProfileText {
   public:
     KProfileText() { Parse({}); }
+    /// A copy shares the bytes and may be changed on its own.
+    KProfileText(const KProfileText&) = default;
+    KProfileText& operator=(const KProfileText&) = default;
     KProfileText(KProfileText&&) = default;
     KProfileText& operator=(KProfileText&&) = default;
 
@@ -66,10 +69,11 @@ class KProfileText {
     void InsertBehind(std::uint32_t index, const std::string& text);
     std::string_view Keep(std::string text);
 
-    /// Not moved when the object is, as a short string's bytes would be: the lines point into it.
-    std::unique_ptr<const std::string> bytes;
-    std::deque<std::string> added;
-    std::vector<Line> lines; // 0 is a mark before the first
+    /// What the lines point into: never changed, and not moved when the object is, as a short
+    /// string's bytes would be.
+    std::shared_ptr<const std::string> bytes;
+    std::shared_ptr<std::deque<std::string>> added; // only grows
+    std::vector<Line> lines;                        // 0 is a mark before the first
     std::vector<Block> blocks;
     std::map<std::string, std::uint32_t, std::less<>> firstBlock;
     std::map<std::string, std::uint32_t, std::less<>> lastBlock;

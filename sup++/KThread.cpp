@@ -125,9 +125,9 @@ void KThread::Start(boost::function<void()> body) {
         );
     }
     Join(); // of a former run that has ended
+    auto handOver = std::make_unique<boost::shared_ptr<State>>(state);
     state->body = std::move(body);
     state->active.store(true, std::memory_order_release);
-    auto handOver = std::make_unique<boost::shared_ptr<State>>(state);
     int status = 0;
     {
         const std::lock_guard hold(state->guard);
@@ -137,8 +137,7 @@ void KThread::Start(boost::function<void()> body) {
         state->joinable = status == 0;
     }
     if (status != 0) {
-        state->body.clear();
-        state->active.store(false, std::memory_order_release);
+        state->Finish(nullptr);
         source.RaiseSystem(static_cast<unsigned>(status), name);
     }
     static_cast<void>(handOver.release()); // the thread's now

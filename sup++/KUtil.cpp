@@ -37,11 +37,11 @@ std::size_t SeparatorSize(const char* separator) noexcept {
     return Txtsize(separator);
 }
 
-/// The size of `path` without separators at its end; one that is nothing but separators keeps one.
+/// The size of `path` without separators at its end.
 std::size_t BareSize(const KString& path, const char* separator) noexcept {
     const std::size_t step = SeparatorSize(separator);
     std::size_t size = path.GetSize();
-    while (step > 0 && size > step && std::memcmp(path.c_str() + size - step, separator, step) == 0
+    while (step > 0 && size >= step && std::memcmp(path.c_str() + size - step, separator, step) == 0
     ) {
         size -= step;
     }
@@ -103,8 +103,7 @@ thread_local NameCache nameCache; // NOLINT: a cache of its thread
 } // namespace
 
 KString KUtil::AppendPathSep(const KString& path, const char* separator) {
-    KString bare = RemovePathSep(path, separator);
-    return bare == separator ? bare : std::move(bare) + separator;
+    return RemovePathSep(path, separator) + separator;
 }
 
 KString KUtil::RemovePathSep(const KString& path, const char* separator) {
@@ -152,8 +151,7 @@ KString KUtil::GetClassNameFromTypeInfo(const std::type_info& type) {
         }
     }
     NameCache::Item& item = nameCache.items[nameCache.next++ % nameCache.items.size()];
-    item.readable = ClassName(name);
-    item.mangled = name;
+    item = NameCache::Item{name, ClassName(name)};
     return item.readable;
 }
 

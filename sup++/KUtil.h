@@ -17,7 +17,7 @@ class SUP_EXPORT KUtil {
 
     /// `path` with exactly one `separator` at its end; "" gives the separator alone.
     static KString AppendPathSep(const KString& path, const char* separator);
-    /// `path` without separators at its end; one that is nothing but separators keeps one.
+    /// `path` without separators at its end: "/" gives "".
     static KString RemovePathSep(const KString& path, const char* separator);
     /// What stands behind the last `separator`; the whole path where there is none.
     static KString GetFileFromPath(const KString& path, const char* separator);

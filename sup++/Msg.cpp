@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
 #include <sup++/Msg.h>
+#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcTrace.h>
 
 #include <cerrno>
@@ -17,10 +18,9 @@ struct Hook {
     void* context = nullptr;
 };
 
-/// Never destroyed: messages may be said while the process ends.
 Hook& TheHook() noexcept {
-    static Hook& hook = *new Hook;
-    return hook;
+    static KSUP::NeverDestroyed<Hook> hook;
+    return hook.Get();
 }
 
 __attribute__((format(printf, 1, 0))) std::string
@@ -67,8 +67,8 @@ unsigned SvcSetTraceHook(SvcTraceHook hook, void* context) noexcept {
 }
 
 KSUP::KTraceLogger* SvcGetGlobalLogger() noexcept {
-    static KSUP::KTraceLogger& logger = *new KSUP::KTraceLogger; // never destroyed, as above
-    return &logger;
+    static KSUP::NeverDestroyed<KSUP::KTraceLogger> logger;
+    return &logger.Get();
 }
 
 const char* SvcMapTraceMask(TRACE_MESSAGE level) noexcept {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <sup++/NeverDestroyed.h>
 #include <sup++/PathMap.h>
 #include <sup++/unx/lin/SysProcess.h>
 
@@ -51,18 +52,13 @@ static_assert(std::is_sorted(names.begin(), names.end(), Before));
 
 struct Table {
     std::mutex guard;
-    std::map<unsigned, KString> entries; // guarded by guard
+    std::map<unsigned, KString> entries{
+        {2, Sys::ProgramDirectory()}, {19, "/var/log/"}}; // guarded by guard
 };
 
-/// Never destroyed: threads may expand macros while the process ends.
 Table& TheTable() {
-    static Table& table = *[] {
-        auto* made = new Table;
-        made->entries[2] = Sys::ProgramDirectory();
-        made->entries[19] = "/var/log/";
-        return made;
-    }();
-    return table;
+    static NeverDestroyed<Table> table;
+    return table.Get();
 }
 
 } // namespace

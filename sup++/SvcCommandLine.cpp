@@ -1,81 +1,23 @@
 // SPDX-License-Identifier: MIT
+#include <sup++/CommandLineText.h>
 #include <sup++/DataRecords.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/SvcCommandLine.h>
 #include <sup++/SvcData.h>
-#include <sup++/unx/lin/SysProcess.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <forward_list>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace {
 
+using KSUP::CommandLineText::Reader;
 using KSUP::ErrorCode::invalidArgument;
 using KSUP::ErrorCode::notFound;
-
-/// Quotes an argument so that it reads back exactly: in double quotes, with a backslash before a
-/// quote and a backslash.
-void AppendQuoted(std::string_view argument, std::string& line) {
-    line += line.empty() ? "\"" : " \"";
-    for (const char byte : argument) {
-        if (byte == '"' || byte == '\\') {
-            line += '\\';
-        }
-        line += byte;
-    }
-    line += '"';
-}
-
-void Save(const std::vector<std::string>& arguments) {
-    // Former lines are kept: who reads the record may hold a pointer to one.
-    static std::forward_list<std::string>& lines = *new std::forward_list<std::string>;
-    std::string line;
-    for (const std::string& argument : arguments) {
-        AppendQuoted(argument, line);
-    }
-    lines.push_front(std::move(line));
-    KSUP::DataRecords::SetCommandLine(lines.front().c_str());
-}
-
-std::once_flag savedOnce; // NOLINT: the record is one for the process
-
-/// Walks the arguments of a saved line.
-class Arguments {
-  public:
-    explicit Arguments(const char* commandLine) : line(commandLine) {}
-
-    std::optional<std::string> Next() {
-        at = line.find('"', at);
-        if (at == std::string_view::npos) {
-            at = line.size();
-            return std::nullopt;
-        }
-        ++position;
-        std::string argument;
-        for (++at; at < line.size() && line[at] != '"'; ++at) {
-            at += line[at] == '\\' && at + 1 < line.size() ? 1U : 0U;
-            argument += line[at];
-        }
-        at += at < line.size() ? 1U : 0U;
-        return argument;
-    }
-    /// How many were read.
-    unsigned Position() const noexcept { return position; }
-
-  private:
-    std::string_view line;
-    std::size_t at = 0;
-    unsigned position = 0;
-};
 
 /// The name of an option, without its dashes; nothing for another argument.
 std::optional<std::string_view> OptionName(std::string_view argument) {
@@ -94,14 +36,13 @@ unsigned CopyValue(const std::string& value, unsigned size, char* buffer) noexce
     return 0;
 }
 
-unsigned NextValue(
-    Arguments& arguments, unsigned from, const std::string& name, unsigned size, char* buffer
-) {
+unsigned
+NextValue(Reader& arguments, unsigned from, const std::string& name, unsigned size, char* buffer) {
     while (const std::optional<std::string> argument = arguments.Next()) {
-        if (*argument == "--" && arguments.Position() > 1) {
+        if (*argument == "--" && arguments.GetPosition() > 1) {
             return notFound;
         }
-        const bool behindCursor = arguments.Position() > (from == 0 ? 1 : from);
+        const bool behindCursor = arguments.GetPosition() > (from == 0 ? 1 : from);
         const auto option = OptionName(*argument);
         if (!option || !option->starts_with(name)) {
             continue;
@@ -123,14 +64,6 @@ unsigned NextValue(
 
 } // namespace
 
-void KSUP::DataRecords::SaveOwnCommandLine() noexcept {
-    try {
-        std::call_once(savedOnce, [] { Save(Sys::ProgramArguments()); });
-    } catch (...
-    ) { // NOLINT: without memory there is no saved command line, which callers allow for
-    }
-}
-
 unsigned SvcSetCommandLine(unsigned argc, const char* const* argv) noexcept {
     if (argv == nullptr && argc > 0) {
         return invalidArgument;
@@ -143,8 +76,7 @@ unsigned SvcSetCommandLine(unsigned argc, const char* const* argv) noexcept {
             }
             arguments.emplace_back(argv[i]);
         }
-        KSUP::DataRecords::SaveOwnCommandLine(); // so that it does not come later and replace this
-        Save(arguments);
+        KSUP::DataRecords::SetCommandLine(KSUP::CommandLineText::Quote(arguments));
         return 0;
     } catch (const std::bad_alloc&) {
         return ENOMEM;
@@ -167,10 +99,10 @@ unsigned SvcEnumerateStringFromCommandLine(
         return notFound;
     }
     try {
-        Arguments arguments(commandLine);
+        Reader arguments(commandLine);
         const std::string wanted = std::string(prefix != nullptr ? prefix : "") + name;
         const unsigned status = NextValue(arguments, *cursor, wanted, size, buffer);
-        *cursor = arguments.Position();
+        *cursor = arguments.GetPosition();
         return status;
     } catch (const std::bad_alloc&) {
         return ENOMEM;

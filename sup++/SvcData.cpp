@@ -1,18 +1,24 @@
 // SPDX-License-Identifier: MIT
+#include <sup++/CommandLineText.h>
 #include <sup++/DataRecords.h>
 #include <sup++/KError.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KProfile.h>
 #include <sup++/KUtil.h>
+#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcData.h>
 #include <sup++/unx/lin/SysProcess.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <exception>
+#include <forward_list>
 #include <map>
 #include <mutex>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -59,6 +65,12 @@ struct Records {
         const std::string architecture = KSUP::Sys::Architecture();
         architecture.copy(global.architecture, sizeof(global.architecture) - 1);
         Store(ProductTexts());
+        SetCommandLine(KSUP::CommandLineText::Quote(KSUP::Sys::ProgramArguments()));
+    }
+
+    void SetCommandLine(std::string commandLine) {
+        commandLines.push_front(std::move(commandLine));
+        global.commandLine = commandLines.front().c_str();
     }
 
     void Store(const ProductTexts& texts) {
@@ -74,11 +86,12 @@ struct Records {
     SvcGlobalData global{};
     SvcProductData product{};
     LowTexts lowTexts;
+    std::forward_list<std::string> commandLines; // all of them: who reads may hold a former one
 };
 
 Records& TheRecords() {
-    static Records& records = *new Records;
-    return records;
+    static KSUP::NeverDestroyed<Records> records;
+    return records.Get();
 }
 
 struct CustomKeys {
@@ -87,13 +100,20 @@ struct CustomKeys {
 };
 
 CustomKeys& TheCustomKeys() {
-    static CustomKeys& keys = *new CustomKeys; // never destroyed, as above
-    return keys;
+    static KSUP::NeverDestroyed<CustomKeys> keys;
+    return keys.Get();
+}
+
+bool HasControlCharacter(const KSUP::KString& text) noexcept {
+    const std::string_view bytes(text.c_str());
+    return std::any_of(bytes.begin(), bytes.end(), [](char byte) {
+        return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F;
+    });
 }
 
 bool IsFileName(const KSUP::KString& name) noexcept {
-    return !name.IsEmpty() && name.Find("/", 0, true) == KSUP::KString::npos && name != "." &&
-           name != "..";
+    return !name.IsEmpty() && !HasControlCharacter(name) &&
+           name.Find("/", 0, true) == KSUP::KString::npos && name != "." && name != "..";
 }
 
 ProductTexts ReadProduct(const char* path) {
@@ -114,8 +134,8 @@ ProductTexts ReadProduct(const char* path) {
 
 namespace KSUP::DataRecords {
 
-void SetCommandLine(const char* commandLine) {
-    TheRecords().global.commandLine = commandLine;
+void SetCommandLine(std::string commandLine) {
+    TheRecords().SetCommandLine(std::move(commandLine));
 }
 
 bool AppendByMacro(std::string_view name, std::string& target) {
@@ -156,7 +176,6 @@ bool AppendByMacro(std::string_view name, std::string& target) {
 } // namespace KSUP::DataRecords
 
 const SvcGlobalData* SvcGetGlobalDataEx() noexcept {
-    KSUP::DataRecords::SaveOwnCommandLine();
     return &TheRecords().global;
 }
 
@@ -170,8 +189,8 @@ unsigned SvcLoadProductData(const char* productProfile) noexcept {
     }
     try {
         const ProductTexts texts = ReadProduct(productProfile);
-        if (!IsFileName(texts.product) || !IsFileName(texts.serviceName) ||
-            !IsFileName(texts.iniFile)) {
+        if (HasControlCharacter(texts.version) || !IsFileName(texts.product) ||
+            !IsFileName(texts.serviceName) || !IsFileName(texts.iniFile)) {
             return invalidArgument;
         }
         TheRecords().Store(texts);
@@ -179,7 +198,7 @@ unsigned SvcLoadProductData(const char* productProfile) noexcept {
     } catch (const KSUP::KError& error) {
         const bool noNumber = error.GetCode() == KSUP::ErrorCode::numberConversion;
         return noNumber ? invalidArgument : error.GetCode();
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) { // no memory, or a file too large for it
         return ENOMEM;
     }
 }

@@ -55,8 +55,8 @@ inline const char* SvcGetProductText(std::uint32_t pointer) noexcept {
 /// `version`, `buildNumber`. What is missing there keeps its default.
 ///
 /// Returns  0, errno when the file cannot be read, 36 for a null path, for one of the three names
-///          that is empty or has a "/" (they become names of files), and for a build number that
-///          is none; the record is then as it was
+///          that is empty or has a "/" (they become names of files), a control character in a text,
+///          and a build number that is none; the record is then as it was
 [[nodiscard]] SUP_EXPORT unsigned SvcLoadProductData(const char* productProfile) noexcept;
 
 /// Sets a key of the program's own, a macro from now on. Both numbers are reserved and must be 0.

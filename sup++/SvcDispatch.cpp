@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/DispatchEvent.h>
+#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcDispatch.h>
 
 #include <chrono>
@@ -18,8 +19,8 @@ struct Event {
 };
 
 Event& TheEvent() {
-    static Event& event = *new Event; // never destroyed: detached threads may still end
-    return event;
+    static KSUP::NeverDestroyed<Event> event;
+    return event.Get();
 }
 
 /// The count that this thread saw last: what happened between two calls ends the second at once.

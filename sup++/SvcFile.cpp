@@ -5,7 +5,7 @@
 #include <sup++/unx/lin/SysWriteTracking.h>
 
 #include <cerrno>
-#include <new>
+#include <exception>
 
 namespace {
 
@@ -19,7 +19,7 @@ unsigned WithStatus(const char* path, bool argumentsFit, Call call) noexcept {
     }
     try {
         return call();
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         return ENOMEM;
     }
 }

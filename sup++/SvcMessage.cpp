@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
+#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcMessage.h>
 
 #include <cerrno>
@@ -22,8 +23,8 @@ struct Catalogues {
 };
 
 Catalogues& TheCatalogues() {
-    static Catalogues& catalogues = *new Catalogues; // never destroyed: texts outlive everything
-    return catalogues;
+    static KSUP::NeverDestroyed<Catalogues> catalogues;
+    return catalogues.Get();
 }
 
 } // namespace

@@ -247,6 +247,10 @@ TEST_F(RightsTest, AFileSizeLimitIsToldWithItsFile) {
 }
 
 TEST_F(RightsTest, AProcessWithoutFreeDescriptorsIsToldSo) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP(
+    ) << "the sanitizer looks at memory through a pipe, and there is no descriptor for it";
+#endif
     tree.Write("kit/a", "a");
     EXPECT_THAT(
         InAnotherProcess([&] {

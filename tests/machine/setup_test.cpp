@@ -114,8 +114,8 @@ TEST_F(SetupProgramTest, ARemovalThatLeavesTheLinkSaysSo) {
     ASSERT_EQ(Setup("install").exitCode, 0);
     tree.Write("kit/install.ini", "[remove]\ndirectory=delete,$pathTargetConfig$\n");
     const Outcome removed = Setup("remove");
-    EXPECT_EQ(removed.exitCode, 0);
-    EXPECT_THAT(removed.out, HasSubstr("But it still counts as installed"));
+    EXPECT_EQ(removed.exitCode, 1);
+    EXPECT_THAT(removed.err, HasSubstr("Setup Test still counts as installed"));
 }
 
 TEST_F(SetupProgramTest, ARemovalOfNothingIsDone) {
@@ -153,6 +153,44 @@ TEST_F(SetupProgramTest, AFailedRuleIsToldInWords) {
         failed.err, HasSubstr("    KINS::KInstallRuleManager: Executing rule -> File copy")
     );
     EXPECT_EQ(Setup("status").exitCode, 3);
+}
+
+TEST_F(SetupProgramTest, AMissingRecordFileIsToldInWords) {
+    GivenScript("directory=delete,$pathTargetConfig$\n");
+    const Outcome failed = Setup("install");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(failed.err, HasSubstr("The product's configuration file is missing"));
+    EXPECT_THAT(failed.err, HasSubstr("All rules were done; writing the record"));
+}
+
+TEST_F(SetupProgramTest, AMissingLinkIsToldInWords) {
+    GivenScript();
+    tree.Write("kit/install.ini", "[install]\ndefaultPath.$os$=" + tree.Path("product") + "\n");
+    const Outcome failed = Setup("install");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(failed.err, HasSubstr("Error 64: The product's link is missing or no link."));
+}
+
+TEST_F(SetupProgramTest, ADeletionThatFailsIsToldInWords) {
+    GivenScript("file=delete,lib,$pathSource$\n");
+    const Outcome failed = Setup("install");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(failed.err, HasSubstr("Error 21: Is a directory\nRule: File delete"));
+}
+
+TEST_F(SetupProgramTest, AnUnknownRuleIsShownByTheLog) {
+    GivenScript("files=copy,a,b,c\n");
+    const Outcome failed = Setup("install");
+    EXPECT_EQ(failed.exitCode, 65);
+    EXPECT_THAT(failed.err, HasSubstr("KINS::KInstallRuleManager: Unknown rule files copy,a,b,c"));
+}
+
+TEST_F(SetupProgramTest, AnIgnoredHangUpStaysIgnored) {
+    std::filesystem::resize_file(tree.Path("kit/lib/svc"), 1ULL << 30U);
+    const Outcome installed =
+        Run("(trap '' HUP; exec SETUP install --kit " + tree.Path("kit") +
+            ") & sleep 0.2; kill -HUP $!; wait $!");
+    EXPECT_EQ(installed.exitCode, 0) << installed.err;
 }
 
 TEST_F(SetupProgramTest, AMalformedScriptIsRefusedBeforeAnythingIsDone) {

@@ -94,20 +94,21 @@ bool IsRefusal(int error) noexcept {
 
 /// mkdir(2) obeys the umask, which of the caller's settings must not reach an installed product.
 unsigned AddModeBits(const Place& place, unsigned mode) noexcept {
+    // By descriptor: in a directory that others may write, the name may be another's by now.
+    KDescriptor made;
     struct stat status {};
-    if (const unsigned error = StatAt(place, status); error != 0) {
+    constexpr int asDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    if (const unsigned error = OpenAt(place, asDirectory, 0, made); error != 0) {
         return error;
     }
-    if ((status.st_mode & mode) == mode) {
+    if (::fstat(made.Get(), &status) != 0) {
+        return LastError();
+    }
+    if ((status.st_mode & mode) == mode || status.st_uid != ::geteuid()) {
         return 0;
     }
     // Added to what the kernel gave, so that an inherited set-group-id bit stays.
-    const int result = ::fchmodat(
-        place.directory.Get(),
-        place.name.c_str(),
-        (status.st_mode & 07777) | mode,
-        AT_SYMLINK_NOFOLLOW
-    );
+    const int result = ::fchmod(made.Get(), (status.st_mode & 07777) | mode);
     return result == 0 ? 0 : LastError();
 }
 
@@ -194,6 +195,10 @@ unsigned OpenForAppend(const char* path, unsigned mode, KDescriptor& file) {
         status = OpenAt(place, existing, 0, file);
         if (status == 0) {
             status = ::fstat(file.Get(), &found) == 0 ? KindError(found) : LastError();
+            // Neither somebody else's file nor one that has another name too.
+            if (status == 0 && (found.st_uid != ::geteuid() || found.st_nlink > 1)) {
+                status = EPERM;
+            }
         } else if (status == ENXIO) { // a FIFO that nobody reads
             status = EINVAL;
         }

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -11,6 +12,7 @@
 
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
@@ -46,10 +48,14 @@ class Pending {
     std::vector<std::string> parts;
 };
 
-bool IsTrusted(int directory) noexcept {
+/// 0 for a directory out of which a link may be followed, ELOOP for another, errno when unknown.
+unsigned CheckTrust(int directory) noexcept {
     struct stat status {};
-    return ::fstat(directory, &status) == 0 && status.st_uid == 0 &&
-           (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    if (::fstat(directory, &status) != 0) {
+        return static_cast<unsigned>(errno);
+    }
+    const bool trusted = status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return trusted ? 0 : ELOOP;
 }
 
 unsigned ReadLink(int link, std::string& target) {
@@ -134,11 +140,12 @@ unsigned Walk::Enter(std::string name, bool isLast, Place& place) {
 }
 
 unsigned Walk::Follow(int link) {
-    if (!IsTrusted(current.Get()) || linksLeft-- == 0) {
-        return ELOOP;
-    }
     std::string target;
-    if (const unsigned status = ReadLink(link, target); status != 0) {
+    unsigned status = linksLeft-- > 0 ? CheckTrust(current.Get()) : ELOOP;
+    if (status == 0) {
+        status = ReadLink(link, target);
+    }
+    if (status != 0) {
         return status;
     }
     pending.PushFront(target);
@@ -154,7 +161,7 @@ OpenWithoutLinks(const char* path, int flags, unsigned mode, KDescriptor& opened
         return ELOOP;
     }
     open_how how{};
-    how.flags = static_cast<unsigned>(flags);
+    how.flags = static_cast<unsigned>(flags | O_LARGEFILE); // openat(2) adds it by itself
     how.mode = mode;
     how.resolve = RESOLVE_NO_SYMLINKS;
     long result = 0;
@@ -196,8 +203,13 @@ unsigned FindPlace(const char* path, LastLink last, Place& place) {
 }
 
 std::string TemporaryName() {
-    static std::atomic<unsigned> counter{0};
-    return ".inspp-" + std::to_string(::getpid()) + "-" + std::to_string(counter.fetch_add(1));
+    // Random: a killed run leaves its files, and process ids come again.
+    std::uint64_t bits = 0;
+    if (::getrandom(&bits, sizeof(bits), 0) != sizeof(bits)) {
+        static std::atomic<unsigned> counter{0};
+        bits = (static_cast<std::uint64_t>(::getpid()) << 32U) + counter.fetch_add(1);
+    }
+    return ".inspp-" + std::to_string(bits);
 }
 
 } // namespace KSUP::Sys

@@ -28,6 +28,9 @@ bool ForbidsRename(unsigned status) noexcept {
 unsigned Lock(int directory) noexcept {
     const auto end = std::chrono::steady_clock::now() + lockPatience;
     while (::flock(directory, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EBADF || errno == ENOLCK || errno == EOPNOTSUPP || errno == EINVAL) {
+            return 0; // a file system that has no such locks for directories, as over the network
+        }
         if (errno != EWOULDBLOCK && errno != EINTR) {
             return LastError();
         }
@@ -88,7 +91,27 @@ bool KProfileLock::IsStill(const FileIdentity& identity) const noexcept {
     return (found == 0 ? FileIdentity::Of(status) : FileIdentity()) == identity;
 }
 
-unsigned KProfileLock::Write(const std::string& bytes, unsigned mode, FileIdentity& identity) {
+unsigned KProfileLock::Read(std::string& bytes, FileIdentity& identity) const {
+    KDescriptor file(::openat(
+        place.directory.Get(),
+        place.name.c_str(),
+        O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY
+    ));
+    struct stat status {};
+    if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) {
+        return LastError();
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    }
+    identity = FileIdentity::Of(status);
+    return ReadAll(file.Get(), bytes);
+}
+
+unsigned KProfileLock::Write(
+    const std::string& bytes, unsigned mode, FileIdentity& identity, bool& replaced
+) {
+    replaced = false;
     struct stat former {};
     const bool exists =
         ::fstatat(place.directory.Get(), place.name.c_str(), &former, AT_SYMLINK_NOFOLLOW) == 0;
@@ -102,6 +125,7 @@ unsigned KProfileLock::Write(const std::string& bytes, unsigned mode, FileIdenti
     if (status != 0) {
         return status;
     }
+    replaced = true;
     struct stat written {};
     if (::fstatat(place.directory.Get(), place.name.c_str(), &written, AT_SYMLINK_NOFOLLOW) != 0) {
         return LastError();
@@ -151,7 +175,17 @@ unsigned KProfileLock::WriteOver(const std::string& bytes) {
     if (!file.IsOpen()) {
         return LastError();
     }
-    // Longer first, then cut: at no time is there less of the file than both texts hold.
+    struct stat found {};
+    if (::fstat(file.Get(), &found) != 0 || !S_ISREG(found.st_mode)) {
+        return EINVAL;
+    }
+    // The room first: a disk that is full must be met before the first byte is written over. File
+    // systems that cannot promise room say so, and are taken as they are.
+    const auto size = static_cast<off_t>(bytes.size());
+    if (const int room = size > found.st_size ? ::posix_fallocate(file.Get(), 0, size) : 0;
+        room != 0 && room != EOPNOTSUPP && room != EINVAL) {
+        return static_cast<unsigned>(room);
+    }
     unsigned status = WriteAll(file.Get(), bytes.data(), bytes.size());
     if (status == 0 && ::ftruncate(file.Get(), static_cast<off_t>(bytes.size())) != 0) {
         status = LastError();

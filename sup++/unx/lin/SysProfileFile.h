@@ -35,10 +35,16 @@ class KProfileLock {
     /// Whether the file is still the one; a missing one is that of an identity that never was.
     [[nodiscard]] bool IsStill(const FileIdentity& identity) const noexcept;
 
+    /// Reads the file that was found, whatever its path leads to by now.
+    [[nodiscard]] unsigned Read(std::string& bytes, FileIdentity& identity) const;
+
     /// Puts `bytes` in the file's place in one step: a new file with the owner and mode of the old
     /// one, brought to the disk, renamed; `mode` is for a file that was missing. Where a directory
     /// does not let files be renamed in it, the file itself is written over.
-    [[nodiscard]] unsigned Write(const std::string& bytes, unsigned mode, FileIdentity& identity);
+    ///
+    /// `replaced` tells whether the file holds the new text; it may where the disk fails afterwards
+    [[nodiscard]] unsigned
+    Write(const std::string& bytes, unsigned mode, FileIdentity& identity, bool& replaced);
 
   private:
     unsigned WriteBeside(const std::string& bytes, const struct stat* former, unsigned mode);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <sup++/NeverDestroyed.h>
 #include <sup++/unx/lin/KDescriptor.h>
 #include <sup++/unx/lin/SysWriteTracking.h>
 
@@ -33,8 +34,8 @@ struct Tracking {
 };
 
 Tracking& TheTracking() noexcept {
-    static Tracking& tracking = *new Tracking; // never destroyed: threads may write to the last
-    return tracking;
+    static NeverDestroyed<Tracking> tracking;
+    return tracking.Get();
 }
 
 /// The directory this thread wrote to last, so that a row of files costs one look.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Injected.h"
 
+#include <sup++/KUtil.h>
 #include <sup++/Svc.h>
 
 #include <atomic>
@@ -105,4 +106,14 @@ unsigned SvcEnumerateStringFromCommandLine(
         &SvcEnumerateStringFromCommandLine, "_Z33SvcEnumerateStringFromCommandLinejPKcS0_S0_jPjPc"
     );
     return own(flags, commandLine, prefix, name, size, cursor, buffer);
+}
+
+void KSUP::KUtil::SetPathMap(unsigned id, const KString& path) {
+    if (const KTEST::Injections* const injected = Injection::Current();
+        injected != nullptr && injected->BeforeSetPathMap) {
+        injected->BeforeSetPathMap(id, path);
+    }
+    static const auto own =
+        LibrarysOwn(&KUtil::SetPathMap, "_ZN4KSUP5KUtil10SetPathMapEjRKNS_7KStringE");
+    own(id, path);
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <sup++/KString.h>
+
 #include <functional>
 
 namespace KTEST {
@@ -23,6 +25,8 @@ struct Injections {
     std::function<unsigned()> SvcPollingDispatch;
     std::function<unsigned(const char*, const char*, unsigned, unsigned*, char*)>
         SvcEnumerateStringFromCommandLine;
+    /// Called before the library's own, which is not called when this throws.
+    std::function<void(unsigned, const KSUP::KString&)> BeforeSetPathMap;
 };
 
 /// In force from its construction to its end; one at a time.

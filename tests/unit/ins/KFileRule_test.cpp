@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+//
+// Above 500 lines: the operations of this rule are tables of many rows, and share one fixture.
 #include "../../support/EngineRig.h"
 #include "../../support/ErrorProbe.h"
 #include "../../support/NameOfRow.h"
@@ -255,6 +257,19 @@ TEST_F(KFileRuleTest, TheStoredStatusCarriesThePercentageRaised) {
     Run("file", "copy,libcore.so,@T@/src,@T@/dst");
     EXPECT_EQ("Copying file libcore.so (33%)", stored);
     EXPECT_STREQ("Copying file libcore.so (100%)", manager.GetCurrentRuleStatus().c_str());
+}
+
+TEST_F(KFileRuleTest, APercentageIsDividedBeforeItIsMultiplied) {
+    // The other order gives 65.53010229079383 for this length.
+    tree.Write("src/a", ArbitraryBytes(100009));
+    Run("file", "copy,a,@T@/src,@T@/dst");
+    EXPECT_EQ(65.53010229079382, statuses.All().at(1).value);
+}
+
+TEST_F(KFileRuleTest, ProgressNamesAFileByItsLastComponent) {
+    KFileRule(&manager, "").UpdateStatus("/a/b/libcore.so", 42.1);
+    EXPECT_THAT(statuses.Lines(), ElementsAre("42.1 Copying file libcore.so"));
+    EXPECT_STREQ("Copying file libcore.so (43%)", manager.GetCurrentRuleStatus().c_str());
 }
 
 struct CopiedMode {

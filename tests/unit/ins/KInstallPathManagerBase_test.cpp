@@ -2,8 +2,10 @@
 #include "../../support/EngineRig.h"
 #include "../../support/NameOfRow.h"
 #include "../../support/SlotOf.h"
+#include "Injected.h"
 
 #include <ins/unx/lin/KInstallPathManager.h>
+#include <sup++/KErrorSource.h>
 #include <sup++/KUtil.h>
 #include <sup++/SvcData.h>
 
@@ -86,6 +88,33 @@ TEST_F(KInstallPathManagerBaseTest, InitializeSetsAll22Entries) {
     manager.Initialize("/opt/p");
     EXPECT_EQ(ExpectedTable(), PathTable());
     EXPECT_STREQ("/src", KUtil::GetPathMap(2).c_str());
+}
+
+TEST_F(KInstallPathManagerBaseTest, TheEntriesAreSetInTheAgreedOrder) {
+    std::vector<unsigned> order;
+    KTEST::Injection inject;
+    inject.BeforeSetPathMap = [&](unsigned id, const KString&) { order.push_back(id); };
+    manager.Initialize("/opt/p");
+    EXPECT_EQ(
+        (std::vector<unsigned>{39, 40, 42, 43, 41, 44, 46, 45, 47, 49, 48,
+                               50, 51, 53, 52, 54, 55, 60, 58, 59, 56, 57}),
+        order
+    );
+}
+
+TEST_F(KInstallPathManagerBaseTest, AnErrorLeavesTheEntriesBeforeItNewAndThoseBehindItOld) {
+    manager.Initialize("/opt/old");
+    KTEST::Injection inject;
+    inject.BeforeSetPathMap = [](unsigned id, const KString&) {
+        static constexpr KSUP::KErrorSource source("tests");
+        if (id == 55) {
+            source.Raise(24, 36);
+        }
+    };
+    EXPECT_THROW(manager.Initialize("/opt/new"), KSUP::KError);
+    EXPECT_STREQ("/opt/new/win/", KUtil::GetPathMap(42).c_str());
+    EXPECT_STREQ("/opt/old/config/", KUtil::GetPathMap(55).c_str());
+    EXPECT_STREQ("/opt/old/", KUtil::GetPathMap(57).c_str());
 }
 
 TEST_F(KInstallPathManagerBaseTest, ASeparatorAtTheEndOfThePathIsNotDoubled) {

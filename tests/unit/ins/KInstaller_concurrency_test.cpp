@@ -93,6 +93,37 @@ TEST_F(KInstallerConcurrencyTest, GettersAnswerWhile10000RulesRun) {
     EXPECT_EQ(1U, statuses.Threads().size());
 }
 
+TEST_F(KInstallerConcurrencyTest, GettersAnswerWhileTheScriptLoads) {
+    GivenManyRules();
+    Initialize();
+    std::atomic<bool> started{false};
+    std::atomic<unsigned> backwards{0};
+    std::promise<void> asking;
+    std::thread other([&] {
+        unsigned last = 0;
+        for (bool first = true; !started; first = false) {
+            const unsigned now = installer->GetMaxCount();
+            backwards += now < last ? 1U : 0U;
+            last = now;
+            installer->GetStatus();
+            installer->GetCompletedCount();
+            installer->IsCancelled();
+            installer->IsComplete();
+            installer->GetMode();
+            if (first) {
+                asking.set_value();
+            }
+        }
+    });
+    asking.get_future().wait();
+    installer->StartUninstall(tree.Path("p"));
+    started = true;
+    other.join();
+    EXPECT_EQ(0U, CodeOfEnd());
+    EXPECT_EQ(0U, backwards);
+    EXPECT_EQ(KINS::ModeUninstall, installer->GetMode());
+}
+
 TEST_F(KInstallerConcurrencyTest, TheCountNeverRunsBehindTheCallback) {
     GivenManyRules();
     std::atomic<unsigned> calls{0};

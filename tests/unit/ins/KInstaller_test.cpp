@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+//
+// Above 500 lines: the life of an installer from its making to its end, in order.
 #include "../../support/EngineRig.h"
 #include "../../support/ErrorProbe.h"
 #include "../../support/NameOfRow.h"

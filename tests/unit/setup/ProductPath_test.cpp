@@ -39,6 +39,13 @@ INSTANTIATE_TEST_SUITE_P(
         "/proc/1",
         "/sys",
         "/dev/shm/dps",
+        "/usr/lib/x86_64-linux-gnu",
+        "/usr/lib/systemd/system",
+        "/var/lib/dpkg/info",
+        "/home/somebody",
+        "/opt/a,b",
+        "/opt/$os$",
+        "/opt/a\nb",
         "opt/dps",
         "./dps"
     )
@@ -54,7 +61,13 @@ INSTANTIATE_TEST_SUITE_P(
     Paths,
     AcceptedPathTest,
     ::testing::Values(
-        "/opt/dps", "/opt/dps/", "/usr/local/korvane/dps", "/usr/lib/dps", "/srv/a b", "/device/x"
+        "/opt/dps",
+        "/opt/dps/",
+        "/usr/local/korvane/dps",
+        "/usr/lib/dps",
+        "/srv/a b",
+        "/device/x",
+        "/home/somebody/dps"
     )
 );
 

@@ -69,6 +69,19 @@ class UmaskGuard {
 
 bool IsRoot();
 
+/// Whether this program was built with a sanitizer that watches its memory or threads.
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define KTEST_SANITIZED true
+#endif
+#elif defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define KTEST_SANITIZED true
+#endif
+#ifndef KTEST_SANITIZED
+#define KTEST_SANITIZED false
+#endif
+inline constexpr bool isSanitized = KTEST_SANITIZED;
+
 /// The user and group that AsNobody takes on.
 inline constexpr unsigned nobodyId = 65534;
 

@@ -5,7 +5,9 @@
 #include <sup++/KFileEnum.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cerrno>
+
+#include <sys/resource.h>
 
 namespace KTEST {
 namespace {
@@ -250,6 +252,17 @@ TEST_F(KFileEnumTest, RefusesTheReservedFlags) {
     EXPECT_EQ(CodeOf([&] { files.Start(tree.Path("d"), "*", false, true); }), 36U);
     EXPECT_EQ(CodeOf([&] { KFileEnum(tree.Path("d/*"), true, false); }), 36U);
     EXPECT_EQ(CodeOf([&] { KFileEnum(tree.Path("d"), "*", false, true); }), 36U);
+}
+
+TEST_F(KFileEnumTest, AListingThatBreaksOffIsAnError) {
+    GivenFiles({"a"});
+    const int status = InChild([&] {
+        const rlimit none{0, 0};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+        return CodeOf([&] { KFileEnum files(tree.Path("d"), "*", false, false); }) == EMFILE ? 0
+                                                                                             : 1;
+    });
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(KFileEnumTest, LeavesNoDescriptor) {

@@ -16,7 +16,6 @@
 #include <iomanip>
 #include <limits>
 #include <memory>
-#include <regex>
 #include <thread>
 
 #include <sys/resource.h>
@@ -145,18 +144,13 @@ TEST_F(KLogTest, TheTimeIsUtcInMilliseconds) {
     formerZone != nullptr ? ::setenv("TZ", former.c_str(), 1) : ::unsetenv("TZ");
     ::tzset();
     const std::string line = Lines().back();
-    const std::regex form(
-        R"([^\t]*\t(\d{4})-(\d\d)-(\d\d)[ T](\d\d):(\d\d):(\d\d)\.\d{3}( ?UTC|Z)?)"
-    );
-    std::smatch parts;
-    ASSERT_TRUE(std::regex_match(line, parts, form)) << line;
+    const std::string stamp = line.substr(line.rfind('\t') + 1);
     std::tm time{};
-    time.tm_year = std::stoi(parts[1]) - 1900;
-    time.tm_mon = std::stoi(parts[2]) - 1;
-    time.tm_mday = std::stoi(parts[3]);
-    time.tm_hour = std::stoi(parts[4]);
-    time.tm_min = std::stoi(parts[5]);
-    time.tm_sec = std::stoi(parts[6]);
+    const char* rest = ::strptime(stamp.c_str(), "%Y-%m-%d", &time);
+    ASSERT_TRUE(rest != nullptr && (*rest == ' ' || *rest == 'T')) << line;
+    rest = ::strptime(rest + 1, "%H:%M:%S", &time);
+    ASSERT_TRUE(rest != nullptr) << line;
+    EXPECT_THAT(rest, testing::MatchesRegex("\\.[0-9][0-9][0-9](Z| UTC)?")) << line;
     EXPECT_GE(::timegm(&time), before);
     EXPECT_LE(::timegm(&time), after);
 }
@@ -184,7 +178,10 @@ TEST_F(KLogTest, AnEntryIsOneWrite) {
         Begin() << "piece " << entry << KString(" and more") << KLogTypes::EndEntry;
     }
     Begin() << std::string(300000, 'x').c_str() << KLogTypes::EndEntry;
-    EXPECT_EQ(WriteCalls() - before, 101U);
+    const std::uint64_t calls = WriteCalls() - before;
+    // A sanitizer writes now and then to find out what is readable.
+    EXPECT_GE(calls, 101U);
+    EXPECT_LE(calls, isSanitized ? 120U : 101U);
 }
 
 TEST_F(KLogTest, ALongEntryIsOneLine) {
@@ -444,6 +441,22 @@ TEST_F(KLogTest, AFullDiskIsSurvived) {
     });
     EXPECT_EQ(status, 0);
     EXPECT_LE(tree.Status("setup.log").st_size, 100);
+}
+
+TEST_F(KLogTest, AnEntryThatTheDiskCutIsNotContinuedByTheNext) {
+    const int status = InChild([&] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        rlimit limit{};
+        ::getrlimit(RLIMIT_FSIZE, &limit);
+        const rlimit small{30, limit.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &small);
+        Begin() << std::string(40, 'x').c_str() << KLogTypes::EndEntry;
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        Begin() << "next" << KLogTypes::EndEntry;
+        return 0;
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(Entries().back(), prefixText + " next");
 }
 
 TEST_F(KLogTest, AKilledProgramLosesNoEntryThatWasEnded) {

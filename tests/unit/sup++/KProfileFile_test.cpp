@@ -252,6 +252,23 @@ TEST_F(KProfileFileTest, AFullDiskIsAnErrorAndTheFileStaysAsItWas) {
     EXPECT_THAT(tree.List(), ElementsAre(R"(f 0644 p.ini "[s]\na=1\n")"));
 }
 
+TEST_F(KProfileFileTest, AFullDiskLeavesAFileThatIsWrittenInPlaceAsItWas) {
+    tree.Write("d/p.ini", "[s]\na=1\n");
+    GiveToNobody(tree, "d/p.ini");
+    GiveToNobody(tree, "d");
+    tree.SetMode("d", 0555);
+    const int status = InChild([&] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{4096, 4096};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        unsigned code = 0;
+        AsNobody([&] { code = CodeOf([&] { Put("d/p.ini", "a", std::string(10000, 'v')); }); });
+        return code == EFBIG ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_THAT(tree.List("d"), ElementsAre(R"(f 0644 p.ini "[s]\na=1\n")"));
+}
+
 TEST_F(KProfileFileTest, AFailedChangeIsNotInTheContentEither) {
     tree.Write("d/p.ini", "[s]\na=1\n", 0444);
     GiveToNobody(tree, "d");

@@ -76,8 +76,8 @@ INSTANTIATE_TEST_SUITE_P(
         {"WithoutOne", "/opt/p", "/opt/p"},
         {"WithOne", "/opt/p/", "/opt/p"},
         {"WithThree", "/opt/p///", "/opt/p"},
-        {"RootKeepsIts", "/", "/"},
-        {"OnlySeparators", "///", "/"},
+        {"Root", "/", ""},
+        {"OnlySeparators", "///", ""},
         {"Empty", "", ""},
         {"Relative", "lin/", "lin"},
     }),
@@ -128,6 +128,16 @@ TEST(KUtilTest, ARecordLinkLosesThreeComponents) {
         path = KUtil::RemoveFileFromPath(KUtil::RemovePathSep(path, "/"), "/");
     }
     EXPECT_EQ(path, "/opt/p");
+}
+
+TEST(KUtilTest, ARecordLinkWithFewerComponentsGivesNoPath) {
+    for (const char* link : {"/", "/svc", "/x86/svc"}) {
+        KString path(link);
+        for (int component = 0; component < 3; ++component) {
+            path = KUtil::RemoveFileFromPath(KUtil::RemovePathSep(path, "/"), "/");
+        }
+        EXPECT_EQ(path, "") << link;
+    }
 }
 
 TEST(KUtilTest, SeparatorsAreWhatTheCallerSays) {

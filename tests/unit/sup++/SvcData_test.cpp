@@ -132,7 +132,7 @@ class SvcBadProductTest : public SvcProductDataTest,
 
 TEST_P(SvcBadProductTest, IsRefusedAndLeavesTheRecordAsItWas) {
     EXPECT_EQ(LoadText(dps), 0U);
-    EXPECT_EQ(LoadText("[product]\nname=Other\nversion=9\n" + GetParam().lines + "\n"), 36U);
+    EXPECT_EQ(LoadText("[product]\n" + GetParam().lines + "\nname=Other\nversion=9\n"), 36U);
     EXPECT_EQ(Record(), "Demo Product|dpsd|dpsd.ini|2.1|4711");
 }
 
@@ -143,6 +143,9 @@ INSTANTIATE_TEST_SUITE_P(
         {"EmptyServiceName", "serviceName="},
         {"ServiceNameWithSeparator", "serviceName=a/b"},
         {"ServiceNameThatIsAPath", "serviceName=/etc"},
+        {"ServiceNameOfADirectory", "serviceName=.."},
+        {"ServiceNameWithControlCharacter", "serviceName=a\tb"},
+        {"VersionWithControlCharacter", "version=1\x1b[0m"},
         {"EmptyIniFile", "iniFile="},
         {"IniFileWithSeparator", "iniFile=../x.ini"},
         {"BuildNumberOfLetters", "buildNumber=abc"},
