@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorSource.h>
 #include <sup++/KShellCommand.h>
+#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcProcess.h>
 #include <sup++/unx/lin/SysChild.h>
 #include <sup++/unx/lin/SysFile.h>
@@ -34,8 +35,8 @@ struct Output {
 };
 
 Output& TheOutput() {
-    static Output& output = *new Output; // never destroyed: commands may start while we end
-    return output;
+    static NeverDestroyed<Output> output;
+    return output.Get();
 }
 
 std::string OutputPath() {

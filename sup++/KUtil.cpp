@@ -174,9 +174,14 @@ void KUtil::KillProcess(const KString& program, unsigned timeoutMs) {
     Sys::WaitForEnd(running, std::chrono::milliseconds(timeoutMs));
     signalAll(SIGKILL);
     Sys::WaitForEnd(running, killPatience);
-    if (!running.empty()) {
-        source.RaiseSystem(refused != 0 ? refused : ETIMEDOUT, ProcessText(running.front()));
+    if (running.empty()) {
+        return;
     }
+    if (refused != 0) {
+        source.RaiseSystem(refused, ProcessText(running.front()));
+    }
+    // The system's words for this code speak of a connection.
+    source.Raise(TraceLevel::support, ETIMEDOUT, ProcessText(running.front()) + ": did not end");
 }
 
 template <>

@@ -25,14 +25,6 @@ void Check(long result, const char* call) {
     }
 }
 
-/// The state letter of proc(5), 0 when there is no such process.
-char StateOf(pid_t process) {
-    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    const std::size_t nameEnd = text.rfind(')'); // the name in front may hold anything
-    return nameEnd != std::string::npos && nameEnd + 2 < text.size() ? text[nameEnd + 2] : '\0';
-}
-
 int KillRunningChildren() {
     std::ifstream children(
         "/proc/self/task/" + std::to_string(::syscall(SYS_gettid)) + "/children"
@@ -50,6 +42,13 @@ void WaitUntil(const std::function<bool()>& condition) {
     while (!condition()) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+}
+
+char StateOf(pid_t process) {
+    std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const std::size_t nameEnd = text.rfind(')'); // the name in front may hold anything
+    return nameEnd != std::string::npos && nameEnd + 2 < text.size() ? text[nameEnd + 2] : '\0';
 }
 
 bool IsAlive(pid_t process) {

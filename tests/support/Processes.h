@@ -11,6 +11,8 @@ namespace KTEST {
 /// Waits until `condition` holds; one that never does is ended by the time limit of the test.
 void WaitUntil(const std::function<bool()>& condition);
 
+/// The letter of proc(5), 'T' for one that is held up; 0 when there is no such process.
+char StateOf(pid_t process);
 /// Whether there is such a process that has not ended; a zombie has.
 bool IsAlive(pid_t process);
 

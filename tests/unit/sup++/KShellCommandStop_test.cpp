@@ -76,9 +76,9 @@ TEST_F(KShellCommandStopTest, WhatCleansUpBehindTheShellIsWaitedFor) {
 }
 
 TEST_F(KShellCommandStopTest, ACommandThatIsHeldUpEnds) {
-    command.Execute("echo $$; kill -STOP $$");
-    WaitUntil([&] { return !Output().empty(); });
-    command.Stop();
+    ExecuteUntilReady(command, "echo $$; kill -STOP $$");
+    WaitUntil([&] { return StateOf(OutputNumber()) == 'T'; });
+    EXPECT_GE(TimeOf([&] { command.Stop(); }), patience);
     ExpectEnded(command, OutputNumber());
 }
 

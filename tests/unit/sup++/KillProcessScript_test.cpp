@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 
 #include <unistd.h>
 
@@ -47,6 +48,15 @@ class KillProcessScriptFixture : public ProcessTest {
         }
         return Start(words.front(), {words.begin() + 1, words.end()});
     }
+    /// A program that was just started has no arguments for a moment, and env is what runs for a
+    /// moment before the interpreter does.
+    static void WaitUntilItRuns(pid_t process, const std::string& former = "env") {
+        const std::string proc = "/proc/" + std::to_string(process);
+        WaitUntil([&] {
+            return fs::read_symlink(proc + "/exe").filename() != former &&
+                   std::ifstream(proc + "/cmdline").get() != EOF;
+        });
+    }
     /// Ended by SIGTERM, or still there; whichever it is, it is gone afterwards.
     bool WasEnded(pid_t process) {
         const bool ended = !IsAlive(process);
@@ -64,11 +74,8 @@ TEST_P(KillProcessScriptTest, IsFoundByPathAndByName) {
         const std::string other = GivenScript(GetParam().firstLine);
         const pid_t wanted = StartScript(script, GetParam());
         const pid_t spared = StartScript(other, GetParam());
-        // env is the program for a moment before the interpreter is.
-        for (const pid_t process : {wanted, spared}) {
-            const std::string executable = "/proc/" + std::to_string(process) + "/exe";
-            WaitUntil([&] { return fs::read_symlink(executable).filename() != "env"; });
-        }
+        WaitUntilItRuns(wanted);
+        WaitUntilItRuns(spared);
         KUtil::KillProcess(byPath ? script : NameOf(script), longTime);
         EXPECT_TRUE(WasEnded(wanted)) << byPath;
         EXPECT_FALSE(WasEnded(spared)) << byPath;
@@ -105,6 +112,7 @@ TEST_P(KillProcessBystanderTest, Survives) {
     for (const bool byPath : {true, false}) {
         const std::string script = GivenScript(GetParam().firstLine);
         const pid_t process = StartScript(script, GetParam());
+        WaitUntilItRuns(process);
         KUtil::KillProcess(byPath ? script : NameOf(script), longTime);
         EXPECT_FALSE(WasEnded(process)) << byPath;
     }
@@ -135,6 +143,8 @@ TEST_F(KillProcessScriptsTest, AProgramOfManyNamesIsTheInterpreterOnlyWhenCalled
     const std::string script = GivenScript("#!" + tree.Path("interpreter") + " -w perl");
     const pid_t interpreter = StartAs(box, tree.Path("interpreter"), {script});
     const pid_t editor = StartAs(box, "vi", {script});
+    WaitUntilItRuns(interpreter);
+    WaitUntilItRuns(editor);
     KUtil::KillProcess(script, longTime);
     EXPECT_TRUE(WasEnded(interpreter));
     EXPECT_FALSE(WasEnded(editor));
@@ -148,8 +158,7 @@ TEST_F(KillProcessScriptsTest, ARelativeNameMeansWhereTheProcessIs) {
         const pid_t process = Start(
             "/bin/bash", {"-c", "cd " + directory + "; exec ./" + NameOf(script) + " argument"}
         );
-        const std::string executable = "/proc/" + std::to_string(process) + "/exe";
-        WaitUntil([&] { return fs::read_symlink(executable).filename() != "bash"; });
+        WaitUntilItRuns(process, "bash");
         return process;
     };
     const pid_t wanted = startIn(tree.Path());
@@ -163,6 +172,7 @@ TEST_F(KillProcessScriptsTest, AScriptThatWasReplacedIsFoundByPathAndByName) {
     for (const bool byPath : {true, false}) {
         const std::string script = GivenScript("#!/bin/sh");
         const pid_t process = Start(script);
+        WaitUntilItRuns(process);
         fs::rename(GivenScript("#!/bin/sh"), script);
         KUtil::KillProcess(byPath ? script : NameOf(script), longTime);
         EXPECT_TRUE(WasEnded(process));
@@ -175,6 +185,7 @@ TEST_F(KillProcessScriptsTest, ACommandOfAShellIsNoScript) {
     // The shell's first word behind the option is the name, but no file.
     const pid_t process =
         Start("/bin/bash", {"-c", name + "() { read x <" + tree.Path("gate") + "; }; " + name});
+    WaitUntilItRuns(process);
     KUtil::KillProcess(name, longTime);
     EXPECT_FALSE(WasEnded(process));
 }
