@@ -32,8 +32,8 @@ class INS_EXPORT KFileRule : public KInstallRule {
     void DeleteFile(const KSUP::KString& path);
     /// Deletes what matches; a missing directory is no error.
     void DeleteWildcard(const KSUP::KString& directory, const KSUP::KString& pattern);
-    /// Reports how far the copy of `path` is: the text that CopyFile makes once and reports for each
-    /// chunk. For derived rules.
+    /// Reports how far the copy of `path` is: the text that CopyFile makes once and reports for
+    /// each chunk. For derived rules.
     ///
     /// Units    `percent` from 0 to 100
     void UpdateStatus(const KSUP::KString& path, double percent);

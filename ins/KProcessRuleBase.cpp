@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: MIT
+#include <ins/KInstallRuleManagerBase.h>
 #include <ins/KProcessRuleBase.h>
 #include <sup++/KErrorSource.h>
+#include <sup++/KShellCommand.h>
+#include <sup++/KUtil.h>
+#include <sup++/SvcDispatch.h>
 
-#include <cerrno>
+#include <typeinfo>
 
+using KSUP::KLogPrefix;
+using KSUP::KLogTypes;
 using KSUP::KString;
 
 namespace KINS {
@@ -11,6 +17,7 @@ namespace KINS {
 namespace {
 
 constexpr KSUP::KErrorSource errorSource{"ins/KProcessRuleBase"};
+constexpr unsigned stopTimeoutMs = 3000;
 
 } // namespace
 
@@ -20,13 +27,61 @@ KProcessRuleBase::KProcessRuleBase(KInstallRuleManagerBase* owner, const KString
 KProcessRuleBase::~KProcessRuleBase() = default;
 
 void KProcessRuleBase::Execute() {
-    if (action == "start" || action == "stop") {
-        // Loud, since a product whose commands were left out is not installed.
-        errorSource.Raise(
-            KSUP::TraceLevel::setup, ENOSYS, "this version does not run process rules: " + ruleLine
-        );
+    // Once more: a macro may have another value by now.
+    const KString expanded = manager->ExpandMacros(command);
+    if (action == "start") {
+        Start(expanded);
+    } else if (action == "stop") {
+        StopProgram(expanded);
     }
     // Any other action does nothing, and is meant to, unlike the service rule's.
+}
+
+void KProcessRuleBase::Start(const KString& expanded) {
+    log << KLogPrefix(LogName()) << "Starting process: " << expanded << KLogTypes::EndEntry;
+    manager->SetCurrentRuleStatus("Starting process " + expanded);
+    try {
+        KSUP::KShellCommand shell;
+        shell.Execute(expanded);
+        bool cancelled = false;
+        while (!cancelled && shell.IsThreadActive()) {
+            SvcPollingDispatch();
+            cancelled = manager->IsCancelled();
+        }
+        if (shell.IsThreadActive()) {
+            shell.Stop();
+        }
+    } catch (const KSUP::KError& cause) {
+        Fail("Failed to start process ", expanded, cause);
+    }
+}
+
+void KProcessRuleBase::StopProgram(const KString& expanded) {
+    log << KLogPrefix(LogName()) << "Stopping process: " << expanded << KLogTypes::EndEntry;
+    manager->SetCurrentRuleStatus("Stopping process " + expanded);
+    try {
+        KSUP::KUtil::KillProcess(expanded, stopTimeoutMs);
+    } catch (const KSUP::KError& cause) {
+        Fail("Failed to stop process ", expanded, cause);
+    }
+}
+
+/// The cause goes into the log; callers learn that a process failed, by one code.
+void KProcessRuleBase::Fail(
+    const char* logText, const KString& expanded, const KSUP::KError& cause
+) {
+    log << KLogPrefix(LogName()) << logText << expanded << " " << cause << KLogTypes::EndEntry;
+    errorSource.Raise(
+        KSUP::TraceLevel::setup,
+        KSUP::ErrorCode::processFailed,
+        KSUP::KVariant(),
+        __builtin_LINE(),
+        "Execute"
+    );
+}
+
+KString KProcessRuleBase::LogName() const {
+    return KSUP::KUtil::GetClassNameFromTypeInfo(typeid(*this));
 }
 
 KString KProcessRuleBase::Description() const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ins/KInstallRule.h>
+#include <sup++/KError.h>
 
 namespace KINS {
 
@@ -21,6 +22,12 @@ class INS_EXPORT KProcessRuleBase : public KInstallRule {
     void ParseRule(const std::vector<KSUP::KString>& fields) override;
 
   private:
+    void Start(const KSUP::KString& expanded);
+    void StopProgram(const KSUP::KString& expanded);
+    [[noreturn]] void
+    Fail(const char* logText, const KSUP::KString& expanded, const KSUP::KError& cause);
+    KSUP::KString LogName() const;
+
     KSUP::KString action;
     KSUP::KString command;
 };

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include <ins/KInstallRuleManagerBase.h>
 #include <ins/KServiceRule.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/KUtil.h>
-
-#include <cerrno>
+#include <sup++/SvcData.h>
+#include <sup++/SvcMessage.h>
+#include <sup++/SvcService.h>
 
 using KSUP::KLogPrefix;
 using KSUP::KLogTypes;
@@ -16,6 +18,18 @@ namespace {
 
 constexpr KSUP::KErrorSource errorSource{"ins/KServiceRule"};
 
+// Of the engine's catalogue, 44.
+constexpr unsigned removingMessage = 0x2C0001;
+constexpr unsigned installingMessage = 0x2C0002;
+constexpr unsigned startingMessage = 0x2C0003;
+constexpr unsigned stoppingMessage = 0x2C0004;
+
+// A removal goes on after this. Unregistering stops what does not stop by itself.
+constexpr unsigned removalStopMs = 30000;
+
+constexpr unsigned stoppedState = 1;
+constexpr unsigned runningState = 4;
+
 } // namespace
 
 KServiceRule::KServiceRule(KInstallRuleManagerBase* owner, const KString& line)
@@ -24,15 +38,19 @@ KServiceRule::KServiceRule(KInstallRuleManagerBase* owner, const KString& line)
 KServiceRule::~KServiceRule() = default;
 
 void KServiceRule::Execute() {
-    if (action == "remove" || action == "install" || action == "stop" || action == "start") {
-        // Loud, since a product whose service was left out is not installed.
-        errorSource.Raise(
-            KSUP::TraceLevel::setup, ENOSYS, "this version does not run service rules: " + ruleLine
-        );
+    if (action == "remove") {
+        RemoveService();
+    } else if (action == "install") {
+        InstallService();
+    } else if (action == "stop") {
+        StopService();
+    } else if (action == "start") {
+        StartService();
+    } else {
+        log << KLogPrefix(LogName()) << "Unrecognized service control rule " << action
+            << KLogTypes::EndEntry;
+        errorSource.Raise(KSUP::TraceLevel::setup, KSUP::ErrorCode::malformedRule);
     }
-    log << KLogPrefix(KUtil::GetClassNameFromTypeInfo(typeid(*this)))
-        << "Unrecognized service control rule " << action << KLogTypes::EndEntry;
-    errorSource.Raise(KSUP::TraceLevel::setup, KSUP::ErrorCode::malformedRule);
 }
 
 KString KServiceRule::Description() const {
@@ -42,8 +60,8 @@ KString KServiceRule::Description() const {
 void KServiceRule::ParseRule(const std::vector<KString>& fields) {
     const std::size_t count = fields.size();
     if (count != 2 && count != 5) {
-        log << KLogPrefix(KUtil::GetClassNameFromTypeInfo(typeid(*this)))
-            << "Invalid service rule detected " << ruleLine << KLogTypes::EndEntry;
+        log << KLogPrefix(LogName()) << "Invalid service rule detected " << ruleLine
+            << KLogTypes::EndEntry;
         errorSource.Raise(
             KSUP::TraceLevel::setup, KSUP::ErrorCode::malformedRule, "Invalid service rule"
         );
@@ -55,6 +73,71 @@ void KServiceRule::ParseRule(const std::vector<KString>& fields) {
         program = ExpandMacros(fields[3]);
         arguments = ExpandMacros(fields[4]);
     }
+}
+
+unsigned KServiceRule::InstallService() {
+    SetStatus(installingMessage);
+    log << KLogPrefix(LogName()) << "Installing service " << serviceName << " " << displayName
+        << " " << program << " " << arguments << KLogTypes::EndEntry;
+    const unsigned status = SvcCreateService(
+        0, serviceName.c_str(), displayName.c_str(), program.c_str(), arguments.c_str()
+    );
+    if (status != 0) {
+        log << KLogPrefix(LogName()) << "Failed to create service " << KLogTypes::StatusCode
+            << " ('" << status << "')" << KLogTypes::EndEntry;
+        errorSource.Raise(KSUP::TraceLevel::setup, status, "Failed to install service");
+    }
+    return 0;
+}
+
+void KServiceRule::RemoveService() {
+    SetStatus(removingMessage);
+    unsigned status = SvcStopServiceEx(0, serviceName.c_str(), removalStopMs);
+    if (status != 0) {
+        log << KLogPrefix(LogName()) << "Failed to stop service " << KLogTypes::StatusCode << status
+            << KLogTypes::EndEntry;
+    }
+    status = SvcDeleteService(0, serviceName.c_str());
+    if (status != 0) {
+        log << KLogPrefix(LogName()) << "Failed to delete service " << KLogTypes::StatusCode
+            << status << KLogTypes::EndEntry;
+    }
+}
+
+unsigned KServiceRule::StartService() {
+    SetStatus(startingMessage);
+    log << KLogPrefix(LogName()) << "Starting service: " << serviceName << KLogTypes::EndEntry;
+    const unsigned status = SvcStartService(0, serviceName.c_str());
+    if (status != 0) {
+        errorSource.Raise(KSUP::TraceLevel::setup, status);
+    }
+    return 0;
+}
+
+unsigned KServiceRule::StopService() {
+    SetStatus(stoppingMessage);
+    log << KLogPrefix(LogName()) << "Stopping service: " << serviceName << KLogTypes::EndEntry;
+    const unsigned status = SvcStopService(0, serviceName.c_str());
+    if (status != 0) {
+        errorSource.Raise(KSUP::TraceLevel::setup, status);
+    }
+    return 0;
+}
+
+bool KServiceRule::IsServiceRunning() {
+    unsigned state = stoppedState;
+    const char* const name = SvcGetProductText(SvcGetOEMDataEx()->serviceName);
+    // Ignored: a service that cannot be asked about leaves the state, and is not known to run.
+    static_cast<void>(SvcGetServiceStatus(0, name, &state));
+    return state == runningState;
+}
+
+KString KServiceRule::LogName() const {
+    return KUtil::GetClassNameFromTypeInfo(typeid(*this));
+}
+
+void KServiceRule::SetStatus(unsigned messageId) {
+    manager->SetCurrentRuleStatus(SvcGetMessagePtr(messageId));
 }
 
 } // namespace KINS

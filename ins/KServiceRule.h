@@ -20,7 +20,21 @@ class INS_EXPORT KServiceRule : public KInstallRule {
     /// Throws   KSUP::KError 7000 unless there are 2 or 5 fields
     void ParseRule(const std::vector<KSUP::KString>& fields) override;
 
+    /// Each returns 0, or throws KSUP::KError with the status of the call that failed. Such an error
+    /// has no words of its own; SvcGetServiceErrorText has.
+    unsigned InstallService();
+    unsigned StartService();
+    unsigned StopService();
+    /// Stops the service, waiting 30 s at most, and unregisters it; logs what fails.
+    void RemoveService();
+
+    /// Whether the product's own service runs, whatever service this rule is for.
+    bool IsServiceRunning();
+
   private:
+    KSUP::KString LogName() const;
+    void SetStatus(unsigned messageId);
+
     KSUP::KString action;
     KSUP::KString serviceName;
     KSUP::KString displayName;

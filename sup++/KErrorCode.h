@@ -13,6 +13,12 @@ inline constexpr unsigned cancelled = 66;         ///< the run was stopped on re
 inline constexpr unsigned notSuperuser = 99;      ///< the caller is not root
 inline constexpr unsigned processFailed = 172;    ///< a process could not be started or stopped
 inline constexpr unsigned numberConversion = 176; ///< a text is not a number
+inline constexpr unsigned serviceUnknown = 180;   ///< there is no service of that name
+inline constexpr unsigned serviceForeign = 181;   ///< a unit file of that name is not ours
+inline constexpr unsigned serviceFailed = 182;    ///< systemd or the service itself refused
+inline constexpr unsigned serviceTimedOut = 183;  ///< start or stop took longer than allowed
+inline constexpr unsigned noServiceManager = 184; ///< systemd does not run here
+inline constexpr unsigned serviceManagerLost = 185; ///< systemd cannot be reached by the system bus
 inline constexpr unsigned malformedRule = 7000;   ///< a rule line that cannot be
 
 } // namespace KSUP::ErrorCode

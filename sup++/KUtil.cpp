@@ -3,9 +3,13 @@
 #include <sup++/KUtil.h>
 #include <sup++/PathMap.h>
 #include <sup++/Txt.h>
+#include <sup++/unx/lin/SysProcessList.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <locale>
@@ -14,6 +18,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include <cxxabi.h>
 
@@ -23,6 +28,8 @@ namespace {
 
 constexpr KErrorSource source{"sup++/KUtil"};
 
+// After SIGKILL only a process that is stuck in the kernel remains.
+constexpr auto killPatience = std::chrono::seconds(1);
 constexpr int hexDigitsOfUnsigned = 7; // as the records of earlier products hold them
 constexpr int hexDigitsOfDouble = 11;
 
@@ -75,6 +82,10 @@ KString ClassName(const char* name) {
         }
     }
     return text += ":";
+}
+
+KString ProcessText(const Sys::HeldProcess& process) {
+    return "process " + std::to_string(process.id) + " (" + process.name + ")";
 }
 
 /// Names are asked for at each log entry, and a thread logs for few classes. Kept by the name's
@@ -142,6 +153,35 @@ KString KUtil::GetClassNameFromTypeInfo(const std::type_info& type) {
     NameCache::Item& item = nameCache.items[nameCache.next++ % nameCache.items.size()];
     item = NameCache::Item{name, ClassName(name)};
     return item.readable;
+}
+
+void KUtil::KillProcess(const KString& program, unsigned timeoutMs) {
+    if (program.IsEmpty()) {
+        source.Raise(TraceLevel::support, ErrorCode::invalidArgument, "no program to stop");
+    }
+    std::vector<Sys::HeldProcess> running;
+    if (const unsigned status = Sys::FindProcesses(program.c_str(), running); status != 0) {
+        source.RaiseSystem(status, "/proc");
+    }
+    unsigned refused = 0;
+    const auto signalAll = [&](int signal) {
+        for (const Sys::HeldProcess& one : running) {
+            const unsigned status = Sys::Signal(one, signal);
+            refused = status != 0 ? status : refused; // the others are to end all the same
+        }
+    };
+    signalAll(SIGTERM);
+    Sys::WaitForEnd(running, std::chrono::milliseconds(timeoutMs));
+    signalAll(SIGKILL);
+    Sys::WaitForEnd(running, killPatience);
+    if (running.empty()) {
+        return;
+    }
+    if (refused != 0) {
+        source.RaiseSystem(refused, ProcessText(running.front()));
+    }
+    // The system's words for this code speak of a connection.
+    source.Raise(TraceLevel::support, ETIMEDOUT, ProcessText(running.front()) + ": did not end");
 }
 
 template <>

@@ -42,6 +42,16 @@ class SUP_EXPORT KUtil {
     /// with any other namespace, as in "KINS::KFileRule:".
     static KString GetClassNameFromTypeInfo(const std::type_info& type);
 
+    /// Ends the running processes of a program: SIGTERM, SIGKILL after `timeoutMs`. A `program`
+    /// with a "/" is a path; without one it is the last component of what a process runs. A script
+    /// is found by its own name. Process 1, this process and those it descends from are spared.
+    /// Nothing to end is success.
+    ///
+    /// Throws   KError 36 for an empty text; KError with errno when the processes cannot be looked
+    ///          through (nothing has ended then), or, with the process as information, when one
+    ///          cannot be signalled or is still there 1 s after SIGKILL (the others have ended)
+    static void KillProcess(const KString& program, unsigned timeoutMs);
+
     /// Decimal digits, or with `hex` "0x" and at least 7 digits. A double is written with six
     /// significant digits and no trailing zeros. Defined for unsigned int and double.
     template <class T>

@@ -12,4 +12,6 @@
 #include <sup++/SvcLock.h>
 #include <sup++/SvcMemory.h>
 #include <sup++/SvcMessage.h>
+#include <sup++/SvcProcess.h>
+#include <sup++/SvcService.h>
 #include <sup++/SvcTrace.h>

@@ -2,19 +2,28 @@
 #include <sup++/KErrorCode.h>
 #include <sup++/NeverDestroyed.h>
 #include <sup++/SvcMessage.h>
+#include <sup++/unx/lin/SysCatalogue.h>
 
 #include <cerrno>
 #include <map>
 #include <mutex>
 #include <new>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace {
 
 using KSUP::ErrorCode::invalidArgument;
+using KSUP::Sys::KCatalogueFile;
+
+constexpr unsigned mostCatalogue = 0xFFFF;
+constexpr unsigned numberBits = 16;
 
 struct Catalogue {
     unsigned loads = 0;
     const SvcBuiltInMessage* builtIn = nullptr;
+    std::vector<const KCatalogueFile*> files; // those of the first load, the best first
 };
 
 struct Catalogues {
@@ -25,6 +34,41 @@ struct Catalogues {
 Catalogues& TheCatalogues() {
     static KSUP::NeverDestroyed<Catalogues> catalogues;
     return catalogues.Get();
+}
+
+bool IsBaseName(const char* text) noexcept {
+    return text != nullptr && *text != '\0' &&
+           std::string_view(text).find('/') == std::string_view::npos;
+}
+
+/// The files beside the module in which `address` lies.
+std::vector<const KCatalogueFile*> FindFiles(const void* address, const std::string& baseName) {
+    const std::string directory = KSUP::Sys::ModuleDirectory(address);
+    std::vector<const KCatalogueFile*> files;
+    if (directory.empty()) {
+        return files;
+    }
+    std::vector<std::string> endings;
+    for (const std::string& language : KSUP::Sys::MessageLanguages()) {
+        endings.push_back('.' + language + ".cat");
+    }
+    endings.emplace_back(".cat");
+    for (const std::string& ending : endings) {
+        const KCatalogueFile* file = KCatalogueFile::Open(directory + '/' + baseName + ending);
+        if (file != nullptr) {
+            files.push_back(file);
+        }
+    }
+    return files;
+}
+
+const char* BuiltInText(const SvcBuiltInMessage* messages, unsigned id) noexcept {
+    for (; messages != nullptr && messages->text != nullptr; ++messages) {
+        if (messages->id == id) {
+            return messages->text;
+        }
+    }
+    return "";
 }
 
 } // namespace
@@ -41,13 +85,20 @@ unsigned SvcSetBuiltInMessages(unsigned catalogue, const SvcBuiltInMessage* mess
 }
 
 unsigned SvcLoadMessage(unsigned catalogue, const char* baseName) noexcept {
-    if (baseName == nullptr || *baseName == '\0' || catalogue > 0xFFFF) {
+    if (!IsBaseName(baseName) || catalogue > mostCatalogue) {
         return invalidArgument;
     }
     try {
         Catalogues& all = TheCatalogues();
         const std::lock_guard hold(all.guard);
-        ++all.byNumber[catalogue].loads;
+        Catalogue& loaded = all.byNumber[catalogue];
+        if (loaded.loads == 0) {
+            // The built-in texts lie in the library that they belong to, and its files beside it.
+            static const char here = 0;
+            const void* place = loaded.builtIn;
+            loaded.files = FindFiles(place != nullptr ? place : &here, baseName);
+        }
+        ++loaded.loads;
         return 0;
     } catch (const std::bad_alloc&) {
         return ENOMEM;
@@ -65,18 +116,18 @@ unsigned SvcUnloadMessage(unsigned catalogue) noexcept {
 }
 
 const char* SvcGetMessagePtr(unsigned id) noexcept {
+    const unsigned catalogue = id >> numberBits;
     Catalogues& all = TheCatalogues();
     const std::lock_guard hold(all.guard);
-    const auto found = all.byNumber.find(id >> 16U);
+    const auto found = all.byNumber.find(catalogue);
     if (found == all.byNumber.end() || found->second.loads == 0) {
         return "";
     }
-    const SvcBuiltInMessage* message = found->second.builtIn;
-    while (message != nullptr && message->text != nullptr) {
-        if (message->id == id) {
-            return message->text;
+    for (const KCatalogueFile* file : found->second.files) {
+        const char* text = file->GetText(catalogue, id & mostCatalogue);
+        if (text != nullptr) {
+            return text;
         }
-        ++message;
     }
-    return "";
+    return BuiltInText(found->second.builtIn, id);
 }

@@ -89,6 +89,50 @@ unsigned SvcPollingDispatch() noexcept {
     return own();
 }
 
+unsigned SvcCreateService(
+    unsigned flags,
+    const char* name,
+    const char* displayName,
+    const char* program,
+    const char* arguments
+) noexcept {
+    INJECTED(
+        SvcCreateService,
+        "_Z16SvcCreateServicejPKcS0_S0_S0_",
+        flags,
+        name,
+        displayName,
+        program,
+        arguments
+    );
+    return own(flags, name, displayName, program, arguments);
+}
+
+unsigned SvcDeleteService(unsigned flags, const char* name) noexcept {
+    INJECTED(SvcDeleteService, "_Z16SvcDeleteServicejPKc", flags, name);
+    return own(flags, name);
+}
+
+unsigned SvcStartService(unsigned flags, const char* name) noexcept {
+    INJECTED(SvcStartService, "_Z15SvcStartServicejPKc", flags, name);
+    return own(flags, name);
+}
+
+unsigned SvcStopService(unsigned flags, const char* name) noexcept {
+    INJECTED(SvcStopService, "_Z14SvcStopServicejPKc", flags, name);
+    return own(flags, name);
+}
+
+unsigned SvcStopServiceEx(unsigned flags, const char* name, unsigned timeoutMs) noexcept {
+    INJECTED(SvcStopServiceEx, "_Z16SvcStopServiceExjPKcj", flags, name, timeoutMs);
+    return own(flags, name, timeoutMs);
+}
+
+unsigned SvcGetServiceStatus(unsigned flags, const char* name, unsigned* state) noexcept {
+    INJECTED(SvcGetServiceStatus, "_Z19SvcGetServiceStatusjPKcPj", flags, name, state);
+    return own(flags, name, state);
+}
+
 unsigned SvcEnumerateStringFromCommandLine(
     unsigned flags,
     const char* commandLine,

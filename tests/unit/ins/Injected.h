@@ -25,6 +25,13 @@ struct Injections {
     std::function<unsigned()> SvcPollingDispatch;
     std::function<unsigned(const char*, const char*, unsigned, unsigned*, char*)>
         SvcEnumerateStringFromCommandLine;
+    std::function<unsigned(unsigned, const char*, const char*, const char*, const char*)>
+        SvcCreateService;
+    std::function<unsigned(unsigned, const char*)> SvcDeleteService;
+    std::function<unsigned(unsigned, const char*)> SvcStartService;
+    std::function<unsigned(unsigned, const char*)> SvcStopService;
+    std::function<unsigned(unsigned, const char*, unsigned)> SvcStopServiceEx;
+    std::function<unsigned(unsigned, const char*, unsigned*)> SvcGetServiceStatus;
     /// Called before the library's own, which is not called when this throws.
     std::function<void(unsigned, const KSUP::KString&)> BeforeSetPathMap;
 };

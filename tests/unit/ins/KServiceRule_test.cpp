@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "../../support/EngineRig.h"
 #include "../../support/ErrorProbe.h"
+#include "../../support/Language.h"
+#include "../../support/NameOfRow.h"
 #include "../../support/SlotOf.h"
+#include "Injected.h"
 
 #include <ins/KServiceRule.h>
+#include <sup++/SvcMessage.h>
 
 #include <gmock/gmock.h>
 
@@ -12,8 +16,10 @@
 namespace {
 
 using KINS::KServiceRule;
+using KTEST::NameOfRow;
 using KTEST::PlaceWithoutLine;
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
 class KServiceRuleTest : public KTEST::RuleTest {};
 
@@ -80,5 +86,330 @@ INSTANTIATE_TEST_SUITE_P(
         "start,name,,,"
     )
 );
+
+// Running. The service calls are the test's own: they note what they are asked and answer with a
+// status, so nothing here touches a service.
+
+constexpr const char* prefix = "KINS::KServiceRule: ";
+
+class KServiceRuleRunTest : public KTEST::RuleTest {
+  protected:
+    KServiceRuleRunTest() {
+        EXPECT_EQ(0U, PrvInsLoadMessage());
+        inject.SvcCreateService =
+            [this](unsigned flags, auto name, auto first, auto second, auto third) {
+                Note("create", flags, name);
+                calls.back() += std::string(" [") + first + "] [" + second + "] [" + third + "]";
+                return status.create;
+            };
+        inject.SvcDeleteService = [this](unsigned flags, const char* name) {
+            return Note("delete", flags, name), status.remove;
+        };
+        inject.SvcStartService = [this](unsigned flags, const char* name) {
+            return Note("start", flags, name), status.start;
+        };
+        inject.SvcStopService = [this](unsigned flags, const char* name) {
+            return Note("stop", flags, name), status.stop;
+        };
+        inject.SvcStopServiceEx = [this](unsigned flags, const char* name, unsigned timeoutMs) {
+            Note("stopEx", flags, name);
+            calls.back() += ' ' + std::to_string(timeoutMs);
+            return status.stopEx;
+        };
+        inject.SvcGetServiceStatus = [this](unsigned flags, const char* name, unsigned* state) {
+            Note("query", flags, name);
+            calls.back() += " preset " + std::to_string(*state);
+            *state = status.query == 0 ? serviceState : *state;
+            return status.query;
+        };
+    }
+    ~KServiceRuleRunTest() override { PrvInsUnloadMessage(); }
+
+    void Note(const char* call, unsigned flags, const char* name) {
+        calls.push_back(std::string(call) + ' ' + std::to_string(flags) + ' ' + name);
+    }
+    /// The rule's own lines of the setup log, without its name.
+    std::vector<std::string> RuleLines() const {
+        std::vector<std::string> lines;
+        for (const std::string& line : LogLines()) {
+            if (line.starts_with(prefix)) {
+                lines.push_back(line.substr(std::string(prefix).size()));
+            }
+        }
+        return lines;
+    }
+
+    struct {
+        unsigned create = 0;
+        unsigned remove = 0;
+        unsigned start = 0;
+        unsigned stop = 0;
+        unsigned stopEx = 0;
+        unsigned query = 0;
+    } status;
+    unsigned serviceState = 1;
+    std::vector<std::string> calls;
+    KTEST::Language english{"C"};
+    KTEST::Injection inject;
+};
+
+struct DoneRow {
+    const char* name;
+    const char* line;
+    std::vector<std::string> calls;
+    std::vector<std::string> logged;
+    std::vector<std::string> statuses;
+};
+
+class KServiceRuleDoneTest : public KServiceRuleRunTest,
+                             public ::testing::WithParamInterface<DoneRow> {};
+
+TEST_P(KServiceRuleDoneTest, CallsLogsAndReports) {
+    const DoneRow& row = GetParam();
+    Run("service", row.line);
+    EXPECT_EQ(row.calls, calls);
+    EXPECT_EQ(row.logged, RuleLines());
+    EXPECT_EQ(row.statuses, statuses.Lines());
+    EXPECT_THAT(trace.Messages(), IsEmpty());
+    EXPECT_EQ(1U, manager.GetCompletedCount());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ARule,
+    KServiceRuleDoneTest,
+    ::testing::Values(
+        DoneRow{
+            "ThatInstalls",
+            "install,dps,DPS load,/opt/dps/dpsd,-c \"/etc/d p\" 50%",
+            {"create 0 dps [DPS load] [/opt/dps/dpsd] [-c \"/etc/d p\" 50%]"},
+            {"Installing service dps DPS load /opt/dps/dpsd -c \"/etc/d p\" 50%"},
+            {"- Installing service"}},
+        DoneRow{
+            "OfTwoFieldsThatInstalls",
+            "install,dps",
+            {"create 0 dps [] [] []"},
+            {"Installing service dps   "},
+            {"- Installing service"}},
+        DoneRow{
+            "InCapitalsThatInstalls",
+            "INSTALL,dps",
+            {"create 0 dps [] [] []"},
+            {"Installing service dps   "},
+            {"- Installing service"}},
+        DoneRow{
+            "InBothCasesThatInstalls",
+            "Install,Dps",
+            {"create 0 Dps [] [] []"},
+            {"Installing service Dps   "},
+            {"- Installing service"}},
+        DoneRow{
+            "WithMacrosThatInstalls",
+            "install,$serviceName$,$os$,/$os$,$unknown$",
+            {"create 0 inspp-unit-test [lin] [/lin] [$unknown$]"},
+            {"Installing service inspp-unit-test lin /lin $unknown$"},
+            {"- Installing service"}},
+        DoneRow{
+            "ThatRemoves",
+            "remove,dps",
+            {"stopEx 0 dps 30000", "delete 0 dps"},
+            {},
+            {"- Removing service"}},
+        DoneRow{
+            "OfFiveFieldsThatRemoves",
+            "Remove,dps,a,b,c",
+            {"stopEx 0 dps 30000", "delete 0 dps"},
+            {},
+            {"- Removing service"}},
+        DoneRow{
+            "ThatStarts",
+            "start,dps",
+            {"start 0 dps"},
+            {"Starting service: dps"},
+            {"- Starting service"}},
+        DoneRow{
+            "ThatStops",
+            "STOP,$serviceName$",
+            {"stop 0 inspp-unit-test"},
+            {"Stopping service: inspp-unit-test"},
+            {"- Stopping service"}}
+    ),
+    NameOfRow()
+);
+
+struct FailedRow {
+    const char* name;
+    const char* line;
+    unsigned code;
+    const char* place;
+    std::vector<std::string> logged;
+};
+
+class KServiceRuleFailureTest : public KServiceRuleRunTest,
+                                public ::testing::WithParamInterface<FailedRow> {};
+
+TEST_P(KServiceRuleFailureTest, IsLoggedSaidAndThrown) {
+    const FailedRow& row = GetParam();
+    status.create = status.start = status.stop = row.code;
+    const KSUP::KError error = KTEST::ErrorOf([&] { Run("service", row.line); });
+    EXPECT_EQ(row.place, PlaceWithoutLine(error));
+    EXPECT_EQ(row.logged, RuleLines());
+    EXPECT_THAT(
+        trace.Messages(),
+        ElementsAre(KTEST::TraceRecorder::Message{400, error.GetSummary().c_str()})
+    );
+    EXPECT_EQ(0U, manager.GetCompletedCount());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of,
+    KServiceRuleFailureTest,
+    ::testing::Values(
+        FailedRow{
+            "Creating",
+            "install,dps,a,/b,c",
+            17,
+            "400 17.0 ins/KServiceRule:? InstallService \"Failed to install service\"",
+            {"Installing service dps a /b c", "Failed to create service  ('17 (0x11)')"}},
+        FailedRow{
+            "CreatingWithTheGreatestStatus",
+            "install,dps",
+            4294967295U,
+            "400 4294967295.0 ins/KServiceRule:? InstallService \"Failed to install service\"",
+            {"Installing service dps   ", "Failed to create service  ('4294967295 (0xffffffff)')"}},
+        FailedRow{
+            "Starting",
+            "start,dps",
+            5,
+            "400 5.0 ins/KServiceRule:? StartService",
+            {"Starting service: dps"}},
+        FailedRow{
+            "Stopping",
+            "stop,dps",
+            182,
+            "400 182.0 ins/KServiceRule:? StopService",
+            {"Stopping service: dps"}},
+        FailedRow{
+            "AnUnknownAction",
+            "Restart,dps",
+            0,
+            "400 7000.0 ins/KServiceRule:? Execute",
+            {"Unrecognized service control rule restart"}},
+        FailedRow{
+            "AnActionThatIsAMacro",
+            "$os$,dps",
+            0,
+            "400 7000.0 ins/KServiceRule:? Execute",
+            {"Unrecognized service control rule $os$"}}
+    ),
+    NameOfRow()
+);
+
+struct RemovalRow {
+    const char* name;
+    unsigned stopStatus;
+    unsigned deleteStatus;
+    std::vector<std::string> logged;
+};
+
+class KServiceRuleRemovalTest : public KServiceRuleRunTest,
+                                public ::testing::WithParamInterface<RemovalRow> {};
+
+TEST_P(KServiceRuleRemovalTest, IsLoggedAndTheRunGoesOn) {
+    status.stopEx = GetParam().stopStatus;
+    status.remove = GetParam().deleteStatus;
+    EXPECT_NO_THROW(Run("service", "remove,dps"));
+    EXPECT_THAT(calls, ElementsAre("stopEx 0 dps 30000", "delete 0 dps"));
+    EXPECT_EQ(GetParam().logged, RuleLines());
+    EXPECT_THAT(trace.Messages(), IsEmpty());
+    EXPECT_EQ(1U, manager.GetCompletedCount());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    WhereFails,
+    KServiceRuleRemovalTest,
+    ::testing::Values(
+        RemovalRow{"TheStop", 183, 0, {"Failed to stop service 183 (0xb7)"}},
+        RemovalRow{"TheDeletion", 0, 181, {"Failed to delete service 181 (0xb5)"}},
+        RemovalRow{
+            "Both",
+            180,
+            180,
+            {"Failed to stop service 180 (0xb4)", "Failed to delete service 180 (0xb4)"}}
+    ),
+    NameOfRow()
+);
+
+TEST_F(KServiceRuleRunTest, TheActionsAnswerWith0) {
+    KServiceRule rule(&manager, "start,dps");
+    rule.Initialize();
+    EXPECT_EQ(0U, rule.InstallService());
+    EXPECT_EQ(0U, rule.StartService());
+    EXPECT_EQ(0U, rule.StopService());
+    rule.RemoveService();
+    EXPECT_THAT(
+        calls,
+        ElementsAre(
+            "create 0 dps [] [] []",
+            "start 0 dps",
+            "stop 0 dps",
+            "stopEx 0 dps 30000",
+            "delete 0 dps"
+        )
+    );
+}
+
+TEST_F(KServiceRuleRunTest, FieldsAreExpandedWhenTheRuleIsParsedTheActionIsNot) {
+    world.GivenKey("serviceWhen", "constructed");
+    KServiceRule rule(&manager, "install,$serviceWhen$,a,b,c");
+    world.GivenKey("serviceWhen", "parsed");
+    rule.Initialize();
+    world.GivenKey("serviceWhen", "executed");
+    rule.Execute();
+    EXPECT_THAT(calls, ElementsAre("create 0 parsed [a] [b] [c]"));
+}
+
+TEST_F(KServiceRuleRunTest, TextsAreExpandedOnce) {
+    world.GivenKey("serviceNested", "$os$");
+    Run("service", "install,a,$serviceNested$,$serviceNested$,$serviceNested$");
+    EXPECT_THAT(calls, ElementsAre("create 0 a [$os$] [$os$] [$os$]"));
+}
+
+struct StateRow {
+    const char* name;
+    unsigned state;
+    bool isRunning;
+};
+
+class KServiceRuleStateTest : public KServiceRuleRunTest,
+                              public ::testing::WithParamInterface<StateRow> {};
+
+TEST_P(KServiceRuleStateTest, OnlyState4OfTheProductsServiceIsRunning) {
+    KServiceRule rule(&manager, "start,another");
+    rule.Initialize();
+    serviceState = GetParam().state;
+    EXPECT_EQ(GetParam().isRunning, rule.IsServiceRunning());
+    EXPECT_THAT(calls, ElementsAre("query 0 inspp-unit-test preset 1"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of,
+    KServiceRuleStateTest,
+    ::testing::Values(
+        StateRow{"Stopped", 1, false},
+        StateRow{"Starting", 2, false},
+        StateRow{"Stopping", 3, false},
+        StateRow{"Running", 4, true},
+        StateRow{"AnythingElse", 5, false}
+    ),
+    NameOfRow()
+);
+
+TEST_F(KServiceRuleRunTest, AServiceThatCannotBeAskedAboutDoesNotRun) {
+    KServiceRule rule(&manager, "start,another");
+    rule.Initialize();
+    serviceState = 4;
+    status.query = 180;
+    EXPECT_FALSE(rule.IsServiceRunning());
+}
 
 } // namespace

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/Language.h"
 #include "Common.h"
 
 #include <sup++/SvcMessage.h>
 
+#include <cstdlib>
 #include <thread>
 
 namespace KTEST {
@@ -118,6 +120,162 @@ TEST_F(SvcMessageTest, IsUsedByThreadsAtOnce) {
         thread.join();
     }
 }
+
+// Files. Those of the catalogue "suptest" lie beside this program, whose built-in texts it has:
+// suptest.cat with 1, 2 and 5 (an empty text), suptest.de.cat with 1 and 4, suptest.de_AT.cat with 1.
+
+class SvcMessageFileTest : public testing::Test {
+  protected:
+    static constexpr unsigned catalogue = 220;
+
+    SvcMessageFileTest() { SvcSetBuiltInMessages(catalogue, messages); }
+
+    /// All texts as they are after a load in this language.
+    static std::vector<std::string> TextsIn(const char* locale) {
+        const Language language(locale);
+        EXPECT_EQ(SvcLoadMessage(catalogue, "suptest"), 0U);
+        std::vector<std::string> texts;
+        for (unsigned message = 1; message <= 6; ++message) {
+            texts.emplace_back(SvcGetMessagePtr(Id(catalogue, message)));
+        }
+        SvcUnloadMessage(catalogue);
+        return texts;
+    }
+
+  private:
+    static constexpr SvcBuiltInMessage messages[] = {
+        {Id(catalogue, 1), "one built in"},
+        {Id(catalogue, 3), "three built in"},
+        {Id(catalogue, 5), "five built in"},
+        {0, nullptr}};
+};
+
+struct LanguageRow {
+    const char* name;
+    const char* locale;
+    std::vector<std::string> texts;
+};
+
+class SvcMessageLanguageTest : public SvcMessageFileTest,
+                               public testing::WithParamInterface<LanguageRow> {};
+
+TEST_P(SvcMessageLanguageTest, TheBestFileThatHasATextGivesIt) {
+    EXPECT_EQ(TextsIn(GetParam().locale), GetParam().texts);
+}
+
+const std::vector<std::string> plainTexts{
+    "one of the file", "two of the file", "three built in", "", "", ""};
+const std::vector<std::string> germanTexts{
+    "eins", "two of the file", "three built in", "vier: größer", "", ""};
+const std::vector<std::string> austrianTexts{
+    "eins in Österreich", "two of the file", "three built in", "vier: größer", "", ""};
+
+INSTANTIATE_TEST_SUITE_P(
+    In,
+    SvcMessageLanguageTest,
+    testing::Values(
+        LanguageRow{"NoLanguage", "C", plainTexts},
+        LanguageRow{"NoLanguageWithACodeset", "C.UTF-8", plainTexts},
+        LanguageRow{"NoLanguageByItsOtherName", "POSIX", plainTexts},
+        LanguageRow{"ALanguageWithoutAFile", "fr_FR.UTF-8", plainTexts},
+        LanguageRow{"ALanguage", "de", germanTexts},
+        LanguageRow{"ALanguageOfACountryWithoutAFile", "de_CH.UTF-8", germanTexts},
+        LanguageRow{"ALanguageOfACountry", "de_AT", austrianTexts},
+        LanguageRow{"ALanguageWithCodesetAndModifier", "de_AT.UTF-8@euro", austrianTexts},
+        LanguageRow{"ALanguageThatIsAPath", "../bin/suptest.de", plainTexts},
+        LanguageRow{"ALanguageWithASeparator", "de/../de", plainTexts},
+        LanguageRow{"ALanguageInCapitals", "DE", plainTexts}
+    ),
+    RowName()
+);
+
+TEST_F(SvcMessageFileTest, TheFirstLoadChoosesTheLanguage) {
+    const Language german("de");
+    EXPECT_EQ(SvcLoadMessage(catalogue, "suptest"), 0U);
+    {
+        const Language none("C");
+        EXPECT_EQ(SvcLoadMessage(catalogue, "suptest"), 0U);
+    }
+    EXPECT_STREQ(SvcGetMessagePtr(Id(catalogue, 1)), "eins");
+    SvcUnloadMessage(catalogue);
+    EXPECT_STREQ(SvcGetMessagePtr(Id(catalogue, 1)), "eins");
+    SvcUnloadMessage(catalogue);
+    EXPECT_EQ(TextsIn("C"), plainTexts);
+}
+
+TEST_F(SvcMessageFileTest, TextsOfFilesStayReadableAfterUnloading) {
+    const char* text = nullptr;
+    {
+        const Language german("de");
+        EXPECT_EQ(SvcLoadMessage(catalogue, "suptest"), 0U);
+        text = SvcGetMessagePtr(Id(catalogue, 4));
+        SvcUnloadMessage(catalogue);
+    }
+    EXPECT_EQ(TextsIn("C"), plainTexts);
+    EXPECT_STREQ(text, "vier: größer");
+}
+
+TEST_F(SvcMessageFileTest, OtherSetsOfAFileAreNoMessagesOfTheCatalogue) {
+    EXPECT_EQ(SvcLoadMessage(221, "nosuchfile"), 0U);
+    EXPECT_STREQ(SvcGetMessagePtr(Id(221, 1)), "");
+    SvcUnloadMessage(221);
+}
+
+TEST_F(SvcMessageFileTest, ACatalogueWithoutBuiltInTextsLiesBesideTheLibrary) {
+    EXPECT_EQ(SvcLoadMessage(222, "suptest"), 0U) << "suptest lies elsewhere";
+    EXPECT_STREQ(SvcGetMessagePtr(Id(222, 1)), "");
+    SvcUnloadMessage(222);
+}
+
+TEST_F(SvcMessageFileTest, ANameThatIsAPathIsRefused) {
+    EXPECT_EQ(SvcLoadMessage(223, "/bin/suptest"), 36U);
+    EXPECT_EQ(SvcLoadMessage(223, "../bin/suptest"), 36U);
+    EXPECT_EQ(SvcLoadMessage(223, ""), 36U);
+    EXPECT_EQ(SvcLoadMessage(65536, "suptest"), 36U);
+}
+
+// The variables, in the order in which they count.
+
+struct VariableRow {
+    const char* name;
+    const char* all;
+    const char* messages;
+    const char* lang;
+    const char* first;
+};
+
+class SvcMessageVariableTest : public SvcMessageFileTest,
+                               public testing::WithParamInterface<VariableRow> {
+  protected:
+    /// A process of its own: the test must not change the variables of this one.
+    static int FirstIs(const VariableRow& row) {
+        for (const auto& [variable, value] :
+             {std::pair{"LC_ALL", row.all}, {"LC_MESSAGES", row.messages}, {"LANG", row.lang}}) {
+            value != nullptr ? ::setenv(variable, value, 1) : ::unsetenv(variable);
+        }
+        if (SvcLoadMessage(catalogue, "suptest") != 0) {
+            return 2;
+        }
+        return std::string(SvcGetMessagePtr(Id(catalogue, 1))) == row.first ? 0 : 1;
+    }
+};
+
+TEST_P(SvcMessageVariableTest, TheFirstOneThatIsSetCounts) {
+    EXPECT_EQ(InChild([] { return FirstIs(GetParam()); }), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    With,
+    SvcMessageVariableTest,
+    testing::Values(
+        VariableRow{"None", nullptr, nullptr, nullptr, "one of the file"},
+        VariableRow{"LangOnly", nullptr, nullptr, "de", "eins"},
+        VariableRow{"MessagesBeforeLang", nullptr, "de", "C", "eins"},
+        VariableRow{"AllBeforeMessages", "C", "de", "de", "one of the file"},
+        VariableRow{"EmptyOnesPassedBy", "", "", "de_AT.UTF-8", "eins in Österreich"}
+    ),
+    RowName()
+);
 
 } // namespace
 } // namespace KTEST

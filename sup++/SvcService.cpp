@@ -1,0 +1,222 @@
+// SPDX-License-Identifier: MIT
+#include <sup++/KError.h>
+#include <sup++/KErrorSource.h>
+#include <sup++/NeverDestroyed.h>
+#include <sup++/SvcService.h>
+#include <sup++/unx/lin/SysServiceControl.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <exception>
+#include <mutex>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace {
+
+using KSUP::Sys::KServiceControl;
+
+constexpr KSUP::KErrorSource source{"sup++/SvcService"};
+
+constexpr unsigned stopped = 1;
+constexpr unsigned running = 4;
+
+thread_local std::string lastErrorText; // NOLINT: a thread's own
+
+std::atomic<bool> leavesForNextBoot{false};
+
+/// What is left for the next boot, in the order in which it was first asked for.
+class LeftServices {
+  public:
+    struct Left {
+        std::string name;
+        unsigned state;
+    };
+
+    void Put(const std::string& name, unsigned state) {
+        const std::lock_guard hold(guard);
+        const auto found = Find(name);
+        if (found != all.end()) {
+            found->state = state;
+        } else {
+            all.push_back({name, state});
+        }
+    }
+    void Remove(const std::string& name) {
+        const std::lock_guard hold(guard);
+        const auto found = Find(name);
+        if (found != all.end()) {
+            all.erase(found);
+        }
+    }
+    bool Get(unsigned number, Left& left) {
+        const std::lock_guard hold(guard);
+        if (number >= all.size()) {
+            return false;
+        }
+        left = all[number];
+        return true;
+    }
+
+  private:
+    std::vector<Left>::iterator Find(const std::string& name) {
+        return std::find_if(all.begin(), all.end(), [&](const Left& each) {
+            return each.name == name;
+        });
+    }
+
+    std::mutex guard;
+    std::vector<Left> all; // guarded by guard
+};
+
+LeftServices& TheLeftServices() {
+    static KSUP::NeverDestroyed<LeftServices> services;
+    return services.Get();
+}
+
+unsigned Failed(unsigned status, const char* words) noexcept {
+    try {
+        lastErrorText = words;
+    } catch (const std::bad_alloc&) {
+        lastErrorText.clear();
+    }
+    return status;
+}
+
+void RequireArguments(bool fit) {
+    if (!fit) {
+        source.Raise(
+            KSUP::TraceLevel::support,
+            KSUP::ErrorCode::invalidArgument,
+            "a null text or a reserved argument that is not 0"
+        );
+    }
+}
+
+/// These calls answer with a status only; the words are kept beside it.
+template <class Call>
+unsigned WithStatus(Call call) noexcept {
+    try {
+        call();
+        return 0;
+    } catch (const KSUP::KError& error) {
+        return Failed(error.GetCode(), error.GetInfo().GetString().c_str());
+    } catch (const std::bad_alloc&) {
+        return Failed(ENOMEM, "there is no memory left");
+    } catch (const std::exception& error) {
+        return Failed(EIO, error.what());
+    }
+}
+
+/// Whether to leave a start or stop for the next boot; if so, it is noted.
+bool IsLeft(const KServiceControl& service, const char* name, unsigned state) {
+    if (!leavesForNextBoot || service.IsSystemdRunning()) {
+        return false;
+    }
+    service.RequireFile();
+    TheLeftServices().Put(name, state);
+    return true;
+}
+
+template <class Stop>
+unsigned StopWith(unsigned flags, const char* name, Stop stop) noexcept {
+    return WithStatus([&] {
+        RequireArguments(flags == 0 && name != nullptr);
+        KServiceControl service(name);
+        if (!IsLeft(service, name, stopped)) {
+            stop(service);
+        }
+    });
+}
+
+} // namespace
+
+unsigned SvcCreateService(
+    unsigned flags,
+    const char* name,
+    const char* displayName,
+    const char* program,
+    const char* arguments
+) noexcept {
+    return WithStatus([&] {
+        RequireArguments(
+            flags == 0 && name != nullptr && displayName != nullptr && program != nullptr &&
+            arguments != nullptr
+        );
+        KServiceControl(name).Create(displayName, program, arguments);
+    });
+}
+
+unsigned SvcDeleteService(unsigned flags, const char* name) noexcept {
+    return WithStatus([&] {
+        RequireArguments(flags == 0 && name != nullptr);
+        KServiceControl(name).Delete();
+        TheLeftServices().Remove(name);
+    });
+}
+
+unsigned SvcStartService(unsigned flags, const char* name) noexcept {
+    return WithStatus([&] {
+        RequireArguments(flags == 0 && name != nullptr);
+        KServiceControl service(name);
+        if (!IsLeft(service, name, running)) {
+            service.Start();
+        }
+    });
+}
+
+unsigned SvcStopService(unsigned flags, const char* name) noexcept {
+    return StopWith(flags, name, [](KServiceControl& service) { service.Stop(); });
+}
+
+unsigned SvcStopServiceEx(unsigned flags, const char* name, unsigned timeoutMs) noexcept {
+    return StopWith(flags, name, [timeoutMs](KServiceControl& service) {
+        service.Stop(std::chrono::milliseconds(timeoutMs));
+    });
+}
+
+unsigned SvcGetServiceStatus(unsigned flags, const char* name, unsigned* state) noexcept {
+    return WithStatus([&] {
+        RequireArguments(flags == 0 && name != nullptr && state != nullptr);
+        *state = KServiceControl(name).GetState();
+    });
+}
+
+const char* SvcGetServiceErrorText() noexcept {
+    return lastErrorText.c_str();
+}
+
+unsigned SvcSetOfflineServices(unsigned flags, unsigned leaveForNextBoot) noexcept {
+    return WithStatus([&] {
+        RequireArguments(flags == 0 && leaveForNextBoot <= 1);
+        leavesForNextBoot = leaveForNextBoot == 1;
+    });
+}
+
+unsigned SvcEnumerateLeftServices(
+    unsigned flags, unsigned* cursor, unsigned size, char* buffer, unsigned* state
+) noexcept {
+    // The end of the enumeration is no failure to be told of, so nothing is raised here.
+    if (flags != 0 || cursor == nullptr || buffer == nullptr || state == nullptr) {
+        return KSUP::ErrorCode::invalidArgument;
+    }
+    try {
+        LeftServices::Left left;
+        if (!TheLeftServices().Get(*cursor, left)) {
+            return KSUP::ErrorCode::notFound;
+        }
+        if (left.name.size() >= size) {
+            return KSUP::ErrorCode::invalidArgument;
+        }
+        std::memcpy(buffer, left.name.c_str(), left.name.size() + 1);
+        *state = left.state;
+        ++*cursor;
+        return 0;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+}

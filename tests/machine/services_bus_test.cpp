@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: MIT
+//
+// Services where systemd cannot be asked: the bus is down, dies or hangs, or systemd does not run.
+#include "../support/NameOfRow.h"
+#include "ServicesRig.h"
+
+#include <sup++/SvcService.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <thread>
+
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace KTEST;
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+// The bus
+
+TEST_F(ServicesTest, WithoutTheBusEveryCallFailsAndChangesNothing) {
+    GivenRunningService();
+    const std::string before = ReadText(unitPath);
+    StopBus();
+    EXPECT_EQ(185U, Create("/bin/false"));
+    ExpectErrorText("the system bus cannot be reached");
+    EXPECT_EQ(185U, SvcStartService(0, service));
+    EXPECT_EQ(185U, SvcStopService(0, service));
+    EXPECT_EQ(185U, SvcStopServiceEx(0, service, 1000));
+    EXPECT_EQ(185U, SvcDeleteService(0, service));
+    EXPECT_EQ(1185U, State());
+    EXPECT_EQ(before, ReadText(unitPath));
+    EXPECT_EQ("active running", StateOfService());
+}
+
+TEST_F(ServicesTest, WithoutTheBusAFreshServiceIsNotWritten) {
+    StopBus();
+    EXPECT_EQ(185U, Create("/bin/true"));
+    EXPECT_FALSE(fs::exists(unitPath));
+}
+
+/// Breaks the bus when the service has come to a state.
+std::thread BreakBusIn(const std::string& state, const std::string& command) {
+    return std::thread([=] {
+        Await([&] { return StateOfService() == state; });
+        Output(command);
+    });
+}
+
+constexpr const char* killBus = "systemctl kill -s KILL dbus.service";
+constexpr const char* stopBus = "systemctl stop dbus.socket dbus.service";
+
+TEST_F(ServicesTest, ABusThatDiesDuringAStartIsFoundAgainAndTheServiceWithIt) {
+    GivenForeignUnit("ExecStartPre=/bin/sleep 2\nExecStart=/bin/sleep 1000");
+    std::thread other = BreakBusIn("activating start-pre", killBus);
+    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+    other.join();
+    EXPECT_EQ("active running", StateOfService());
+}
+
+TEST_F(ServicesTest, ABusThatDiesDuringAStartThatFailsDoesNotHideIt) {
+    GivenForeignUnit("ExecStartPre=/bin/sleep 2\nExecStartPre=/bin/false\nExecStart=/bin/sleep 1000"
+    );
+    std::thread other = BreakBusIn("activating start-pre", killBus);
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    other.join();
+    ExpectErrorText("failed");
+}
+
+TEST_F(ServicesTest, ABusThatDiesDuringAStopIsFoundAgain) {
+    GivenSetting("TimeoutStopSec=2");
+    GivenRunningService(ignoresTerm);
+    std::thread other = BreakBusIn("deactivating stop-sigterm", killBus);
+    EXPECT_EQ(0U, SvcStopService(0, service)) << SvcGetServiceErrorText();
+    other.join();
+    EXPECT_EQ(1U, State());
+}
+
+TEST_F(ServicesTest, ABusThatDiesDuringADeletionIsFoundAgain) {
+    GivenSetting("TimeoutStopSec=2");
+    GivenRunningService(ignoresTerm);
+    std::thread other = BreakBusIn("deactivating stop-sigterm", killBus);
+    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    other.join();
+    EXPECT_FALSE(fs::exists(unitPath));
+    EXPECT_EQ("inactive dead", StateOfService());
+}
+
+TEST_F(ServicesTest, ABusThatDoesNotComeBackIsNoGuess) {
+    GivenForeignUnit("Type=notify\nExecStart=/bin/sleep 1000");
+    std::thread other = BreakBusIn("activating start", stopBus);
+    EXPECT_EQ(185U, SvcStartService(0, service));
+    other.join();
+    ExpectErrorText("what became of the service is not known");
+}
+
+TEST_F(ServicesTest, ABusThatHangsDoesNotHoldACallForLongerThanItMayWait) {
+    GivenRunningService();
+    Output("systemctl kill -s STOP dbus.service");
+    const auto time = TimeOf([] { EXPECT_NE(0U, SvcStopServiceEx(0, service, 1500)); });
+    EXPECT_LT(time, 4s);
+    Output("systemctl kill -s CONT dbus.service");
+    EXPECT_EQ(4U, State());
+}
+
+TEST_F(ServicesTest, AnotherUserMayNotStartServices) {
+    GivenService(sleeps);
+    unsigned status = 0;
+    std::string text;
+    // Credentials of one thread: those that the bus sees are the connecting thread's.
+    std::thread([&] {
+        ASSERT_EQ(0, ::seteuid(65534) == 0 ? 0 : errno);
+        status = SvcStartService(0, service);
+        text = SvcGetServiceErrorText();
+        ASSERT_EQ(0, ::seteuid(0));
+    }).join();
+    EXPECT_EQ(unsigned{EACCES}, status) << text;
+    EXPECT_EQ("inactive dead", StateOfService());
+}
+
+// Where systemd does not run
+
+TEST_F(ServicesTest, OfflineTheCallsWorkOnTheDiskAlone) {
+    HideSystemd();
+    EXPECT_EQ(0U, Create("/bin/sleep", "1000"));
+    EXPECT_EQ(unitPath, fs::read_symlink(enablingLink));
+    EXPECT_EQ(184U, SvcStartService(0, service));
+    ExpectErrorText("systemd does not run here");
+    EXPECT_EQ(184U, SvcStopService(0, service));
+    EXPECT_EQ(184U, SvcStopServiceEx(0, service, 1000));
+    EXPECT_EQ(1184U, State());
+    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_FALSE(fs::exists(unitPath));
+    EXPECT_FALSE(fs::is_symlink(enablingLink));
+    EXPECT_EQ(180U, SvcDeleteService(0, service));
+}
+
+TEST_F(ServicesTest, WhatWasMadeOfflineRunsWhenSystemdDoes) {
+    HideSystemd();
+    ASSERT_EQ(0U, Create(GivenProgram(sleeps)));
+    ShowSystemd();
+    Output("systemctl daemon-reload"); // a boot reads it anyway
+    EXPECT_EQ("enabled", Property("UnitFileState"));
+    EXPECT_THAT(Property("WantedBy"), HasSubstr("multi-user.target"));
+    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+}
+
+std::vector<std::string> LeftServices() {
+    std::vector<std::string> left;
+    std::array<char, 256> name{};
+    unsigned state = 0;
+    for (unsigned cursor = 0;
+         SvcEnumerateLeftServices(0, &cursor, name.size(), name.data(), &state) == 0;) {
+        left.push_back(name.data() + (' ' + std::to_string(state)));
+    }
+    return left;
+}
+
+TEST_F(ServicesTest, OfflineStartsAndStopsCanBeLeftForTheNextBoot) {
+    HideSystemd();
+    ASSERT_EQ(0U, SvcSetOfflineServices(0, 1));
+    EXPECT_EQ(180U, SvcStartService(0, service)) << "what is not there cannot be left";
+    ASSERT_EQ(0U, Create("/bin/true"));
+    EXPECT_EQ(0U, SvcStopService(0, service));
+    EXPECT_THAT(LeftServices(), ElementsAre("inspp-test 1"));
+    EXPECT_EQ(0U, SvcStartService(0, service));
+    EXPECT_THAT(LeftServices(), ElementsAre("inspp-test 4"));
+    EXPECT_EQ(0U, SvcStopServiceEx(0, service, 30000));
+    EXPECT_THAT(LeftServices(), ElementsAre("inspp-test 1"));
+    char small[10] = "";
+    unsigned cursor = 0;
+    unsigned state = 0;
+    EXPECT_EQ(36U, SvcEnumerateLeftServices(0, &cursor, sizeof(small), small, &state));
+    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_THAT(LeftServices(), IsEmpty());
+}
+
+TEST_F(ServicesTest, WhereSystemdRunsNothingIsLeft) {
+    GivenService(sleeps);
+    ASSERT_EQ(0U, SvcSetOfflineServices(0, 1));
+    EXPECT_EQ(0U, SvcStartService(0, service));
+    EXPECT_EQ("active running", StateOfService());
+    EXPECT_THAT(LeftServices(), IsEmpty());
+}
+
+// The links that are laid offline are those that systemd's own program lays.
+
+struct OfflineRow {
+    const char* name;
+    const char* install;
+};
+
+class ServicesOfflineLinksTest : public ServicesTest,
+                                 public ::testing::WithParamInterface<OfflineRow> {
+  protected:
+    void GivenTree(const std::string& top) {
+        for (const char* unit : {"a.service", "b.service"}) {
+            tree.Write(
+                top + "/etc/systemd/system/" + unit,
+                std::string("[Service]\nExecStart=/bin/true\n[Install]\n") +
+                    (*unit == 'a' ? GetParam().install : "WantedBy=multi-user.target\n")
+            );
+        }
+        tree.Write(
+            top + "/usr/lib/systemd/system/c.service",
+            "[Service]\nExecStart=/bin/true\n[Install]\nWantedBy=multi-user.target\n"
+        );
+    }
+};
+
+TEST_P(ServicesOfflineLinksTest, AreThoseOfSystemctl) {
+    GivenTree("ours");
+    GivenTree("theirs");
+    const KSUP::Sys::KUnitFiles files(tree.Path("ours"));
+    const std::string systemctl = "systemctl --root=" + tree.Path("theirs");
+    files.Enable("a.service");
+    Output(systemctl + " enable a.service");
+    EXPECT_EQ(tree.List("theirs"), tree.List("ours")) << "enabled";
+    files.Disable("a.service");
+    Output(systemctl + " disable a.service");
+    EXPECT_EQ(tree.List("theirs"), tree.List("ours")) << "disabled";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    For,
+    ServicesOfflineLinksTest,
+    ::testing::Values(
+        OfflineRow{"OneTarget", "WantedBy=multi-user.target\n"},
+        OfflineRow{"SeveralTargets", "WantedBy=x.target y.target\nRequiredBy=z.target\n"},
+        OfflineRow{"AnAlias", "WantedBy=multi-user.target\nAlias=other.service\n"},
+        OfflineRow{"UnitsThatGoTogether", "WantedBy=x.target\nAlso=b.service c.service\n"},
+        OfflineRow{"Specifiers", "WantedBy=%p.target %N-x.target\n"},
+        OfflineRow{"AListThatBeginsAnew", "WantedBy=x.target\nWantedBy=\nWantedBy=y.target\n"},
+        OfflineRow{"NoInstallSection", ""}
+    ),
+    NameOfRow()
+);
+
+} // namespace

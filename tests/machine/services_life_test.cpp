@@ -1,0 +1,300 @@
+// SPDX-License-Identifier: MIT
+//
+// Services against a real systemd: how they start, stop and go.
+#include "../support/ErrorProbe.h"
+#include "../support/NameOfRow.h"
+#include "ServicesRig.h"
+
+#include <sup++/SvcService.h>
+
+#include <filesystem>
+#include <thread>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace KTEST;
+using namespace std::chrono_literals;
+using ::testing::IsEmpty;
+
+// Starting
+
+TEST_F(ServicesTest, StartReturnsWhenTheServiceRuns) {
+    GivenService(sleeps);
+    EXPECT_EQ(1U, State());
+    EXPECT_EQ(0U, SvcStartService(0, service));
+    EXPECT_EQ("active running", StateOfService());
+    EXPECT_EQ(4U, State());
+}
+
+TEST_F(ServicesTest, StartOfARunningOneSucceedsAtOnce) {
+    GivenRunningService();
+    const std::string process = Property("MainPID");
+    EXPECT_LT(TimeOf([] { EXPECT_EQ(0U, SvcStartService(0, service)); }), 900ms);
+    EXPECT_EQ(process, Property("MainPID"));
+}
+
+struct BadProgramRow {
+    const char* name;
+    const char* type;
+    std::string script; // empty: there is no program
+    const char* reason;
+};
+
+class ServicesBadProgramTest : public ServicesTest,
+                               public ::testing::WithParamInterface<BadProgramRow> {};
+
+TEST_P(ServicesBadProgramTest, IsAFailureOfTheStartInWords) {
+    const BadProgramRow& row = GetParam();
+    const std::string program =
+        row.script.empty() ? tree.Path("missing") : GivenProgram(row.script);
+    GivenForeignUnit(std::string("Type=") + row.type + "\nExecStart=" + program);
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    ExpectErrorText(row.reason);
+}
+
+const std::string endsSoonWith1 = "sleep 0.4; exit 1";
+
+INSTANTIATE_TEST_SUITE_P(
+    That,
+    ServicesBadProgramTest,
+    ::testing::Values(
+        BadProgramRow{"IsMissing", "exec", "", "could not be run"},
+        BadProgramRow{"IsMissingUnseen", "simple", "", "could not be run"},
+        BadProgramRow{"EndsAtOnceWith1", "exec", endsWith1, "exit status 1"},
+        BadProgramRow{"EndsAtOnceWith1Unseen", "simple", endsWith1, "exit status 1"},
+        BadProgramRow{"EndsSoonWith1", "exec", endsSoonWith1, "ended at once"},
+        BadProgramRow{"EndsAtOnceWith0", "exec", endsWith0, "exit status 0"},
+        BadProgramRow{"IsKilled", "exec", "sleep 0.2; kill -9 $$", "killed by signal 9"},
+        BadProgramRow{"CannotBeRun", "exec", "\x01", "status"},
+        BadProgramRow{"FailsAsAOneshot", "oneshot", endsWith1, "exit status 1"},
+        BadProgramRow{"NeverForks", "forking\nTimeoutStartSec=1", sleeps, "timeout"},
+        BadProgramRow{"IsNeverReady", "notify\nTimeoutStartSec=1", sleeps, "timeout"}
+    ),
+    NameOfRow()
+);
+
+TEST_F(ServicesTest, AMissingProgramOfOursIsAFailureAndIsTriedAgainBySystemd) {
+    ASSERT_EQ(0U, Create(tree.Path("missing")));
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    ExpectErrorText("its program could not be run");
+}
+
+TEST_F(ServicesTest, OneOfOursThatEndsAtOnceIsAFailureThoughSystemdStartsItAgain) {
+    GivenService("sleep 0.3; exit 1");
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    ExpectErrorText("exit status 1");
+}
+
+TEST_F(ServicesTest, AStartAfterManyFailuresIsNotRefusedForTheirNumber) {
+    const std::string program = GivenProgram(endsWith1);
+    ASSERT_EQ(0U, Create(program));
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    Await([] { return StateOfService() == "failed failed"; });
+    EXPECT_EQ("failed failed", StateOfService()) << "systemd has given up";
+    GivenProgram(sleeps);
+    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+}
+
+TEST_F(ServicesTest, AOneshotThatDidItsWorkHasStarted) {
+    GivenForeignUnit("Type=oneshot\nExecStart=/bin/true");
+    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ("inactive dead", StateOfService());
+}
+
+TEST_F(ServicesTest, AOneshotThatRemainsIsRunning) {
+    GivenForeignUnit("Type=oneshot\nRemainAfterExit=yes\nExecStart=/bin/true");
+    EXPECT_EQ(0U, SvcStartService(0, service));
+    EXPECT_EQ(4U, State());
+}
+
+TEST_F(ServicesTest, AServiceThatTellsWhenItIsReadyIsWaitedFor) {
+    GivenForeignUnit(
+        "Type=notify\nNotifyAccess=all\nExecStart=" +
+        GivenProgram("sleep 1.5; systemd-notify --ready; " + std::string(sleeps))
+    );
+    EXPECT_GT(TimeOf([] { EXPECT_EQ(0U, SvcStartService(0, service)); }), 1400ms);
+    EXPECT_EQ("active running", StateOfService());
+}
+
+TEST_F(ServicesTest, AStartThatTakesTooLongIsGivenUpAndGoesOn) {
+    GivenForeignUnit("Type=notify\nTimeoutStartSec=infinity\nExecStart=/bin/sleep 1000");
+    const KSUP::KError error = KTEST::ErrorOf([] { Impatient(1500ms).Start(); });
+    EXPECT_EQ(183U, error.GetCode());
+    EXPECT_STREQ(
+        "inspp-test.service: the time is up; the service is activating (start)",
+        error.GetInfo().GetString().c_str()
+    );
+    EXPECT_EQ(2U, State());
+}
+
+TEST_F(ServicesTest, AStartThatSomebodyCallsOffIsAFailure) {
+    GivenForeignUnit("Type=notify\nExecStart=/bin/sleep 1000");
+    std::thread other([] {
+        Await([] { return StateOfService() == "activating start"; });
+        Output("systemctl stop inspp-test");
+    });
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    other.join();
+    ExpectErrorText("canceled");
+}
+
+TEST_F(ServicesTest, AStartWhoseDependencyFailsIsAFailure) {
+    GivenForeignUnit("ExecStart=/bin/sleep 1000\n[Unit]\nRequires=inspp-no-such.service");
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    ExpectErrorText("inspp-no-such.service");
+}
+
+TEST_F(ServicesTest, AMaskedServiceDoesNotStart) {
+    fs::create_symlink("/dev/null", unitPath);
+    Output("systemctl daemon-reload");
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    ExpectErrorText("masked");
+    EXPECT_EQ(0U, SvcStopService(0, service));
+    EXPECT_EQ(1U, State());
+}
+
+// Stopping
+
+TEST_F(ServicesTest, StopReturnsWhenTheServiceIsStopped) {
+    GivenRunningService();
+    EXPECT_EQ(0U, SvcStopService(0, service));
+    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_EQ(1U, State());
+}
+
+TEST_F(ServicesTest, StopOfAStoppedOneSucceeds) {
+    GivenService(sleeps);
+    EXPECT_EQ(0U, SvcStopService(0, service));
+    EXPECT_EQ(0U, SvcStopServiceEx(0, service, 1000));
+    EXPECT_EQ(0U, SvcStopServiceEx(0, service, 0));
+}
+
+TEST_F(ServicesTest, StopOfOneThatSystemdKeepsStartingSucceeds) {
+    GivenService(endsWith1);
+    GivenSetting("RestartSec=1000");
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    EXPECT_EQ("activating auto-restart", StateOfService());
+    EXPECT_EQ(2U, State());
+    EXPECT_EQ(0U, SvcStopService(0, service));
+    EXPECT_EQ(1U, State());
+}
+
+TEST_F(ServicesTest, StopOfOneThatIsStartingCallsTheStartOff) {
+    GivenForeignUnit("Type=notify\nExecStart=/bin/sleep 1000");
+    Output("systemctl start --no-block inspp-test");
+    EXPECT_EQ(2U, State());
+    EXPECT_EQ(0U, SvcStopService(0, service));
+    EXPECT_EQ(1U, State());
+}
+
+TEST_F(ServicesTest, AServiceThatIgnoresSigtermIsStoppedWhenSystemdKillsIt) {
+    GivenSetting("TimeoutStopSec=1");
+    GivenRunningService(ignoresTerm);
+    EXPECT_EQ(0U, SvcStopService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ("failed failed", StateOfService()) << "systemd's word for it";
+}
+
+TEST_F(ServicesTest, StopExWaitsNoLongerThanItMay) {
+    GivenRunningService(ignoresTerm);
+    const auto time = TimeOf([] { EXPECT_EQ(183U, SvcStopServiceEx(0, service, 1500)); });
+    EXPECT_GE(time, 1500ms);
+    EXPECT_LT(time, 3s);
+    ExpectErrorText("the time is up; the service is deactivating (stop-sigterm)");
+    EXPECT_EQ(3U, State());
+}
+
+TEST_F(ServicesTest, StopExWithoutTimeAsksAndDoesNotWait) {
+    GivenRunningService(ignoresTerm);
+    EXPECT_LT(TimeOf([] { EXPECT_EQ(183U, SvcStopServiceEx(0, service, 0)); }), 1s);
+    EXPECT_EQ(3U, State());
+}
+
+TEST_F(ServicesTest, StopExIsInTimeForAServiceThatStops) {
+    GivenRunningService();
+    EXPECT_EQ(0U, SvcStopServiceEx(0, service, 30000));
+    EXPECT_EQ(1U, State());
+}
+
+TEST_F(ServicesTest, AServiceThatIsKilledDuringTheStopIsStopped) {
+    GivenRunningService(ignoresTerm);
+    std::thread other([] {
+        Await([] { return StateOfService() == "deactivating stop-sigterm"; });
+        Output("systemctl kill -s KILL inspp-test");
+    });
+    EXPECT_EQ(0U, SvcStopService(0, service)) << SvcGetServiceErrorText();
+    other.join();
+    EXPECT_EQ(1U, State());
+}
+
+TEST_F(ServicesTest, AStopThatSomebodyElseAskedForIsWaitedFor) {
+    GivenSetting("TimeoutStopSec=2");
+    GivenRunningService(ignoresTerm);
+    Output("systemctl stop --no-block inspp-test");
+    EXPECT_EQ(0U, SvcStopService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(1U, State());
+}
+
+// Deleting
+
+TEST_F(ServicesTest, DeleteLeavesNothing) {
+    const std::string before = Output("find /etc/systemd /run/systemd/system | sort");
+    GivenRunningService();
+    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(before, Output("find /etc/systemd /run/systemd/system | sort"));
+    EXPECT_EQ("not-found", Property("LoadState"));
+    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_THAT(Output("systemctl list-units --all 'inspp-test*' --no-legend"), IsEmpty());
+}
+
+TEST_F(ServicesTest, DeleteForgetsAFailure) {
+    GivenService(endsWith1);
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_THAT(Output("systemctl list-units --all 'inspp-test*' --no-legend"), IsEmpty());
+}
+
+TEST_F(ServicesTest, DeleteOfAForeignUnitStopsAndDisablesItAndLeavesItsFile) {
+    GivenForeignUnit("ExecStart=/bin/sleep 1000");
+    Output("systemctl enable --now inspp-test");
+    const std::string before = ReadText(unitPath);
+    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(before, ReadText(unitPath));
+    EXPECT_EQ("disabled", Property("UnitFileState"));
+    EXPECT_EQ("inactive dead", StateOfService());
+}
+
+TEST_F(ServicesTest, DeleteKillsWhatDoesNotStop) {
+    GivenSetting("TimeoutStopSec=infinity");
+    GivenRunningService(ignoresTerm);
+    const std::string process = Property("MainPID");
+    Impatient(1s).Delete();
+    EXPECT_FALSE(fs::exists("/proc/" + process));
+    EXPECT_FALSE(fs::exists(unitPath));
+}
+
+TEST_F(ServicesTest, DeleteOfOneThatSystemdCannotUseRemovesIt) {
+    GivenService(sleeps);
+    WriteText(unitPath, ReadText(unitPath) + "\n[Service]\nExecStart=bin/relative\n");
+    Output("systemctl daemon-reload");
+    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_FALSE(fs::exists(unitPath));
+}
+
+TEST_F(ServicesTest, DeleteOfOneThatLostItsFileStopsIt) {
+    GivenRunningService();
+    fs::remove(unitPath);
+    Output("systemctl daemon-reload");
+    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_FALSE(fs::is_symlink(enablingLink));
+}
+
+TEST_F(ServicesTest, ADeletedServiceCanBeMadeAgain) {
+    GivenRunningService();
+    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_EQ(180U, SvcDeleteService(0, service)) << "a second time";
+    GivenRunningService();
+}
+
+} // namespace
