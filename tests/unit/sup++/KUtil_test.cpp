@@ -3,6 +3,7 @@
 #include "Common.h"
 
 #include <sup++/KErrorCode.h>
+#include <sup++/KList.h>
 #include <sup++/KUtil.h>
 
 #include <array>
@@ -395,6 +396,10 @@ TEST(KUtilTest, RemovesTheLibrarysNamespaceEverywhereAndCutsAtABlank) {
     EXPECT_EQ(
         KUtil::GetClassNameFromTypeInfo(typeid(KINS::KImaginaryList<KString>)),
         "KINS::KImaginaryList<KString>:"
+    );
+    EXPECT_EQ(
+        KUtil::GetClassNameFromTypeInfo(typeid(KINS::KImaginaryList<KSUP::KList<KString>>)),
+        "KINS::KImaginaryList<KList<KString>:"
     );
     EXPECT_EQ(KUtil::GetClassNameFromTypeInfo(typeid(std::pair<int, KString>)), "std::pair<int,:");
     EXPECT_EQ(KUtil::GetClassNameFromTypeInfo(typeid(unsigned int)), "unsigned:");

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <fstream>
+#include <string>
 #include <thread>
 
 #include <linux/seccomp.h>
@@ -188,18 +190,32 @@ INSTANTIATE_TEST_SUITE_P(
 
 // Waiting
 
+/// Returns when the system has put the thread to sleep for a while, with nothing else to wait for
+/// than the lock.
+void AwaitSleep(const std::atomic<long>& thread) {
+    for (int asleep = 0; asleep < 3; std::this_thread::sleep_for(2ms)) {
+        std::ifstream file("/proc/self/task/" + std::to_string(thread.load()) + "/stat");
+        std::string text;
+        std::getline(file, text);
+        const std::size_t state = text.rfind(") ");
+        asleep = state != std::string::npos && text[state + 2] == 'S' ? asleep + 1 : 0;
+    }
+}
+
 TEST_F(SvcLockTest, HandsOverInTheOrderOfWaiting) {
     constexpr int waiters = 5;
     std::vector<int> order;
     std::vector<std::thread> threads;
     Lock();
     for (int waiter = 0; waiter < waiters; ++waiter) {
-        threads.emplace_back([&, waiter] {
+        std::atomic<long> id{0};
+        threads.emplace_back([this, &id, &order, waiter] {
+            id = ::syscall(SYS_gettid);
             Lock();
             order.push_back(waiter); // guarded by the lock itself
             Unlock();
         });
-        std::this_thread::sleep_for(30ms); // so that it waits before the next one comes
+        AwaitSleep(id);
     }
     Unlock();
     for (std::thread& thread : threads) {
