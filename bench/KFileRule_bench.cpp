@@ -18,7 +18,8 @@ namespace {
 class Files {
   public:
     Files(const char* name, int files, std::size_t fileBytes)
-        : source(std::filesystem::current_path() / name), target(source.string() + "-target") {
+        : source(std::filesystem::current_path() / name),
+          target(source.string() + "-target") {
         if (!std::filesystem::exists(source)) {
             std::filesystem::create_directory(source);
             const std::string bytes(fileBytes, 'x');
@@ -64,9 +65,8 @@ void ByRule(benchmark::State& state, const char* name, int count, std::size_t by
 void ByMinimalLoop(benchmark::State& state, const char* name, int count, std::size_t bytes) {
     const Files files(name, count, bytes);
     double last = 0;
-    KBENCH::MinimalProgress progress([&last](const std::string&, double percent) {
-        last = percent;
-    });
+    KBENCH::MinimalProgress progress([&last](const std::string&, double percent) { last = percent; }
+    );
     for (auto _ : state) {
         KBENCH::MinimalCopyTree(files.source.c_str(), files.target.c_str(), progress);
         state.PauseTiming();

@@ -119,9 +119,8 @@ BENCHMARK(Status)->UseRealTime();
 
 void BareStatus(benchmark::State& state) {
     double last = 0;
-    KBENCH::MinimalProgress progress([&last](const std::string&, double percent) {
-        last = percent;
-    });
+    KBENCH::MinimalProgress progress([&last](const std::string&, double percent) { last = percent; }
+    );
     const std::string text("Copying file libexample.so.1.0.0");
     for (auto _ : state) {
         for (int call = 1; call <= statusCalls; ++call) {

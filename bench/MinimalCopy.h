@@ -66,7 +66,10 @@ class MinimalProgress {
 
 /// Copies one file: seven system calls and one for each chunk.
 inline void MinimalCopy(
-    int sourceDirectory, const char* source, int targetDirectory, const char* target,
+    int sourceDirectory,
+    const char* source,
+    int targetDirectory,
+    const char* target,
     MinimalProgress& progress
 ) {
     const int from = Checked(::openat(sourceDirectory, source, O_RDONLY | O_CLOEXEC), source);
@@ -105,8 +108,7 @@ inline void MinimalCopyTree(int source, int target, MinimalProgress& progress) {
         const char* name = entry->d_name;
         if (entry->d_type == DT_REG) {
             MinimalCopy(source, name, target, name, progress);
-        } else if (entry->d_type == DT_DIR && std::strcmp(name, ".") != 0 &&
-                   std::strcmp(name, "..") != 0) {
+        } else if (entry->d_type == DT_DIR && std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0) {
             Checked(::mkdirat(target, name, 0755), name);
             MinimalCopyTree(
                 Checked(::openat(source, name, directoryFlags), name),

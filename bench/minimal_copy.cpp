@@ -11,9 +11,8 @@ int main(int count, char** arguments) {
     const char* source = arguments[1];
     const char* target = arguments[2];
     double last = 0;
-    KBENCH::MinimalProgress progress([&last](const std::string&, double percent) {
-        last = percent;
-    });
+    KBENCH::MinimalProgress progress([&last](const std::string&, double percent) { last = percent; }
+    );
     KBENCH::Checked(::mkdir(target, 0755), target);
     KBENCH::MinimalCopyTree(source, target, progress);
     return 0;

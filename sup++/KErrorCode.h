@@ -19,7 +19,7 @@ inline constexpr unsigned serviceFailed = 182;    ///< systemd or the service it
 inline constexpr unsigned serviceTimedOut = 183;  ///< start or stop took longer than allowed
 inline constexpr unsigned noServiceManager = 184; ///< systemd does not run here
 inline constexpr unsigned serviceManagerLost = 185; ///< systemd cannot be reached by the system bus
-inline constexpr unsigned malformedRule = 7000;   ///< a rule line that cannot be
+inline constexpr unsigned malformedRule = 7000;     ///< a rule line that cannot be
 
 } // namespace KSUP::ErrorCode
 

@@ -7,11 +7,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <system_error>
+
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace KTEST {

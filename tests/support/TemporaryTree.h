@@ -4,9 +4,10 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
+
 #include <sys/stat.h>
 #include <sys/types.h>
-#include <vector>
 
 namespace KTEST {
 
