@@ -338,7 +338,8 @@ bool EndsWithin(const KDescriptor& process, std::chrono::milliseconds time) noex
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + time;
     while (true) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+        // Rounded up: never before the time is up.
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
         pollfd ended{process.Get(), POLLIN, 0};
         const auto timeout = std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, INT_MAX);
         const int ready = ::poll(&ended, 1, static_cast<int>(timeout));
@@ -381,8 +382,7 @@ void WaitForEnd(std::vector<HeldProcess>& processes, std::chrono::milliseconds t
     // One after the other: the time is up for all at once, and those that ended do not wait.
     std::erase_if(processes, [&](const HeldProcess& one) {
         return EndsWithin(
-            one.descriptor,
-            std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now())
+            one.descriptor, std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now())
         );
     });
 }
