@@ -37,6 +37,11 @@ std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCod
         )
         ->type_name("LINE")
         ->allow_extra_args(false);
+    install->add_flag(
+        "--offline-services",
+        arguments.offlineServices,
+        "Where systemd does not run, as in an image: leave services for the next boot"
+    );
     CLI::App* remove = app.add_subcommand("remove", "Remove the installed product");
     addKit(remove);
     CLI::App* status = app.add_subcommand("status", "Tell whether the product is installed");

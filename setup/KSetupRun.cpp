@@ -9,6 +9,8 @@
 #include <sup++/KUtil.h>
 #include <sup++/Svc.h>
 
+#include <array>
+#include <climits>
 #include <csignal>
 #include <iostream>
 #include <string_view>
@@ -21,6 +23,7 @@ namespace KSETUP {
 namespace {
 
 constexpr std::size_t logLinesShown = 5;
+constexpr unsigned runningState = 4; // of a service
 
 struct Record {
     KSUP::KString path;
@@ -72,6 +75,27 @@ std::string InWords(const KSUP::KError& error) {
                : Text(error.GetSummary());
 }
 
+/// Whether a service call failed: the error has its status, the words are kept elsewhere.
+bool IsOfServiceCall(const KSUP::KError& error) {
+    return std::string_view(error.GetFile()) == "ins/KServiceRule" &&
+           error.GetCode() != KSUP::ErrorCode::malformedRule;
+}
+
+/// What was left for the next boot, as a line for the reader; empty without any.
+std::string LeftServices() {
+    std::string left;
+    std::array<char, NAME_MAX + 1> name{};
+    unsigned state = 0;
+    for (unsigned cursor = 0;
+         SvcEnumerateLeftServices(0, &cursor, name.size(), name.data(), &state) == 0;) {
+        left += std::string(left.empty() ? "" : ", ") +
+                (state == runningState ? "start " : "stop ") + name.data();
+    }
+    return left.empty()
+               ? ""
+               : "systemd does not run here, so this is left for the next boot: " + left + ".\n";
+}
+
 void RefuseUnlessRoot() {
     if (::geteuid() != 0) {
         throw KSetupFailure(
@@ -82,9 +106,12 @@ void RefuseUnlessRoot() {
 
 } // namespace
 
-int KSetupRun::Install(const std::string& givenPath) {
+int KSetupRun::Install(const std::string& givenPath, bool offlineServices) {
     RefuseUnlessRoot();
     installs = true;
+    if (SvcSetOfflineServices(0, offlineServices ? 1 : 0) != 0) {
+        throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
+    }
     Prepare();
     const std::string path = ChooseProductPath(givenPath);
     Load(path);
@@ -215,7 +242,8 @@ int KSetupRun::ReportDone(const std::string& path) {
                 << "The directory is still there: it holds what the script does not delete.\n";
         }
     }
-    std::cout << done << " rules done. Log: " << installer.GetLog().GetPath().c_str() << std::endl;
+    std::cout << LeftServices() << done
+              << " rules done. Log: " << installer.GetLog().GetPath().c_str() << std::endl;
     return ExitCode::done;
 }
 
@@ -240,8 +268,11 @@ int KSetupRun::ReportError(const KSUP::KError& error, const std::string& path) {
             << " rules. What was done stays in " << path << "; run it again to go on.\n"
             << "Log: " << installer.GetLog().GetPath().c_str() << "\n";
     } else {
+        const std::string words = IsOfServiceCall(error)
+                                      ? KSetupProgress::Printable(serviceReason.Get().c_str())
+                                      : InWords(error);
         out << verb << " failed after " << done << " of " << maxCount << " rules.\n"
-            << "Error " << error.GetCode() << ": " << InWords(error) << "\n";
+            << "Error " << error.GetCode() << ": " << words << "\n";
         if (done == maxCount) {
             out << "All rules were done; writing the record of the product failed.\n";
         } else {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ins/KInstaller.h>
+#include <setup/KServiceReason.h>
 #include <setup/KSetupArguments.h>
 #include <setup/KSetupKit.h>
 #include <setup/KSetupProgress.h>
@@ -22,7 +23,10 @@ class KSetupRun {
     /// Both return the program's exit code, having said what was done.
     ///
     /// Throws   KSetupFailure when nothing was begun
-    int Install(const std::string& givenPath);
+    ///
+    /// `offlineServices` leaves starting and stopping services for the next boot, where systemd does
+    /// not run
+    int Install(const std::string& givenPath, bool offlineServices);
     int Remove();
 
   private:
@@ -39,6 +43,7 @@ class KSetupRun {
     const KSetupKit& kit;
     KSetupSignals signals;
     KSetupProgress progress;
+    KServiceReason serviceReason;
     bool installs = true;
     unsigned maxCount = 0;       // the main thread's
     unsigned workerMaxCount = 0; // the worker thread's, which may report before Start is back

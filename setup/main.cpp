@@ -14,7 +14,7 @@ int Run(const KSETUP::KSetupArguments& arguments) {
     const KSETUP::KSetupKit kit(arguments.kit);
     switch (arguments.action) {
     case KSETUP::Action::Install:
-        return KSETUP::KSetupRun(kit).Install(arguments.productPath);
+        return KSETUP::KSetupRun(kit).Install(arguments.productPath, arguments.offlineServices);
     case KSETUP::Action::Remove:
         return KSETUP::KSetupRun(kit).Remove();
     case KSETUP::Action::Status:
