@@ -1,24 +1,42 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
-#include <setup/KSetupArguments.h>
 #include <setup/KSetupFailure.h>
-#include <setup/KSetupKit.h>
-#include <setup/KSetupRun.h>
+#include <setup/check/RunCheck.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/kit/RunKit.h>
+#include <setup/output/KSetupArguments.h>
+#include <setup/plan/RunPlan.h>
+#include <setup/run/KSetupRun.h>
 
 #include <exception>
 #include <iostream>
 
 namespace {
 
+using KSETUP::Command;
+
 int Run(const KSETUP::KSetupArguments& arguments) {
-    const KSETUP::KSetupKit kit(arguments.kit);
-    switch (arguments.action) {
-    case KSETUP::Action::Install:
-        return KSETUP::KSetupRun(kit).Install(arguments.productPath, arguments.offlineServices);
-    case KSETUP::Action::Remove:
-        return KSETUP::KSetupRun(kit).Remove();
-    case KSETUP::Action::Status:
-        return KSETUP::ReportStatus();
+    switch (arguments.command) {
+    case Command::Install:
+        return KSETUP::KSetupRun(KSETUP::KSetupKit(arguments.kit), arguments).Install();
+    case Command::Remove:
+        return KSETUP::KSetupRun(KSETUP::KSetupKit(arguments.kit), arguments).Remove();
+    case Command::Status:
+        return KSETUP::ReportStatus(KSETUP::KSetupKit(arguments.kit), arguments);
+    case Command::Restore:
+        return KSETUP::Restore(KSETUP::KSetupKit(arguments.kit), arguments);
+    case Command::Check:
+        return KSETUP::RunCheck(arguments);
+    case Command::PlanInstall:
+    case Command::PlanRemove:
+        return KSETUP::RunPlan(arguments);
+    case Command::Macros:
+        return KSETUP::RunMacros(arguments);
+    case Command::KitNew:
+    case Command::KitAdd:
+    case Command::KitSeal:
+    case Command::KitBundle:
+        return KSETUP::RunKit(arguments);
     }
     return KSETUP::ExitCode::internal;
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/KSetupKit.h>
+#include <setup/kit/KSetupKit.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KUtil.h>
 #include <sup++/Svc.h>

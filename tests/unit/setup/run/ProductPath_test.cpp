@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "../../support/TemporaryTree.h"
+#include "../../../support/TemporaryTree.h"
 
-#include <setup/ProductPath.h>
+#include <setup/run/ProductPath.h>
 
 #include <gtest/gtest.h>
 

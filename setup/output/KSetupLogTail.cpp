@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/KSetupLogTail.h>
+#include <setup/output/KSetupLogTail.h>
 
 #include <fstream>
 #include <string_view>

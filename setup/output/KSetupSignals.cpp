@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/KSetupSignals.h>
+#include <setup/output/KSetupSignals.h>
 
 #include <atomic>
 #include <csignal>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/KServiceReason.h>
+#include <setup/run/KServiceReason.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/SvcService.h>
 #include <sup++/SvcTrace.h>

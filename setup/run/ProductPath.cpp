@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/ProductPath.h>
+#include <setup/run/ProductPath.h>
 
 #include <algorithm>
 #include <array>

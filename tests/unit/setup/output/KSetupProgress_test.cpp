@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/KSetupProgress.h>
+#include <setup/output/KSetupProgress.h>
 
 #include <gtest/gtest.h>
 

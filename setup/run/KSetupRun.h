@@ -2,11 +2,11 @@
 #pragma once
 
 #include <ins/KInstaller.h>
-#include <setup/KServiceReason.h>
-#include <setup/KSetupArguments.h>
-#include <setup/KSetupKit.h>
-#include <setup/KSetupProgress.h>
-#include <setup/KSetupSignals.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/output/KSetupArguments.h>
+#include <setup/output/KSetupProgress.h>
+#include <setup/output/KSetupSignals.h>
+#include <setup/run/KServiceReason.h>
 #include <sup++/KError.h>
 
 #include <string>
@@ -15,18 +15,17 @@ namespace KSETUP {
 
 /// One install or removal, from the checks before it to the report after it.
 ///
-/// Borrows the kit.
+/// Borrows the kit and the arguments.
 class KSetupRun {
   public:
-    explicit KSetupRun(const KSetupKit& kitToUse) : kit(kitToUse) {}
+    KSetupRun(const KSetupKit& kitToUse, const KSetupArguments& given)
+        : kit(kitToUse),
+          arguments(given) {}
 
     /// Both return the program's exit code, having said what was done.
     ///
     /// Throws   KSetupFailure when nothing was begun
-    ///
-    /// `offlineServices` leaves starting and stopping services for the next boot, where systemd does
-    /// not run
-    int Install(const std::string& givenPath, bool offlineServices);
+    int Install();
     int Remove();
 
   private:
@@ -41,6 +40,7 @@ class KSetupRun {
     std::string LogEnd();
 
     const KSetupKit& kit;
+    const KSetupArguments& arguments;
     KSetupSignals signals;
     KSetupProgress progress;
     KServiceReason serviceReason;
@@ -51,6 +51,9 @@ class KSetupRun {
 };
 
 /// Says whether the product is installed, and which version. Returns the exit code.
-int ReportStatus();
+int ReportStatus(const KSetupKit& kit, const KSetupArguments& arguments);
+
+/// Puts back what the last run with --backup replaced. Returns the exit code.
+int Restore(const KSetupKit& kit, const KSetupArguments& arguments);
 
 } // namespace KSETUP

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "../../support/TemporaryTree.h"
+#include "../../../support/TemporaryTree.h"
 
-#include <setup/KSetupLogTail.h>
+#include <setup/output/KSetupLogTail.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/KSetupLogTail.h>
-#include <setup/KSetupRun.h>
-#include <setup/ProductPath.h>
+#include <setup/output/KSetupLogTail.h>
+#include <setup/run/KSetupRun.h>
+#include <setup/run/ProductPath.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KFileBase.h>
 #include <sup++/KUtil.h>
@@ -106,14 +106,14 @@ void RefuseUnlessRoot() {
 
 } // namespace
 
-int KSetupRun::Install(const std::string& givenPath, bool offlineServices) {
+int KSetupRun::Install() {
     RefuseUnlessRoot();
     installs = true;
-    if (SvcSetOfflineServices(0, offlineServices ? 1 : 0) != 0) {
+    if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
         throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
     }
     Prepare();
-    const std::string path = ChooseProductPath(givenPath);
+    const std::string path = ChooseProductPath(arguments.productPath);
     Load(path);
     return Watch(path);
 }
@@ -288,7 +288,7 @@ int KSetupRun::ReportError(const KSUP::KError& error, const std::string& path) {
                : ExitCode::ruleFailed;
 }
 
-int ReportStatus() {
+int ReportStatus(const KSetupKit& /*kit*/, const KSetupArguments& /*arguments*/) {
     const KINS::KInstaller installer;
     if (!installer.IsProductInstalled()) {
         std::cout << KSetupKit::GetProductName().c_str() << " is not installed.\n";
@@ -298,6 +298,10 @@ int ReportStatus() {
     std::cout << VersionText(record) << " is installed in "
               << KSetupProgress::Printable(record.path) << ".\n";
     return ExitCode::done;
+}
+
+int Restore(const KSetupKit& /*kit*/, const KSetupArguments& /*arguments*/) {
+    throw KSetupFailure(ExitCode::internal, "not yet");
 }
 
 } // namespace KSETUP
