@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/script/KScript.h>
+#include <sup++/KError.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
@@ -68,7 +69,14 @@ std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& 
 } // namespace
 
 KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
-    profile.Open(scriptPath);
+    try {
+        profile.Open(scriptPath);
+    } catch (const KSUP::KError& error) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            error.HasInfo() ? error.GetInfo().GetString().c_str() : error.GetSummary().c_str()
+        );
+    }
     std::ifstream file(path, std::ios::binary);
     bytes.assign(std::istreambuf_iterator<char>(file), {});
     lines = SplitLines(bytes);

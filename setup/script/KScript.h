@@ -47,7 +47,7 @@ using MacroExpander = std::function<KSUP::KString(const KSUP::KString&)>;
 ///     for (const KScriptRule& rule : script.Unfold("install", expand).rules) { … }
 class KScript {
   public:
-    /// Throws   KSUP::KError when the file cannot be read
+    /// Throws   KSetupFailure when the file cannot be read
     explicit KScript(const KSUP::KString& scriptPath);
 
     const std::string& GetPath() const noexcept { return path; }
