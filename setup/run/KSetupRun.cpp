@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/KSetupLogTail.h>
+#include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
 #include <setup/run/ProductPath.h>
 #include <setup/run/RunWords.h>
@@ -23,6 +24,7 @@ namespace KSETUP {
 namespace {
 
 constexpr std::size_t logLinesShown = 5;
+constexpr unsigned logDirectory = 19; // of the path map
 
 std::string Text(const KSUP::KString& text) {
     return text.c_str();
@@ -99,17 +101,14 @@ void KSetupRun::Install() {
     if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
         throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
     }
+    report.version = macros.Expand("$verInfo$");
+    report.buildNumber = SvcGetOEMDataEx()->buildNumber;
     const bool wasInstalled = installer.IsProductInstalled();
     report.formerVersion = wasInstalled ? ReadRecord(installer).version : "";
     Plan("install");
     Prepare();
     Load();
     Watch();
-    if (report.result == KRunResult::Done) {
-        const KInstalledRecord record = ReadRecord(installer);
-        report.version = record.version;
-        report.buildNumber = record.buildNumber;
-    }
     FillNotes();
 }
 
@@ -149,12 +148,15 @@ void KSetupRun::Plan(const char* section) {
 }
 
 void KSetupRun::Prepare() {
+    report.log = Text(
+        KSUP::KUtil::GetPathName(logDirectory, installer.ExpandMacros("$product$ Setup Log.txt"))
+    );
+    KRunChronicle::Begin(report, kit.GetDirectory());
     try {
         installer.Initialize(kit.GetScript());
     } catch (const KSUP::KError& error) {
         throw KSetupFailure(ExitCode::noKit, InWords(error, ""));
     }
-    report.log = Text(installer.GetLog().GetPath());
     NameCommandOutput();
 }
 
@@ -204,6 +206,7 @@ void KSetupRun::Watch() {
     if (ended) {
         FillEnd(*ended);
     }
+    KRunChronicle::End(report, installer.GetLog());
 }
 
 void KSetupRun::FillEnd(const KSUP::KError& error) {
