@@ -262,6 +262,17 @@ TEST_F(KProfileRuleRemoveFileTest, MeetsEveryLineOnceDuplicatesToo) {
     EXPECT_EQ(InTree("[Files]\nk=@T@/keep\n"), List());
 }
 
+/// Also the lines behind its own are met, and the file does not come back.
+TEST_F(KProfileRuleRemoveFileTest, AProfileThatListsItselfIsGoneWithAllThatItLists) {
+    for (const char* name : {"1.so", "2.so", "3.so"}) {
+        tree.Write(name, "");
+    }
+    GivenList("[Files]\n1=@T@/1.so\nself=@T@/a.ini\n2=@T@/2.so\n2=@T@/3.so\n");
+    Remove("@T@");
+    EXPECT_THAT(tree.List(), testing::Not(testing::Contains(testing::HasSubstr(".so"))));
+    EXPECT_FALSE(tree.Exists("a.ini"));
+}
+
 TEST_F(KProfileRuleRemoveFileTest, TheMatchKeepsItsCase) {
     tree.Write("a.SO", "");
     GivenList("[Files]\n1=@T@/a.SO\n");
