@@ -7,10 +7,13 @@
 #include <sup++/SvcService.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <thread>
 
+#include <pthread.h>
 #include <unistd.h>
 
 namespace {
@@ -122,6 +125,47 @@ TEST_F(ServicesTest, AnotherUserMayNotStartServices) {
     }).join();
     EXPECT_EQ(unsigned{EACCES}, status) << text;
     EXPECT_EQ("inactive dead", StateOfService());
+}
+
+/// Sends a signal that interrupts system calls to the thread that made it, again and again.
+class Interruptions {
+  public:
+    Interruptions() {
+        struct sigaction action {};
+        action.sa_handler = [](int) { ++count; };
+        ::sigaction(SIGUSR1, &action, &former);
+        sender = std::thread([this, disturbed = ::pthread_self()] {
+            while (!ended) {
+                ::pthread_kill(disturbed, SIGUSR1);
+                std::this_thread::sleep_for(100us);
+            }
+        });
+    }
+    ~Interruptions() {
+        ended = true;
+        sender.join();
+        ::sigaction(SIGUSR1, &former, nullptr);
+    }
+    static inline std::atomic<unsigned> count{0};
+
+  private:
+    struct sigaction former {};
+    std::atomic<bool> ended{false};
+    std::thread sender;
+};
+
+TEST_F(ServicesTest, SignalsDisturbNoCall) {
+    const std::string program = GivenProgram(sleeps);
+    for (int round = 0; round < 5; ++round) {
+        const Interruptions interruptions;
+        Interruptions::count = 0;
+        ASSERT_EQ(0U, Create(program)) << SvcGetServiceErrorText();
+        ASSERT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+        ASSERT_EQ(4U, State()) << SvcGetServiceErrorText();
+        ASSERT_EQ(0U, SvcStopServiceEx(0, service, 30000)) << SvcGetServiceErrorText();
+        ASSERT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+        EXPECT_LT(100U, Interruptions::count);
+    }
 }
 
 // Where systemd does not run
