@@ -95,6 +95,27 @@ TEST_F(ServicesTest, ABusThatDiesDuringADeletionIsFoundAgain) {
     EXPECT_EQ("inactive dead", StateOfService());
 }
 
+/// As the upgrade of a package of systemd's own does.
+TEST_F(ServicesTest, ASystemdThatExecutesItselfAnewDuringAStartIsWaitedFor) {
+    GivenForeignUnit("ExecStartPre=/bin/sleep 3\nExecStart=/bin/sleep 1000");
+    std::thread other = BreakBusIn("activating start-pre", "systemctl daemon-reexec");
+    EXPECT_LT(TimeOf([] { EXPECT_EQ(0U, SvcStartService(0, service)); }), 60s)
+        << SvcGetServiceErrorText();
+    other.join();
+    EXPECT_EQ("active running", StateOfService());
+}
+
+TEST_F(ServicesTest, ASystemdThatReadsItsFilesAnewDuringAStopIsWaitedFor) {
+    GivenSetting("TimeoutStopSec=3");
+    GivenRunningService(ignoresTerm);
+    std::thread other =
+        BreakBusIn("deactivating stop-sigterm", "systemctl daemon-reload; systemctl daemon-reexec");
+    EXPECT_LT(TimeOf([] { EXPECT_EQ(0U, SvcStopService(0, service)); }), 60s)
+        << SvcGetServiceErrorText();
+    other.join();
+    EXPECT_EQ(1U, State());
+}
+
 TEST_F(ServicesTest, ABusThatDoesNotComeBackIsNoGuess) {
     GivenForeignUnit("Type=notify\nExecStart=/bin/sleep 1000");
     std::thread other = BreakBusIn("activating start", stopBus);

@@ -152,7 +152,11 @@ void KServiceControl::Delete() {
         }
         isChecked = true; // a second pass finds what the first one left
         StopForDeletion(asked);
-        asked.DisableFile();
+        if (files.Find(unit).empty()) {
+            files.Disable(unit); // later versions of systemd refuse to, without a file
+        } else {
+            asked.DisableFile();
+        }
         RemoveFileIfOurs();
         asked.Reload();
         asked.ResetFailed();
