@@ -133,6 +133,20 @@ TEST_F(ServicesTest, ABusThatHangsDoesNotHoldACallForLongerThanItMayWait) {
     EXPECT_EQ(4U, State());
 }
 
+TEST_F(ServicesTest, AUnitThatAppearsWhileTheBusIsWaitedForIsNotReplaced) {
+    tree.Write("victim", "somebody's");
+    Output("systemctl kill -s STOP dbus.service");
+    std::thread other([&] {
+        std::this_thread::sleep_for(1s); // later than the first look; an earlier one is no failure
+        fs::create_symlink(tree.Path("victim"), unitPath);
+        Output("systemctl kill -s CONT dbus.service");
+    });
+    EXPECT_EQ(181U, Create("/bin/true"));
+    other.join();
+    EXPECT_EQ("somebody's", tree.Read("victim"));
+    EXPECT_TRUE(fs::is_symlink(unitPath));
+}
+
 TEST_F(ServicesTest, AnotherUserMayNotStartServices) {
     GivenService(sleeps);
     unsigned status = 0;

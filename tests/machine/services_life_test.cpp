@@ -270,6 +270,33 @@ TEST_F(ServicesTest, DeleteOfAForeignUnitStopsAndDisablesItAndLeavesItsFile) {
     EXPECT_EQ("inactive dead", StateOfService());
 }
 
+/// Somebody's word that it is never to run stays, also for the product's next installation.
+TEST_F(ServicesTest, DeleteOfAMaskedOneLeavesTheMask) {
+    fs::create_symlink("/dev/null", unitPath);
+    Output("systemctl daemon-reload");
+    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_TRUE(fs::is_symlink(unitPath));
+    HideSystemd();
+    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_TRUE(fs::is_symlink(unitPath));
+}
+
+TEST_F(ServicesTest, DeleteOfALinkedUnitLeavesTheLinkAndTheFile) {
+    tree.Write(
+        "inspp-test.service",
+        "[Service]\nExecStart=/bin/sleep 1000\n[Install]\nWantedBy=multi-user.target\n"
+    );
+    const std::string file = tree.Path("inspp-test.service");
+    Output("systemctl enable --now " + file);
+    ASSERT_EQ("active running", StateOfService());
+    ASSERT_EQ(file, fs::read_symlink(unitPath));
+    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_TRUE(fs::exists(file));
+    EXPECT_TRUE(fs::is_symlink(unitPath));
+    EXPECT_FALSE(fs::is_symlink(enablingLink));
+}
+
 TEST_F(ServicesTest, DeleteKillsWhatDoesNotStop) {
     GivenSetting("TimeoutStopSec=infinity");
     GivenRunningService(ignoresTerm);
