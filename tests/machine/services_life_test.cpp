@@ -188,6 +188,7 @@ TEST_F(ServicesTest, StopOfOneThatSystemdKeepsStartingSucceeds) {
 TEST_F(ServicesTest, StopOfOneThatIsStartingCallsTheStartOff) {
     GivenForeignUnit("Type=notify\nExecStart=/bin/sleep 1000");
     Output("systemctl start --no-block inspp-test");
+    Await([] { return StateOfService() == "activating start"; });
     EXPECT_EQ(2U, State());
     EXPECT_EQ(0U, SvcStopService(0, service));
     EXPECT_EQ(1U, State());
