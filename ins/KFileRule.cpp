@@ -14,6 +14,7 @@
 using KSUP::KFileBase;
 using KSUP::KString;
 using KSUP::KUtil;
+using Purpose = KSUP::KDirectory::Purpose;
 
 namespace KINS {
 
@@ -88,11 +89,20 @@ void KFileRule::ParseRule(const std::vector<KString>& fields) {
 }
 
 void KFileRule::CopyFile(const KString& source, const KString& target) {
+    CopyHeld(source, nullptr, target, nullptr);
+}
+
+void KFileRule::CopyHeld(
+    const KString& source,
+    KSUP::KDirectory* fromDirectory,
+    const KString& target,
+    KSUP::KDirectory* toDirectory
+) {
     KSUP::KFile from;
     KSUP::KFile to;
     manager->SetCurrentRuleStatus("Copying file " + target);
-    from.OpenForRead(source);
-    to.Create(target);
+    from.OpenForRead(source, fromDirectory);
+    to.Create(target, toDirectory);
     CopyChunks(source, to, from);
     // Through the open file: what was written gets the mode, whatever its path names by now, and it
     // costs one system call instead of four.
@@ -127,13 +137,14 @@ void KFileRule::CopyChunks(const KString& source, KFileBase& to, const KFileBase
 }
 
 void KFileRule::CopyWildcard(const KString& sourcePattern, const KString& directory) {
-    const KString target = KUtil::AppendPathSep(directory, "/");
     KSUP::KFileEnum files(sourcePattern, false, false);
+    KSUP::KDirectory from(KUtil::RemoveFileFromPath(sourcePattern, "/"), Purpose::Read);
+    KSUP::KDirectory to(directory, Purpose::Write);
     // A cancellation does not end this loop, and is meant not to: each remaining file is made and
     // deleted again, and the manager reports the cancellation after it.
     while (files.Enum()) {
         const KString source = files.GetPath();
-        CopyFile(source, target + KUtil::GetFileFromPath(source, "/"));
+        CopyHeld(source, &from, to.GetPath() + KUtil::GetFileFromPath(source, "/"), &to);
     }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ins/KInstallRule.h>
+#include <sup++/KDirectory.h>
 #include <sup++/KFileBase.h>
 
 namespace KINS {
@@ -39,6 +40,13 @@ class INS_EXPORT KFileRule : public KInstallRule {
     void UpdateStatus(const KSUP::KString& path, double percent);
 
   private:
+    /// The same with their directories, where these are held open.
+    void CopyHeld(
+        const KSUP::KString& source,
+        KSUP::KDirectory* fromDirectory,
+        const KSUP::KString& target,
+        KSUP::KDirectory* toDirectory
+    );
     void CopyChunks(const KSUP::KString& source, KSUP::KFileBase& to, const KSUP::KFileBase& from);
 
     KSUP::KString operation;

@@ -72,8 +72,11 @@ KInstallRuleManagerBase::KInstallRuleManagerBase(KInstaller* owner)
 
 KInstallRuleManagerBase::~KInstallRuleManagerBase() = default;
 
-KString KInstallRuleManagerBase::LogName() const {
-    return KUtil::GetClassNameFromTypeInfo(typeid(*this));
+const KString& KInstallRuleManagerBase::LogName() const {
+    if (className.IsEmpty()) { // not in a constructor, where the class is not yet the real one
+        className = KUtil::GetClassNameFromTypeInfo(typeid(*this));
+    }
+    return className;
 }
 
 void KInstallRuleManagerBase::LoadSection(const KString& section) {

@@ -111,7 +111,7 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     KSUP::KLog& GetInstallLog();
 
   private:
-    KSUP::KString LogName() const;
+    const KSUP::KString& LogName() const SUP_REQUIRES(lock);
     void LoadOneSection(const KSUP::KString& section);
 
     KSUP::KLog* log; // the installer's
@@ -120,8 +120,9 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     KInstaller* installer; // owns this manager
     KSUP::KList<KInstallRule> rules SUP_GUARDED_BY(lock);
     mutable std::map<KSUP::KString, KSUP::KVariant> ruleStates SUP_GUARDED_BY(lock);
-    StatusCallback callback;   // fixed before the run starts
-    mutable KSUP::KMutex lock; // recursive
+    StatusCallback callback;                              // fixed before the run starts
+    mutable KSUP::KMutex lock;                            // recursive
+    mutable KSUP::KString className SUP_GUARDED_BY(lock); // for the log; empty until it is needed
 };
 
 } // namespace KINS

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <sup++/KDirectory.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/KFileBase.h>
 #include <sup++/unx/lin/SysFile.h>
@@ -37,10 +38,14 @@ KFileBase::~KFileBase() {
     }
 }
 
-void KFileBase::OpenForRead(const KString& filePath) {
+void KFileBase::OpenForRead(const KString& filePath, KDirectory* held) {
     KDescriptor file;
     struct stat status {};
-    if (const unsigned error = Sys::OpenRegular(filePath.c_str(), file, status); error != 0) {
+    int directory = -1;
+    const char* name = held != nullptr ? held->FindName(filePath, directory) : nullptr;
+    const unsigned error = name != nullptr ? Sys::OpenRegularAt(directory, name, file, status)
+                                           : Sys::OpenRegular(filePath.c_str(), file, status);
+    if (error != 0) {
         RaiseOpening(error, filePath);
     }
     KDescriptor former(std::exchange(descriptor, file.Release()));
@@ -49,9 +54,18 @@ void KFileBase::OpenForRead(const KString& filePath) {
     path = filePath;
 }
 
-void KFileBase::Create(const KString& filePath) {
+void KFileBase::Create(const KString& filePath, KDirectory* held) {
     KDescriptor file;
-    if (const unsigned error = Sys::CreateAnew(filePath.c_str(), newFileMode, file); error != 0) {
+    int directory = -1;
+    const char* name = held != nullptr ? held->FindName(filePath, directory) : nullptr;
+    unsigned error = ELOOP;
+    if (name != nullptr) {
+        error = Sys::CreateAnewAt(directory, name, filePath.c_str(), newFileMode, file);
+    }
+    if (error == ELOOP) { // the whole path decides whether a link may be followed
+        error = Sys::CreateAnew(filePath.c_str(), newFileMode, file);
+    }
+    if (error != 0) {
         RaiseOpening(error, filePath);
     }
     KDescriptor former(std::exchange(descriptor, file.Release()));

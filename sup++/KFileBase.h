@@ -7,6 +7,8 @@
 
 namespace KSUP {
 
+class KDirectory;
+
 /// A regular file, open for reading or newly made. Anything else at the path (a directory, a FIFO,
 /// a device) is an error at once.
 ///
@@ -24,11 +26,12 @@ class SUP_EXPORT KFileBase : public KBase {
     KFileBase(const KFileBase&) = delete;
     KFileBase& operator=(const KFileBase&) = delete;
 
-    void OpenForRead(const KString& filePath);
+    /// `held`, here and below: the file's directory, where it is held open, or null.
+    void OpenForRead(const KString& filePath, KDirectory* held = nullptr);
 
     /// Makes the file for writing, with mode 0600. A file that stands there is unlinked and made
     /// anew with its owner, never emptied: programs that run from it or have it mapped keep theirs.
-    void Create(const KString& filePath);
+    void Create(const KString& filePath, KDirectory* held = nullptr);
 
     /// Appends `byteCount` bytes of `from`, from `offset` on, to what was written to this file so
     /// far.

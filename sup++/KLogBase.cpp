@@ -6,9 +6,11 @@
 
 #include <utf8.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
+#include <cstddef>
 #include <cstdio>
 #include <ctime>
 #include <deque>
@@ -61,13 +63,20 @@ std::string Digits(unsigned long long number, int base) {
 
 /// What a text holds must not end the line or look like the next entry.
 void AppendOneLine(std::string& line, std::string_view bytes) {
+    const auto isControl = [](char byte) {
+        return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F;
+    };
     const std::size_t start = line.size();
     line.append(bytes);
-    for (std::size_t i = start; i < line.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(line[i]);
-        if (byte < 0x20 || byte == 0x7F) {
-            line[i] = ' ';
-        }
+    // Hardly ever there is one: looking for any, without a branch for each byte, is quickest.
+    bool found = false;
+    for (const char byte : bytes) {
+        found |= isControl(byte);
+    }
+    if (found) {
+        std::replace_if(
+            line.begin() + static_cast<std::ptrdiff_t>(start), line.end(), isControl, ' '
+        );
     }
 }
 
@@ -106,18 +115,23 @@ void KLogBase::Close() noexcept {
 }
 
 KLogBase::Entry* KLogBase::FindEntry() {
+    // The pieces of an entry ask for the same one in a row. Entries do not move.
+    static thread_local Entry* last = nullptr;
+    if (last != nullptr && last->serial == serial) {
+        return last;
+    }
     // A thread writes to one log, rarely to two. Ended entries make room for other logs'.
     static thread_local std::deque<Entry> entries;
     Entry* free = nullptr;
     for (Entry& entry : entries) {
         if (entry.serial == serial) {
-            return &entry;
+            return last = &entry;
         }
         free = entry.line.empty() ? &entry : free;
     }
     free = free != nullptr ? free : &entries.emplace_back();
     *free = Entry{serial, {}, 0, false};
-    return free;
+    return last = free;
 }
 
 KLogBase& KLogBase::Append(const char* bytes, std::size_t byteCount) {

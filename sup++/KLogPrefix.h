@@ -8,17 +8,20 @@
 namespace KSUP {
 
 /// The text that opens a log entry: the writer's class name (KUtil::GetClassNameFromTypeInfo), or
-/// the word for a trace level.
+/// the word for a trace level. Made for one entry, so a name that lives elsewhere is not copied.
 class SUP_EXPORT KLogPrefix {
   public:
-    explicit KLogPrefix(const KString& name) : text(name) {}
-    explicit KLogPrefix(KString&& name) noexcept : text(static_cast<KString&&>(name)) {}
+    explicit KLogPrefix(const KString& name) noexcept : text(&name) {}
+    explicit KLogPrefix(KString&& name) noexcept : own(static_cast<KString&&>(name)), text(&own) {}
     explicit KLogPrefix(TRACE_MESSAGE level);
+    KLogPrefix(const KLogPrefix&) = delete;
+    KLogPrefix& operator=(const KLogPrefix&) = delete;
 
-    const KString& GetText() const noexcept { return text; }
+    const KString& GetText() const noexcept { return *text; }
 
   private:
-    KString text;
+    KString own;
+    const KString* text;
 };
 
 } // namespace KSUP

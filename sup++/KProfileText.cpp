@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KProfileText.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace KSUP {
@@ -39,6 +40,8 @@ void KProfileText::Parse(std::string fileBytes) {
     lastLine = 0;
     lineEnd = "\n";
     AddBlock({}, 0);
+    // A line too many at the most: growing step by step would touch twice the memory.
+    lines.reserve(static_cast<std::size_t>(std::count(bytes->begin(), bytes->end(), '\n')) + 2);
     std::string_view rest(*bytes);
     if (rest.starts_with(byteOrderMark)) {
         lines[0].text = rest.substr(0, byteOrderMark.size());

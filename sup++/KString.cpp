@@ -174,10 +174,11 @@ unsigned KString::GetCount() const noexcept {
 
 std::vector<KString> KString::SectionVector(char separator, bool caseSensitive) const {
     std::vector<KString> fields;
+    fields.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), separator)) + 1);
     for (const char* at = text.c_str(); *at != '\0';) {
         const char* end = FindSeparator(at, separator, caseSensitive);
         if (end != at) {
-            fields.emplace_back(std::string(at, end));
+            fields.push_back(Whole(at, static_cast<std::size_t>(end - at)));
         }
         at = *end != '\0' ? end + 1 : end;
     }
@@ -214,7 +215,7 @@ unsigned KString::Find(const char* part, unsigned start, bool caseSensitive) con
 
 KString KString::Left(unsigned count) const {
     const unsigned bytes = ConvertCharacterOffsetToByteOffset(count);
-    return bytes == npos ? *this : KString(std::string(text, 0, bytes));
+    return bytes == npos ? *this : Whole(text.data(), bytes);
 }
 
 KString KString::Right(unsigned count) const {
@@ -223,7 +224,7 @@ KString KString::Right(unsigned count) const {
         return *this;
     }
     const unsigned bytes = ConvertCharacterOffsetToByteOffset(all - count);
-    return bytes == npos ? KString() : KString(std::string(text, bytes));
+    return bytes == npos ? KString() : Whole(text.data() + bytes, text.size() - bytes);
 }
 
 const unsigned short* KString::GetWideCopy() {
@@ -262,20 +263,30 @@ void KString::DropCaches() noexcept {
     characterCount.store(npos, std::memory_order_relaxed);
 }
 
+KString KString::Whole(const char* bytes, std::size_t byteCount) {
+    KString whole;
+    whole.text.assign(bytes, byteCount);
+    return whole;
+}
+
+KString
+KString::Join(const char* left, std::size_t leftBytes, const char* right, std::size_t rightBytes) {
+    KString joined;
+    joined.text.reserve(leftBytes + rightBytes);
+    joined.text.append(left, leftBytes).append(right, rightBytes);
+    return joined;
+}
+
 KString operator+(const KString& left, const KString& right) {
-    std::string sum;
-    sum.reserve(std::size_t{left.GetSize()} + right.GetSize());
-    return KString(
-        std::move(sum.append(left.c_str(), left.GetSize()).append(right.c_str(), right.GetSize()))
-    );
+    return KString::Join(left.c_str(), left.GetSize(), right.c_str(), right.GetSize());
 }
 
 KString operator+(const KString& left, const char* right) {
-    return KString(std::string(left.c_str()).append(right != nullptr ? right : ""));
+    return KString::Join(left.c_str(), left.GetSize(), right, Txtsize(right));
 }
 
 KString operator+(const char* left, const KString& right) {
-    return KString(std::string(left != nullptr ? left : "").append(right.c_str()));
+    return KString::Join(left, Txtsize(left), right.c_str(), right.GetSize());
 }
 
 KString operator+(KString&& left, const KString& right) {

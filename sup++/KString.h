@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -98,6 +99,14 @@ class SUP_EXPORT KString {
     const unsigned short* GetWideCopy();
 
   private:
+    friend SUP_EXPORT KString operator+(const KString& left, const KString& right);
+    friend SUP_EXPORT KString operator+(const KString& left, const char* right);
+    friend SUP_EXPORT KString operator+(const char* left, const KString& right);
+    /// Two runs of bytes without NUL, one behind the other.
+    static KString
+    Join(const char* left, std::size_t leftBytes, const char* right, std::size_t rightBytes);
+    /// Takes bytes that are known to have no NUL, without looking for one.
+    static KString Whole(const char* bytes, std::size_t byteCount);
     unsigned ConvertCharacterOffsetToByteOffset(unsigned index) const noexcept;
     unsigned ConvertCharacterPointerToCharacterOffset(const char* character) const noexcept;
     /// Every change of the text ends here.

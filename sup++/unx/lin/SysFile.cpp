@@ -6,7 +6,9 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <string>
+#include <utility>
 
 #include <fcntl.h>
 
@@ -43,26 +45,44 @@ bool NamesDirectory(const char* path) noexcept {
     return size > 0 && path[size - 1] == '/';
 }
 
-/// One attempt to put a new file in the place of a regular one.
-unsigned ReplaceRegular(const Place& place, unsigned mode, KDescriptor& file) noexcept {
+/// One attempt to put a new file in the place of a regular one; ELOOP for a link.
+unsigned TryToReplace(int directory, const char* name, unsigned mode, KDescriptor& file) noexcept {
+    const auto make = [&] {
+        file.Reset(Retry([&] { return ::openat(directory, name, makeNew, mode); }));
+        return file.IsOpen() ? 0 : LastError();
+    };
     struct stat former {};
-    unsigned status = StatAt(place, former);
-    if (status == ENOENT) {
-        return OpenAt(place, makeNew, mode, file);
+    if (::fstatat(directory, name, &former, AT_SYMLINK_NOFOLLOW) != 0) {
+        return errno == ENOENT ? make() : LastError();
     }
-    if (status == 0) {
-        status = KindError(former);
-    }
-    if (status == 0 && ::unlinkat(place.directory.Get(), place.name.c_str(), 0) != 0) {
+    unsigned status = S_ISLNK(former.st_mode) ? ELOOP : KindError(former);
+    if (status == 0 && ::unlinkat(directory, name, 0) != 0) {
         status = LastError();
     }
     if (status == 0) {
-        status = OpenAt(place, makeNew, mode, file);
+        status = make();
     }
     if (status == 0 && ::fchown(file.Get(), former.st_uid, former.st_gid) != 0) {
         status = LastError();
     }
     return status;
+}
+
+unsigned
+ReplaceRegular(int directory, const char* name, unsigned mode, KDescriptor& file) noexcept {
+    unsigned status = EEXIST;
+    // Somebody may lay a file there between unlink and open; not for ever.
+    for (int tries = 8; status == EEXIST && tries > 0; --tries) {
+        status = TryToReplace(directory, name, mode, file);
+    }
+    return status;
+}
+
+unsigned ReplaceAt(const char* path, LastLink last, unsigned mode, KDescriptor& file) {
+    Place place;
+    const unsigned status = FindPlace(path, last, place);
+    return status != 0 ? status
+                       : ReplaceRegular(place.directory.Get(), place.name.c_str(), mode, file);
 }
 
 ssize_t CopyThroughBuffer(int from, long long offset, int to, std::size_t length) noexcept {
@@ -131,8 +151,14 @@ std::string ParentOf(const char* path) {
 } // namespace
 
 unsigned OpenRegular(const char* path, KDescriptor& file, struct stat& status) noexcept {
+    return OpenRegularAt(AT_FDCWD, path, file, status);
+}
+
+unsigned
+OpenRegularAt(int directory, const char* name, KDescriptor& file, struct stat& status) noexcept {
     // Not blocking: a FIFO without a writer would hang here before it can be refused.
-    file.Reset(Retry([&] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+    constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    file.Reset(Retry([&] { return ::openat(directory, name, flags); }));
     if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) {
         return LastError();
     }
@@ -143,21 +169,45 @@ unsigned OpenRegular(const char* path, KDescriptor& file, struct stat& status) n
     return error;
 }
 
+unsigned OpenDirectory(const char* path, KDescriptor& directory) noexcept {
+    directory.Reset(Retry([&] { return ::open(path, O_PATH | O_DIRECTORY | O_CLOEXEC); }));
+    return directory.IsOpen() ? 0 : LastError();
+}
+
+unsigned OpenPlace(const char* path, KDescriptor& directory) noexcept {
+    try {
+        Place place;
+        const unsigned status = FindPlace(path, LastLink::Keep, place);
+        directory = std::move(place.directory);
+        return status;
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+}
+
+unsigned CreateAnewAt(
+    int directory, const char* name, const char* path, unsigned mode, KDescriptor& file
+) noexcept {
+    file.Reset(Retry([&] { return ::openat(directory, name, makeNew, mode); }));
+    unsigned status = file.IsOpen() ? 0 : LastError();
+    if (status == EEXIST) {
+        status = ReplaceRegular(directory, name, mode, file);
+    }
+    if (status == 0) {
+        NoteWrite(path);
+    }
+    return status;
+}
+
 unsigned CreateAnew(const char* path, unsigned mode, KDescriptor& file) {
     if (NamesDirectory(path)) {
         return EISDIR;
     }
     unsigned status = OpenWithoutLinks(path, makeNew, mode, file);
     if (status == EEXIST || status == ELOOP) {
-        Place place;
-        status = FindPlace(path, LastLink::Follow, place);
-        // Somebody may lay a file there between unlink and open; not for ever.
-        for (int tries = 8; status == 0 && tries > 0; --tries) {
-            status = ReplaceRegular(place, mode, file);
-            if (status != EEXIST) {
-                break;
-            }
-            status = tries > 1 ? 0 : EEXIST;
+        status = ReplaceAt(path, LastLink::Keep, mode, file);
+        if (status == ELOOP) {
+            status = ReplaceAt(path, LastLink::Follow, mode, file);
         }
     }
     if (status == 0) {

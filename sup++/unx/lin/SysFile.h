@@ -19,9 +19,24 @@ namespace KSUP::Sys {
 [[nodiscard]] unsigned
 OpenRegular(const char* path, KDescriptor& file, struct stat& status) noexcept;
 
+/// The same in an open directory, by a name.
+[[nodiscard]] unsigned
+OpenRegularAt(int directory, const char* name, KDescriptor& file, struct stat& status) noexcept;
+
+/// Opens a directory to find files in it; links on its path are followed.
+[[nodiscard]] unsigned OpenDirectory(const char* path, KDescriptor& directory) noexcept;
+/// Opens the directory that holds `path`, to make files in it (see SysPath.h).
+[[nodiscard]] unsigned OpenPlace(const char* path, KDescriptor& directory) noexcept;
+
 /// Makes a file anew, unlinking a regular one that stands there and keeping its owner. EISDIR and
 /// EINVAL as above.
 [[nodiscard]] unsigned CreateAnew(const char* path, unsigned mode, KDescriptor& file);
+
+/// The same by its name in an open directory; ELOOP for a link that stands there. `path` is where
+/// that is.
+[[nodiscard]] unsigned CreateAnewAt(
+    int directory, const char* name, const char* path, unsigned mode, KDescriptor& file
+) noexcept;
 
 /// Opens a regular file at its end, making it with exactly `mode` where it is missing; a link at
 /// the path itself is never followed.
