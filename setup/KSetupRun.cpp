@@ -8,10 +8,12 @@
 #include <sup++/KFileBase.h>
 #include <sup++/KUtil.h>
 #include <sup++/Svc.h>
+#include <sup++/SvcProcess.h>
 
 #include <array>
 #include <climits>
 #include <csignal>
+#include <filesystem>
 #include <iostream>
 #include <string_view>
 #include <system_error>
@@ -67,6 +69,9 @@ std::string InWords(const KSUP::KError& error) {
         return "The product's configuration file is missing, so there is no place for the record. "
                "The script has to make it, for instance with profile=put.";
     }
+    if (place == "ins/KProcessRuleBase") {
+        return "A process could not be started or stopped. The last line of the log says why.";
+    }
     if (place == "ins/KFileRule") { // a deletion, whose code is the system's
         return std::generic_category().message(static_cast<int>(error.GetCode()));
     }
@@ -94,6 +99,13 @@ std::string LeftServices() {
     return left.empty()
                ? ""
                : "systemd does not run here, so this is left for the next boot: " + left + ".\n";
+}
+
+/// In bytes, 0 for a file that is missing.
+std::uintmax_t SizeOf(const KSUP::KString& path) {
+    std::error_code failed;
+    const std::uintmax_t size = std::filesystem::file_size(path.c_str(), failed);
+    return failed ? 0 : size;
 }
 
 void RefuseUnlessRoot() {
@@ -138,6 +150,7 @@ void KSetupRun::Prepare() {
     } catch (const KSUP::KError& error) {
         throw KSetupFailure(ExitCode::noKit, InWords(error));
     }
+    NameCommandOutput();
     installer.SetCallback([this](const KSUP::KString& status, double percent) {
         // The first status of a rule has no percentage: a chunk of a copy needs no look.
         if (percent == KINS::noPercentage) {
@@ -145,6 +158,26 @@ void KSetupRun::Prepare() {
             progress.RuleReports(installer.GetCompletedCount(), workerMaxCount, status);
         }
     });
+}
+
+void KSetupRun::NameCommandOutput() {
+    const KSUP::KString& log = installer.GetLog().GetPath();
+    commandOutput = KSUP::KUtil::AppendPathSep(KSUP::KUtil::RemoveFileFromPath(log, "/"), "/") +
+                    installer.ExpandMacros("$product$ Setup Commands.txt");
+    commandOutputSize = SizeOf(commandOutput);
+    if (const unsigned status = SvcSetCommandOutput(commandOutput.c_str()); status != 0) {
+        throw KSetupFailure(
+            ExitCode::internal, std::generic_category().message(static_cast<int>(status))
+        );
+    }
+}
+
+std::string KSetupRun::CommandOutputLine() const {
+    // Another size, not only a larger one: somebody may have emptied the file meanwhile.
+    const std::uintmax_t size = SizeOf(commandOutput);
+    return size == 0 || size == commandOutputSize
+               ? ""
+               : "What commands wrote: " + Text(commandOutput) + "\n";
 }
 
 std::string KSetupRun::ChooseProductPath(const std::string& givenPath) const {
@@ -243,7 +276,8 @@ int KSetupRun::ReportDone(const std::string& path) {
         }
     }
     std::cout << LeftServices() << done
-              << " rules done. Log: " << installer.GetLog().GetPath().c_str() << std::endl;
+              << " rules done. Log: " << installer.GetLog().GetPath().c_str() << "\n"
+              << CommandOutputLine() << std::flush;
     return ExitCode::done;
 }
 
@@ -266,7 +300,8 @@ int KSetupRun::ReportError(const KSUP::KError& error, const std::string& path) {
     if (cancelled) {
         out << verb << " was stopped on request after " << done << " of " << maxCount
             << " rules. What was done stays in " << path << "; run it again to go on.\n"
-            << "Log: " << installer.GetLog().GetPath().c_str() << "\n";
+            << "Log: " << installer.GetLog().GetPath().c_str() << "\n"
+            << CommandOutputLine();
     } else {
         const std::string words = IsOfServiceCall(error)
                                       ? KSetupProgress::Printable(serviceReason.Get().c_str())
@@ -279,7 +314,8 @@ int KSetupRun::ReportError(const KSUP::KError& error, const std::string& path) {
             out << "Rule: " << KSetupLogTail(installer.GetLog().GetPath().c_str()).GetLastRule()
                 << "\n";
         }
-        out << LogEnd() << "\nWhat was done stays in " << path
+        out << LogEnd() << "\n"
+            << CommandOutputLine() << "What was done stays in " << path
             << ". Mend the cause and run it again.\n";
     }
     out.flush();

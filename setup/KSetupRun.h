@@ -8,7 +8,9 @@
 #include <setup/KSetupProgress.h>
 #include <setup/KSetupSignals.h>
 #include <sup++/KError.h>
+#include <sup++/KString.h>
 
+#include <cstdint>
 #include <string>
 
 namespace KSETUP {
@@ -31,6 +33,11 @@ class KSetupRun {
 
   private:
     void Prepare();
+    /// Lets what commands write go into a file beside the setup log: whether a command failed does not
+    /// matter to the run, so this is the only place that tells.
+    void NameCommandOutput();
+    /// Where that is, as a line of its own; empty when this run's commands have written nothing.
+    std::string CommandOutputLine() const;
     void Load(const std::string& path);
     std::string ChooseProductPath(const std::string& givenPath) const;
     int Watch(const std::string& path);
@@ -45,7 +52,9 @@ class KSetupRun {
     KSetupProgress progress;
     KServiceReason serviceReason;
     bool installs = true;
-    unsigned maxCount = 0;       // the main thread's
+    KSUP::KString commandOutput;
+    std::uintmax_t commandOutputSize = 0; // before the run
+    unsigned maxCount = 0;                // the main thread's
     unsigned workerMaxCount = 0; // the worker thread's, which may report before Start is back
     KINS::KInstaller installer;  // last: its run uses the rest
 };

@@ -24,6 +24,8 @@ using ::testing::Not;
 constexpr const char* product = "[product]\nname=Setup Test\nserviceName=setuptest\n"
                                 "iniFile=st.ini\nversion=1.5\nbuildNumber=9\n";
 
+constexpr const char* commandOutput = "/var/log/Setup Test Setup Commands.txt";
+
 std::string Slurp(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
@@ -42,7 +44,10 @@ class SetupProgramTest : public ::testing::Test {
         tree.Write("kit/lib/svc", "program", 0755);
         GivenScript();
     }
-    ~SetupProgramTest() override { std::filesystem::remove_all("/etc/setuptest"); }
+    ~SetupProgramTest() override {
+        std::filesystem::remove_all("/etc/setuptest");
+        std::filesystem::remove(commandOutput);
+    }
 
     void GivenScript(const std::string& more = "") {
         tree.Write(
@@ -159,6 +164,51 @@ TEST_F(SetupProgramTest, AFailedRuleIsToldInWords) {
         failed.err, HasSubstr("    KINS::KInstallRuleManager: Executing rule -> File copy")
     );
     EXPECT_EQ(RunSetup("status").exitCode, 3);
+}
+
+TEST_F(SetupProgramTest, WhatCommandsWriteIsKeptBesideTheLogAndTold) {
+    GivenScript("process=start,echo first; echo second >&2; false\n");
+    const Outcome installed = RunSetup("install");
+    EXPECT_EQ(installed.exitCode, 0) << installed.err;
+    EXPECT_THAT(
+        installed.out,
+        HasSubstr(std::string("Log.txt\nWhat commands wrote: ") + commandOutput + "\n")
+    );
+    EXPECT_EQ(Slurp(commandOutput), "first\nsecond\n");
+    EXPECT_EQ(std::filesystem::status(commandOutput).permissions(), std::filesystem::perms{0640});
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    EXPECT_EQ(Slurp(commandOutput), "first\nsecond\nfirst\nsecond\n");
+}
+
+TEST_F(SetupProgramTest, CommandsThatWriteNothingAreNotMentioned) {
+    GivenScript("process=start,echo something\n");
+    ASSERT_THAT(RunSetup("install").out, HasSubstr("What commands wrote"));
+    GivenScript("process=start,true\n"); // with the former run's output still there
+    EXPECT_THAT(RunSetup("install").out, Not(HasSubstr("What commands wrote")));
+    EXPECT_THAT(RunSetup("remove").out, Not(HasSubstr("What commands wrote")));
+}
+
+TEST_F(SetupProgramTest, AFailureTellsWhatCommandsWroteBefore) {
+    GivenScript(
+        "process=start,/nowhere/prepare\nfile=copy,missing,$pathSource$lib,$pathTargetBin$\n"
+    );
+    const Outcome failed = RunSetup("install");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(
+        failed.err, HasSubstr(std::string("\nWhat commands wrote: ") + commandOutput + "\n")
+    );
+    EXPECT_THAT(Slurp(commandOutput), HasSubstr("/nowhere/prepare: not found"));
+}
+
+TEST_F(SetupProgramTest, ALinkInThePlaceOfTheCommandsFileIsNotFollowed) {
+    tree.Write("victim", "mine\n");
+    std::filesystem::create_symlink(tree.Path("victim"), commandOutput);
+    GivenScript("process=start,echo something\n");
+    const Outcome failed = RunSetup("install");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(failed.err, HasSubstr("Error 172: A process could not be started"));
+    EXPECT_THAT(failed.err, HasSubstr(std::string(commandOutput) + ": a symbolic link"));
+    EXPECT_EQ(tree.Read("victim"), "mine\n");
 }
 
 TEST_F(SetupProgramTest, AMissingRecordFileIsToldInWords) {
