@@ -83,6 +83,12 @@ class SetupProgramTest : public ::testing::Test {
         return Run("SETUP " + action + " --kit " + tree.Path("kit") + " " + more);
     }
 
+    /// A command that returns when the program copies the large file, or has not for a minute.
+    std::string WhenItCopies() const {
+        return "n=0; until [ -s " + tree.Path("product/lin/x86_64/svc") +
+               " ] || [ $((n += 1)) -gt 6000 ]; do sleep 0.01; done; ";
+    }
+
     KTEST::TemporaryTree tree;
 };
 
@@ -238,8 +244,8 @@ TEST_F(SetupProgramTest, AnUnknownRuleIsShownByTheLog) {
 TEST_F(SetupProgramTest, AnIgnoredHangUpStaysIgnored) {
     std::filesystem::resize_file(tree.Path("kit/lib/svc"), 1ULL << 30U);
     const Outcome installed =
-        Run("(trap '' HUP; exec SETUP install --kit " + tree.Path("kit") +
-            ") & sleep 0.2; kill -HUP $!; wait $!");
+        Run("(trap '' HUP; exec SETUP install --kit " + tree.Path("kit") + ") & " + WhenItCopies() +
+            "kill -HUP $!; wait $!");
     EXPECT_EQ(installed.exitCode, 0) << installed.err;
 }
 
@@ -333,8 +339,8 @@ TEST_P(SetupSignalTest, StopsTheRunAndSaysSo) {
     // Sparse: takes long to copy and no room in the kit.
     std::filesystem::resize_file(tree.Path("kit/lib/svc"), 3ULL << 30U);
     const Outcome stopped =
-        Run("SETUP install --kit " + tree.Path("kit") + " & sleep 0.3; kill -" + GetParam().name +
-            " $!; wait $!");
+        Run("SETUP install --kit " + tree.Path("kit") + " & " + WhenItCopies() + "kill -" +
+            GetParam().name + " $!; wait $!");
     EXPECT_EQ(stopped.exitCode, GetParam().exitCode);
     EXPECT_THAT(stopped.out, HasSubstr("Stopping. Waiting for: Copying file"));
     EXPECT_THAT(stopped.err, HasSubstr("Installing was stopped on request after 4 of 6 rules."));
