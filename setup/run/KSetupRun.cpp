@@ -233,8 +233,12 @@ void KSetupRun::FillEnd(const KSUP::KError& error) {
         report.exitCode =
             ExitCode::signalBase + (signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT);
         report.error = "stopped on request";
-        if (!copied.empty() && !KSUP::KFileBase::DoesFileExist(copied)) {
-            report.notes.push_back("The file that was being copied was taken away: " + copied);
+        // A copy that was called off counts as done.
+        const std::string calledOff = copied.empty() && report.rulesDone > 0
+                                          ? watch->GetCopied(report.rulesDone - 1)
+                                          : copied;
+        if (!calledOff.empty() && !KSUP::KFileBase::DoesFileExist(calledOff)) {
+            report.notes.push_back("The file that was being copied was taken away: " + calledOff);
         }
         report.notes.push_back(
             "What was done stays in " + report.productPath + "; run it again to go on."
