@@ -32,12 +32,16 @@ void PrintLogEnd(const KRunReport& report) {
     }
 }
 
-void PrintNotes(std::ostream& out, const KRunReport& report) {
-    for (const std::string& note : report.notes) {
-        out << Shown(note) << "\n";
-    }
+void PrintCommandOutput(std::ostream& out, const KRunReport& report) {
     if (!report.commandOutput.empty()) {
         out << "What commands wrote: " << Shown(report.commandOutput) << "\n";
+    }
+}
+
+void PrintNotes(std::ostream& out, const KRunReport& report) {
+    PrintCommandOutput(out, report);
+    for (const std::string& note : report.notes) {
+        out << Shown(note) << "\n";
     }
 }
 
@@ -149,10 +153,13 @@ void KSetupVoice::PrintDone(const KRunReport& report) const {
             std::cout << "    " << Shown(path) << "\n";
         }
     }
-    PrintNotes(std::cout, report);
+    for (const std::string& note : report.notes) {
+        std::cout << Shown(note) << "\n";
+    }
     if (report.rulesAll != 0) {
         std::cout << report.rulesDone << " rules done. Log: " << Shown(report.log) << "\n";
     }
+    PrintCommandOutput(std::cout, report);
 }
 
 void KSetupVoice::PrintTrouble(const KRunReport& report) {

@@ -15,6 +15,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <iostream>
 #include <system_error>
 
 #include <unistd.h>
@@ -121,6 +122,7 @@ void KSetupRun::Remove() {
     report.version = record.version;
     report.buildNumber = record.buildNumber;
     Plan("remove");
+    AskBeforeRemoval();
     Prepare();
     Load();
     Watch();
@@ -128,6 +130,21 @@ void KSetupRun::Remove() {
         FillRemoved();
     }
     FillNotes();
+}
+
+/// Only where somebody sits: a run that nobody watches is never held up.
+void KSetupRun::AskBeforeRemoval() const {
+    if (arguments.yes || !voice.IsText() || ::isatty(STDIN_FILENO) == 0 ||
+        ::isatty(STDOUT_FILENO) == 0) {
+        return;
+    }
+    std::cout << "Remove " << Shown(report.product) << " " << Shown(report.version) << " from "
+              << Shown(report.productPath) << "? [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "Y" && answer != "yes") {
+        throw KSetupFailure(ExitCode::signalBase + SIGINT, "Nothing was removed.");
+    }
 }
 
 /// Reads the script and finds the product path, all without a change.

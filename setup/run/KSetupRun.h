@@ -40,6 +40,7 @@ class KSetupRun {
 
   private:
     void Plan(const char* section);
+    void AskBeforeRemoval() const;
     void Prepare();
     void NameCommandOutput();
     void Load();

@@ -60,7 +60,7 @@ TEST_F(ServicesSetupTest, TellsWhyAServiceDidNotStart) {
     const std::string told = Setup("install");
     EXPECT_THAT(told, HasSubstr("\nError 182: inspp-test.service: it "));
     EXPECT_THAT(told, HasSubstr("exit status 3"));
-    EXPECT_THAT(told, HasSubstr("exit 1"));
+    EXPECT_THAT(told, HasSubstr("exit 69"));
 }
 
 TEST_F(ServicesSetupTest, TellsWhyAServiceWasNotRegistered) {
