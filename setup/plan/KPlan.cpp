@@ -104,9 +104,10 @@ void Planner::PlanFile(const Fields& fields) {
 void Planner::Copy(const std::string& source, const std::string& target) {
     KPlannedAction action = Action(Kind::CopyFile, target, source);
     KPlannedEntry found = tree.Find(source);
+    std::filesystem::path at(source);
     for (int links = 0; found.kind == KEntryKind::Link && links < 40; ++links) {
-        const std::filesystem::path link = std::filesystem::path(source).parent_path();
-        found = tree.Find((link / found.target).string());
+        at = at.parent_path() / found.target; // relative to where that very link stands
+        found = tree.Find(at.string());
     }
     action.bytes = found.bytes;
     action.mode = found.mode;
