@@ -23,7 +23,7 @@ struct KCheckResult {
 /// Looks for mistakes in a kit's script, as for an install to `productPath` (empty: where the script
 /// proposes). Sets the path map as a run for it does; changes nothing else.
 ///
-/// Throws   KSetupFailure, KSUP::KError when the kit cannot be read
+/// Throws   KSetupFailure when the kit cannot be read
 KCheckResult CheckKit(const KSetupKit& kit, const std::string& productPath = {});
 
 } // namespace KSETUP

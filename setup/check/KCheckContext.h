@@ -22,7 +22,7 @@ class KCheckContext {
   public:
     /// For an install to `givenPath`; empty means where the script proposes.
     ///
-    /// Throws   KSetupFailure, KSUP::KError when the kit cannot be read
+    /// Throws   KSetupFailure when the kit cannot be read
     KCheckContext(const KSetupKit& setupKit, const std::string& givenPath);
     KCheckContext(const KCheckContext&) = delete;
     KCheckContext& operator=(const KCheckContext&) = delete;

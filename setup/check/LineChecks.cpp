@@ -90,6 +90,9 @@ std::string ListOf(const std::vector<std::string>& words) {
 
 /// What to write instead of a word that is none of `known`.
 std::string WriteInstead(const std::string& written, const std::vector<std::string>& known) {
+    if (Lower(written) == "restart") { // close to "start", which leaves the former program running
+        return "write a \"stop\", and a \"start\" behind it";
+    }
     const std::string meant = FindMeant(written, known);
     return "write " + (meant.empty() ? ListOf(known) : Quoted(meant));
 }

@@ -118,10 +118,24 @@ bool IsShared(const KCheckContext& context, const std::string& path) {
     return IsOfTheSystem(path) || product.starts_with(path + "/");
 }
 
+/// Whether the removal would delete a directory but for what is still in it, which is told by
+/// itself. One that is empty in the end was deleted too early.
+bool IsHeldByContents(const KCheckContext& context, const std::string& path) {
+    const auto& rules = context.GetRemove().GetRules();
+    return !context.GetAfterRemove().IsEmpty(path) &&
+           std::any_of(rules.begin(), rules.end(), [&](const KPlannedRule& planned) {
+               return !planned.actions.empty() &&
+                      planned.actions.back().kind == Kind::DeleteDirectory &&
+                      KPlannedTree::Normal(planned.actions.back().path) == path;
+           });
+}
+
 bool IsLeft(const KCheckContext& context, const std::string& path) {
     const KPlannedEntry entry = context.GetAfterRemove().Find(path);
-    const bool isShared = entry.kind == KEntryKind::Directory && IsShared(context, path);
-    return IsInstalled(context, path) && entry.kind != KEntryKind::Nothing && !isShared &&
+    const bool isDirectory = entry.kind == KEntryKind::Directory;
+    return IsInstalled(context, path) && entry.kind != KEntryKind::Nothing &&
+           !path.starts_with(context.GetKitDirectory() + "/") &&
+           !(isDirectory && (IsShared(context, path) || IsHeldByContents(context, path))) &&
            !IsNamedByCommand(context, path);
 }
 
