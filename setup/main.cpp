@@ -65,8 +65,8 @@ int Run(const KSetupArguments& arguments) {
             KSETUP::KSetupRun(kit, arguments, voice, report).Remove();
         });
     case Command::Status:
-        return Tell(arguments, "status", [&](const auto& kit, auto&, auto& report) {
-            KSETUP::FillStatus(kit, arguments, report);
+        return Tell(arguments, "status", [&](const auto&, auto&, auto& report) {
+            KSETUP::FillStatus(arguments, report);
         });
     case Command::Restore:
         return KSETUP::ExitCode::internal;

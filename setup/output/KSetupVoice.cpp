@@ -147,6 +147,9 @@ void KSetupVoice::PrintDone(const KRunReport& report) const {
         std::cout << Shown(report.product) << " is removed from " << Shown(report.productPath)
                   << ".\n";
     }
+    for (const auto& [path, what] : report.differences) {
+        std::cout << "    " << Shown(path) << " " << Shown(what) << "\n";
+    }
     if (!report.leftBehind.empty()) {
         std::cout << "Still there:\n";
         for (const std::string& path : report.leftBehind) {

@@ -8,6 +8,7 @@
 #include <setup/run/KSetupRun.h>
 #include <setup/run/ProductPath.h>
 #include <setup/run/RunWords.h>
+#include <setup/safety/KManifest.h>
 #include <setup/safety/Preflight.h>
 #include <setup/script/KScript.h>
 #include <sup++/KErrorCode.h>
@@ -77,6 +78,13 @@ std::vector<KWatchedRule> RulesOf(const KPlan& plan, const std::string& script, 
     return rules;
 }
 
+/// Whether such an action leaves something at its path.
+bool MakesEntry(KPlannedAction::Kind kind) {
+    using Kind = KPlannedAction::Kind;
+    return kind == Kind::CreateDirectory || kind == Kind::CopyFile || kind == Kind::MakeLink ||
+           kind == Kind::CreateProfile || kind == Kind::PutOption;
+}
+
 std::string WordsOf(const KScriptCycle& cycle) {
     std::string words;
     for (const std::string& name : cycle.names) {
@@ -120,6 +128,10 @@ void KSetupRun::Install() {
     Prepare();
     Load();
     Watch();
+    if (report.result == KRunResult::Done) {
+        KeepManifest();
+        state->End();
+    }
     FillNotes();
 }
 
@@ -283,8 +295,6 @@ void KSetupRun::Watch() {
     report.rulesAll = installer.GetMaxCount();
     if (ended) {
         FillEnd(*ended);
-    } else {
-        state->End();
     }
     KRunChronicle::End(report, installer.GetLog());
 }
@@ -333,6 +343,31 @@ void KSetupRun::FillNotes() {
     report.commandOutput = size == 0 || size == commandOutputSize ? "" : commandOutput;
 }
 
+/// What was installed, for "status --verify" and for what a removal leaves.
+void KSetupRun::KeepManifest() {
+    std::vector<std::string> paths;
+    for (const KPlannedRule& rule : plan->GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (MakesEntry(action.kind)) {
+                paths.push_back(action.path);
+            }
+        }
+    }
+    try {
+        const std::string service = macros.Expand("$serviceName$");
+        KManifest manifest(paths);
+        if (const auto former = KManifest::Read(service)) {
+            manifest.Merge(*former);
+        }
+        manifest.Write(service);
+    } catch (const KSetupFailure& failure) {
+        // The product is installed all the same.
+        report.notes.push_back(
+            std::string("\"status --verify\" will not know of this: ") + failure.what()
+        );
+    }
+}
+
 void KSetupRun::FillRemoved() {
     if (installer.IsProductInstalled()) {
         report.result = KRunResult::Failed;
@@ -342,12 +377,28 @@ void KSetupRun::FillRemoved() {
                        "the product's link in /etc. Everything else that it names is removed.";
         return;
     }
-    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
+    if (const auto installed = KManifest::Read(macros.Expand("$serviceName$"))) {
+        report.leftBehind = installed->GetRemaining();
+    } else if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.leftBehind.push_back(report.productPath);
+    }
+    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.notes.emplace_back(
             "The directory is still there: it holds what the script does not delete."
         );
     }
+    Forget();
+}
+
+/// What was remembered of the product goes with it, save a backup.
+void KSetupRun::Forget() {
+    const std::string service = macros.Expand("$serviceName$");
+    KManifest::Remove(service);
+    state->End();
+    const std::filesystem::path directory = std::filesystem::path(stateBaseDirectory) / service;
+    std::error_code isNotEmpty; // then it stays
+    std::filesystem::remove(directory, isNotEmpty);
+    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
 }
 
 } // namespace KSETUP

@@ -52,6 +52,8 @@ class KSetupRun {
     void Load();
     void Watch();
     void FillEnd(const KSUP::KError& error);
+    void KeepManifest();
+    void Forget();
     void FillNotes();
     void FillRemoved();
 

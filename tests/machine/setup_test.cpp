@@ -306,6 +306,38 @@ TEST_F(SetupProgramTest, AnInterruptedRunIsToldByTheNext) {
     EXPECT_THAT(RunSetup("install").out, Not(HasSubstr("interrupted")));
 }
 
+TEST_F(SetupProgramTest, VerifyComparesWithWhatWasInstalled) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const Outcome same = RunSetup("status", "--verify");
+    EXPECT_EQ(same.exitCode, 0);
+    EXPECT_THAT(same.out, HasSubstr("It is as it was installed."));
+    tree.Write("product/config/st.ini", "[installControl]\ninstalledVersion=1.5\n[My]\nown=1\n");
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0); // a configuration is there to be edited
+    tree.Write("product/lin/x86_64/svc", "changed", 0755);
+    const Outcome differs = RunSetup("status", "--verify");
+    EXPECT_EQ(differs.exitCode, 4);
+    EXPECT_THAT(differs.out, HasSubstr("    " + tree.Path("product/lin/x86_64/svc") + " "));
+    EXPECT_THAT(
+        RunSetup("status", "--verify --json").out,
+        HasSubstr("\"result\":\"differs\",\"exitCode\":4")
+    );
+}
+
+TEST_F(SetupProgramTest, VerifyWithoutAManifestSaysSo) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    std::filesystem::remove_all("/var/lib/ins++/setuptest");
+    const Outcome refused = RunSetup("status", "--verify");
+    EXPECT_EQ(refused.exitCode, 66);
+    EXPECT_THAT(refused.err, HasSubstr("there is nothing to compare with"));
+}
+
+TEST_F(SetupProgramTest, ARemovalLeavesNothingOfWhatIsRemembered) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    EXPECT_TRUE(std::filesystem::exists("/var/lib/ins++/setuptest/manifest"));
+    ASSERT_EQ(RunSetup("remove").exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists("/var/lib/ins++/setuptest"));
+}
+
 TEST_F(SetupProgramTest, ADowngradeIsRefusedUnlessItIsAllowed) {
     ASSERT_EQ(RunSetup("install").exitCode, 0);
     tree.Write(
