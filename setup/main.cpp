@@ -69,7 +69,9 @@ int Run(const KSetupArguments& arguments) {
             KSETUP::FillStatus(arguments, report);
         });
     case Command::Restore:
-        return KSETUP::ExitCode::internal;
+        return Tell(arguments, "restore", [&](const auto&, auto&, auto& report) {
+            KSETUP::FillRestore(arguments, report);
+        });
     case Command::Check:
         return KSETUP::RunCheck(arguments);
     case Command::PlanInstall:

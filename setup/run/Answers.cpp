@@ -2,10 +2,14 @@
 #include <ins/KInstaller.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/output/KSetupSignals.h>
 #include <setup/run/Answers.h>
 #include <setup/run/RunWords.h>
+#include <setup/safety/KBackup.h>
 #include <setup/safety/KManifest.h>
+#include <setup/safety/KRunLock.h>
 #include <setup/safety/KRunState.h>
+#include <setup/safety/Preflight.h>
 #include <sup++/KUtil.h>
 
 namespace KSETUP {
@@ -65,6 +69,38 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     report.productPath = record.path;
     if (arguments.verify) {
         Verify(installer, service, report);
+    }
+}
+
+void FillRestore(const KSetupArguments& arguments, KRunReport& report) {
+    RequireRoot();
+    const KINS::KInstaller installer;
+    const std::string service = installer.ExpandMacros("$serviceName$").c_str();
+    report.product = KSetupKit::GetProductName().c_str();
+    KSetupSignals signals;
+    const auto shallStop = [&] { return signals.Take() != 0; };
+    const KRunLock lock(service, arguments.waitSeconds, shallStop);
+    const KRestored restored = KBackup(service).Restore(shallStop);
+    report.notes.push_back(
+        std::to_string(restored.putBack) + " put back, " + std::to_string(restored.deleted) +
+        " that had not been there deleted. Services are as they were once systemd has read their "
+        "files: systemctl daemon-reload."
+    );
+    for (const std::string& directory : restored.kept) {
+        report.leftBehind.push_back(directory);
+    }
+    for (const std::string& failure : restored.failures) {
+        report.error += (report.error.empty() ? "" : "; ") + failure;
+    }
+    if (restored.stopped) {
+        report.result = KRunResult::Cancelled;
+        report.exitCode = ExitCode::signalBase + signals.GetFirst();
+        report.error = "stopped on request; run it again to go on";
+    } else if (!restored.failures.empty()) {
+        report.result = KRunResult::Failed;
+        report.exitCode = ExitCode::cannotWrite;
+    } else {
+        KRunState(service).End(); // what was begun is undone
     }
 }
 

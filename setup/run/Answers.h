@@ -13,4 +13,9 @@ namespace KSETUP {
 /// Throws   KSetupFailure when there is nothing to compare with
 void FillStatus(const KSetupArguments& arguments, KRunReport& report);
 
+/// `ins-setup restore`: puts back what the last run with --backup replaced.
+///
+/// Throws   KSetupFailure when nothing was begun
+void FillRestore(const KSetupArguments& arguments, KRunReport& report);
+
 } // namespace KSETUP

@@ -6,8 +6,10 @@
 #include <setup/output/KSetupLogTail.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
+#include <setup/run/PlannedPaths.h>
 #include <setup/run/ProductPath.h>
 #include <setup/run/RunWords.h>
+#include <setup/safety/KBackup.h>
 #include <setup/safety/KManifest.h>
 #include <setup/safety/Preflight.h>
 #include <setup/script/KScript.h>
@@ -42,14 +44,6 @@ std::uintmax_t SizeOf(const std::string& path) {
     return failed ? 0 : size;
 }
 
-void RefuseUnlessRoot() {
-    if (::geteuid() != 0) {
-        throw KSetupFailure(
-            ExitCode::notRoot, "Only root can install and remove products. Try it with sudo."
-        );
-    }
-}
-
 /// The rules that count, as the engine will count them.
 std::vector<KWatchedRule> RulesOf(const KPlan& plan, const std::string& script, bool installs) {
     std::vector<KWatchedRule> rules;
@@ -78,13 +72,6 @@ std::vector<KWatchedRule> RulesOf(const KPlan& plan, const std::string& script, 
     return rules;
 }
 
-/// Whether such an action leaves something at its path.
-bool MakesEntry(KPlannedAction::Kind kind) {
-    using Kind = KPlannedAction::Kind;
-    return kind == Kind::CreateDirectory || kind == Kind::CopyFile || kind == Kind::MakeLink ||
-           kind == Kind::CreateProfile || kind == Kind::PutOption;
-}
-
 std::string WordsOf(const KScriptCycle& cycle) {
     std::string words;
     for (const std::string& name : cycle.names) {
@@ -109,7 +96,7 @@ KSetupRun::KSetupRun(
 }
 
 void KSetupRun::Install() {
-    RefuseUnlessRoot();
+    RequireRoot();
     report.version = macros.Expand("$verInfo$");
     report.buildNumber = SvcGetOEMDataEx()->buildNumber;
     if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
@@ -125,6 +112,7 @@ void KSetupRun::Install() {
     Plan("install");
     RefuseErrors();
     LookAround();
+    BackUp();
     Prepare();
     Load();
     Watch();
@@ -136,7 +124,7 @@ void KSetupRun::Install() {
 }
 
 void KSetupRun::Remove() {
-    RefuseUnlessRoot();
+    RequireRoot();
     if (!installer.IsProductInstalled()) {
         return; // with nothing done, which is what was asked for
     }
@@ -147,6 +135,7 @@ void KSetupRun::Remove() {
     Plan("remove");
     LookAround();
     AskBeforeRemoval();
+    BackUp();
     Prepare();
     Load();
     Watch();
@@ -191,9 +180,24 @@ void KSetupRun::LookAround() const {
     if (!arguments.offlineServices && report.command == "install") {
         RequireServiceManager(*plan);
     }
+    const char* fate = report.command == "install" ? "replaced: " : "deleted: ";
     for (const std::string& program : FindRunningPrograms(*plan)) {
-        voice.Say("Running, and about to be replaced: " + Shown(program));
+        voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
     }
+}
+
+/// Everything that the run may change, so that "restore" can put it back.
+void KSetupRun::BackUp() {
+    if (!arguments.backup) {
+        return;
+    }
+    const std::string service = macros.Expand("$serviceName$");
+    std::vector<std::string> paths = ChangedPaths(*plan);
+    const std::filesystem::path product(report.productPath);
+    paths.push_back(product / "config" / macros.Expand("$iniFile$"));
+    paths.push_back(std::filesystem::path(stateBaseDirectory) / service / "manifest");
+    KBackup(service).Save(paths, [this] { return signals.Take() != 0; });
+    voice.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
 }
 
 /// Only where somebody sits: a run that nobody watches is never held up.
@@ -345,17 +349,9 @@ void KSetupRun::FillNotes() {
 
 /// What was installed, for "status --verify" and for what a removal leaves.
 void KSetupRun::KeepManifest() {
-    std::vector<std::string> paths;
-    for (const KPlannedRule& rule : plan->GetRules()) {
-        for (const KPlannedAction& action : rule.actions) {
-            if (MakesEntry(action.kind)) {
-                paths.push_back(action.path);
-            }
-        }
-    }
     try {
         const std::string service = macros.Expand("$serviceName$");
-        KManifest manifest(paths);
+        KManifest manifest(MadePaths(*plan));
         if (const auto former = KManifest::Read(service)) {
             manifest.Merge(*former);
         }

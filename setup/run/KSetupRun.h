@@ -47,6 +47,7 @@ class KSetupRun {
     void Plan(const char* section);
     void LookAround() const;
     void AskBeforeRemoval() const;
+    void BackUp();
     void Prepare();
     void NameCommandOutput();
     void Load();
