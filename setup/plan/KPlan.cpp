@@ -116,7 +116,7 @@ void Planner::Copy(const std::string& source, const std::string& target) {
     std::filesystem::path from(source);
     KPlannedEntry found = tree.Find(source);
     for (int links = 0; found.kind == KEntryKind::Link && links < 40; ++links) {
-        from = from.parent_path() / found.target;
+        from = from.parent_path() / found.target; // relative to where that very link stands
         found = tree.Find(from.string());
     }
     action.bytes = found.bytes;

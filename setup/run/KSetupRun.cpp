@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/check/FindingText.h>
+#include <setup/check/KCheck.h>
 #include <setup/output/KSetupLogTail.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
 #include <setup/run/ProductPath.h>
 #include <setup/run/RunWords.h>
+#include <setup/safety/Preflight.h>
 #include <setup/script/KScript.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KFileBase.h>
@@ -99,14 +102,21 @@ KSetupRun::KSetupRun(
 
 void KSetupRun::Install() {
     RefuseUnlessRoot();
+    report.version = macros.Expand("$verInfo$");
+    report.buildNumber = SvcGetOEMDataEx()->buildNumber;
     if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
         throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
     }
-    report.version = macros.Expand("$verInfo$");
-    report.buildNumber = SvcGetOEMDataEx()->buildNumber;
-    const bool wasInstalled = installer.IsProductInstalled();
-    report.formerVersion = wasInstalled ? ReadRecord(installer).version : "";
+    Secure();
+    if (installer.IsProductInstalled()) {
+        report.formerVersion = ReadRecord(installer).version;
+        if (!arguments.allowDowngrade) {
+            RequireNoDowngrade(report.product, report.formerVersion, report.version);
+        }
+    }
     Plan("install");
+    RefuseErrors();
+    LookAround();
     Prepare();
     Load();
     Watch();
@@ -121,7 +131,9 @@ void KSetupRun::Remove() {
     const KInstalledRecord record = ReadRecord(installer);
     report.version = record.version;
     report.buildNumber = record.buildNumber;
+    Secure();
     Plan("remove");
+    LookAround();
     AskBeforeRemoval();
     Prepare();
     Load();
@@ -130,6 +142,46 @@ void KSetupRun::Remove() {
         FillRemoved();
     }
     FillNotes();
+}
+
+/// From here on the kit is what it was made as, and nobody else works on the product.
+void KSetupRun::Secure() {
+    RequirePrivate(kit.GetDirectory());
+    const std::string service = macros.Expand("$serviceName$");
+    lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
+    if (const auto interrupted = KRunState::Read(service)) {
+        voice.Say(Shown(interrupted->ToWords()));
+    }
+}
+
+/// An engine that is given a wrong script does what it says; here people are helped.
+void KSetupRun::RefuseErrors() const {
+    const KCheckResult found = CheckKit(kit, report.productPath);
+    if (!found.hasCycle && (arguments.noCheck || !found.HasErrors())) {
+        return;
+    }
+    std::string words = "the kit's script has errors. Nothing was changed.";
+    for (const KFinding& finding : found.findings) {
+        if (finding.severity == KSeverity::Error) {
+            words += "\n" + ToLine(finding, kit.GetDirectory());
+        }
+    }
+    throw KSetupFailure(
+        ExitCode::malformedScript,
+        words + (found.hasCycle ? "\nMend the circle first: it would load without end."
+                                : "\nMend them, or install with --no-check.")
+    );
+}
+
+void KSetupRun::LookAround() const {
+    RequireWritable(*plan);
+    RequireSpace(*plan);
+    if (!arguments.offlineServices && report.command == "install") {
+        RequireServiceManager(*plan);
+    }
+    for (const std::string& program : FindRunningPrograms(*plan)) {
+        voice.Say("Running, and about to be replaced: " + Shown(program));
+    }
 }
 
 /// Only where somebody sits: a run that nobody watches is never held up.
@@ -200,6 +252,14 @@ void KSetupRun::Load() {
         watch->Report(status, percent);
     });
     voice.Start(report);
+    KRunDescription run;
+    run.action = installs ? KRunDescription::Action::Install : KRunDescription::Action::Remove;
+    run.product = report.product;
+    run.version = report.version;
+    run.path = report.productPath;
+    run.ruleCount = report.rulesAll;
+    state.emplace(macros.Expand("$serviceName$"));
+    state->Begin(run);
     try {
         if (installs) {
             installer.StartInstall(report.productPath);
@@ -209,6 +269,7 @@ void KSetupRun::Load() {
     } catch (const KSUP::KError& error) {
         const bool malformed = error.GetCode() == KSUP::ErrorCode::malformedRule;
         report.logEnd = KSetupLogTail(report.log.c_str()).GetLast(logLinesShown);
+        state->End(); // nothing was begun
         throw KSetupFailure(
             malformed ? ExitCode::malformedScript : ExitCode::internal,
             Text(kit.GetScript()) + ": " + Shown(InWords(error, "")) + " Nothing was changed."
@@ -217,11 +278,13 @@ void KSetupRun::Load() {
 }
 
 void KSetupRun::Watch() {
-    const auto ended = watch->Wait([](unsigned) {});
+    const auto ended = watch->Wait([this](unsigned done) { state->SetRule(done + 1); });
     report.rulesDone = installer.GetCompletedCount();
     report.rulesAll = installer.GetMaxCount();
     if (ended) {
         FillEnd(*ended);
+    } else {
+        state->End();
     }
     KRunChronicle::End(report, installer.GetLog());
 }
@@ -233,8 +296,12 @@ void KSetupRun::FillEnd(const KSUP::KError& error) {
         report.exitCode =
             ExitCode::signalBase + (signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT);
         report.error = "stopped on request";
-        if (!copied.empty() && !KSUP::KFileBase::DoesFileExist(copied)) {
-            report.notes.push_back("The file that was being copied was taken away: " + copied);
+        // A copy that was called off counts as done.
+        const std::string calledOff = copied.empty() && report.rulesDone > 0
+                                          ? watch->GetCopied(report.rulesDone - 1)
+                                          : copied;
+        if (!calledOff.empty() && !KSUP::KFileBase::DoesFileExist(calledOff)) {
+            report.notes.push_back("The file that was being copied was taken away: " + calledOff);
         }
         report.notes.push_back(
             "What was done stays in " + report.productPath + "; run it again to go on."

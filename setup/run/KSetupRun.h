@@ -10,12 +10,15 @@
 #include <setup/plan/KPlan.h>
 #include <setup/run/KRunWatch.h>
 #include <setup/run/KServiceReason.h>
+#include <setup/safety/KRunLock.h>
+#include <setup/safety/KRunState.h>
 #include <setup/script/KMacroContext.h>
 #include <sup++/KError.h>
 #include <sup++/KString.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace KSETUP {
@@ -39,7 +42,10 @@ class KSetupRun {
     void Remove();
 
   private:
+    void Secure();
+    void RefuseErrors() const;
     void Plan(const char* section);
+    void LookAround() const;
     void AskBeforeRemoval() const;
     void Prepare();
     void NameCommandOutput();
@@ -54,6 +60,8 @@ class KSetupRun {
     KSetupVoice& voice;
     KRunReport& report;
     KSetupSignals signals;
+    std::optional<KRunLock> lock;
+    std::optional<KRunState> state;
     KServiceReason serviceReason;
     KMacroContext macros;
     std::unique_ptr<KPlan> plan;

@@ -44,28 +44,6 @@ std::string Text(const KSUP::KString& text) {
     return text.c_str();
 }
 
-/// The fields of a rule, as its class reads the line: some expand the whole line and split what
-/// that gives, the others expand field by field.
-std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand) {
-    const KSUP::KString value(line.value);
-    std::vector<std::string> fields;
-    if (line.type == "section") {
-        fields.push_back(Text(expand(value)));
-        return fields;
-    }
-    const bool wholeLine = line.type == "directory" || line.type == "profile";
-    const std::vector<KSUP::KString> parts =
-        (wholeLine ? expand(value) : value).SectionVector(',', true);
-    for (std::size_t index = 0; index < parts.size(); ++index) {
-        // What says what to do is taken as it stands; a profile's path and a directory's were
-        // expanded with the line, and are not expanded again.
-        const bool asItStands =
-            index == 0 || line.type == "directory" || (line.type == "profile" && index == 1);
-        fields.push_back(Text(asItStands ? parts[index] : expand(parts[index])));
-    }
-    return fields;
-}
-
 } // namespace
 
 KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
@@ -121,6 +99,7 @@ std::vector<KScriptLine> KScript::GetLines(const std::string& section) const {
 }
 
 struct KScript::Unfolding {
+    const std::string& architecture;
     const MacroExpander& expand;
     Unfolded result;
     std::vector<std::string> open; // sections that are being loaded, the outermost first
@@ -128,7 +107,13 @@ struct KScript::Unfolding {
 };
 
 KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpander& expand) const {
-    Unfolding state{expand, {}, {}, {}};
+    return Unfold(section, expand, SvcGetGlobalDataEx()->architecture);
+}
+
+KScript::Unfolded KScript::Unfold(
+    const std::string& section, const MacroExpander& expand, const std::string& architecture
+) const {
+    Unfolding state{architecture, expand, {}, {}, {}};
     Load(section, state);
     return std::move(state.result);
 }
@@ -136,7 +121,7 @@ KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpande
 void KScript::Load(const std::string& section, Unfolding& state) const {
     state.open.push_back(section);
     LoadOne(section, state);
-    LoadOne(section + "." + SvcGetGlobalDataEx()->architecture, state);
+    LoadOne(section + "." + state.architecture, state);
     state.open.pop_back();
 }
 
@@ -172,6 +157,28 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
             );
         }
     }
+}
+
+/// The fields of a rule, as its class reads the line: some expand the whole line and split what
+/// that gives, the others expand field by field.
+std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand) {
+    const KSUP::KString value(line.value);
+    std::vector<std::string> fields;
+    if (line.type == "section") {
+        fields.push_back(Text(expand(value)));
+        return fields;
+    }
+    const bool wholeLine = line.type == "directory" || line.type == "profile";
+    const std::vector<KSUP::KString> parts =
+        (wholeLine ? expand(value) : value).SectionVector(',', true);
+    for (std::size_t index = 0; index < parts.size(); ++index) {
+        // What says what to do is taken as it stands; a profile's path and a directory's were
+        // expanded with the line, and are not expanded again.
+        const bool asItStands =
+            index == 0 || line.type == "directory" || (line.type == "profile" && index == 1);
+        fields.push_back(Text(asItStands ? parts[index] : expand(parts[index])));
+    }
+    return fields;
 }
 
 unsigned ColumnOfField(std::string_view lineText, std::size_t field) noexcept {
