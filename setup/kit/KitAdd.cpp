@@ -37,8 +37,12 @@ void RefuseOverlap(const KAddedTree& tree, const std::string& kit) {
 }
 
 void CopyTree(const KAddedTree& tree, const fs::path& to) {
+    MakeDirectories(to);
     for (const auto& [path, directory] : tree.GetDirectories()) {
-        MakeDirectories(to / path);
+        // One without files has its rule and needs no place in the kit.
+        if (!directory.files.empty()) {
+            MakeDirectories(to / path);
+        }
         for (const std::string& name : directory.files) {
             CopyBytes(fs::path(tree.GetRoot()) / path / name, to / path / name);
         }

@@ -73,7 +73,7 @@ TEST_F(KitAddTest, ATreeBecomesRulesAndTheirRemoval) {
     );
     EXPECT_THAT(
         tree.List("kit/payload/tree"),
-        ElementsAre("f 0644 a b \"1\"", "d 0755 empty", "d 0755 lib", "f 0755 lib/libx.so.1 \"2\"")
+        ElementsAre("f 0644 a b \"1\"", "d 0755 lib", "f 0755 lib/libx.so.1 \"2\"")
     );
 }
 

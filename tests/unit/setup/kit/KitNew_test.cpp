@@ -3,6 +3,9 @@
 
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/check/KCheck.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/kit/KitAdd.h>
 #include <setup/kit/KitNew.h>
 #include <setup/plan/RunPlan.h>
 
@@ -41,6 +44,26 @@ TEST_F(KitNewTest, TheFirstKitIsPlannedWithoutAnObstacle) {
         ::testing::HasSubstr("create link /etc/hello/hello to " + tree.Path("product"))
     );
     EXPECT_EQ(tree.Mode("a/b/payload/hello"), 0755U);
+}
+
+TEST_F(KitNewTest, TheCheckFindsNothingAlsoWithATreeAdded) {
+    KTEST::EngineWorld world(tree);
+    KSETUP::MakeNewKit(tree.Path("kit"));
+    EXPECT_EQ(
+        KSETUP::CheckKit(KSETUP::KSetupKit(tree.Path("kit")), tree.Path("p")).findings.size(), 0U
+    );
+    tree.Write("tree/a b", "");
+    tree.Write("tree/config/more.conf", "");
+    tree.Write("tree/lin/x86_64/tool", "", 0755);
+    tree.Link("tree/lin/x86_64/other", "tool");
+    tree.Directory("tree/empty/deep");
+    KSETUP::AddTree(
+        KSETUP::KAddedTree(tree.Path("tree")), tree.Path("kit"), tree.Path("kit/install.ini")
+    );
+    const KSETUP::KCheckResult checked =
+        KSETUP::CheckKit(KSETUP::KSetupKit(tree.Path("kit")), tree.Path("p"));
+    EXPECT_EQ(checked.findings.size(), 0U)
+        << checked.findings.front().line << ": " << checked.findings.front().text;
 }
 
 TEST_F(KitNewTest, AnEmptyDirectoryIsTaken) {
