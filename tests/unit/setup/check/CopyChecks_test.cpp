@@ -19,6 +19,11 @@ TEST_F(CopyChecksTest, ASourceIsNotInTheKit) {
     );
 }
 
+TEST_F(CopyChecksTest, TheColumnIsRightBehindAnEmptyField) {
+    Install("file=copy,,none,$pathSource$,$pathTarget$");
+    EXPECT_THAT(TheFinding("missing-source"), StartsWith("install.ini:2:12 error [none]"));
+}
+
 TEST_F(CopyChecksTest, ASourceIsADirectory) {
     File("doc/readme.txt");
     Install("file=copy,doc,$pathSource$,$pathTarget$");

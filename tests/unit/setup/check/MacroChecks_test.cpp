@@ -49,7 +49,8 @@ TEST_F(MacroChecksTest, AMacroThatTheNextOneClosesIsNone) {
 
 TEST_F(MacroChecksTest, KnownMacrosAndLoneDollarsAreNone) {
     Install("directory=create,$pathTarget$$product$-$targetVerInfo$\n"
-            "directory=create,/opt/svc/5$\ndirectory=create,/opt/svc/$1,000$");
+            "directory=create,/opt/svc/5$\ndirectory=create,/opt/svc/$1$\n"
+            "process=start,awk '{print $1$2}' </dev/null");
     EXPECT_FALSE(Finds("unknown-macro"));
 }
 
