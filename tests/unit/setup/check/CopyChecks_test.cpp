@@ -117,6 +117,7 @@ TEST_F(CopyChecksTest, AFileIsCopiedOntoItself) {
         "one "
         "that it goes to"
     );
+    EXPECT_FALSE(Finds("not-removed")); // what is in the kit was there before
 }
 
 TEST_F(CopyChecksTest, FilesOfAWildcardAreCopiedOntoThemselves) {

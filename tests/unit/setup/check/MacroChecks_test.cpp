@@ -42,6 +42,11 @@ TEST_F(MacroChecksTest, AMacroThatIsNotClosedIsNone) {
     );
 }
 
+TEST_F(MacroChecksTest, AMacroThatEndsWithTheLineIsNone) {
+    Install("directory=create,/opt/$product");
+    EXPECT_THAT(TheFinding("unknown-macro"), StartsWith("install.ini:2:23 error [$product]"));
+}
+
 TEST_F(MacroChecksTest, AMacroThatTheNextOneClosesIsNone) {
     Install("file=delete,old$os,$pathTarget$");
     EXPECT_THAT(TheFinding("unknown-macro"), StartsWith("install.ini:2:16 error [$os]"));
