@@ -10,11 +10,15 @@
 #include <setup/plan/RunPlan.h>
 #include <setup/run/Answers.h>
 #include <setup/run/KSetupRun.h>
+#include <setup/safety/PrepareProcess.h>
 #include <sup++/KError.h>
 
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <string>
+
+#include <unistd.h>
 
 namespace {
 
@@ -61,11 +65,13 @@ int Run(const KSetupArguments& arguments) {
             KSETUP::KSetupRun(kit, arguments, voice, report).Remove();
         });
     case Command::Status:
-        return Tell(arguments, "status", [&](const auto& kit, auto&, auto& report) {
-            KSETUP::FillStatus(kit, arguments, report);
+        return Tell(arguments, "status", [&](const auto&, auto&, auto& report) {
+            KSETUP::FillStatus(arguments, report);
         });
     case Command::Restore:
-        return KSETUP::ExitCode::internal;
+        return Tell(arguments, "restore", [&](const auto&, auto&, auto& report) {
+            KSETUP::FillRestore(arguments, report);
+        });
     case Command::Check:
         return KSETUP::RunCheck(arguments);
     case Command::PlanInstall:
@@ -82,13 +88,30 @@ int Run(const KSetupArguments& arguments) {
     return KSETUP::ExitCode::internal;
 }
 
+/// Whether the command works on the machine; the others work on files of who calls.
+bool WorksOnMachine(Command command) {
+    return command == Command::Install || command == Command::Remove ||
+           command == Command::Status || command == Command::Restore;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     int exitCode = KSETUP::ExitCode::done;
     try {
-        const auto arguments = KSETUP::ReadArguments(argc, argv, exitCode);
-        return arguments ? Run(*arguments) : exitCode;
+        const std::string directory = KSETUP::PrepareProcess();
+        auto arguments = KSETUP::ReadArguments(argc, argv, exitCode);
+        if (!arguments) {
+            return exitCode;
+        }
+        if (WorksOnMachine(arguments->command)) {
+            arguments->kit = KSETUP::FromDirectory(directory, arguments->kit);
+        } else if (!directory.empty() && ::chdir(directory.c_str()) != 0) {
+            throw KSETUP::KSetupFailure(
+                KSETUP::ExitCode::noKit, directory + ": this directory cannot be entered again."
+            );
+        }
+        return Run(*arguments);
     } catch (const KSETUP::KSetupFailure& failure) {
         std::cerr << "ins-setup: " << failure.what() << "\n";
         return failure.GetExitCode();

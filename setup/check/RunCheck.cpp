@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/check/FindingText.h>
 #include <setup/check/KCheck.h>
 #include <setup/check/RunCheck.h>
 #include <setup/kit/KSetupKit.h>
@@ -41,14 +42,9 @@ fs::path ShownDirectory(const KSetupKit& kit, const KSetupArguments& arguments) 
     return unknown || *down.begin() == ".." ? fs::path(kit.GetDirectory()) : down;
 }
 
-/// In the form in which compilers tell what is wrong, and editors read it.
 void Print(const KCheckResult& result, const fs::path& directory) {
     for (const KFinding& finding : result.findings) {
-        const std::string file = (directory / finding.file).lexically_normal().string();
-        const std::string text = file + ":" + std::to_string(finding.line) + ":" +
-                                 std::to_string(finding.column) + ": " + Word(finding.severity) +
-                                 ": " + finding.message + "; " + finding.advice;
-        std::cout << KSetupProgress::Printable(text.c_str()) << "\n";
+        std::cout << ToLine(finding, directory.string()) << "\n";
     }
     const std::string kit = directory.lexically_normal().string();
     const std::string end = result.findings.empty()

@@ -32,12 +32,16 @@ void PrintLogEnd(const KRunReport& report) {
     }
 }
 
-void PrintNotes(std::ostream& out, const KRunReport& report) {
-    for (const std::string& note : report.notes) {
-        out << Shown(note) << "\n";
-    }
+void PrintCommandOutput(std::ostream& out, const KRunReport& report) {
     if (!report.commandOutput.empty()) {
         out << "What commands wrote: " << Shown(report.commandOutput) << "\n";
+    }
+}
+
+void PrintNotes(std::ostream& out, const KRunReport& report) {
+    PrintCommandOutput(out, report);
+    for (const std::string& note : report.notes) {
+        out << Shown(note) << "\n";
     }
 }
 
@@ -131,7 +135,9 @@ void KSetupVoice::Finish(const KRunReport& report) {
 }
 
 void KSetupVoice::PrintDone(const KRunReport& report) const {
-    if (report.result == KRunResult::NotInstalled) {
+    if (report.command == "restore") {
+        std::cout << Shown(report.product) << " is as it was before.\n";
+    } else if (report.result == KRunResult::NotInstalled) {
         std::cout << Shown(report.product) << " is not installed.\n";
     } else if (report.command == "install" || report.command == "status") {
         std::cout << VersionText(report) << " is installed in " << Shown(report.productPath)
@@ -143,16 +149,22 @@ void KSetupVoice::PrintDone(const KRunReport& report) const {
         std::cout << Shown(report.product) << " is removed from " << Shown(report.productPath)
                   << ".\n";
     }
+    for (const auto& [path, what] : report.differences) {
+        std::cout << "    " << Shown(path) << " " << Shown(what) << "\n";
+    }
     if (!report.leftBehind.empty()) {
         std::cout << "Still there:\n";
         for (const std::string& path : report.leftBehind) {
             std::cout << "    " << Shown(path) << "\n";
         }
     }
-    PrintNotes(std::cout, report);
+    for (const std::string& note : report.notes) {
+        std::cout << Shown(note) << "\n";
+    }
     if (report.rulesAll != 0) {
         std::cout << report.rulesDone << " rules done. Log: " << Shown(report.log) << "\n";
     }
+    PrintCommandOutput(std::cout, report);
 }
 
 void KSetupVoice::PrintTrouble(const KRunReport& report) {
@@ -160,6 +172,13 @@ void KSetupVoice::PrintTrouble(const KRunReport& report) {
     if (report.result == KRunResult::Refused) {
         out << "ins-setup: " << report.error << "\n"; // our own words, over several lines
         PrintLogEnd(report);
+        PrintNotes(out, report);
+        out.flush();
+        return;
+    }
+    if (report.command == "restore") {
+        out << Shown(report.product) << ": not everything was put back: " << Shown(report.error)
+            << "\n";
         PrintNotes(out, report);
         out.flush();
         return;

@@ -1,10 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/check/FindingText.h>
+#include <setup/check/KCheck.h>
 #include <setup/output/KSetupLogTail.h>
+#include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
+#include <setup/run/PlannedPaths.h>
 #include <setup/run/ProductPath.h>
 #include <setup/run/RunWords.h>
+#include <setup/safety/KBackup.h>
+#include <setup/safety/KManifest.h>
+#include <setup/safety/Preflight.h>
 #include <setup/script/KScript.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KFileBase.h>
@@ -14,6 +21,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <iostream>
 #include <system_error>
 
 #include <unistd.h>
@@ -23,6 +31,7 @@ namespace KSETUP {
 namespace {
 
 constexpr std::size_t logLinesShown = 5;
+constexpr unsigned logDirectory = 19; // of the path map
 
 std::string Text(const KSUP::KString& text) {
     return text.c_str();
@@ -33,14 +42,6 @@ std::uintmax_t SizeOf(const std::string& path) {
     std::error_code failed;
     const std::uintmax_t size = std::filesystem::file_size(path, failed);
     return failed ? 0 : size;
-}
-
-void RefuseUnlessRoot() {
-    if (::geteuid() != 0) {
-        throw KSetupFailure(
-            ExitCode::notRoot, "Only root can install and remove products. Try it with sudo."
-        );
-    }
 }
 
 /// The rules that count, as the engine will count them.
@@ -95,33 +96,46 @@ KSetupRun::KSetupRun(
 }
 
 void KSetupRun::Install() {
-    RefuseUnlessRoot();
+    RequireRoot();
+    report.version = macros.Expand("$verInfo$");
+    report.buildNumber = SvcGetOEMDataEx()->buildNumber;
     if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
         throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
     }
-    const bool wasInstalled = installer.IsProductInstalled();
-    report.formerVersion = wasInstalled ? ReadRecord(installer).version : "";
+    Secure();
+    if (installer.IsProductInstalled()) {
+        report.formerVersion = ReadRecord(installer).version;
+        if (!arguments.allowDowngrade) {
+            RequireNoDowngrade(report.product, report.formerVersion, report.version);
+        }
+    }
     Plan("install");
+    RefuseErrors();
+    LookAround();
+    BackUp();
     Prepare();
     Load();
     Watch();
     if (report.result == KRunResult::Done) {
-        const KInstalledRecord record = ReadRecord(installer);
-        report.version = record.version;
-        report.buildNumber = record.buildNumber;
+        KeepManifest();
+        state->End();
     }
     FillNotes();
 }
 
 void KSetupRun::Remove() {
-    RefuseUnlessRoot();
+    RequireRoot();
     if (!installer.IsProductInstalled()) {
         return; // with nothing done, which is what was asked for
     }
     const KInstalledRecord record = ReadRecord(installer);
     report.version = record.version;
     report.buildNumber = record.buildNumber;
+    Secure();
     Plan("remove");
+    LookAround();
+    AskBeforeRemoval();
+    BackUp();
     Prepare();
     Load();
     Watch();
@@ -129,6 +143,76 @@ void KSetupRun::Remove() {
         FillRemoved();
     }
     FillNotes();
+}
+
+/// From here on the kit is what it was made as, and nobody else works on the product.
+void KSetupRun::Secure() {
+    RequirePrivate(kit.GetDirectory());
+    const std::string service = macros.Expand("$serviceName$");
+    lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
+    if (const auto interrupted = KRunState::Read(service)) {
+        voice.Say(Shown(interrupted->ToWords()));
+    }
+}
+
+/// An engine that is given a wrong script does what it says; here people are helped.
+void KSetupRun::RefuseErrors() const {
+    const KCheckResult found = CheckKit(kit, report.productPath);
+    if (!found.hasCycle && (arguments.noCheck || !found.HasErrors())) {
+        return;
+    }
+    std::string words = "the kit's script has errors. Nothing was changed.";
+    for (const KFinding& finding : found.findings) {
+        if (finding.severity == KSeverity::Error) {
+            words += "\n" + ToLine(finding, kit.GetDirectory());
+        }
+    }
+    throw KSetupFailure(
+        ExitCode::malformedScript,
+        words + (found.hasCycle ? "\nMend the circle first: it would load without end."
+                                : "\nMend them, or install with --no-check.")
+    );
+}
+
+void KSetupRun::LookAround() const {
+    RequireWritable(*plan);
+    RequireSpace(*plan);
+    if (!arguments.offlineServices && report.command == "install") {
+        RequireServiceManager(*plan);
+    }
+    const char* fate = report.command == "install" ? "replaced: " : "deleted: ";
+    for (const std::string& program : FindRunningPrograms(*plan)) {
+        voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
+    }
+}
+
+/// Everything that the run may change, so that "restore" can put it back.
+void KSetupRun::BackUp() {
+    if (!arguments.backup) {
+        return;
+    }
+    const std::string service = macros.Expand("$serviceName$");
+    std::vector<std::string> paths = ChangedPaths(*plan);
+    const std::filesystem::path product(report.productPath);
+    paths.push_back(product / "config" / macros.Expand("$iniFile$"));
+    paths.push_back(std::filesystem::path(stateBaseDirectory) / service / "manifest");
+    KBackup(service).Save(paths, [this] { return signals.Take() != 0; });
+    voice.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
+}
+
+/// Only where somebody sits: a run that nobody watches is never held up.
+void KSetupRun::AskBeforeRemoval() const {
+    if (arguments.yes || !voice.IsText() || ::isatty(STDIN_FILENO) == 0 ||
+        ::isatty(STDOUT_FILENO) == 0) {
+        return;
+    }
+    std::cout << "Remove " << Shown(report.product) << " " << Shown(report.version) << " from "
+              << Shown(report.productPath) << "? [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "Y" && answer != "yes") {
+        throw KSetupFailure(ExitCode::signalBase + SIGINT, "Nothing was removed.");
+    }
 }
 
 /// Reads the script and finds the product path, all without a change.
@@ -149,12 +233,15 @@ void KSetupRun::Plan(const char* section) {
 }
 
 void KSetupRun::Prepare() {
+    report.log = Text(
+        KSUP::KUtil::GetPathName(logDirectory, installer.ExpandMacros("$product$ Setup Log.txt"))
+    );
+    KRunChronicle::Begin(report, kit.GetDirectory());
     try {
         installer.Initialize(kit.GetScript());
     } catch (const KSUP::KError& error) {
         throw KSetupFailure(ExitCode::noKit, InWords(error, ""));
     }
-    report.log = Text(installer.GetLog().GetPath());
     NameCommandOutput();
 }
 
@@ -181,6 +268,14 @@ void KSetupRun::Load() {
         watch->Report(status, percent);
     });
     voice.Start(report);
+    KRunDescription run;
+    run.action = installs ? KRunDescription::Action::Install : KRunDescription::Action::Remove;
+    run.product = report.product;
+    run.version = report.version;
+    run.path = report.productPath;
+    run.ruleCount = report.rulesAll;
+    state.emplace(macros.Expand("$serviceName$"));
+    state->Begin(run);
     try {
         if (installs) {
             installer.StartInstall(report.productPath);
@@ -190,6 +285,7 @@ void KSetupRun::Load() {
     } catch (const KSUP::KError& error) {
         const bool malformed = error.GetCode() == KSUP::ErrorCode::malformedRule;
         report.logEnd = KSetupLogTail(report.log.c_str()).GetLast(logLinesShown);
+        state->End(); // nothing was begun
         throw KSetupFailure(
             malformed ? ExitCode::malformedScript : ExitCode::internal,
             Text(kit.GetScript()) + ": " + Shown(InWords(error, "")) + " Nothing was changed."
@@ -198,12 +294,13 @@ void KSetupRun::Load() {
 }
 
 void KSetupRun::Watch() {
-    const auto ended = watch->Wait([](unsigned) {});
+    const auto ended = watch->Wait([this](unsigned done) { state->SetRule(done + 1); });
     report.rulesDone = installer.GetCompletedCount();
     report.rulesAll = installer.GetMaxCount();
     if (ended) {
         FillEnd(*ended);
     }
+    KRunChronicle::End(report, installer.GetLog());
 }
 
 void KSetupRun::FillEnd(const KSUP::KError& error) {
@@ -213,8 +310,12 @@ void KSetupRun::FillEnd(const KSUP::KError& error) {
         report.exitCode =
             ExitCode::signalBase + (signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT);
         report.error = "stopped on request";
-        if (!copied.empty() && !KSUP::KFileBase::DoesFileExist(copied)) {
-            report.notes.push_back("The file that was being copied was taken away: " + copied);
+        // A copy that was called off counts as done.
+        const std::string calledOff = copied.empty() && report.rulesDone > 0
+                                          ? watch->GetCopied(report.rulesDone - 1)
+                                          : copied;
+        if (!calledOff.empty() && !KSUP::KFileBase::DoesFileExist(calledOff)) {
+            report.notes.push_back("The file that was being copied was taken away: " + calledOff);
         }
         report.notes.push_back(
             "What was done stays in " + report.productPath + "; run it again to go on."
@@ -246,6 +347,23 @@ void KSetupRun::FillNotes() {
     report.commandOutput = size == 0 || size == commandOutputSize ? "" : commandOutput;
 }
 
+/// What was installed, for "status --verify" and for what a removal leaves.
+void KSetupRun::KeepManifest() {
+    try {
+        const std::string service = macros.Expand("$serviceName$");
+        KManifest manifest(MadePaths(*plan));
+        if (const auto former = KManifest::Read(service)) {
+            manifest.Merge(*former);
+        }
+        manifest.Write(service);
+    } catch (const KSetupFailure& failure) {
+        // The product is installed all the same.
+        report.notes.push_back(
+            std::string("\"status --verify\" will not know of this: ") + failure.what()
+        );
+    }
+}
+
 void KSetupRun::FillRemoved() {
     if (installer.IsProductInstalled()) {
         report.result = KRunResult::Failed;
@@ -255,12 +373,28 @@ void KSetupRun::FillRemoved() {
                        "the product's link in /etc. Everything else that it names is removed.";
         return;
     }
-    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
+    if (const auto installed = KManifest::Read(macros.Expand("$serviceName$"))) {
+        report.leftBehind = installed->GetRemaining();
+    } else if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.leftBehind.push_back(report.productPath);
+    }
+    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.notes.emplace_back(
             "The directory is still there: it holds what the script does not delete."
         );
     }
+    Forget();
+}
+
+/// What was remembered of the product goes with it, save a backup.
+void KSetupRun::Forget() {
+    const std::string service = macros.Expand("$serviceName$");
+    KManifest::Remove(service);
+    state->End();
+    const std::filesystem::path directory = std::filesystem::path(stateBaseDirectory) / service;
+    std::error_code isNotEmpty; // then it stays
+    std::filesystem::remove(directory, isNotEmpty);
+    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
 }
 
 } // namespace KSETUP

@@ -10,12 +10,15 @@
 #include <setup/plan/KPlan.h>
 #include <setup/run/KRunWatch.h>
 #include <setup/run/KServiceReason.h>
+#include <setup/safety/KRunLock.h>
+#include <setup/safety/KRunState.h>
 #include <setup/script/KMacroContext.h>
 #include <sup++/KError.h>
 #include <sup++/KString.h>
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace KSETUP {
@@ -39,12 +42,19 @@ class KSetupRun {
     void Remove();
 
   private:
+    void Secure();
+    void RefuseErrors() const;
     void Plan(const char* section);
+    void LookAround() const;
+    void AskBeforeRemoval() const;
+    void BackUp();
     void Prepare();
     void NameCommandOutput();
     void Load();
     void Watch();
     void FillEnd(const KSUP::KError& error);
+    void KeepManifest();
+    void Forget();
     void FillNotes();
     void FillRemoved();
 
@@ -53,6 +63,8 @@ class KSetupRun {
     KSetupVoice& voice;
     KRunReport& report;
     KSetupSignals signals;
+    std::optional<KRunLock> lock;
+    std::optional<KRunState> state;
     KServiceReason serviceReason;
     KMacroContext macros;
     std::unique_ptr<KPlan> plan;

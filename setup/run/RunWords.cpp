@@ -44,9 +44,8 @@ std::string WordsOfPlace(const KSUP::KError& error) {
 
 /// Whether the target is in the way: there is no room, or nothing may be written.
 bool CannotWrite(unsigned code) {
-    static constexpr std::array codes = std::to_array<unsigned>(
-        {ENOSPC, EDQUOT, EROFS, EACCES, EPERM, EFBIG, ENOTDIR, EISDIR, ETXTBSY}
-    );
+    static constexpr std::array codes =
+        std::to_array<unsigned>({ENOSPC, EDQUOT, EROFS, EACCES, EPERM, EFBIG, ETXTBSY});
     return std::find(codes.begin(), codes.end(), code) != codes.end();
 }
 
