@@ -65,7 +65,8 @@ class SUP_EXPORT KProfile : public KBase {
     void PutNumber(const KString& section, const KString& key, T value, bool hex);
 
     /// Removes the line on which the enumeration stands if it is one of `key`, else the first line
-    /// of `key`. A missing key is no error. The enumeration goes on with the next line.
+    /// of `key`. A missing key is no error. The enumeration goes on with the next line. A file that
+    /// was deleted meanwhile is not made again.
     ///
     /// Throws   KError with errno when the file cannot be written
     void DeleteKey(const KString& section, const KString& key);

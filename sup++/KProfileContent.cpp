@@ -57,7 +57,7 @@ bool KProfileContent::Find(std::string_view section, std::string_view key, KStri
 
 /// Reads what another process wrote meanwhile, changes it, and writes it back, all under the lock.
 template <class Change>
-unsigned KProfileContent::Apply(Change change) {
+unsigned KProfileContent::Apply(GoneFile gone, Change change) {
     const std::lock_guard hold(guard);
     Sys::KProfileLock lock;
     unsigned status = lock.Take(path.c_str());
@@ -65,6 +65,10 @@ unsigned KProfileContent::Apply(Change change) {
         std::string bytes;
         Sys::FileIdentity found;
         status = lock.Read(bytes, found);
+        if (status == ENOENT && gone == GoneFile::StaysGone) {
+            change(text); // what was read is still walked through
+            return 0;
+        }
         if (status == 0 || status == ENOENT) {
             status = 0;
             text.Parse(std::move(bytes));
@@ -88,12 +92,14 @@ unsigned KProfileContent::Apply(Change change) {
 
 unsigned
 KProfileContent::Put(std::string_view section, std::string_view key, std::string_view value) {
-    return Apply([&](KProfileText& changed) { changed.Put(section, key, value); });
+    return Apply(GoneFile::IsMade, [&](KProfileText& changed) {
+        changed.Put(section, key, value);
+    });
 }
 
 unsigned
 KProfileContent::Delete(std::string_view section, std::string_view key, unsigned position) {
-    return Apply([&](KProfileText& changed) {
+    return Apply(GoneFile::StaysGone, [&](KProfileText& changed) {
         const bool standsOnIt = changed.IsKeyAt(position, section, key);
         if (const unsigned at = standsOnIt ? position : changed.Find(section, key); at != 0) {
             changed.Remove(at);

@@ -27,7 +27,8 @@ class KProfileContent {
     /// Returns 0 or errno; on a failure the text is as it was.
     unsigned Put(std::string_view section, std::string_view key, std::string_view value);
     /// Removes the line at `position` (KProfileText::Next) if it is one of `key`, else the first
-    /// line of `key`. Returns 0 or errno, as above
+    /// line of `key`. A file that is gone is not made again; the text alone changes then. Returns 0
+    /// or errno, as above
     unsigned Delete(std::string_view section, std::string_view key, unsigned position);
     /// As KProfileText::Next.
     unsigned Next(std::string_view section, unsigned position, KString& keyName, KString& keyValue);
@@ -35,8 +36,9 @@ class KProfileContent {
     const KString& GetPath() const noexcept { return path; }
 
   private:
+    enum class GoneFile { IsMade, StaysGone };
     template <class Change>
-    unsigned Apply(Change change);
+    unsigned Apply(GoneFile gone, Change change);
 
     std::mutex guard;
     KString path;             // fixed once opened

@@ -3,12 +3,12 @@
 #include <sup++/KErrorSource.h>
 #include <sup++/KThread.h>
 #include <sup++/Txt.h>
+#include <sup++/unx/lin/SysSignals.h>
 
 #include <boost/make_shared.hpp>
 
 #include <atomic>
 #include <condition_variable>
-#include <csignal>
 #include <exception>
 #include <memory>
 #include <mutex>
@@ -34,27 +34,6 @@ std::string SystemName(const KString& name) {
     }
     return {name.c_str(), end};
 }
-
-/// Blocks the process's signals for the thread that is made meanwhile, which inherits the mask: a
-/// signal for the program is then handled on the program's own threads. What a thread brings on
-/// itself by a fault cannot be left to others.
-class BlockedSignals {
-  public:
-    BlockedSignals() noexcept {
-        sigset_t mask;
-        sigfillset(&mask);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
-            sigdelset(&mask, fault);
-        }
-        pthread_sigmask(SIG_SETMASK, &mask, &former);
-    }
-    ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &former, nullptr); }
-    BlockedSignals(const BlockedSignals&) = delete;
-    BlockedSignals& operator=(const BlockedSignals&) = delete;
-
-  private:
-    sigset_t former{};
-};
 
 } // namespace
 
@@ -131,7 +110,8 @@ void KThread::Start(boost::function<void()> body) {
     int status = 0;
     {
         const std::lock_guard hold(state->guard);
-        const BlockedSignals blocked;
+        // Inherited: a signal for the program is handled on the program's own threads.
+        const Sys::BlockedSignals blocked;
         state->error = nullptr;
         status = pthread_create(&state->handle, nullptr, &KThread::Run, handOver.get());
         state->joinable = status == 0;

@@ -38,11 +38,12 @@ unsigned CopyValue(const std::string& value, unsigned size, char* buffer) noexce
 
 unsigned
 NextValue(Reader& arguments, unsigned from, const std::string& name, unsigned size, char* buffer) {
+    static_cast<void>(arguments.Next()); // the program's own name
     while (const std::optional<std::string> argument = arguments.Next()) {
-        if (*argument == "--" && arguments.GetPosition() > 1) {
+        if (*argument == "--") {
             return notFound;
         }
-        const bool behindCursor = arguments.GetPosition() > (from == 0 ? 1 : from);
+        const bool behindCursor = arguments.GetPosition() > from;
         const auto option = OptionName(*argument);
         if (!option || !option->starts_with(name)) {
             continue;
@@ -54,9 +55,12 @@ NextValue(Reader& arguments, unsigned from, const std::string& name, unsigned si
         // Also walked when it stands before the cursor: its value may look like an option.
         const std::optional<std::string> value =
             joined ? std::string(option->substr(name.size() + 1)) : arguments.Next();
+        const bool isCutShort = !value || (!joined && *value == "--");
         if (behindCursor) {
-            return value && (joined || *value != "--") ? CopyValue(*value, size, buffer)
-                                                       : invalidArgument;
+            return isCutShort ? invalidArgument : CopyValue(*value, size, buffer);
+        }
+        if (isCutShort) {
+            return notFound;
         }
     }
     return notFound;

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
 // dpsd, the service of the example product: writes one line about the machine a period, and tells the
-// last one to whoever connects to its port, until SIGTERM or SIGINT. Runs in the foreground.
+// last one to whoever connects to its port, until SIGTERM or SIGINT. Runs in the foreground, and reads
+// its configuration again when that changes.
 
+#include "dps/core/KPlugins.h"
 #include "dps/core/KSampler.h"
 #include "dps/core/KSettings.h"
 #include "dps/core/Version.h"
@@ -18,6 +20,7 @@
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -25,6 +28,7 @@
 
 #include <poll.h>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using KSUP::KString;
@@ -35,7 +39,9 @@ namespace {
 
 constexpr unsigned defaultPeriodMs = 1000;
 constexpr unsigned shortestPeriodMs = 10;
-constexpr unsigned logsRequests = 2; // the log level from which on it does
+// The log levels from which on it does.
+constexpr unsigned logsRequests = 2;
+constexpr unsigned logsDetails = 3;
 
 /// The program lies in PRODUCT/lin/x86_64/, however it was called: entry 2 of the path map is the
 /// directory of the program itself.
@@ -53,6 +59,17 @@ KString FindResources(const DPS::KSettings& settings) {
         throw std::runtime_error("the configuration has no Resources in section [Product]");
     }
     return resources;
+}
+
+/// In words. To be called where it was caught.
+std::string CurrentError() {
+    try {
+        throw;
+    } catch (const KSUP::KError& error) {
+        return error.GetSummary().c_str();
+    } catch (const std::exception& error) {
+        return error.what();
+    }
 }
 
 /// Readable when the service is to end. The signals are blocked, so that none is missed between
@@ -80,9 +97,28 @@ class StopRequest {
     int descriptor = -1;
 };
 
-class Service {
+/// What a file is at the moment: another one, or a changed one, is not the same.
+class FileState {
   public:
-    explicit Service(const DPS::KSettings& settings)
+    explicit FileState(const KString& path) noexcept {
+        // Without the file these stay 0, which is a state too.
+        static_cast<void>(::stat(path.c_str(), &found));
+    }
+
+    bool operator==(const FileState& other) const noexcept {
+        return found.st_ino == other.found.st_ino && found.st_size == other.found.st_size &&
+               found.st_mtim.tv_sec == other.found.st_mtim.tv_sec &&
+               found.st_mtim.tv_nsec == other.found.st_mtim.tv_nsec;
+    }
+
+  private:
+    struct stat found {};
+};
+
+/// What the service says and when, as its settings want it.
+class Speech {
+  public:
+    explicit Speech(const DPS::KSettings& settings)
         : name(settings.GetText("General", "Name", "DPS").c_str()),
           period(
               std::max(settings.GetNumber("General", "Period", defaultPeriodMs), shortestPeriodMs)
@@ -93,16 +129,73 @@ class Service {
               settings.GetText("General", "Language", "en"),
               settings.GetText("General", "Unit", "mib")
           ),
-          port(settings.GetNumber("Network", "Port", 0)) {}
+          plugins(settings.GetText("Product", "Plugins", "")) {}
 
-    void Run() {
-        do {
-            line = name + ": " + sampler.Take() + "\n";
-            std::cout << line << std::flush;
-        } while (WaitUntil(Clock::now() + period));
+    std::chrono::milliseconds GetPeriod() const noexcept { return period; }
+    std::string TakeSample() const { return name + ": " + sampler.Take(); }
+
+    void LogStart(const char* what) const {
+        std::cout << what << ": log level " << logLevel << ", plug-ins: " << plugins.GetNames()
+                  << std::endl;
+    }
+    void LogSample(const std::string& sample) const {
+        std::cout << sample;
+        if (logLevel >= logsDetails && plugins.GetCount() != 0) {
+            std::cout << " (" << plugins.Tell() << ")";
+        }
+        std::cout << std::endl;
+    }
+    void LogRequest() const {
+        if (logLevel >= logsRequests) {
+            std::cout << name << ": answered a request" << std::endl;
+        }
     }
 
   private:
+    std::string name;
+    std::chrono::milliseconds period;
+    unsigned logLevel;
+    DPS::KSampler sampler;
+    DPS::KPlugins plugins;
+};
+
+class Service {
+  public:
+    explicit Service(const KString& configurationFile)
+        : configuration(configurationFile),
+          read(configuration) {
+        const DPS::KSettings settings(configuration);
+        speech.emplace(settings);
+        port.emplace(settings.GetNumber("Network", "Port", 0));
+    }
+
+    void Run() {
+        speech->LogStart("DPS " DPS_VERSION);
+        do {
+            FollowConfiguration();
+            sample = speech->TakeSample();
+            speech->LogSample(sample);
+        } while (WaitUntil(Clock::now() + speech->GetPeriod()));
+    }
+
+  private:
+    /// Everything but the port, which would be closed for those who connect meanwhile.
+    void FollowConfiguration() {
+        const FileState now(configuration); // first: what changes from here on is seen next time
+        if (now == read) {
+            return;
+        }
+        read = now;
+        try {
+            speech.emplace(Speech(DPS::KSettings(configuration)));
+            speech->LogStart("The configuration has changed");
+        } catch (...) {
+            // Somebody is not done with it yet. The service goes on as it was.
+            std::cerr << "dpsd: the changed configuration is of no use: " << CurrentError()
+                      << std::endl;
+        }
+    }
+
     /// Answers the port meanwhile. False when the service is to end.
     bool WaitUntil(Clock::time_point time) {
         for (;;) {
@@ -119,24 +212,31 @@ class Service {
     /// Whether the service is to end.
     bool Poll(int timeoutMs) {
         std::array<pollfd, 2> events{
-            {{stop.GetDescriptor(), POLLIN, 0}, {port.GetDescriptor(), POLLIN, 0}}};
+            {{stop.GetDescriptor(), POLLIN, 0}, {port->GetDescriptor(), POLLIN, 0}}};
         if (::poll(events.data(), events.size(), timeoutMs) < 0 && errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "poll");
         }
-        if (events[1].revents != 0 && port.Answer(line) && logLevel >= logsRequests) {
-            std::cout << name << ": answered a request\n" << std::flush;
+        if (events[1].revents != 0 && port->Answer(sample + "\n")) {
+            speech->LogRequest();
         }
         return events[0].revents != 0;
     }
 
     StopRequest stop; // first: signals that come while the rest is set up are kept
-    std::string name;
-    std::chrono::milliseconds period;
-    unsigned logLevel;
-    DPS::KSampler sampler;
-    DPS::KStatusPort port;
-    std::string line;
+    KString configuration;
+    FileState read; // before the settings were
+    std::optional<Speech> speech;
+    std::optional<DPS::KStatusPort> port;
+    std::string sample;
 };
+
+/// What a setup program wants to know before it starts the service: whether the service could. The
+/// port is left out; a service that runs already has it.
+void Check(const KString& configuration) {
+    const Speech speech{DPS::KSettings(configuration)};
+    speech.LogStart("DPS " DPS_VERSION " can read what it needs");
+    speech.LogSample(speech.TakeSample());
+}
 
 void RefuseMixedVersions() {
     if (std::string_view(DPS::GetCoreVersion()) != DPS_VERSION) {
@@ -155,19 +255,24 @@ int main(int argc, char** argv) {
         std::cout << "DPS " DPS_VERSION "\n";
         return 0;
     }
-    if (argc > 2 || argument.starts_with('-')) {
-        std::cerr << "usage: dpsd [CONFIGURATION]\n";
+    const bool checks = argument == "--check";
+    const int configurationAt = checks ? 2 : 1;
+    if (argc > configurationAt + 1 || (!checks && argument.starts_with('-'))) {
+        std::cerr << "usage: dpsd [--check] [CONFIGURATION]\n";
         return 64;
     }
     try {
         RefuseMixedVersions();
-        const DPS::KSettings settings(argc > 1 ? KString(argv[1]) : FindConfiguration());
-        Service(settings).Run();
+        const KString configuration =
+            argc > configurationAt ? KString(argv[configurationAt]) : FindConfiguration();
+        if (checks) {
+            Check(configuration);
+        } else {
+            Service(configuration).Run();
+        }
         return 0;
-    } catch (const KSUP::KError& error) {
-        std::cerr << "dpsd: " << error.GetSummary().c_str() << "\n";
-    } catch (const std::exception& error) {
-        std::cerr << "dpsd: " << error.what() << "\n";
+    } catch (...) {
+        std::cerr << "dpsd: " << CurrentError() << "\n";
+        return 1;
     }
-    return 1;
 }

@@ -43,10 +43,9 @@ KSUP::KString FindFile(const std::string& directory, const char* name) {
 
 } // namespace
 
-KSetupKit::KSetupKit(const std::string& directory) {
-    const std::string root = FindDirectory(directory);
-    const KSUP::KString product = FindFile(root, "product.ini");
-    script = FindFile(root, "install.ini");
+KSetupKit::KSetupKit(const std::string& givenDirectory) : directory(FindDirectory(givenDirectory)) {
+    const KSUP::KString product = FindFile(directory, "product.ini");
+    script = FindFile(directory, "install.ini");
     if (const unsigned status = SvcLoadProductData(product.c_str()); status != 0) {
         const bool malformed = status == KSUP::ErrorCode::invalidArgument;
         throw KSetupFailure(
@@ -57,7 +56,7 @@ KSetupKit::KSetupKit(const std::string& directory) {
                            : ": " + std::generic_category().message(static_cast<int>(status)))
         );
     }
-    KSUP::KUtil::SetPathMap(sourceRoot, KSUP::KUtil::AppendPathSep(root.c_str(), "/"));
+    KSUP::KUtil::SetPathMap(sourceRoot, KSUP::KUtil::AppendPathSep(directory, "/"));
 }
 
 KSUP::KString KSetupKit::GetProductName() {

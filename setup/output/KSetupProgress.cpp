@@ -82,12 +82,10 @@ void KSetupProgress::Finish() {
     }
 }
 
-void KSetupProgress::RuleReports(unsigned done, unsigned all, const KSUP::KString& status) {
-    if (terminal || done < rulesReported) {
-        return;
+void KSetupProgress::WriteLine(unsigned number, unsigned all, const KSUP::KString& text) {
+    if (!terminal) {
+        Write(Counted(number, all, text) + "\n");
     }
-    rulesReported = done + 1;
-    Write(Counted(rulesReported, all, status) + "\n");
 }
 
 } // namespace KSETUP

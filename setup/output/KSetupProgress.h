@@ -9,9 +9,9 @@
 namespace KSETUP {
 
 /// Shows how far a run is: on a terminal one line that is drawn over, at most ten times a second;
-/// anywhere else one plain line for each rule that reports something.
+/// anywhere else one plain line for each rule.
 ///
-/// Thread   RuleReports on the worker thread; everything else on the main thread
+/// Thread   the main thread's
 class KSetupProgress {
   public:
     KSetupProgress();
@@ -22,8 +22,8 @@ class KSetupProgress {
     void Draw(unsigned done, unsigned all, const KSUP::KString& status, bool now);
     /// Ends the line, so that other text can follow.
     void Finish();
-    /// Writes a rule's first status as a line of its own. Nothing on a terminal.
-    void RuleReports(unsigned done, unsigned all, const KSUP::KString& status);
+    /// Writes a line for a rule. Nothing on a terminal.
+    void WriteLine(unsigned number, unsigned all, const KSUP::KString& text);
 
     /// A text as it may be shown: control characters, which a file's name may hold, become "?".
     static std::string Printable(const KSUP::KString& text);
@@ -34,7 +34,6 @@ class KSetupProgress {
     const bool terminal;
     Clock::time_point lastDrawn;
     std::string shown;
-    unsigned rulesReported = 0; // the worker thread's
 };
 
 } // namespace KSETUP

@@ -5,11 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <map>
 #include <utility>
-
-#include <sys/stat.h>
-#include <sys/statvfs.h>
 
 namespace KSETUP {
 
@@ -53,6 +49,8 @@ class Planner {
     void RemoveListed(const Fields& fields);
     void PlanProcess(const Fields& fields);
     void PlanService(const Fields& fields);
+    /// Why nothing can be made at the path: its directory. Empty when it can.
+    std::string WhyNoPlace(const std::string& path) const;
 
     KPlannedTree& tree;
     Actions actions;
@@ -73,6 +71,18 @@ Actions Planner::Plan(const KScriptRule& rule) {
         PlanService(rule.fields);
     }
     return std::move(actions);
+}
+
+std::string Planner::WhyNoPlace(const std::string& path) const {
+    const std::string directory =
+        std::filesystem::path(KPlannedTree::Normal(path)).parent_path().string();
+    const KEntryKind kind = tree.Find(directory).kind;
+    if (kind == KEntryKind::Nothing) {
+        return "there is no directory " + directory;
+    }
+    // Where a link leads is left to the run.
+    const bool fits = kind == KEntryKind::Directory || kind == KEntryKind::Link;
+    return fits ? "" : directory + " is no directory";
 }
 
 void Planner::PlanFile(const Fields& fields) {
@@ -103,16 +113,27 @@ void Planner::PlanFile(const Fields& fields) {
 
 void Planner::Copy(const std::string& source, const std::string& target) {
     KPlannedAction action = Action(Kind::CopyFile, target, source);
+    std::filesystem::path from(source);
     KPlannedEntry found = tree.Find(source);
     for (int links = 0; found.kind == KEntryKind::Link && links < 40; ++links) {
-        const std::filesystem::path link = std::filesystem::path(source).parent_path();
-        found = tree.Find((link / found.target).string());
+        from = from.parent_path() / found.target; // relative to where that very link stands
+        found = tree.Find(from.string());
     }
     action.bytes = found.bytes;
     action.mode = found.mode;
     action.lacks = found.kind != KEntryKind::File;
-    action.replaces = tree.Exists(target);
-    if (!action.lacks) {
+    const KEntryKind former = tree.Find(target).kind;
+    action.replaces = former != KEntryKind::Nothing;
+    if (action.lacks) {
+        action.obstacle = found.kind == KEntryKind::Nothing ? source + " is missing"
+                                                            : source + " is no regular file";
+    } else if (former == KEntryKind::Directory) {
+        action.obstacle = target + " is a directory";
+    } else {
+        action.obstacle = WhyNoPlace(target);
+    }
+    // Also where its directory is missing: that is told once, not for all that follows.
+    if (!action.lacks && former != KEntryKind::Directory) {
         tree.Put(target, found);
     }
     actions.push_back(std::move(action));
@@ -123,6 +144,9 @@ void Planner::Delete(const std::string& path) {
     const KPlannedEntry found = tree.Find(path);
     action.bytes = found.bytes;
     action.lacks = found.kind == KEntryKind::Nothing || found.kind == KEntryKind::Directory;
+    if (found.kind == KEntryKind::Directory) {
+        action.obstacle = path + " is a directory";
+    }
     if (!action.lacks) {
         tree.Remove(path);
     }
@@ -131,7 +155,13 @@ void Planner::Delete(const std::string& path) {
 
 void Planner::Link(const std::string& target, const std::string& path) {
     KPlannedAction action = Action(Kind::MakeLink, path, target);
-    action.replaces = tree.Exists(path);
+    const KEntryKind former = tree.Find(path).kind;
+    action.replaces = former != KEntryKind::Nothing;
+    if (action.replaces && former != KEntryKind::Link) {
+        action.obstacle = path + " is no link, and a link replaces nothing else";
+    } else {
+        action.obstacle = WhyNoPlace(path);
+    }
     KPlannedEntry entry;
     entry.kind = KEntryKind::Link;
     entry.target = target;
@@ -172,6 +202,7 @@ void Planner::PlanProfile(const Fields& fields) {
     if (operation == "create") {
         KPlannedAction action = Action(Kind::CreateProfile, path);
         action.replaces = tree.Exists(path);
+        action.obstacle = WhyNoPlace(path);
         KPlannedEntry entry;
         entry.kind = KEntryKind::File;
         entry.mode = 0644;
@@ -191,6 +222,7 @@ void Planner::Put(const std::string& profile, const KPlannedTree::Option& option
         Kind::PutOption, profile, "[" + option.section + "] " + option.key + "=" + option.value
     );
     action.replaces = tree.Exists(profile);
+    action.obstacle = WhyNoPlace(profile);
     if (!action.replaces) {
         KPlannedEntry entry;
         entry.kind = KEntryKind::File;
@@ -244,16 +276,6 @@ void Planner::PlanService(const Fields& fields) {
     }
 }
 
-/// The nearest directory on the way up that is there.
-std::string Existing(const std::string& path) {
-    std::filesystem::path at(KPlannedTree::Normal(path));
-    std::error_code unknown; // as good as missing
-    while (at.has_relative_path() && !std::filesystem::exists(at, unknown)) {
-        at = at.parent_path();
-    }
-    return at.empty() ? "/" : at.string();
-}
-
 } // namespace
 
 KPlan::KPlan(
@@ -269,78 +291,6 @@ KPlan::KPlan(
         Actions actions = planner.Plan(rule);
         rules.push_back({std::move(rule), std::move(actions)});
     }
-}
-
-std::vector<KPlan::Space> KPlan::GetSpace() const {
-    std::map<dev_t, Space> spaces;
-    for (const KPlannedRule& rule : rules) {
-        for (const KPlannedAction& action : rule.actions) {
-            const bool makes = action.kind == Kind::CopyFile || action.kind == Kind::MakeLink ||
-                               action.kind == Kind::CreateDirectory ||
-                               (action.kind == Kind::PutOption && !action.replaces) ||
-                               action.kind == Kind::CreateProfile;
-            if (!makes || action.lacks) {
-                continue;
-            }
-            const std::string directory = Existing(action.path);
-            struct stat status {};
-            struct statvfs system {};
-            if (::stat(directory.c_str(), &status) != 0 ||
-                ::statvfs(directory.c_str(), &system) != 0) {
-                continue; // the run's own first step there will tell
-            }
-            Space& space = spaces[status.st_dev];
-            if (space.directory.empty()) {
-                space.directory = directory;
-                space.available = std::uint64_t{system.f_bfree} * system.f_frsize;
-                space.filesAvailable = system.f_ffree;
-                space.filesAreUnlimited = system.f_files == 0;
-            }
-            // What a file takes is whole blocks.
-            const std::uint64_t block = system.f_frsize != 0 ? system.f_frsize : 1;
-            space.needed += (action.bytes + block - 1) / block * block;
-            space.filesNeeded += action.replaces ? 0 : 1;
-        }
-    }
-    std::vector<Space> result;
-    for (auto& [device, space] : spaces) {
-        result.push_back(std::move(space));
-    }
-    return result;
-}
-
-const char* ActionWord(KPlannedAction::Kind kind) noexcept {
-    switch (kind) {
-    case Kind::CreateDirectory:
-        return "create directory";
-    case Kind::DeleteDirectory:
-        return "delete directory";
-    case Kind::CopyFile:
-        return "copy file";
-    case Kind::DeleteFile:
-        return "delete file";
-    case Kind::MakeLink:
-        return "make link";
-    case Kind::CreateProfile:
-        return "create profile";
-    case Kind::PutOption:
-        return "put option";
-    case Kind::RemoveOption:
-        return "remove option";
-    case Kind::StartCommand:
-        return "start command";
-    case Kind::StopProgram:
-        return "stop program";
-    case Kind::InstallService:
-        return "install service";
-    case Kind::RemoveService:
-        return "remove service";
-    case Kind::StartService:
-        return "start service";
-    case Kind::StopService:
-        return "stop service";
-    }
-    return "";
 }
 
 } // namespace KSETUP

@@ -37,6 +37,7 @@ struct KPlannedAction {
     /// What it needs is not there: the source of a copy, the file that is to be deleted. Whether
     /// that ends the run is the rule's affair.
     bool lacks = false;
+    std::string obstacle; ///< why a file or profile rule would end the run here; empty when not
 };
 
 struct KPlannedRule {

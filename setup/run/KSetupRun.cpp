@@ -1,19 +1,27 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/check/FindingText.h>
+#include <setup/check/KCheck.h>
 #include <setup/output/KSetupLogTail.h>
+#include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
+#include <setup/run/PlannedPaths.h>
 #include <setup/run/ProductPath.h>
+#include <setup/run/RunWords.h>
+#include <setup/safety/KBackup.h>
+#include <setup/safety/KManifest.h>
+#include <setup/safety/Preflight.h>
+#include <setup/script/KScript.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KFileBase.h>
 #include <sup++/KUtil.h>
 #include <sup++/Svc.h>
+#include <sup++/SvcProcess.h>
 
-#include <array>
-#include <climits>
 #include <csignal>
+#include <filesystem>
 #include <iostream>
-#include <string_view>
 #include <system_error>
 
 #include <unistd.h>
@@ -23,285 +31,370 @@ namespace KSETUP {
 namespace {
 
 constexpr std::size_t logLinesShown = 5;
-constexpr unsigned runningState = 4; // of a service
-
-struct Record {
-    KSUP::KString path;
-    KSUP::KString version;
-    unsigned buildNumber = 0;
-};
-
-Record ReadRecord(const KINS::KInstaller& installer) {
-    Record record;
-    installer.GetInstalledProductInformation(record.path, record.version, record.buildNumber);
-    return record;
-}
+constexpr unsigned logDirectory = 19; // of the path map
 
 std::string Text(const KSUP::KString& text) {
     return text.c_str();
 }
 
-std::string VersionText(const Record& record) {
-    return Text(KSetupKit::GetProductName()) + " " + KSetupProgress::Printable(record.version) +
-           " (build " + std::to_string(record.buildNumber) + ")";
+/// In bytes, 0 for a file that is missing.
+std::uintmax_t SizeOf(const std::string& path) {
+    std::error_code failed;
+    const std::uintmax_t size = std::filesystem::file_size(path, failed);
+    return failed ? 0 : size;
 }
 
-/// An error as its reader needs it: the information says what and where in most cases.
-std::string InWords(const KSUP::KError& error) {
-    if (error.HasInfo()) {
-        const std::string info = KSetupProgress::Printable(error.GetInfo().GetString());
-        return error.GetCode() == KSUP::ErrorCode::malformedRule
-                   ? "The script has a line that is no rule: " + info
-                   : info;
+/// The rules that count, as the engine will count them.
+std::vector<KWatchedRule> RulesOf(const KPlan& plan, const std::string& script, bool installs) {
+    std::vector<KWatchedRule> rules;
+    for (const KPlannedRule& planned : plan.GetRules()) {
+        const KScriptLine& line = planned.rule.line;
+        if (line.type != "section") {
+            rules.push_back(
+                {script + ":" + std::to_string(line.number), line.type + "=" + line.value}
+            );
+        }
     }
-    // Without information the place tells what the number means: our own codes are also errno's.
-    const std::string_view place(error.GetFile());
-    if (place == "ins/unx/lin/KInstallPathManager") {
-        return error.GetCode() == KSUP::ErrorCode::notFound
-                   ? "The product's link is missing or no link. The script has to make "
-                     "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the "
-                     "product path."
-                   : "The product's link /etc/SERVICE/SERVICE does not lead to an absolute path.";
+    // A line of the command line that is malformed ends the loading, so none is missed here.
+    char buffer[512];
+    unsigned cursor = 0;
+    while (installs && SvcEnumerateStringFromCommandLine(
+                           0,
+                           SvcGetGlobalDataEx()->commandLine,
+                           "",
+                           "addProfileLine",
+                           sizeof(buffer),
+                           &cursor,
+                           buffer
+                       ) == 0) {
+        rules.push_back({"--addProfileLine", buffer});
     }
-    if (place == "sup++/KProfile") {
-        return "The product's configuration file is missing, so there is no place for the record. "
-               "The script has to make it, for instance with profile=put.";
-    }
-    if (place == "ins/KFileRule") { // a deletion, whose code is the system's
-        return std::generic_category().message(static_cast<int>(error.GetCode()));
-    }
-    return error.GetCode() == KSUP::ErrorCode::malformedRule
-               ? "The script has a line that is no rule."
-               : Text(error.GetSummary());
+    return rules;
 }
 
-/// Whether a service call failed: the error has its status, the words are kept elsewhere.
-bool IsOfServiceCall(const KSUP::KError& error) {
-    return std::string_view(error.GetFile()) == "ins/KServiceRule" &&
-           error.GetCode() != KSUP::ErrorCode::malformedRule;
-}
-
-/// What was left for the next boot, as a line for the reader; empty without any.
-std::string LeftServices() {
-    std::string left;
-    std::array<char, NAME_MAX + 1> name{};
-    unsigned state = 0;
-    for (unsigned cursor = 0;
-         SvcEnumerateLeftServices(0, &cursor, name.size(), name.data(), &state) == 0;) {
-        left += std::string(left.empty() ? "" : ", ") +
-                (state == runningState ? "start " : "stop ") + name.data();
+std::string WordsOf(const KScriptCycle& cycle) {
+    std::string words;
+    for (const std::string& name : cycle.names) {
+        words += (words.empty() ? "[" : " -> [") + name + "]";
     }
-    return left.empty()
-               ? ""
-               : "systemd does not run here, so this is left for the next boot: " + left + ".\n";
-}
-
-void RefuseUnlessRoot() {
-    if (::geteuid() != 0) {
-        throw KSetupFailure(
-            ExitCode::notRoot, "Only root can install and remove products. Try it with sudo."
-        );
-    }
+    return words;
 }
 
 } // namespace
 
-int KSetupRun::Install() {
-    RefuseUnlessRoot();
-    installs = true;
+KSetupRun::KSetupRun(
+    const KSetupKit& kitToUse,
+    const KSetupArguments& given,
+    KSetupVoice& speaker,
+    KRunReport& toFill
+)
+    : kit(kitToUse),
+      arguments(given),
+      voice(speaker),
+      report(toFill) {
+    report.product = Text(KSetupKit::GetProductName());
+}
+
+void KSetupRun::Install() {
+    RequireRoot();
+    report.version = macros.Expand("$verInfo$");
+    report.buildNumber = SvcGetOEMDataEx()->buildNumber;
     if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
         throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
     }
+    Secure();
+    if (installer.IsProductInstalled()) {
+        report.formerVersion = ReadRecord(installer).version;
+        if (!arguments.allowDowngrade) {
+            RequireNoDowngrade(report.product, report.formerVersion, report.version);
+        }
+    }
+    Plan("install");
+    RefuseErrors();
+    LookAround();
+    BackUp();
     Prepare();
-    const std::string path = ChooseProductPath(arguments.productPath);
-    Load(path);
-    return Watch(path);
+    Load();
+    Watch();
+    if (report.result == KRunResult::Done) {
+        KeepManifest();
+        state->End();
+    }
+    FillNotes();
 }
 
-int KSetupRun::Remove() {
-    RefuseUnlessRoot();
-    installs = false;
-    Prepare();
+void KSetupRun::Remove() {
+    RequireRoot();
     if (!installer.IsProductInstalled()) {
-        std::cout << KSetupKit::GetProductName().c_str()
-                  << " is not installed: there is nothing to remove.\n";
-        return ExitCode::done;
+        return; // with nothing done, which is what was asked for
     }
-    const std::string path = ChooseProductPath("");
-    Load(path);
-    return Watch(path);
+    const KInstalledRecord record = ReadRecord(installer);
+    report.version = record.version;
+    report.buildNumber = record.buildNumber;
+    Secure();
+    Plan("remove");
+    LookAround();
+    AskBeforeRemoval();
+    BackUp();
+    Prepare();
+    Load();
+    Watch();
+    if (report.result == KRunResult::Done) {
+        FillRemoved();
+    }
+    FillNotes();
+}
+
+/// From here on the kit is what it was made as, and nobody else works on the product.
+void KSetupRun::Secure() {
+    RequirePrivate(kit.GetDirectory());
+    const std::string service = macros.Expand("$serviceName$");
+    lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
+    if (const auto interrupted = KRunState::Read(service)) {
+        voice.Say(Shown(interrupted->ToWords()));
+    }
+}
+
+/// An engine that is given a wrong script does what it says; here people are helped.
+void KSetupRun::RefuseErrors() const {
+    const KCheckResult found = CheckKit(kit, report.productPath);
+    if (!found.hasCycle && (arguments.noCheck || !found.HasErrors())) {
+        return;
+    }
+    std::string words = "the kit's script has errors. Nothing was changed.";
+    for (const KFinding& finding : found.findings) {
+        if (finding.severity == KSeverity::Error) {
+            words += "\n" + ToLine(finding, kit.GetDirectory());
+        }
+    }
+    throw KSetupFailure(
+        ExitCode::malformedScript,
+        words + (found.hasCycle ? "\nMend the circle first: it would load without end."
+                                : "\nMend them, or install with --no-check.")
+    );
+}
+
+void KSetupRun::LookAround() const {
+    RequireWritable(*plan);
+    RequireSpace(*plan);
+    if (!arguments.offlineServices && report.command == "install") {
+        RequireServiceManager(*plan);
+    }
+    const char* fate = report.command == "install" ? "replaced: " : "deleted: ";
+    for (const std::string& program : FindRunningPrograms(*plan)) {
+        voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
+    }
+}
+
+/// Everything that the run may change, so that "restore" can put it back.
+void KSetupRun::BackUp() {
+    if (!arguments.backup) {
+        return;
+    }
+    const std::string service = macros.Expand("$serviceName$");
+    std::vector<std::string> paths = ChangedPaths(*plan);
+    const std::filesystem::path product(report.productPath);
+    paths.push_back(product / "config" / macros.Expand("$iniFile$"));
+    paths.push_back(std::filesystem::path(stateBaseDirectory) / service / "manifest");
+    KBackup(service).Save(paths, [this] { return signals.Take() != 0; });
+    voice.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
+}
+
+/// Only where somebody sits: a run that nobody watches is never held up.
+void KSetupRun::AskBeforeRemoval() const {
+    if (arguments.yes || !voice.IsText() || ::isatty(STDIN_FILENO) == 0 ||
+        ::isatty(STDOUT_FILENO) == 0) {
+        return;
+    }
+    std::cout << "Remove " << Shown(report.product) << " " << Shown(report.version) << " from "
+              << Shown(report.productPath) << "? [y/N] " << std::flush;
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "Y" && answer != "yes") {
+        throw KSetupFailure(ExitCode::signalBase + SIGINT, "Nothing was removed.");
+    }
+}
+
+/// Reads the script and finds the product path, all without a change.
+void KSetupRun::Plan(const char* section) {
+    const KScript script(kit.GetScript());
+    report.productPath = ChooseProductPath(installer, macros, script, arguments.productPath);
+    macros.SetProductPath(report.productPath);
+    KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
+    plan = std::make_unique<KPlan>(script, section, macros.GetExpander(), tree);
+    if (!plan->GetCycles().empty()) {
+        const KScriptCycle& cycle = plan->GetCycles().front();
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            script.GetPath() + ":" + std::to_string(cycle.line.number) +
+                ": the section includes itself: " + WordsOf(cycle) + ". Take one of them out."
+        );
+    }
 }
 
 void KSetupRun::Prepare() {
+    report.log = Text(
+        KSUP::KUtil::GetPathName(logDirectory, installer.ExpandMacros("$product$ Setup Log.txt"))
+    );
+    KRunChronicle::Begin(report, kit.GetDirectory());
     try {
         installer.Initialize(kit.GetScript());
     } catch (const KSUP::KError& error) {
-        throw KSetupFailure(ExitCode::noKit, InWords(error));
+        throw KSetupFailure(ExitCode::noKit, InWords(error, ""));
     }
+    NameCommandOutput();
+}
+
+/// Lets what commands write go into a file beside the setup log: whether a command failed does not
+/// matter to the run, so this is the only place that tells.
+void KSetupRun::NameCommandOutput() {
+    commandOutput = std::filesystem::path(report.log).parent_path() /
+                    Text(installer.ExpandMacros("$product$ Setup Commands.txt"));
+    commandOutputSize = SizeOf(commandOutput);
+    if (const unsigned status = SvcSetCommandOutput(commandOutput.c_str()); status != 0) {
+        throw KSetupFailure(
+            ExitCode::internal, std::generic_category().message(static_cast<int>(status))
+        );
+    }
+}
+
+void KSetupRun::Load() {
+    const bool installs = report.command == "install";
+    watch = std::make_unique<KRunWatch>(
+        installer, signals, voice, RulesOf(*plan, Text(kit.GetScript()), installs)
+    );
+    report.rulesAll = watch->GetRuleCount();
     installer.SetCallback([this](const KSUP::KString& status, double percent) {
-        // The first status of a rule has no percentage: a chunk of a copy needs no look.
-        if (percent == KINS::noPercentage) {
-            workerMaxCount = workerMaxCount != 0 ? workerMaxCount : installer.GetMaxCount();
-            progress.RuleReports(installer.GetCompletedCount(), workerMaxCount, status);
-        }
+        watch->Report(status, percent);
     });
-}
-
-std::string KSetupRun::ChooseProductPath(const std::string& givenPath) const {
-    const bool installed = installer.IsProductInstalled();
-    const std::string recorded = installed ? Text(ReadRecord(installer).path) : std::string();
-    const std::string path = !givenPath.empty() ? givenPath
-                             : installed        ? recorded
-                                                : Text(installer.GetDefaultProductPath());
-    if (const std::string why = WhyNotAProductPath(path); !why.empty()) {
-        const bool given = !givenPath.empty();
-        throw KSetupFailure(
-            given ? ExitCode::usage : ExitCode::malformedScript,
-            "The product path \"" + path + "\" cannot be used: " + why +
-                (given       ? ". Give a directory of the product's own."
-                 : installed ? ". The record of the installed product is wrong; look at "
-                               "/etc/SERVICE/SERVICE."
-                             : ". Give a directory of the product's own, or mend "
-                               "\"defaultPath.$os$\" in the script.")
-        );
-    }
-    const auto bare = [](const std::string& text) {
-        return Text(KSUP::KUtil::RemovePathSep(text.c_str(), "/"));
-    };
-    if (installed && bare(path) != bare(recorded)) {
-        throw KSetupFailure(
-            ExitCode::usage,
-            Text(KSetupKit::GetProductName()) + " is installed in " + recorded +
-                ". Leave the path out to install over it, or remove it first."
-        );
-    }
-    return path;
-}
-
-void KSetupRun::Load(const std::string& path) {
+    voice.Start(report);
+    KRunDescription run;
+    run.action = installs ? KRunDescription::Action::Install : KRunDescription::Action::Remove;
+    run.product = report.product;
+    run.version = report.version;
+    run.path = report.productPath;
+    run.ruleCount = report.rulesAll;
+    state.emplace(macros.Expand("$serviceName$"));
+    state->Begin(run);
     try {
         if (installs) {
-            installer.StartInstall(path.c_str());
+            installer.StartInstall(report.productPath);
         } else {
-            installer.StartUninstall(path.c_str());
+            installer.StartUninstall(report.productPath);
         }
     } catch (const KSUP::KError& error) {
         const bool malformed = error.GetCode() == KSUP::ErrorCode::malformedRule;
+        report.logEnd = KSetupLogTail(report.log.c_str()).GetLast(logLinesShown);
+        state->End(); // nothing was begun
         throw KSetupFailure(
             malformed ? ExitCode::malformedScript : ExitCode::internal,
-            Text(kit.GetScript()) + ": " + InWords(error) + " Nothing was changed.\n" + LogEnd()
+            Text(kit.GetScript()) + ": " + Shown(InWords(error, "")) + " Nothing was changed."
         );
     }
 }
 
-int KSetupRun::Watch(const std::string& path) {
+void KSetupRun::Watch() {
+    const auto ended = watch->Wait([this](unsigned done) { state->SetRule(done + 1); });
+    report.rulesDone = installer.GetCompletedCount();
+    report.rulesAll = installer.GetMaxCount();
+    if (ended) {
+        FillEnd(*ended);
+    }
+    KRunChronicle::End(report, installer.GetLog());
+}
+
+void KSetupRun::FillEnd(const KSUP::KError& error) {
+    const std::string copied = watch->GetCopied(report.rulesDone);
+    if (error.GetCode() == KSUP::ErrorCode::cancelled) {
+        report.result = KRunResult::Cancelled;
+        report.exitCode =
+            ExitCode::signalBase + (signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT);
+        report.error = "stopped on request";
+        // A copy that was called off counts as done.
+        const std::string calledOff = copied.empty() && report.rulesDone > 0
+                                          ? watch->GetCopied(report.rulesDone - 1)
+                                          : copied;
+        if (!calledOff.empty() && !KSUP::KFileBase::DoesFileExist(calledOff)) {
+            report.notes.push_back("The file that was being copied was taken away: " + calledOff);
+        }
+        report.notes.push_back(
+            "What was done stays in " + report.productPath + "; run it again to go on."
+        );
+        return;
+    }
+    report.result = KRunResult::Failed;
+    report.exitCode = ExitCodeOf(error);
+    report.errorCode = error.GetCode();
+    report.error = IsOfServiceCall(error) ? serviceReason.Get() : InWords(error, copied);
+    report.logEnd = KSetupLogTail(report.log.c_str()).GetLast(logLinesShown);
+    if (const KWatchedRule* rule = watch->GetRule(report.rulesDone)) {
+        report.place = rule->place;
+        report.rule = rule->text;
+    } else {
+        report.notes.emplace_back("All rules were done; writing the record of the product failed.");
+    }
+    report.notes.push_back(
+        "What was done stays in " + report.productPath + ". Mend the cause and run it again."
+    );
+}
+
+void KSetupRun::FillNotes() {
+    if (std::string left = LeftServices(); !left.empty()) {
+        report.notes.push_back(std::move(left));
+    }
+    // Another size, not only a larger one: somebody may have emptied the file meanwhile.
+    const std::uintmax_t size = SizeOf(commandOutput);
+    report.commandOutput = size == 0 || size == commandOutputSize ? "" : commandOutput;
+}
+
+/// What was installed, for "status --verify" and for what a removal leaves.
+void KSetupRun::KeepManifest() {
     try {
-        maxCount = installer.GetMaxCount();
-        while (!installer.IsComplete()) {
-            SvcPollingDispatch();
-            if (signals.Take() != 0) {
-                AnswerSignal();
-            }
-            if (progress.IsTerminal()) {
-                progress.Draw(
-                    installer.GetCompletedCount(), maxCount, installer.GetStatus(), false
-                );
-            }
+        const std::string service = macros.Expand("$serviceName$");
+        KManifest manifest(MadePaths(*plan));
+        if (const auto former = KManifest::Read(service)) {
+            manifest.Merge(*former);
         }
-    } catch (const KSUP::KError& error) {
-        return ReportError(error, path);
+        manifest.Write(service);
+    } catch (const KSetupFailure& failure) {
+        // The product is installed all the same.
+        report.notes.push_back(
+            std::string("\"status --verify\" will not know of this: ") + failure.what()
+        );
     }
-    return ReportDone(path);
 }
 
-void KSetupRun::AnswerSignal() {
-    progress.Finish();
-    // Said before anything is asked: the run may hold the answer up.
-    std::cout << (installer.IsCancelled() ? "Still stopping." : "Stopping.") << std::flush;
-    installer.Stop();
-    std::cout << " Waiting for: " << KSetupProgress::Printable(installer.GetStatus()) << std::endl;
-}
-
-int KSetupRun::ReportDone(const std::string& path) {
-    const unsigned done = installer.GetCompletedCount();
-    progress.Draw(done, maxCount, installer.GetStatus(), true);
-    progress.Finish();
-    if (installs) {
-        std::cout << VersionText(ReadRecord(installer)) << " is installed in " << path << ".\n";
-    } else {
-        if (installer.IsProductInstalled()) {
-            std::cerr
-                << KSetupKit::GetProductName().c_str()
-                << " still counts as installed: the script's section [remove] does not delete "
-                   "the product's link in /etc. Everything else that it names is removed.\n";
-            return ExitCode::ruleFailed;
-        }
-        std::cout << KSetupKit::GetProductName().c_str() << " is removed from " << path << ".\n";
-        if (KSUP::KFileBase::DoesFileExist(path.c_str())) {
-            std::cout
-                << "The directory is still there: it holds what the script does not delete.\n";
-        }
+void KSetupRun::FillRemoved() {
+    if (installer.IsProductInstalled()) {
+        report.result = KRunResult::Failed;
+        report.exitCode = ExitCode::ruleFailed;
+        report.error = report.product +
+                       " still counts as installed: the script's section [remove] does not delete "
+                       "the product's link in /etc. Everything else that it names is removed.";
+        return;
     }
-    std::cout << LeftServices() << done
-              << " rules done. Log: " << installer.GetLog().GetPath().c_str() << std::endl;
-    return ExitCode::done;
-}
-
-std::string KSetupRun::LogEnd() {
-    const KSUP::KString& path = installer.GetLog().GetPath();
-    std::string text = "Log: " + Text(path) + ", which ends with";
-    for (const std::string& line : KSetupLogTail(path.c_str()).GetLast(logLinesShown)) {
-        text += "\n    " + KSetupProgress::Printable(line.c_str());
+    if (const auto installed = KManifest::Read(macros.Expand("$serviceName$"))) {
+        report.leftBehind = installed->GetRemaining();
+    } else if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
+        report.leftBehind.push_back(report.productPath);
     }
-    return text;
-}
-
-int KSetupRun::ReportError(const KSUP::KError& error, const std::string& path) {
-    const unsigned done = installer.GetCompletedCount();
-    progress.Draw(done, maxCount, installer.GetStatus(), true);
-    progress.Finish();
-    const bool cancelled = error.GetCode() == KSUP::ErrorCode::cancelled;
-    const char* verb = installs ? "Installing" : "Removing";
-    std::ostream& out = std::cerr;
-    if (cancelled) {
-        out << verb << " was stopped on request after " << done << " of " << maxCount
-            << " rules. What was done stays in " << path << "; run it again to go on.\n"
-            << "Log: " << installer.GetLog().GetPath().c_str() << "\n";
-    } else {
-        const std::string words = IsOfServiceCall(error)
-                                      ? KSetupProgress::Printable(serviceReason.Get().c_str())
-                                      : InWords(error);
-        out << verb << " failed after " << done << " of " << maxCount << " rules.\n"
-            << "Error " << error.GetCode() << ": " << words << "\n";
-        if (done == maxCount) {
-            out << "All rules were done; writing the record of the product failed.\n";
-        } else {
-            out << "Rule: " << KSetupLogTail(installer.GetLog().GetPath().c_str()).GetLastRule()
-                << "\n";
-        }
-        out << LogEnd() << "\nWhat was done stays in " << path
-            << ". Mend the cause and run it again.\n";
+    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
+        report.notes.emplace_back(
+            "The directory is still there: it holds what the script does not delete."
+        );
     }
-    out.flush();
-    return cancelled
-               ? ExitCode::signalBase + (signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT)
-               : ExitCode::ruleFailed;
+    Forget();
 }
 
-int ReportStatus(const KSetupKit& /*kit*/, const KSetupArguments& /*arguments*/) {
-    const KINS::KInstaller installer;
-    if (!installer.IsProductInstalled()) {
-        std::cout << KSetupKit::GetProductName().c_str() << " is not installed.\n";
-        return ExitCode::notInstalled;
-    }
-    const Record record = ReadRecord(installer);
-    std::cout << VersionText(record) << " is installed in "
-              << KSetupProgress::Printable(record.path) << ".\n";
-    return ExitCode::done;
-}
-
-int Restore(const KSetupKit& /*kit*/, const KSetupArguments& /*arguments*/) {
-    throw KSetupFailure(ExitCode::internal, "not yet");
+/// What was remembered of the product goes with it, save a backup.
+void KSetupRun::Forget() {
+    const std::string service = macros.Expand("$serviceName$");
+    KManifest::Remove(service);
+    state->End();
+    const std::filesystem::path directory = std::filesystem::path(stateBaseDirectory) / service;
+    std::error_code isNotEmpty; // then it stays
+    std::filesystem::remove(directory, isNotEmpty);
+    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
 }
 
 } // namespace KSETUP

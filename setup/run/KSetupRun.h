@@ -3,57 +3,75 @@
 
 #include <ins/KInstaller.h>
 #include <setup/kit/KSetupKit.h>
+#include <setup/output/KRunReport.h>
 #include <setup/output/KSetupArguments.h>
-#include <setup/output/KSetupProgress.h>
 #include <setup/output/KSetupSignals.h>
+#include <setup/output/KSetupVoice.h>
+#include <setup/plan/KPlan.h>
+#include <setup/run/KRunWatch.h>
 #include <setup/run/KServiceReason.h>
+#include <setup/safety/KRunLock.h>
+#include <setup/safety/KRunState.h>
+#include <setup/script/KMacroContext.h>
 #include <sup++/KError.h>
+#include <sup++/KString.h>
 
+#include <cstdint>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace KSETUP {
 
-/// One install or removal, from the checks before it to the report after it.
+/// One install or removal, from the checks before it to what is found out after it. What it learns
+/// goes into the report, which the caller tells.
 ///
-/// Borrows the kit and the arguments.
+/// Borrows the kit, the arguments, the voice and the report.
+/// Thread   the main thread's
 class KSetupRun {
   public:
-    KSetupRun(const KSetupKit& kitToUse, const KSetupArguments& given)
-        : kit(kitToUse),
-          arguments(given) {}
+    KSetupRun(
+        const KSetupKit& kitToUse,
+        const KSetupArguments& given,
+        KSetupVoice& speaker,
+        KRunReport& toFill
+    );
 
-    /// Both return the program's exit code, having said what was done.
-    ///
-    /// Throws   KSetupFailure when nothing was begun
-    int Install();
-    int Remove();
+    /// Throws   KSetupFailure when nothing was begun; the report's log end may then say more
+    void Install();
+    void Remove();
 
   private:
+    void Secure();
+    void RefuseErrors() const;
+    void Plan(const char* section);
+    void LookAround() const;
+    void AskBeforeRemoval() const;
+    void BackUp();
     void Prepare();
-    void Load(const std::string& path);
-    std::string ChooseProductPath(const std::string& givenPath) const;
-    int Watch(const std::string& path);
-    void AnswerSignal();
-    int ReportDone(const std::string& path);
-    int ReportError(const KSUP::KError& error, const std::string& path);
-    /// Where the log is, and its last lines.
-    std::string LogEnd();
+    void NameCommandOutput();
+    void Load();
+    void Watch();
+    void FillEnd(const KSUP::KError& error);
+    void KeepManifest();
+    void Forget();
+    void FillNotes();
+    void FillRemoved();
 
     const KSetupKit& kit;
     const KSetupArguments& arguments;
+    KSetupVoice& voice;
+    KRunReport& report;
     KSetupSignals signals;
-    KSetupProgress progress;
+    std::optional<KRunLock> lock;
+    std::optional<KRunState> state;
     KServiceReason serviceReason;
-    bool installs = true;
-    unsigned maxCount = 0;       // the main thread's
-    unsigned workerMaxCount = 0; // the worker thread's, which may report before Start is back
-    KINS::KInstaller installer;  // last: its run uses the rest
+    KMacroContext macros;
+    std::unique_ptr<KPlan> plan;
+    std::string commandOutput;
+    std::uintmax_t commandOutputSize = 0; // before the run
+    std::unique_ptr<KRunWatch> watch;
+    KINS::KInstaller installer; // last: its run uses the rest
 };
-
-/// Says whether the product is installed, and which version. Returns the exit code.
-int ReportStatus(const KSetupKit& kit, const KSetupArguments& arguments);
-
-/// Puts back what the last run with --backup replaced. Returns the exit code.
-int Restore(const KSetupKit& kit, const KSetupArguments& arguments);
 
 } // namespace KSETUP

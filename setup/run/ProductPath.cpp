@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/kit/KSetupKit.h>
 #include <setup/run/ProductPath.h>
 
 #include <algorithm>
@@ -139,6 +142,38 @@ std::string WhyNotAProductPath(const std::string& path) {
         return "it is a directory of the system";
     }
     return {};
+}
+
+std::string ChooseProductPath(
+    const KINS::KInstaller& installer,
+    const KMacroContext& macros,
+    const KScript& script,
+    const std::string& given
+) {
+    const bool installed = installer.IsProductInstalled();
+    const std::string recorded = installed ? installer.GetInstalledProductPath().c_str() : "";
+    const std::string path = !given.empty() ? given
+                             : installed    ? recorded
+                                            : macros.ProposePath(script);
+    if (const std::string why = WhyNotAProductPath(path); !why.empty()) {
+        throw KSetupFailure(
+            given.empty() ? ExitCode::malformedScript : ExitCode::usage,
+            "The product path \"" + path + "\" cannot be used: " + why +
+                (!given.empty() ? ". Give a directory of the product's own."
+                 : installed    ? ". The record of the installed product is wrong; look at "
+                                  "/etc/SERVICE/SERVICE."
+                                : ". Give a directory of the product's own, or mend "
+                                  "\"defaultPath.$os$\" in the script.")
+        );
+    }
+    if (installed && WithoutEndSeparator(path) != WithoutEndSeparator(recorded)) {
+        throw KSetupFailure(
+            ExitCode::usage,
+            std::string(KSetupKit::GetProductName().c_str()) + " is installed in " + recorded +
+                ". Leave the path out to install over it, or remove it first."
+        );
+    }
+    return path;
 }
 
 } // namespace KSETUP

@@ -1,156 +1,255 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/safety/CompareVersions.h>
-#include <setup/safety/PlannedPaths.h>
 #include <setup/safety/Preflight.h>
+#include <setup/safety/VersionOrder.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
-#include <optional>
 #include <set>
+#include <system_error>
 
 #include <fcntl.h>
+#include <linux/stat.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 namespace KSETUP {
 
 namespace {
 
-constexpr std::uint64_t reserveBytes = std::uint64_t{1} << 20U;
-constexpr std::uint64_t reservePart = 100;
+namespace fs = std::filesystem;
+using Kind = KPlannedAction::Kind;
+
+/// What the log, the record and the state of the run may take on top.
+constexpr std::uint64_t reserveBytes = 8ULL << 20U;
 constexpr std::uint64_t reserveFiles = 16;
-constexpr const char* nothingChanged = " Nothing was changed.";
 
-/// The word for what keeps a thing from being changed, or none. Nothing protects what is not there.
-const char* Protection(const std::string& path) {
+std::string Readable(std::uint64_t bytes) {
+    constexpr std::array units = std::to_array<const char*>({"bytes", "KiB", "MiB", "GiB", "TiB"});
+    auto amount = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    for (; amount >= 1024 && unit + 1 < units.size(); ++unit) {
+        amount /= 1024;
+    }
+    std::array<char, 48> text{};
+    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", amount, units[unit]);
+    return text.data();
+}
+
+bool ChangesFiles(const KPlannedAction& action) {
+    switch (action.kind) {
+    case Kind::CreateDirectory:
+    case Kind::DeleteDirectory:
+    case Kind::CopyFile:
+    case Kind::DeleteFile:
+    case Kind::MakeLink:
+    case Kind::CreateProfile:
+    case Kind::PutOption:
+    case Kind::RemoveOption:
+        return !action.lacks;
+    case Kind::StartCommand:
+    case Kind::StopProgram:
+    case Kind::InstallService:
+    case Kind::RemoveService:
+    case Kind::StartService:
+    case Kind::StopService:
+        return false;
+    }
+    return false;
+}
+
+/// The directories in which entries come or go, each once, as far up as they are there.
+std::set<std::string> ChangedDirectories(const KPlan& plan) {
+    std::set<std::string> parents;
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (ChangesFiles(action)) {
+                parents.insert(fs::path(KPlannedTree::Normal(action.path)).parent_path().string());
+            }
+        }
+    }
+    std::set<std::string> existing;
+    for (fs::path directory : parents) {
+        std::error_code unknown; // as good as missing
+        while (directory.has_relative_path() && !fs::exists(directory, unknown)) {
+            directory = directory.parent_path();
+        }
+        existing.insert(directory.string());
+    }
+    return existing;
+}
+
+/// Why nothing can be made in a directory that is there; empty when something can.
+std::string WhyNotWritable(const std::string& directory) {
+    struct statvfs system {};
     struct statx status {};
-    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) != 0) {
-        return nullptr;
+    if (::statx(AT_FDCWD, directory.c_str(), 0, STATX_TYPE, &status) != 0) {
+        return {}; // the run's own first step there will tell
     }
-    return (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0 ? "immutable"
-           : (status.stx_attributes & STATX_ATTR_APPEND) != 0  ? "append only"
-                                                               : nullptr;
+    if (!S_ISDIR(status.stx_mode)) {
+        return "it is no directory. Take it away, or choose another product path";
+    }
+    if ((status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0) {
+        return "it is immutable; chattr -i allows changes";
+    }
+    if (::statvfs(directory.c_str(), &system) == 0 && (system.f_flag & ST_RDONLY) != 0) {
+        return "its file system is mounted read-only; mount -o remount,rw allows changes";
+    }
+    return {};
 }
 
-void RefuseProtected(const std::string& path) {
-    if (const char* const protection = Protection(path)) {
-        throw KSetupFailure(
-            ExitCode::cannotWrite,
-            path + " has the attribute \"" + protection + "\", so it cannot be changed. Take it " +
-                "away with chattr -ia, if it is not meant." + nothingChanged
-        );
+/// Who called sudo(8), which says so: their own files are theirs to run as root. Else root.
+uid_t CallingUser() {
+    const char* text = std::getenv("SUDO_UID"); // NOLINT: nobody changes the environment
+    uid_t user = 0;
+    if (text != nullptr) {
+        std::from_chars(text, text + std::strlen(text), user);
     }
+    return user;
 }
 
-std::string VersionText(const KProductVersion& version) {
-    return version.version + " (build " + std::to_string(version.buildNumber) + ")";
+std::string NameOf(const fs::path& process) {
+    std::FILE* file = std::fopen((process / "comm").c_str(), "re");
+    if (file == nullptr) {
+        return "?";
+    }
+    std::array<char, 64> name{};
+    const bool isRead = std::fgets(name.data(), static_cast<int>(name.size()), file) != nullptr;
+    std::fclose(file);
+    const std::string text = isRead ? name.data() : "?";
+    return text.substr(0, text.find('\n'));
 }
 
 } // namespace
 
-std::string ReadableBytes(std::uint64_t bytes) {
-    static constexpr std::array units = std::to_array<const char*>({"KiB", "MiB", "GiB", "TiB"});
-    if (bytes < 1024) {
-        return std::to_string(bytes) + " bytes";
+void RequireRoot() {
+    if (::geteuid() != 0) {
+        throw KSetupFailure(
+            ExitCode::notRoot, "Only root can install and remove products. Try it with sudo."
+        );
     }
-    double amount = static_cast<double>(bytes) / 1024;
-    std::size_t unit = 0;
-    while (amount >= 1024 && unit + 1 < units.size()) {
-        amount /= 1024;
-        ++unit;
-    }
-    std::array<char, 40> text{};
-    std::snprintf(text.data(), text.size(), "%.1f %s", amount, units[unit]);
-    return text.data();
 }
 
-void CheckSpace(const std::vector<KPlan::Space>& spaces) {
-    for (const KPlan::Space& space : spaces) {
-        const std::uint64_t reserve = reserveBytes + space.needed / reservePart;
-        if (space.needed != 0 && space.available < space.needed + reserve) {
+void RequireSpace(const KPlan& plan) {
+    for (const KPlan::Space& space : plan.GetSpace()) {
+        if (space.needed + reserveBytes > space.available) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,
-                "there is not enough space on the file system of " + space.directory + ": " +
-                    ReadableBytes(space.needed) + " and " + ReadableBytes(reserve) +
-                    " in reserve are needed, " + ReadableBytes(space.available) +
-                    " are free. Free some, or install on another file system." + nothingChanged
+                "the file system of " + space.directory + " has too little space: " +
+                    Readable(space.needed + reserveBytes) + " needed, " +
+                    Readable(space.available) + " free. Nothing was changed. Make room there."
             );
         }
-        if (!space.filesAreUnlimited && space.filesNeeded != 0 &&
-            space.filesAvailable < space.filesNeeded + reserveFiles) {
+        if (!space.filesAreUnlimited && space.filesNeeded + reserveFiles > space.filesAvailable) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,
-                "the file system of " + space.directory + " cannot hold so many files: " +
-                    std::to_string(space.filesNeeded) + " and " + std::to_string(reserveFiles) +
-                    " in reserve are needed, " + std::to_string(space.filesAvailable) +
-                    " are free. Delete some, or install on another file system." + nothingChanged
+                "the file system of " + space.directory +
+                    " has too few inodes: " + std::to_string(space.filesNeeded + reserveFiles) +
+                    " needed, " + std::to_string(space.filesAvailable) +
+                    " free. Nothing was changed. Delete files there that nobody needs."
             );
         }
     }
 }
 
-void CheckWritable(const std::vector<std::string>& paths) {
-    std::set<std::string> seen; // directories that were looked at
-    for (const std::string& path : paths) {
-        RefuseProtected(path);
-        for (std::filesystem::path at = std::filesystem::path(path).parent_path();
-             !at.empty() && seen.insert(at.string()).second;
-             at = at.parent_path()) {
-            struct statvfs system {};
-            if (::statvfs(at.c_str(), &system) != 0) {
-                continue; // not there: the directory above tells
-            }
-            if ((system.f_flag & ST_RDONLY) != 0) {
-                throw KSetupFailure(
-                    ExitCode::cannotWrite,
-                    path + " cannot be written: " + at.string() +
-                        " is on a file system that is mounted read-only. Mount it for writing, or "
-                        "install elsewhere." +
-                        nothingChanged
-                );
-            }
-            RefuseProtected(at.string());
+void RequireWritable(const KPlan& plan) {
+    for (const std::string& directory : ChangedDirectories(plan)) {
+        if (const std::string why = WhyNotWritable(directory); !why.empty()) {
+            throw KSetupFailure(
+                ExitCode::cannotWrite,
+                directory + " cannot be written to: " + why + ". Nothing was changed."
+            );
+        }
+    }
+}
+
+bool NeedsServices(const KPlan& plan) {
+    const auto& rules = plan.GetRules();
+    return std::any_of(rules.begin(), rules.end(), [](const KPlannedRule& rule) {
+        return rule.rule.line.type == "service";
+    });
+}
+
+void RequireServiceManager(const KPlan& plan) {
+    if (NeedsServices(plan) && ::access("/run/systemd/system", F_OK) != 0) {
+        throw KSetupFailure(
+            ExitCode::noService,
+            "the script has services, and systemd does not run here. Nothing was changed. "
+            "\"install --offline-services\" leaves them for the next boot."
+        );
+    }
+}
+
+void RequireNoDowngrade(
+    const std::string& product, const std::string& installed, const std::string& wanted
+) {
+    if (CompareVersions(installed, wanted) > 0) {
+        throw KSetupFailure(
+            ExitCode::usage,
+            product + " " + installed + " is installed, which is newer than " + wanted +
+                ". Nothing was changed. --allow-downgrade installs the older one over it."
+        );
+    }
+}
+
+void RequirePrivate(const std::string& directory) {
+    for (fs::path at(directory); !at.empty(); at = at.parent_path()) {
+        struct stat status {};
+        if (::lstat(at.c_str(), &status) != 0) {
+            break; // who reads there next says what is wrong
+        }
+        const bool othersMayWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+        // In a directory with the sticky bit nobody takes another's entry away.
+        const bool isSticky = (status.st_mode & S_ISVTX) != 0 && at != fs::path(directory);
+        const bool isTrusted = status.st_uid == 0 || status.st_uid == CallingUser();
+        if (!isTrusted || (othersMayWrite && !isSticky)) {
+            throw KSetupFailure(
+                ExitCode::noKit,
+                at.string() + ": others than root can change what is in it, and root would run "
+                              "that. Nothing was changed. Copy the kit to a directory of root's, "
+                              "or take the right away (chown root, chmod go-w)."
+            );
+        }
+        if (at == at.parent_path()) {
             break;
         }
     }
 }
 
-void CheckDowngrade(
-    const std::string& product,
-    const KProductVersion& installed,
-    const KProductVersion& kit,
-    bool allowed
-) {
-    if (allowed || installed.version.empty() || installed.version == "unknown") {
-        return;
+std::vector<std::string> FindRunningPrograms(const KPlan& plan) {
+    std::set<std::string> files;
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            const bool goes = action.kind == Kind::DeleteFile ||
+                              (action.kind == Kind::CopyFile && action.replaces);
+            if (goes && !action.lacks) {
+                files.insert(KPlannedTree::Normal(action.path));
+            }
+        }
     }
-    const int order = CompareVersions(installed.version, kit.version);
-    if (order > 0 || (order == 0 && installed.buildNumber > kit.buildNumber)) {
-        throw KSetupFailure(
-            ExitCode::usage,
-            product + " " + VersionText(installed) +
-                " is installed, which is newer than this "
-                "kit's " +
-                VersionText(kit) + ". Give --allow-downgrade to install it all the same." +
-                nothingChanged
-        );
+    std::vector<std::string> running;
+    if (files.empty()) {
+        return running;
     }
-}
-
-void CheckServiceManager(const KPlan& plan, bool offlineServices, const std::string& runDirectory) {
-    struct stat status {};
-    if (!offlineServices && HasServices(plan) &&
-        (::lstat(runDirectory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode))) {
-        throw KSetupFailure(
-            ExitCode::noService,
-            "the script has services, but systemd does not run here (" + runDirectory +
-                " is missing). Give --offline-services to leave them for the next boot." +
-                nothingChanged
-        );
+    std::error_code unreadable; // without /proc nothing is known to run
+    for (const fs::directory_entry& process : fs::directory_iterator("/proc", unreadable)) {
+        std::error_code gone; // a kernel thread, or one that has ended meanwhile
+        const fs::path program = fs::read_symlink(process.path() / "exe", gone);
+        if (!gone && files.contains(program.string())) {
+            running.push_back(
+                NameOf(process.path()) + " (" + process.path().filename().string() + "), " +
+                program.string()
+            );
+        }
     }
+    return running;
 }
 
 } // namespace KSETUP

@@ -3,7 +3,6 @@
 #include <setup/KSetupFailure.h>
 #include <setup/safety/PrepareProcess.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -11,7 +10,6 @@
 #include <filesystem>
 #include <string_view>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 #include <fcntl.h>
@@ -25,79 +23,80 @@ namespace KSETUP {
 
 namespace {
 
-constexpr std::array keptVariables =
-    std::to_array<std::string_view>({"HOME", "TERM", "COLUMNS", "NO_COLOR", "LANG", "LANGUAGE"});
-
-void RefuseSetId() {
-    if (::getauxval(AT_SECURE) != 0) {
-        throw KSetupFailure(
-            ExitCode::notRoot,
-            "ins-setup does not run with the rights of its file's owner (set-user-id, set-group-id "
-            "or capabilities). Take them away (chmod ug-s, setcap -r) and run it as root."
-        );
-    }
-}
-
-void Check(bool done, const char* what) {
-    if (!done) {
-        throw KSetupFailure(
-            ExitCode::internal,
-            std::string("cannot ") + what + ": " + std::generic_category().message(errno)
-        );
-    }
-}
+/// What a run may follow: how to speak and to whom. Nothing here names a file.
+constexpr std::array keptVariables = std::to_array<std::string_view>(
+    {"TERM",
+     "COLUMNS",
+     "NO_COLOR",
+     "LANG",
+     "LANGUAGE",
+     "LC_ALL",
+     "LC_CTYPE",
+     "LC_MESSAGES",
+     "TZ",
+     "SUDO_UID"}
+);
 
 void OpenStandardDescriptors() {
-    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-        if (::fcntl(descriptor, F_GETFD) < 0) {
-            // All below are open, so it gets this number. Children are to have it too: no O_CLOEXEC.
-            Check(::open("/dev/null", O_RDWR) == descriptor, "open /dev/null");
+    for (int descriptor = 0; descriptor <= STDERR_FILENO; ++descriptor) {
+        if (::fcntl(descriptor, F_GETFD) < 0 && errno == EBADF) {
+            // The lowest free one, so this very one.
+            const int opened = ::open("/dev/null", O_RDWR); // NOLINT: meant to be inherited
+            if (opened < 0) {
+                throw KSetupFailure(
+                    ExitCode::internal, "/dev/null cannot be opened: the system lacks its devices."
+                );
+            }
         }
     }
-}
-
-void DumpNoCore() {
-    const rlimit none{0, 0};
-    Check(::setrlimit(RLIMIT_CORE, &none) == 0, "limit core dumps");
-    Check(::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0, "turn core dumps off"); // handlers too
-}
-
-bool IsKept(std::string_view name) {
-    return name.starts_with("LC_") ||
-           std::find(keptVariables.begin(), keptVariables.end(), name) != keptVariables.end();
 }
 
 void ReduceEnvironment() {
     std::vector<std::pair<std::string, std::string>> kept;
-    for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
-        const std::string_view text(*variable);
-        const std::size_t sign = text.find('=');
-        if (sign != std::string_view::npos && IsKept(text.substr(0, sign))) {
-            kept.emplace_back(text.substr(0, sign), text.substr(sign + 1));
+    for (const std::string_view name : keptVariables) {
+        const char* value = std::getenv(std::string(name).c_str()); // NOLINT: one thread yet
+        // A locale's name with a separator is a path of files to load.
+        if (value != nullptr && std::string_view(value).find('/') == std::string_view::npos) {
+            kept.emplace_back(name, value);
         }
     }
-    Check(::clearenv() == 0, "clear the environment");
-    Check(::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1) == 0, "set PATH");
+    ::clearenv();                                         // NOLINT: one thread yet
+    ::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1); // NOLINT: one thread yet
+    ::setenv("HOME", "/root", 1);                         // NOLINT: one thread yet
     for (const auto& [name, value] : kept) {
-        Check(::setenv(name.c_str(), value.c_str(), 1) == 0, "set the environment");
+        ::setenv(name.c_str(), value.c_str(), 1); // NOLINT: one thread yet
     }
 }
 
 } // namespace
 
 std::string PrepareProcess() {
-    RefuseSetId();
+    if (::getauxval(AT_SECURE) != 0) {
+        throw KSetupFailure(
+            ExitCode::notRoot,
+            "ins-setup does not run set-uid or set-gid. Take the bit away and start it as root."
+        );
+    }
     OpenStandardDescriptors();
-    DumpNoCore();
-    ::umask(S_IWGRP | S_IWOTH);
+    ::umask(022);
     ReduceEnvironment();
-    struct sigaction ignore {};
-    ignore.sa_handler = SIG_IGN;
-    Check(::sigaction(SIGPIPE, &ignore, nullptr) == 0, "ignore SIGPIPE");
-    std::error_code gone; // then only absolute paths can be meant
+    const rlimit none{0, 0};
+    // Neither can fail for these values.
+    static_cast<void>(::setrlimit(RLIMIT_CORE, &none));
+    static_cast<void>(::prctl(PR_SET_DUMPABLE, 0));
+    ::signal(SIGPIPE, SIG_IGN); // NOLINT: one thread yet
+    std::error_code gone;       // an empty path then
     const std::string former = std::filesystem::current_path(gone).string();
-    Check(::chdir("/") == 0, "change to \"/\"");
-    return gone ? std::string() : former;
+    if (::chdir("/") != 0) {
+        throw KSetupFailure(ExitCode::internal, "the root directory cannot be entered.");
+    }
+    return former;
+}
+
+std::string FromDirectory(const std::string& directory, const std::string& path) {
+    return path.empty() || path.front() == '/' || directory.empty()
+               ? path
+               : (std::filesystem::path(directory) / path).string();
 }
 
 } // namespace KSETUP

@@ -5,21 +5,18 @@
 
 namespace KSETUP {
 
-/// Makes the process independent of who started it; the first thing that main does, before there
-/// are threads:
+/// The first thing that the program does, while it has one thread: what its caller left around it is
+/// not to decide how a product is installed by root.
 ///
-/// - it refuses to run with the rights of its file's owner or group (set-id bits, capabilities);
-/// - descriptors 0, 1 and 2 are open (on /dev/null), so that no file that is opened later is taken
-///   for the standard output;
-/// - the umask is 022, the directory is "/", no core is dumped (it would hold what root reads),
-///   a reader who goes away (SIGPIPE) ends nothing;
-/// - of the environment it keeps HOME, TERM, COLUMNS, NO_COLOR, LANG, LANGUAGE and LC_*; PATH is
-///   /usr/sbin:/usr/bin:/sbin:/bin. TMPDIR is not kept.
+/// Descriptors 0 to 2 are open afterwards (on /dev/null where they were not), files are made with
+/// umask 022, of the environment only a list remains with a PATH of the system's own, the working
+/// directory is "/", there are no core dumps, and a reader who goes away does not end the program.
 ///
-/// Returns  the former directory, without a separator at its end but for "/" itself, for relative
-///          paths in the arguments; empty when it is not to be found any more
-/// Throws   KSetupFailure: ExitCode::notRoot when it refuses, ExitCode::internal when something
-///          else fails; the process is to end then
+/// Returns  the former working directory, for paths that the caller gave; empty when it has none
+/// Throws   KSetupFailure when the program runs set-uid or set-gid: nothing was changed then
 std::string PrepareProcess();
+
+/// A path as the caller meant it: a relative one is taken from their working directory.
+std::string FromDirectory(const std::string& directory, const std::string& path);
 
 } // namespace KSETUP

@@ -81,6 +81,15 @@ std::string KMacroContext::ProposePath(const KScript& script) const {
                : Expand(script.GetValue("install", "defaultPath.$os$", defaultProductPath));
 }
 
+bool KMacroContext::IsKnown(const std::string& name) const {
+    const std::string text = "$" + name + "$";
+    return std::find(names.begin(), names.end(), name) != names.end() || Expand(text) != text;
+}
+
+std::vector<std::string> KMacroContext::GetNames() {
+    return {names.begin(), names.end()};
+}
+
 std::vector<std::pair<std::string, std::string>> KMacroContext::List() const {
     std::vector<std::pair<std::string, std::string>> known;
     for (const char* name : names) {

@@ -32,6 +32,11 @@ class KMacroContext {
     /// default, expanded.
     std::string ProposePath(const KScript& script) const;
 
+    /// Whether the engine knows a macro of that name, without dollars, though perhaps only at times.
+    bool IsKnown(const std::string& name) const;
+    /// The names of all macros that the engine can know, sorted.
+    static std::vector<std::string> GetNames();
+
     /// Every macro that has a value, with it, sorted by name.
     std::vector<std::pair<std::string, std::string>> List() const;
 

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/script/KScript.h>
+#include <sup++/KError.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
@@ -13,7 +14,7 @@ namespace KSETUP {
 namespace {
 
 /// A script of so many rules is one that includes its sections over and over.
-constexpr std::size_t mostRules = 5'000'000;
+constexpr std::size_t mostRules = 1'000'000;
 
 /// Not a rule: it proposes the product path.
 constexpr std::string_view defaultPathKey = "defaultPath.$os$";
@@ -43,32 +44,17 @@ std::string Text(const KSUP::KString& text) {
     return text.c_str();
 }
 
-/// The fields of a rule, as its class reads the line: some expand the whole line and split what
-/// that gives, the others expand field by field.
-std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand) {
-    const KSUP::KString value(line.value);
-    std::vector<std::string> fields;
-    if (line.type == "section") {
-        fields.push_back(Text(expand(value)));
-        return fields;
-    }
-    const bool wholeLine = line.type == "directory" || line.type == "profile";
-    const std::vector<KSUP::KString> parts =
-        (wholeLine ? expand(value) : value).SectionVector(',', true);
-    for (std::size_t index = 0; index < parts.size(); ++index) {
-        // What says what to do is taken as it stands; a profile's path and a directory's were
-        // expanded with the line, and are not expanded again.
-        const bool asItStands =
-            index == 0 || line.type == "directory" || (line.type == "profile" && index == 1);
-        fields.push_back(Text(asItStands ? parts[index] : expand(parts[index])));
-    }
-    return fields;
-}
-
 } // namespace
 
 KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
-    profile.Open(scriptPath);
+    try {
+        profile.Open(scriptPath);
+    } catch (const KSUP::KError& error) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            error.HasInfo() ? error.GetInfo().GetString().c_str() : error.GetSummary().c_str()
+        );
+    }
     std::ifstream file(path, std::ios::binary);
     bytes.assign(std::istreambuf_iterator<char>(file), {});
     lines = SplitLines(bytes);
@@ -113,14 +99,21 @@ std::vector<KScriptLine> KScript::GetLines(const std::string& section) const {
 }
 
 struct KScript::Unfolding {
+    const std::string& architecture;
     const MacroExpander& expand;
     Unfolded result;
     std::vector<std::string> open; // sections that are being loaded, the outermost first
-    std::vector<KScriptLine> includedBy;
+    std::vector<unsigned> includedBy;
 };
 
 KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpander& expand) const {
-    Unfolding state{expand, {}, {}, {}};
+    return Unfold(section, expand, SvcGetGlobalDataEx()->architecture);
+}
+
+KScript::Unfolded KScript::Unfold(
+    const std::string& section, const MacroExpander& expand, const std::string& architecture
+) const {
+    Unfolding state{architecture, expand, {}, {}, {}};
     Load(section, state);
     return std::move(state.result);
 }
@@ -128,7 +121,7 @@ KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpande
 void KScript::Load(const std::string& section, Unfolding& state) const {
     state.open.push_back(section);
     LoadOne(section, state);
-    LoadOne(section + "." + SvcGetGlobalDataEx()->architecture, state);
+    LoadOne(section + "." + state.architecture, state);
     state.open.pop_back();
 }
 
@@ -149,7 +142,7 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
                 cycle.names.push_back(name);
                 state.result.cycles.push_back(std::move(cycle));
             } else {
-                state.includedBy.push_back(line);
+                state.includedBy.push_back(line.number);
                 Load(name, state);
                 state.includedBy.pop_back();
             }
@@ -159,11 +152,33 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
             throw KSetupFailure(
                 ExitCode::malformedScript,
                 path + ":" + std::to_string(line.number) +
-                    ": the script becomes more than 5 million rules; does it include its sections "
+                    ": the script becomes more than a million rules; does it include its sections "
                     "over and over?"
             );
         }
     }
+}
+
+/// The fields of a rule, as its class reads the line: some expand the whole line and split what
+/// that gives, the others expand field by field.
+std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand) {
+    const KSUP::KString value(line.value);
+    std::vector<std::string> fields;
+    if (line.type == "section") {
+        fields.push_back(Text(expand(value)));
+        return fields;
+    }
+    const bool wholeLine = line.type == "directory" || line.type == "profile";
+    const std::vector<KSUP::KString> parts =
+        (wholeLine ? expand(value) : value).SectionVector(',', true);
+    for (std::size_t index = 0; index < parts.size(); ++index) {
+        // What says what to do is taken as it stands; a profile's path and a directory's were
+        // expanded with the line, and are not expanded again.
+        const bool asItStands =
+            index == 0 || line.type == "directory" || (line.type == "profile" && index == 1);
+        fields.push_back(Text(asItStands ? parts[index] : expand(parts[index])));
+    }
+    return fields;
 }
 
 unsigned ColumnOfField(std::string_view lineText, std::size_t field) noexcept {

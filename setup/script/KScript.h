@@ -25,8 +25,8 @@ struct KScriptRule {
     KScriptLine line;
     /// What the rule gets to see, macros expanded as its type expands them.
     std::vector<std::string> fields;
-    /// The "section" lines by which it was included, the outermost first.
-    std::vector<KScriptLine> includedBy;
+    /// The numbers of the "section" lines by which it was included, the outermost first.
+    std::vector<unsigned> includedBy;
 };
 
 /// A section that includes itself, which would load without end.
@@ -47,7 +47,7 @@ using MacroExpander = std::function<KSUP::KString(const KSUP::KString&)>;
 ///     for (const KScriptRule& rule : script.Unfold("install", expand).rules) { … }
 class KScript {
   public:
-    /// Throws   KSUP::KError when the file cannot be read
+    /// Throws   KSetupFailure when the file cannot be read
     explicit KScript(const KSUP::KString& scriptPath);
 
     const std::string& GetPath() const noexcept { return path; }
@@ -80,6 +80,10 @@ class KScript {
     ///
     /// Throws   KSetupFailure when it becomes more rules than any product has
     Unfolded Unfold(const std::string& section, const MacroExpander& expand) const;
+    /// The same for a machine of another architecture; `expand` has to know it too.
+    Unfolded Unfold(
+        const std::string& section, const MacroExpander& expand, const std::string& architecture
+    ) const;
 
   private:
     struct Unfolding;
@@ -92,6 +96,9 @@ class KScript {
     std::vector<std::string_view> lines; // into bytes
     std::vector<Header> headers;
 };
+
+/// The fields of a line as its rule gets to see them: empty ones are gone, macros expanded.
+std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand);
 
 /// The column, from 1 in bytes, at which field number `field` of a line's value begins as it is
 /// written, empty fields counted. The column of the value itself for a field that is not there.

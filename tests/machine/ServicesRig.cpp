@@ -4,6 +4,7 @@
 #include <sup++/SvcService.h>
 
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
@@ -19,6 +20,13 @@ namespace {
 constexpr const char* runningSign = "/run/systemd/system";
 constexpr const char* hiddenSign = "/run/systemd/system.hidden";
 constexpr const char* dropIns = "/etc/systemd/system/inspp-test.service.d";
+
+bool IgnoresTerm() {
+    constexpr unsigned long long mask = 1ULL << (SIGTERM - 1U);
+    const std::string text = Output("grep SigIgn /proc/" + Property("MainPID") + "/status");
+    const std::size_t at = text.find(':');
+    return at != std::string::npos && (std::stoull(text.substr(at + 1), nullptr, 16) & mask) != 0;
+}
 
 } // namespace
 
@@ -101,6 +109,10 @@ void ServicesTest::GivenRunningService(const std::string& script) const {
     GivenService(script);
     ASSERT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
     ASSERT_EQ("active running", StateOfService());
+    if (script == ignoresTerm) { // once its shell got that far
+        Await(IgnoresTerm);
+        ASSERT_TRUE(IgnoresTerm());
+    }
 }
 
 void ServicesTest::GivenForeignUnit(const std::string& lines, const std::string& path) {

@@ -38,7 +38,7 @@ void WriteText(const std::string& path, const std::string& text);
 
 /// Waits for what has to come; what does not is for the test to find.
 void Await(
-    const std::function<bool()>& hasCome, std::chrono::milliseconds limit = std::chrono::seconds(10)
+    const std::function<bool()>& hasCome, std::chrono::milliseconds limit = std::chrono::seconds(60)
 );
 std::chrono::steady_clock::duration TimeOf(const std::function<void()>& call);
 

@@ -66,7 +66,7 @@ TEST_F(ServicesRuleTest, AnInstallRegistersAndStartsAService) {
     EXPECT_EQ("active running", StateOfService());
     EXPECT_EQ("enabled", Property("UnitFileState"));
     EXPECT_EQ("The test", Property("Description"));
-    Await([this] { return tree.Exists("told"); });
+    Await([this] { return tree.Exists("told") && !tree.Read("told").empty(); });
     EXPECT_EQ("-n our server 50%\n", tree.Read("told"));
     EXPECT_THAT(
         LogLines(),

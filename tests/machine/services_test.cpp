@@ -164,7 +164,7 @@ TEST_P(ServicesArgumentsTest, ReachTheProgramAsTheyStand) {
     for (const std::string& argument : row.arguments) {
         expected += "\n[" + argument + ']';
     }
-    Await([&] { return ReadText(told) == expected; }, 5s);
+    Await([&] { return ReadText(told) == expected; });
     EXPECT_EQ(expected, ReadText(told));
 }
 

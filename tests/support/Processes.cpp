@@ -5,7 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -46,7 +46,10 @@ void WaitUntil(const std::function<bool()>& condition) {
 
 char StateOf(pid_t process) {
     std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    // By an inserter: an iterator throws where the process has ended since the file was opened.
+    std::ostringstream content;
+    content << file.rdbuf();
+    const std::string text = content.str();
     const std::size_t nameEnd = text.rfind(')'); // the name in front may hold anything
     return nameEnd != std::string::npos && nameEnd + 2 < text.size() ? text[nameEnd + 2] : '\0';
 }

@@ -78,7 +78,7 @@ int KBus::AwaitReady() {
     const auto until = std::max(end, Clock::now() + leastCallTime);
     for (;;) {
         int result = sd_bus_process(bus.get(), nullptr);
-        if (result < 0) {
+        if (result < 0 && result != -EINTR) {
             return result;
         }
         if (sd_bus_is_ready(bus.get()) > 0) {
@@ -107,6 +107,7 @@ void KBus::SetCallLimit() {
 KBus::Message
 KBus::GetProperty(const char* path, const char* interface, const char* name, const char* type) {
     SetCallLimit();
+    const BlockedSignals blocked;
     Failure error;
     sd_bus_message* reply = nullptr;
     const int result =
@@ -121,6 +122,7 @@ void KBus::Match(
     std::function<void(sd_bus_message*)>& handler
 ) {
     SetCallLimit();
+    const BlockedSignals blocked;
     const int result = sd_bus_match_signal(
         bus.get(), nullptr, systemd, path, interface, member, &KBus::OnSignal, &handler
     );

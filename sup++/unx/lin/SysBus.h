@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <sup++/unx/lin/SysSignals.h>
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -16,6 +18,9 @@ namespace KSUP::Sys {
 /// All but TryOpen throw KError, whose information begins with `subject`: 183 when the time is up,
 /// 185 when the connection or systemd is gone (open it again, then), 180 for an unknown unit, EACCES,
 /// or 182 with systemd's own words for any other refusal.
+///
+/// Signals are kept from the thread during a call: one that interrupts it would leave open what
+/// became of it.
 ///
 /// Thread   one
 ///
@@ -41,6 +46,7 @@ class KBus {
     template <class... Arguments>
     Message CallManager(const char* member, const char* types, Arguments... arguments) {
         SetCallLimit();
+        const BlockedSignals blocked;
         Failure error;
         sd_bus_message* reply = nullptr;
         const int result = sd_bus_call_method(

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/unx/lin/SysFile.h>
+#include <sup++/unx/lin/SysRetry.h>
 #include <sup++/unx/lin/SysWriteTracking.h>
 
 #include <array>
@@ -19,16 +20,6 @@ constexpr int makeNew = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW | O
 
 unsigned LastError() noexcept {
     return static_cast<unsigned>(errno);
-}
-
-/// Repeats an interrupted call.
-template <class Call>
-auto Retry(Call call) noexcept {
-    auto result = call();
-    while (result < 0 && errno == EINTR) {
-        result = call();
-    }
-    return result;
 }
 
 unsigned OpenAt(const Place& place, int flags, unsigned mode, KDescriptor& file) noexcept {

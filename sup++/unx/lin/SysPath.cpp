@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/unx/lin/SysPath.h>
+#include <sup++/unx/lin/SysRetry.h>
 
 #include <atomic>
 #include <cerrno>
@@ -102,7 +103,7 @@ unsigned Walk::Run(const char* path, LastLink last, Place& place) {
 }
 
 unsigned Walk::StartAt(const char* directory) {
-    current.Reset(::open(directory, pathOnly | O_DIRECTORY));
+    current.Reset(Retry([&] { return ::open(directory, pathOnly | O_DIRECTORY); }));
     return current.IsOpen() ? 0 : static_cast<unsigned>(errno);
 }
 
@@ -111,7 +112,9 @@ unsigned Walk::Enter(std::string name, bool isLast, Place& place) {
         place.name = std::move(name);
         return 0;
     }
-    KDescriptor entry(::openat(current.Get(), name.c_str(), pathOnly | O_NOFOLLOW));
+    KDescriptor entry(Retry([&] {
+        return ::openat(current.Get(), name.c_str(), pathOnly | O_NOFOLLOW);
+    }));
     if (!entry.IsOpen()) {
         const auto status = static_cast<unsigned>(errno);
         if (isLast && status == ENOENT) {
@@ -164,10 +167,9 @@ OpenWithoutLinks(const char* path, int flags, unsigned mode, KDescriptor& opened
     how.flags = static_cast<unsigned>(flags | O_LARGEFILE); // openat(2) adds it by itself
     how.mode = mode;
     how.resolve = RESOLVE_NO_SYMLINKS;
-    long result = 0;
-    do { // glibc 2.36 has no wrapper
-        result = ::syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof(how));
-    } while (result < 0 && errno == EINTR);
+    const long result = Retry([&] { // glibc 2.36 has no wrapper
+        return ::syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof(how));
+    });
     if (result >= 0) {
         opened.Reset(static_cast<int>(result));
         return 0;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/unx/lin/SysFile.h>
 #include <sup++/unx/lin/SysProcessList.h>
+#include <sup++/unx/lin/SysRetry.h>
 
 #include <algorithm>
 #include <array>
@@ -140,8 +141,12 @@ std::vector<std::string> ReadArguments(const std::string& proc) {
 /// The interpreter that a script's first line names; empty for any other file.
 std::string InterpreterOf(const std::string& script) {
     std::string line(256, '\0'); // as much as the kernel reads (BINPRM_BUF_SIZE)
-    const KDescriptor file(::open(script.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    const ssize_t bytes = file.IsOpen() ? ::read(file.Get(), line.data(), line.size()) : -1;
+    const KDescriptor file(Retry([&] {
+        return ::open(script.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    }));
+    const ssize_t bytes = Retry([&] {
+        return file.IsOpen() ? ::read(file.Get(), line.data(), line.size()) : ssize_t{0};
+    });
     line.resize(bytes > 0 ? static_cast<std::size_t>(bytes) : 0);
     if (!line.starts_with("#!")) {
         return {};

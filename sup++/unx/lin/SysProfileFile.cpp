@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/unx/lin/SysProfileFile.h>
+#include <sup++/unx/lin/SysRetry.h>
 
 #include <cerrno>
 #include <chrono>
@@ -42,12 +43,14 @@ unsigned Lock(int directory) noexcept {
     return 0;
 }
 
-unsigned Flush(int file) noexcept {
-    if (::fsync(file) == 0) {
-        return 0;
-    }
+unsigned FlushFile(int file) noexcept {
+    return Retry([&] { return ::fsync(file); }) == 0 ? 0 : LastError();
+}
+
+unsigned FlushDirectory(int file) noexcept {
+    const unsigned status = FlushFile(file);
     // Some file systems cannot flush a directory, and say so with these.
-    return errno == EINVAL || errno == EROFS ? 0 : LastError();
+    return status == EINVAL || status == EROFS ? 0 : status;
 }
 
 } // namespace
@@ -76,7 +79,9 @@ unsigned KProfileLock::Take(const char* path) {
     if (const unsigned status = FindPlace(path, LastLink::Follow, place); status != 0) {
         return status;
     }
-    directory.Reset(::openat(place.directory.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    directory.Reset(Retry([&] {
+        return ::openat(place.directory.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }));
     if (!directory.IsOpen()) {
         // One may write in a directory that one may not list: no lock is to be had there.
         return errno == EACCES ? 0 : LastError();
@@ -92,11 +97,10 @@ bool KProfileLock::IsStill(const FileIdentity& identity) const noexcept {
 }
 
 unsigned KProfileLock::Read(std::string& bytes, FileIdentity& identity) const {
-    KDescriptor file(::openat(
-        place.directory.Get(),
-        place.name.c_str(),
-        O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY
-    ));
+    constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    KDescriptor file(Retry([&] {
+        return ::openat(place.directory.Get(), place.name.c_str(), flags);
+    }));
     struct stat status {};
     if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) {
         return LastError();
@@ -131,16 +135,15 @@ unsigned KProfileLock::Write(
         return LastError();
     }
     identity = FileIdentity::Of(written);
-    return directory.IsOpen() ? Flush(directory.Get()) : 0;
+    return directory.IsOpen() ? FlushDirectory(directory.Get()) : 0;
 }
 
 unsigned
 KProfileLock::WriteBeside(const std::string& bytes, const struct stat* former, unsigned mode) {
     const int at = place.directory.Get();
     const std::string temporary = TemporaryName();
-    KDescriptor file(
-        ::openat(at, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600)
-    );
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+    KDescriptor file(Retry([&] { return ::openat(at, temporary.c_str(), flags, 0600); }));
     if (!file.IsOpen()) {
         return LastError();
     }
@@ -153,8 +156,8 @@ KProfileLock::WriteBeside(const std::string& bytes, const struct stat* former, u
         ::fchmod(file.Get(), former != nullptr ? former->st_mode & 07777 : mode) != 0) {
         status = LastError();
     }
-    if (status == 0 && ::fsync(file.Get()) != 0) {
-        status = LastError();
+    if (status == 0) {
+        status = FlushFile(file.Get());
     }
     if (const unsigned closing = CloseReporting(file); status == 0) {
         status = closing;
@@ -169,9 +172,10 @@ KProfileLock::WriteBeside(const std::string& bytes, const struct stat* former, u
 }
 
 unsigned KProfileLock::WriteOver(const std::string& bytes) {
-    KDescriptor file(::openat(
-        place.directory.Get(), place.name.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK
-    ));
+    constexpr int flags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    KDescriptor file(Retry([&] {
+        return ::openat(place.directory.Get(), place.name.c_str(), flags);
+    }));
     if (!file.IsOpen()) {
         return LastError();
     }
@@ -182,16 +186,19 @@ unsigned KProfileLock::WriteOver(const std::string& bytes) {
     // The room first: a disk that is full must be met before the first byte is written over. File
     // systems that cannot promise room say so, and are taken as they are.
     const auto size = static_cast<off_t>(bytes.size());
-    if (const int room = size > found.st_size ? ::posix_fallocate(file.Get(), 0, size) : 0;
-        room != 0 && room != EOPNOTSUPP && room != EINVAL) {
+    int room = 0;
+    do { // its error is its answer
+        room = size > found.st_size ? ::posix_fallocate(file.Get(), 0, size) : 0;
+    } while (room == EINTR);
+    if (room != 0 && room != EOPNOTSUPP && room != EINVAL) {
         return static_cast<unsigned>(room);
     }
     unsigned status = WriteAll(file.Get(), bytes.data(), bytes.size());
-    if (status == 0 && ::ftruncate(file.Get(), static_cast<off_t>(bytes.size())) != 0) {
+    if (status == 0 && Retry([&] { return ::ftruncate(file.Get(), size); }) != 0) {
         status = LastError();
     }
-    if (status == 0 && ::fsync(file.Get()) != 0) {
-        status = LastError();
+    if (status == 0) {
+        status = FlushFile(file.Get());
     }
     const unsigned closing = CloseReporting(file);
     return status != 0 ? status : closing;

@@ -112,16 +112,11 @@ void KServiceControl::Create(
 
 /// The program to write a unit file for; empty for a unit file that is there and to be adopted.
 std::string KServiceControl::ChooseProgram(const std::string& program) const {
-    const std::string found = files.Find(unit);
     if (!program.empty()) {
-        if (!found.empty() && !files.IsOurs(unit)) {
-            Raise(
-                ErrorCode::serviceForeign,
-                "there is a unit file that is not ours, and it stays as it is: " + found
-            );
-        }
+        RefuseForeign();
         return program;
     }
+    const std::string found = files.Find(unit);
     const std::string link = "/etc/" + name + '/' + name;
     if (found.empty() && !files.Exists(link)) {
         Raise(
@@ -132,10 +127,20 @@ std::string KServiceControl::ChooseProgram(const std::string& program) const {
     return found.empty() ? link : "";
 }
 
+void KServiceControl::RefuseForeign() const {
+    if (const std::string found = files.Find(unit); !found.empty() && !files.IsOurs(unit)) {
+        Raise(
+            ErrorCode::serviceForeign,
+            "there is a unit file that is not ours, and it stays as it is: " + found
+        );
+    }
+}
+
 void KServiceControl::WriteFile(
     const std::string& displayName, const std::string& program, const std::string& arguments
 ) const {
     if (!program.empty()) {
+        RefuseForeign(); // once more: the bus may have been waited for meanwhile
         files.Write(unit, UnitText(displayName, program, arguments));
     }
 }
@@ -152,7 +157,13 @@ void KServiceControl::Delete() {
         }
         isChecked = true; // a second pass finds what the first one left
         StopForDeletion(asked);
-        asked.DisableFile();
+        if (files.Find(unit).empty() || files.IsLink(unit)) {
+            // Later versions of systemd refuse to, without a file; of a linked one they take away
+            // the link, which is all that provides the unit and not ours.
+            files.Disable(unit);
+        } else {
+            asked.DisableFile();
+        }
         RemoveFileIfOurs();
         asked.Reload();
         asked.ResetFailed();

@@ -59,6 +59,7 @@ class KServiceControl {
 
   private:
     std::string ChooseProgram(const std::string& program) const;
+    void RefuseForeign() const;
     void WriteFile(
         const std::string& displayName, const std::string& program, const std::string& arguments
     ) const;

@@ -190,6 +190,11 @@ bool KUnitFiles::IsOurs(const std::string& unit) const {
            IsOurUnitText(Read(path));
 }
 
+bool KUnitFiles::IsLink(const std::string& unit) const {
+    struct stat status {};
+    return ::lstat((root + OwnPath(unit)).c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
 bool KUnitFiles::Exists(const std::string& path) const {
     struct stat status {};
     return ::lstat((root + path).c_str(), &status) == 0;

@@ -39,6 +39,8 @@ class KUnitFiles {
     std::string Find(const std::string& unit) const;
     /// Whether the file is one that Write put there: then it may be replaced and removed.
     bool IsOurs(const std::string& unit) const;
+    /// Whether a link stands in the place of an administrator's unit file.
+    bool IsLink(const std::string& unit) const;
     /// Whether anything, a dangling link too, stands at the path.
     bool Exists(const std::string& path) const;
 

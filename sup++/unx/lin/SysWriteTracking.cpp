@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/NeverDestroyed.h>
 #include <sup++/unx/lin/KDescriptor.h>
+#include <sup++/unx/lin/SysRetry.h>
 #include <sup++/unx/lin/SysWriteTracking.h>
 
 #include <algorithm>
@@ -52,7 +53,9 @@ std::string_view DirectoryOf(const char* path) noexcept {
 }
 
 void Note(Tracking& tracking, const std::string& directory) {
-    KDescriptor open(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    KDescriptor open(Retry([&] {
+        return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }));
     struct stat status {};
     if (!open.IsOpen() || ::fstat(open.Get(), &status) != 0) {
         // A directory that is gone already holds nothing to bring to the disk.
@@ -88,7 +91,7 @@ unsigned FlushWrites() noexcept {
     const std::lock_guard hold(tracking.guard);
     unsigned result = std::exchange(tracking.firstError, 0);
     for (const FileSystem& one : tracking.written) {
-        if (::syncfs(one.directory.Get()) != 0 && result == 0) {
+        if (Retry([&] { return ::syncfs(one.directory.Get()); }) != 0 && result == 0) {
             result = static_cast<unsigned>(errno);
         }
     }

@@ -376,6 +376,33 @@ TEST_F(LoadCommandLineRulesTest, AValueHoldsUpTo511Bytes) {
     EXPECT_THAT(Added(), ElementsAre("Put profile option k=" + std::string(507, 'v')));
 }
 
+TEST_F(LoadCommandLineRulesTest, AValueOfNoBytesIsARuleOfTwoFields) {
+    world.GivenArguments({"--addProfileLine=", "--addProfileLine", ""});
+    manager.LoadCommandLineRules();
+    EXPECT_THAT(Added(), ElementsAre("Put profile option =", "Put profile option ="));
+}
+
+TEST_F(LoadCommandLineRulesTest, QuotesAndNewlinesReachTheRule) {
+    world.GivenArguments({"--addProfileLine=s,\"k\",'a\nb\\"});
+    manager.LoadCommandLineRules();
+    ASSERT_EQ(1U, manager.GetRuleCount());
+    EXPECT_EQ(36U, ErrorOf([&] { manager.ExecuteRules(); }).GetCode())
+        << "a profile has no line for it";
+}
+
+TEST_F(LoadCommandLineRulesTest, AThousandOptionsAreAThousandRules) {
+    std::vector<std::string> arguments;
+    std::vector<std::string> added;
+    for (int option = 0; option < 1000; ++option) {
+        const std::string number = std::to_string(option);
+        arguments.push_back("--addProfileLine=s,k" + number + ",v");
+        added.push_back("Put profile option k" + number + "=v");
+    }
+    world.GivenArguments(arguments);
+    manager.LoadCommandLineRules();
+    EXPECT_EQ(added, Added());
+}
+
 struct UnreadableOption {
     const char* name;
     std::vector<std::string> arguments;

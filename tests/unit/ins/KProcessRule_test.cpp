@@ -13,6 +13,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <regex>
 #include <stdexcept>
@@ -302,7 +303,7 @@ TEST_F(KProcessRuleExecuteTest, AProgramThatIgnoresSigtermHasThreeSeconds) {
     EXPECT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(SIGKILL, WTERMSIG(status));
     EXPECT_GE(taken, std::chrono::milliseconds(3000));
-    EXPECT_LT(taken, std::chrono::milliseconds(4000));
+    EXPECT_LT(taken, std::chrono::seconds(20)); // 4 s, and what a busy machine adds
 }
 
 TEST_F(KProcessRuleExecuteTest, AProgramThatDoesNotRunIsStopped) {
@@ -405,18 +406,22 @@ class KProcessRuleWaitTest : public KProcessRuleExecuteTest {
 TEST_F(KProcessRuleWaitTest, EachDispatchIsFollowedByTheQuestionForCancellation) {
     std::string calls;
     KTEST::Injection inject;
+    tree.Fifo("gate");
     inject.SvcPollingDispatch = [&] {
         calls += 'd';
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        if (calls.size() == 5) { // the third time; the command waits until then
+            std::ofstream(tree.Path("gate")) << "open\n";
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
         return 0U;
     };
     asking.ask = [&] {
         calls += 'c';
         return false;
     };
-    Execute("start,sleep 0.1");
+    Execute("start,read line <" + tree.Path("gate"));
     EXPECT_TRUE(std::regex_match(calls, std::regex("(dc)+"))) << calls;
-    EXPECT_LE(4U, calls.size());
+    EXPECT_LE(6U, calls.size());
 }
 
 TEST_F(KProcessRuleWaitTest, ACancellationStopsTheCommandAndIsNoErrorOfTheRule) {

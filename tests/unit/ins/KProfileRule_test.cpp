@@ -147,6 +147,21 @@ TEST_F(KProfileRuleTest, CreateEmptiesAProfileThatIsThere) {
     EXPECT_EQ("", tree.Read("a.ini"));
 }
 
+TEST_F(KProfileRuleTest, AProfileThatCannotBeOpenedIsTheErrorOfItsFile) {
+    tree.Directory("a.ini");
+    for (const char* line :
+         {"create,@T@/a.ini", "put,@T@/a.ini,s,k,v", "remove_file,@T@/a.ini,s,k"}) {
+        const KSUP::KError error = KTEST::ErrorOf([&] {
+            manager.Clear();
+            Run("profile", line);
+        });
+        EXPECT_EQ(unsigned{EISDIR}, error.GetCode()) << line;
+        EXPECT_THAT(error.GetInfo().GetString().c_str(), testing::HasSubstr(tree.Path("a.ini")));
+        EXPECT_STREQ("sup++/KProfile", error.GetFile()) << "it is the support library's own";
+        EXPECT_EQ(0U, manager.GetCompletedCount()) << line;
+    }
+}
+
 TEST_F(KProfileRuleTest, CreateInAMissingDirectoryIsAnErrorWithThePath) {
     const KSUP::KError error = KTEST::ErrorOf([&] { Run("profile", "create,@T@/none/a.ini"); });
     EXPECT_EQ(static_cast<unsigned>(ENOENT), error.GetCode());
@@ -260,6 +275,17 @@ TEST_F(KProfileRuleRemoveFileTest, MeetsEveryLineOnceDuplicatesToo) {
         EXPECT_FALSE(tree.Exists(name)) << name;
     }
     EXPECT_EQ(InTree("[Files]\nk=@T@/keep\n"), List());
+}
+
+/// Also the lines behind its own are met, and the file does not come back.
+TEST_F(KProfileRuleRemoveFileTest, AProfileThatListsItselfIsGoneWithAllThatItLists) {
+    for (const char* name : {"1.so", "2.so", "3.so"}) {
+        tree.Write(name, "");
+    }
+    GivenList("[Files]\n1=@T@/1.so\nself=@T@/a.ini\n2=@T@/2.so\n2=@T@/3.so\n");
+    Remove("@T@");
+    EXPECT_THAT(tree.List(), testing::Not(testing::Contains(testing::HasSubstr(".so"))));
+    EXPECT_FALSE(tree.Exists("a.ini"));
 }
 
 TEST_F(KProfileRuleRemoveFileTest, TheMatchKeepsItsCase) {

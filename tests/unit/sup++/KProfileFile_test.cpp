@@ -313,6 +313,21 @@ TEST_F(KProfileFileTest, LeavesNoDescriptor) {
 
 // Several at once
 
+TEST_F(KProfileFileTest, ADeletionDoesNotBringBackAFileThatIsGone) {
+    tree.Write("a.ini", "[s]\na=1\nb=2\nc=3\n");
+    KProfile profile(tree.Path("a.ini"));
+    profile.BeginKeyEnum("s", nullptr);
+    ASSERT_TRUE(profile.EnumKey(nullptr, false));
+    tree.Remove("a.ini");
+    profile.DeleteKey("s", "a");
+    EXPECT_FALSE(tree.Exists("a.ini"));
+    EXPECT_EQ(profile.GetString("s", "a", "gone"), "gone");
+    ASSERT_TRUE(profile.EnumKey(nullptr, false)) << "what was read is still enumerated";
+    EXPECT_EQ(profile.GetKeyName(), "b");
+    profile.PutString("s", "d", "4");
+    EXPECT_EQ(tree.Read("a.ini"), "[s]\nd=4\n") << "a change that adds makes a new file";
+}
+
 TEST_F(KProfileFileTest, ChangesOfAnotherObjectAreKept) {
     GivenFile();
     KProfile one(Path());
