@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/plan/KPlannedTree.h>
 #include <setup/safety/KFileDigest.h>
 #include <setup/safety/KJsonLine.h>
 #include <setup/safety/KManifest.h>
@@ -32,7 +33,8 @@ Kind ToKind(const std::string& word) {
 KManifest::KManifest(
     const std::vector<std::string>& paths, const std::function<bool()>& shallStop
 ) {
-    for (const std::string& path : paths) {
+    for (const std::string& written : paths) {
+        const std::string path = KPlannedTree::Normal(written);
         if (shallStop && shallStop()) {
             return;
         }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/plan/KPlannedTree.h>
 #include <setup/safety/KFileDigest.h>
 #include <setup/safety/KManifest.h>
 
@@ -144,8 +145,12 @@ std::optional<KManifestEntry> LookAtEntry(const std::string& path) {
 
 std::vector<KManifestDifference> KManifest::Verify(const std::set<std::string>& mayChange) const {
     std::vector<KManifestDifference> differences;
+    std::set<std::string> edited;
+    for (const std::string& path : mayChange) {
+        edited.insert(KPlannedTree::Normal(path));
+    }
     for (const auto& [path, entry] : entries) {
-        Comparison(path, entry, differences).Compare(mayChange.contains(path));
+        Comparison(path, entry, differences).Compare(edited.contains(path));
     }
     return differences;
 }
