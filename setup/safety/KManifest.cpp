@@ -31,7 +31,9 @@ Kind ToKind(const std::string& word) {
 } // namespace
 
 KManifest::KManifest(
-    const std::vector<std::string>& paths, const std::function<bool()>& shallStop
+    const std::vector<std::string>& paths,
+    const std::function<bool()>& shallStop,
+    const KDigests& known
 ) {
     for (const std::string& written : paths) {
         const std::string path = KPlannedTree::Normal(written);
@@ -43,7 +45,9 @@ KManifest::KManifest(
             continue;
         }
         if (entry->kind == Kind::File) {
-            const KFileDigest digest = DigestFile(path, shallStop);
+            const auto copied = known.find(path);
+            const bool isKnown = copied != known.end() && copied->second.size == entry->size;
+            const KFileDigest digest = isKnown ? copied->second : DigestFile(path, shallStop);
             if (digest.errorNumber == ECANCELED) {
                 return;
             }
