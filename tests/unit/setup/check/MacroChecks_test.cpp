@@ -185,6 +185,7 @@ INSTANTIATE_TEST_SUITE_P(
         Line{"FileOfAKey", "process=start,register --key=/etc/svc/key"},
         Line{"OptionWithoutAValue", "process=start,register --token --now"},
         Line{"FileOfAPassword", "process=start,register --password-file x"},
+        Line{"LongerOption", "process=start,register --passwordless x"},
         Line{"LastWord", "process=start,register --password"},
         Line{"WordInText", "process=start,echo the key is lost"}
     ),
