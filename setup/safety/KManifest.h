@@ -24,6 +24,13 @@ struct KManifestEntry {
     bool operator==(const KManifestEntry&) const = default;
 };
 
+/// "file", "directory" or "link".
+const char* KindWord(KManifestEntry::Kind kind) noexcept;
+
+/// What stands at a path, without a digest; nothing for what is not there, with the reason in errno
+/// (0 for what is of no kind that is installed).
+std::optional<KManifestEntry> LookAtEntry(const std::string& path);
+
 /// Something that is not as it was installed.
 struct KManifestDifference {
     enum class Kind { Missing, Type, Content, Mode, Target, Unreadable };
