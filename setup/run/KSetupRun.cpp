@@ -105,9 +105,14 @@ void KSetupRun::Install() {
     }
     Secure();
     if (installer.IsProductInstalled()) {
-        report.formerVersion = ReadRecord(installer).version;
+        const KInstalledRecord record = ReadRecord(installer);
+        report.formerVersion = record.version;
         if (!arguments.allowDowngrade) {
-            RequireNoDowngrade(report.product, report.formerVersion, report.version);
+            RequireNoDowngrade(
+                report.product,
+                {record.version, record.buildNumber},
+                {report.version, report.buildNumber}
+            );
         }
     }
     Plan("install");
@@ -153,9 +158,24 @@ void KSetupRun::Secure() {
         VerifySeal(kit.GetDirectory());
     }
     const std::string service = macros.Expand("$serviceName$");
-    lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
+    WithSignals([&] {
+        lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
+    });
     if (const auto interrupted = KRunState::Read(service)) {
         voice.Say(Shown(interrupted->ToWords()));
+    }
+}
+
+/// What is stopped on request answers with the signal that it was.
+void KSetupRun::WithSignals(const std::function<void()>& work) const {
+    try {
+        work();
+    } catch (const KSetupFailure& failure) {
+        const bool isStopped = failure.GetExitCode() == ExitCode::signalBase + SIGINT;
+        throw KSetupFailure(
+            isStopped ? ExitCode::signalBase + signals.GetFirst() : failure.GetExitCode(),
+            failure.what()
+        );
     }
 }
 
@@ -200,7 +220,7 @@ void KSetupRun::BackUp() {
     const std::filesystem::path product(report.productPath);
     paths.push_back(product / "config" / macros.Expand("$iniFile$"));
     paths.push_back(std::filesystem::path(stateBaseDirectory) / service / "manifest");
-    KBackup(service).Save(paths, [this] { return signals.Take() != 0; });
+    WithSignals([&] { KBackup(service).Save(paths, [this] { return signals.Take() != 0; }); });
     voice.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
 }
 
@@ -240,6 +260,7 @@ void KSetupRun::Prepare() {
     report.log = Text(
         KSUP::KUtil::GetPathName(logDirectory, installer.ExpandMacros("$product$ Setup Log.txt"))
     );
+    RequireSafeLogDirectory(std::filesystem::path(report.log).parent_path());
     KRunChronicle::Begin(report, kit.GetDirectory());
     try {
         installer.Initialize(kit.GetScript());

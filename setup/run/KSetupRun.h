@@ -18,6 +18,7 @@
 #include <sup++/KString.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -44,6 +45,7 @@ class KSetupRun {
 
   private:
     void Secure();
+    void WithSignals(const std::function<void()>& work) const;
     void RefuseErrors() const;
     void Plan(const char* section);
     void LookAround() const;

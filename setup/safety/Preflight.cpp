@@ -12,10 +12,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
 #include <set>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
+#include <fts.h>
 #include <linux/stat.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -106,6 +112,27 @@ std::string WhyNotWritable(const std::string& directory) {
     return {};
 }
 
+/// Calls `each` with the files on the disk that the plan replaces or deletes.
+void ForEachFileThatGoes(
+    const KPlan& plan, const std::function<void(const std::string& path)>& each
+) {
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            const bool goes = action.kind == Kind::DeleteFile ||
+                              (action.kind == Kind::CopyFile && action.replaces);
+            if (goes && !action.lacks) {
+                each(NormalPath(action.path));
+            }
+        }
+    }
+}
+
+bool IsImmutable(const std::string& path) {
+    struct statx status {};
+    return ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) == 0 &&
+           (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+}
+
 /// Who called sudo(8), which says so: their own files are theirs to run as root. Else root.
 uid_t CallingUser() {
     const char* text = std::getenv("SUDO_UID"); // NOLINT: nobody changes the environment
@@ -114,6 +141,24 @@ uid_t CallingUser() {
         std::from_chars(text, text + std::strlen(text), user);
     }
     return user;
+}
+
+std::string ToText(const KVersion& version) {
+    return version.text + " (build " + std::to_string(version.buildNumber) + ")";
+}
+
+/// Why others could change what is there; empty when they cannot. `isAbove` says that only what is
+/// below it counts.
+std::string WhyNotPrivate(const struct stat& status, bool isAbove) {
+    const bool othersMayWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    // In a directory with the sticky bit nobody takes another's entry away.
+    const bool isSticky = (status.st_mode & S_ISVTX) != 0 && isAbove;
+    const bool isTrusted = status.st_uid == 0 || status.st_uid == CallingUser();
+    return isTrusted && (!othersMayWrite || isSticky || S_ISLNK(status.st_mode))
+               ? ""
+               : ": others than root can change it, and root would run that. Nothing was changed. "
+                 "Copy the kit to a directory of root's, or take the right away (chown -R root, "
+                 "chmod -R go-w).";
 }
 
 std::string NameOf(const fs::path& process) {
@@ -169,6 +214,15 @@ void RequireWritable(const KPlan& plan) {
             );
         }
     }
+    ForEachFileThatGoes(plan, [](const std::string& path) {
+        if (IsImmutable(path)) {
+            throw KSetupFailure(
+                ExitCode::cannotWrite,
+                path + " cannot be replaced or deleted: it is immutable; chattr -i allows it. "
+                       "Nothing was changed."
+            );
+        }
+    });
 }
 
 bool NeedsServices(const KPlan& plan) {
@@ -189,64 +243,87 @@ void RequireServiceManager(const KPlan& plan) {
 }
 
 void RequireNoDowngrade(
-    const std::string& product, const std::string& installed, const std::string& wanted
+    const std::string& product, const KVersion& installed, const KVersion& wanted
 ) {
-    if (CompareVersions(installed, wanted) > 0) {
+    const auto order = CompareVersions(installed.text, wanted.text);
+    if (order > 0 || (order == 0 && installed.buildNumber > wanted.buildNumber)) {
         throw KSetupFailure(
             ExitCode::usage,
-            product + " " + installed + " is installed, which is newer than " + wanted +
+            product + " " + ToText(installed) + " is installed, which is newer than " +
+                ToText(wanted) +
                 ". Nothing was changed. --allow-downgrade installs the older one over it."
         );
     }
 }
 
 void RequirePrivate(const std::string& directory) {
-    for (fs::path at(directory); !at.empty(); at = at.parent_path()) {
+    for (std::string at = ParentPath(directory); !at.empty();
+         at = at == "/" ? "" : ParentPath(at)) {
         struct stat status {};
-        if (::lstat(at.c_str(), &status) != 0) {
-            break; // who reads there next says what is wrong
+        const std::string why =
+            ::lstat(at.c_str(), &status) == 0 ? WhyNotPrivate(status, true) : "";
+        if (!why.empty()) {
+            throw KSetupFailure(ExitCode::noKit, at + why);
         }
-        const bool othersMayWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-        // In a directory with the sticky bit nobody takes another's entry away.
-        const bool isSticky = (status.st_mode & S_ISVTX) != 0 && at != fs::path(directory);
-        const bool isTrusted = status.st_uid == 0 || status.st_uid == CallingUser();
-        if (!isTrusted || (othersMayWrite && !isSticky)) {
-            throw KSetupFailure(
-                ExitCode::noKit,
-                at.string() + ": others than root can change what is in it, and root would run "
-                              "that. Nothing was changed. Copy the kit to a directory of root's, "
-                              "or take the right away (chown root, chmod go-w)."
-            );
+    }
+    std::string root = directory;
+    char* roots[] = {root.data(), nullptr};
+    const std::unique_ptr<FTS, int (*)(FTS*)> walk(
+        ::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), ::fts_close
+    );
+    while (const FTSENT* entry = walk != nullptr ? ::fts_read(walk.get()) : nullptr) {
+        if (entry->fts_info == FTS_DP) { // seen before what is in it
+            continue;
         }
-        if (at == at.parent_path()) {
-            break;
+        if (entry->fts_statp == nullptr || entry->fts_info == FTS_NS ||
+            entry->fts_info == FTS_DNR) {
+            throw KSetupFailure(ExitCode::noKit, std::string(entry->fts_path) + " cannot be read.");
+        }
+        if (const std::string why = WhyNotPrivate(*entry->fts_statp, false); !why.empty()) {
+            throw KSetupFailure(ExitCode::noKit, entry->fts_path + why);
         }
     }
 }
 
-std::vector<std::string> FindRunningPrograms(const KPlan& plan) {
-    std::set<std::string> files;
-    for (const KPlannedRule& rule : plan.GetRules()) {
-        for (const KPlannedAction& action : rule.actions) {
-            const bool goes = action.kind == Kind::DeleteFile ||
-                              (action.kind == Kind::CopyFile && action.replaces);
-            if (goes && !action.lacks) {
-                files.insert(KPlannedTree::Normal(action.path));
-            }
-        }
+void RequireSafeLogDirectory(const std::string& directory) {
+    struct stat status {};
+    if (::stat(directory.c_str(), &status) != 0) {
+        return; // who opens the log there says what is wrong
     }
+    const bool anybodyMay = (status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0;
+    if (status.st_uid != 0 || anybodyMay) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            directory + ": the directory of logs can be changed by others than root. Nothing was "
+                        "changed. Make it root's (chown root, chmod o-w)."
+        );
+    }
+}
+
+std::vector<std::string> FindRunningPrograms(const KPlan& plan) {
+    // By device and inode: a program may have been started through a link.
+    std::map<std::pair<dev_t, ino_t>, std::string> files;
+    ForEachFileThatGoes(plan, [&](const std::string& path) {
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) == 0) {
+            files.emplace(std::pair(status.st_dev, status.st_ino), path);
+        }
+    });
     std::vector<std::string> running;
     if (files.empty()) {
         return running;
     }
     std::error_code unreadable; // without /proc nothing is known to run
     for (const fs::directory_entry& process : fs::directory_iterator("/proc", unreadable)) {
-        std::error_code gone; // a kernel thread, or one that has ended meanwhile
-        const fs::path program = fs::read_symlink(process.path() / "exe", gone);
-        if (!gone && files.contains(program.string())) {
+        struct stat program {}; // there is none of a kernel thread, or of one that has ended
+        if (::stat((process.path() / "exe").c_str(), &program) != 0) {
+            continue;
+        }
+        const auto file = files.find({program.st_dev, program.st_ino});
+        if (file != files.end()) {
             running.push_back(
                 NameOf(process.path()) + " (" + process.path().filename().string() + "), " +
-                program.string()
+                file->second
             );
         }
     }

@@ -29,16 +29,27 @@ bool NeedsServices(const KPlan& plan);
 ///          runs
 void RequireServiceManager(const KPlan& plan);
 
-/// Throws   KSetupFailure with ExitCode::usage when `installed` is newer than `wanted`
+struct KVersion {
+    std::string text;
+    unsigned buildNumber = 0;
+};
+
+/// Throws   KSetupFailure with ExitCode::usage when `installed` is newer than `wanted`, or a later
+///          build of it
 void RequireNoDowngrade(
-    const std::string& product, const std::string& installed, const std::string& wanted
+    const std::string& product, const KVersion& installed, const KVersion& wanted
 );
 
 /// Refuses a directory that others than root, or than who called sudo(8), could change: what is
-/// installed from there would be theirs. The directory itself and all above it count.
+/// installed from there would be theirs. All that is in it counts, and the directories above it.
 ///
 /// Throws   KSetupFailure with ExitCode::noKit
 void RequirePrivate(const std::string& directory);
+
+/// The same of a directory for logs, where a group of the system's own may write.
+///
+/// Throws   KSetupFailure with ExitCode::cannotWrite
+void RequireSafeLogDirectory(const std::string& directory);
 
 /// The processes that run a file which the plan replaces or deletes, as "dpsd (1234), /opt/…".
 std::vector<std::string> FindRunningPrograms(const KPlan& plan);

@@ -385,7 +385,10 @@ TEST_F(SetupProgramTest, ADowngradeIsRefusedUnlessItIsAllowed) {
     );
     const Outcome refused = RunSetup("install");
     EXPECT_EQ(refused.exitCode, 64);
-    EXPECT_THAT(refused.err, HasSubstr("Setup Test 1.5 is installed, which is newer than 1.4"));
+    EXPECT_THAT(
+        refused.err,
+        HasSubstr("Setup Test 1.5 (build 9) is installed, which is newer than 1.4 (build 0)")
+    );
     EXPECT_EQ(RunSetup("install", "--allow-downgrade").exitCode, 0);
 }
 
@@ -488,7 +491,7 @@ INSTANTIATE_TEST_SUITE_P(
             "KitThatOthersMayChange",
             "chmod o+w KIT; SETUP install --kit KIT",
             66,
-            "others than root can change what is in it"},
+            "others than root can change it"},
         Refusal{
             "NoSpace",
             "truncate -s 8T KIT/lib/svc; SETUP install --kit KIT",

@@ -84,11 +84,14 @@ TEST_F(PreflightTest, ServicesNeedAManagerOnlyWhereThereAreAny) {
 }
 
 TEST_F(PreflightTest, ADowngradeIsRefusedAndSaysHowToDoIt) {
-    EXPECT_EQ(CodeOf([] { RequireNoDowngrade("DPS", "2.1", "2.1"); }), 0);
-    EXPECT_EQ(CodeOf([] { RequireNoDowngrade("DPS", "2.1", "2.2"); }), 0);
-    EXPECT_EQ(CodeOf([] { RequireNoDowngrade("DPS", "2.10", "2.9"); }), ExitCode::usage);
-    EXPECT_THAT(words, HasSubstr("DPS 2.10 is installed, which is newer than 2.9"));
+    EXPECT_EQ(CodeOf([] { RequireNoDowngrade("DPS", {"2.1", 7}, {"2.1", 7}); }), 0);
+    EXPECT_EQ(CodeOf([] { RequireNoDowngrade("DPS", {"2.1", 7}, {"2.2", 1}); }), 0);
+    EXPECT_EQ(CodeOf([] { RequireNoDowngrade("DPS", {"2.1", 8}, {"2.1", 7}); }), ExitCode::usage);
+    EXPECT_THAT(
+        words, HasSubstr("DPS 2.1 (build 8) is installed, which is newer than 2.1 (build 7)")
+    );
     EXPECT_THAT(words, HasSubstr("--allow-downgrade"));
+    EXPECT_EQ(CodeOf([] { RequireNoDowngrade("DPS", {"2.10", 1}, {"2.9", 7}); }), ExitCode::usage);
 }
 
 TEST_F(PreflightTest, ADirectoryOfRootsIsPrivate) {
@@ -99,7 +102,7 @@ TEST_F(PreflightTest, ADirectoryOfRootsIsPrivate) {
 TEST_F(PreflightTest, ADirectoryThatOthersMayWriteIsRefused) {
     tree.Directory("kit", 0775);
     EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
-    EXPECT_THAT(words, HasSubstr(tree.Path("kit") + ": others than root can change"));
+    EXPECT_THAT(words, HasSubstr(tree.Path("kit") + ": others than root can change it"));
     tree.Directory("kit", 01777); // sticky: new files can still be laid there
     EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
 }
@@ -120,6 +123,44 @@ TEST_F(PreflightTest, AnothersDirectoryIsRefusedUnlessTheyCalledSudo) {
     ::setenv("SUDO_UID", "1235", 1); // NOLINT: one thread
     EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
     ::unsetenv("SUDO_UID"); // NOLINT: one thread
+}
+
+TEST_F(PreflightTest, WhatIsInTheDirectoryCountsToo) {
+    tree.Write("kit/lib/a", "A", 0664);
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
+    EXPECT_THAT(words, HasSubstr(tree.Path("kit/lib/a") + ": others"));
+    tree.SetMode("kit/lib/a", 0644);
+    tree.Link("kit/lib/b", "a"); // a link has no rights of its own
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), 0) << words;
+}
+
+TEST_F(PreflightTest, ADirectoryOfLogsMayBeAGroups) {
+    tree.Directory("log", 0775);
+    EXPECT_EQ(CodeOf([&] { RequireSafeLogDirectory(tree.Path("log")); }), 0) << words;
+    tree.SetMode("log", 0777);
+    EXPECT_EQ(CodeOf([&] { RequireSafeLogDirectory(tree.Path("log")); }), ExitCode::cannotWrite);
+    tree.SetMode("log", 0755);
+    tree.SetOwner("log", 1234, 1234);
+    EXPECT_EQ(CodeOf([&] { RequireSafeLogDirectory(tree.Path("log")); }), ExitCode::cannotWrite);
+}
+
+TEST_F(PreflightTest, AProgramThatWasStartedByALinkIsNamed) {
+    std::filesystem::copy_file("/bin/sleep", tree.Path("sleeper"));
+    tree.Link("link", tree.Path());
+    tree.Write("kit/sleeper", "new");
+    std::string program = tree.Path("link/sleeper");
+    std::string time = "1000";
+    char* arguments[] = {program.data(), time.data(), nullptr};
+    pid_t process = 0;
+    ASSERT_EQ(::posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments, environ), 0);
+    EXPECT_THAT(
+        FindRunningPrograms(
+            PlanOf("file=copy,sleeper," + tree.Path("kit") + "," + tree.Path("link"))
+        ),
+        ::testing::SizeIs(1)
+    );
+    ::kill(process, SIGKILL);
+    ::waitpid(process, nullptr, 0);
 }
 
 TEST_F(PreflightTest, AProgramThatRunsIsNamed) {
