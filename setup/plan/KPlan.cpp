@@ -132,7 +132,8 @@ void Planner::Copy(const std::string& source, const std::string& target) {
     } else {
         action.obstacle = WhyNoPlace(target);
     }
-    if (action.obstacle.empty()) {
+    // Also where its directory is not known: what stands behind it takes it to be there.
+    if (!action.lacks) {
         tree.Put(target, found);
     }
     actions.push_back(std::move(action));
