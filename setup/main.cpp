@@ -65,11 +65,13 @@ int Run(const KSetupArguments& arguments) {
             KSETUP::KSetupRun(kit, arguments, voice, report).Remove();
         });
     case Command::Status:
-        return Tell(arguments, "status", [&](const auto& kit, auto&, auto& report) {
-            KSETUP::FillStatus(kit, arguments, report);
+        return Tell(arguments, "status", [&](const auto&, auto&, auto& report) {
+            KSETUP::FillStatus(arguments, report);
         });
     case Command::Restore:
-        return KSETUP::ExitCode::internal;
+        return Tell(arguments, "restore", [&](const auto&, auto&, auto& report) {
+            KSETUP::FillRestore(arguments, report);
+        });
     case Command::Check:
         return KSETUP::RunCheck(arguments);
     case Command::PlanInstall:

@@ -78,7 +78,7 @@ Findings MissingRecordProfiles(const KCheckContext& context) {
 
 Findings LeftRecordLinks(const KCheckContext& context) {
     const std::string path = KPlannedTree::Normal(context.GetRecordLink());
-    if (!context.GetAfterInstall().Exists(path) || !context.GetAfterRemove().Exists(path)) {
+    if (!context.GetAfterRemove().Exists(path)) {
         return {};
     }
     return {context.AtSection(

@@ -29,7 +29,8 @@ bool IsOfTheSystem(std::string path) {
     return path.starts_with('/') && !WhyNotAProductPath(path).empty();
 }
 
-std::set<std::string> ServicesOf(const KPlan& plan, Kind kind) {
+/// What the actions of a kind are about: paths, services, commands.
+std::set<std::string> PathsOf(const KPlan& plan, Kind kind) {
     std::set<std::string> names;
     for (const KPlannedRule& planned : plan.GetRules()) {
         for (const KPlannedAction& action : planned.actions) {
@@ -43,7 +44,7 @@ std::set<std::string> ServicesOf(const KPlan& plan, Kind kind) {
 
 /// A service's unit file, or the directory of its drop-ins.
 bool IsOwnUnit(const KCheckContext& context, const std::string& path) {
-    std::set<std::string> names = ServicesOf(context.GetInstall(), Kind::InstallService);
+    std::set<std::string> names = PathsOf(context.GetInstall(), Kind::InstallService);
     names.insert(context.Expand("$serviceName$"));
     return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
         const std::string unit = "/etc/systemd/system/" + name + ".service";
@@ -70,9 +71,9 @@ std::string SystemDirectoryOf(const KCheckContext& context, const KScriptRule& r
     }
     const std::string path = KPlannedTree::Normal(JoinPath(fields[2], fields[1]));
     const std::string directory = std::filesystem::path(path).parent_path().string();
-    const bool isOwn =
-        !IsPattern(fields[1]) && (IsInstalled(context, path) || IsOwnUnit(context, path));
-    return IsOfTheSystem(directory) && !isOwn && !IsOwnUnit(context, directory) ? directory : "";
+    return IsOfTheSystem(directory) && !IsInstalled(context, path) && !IsOwnUnit(context, path)
+               ? directory
+               : "";
 }
 
 bool IsSeparator(char byte) {
@@ -95,17 +96,16 @@ bool Names(const std::string& command, const std::string& path) {
     return false;
 }
 
-/// Whether a command of the removal takes care of a path, or of a directory that it is in.
-bool IsNamedByCommand(const KCheckContext& context, const std::string& path) {
-    for (const KPlannedRule& planned : context.GetRemove().GetRules()) {
-        for (const KPlannedAction& action : planned.actions) {
-            for (std::filesystem::path at(path);
-                 action.kind == Kind::StartCommand && !IsOfTheSystem(at.string()) &&
-                 at.has_relative_path();
-                 at = at.parent_path()) {
-                if (Names(action.path, at.string())) {
-                    return true;
-                }
+/// Whether one of the commands takes care of a path, or of a directory that it is in.
+bool IsNamedBy(const std::set<std::string>& commands, const std::string& path) {
+    if (commands.empty()) {
+        return false;
+    }
+    for (std::filesystem::path at(path); at.has_relative_path() && !IsOfTheSystem(at.string());
+         at = at.parent_path()) {
+        for (const std::string& command : commands) {
+            if (Names(command, at.string())) {
+                return true;
             }
         }
     }
@@ -130,13 +130,15 @@ bool IsHeldByContents(const KCheckContext& context, const std::string& path) {
            });
 }
 
-bool IsLeft(const KCheckContext& context, const std::string& path) {
+bool IsLeft(
+    const KCheckContext& context, const std::set<std::string>& commands, const std::string& path
+) {
     const KPlannedEntry entry = context.GetAfterRemove().Find(path);
     const bool isDirectory = entry.kind == KEntryKind::Directory;
     return IsInstalled(context, path) && entry.kind != KEntryKind::Nothing &&
            !path.starts_with(context.GetKitDirectory() + "/") &&
            !(isDirectory && (IsShared(context, path) || IsHeldByContents(context, path))) &&
-           !IsNamedByCommand(context, path);
+           !IsNamedBy(commands, path);
 }
 
 bool Makes(Kind kind) {
@@ -151,7 +153,8 @@ struct Left {
 
 /// What stays, by the rule that made it first.
 std::vector<Left> FindLeft(const KCheckContext& context) {
-    const std::set<std::string> removed = ServicesOf(context.GetRemove(), Kind::RemoveService);
+    const std::set<std::string> removed = PathsOf(context.GetRemove(), Kind::RemoveService);
+    const std::set<std::string> commands = PathsOf(context.GetRemove(), Kind::StartCommand);
     std::set<std::string> told;
     std::vector<Left> all;
     for (const KPlannedRule& planned : context.GetInstall().GetRules()) {
@@ -160,7 +163,7 @@ std::vector<Left> FindLeft(const KCheckContext& context) {
             const std::string path = KPlannedTree::Normal(action.path);
             const bool isService = action.kind == Kind::InstallService;
             const bool stays = isService ? !removed.contains(action.path)
-                                         : Makes(action.kind) && IsLeft(context, path);
+                                         : Makes(action.kind) && IsLeft(context, commands, path);
             const std::string name = isService ? "service " + action.path : "\"" + path + "\"";
             if (stays && told.insert(name).second) {
                 left.names.push_back(name);

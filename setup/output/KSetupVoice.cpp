@@ -135,7 +135,9 @@ void KSetupVoice::Finish(const KRunReport& report) {
 }
 
 void KSetupVoice::PrintDone(const KRunReport& report) const {
-    if (report.result == KRunResult::NotInstalled) {
+    if (report.command == "restore") {
+        std::cout << Shown(report.product) << " is as it was before.\n";
+    } else if (report.result == KRunResult::NotInstalled) {
         std::cout << Shown(report.product) << " is not installed.\n";
     } else if (report.command == "install" || report.command == "status") {
         std::cout << VersionText(report) << " is installed in " << Shown(report.productPath)
@@ -146,6 +148,9 @@ void KSetupVoice::PrintDone(const KRunReport& report) const {
     } else if (report.command == "remove") {
         std::cout << Shown(report.product) << " is removed from " << Shown(report.productPath)
                   << ".\n";
+    }
+    for (const auto& [path, what] : report.differences) {
+        std::cout << "    " << Shown(path) << " " << Shown(what) << "\n";
     }
     if (!report.leftBehind.empty()) {
         std::cout << "Still there:\n";
@@ -167,6 +172,13 @@ void KSetupVoice::PrintTrouble(const KRunReport& report) {
     if (report.result == KRunResult::Refused) {
         out << "ins-setup: " << report.error << "\n"; // our own words, over several lines
         PrintLogEnd(report);
+        PrintNotes(out, report);
+        out.flush();
+        return;
+    }
+    if (report.command == "restore") {
+        out << Shown(report.product) << ": not everything was put back: " << Shown(report.error)
+            << "\n";
         PrintNotes(out, report);
         out.flush();
         return;

@@ -132,8 +132,8 @@ void Planner::Copy(const std::string& source, const std::string& target) {
     } else {
         action.obstacle = WhyNoPlace(target);
     }
-    // Also where its directory is not known: what stands behind it takes it to be there.
-    if (!action.lacks) {
+    // Also where its directory is missing: that is told once, not for all that follows.
+    if (!action.lacks && former != KEntryKind::Directory) {
         tree.Put(target, found);
     }
     actions.push_back(std::move(action));

@@ -6,8 +6,11 @@
 #include <setup/output/KSetupLogTail.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
+#include <setup/run/PlannedPaths.h>
 #include <setup/run/ProductPath.h>
 #include <setup/run/RunWords.h>
+#include <setup/safety/KBackup.h>
+#include <setup/safety/KManifest.h>
 #include <setup/safety/Preflight.h>
 #include <setup/script/KScript.h>
 #include <sup++/KErrorCode.h>
@@ -39,14 +42,6 @@ std::uintmax_t SizeOf(const std::string& path) {
     std::error_code failed;
     const std::uintmax_t size = std::filesystem::file_size(path, failed);
     return failed ? 0 : size;
-}
-
-void RefuseUnlessRoot() {
-    if (::geteuid() != 0) {
-        throw KSetupFailure(
-            ExitCode::notRoot, "Only root can install and remove products. Try it with sudo."
-        );
-    }
 }
 
 /// The rules that count, as the engine will count them.
@@ -101,7 +96,7 @@ KSetupRun::KSetupRun(
 }
 
 void KSetupRun::Install() {
-    RefuseUnlessRoot();
+    RequireRoot();
     report.version = macros.Expand("$verInfo$");
     report.buildNumber = SvcGetOEMDataEx()->buildNumber;
     if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
@@ -117,14 +112,19 @@ void KSetupRun::Install() {
     Plan("install");
     RefuseErrors();
     LookAround();
+    BackUp();
     Prepare();
     Load();
     Watch();
+    if (report.result == KRunResult::Done) {
+        KeepManifest();
+        state->End();
+    }
     FillNotes();
 }
 
 void KSetupRun::Remove() {
-    RefuseUnlessRoot();
+    RequireRoot();
     if (!installer.IsProductInstalled()) {
         return; // with nothing done, which is what was asked for
     }
@@ -135,6 +135,7 @@ void KSetupRun::Remove() {
     Plan("remove");
     LookAround();
     AskBeforeRemoval();
+    BackUp();
     Prepare();
     Load();
     Watch();
@@ -179,9 +180,24 @@ void KSetupRun::LookAround() const {
     if (!arguments.offlineServices && report.command == "install") {
         RequireServiceManager(*plan);
     }
+    const char* fate = report.command == "install" ? "replaced: " : "deleted: ";
     for (const std::string& program : FindRunningPrograms(*plan)) {
-        voice.Say("Running, and about to be replaced: " + Shown(program));
+        voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
     }
+}
+
+/// Everything that the run may change, so that "restore" can put it back.
+void KSetupRun::BackUp() {
+    if (!arguments.backup) {
+        return;
+    }
+    const std::string service = macros.Expand("$serviceName$");
+    std::vector<std::string> paths = ChangedPaths(*plan);
+    const std::filesystem::path product(report.productPath);
+    paths.push_back(product / "config" / macros.Expand("$iniFile$"));
+    paths.push_back(std::filesystem::path(stateBaseDirectory) / service / "manifest");
+    KBackup(service).Save(paths, [this] { return signals.Take() != 0; });
+    voice.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
 }
 
 /// Only where somebody sits: a run that nobody watches is never held up.
@@ -283,8 +299,6 @@ void KSetupRun::Watch() {
     report.rulesAll = installer.GetMaxCount();
     if (ended) {
         FillEnd(*ended);
-    } else {
-        state->End();
     }
     KRunChronicle::End(report, installer.GetLog());
 }
@@ -333,6 +347,23 @@ void KSetupRun::FillNotes() {
     report.commandOutput = size == 0 || size == commandOutputSize ? "" : commandOutput;
 }
 
+/// What was installed, for "status --verify" and for what a removal leaves.
+void KSetupRun::KeepManifest() {
+    try {
+        const std::string service = macros.Expand("$serviceName$");
+        KManifest manifest(MadePaths(*plan));
+        if (const auto former = KManifest::Read(service)) {
+            manifest.Merge(*former);
+        }
+        manifest.Write(service);
+    } catch (const KSetupFailure& failure) {
+        // The product is installed all the same.
+        report.notes.push_back(
+            std::string("\"status --verify\" will not know of this: ") + failure.what()
+        );
+    }
+}
+
 void KSetupRun::FillRemoved() {
     if (installer.IsProductInstalled()) {
         report.result = KRunResult::Failed;
@@ -342,12 +373,28 @@ void KSetupRun::FillRemoved() {
                        "the product's link in /etc. Everything else that it names is removed.";
         return;
     }
-    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
+    if (const auto installed = KManifest::Read(macros.Expand("$serviceName$"))) {
+        report.leftBehind = installed->GetRemaining();
+    } else if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.leftBehind.push_back(report.productPath);
+    }
+    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.notes.emplace_back(
             "The directory is still there: it holds what the script does not delete."
         );
     }
+    Forget();
+}
+
+/// What was remembered of the product goes with it, save a backup.
+void KSetupRun::Forget() {
+    const std::string service = macros.Expand("$serviceName$");
+    KManifest::Remove(service);
+    state->End();
+    const std::filesystem::path directory = std::filesystem::path(stateBaseDirectory) / service;
+    std::error_code isNotEmpty; // then it stays
+    std::filesystem::remove(directory, isNotEmpty);
+    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
 }
 
 } // namespace KSETUP

@@ -47,11 +47,14 @@ class KSetupRun {
     void Plan(const char* section);
     void LookAround() const;
     void AskBeforeRemoval() const;
+    void BackUp();
     void Prepare();
     void NameCommandOutput();
     void Load();
     void Watch();
     void FillEnd(const KSUP::KError& error);
+    void KeepManifest();
+    void Forget();
     void FillNotes();
     void FillRemoved();
 

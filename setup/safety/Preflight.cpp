@@ -129,6 +129,14 @@ std::string NameOf(const fs::path& process) {
 
 } // namespace
 
+void RequireRoot() {
+    if (::geteuid() != 0) {
+        throw KSetupFailure(
+            ExitCode::notRoot, "Only root can install and remove products. Try it with sudo."
+        );
+    }
+}
+
 void RequireSpace(const KPlan& plan) {
     for (const KPlan::Space& space : plan.GetSpace()) {
         if (space.needed + reserveBytes > space.available) {

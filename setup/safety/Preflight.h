@@ -11,6 +11,9 @@ namespace KSETUP {
 /// \file
 /// What is looked at before anything changes. Each of these returns when all is well.
 
+/// Throws   KSetupFailure with ExitCode::notRoot for anybody else
+void RequireRoot();
+
 /// Throws   KSetupFailure with ExitCode::cannotWrite when a file system lacks bytes or inodes
 void RequireSpace(const KPlan& plan);
 

@@ -14,7 +14,7 @@ namespace KSETUP {
 namespace {
 
 /// A script of so many rules is one that includes its sections over and over.
-constexpr std::size_t mostRules = 5'000'000;
+constexpr std::size_t mostRules = 1'000'000;
 
 /// Not a rule: it proposes the product path.
 constexpr std::string_view defaultPathKey = "defaultPath.$os$";
@@ -103,7 +103,7 @@ struct KScript::Unfolding {
     const MacroExpander& expand;
     Unfolded result;
     std::vector<std::string> open; // sections that are being loaded, the outermost first
-    std::vector<KScriptLine> includedBy;
+    std::vector<unsigned> includedBy;
 };
 
 KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpander& expand) const {
@@ -142,7 +142,7 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
                 cycle.names.push_back(name);
                 state.result.cycles.push_back(std::move(cycle));
             } else {
-                state.includedBy.push_back(line);
+                state.includedBy.push_back(line.number);
                 Load(name, state);
                 state.includedBy.pop_back();
             }
@@ -152,7 +152,7 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
             throw KSetupFailure(
                 ExitCode::malformedScript,
                 path + ":" + std::to_string(line.number) +
-                    ": the script becomes more than 5 million rules; does it include its sections "
+                    ": the script becomes more than a million rules; does it include its sections "
                     "over and over?"
             );
         }

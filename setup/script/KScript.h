@@ -25,8 +25,8 @@ struct KScriptRule {
     KScriptLine line;
     /// What the rule gets to see, macros expanded as its type expands them.
     std::vector<std::string> fields;
-    /// The "section" lines by which it was included, the outermost first.
-    std::vector<KScriptLine> includedBy;
+    /// The numbers of the "section" lines by which it was included, the outermost first.
+    std::vector<unsigned> includedBy;
 };
 
 /// A section that includes itself, which would load without end.

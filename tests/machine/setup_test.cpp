@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include <sys/wait.h>
 
@@ -46,6 +47,8 @@ class SetupProgramTest : public ::testing::Test {
     }
     ~SetupProgramTest() override {
         std::filesystem::remove_all("/etc/setuptest");
+        std::filesystem::remove_all("/var/lib/ins++/setuptest");
+        std::filesystem::remove("/var/log/Setup Test Setup Log.txt");
         std::filesystem::remove(commandOutput);
     }
 
@@ -306,6 +309,74 @@ TEST_F(SetupProgramTest, AnInterruptedRunIsToldByTheNext) {
     EXPECT_THAT(RunSetup("install").out, Not(HasSubstr("interrupted")));
 }
 
+TEST_F(SetupProgramTest, VerifyComparesWithWhatWasInstalled) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const Outcome same = RunSetup("status", "--verify");
+    EXPECT_EQ(same.exitCode, 0);
+    EXPECT_THAT(same.out, HasSubstr("It is as it was installed."));
+    tree.Write("product/config/st.ini", "[installControl]\ninstalledVersion=1.5\n[My]\nown=1\n");
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0); // a configuration is there to be edited
+    tree.Write("product/lin/x86_64/svc", "changed", 0755);
+    const Outcome differs = RunSetup("status", "--verify");
+    EXPECT_EQ(differs.exitCode, 4);
+    EXPECT_THAT(differs.out, HasSubstr("    " + tree.Path("product/lin/x86_64/svc") + " "));
+    EXPECT_THAT(
+        RunSetup("status", "--verify --json").out,
+        HasSubstr("\"result\":\"differs\",\"exitCode\":4")
+    );
+}
+
+TEST_F(SetupProgramTest, VerifyWithoutAManifestSaysSo) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    std::filesystem::remove_all("/var/lib/ins++/setuptest");
+    const Outcome refused = RunSetup("status", "--verify");
+    EXPECT_EQ(refused.exitCode, 66);
+    EXPECT_THAT(refused.err, HasSubstr("there is nothing to compare with"));
+}
+
+TEST_F(SetupProgramTest, ARemovalLeavesNothingOfWhatIsRemembered) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    EXPECT_TRUE(std::filesystem::exists("/var/lib/ins++/setuptest/manifest"));
+    ASSERT_EQ(RunSetup("remove").exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists("/var/lib/ins++/setuptest"));
+}
+
+TEST_F(SetupProgramTest, RestorePutsBackWhatAnUpgradeReplaced) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const std::vector<std::string> before = tree.List("product");
+    tree.Write("kit/lib/svc", "another program", 0755);
+    tree.Write("kit/lib/more", "more");
+    GivenScript("file=copy,more,$pathSource$lib,$pathTargetBin$\n");
+    tree.Write(
+        "kit/product.ini",
+        "[product]\nname=Setup Test\nserviceName=setuptest\niniFile=st.ini\nversion=1.6\n"
+    );
+    ASSERT_EQ(RunSetup("install", "--backup").exitCode, 0);
+    ASSERT_NE(tree.List("product"), before);
+    const Outcome restored = RunSetup("restore");
+    EXPECT_EQ(restored.exitCode, 0) << restored.err;
+    EXPECT_THAT(restored.out, HasSubstr("Setup Test is as it was before.\n"));
+    EXPECT_EQ(tree.List("product"), before);
+    EXPECT_THAT(RunSetup("status", "--verify").out, HasSubstr("Setup Test 1.5 (build 9)"));
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0);
+}
+
+TEST_F(SetupProgramTest, RestorePutsBackWhatARemovalDeleted) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const std::vector<std::string> before = tree.List("product");
+    ASSERT_EQ(RunSetup("remove", "--backup").exitCode, 0);
+    ASSERT_EQ(RunSetup("status").exitCode, 3);
+    ASSERT_EQ(RunSetup("restore").exitCode, 0);
+    EXPECT_EQ(tree.List("product"), before);
+    EXPECT_EQ(RunSetup("status").exitCode, 0);
+}
+
+TEST_F(SetupProgramTest, RestoreWithoutABackupSaysSo) {
+    const Outcome refused = RunSetup("restore");
+    EXPECT_EQ(refused.exitCode, 66) << refused.out;
+    EXPECT_THAT(refused.err, HasSubstr("there is no backup for setuptest"));
+}
+
 TEST_F(SetupProgramTest, ADowngradeIsRefusedUnlessItIsAllowed) {
     ASSERT_EQ(RunSetup("install").exitCode, 0);
     tree.Write(
@@ -355,13 +426,11 @@ TEST_F(SetupProgramTest, OneRunAtATimeForAProduct) {
 
 TEST_F(SetupProgramTest, TwentyRunsThatWaitAllComeToTheirEnd) {
     const std::string call = "SETUP install --quiet --wait 120 --kit " + tree.Path("kit");
-    EXPECT_EQ(
-        Run("for i in $(seq 20); do " + call +
-            " & done; for job in $(jobs -p); do wait $job || "
-            "echo failed; done; echo all")
-            .out,
-        "all\n"
+    const Outcome all = Run(
+        "for i in $(seq 20); do " + call +
+        " & jobs=\"$jobs $!\"; done; for job in $jobs; do wait $job || echo failed; done; echo all"
     );
+    EXPECT_EQ(all.out, "all\n") << all.err;
     EXPECT_EQ(RunSetup("status").exitCode, 0);
 }
 

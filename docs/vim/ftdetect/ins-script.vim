@@ -1,2 +1,2 @@
 " SPDX-License-Identifier: MIT
-autocmd BufNewFile,BufRead install.ini setfiletype ins-script
+autocmd BufNewFile,BufRead install.ini set filetype=ins-script

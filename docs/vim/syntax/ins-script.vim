@@ -16,7 +16,7 @@ syntax match insEquals /=\s*/ contained nextgroup=insOperation
 syntax match insOperation /\%(copy\|delete\|symlink\|create\|put\|remove_file\|start\|stop\|install\|remove\)\ze,/ contained
 syntax match insComma /,/
 " A blank behind a comma belongs to the field.
-syntax match insBlank /,\zs\s\+/
+syntax match insBlank /,\@<=\s\+/
 syntax match insMacro /\$\w\+\$/
 
 highlight default link insError Error

@@ -19,6 +19,11 @@ TEST_F(CopyChecksTest, ASourceIsNotInTheKit) {
     );
 }
 
+TEST_F(CopyChecksTest, TheColumnIsRightBehindAnEmptyField) {
+    Install("file=copy,,none,$pathSource$,$pathTarget$");
+    EXPECT_THAT(TheFinding("missing-source"), StartsWith("install.ini:2:12 error [none]"));
+}
+
 TEST_F(CopyChecksTest, ASourceIsADirectory) {
     File("doc/readme.txt");
     Install("file=copy,doc,$pathSource$,$pathTarget$");
@@ -112,6 +117,7 @@ TEST_F(CopyChecksTest, AFileIsCopiedOntoItself) {
         "one "
         "that it goes to"
     );
+    EXPECT_FALSE(Finds("not-removed")); // what is in the kit was there before
 }
 
 TEST_F(CopyChecksTest, FilesOfAWildcardAreCopiedOntoThemselves) {

@@ -143,6 +143,7 @@ TEST_F(LineChecksTest, AMisspeltFileOperationIsIgnored) {
         "write "
         "\"copy\""
     );
+    EXPECT_FALSE(Finds("failing-operation"));
 }
 
 TEST_F(LineChecksTest, AMisspeltProcessActionIsIgnored) {
@@ -169,6 +170,7 @@ TEST_F(LineChecksTest, AServiceIsNotRestarted) {
         "install.ini:2:9 error [restart] unknown operation \"restart\" of service, which fails; "
         "write a \"stop\", and a \"start\" behind it"
     );
+    EXPECT_FALSE(Finds("ignored-operation"));
 }
 
 TEST_F(LineChecksTest, AnUnknownProfileOperationFails) {

@@ -42,6 +42,11 @@ TEST_F(MacroChecksTest, AMacroThatIsNotClosedIsNone) {
     );
 }
 
+TEST_F(MacroChecksTest, AMacroThatEndsWithTheLineIsNone) {
+    Install("directory=create,/opt/$product");
+    EXPECT_THAT(TheFinding("unknown-macro"), StartsWith("install.ini:2:23 error [$product]"));
+}
+
 TEST_F(MacroChecksTest, AMacroThatTheNextOneClosesIsNone) {
     Install("file=delete,old$os,$pathTarget$");
     EXPECT_THAT(TheFinding("unknown-macro"), StartsWith("install.ini:2:16 error [$os]"));
@@ -49,7 +54,8 @@ TEST_F(MacroChecksTest, AMacroThatTheNextOneClosesIsNone) {
 
 TEST_F(MacroChecksTest, KnownMacrosAndLoneDollarsAreNone) {
     Install("directory=create,$pathTarget$$product$-$targetVerInfo$\n"
-            "directory=create,/opt/svc/5$\ndirectory=create,/opt/svc/$1,000$");
+            "directory=create,/opt/svc/5$\ndirectory=create,/opt/svc/$1$\n"
+            "process=start,awk '{print $1$2}' </dev/null");
     EXPECT_FALSE(Finds("unknown-macro"));
 }
 

@@ -66,6 +66,7 @@ INSTANTIATE_TEST_SUITE_P(
         Line{"ProductPath", "directory=delete,$pathTarget$"},
         Line{"OwnUnit", "file=delete,$serviceName$.service,/etc/systemd/system"},
         Line{"OwnDropIns", "directory=delete,/etc/systemd/system/$serviceName$.service.d"},
+        Line{"DropIns", "file=delete,*.conf,/etc/systemd/system/$serviceName$.service.d"},
         Line{"DropIn", "file=delete,a.conf,/etc/systemd/system/$serviceName$.service.d"},
         Line{"WhatWasInstalled", "file=delete,tool,/usr/local/bin"},
         Line{"NoDeletion", "directory=create,/usr/local/bin"}
@@ -116,6 +117,11 @@ TEST_F(RemovalChecksTest, ManyFilesOfOneRuleAreOneFinding) {
         TheFinding("not-removed"),
         HasSubstr("\"/srv/a\", \"/srv/b\", \"/srv/c\" and 2 more, made here")
     );
+}
+
+TEST_F(RemovalChecksTest, WhatTwoRulesMakeIsToldOnce) {
+    Install("profile=put,/etc/svc.ini,S,K,V\nprofile=put,/etc/svc.ini,S,L,V");
+    EXPECT_THAT(TheFinding("not-removed"), StartsWith("install.ini:2:9 "));
 }
 
 TEST_F(RemovalChecksTest, WhatRulesRemoveIsRemoved) {

@@ -105,8 +105,7 @@ TEST_F(KScriptTest, AnIncludedSectionStandsBeforeTheLineThatIncludesIt) {
     EXPECT_THAT(
         Rules(unfolded), ElementsAre("2 file=1", "6 file=2", "3 section=$name$", "4 file=3")
     );
-    ASSERT_EQ(unfolded.rules[1].includedBy.size(), 1U);
-    EXPECT_EQ(unfolded.rules[1].includedBy[0].number, 3U);
+    EXPECT_THAT(unfolded.rules[1].includedBy, ElementsAre(3U));
     EXPECT_THAT(unfolded.rules[2].includedBy, IsEmpty());
     EXPECT_THAT(unfolded.cycles, IsEmpty());
 }
@@ -129,6 +128,22 @@ TEST_F(KScriptTest, ACycleIsToldAndPassedOver) {
         Rules(unfolded),
         ElementsAre("7 section=a", "8 file=2", "4 section=b", "5 file=1", "2 section=a")
     );
+}
+
+TEST_F(KScriptTest, SectionsThatDoubleEachOtherEndWithAWord) {
+    std::string text = "[install]\nsection=s0\n";
+    for (int level = 0; level < 20; ++level) {
+        const std::string next = "section=s" + std::to_string(level + 1) + "\n";
+        text += "[s" + std::to_string(level) + "]\n" + next + next;
+    }
+    const KScript script = Script(text + "[s20]\nfile=1\n");
+    try {
+        static_cast<void>(script.Unfold("install", Expand));
+        FAIL() << "it was unfolded";
+    } catch (const KSETUP::KSetupFailure& failure) {
+        EXPECT_EQ(failure.GetExitCode(), KSETUP::ExitCode::malformedScript);
+        EXPECT_THAT(failure.what(), ::testing::HasSubstr("more than a million rules"));
+    }
 }
 
 TEST_F(KScriptTest, FieldsOfFilesAreExpandedOneByOne) {
