@@ -4,17 +4,14 @@
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/output/KSetupVoice.h>
+#include <setup/safety/KFileDigest.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <fstream>
+#include <filesystem>
 #include <map>
-#include <memory>
 #include <string_view>
+#include <system_error>
 #include <vector>
-
-#include <openssl/evp.h>
 
 namespace KSETUP {
 
