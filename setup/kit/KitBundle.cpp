@@ -89,6 +89,17 @@ void CopyKit(const fs::path& from, const fs::path& to) {
                 ": neither a file nor a link to one. Take it out of the kit."
         );
     }
+    for (const auto* names : {&listing.files, &listing.directories}) {
+        for (const std::string& name : *names) {
+            if (name.find('\n') != std::string::npos) {
+                throw KSetupFailure(
+                    ExitCode::noKit,
+                    Shown((from / name).string()) +
+                        ": makeself cannot take a name with a line break. Rename it."
+                );
+            }
+        }
+    }
     MakeDirectories(to);
     for (const std::string& directory : listing.directories) {
         MakeDirectories(to / directory);
@@ -115,6 +126,9 @@ void RunMakeself(const fs::path& directory, const std::string& label) {
         "--sha256",
         "--nox11",
         "--tar-quietly",
+        // Root's, whoever makes the bundle: a run refuses a kit that others can change.
+        "--tar-extra",
+        "--owner=0 --group=0 --numeric-owner",
         "kit",
         "bundle.run",
         label,
