@@ -3,6 +3,7 @@
 #include <setup/KSetupFailure.h>
 #include <setup/check/FindingText.h>
 #include <setup/check/KCheck.h>
+#include <setup/kit/KitSeal.h>
 #include <setup/output/KSetupLogTail.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
@@ -148,6 +149,9 @@ void KSetupRun::Remove() {
 /// From here on the kit is what it was made as, and nobody else works on the product.
 void KSetupRun::Secure() {
     RequirePrivate(kit.GetDirectory());
+    if (report.command == "install") { // a removal reads no payload
+        VerifySeal(kit.GetDirectory());
+    }
     const std::string service = macros.Expand("$serviceName$");
     lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
     if (const auto interrupted = KRunState::Read(service)) {
