@@ -26,6 +26,8 @@ Findings CopiesToRoot(const KCheckContext& context);
 Findings UnknownMacros(const KCheckContext& context);
 Findings MacroValues(const KCheckContext& context);
 Findings UnquotedMacros(const KCheckContext& context);
+
+// SecretChecks.cpp
 Findings Secrets(const KCheckContext& context);
 
 // Sections. IncludeChecks.cpp

@@ -20,8 +20,8 @@ struct KCheckResult {
     bool HasErrors() const noexcept { return Count(KSeverity::Error) != 0; }
 };
 
-/// Looks for mistakes in a kit's script, as for an install to `productPath` (empty: where the script
-/// proposes). Sets the path map as a run for it does; changes nothing else.
+/// Looks for mistakes in a kit's script, as for an install to `productPath` (empty: where the
+/// script proposes). Sets the path map as a run for it does; changes nothing else.
 ///
 /// Throws   KSetupFailure when the kit cannot be read
 KCheckResult CheckKit(const KSetupKit& kit, const std::string& productPath = {});

@@ -64,8 +64,8 @@ KCheckContext::KCheckContext(const KSetupKit& setupKit, const std::string& given
     FindCycles();
 }
 
-/// The script's proposal counts even where the product is installed elsewhere: a kit is as good or as
-/// bad on every machine.
+/// The script's proposal counts even where the product is installed elsewhere: a kit is as good or
+/// as bad on every machine.
 std::string KCheckContext::ChooseProductPath(const std::string& givenPath) {
     const std::string path =
         !givenPath.empty()

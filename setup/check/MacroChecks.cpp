@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
-#include <sup++/KUtil.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <regex>
 #include <set>
 #include <utility>
 
@@ -99,53 +97,47 @@ std::set<std::string> UsedMacros(const KCheckContext& context, bool forBlanks) {
     return used;
 }
 
-KFinding
-AboutValue(KFinding finding, const std::string& file, const std::string& macro, const char* what) {
-    finding.file = file;
+/// A line that gives a macro its value.
+struct ValueLine {
+    const KScript* file;
+    const char* fileName;
+    KScriptLine line;
+    std::string macro;
+};
+
+std::vector<ValueLine> ValueLines(const KCheckContext& context) {
+    static constexpr std::array keys = std::to_array<std::pair<const char*, const char*>>({
+        {"name", "product"},
+        {"serviceName", "serviceName"},
+        {"iniFile", "iniFile"},
+        {"version", "verInfo"},
+    });
+    std::vector<ValueLine> lines;
+    for (const KScriptLine& line : context.GetProductData().GetLines("product")) {
+        for (const auto& [key, macro] : keys) {
+            if (line.type == key) {
+                lines.push_back({&context.GetProductData(), "product.ini", line, macro});
+            }
+        }
+    }
+    for (const KScriptLine& line : context.GetScript().GetLines("install")) {
+        if (line.type == "defaultPath.$os$" && !context.IsProductPathGiven()) {
+            lines.push_back({&context.GetScript(), "install.ini", line, "pathTarget"});
+        }
+    }
+    return lines;
+}
+
+KFinding AboutValue(const ValueLine& one, const char* what) {
+    KFinding finding;
+    finding.file = one.fileName;
+    finding.line = one.line.number;
+    finding.text = one.line.value;
     finding.message =
-        "$" + macro + "$ has a " + what + " in its value, and rules use it: " +
+        "$" + one.macro + "$ has a " + what + " in its value, and rules use it: " +
         (*what == 'c' ? "commas separate their fields" : "commands and arguments are split there");
     finding.advice = std::string("choose a value without a ") + what;
     return finding;
-}
-
-/// Of a name that stands for a secret, up to its sign and what follows.
-const std::regex& SecretPattern() {
-    static const std::regex pattern(
-        R"((^|[^a-z])(password|passwd|passphrase|pwd|secret|token|api[_-]?key|private[_-]?key|access[_-]?key|credentials?|key)(\s*[=:]\s*|\s+(?=\S))(["']?)([^\s"']+))",
-        std::regex::icase
-    );
-    return pattern;
-}
-
-bool IsSecretName(const std::string& name) {
-    static const std::regex pattern(
-        R"(.*(password|passwd|passphrase|pwd|secret|token|api[_-]?key|private[_-]?key|access[_-]?key|credential).*|key)",
-        std::regex::icase
-    );
-    // What leads to a secret is none.
-    static const std::regex elsewhere(R"(.*(file|path|dir|directory)$)", std::regex::icase);
-    return std::regex_match(name, pattern) && !std::regex_match(name, elsewhere);
-}
-
-/// A path, or what comes from somewhere else, is not the secret itself.
-bool IsSecretValue(const std::string& value) {
-    return !value.empty() && value.front() != '/' && value.front() != '$' && value.front() != '<';
-}
-
-/// Whether a command or arguments hold a secret; "--token X" too, but not "my key is".
-bool HoldsSecret(const std::string& text) {
-    for (std::sregex_iterator at(text.begin(), text.end(), SecretPattern()), end; at != end; ++at) {
-        const std::string sign = (*at)[3].str();
-        const bool isOption =
-            at->position(2) >= 2 &&
-            text.compare(static_cast<std::size_t>(at->position(2)) - 2, 2, "--") == 0;
-        const bool isAssigned = sign.find_first_of("=:") != std::string::npos;
-        if ((isAssigned || isOption) && IsSecretValue((*at)[5].str())) {
-            return true;
-        }
-    }
-    return false;
 }
 
 } // namespace
@@ -185,38 +177,18 @@ Findings UnknownMacros(const KCheckContext& context) {
 }
 
 Findings MacroValues(const KCheckContext& context) {
-    static constexpr std::array keys = std::to_array<std::pair<const char*, const char*>>({
-        {"name", "product"},
-        {"serviceName", "serviceName"},
-        {"iniFile", "iniFile"},
-        {"version", "verInfo"},
-    });
     Findings found;
-    for (const auto& [what, bytes] : {std::pair("comma", ","), std::pair("blank", " \t")}) {
-        const std::set<std::string> used = UsedMacros(context, *bytes != ',');
-        const auto look = [&](const KScript& file,
-                              const char* fileName,
-                              const KScriptLine& line,
-                              const std::string& macro) {
-            const std::size_t at = line.value.find_first_of(bytes);
-            if (at != std::string::npos && used.contains(macro)) {
-                KFinding finding = context.AtWritten(line, 0, at, line.value, "", "");
-                finding.column =
-                    ColumnOfField(file.GetText(line.number), 0) + static_cast<unsigned>(at);
-                found.push_back(AboutValue(std::move(finding), fileName, macro, what));
+    for (const char* what : {"comma", "blank"}) {
+        const std::set<std::string> used = UsedMacros(context, *what == 'b');
+        for (const ValueLine& one : ValueLines(context)) {
+            const std::size_t at = one.line.value.find_first_of(*what == 'b' ? " \t" : ",");
+            if (at == std::string::npos || !used.contains(one.macro)) {
+                continue;
             }
-        };
-        for (const KScriptLine& line : context.GetProductData().GetLines("product")) {
-            for (const auto& [key, macro] : keys) {
-                if (line.type == key) {
-                    look(context.GetProductData(), "product.ini", line, macro);
-                }
-            }
-        }
-        for (const KScriptLine& line : context.GetScript().GetLines("install")) {
-            if (line.type == "defaultPath.$os$" && !context.IsProductPathGiven()) {
-                look(context.GetScript(), "install.ini", line, "pathTarget");
-            }
+            KFinding finding = AboutValue(one, what);
+            finding.column =
+                ColumnOfField(one.file->GetText(one.line.number), 0) + static_cast<unsigned>(at);
+            found.push_back(std::move(finding));
         }
     }
     return found;
@@ -243,31 +215,6 @@ Findings UnquotedMacros(const KCheckContext& context) {
                 ));
             }
         }
-    }
-    return found;
-}
-
-Findings Secrets(const KCheckContext& context) {
-    Findings found;
-    for (const KScriptRule& rule : context.GetLines()) {
-        const std::vector<std::string>& fields = rule.fields;
-        const bool isSecretOption = rule.line.type == "profile" && fields.size() == 5 &&
-                                    IsSecretName(Trimmed(fields[3])) && IsSecretValue(fields[4]);
-        const bool isArgument = rule.line.type == "service" && fields.size() == 5;
-        std::size_t field = 0;
-        if (isSecretOption || (isArgument && HoldsSecret(fields[4]))) {
-            field = 4;
-        } else if (IsCommand(rule) && HoldsSecret(fields[1])) {
-            field = 1;
-        } else {
-            continue;
-        }
-        found.push_back(context.AtField(
-            rule.line,
-            field,
-            "this looks like a secret, and the log shows it to all who read it",
-            "let the administrator set it, or a program of the kit make it"
-        ));
     }
     return found;
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/plan/KPlan.h>
+#include <setup/plan/PathText.h>
 #include <sup++/KUtil.h>
 
 #include <algorithm>
@@ -74,8 +75,7 @@ Actions Planner::Plan(const KScriptRule& rule) {
 }
 
 std::string Planner::WhyNoPlace(const std::string& path) const {
-    const std::string directory =
-        std::filesystem::path(KPlannedTree::Normal(path)).parent_path().string();
+    const std::string directory = ParentPath(NormalPath(path));
     const KEntryKind kind = tree.Find(directory).kind;
     if (kind == KEntryKind::Nothing) {
         return "there is no directory " + directory;
@@ -113,11 +113,12 @@ void Planner::PlanFile(const Fields& fields) {
 
 void Planner::Copy(const std::string& source, const std::string& target) {
     KPlannedAction action = Action(Kind::CopyFile, target, source);
-    std::filesystem::path from(source);
+    std::string from = source;
     KPlannedEntry found = tree.Find(source);
     for (int links = 0; found.kind == KEntryKind::Link && links < 40; ++links) {
-        from = from.parent_path() / found.target; // relative to where that very link stands
-        found = tree.Find(from.string());
+        // Relative to where that very link stands.
+        from = found.target.starts_with('/') ? found.target : ParentPath(from) + "/" + found.target;
+        found = tree.Find(from);
     }
     action.bytes = found.bytes;
     action.mode = found.mode;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/plan/KPlan.h>
+#include <setup/plan/PathText.h>
 
 #include <filesystem>
 #include <map>
@@ -94,8 +95,7 @@ std::vector<KPlan::Space> KPlan::GetSpace() const {
             if (!Makes(action)) {
                 continue;
             }
-            const std::filesystem::path path(KPlannedTree::Normal(action.path));
-            Space* space = systems.Of(path.parent_path().string());
+            Space* space = systems.Of(ParentPath(NormalPath(action.path)));
             if (space != nullptr) {
                 // What a file takes is whole blocks.
                 const std::uint64_t block = systems.GetBlock(space);

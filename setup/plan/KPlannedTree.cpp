@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/plan/KPlannedTree.h>
+#include <setup/plan/PathText.h>
 #include <sup++/KError.h>
 #include <sup++/KFileEnum.h>
 #include <sup++/KProfile.h>
@@ -45,10 +46,6 @@ std::string Child(const std::string& directory, const std::string& name) {
     return directory == "/" ? "/" + name : directory + "/" + name;
 }
 
-std::string ParentOf(const std::string& path) {
-    return fs::path(path).parent_path().string();
-}
-
 } // namespace
 
 bool MatchesPattern(const char* name, const char* pattern) noexcept {
@@ -85,11 +82,7 @@ KPlannedTree::KPlannedTree(Below base, const std::string& kitDirectory)
       kit(Normal(kitDirectory)) {}
 
 std::string KPlannedTree::Normal(const std::string& path) {
-    std::string normal = fs::path(path).lexically_normal().string();
-    while (normal.size() > 1 && normal.back() == '/') {
-        normal.pop_back();
-    }
-    return normal;
+    return NormalPath(path);
 }
 
 bool KPlannedTree::Counts(const std::string& path) const {
@@ -113,7 +106,7 @@ KPlannedTree::List(const std::string& directory, const std::string& pattern) con
     if (Counts(normal)) {
         KSUP::KFileEnum files(normal, pattern, false, false);
         while (files.Enum()) {
-            names.insert(fs::path(files.GetPath().c_str()).filename().string());
+            names.emplace(NameOfPath(files.GetPath().c_str()));
         }
     }
     const std::string prefix = Child(normal, "");
@@ -165,7 +158,7 @@ void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
 
 std::vector<std::string> KPlannedTree::MakeDirectory(const std::string& path) {
     std::vector<std::string> made;
-    for (std::string at = Normal(path); at.size() > 1 && !Exists(at); at = ParentOf(at)) {
+    for (std::string at = Normal(path); at.size() > 1 && !Exists(at); at = ParentPath(at)) {
         made.insert(made.begin(), at);
         KPlannedEntry entry;
         entry.kind = KEntryKind::Directory;

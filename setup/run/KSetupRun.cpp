@@ -282,6 +282,7 @@ void KSetupRun::Load() {
     state->Begin(run);
     try {
         if (installs) {
+            digests.emplace(LastingCopies(*plan));
             installer.StartInstall(report.productPath);
         } else {
             installer.StartUninstall(report.productPath);
@@ -355,7 +356,11 @@ void KSetupRun::FillNotes() {
 void KSetupRun::KeepManifest() {
     try {
         const std::string service = macros.Expand("$serviceName$");
-        KManifest manifest(MadePaths(*plan));
+        const auto shallStop = [this] { return signals.Take() != 0; };
+        KManifest manifest(MadePaths(*plan), shallStop, digests->Take());
+        if (signals.GetFirst() != 0) {
+            throw KSetupFailure(ExitCode::signalBase, "it was stopped on request.");
+        }
         if (const auto former = KManifest::Read(service)) {
             manifest.Merge(*former);
         }

@@ -10,6 +10,7 @@
 #include <setup/plan/KPlan.h>
 #include <setup/run/KRunWatch.h>
 #include <setup/run/KServiceReason.h>
+#include <setup/safety/KDigestsAhead.h>
 #include <setup/safety/KRunLock.h>
 #include <setup/safety/KRunState.h>
 #include <setup/script/KMacroContext.h>
@@ -68,6 +69,7 @@ class KSetupRun {
     KServiceReason serviceReason;
     KMacroContext macros;
     std::unique_ptr<KPlan> plan;
+    std::optional<KDigestsAhead> digests;
     std::string commandOutput;
     std::uintmax_t commandOutputSize = 0; // before the run
     std::unique_ptr<KRunWatch> watch;

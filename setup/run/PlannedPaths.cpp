@@ -1,5 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include <setup/plan/PathText.h>
 #include <setup/run/PlannedPaths.h>
+
+#include <set>
 
 namespace KSETUP {
 
@@ -48,6 +51,25 @@ std::vector<std::string> ChangedPaths(const KPlan& plan) {
         }
     }
     return paths;
+}
+
+std::vector<KCopy> LastingCopies(const KPlan& plan) {
+    std::vector<KCopy> copies;
+    std::set<std::string> written; // by options: few
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (action.kind == Kind::StartCommand) {
+                return {};
+            }
+            if (action.kind == Kind::CopyFile && !action.lacks) {
+                copies.push_back({action.source, NormalPath(action.path)});
+            } else if (action.kind == Kind::PutOption || action.kind == Kind::RemoveOption) {
+                written.insert(NormalPath(action.path));
+            }
+        }
+    }
+    std::erase_if(copies, [&](const KCopy& copy) { return written.contains(copy.target); });
+    return copies;
 }
 
 } // namespace KSETUP

@@ -4,10 +4,10 @@
 #include <setup/safety/KFileDigest.h>
 #include <setup/safety/KFileHandle.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <memory>
-#include <vector>
 
 #include <fcntl.h>
 #include <openssl/evp.h>
@@ -23,6 +23,12 @@ void Check(int result) {
     if (result != 1) {
         throw KSetupFailure(ExitCode::internal, "libcrypto does not compute SHA-256 here.");
     }
+}
+
+/// Looked up once: each look goes through all that libcrypto has.
+const EVP_MD* Sha256() {
+    static const EVP_MD* const method = ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    return method != nullptr ? method : ::EVP_sha256();
 }
 
 std::string HexText(const unsigned char* bytes, unsigned count) {
@@ -51,14 +57,16 @@ KFileDigest DigestFile(const std::string& path, const std::function<bool()>& sha
         ::EVP_MD_CTX_new(), ::EVP_MD_CTX_free
     );
     Check(context != nullptr ? 1 : 0);
-    Check(::EVP_DigestInit_ex(context.get(), ::EVP_sha256(), nullptr));
-    std::vector<char> chunk(chunkBytes);
+    Check(::EVP_DigestInit_ex(context.get(), Sha256(), nullptr));
+    // One byte more than the file has: the read that finds its end needs room.
+    const std::size_t room = std::min(static_cast<std::size_t>(status.st_size) + 1, chunkBytes);
+    const auto chunk = std::make_unique_for_overwrite<char[]>(room);
     for (;;) {
         if (shallStop && shallStop()) {
             result.errorNumber = ECANCELED;
             return result;
         }
-        const ssize_t count = ::read(file.Get(), chunk.data(), chunk.size());
+        const ssize_t count = ::read(file.Get(), chunk.get(), room);
         if (count == 0) {
             break;
         }
@@ -67,7 +75,7 @@ KFileDigest DigestFile(const std::string& path, const std::function<bool()>& sha
             return result;
         }
         const std::size_t bytes = count > 0 ? static_cast<std::size_t>(count) : 0;
-        Check(::EVP_DigestUpdate(context.get(), chunk.data(), bytes));
+        Check(::EVP_DigestUpdate(context.get(), chunk.get(), bytes));
         result.size += bytes;
     }
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};

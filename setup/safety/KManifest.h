@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/safety/KFileDigest.h>
 #include <setup/safety/KPrivateDirectory.h>
 
 #include <cstdint>
@@ -9,9 +10,13 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace KSETUP {
+
+/// Digests of files by path.
+using KDigests = std::unordered_map<std::string, KFileDigest>;
 
 struct KManifestEntry {
     enum class Kind { File, Directory, Link };
@@ -23,6 +28,13 @@ struct KManifestEntry {
 
     bool operator==(const KManifestEntry&) const = default;
 };
+
+/// "file", "directory" or "link".
+const char* KindWord(KManifestEntry::Kind kind) noexcept;
+
+/// What stands at a path, without a digest; nothing for what is not there, with the reason in errno
+/// (0 for what is of no kind that is installed).
+std::optional<KManifestEntry> LookAtEntry(const std::string& path);
 
 /// Something that is not as it was installed.
 struct KManifestDifference {
@@ -52,9 +64,14 @@ class KManifest {
     /// file nor a directory nor a link, is left out. `shallStop` is asked before each path and each
     /// 1 MiB, during this call only; when it says so, the manifest holds what was looked at so far.
     ///
+    /// `known` are digests, by path, of what was copied there: they are taken for files of that
+    /// size, which are then not read.
+    ///
     /// Throws   KSetupFailure when a file cannot be read
     explicit KManifest(
-        const std::vector<std::string>& paths, const std::function<bool()>& shallStop = {}
+        const std::vector<std::string>& paths,
+        const std::function<bool()>& shallStop = {},
+        const KDigests& known = {}
     );
 
     /// Takes over what an earlier run installed and is still there, as it was installed then.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/plan/PathText.h>
 #include <setup/safety/Preflight.h>
 #include <setup/safety/VersionOrder.h>
 
@@ -71,7 +72,7 @@ std::set<std::string> ChangedDirectories(const KPlan& plan) {
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (ChangesFiles(action)) {
-                parents.insert(fs::path(KPlannedTree::Normal(action.path)).parent_path().string());
+                parents.insert(ParentPath(NormalPath(action.path)));
             }
         }
     }

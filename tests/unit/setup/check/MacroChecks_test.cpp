@@ -124,6 +124,11 @@ TEST_F(MacroChecksTest, AnEscapedQuoteQuotesNothing) {
     EXPECT_THAT(TheFinding("unquoted-macro"), StartsWith("install.ini:2:22"));
 }
 
+TEST_F(MacroChecksTest, ALongLineIsReadToItsEnd) {
+    Install("process=start,echo " + std::string(1'000'000, 'x') + " token=0815");
+    EXPECT_TRUE(Finds("secret"));
+}
+
 TEST_F(MacroChecksTest, APasswordLooksLikeASecret) {
     Install("profile=put,$pathTargetConfig$$iniFile$,Database,Password,hunter2");
     EXPECT_EQ(
@@ -155,6 +160,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Line{"ApiKey", "profile=put,/opt/svc/a,S,api_key,0815"},
         Line{"Key", "profile=put,/opt/svc/a,S,key,0815"},
+        Line{"PartOfAnOption", "process=start,register --db-password hunter2"},
         Line{"TokenInACommand", "process=start,register --token=0815"},
         Line{"OptionOfACommand", "process=start,register --password \"x y\""},
         Line{"KeyInACommand", "process=start,KEY=0815 register"},
@@ -177,6 +183,10 @@ INSTANTIATE_TEST_SUITE_P(
         Line{"Keyboard", "profile=put,/opt/svc/a,S,Keyboard,de"},
         Line{"Monkey", "process=start,echo monkey=1"},
         Line{"FileOfAKey", "process=start,register --key=/etc/svc/key"},
+        Line{"OptionWithoutAValue", "process=start,register --token --now"},
+        Line{"FileOfAPassword", "process=start,register --password-file x"},
+        Line{"LongerOption", "process=start,register --passwordless x"},
+        Line{"LastWord", "process=start,register --password"},
         Line{"WordInText", "process=start,echo the key is lost"}
     ),
     NameOf

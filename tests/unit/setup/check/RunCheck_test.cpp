@@ -95,6 +95,23 @@ TEST_F(RunCheckTest, PathsAreShownAsTheKitWasGiven) {
     );
 }
 
+TEST_F(RunCheckTest, TheProgramsOwnKitIsShownFromWhereItWasCalled) {
+    Install(anError);
+    WriteKit();
+    const KSETUP::KSetupKit kit(tree.Path("kit")); // from now on the program's own
+    const std::filesystem::path former = std::filesystem::current_path();
+    const auto shownFrom = [&](const std::string& directory) {
+        std::filesystem::current_path(directory);
+        ::testing::internal::CaptureStdout();
+        KSETUP::RunCheck(KSETUP::KSetupArguments());
+        std::filesystem::current_path(former);
+        return ::testing::internal::GetCapturedStdout();
+    };
+    EXPECT_THAT(shownFrom(tree.Path("kit")), StartsWith("install.ini:2:1: error"));
+    EXPECT_THAT(shownFrom(tree.Path()), StartsWith("kit/install.ini:2:1: error"));
+    EXPECT_THAT(shownFrom("/usr"), StartsWith(tree.Path("kit/install.ini") + ":2:1: error"));
+}
+
 TEST_F(RunCheckTest, BytesThatCouldDoHarmAreNotShown) {
     Install("Fi\x1b[2Jle=a,\xFF");
     const std::string output = Output();

@@ -132,6 +132,13 @@ TEST_F(KManifestTest, ARemovalLearnsWhatItLeftBehind) {
     EXPECT_THAT(manifest.GetRemaining(), ElementsAre(tree.Path("p"), tree.Path("p/conf")));
 }
 
+TEST_F(KManifestTest, APathThatIsWrittenInTwoWaysIsOne) {
+    KManifest({tree.Path("p//conf"), tree.Path("p/./conf")}).Write("dps", Base());
+    EXPECT_EQ(KManifest::Read("dps", Base())->GetEntries().size(), 1u);
+    tree.Write("p/conf", "key=another\n");
+    EXPECT_THAT(Differences({tree.Path("p/x/../conf/")}), IsEmpty());
+}
+
 TEST_F(KManifestTest, ReadingFilesStopsOnRequest) {
     int asked = 0;
     const KManifest manifest({tree.Path("p/a\nb\xFF"), tree.Path("p/file")}, [&] {
