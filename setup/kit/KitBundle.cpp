@@ -27,6 +27,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char program[] = "ins-setup";
+constexpr std::array libraries =
+    std::to_array<std::string_view>({"libins++.so.1", "libdplinsup.so.1"});
 constexpr char startName[] = "bundle-start.sh";
 
 /// Run by the shell, so that it can speak where programs cannot run. The path of libraries is for
@@ -47,10 +49,8 @@ exec ./ins-setup "$@"
 /// The libraries of ours that this process runs with: under which name programs look for them, and
 /// where they are.
 int CollectLibrary(dl_phdr_info* info, std::size_t /*size*/, void* list) {
-    static constexpr std::array names =
-        std::to_array<std::string_view>({"libins++.so.1", "libdplinsup.so.1"});
     const fs::path path(info->dlpi_name != nullptr ? info->dlpi_name : "");
-    for (const std::string_view name : names) {
+    for (const std::string_view name : libraries) {
         if (path.filename().string().starts_with(name)) {
             static_cast<std::vector<std::pair<std::string, fs::path>>*>(list)->emplace_back(
                 name, path
@@ -73,10 +73,23 @@ void AddProgram(const fs::path& kit) {
         FailOn("/proc/self/exe", error.value());
     }
     CopyProgram(own, kit / program);
-    std::vector<std::pair<std::string, fs::path>> libraries;
-    ::dl_iterate_phdr(&CollectLibrary, &libraries);
-    for (const auto& [name, path] : libraries) {
+    std::vector<std::pair<std::string, fs::path>> loaded;
+    ::dl_iterate_phdr(&CollectLibrary, &loaded);
+    for (const auto& [name, path] : loaded) {
         CopyProgram(path, kit / name);
+    }
+}
+
+/// The same for a kit that brings its own, as a build leaves them: below /tmp, a directory beside the
+/// bundle's is anybody's.
+void HoldToOwnDirectory(const fs::path& kit) {
+    for (const std::string_view name : {std::string_view(program), libraries[0], libraries[1]}) {
+        std::error_code unknown; // as good as missing
+        const fs::path path = kit / name;
+        if (fs::exists(path, unknown) && ReadBytes(path).starts_with("\x7F"
+                                                                     "ELF")) {
+            CopyProgram(path, path);
+        }
     }
 }
 
@@ -88,6 +101,17 @@ void CopyKit(const fs::path& from, const fs::path& to) {
             (from / listing.others.front()).string() +
                 ": neither a file nor a link to one. Take it out of the kit."
         );
+    }
+    for (const auto* names : {&listing.files, &listing.directories}) {
+        for (const std::string& name : *names) {
+            if (name.find('\n') != std::string::npos) {
+                throw KSetupFailure(
+                    ExitCode::noKit,
+                    Shown((from / name).string()) +
+                        ": makeself cannot take a name with a line break. Rename it."
+                );
+            }
+        }
     }
     MakeDirectories(to);
     for (const std::string& directory : listing.directories) {
@@ -115,6 +139,9 @@ void RunMakeself(const fs::path& directory, const std::string& label) {
         "--sha256",
         "--nox11",
         "--tar-quietly",
+        // Root's, whoever makes the bundle: a run refuses a kit that others can change.
+        "--tar-extra",
+        "--owner=0 --group=0 --numeric-owner",
         "kit",
         "bundle.run",
         label,
@@ -193,6 +220,8 @@ void MakeBundle(
     std::error_code unknown; // as good as missing
     if (!fs::exists(kit / program, unknown)) {
         AddProgram(kit);
+    } else {
+        HoldToOwnDirectory(kit);
     }
     WriteBytes(kit / startName, startScript, 0755);
     if (IsSealed(kitDirectory)) {

@@ -4,17 +4,14 @@
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/output/KSetupVoice.h>
+#include <setup/safety/KFileDigest.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <fstream>
+#include <filesystem>
 #include <map>
-#include <memory>
 #include <string_view>
+#include <system_error>
 #include <vector>
-
-#include <openssl/evp.h>
 
 namespace KSETUP {
 
@@ -26,47 +23,18 @@ constexpr char sealName[] = "SHA256SUMS";
 constexpr std::size_t digestLetters = 64;
 constexpr std::size_t namesShown = 20;
 
-[[noreturn]] void FailOnCrypto() {
-    throw KSetupFailure(ExitCode::internal, "libcrypto cannot make SHA-256 sums on this machine.");
-}
-
-/// The digest of a file in hexadecimal letters.
+/// The digest of a file, or of the one that a link leads to, in hexadecimal letters.
 std::string DigestOf(const fs::path& path) {
-    const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(
-        EVP_MD_CTX_new(), &EVP_MD_CTX_free
-    );
-    if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1) {
-        FailOnCrypto();
+    std::error_code error;
+    const fs::path real = fs::canonical(path, error);
+    if (error) {
+        FailOn(path, error.value());
     }
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (!file) {
-        FailOn(path, errno != 0 ? errno : EIO);
+    const KFileDigest digest = DigestFile(real.string());
+    if (digest.errorNumber != 0) {
+        FailOn(path, digest.errorNumber);
     }
-    std::array<char, 65536> chunk{};
-    while (file) {
-        file.read(chunk.data(), chunk.size());
-        if (EVP_DigestUpdate(
-                context.get(), chunk.data(), static_cast<std::size_t>(file.gcount())
-            ) != 1) {
-            FailOnCrypto();
-        }
-    }
-    if (file.bad()) {
-        FailOn(path, errno != 0 ? errno : EIO);
-    }
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    unsigned size = 0;
-    if (EVP_DigestFinal_ex(context.get(), digest.data(), &size) != 1) {
-        FailOnCrypto();
-    }
-    std::string text;
-    for (unsigned index = 0; index < size; ++index) {
-        constexpr char letters[] = "0123456789abcdef";
-        text += letters[digest[index] >> 4U];
-        text += letters[digest[index] & 0xFU];
-    }
-    return text;
+    return digest.sha256;
 }
 
 /// sha256sum marks a name with such letters by a backslash before the line.

@@ -30,6 +30,9 @@ std::string_view Trim(std::string_view text) noexcept {
 
 /// The name in a header; the view's data is null for a line that is none.
 std::string_view HeaderOf(std::string_view line) noexcept {
+    if (line.starts_with("\xEF\xBB\xBF")) { // a byte order mark, before the first line
+        line.remove_prefix(3);
+    }
     line = Trim(line);
     const bool isHeader = line.size() >= 2 && line.front() == '[' && line.back() == ']';
     return isHeader ? Trim(line.substr(1, line.size() - 2)) : std::string_view();

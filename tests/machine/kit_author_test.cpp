@@ -87,12 +87,16 @@ TEST(KitAuthorTest, ABundleOnAFileSystemThatRunsNothingSaysWhatToDo) {
 }
 
 /// A bundle must not let a directory beside the one it is unpacked in give it libraries.
-TEST(KitAuthorTest, ABundleTakesItsLibrariesFromItsOwnDirectoryOnly) {
+class BundleLibrariesTest : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(BundleLibrariesTest, AreTakenFromItsOwnDirectoryOnly) {
     KTEST::TemporaryTree tree;
     tree.Directory("t/lib");
-    const std::string setup =
-        std::filesystem::canonical("/proc/self/exe").parent_path().string() + "/ins-setup";
-    const std::string line = "cd '" + tree.Path() + "' && " + setup + " kit new kit && " + setup +
+    const std::string programs =
+        std::filesystem::canonical("/proc/self/exe").parent_path().string();
+    const std::string setup = programs + "/ins-setup";
+    const std::string line = "cd '" + tree.Path() + "' && " + setup + " kit new kit && B='" +
+                             programs + "' && " + GetParam() + " && " + setup +
                              " kit bundle --kit kit -o it.run && TMPDIR=\"$PWD/t\" "
                              "LD_DEBUG=libs LD_DEBUG_OUTPUT=\"$PWD/ld\" sh it.run --quiet -- "
                              "--version > out 2>&1 && cat ld.* > trace";
@@ -103,5 +107,14 @@ TEST(KitAuthorTest, ABundleTakesItsLibrariesFromItsOwnDirectoryOnly) {
     EXPECT_THAT(trace, ::testing::Not(HasSubstr(tree.Path("t/lib"))));
     EXPECT_THAT(trace, ::testing::Not(HasSubstr("/../lib")));
 }
+
+INSTANTIATE_TEST_SUITE_P(
+    Kits,
+    BundleLibrariesTest,
+    ::testing::Values(
+        "true", // without a program of its own
+        "cp \"$B/ins-setup\" \"$B/../lib/libins++.so.1\" \"$B/../lib/libdplinsup.so.1\" kit"
+    )
+);
 
 } // namespace

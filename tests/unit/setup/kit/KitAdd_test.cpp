@@ -132,6 +132,20 @@ TEST_F(KitAddTest, AScriptOfAnotherHandIsLedToTheFilesBeforeItsLink) {
     );
 }
 
+TEST_F(KitAddTest, AByteOrderMarkAndOtherLineEndsAreNoObstacle) {
+    tree.Write("tree/a", "1");
+    tree.Write(
+        "kit/install.ini", "\xEF\xBB\xBF[install]\r\nfile=symlink,p,/opt/x,/etc/x,x\r\n[remove]\r\n"
+    );
+    Add();
+    EXPECT_THAT(
+        Script(),
+        ::testing::StartsWith("\xEF\xBB\xBF[install]\r\nsection=files\n"
+                              "file=symlink,p,/opt/x,/etc/x,x\r\n[remove]\r\n"
+                              "section=remove files\n")
+    );
+}
+
 TEST_F(KitAddTest, AScriptWithoutSectionsGetsThem) {
     tree.Write("tree/a", "1");
     tree.Write("kit/install.ini", "");

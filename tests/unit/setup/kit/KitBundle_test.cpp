@@ -24,7 +24,10 @@ class KitBundleTest : public ::testing::Test {
     KitBundleTest() {
         tree.Write("kit/product.ini", "[product]\n");
         tree.Write("kit/sub/data", "bytes");
-        tree.Write("kit/ins-setup", "#!/bin/sh\npwd\ncat sub/data\nprintf ' <%s>' \"$@\"\n", 0755);
+        tree.Write("kit/sub/ lead and 'quote\" $x", "odd");
+        tree.Write(
+            "kit/ins-setup", "#!/bin/sh\npwd\ncat sub/data sub/\\ *\nprintf ' <%s>' \"$@\"\n", 0755
+        );
     }
     std::string Refusal(const std::string& file) {
         try {
@@ -48,10 +51,18 @@ TEST_F(KitBundleTest, ABundleRunsTheSetupProgramWithItsArguments) {
     KSETUP::MakeBundle(tree.Path("kit"), "A \"product\" $(exit 3)", tree.Path("it.run"));
     EXPECT_EQ(tree.Mode("it.run"), 0755U);
     EXPECT_EQ(Shell("./it.run --quiet"), 0) << tree.Read("err");
-    EXPECT_THAT(tree.Read("out"), HasSubstr("bytes <install>"));
+    EXPECT_THAT(tree.Read("out"), HasSubstr("bytesodd <install>"));
     EXPECT_EQ(Shell("./it.run --quiet -- status 'a b' '$HOME'"), 0) << tree.Read("err");
-    EXPECT_THAT(tree.Read("out"), HasSubstr("bytes <status> <a b> <$HOME>"));
+    EXPECT_THAT(tree.Read("out"), HasSubstr("bytesodd <status> <a b> <$HOME>"));
     EXPECT_THAT(tree.List(), ::testing::Not(::testing::Contains(HasSubstr(".bundle."))));
+}
+
+TEST_F(KitBundleTest, WhatABundleUnpacksIsRootsWhoeverMadeIt) {
+    tree.SetOwner("kit/sub/data", 65534, 65534);
+    tree.Write("kit/ins-setup", "#!/bin/sh\nstat -c '%u %g' . sub sub/data\n", 0755);
+    EXPECT_EQ(Refusal(tree.Path("it.run")), "");
+    EXPECT_EQ(Shell("./it.run --quiet"), 0) << tree.Read("err");
+    EXPECT_EQ(tree.Read("out"), "0 0\n0 0\n0 0\n");
 }
 
 TEST_F(KitBundleTest, ASealedKitIsASealedBundle) {
@@ -70,6 +81,8 @@ TEST_F(KitBundleTest, FilesThatCannotBeABundleAreRefused) {
     EXPECT_THAT(Refusal(tree.Path("kit/it.run")), HasSubstr("in the kit"));
     EXPECT_THAT(Refusal(tree.Path("kit/sub/it.run")), HasSubstr("in the kit"));
     EXPECT_THAT(Refusal(tree.Path("missing/it.run")), HasSubstr("has to be there"));
+    tree.Write("kit/new\nline", "");
+    EXPECT_THAT(Refusal(tree.Path("it.run")), HasSubstr("new?line: makeself cannot"));
     tree.Fifo("kit/pipe");
     EXPECT_THAT(Refusal(tree.Path("it.run")), HasSubstr("pipe: neither a file"));
 }
