@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/KFileDigest.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/output/KSetupVoice.h>
-#include <setup/safety/KFileDigest.h>
 
 #include <algorithm>
 #include <filesystem>

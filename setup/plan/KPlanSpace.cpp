@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
 #include <setup/plan/KPlan.h>
-#include <setup/plan/PathText.h>
 
 #include <filesystem>
 #include <map>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
 #include <setup/plan/KPlannedTree.h>
-#include <setup/plan/PathText.h>
 #include <sup++/KError.h>
 #include <sup++/KFileEnum.h>
 #include <sup++/KProfile.h>

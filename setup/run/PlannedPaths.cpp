@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/plan/PathText.h>
+#include <setup/files/PathText.h>
 #include <setup/run/PlannedPaths.h>
 
 #include <set>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/files/KFileDigest.h>
 #include <setup/plan/KPlannedTree.h>
-#include <setup/safety/KFileDigest.h>
 #include <setup/safety/KJsonLine.h>
 #include <setup/safety/KManifest.h>
 

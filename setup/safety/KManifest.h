@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <setup/safety/KFileDigest.h>
+#include <setup/files/KFileDigest.h>
 #include <setup/safety/KPrivateDirectory.h>
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <setup/files/KFileDigest.h>
 #include <setup/plan/KPlannedTree.h>
-#include <setup/safety/KFileDigest.h>
 #include <setup/safety/KManifest.h>
 
 #include <array>

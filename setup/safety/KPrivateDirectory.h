@@ -2,7 +2,7 @@
 #pragma once
 
 #include <setup/KSetupFailure.h>
-#include <setup/safety/KFileHandle.h>
+#include <setup/files/KFileHandle.h>
 
 #include <cstddef>
 #include <optional>

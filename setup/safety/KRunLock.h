@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <setup/safety/KFileHandle.h>
+#include <setup/files/KFileHandle.h>
 
 #include <functional>
 #include <optional>

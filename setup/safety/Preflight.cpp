@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/plan/PathText.h>
+#include <setup/files/PathText.h>
 #include <setup/safety/Preflight.h>
 #include <setup/safety/VersionOrder.h>
 

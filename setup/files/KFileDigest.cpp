@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/safety/KFileDigest.h>
-#include <setup/safety/KFileHandle.h>
+#include <setup/files/KFileDigest.h>
+#include <setup/files/KFileHandle.h>
 
 #include <algorithm>
 #include <array>
