@@ -97,7 +97,7 @@ void KSetupVoice::Status(unsigned done, const KSUP::KString& status, double part
     if (events) {
         events->Status(done, status.c_str(), part);
     }
-    if (text) {
+    if (text && !status.IsEmpty()) { // nothing is at work yet
         progress.Draw(done, all, status, now);
     }
 }
