@@ -55,8 +55,14 @@ std::string LineOf(const fs::path& path) {
 } // namespace
 
 std::string Slurp(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    if (!file) {
+        return {};
+    }
+    std::string bytes(static_cast<std::size_t>(file.tellg()), '\0');
+    file.seekg(0);
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 std::string Replaced(std::string text, const std::string& what, const std::string& by) {
@@ -78,6 +84,9 @@ std::vector<std::string> MachineTree(const std::vector<std::string>& roots) {
             continue;
         }
         lines.push_back(LineOf(root));
+        if (!fs::is_directory(root)) {
+            continue;
+        }
         for (auto entry = fs::recursive_directory_iterator(root);
              entry != fs::recursive_directory_iterator();
              ++entry) {
