@@ -19,7 +19,16 @@ target_compile_options(inspp_compiler INTERFACE
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_compile_definitions(inspp_compiler INTERFACE _FILE_OFFSET_BITS=64)
 target_include_directories(inspp_compiler INTERFACE ${PROJECT_SOURCE_DIR})
-target_link_options(inspp_compiler INTERFACE -Wl,--no-undefined -Wl,-z,relro -Wl,-z,now)
+target_link_options(inspp_compiler INTERFACE -Wl,--no-undefined -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+
+# What is shipped defends itself; tests/consumer/hardening looks whether it does. RELRO and BIND_NOW
+# are above, PIE comes with position-independent code.
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  target_compile_options(inspp_compiler INTERFACE
+    -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
 
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(inspp_compiler INTERFACE -Wthread-safety)

@@ -11,6 +11,7 @@ namespace KINS {
 /// constructor.
 class INS_EXPORT KDirectoryRule : public KInstallRule {
   public:
+    /// Expands the line. See KInstallRuleBase.
     KDirectoryRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KDirectoryRule() override;
 

@@ -20,6 +20,7 @@ class KInstaller;
 /// Thread   ExpandMacros any, under its own lock; Initialize before the worker thread starts
 class INS_EXPORT KInstallPathManagerBase : public KSUP::KBase {
   public:
+    /// `installer` owns this manager, and outlives it.
     explicit KInstallPathManagerBase(KInstaller* installer);
     ~KInstallPathManagerBase() override;
     KInstallPathManagerBase(const KInstallPathManagerBase&) = delete;
@@ -47,7 +48,7 @@ class INS_EXPORT KInstallPathManagerBase : public KSUP::KBase {
     virtual KSUP::KString GetDefaultProductPath() const = 0;
 
   protected:
-    KInstaller* owner;
+    KInstaller* owner;               ///< the installer, which owns this manager
     KSUP::KCustomMacro customMacros; ///< set up before the worker thread starts
 
   private:

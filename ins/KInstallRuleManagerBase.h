@@ -70,6 +70,7 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     virtual void SetCurrentRuleStatus(const KSUP::KString& text, double value);
     /// A status without a percentage.
     virtual void SetCurrentRuleStatus(const KSUP::KString& text);
+    /// The text that was reported last; empty before the first one.
     virtual KSUP::KString GetCurrentRuleStatus() const;
 
     /// Deletes every rule and sets the completed count to 0; status, states and callback stay.
@@ -108,6 +109,7 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
 
     /// Thread   before the run starts: it takes no lock
     void SetCallback(StatusCallback statusCallback);
+    /// The installer's setup log.
     KSUP::KLog& GetInstallLog();
 
   private:

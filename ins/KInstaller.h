@@ -86,6 +86,7 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     unsigned int GetMaxCount() const;
     /// The number of counted rules done.
     unsigned int GetCompletedCount() const;
+    /// What the last Start was asked for; ModeNone before it.
     MODE GetMode() const noexcept;
     /// True once Stop was called.
     bool IsCancelled() const noexcept;
@@ -98,6 +99,7 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     /// rule, and within 64 KiB of a copy.
     void Stop();
 
+    /// Whether there is a record, as GetInstalledProductInformation finds it.
     bool IsProductInstalled() const;
     /// Throws   KSUP::KError when there is no record
     void GetInstalledProductInformation(
@@ -107,9 +109,11 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     KSUP::KString GetInstalledProductPath() const;
     /// The path that is proposed for a first install, macros expanded.
     KSUP::KString GetDefaultProductPath() const;
+    /// Expands every known macro (KSUP::KCustomMacro). Thread any.
     KSUP::KString ExpandMacros(const KSUP::KString& text) const;
     /// The script; a copy with an enumeration of its own.
     KSUP::KProfile GetInstallProfile() const;
+    /// The setup log, open from Initialize on. Entries of one's own may be added from any thread.
     KSUP::KLog& GetLog() noexcept;
 
     /// What the worker thread runs in the install modes: all rules, then the record. Not to be

@@ -8,6 +8,7 @@ namespace KINS {
 /// The rule type behind the key "process".
 class INS_EXPORT KProcessRule : public KProcessRuleBase {
   public:
+    /// See KInstallRuleBase.
     KProcessRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KProcessRule() override;
 };

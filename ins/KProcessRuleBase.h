@@ -11,6 +11,7 @@ namespace KINS {
 /// command is expanded while the script loads and once more when it runs.
 class INS_EXPORT KProcessRuleBase : public KInstallRule {
   public:
+    /// See KInstallRuleBase.
     KProcessRuleBase(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KProcessRuleBase() override;
 

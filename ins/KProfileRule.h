@@ -12,6 +12,7 @@ namespace KINS {
 /// value once more by ParseRule, so that a macro may hold the name of another.
 class INS_EXPORT KProfileRule : public KInstallRule {
   public:
+    /// Expands the line. See KInstallRuleBase.
     KProfileRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KProfileRule() override;
 

@@ -12,6 +12,7 @@ namespace KINS {
 /// A section that includes itself is not noticed: loading it recurses without end.
 class INS_EXPORT KSectionRule : public KInstallRule {
   public:
+    /// Expands the line. See KInstallRuleBase.
     KSectionRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KSectionRule() override;
 

@@ -10,6 +10,7 @@ namespace KINS {
 /// expanded in the fields behind it while the script loads.
 class INS_EXPORT KServiceRule : public KInstallRule {
   public:
+    /// See KInstallRuleBase.
     KServiceRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KServiceRule() override;
 
@@ -23,7 +24,9 @@ class INS_EXPORT KServiceRule : public KInstallRule {
     /// Each returns 0, or throws KSUP::KError with the status of the call that failed. Such an error
     /// has no words of its own; SvcGetServiceErrorText has.
     unsigned InstallService();
+    /// As InstallService.
     unsigned StartService();
+    /// As InstallService.
     unsigned StopService();
     /// Stops the service, waiting 30 s at most, and unregisters it; logs what fails.
     void RemoveService();

@@ -19,17 +19,25 @@ class SUP_EXPORT KBase {
     KBase(const char* classTag, bool keepsTag) noexcept : tag(classTag), tagged(keepsTag) {}
     virtual ~KBase();
 
+    /// Copies the tag.
     KBase(const KBase&) noexcept = default;
+    /// Copies the tag.
     KBase& operator=(const KBase&) noexcept = default;
 
     /// The class name given by the constructor of the derived class, never null.
     const char* GetClassTag() const noexcept { return tagged && tag != nullptr ? tag : ""; }
 
+    /// Takes memory from the support library. Throws std::bad_alloc.
     static void* operator new(std::size_t bytes);
+    /// Takes memory from the support library. Throws std::bad_alloc.
     static void* operator new(std::size_t bytes, std::align_val_t alignment);
+    /// Constructs in memory that is there.
     static void* operator new(std::size_t, void* place) noexcept { return place; }
+    /// Gives the memory back to the support library.
     static void operator delete(void* memory) noexcept;
+    /// Gives the memory back to the support library.
     static void operator delete(void* memory, std::align_val_t alignment) noexcept;
+    /// For a constructor that throws in memory that was there.
     static void operator delete(void*, void*) noexcept {}
 
   private:

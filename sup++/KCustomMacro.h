@@ -30,6 +30,7 @@ class SUP_EXPORT KCustomMacro : public KBase {
     /// Adds a macro, or replaces the one of that name. An empty value is a value.
     void AddCustomMacro(const KString& name, const KString& value);
 
+    /// A copy with every known macro replaced, as told above.
     KString ExpandMacros(const KString& text) const;
 
   private:

@@ -17,6 +17,7 @@ namespace KSUP {
 /// Thread   one at a time
 class SUP_EXPORT KDirectory : public KBase {
   public:
+    /// What the directory is held open for.
     enum class Purpose { Read, Write };
 
     /// `Write` finds the directory as KFileBase does for a file that is made: without symbolic links

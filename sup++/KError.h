@@ -9,6 +9,7 @@ namespace KSUP {
 /// exceptions (out of memory, those of callbacks) pass through the libraries unchanged.
 class SUP_EXPORT KError : public KErrorBase {
   public:
+    /// See KErrorBase.
     KError(
         TRACE_MESSAGE level,
         unsigned code,
@@ -19,7 +20,9 @@ class SUP_EXPORT KError : public KErrorBase {
         const KDriver* driver
     );
     ~KError() override;
+    /// Shares the contents.
     KError(const KError&) noexcept;
+    /// Shares the contents.
     KError& operator=(const KError&) noexcept;
 };
 

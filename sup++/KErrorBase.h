@@ -33,23 +33,31 @@ class SUP_EXPORT KErrorBase : public KBase {
         const KDriver* driver
     );
     ~KErrorBase() override;
+    /// Shares the contents.
     KErrorBase(const KErrorBase&) noexcept;
+    /// Shares the contents.
     KErrorBase& operator=(const KErrorBase&) noexcept;
 
     /// Attaches one value of information; copies made before keep theirs.
     void SetInfo(const KVariant& info);
 
+    /// The trace level at which it was raised (KErrorCode.h).
     TRACE_MESSAGE GetLevel() const noexcept;
     /// A system call's errno, a failed call's status or one of the codes in KErrorCode.h.
     unsigned GetCode() const noexcept;
+    /// A code within the code; 0 so far.
     unsigned GetSubCode() const noexcept;
+    /// The line in the source that raised it.
     unsigned GetLine() const noexcept;
     /// The source, such as "ins/KFileRule".
     const char* GetFile() const noexcept;
+    /// The function that raised it.
     const char* GetFunction() const noexcept;
+    /// Null: reserved.
     const KDriver* GetDriver() const noexcept;
     /// Empty when nothing was attached.
     KVariant GetInfo() const;
+    /// Whether information was attached.
     bool HasInfo() const noexcept;
 
     /// One line with code, place and information; control characters become blanks.

@@ -26,8 +26,8 @@ inline constexpr unsigned malformedRule = 7000;     ///< a rule line that cannot
 /// The trace levels at which errors are raised.
 namespace KSUP::TraceLevel {
 
-inline constexpr TRACE_MESSAGE support = 24;
-inline constexpr TRACE_MESSAGE rule = 48;
-inline constexpr TRACE_MESSAGE setup = 400;
+inline constexpr TRACE_MESSAGE support = 24; ///< the support library
+inline constexpr TRACE_MESSAGE rule = 48;    ///< rules and the record
+inline constexpr TRACE_MESSAGE setup = 400;  ///< the installer and loading
 
 } // namespace KSUP::TraceLevel

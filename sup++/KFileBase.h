@@ -20,6 +20,7 @@ class KDirectory;
 /// Thread   one at a time
 class SUP_EXPORT KFileBase : public KBase {
   public:
+    /// For the class derived from it; see KBase.
     explicit KFileBase(const char* classTag) noexcept;
     /// Closes; what the disk reports is lost, so call Close first where it matters.
     ~KFileBase() override;

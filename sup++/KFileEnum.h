@@ -26,7 +26,9 @@ namespace KSUP {
 class SUP_EXPORT KFileEnum : public KBase {
   public:
     KFileEnum();
+    /// Starts with a directory and a pattern in one path; without a directory, in the current one.
     KFileEnum(const KString& pathWithPattern, bool recursive, bool directories);
+    /// Starts, as Start does.
     KFileEnum(
         const KString& directoryPath, const KString& pattern, bool recursive, bool directories
     );

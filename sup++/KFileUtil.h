@@ -25,6 +25,7 @@ class SUP_EXPORT KFileUtil {
 
     /// The permission bits with set-id and sticky bits (07777); links are followed.
     static unsigned int GetModeFlags(const KString& path);
+    /// Sets these bits. Throws KError with errno and the path.
     static void SetModeFlags(const KString& path, unsigned int flags);
 };
 

@@ -21,23 +21,29 @@ class KHeapPtr {
     static_assert(std::is_trivially_copyable_v<T>, "the buffer moves its values as bytes");
 
   public:
+    /// An empty buffer.
     explicit KHeapPtr(const char* heapTag = "Sup++: heap") noexcept : tag(heapTag) {}
+    /// A copy of `count` values.
     KHeapPtr(const T* values, std::size_t count, const char* heapTag) : tag(heapTag) {
         Append(values, count);
     }
     ~KHeapPtr() { Rel_SvcReleaseMemory(memory); }
 
+    /// Copies the values.
     KHeapPtr(const KHeapPtr& other) : tag(other.tag) { Append(other.memory, other.used); }
+    /// Takes the values; `other` is empty then.
     KHeapPtr(KHeapPtr&& other) noexcept
         : memory(std::exchange(other.memory, nullptr)),
           used(std::exchange(other.used, 0)),
           tag(other.tag) {}
+    /// Copies the values.
     KHeapPtr& operator=(const KHeapPtr& other) {
         if (this != &other) {
             *this = KHeapPtr(other);
         }
         return *this;
     }
+    /// Exchanges the values.
     KHeapPtr& operator=(KHeapPtr&& other) noexcept {
         std::swap(memory, other.memory);
         std::swap(used, other.used);
@@ -62,6 +68,7 @@ class KHeapPtr {
     /// Forgets the values from `count` on.
     void Shrink(std::size_t count) noexcept { used = count < used ? count : used; }
 
+    /// The values; null when there is no memory yet.
     const T* GetData() const noexcept { return memory; }
     /// The number of values, not of bytes.
     std::size_t GetCount() const noexcept { return used; }

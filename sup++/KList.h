@@ -13,6 +13,7 @@ namespace KSUP {
 template <class T>
 class KList {
   public:
+    /// `ownsItems` says whether items are deleted when they leave the list and at its end.
     explicit KList(bool ownsItems) noexcept : owning(ownsItems) {}
     ~KList() { Release(); }
     KList(const KList&) = delete;
@@ -37,7 +38,9 @@ class KList {
         }
     }
 
+    /// The number of items.
     std::size_t GetCount() const noexcept { return items.size(); }
+    /// The item at `index`, which must be below GetCount. It stays the list's.
     T* operator[](std::size_t index) const noexcept { return items[index]; }
 
   private:

@@ -31,32 +31,49 @@ namespace KSUP {
 ///     log << KLogPrefix(name) << "Adding rule -> " << text << KLogTypes::EndEntry;
 class SUP_EXPORT KLogBase : public KBase {
   public:
+    /// Not open yet. See KBase for the tag.
     explicit KLogBase(const char* classTag);
     ~KLogBase() override;
     KLogBase(const KLogBase&) = delete;
     KLogBase& operator=(const KLogBase&) = delete;
 
+    /// The class's readable name, as KUtil::GetClassNameFromTypeInfo makes it.
     virtual KLogBase& operator<<(const std::type_info& type);
+    /// See KLogTypes.
     virtual KLogBase& operator<<(KLogTypes::MODIFIER modifier);
+    /// Begins an entry; one of this thread that was not finished is discarded.
     virtual KLogBase& operator<<(const KLogPrefix& prefix);
+    /// A number, in decimal.
     virtual KLogBase& operator<<(unsigned char number);
+    /// A number, as KUtil::NumberToString writes it.
     virtual KLogBase& operator<<(float number);
+    /// A number, as KUtil::NumberToString writes it.
     virtual KLogBase& operator<<(double number);
+    /// A number, in decimal.
     virtual KLogBase& operator<<(unsigned int number);
+    /// A number of 64 bits.
     virtual KLogBase& operator<<(const KQword& number);
+    /// A text; control characters become blanks.
     virtual KLogBase& operator<<(const KString& text);
+    /// A text; control characters become blanks. Null is an empty text.
     virtual KLogBase& operator<<(const char* text);
     /// The next piece is filled with blanks on the left up to this many bytes.
     virtual KLogBase& operator<<(std::_Setw width);
     /// The bytes in hexadecimal.
     virtual KLogBase& operator<<(const KHeapPtr<unsigned char>& bytes);
+    /// A number, in decimal.
     virtual KLogBase& operator<<(int number);
+    /// A number, in decimal.
     virtual KLogBase& operator<<(unsigned long long number);
+    /// A number of 64 bits.
     virtual KLogBase& operator<<(const _tagQword& number);
     /// NUL-terminated UTF-16.
     virtual KLogBase& operator<<(const unsigned short* text);
+    /// The error's summary.
     virtual KLogBase& operator<<(const KError& error);
+    /// A GUID in its usual form.
     virtual KLogBase& operator<<(const _tagGuid& guid);
+    /// A GUID in its usual form.
     virtual KLogBase& operator<<(const KGuid& guid);
 
     /// The remaining whole numbers, size_t and long among them.

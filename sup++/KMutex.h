@@ -24,6 +24,7 @@ class SUP_CAPABILITY("mutex") SUP_EXPORT KMutex {
     /// Holds the lock until the end of the scope.
     class SUP_SCOPED_CAPABILITY SUP_EXPORT KLock {
       public:
+        /// Takes the lock.
         explicit KLock(const KMutex& mutex) noexcept SUP_ACQUIRE(mutex);
         ~KLock() SUP_RELEASE();
         KLock(const KLock&) = delete;
@@ -37,6 +38,7 @@ class SUP_CAPABILITY("mutex") SUP_EXPORT KMutex {
     /// scope, on every way out of it.
     class SUP_EXPORT KRelease {
       public:
+        /// Lets go of the lock as a whole, however often it is held.
         explicit KRelease(const KMutex& mutex) noexcept;
         ~KRelease();
         KRelease(const KRelease&) = delete;

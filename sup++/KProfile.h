@@ -36,6 +36,7 @@ class SUP_EXPORT KProfile : public KBase {
     explicit KProfile(const KString& path);
     /// Shares the content; the enumeration starts anew.
     KProfile(const KProfile& other) noexcept;
+    /// Shares the content; the enumeration starts anew.
     KProfile& operator=(const KProfile& other) noexcept;
     ~KProfile() override;
 
@@ -77,6 +78,7 @@ class SUP_EXPORT KProfile : public KBase {
     /// Lifetime `context` is kept as a pointer: pass a string literal
     void SetCommandLineContext(const char* context) noexcept { commandLineContext = context; }
 
+    /// Whether something was opened, created or bound.
     bool HasContent() const noexcept { return content != nullptr; }
 
     /// The value of the first line of `key`, without blanks around it, or `defaultValue`.
@@ -98,6 +100,7 @@ class SUP_EXPORT KProfile : public KBase {
     bool EnumKey(unsigned* cursor, bool reserved) const;
     /// The line on which the last successful EnumKey stands.
     const KString& GetKeyName() const noexcept { return keyName; }
+    /// The value on that line, without blanks around it.
     const KString& GetKeyValue() const noexcept { return keyValue; }
 
   private:
@@ -109,10 +112,12 @@ class SUP_EXPORT KProfile : public KBase {
     mutable KString keyValue;
 };
 
+/// The PutNumber that is defined.
 template <>
 SUP_EXPORT void KProfile::PutNumber<unsigned int>(
     const KString& section, const KString& key, unsigned int value, bool hex
 );
+/// The GetNumber that is defined.
 template <>
 SUP_EXPORT unsigned int KProfile::GetNumber<unsigned int>(
     const KString& section, const KString& key, unsigned int defaultValue

@@ -31,20 +31,30 @@ class SUP_EXPORT KString {
     static constexpr unsigned npos = 0xFFFFFFFFU;
 
     KString() noexcept = default;
+    /// A copy of the bytes; of null, an empty text.
     KString(const char* bytes) : text(bytes != nullptr ? bytes : "") {} // NOLINT: texts convert
-    KString(const std::string& bytes) : text(bytes.c_str()) {}          // NOLINT: texts convert
-    KString(std::string&& bytes);                                       // NOLINT: texts convert
+    /// A copy of the bytes.
+    KString(const std::string& bytes) : text(bytes.c_str()) {} // NOLINT: texts convert
+    /// Takes the bytes.
+    KString(std::string&& bytes); // NOLINT: texts convert
     template <std::integral T>
     KString(T) = delete; ///< a number is not a text: see KUtil::NumberToString
     virtual ~KString();
 
+    /// A copy.
     KString(const KString& other);
+    /// Takes the text; `other` is empty then.
     KString(KString&& other) noexcept;
+    /// Becomes a copy.
     KString& operator=(const KString& other);
+    /// Takes the text; `other` is empty then.
     KString& operator=(KString&& other) noexcept;
+    /// Becomes a copy of the bytes; of null, an empty text.
     KString& operator=(const char* bytes);
 
+    /// Appends a text.
     KString& operator+=(const KString& tail);
+    /// Appends a text; null appends nothing.
     KString& operator+=(const char* tail);
 
     /// Appends `byteCount` bytes; the text ends at a NUL among them.
@@ -67,11 +77,13 @@ class SUP_EXPORT KString {
 
     /// The NUL-terminated bytes.
     const char* c_str() const noexcept { return text.c_str(); } // NOLINT: named as in std::string
+    /// The same as c_str().
     const char* GetText() const noexcept { return text.c_str(); }
     /// The number of bytes.
     unsigned GetSize() const noexcept { return static_cast<unsigned>(text.size()); }
     /// The number of characters. Counted once and remembered.
     unsigned GetCount() const noexcept;
+    /// Whether there is no byte.
     bool IsEmpty() const noexcept { return text.empty(); }
 
     /// The non-empty fields between separators, blanks and all. There is no quoting and no escape:
@@ -88,8 +100,9 @@ class SUP_EXPORT KString {
     /// The position of the first `part` at or behind character `start`, or npos.
     unsigned Find(const char* part, unsigned start, bool caseSensitive) const noexcept;
 
-    /// The first or last `count` characters; the whole text where it is shorter.
+    /// The first `count` characters; the whole text where it is shorter.
     KString Left(unsigned count) const;
+    /// The last `count` characters; the whole text where it is shorter.
     KString Right(unsigned count) const;
 
     /// The text as NUL-terminated UTF-16, made on first use and shared by copies.

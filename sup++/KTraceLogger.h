@@ -34,6 +34,7 @@ class SUP_EXPORT KTraceLogger {
     /// Throws   KError with errno and the path; messages then go where they went before
     void UseFile(const KString& path);
 
+    /// Writes one message to where messages go. Msg is the usual way.
     void Write(TRACE_MESSAGE level, const char* text) noexcept;
 
   private:

@@ -31,6 +31,7 @@ class SUP_EXPORT KUtil {
     ///
     /// Returns  the entry; empty when it is not set
     static KString GetPathMap(unsigned id);
+    /// Sets an entry of the table, for the whole process.
     static void SetPathMap(unsigned id, const KString& path);
     /// `name` in the directory of an entry.
     static KString GetPathName(unsigned id, const KString& name);
@@ -65,10 +66,13 @@ class SUP_EXPORT KUtil {
     static T StringToNumber(const KString& text, bool hex);
 };
 
+/// The NumberToString that is defined for whole numbers.
 template <>
 SUP_EXPORT KString KUtil::NumberToString<unsigned int>(unsigned int value, bool hex);
+/// The NumberToString that is defined for fractions.
 template <>
 SUP_EXPORT KString KUtil::NumberToString<double>(double value, bool hex);
+/// The StringToNumber that is defined.
 template <>
 SUP_EXPORT unsigned int KUtil::StringToNumber<unsigned int>(const KString& text, bool hex);
 

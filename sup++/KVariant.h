@@ -13,15 +13,22 @@ namespace KSUP {
 /// the rule manager keeps one for each class of rules.
 class SUP_EXPORT KVariant {
   public:
+    /// What a value can be.
     enum class Type : std::uint32_t { Empty = 0, Text = 4 };
 
     KVariant() noexcept;
+    /// A copy of the text.
     KVariant(const KString& text); // NOLINT: texts convert
-    KVariant(const char* text);    // NOLINT: texts convert
+    /// A copy of the text; null is an empty text.
+    KVariant(const char* text); // NOLINT: texts convert
     ~KVariant();
+    /// A copy of the value.
     KVariant(const KVariant&);
+    /// Takes the value.
     KVariant(KVariant&&) noexcept;
+    /// Becomes a copy of the value.
     KVariant& operator=(const KVariant&);
+    /// Takes the value.
     KVariant& operator=(KVariant&&) noexcept;
 
     /// 0 empty, 4 text.

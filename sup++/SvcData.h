@@ -15,8 +15,8 @@ struct SvcGlobalData {
     /// The saved command line, each argument quoted so that it reads back exactly; null without
     /// one.
     const char* commandLine;
-    unsigned char reserved[672 - sizeof(const char*)];
-    char os[4];            ///< "lin"
+    unsigned char reserved[672 - sizeof(const char*)]; ///< not used; keeps the offsets
+    char os[4];                                        ///< "lin"
     char architecture[28]; ///< "x86", "x86_64"; the system's own name for any other
 };
 static_assert(offsetof(SvcGlobalData, os) == 672);
@@ -24,12 +24,12 @@ static_assert(offsetof(SvcGlobalData, architecture) == 676);
 
 /// The product data record. Texts are 32-bit pointers on every system: they lie below 4 GiB.
 struct SvcProductData {
-    std::uint32_t buildNumber;
-    unsigned char reserved[32];
-    std::uint32_t iniFile; ///< the name of the product's configuration file
-    std::uint32_t serviceName;
-    std::uint32_t product;
-    std::uint32_t version;
+    std::uint32_t buildNumber;  ///< as the product data file has it
+    unsigned char reserved[32]; ///< not used; keeps the offsets
+    std::uint32_t iniFile;      ///< the name of the product's configuration file
+    std::uint32_t serviceName;  ///< the name of the product's service
+    std::uint32_t product;      ///< the product's name
+    std::uint32_t version;      ///< the version, as a text
 };
 static_assert(offsetof(SvcProductData, buildNumber) == 0);
 static_assert(offsetof(SvcProductData, iniFile) == 36);

@@ -32,5 +32,6 @@ SUP_EXPORT unsigned SvcUnlockResourceEx(SvcResourceLock* lock) noexcept;
 /// with a count of 0 and later return to the count that stood before.
 SUP_EXPORT unsigned
 SvcFastForwardResourceLockEx(SvcResourceLock* lock, unsigned count, unsigned* previous) noexcept;
+/// The same as SvcFastForwardResourceLockEx.
 SUP_EXPORT unsigned
 SvcReWindResourceLockEx(SvcResourceLock* lock, unsigned count, unsigned* previous) noexcept;

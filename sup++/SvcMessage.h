@@ -15,8 +15,8 @@
 
 /// The texts that a catalogue has where no file has them.
 struct SvcBuiltInMessage {
-    unsigned id;
-    const char* text;
+    unsigned id;      ///< catalogue and message
+    const char* text; ///< null at the end of the table
 };
 
 /// Names the built-in texts of a catalogue, up to an entry whose text is null. They stand, and tell

@@ -2,6 +2,7 @@
 // Both names of each call are defined here, the plain one and the one with 64 bits; with the macro,
 // headers would make one of the two.
 #undef _FILE_OFFSET_BITS
+#undef _TIME_BITS
 
 #include "failcall.h"
 
@@ -121,6 +122,16 @@ PLAIN(
     (at, path, status, flags)
 )
 PLAIN(int, stat64, "stat", (const char* path, void* status), (path, status))
+// What the same calls are named in a program of 32 bits with times of 64 bits.
+PLAIN(int, __fstat64_time64, "fstat", (int file, void* status), (file, status))
+PLAIN(
+    int,
+    __fstatat64_time64,
+    "fstatat",
+    (int at, const char* path, void* status, int flags),
+    (at, path, status, flags)
+)
+PLAIN(int, __stat64_time64, "stat", (const char* path, void* status), (path, status))
 PLAIN(int, fsync, "fsync", (int file), (file))
 PLAIN(int, fdatasync, "fsync", (int file), (file))
 PLAIN(int, syncfs, "syncfs", (int file), (file))

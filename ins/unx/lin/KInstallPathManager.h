@@ -11,6 +11,7 @@ namespace KINS {
 /// path.
 class INS_EXPORT KInstallPathManager : public KInstallPathManagerBase {
   public:
+    /// `installer` owns this manager, and outlives it.
     explicit KInstallPathManager(KInstaller* installer);
     ~KInstallPathManager() override;
 
