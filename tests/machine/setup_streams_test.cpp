@@ -159,8 +159,8 @@ class SetupTwoProductsTest : public KTEST::SetupProgramTest {
 TEST_F(SetupTwoProductsTest, RunsOfTwoProductsDoNotHinderEachOther) {
     // The first one waits in its middle until the second one has been installed and removed.
     GivenScript(
-        "process=start,touch " + tree.Path("started") + "; until [ -e " + tree.Path("go") +
-        " ]; do sleep 0.01; done\n"
+        "process=start,touch " + tree.Path("started") + "; n=0; until [ -e " + tree.Path("go") +
+        " ] || [ $((n += 1)) -gt 1000 ]; do sleep 0.01; done\n"
     );
     const Outcome both =
         Run("SETUP install --quiet --kit KIT & n=0; "
