@@ -2,9 +2,9 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/KSetupLogTail.h>
+#include <setup/plan/ProductPath.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
-#include <setup/run/ProductPath.h>
 #include <setup/run/RunWords.h>
 #include <setup/safety/Preflight.h>
 #include <setup/script/KScript.h>
