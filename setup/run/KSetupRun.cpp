@@ -92,7 +92,6 @@ KSetupRun::KSetupRun(
 }
 
 void KSetupRun::Install() {
-    RequireRoot();
     report.version = macros.Expand("$verInfo$");
     report.buildNumber = SvcGetOEMDataEx()->buildNumber;
     if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
@@ -128,7 +127,6 @@ void KSetupRun::Install() {
 }
 
 void KSetupRun::Remove() {
-    RequireRoot();
     if (!installer.IsProductInstalled()) {
         return; // with nothing done, which is what was asked for
     }
