@@ -7,10 +7,14 @@ namespace KSETUP::ExitCode {
 inline constexpr int done = 0;
 inline constexpr int ruleFailed = 1;
 inline constexpr int notInstalled = 3;
+inline constexpr int differs = 4; ///< status --verify: what is installed is not as it was left
 inline constexpr int usage = 64;
 inline constexpr int malformedScript = 65; ///< also a record that cannot be trusted
 inline constexpr int noKit = 66;
+inline constexpr int noService = 69; ///< no service manager, or a service failed
 inline constexpr int internal = 70;
+inline constexpr int cannotWrite = 73; ///< no space, or a target that cannot be written
+inline constexpr int anotherRun = 75;  ///< another run of the same product goes on
 inline constexpr int notRoot = 77;
 inline constexpr int signalBase = 128; ///< a cancelled run: plus the signal's number
 

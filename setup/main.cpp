@@ -1,26 +1,97 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
-#include <setup/KSetupArguments.h>
 #include <setup/KSetupFailure.h>
-#include <setup/KSetupKit.h>
-#include <setup/KSetupRun.h>
+#include <setup/check/RunCheck.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/kit/RunKit.h>
+#include <setup/output/KRunReport.h>
+#include <setup/output/KSetupArguments.h>
+#include <setup/output/KSetupVoice.h>
+#include <setup/plan/RunPlan.h>
+#include <setup/run/Answers.h>
+#include <setup/run/KSetupRun.h>
+#include <setup/safety/PrepareProcess.h>
+#include <sup++/KError.h>
 
 #include <exception>
+#include <functional>
 #include <iostream>
+#include <string>
+
+#include <unistd.h>
 
 namespace {
 
-int Run(const KSETUP::KSetupArguments& arguments) {
-    const KSETUP::KSetupKit kit(arguments.kit);
-    switch (arguments.action) {
-    case KSETUP::Action::Install:
-        return KSETUP::KSetupRun(kit).Install(arguments.productPath, arguments.offlineServices);
-    case KSETUP::Action::Remove:
-        return KSETUP::KSetupRun(kit).Remove();
-    case KSETUP::Action::Status:
-        return KSETUP::ReportStatus();
+using KSETUP::Command;
+using KSETUP::KRunReport;
+using KSETUP::KSetupArguments;
+
+void Refuse(KRunReport& report, int exitCode, const std::string& why) {
+    report.result = KSETUP::KRunResult::Refused;
+    report.exitCode = exitCode;
+    report.error = why;
+}
+
+/// Does `work`, and tells what became of it, in the way that was asked for, also when it fails.
+int Tell(
+    const KSetupArguments& arguments,
+    const char* command,
+    const std::function<void(const KSETUP::KSetupKit&, KSETUP::KSetupVoice&, KRunReport&)>& work
+) {
+    KSETUP::KSetupVoice voice(arguments);
+    KRunReport report;
+    report.command = command;
+    try {
+        work(KSETUP::KSetupKit(arguments.kit), voice, report);
+    } catch (const KSETUP::KSetupFailure& failure) {
+        Refuse(report, failure.GetExitCode(), failure.what());
+    } catch (const KSUP::KError& error) {
+        Refuse(report, KSETUP::ExitCode::internal, error.GetSummary().c_str());
+    } catch (const std::exception& error) {
+        Refuse(report, KSETUP::ExitCode::internal, error.what());
+    }
+    voice.Finish(report);
+    return report.exitCode;
+}
+
+int Run(const KSetupArguments& arguments) {
+    switch (arguments.command) {
+    case Command::Install:
+        return Tell(arguments, "install", [&](const auto& kit, auto& voice, auto& report) {
+            KSETUP::KSetupRun(kit, arguments, voice, report).Install();
+        });
+    case Command::Remove:
+        return Tell(arguments, "remove", [&](const auto& kit, auto& voice, auto& report) {
+            KSETUP::KSetupRun(kit, arguments, voice, report).Remove();
+        });
+    case Command::Status:
+        return Tell(arguments, "status", [&](const auto&, auto&, auto& report) {
+            KSETUP::FillStatus(arguments, report);
+        });
+    case Command::Restore:
+        return Tell(arguments, "restore", [&](const auto&, auto&, auto& report) {
+            KSETUP::FillRestore(arguments, report);
+        });
+    case Command::Check:
+        return KSETUP::RunCheck(arguments);
+    case Command::PlanInstall:
+    case Command::PlanRemove:
+        return KSETUP::RunPlan(arguments);
+    case Command::Macros:
+        return KSETUP::RunMacros(arguments);
+    case Command::KitNew:
+    case Command::KitAdd:
+    case Command::KitSeal:
+    case Command::KitBundle:
+        return KSETUP::RunKit(arguments);
     }
     return KSETUP::ExitCode::internal;
+}
+
+/// Whether the command works on the machine; the others work on files of who calls.
+bool WorksOnMachine(Command command) {
+    return command == Command::Install || command == Command::Remove ||
+           command == Command::Status || command == Command::Restore;
 }
 
 } // namespace
@@ -28,8 +99,19 @@ int Run(const KSETUP::KSetupArguments& arguments) {
 int main(int argc, char** argv) {
     int exitCode = KSETUP::ExitCode::done;
     try {
-        const auto arguments = KSETUP::ReadArguments(argc, argv, exitCode);
-        return arguments ? Run(*arguments) : exitCode;
+        const std::string directory = KSETUP::PrepareProcess();
+        auto arguments = KSETUP::ReadArguments(argc, argv, exitCode);
+        if (!arguments) {
+            return exitCode;
+        }
+        if (WorksOnMachine(arguments->command)) {
+            arguments->kit = KSETUP::FromDirectory(directory, arguments->kit);
+        } else if (!directory.empty() && ::chdir(directory.c_str()) != 0) {
+            throw KSETUP::KSetupFailure(
+                KSETUP::ExitCode::noKit, directory + ": this directory cannot be entered again."
+            );
+        }
+        return Run(*arguments);
     } catch (const KSETUP::KSetupFailure& failure) {
         std::cerr << "ins-setup: " << failure.what() << "\n";
         return failure.GetExitCode();

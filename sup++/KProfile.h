@@ -92,7 +92,7 @@ class SUP_EXPORT KProfile : public KBase {
 
     /// Begins to walk the key lines of a section, in file order, duplicates included, also where
     /// the section stands in several pieces. A `cursor` that is not null holds the position instead
-    /// of this object.
+    /// of this object: behind each key, the number of its line in the file, from 1.
     void BeginKeyEnum(const KString& section, unsigned* cursor) const;
     /// Steps to the next key line, false at the end.
     ///

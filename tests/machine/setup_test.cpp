@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include <sys/wait.h>
 
@@ -46,6 +47,8 @@ class SetupProgramTest : public ::testing::Test {
     }
     ~SetupProgramTest() override {
         std::filesystem::remove_all("/etc/setuptest");
+        std::filesystem::remove_all("/var/lib/ins++/setuptest");
+        std::filesystem::remove("/var/log/Setup Test Setup Log.txt");
         std::filesystem::remove(commandOutput);
     }
 
@@ -152,14 +155,24 @@ TEST_F(SetupProgramTest, ATerminalGetsOneLineThatIsDrawnOver) {
 
 TEST_F(SetupProgramTest, AFailedRuleIsToldInWords) {
     GivenScript("file=copy,missing,$pathSource$lib,$pathTargetBin$\n");
-    const Outcome failed = RunSetup("install");
+    const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 1);
-    EXPECT_THAT(failed.err, HasSubstr("Installing failed after 4 of 7 rules."));
+    EXPECT_THAT(
+        failed.err, HasSubstr("Setup Test 1.5 (build 9): Installing failed after 4 of 7 rules.")
+    );
     EXPECT_THAT(
         failed.err,
-        HasSubstr("Error 2: " + tree.Path("kit/lib/missing") + ": No such file or directory")
+        HasSubstr(
+            "Error 2: cannot read " + tree.Path("kit/lib/missing") + ": No such file or directory"
+        )
     );
-    EXPECT_THAT(failed.err, HasSubstr("Rule: File copy " + tree.Path("kit/lib/missing") + " to "));
+    EXPECT_THAT(
+        failed.err,
+        HasSubstr(
+            "\nRule: " + tree.Path("kit/install.ini") +
+            ":7: file=copy,missing,$pathSource$lib,$pathTargetBin$\n"
+        )
+    );
     EXPECT_THAT(
         failed.err, HasSubstr("    KINS::KInstallRuleManager: Executing rule -> File copy")
     );
@@ -192,7 +205,7 @@ TEST_F(SetupProgramTest, AFailureTellsWhatCommandsWroteBefore) {
     GivenScript(
         "process=start,/nowhere/prepare\nfile=copy,missing,$pathSource$lib,$pathTargetBin$\n"
     );
-    const Outcome failed = RunSetup("install");
+    const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_THAT(
         failed.err, HasSubstr(std::string("\nWhat commands wrote: ") + commandOutput + "\n")
@@ -213,7 +226,7 @@ TEST_F(SetupProgramTest, ALinkInThePlaceOfTheCommandsFileIsNotFollowed) {
 
 TEST_F(SetupProgramTest, AMissingRecordFileIsToldInWords) {
     GivenScript("directory=delete,$pathTargetConfig$\n");
-    const Outcome failed = RunSetup("install");
+    const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_THAT(failed.err, HasSubstr("The product's configuration file is missing"));
     EXPECT_THAT(failed.err, HasSubstr("All rules were done; writing the record"));
@@ -222,21 +235,21 @@ TEST_F(SetupProgramTest, AMissingRecordFileIsToldInWords) {
 TEST_F(SetupProgramTest, AMissingLinkIsToldInWords) {
     GivenScript();
     tree.Write("kit/install.ini", "[install]\ndefaultPath.$os$=" + tree.Path("product") + "\n");
-    const Outcome failed = RunSetup("install");
+    const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_THAT(failed.err, HasSubstr("Error 64: The product's link is missing or no link."));
 }
 
 TEST_F(SetupProgramTest, ADeletionThatFailsIsToldInWords) {
     GivenScript("file=delete,lib,$pathSource$\n");
-    const Outcome failed = RunSetup("install");
+    const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 1);
-    EXPECT_THAT(failed.err, HasSubstr("Error 21: Is a directory\nRule: File delete"));
+    EXPECT_THAT(failed.err, HasSubstr("Error 21: Is a directory\nRule: "));
 }
 
 TEST_F(SetupProgramTest, AnUnknownRuleIsShownByTheLog) {
     GivenScript("files=copy,a,b,c\n");
-    const Outcome failed = RunSetup("install");
+    const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 65);
     EXPECT_THAT(failed.err, HasSubstr("KINS::KInstallRuleManager: Unknown rule files copy,a,b,c"));
 }
@@ -251,12 +264,177 @@ TEST_F(SetupProgramTest, AnIgnoredHangUpStaysIgnored) {
 
 TEST_F(SetupProgramTest, AMalformedScriptIsRefusedBeforeAnythingIsDone) {
     GivenScript("file=copy,a\n");
-    const Outcome failed = RunSetup("install");
+    const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 65);
     EXPECT_THAT(
         failed.err, HasSubstr("install.ini: The script has a line that is no rule: copy,a")
     );
     EXPECT_FALSE(tree.Exists("product"));
+}
+
+TEST_F(SetupProgramTest, AScriptWithErrorsIsRefusedWithTheirPlaces) {
+    GivenScript("file=copy,missing,$pathSource$lib,$pathTargetBin$\n");
+    const Outcome refused = RunSetup("install");
+    EXPECT_EQ(refused.exitCode, 65);
+    EXPECT_THAT(
+        refused.err,
+        HasSubstr(
+            "\n" + tree.Path("kit/install.ini") +
+            ":7:11: error: \"lib/missing\" is not in the kit; "
+        )
+    );
+    EXPECT_FALSE(tree.Exists("product"));
+}
+
+TEST_F(SetupProgramTest, ACircleIsRefusedWhateverIsAskedFor) {
+    GivenScript("section=install\n");
+    const Outcome refused = RunSetup("install", "--no-check");
+    EXPECT_EQ(refused.exitCode, 65);
+    EXPECT_THAT(refused.err, HasSubstr("install.ini:7: the section includes itself: [install]"));
+}
+
+TEST_F(SetupProgramTest, AnInterruptedRunIsToldByTheNext) {
+    GivenScript("file=delete,lib,$pathSource$\n"); // fails: a directory
+    ASSERT_EQ(RunSetup("install", "--no-check").exitCode, 1);
+    GivenScript();
+    const Outcome next = RunSetup("install");
+    EXPECT_EQ(next.exitCode, 0);
+    EXPECT_THAT(
+        next.out,
+        HasSubstr(
+            "installing Setup Test 1.5 in " + tree.Path("product") +
+            " was interrupted at rule 5 of 7. Run \"ins-setup install\" again to go on.\n"
+        )
+    );
+    EXPECT_THAT(RunSetup("install").out, Not(HasSubstr("interrupted")));
+}
+
+TEST_F(SetupProgramTest, VerifyComparesWithWhatWasInstalled) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const Outcome same = RunSetup("status", "--verify");
+    EXPECT_EQ(same.exitCode, 0);
+    EXPECT_THAT(same.out, HasSubstr("It is as it was installed."));
+    tree.Write("product/config/st.ini", "[installControl]\ninstalledVersion=1.5\n[My]\nown=1\n");
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0); // a configuration is there to be edited
+    tree.Write("product/lin/x86_64/svc", "changed", 0755);
+    const Outcome differs = RunSetup("status", "--verify");
+    EXPECT_EQ(differs.exitCode, 4);
+    EXPECT_THAT(differs.out, HasSubstr("    " + tree.Path("product/lin/x86_64/svc") + " "));
+    EXPECT_THAT(
+        RunSetup("status", "--verify --json").out,
+        HasSubstr("\"result\":\"differs\",\"exitCode\":4")
+    );
+}
+
+TEST_F(SetupProgramTest, VerifyWithoutAManifestSaysSo) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    std::filesystem::remove_all("/var/lib/ins++/setuptest");
+    const Outcome refused = RunSetup("status", "--verify");
+    EXPECT_EQ(refused.exitCode, 66);
+    EXPECT_THAT(refused.err, HasSubstr("there is nothing to compare with"));
+}
+
+TEST_F(SetupProgramTest, ARemovalLeavesNothingOfWhatIsRemembered) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    EXPECT_TRUE(std::filesystem::exists("/var/lib/ins++/setuptest/manifest"));
+    ASSERT_EQ(RunSetup("remove").exitCode, 0);
+    EXPECT_FALSE(std::filesystem::exists("/var/lib/ins++/setuptest"));
+}
+
+TEST_F(SetupProgramTest, RestorePutsBackWhatAnUpgradeReplaced) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const std::vector<std::string> before = tree.List("product");
+    tree.Write("kit/lib/svc", "another program", 0755);
+    tree.Write("kit/lib/more", "more");
+    GivenScript("file=copy,more,$pathSource$lib,$pathTargetBin$\n");
+    tree.Write(
+        "kit/product.ini",
+        "[product]\nname=Setup Test\nserviceName=setuptest\niniFile=st.ini\nversion=1.6\n"
+    );
+    ASSERT_EQ(RunSetup("install", "--backup").exitCode, 0);
+    ASSERT_NE(tree.List("product"), before);
+    const Outcome restored = RunSetup("restore");
+    EXPECT_EQ(restored.exitCode, 0) << restored.err;
+    EXPECT_THAT(restored.out, HasSubstr("Setup Test is as it was before.\n"));
+    EXPECT_EQ(tree.List("product"), before);
+    EXPECT_THAT(RunSetup("status", "--verify").out, HasSubstr("Setup Test 1.5 (build 9)"));
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0);
+}
+
+TEST_F(SetupProgramTest, RestorePutsBackWhatARemovalDeleted) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const std::vector<std::string> before = tree.List("product");
+    ASSERT_EQ(RunSetup("remove", "--backup").exitCode, 0);
+    ASSERT_EQ(RunSetup("status").exitCode, 3);
+    ASSERT_EQ(RunSetup("restore").exitCode, 0);
+    EXPECT_EQ(tree.List("product"), before);
+    EXPECT_EQ(RunSetup("status").exitCode, 0);
+}
+
+TEST_F(SetupProgramTest, RestoreWithoutABackupSaysSo) {
+    const Outcome refused = RunSetup("restore");
+    EXPECT_EQ(refused.exitCode, 66) << refused.out;
+    EXPECT_THAT(refused.err, HasSubstr("there is no backup for setuptest"));
+}
+
+TEST_F(SetupProgramTest, ADowngradeIsRefusedUnlessItIsAllowed) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    tree.Write(
+        "kit/product.ini",
+        "[product]\nname=Setup Test\nserviceName=setuptest\niniFile=st.ini\nversion=1.4\n"
+    );
+    const Outcome refused = RunSetup("install");
+    EXPECT_EQ(refused.exitCode, 64);
+    EXPECT_THAT(
+        refused.err,
+        HasSubstr("Setup Test 1.5 (build 9) is installed, which is newer than 1.4 (build 0)")
+    );
+    EXPECT_EQ(RunSetup("install", "--allow-downgrade").exitCode, 0);
+}
+
+TEST_F(SetupProgramTest, TheLogTellsWhatTheRunIsAndHowItEnds) {
+    ASSERT_EQ(RunSetup("install", "--quiet").exitCode, 0);
+    const std::string log = Slurp("/var/log/Setup Test Setup Log.txt");
+    EXPECT_THAT(
+        log,
+        HasSubstr(
+            "ins-setup: Begin install of Setup Test 1.5 (build 9) in " + tree.Path("product") +
+            ", from kit " + tree.Path("kit") + "\t"
+        )
+    );
+    EXPECT_THAT(log, HasSubstr("ins-setup: Arguments: "));
+    EXPECT_THAT(
+        log, HasSubstr("ins-setup: End install of Setup Test 1.5 (build 9): done, 6 of 6 rules\t")
+    );
+}
+
+TEST_F(SetupProgramTest, TheJournalTellsHowRunsEnd) {
+    GivenScript("file=delete,lib,$pathSource$\n");
+    ASSERT_EQ(RunSetup("install", "--no-check").exitCode, 1);
+    const Outcome journal =
+        Run("journalctl --sync; journalctl -o json INSPP_PRODUCT='Setup Test' INSPP_RESULT=failed");
+    EXPECT_THAT(journal.out, HasSubstr("\"INSPP_COMMAND\":\"install\""));
+    EXPECT_THAT(journal.out, HasSubstr("\"PRIORITY\":\"3\""));
+}
+
+TEST_F(SetupProgramTest, OneRunAtATimeForAProduct) {
+    std::filesystem::resize_file(tree.Path("kit/lib/svc"), 2ULL << 30U);
+    const std::string call = "SETUP install --quiet --kit " + tree.Path("kit");
+    const Outcome both =
+        Run(call + " & until test -s /run/lock/ins++-setuptest.lock; do sleep 0.01; done; " + call +
+            "; echo second $?; wait $!; echo first $?");
+    EXPECT_EQ(both.out, "second 75\nfirst 0\n");
+    EXPECT_THAT(both.err, HasSubstr("ins-setup"));
+}
+
+TEST_F(SetupProgramTest, TwentyRunsThatWaitAllComeToTheirEnd) {
+    const std::string call = "SETUP install --quiet --wait 120 --kit " + tree.Path("kit");
+    const Outcome all = Run(
+        "for i in $(seq 20); do " + call +
+        " & jobs=\"$jobs $!\"; done; for job in $jobs; do wait $job || echo failed; done; echo all"
+    );
+    EXPECT_EQ(all.out, "all\n") << all.err;
+    EXPECT_EQ(RunSetup("status").exitCode, 0);
 }
 
 struct Refusal {
@@ -310,6 +488,21 @@ INSTANTIATE_TEST_SUITE_P(
             65,
             "The record of the installed product is wrong"},
         Refusal{
+            "KitThatOthersMayChange",
+            "chmod o+w KIT; SETUP install --kit KIT",
+            66,
+            "others than root can change it"},
+        Refusal{
+            "NoSpace",
+            "truncate -s 8T KIT/lib/svc; SETUP install --kit KIT",
+            73,
+            "too little space: 8.0 TiB needed"},
+        Refusal{
+            "ProgressDescriptor",
+            "SETUP install --progress-fd 9 --kit KIT",
+            64,
+            "--progress-fd 9: no open descriptor"},
+        Refusal{
             "NotRoot",
             "chmod -R go+rX KIT/..; setpriv --reuid 65534 --regid 65534 --clear-groups SETUP "
             "install "
@@ -342,7 +535,7 @@ TEST_P(SetupSignalTest, StopsTheRunAndSaysSo) {
         Run("SETUP install --kit " + tree.Path("kit") + " & " + WhenItCopies() + "kill -" +
             GetParam().name + " $!; wait $!");
     EXPECT_EQ(stopped.exitCode, GetParam().exitCode);
-    EXPECT_THAT(stopped.out, HasSubstr("Stopping. Waiting for: Copying file"));
+    EXPECT_THAT(stopped.err, HasSubstr("Stopping.\nWaiting for: Copying file"));
     EXPECT_THAT(stopped.err, HasSubstr("Installing was stopped on request after 4 of 6 rules."));
     EXPECT_FALSE(tree.Exists("product/lin/x86_64/svc"));
     EXPECT_EQ(RunSetup("status").exitCode, 3);

@@ -1,0 +1,2 @@
+" SPDX-License-Identifier: MIT
+autocmd BufNewFile,BufRead install.ini set filetype=ins-script

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/check/KCheckContext.h>
+#include <setup/check/KFinding.h>
+
+#include <vector>
+
+/// The checks of the table in KCheck.cpp, each for one kind of finding.
+namespace KSETUP::Checks {
+
+using Findings = std::vector<KFinding>;
+
+// What a line says. LineChecks.cpp, WordChecks.cpp
+Findings UnknownTypes(const KCheckContext& context);
+Findings FieldCounts(const KCheckContext& context);
+Findings IgnoredOperations(const KCheckContext& context);
+Findings FailingOperations(const KCheckContext& context);
+Findings EmptyFields(const KCheckContext& context);
+Findings EmptyKeys(const KCheckContext& context);
+Findings DefaultPaths(const KCheckContext& context);
+Findings BlanksAfterCommas(const KCheckContext& context);
+Findings CopiesToRoot(const KCheckContext& context);
+
+// Macros and what commands make of them. MacroChecks.cpp
+Findings UnknownMacros(const KCheckContext& context);
+Findings MacroValues(const KCheckContext& context);
+Findings UnquotedMacros(const KCheckContext& context);
+
+// SecretChecks.cpp
+Findings Secrets(const KCheckContext& context);
+
+// Sections. IncludeChecks.cpp
+Findings IncludeCycles(const KCheckContext& context);
+Findings MissingSections(const KCheckContext& context);
+
+// What is copied. CopyChecks.cpp
+Findings MissingSources(const KCheckContext& context);
+Findings EmptyWildcards(const KCheckContext& context);
+Findings SkippedDirectories(const KCheckContext& context);
+Findings CopiesOntoThemselves(const KCheckContext& context);
+Findings OverwrittenConfigurations(const KCheckContext& context);
+
+// What the machine is left with. RecordChecks.cpp, RemovalChecks.cpp
+Findings MissingRecordLinks(const KCheckContext& context);
+Findings MissingRecordProfiles(const KCheckContext& context);
+Findings LeftRecordLinks(const KCheckContext& context);
+Findings SystemDeletions(const KCheckContext& context);
+Findings LeftBehind(const KCheckContext& context);
+
+} // namespace KSETUP::Checks

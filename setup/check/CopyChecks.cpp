@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: MIT
+#include <setup/check/Checks.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <system_error>
+
+namespace KSETUP::Checks {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = KPlannedAction::Kind;
+
+bool IsCopy(const KScriptRule& rule) {
+    return rule.line.type == "file" && rule.fields.size() >= 3 && rule.fields.size() <= 5 &&
+           rule.fields[0] == "copy";
+}
+
+bool IsAtOrBelow(const std::string& path, const std::string& directory) {
+    return path.starts_with(directory) &&
+           (path.size() == directory.size() || directory == "/" || path[directory.size()] == '/');
+}
+
+/// A path as the kit's author knows it.
+std::string InKit(const std::string& path, const KCheckContext& context) {
+    const std::string normal = KPlannedTree::Normal(path);
+    const std::string& kit = context.GetKitDirectory();
+    return normal != kit && IsAtOrBelow(normal, kit) ? normal.substr(kit.size() + 1) : normal;
+}
+
+/// Calls `look` with every copy of an install and a removal. What a command ran before one may have
+/// made, no plan can know: such copies from elsewhere than the kit are left out.
+void ForEachCopy(
+    const KCheckContext& context, const std::function<void(const KPlannedRule&)>& look
+) {
+    bool commandRan = false;
+    for (const KPlan* plan : {&context.GetInstall(), &context.GetRemove()}) {
+        for (const KPlannedRule& planned : plan->GetRules()) {
+            const KScriptRule& rule = planned.rule;
+            commandRan = commandRan || std::any_of(
+                                           planned.actions.begin(),
+                                           planned.actions.end(),
+                                           [](const KPlannedAction& action) {
+                                               return action.kind == Kind::StartCommand;
+                                           }
+                                       );
+            if (IsCopy(rule) &&
+                (!commandRan ||
+                 IsAtOrBelow(KPlannedTree::Normal(rule.fields[2]), context.GetKitDirectory()))) {
+                look(planned);
+            }
+        }
+    }
+}
+
+/// Whether another rule takes something from a directory, or from below it.
+bool IsCopiedFrom(const KCheckContext& context, const std::string& directory) {
+    const auto& lines = context.GetLines();
+    return std::any_of(lines.begin(), lines.end(), [&](const KScriptRule& rule) {
+        return IsCopy(rule) && IsAtOrBelow(KPlannedTree::Normal(rule.fields[2]), directory);
+    });
+}
+
+/// The directories in one that match a pattern, sorted.
+std::vector<std::string> MatchingDirectories(const std::string& path, const std::string& pattern) {
+    std::vector<std::string> names;
+    std::error_code unreadable; // as good as empty
+    for (const auto& entry : fs::directory_iterator(path, unreadable)) {
+        const std::string name = entry.path().filename().string();
+        std::error_code gone;
+        if (MatchesPattern(name.c_str(), pattern.c_str()) && entry.is_directory(gone) &&
+            !entry.is_symlink(gone)) {
+            names.push_back(name);
+        }
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+} // namespace
+
+Findings MissingSources(const KCheckContext& context) {
+    Findings found;
+    ForEachCopy(context, [&](const KPlannedRule& planned) {
+        const KScriptRule& rule = planned.rule;
+        if (IsPattern(rule.fields[1]) || planned.actions.empty() ||
+            !planned.actions.front().lacks) {
+            return;
+        }
+        const std::string& source = planned.actions.front().source;
+        const KEntryKind kind = context.GetAfterInstall().Find(source).kind;
+        const std::string name = "\"" + InKit(source, context) + "\"";
+        found.push_back(context.AtField(
+            rule.line,
+            1,
+            kind == KEntryKind::Directory ? name + " is a directory, and only files are copied"
+            : kind == KEntryKind::Nothing ? name + " is not in the kit"
+                                          : name + " is no file of the kit",
+            kind == KEntryKind::Directory ? "copy its files, with \"*\" for the name"
+                                          : "add the file to the kit, or mend its name"
+        ));
+    });
+    return found;
+}
+
+Findings EmptyWildcards(const KCheckContext& context) {
+    Findings found;
+    ForEachCopy(context, [&](const KPlannedRule& planned) {
+        const KScriptRule& rule = planned.rule;
+        if (IsPattern(rule.fields[1]) && planned.actions.empty()) {
+            found.push_back(context.AtField(
+                rule.line,
+                1,
+                "no file matches \"" + InKit(JoinPath(rule.fields[2], rule.fields[1]), context) +
+                    "\"",
+                "add the files to the kit, or take the line out"
+            ));
+        }
+    });
+    return found;
+}
+
+Findings SkippedDirectories(const KCheckContext& context) {
+    Findings found;
+    ForEachCopy(context, [&](const KPlannedRule& planned) {
+        const KScriptRule& rule = planned.rule;
+        const std::string from = KPlannedTree::Normal(rule.fields[2]);
+        if (!IsPattern(rule.fields[1]) || !IsAtOrBelow(from, context.GetKitDirectory())) {
+            return;
+        }
+        for (const std::string& name : MatchingDirectories(from, rule.fields[1])) {
+            const std::string directory = KPlannedTree::Normal(JoinPath(from, name));
+            if (!IsCopiedFrom(context, directory)) {
+                found.push_back(context.AtField(
+                    rule.line,
+                    1,
+                    "\"" + InKit(directory, context) + "\" matches, but a directory is not copied",
+                    "add a \"create\" and a \"copy\" of its own for it"
+                ));
+            }
+        }
+    });
+    return found;
+}
+
+Findings CopiesOntoThemselves(const KCheckContext& context) {
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        const std::vector<std::string>& fields = rule.fields;
+        if (!IsCopy(rule) || fields.size() < 4) {
+            continue;
+        }
+        const bool isRenamed = fields.size() == 5 && !IsPattern(fields[1]);
+        const std::string& newName = isRenamed ? fields[4] : fields[1];
+        const std::string source = KPlannedTree::Normal(JoinPath(fields[2], fields[1]));
+        if (source == KPlannedTree::Normal(JoinPath(fields[3], newName))) {
+            found.push_back(context.AtValue(
+                rule.line,
+                "\"" + InKit(source, context) + "\" is copied onto itself",
+                "mend the directory that it comes from, or the one that it goes to"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings OverwrittenConfigurations(const KCheckContext& context) {
+    const std::string profile = KPlannedTree::Normal(context.GetRecordProfile());
+    Findings found;
+    ForEachCopy(context, [&](const KPlannedRule& planned) {
+        for (const KPlannedAction& action : planned.actions) {
+            if (KPlannedTree::Normal(action.path) == profile) {
+                found.push_back(context.AtField(
+                    planned.rule.line,
+                    1,
+                    "an upgrade with this copy overwrites the configuration \"" + profile +
+                        "\", which may have been edited",
+                    "give the copy another name, and make the configuration with profile=put"
+                ));
+            }
+        }
+    });
+    return found;
+}
+
+} // namespace KSETUP::Checks

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/check/KFinding.h>
+
+#include <string>
+
+namespace KSETUP {
+
+/// A finding in the form in which compilers tell what is wrong, and editors read it:
+/// "DIRECTORY/install.ini:12:6: error: what; what to do". Without control characters.
+std::string ToLine(const KFinding& finding, const std::string& directory);
+
+} // namespace KSETUP

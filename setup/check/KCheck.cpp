@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+#include <setup/check/Checks.h>
+#include <setup/check/KCheck.h>
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+
+namespace KSETUP {
+
+namespace {
+
+struct Check {
+    const char* rule;
+    KSeverity severity;
+    Checks::Findings (*find)(const KCheckContext& context);
+};
+
+constexpr KSeverity error = KSeverity::Error;
+constexpr KSeverity warning = KSeverity::Warning;
+
+/// docs/check.md has a row for each, with an example.
+constexpr std::array table = std::to_array<Check>({
+    {"unknown-type", error, Checks::UnknownTypes},
+    {"field-count", error, Checks::FieldCounts},
+    {"ignored-operation", error, Checks::IgnoredOperations},
+    {"failing-operation", error, Checks::FailingOperations},
+    {"empty-field", error, Checks::EmptyFields},
+    {"unknown-macro", error, Checks::UnknownMacros},
+    {"include-cycle", error, Checks::IncludeCycles},
+    {"missing-section", error, Checks::MissingSections},
+    {"empty-key", error, Checks::EmptyKeys},
+    {"missing-source", error, Checks::MissingSources},
+    {"empty-wildcard", error, Checks::EmptyWildcards},
+    {"skipped-directory", error, Checks::SkippedDirectories},
+    {"copy-onto-itself", error, Checks::CopiesOntoThemselves},
+    {"no-record-link", error, Checks::MissingRecordLinks},
+    {"no-record-file", error, Checks::MissingRecordProfiles},
+    {"link-left", error, Checks::LeftRecordLinks},
+    {"default-path", error, Checks::DefaultPaths},
+    {"system-deletion", error, Checks::SystemDeletions},
+    {"overwritten-configuration", warning, Checks::OverwrittenConfigurations},
+    {"blank-after-comma", warning, Checks::BlanksAfterCommas},
+    {"macro-value", warning, Checks::MacroValues},
+    {"copy-to-root", warning, Checks::CopiesToRoot},
+    {"unquoted-macro", warning, Checks::UnquotedMacros},
+    {"secret", warning, Checks::Secrets},
+    {"not-removed", warning, Checks::LeftBehind},
+});
+
+auto PlaceOf(const KFinding& finding) {
+    return std::tie(finding.file, finding.line, finding.column, finding.rule, finding.message);
+}
+
+} // namespace
+
+std::size_t KCheckResult::Count(KSeverity severity) const noexcept {
+    return static_cast<std::size_t>(std::count_if(
+        findings.begin(),
+        findings.end(),
+        [&](const KFinding& finding) { return finding.severity == severity; }
+    ));
+}
+
+KCheckResult CheckKit(const KSetupKit& kit, const std::string& productPath) {
+    const KCheckContext context(kit, productPath);
+    KCheckResult result;
+    result.hasCycle =
+        !context.GetInstall().GetCycles().empty() || !context.GetRemove().GetCycles().empty();
+    for (const Check& check : table) {
+        for (KFinding& finding : check.find(context)) {
+            finding.severity = check.severity;
+            finding.rule = check.rule;
+            if (finding.file.empty()) {
+                finding.file = "install.ini";
+            }
+            result.findings.push_back(std::move(finding));
+        }
+    }
+    std::vector<KFinding>& all = result.findings;
+    std::stable_sort(all.begin(), all.end(), [](const auto& left, const auto& right) {
+        return PlaceOf(left) < PlaceOf(right);
+    });
+    // A section that is included twice has its lines in a plan twice.
+    const auto same = [](const auto& left, const auto& right) {
+        return PlaceOf(left) == PlaceOf(right);
+    };
+    all.erase(std::unique(all.begin(), all.end(), same), all.end());
+    return result;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,189 @@
+// SPDX-License-Identifier: MIT
+#include <setup/check/KCheckContext.h>
+#include <setup/check/MacroText.h>
+#include <sup++/KUtil.h>
+#include <sup++/SvcData.h>
+
+#include <algorithm>
+#include <deque>
+#include <set>
+#include <utility>
+
+namespace KSETUP {
+
+namespace {
+
+/// Those of machines that a kit may be for, this one too.
+std::set<std::string> Architectures() {
+    return {"x86", "x86_64", SvcGetGlobalDataEx()->architecture};
+}
+
+/// What a machine of another architecture makes of a text, as far as names of sections go.
+MacroExpander ExpanderFor(const std::string& architecture, const KMacroContext& macros) {
+    return [architecture, &macros](const KSUP::KString& text) {
+        KSUP::KString other(text);
+        static_cast<void>(other.Replace("$arch$", architecture.c_str(), 0, 0, true));
+        return KSUP::KString(macros.Expand(other.c_str()));
+    };
+}
+
+/// The index of a rule's field among those that are written.
+std::size_t WrittenIndex(const std::vector<std::string>& written, std::size_t field) {
+    for (std::size_t index = 0; index < written.size(); ++index) {
+        if (!written[index].empty() && field-- == 0) {
+            return index;
+        }
+    }
+    return written.size();
+}
+
+} // namespace
+
+std::string JoinPath(const std::string& directory, const std::string& name) {
+    return std::string(KSUP::KUtil::AppendPathSep(directory, "/").c_str()) + name;
+}
+
+std::string Trimmed(const std::string& text) {
+    const std::size_t first = text.find_first_not_of(" \t");
+    return first == std::string::npos
+               ? ""
+               : text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+KCheckContext::KCheckContext(const KSetupKit& setupKit, const std::string& givenPath)
+    : kit(setupKit),
+      script(kit.GetScript()),
+      productData(KSUP::KString(JoinPath(kit.GetDirectory(), "product.ini"))),
+      productPathIsGiven(!givenPath.empty()),
+      productPath(ChooseProductPath(givenPath)),
+      afterInstall(KPlannedTree::Below::Kit, kit.GetDirectory()),
+      install(script, "install", macros.GetExpander(), afterInstall),
+      afterRemove(afterInstall),
+      remove(script, "remove", macros.GetExpander(), afterRemove) {
+    FindLines();
+    FindCycles();
+}
+
+/// The script's proposal counts even where the product is installed elsewhere: a kit is as good or
+/// as bad on every machine.
+std::string KCheckContext::ChooseProductPath(const std::string& givenPath) {
+    const std::string path =
+        !givenPath.empty()
+            ? givenPath
+            : Expand(script.GetValue("install", "defaultPath.$os$", "/usr/local/korvane/dps"));
+    macros.SetProductPath(path);
+    return path;
+}
+
+/// Follows the "section" lines. Which section a name with macros stands for may depend on the
+/// machine or the version: all that it could be count.
+void KCheckContext::FindLines() {
+    const MacroExpander expand = macros.GetExpander();
+    std::set<std::string> seen;
+    std::deque<std::string> open{"install", "remove"};
+    while (!open.empty()) {
+        std::set<std::string> parts{open.front()};
+        for (const std::string& architecture : Architectures()) {
+            parts.insert(open.front() + "." + architecture);
+        }
+        open.pop_front();
+        for (const std::string& part : parts) {
+            if (!seen.insert(part).second) {
+                continue;
+            }
+            for (KScriptLine& line : script.GetLines(part)) {
+                KScriptRule rule{line, FieldsOf(line, expand), {}};
+                if (line.type == "section") {
+                    const std::string pattern = PatternOf(line.value, macros);
+                    open.push_back(Trimmed(rule.fields.front()));
+                    for (const KScript::Header& header : script.GetHeaders()) {
+                        if (MatchesPattern(header.name.c_str(), pattern.c_str())) {
+                            open.push_back(header.name);
+                        }
+                    }
+                }
+                lines.push_back(std::move(rule));
+            }
+        }
+    }
+    std::sort(lines.begin(), lines.end(), [](const auto& left, const auto& right) {
+        return left.line.number < right.line.number;
+    });
+}
+
+void KCheckContext::FindCycles() {
+    std::set<std::pair<unsigned, std::vector<std::string>>> seen;
+    for (const std::string& architecture : Architectures()) {
+        const MacroExpander expand = ExpanderFor(architecture, macros);
+        for (const char* section : {"install", "remove"}) {
+            for (KScriptCycle& cycle : script.Unfold(section, expand, architecture).cycles) {
+                if (seen.insert({cycle.line.number, cycle.names}).second) {
+                    cycles.push_back(std::move(cycle));
+                }
+            }
+        }
+    }
+}
+
+KFinding
+KCheckContext::AtType(const KScriptLine& line, std::string message, std::string advice) const {
+    const std::size_t begin = script.GetText(line.number).find_first_not_of(" \t");
+    KFinding finding;
+    finding.line = line.number;
+    finding.column = static_cast<unsigned>(begin + 1);
+    finding.text = line.type;
+    finding.message = std::move(message);
+    finding.advice = std::move(advice);
+    return finding;
+}
+
+KFinding
+KCheckContext::AtValue(const KScriptLine& line, std::string message, std::string advice) const {
+    return AtWritten(line, 0, 0, line.value, std::move(message), std::move(advice));
+}
+
+KFinding KCheckContext::AtField(
+    const KScriptLine& line, std::size_t field, std::string message, std::string advice
+) const {
+    const std::vector<std::string> written = WrittenFields(line.value);
+    const std::size_t index = WrittenIndex(written, field);
+    return index < written.size()
+               ? AtWritten(line, index, 0, written[index], std::move(message), std::move(advice))
+               : AtValue(line, std::move(message), std::move(advice));
+}
+
+KFinding KCheckContext::AtWritten(
+    const KScriptLine& line,
+    std::size_t field,
+    std::size_t offset,
+    std::string text,
+    std::string message,
+    std::string advice
+) const {
+    KFinding finding;
+    finding.line = line.number;
+    finding.column =
+        ColumnOfField(script.GetText(line.number), field) + static_cast<unsigned>(offset);
+    finding.text = std::move(text);
+    finding.message = std::move(message);
+    finding.advice = std::move(advice);
+    return finding;
+}
+
+KFinding KCheckContext::AtSection(
+    const std::string& section, std::string message, std::string advice
+) const {
+    KFinding finding;
+    for (const KScript::Header& header : script.GetHeaders()) {
+        if (header.name == section) {
+            finding.line = header.line;
+            finding.text = "[" + section + "]";
+            break;
+        }
+    }
+    finding.message = std::move(message);
+    finding.advice = std::move(advice);
+    return finding;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/check/KFinding.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/plan/KPlan.h>
+#include <setup/plan/KPlannedTree.h>
+#include <setup/script/KMacroContext.h>
+#include <setup/script/KScript.h>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace KSETUP {
+
+/// What the checks look at: a kit's script, and what an install and then a removal would do on an
+/// empty machine.
+///
+/// Thread   one at a time
+class KCheckContext {
+  public:
+    /// For an install to `givenPath`; empty means where the script proposes.
+    ///
+    /// Throws   KSetupFailure when the kit cannot be read
+    KCheckContext(const KSetupKit& setupKit, const std::string& givenPath);
+    KCheckContext(const KCheckContext&) = delete;
+    KCheckContext& operator=(const KCheckContext&) = delete;
+
+    const std::string& GetKitDirectory() const noexcept { return kit.GetDirectory(); }
+    const std::string& GetProductPath() const noexcept { return productPath; }
+    bool IsProductPathGiven() const noexcept { return productPathIsGiven; }
+    const KScript& GetScript() const noexcept { return script; }
+    const KScript& GetProductData() const noexcept { return productData; }
+    const KMacroContext& GetMacros() const noexcept { return macros; }
+    std::string Expand(const std::string& text) const { return macros.Expand(text); }
+
+    /// Every line that a run could load, on a machine of either architecture and for any version,
+    /// with the fields that it has here. In the order of the file.
+    const std::vector<KScriptRule>& GetLines() const noexcept { return lines; }
+    /// Sections that include themselves, on a machine of either architecture.
+    const std::vector<KScriptCycle>& GetCycles() const noexcept { return cycles; }
+    const KPlan& GetInstall() const noexcept { return install; }
+    const KPlan& GetRemove() const noexcept { return remove; }
+    const KPlannedTree& GetAfterInstall() const noexcept { return afterInstall; }
+    const KPlannedTree& GetAfterRemove() const noexcept { return afterRemove; }
+
+    /// By which the product is found again.
+    std::string GetRecordLink() const { return Expand("/etc/$serviceName$/$serviceName$"); }
+    /// The configuration file, which holds the record.
+    std::string GetRecordProfile() const { return Expand("$pathTargetConfig$$iniFile$"); }
+
+    // Findings of the script, without severity and rule, which the check's row has.
+
+    /// At a line's key.
+    KFinding AtType(const KScriptLine& line, std::string message, std::string advice) const;
+    /// At a line's value.
+    KFinding AtValue(const KScriptLine& line, std::string message, std::string advice) const;
+    /// At a field as the rule counts them, without empty ones.
+    KFinding AtField(
+        const KScriptLine& line, std::size_t field, std::string message, std::string advice
+    ) const;
+    /// At a field as it is written, empty ones counted, `offset` bytes into it.
+    KFinding AtWritten(
+        const KScriptLine& line,
+        std::size_t field,
+        std::size_t offset,
+        std::string text,
+        std::string message,
+        std::string advice
+    ) const;
+    /// At a section's header, or the file's begin.
+    KFinding AtSection(const std::string& section, std::string message, std::string advice) const;
+
+  private:
+    std::string ChooseProductPath(const std::string& givenPath);
+    void FindLines();
+    void FindCycles();
+
+    const KSetupKit& kit;
+    KScript script;
+    KScript productData;
+    KMacroContext macros;
+    bool productPathIsGiven;
+    std::string productPath;
+    KPlannedTree afterInstall;
+    KPlan install;
+    KPlannedTree afterRemove;
+    KPlan remove;
+    std::vector<KScriptRule> lines;
+    std::vector<KScriptCycle> cycles;
+};
+
+/// The file name or path that two parts make, as a file rule joins them.
+std::string JoinPath(const std::string& directory, const std::string& name);
+/// Without blanks at both ends.
+std::string Trimmed(const std::string& text);
+
+} // namespace KSETUP

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/script/KMacroContext.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KSETUP {
+
+/// A dollar sign in a text, as the engine reads it.
+struct KMacroMention {
+    std::size_t offset = 0; ///< of the dollar sign, in bytes
+    std::string name;       ///< up to the next dollar sign, or to the end
+    bool isClosed = false;
+    bool isKnown = false; ///< a macro that the engine replaces
+};
+
+/// All dollar signs of a text that begin a macro, or could.
+std::vector<KMacroMention> FindMacros(const std::string& text, const KMacroContext& macros);
+
+/// The text as a pattern, with "*" for each macro.
+std::string PatternOf(const std::string& text, const KMacroContext& macros);
+
+/// The letters, digits and "_" with which a text begins.
+std::string_view IdentifierAt(std::string_view text) noexcept;
+
+/// The one of `known` that was meant by `written`: the same but for case, or for two letters at the
+/// most. Empty when there is none.
+std::string FindMeant(const std::string& written, const std::vector<std::string>& known);
+
+} // namespace KSETUP

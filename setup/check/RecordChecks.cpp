@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+#include <setup/check/Checks.h>
+
+#include <filesystem>
+
+namespace KSETUP::Checks {
+
+namespace {
+
+constexpr int levelsBelowProduct = 3; // at which the engine looks for the link's target
+
+/// Why a link does not lead back to the product path; empty when it does.
+std::string WhyNotARecord(const std::string& target, const std::string& productPath) {
+    if (!target.starts_with('/')) {
+        return "\"" + target + "\" is not absolute";
+    }
+    std::filesystem::path path(KPlannedTree::Normal(target));
+    for (int level = 0; level < levelsBelowProduct; ++level) {
+        path = path.parent_path();
+    }
+    return path == KPlannedTree::Normal(productPath)
+               ? ""
+               : "\"" + target + "\" is not three levels below the product path, as in \"" +
+                     JoinPath(productPath, "lin/x86_64/program") + "\"";
+}
+
+/// The rule that laid a link last.
+const KScriptLine* FindLinkLine(const KPlan& plan, const std::string& path) {
+    const KScriptLine* found = nullptr;
+    for (const KPlannedRule& planned : plan.GetRules()) {
+        for (const KPlannedAction& action : planned.actions) {
+            if (action.kind == KPlannedAction::Kind::MakeLink &&
+                KPlannedTree::Normal(action.path) == path) {
+                found = &planned.rule.line;
+            }
+        }
+    }
+    return found;
+}
+
+} // namespace
+
+Findings MissingRecordLinks(const KCheckContext& context) {
+    const std::string path = KPlannedTree::Normal(context.GetRecordLink());
+    const KPlannedEntry entry = context.GetAfterInstall().Find(path);
+    const std::string advice =
+        "write file=symlink,PROGRAM,$pathTargetBin$,/etc/$serviceName$,$serviceName$";
+    if (entry.kind != KEntryKind::Link) {
+        return {context.AtSection(
+            "install",
+            "no rule makes the link \"" + path + "\", by which the product counts as installed",
+            advice
+        )};
+    }
+    const std::string why = WhyNotARecord(entry.target, context.GetProductPath());
+    const KScriptLine* line = FindLinkLine(context.GetInstall(), path);
+    if (why.empty() || line == nullptr) {
+        return {};
+    }
+    return {context.AtField(
+        *line, 2, "the link \"" + path + "\" does not lead to the product: " + why, advice
+    )};
+}
+
+Findings MissingRecordProfiles(const KCheckContext& context) {
+    const std::string path = KPlannedTree::Normal(context.GetRecordProfile());
+    if (context.GetAfterInstall().Exists(path)) {
+        return {};
+    }
+    return {context.AtSection(
+        "install",
+        "no rule makes the configuration file \"" + path +
+            "\", in which the record of the product is kept",
+        "write directory=create,$pathTargetConfig$ and "
+        "profile=put,$pathTargetConfig$$iniFile$,SECTION,KEY,VALUE"
+    )};
+}
+
+Findings LeftRecordLinks(const KCheckContext& context) {
+    const std::string path = KPlannedTree::Normal(context.GetRecordLink());
+    if (!context.GetAfterRemove().Exists(path)) {
+        return {};
+    }
+    return {context.AtSection(
+        "remove",
+        "the removal leaves the link \"" + path + "\", so the product still counts as installed",
+        std::string(context.GetScript().HasSection("remove") ? "" : "add a section [remove] and ") +
+            "write file=delete,$serviceName$,/etc/$serviceName$ as its last deletion"
+    )};
+}
+
+} // namespace KSETUP::Checks

@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/check/FindingText.h>
+#include <setup/check/KCheck.h>
+#include <setup/check/RunCheck.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/output/KRunReport.h>
+#include <setup/output/KSetupProgress.h>
+#include <sup++/KError.h>
+
+#include <filesystem>
+#include <iostream>
+
+#include <nlohmann/json.hpp>
+
+namespace KSETUP {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Json = nlohmann::ordered_json;
+
+constexpr int schemaVersion = 1;
+
+const char* Word(KSeverity severity) {
+    return severity == KSeverity::Error ? "error" : "warning";
+}
+
+std::string Counted(std::size_t count, const char* what) {
+    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
+}
+
+/// The kit's directory as an editor finds it from where the program was called: as it was given, or
+/// else the way down to it.
+fs::path ShownDirectory(const KSetupKit& kit, const KSetupArguments& arguments) {
+    if (!arguments.kit.empty()) {
+        return fs::path(arguments.kit);
+    }
+    std::error_code unknown; // then the absolute path serves
+    const fs::path down = fs::proximate(kit.GetDirectory(), unknown);
+    return unknown || *down.begin() == ".." ? fs::path(kit.GetDirectory()) : down;
+}
+
+void Print(const KCheckResult& result, const fs::path& directory) {
+    for (const KFinding& finding : result.findings) {
+        std::cout << ToLine(finding, directory.string()) << "\n";
+    }
+    const std::string kit = directory.lexically_normal().string();
+    const std::string end = result.findings.empty()
+                                ? "nothing is wrong with its script."
+                                : Counted(result.Count(KSeverity::Error), "error") + ", " +
+                                      Counted(result.Count(KSeverity::Warning), "warning") + ".";
+    std::cout << "Kit " << KSetupProgress::Printable(kit.c_str()) << ": " << end << std::endl;
+}
+
+void PrintJson(const KCheckResult& result, const KSetupKit& kit, int exitCode) {
+    Json object;
+    object["schema"] = schemaVersion;
+    object["command"] = "check";
+    object["result"] = result.HasErrors() ? "failed" : "done";
+    object["exitCode"] = exitCode;
+    object["kit"] = kit.GetDirectory();
+    object["errors"] = result.Count(KSeverity::Error);
+    object["warnings"] = result.Count(KSeverity::Warning);
+    object["findings"] = Json::array();
+    for (const KFinding& finding : result.findings) {
+        object["findings"].push_back({
+            {"severity", Word(finding.severity)},
+            {"file", finding.file},
+            {"line", finding.line},
+            {"column", finding.column},
+            {"text", finding.text},
+            {"rule", finding.rule},
+            {"message", finding.message},
+            {"advice", finding.advice},
+        });
+    }
+    // As ASCII: no byte of a script gets to a terminal as it is.
+    std::cout << object.dump(-1, ' ', true, Json::error_handler_t::replace) << std::endl;
+}
+
+int Check(const KSetupArguments& arguments) {
+    const KSetupKit kit(arguments.kit);
+    KCheckResult result = CheckKit(kit);
+    for (KFinding& finding : result.findings) {
+        finding.severity = arguments.strict ? KSeverity::Error : finding.severity;
+    }
+    const int exitCode = result.HasErrors() ? ExitCode::malformedScript : ExitCode::done;
+    if (arguments.json) {
+        PrintJson(result, kit, exitCode);
+    } else {
+        Print(result, ShownDirectory(kit, arguments));
+    }
+    return exitCode;
+}
+
+/// Programs that asked for an object get one, also when there is no answer.
+int Refuse(int exitCode, const std::string& why) {
+    KRunReport report;
+    report.command = "check";
+    report.result = KRunResult::Refused;
+    report.exitCode = exitCode;
+    report.error = why;
+    std::cout << ToJson(report) << std::endl;
+    return exitCode;
+}
+
+} // namespace
+
+int RunCheck(const KSetupArguments& arguments) {
+    if (!arguments.json) {
+        return Check(arguments);
+    }
+    try {
+        return Check(arguments);
+    } catch (const KSetupFailure& failure) {
+        return Refuse(failure.GetExitCode(), failure.what());
+    } catch (const KSUP::KError& error) {
+        return Refuse(ExitCode::internal, error.GetSummary().c_str());
+    }
+}
+
+} // namespace KSETUP

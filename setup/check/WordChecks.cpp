@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include <setup/check/Checks.h>
+
+namespace KSETUP::Checks {
+
+Findings BlanksAfterCommas(const KCheckContext& context) {
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        if (rule.line.type == "section" || rule.line.type.starts_with("defaultPath")) {
+            continue; // no fields
+        }
+        const std::vector<std::string> fields = WrittenFields(rule.line.value);
+        for (std::size_t index = 1; index < fields.size(); ++index) {
+            if (fields[index].starts_with(' ') || fields[index].starts_with('\t')) {
+                found.push_back(context.AtWritten(
+                    rule.line,
+                    index,
+                    0,
+                    fields[index],
+                    "the blank after the comma is a part of the field",
+                    "take it out"
+                ));
+            }
+        }
+    }
+    return found;
+}
+
+Findings CopiesToRoot(const KCheckContext& context) {
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        if (rule.line.type == "file" && rule.fields.size() == 3 &&
+            (rule.fields[0] == "copy" || rule.fields[0] == "symlink")) {
+            found.push_back(context.AtValue(
+                rule.line,
+                "a " + rule.fields[0] + " with three fields has \"/\" for its target",
+                "add the directory it goes to, which is \"/\" if that is meant"
+            ));
+        }
+    }
+    return found;
+}
+
+} // namespace KSETUP::Checks

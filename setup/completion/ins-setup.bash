@@ -1,0 +1,61 @@
+# SPDX-License-Identifier: MIT
+# Completion of ins-setup for bash: source it, or put it into
+# /usr/share/bash-completion/completions/ins-setup.
+
+_ins_setup_options() { # COMMAND
+    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup'
+    case $1 in
+    install) echo "$run --addProfileLine --offline-services --no-check --allow-downgrade" ;;
+    remove) echo "$run --yes -y" ;;
+    status) echo '--kit --json --verify' ;;
+    restore) echo '--kit --json' ;;
+    check) echo '--kit --json --strict' ;;
+    'plan install' | 'plan remove' | macros) echo '--kit --json' ;;
+    'kit add' | 'kit seal') echo '--kit' ;;
+    'kit bundle') echo '--kit --output -o' ;;
+    '') echo '--version' ;;
+    esac
+    echo '--help -h'
+}
+
+_ins_setup() {
+    local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
+    local command='' word index words=''
+    COMPREPLY=()
+    case $before in
+    --kit)
+        mapfile -t COMPREPLY < <(compgen -d -- "$current")
+        return
+        ;;
+    --output | -o)
+        mapfile -t COMPREPLY < <(compgen -f -- "$current")
+        return
+        ;;
+    --wait | --progress-fd | --addProfileLine) return ;;
+    esac
+    # The command is the first word that is no option, and a second one behind "plan" and "kit".
+    for ((index = 1; index < COMP_CWORD; index++)); do
+        word=${COMP_WORDS[index]}
+        case $command in
+        '' | plan | kit)
+            [[ $word == -* ]] || command=${command:+$command }$word
+            ;;
+        esac
+    done
+    if [[ $current == -* ]]; then
+        words=$(_ins_setup_options "$command")
+    else
+        case $command in
+        '') words='install remove status restore check plan macros kit' ;;
+        plan) words='install remove' ;;
+        kit) words='new add seal bundle' ;;
+        install | 'plan install' | 'plan remove' | macros | 'kit new' | 'kit add')
+            mapfile -t COMPREPLY < <(compgen -d -- "$current")
+            return
+            ;;
+        esac
+    fi
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
+
+complete -o filenames -F _ins_setup ins-setup

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/files/KFileDigest.h>
+#include <setup/files/KFileHandle.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <sys/stat.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr std::size_t chunkBytes = std::size_t{1} << 20U;
+
+void Check(int result) {
+    if (result != 1) {
+        throw KSetupFailure(ExitCode::internal, "libcrypto does not compute SHA-256 here.");
+    }
+}
+
+/// Looked up once: each look goes through all that libcrypto has.
+const EVP_MD* Sha256() {
+    static const EVP_MD* const method = ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
+    return method != nullptr ? method : ::EVP_sha256();
+}
+
+std::string HexText(const unsigned char* bytes, unsigned count) {
+    static constexpr const char* digits = "0123456789abcdef";
+    std::string text;
+    for (unsigned at = 0; at < count; ++at) {
+        text += digits[bytes[at] >> 4U];
+        text += digits[bytes[at] & 0xFU];
+    }
+    return text;
+}
+
+} // namespace
+
+KFileDigest DigestFile(const std::string& path, const std::function<bool()>& shallStop) {
+    KFileDigest result;
+    const KFileHandle file(
+        ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)
+    );
+    struct stat status {};
+    if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        result.errorNumber = file.IsOpen() && status.st_mode != 0 ? EINVAL : errno;
+        return result;
+    }
+    const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(
+        ::EVP_MD_CTX_new(), ::EVP_MD_CTX_free
+    );
+    Check(context != nullptr ? 1 : 0);
+    Check(::EVP_DigestInit_ex(context.get(), Sha256(), nullptr));
+    // One byte more than the file has: the read that finds its end needs room.
+    const std::size_t room = std::min(static_cast<std::size_t>(status.st_size) + 1, chunkBytes);
+    const auto chunk = std::make_unique_for_overwrite<char[]>(room);
+    for (;;) {
+        if (shallStop && shallStop()) {
+            result.errorNumber = ECANCELED;
+            return result;
+        }
+        const ssize_t count = ::read(file.Get(), chunk.get(), room);
+        if (count == 0) {
+            break;
+        }
+        if (count < 0 && errno != EINTR) {
+            result.errorNumber = errno;
+            return result;
+        }
+        const std::size_t bytes = count > 0 ? static_cast<std::size_t>(count) : 0;
+        Check(::EVP_DigestUpdate(context.get(), chunk.get(), bytes));
+        result.size += bytes;
+    }
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned digestBytes = 0;
+    Check(::EVP_DigestFinal_ex(context.get(), digest.data(), &digestBytes));
+    result.sha256 = HexText(digest.data(), digestBytes);
+    return result;
+}
+
+} // namespace KSETUP

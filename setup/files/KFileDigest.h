@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace KSETUP {
+
+struct KFileDigest {
+    int errorNumber = 0;    ///< 0 when the file was read to its end
+    std::uint64_t size = 0; ///< bytes that were read
+    std::string sha256;     ///< in hexadecimal; empty when it was not read to its end
+};
+
+/// Reads a regular file and digests it. A link is not followed, and nothing but a file is waited
+/// for. `shallStop` is asked before each 1 MiB; the error is ECANCELED when it says so.
+///
+/// Throws   KSetupFailure when libcrypto fails
+KFileDigest DigestFile(const std::string& path, const std::function<bool()>& shallStop = {});
+
+} // namespace KSETUP

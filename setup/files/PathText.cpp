@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
+
+#include <filesystem>
+
+namespace KSETUP {
+
+namespace {
+
+/// Whether nothing is to be done: no component is empty or made of dots alone.
+bool IsNormal(std::string_view path) noexcept {
+    if (path.empty() || path.front() != '/' || (path.size() > 1 && path.back() == '/')) {
+        return false;
+    }
+    return path.find("//") == std::string_view::npos && path.find("/.") == std::string_view::npos;
+}
+
+} // namespace
+
+std::string NormalPath(const std::string& path) {
+    if (IsNormal(path)) {
+        return path;
+    }
+    std::string normal = std::filesystem::path(path).lexically_normal().string();
+    while (normal.size() > 1 && normal.back() == '/') {
+        normal.pop_back();
+    }
+    return normal;
+}
+
+std::string ParentPath(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? std::string()
+                                           : std::string(path.substr(0, slash == 0 ? 1 : slash));
+}
+
+std::string_view NameOfPath(std::string_view path) noexcept {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+} // namespace KSETUP

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace KSETUP {
+
+/// \file
+/// Absolute paths by their letters alone. A plan looks at tens of thousands, so nothing is taken
+/// apart that need not be.
+
+/// Without separators at the end or twice in a row, "." and "..".
+std::string NormalPath(const std::string& path);
+
+/// The directory of a normal path; "/" of "/" itself.
+std::string ParentPath(std::string_view path);
+
+/// What stands behind the last separator.
+std::string_view NameOfPath(std::string_view path) noexcept;
+
+} // namespace KSETUP

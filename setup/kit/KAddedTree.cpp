@@ -1,0 +1,188 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/kit/KAddedTree.h>
+#include <setup/kit/KitFiles.h>
+#include <setup/output/KSetupVoice.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace KSETUP {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t namesShown = 50;
+
+/// Why a rule cannot hold the text; empty when it can.
+std::string WhyNoField(std::string_view text) {
+    for (const char letter : text) {
+        if (static_cast<unsigned char>(letter) < 0x20 || letter == 0x7F) {
+            return "has a control character";
+        }
+    }
+    return text.find(',') != std::string_view::npos   ? "has a comma"
+           : text.find('$') != std::string_view::npos ? "has a dollar sign"
+           : text.find_first_of("*?") != std::string_view::npos
+               ? "has a \"*\" or \"?\", which stand for other names"
+               : "";
+}
+
+bool IsBlankAtAnEnd(std::string_view text) {
+    return text.starts_with(' ') || text.ends_with(' ');
+}
+
+} // namespace
+
+KAddedTree::KAddedTree(const std::string& directory) {
+    std::error_code error;
+    const fs::path found = fs::canonical(directory, error);
+    if (error) {
+        FailOn(directory, error.value(), "Name the directory that is to be installed.");
+    }
+    if (!fs::is_directory(found, error)) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            directory + ": no directory. Name the directory that is to be installed."
+        );
+    }
+    root = found.string();
+    Scan("");
+    if (GetFileCount() + GetLinkCount() + directories.size() == 1 && complaints.empty()) {
+        throw KSetupFailure(
+            ExitCode::noKit, root + ": there is nothing in it that could be installed."
+        );
+    }
+    const std::string name = GetName();
+    const bool isArchitecture = name.ends_with(".x86") || name.ends_with(".x86_64");
+    const std::string why = !WhyNoField(name).empty() ? WhyNoField(name)
+                            : IsBlankAtAnEnd(name)    ? "begins or ends with a blank"
+                            : name.find_first_of("[]") != std::string::npos ? "has a bracket"
+                            : isArchitecture ? "ends as a section for one architecture does"
+                            : name == "/" || name.empty() || name.front() == '.'
+                                ? "is none that a section can have"
+                                : "";
+    if (!why.empty()) {
+        Complain("", "its name becomes the name of a section, and " + why);
+    }
+}
+
+std::string KAddedTree::GetName() const {
+    return fs::path(root).filename().string();
+}
+
+void KAddedTree::Complain(const std::string& relative, const std::string& why) {
+    complaints.push_back(Shown((fs::path(root) / relative).string()) + ": " + why);
+}
+
+void KAddedTree::Scan(const std::string& relative) {
+    const fs::path path = fs::path(root) / relative;
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        FailOn(path, errno);
+    }
+    Directory& directory = directories[relative];
+    directory.mode = status.st_mode & 07777;
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator at(path, error), end; !error && at != end; at.increment(error)) {
+        names.push_back(at->path().filename().string());
+    }
+    if (error) {
+        Complain(relative, error.message());
+        return;
+    }
+    std::sort(names.begin(), names.end());
+    for (const std::string& name : names) {
+        const std::string child = relative.empty() ? name : relative + "/" + name;
+        if (const std::string why = WhyNoField(name); !why.empty()) {
+            Complain(child, "the name " + why);
+        } else {
+            ScanEntry(directory, child, name);
+        }
+    }
+}
+
+void KAddedTree::ScanEntry(
+    Directory& directory, const std::string& relative, const std::string& name
+) {
+    const fs::path path = fs::path(root) / relative;
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) {
+        Complain(relative, std::generic_category().message(errno));
+    } else if (S_ISDIR(status.st_mode)) {
+        Scan(relative);
+    } else if (S_ISREG(status.st_mode)) {
+        if (::access(path.c_str(), R_OK) != 0) {
+            Complain(relative, std::generic_category().message(errno));
+        }
+        directory.files.push_back(name);
+    } else if (S_ISLNK(status.st_mode)) {
+        std::error_code error;
+        const std::string target = fs::read_symlink(path, error).string();
+        const std::string why = WhyNoField(target);
+        if (error) {
+            Complain(relative, error.message());
+        } else if (!why.empty()) {
+            Complain(relative, "where the link leads to, " + target + ", " + why);
+        } else if (name.ends_with(' ')) {
+            Complain(relative, "a link's name cannot end with a blank");
+        } else if (target.find_first_not_of('/') == std::string::npos) {
+            Complain(relative, "the link leads to the root directory");
+        } else if (target == root || target.starts_with(root + "/")) {
+            Complain(
+                relative, "the link leads into this tree by its path here; make it a relative one"
+            );
+        } else {
+            directory.links.emplace(name, target);
+        }
+    } else {
+        Complain(relative, "neither a file, nor a directory, nor a link");
+    }
+}
+
+std::size_t KAddedTree::GetFileCount() const {
+    std::size_t count = 0;
+    for (const auto& [path, directory] : directories) {
+        count += directory.files.size();
+    }
+    return count;
+}
+
+std::size_t KAddedTree::GetLinkCount() const {
+    std::size_t count = 0;
+    for (const auto& [path, directory] : directories) {
+        count += directory.links.size();
+    }
+    return count;
+}
+
+void KAddedTree::RefuseUnlessExpressible() const {
+    if (complaints.empty()) {
+        return;
+    }
+    std::string all;
+    for (std::size_t index = 0; index < std::min(complaints.size(), namesShown); ++index) {
+        all += "\n    " + complaints[index];
+    }
+    if (complaints.size() > namesShown) {
+        all += "\n    and " + std::to_string(complaints.size() - namesShown) + " more";
+    }
+    throw KSetupFailure(
+        ExitCode::malformedScript,
+        root +
+            ": the tree holds what rules of a script cannot. Rename it or take it out; nothing "
+            "was changed." +
+            all
+    );
+}
+
+} // namespace KSETUP

@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace KSETUP {
+
+/// A directory tree that is to become rules: looked at once, nothing is opened but directories.
+///
+///     const KAddedTree tree("/home/me/build/tree");
+///     tree.RefuseUnlessExpressible();
+class KAddedTree {
+  public:
+    /// Throws   KSetupFailure when it is no directory, or cannot be read
+    explicit KAddedTree(const std::string& directory);
+
+    struct Directory {
+        mode_t mode = 0;
+        std::vector<std::string> files;           ///< names, sorted by byte
+        std::map<std::string, std::string> links; ///< names, and where they lead
+    };
+
+    const std::string& GetRoot() const noexcept { return root; }
+    /// The name by which the kit knows it: that of its directory.
+    std::string GetName() const;
+    /// By path from the root, "" for the root itself; parents before what is in them.
+    const std::map<std::string, Directory>& GetDirectories() const noexcept { return directories; }
+    std::size_t GetFileCount() const;
+    std::size_t GetLinkCount() const;
+
+    /// Throws   KSetupFailure with a list of what cannot be written as rules
+    void RefuseUnlessExpressible() const;
+
+  private:
+    void Scan(const std::string& relative);
+    void ScanEntry(Directory& directory, const std::string& relative, const std::string& name);
+    void Complain(const std::string& relative, const std::string& why);
+
+    std::string root;
+    std::map<std::string, Directory> directories;
+    std::vector<std::string> complaints;
+};
+
+} // namespace KSETUP

@@ -1,0 +1,239 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/kit/ElfRunPath.h>
+#include <setup/kit/KitBundle.h>
+#include <setup/kit/KitFiles.h>
+#include <setup/kit/KitSeal.h>
+#include <setup/output/KSetupVoice.h>
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <link.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace KSETUP {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char program[] = "ins-setup";
+constexpr std::array libraries =
+    std::to_array<std::string_view>({"libins++.so.1", "libdplinsup.so.1"});
+constexpr char startName[] = "bundle-start.sh";
+
+/// Run by the shell, so that it can speak where programs cannot run. The path of libraries is for
+/// an ins-setup that names no directory for them; nothing but the bundle's own is on it.
+constexpr char startScript[] = R"(#!/bin/sh
+# Started by the bundle when it is unpacked.
+if ! [ -x ./ins-setup ]; then
+    echo "ins-setup: $PWD is on a file system that runs no programs (noexec). Name another directory:" >&2
+    echo "    TMPDIR=/var/tmp sh FILE" >&2
+    exit 73
+fi
+[ $# -gt 0 ] || set -- install
+LD_LIBRARY_PATH=$PWD
+export LD_LIBRARY_PATH
+exec ./ins-setup "$@"
+)";
+
+/// The libraries of ours that this process runs with: under which name programs look for them, and
+/// where they are.
+int CollectLibrary(dl_phdr_info* info, std::size_t /*size*/, void* list) {
+    const fs::path path(info->dlpi_name != nullptr ? info->dlpi_name : "");
+    for (const std::string_view name : libraries) {
+        if (path.filename().string().starts_with(name)) {
+            static_cast<std::vector<std::pair<std::string, fs::path>>*>(list)->emplace_back(
+                name, path
+            );
+        }
+    }
+    return 0;
+}
+
+void CopyProgram(const fs::path& from, const fs::path& to) {
+    std::string bytes = ReadBytes(from);
+    SetRunPathToOrigin(bytes, from.string());
+    WriteBytes(to, bytes, 0755);
+}
+
+void AddProgram(const fs::path& kit) {
+    std::error_code error;
+    const fs::path own = fs::read_symlink("/proc/self/exe", error);
+    if (error) {
+        FailOn("/proc/self/exe", error.value());
+    }
+    CopyProgram(own, kit / program);
+    std::vector<std::pair<std::string, fs::path>> loaded;
+    ::dl_iterate_phdr(&CollectLibrary, &loaded);
+    for (const auto& [name, path] : loaded) {
+        CopyProgram(path, kit / name);
+    }
+}
+
+/// The same for a kit that brings its own, as a build leaves them: below /tmp, a directory beside the
+/// bundle's is anybody's.
+void HoldToOwnDirectory(const fs::path& kit) {
+    for (const std::string_view name : {std::string_view(program), libraries[0], libraries[1]}) {
+        std::error_code unknown; // as good as missing
+        const fs::path path = kit / name;
+        if (fs::exists(path, unknown) && ReadBytes(path).starts_with("\x7F"
+                                                                     "ELF")) {
+            CopyProgram(path, path);
+        }
+    }
+}
+
+void CopyKit(const fs::path& from, const fs::path& to) {
+    const KKitListing listing = ListKit(from);
+    if (!listing.others.empty()) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            (from / listing.others.front()).string() +
+                ": neither a file nor a link to one. Take it out of the kit."
+        );
+    }
+    for (const auto* names : {&listing.files, &listing.directories}) {
+        for (const std::string& name : *names) {
+            if (name.find('\n') != std::string::npos) {
+                throw KSetupFailure(
+                    ExitCode::noKit,
+                    Shown((from / name).string()) +
+                        ": makeself cannot take a name with a line break. Rename it."
+                );
+            }
+        }
+    }
+    MakeDirectories(to);
+    for (const std::string& directory : listing.directories) {
+        MakeDirectories(to / directory);
+    }
+    for (const std::string& name : listing.files) {
+        CopyBytes(from / name, to / name);
+    }
+}
+
+/// What makeself writes into a shell script between double quotes.
+std::string Label(const std::string& product) {
+    std::string label;
+    for (const char letter : Shown(product)) {
+        const bool means = letter == '"' || letter == '$' || letter == '`' || letter == '\\';
+        label += means ? '_' : letter;
+    }
+    return label.empty() || label.front() == '-' ? "_" + label : label;
+}
+
+/// Runs makeself in `directory`; what it says goes to a file there.
+void RunMakeself(const fs::path& directory, const std::string& label) {
+    std::vector<std::string> words = {
+        "makeself",
+        "--sha256",
+        "--nox11",
+        "--tar-quietly",
+        // Root's, whoever makes the bundle: a run refuses a kit that others can change.
+        "--tar-extra",
+        "--owner=0 --group=0 --numeric-owner",
+        "kit",
+        "bundle.run",
+        label,
+        "sh",
+        std::string("./") + startName};
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_addopen(
+        &actions, STDOUT_FILENO, "log", O_WRONLY | O_CREAT | O_TRUNC, 0600
+    );
+    ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    pid_t child = 0;
+    const int error =
+        ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (error == ENOENT) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            "makeself is missing, which makes the bundle. Install Debian's "
+            "package of that name: apt-get install makeself"
+        );
+    }
+    if (error != 0) {
+        FailOn("makeself", error);
+    }
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite, "makeself failed. It says:\n" + ReadBytes(directory / "log")
+        );
+    }
+}
+
+void RefuseTarget(const fs::path& target, const std::string& kit) {
+    std::error_code error; // a missing one is what it should be
+    const fs::path directory = fs::canonical(target.parent_path(), error);
+    if (error) {
+        FailOn(target.parent_path(), error.value(), "The bundle's directory has to be there.");
+    }
+    if (directory == kit || directory.string().starts_with(kit + "/")) {
+        throw KSetupFailure(
+            ExitCode::usage,
+            target.string() + ": this is in the kit, which would hold its own bundle. Name a file "
+                              "elsewhere."
+        );
+    }
+    const fs::file_status status = fs::symlink_status(target, error);
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        throw KSetupFailure(
+            ExitCode::usage, target.string() + ": there is something that is no file. Name another."
+        );
+    }
+}
+
+} // namespace
+
+void MakeBundle(
+    const std::string& kitDirectory, const std::string& product, const std::string& file
+) {
+    const fs::path target = fs::absolute(file);
+    RefuseTarget(target, kitDirectory);
+    VerifySeal(kitDirectory);
+    // Beside the target, so that it can take its place at once.
+    const KTemporaryDirectory work(MakeTemporaryDirectory(target.parent_path(), ".bundle."));
+    const fs::path kit = work.GetPath() / "kit";
+    CopyKit(kitDirectory, kit);
+    std::error_code unknown; // as good as missing
+    if (!fs::exists(kit / program, unknown)) {
+        AddProgram(kit);
+    } else {
+        HoldToOwnDirectory(kit);
+    }
+    WriteBytes(kit / startName, startScript, 0755);
+    if (IsSealed(kitDirectory)) {
+        WriteSeal(kit.string());
+    }
+    RunMakeself(work.GetPath(), Label(product));
+    std::error_code error;
+    fs::permissions(work.GetPath() / "bundle.run", fs::perms(0755), error);
+    fs::rename(work.GetPath() / "bundle.run", target, error);
+    if (error) {
+        FailOnWrite(target, error.value());
+    }
+}
+
+} // namespace KSETUP

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+namespace KSETUP {
+
+/// Makes one file of a kit that unpacks itself and runs `ins-setup` from it, by makeself(1). A kit
+/// without an `ins-setup` of its own gets the running program and its libraries, which look for
+/// each other in their own directory and nowhere else.
+///
+/// Throws   KSetupFailure, with a former file as it was
+void MakeBundle(
+    const std::string& kitDirectory, const std::string& product, const std::string& file
+);
+
+} // namespace KSETUP

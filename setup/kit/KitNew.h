@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+namespace KSETUP {
+
+/// Writes a first kit, which can be installed and removed as it is, and whose comments tell the
+/// order of a script.
+///
+/// Throws   KSetupFailure for a directory that is not empty, or that cannot be made
+void MakeNewKit(const std::string& directory);
+
+} // namespace KSETUP

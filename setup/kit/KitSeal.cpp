@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/files/KFileDigest.h>
+#include <setup/kit/KitFiles.h>
+#include <setup/kit/KitSeal.h>
+#include <setup/output/KSetupVoice.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace KSETUP {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char sealName[] = "SHA256SUMS";
+constexpr std::size_t digestLetters = 64;
+constexpr std::size_t namesShown = 20;
+
+/// The digest of a file, or of the one that a link leads to, in hexadecimal letters.
+std::string DigestOf(const fs::path& path) {
+    std::error_code error;
+    const fs::path real = fs::canonical(path, error);
+    if (error) {
+        FailOn(path, error.value());
+    }
+    const KFileDigest digest = DigestFile(real.string());
+    if (digest.errorNumber != 0) {
+        FailOn(path, digest.errorNumber);
+    }
+    return digest.sha256;
+}
+
+/// sha256sum marks a name with such letters by a backslash before the line.
+std::string Escaped(const std::string& name) {
+    std::string text;
+    for (const char letter : name) {
+        text += letter == '\\'   ? "\\\\"
+                : letter == '\n' ? "\\n"
+                : letter == '\r' ? "\\r"
+                                 : std::string(1, letter);
+    }
+    return text;
+}
+
+/// False for what sha256sum would not have written.
+bool Unescape(std::string& name) {
+    std::string text;
+    for (std::size_t at = 0; at < name.size(); ++at) {
+        if (name[at] != '\\') {
+            text += name[at];
+            continue;
+        }
+        ++at;
+        const char letter = at < name.size() ? name[at] : '\0';
+        if (letter != '\\' && letter != 'n' && letter != 'r') {
+            return false;
+        }
+        text += letter == 'n' ? '\n' : letter == 'r' ? '\r' : '\\';
+    }
+    name = text;
+    return true;
+}
+
+/// Whether a path stays in the kit and is written as a listing writes it.
+bool IsPlain(const std::string& path) {
+    return !path.empty() && path.front() != '/' && fs::path(path).lexically_normal() == path &&
+           !path.starts_with("..");
+}
+
+/// Digests by path. Throws KSetupFailure for a line that is none.
+std::map<std::string, std::string> ReadSeal(const fs::path& seal) {
+    const std::string bytes = ReadBytes(seal);
+    std::map<std::string, std::string> digests;
+    std::size_t number = 0;
+    for (std::size_t at = 0; at < bytes.size();) {
+        const std::size_t end = std::min(bytes.find('\n', at), bytes.size());
+        std::string_view line = std::string_view(bytes).substr(at, end - at);
+        at = end + 1;
+        ++number;
+        const bool escaped = line.starts_with('\\');
+        line.remove_prefix(escaped ? 1 : 0);
+        const std::string digest(line.substr(0, std::min(digestLetters, line.size())));
+        const bool isDigest = digest.size() == digestLetters &&
+                              digest.find_first_not_of("0123456789abcdef") == std::string::npos;
+        const std::string_view rest = line.substr(digest.size());
+        std::string name(rest.size() > 2 ? rest.substr(2) : "");
+        if (!isDigest || (!rest.starts_with("  ") && !rest.starts_with(" *")) ||
+            (escaped && !Unescape(name)) || !IsPlain(name) ||
+            !digests.emplace(name, digest).second) {
+            throw KSetupFailure(
+                ExitCode::malformedScript,
+                seal.string() + ":" + std::to_string(number) +
+                    ": not a line of check sums. Get the kit again, or seal it with \"ins-setup "
+                    "kit seal\" if it is your own."
+            );
+        }
+    }
+    return digests;
+}
+
+void Complain(std::vector<std::string>& wrong, const std::string& name, const char* what) {
+    wrong.push_back(Shown(name) + ": " + what);
+}
+
+KKitListing ListSealable(const fs::path& kit) {
+    KKitListing listing = ListKit(kit);
+    std::erase(listing.files, sealName);
+    return listing;
+}
+
+} // namespace
+
+std::size_t WriteSeal(const std::string& kitDirectory) {
+    const fs::path kit(kitDirectory);
+    const KKitListing listing = ListSealable(kit);
+    if (!listing.others.empty()) {
+        std::string all;
+        for (const std::string& name : listing.others) {
+            all += "\n    " + Shown(name);
+        }
+        throw KSetupFailure(
+            ExitCode::noKit,
+            kitDirectory +
+                ": these are neither files nor links to files, so nothing can vouch for "
+                "them. Take them out of the kit:" +
+                all
+        );
+    }
+    std::string sums;
+    for (const std::string& name : listing.files) {
+        const std::string escaped = Escaped(name);
+        sums += (escaped == name ? "" : "\\") + DigestOf(kit / name) + "  " + escaped + "\n";
+    }
+    WriteBytes(kit / sealName, sums, 0644);
+    return listing.files.size();
+}
+
+bool IsSealed(const std::string& kitDirectory) {
+    // Also a link that leads nowhere is a seal: one that cannot be right.
+    std::error_code error;
+    const fs::file_status status = fs::symlink_status(fs::path(kitDirectory) / sealName, error);
+    if (status.type() != fs::file_type::not_found && error) {
+        FailOn(fs::path(kitDirectory) / sealName, error.value());
+    }
+    return status.type() != fs::file_type::not_found;
+}
+
+void VerifySeal(const std::string& kitDirectory) {
+    if (!IsSealed(kitDirectory)) {
+        return;
+    }
+    const fs::path kit(kitDirectory);
+    std::map<std::string, std::string> digests = ReadSeal(kit / sealName);
+    const KKitListing listing = ListSealable(kit);
+    std::vector<std::string> wrong;
+    for (const std::string& name : listing.files) {
+        const auto sealed = digests.find(name);
+        if (sealed == digests.end()) {
+            Complain(wrong, name, "not listed");
+            continue;
+        }
+        if (DigestOf(kit / name) != sealed->second) {
+            Complain(wrong, name, "changed");
+        }
+        digests.erase(sealed);
+    }
+    for (const std::string& name : listing.others) {
+        Complain(wrong, name, "neither a file nor a link to one");
+        digests.erase(name);
+    }
+    for (const auto& [name, digest] : digests) {
+        Complain(wrong, name, "missing");
+    }
+    if (wrong.empty()) {
+        return;
+    }
+    std::string all;
+    for (std::size_t index = 0; index < std::min(wrong.size(), namesShown); ++index) {
+        all += "\n    " + wrong[index];
+    }
+    if (wrong.size() > namesShown) {
+        all += "\n    and " + std::to_string(wrong.size() - namesShown) + " more";
+    }
+    throw KSetupFailure(
+        ExitCode::malformedScript,
+        kitDirectory + ": the kit is not what was sealed with " + sealName +
+            ". Get it again; if it is your own, seal it again with \"ins-setup kit seal\"." + all
+    );
+}
+
+} // namespace KSETUP

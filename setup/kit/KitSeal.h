@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+namespace KSETUP {
+
+/// Writes SHA256SUMS into a kit, in the format of sha256sum(1), so that `sha256sum -c SHA256SUMS`
+/// there proves the same: every file save itself, sorted by name.
+///
+/// Returns  the number of files
+/// Throws   KSetupFailure, with the former seal still in place
+std::size_t WriteSeal(const std::string& kitDirectory);
+
+/// Whether a kit has a seal.
+bool IsSealed(const std::string& kitDirectory);
+
+/// Holds a kit against its seal. A kit without one is fine; in one with a seal every file has to be
+/// listed and to be what it was, for a wildcard reads also what nobody listed.
+///
+/// Throws   KSetupFailure that names what is missing, changed or not listed; also when the seal
+///          cannot be read
+void VerifySeal(const std::string& kitDirectory);
+
+} // namespace KSETUP

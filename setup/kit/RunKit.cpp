@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/kit/KitAdd.h>
+#include <setup/kit/KitBundle.h>
+#include <setup/kit/KitNew.h>
+#include <setup/kit/KitSeal.h>
+#include <setup/kit/RunKit.h>
+#include <setup/output/KSetupVoice.h>
+
+#include <iostream>
+
+namespace KSETUP {
+
+namespace {
+
+int New(const std::string& directory) {
+    MakeNewKit(directory);
+    std::cout << "A first kit is in " << Shown(directory)
+              << ". Read its install.ini, then try it:\n"
+                 "    ins-setup check --kit "
+              << Shown(directory) << "\n    ins-setup plan install --kit " << Shown(directory)
+              << "\n";
+    return ExitCode::done;
+}
+
+int Add(const KSetupArguments& arguments) {
+    const KSetupKit kit(arguments.kit);
+    const KAddedTree tree(arguments.tree);
+    const std::vector<std::string> notes =
+        AddTree(tree, kit.GetDirectory(), kit.GetScript().c_str());
+    std::cout << Shown(tree.GetRoot()) << " is in the kit as payload/" << Shown(tree.GetName())
+              << ": " << tree.GetFileCount() << " files, " << tree.GetLinkCount() << " links, "
+              << tree.GetDirectories().size() - 1 << " directories below the product path.\n";
+    for (const std::string& note : notes) {
+        std::cout << Shown(note) << "\n";
+    }
+    return ExitCode::done;
+}
+
+int Seal(const KSetupArguments& arguments) {
+    const KSetupKit kit(arguments.kit);
+    const std::size_t count = WriteSeal(kit.GetDirectory());
+    std::cout << "The check sums of " << count << " files are in " << Shown(kit.GetDirectory())
+              << "/SHA256SUMS. A run refuses the kit when they are not right; seal it again after "
+                 "each change.\n";
+    return ExitCode::done;
+}
+
+int Bundle(const KSetupArguments& arguments) {
+    const KSetupKit kit(arguments.kit);
+    MakeBundle(kit.GetDirectory(), KSetupKit::GetProductName().c_str(), arguments.target);
+    const std::string file = Shown(arguments.target);
+    std::cout << file << " installs " << Shown(KSetupKit::GetProductName().c_str())
+              << " when root runs it; what stands behind its name goes to ins-setup:\n    sh "
+              << file << " status\nIt unpacks itself below /tmp. Where that is mounted noexec, "
+              << "name another directory:\n    TMPDIR=/var/tmp sh " << file << "\n";
+    return ExitCode::done;
+}
+
+} // namespace
+
+int RunKit(const KSetupArguments& arguments) {
+    switch (arguments.command) {
+    case Command::KitNew:
+        return New(arguments.target);
+    case Command::KitAdd:
+        return Add(arguments);
+    case Command::KitSeal:
+        return Seal(arguments);
+    case Command::KitBundle:
+        return Bundle(arguments);
+    default:
+        return ExitCode::internal;
+    }
+}
+
+} // namespace KSETUP

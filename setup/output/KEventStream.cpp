@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include <setup/output/KEventStream.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+namespace KSETUP {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr auto statusInterval = std::chrono::milliseconds(100);
+constexpr unsigned mostBeforeTheEnd = 99; // the record is still to be written
+
+std::string Line(const Json& object) {
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+} // namespace
+
+void KEventStream::Start(const std::string& command, const std::string& product, unsigned rules) {
+    all = rules;
+    Write(Line(
+        {{"event", "start"},
+         {"schema", 1},
+         {"command", command},
+         {"product", product},
+         {"rules", rules}}
+    ));
+}
+
+void KEventStream::RuleStarted(unsigned number, const std::string& place, const std::string& text) {
+    Write(Line({{"event", "rule started"}, {"rule", number}, {"place", place}, {"text", text}}));
+}
+
+void KEventStream::RuleDone(unsigned number) {
+    Write(Line({{"event", "rule done"}, {"rule", number}, {"percentage", Advance(number)}}));
+}
+
+void KEventStream::Status(unsigned done, const std::string& text, double part) {
+    const Clock::time_point now = Clock::now();
+    const unsigned reached = Advance(done + std::clamp(part, 0.0, 1.0));
+    const bool isNews = text != lastText || reached != lastPercentage;
+    if (!isNews || now - lastStatus < statusInterval) {
+        return;
+    }
+    lastStatus = now;
+    lastText = text;
+    lastPercentage = reached;
+    Write(Line({{"event", "status"}, {"text", text}, {"percentage", reached}}));
+}
+
+void KEventStream::Result(const KRunReport& report) {
+    Json object = Json::parse(ToJson(report));
+    Json event{{"event", "result"}};
+    event.update(object);
+    event["percentage"] = report.result == KRunResult::Done ? 100 : percentage;
+    Write(Line(event));
+}
+
+/// Several files of one rule each begin at nothing again; the whole does not.
+unsigned KEventStream::Advance(double rulesDone) noexcept {
+    const double part = all != 0 ? rulesDone / all : 0;
+    const auto reached = static_cast<unsigned>(part * 100);
+    percentage = std::max(percentage, std::min(reached, mostBeforeTheEnd));
+    return percentage;
+}
+
+void KEventStream::Write(const std::string& line) const {
+    const char* at = line.data();
+    std::size_t left = line.size();
+    while (left > 0) {
+        const ssize_t written = ::write(output, at, left);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return;
+        }
+        at += written;
+        left -= static_cast<std::size_t>(written);
+    }
+}
+
+} // namespace KSETUP

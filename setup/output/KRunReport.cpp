@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include <setup/output/KRunReport.h>
+
+#include <nlohmann/json.hpp>
+
+namespace KSETUP {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int schemaVersion = 1;
+
+void AddUnlessEmpty(Json& object, const char* name, const std::string& text) {
+    if (!text.empty()) {
+        object[name] = text;
+    }
+}
+
+template <class Item>
+void AddUnlessEmpty(Json& object, const char* name, const std::vector<Item>& list) {
+    if (!list.empty()) {
+        object[name] = list;
+    }
+}
+
+Json ErrorOf(const KRunReport& report) {
+    Json error;
+    if (report.errorCode != 0) {
+        error["code"] = report.errorCode;
+    }
+    error["text"] = report.error;
+    AddUnlessEmpty(error, "place", report.place);
+    AddUnlessEmpty(error, "rule", report.rule);
+    AddUnlessEmpty(error, "logEnd", report.logEnd);
+    return error;
+}
+
+} // namespace
+
+const char* ResultWord(KRunResult result) noexcept {
+    switch (result) {
+    case KRunResult::Done:
+        return "done";
+    case KRunResult::Failed:
+        return "failed";
+    case KRunResult::Cancelled:
+        return "cancelled";
+    case KRunResult::Refused:
+        return "refused";
+    case KRunResult::NotInstalled:
+        return "not installed";
+    case KRunResult::Differs:
+        return "differs";
+    }
+    return "";
+}
+
+std::string ToJson(const KRunReport& report) {
+    Json object;
+    object["schema"] = schemaVersion;
+    object["command"] = report.command;
+    object["result"] = ResultWord(report.result);
+    object["exitCode"] = report.exitCode;
+    AddUnlessEmpty(object, "product", report.product);
+    if (!report.version.empty()) {
+        object["version"] = report.version;
+        object["buildNumber"] = report.buildNumber;
+    }
+    AddUnlessEmpty(object, "formerVersion", report.formerVersion);
+    AddUnlessEmpty(object, "productPath", report.productPath);
+    if (report.rulesAll != 0) {
+        object["rules"] = {{"done", report.rulesDone}, {"all", report.rulesAll}};
+    }
+    if (!report.error.empty()) {
+        object["error"] = ErrorOf(report);
+    }
+    AddUnlessEmpty(object, "log", report.log);
+    AddUnlessEmpty(object, "commandOutput", report.commandOutput);
+    AddUnlessEmpty(object, "notes", report.notes);
+    AddUnlessEmpty(object, "leftBehind", report.leftBehind);
+    for (const auto& [path, what] : report.differences) {
+        object["differences"].push_back({{"path", path}, {"what", what}});
+    }
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+} // namespace KSETUP

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace KSETUP {
+
+enum class KRunResult { Done, Failed, Cancelled, Refused, NotInstalled, Differs };
+
+/// What became of a run or a question, for people and programs. Texts are as they came: whoever
+/// shows them makes them harmless.
+struct KRunReport {
+    std::string command; ///< "install", "remove", "status", "restore"
+    KRunResult result = KRunResult::Done;
+    int exitCode = 0;
+
+    std::string product;
+    std::string version;
+    unsigned buildNumber = 0;
+    std::string formerVersion; ///< that was installed before; empty for none
+    std::string productPath;
+
+    unsigned rulesDone = 0;
+    unsigned rulesAll = 0;
+
+    unsigned errorCode = 0;              ///< of the engine's error; 0 for none
+    std::string error;                   ///< in words; of a refusal too
+    std::string place;                   ///< of the failed rule, as "/kit/install.ini:12"
+    std::string rule;                    ///< the failed rule's line
+    std::string log;                     ///< the setup log's path; empty when there is none yet
+    std::vector<std::string> logEnd;     ///< its last lines, without their time
+    std::string commandOutput;           ///< where commands wrote to; empty when they wrote nothing
+    std::vector<std::string> notes;      ///< further sentences for the reader
+    std::vector<std::string> leftBehind; ///< paths that a removal left
+    /// Path and what is different, of `status --verify`.
+    std::vector<std::pair<std::string, std::string>> differences;
+};
+
+/// The word for a result, as "failed".
+const char* ResultWord(KRunResult result) noexcept;
+
+/// One JSON object in one line, with "schema": 1. Bytes that are no UTF-8 become U+FFFD.
+std::string ToJson(const KRunReport& report);
+
+} // namespace KSETUP

@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/output/KSetupArguments.h>
+
+#include <CLI/CLI.hpp>
+
+#include <limits>
+#include <utility>
+#include <vector>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr char footer[] =
+    "A kit is a directory with product.ini, install.ini and the product's files.\n"
+    "\n"
+    "Exit codes: 0 done; 1 a rule failed; 3 not installed; 4 what is installed differs; 64 usage;\n"
+    "65 the script is malformed; 66 kit or script not found; 69 no service manager, or a service\n"
+    "failed; 70 internal; 73 no space, or a target that cannot be written; 75 another run goes "
+    "on;\n"
+    "77 not root; 130, 143 and 129 cancelled by Ctrl-C, SIGTERM or SIGHUP.\n"
+    "See ins-setup(8) and, for scripts, ins-script(5).";
+
+/// Describes the commands to the parser, which fills the arguments.
+class Parser {
+  public:
+    explicit Parser(KSetupArguments& toFill);
+    void Parse(int argc, char** argv) { app.parse(argc, argv); }
+    int Exit(const CLI::ParseError& error) { return app.exit(error); }
+
+  private:
+    CLI::App* Add(CLI::App& parent, const char* name, const char* words, Command command);
+    void AddInstall();
+    void AddRemove();
+    void AddQuestions();
+    void AddAuthoring();
+    void AddKit(CLI::App* command);
+    void AddPath(CLI::App* command);
+    void AddJson(CLI::App* command);
+    void AddRunOptions(CLI::App* command);
+
+    KSetupArguments& arguments;
+    // Only taken in here: the engine reads these options from the saved command line itself.
+    std::vector<std::string> profileLines;
+    CLI::App app{"Installs and removes the product of a kit.", "ins-setup"};
+};
+
+Parser::Parser(KSetupArguments& toFill) : arguments(toFill) {
+    app.set_version_flag("--version", "ins-setup " INSPP_VERSION);
+    app.require_subcommand(1);
+    app.footer(footer);
+    AddInstall();
+    AddRemove();
+    AddQuestions();
+    AddAuthoring();
+}
+
+CLI::App* Parser::Add(CLI::App& parent, const char* name, const char* words, Command command) {
+    CLI::App* added = parent.add_subcommand(name, words);
+    added->footer(""); // else the program's own is said again
+    added->callback([this, command] { arguments.command = command; });
+    return added;
+}
+
+void Parser::AddKit(CLI::App* command) {
+    command->add_option("--kit", arguments.kit, "The kit's directory; else the program's own")
+        ->type_name("DIR");
+}
+
+void Parser::AddPath(CLI::App* command) {
+    command
+        ->add_option(
+            "path",
+            arguments.productPath,
+            "Where to; else where it is installed, or the kit's default"
+        )
+        ->type_name("PATH");
+}
+
+void Parser::AddJson(CLI::App* command) {
+    command->add_flag("--json", arguments.json, "Answer with one JSON object");
+}
+
+/// What whoever watches a run may want.
+void Parser::AddRunOptions(CLI::App* command) {
+    AddJson(command);
+    command->add_flag("-q,--quiet", arguments.quiet, "Say nothing but what fails");
+    command->add_flag(
+        "--json-events", arguments.jsonEvents, "One JSON object a line while it goes on"
+    );
+    command
+        ->add_option(
+            "--progress-fd", arguments.progressDescriptor, "The open descriptor for these lines"
+        )
+        ->type_name("N")
+        ->check(CLI::Range(1, std::numeric_limits<int>::max()));
+    command
+        ->add_option(
+            "--wait", arguments.waitSeconds, "Wait so long for another run of the product to end"
+        )
+        ->type_name("SECONDS");
+    command->add_flag(
+        "--backup", arguments.backup, "Keep what is overwritten or deleted, for \"restore\""
+    );
+}
+
+void Parser::AddInstall() {
+    CLI::App* install =
+        Add(app, "install", "Install the product, or a newer version", Command::Install);
+    AddKit(install);
+    AddPath(install);
+    AddRunOptions(install);
+    install
+        ->add_option(
+            "--addProfileLine", profileLines, "Write SECTION,KEY,VALUE into the configuration"
+        )
+        ->type_name("LINE")
+        ->allow_extra_args(false);
+    install->add_flag(
+        "--offline-services",
+        arguments.offlineServices,
+        "Where systemd does not run, as in an image: leave services for the next boot"
+    );
+    install->add_flag("--no-check", arguments.noCheck, "Install although the script has errors");
+    install->add_flag(
+        "--allow-downgrade", arguments.allowDowngrade, "Install over a newer version"
+    );
+}
+
+void Parser::AddRemove() {
+    CLI::App* remove = Add(app, "remove", "Remove the installed product", Command::Remove);
+    AddKit(remove);
+    AddRunOptions(remove);
+    remove->add_flag("-y,--yes", arguments.yes, "Do not ask");
+    CLI::App* restore =
+        Add(app, "restore", "Put back what the last run with --backup replaced", Command::Restore);
+    AddKit(restore);
+    AddJson(restore);
+}
+
+void Parser::AddQuestions() {
+    CLI::App* status = Add(app, "status", "Tell whether the product is installed", Command::Status);
+    AddKit(status);
+    AddJson(status);
+    status->add_flag(
+        "--verify", arguments.verify, "Compare what is installed with what was; 4 if it differs"
+    );
+    CLI::App* plan = app.add_subcommand("plan", "Tell what a run would do, without doing it");
+    plan->footer("");
+    plan->require_subcommand(1);
+    CLI::App* planInstall = Add(*plan, "install", "What installing would do", Command::PlanInstall);
+    CLI::App* planRemove = Add(*plan, "remove", "What removing would do", Command::PlanRemove);
+    for (CLI::App* one : {planInstall, planRemove}) {
+        AddKit(one);
+        AddPath(one);
+        AddJson(one);
+    }
+}
+
+void Parser::AddAuthoring() {
+    CLI::App* check = Add(app, "check", "Look for mistakes in a kit's script", Command::Check);
+    AddKit(check);
+    AddJson(check);
+    check->add_flag("--strict", arguments.strict, "Warnings are errors");
+    CLI::App* macros = Add(app, "macros", "List the macros with their values", Command::Macros);
+    AddKit(macros);
+    AddPath(macros);
+    AddJson(macros);
+
+    CLI::App* kit = app.add_subcommand("kit", "Make a kit");
+    kit->footer("");
+    kit->require_subcommand(1);
+    CLI::App* made = Add(*kit, "new", "Make a first kit", Command::KitNew);
+    made->add_option("directory", arguments.target, "Where; not there yet, or empty")
+        ->type_name("DIR")
+        ->required();
+    CLI::App* add = Add(*kit, "add", "Add a directory tree to a kit", Command::KitAdd);
+    AddKit(add);
+    add->add_option("tree", arguments.tree, "What is to be installed")
+        ->type_name("TREE")
+        ->required();
+    AddKit(Add(*kit, "seal", "Write the check sums of a kit's files", Command::KitSeal));
+    CLI::App* bundle =
+        Add(*kit, "bundle", "Make one file of a kit that installs itself", Command::KitBundle);
+    AddKit(bundle);
+    bundle->add_option("-o,--output", arguments.target, "The file")->type_name("FILE")->required();
+}
+
+} // namespace
+
+std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCode) {
+    KSetupArguments arguments;
+    Parser parser(arguments);
+    try {
+        parser.Parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        exitCode = parser.Exit(error) == 0 ? ExitCode::done : ExitCode::usage;
+        return std::nullopt;
+    }
+    return arguments;
+}
+
+} // namespace KSETUP

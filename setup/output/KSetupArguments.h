@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace KSETUP {
+
+enum class Command {
+    Install,
+    Remove,
+    Status,
+    Restore,
+    Check,
+    PlanInstall,
+    PlanRemove,
+    Macros,
+    KitNew,
+    KitAdd,
+    KitSeal,
+    KitBundle,
+};
+
+/// What the command line asks for. Options that a command does not have keep their defaults.
+struct KSetupArguments {
+    Command command = Command::Status;
+    std::string kit;         ///< the kit's directory; empty means the program's own
+    std::string productPath; ///< where to install; empty leaves it to the record or the script
+
+    bool quiet = false;         ///< no progress; only failures are said
+    bool json = false;          ///< one JSON object at the end instead of texts
+    bool jsonEvents = false;    ///< one JSON object a line while it goes on
+    int progressDescriptor = 1; ///< where these lines go
+
+    bool offlineServices = false; ///< leave starts and stops for the next boot where systemd is off
+    bool noCheck = false;         ///< install although the script has errors
+    bool allowDowngrade = false;  ///< install over a newer version
+    bool backup = false;          ///< keep what is overwritten or deleted
+    bool yes = false;             ///< remove without being asked
+    unsigned waitSeconds = 0;     ///< for another run to end
+    bool verify = false;          ///< compare what is installed with what was
+    bool strict = false;          ///< warnings of the check are errors
+
+    std::string tree;   ///< kit add: what is to be installed
+    std::string target; ///< kit new: the directory; kit bundle: the file
+};
+
+/// Reads the command line. Help, the version and what is wrong are printed here.
+///
+/// Returns  the arguments, or nothing when the program is to end with `exitCode` (0 or 64)
+std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCode);
+
+} // namespace KSETUP

@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/output/KSetupVoice.h>
+
+#include <iostream>
+#include <string_view>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace KSETUP {
+
+namespace {
+
+std::string VersionText(const KRunReport& report) {
+    return Shown(report.product) + " " + Shown(report.version) + " (build " +
+           std::to_string(report.buildNumber) + ")";
+}
+
+std::string_view Gerund(const KRunReport& report) {
+    return report.command == "remove" ? "Removing" : "Installing";
+}
+
+void PrintLogEnd(const KRunReport& report) {
+    if (report.logEnd.empty()) {
+        return;
+    }
+    std::cerr << "Log: " << Shown(report.log) << ", which ends with\n";
+    for (const std::string& line : report.logEnd) {
+        std::cerr << "    " << Shown(line) << "\n";
+    }
+}
+
+void PrintCommandOutput(std::ostream& out, const KRunReport& report) {
+    if (!report.commandOutput.empty()) {
+        out << "What commands wrote: " << Shown(report.commandOutput) << "\n";
+    }
+}
+
+void PrintNotes(std::ostream& out, const KRunReport& report) {
+    PrintCommandOutput(out, report);
+    for (const std::string& note : report.notes) {
+        out << Shown(note) << "\n";
+    }
+}
+
+} // namespace
+
+std::string Shown(const std::string& text) {
+    return KSetupProgress::Printable(text);
+}
+
+KSetupVoice::KSetupVoice(const KSetupArguments& arguments)
+    : text(!arguments.json && !arguments.quiet),
+      quiet(arguments.quiet),
+      json(arguments.json) {
+    const bool elsewhere = arguments.progressDescriptor != STDOUT_FILENO;
+    if (!arguments.jsonEvents && !elsewhere) {
+        return;
+    }
+    if (::fcntl(arguments.progressDescriptor, F_GETFD) < 0) {
+        throw KSetupFailure(
+            ExitCode::usage,
+            "--progress-fd " + std::to_string(arguments.progressDescriptor) +
+                ": no open descriptor. Open it for the program, as in: 3>events ins-setup … "
+                "--progress-fd 3"
+        );
+    }
+    events.emplace(arguments.progressDescriptor);
+    text = text && elsewhere;
+}
+
+void KSetupVoice::Start(const KRunReport& report) {
+    all = report.rulesAll;
+    if (events) {
+        events->Start(report.command, report.product, all);
+    }
+}
+
+void KSetupVoice::RuleStarted(unsigned number, const std::string& place, const std::string& words) {
+    if (events) {
+        events->RuleStarted(number, place, words);
+    }
+    if (text) {
+        progress.WriteLine(number, all, words);
+    }
+}
+
+void KSetupVoice::RuleDone(unsigned number) {
+    if (events) {
+        events->RuleDone(number);
+    }
+}
+
+void KSetupVoice::Status(unsigned done, const KSUP::KString& status, double part, bool now) {
+    if (events) {
+        events->Status(done, status.c_str(), part);
+    }
+    if (text && !status.IsEmpty()) { // nothing is at work yet
+        progress.Draw(done, all, status, now);
+    }
+}
+
+void KSetupVoice::Say(const std::string& words) {
+    if (text) {
+        progress.Finish();
+        std::cout << words << std::endl; // a reader waits for it
+    }
+}
+
+void KSetupVoice::Warn(const std::string& words) {
+    progress.Finish();
+    std::cout << std::flush; // in the order in which things happened
+    std::cerr << words << std::endl;
+}
+
+void KSetupVoice::Finish(const KRunReport& report) {
+    progress.Finish();
+    if (report.error.empty()) {
+        if (text) {
+            PrintDone(report);
+        }
+    } else {
+        std::cout << std::flush;
+        PrintTrouble(report);
+    }
+    if (events) {
+        events->Result(report);
+    }
+    if (json) {
+        std::cout << ToJson(report) << "\n";
+    }
+    std::cout << std::flush;
+}
+
+void KSetupVoice::PrintDone(const KRunReport& report) const {
+    if (report.command == "restore") {
+        std::cout << Shown(report.product) << " is as it was before.\n";
+    } else if (report.result == KRunResult::NotInstalled) {
+        std::cout << Shown(report.product) << " is not installed.\n";
+    } else if (report.command == "install" || report.command == "status") {
+        std::cout << VersionText(report) << " is installed in " << Shown(report.productPath)
+                  << ".\n";
+    } else if (report.command == "remove" && report.rulesAll == 0) {
+        std::cout << Shown(report.product) << " is not installed: there is nothing to remove.\n";
+        return;
+    } else if (report.command == "remove") {
+        std::cout << Shown(report.product) << " is removed from " << Shown(report.productPath)
+                  << ".\n";
+    }
+    for (const auto& [path, what] : report.differences) {
+        std::cout << "    " << Shown(path) << " " << Shown(what) << "\n";
+    }
+    if (!report.leftBehind.empty()) {
+        std::cout << "Still there:\n";
+        for (const std::string& path : report.leftBehind) {
+            std::cout << "    " << Shown(path) << "\n";
+        }
+    }
+    for (const std::string& note : report.notes) {
+        std::cout << Shown(note) << "\n";
+    }
+    if (report.rulesAll != 0) {
+        std::cout << report.rulesDone << " rules done. Log: " << Shown(report.log) << "\n";
+    }
+    PrintCommandOutput(std::cout, report);
+}
+
+void KSetupVoice::PrintTrouble(const KRunReport& report) {
+    std::ostream& out = std::cerr;
+    if (report.result == KRunResult::Refused) {
+        out << "ins-setup: " << report.error << "\n"; // our own words, over several lines
+        PrintLogEnd(report);
+        PrintNotes(out, report);
+        out.flush();
+        return;
+    }
+    if (report.command == "restore") {
+        out << Shown(report.product) << ": not everything was put back: " << Shown(report.error)
+            << "\n";
+        PrintNotes(out, report);
+        out.flush();
+        return;
+    }
+    if (report.result == KRunResult::Cancelled) {
+        out << VersionText(report) << ": " << Gerund(report) << " was stopped on request after "
+            << report.rulesDone << " of " << report.rulesAll << " rules.\n"
+            << "Log: " << Shown(report.log) << "\n";
+    } else {
+        out << VersionText(report) << ": " << Gerund(report) << " failed after " << report.rulesDone
+            << " of " << report.rulesAll << " rules.\n"
+            << "Error " << report.errorCode << ": " << Shown(report.error) << "\n";
+        if (!report.rule.empty()) {
+            out << "Rule: " << Shown(report.place) << ": " << Shown(report.rule) << "\n";
+        }
+        PrintLogEnd(report);
+    }
+    PrintNotes(out, report);
+    out.flush();
+}
+
+} // namespace KSETUP

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#include <setup/plan/KPlan.h>
+
+namespace KSETUP {
+
+const char* ActionWord(KPlannedAction::Kind kind) noexcept {
+    switch (kind) {
+    case KPlannedAction::Kind::CreateDirectory:
+        return "create directory";
+    case KPlannedAction::Kind::DeleteDirectory:
+        return "delete directory";
+    case KPlannedAction::Kind::CopyFile:
+        return "copy file";
+    case KPlannedAction::Kind::DeleteFile:
+        return "delete file";
+    case KPlannedAction::Kind::MakeLink:
+        return "make link";
+    case KPlannedAction::Kind::CreateProfile:
+        return "create profile";
+    case KPlannedAction::Kind::PutOption:
+        return "put option";
+    case KPlannedAction::Kind::RemoveOption:
+        return "remove option";
+    case KPlannedAction::Kind::StartCommand:
+        return "start command";
+    case KPlannedAction::Kind::StopProgram:
+        return "stop program";
+    case KPlannedAction::Kind::InstallService:
+        return "install service";
+    case KPlannedAction::Kind::RemoveService:
+        return "remove service";
+    case KPlannedAction::Kind::StartService:
+        return "start service";
+    case KPlannedAction::Kind::StopService:
+        return "stop service";
+    }
+    return "";
+}
+
+} // namespace KSETUP

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/plan/KPlannedTree.h>
+#include <setup/script/KScript.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace KSETUP {
+
+/// What a rule would do to one thing.
+struct KPlannedAction {
+    enum class Kind : std::uint8_t {
+        CreateDirectory,
+        DeleteDirectory,
+        CopyFile,
+        DeleteFile,
+        MakeLink,
+        CreateProfile,
+        PutOption,
+        RemoveOption,
+        StartCommand,
+        StopProgram,
+        InstallService,
+        RemoveService,
+        StartService,
+        StopService,
+    };
+    Kind kind = Kind::CopyFile;
+    std::string path;   ///< of what changes; a service's name; a command
+    std::string source; ///< what is copied; where a link leads; "[section] key=value" of an option
+    std::uint64_t bytes = 0;
+    unsigned mode = 0;
+    bool replaces = false; ///< something stands at the path
+    /// What it needs is not there: the source of a copy, the file that is to be deleted. Whether
+    /// that ends the run is the rule's affair.
+    bool lacks = false;
+    std::string obstacle; ///< why a file or profile rule would end the run here; empty when not
+};
+
+struct KPlannedRule {
+    KScriptRule rule;
+    std::vector<KPlannedAction> actions; ///< empty for a rule that does nothing
+};
+
+/// What the rules of a script's section would do, one after the other, found without doing it.
+///
+/// Thread   one at a time
+class KPlan {
+  public:
+    /// Rules that the engine would refuse to load plan nothing. `tree` is what they start from, and
+    /// holds what they leave.
+    KPlan(
+        const KScript& script,
+        const std::string& section,
+        const MacroExpander& expand,
+        KPlannedTree& tree
+    );
+
+    const std::vector<KPlannedRule>& GetRules() const noexcept { return rules; }
+    const std::vector<KScriptCycle>& GetCycles() const noexcept { return cycles; }
+
+    /// Bytes needed and free on a file system that files go to.
+    struct Space {
+        std::string directory; ///< of the file system that exists already
+        std::uint64_t needed = 0;
+        std::uint64_t available = 0; ///< for root
+        std::uint64_t filesNeeded = 0;
+        std::uint64_t filesAvailable = 0; ///< 0 with unlimited ones
+        bool filesAreUnlimited = false;
+    };
+    /// Asked of the disk at the call. A file that is replaced needs its room beside the former one,
+    /// which may be in use.
+    std::vector<Space> GetSpace() const;
+
+  private:
+    std::vector<KPlannedRule> rules;
+    std::vector<KScriptCycle> cycles;
+};
+
+/// The word for a kind of action, as "create directory".
+const char* ActionWord(KPlannedAction::Kind kind) noexcept;
+
+} // namespace KSETUP

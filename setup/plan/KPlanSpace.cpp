@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
+#include <setup/plan/KPlan.h>
+
+#include <filesystem>
+#include <map>
+#include <system_error>
+#include <unordered_map>
+#include <utility>
+
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+namespace KSETUP {
+
+namespace {
+
+using Kind = KPlannedAction::Kind;
+
+bool Makes(const KPlannedAction& action) {
+    if (action.lacks || !action.obstacle.empty()) {
+        return false;
+    }
+    return action.kind == Kind::CopyFile || action.kind == Kind::MakeLink ||
+           action.kind == Kind::CreateDirectory || action.kind == Kind::CreateProfile ||
+           (action.kind == Kind::PutOption && !action.replaces);
+}
+
+/// The nearest directory on the way up that is there.
+std::string Existing(std::filesystem::path at) {
+    std::error_code unknown; // as good as missing
+    while (at.has_relative_path() && !std::filesystem::exists(at, unknown)) {
+        at = at.parent_path();
+    }
+    return at.empty() ? "/" : at.string();
+}
+
+/// The file systems of directories. Each directory is looked at once: a product has many files in
+/// few of them.
+class FileSystems {
+  public:
+    /// Null for a directory that cannot be looked at: the run's own first step there will tell.
+    KPlan::Space* Of(const std::string& directory);
+    std::vector<KPlan::Space> Take();
+    std::uint64_t GetBlock(const KPlan::Space* space) const { return blocks.at(space); }
+
+  private:
+    KPlan::Space* Look(const std::string& directory);
+
+    std::map<dev_t, KPlan::Space> spaces; // whose items stay where they are
+    std::unordered_map<const KPlan::Space*, std::uint64_t> blocks;
+    std::unordered_map<std::string, KPlan::Space*> byDirectory;
+};
+
+KPlan::Space* FileSystems::Of(const std::string& directory) {
+    const auto known = byDirectory.find(directory);
+    return known != byDirectory.end()
+               ? known->second
+               : byDirectory.emplace(directory, Look(directory)).first->second;
+}
+
+KPlan::Space* FileSystems::Look(const std::string& directory) {
+    const std::string existing = Existing(directory);
+    struct stat status {};
+    struct statvfs system {};
+    if (::stat(existing.c_str(), &status) != 0 || ::statvfs(existing.c_str(), &system) != 0) {
+        return nullptr;
+    }
+    const auto [at, isNew] = spaces.try_emplace(status.st_dev);
+    KPlan::Space& space = at->second;
+    if (isNew) {
+        space.directory = existing;
+        space.available = std::uint64_t{system.f_bfree} * system.f_frsize;
+        space.filesAvailable = system.f_ffree;
+        space.filesAreUnlimited = system.f_files == 0;
+        blocks[&space] = system.f_frsize != 0 ? system.f_frsize : 1;
+    }
+    return &space;
+}
+
+std::vector<KPlan::Space> FileSystems::Take() {
+    std::vector<KPlan::Space> result;
+    for (auto& [device, space] : spaces) {
+        result.push_back(std::move(space));
+    }
+    return result;
+}
+
+} // namespace
+
+std::vector<KPlan::Space> KPlan::GetSpace() const {
+    FileSystems systems;
+    for (const KPlannedRule& rule : rules) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (!Makes(action)) {
+                continue;
+            }
+            Space* space = systems.Of(ParentPath(NormalPath(action.path)));
+            if (space != nullptr) {
+                // What a file takes is whole blocks.
+                const std::uint64_t block = systems.GetBlock(space);
+                space->needed += (action.bytes + block - 1) / block * block;
+                space->filesNeeded += action.replaces ? 0 : 1;
+            }
+        }
+    }
+    return systems.Take();
+}
+
+} // namespace KSETUP

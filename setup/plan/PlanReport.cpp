@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+#include <setup/output/KSetupVoice.h>
+#include <setup/plan/PlanReport.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+
+namespace KSETUP {
+
+namespace {
+
+using Kind = KPlannedAction::Kind;
+
+std::string BytesInWords(std::uint64_t bytes) {
+    static constexpr std::array units = {"bytes", "KiB", "MiB", "GiB", "TiB"};
+    auto value = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    for (; value >= 1024 && unit + 1 < units.size(); ++unit) {
+        value /= 1024;
+    }
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
+    return text.data();
+}
+
+std::string Counted(std::size_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+std::string ActionText(const KPlannedAction& action) {
+    const std::string path = Shown(action.path);
+    const std::string source = Shown(action.source);
+    switch (action.kind) {
+    case Kind::CopyFile:
+        return (action.replaces ? "overwrite file " : "create file ") + path + " (" +
+               BytesInWords(action.bytes) + ") from " + source;
+    case Kind::MakeLink:
+        return (action.replaces ? "overwrite link " : "create link ") + path + " to " + source;
+    case Kind::CreateProfile:
+        return (action.replaces ? "empty profile " : "create profile ") + path;
+    case Kind::PutOption:
+        return (action.replaces ? "put into " : "create and put into ") + path + ": " + source;
+    case Kind::RemoveOption:
+        return "remove from " + path + ": " + source;
+    case Kind::InstallService:
+        return "install service " + path + (source.empty() ? "" : ", which runs " + source);
+    case Kind::DeleteFile:
+    case Kind::DeleteDirectory: {
+        const char* reason = action.kind == Kind::DeleteDirectory
+                                 ? " (stays: not empty, or not there)"
+                                 : " (not there)";
+        return ActionWord(action.kind) + (" " + path) +
+               (action.lacks && action.obstacle.empty() ? reason : "");
+    }
+    default:
+        return ActionWord(action.kind) + (" " + path);
+    }
+}
+
+void AppendRule(std::string& text, const std::string& script, const KPlannedRule& planned) {
+    const KScriptLine& line = planned.rule.line;
+    text += script + ":" + std::to_string(line.number) + ": " + Shown(line.type) + "=" +
+            Shown(line.value) + "\n";
+    if (planned.actions.empty()) {
+        text += "    nothing\n";
+    }
+    for (const KPlannedAction& action : planned.actions) {
+        text += "    " + ActionText(action) + "\n";
+        if (!action.obstacle.empty()) {
+            text += "    the run would end here: " + Shown(action.obstacle) + "\n";
+        }
+    }
+}
+
+void AppendTotals(std::string& text, const KPlanTotals& totals) {
+    text += "Files and links: " + std::to_string(totals.created) + " created, " +
+            std::to_string(totals.overwritten) + " overwritten, " + std::to_string(totals.deleted) +
+            " deleted. Directories: " + std::to_string(totals.directoriesCreated) + " created, " +
+            std::to_string(totals.directoriesDeleted) + " deleted. " +
+            Counted(totals.services, "service action", "service actions") + ", " +
+            Counted(totals.commands, "command", "commands") + ".\n";
+}
+
+void AppendSpace(std::string& text, const KPlan::Space& space) {
+    text += "File system of " + Shown(space.directory) + ": " + BytesInWords(space.needed) +
+            " needed, " + BytesInWords(space.available) + " free; " +
+            Counted(space.filesNeeded, "file", "files") + " needed, " +
+            (space.filesAreUnlimited ? "unlimited" : std::to_string(space.filesAvailable)) +
+            " free" + (IsFull(space) ? ". That is not enough.\n" : ".\n");
+}
+
+} // namespace
+
+KPlanTotals CountTotals(const KPlan& plan) {
+    KPlanTotals totals;
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (!action.obstacle.empty()) {
+                ++totals.obstacles;
+                continue;
+            }
+            switch (action.kind) {
+            case Kind::CopyFile:
+            case Kind::MakeLink:
+            case Kind::CreateProfile:
+                ++(action.replaces ? totals.overwritten : totals.created);
+                break;
+            case Kind::PutOption:
+                totals.created += action.replaces ? 0 : 1;
+                break;
+            case Kind::RemoveOption:
+                break;
+            case Kind::DeleteFile:
+                totals.deleted += action.lacks ? 0 : 1;
+                break;
+            case Kind::CreateDirectory:
+                ++totals.directoriesCreated;
+                break;
+            case Kind::DeleteDirectory:
+                totals.directoriesDeleted += action.lacks ? 0 : 1;
+                break;
+            case Kind::StartCommand:
+            case Kind::StopProgram:
+                ++totals.commands;
+                break;
+            case Kind::InstallService:
+            case Kind::RemoveService:
+            case Kind::StartService:
+            case Kind::StopService:
+                ++totals.services;
+                break;
+            }
+        }
+    }
+    return totals;
+}
+
+bool IsFull(const KPlan::Space& space) noexcept {
+    return space.needed > space.available ||
+           (!space.filesAreUnlimited && space.filesNeeded > space.filesAvailable);
+}
+
+std::string ToText(const KPlanReport& report) {
+    const KPlanTotals totals = CountTotals(*report.plan);
+    std::string text = (report.installs ? "Installing " : "Removing ") + Shown(report.product) +
+                       " " + Shown(report.version) + (report.installs ? " in " : " from ") +
+                       Shown(report.path) + " would do this. Nothing is done now.\n\n";
+    const std::string script =
+        Shown(std::filesystem::path(report.script).filename().string().c_str());
+    for (const KPlannedRule& planned : report.plan->GetRules()) {
+        if (planned.rule.line.type != "section") {
+            AppendRule(text, script, planned);
+        }
+    }
+    text += "\n";
+    AppendTotals(text, totals);
+    for (const KPlan::Space& space : report.space) {
+        AppendSpace(text, space);
+    }
+    if (totals.obstacles != 0) {
+        text += "The run would end at the first of " +
+                Counted(totals.obstacles, "place", "places") +
+                " that cannot be done; look for \"would end here\".\n";
+    }
+    return text;
+}
+
+} // namespace KSETUP

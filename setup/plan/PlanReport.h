@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/plan/KPlan.h>
+
+#include <string>
+#include <vector>
+
+namespace KSETUP {
+
+/// A plan with what its reader has to know beside it. Borrows the plan.
+struct KPlanReport {
+    bool installs = true;
+    std::string product;
+    std::string version; ///< and build number, as "2.2 (build 41)"
+    std::string path;
+    std::string script;
+    const KPlan* plan = nullptr;
+    std::vector<KPlan::Space> space;
+};
+
+/// How often a plan does something, and what it takes.
+struct KPlanTotals {
+    std::size_t created = 0; ///< files, links, profiles
+    std::size_t overwritten = 0;
+    std::size_t deleted = 0;
+    std::size_t directoriesCreated = 0;
+    std::size_t directoriesDeleted = 0;
+    std::size_t services = 0;
+    std::size_t commands = 0;
+    std::size_t obstacles = 0; ///< at which the run would end
+};
+
+KPlanTotals CountTotals(const KPlan& plan);
+
+/// Whether a file system has not the room that the plan needs.
+bool IsFull(const KPlan::Space& space) noexcept;
+
+/// For people: each rule with its line in the script, under it what it would do, then the sums.
+std::string ToText(const KPlanReport& report);
+/// One object in one line, with "schema": 1. Bytes that are no UTF-8 become U+FFFD.
+std::string ToJson(const KPlanReport& report, int exitCode);
+
+} // namespace KSETUP

@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/output/KRunReport.h>
+#include <setup/plan/MacroReport.h>
+#include <setup/plan/PlanReport.h>
+#include <setup/plan/RunPlan.h>
+#include <setup/plan/WhyNoRule.h>
+#include <setup/run/ProductPath.h>
+#include <setup/script/KMacroContext.h>
+#include <sup++/KError.h>
+#include <sup++/KTraceLogger.h>
+#include <sup++/SvcTrace.h>
+
+#include <algorithm>
+#include <functional>
+#include <iostream>
+
+namespace KSETUP {
+
+namespace {
+
+/// Does the work of a question. With --json whoever asked gets an object also when it fails; the
+/// words go to standard error in any case.
+int Answer(
+    const KSetupArguments& arguments, const char* command, const std::function<int()>& work
+) {
+    // The libraries would tell the system log what they stumble over; a question leaves no trace.
+    SvcGetGlobalLogger()->UseNothing();
+    KRunReport report;
+    report.command = command;
+    report.result = KRunResult::Refused;
+    const auto refuse = [&](int exitCode, const std::string& why) {
+        report.exitCode = exitCode;
+        report.error = why;
+        if (arguments.json) {
+            std::cout << ToJson(report) << "\n";
+        }
+        throw KSetupFailure(exitCode, why);
+    };
+    try {
+        return work();
+    } catch (const KSetupFailure& failure) {
+        refuse(failure.GetExitCode(), failure.what());
+    } catch (const KSUP::KError& error) {
+        refuse(
+            ExitCode::noKit,
+            error.HasInfo() ? error.GetInfo().GetString().c_str() : error.GetSummary().c_str()
+        );
+    }
+    return ExitCode::internal;
+}
+
+void RefuseCycle(const KScript& script, const KScriptCycle& cycle) {
+    std::string names;
+    for (const std::string& name : cycle.names) {
+        names += (names.empty() ? "[" : " -> [") + name + "]";
+    }
+    throw KSetupFailure(
+        ExitCode::malformedScript,
+        script.GetPath() + ":" + std::to_string(cycle.line.number) +
+            ": a section includes itself, and a run would load it without end: " + names +
+            ". Take one of these \"section\" lines out."
+    );
+}
+
+void RefuseMalformed(const KScript& script, const KPlan& plan) {
+    std::string all;
+    for (const KPlannedRule& planned : plan.GetRules()) {
+        if (const std::string why = WhyNoRule(planned.rule); !why.empty()) {
+            all += (all.empty() ? "" : "\n") + script.GetPath() + ":" +
+                   std::to_string(planned.rule.line.number) + ": " + why;
+        }
+    }
+    if (!all.empty()) {
+        throw KSetupFailure(ExitCode::malformedScript, all);
+    }
+}
+
+int ExitCodeOf(const KPlanReport& report) {
+    if (CountTotals(*report.plan).obstacles != 0) {
+        return ExitCode::ruleFailed;
+    }
+    return std::any_of(report.space.begin(), report.space.end(), IsFull) ? ExitCode::cannotWrite
+                                                                         : ExitCode::done;
+}
+
+int Plan(const KSetupArguments& arguments, bool installs) {
+    const KSetupKit kit(arguments.kit);
+    const KINS::KInstaller installer;
+    if (!installs && arguments.productPath.empty() && !installer.IsProductInstalled()) {
+        throw KSetupFailure(
+            ExitCode::notInstalled,
+            std::string(KSetupKit::GetProductName().c_str()) +
+                " is not installed: there is nothing to remove. To see what a removal would do, "
+                "name the path where it would be installed."
+        );
+    }
+    const KScript script(kit.GetScript());
+    KMacroContext macros;
+    const std::string path = ChooseProductPath(installer, macros, script, arguments.productPath);
+    macros.SetProductPath(path);
+    KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
+    const KPlan plan(script, installs ? "install" : "remove", macros.GetExpander(), tree);
+    if (!plan.GetCycles().empty()) {
+        RefuseCycle(script, plan.GetCycles().front());
+    }
+    RefuseMalformed(script, plan);
+    KPlanReport report;
+    report.installs = installs;
+    report.product = KSetupKit::GetProductName().c_str();
+    report.version = macros.Expand("$verInfo$ (build $buildNumber$)");
+    report.path = path;
+    report.script = script.GetPath();
+    report.plan = &plan;
+    report.space = plan.GetSpace();
+    const int exitCode = ExitCodeOf(report);
+    std::cout << (arguments.json ? ToJson(report, exitCode) + "\n" : ToText(report)) << std::flush;
+    return exitCode;
+}
+
+} // namespace
+
+int RunPlan(const KSetupArguments& arguments) {
+    const bool installs = arguments.command == Command::PlanInstall;
+    return Answer(arguments, installs ? "plan install" : "plan remove", [&] {
+        return Plan(arguments, installs);
+    });
+}
+
+int RunMacros(const KSetupArguments& arguments) {
+    return Answer(arguments, "macros", [&] {
+        const KSetupKit kit(arguments.kit);
+        const KINS::KInstaller installer;
+        const KScript script(kit.GetScript());
+        KMacroContext macros;
+        macros.SetProductPath(ChooseProductPath(installer, macros, script, arguments.productPath));
+        std::cout << (arguments.json ? MacrosToJson(macros.List()) + "\n"
+                                     : MacrosToText(macros.List()))
+                  << std::flush;
+        return ExitCode::done;
+    });
+}
+
+} // namespace KSETUP

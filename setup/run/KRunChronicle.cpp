@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/run/KRunChronicle.h>
+#include <sup++/KError.h>
+#include <sup++/KLogPrefix.h>
+#include <sup++/SvcData.h>
+
+#include <sys/utsname.h>
+#include <syslog.h>
+#include <systemd/sd-journal.h>
+
+namespace KSETUP {
+
+namespace {
+
+using KSUP::KLogPrefix;
+using KSUP::KLogTypes;
+
+KSUP::KString Name() {
+    return "ins-setup:";
+}
+
+std::string Machine() {
+    utsname names{};
+    return ::uname(&names) == 0 ? std::string(names.nodename) + ", " + names.sysname + " " +
+                                      names.release + " " + names.machine
+                                : "unknown";
+}
+
+std::string What(const KRunReport& report) {
+    return report.command + " of " + report.product + " " + report.version + " (build " +
+           std::to_string(report.buildNumber) + ")";
+}
+
+void TellJournal(const KRunReport& report, const std::string& message, const char* result) {
+    const int priority = report.result == KRunResult::Failed ? LOG_ERR : LOG_INFO;
+    // Ignored: a system without a journal has the setup log.
+    static_cast<void>(::sd_journal_send(
+        "MESSAGE=%s",
+        message.c_str(),
+        "PRIORITY=%i",
+        priority,
+        "SYSLOG_IDENTIFIER=ins-setup",
+        "INSPP_COMMAND=%s",
+        report.command.c_str(),
+        "INSPP_PRODUCT=%s",
+        report.product.c_str(),
+        "INSPP_VERSION=%s",
+        report.version.c_str(),
+        "INSPP_PRODUCT_PATH=%s",
+        report.productPath.c_str(),
+        "INSPP_RESULT=%s",
+        result,
+        "INSPP_ERROR=%s",
+        report.error.c_str(),
+        nullptr
+    ));
+}
+
+} // namespace
+
+void KRunChronicle::Begin(const KRunReport& report, const std::string& kit) {
+    try {
+        // Before the engine, which opens it for itself: the run begins with this.
+        KSUP::KLog log;
+        log.Open(report.log);
+        const char* arguments = SvcGetGlobalDataEx()->commandLine;
+        log << KLogPrefix(Name()) << "Begin " << What(report) << " in " << report.productPath
+            << (report.formerVersion.empty() ? "" : ", over ") << report.formerVersion
+            << ", from kit " << kit << KLogTypes::EndEntry;
+        log << KLogPrefix(Name()) << "Arguments: " << (arguments != nullptr ? arguments : "")
+            << KLogTypes::EndEntry;
+        log << KLogPrefix(Name()) << "ins-setup " INSPP_VERSION " on " << Machine()
+            << KLogTypes::EndEntry;
+    } catch (const KSUP::KError& error) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            std::string("the setup log cannot be opened: ") +
+                (error.HasInfo() ? error.GetInfo().GetString() : error.GetSummary()).c_str()
+        );
+    }
+    TellJournal(report, "Begin " + What(report), "started");
+}
+
+void KRunChronicle::End(const KRunReport& report, KSUP::KLog& log) {
+    const std::string result = ResultWord(report.result);
+    log << KLogPrefix(Name()) << "End " << What(report) << ": " << result << ", "
+        << report.rulesDone << " of " << report.rulesAll << " rules"
+        << (report.error.empty() ? "" : ": ") << report.error << KLogTypes::EndEntry;
+    TellJournal(
+        report,
+        "End " + What(report) + ": " + result + (report.error.empty() ? "" : ": ") + report.error,
+        result.c_str()
+    );
+}
+
+} // namespace KSETUP

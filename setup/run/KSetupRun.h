@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ins/KInstaller.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/output/KRunReport.h>
+#include <setup/output/KSetupArguments.h>
+#include <setup/output/KSetupSignals.h>
+#include <setup/output/KSetupVoice.h>
+#include <setup/plan/KPlan.h>
+#include <setup/run/KRunGuard.h>
+#include <setup/run/KRunWatch.h>
+#include <setup/run/KServiceReason.h>
+#include <setup/script/KMacroContext.h>
+#include <sup++/KError.h>
+#include <sup++/KString.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace KSETUP {
+
+/// One install or removal, from the checks before it to what is found out after it. What it learns
+/// goes into the report, which the caller tells.
+///
+/// Borrows the kit, the arguments, the voice and the report.
+/// Thread   the main thread's
+class KSetupRun {
+  public:
+    KSetupRun(
+        const KSetupKit& kitToUse,
+        const KSetupArguments& given,
+        KSetupVoice& speaker,
+        KRunReport& toFill
+    );
+
+    /// Throws   KSetupFailure when nothing was begun; the report's log end may then say more
+    void Install();
+    void Remove();
+
+  private:
+    void Plan(const char* section);
+    void AskBeforeRemoval() const;
+    void BackUp();
+    void Prepare();
+    void NameCommandOutput();
+    void Load();
+    void Watch();
+    void FillEnd(const KSUP::KError& error);
+    void FillNotes();
+    void FillRemoved();
+
+    const KSetupKit& kit;
+    const KSetupArguments& arguments;
+    KSetupVoice& voice;
+    KRunReport& report;
+    KSetupSignals signals;
+    KServiceReason serviceReason;
+    KMacroContext macros;
+    KRunGuard guard;
+    std::unique_ptr<KPlan> plan;
+    std::string commandOutput;
+    std::uintmax_t commandOutputSize = 0; // before the run
+    std::unique_ptr<KRunWatch> watch;
+    KINS::KInstaller installer; // last: its run uses the rest
+};
+
+} // namespace KSETUP

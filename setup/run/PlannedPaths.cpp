@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
+#include <setup/run/PlannedPaths.h>
+
+#include <set>
+
+namespace KSETUP {
+
+namespace {
+
+using Kind = KPlannedAction::Kind;
+
+constexpr const char* units = "/etc/systemd/system/";
+
+bool MakesEntry(Kind kind) {
+    return kind == Kind::CreateDirectory || kind == Kind::CopyFile || kind == Kind::MakeLink ||
+           kind == Kind::CreateProfile || kind == Kind::PutOption;
+}
+
+bool ChangesEntry(Kind kind) {
+    return MakesEntry(kind) || kind == Kind::DeleteFile || kind == Kind::DeleteDirectory ||
+           kind == Kind::RemoveOption;
+}
+
+} // namespace
+
+std::vector<std::string> MadePaths(const KPlan& plan) {
+    std::vector<std::string> paths;
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (MakesEntry(action.kind) && !action.lacks) {
+                paths.push_back(action.path);
+            }
+        }
+    }
+    return paths;
+}
+
+std::vector<std::string> ChangedPaths(const KPlan& plan) {
+    std::vector<std::string> paths;
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (ChangesEntry(action.kind)) {
+                paths.push_back(action.path);
+            } else if (action.kind == Kind::InstallService || action.kind == Kind::RemoveService) {
+                paths.push_back(units + action.path + ".service");
+                paths.push_back(
+                    std::string(units) + "multi-user.target.wants/" + action.path + ".service"
+                );
+            }
+        }
+    }
+    return paths;
+}
+
+std::vector<KCopy> LastingCopies(const KPlan& plan) {
+    std::vector<KCopy> copies;
+    std::set<std::string> written; // by options: few
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (action.kind == Kind::StartCommand) {
+                return {};
+            }
+            if (action.kind == Kind::CopyFile && !action.lacks) {
+                copies.push_back({action.source, NormalPath(action.path)});
+            } else if (action.kind == Kind::PutOption || action.kind == Kind::RemoveOption) {
+                written.insert(NormalPath(action.path));
+            }
+        }
+    }
+    std::erase_if(copies, [&](const KCopy& copy) { return written.contains(copy.target); });
+    return copies;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ins/KInstaller.h>
+#include <setup/script/KMacroContext.h>
+#include <setup/script/KScript.h>
+
+#include <string>
+
+namespace KSETUP {
+
+/// Why nothing may be installed in, or removed from, this directory; empty when it is fine. A
+/// removal deletes what its script names below the product path: with the path of the system
+/// itself, that would be what other programs own.
+std::string WhyNotAProductPath(const std::string& path);
+
+/// Where a run is to work: `given`, or else where the product is installed, or else where the script
+/// proposes.
+///
+/// Throws   KSetupFailure for a path that cannot be, and for one beside the installed product's
+std::string ChooseProductPath(
+    const KINS::KInstaller& installer,
+    const KMacroContext& macros,
+    const KScript& script,
+    const std::string& given
+);
+
+} // namespace KSETUP

@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: MIT
+#include <setup/safety/KDigestsAhead.h>
+
+#include <csignal>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include <pthread.h>
+
+namespace KSETUP {
+
+KDigestsAhead::KDigestsAhead(std::vector<KCopy> toCopy) : copies(std::move(toCopy)) {
+    // Signals are the main thread's, which inherits its own mask back.
+    sigset_t all;
+    sigset_t former;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &former);
+    try {
+        thread = std::thread([this] { Run(); });
+    } catch (const std::system_error&) {
+        copies.clear(); // no thread to be had: the manifest reads the files itself
+    }
+    ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
+}
+
+KDigestsAhead::~KDigestsAhead() {
+    isStopped.store(true, std::memory_order_relaxed);
+    if (thread.joinable()) {
+        thread.join();
+    }
+}
+
+std::unordered_map<std::string, KFileDigest> KDigestsAhead::Take() {
+    if (thread.joinable()) {
+        thread.join();
+    }
+    return std::move(digests);
+}
+
+void KDigestsAhead::Run() {
+    try {
+        for (const KCopy& copy : copies) {
+            KFileDigest digest = DigestFile(copy.source, [this] {
+                return isStopped.load(std::memory_order_relaxed);
+            });
+            if (digest.errorNumber == 0) {
+                digests.insert_or_assign(copy.target, std::move(digest));
+            } else {
+                digests.erase(copy.target);
+            }
+        }
+    } catch (const std::exception&) {
+        digests.clear(); // of no use in part; whoever needs them reads the files
+    }
+}
+
+} // namespace KSETUP

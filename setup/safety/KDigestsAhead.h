@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/files/KFileDigest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+namespace KSETUP {
+
+/// A file that will be copied.
+struct KCopy {
+    std::string source;
+    std::string target;
+};
+
+/// Digests the sources of copies on a thread of its own while they are being copied, so that a
+/// manifest does not have to read everything again when all is done.
+///
+/// Thread   constructed, asked and destroyed on one thread
+class KDigestsAhead {
+  public:
+    /// Begins at once. Of several copies to one target the last counts.
+    explicit KDigestsAhead(std::vector<KCopy> copies);
+    /// Stops, within 1 MiB.
+    ~KDigestsAhead();
+    KDigestsAhead(const KDigestsAhead&) = delete;
+    KDigestsAhead& operator=(const KDigestsAhead&) = delete;
+
+    /// Waits for the end. By target: a file that could not be read is not there.
+    std::unordered_map<std::string, KFileDigest> Take();
+
+  private:
+    void Run();
+
+    std::vector<KCopy> copies;                            // the thread's until it is joined
+    std::unordered_map<std::string, KFileDigest> digests; // as above
+    std::atomic<bool> isStopped{false};
+    std::thread thread; // last: it uses the rest
+};
+
+} // namespace KSETUP

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/KSetupFailure.h>
+#include <setup/files/KFileHandle.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace KSETUP {
+
+/// Where ins-setup keeps what it has to remember: below it, one directory for each product.
+inline constexpr const char* stateBaseDirectory = "/var/lib/ins++";
+
+/// A directory in which ins-setup keeps files for itself: made 0700, files in it 0600. It belongs
+/// to who runs the program (root), and nobody else may write in it, or it is refused: what stands
+/// there is believed later.
+///
+/// Threads  one at a time
+class KPrivateDirectory {
+  public:
+    /// Opens BASE/NAME; makes both where they are missing.
+    ///
+    /// Throws   KSetupFailure when the name is no file name, a directory cannot be made, or one is
+    ///          not ours alone; directories that were made stay
+    KPrivateDirectory(const std::string& base, const std::string& name);
+    /// Opens BASE/NAME, or returns nothing when it is not there.
+    ///
+    /// Throws   KSetupFailure as above, and with ExitCode::notRoot for a user who may not look
+    static std::optional<KPrivateDirectory>
+    OpenExisting(const std::string& base, const std::string& name);
+
+    int Get() const noexcept { return directory.Get(); }
+    const std::string& GetPath() const noexcept { return path; }
+
+    /// Opens a directory in this one; makes it when it is missing.
+    ///
+    /// Throws   KSetupFailure
+    KPrivateDirectory Below(const std::string& name) const;
+    std::optional<KPrivateDirectory> ExistingBelow(const std::string& name) const;
+
+    /// Replaces a file as a whole: what a crash leaves is the former one or the new one. When it
+    /// returns, it is on the disk.
+    ///
+    /// Throws   KSetupFailure, the former file being there still
+    void WriteDurably(const std::string& name, std::string_view bytes) const;
+    /// A file's bytes, or nothing when it is not there.
+    ///
+    /// Throws   KSetupFailure when it cannot be read, or is no plain file of ours
+    std::optional<std::string> Read(const std::string& name) const;
+    /// Opens a file that must be there. `flags` as open(2).
+    ///
+    /// Throws   KSetupFailure when it cannot be opened, or is no plain file of ours
+    KFileHandle Open(const std::string& name, int flags) const;
+    /// Deletes a file, on the disk too. One that is not there is fine.
+    ///
+    /// Throws   KSetupFailure
+    void Delete(const std::string& name) const;
+    /// Deletes a directory with the files in it; it has no directories in it.
+    ///
+    /// Throws   KSetupFailure, some files being gone
+    void DeleteDirectory(const std::string& name) const;
+    /// Brings the entries of this directory to the disk.
+    ///
+    /// Throws   KSetupFailure
+    void Flush() const;
+
+  private:
+    KPrivateDirectory(KFileHandle opened, std::string itsPath);
+    static std::optional<KPrivateDirectory>
+    OpenIn(int at, const std::string& name, const std::string& path, bool make);
+
+    KFileHandle directory;
+    std::string path;
+};
+
+/// A failure of the system as its reader needs it: "cannot write PATH: No space left on device. "
+/// and the advice.
+KSetupFailure SystemFailure(
+    int exitCode,
+    const std::string& what,
+    const std::string& path,
+    int errorNumber,
+    const std::string& advice
+);
+
+/// Writes all bytes, however many calls it takes. Returns 0 or errno.
+[[nodiscard]] int WriteAll(int file, std::string_view bytes) noexcept;
+
+} // namespace KSETUP

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/files/KFileHandle.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include <sys/types.h>
+
+namespace KSETUP {
+
+inline constexpr const char* lockDirectory = "/run/lock";
+
+/// Who holds a product's lock.
+struct KLockHolder {
+    pid_t pid = 0;       ///< 0 when it did not say yet
+    std::string command; ///< its command line, printable
+};
+
+/// One run at a time for a product: a lock (flock(2)) on DIRECTORY/ins++-NAME.lock, held as long as
+/// the object lives. The file itself means nothing: it stays, and a holder that dies lets go. It
+/// holds the holder's process id and command line, a line each, for those who wait.
+///
+/// The file is closed on exec, so that a command of the script does not inherit the lock.
+///
+/// Threads  one at a time
+///
+///     KRunLock lock("dps", arguments.waitSeconds, [&] { return signals.Take() != 0; });
+class KRunLock {
+  public:
+    /// Takes the lock; waits up to `waitSeconds` for its holder to let go. `shallStop` is asked
+    /// between tries, ten times a second, during this call only.
+    ///
+    /// Throws   KSetupFailure: ExitCode::anotherRun naming the holder, ExitCode::cannotWrite when
+    ///          the file is none of root's or cannot be made, ExitCode::signalBase + SIGINT when
+    ///          `shallStop` said so. Nothing is left behind but the file
+    explicit KRunLock(
+        const std::string& serviceName,
+        unsigned waitSeconds = 0,
+        const std::function<bool()>& shallStop = {},
+        const std::string& directory = lockDirectory
+    );
+    /// Empties the file and lets go.
+    ~KRunLock();
+    KRunLock(const KRunLock&) = delete;
+    KRunLock& operator=(const KRunLock&) = delete;
+
+    /// Who holds the lock now; nothing when nobody does, or only this process.
+    ///
+    /// Throws   KSetupFailure when the file cannot be trusted, ExitCode::notRoot for a user who
+    ///          may not look
+    static std::optional<KLockHolder>
+    FindHolder(const std::string& serviceName, const std::string& directory = lockDirectory);
+
+  private:
+    KFileHandle file;
+};
+
+} // namespace KSETUP

@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/plan/KPlan.h>
+
+#include <string>
+#include <vector>
+
+namespace KSETUP {
+
+/// \file
+/// What is looked at before anything changes. Each of these returns when all is well.
+
+/// Throws   KSetupFailure with ExitCode::notRoot for anybody else
+void RequireRoot();
+
+/// Throws   KSetupFailure with ExitCode::cannotWrite when a file system lacks bytes or inodes
+void RequireSpace(const KPlan& plan);
+
+/// Throws   KSetupFailure with ExitCode::cannotWrite when something is to be made or deleted on a file
+///          system that is mounted read-only, in a directory that is immutable, or below what is no
+///          directory
+void RequireWritable(const KPlan& plan);
+
+/// Whether the plan does something to services.
+bool NeedsServices(const KPlan& plan);
+
+/// Throws   KSetupFailure with ExitCode::noService when the plan needs a service manager and none
+///          runs
+void RequireServiceManager(const KPlan& plan);
+
+struct KVersion {
+    std::string text;
+    unsigned buildNumber = 0;
+};
+
+/// Throws   KSetupFailure with ExitCode::usage when `installed` is newer than `wanted`, or a later
+///          build of it
+void RequireNoDowngrade(
+    const std::string& product, const KVersion& installed, const KVersion& wanted
+);
+
+/// Refuses a directory that others than root, or than who called sudo(8), could change: what is
+/// installed from there would be theirs. All that is in it counts, and the directories above it.
+///
+/// Throws   KSetupFailure with ExitCode::noKit
+void RequirePrivate(const std::string& directory);
+
+/// The same of a directory for logs, where a group of the system's own may write.
+///
+/// Throws   KSetupFailure with ExitCode::cannotWrite
+void RequireSafeLogDirectory(const std::string& directory);
+
+/// The processes that run a file which the plan replaces or deletes, as "dpsd (1234), /opt/…".
+std::vector<std::string> FindRunningPrograms(const KPlan& plan);
+
+} // namespace KSETUP

@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/script/KScript.h>
+#include <sup++/KError.h>
+#include <sup++/SvcData.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+namespace KSETUP {
+
+namespace {
+
+/// A script of so many rules is one that includes its sections over and over.
+constexpr std::size_t mostRules = 1'000'000;
+
+/// Not a rule: it proposes the product path.
+constexpr std::string_view defaultPathKey = "defaultPath.$os$";
+
+std::string_view Trim(std::string_view text) noexcept {
+    const std::size_t first = text.find_first_not_of(" \t");
+    return first == std::string_view::npos
+               ? std::string_view()
+               : text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
+std::vector<std::string_view> SplitLines(std::string_view text) {
+    std::vector<std::string_view> lines;
+    while (!text.empty()) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        std::string_view line = text.substr(0, end);
+        if (line.ends_with('\r')) {
+            line.remove_suffix(1);
+        }
+        lines.push_back(line);
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return lines;
+}
+
+std::string Text(const KSUP::KString& text) {
+    return text.c_str();
+}
+
+} // namespace
+
+KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
+    try {
+        profile.Open(scriptPath);
+    } catch (const KSUP::KError& error) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            error.HasInfo() ? error.GetInfo().GetString().c_str() : error.GetSummary().c_str()
+        );
+    }
+    std::ifstream file(path, std::ios::binary);
+    bytes.assign(std::istreambuf_iterator<char>(file), {});
+    lines = SplitLines(bytes);
+    if (!lines.empty() && lines.front().starts_with("\xEF\xBB\xBF")) {
+        lines.front().remove_prefix(3);
+    }
+    for (std::size_t index = 0; index < lines.size(); ++index) {
+        const std::string_view line = Trim(lines[index]);
+        if (line.size() >= 2 && line.front() == '[' && line.back() == ']') {
+            headers.push_back(
+                {static_cast<unsigned>(index + 1),
+                 std::string(Trim(line.substr(1, line.size() - 2)))}
+            );
+        }
+    }
+}
+
+std::string_view KScript::GetText(unsigned number) const noexcept {
+    return number > 0 && number <= lines.size() ? lines[number - 1] : std::string_view();
+}
+
+std::string KScript::GetValue(
+    const std::string& section, const std::string& key, const std::string& otherwise
+) const {
+    return Text(profile.GetString(section, key, otherwise));
+}
+
+bool KScript::HasSection(std::string_view name) const noexcept {
+    return std::any_of(headers.begin(), headers.end(), [&](const Header& header) {
+        return header.name == Trim(name);
+    });
+}
+
+std::vector<KScriptLine> KScript::GetLines(const std::string& section) const {
+    std::vector<KScriptLine> found;
+    unsigned number = 0;
+    profile.BeginKeyEnum(section, &number);
+    while (profile.EnumKey(&number, false)) {
+        found.push_back({number, section, Text(profile.GetKeyName()), Text(profile.GetKeyValue())});
+    }
+    return found;
+}
+
+struct KScript::Unfolding {
+    const std::string& architecture;
+    const MacroExpander& expand;
+    Unfolded result;
+    std::vector<std::string> open; // sections that are being loaded, the outermost first
+    std::vector<unsigned> includedBy;
+};
+
+KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpander& expand) const {
+    return Unfold(section, expand, SvcGetGlobalDataEx()->architecture);
+}
+
+KScript::Unfolded KScript::Unfold(
+    const std::string& section, const MacroExpander& expand, const std::string& architecture
+) const {
+    Unfolding state{architecture, expand, {}, {}, {}};
+    Load(section, state);
+    return std::move(state.result);
+}
+
+void KScript::Load(const std::string& section, Unfolding& state) const {
+    state.open.push_back(section);
+    LoadOne(section, state);
+    LoadOne(section + "." + state.architecture, state);
+    state.open.pop_back();
+}
+
+void KScript::LoadOne(const std::string& section, Unfolding& state) const {
+    for (const KScriptLine& line : GetLines(section)) {
+        if (line.type == defaultPathKey) {
+            continue;
+        }
+        KScriptRule rule{line, FieldsOf(line, state.expand), state.includedBy};
+        if (line.type == "section") {
+            const std::string& name = rule.fields.front();
+            const auto begin =
+                std::find_if(state.open.begin(), state.open.end(), [&](const std::string& one) {
+                    return Trim(one) == Trim(name);
+                });
+            if (begin != state.open.end()) {
+                KScriptCycle cycle{line, {begin, state.open.end()}};
+                cycle.names.push_back(name);
+                state.result.cycles.push_back(std::move(cycle));
+            } else {
+                state.includedBy.push_back(line.number);
+                Load(name, state);
+                state.includedBy.pop_back();
+            }
+        }
+        state.result.rules.push_back(std::move(rule));
+        if (state.result.rules.size() > mostRules) {
+            throw KSetupFailure(
+                ExitCode::malformedScript,
+                path + ":" + std::to_string(line.number) +
+                    ": the script becomes more than a million rules; does it include its sections "
+                    "over and over?"
+            );
+        }
+    }
+}
+
+/// The fields of a rule, as its class reads the line: some expand the whole line and split what
+/// that gives, the others expand field by field.
+std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand) {
+    const KSUP::KString value(line.value);
+    std::vector<std::string> fields;
+    if (line.type == "section") {
+        fields.push_back(Text(expand(value)));
+        return fields;
+    }
+    const bool wholeLine = line.type == "directory" || line.type == "profile";
+    const std::vector<KSUP::KString> parts =
+        (wholeLine ? expand(value) : value).SectionVector(',', true);
+    for (std::size_t index = 0; index < parts.size(); ++index) {
+        // What says what to do is taken as it stands; a profile's path and a directory's were
+        // expanded with the line, and are not expanded again.
+        const bool asItStands =
+            index == 0 || line.type == "directory" || (line.type == "profile" && index == 1);
+        fields.push_back(Text(asItStands ? parts[index] : expand(parts[index])));
+    }
+    return fields;
+}
+
+unsigned ColumnOfField(std::string_view lineText, std::size_t field) noexcept {
+    const std::size_t equals = lineText.find('=');
+    std::size_t at = equals == std::string_view::npos ? 0 : equals + 1;
+    at = std::min(lineText.find_first_not_of(" \t", at), lineText.size());
+    const std::size_t value = at;
+    for (; field > 0; --field) {
+        const std::size_t comma = lineText.find(',', at);
+        if (comma == std::string_view::npos) {
+            return static_cast<unsigned>(value + 1);
+        }
+        at = comma + 1;
+    }
+    return static_cast<unsigned>(at + 1);
+}
+
+std::vector<std::string> WrittenFields(const std::string& value) {
+    std::vector<std::string> fields;
+    std::size_t at = 0;
+    for (std::size_t comma = 0; comma != std::string::npos; at = comma + 1) {
+        comma = value.find(',', at);
+        fields.push_back(value.substr(at, comma == std::string::npos ? comma : comma - at));
+    }
+    return fields;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,110 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <sup++/KProfile.h>
+#include <sup++/KString.h>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace KSETUP {
+
+/// A key line of a script and where it stands.
+struct KScriptLine {
+    unsigned number = 0; ///< in the file, from 1
+    std::string section;
+    std::string type; ///< the key, such as "file"
+    std::string value;
+};
+
+/// A line as the engine makes a rule of it.
+struct KScriptRule {
+    KScriptLine line;
+    /// What the rule gets to see, macros expanded as its type expands them.
+    std::vector<std::string> fields;
+    /// The numbers of the "section" lines by which it was included, the outermost first.
+    std::vector<unsigned> includedBy;
+};
+
+/// A section that includes itself, which would load without end.
+struct KScriptCycle {
+    KScriptLine line;               ///< that closes the circle
+    std::vector<std::string> names; ///< of the sections; the last is the first again
+};
+
+/// Replaces the macros of a text.
+using MacroExpander = std::function<KSUP::KString(const KSUP::KString&)>;
+
+/// An install script to look at, without running it: its lines as the engine's own profile reads
+/// them, and where in the file they stand.
+///
+/// Thread   one at a time
+///
+///     KScript script("/kit/install.ini");
+///     for (const KScriptRule& rule : script.Unfold("install", expand).rules) { … }
+class KScript {
+  public:
+    /// Throws   KSetupFailure when the file cannot be read
+    explicit KScript(const KSUP::KString& scriptPath);
+
+    const std::string& GetPath() const noexcept { return path; }
+    /// The file's line of that number as it stands, without its end; empty for a line that is not.
+    std::string_view GetText(unsigned number) const noexcept;
+    std::size_t GetLineCount() const noexcept { return lines.size(); }
+
+    /// The value of a section's key, or `otherwise`.
+    std::string GetValue(
+        const std::string& section, const std::string& key, const std::string& otherwise
+    ) const;
+
+    struct Header {
+        unsigned line = 0;
+        std::string name;
+    };
+    /// All section headers in the order of the file.
+    const std::vector<Header>& GetHeaders() const noexcept { return headers; }
+    bool HasSection(std::string_view name) const noexcept;
+    /// The key lines of a section, in the order in which the engine reads them.
+    std::vector<KScriptLine> GetLines(const std::string& section) const;
+
+    struct Unfolded {
+        std::vector<KScriptRule> rules; ///< in the order in which they would run
+        std::vector<KScriptCycle> cycles;
+    };
+    /// What loading a section gives: its lines, those of its section for this machine's
+    /// architecture, and what they include in the place of the line that does. Where a section
+    /// includes itself, the engine would go round for ever; here the line is told and passed over.
+    ///
+    /// Throws   KSetupFailure when it becomes more rules than any product has
+    Unfolded Unfold(const std::string& section, const MacroExpander& expand) const;
+    /// The same for a machine of another architecture; `expand` has to know it too.
+    Unfolded Unfold(
+        const std::string& section, const MacroExpander& expand, const std::string& architecture
+    ) const;
+
+  private:
+    struct Unfolding;
+    void Load(const std::string& section, Unfolding& state) const;
+    void LoadOne(const std::string& section, Unfolding& state) const;
+
+    std::string path;
+    KSUP::KProfile profile;
+    std::string bytes;
+    std::vector<std::string_view> lines; // into bytes
+    std::vector<Header> headers;
+};
+
+/// The fields of a line as its rule gets to see them: empty ones are gone, macros expanded.
+std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand);
+
+/// The column, from 1 in bytes, at which field number `field` of a line's value begins as it is
+/// written, empty fields counted. The column of the value itself for a field that is not there.
+unsigned ColumnOfField(std::string_view lineText, std::size_t field) noexcept;
+
+/// The fields of a line as it is written, empty ones and blanks too.
+std::vector<std::string> WrittenFields(const std::string& value);
+
+} // namespace KSETUP

@@ -1,0 +1,268 @@
+// SPDX-License-Identifier: MIT
+//
+// ins-setup on a terminal: the line that is drawn over, keys, and a terminal that changes or goes.
+#include "../support/TemporaryTree.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <poll.h>
+#include <pty.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::Each;
+using ::testing::HasSubstr;
+using ::testing::Le;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+constexpr auto patience = std::chrono::seconds(60);
+
+class TerminalTest : public ::testing::Test {
+  protected:
+    TerminalTest() {
+        tree.Write(
+            "kit/product.ini",
+            "[product]\nname=Terminal Test\nserviceName=terminaltest\niniFile=tt.ini\n"
+            "version=1.0\n"
+        );
+        tree.Write("kit/lib/svc", "program", 0755);
+        tree.Write(
+            "kit/install.ini",
+            "[install]\ndefaultPath.$os$=" + tree.Path("product") +
+                "\ndirectory=create,$pathTargetBin$\ndirectory=create,$pathTargetConfig$\n"
+                "profile=put,$pathTargetConfig$$iniFile$,General,A,1\n"
+                "file=copy,svc,$pathSource$lib,$pathTargetBin$\n"
+                "directory=create,/etc/$serviceName$\n"
+                "file=symlink,svc,$pathTargetBin$,/etc/$serviceName$,$serviceName$\n"
+                "[remove]\nfile=delete,tt.ini,$pathTargetConfig$\n"
+                "directory=delete,$pathTargetConfig$\ndirectory=delete,$pathTargetBin$\n"
+                "directory=delete,$pathTargetLin$\ndirectory=delete,$pathTarget$\n"
+                "file=delete,$serviceName$,/etc/$serviceName$\n"
+                "directory=delete,/etc/$serviceName$\n"
+        );
+    }
+    ~TerminalTest() override {
+        if (process > 0) {
+            ::kill(process, SIGKILL);
+            ::waitpid(process, nullptr, 0);
+        }
+        Close();
+        std::filesystem::remove_all("/etc/terminaltest");
+        std::filesystem::remove_all("/var/lib/ins++/terminaltest");
+    }
+
+    /// Sparse: takes long to copy and no room in the kit.
+    void GivenLongCopy() { std::filesystem::resize_file(tree.Path("kit/lib/svc"), 4ULL << 30U); }
+
+    void Start(const std::string& action, unsigned short columns, const char* type = "xterm") {
+        const std::string program =
+            std::filesystem::canonical("/proc/self/exe").parent_path().string() + "/ins-setup";
+        const std::string kit = tree.Path("kit");
+        winsize size{};
+        size.ws_row = 24;
+        size.ws_col = columns;
+        process = ::forkpty(&terminal, nullptr, nullptr, &size);
+        ASSERT_GE(process, 0);
+        if (process == 0) {
+            ::setenv("TERM", type, 1); // NOLINT: a child with one thread
+            ::execl(program.c_str(), "ins-setup", action.c_str(), "--kit", kit.c_str(), nullptr);
+            ::_exit(127);
+        }
+    }
+    void Resize(unsigned short columns) const {
+        winsize size{};
+        size.ws_row = 24;
+        size.ws_col = columns;
+        ASSERT_EQ(::ioctl(terminal, TIOCSWINSZ, &size), 0);
+    }
+    void Press(const std::string& keys) const {
+        ASSERT_EQ(::write(terminal, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    }
+    void Close() {
+        if (terminal >= 0) {
+            ::close(terminal);
+            terminal = -1;
+        }
+    }
+
+    /// Reads on until the text has come, behind the one that was read until before, or the program
+    /// has ended.
+    bool ReadUntil(const std::string& text) {
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (std::chrono::steady_clock::now() < end) {
+            if (const std::size_t at = shown.find(text, seen); at != std::string::npos) {
+                seen = at + text.size();
+                return true;
+            }
+            pollfd ready{terminal, POLLIN, 0};
+            char buffer[4096];
+            if (::poll(&ready, 1, 100) > 0) {
+                const ssize_t got = ::read(terminal, buffer, sizeof(buffer));
+                if (got <= 0) { // the other side is closed
+                    return false;
+                }
+                shown.append(buffer, static_cast<std::size_t>(got));
+            }
+        }
+        return false;
+    }
+    int End() {
+        int status = 0;
+        const pid_t ended = ::waitpid(process, &status, 0);
+        EXPECT_EQ(ended, process);
+        process = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    int RunToEnd() {
+        ReadUntil("(what never comes)");
+        return End();
+    }
+    /// Each state of the line that is drawn over, without what clears the rest of it.
+    std::vector<std::string> DrawnLines() const {
+        std::vector<std::string> lines;
+        for (std::size_t at = 0; (at = shown.find("\r[", at)) != std::string::npos;) {
+            const std::size_t end = std::min(shown.find("\x1b[K", at), shown.size());
+            lines.push_back(shown.substr(at + 1, end - at - 1));
+            at = end;
+        }
+        return lines;
+    }
+
+    KTEST::TemporaryTree tree;
+    int terminal = -1;
+    pid_t process = -1;
+    std::string shown;
+    std::size_t seen = 0; // of shown
+};
+
+TEST_F(TerminalTest, TheLineIsDrawnOverAndItsLastStateStays) {
+    Start("install", 80);
+    EXPECT_EQ(RunToEnd(), 0);
+    ASSERT_FALSE(DrawnLines().empty());
+    EXPECT_THAT(DrawnLines().back(), HasSubstr("[6/6]"));
+    EXPECT_THAT(shown, HasSubstr("Terminal Test 1.0 (build 0) is installed in "));
+}
+
+TEST_F(TerminalTest, ANarrowTerminalGetsANarrowLine) {
+    Start("install", 20);
+    EXPECT_EQ(RunToEnd(), 0);
+    ASSERT_FALSE(DrawnLines().empty());
+    EXPECT_THAT(DrawnLines(), Each(SizeIs(Le(19U))));
+}
+
+TEST_F(TerminalTest, AWideTerminalGetsTheWholeLine) {
+    GivenLongCopy();
+    Start("install", 200);
+    EXPECT_TRUE(ReadUntil("Copying file svc ("));
+    EXPECT_THAT(DrawnLines().back(), HasSubstr("%)"));
+}
+
+TEST_F(TerminalTest, TheLineFollowsATerminalThatChangesItsWidth) {
+    GivenLongCopy();
+    Start("install", 200);
+    ASSERT_TRUE(ReadUntil("Copying file svc ("));
+    Resize(20);
+    EXPECT_TRUE(ReadUntil("\r[3/6] Copying file \x1b[K"));
+}
+
+TEST_F(TerminalTest, ADumbTerminalGetsPlainLines) {
+    Start("install", 80, "dumb");
+    EXPECT_EQ(RunToEnd(), 0);
+    EXPECT_THAT(
+        shown,
+        AllOf(HasSubstr("[4/6] Copying file "), Not(HasSubstr("\x1b")), Not(HasSubstr("\r[")))
+    );
+}
+
+TEST_F(TerminalTest, TheLineIsDrawnAtMostTenTimesASecond) {
+    GivenLongCopy();
+    const auto start = std::chrono::steady_clock::now();
+    Start("install", 80);
+    RunToEnd();
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
+    // The last state, and those of rules that end within the first tenth, come on top.
+    EXPECT_LE(static_cast<double>(DrawnLines().size()), took.count() * 10 + 3);
+}
+
+TEST_F(TerminalTest, CtrlCStopsAndSaysWhatBecameOfTheFile) {
+    GivenLongCopy();
+    Start("install", 80);
+    ASSERT_TRUE(ReadUntil("Copying file svc ("));
+    Press("\x03");
+    ASSERT_TRUE(ReadUntil("Stopping."));
+    EXPECT_EQ(RunToEnd(), 130);
+    EXPECT_THAT(shown, HasSubstr("Waiting for: Copying file"));
+    EXPECT_THAT(
+        shown,
+        HasSubstr("The file that was being copied was taken away: " + tree.Path("product/lin/"))
+    );
+    EXPECT_FALSE(tree.Exists("product/lin/x86_64/svc"));
+}
+
+TEST_F(TerminalTest, ASecondCtrlCIsAnsweredToo) {
+    // A command is given two seconds to end when it ignores the request.
+    const std::string script = tree.Read("kit/install.ini");
+    tree.Write(
+        "kit/install.ini",
+        "[install]\nprocess=start,trap '' TERM; touch " + tree.Path("started") +
+            "; while :; do sleep 0.1; done\n" + script
+    );
+    Start("install", 80);
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!tree.Exists("started") && std::chrono::steady_clock::now() < end) {
+        ::usleep(10000);
+    }
+    Press("\x03");
+    ASSERT_TRUE(ReadUntil("Stopping."));
+    Press("\x03");
+    ASSERT_TRUE(ReadUntil("Still stopping."));
+    EXPECT_TRUE(ReadUntil("Waiting for: Starting process"));
+    EXPECT_EQ(RunToEnd(), 130);
+}
+
+TEST_F(TerminalTest, ATerminalThatGoesStopsTheRun) {
+    GivenLongCopy();
+    Start("install", 80);
+    ASSERT_TRUE(ReadUntil("Copying file svc ("));
+    Close();
+    EXPECT_EQ(End(), 129);
+    EXPECT_FALSE(tree.Exists("product/lin/x86_64/svc"));
+}
+
+TEST_F(TerminalTest, ARemovalIsAskedForAndNoIsNo) {
+    Start("install", 80);
+    ASSERT_EQ(RunToEnd(), 0);
+    Start("remove", 80);
+    ASSERT_TRUE(ReadUntil("Remove Terminal Test 1.0 from "));
+    ASSERT_TRUE(ReadUntil("[y/N] "));
+    Press("n\n");
+    EXPECT_EQ(RunToEnd(), 130);
+    EXPECT_THAT(shown, HasSubstr("Nothing was removed."));
+    EXPECT_TRUE(tree.Exists("product/lin/x86_64/svc"));
+}
+
+TEST_F(TerminalTest, ARemovalGoesOnWithYes) {
+    Start("install", 80);
+    ASSERT_EQ(RunToEnd(), 0);
+    Start("remove", 80);
+    ASSERT_TRUE(ReadUntil("[y/N] "));
+    Press("y\n");
+    EXPECT_EQ(RunToEnd(), 0);
+    EXPECT_FALSE(tree.Exists("product"));
+}
+
+} // namespace

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: MIT
+#include "../../../support/TemporaryTree.h"
+
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/kit/KitSeal.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace {
+
+using ::testing::HasSubstr;
+
+class KitSealTest : public ::testing::Test {
+  protected:
+    KitSealTest() {
+        tree.Write("kit/install.ini", "[install]\n");
+        tree.Write("kit/bin/tool", "bytes", 0755);
+    }
+    std::size_t Seal() { return KSETUP::WriteSeal(tree.Path("kit")); }
+    /// What the kit is refused with; empty when it is fine.
+    std::string Verify() {
+        try {
+            KSETUP::VerifySeal(tree.Path("kit"));
+        } catch (const KSETUP::KSetupFailure& failure) {
+            return failure.what();
+        }
+        return {};
+    }
+
+    KTEST::TemporaryTree tree;
+};
+
+TEST_F(KitSealTest, ASealIsSortedAndInTheFormatOfSha256sum) {
+    EXPECT_EQ(Seal(), 2U);
+    EXPECT_EQ(
+        tree.Read("kit/SHA256SUMS"),
+        "277089d91c0bdf4f2e6862ba7e4a07605119431f5d13f726dd352b06f1b206a9  bin/tool\n"
+        "490cd15464f572c67f425b1e7797ca92464fc380858d76aa8fad245ec33c0b97  install.ini\n"
+    );
+    EXPECT_EQ(Verify(), "");
+}
+
+TEST_F(KitSealTest, Sha256sumAgrees) {
+    tree.Write("kit/a b", "1");
+    tree.Write("kit/back\\slash", "2");
+    tree.Write("kit/new\nline", "3");
+    tree.Write("kit/return\r", "4");
+    tree.Write(
+        "kit/gr\xC3\xB6\xC3\x9F"
+        "e",
+        "5"
+    );
+    tree.Write("kit/empty", "");
+    tree.Write("kit/large", KTEST::ArbitraryBytes(200000));
+    EXPECT_EQ(Seal(), 9U);
+    EXPECT_EQ(Verify(), "");
+    const std::string command =
+        "cd '" + tree.Path("kit") + "' && sha256sum --strict --quiet -c SHA256SUMS";
+    EXPECT_EQ(std::system(command.c_str()), 0); // NOLINT: the very program is the point
+}
+
+TEST_F(KitSealTest, AKitWithoutASealIsFine) {
+    EXPECT_EQ(Verify(), "");
+    EXPECT_FALSE(KSETUP::IsSealed(tree.Path("kit")));
+}
+
+TEST_F(KitSealTest, AChangedFileIsNamed) {
+    Seal();
+    tree.Write("kit/bin/tool", "Bytes", 0755);
+    EXPECT_THAT(Verify(), HasSubstr("\n    bin/tool: changed"));
+}
+
+TEST_F(KitSealTest, AMissingFileIsNamed) {
+    Seal();
+    tree.Remove("kit/bin/tool");
+    EXPECT_THAT(Verify(), HasSubstr("\n    bin/tool: missing"));
+}
+
+TEST_F(KitSealTest, AFileThatNobodyListedIsNamed) {
+    Seal();
+    tree.Write("kit/bin/.hidden", "");
+    EXPECT_THAT(Verify(), HasSubstr("\n    bin/.hidden: not listed"));
+}
+
+TEST_F(KitSealTest, ALinkInsteadOfAFileCountsByWhatItLeadsTo) {
+    tree.Link("kit/link", "bin/tool");
+    EXPECT_EQ(Seal(), 3U);
+    EXPECT_EQ(Verify(), "");
+    tree.Remove("kit/link");
+    tree.Link("kit/link", "install.ini");
+    EXPECT_THAT(Verify(), HasSubstr("\n    link: changed"));
+}
+
+TEST_F(KitSealTest, WhatIsNoFileIsNeitherSealedNorPassedOver) {
+    Seal();
+    tree.Link("kit/directory", "/usr");
+    EXPECT_THAT(Verify(), HasSubstr("directory: neither a file nor a link to one"));
+    const std::string before = tree.Read("kit/SHA256SUMS");
+    EXPECT_THROW(Seal(), KSETUP::KSetupFailure);
+    EXPECT_EQ(tree.Read("kit/SHA256SUMS"), before);
+}
+
+TEST_F(KitSealTest, ManyFindingsAreCutShort) {
+    Seal();
+    for (int index = 0; index < 30; ++index) {
+        tree.Write("kit/extra" + std::to_string(index), "");
+    }
+    EXPECT_THAT(Verify(), HasSubstr("and 10 more"));
+}
+
+class BrokenSealTest : public KitSealTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(BrokenSealTest, IsRefused) {
+    tree.Write("kit/SHA256SUMS", GetParam());
+    EXPECT_NE(Verify(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Seals,
+    BrokenSealTest,
+    ::testing::Values(
+        "",
+        "\n",
+        "nonsense\n",
+        "277089d9  bin/tool\n",
+        "277089d91c0bdf4f2e6862ba7e4a07605119431f5d13f726dd352b06f1b206a9 bin/tool\n",
+        "277089d91c0bdf4f2e6862ba7e4a07605119431f5d13f726dd352b06f1b206a9  /etc/passwd\n",
+        "277089d91c0bdf4f2e6862ba7e4a07605119431f5d13f726dd352b06f1b206a9  ../kit/bin/tool\n",
+        "277089d91c0bdf4f2e6862ba7e4a07605119431f5d13f726dd352b06f1b206a9  bin/tool\n"
+        "277089d91c0bdf4f2e6862ba7e4a07605119431f5d13f726dd352b06f1b206a9  bin/tool\n",
+        "\\277089d91c0bdf4f2e6862ba7e4a07605119431f5d13f726dd352b06f1b206a9  bin/to\\ol\n",
+        "277089d91c0bdf4f2e6862ba7e4a07605119431f5d13f726dd352b06f1b206a9  bin/tool\n"
+    )
+);
+
+TEST_F(KitSealTest, ASealThatLeadsNowhereIsNoKitWithoutASeal) {
+    tree.Link("kit/SHA256SUMS", "gone");
+    EXPECT_NE(Verify(), "");
+}
+
+} // namespace

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+#include <setup/KSetupFailure.h>
+#include <setup/output/KSetupVoice.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+namespace {
+
+using KSETUP::KRunReport;
+using KSETUP::KRunResult;
+using KSETUP::KSetupArguments;
+using KSETUP::KSetupVoice;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+class KSetupVoiceTest : public ::testing::Test {
+  protected:
+    KSetupVoiceTest() {
+        report.command = "install";
+        report.product = "DPS";
+        report.version = "2.2";
+        report.buildNumber = 41;
+        report.productPath = "/opt/dps";
+        report.rulesAll = 2;
+        report.rulesDone = 2;
+        report.log = "/var/log/DPS Setup Log.txt";
+    }
+    void GivenFailure() {
+        report.result = KRunResult::Failed;
+        report.rulesDone = 1;
+        report.errorCode = 28;
+        report.error = "cannot write /opt/dps/\x1b[2Ja: No space left on device";
+        report.place = "/kit/install.ini:12";
+        report.rule = "file=copy,a,b,c";
+        report.logEnd = {"a line"};
+    }
+
+    /// A run of two rules as the arguments want it told.
+    void Tell() {
+        ::testing::internal::CaptureStdout();
+        ::testing::internal::CaptureStderr();
+        {
+            KSetupVoice voice(arguments);
+            voice.Start(report);
+            voice.RuleStarted(1, "/kit/install.ini:11", "Creating directory /opt/dps");
+            voice.RuleDone(1);
+            voice.Say("a sentence");
+            voice.Finish(report);
+        }
+        out = ::testing::internal::GetCapturedStdout();
+        err = ::testing::internal::GetCapturedStderr();
+    }
+
+    KSetupArguments arguments;
+    KRunReport report;
+    std::string out;
+    std::string err;
+};
+
+TEST_F(KSetupVoiceTest, TextHasALineARuleAndTheResult) {
+    Tell();
+    EXPECT_EQ(
+        out,
+        "[1/2] Creating directory /opt/dps\n"
+        "a sentence\n"
+        "DPS 2.2 (build 41) is installed in /opt/dps.\n"
+        "2 rules done. Log: /var/log/DPS Setup Log.txt\n"
+    );
+    EXPECT_THAT(err, IsEmpty());
+}
+
+TEST_F(KSetupVoiceTest, AFailureIsToldOnStandardErrorWithoutControlCharacters) {
+    GivenFailure();
+    Tell();
+    EXPECT_EQ(
+        err,
+        "DPS 2.2 (build 41): Installing failed after 1 of 2 rules.\n"
+        "Error 28: cannot write /opt/dps/?[2Ja: No space left on device\n"
+        "Rule: /kit/install.ini:12: file=copy,a,b,c\n"
+        "Log: /var/log/DPS Setup Log.txt, which ends with\n"
+        "    a line\n"
+    );
+}
+
+TEST_F(KSetupVoiceTest, ARefusalIsItsOwnWords) {
+    report.result = KRunResult::Refused;
+    report.error = "/kit: no such directory. Name the kit's with --kit DIR.";
+    Tell();
+    EXPECT_EQ(err, "ins-setup: /kit: no such directory. Name the kit's with --kit DIR.\n");
+}
+
+TEST_F(KSetupVoiceTest, QuietSaysNothingOfWhatGoesWell) {
+    arguments.quiet = true;
+    Tell();
+    EXPECT_THAT(out + err, IsEmpty());
+    GivenFailure();
+    Tell();
+    EXPECT_THAT(out, IsEmpty());
+    EXPECT_THAT(err, HasSubstr("No space left on device"));
+}
+
+TEST_F(KSetupVoiceTest, JsonIsOneObjectAtTheEndAlsoOfAFailure) {
+    arguments.json = true;
+    Tell();
+    EXPECT_EQ(nlohmann::json::parse(out)["result"], "done");
+    GivenFailure();
+    Tell();
+    EXPECT_EQ(nlohmann::json::parse(out)["error"]["code"], 28);
+    EXPECT_THAT(err, HasSubstr("No space left on device"));
+}
+
+TEST_F(KSetupVoiceTest, EventsOnStandardOutputTakeThePlaceOfTexts) {
+    arguments.jsonEvents = true;
+    Tell();
+    EXPECT_THAT(out, StartsWith("{\"event\":\"start\""));
+    EXPECT_THAT(out, HasSubstr("\n{\"event\":\"rule started\""));
+    EXPECT_THAT(out, testing::Not(HasSubstr("a sentence")));
+}
+
+TEST_F(KSetupVoiceTest, EventsElsewhereLeaveTheTexts) {
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    arguments.progressDescriptor = ends[1];
+    Tell();
+    char bytes[16] = {};
+    EXPECT_GT(::read(ends[0], bytes, sizeof(bytes) - 1), 0);
+    EXPECT_STREQ(bytes, "{\"event\":\"start");
+    EXPECT_THAT(out, HasSubstr("is installed in /opt/dps"));
+    ::close(ends[0]);
+    ::close(ends[1]);
+}
+
+TEST_F(KSetupVoiceTest, AClosedDescriptorIsRefused) {
+    arguments.progressDescriptor = 999;
+    EXPECT_THROW(KSetupVoice voice(arguments), KSETUP::KSetupFailure);
+}
+
+TEST_F(KSetupVoiceTest, WhatARemovalLeavesIsListed) {
+    report.command = "remove";
+    report.leftBehind = {"/opt/dps/mine"};
+    report.notes = {"A note."};
+    Tell();
+    EXPECT_THAT(
+        out, HasSubstr("DPS is removed from /opt/dps.\nStill there:\n    /opt/dps/mine\nA note.\n")
+    );
+}
+
+TEST_F(KSetupVoiceTest, NotInstalledIsSaid) {
+    report.command = "status";
+    report.result = KRunResult::NotInstalled;
+    report.rulesAll = 0;
+    Tell();
+    EXPECT_THAT(out, testing::EndsWith("DPS is not installed.\n"));
+}
+
+} // namespace

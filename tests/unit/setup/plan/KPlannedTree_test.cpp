@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: MIT
+#include "../../../support/TemporaryTree.h"
+
+#include <setup/plan/KPlannedTree.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using KSETUP::IsPattern;
+using KSETUP::KEntryKind;
+using KSETUP::KPlannedEntry;
+using KSETUP::KPlannedTree;
+using KSETUP::MatchesPattern;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+KPlannedEntry AFile() {
+    KPlannedEntry entry;
+    entry.kind = KEntryKind::File;
+    return entry;
+}
+
+class KPlannedTreeTest : public ::testing::Test {
+  protected:
+    KPlannedTreeTest() {
+        disk.Write("kit/a.txt", "12345", 0640);
+        disk.Write("kit/b.ini", "");
+        disk.Write("kit/deep/c.txt", "");
+        disk.Link("kit/link.txt", "a.txt");
+        disk.Write("other/d.txt", "");
+    }
+    std::string At(const std::string& path) const { return disk.Path(path); }
+    static std::vector<std::string> Values(const std::vector<KPlannedTree::Option>& options) {
+        std::vector<std::string> values;
+        for (const KPlannedTree::Option& option : options) {
+            values.push_back(option.key + "=" + option.value);
+        }
+        return values;
+    }
+
+    KTEST::TemporaryTree disk;
+    KPlannedTree tree{KPlannedTree::Below::Disk, disk.Path("kit")};
+    KPlannedTree onlyKit{KPlannedTree::Below::Kit, disk.Path("kit")};
+};
+
+TEST_F(KPlannedTreeTest, FindsWhatIsOnTheDisk) {
+    const KPlannedEntry file = tree.Find(At("kit/./deep/../a.txt"));
+    EXPECT_EQ(file.kind, KEntryKind::File);
+    EXPECT_EQ(file.bytes, 5U);
+    EXPECT_EQ(file.mode, 0640U);
+    EXPECT_EQ(tree.Find(At("kit/link.txt")).kind, KEntryKind::Link);
+    EXPECT_EQ(tree.Find(At("kit/link.txt")).target, "a.txt");
+    EXPECT_EQ(tree.Find(At("kit/deep/")).kind, KEntryKind::Directory);
+    EXPECT_FALSE(tree.Exists(At("none")));
+}
+
+TEST_F(KPlannedTreeTest, AnEmptyMachineHasTheKitOnly) {
+    EXPECT_TRUE(onlyKit.Exists(At("kit/a.txt")));
+    EXPECT_TRUE(onlyKit.Exists(At("kit")));
+    EXPECT_TRUE(onlyKit.Exists("/"));
+    EXPECT_FALSE(onlyKit.Exists(At("other/d.txt")));
+    EXPECT_FALSE(onlyKit.Exists(At("kitten")));
+    EXPECT_THAT(onlyKit.List(At("other"), "*"), IsEmpty());
+    EXPECT_TRUE(onlyKit.IsEmpty(At("other")));
+}
+
+TEST_F(KPlannedTreeTest, ListsFilesAndLinksThatMatch) {
+    EXPECT_THAT(tree.List(At("kit"), "*.txt"), ElementsAre("a.txt", "link.txt"));
+    tree.Put(At("kit/0.txt"), AFile());
+    tree.Put(At("kit/deep/1.txt"), AFile());
+    tree.Remove(At("kit/a.txt"));
+    EXPECT_THAT(tree.List(At("kit/"), "*.txt"), ElementsAre("0.txt", "link.txt"));
+}
+
+TEST_F(KPlannedTreeTest, MakesDirectoriesWithTheirParents) {
+    EXPECT_THAT(onlyKit.MakeDirectory("/p/q/r/"), ElementsAre("/p", "/p/q", "/p/q/r"));
+    EXPECT_THAT(onlyKit.MakeDirectory("/p/q/s"), ElementsAre("/p/q/s"));
+    EXPECT_THAT(onlyKit.MakeDirectory("/p/q"), IsEmpty());
+    EXPECT_THAT(tree.MakeDirectory(At("kit/deep")), IsEmpty());
+    EXPECT_EQ(onlyKit.Find("/p/q").mode, 0755U);
+}
+
+TEST_F(KPlannedTreeTest, ADirectoryIsEmptyWithoutEntriesThatStand) {
+    EXPECT_FALSE(tree.IsEmpty(At("kit/deep")));
+    tree.Remove(At("kit/deep/c.txt"));
+    EXPECT_TRUE(tree.IsEmpty(At("kit/deep")));
+    tree.Put(At("kit/deep/new"), AFile());
+    EXPECT_FALSE(tree.IsEmpty(At("kit/deep")));
+    EXPECT_TRUE(tree.IsEmpty(At("none")));
+}
+
+TEST_F(KPlannedTreeTest, OptionsThatArePutCoverThoseOnTheDisk) {
+    disk.Write("kit/p.ini", "[s]\na=1\nb=2\n");
+    const std::string profile = At("kit/p.ini");
+    tree.PutOption(profile, {"s", "a", "9"});
+    tree.PutOption(profile, {"s", "c", "3"});
+    tree.PutOption(profile, {"s", "c", "4"});
+    tree.PutOption(profile, {"other", "a", "7"});
+    EXPECT_THAT(Values(tree.GetOptions(profile, "s")), ElementsAre("a=9", "b=2", "c=4"));
+    tree.RemoveOption(profile, {"s", "b", "2"});
+    tree.RemoveOption(profile, {"s", "c", "4"});
+    EXPECT_THAT(Values(tree.GetOptions(profile, "s")), ElementsAre("a=9"));
+    EXPECT_THAT(Values(onlyKit.GetOptions("/none", "s")), IsEmpty());
+}
+
+TEST_F(KPlannedTreeTest, ChangesTellWhatWasMadeAndDeleted) {
+    tree.Put("/p", AFile());
+    tree.Remove("/q/");
+    ASSERT_EQ(tree.GetChanges().size(), 2U);
+    EXPECT_EQ(tree.GetChanges().at("/p").kind, KEntryKind::File);
+    EXPECT_EQ(tree.GetChanges().at("/q").kind, KEntryKind::Nothing);
+}
+
+TEST(PlannedPathTest, NormalPathsHaveNoDotsAndNoSeparatorAtTheEnd) {
+    EXPECT_EQ(KPlannedTree::Normal("/a/./b//../c/"), "/a/c");
+    EXPECT_EQ(KPlannedTree::Normal("/"), "/");
+    EXPECT_EQ(KPlannedTree::Normal("/.."), "/");
+}
+
+TEST(PlannedPathTest, PatternsMatchAsRulesDo) {
+    EXPECT_TRUE(MatchesPattern("libx.so.1", "lib*.so*"));
+    EXPECT_TRUE(MatchesPattern("", "*"));
+    EXPECT_TRUE(MatchesPattern("aXbXb", "a*Xb"));
+    EXPECT_TRUE(MatchesPattern("\xC3\xB6", "?"));
+    EXPECT_FALSE(MatchesPattern("ab", "?"));
+    EXPECT_FALSE(MatchesPattern("abc", "ab"));
+    EXPECT_FALSE(MatchesPattern("ab", "abc"));
+    EXPECT_FALSE(MatchesPattern("A", "a"));
+    EXPECT_TRUE(IsPattern("a?"));
+    EXPECT_FALSE(IsPattern("a.b"));
+}
+
+} // namespace
