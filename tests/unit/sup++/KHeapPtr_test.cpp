@@ -119,7 +119,7 @@ TEST(KHeapPtrTest, ComparesValues) {
 
 TEST(KHeapPtrTest, MissingMemoryLeavesItAsItWas) {
     Buffer buffer = BufferOf("abc");
-    EXPECT_THROW(buffer.Append(buffer.GetData(), SIZE_MAX / 4), std::bad_alloc);
+    EXPECT_THROW(buffer.Append(buffer.GetData(), SIZE_MAX / 4 * 3), std::bad_alloc);
     EXPECT_EQ(BytesOf(buffer), "abc");
 }
 
