@@ -59,3 +59,9 @@ if(INSPP_SANITIZE)
   target_compile_options(inspp_test INTERFACE -fsanitize=${INSPP_SANITIZE_TESTS})
   target_link_options(inspp_compiler INTERFACE -fsanitize=${INSPP_SANITIZE})
 endif()
+
+option(INSPP_COVERAGE "Built with --coverage" OFF)
+if(INSPP_COVERAGE)
+  # Threads that count at the same time would lose counts, and leave negative ones.
+  target_compile_options(inspp_product INTERFACE -fprofile-update=atomic)
+endif()

@@ -6,6 +6,7 @@
 # those of any library are, by the loader's own configuration.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
+file(MAKE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/man)
 
 set(INSPP_INCLUDE_DIRECTORY ${CMAKE_INSTALL_INCLUDEDIR}/inspp)
 set(INSPP_CMAKE_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/cmake/inspp)
@@ -59,6 +60,22 @@ endfunction()
 inspp_install_library(dplinsup sup sup++ sup++)
 inspp_install_library(ins++ ins ins ins++)
 install(TARGETS ins-setup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT setup)
+
+# What ins-setup is used with. Pages are compressed as Debian wants them, without name and time.
+foreach(page ins-setup.8 ins-script.5 ins++.7)
+  set(compressed ${CMAKE_CURRENT_BINARY_DIR}/man/${page}.gz)
+  execute_process(COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/docs/man/${page}
+    OUTPUT_FILE ${compressed}.new COMMAND_ERROR_IS_FATAL ANY)
+  file(COPY_FILE ${compressed}.new ${compressed} ONLY_IF_DIFFERENT)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+    ${PROJECT_SOURCE_DIR}/docs/man/${page})
+  string(REGEX MATCH "[0-9]$" chapter ${page})
+  install(FILES ${compressed} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${chapter} COMPONENT setup)
+endforeach()
+install(FILES setup/completion/ins-setup.bash RENAME ins-setup
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT setup)
+install(DIRECTORY docs/vim/syntax docs/vim/ftdetect
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/vim/vimfiles COMPONENT setup)
 
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/inspp-config-version.cmake
   COMPATIBILITY SameMajorVersion)

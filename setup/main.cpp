@@ -11,6 +11,7 @@
 #include <setup/plan/RunPlan.h>
 #include <setup/run/Answers.h>
 #include <setup/run/KSetupRun.h>
+#include <setup/safety/Preflight.h>
 #include <setup/safety/PrepareProcess.h>
 #include <sup++/KError.h>
 
@@ -43,6 +44,9 @@ int Tell(
     KRunReport report;
     report.command = command;
     try {
+        if (arguments.command != Command::Status) {
+            KSETUP::RequireRoot(); // said before anything is wrong with the kit
+        }
         work(KSETUP::KSetupKit(arguments.kit), voice, report);
     } catch (const KSETUP::KSetupFailure& failure) {
         Refuse(report, failure.GetExitCode(), failure.what());

@@ -5,6 +5,8 @@
 
 #include <cstddef>
 #include <cstring>
+#include <functional>
+#include <limits>
 #include <new>
 #include <stdexcept>
 #include <type_traits>
@@ -51,17 +53,24 @@ class KHeapPtr {
         return *this;
     }
 
-    /// Adds `count` values at the end.
+    /// Adds `count` values at the end; they may be values of this buffer.
     void Append(const T* values, std::size_t count) {
         if (count == 0) {
             return;
         }
+        if (count > std::numeric_limits<std::size_t>::max() / sizeof(T) - used) {
+            throw std::bad_alloc();
+        }
+        // Values of its own move with the block.
+        const std::less<const T*> isBefore;
+        const bool isOwn = !isBefore(values, memory) && isBefore(values, memory + used);
+        const std::size_t offset = isOwn ? static_cast<std::size_t>(values - memory) : 0;
         void* block = memory;
         if (Rel_SvcExpandMemory(&block, (used + count) * sizeof(T), tag) != 0) {
             throw std::bad_alloc();
         }
         memory = static_cast<T*>(block);
-        std::memcpy(memory + used, values, count * sizeof(T));
+        std::memcpy(memory + used, isOwn ? memory + offset : values, count * sizeof(T));
         used += count;
     }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
-#include <setup/run/ProductPath.h>
+#include <setup/plan/ProductPath.h>
 #include <sup++/KUtil.h>
 
 #include <algorithm>

@@ -7,12 +7,17 @@ namespace KSETUP {
 
 namespace {
 
-/// Whether nothing is to be done: no component is empty or made of dots alone.
+/// Whether nothing is to be done: no component is empty or begins with a dot.
 bool IsNormal(std::string_view path) noexcept {
     if (path.empty() || path.front() != '/' || (path.size() > 1 && path.back() == '/')) {
         return false;
     }
-    return path.find("//") == std::string_view::npos && path.find("/.") == std::string_view::npos;
+    for (std::size_t at = 0; at + 1 < path.size(); ++at) {
+        if (path[at] == '/' && (path[at + 1] == '/' || path[at + 1] == '.')) {
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace

@@ -53,7 +53,6 @@ std::string Shown(const std::string& text) {
 
 KSetupVoice::KSetupVoice(const KSetupArguments& arguments)
     : text(!arguments.json && !arguments.quiet),
-      quiet(arguments.quiet),
       json(arguments.json) {
     const bool elsewhere = arguments.progressDescriptor != STDOUT_FILENO;
     if (!arguments.jsonEvents && !elsewhere) {

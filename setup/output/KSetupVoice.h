@@ -44,7 +44,6 @@ class KSetupVoice {
     static void PrintTrouble(const KRunReport& report);
 
     bool text;
-    bool quiet;
     bool json;
     unsigned all = 0;
     KSetupProgress progress;

@@ -24,7 +24,7 @@ std::string BytesInWords(std::uint64_t bytes) {
     return text.data();
 }
 
-std::string Counted(std::size_t count, const char* one, const char* many) {
+std::string Counted(std::uint64_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 

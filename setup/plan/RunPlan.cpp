@@ -5,9 +5,9 @@
 #include <setup/output/KRunReport.h>
 #include <setup/plan/MacroReport.h>
 #include <setup/plan/PlanReport.h>
+#include <setup/plan/ProductPath.h>
 #include <setup/plan/RunPlan.h>
 #include <setup/plan/WhyNoRule.h>
-#include <setup/run/ProductPath.h>
 #include <setup/script/KMacroContext.h>
 #include <sup++/KError.h>
 #include <sup++/KTraceLogger.h>

@@ -9,7 +9,6 @@
 #include <setup/safety/KManifest.h>
 #include <setup/safety/KRunLock.h>
 #include <setup/safety/KRunState.h>
-#include <setup/safety/Preflight.h>
 #include <sup++/KUtil.h>
 
 namespace KSETUP {
@@ -73,7 +72,6 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
 }
 
 void FillRestore(const KSetupArguments& arguments, KRunReport& report) {
-    RequireRoot();
     const KINS::KInstaller installer;
     const std::string service = installer.ExpandMacros("$serviceName$").c_str();
     report.product = KSetupKit::GetProductName().c_str();

@@ -1,17 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/check/FindingText.h>
-#include <setup/check/KCheck.h>
-#include <setup/kit/KitSeal.h>
 #include <setup/output/KSetupLogTail.h>
+#include <setup/plan/ProductPath.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
-#include <setup/run/PlannedPaths.h>
-#include <setup/run/ProductPath.h>
 #include <setup/run/RunWords.h>
-#include <setup/safety/KBackup.h>
-#include <setup/safety/KManifest.h>
 #include <setup/safety/Preflight.h>
 #include <setup/script/KScript.h>
 #include <sup++/KErrorCode.h>
@@ -92,18 +86,18 @@ KSetupRun::KSetupRun(
     : kit(kitToUse),
       arguments(given),
       voice(speaker),
-      report(toFill) {
+      report(toFill),
+      guard(kitToUse, given, speaker, signals, macros.Expand("$serviceName$")) {
     report.product = Text(KSetupKit::GetProductName());
 }
 
 void KSetupRun::Install() {
-    RequireRoot();
     report.version = macros.Expand("$verInfo$");
     report.buildNumber = SvcGetOEMDataEx()->buildNumber;
     if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
         throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
     }
-    Secure();
+    guard.Lock();
     if (installer.IsProductInstalled()) {
         const KInstalledRecord record = ReadRecord(installer);
         report.formerVersion = record.version;
@@ -116,30 +110,32 @@ void KSetupRun::Install() {
         }
     }
     Plan("install");
-    RefuseErrors();
-    LookAround();
+    guard.RefuseErrors(report.productPath);
+    guard.LookAround(*plan);
     BackUp();
     Prepare();
     Load();
     Watch();
     if (report.result == KRunResult::Done) {
-        KeepManifest();
-        state->End();
+        if (const std::string why = guard.KeepManifest(*plan); !why.empty()) {
+            // The product is installed all the same.
+            report.notes.push_back("\"status --verify\" will not know of this: " + why);
+        }
+        guard.End();
     }
     FillNotes();
 }
 
 void KSetupRun::Remove() {
-    RequireRoot();
     if (!installer.IsProductInstalled()) {
         return; // with nothing done, which is what was asked for
     }
     const KInstalledRecord record = ReadRecord(installer);
     report.version = record.version;
     report.buildNumber = record.buildNumber;
-    Secure();
+    guard.Lock();
     Plan("remove");
-    LookAround();
+    guard.LookAround(*plan);
     AskBeforeRemoval();
     BackUp();
     Prepare();
@@ -151,77 +147,10 @@ void KSetupRun::Remove() {
     FillNotes();
 }
 
-/// From here on the kit is what it was made as, and nobody else works on the product.
-void KSetupRun::Secure() {
-    RequirePrivate(kit.GetDirectory());
-    if (report.command == "install") { // a removal reads no payload
-        VerifySeal(kit.GetDirectory());
-    }
-    const std::string service = macros.Expand("$serviceName$");
-    WithSignals([&] {
-        lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
-    });
-    if (const auto interrupted = KRunState::Read(service)) {
-        voice.Say(Shown(interrupted->ToWords()));
-    }
-}
-
-/// What is stopped on request answers with the signal that it was.
-void KSetupRun::WithSignals(const std::function<void()>& work) const {
-    try {
-        work();
-    } catch (const KSetupFailure& failure) {
-        const bool isStopped = failure.GetExitCode() == ExitCode::signalBase + SIGINT;
-        throw KSetupFailure(
-            isStopped ? ExitCode::signalBase + signals.GetFirst() : failure.GetExitCode(),
-            failure.what()
-        );
-    }
-}
-
-/// An engine that is given a wrong script does what it says; here people are helped.
-void KSetupRun::RefuseErrors() const {
-    const KCheckResult found = CheckKit(kit, report.productPath);
-    if (!found.hasCycle && (arguments.noCheck || !found.HasErrors())) {
-        return;
-    }
-    std::string words = "the kit's script has errors. Nothing was changed.";
-    for (const KFinding& finding : found.findings) {
-        if (finding.severity == KSeverity::Error) {
-            words += "\n" + ToLine(finding, kit.GetDirectory());
-        }
-    }
-    throw KSetupFailure(
-        ExitCode::malformedScript,
-        words + (found.hasCycle ? "\nMend the circle first: it would load without end."
-                                : "\nMend them, or install with --no-check.")
-    );
-}
-
-void KSetupRun::LookAround() const {
-    RequireWritable(*plan);
-    RequireSpace(*plan);
-    if (!arguments.offlineServices && report.command == "install") {
-        RequireServiceManager(*plan);
-    }
-    const char* fate = report.command == "install" ? "replaced: " : "deleted: ";
-    for (const std::string& program : FindRunningPrograms(*plan)) {
-        voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
-    }
-}
-
 /// Everything that the run may change, so that "restore" can put it back.
 void KSetupRun::BackUp() {
-    if (!arguments.backup) {
-        return;
-    }
-    const std::string service = macros.Expand("$serviceName$");
-    std::vector<std::string> paths = ChangedPaths(*plan);
     const std::filesystem::path product(report.productPath);
-    paths.push_back(product / "config" / macros.Expand("$iniFile$"));
-    paths.push_back(std::filesystem::path(stateBaseDirectory) / service / "manifest");
-    WithSignals([&] { KBackup(service).Save(paths, [this] { return signals.Take() != 0; }); });
-    voice.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
+    guard.BackUp(*plan, product / "config" / macros.Expand("$iniFile$"));
 }
 
 /// Only where somebody sits: a run that nobody watches is never held up.
@@ -299,11 +228,9 @@ void KSetupRun::Load() {
     run.version = report.version;
     run.path = report.productPath;
     run.ruleCount = report.rulesAll;
-    state.emplace(macros.Expand("$serviceName$"));
-    state->Begin(run);
+    guard.Begin(run, *plan);
     try {
         if (installs) {
-            digests.emplace(LastingCopies(*plan));
             installer.StartInstall(report.productPath);
         } else {
             installer.StartUninstall(report.productPath);
@@ -311,7 +238,7 @@ void KSetupRun::Load() {
     } catch (const KSUP::KError& error) {
         const bool malformed = error.GetCode() == KSUP::ErrorCode::malformedRule;
         report.logEnd = KSetupLogTail(report.log.c_str()).GetLast(logLinesShown);
-        state->End(); // nothing was begun
+        guard.End(); // nothing was begun
         throw KSetupFailure(
             malformed ? ExitCode::malformedScript : ExitCode::internal,
             Text(kit.GetScript()) + ": " + Shown(InWords(error, "")) + " Nothing was changed."
@@ -320,7 +247,7 @@ void KSetupRun::Load() {
 }
 
 void KSetupRun::Watch() {
-    const auto ended = watch->Wait([this](unsigned done) { state->SetRule(done + 1); });
+    const auto ended = watch->Wait([this](unsigned done) { guard.SetRule(done + 1); });
     report.rulesDone = installer.GetCompletedCount();
     report.rulesAll = installer.GetMaxCount();
     if (ended) {
@@ -373,27 +300,6 @@ void KSetupRun::FillNotes() {
     report.commandOutput = size == 0 || size == commandOutputSize ? "" : commandOutput;
 }
 
-/// What was installed, for "status --verify" and for what a removal leaves.
-void KSetupRun::KeepManifest() {
-    try {
-        const std::string service = macros.Expand("$serviceName$");
-        const auto shallStop = [this] { return signals.Take() != 0; };
-        KManifest manifest(MadePaths(*plan), shallStop, digests->Take());
-        if (signals.GetFirst() != 0) {
-            throw KSetupFailure(ExitCode::signalBase, "it was stopped on request.");
-        }
-        if (const auto former = KManifest::Read(service)) {
-            manifest.Merge(*former);
-        }
-        manifest.Write(service);
-    } catch (const KSetupFailure& failure) {
-        // The product is installed all the same.
-        report.notes.push_back(
-            std::string("\"status --verify\" will not know of this: ") + failure.what()
-        );
-    }
-}
-
 void KSetupRun::FillRemoved() {
     if (installer.IsProductInstalled()) {
         report.result = KRunResult::Failed;
@@ -403,28 +309,13 @@ void KSetupRun::FillRemoved() {
                        "the product's link in /etc. Everything else that it names is removed.";
         return;
     }
-    if (const auto installed = KManifest::Read(macros.Expand("$serviceName$"))) {
-        report.leftBehind = installed->GetRemaining();
-    } else if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
-        report.leftBehind.push_back(report.productPath);
-    }
+    report.leftBehind = guard.FindLeft(report.productPath);
     if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.notes.emplace_back(
             "The directory is still there: it holds what the script does not delete."
         );
     }
-    Forget();
-}
-
-/// What was remembered of the product goes with it, save a backup.
-void KSetupRun::Forget() {
-    const std::string service = macros.Expand("$serviceName$");
-    KManifest::Remove(service);
-    state->End();
-    const std::filesystem::path directory = std::filesystem::path(stateBaseDirectory) / service;
-    std::error_code isNotEmpty; // then it stays
-    std::filesystem::remove(directory, isNotEmpty);
-    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
+    guard.Forget();
 }
 
 } // namespace KSETUP

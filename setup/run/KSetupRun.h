@@ -8,19 +8,15 @@
 #include <setup/output/KSetupSignals.h>
 #include <setup/output/KSetupVoice.h>
 #include <setup/plan/KPlan.h>
+#include <setup/run/KRunGuard.h>
 #include <setup/run/KRunWatch.h>
 #include <setup/run/KServiceReason.h>
-#include <setup/safety/KDigestsAhead.h>
-#include <setup/safety/KRunLock.h>
-#include <setup/safety/KRunState.h>
 #include <setup/script/KMacroContext.h>
 #include <sup++/KError.h>
 #include <sup++/KString.h>
 
 #include <cstdint>
-#include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace KSETUP {
@@ -44,11 +40,7 @@ class KSetupRun {
     void Remove();
 
   private:
-    void Secure();
-    void WithSignals(const std::function<void()>& work) const;
-    void RefuseErrors() const;
     void Plan(const char* section);
-    void LookAround() const;
     void AskBeforeRemoval() const;
     void BackUp();
     void Prepare();
@@ -56,8 +48,6 @@ class KSetupRun {
     void Load();
     void Watch();
     void FillEnd(const KSUP::KError& error);
-    void KeepManifest();
-    void Forget();
     void FillNotes();
     void FillRemoved();
 
@@ -66,12 +56,10 @@ class KSetupRun {
     KSetupVoice& voice;
     KRunReport& report;
     KSetupSignals signals;
-    std::optional<KRunLock> lock;
-    std::optional<KRunState> state;
     KServiceReason serviceReason;
     KMacroContext macros;
+    KRunGuard guard;
     std::unique_ptr<KPlan> plan;
-    std::optional<KDigestsAhead> digests;
     std::string commandOutput;
     std::uintmax_t commandOutputSize = 0; // before the run
     std::unique_ptr<KRunWatch> watch;

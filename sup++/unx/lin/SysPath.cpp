@@ -164,7 +164,8 @@ OpenWithoutLinks(const char* path, int flags, unsigned mode, KDescriptor& opened
         return ELOOP;
     }
     open_how how{};
-    how.flags = static_cast<unsigned>(flags | O_LARGEFILE); // openat(2) adds it by itself
+    // openat(2) adds it by itself, and takes it back where it means nothing; this call refuses it.
+    how.flags = static_cast<unsigned>((flags & O_PATH) != 0 ? flags : flags | O_LARGEFILE);
     how.mode = mode;
     how.resolve = RESOLVE_NO_SYMLINKS;
     const long result = Retry([&] { // glibc 2.36 has no wrapper

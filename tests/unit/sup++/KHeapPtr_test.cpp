@@ -57,6 +57,27 @@ TEST(KHeapPtrTest, KeepsManyAppends) {
     EXPECT_EQ(BytesOf(buffer), expected);
 }
 
+TEST(KHeapPtrTest, AppendsItsOwnValues) {
+    KSUP::KHeapPtr<unsigned> buffer;
+    for (unsigned value = 0; value < 1000; ++value) {
+        buffer.Append(&value, 1);
+    }
+    for (int times = 0; times < 8; ++times) { // the block moves
+        buffer.Append(&buffer[0], buffer.GetCount());
+    }
+    ASSERT_EQ(buffer.GetCount(), 256000U);
+    EXPECT_EQ(buffer[255999], 999U);
+    EXPECT_EQ(buffer[1000], 0U);
+}
+
+TEST(KHeapPtrTest, MoreThanThereCanBeIsAnError) {
+    KSUP::KHeapPtr<unsigned> buffer;
+    const unsigned value = 7;
+    buffer.Append(&value, 1);
+    EXPECT_THROW(buffer.Append(&value, ~std::size_t{0} / sizeof(unsigned)), std::bad_alloc);
+    EXPECT_EQ(buffer.GetCount(), 1U);
+}
+
 TEST(KHeapPtrTest, ShrinksAndNeverGrowsByIt) {
     Buffer buffer = BufferOf("abcdef");
     buffer.Shrink(9);
@@ -119,7 +140,7 @@ TEST(KHeapPtrTest, ComparesValues) {
 
 TEST(KHeapPtrTest, MissingMemoryLeavesItAsItWas) {
     Buffer buffer = BufferOf("abc");
-    EXPECT_THROW(buffer.Append(buffer.GetData(), SIZE_MAX / 4), std::bad_alloc);
+    EXPECT_THROW(buffer.Append(buffer.GetData(), SIZE_MAX / 4 * 3), std::bad_alloc);
     EXPECT_EQ(BytesOf(buffer), "abc");
 }
 

@@ -91,7 +91,7 @@ TEST_F(SvcMemoryTest, ResizingMakesABlockExactlyAsLong) {
 TEST_F(SvcMemoryTest, NoMemoryLeavesTheOldBlock) {
     GivenBlock(50);
     const void* before = memory;
-    for (const std::size_t bytes : {SIZE_MAX, SIZE_MAX - 8, SIZE_MAX / 4}) {
+    for (const std::size_t bytes : {SIZE_MAX, SIZE_MAX - 8, SIZE_MAX / 4 * 3}) {
         EXPECT_EQ(Rel_SvcExpandMemory(&memory, bytes, blockTag), unsigned{ENOMEM});
         EXPECT_EQ(Rel_SvcResizeMemory(&memory, bytes), unsigned{ENOMEM});
         EXPECT_EQ(memory, before);
@@ -100,7 +100,7 @@ TEST_F(SvcMemoryTest, NoMemoryLeavesTheOldBlock) {
 }
 
 TEST_F(SvcMemoryTest, NoMemoryLeavesANullPointer) {
-    EXPECT_EQ(Rel_SvcExpandMemory(&memory, SIZE_MAX / 4, blockTag), unsigned{ENOMEM});
+    EXPECT_EQ(Rel_SvcExpandMemory(&memory, SIZE_MAX / 4 * 3, blockTag), unsigned{ENOMEM});
     EXPECT_EQ(memory, nullptr);
 }
 

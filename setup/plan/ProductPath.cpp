@@ -2,7 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/kit/KSetupKit.h>
-#include <setup/run/ProductPath.h>
+#include <setup/plan/ProductPath.h>
 
 #include <algorithm>
 #include <array>

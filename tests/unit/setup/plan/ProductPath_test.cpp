@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "../../../support/TemporaryTree.h"
 
-#include <setup/run/ProductPath.h>
+#include <setup/plan/ProductPath.h>
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/check/FindingText.h>
+#include <setup/check/KCheck.h>
+#include <setup/kit/KitSeal.h>
+#include <setup/run/KRunGuard.h>
+#include <setup/run/PlannedPaths.h>
+#include <setup/safety/KBackup.h>
+#include <setup/safety/KManifest.h>
+#include <setup/safety/Preflight.h>
+#include <sup++/KFileBase.h>
+
+#include <csignal>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace KSETUP {
+
+KRunGuard::KRunGuard(
+    const KSetupKit& kitToUse,
+    const KSetupArguments& given,
+    KSetupVoice& speaker,
+    KSetupSignals& taken,
+    std::string serviceName
+)
+    : kit(kitToUse),
+      arguments(given),
+      voice(speaker),
+      signals(taken),
+      service(std::move(serviceName)) {}
+
+void KRunGuard::Lock() {
+    RequirePrivate(kit.GetDirectory());
+    if (arguments.command == Command::Install) { // a removal reads no payload
+        VerifySeal(kit.GetDirectory());
+    }
+    WithSignals([&] {
+        lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
+    });
+    if (const auto interrupted = KRunState::Read(service)) {
+        voice.Say(Shown(interrupted->ToWords()));
+    }
+}
+
+/// What is stopped on request answers with the signal that it was.
+void KRunGuard::WithSignals(const std::function<void()>& work) const {
+    try {
+        work();
+    } catch (const KSetupFailure& failure) {
+        const bool isStopped = failure.GetExitCode() == ExitCode::signalBase + SIGINT;
+        throw KSetupFailure(
+            isStopped ? ExitCode::signalBase + signals.GetFirst() : failure.GetExitCode(),
+            failure.what()
+        );
+    }
+}
+
+/// An engine that is given a wrong script does what it says; here people are helped.
+void KRunGuard::RefuseErrors(const std::string& productPath) const {
+    const KCheckResult found = CheckKit(kit, productPath);
+    if (!found.hasCycle && (arguments.noCheck || !found.HasErrors())) {
+        return;
+    }
+    std::string words = "the kit's script has errors. Nothing was changed.";
+    for (const KFinding& finding : found.findings) {
+        if (finding.severity == KSeverity::Error) {
+            words += "\n" + ToLine(finding, kit.GetDirectory());
+        }
+    }
+    throw KSetupFailure(
+        ExitCode::malformedScript,
+        words + (found.hasCycle ? "\nMend the circle first: it would load without end."
+                                : "\nMend them, or install with --no-check.")
+    );
+}
+
+void KRunGuard::LookAround(const KPlan& plan) const {
+    const bool installs = arguments.command == Command::Install;
+    RequireWritable(plan);
+    RequireSpace(plan);
+    if (!arguments.offlineServices && installs) {
+        RequireServiceManager(plan);
+    }
+    const char* fate = installs ? "replaced: " : "deleted: ";
+    for (const std::string& program : FindRunningPrograms(plan)) {
+        voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
+    }
+}
+
+void KRunGuard::BackUp(const KPlan& plan, const std::string& configuration) const {
+    if (!arguments.backup) {
+        return;
+    }
+    std::vector<std::string> paths = ChangedPaths(plan);
+    paths.push_back(configuration);
+    paths.push_back(std::filesystem::path(stateBaseDirectory) / service / "manifest");
+    WithSignals([&] { KBackup(service).Save(paths, [this] { return signals.Take() != 0; }); });
+    voice.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
+}
+
+void KRunGuard::Begin(const KRunDescription& run, const KPlan& plan) {
+    state.emplace(service);
+    state->Begin(run);
+    if (run.action == KRunDescription::Action::Install) {
+        digests.emplace(LastingCopies(plan));
+    }
+}
+
+std::string KRunGuard::KeepManifest(const KPlan& plan) {
+    try {
+        const auto shallStop = [this] { return signals.Take() != 0; };
+        KManifest manifest(MadePaths(plan), shallStop, digests->Take());
+        if (signals.GetFirst() != 0) {
+            return "it was stopped on request.";
+        }
+        if (const auto former = KManifest::Read(service)) {
+            manifest.Merge(*former);
+        }
+        manifest.Write(service);
+    } catch (const KSetupFailure& failure) {
+        return failure.what();
+    }
+    return {};
+}
+
+std::vector<std::string> KRunGuard::FindLeft(const std::string& productPath) const {
+    if (const auto installed = KManifest::Read(service)) {
+        return installed->GetRemaining();
+    }
+    return KSUP::KFileBase::DoesFileExist(productPath) ? std::vector<std::string>{productPath}
+                                                       : std::vector<std::string>();
+}
+
+void KRunGuard::Forget() {
+    KManifest::Remove(service);
+    state->End();
+    const std::filesystem::path directory = std::filesystem::path(stateBaseDirectory) / service;
+    std::error_code isNotEmpty; // then it stays
+    std::filesystem::remove(directory, isNotEmpty);
+    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
+}
+
+} // namespace KSETUP

@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/kit/KSetupKit.h>
+#include <setup/output/KSetupArguments.h>
+#include <setup/output/KSetupSignals.h>
+#include <setup/output/KSetupVoice.h>
+#include <setup/plan/KPlan.h>
+#include <setup/safety/KDigestsAhead.h>
+#include <setup/safety/KRunLock.h>
+#include <setup/safety/KRunState.h>
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace KSETUP {
+
+/// The safety net of a run: refuses what would fail before anything changes, keeps others away, and
+/// remembers what is begun and what was installed. In the order of the calls: Lock, RefuseErrors,
+/// LookAround, BackUp, Begin, SetRule, then End (with KeepManifest before it) or Forget. A run that
+/// does not come so far leaves its state, which the next one tells of.
+///
+/// Borrows everything that it is given; holds the product's lock as long as it lives.
+/// Thread   the main thread's
+class KRunGuard {
+  public:
+    KRunGuard(
+        const KSetupKit& kitToUse,
+        const KSetupArguments& given,
+        KSetupVoice& speaker,
+        KSetupSignals& taken,
+        std::string serviceName
+    );
+
+    /// From here on the kit is what it was made as, and nobody else works on the product. Tells of a
+    /// run that was interrupted.
+    ///
+    /// Throws   KSetupFailure for a kit that others can change or whose seal is broken, for another
+    ///          run, and for a signal while it is waited for
+    void Lock();
+
+    /// Throws   KSetupFailure with all errors of the script, unless --no-check; a section that
+    ///          includes itself in any case
+    void RefuseErrors(const std::string& productPath) const;
+
+    /// Throws   KSetupFailure when there is no room, a place cannot be written, or a service manager
+    ///          is missing. Tells which programs run that are about to go
+    void LookAround(const KPlan& plan) const;
+
+    /// With --backup, keeps what the plan may change, and the product's configuration.
+    ///
+    /// Throws   KSetupFailure; a former backup is there still
+    void BackUp(const KPlan& plan, const std::string& configuration) const;
+
+    /// The first change is about to come.
+    void Begin(const KRunDescription& run, const KPlan& plan);
+    void SetRule(unsigned number) noexcept { state->SetRule(number); }
+
+    /// Returns  why what was installed could not be written down; empty when it was
+    std::string KeepManifest(const KPlan& plan);
+    /// What an earlier run installed and a removal left; without a manifest the product path, if it
+    /// is there.
+    std::vector<std::string> FindLeft(const std::string& productPath) const;
+    /// The run is over, or was never begun.
+    void End() { state->End(); }
+    /// The product is gone, and what was remembered of it goes too, save a backup.
+    void Forget();
+
+  private:
+    void WithSignals(const std::function<void()>& work) const;
+
+    const KSetupKit& kit;
+    const KSetupArguments& arguments;
+    KSetupVoice& voice;
+    KSetupSignals& signals;
+    std::string service; // its name
+    std::optional<KRunLock> lock;
+    std::optional<KRunState> state;
+    std::optional<KDigestsAhead> digests;
+};
+
+} // namespace KSETUP
