@@ -9,6 +9,7 @@
 #include <setup/safety/KBackup.h>
 #include <setup/safety/KManifest.h>
 #include <setup/safety/Preflight.h>
+#include <setup/safety/StaleTemporaries.h>
 #include <sup++/KFileBase.h>
 
 #include <csignal>
@@ -40,8 +41,15 @@ void KRunGuard::Lock() {
         lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
     });
     if (const auto interrupted = KRunState::Read(service)) {
+        isAfterInterrupted = true;
         voice.Say(Shown(interrupted->ToWords()));
     }
+}
+
+std::optional<KInterruptedRun> KRunGuard::FindBegunRemoval() const {
+    auto interrupted = KRunState::Read(service);
+    const bool removes = interrupted && interrupted->action == KRunDescription::Action::Remove;
+    return removes ? std::move(interrupted) : std::nullopt;
 }
 
 /// What is stopped on request answers with the signal that it was.
@@ -103,15 +111,18 @@ void KRunGuard::BackUp(const KPlan& plan, const std::string& configuration) cons
 void KRunGuard::Begin(const KRunDescription& run, const KPlan& plan) {
     state.emplace(service);
     state->Begin(run);
+    if (isAfterInterrupted) {
+        DeleteStaleTemporaries(OwnDirectories(plan, run.path, service));
+    }
     if (run.action == KRunDescription::Action::Install) {
         digests.emplace(LastingCopies(plan));
     }
 }
 
-std::string KRunGuard::KeepManifest(const KPlan& plan) {
+std::string KRunGuard::KeepManifest(const KPlan& plan, const std::string& productPath) {
     try {
         const auto shallStop = [this] { return signals.Take() != 0; };
-        KManifest manifest(MadePaths(plan), shallStop, digests->Take());
+        KManifest manifest(MadePaths(plan, productPath, service), shallStop, digests->Take());
         if (signals.GetFirst() != 0) {
             return "it was stopped on request.";
         }

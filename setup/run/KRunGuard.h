@@ -54,12 +54,14 @@ class KRunGuard {
     /// Throws   KSetupFailure; a former backup is there still
     void BackUp(const KPlan& plan, const std::string& configuration) const;
 
-    /// The first change is about to come.
+    /// A removal that was interrupted: it may have deleted the product's link already.
+    std::optional<KInterruptedRun> FindBegunRemoval() const;
+    /// The first change is about to come. What an interrupted run had begun to write goes now.
     void Begin(const KRunDescription& run, const KPlan& plan);
     void SetRule(unsigned number) noexcept { state->SetRule(number); }
 
     /// Returns  why what was installed could not be written down; empty when it was
-    std::string KeepManifest(const KPlan& plan);
+    std::string KeepManifest(const KPlan& plan, const std::string& productPath);
     /// What an earlier run installed and a removal left; without a manifest the product path, if it
     /// is there.
     std::vector<std::string> FindLeft(const std::string& productPath) const;
@@ -78,6 +80,7 @@ class KRunGuard {
     std::string service; // its name
     std::optional<KRunLock> lock;
     std::optional<KRunState> state;
+    bool isAfterInterrupted = false;
     std::optional<KDigestsAhead> digests;
 };
 

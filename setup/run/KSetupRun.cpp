@@ -26,7 +26,8 @@ namespace KSETUP {
 namespace {
 
 constexpr std::size_t logLinesShown = 5;
-constexpr unsigned logDirectory = 19; // of the path map
+constexpr const char* noVersion = "unknown"; // the engine's word for a record without one
+constexpr unsigned logDirectory = 19;        // of the path map
 
 std::string Text(const KSUP::KString& text) {
     return text.c_str();
@@ -101,7 +102,8 @@ void KSetupRun::Install() {
     if (installer.IsProductInstalled()) {
         const KInstalledRecord record = ReadRecord(installer);
         report.formerVersion = record.version;
-        if (!arguments.allowDowngrade) {
+        // A run that was killed left the link and no record: there is no version to protect.
+        if (!arguments.allowDowngrade && record.version != noVersion) {
             RequireNoDowngrade(
                 report.product,
                 {record.version, record.buildNumber},
@@ -117,7 +119,7 @@ void KSetupRun::Install() {
     Load();
     Watch();
     if (report.result == KRunResult::Done) {
-        if (const std::string why = guard.KeepManifest(*plan); !why.empty()) {
+        if (const std::string why = guard.KeepManifest(*plan, report.productPath); !why.empty()) {
             // The product is installed all the same.
             report.notes.push_back("\"status --verify\" will not know of this: " + why);
         }
@@ -127,10 +129,15 @@ void KSetupRun::Install() {
 }
 
 void KSetupRun::Remove() {
-    if (!installer.IsProductInstalled()) {
+    KInstalledRecord record;
+    if (installer.IsProductInstalled()) {
+        record = ReadRecord(installer);
+    } else if (const auto begun = guard.FindBegunRemoval()) {
+        record = {begun->path, begun->version, 0};
+        begunPath = begun->path;
+    } else {
         return; // with nothing done, which is what was asked for
     }
-    const KInstalledRecord record = ReadRecord(installer);
     report.version = record.version;
     report.buildNumber = record.buildNumber;
     guard.Lock();
@@ -171,7 +178,9 @@ void KSetupRun::AskBeforeRemoval() const {
 /// Reads the script and finds the product path, all without a change.
 void KSetupRun::Plan(const char* section) {
     const KScript script(kit.GetScript());
-    report.productPath = ChooseProductPath(installer, macros, script, arguments.productPath);
+    report.productPath = ChooseProductPath(
+        installer, macros, script, begunPath.empty() ? arguments.productPath : begunPath
+    );
     macros.SetProductPath(report.productPath);
     KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
     plan = std::make_unique<KPlan>(script, section, macros.GetExpander(), tree);

@@ -59,6 +59,7 @@ class KSetupRun {
     KServiceReason serviceReason;
     KMacroContext macros;
     KRunGuard guard;
+    std::string begunPath; // of a removal that goes on without a record
     std::unique_ptr<KPlan> plan;
     std::string commandOutput;
     std::uintmax_t commandOutputSize = 0; // before the run

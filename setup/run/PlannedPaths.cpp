@@ -22,18 +22,49 @@ bool ChangesEntry(Kind kind) {
            kind == Kind::RemoveOption;
 }
 
+bool IsAtOrBelow(const std::string& path, const std::string& directory) {
+    return path == directory || path.starts_with(directory + "/");
+}
+
+/// Whether a directory, in its normal form, is nobody else's.
+bool IsOwn(
+    const std::string& directory, const std::string& productPath, const std::string& serviceName
+) {
+    return IsAtOrBelow(directory, NormalPath(productPath)) ||
+           IsAtOrBelow(directory, "/etc/" + serviceName);
+}
+
 } // namespace
 
-std::vector<std::string> MadePaths(const KPlan& plan) {
+std::vector<std::string>
+MadePaths(const KPlan& plan, const std::string& productPath, const std::string& serviceName) {
+    std::set<std::string> onTheWay;
     std::vector<std::string> paths;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (MakesEntry(action.kind) && !action.lacks) {
                 paths.push_back(action.path);
+                for (std::string at = ParentPath(NormalPath(action.path));
+                     IsOwn(at, productPath, serviceName) && onTheWay.insert(at).second;
+                     at = ParentPath(at)) {
+                }
             }
         }
     }
+    paths.insert(paths.end(), onTheWay.begin(), onTheWay.end());
     return paths;
+}
+
+std::vector<std::string>
+OwnDirectories(const KPlan& plan, const std::string& productPath, const std::string& serviceName) {
+    std::set<std::string> directories;
+    for (const std::string& path : ChangedPaths(plan)) {
+        const std::string parent = ParentPath(NormalPath(path));
+        if (IsOwn(parent, productPath, serviceName)) {
+            directories.insert(parent);
+        }
+    }
+    return {directories.begin(), directories.end()};
 }
 
 std::vector<std::string> ChangedPaths(const KPlan& plan) {
