@@ -4,6 +4,7 @@
 #include <setup/check/RunCheck.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/kit/RunKit.h>
+#include <setup/output/EarlyRefusal.h>
 #include <setup/output/KRunReport.h>
 #include <setup/output/KSetupArguments.h>
 #include <setup/output/KSetupVoice.h>
@@ -98,6 +99,13 @@ bool WorksOnMachine(Command command) {
            command == Command::Status || command == Command::Restore;
 }
 
+/// Without a voice, which takes arguments that are understood.
+int RefuseEarly(int argc, char** argv, int exitCode, const std::string& why) {
+    std::cerr << "ins-setup: " << why << std::endl;
+    KSETUP::TellEarlyRefusal(argc, argv, exitCode, why);
+    return exitCode;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -117,12 +125,10 @@ int main(int argc, char** argv) {
         }
         return Run(*arguments);
     } catch (const KSETUP::KSetupFailure& failure) {
-        std::cerr << "ins-setup: " << failure.what() << "\n";
-        return failure.GetExitCode();
+        return RefuseEarly(argc, argv, failure.GetExitCode(), failure.what());
     } catch (const KSUP::KError& error) {
-        std::cerr << "ins-setup: " << error.GetSummary().c_str() << "\n";
+        return RefuseEarly(argc, argv, KSETUP::ExitCode::internal, error.GetSummary().c_str());
     } catch (const std::exception& error) {
-        std::cerr << "ins-setup: " << error.what() << "\n";
+        return RefuseEarly(argc, argv, KSETUP::ExitCode::internal, error.what());
     }
-    return KSETUP::ExitCode::internal;
 }

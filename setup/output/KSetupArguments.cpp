@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/output/EarlyRefusal.h>
 #include <setup/output/KSetupArguments.h>
 
 #include <CLI/CLI.hpp>
@@ -196,6 +197,9 @@ std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCod
         parser.Parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         exitCode = parser.Exit(error) == 0 ? ExitCode::done : ExitCode::usage;
+        if (exitCode != ExitCode::done) {
+            TellEarlyRefusal(argc, argv, exitCode, error.what());
+        }
         return std::nullopt;
     }
     return arguments;

@@ -1,99 +1,22 @@
 // SPDX-License-Identifier: MIT
 //
 // ins-setup as its users meet it: what it prints, and what it answers.
-#include "../support/TemporaryTree.h"
+#include "SetupRig.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
-
-#include <sys/wait.h>
 
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
 using ::testing::Not;
 
-constexpr const char* product = "[product]\nname=Setup Test\nserviceName=setuptest\n"
-                                "iniFile=st.ini\nversion=1.5\nbuildNumber=9\n";
-
-constexpr const char* commandOutput = "/var/log/Setup Test Setup Commands.txt";
-
-std::string Slurp(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-class SetupProgramTest : public ::testing::Test {
-  protected:
-    struct Outcome {
-        int exitCode;
-        std::string out;
-        std::string err;
-    };
-
-    SetupProgramTest() {
-        tree.Write("kit/product.ini", product);
-        tree.Write("kit/lib/svc", "program", 0755);
-        GivenScript();
-    }
-    ~SetupProgramTest() override {
-        std::filesystem::remove_all("/etc/setuptest");
-        std::filesystem::remove_all("/var/lib/ins++/setuptest");
-        std::filesystem::remove("/var/log/Setup Test Setup Log.txt");
-        std::filesystem::remove(commandOutput);
-    }
-
-    void GivenScript(const std::string& more = "") {
-        tree.Write(
-            "kit/install.ini",
-            "[install]\ndefaultPath.$os$=" + tree.Path("product") +
-                "\ndirectory=create,$pathTargetBin$\ndirectory=create,$pathTargetConfig$\n"
-                "profile=put,$pathTargetConfig$$iniFile$,General,A,1\n"
-                "file=copy,svc,$pathSource$lib,$pathTargetBin$\n" +
-                more +
-                "directory=create,/etc/$serviceName$\n"
-                "file=symlink,svc,$pathTargetBin$,/etc/$serviceName$,$serviceName$\n"
-                "[remove]\nfile=delete,$serviceName$,/etc/$serviceName$\n"
-                "directory=delete,/etc/$serviceName$\ndirectory=delete,$pathTargetBin$\n"
-                "directory=delete,$pathTargetLin$\ndirectory=delete,$pathTargetConfig$\n"
-                "directory=delete,$pathTarget$\n"
-        );
-    }
-
-    /// Runs a shell line in which SETUP is the program; both outputs are kept apart.
-    Outcome Run(std::string line) {
-        const std::string program =
-            std::filesystem::canonical("/proc/self/exe").parent_path().string() + "/ins-setup";
-        for (std::size_t at = 0; (at = line.find("SETUP", at)) != std::string::npos;) {
-            line.replace(at, 5, program);
-        }
-        const std::string out = tree.Path("out");
-        const std::string err = tree.Path("err");
-        const int status =
-            std::system(("cd / && (" + line + ") > " + out + " 2> " + err).c_str()); // NOLINT
-        return {WEXITSTATUS(status), Slurp(out), Slurp(err)};
-    }
-    Outcome RunSetup(const std::string& action, const std::string& more = "") {
-        return Run("SETUP " + action + " --kit " + tree.Path("kit") + " " + more);
-    }
-
-    /// A command that returns when the program copies the large file, or has not for a minute.
-    std::string WhenItCopies() const {
-        return "n=0; until [ -s " + tree.Path("product/lin/x86_64/svc") +
-               " ] || [ $((n += 1)) -gt 6000 ]; do sleep 0.01; done; ";
-    }
-
-    KTEST::TemporaryTree tree;
-};
+using KTEST::SetupProgramTest;
+using KTEST::Slurp;
 
 TEST_F(SetupProgramTest, InstallsTellsAndRemoves) {
     EXPECT_EQ(RunSetup("status").exitCode, 3);
@@ -447,11 +370,7 @@ struct Refusal {
 class SetupRefusalTest : public SetupProgramTest, public ::testing::WithParamInterface<Refusal> {};
 
 TEST_P(SetupRefusalTest, SaysWhatIsWrongAndWhatToDo) {
-    std::string line = GetParam().line;
-    for (std::size_t at = 0; (at = line.find("KIT", at)) != std::string::npos;) {
-        line.replace(at, 3, tree.Path("kit"));
-    }
-    const Outcome refused = Run(line);
+    const Outcome refused = Run(GetParam().line);
     EXPECT_EQ(refused.exitCode, GetParam().exitCode) << refused.err;
     EXPECT_THAT(refused.out + refused.err, HasSubstr(GetParam().message));
     EXPECT_FALSE(tree.Exists("product"));

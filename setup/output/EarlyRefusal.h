@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+namespace KSETUP {
+
+/// Tells programs of a refusal that comes before the arguments are understood, or because they are
+/// not: who asked for JSON gets it whatever goes wrong. What people read is the caller's to print.
+void TellEarlyRefusal(int argc, const char* const* argv, int exitCode, const std::string& why);
+
+} // namespace KSETUP

@@ -1,0 +1,264 @@
+// SPDX-License-Identifier: MIT
+//
+// Refusals of ins-setup, each with the machine looked at before and behind it: nothing may be
+// another.
+#include "../support/NameOfRow.h"
+#include "SetupRig.h"
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+struct Refusal {
+    const char* name;
+    int exitCode;
+    const char* message; ///< a part of it
+    const char* given;   ///< what is done before the machine is looked at
+    const char* line = "SETUP install --kit KIT";
+    const char* after = ":";
+};
+
+std::ostream& operator<<(std::ostream& out, const Refusal& refusal) {
+    return out << refusal.name;
+}
+
+class SetupUntouchedTest : public KTEST::SetupProgramTest,
+                           public ::testing::WithParamInterface<Refusal> {};
+
+TEST_P(SetupUntouchedTest, ARefusalChangesNothing) {
+    ASSERT_EQ(Run(GetParam().given).exitCode, 0);
+    const std::vector<std::string> roots = {tree.Path("product"), tree.Path("kit")};
+    const std::vector<std::string> before = KTEST::WholeMachine(roots);
+    ASSERT_GT(before.size(), 100U); // the machine is seen at all
+    const Outcome refused = Run(GetParam().line);
+    const std::vector<std::string> after = KTEST::WholeMachine(roots);
+    Run(GetParam().after);
+    EXPECT_EQ(refused.exitCode, GetParam().exitCode) << refused.out << refused.err;
+    EXPECT_THAT(refused.err, HasSubstr(GetParam().message));
+    EXPECT_THAT(KTEST::Changes(before, after), IsEmpty());
+}
+
+constexpr const char* asNobody = "setpriv --reuid 65534 --regid 65534 --clear-groups ";
+constexpr const char* freesTarget = "umount TREE/product";
+constexpr const char* isInstalled = "SETUP install --kit KIT";
+
+const std::string asNobodyInstalls = std::string(asNobody) + "SETUP install --kit KIT";
+const std::string asNobodyRemoves = std::string(asNobody) + "SETUP remove --yes --kit KIT";
+const std::string asNobodyRestores = std::string(asNobody) + "SETUP restore --kit KIT";
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls,
+    SetupUntouchedTest,
+    ::testing::Values(
+        Refusal{"UnknownOption", 64, "--quickly", ":", "SETUP install --kit KIT --quickly"},
+        Refusal{"PathOfTheSystem", 64, "\"/etc\" cannot be", ":", "SETUP install --kit KIT /etc"},
+        Refusal{"RelativePath", 64, "does not begin with", ":", "SETUP install --kit KIT opt/x"},
+        Refusal{
+            "PathBesideTheInstalledProduct",
+            64,
+            "is installed in",
+            isInstalled,
+            "SETUP install --kit KIT /opt/elsewhere"},
+        Refusal{
+            "PathThatLeadsIntoTheSystem",
+            64,
+            "it is a directory of the system",
+            "ln -s /usr TREE/way",
+            "SETUP install --kit KIT TREE/way"},
+        Refusal{
+            "DefaultOfTheSystem",
+            65,
+            "\"/etc\" cannot be used",
+            "sed -i 's,^defaultPath.*,defaultPath.$os$=/etc,' KIT/install.ini"},
+        Refusal{
+            "OlderVersion",
+            64,
+            "which is newer than",
+            "SETUP install --kit KIT; sed -i s/1.5/1.4/ KIT/product.ini"},
+        Refusal{
+            "ProgressDescriptor",
+            64,
+            "no open descriptor",
+            ":",
+            "SETUP install --progress-fd 9 --kit KIT"}
+    ),
+    KTEST::NameOfRow()
+);
+
+INSTANTIATE_TEST_SUITE_P(
+    Kits,
+    SetupUntouchedTest,
+    ::testing::Values(
+        Refusal{"NoKit", 66, "no such directory", ":", "SETUP install --kit /nowhere"},
+        Refusal{"NoScript", 66, "install.ini: missing", "rm KIT/install.ini"},
+        Refusal{"NoProductFile", 66, "product.ini: missing", "rm KIT/product.ini"},
+        Refusal{"WrongProductFile", 65, "must be names", "sed -i s,=st.ini,=a/b, KIT/product.ini"},
+        Refusal{"KitThatOthersMayWrite", 66, "others than root can", "chmod o+w KIT"},
+        Refusal{"KitThatAGroupMayWrite", 66, "others than root can", "chmod g+w KIT"},
+        Refusal{"DirectoryInItThatOthersMayWrite", 66, "kit/lib", "chmod o+w KIT/lib"},
+        Refusal{"FileInItThatOthersMayWrite", 66, "kit/lib/svc", "chmod o+w KIT/lib/svc"},
+        Refusal{"KitOfAnotherUser", 66, "others than root can", "chown 65534 KIT"},
+        Refusal{"KitInADirectoryOfAnotherUser", 66, "others than root can", "chown 65534 TREE"},
+        Refusal{
+            "SealedFileThatChanged",
+            65,
+            "    lib/svc: changed",
+            "SETUP kit seal --kit KIT; echo more >> KIT/lib/svc"},
+        Refusal{
+            "SealedFileThatIsGone",
+            65,
+            "    lib/more: missing",
+            "echo more > KIT/lib/more; SETUP kit seal --kit KIT; rm KIT/lib/more"},
+        Refusal{
+            "FileThatWasNotSealed",
+            65,
+            "    lib/more: not listed",
+            "SETUP kit seal --kit KIT; echo more > KIT/lib/more"},
+        Refusal{"SealThatIsNone", 65, "not a line of check sums", "echo sums > KIT/SHA256SUMS"},
+        Refusal{"SealThatLeadsNowhere", 66, "SHA256SUMS", "ln -s /nowhere KIT/SHA256SUMS"}
+    ),
+    KTEST::NameOfRow()
+);
+
+INSTANTIATE_TEST_SUITE_P(
+    Scripts,
+    SetupUntouchedTest,
+    ::testing::Values(
+        Refusal{"UnknownOperation", 65, ": error: ", "sed -i s/=create,/=make,/ KIT/install.ini"},
+        Refusal{"SourceThatIsMissing", 65, "is not in the kit", "rm KIT/lib/svc"},
+        Refusal{
+            "Circle", 65, "[install]", "sed -i '/^file=copy/i section=install' KIT/install.ini"},
+        Refusal{
+            "CircleThatIsNotChecked",
+            65,
+            "the section includes itself",
+            "sed -i '/^file=copy/i section=install' KIT/install.ini",
+            "SETUP install --no-check --kit KIT"}
+    ),
+    KTEST::NameOfRow()
+);
+
+INSTANTIATE_TEST_SUITE_P(
+    Machines,
+    SetupUntouchedTest,
+    ::testing::Values(
+        Refusal{
+            "NoSpace",
+            73,
+            "too little space",
+            "mkdir TREE/product; mount -t tmpfs -o size=1m none TREE/product",
+            "SETUP install --kit KIT",
+            freesTarget},
+        Refusal{
+            "NoInodes",
+            73,
+            "too few inodes",
+            "mkdir TREE/product; mount -t tmpfs -o size=64m,nr_inodes=10 none TREE/product",
+            "SETUP install --kit KIT",
+            freesTarget},
+        Refusal{
+            "ReadOnlyTarget",
+            73,
+            "is mounted read-only",
+            "mkdir TREE/product; mount -t tmpfs -o ro none TREE/product",
+            "SETUP install --kit KIT",
+            freesTarget},
+        Refusal{"FileWhereTheTargetGoes", 73, "it is no directory", "echo mine > TREE/product"},
+        Refusal{
+            "LogDirectoryThatOthersMayWrite",
+            73,
+            "the directory of logs",
+            "chmod 0777 /var/log",
+            "SETUP install --kit KIT",
+            "chmod 0755 /var/log"},
+        Refusal{
+            "LinkInThePlaceOfTheLog",
+            73,
+            "the setup log cannot be opened",
+            "ln -s TREE/victim '/var/log/Setup Test Setup Log.txt'"},
+        Refusal{
+            "NoServiceManager",
+            69,
+            "systemd does not run here",
+            "sed -i '/^.remove/i service=start,$serviceName$' KIT/install.ini; "
+            "sed -i '/^.remove/a service=remove,$serviceName$' KIT/install.ini; "
+            "mv /run/systemd/system /run/systemd/hidden",
+            "SETUP install --kit KIT",
+            "mv /run/systemd/hidden /run/systemd/system"},
+        Refusal{
+            "LockThatIsHeld",
+            75,
+            "another run for setuptest goes on",
+            ":",
+            "flock /run/lock/ins++-setuptest.lock SETUP install --kit KIT"},
+        Refusal{
+            "LockThatIsHeldAndWaitedFor",
+            75,
+            "another run for setuptest goes on",
+            isInstalled,
+            "flock /run/lock/ins++-setuptest.lock SETUP remove --wait 1 --kit KIT"},
+        Refusal{"NotRoot", 77, "Only root can install", ":", asNobodyInstalls.c_str()},
+        Refusal{"NotRootToRemove", 77, "Only root can", isInstalled, asNobodyRemoves.c_str()},
+        Refusal{"NotRootToRestore", 77, "Only root can", isInstalled, asNobodyRestores.c_str()},
+        Refusal{
+            "RecordOfTheSystem",
+            65,
+            "The record of the installed product is wrong",
+            "mkdir /etc/setuptest; ln -s /usr/lin/x86/svc /etc/setuptest/setuptest",
+            "SETUP remove --yes --kit KIT"},
+        Refusal{"NoBackup", 66, "there is no backup", isInstalled, "SETUP restore --kit KIT"},
+        Refusal{
+            "NoManifest",
+            66,
+            "there is nothing to compare with",
+            "SETUP install --kit KIT; rm /var/lib/ins++/setuptest/manifest",
+            "SETUP status --verify --kit KIT"}
+    ),
+    KTEST::NameOfRow()
+);
+
+using SetupUntouchedByQuestionsTest = KTEST::SetupProgramTest;
+
+TEST_F(SetupUntouchedByQuestionsTest, QuestionsChangeNothing) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const std::vector<std::string> roots = {tree.Path("product"), tree.Path("kit")};
+    const std::vector<std::string> before = KTEST::WholeMachine(roots);
+    for (const char* question :
+         {"status", "status --verify", "plan install", "plan remove", "check", "macros"}) {
+        EXPECT_EQ(RunSetup(question).exitCode, 0) << question;
+    }
+    EXPECT_THAT(KTEST::Changes(before, KTEST::WholeMachine(roots)), IsEmpty());
+}
+
+TEST_F(SetupUntouchedByQuestionsTest, WhatIsLookedAtShowsEachKindOfChange) {
+    tree.Write("seen/file", "text");
+    tree.Link("seen/link", "file");
+    tree.Directory("seen/empty");
+    const std::vector<std::string> roots = {tree.Path("seen")};
+    std::vector<std::string> before = KTEST::MachineTree(roots);
+    const auto changes = [&] {
+        std::vector<std::string> after = KTEST::MachineTree(roots);
+        const std::size_t count = KTEST::Changes(before, after).size();
+        before = after;
+        return count;
+    };
+    EXPECT_EQ(changes(), 0U);
+    tree.Write("seen/file", "Text");
+    EXPECT_EQ(changes(), 2U);
+    tree.SetMode("seen/empty", 0700);
+    EXPECT_EQ(changes(), 2U);
+    tree.Remove("seen/link");
+    tree.Link("seen/link", "other");
+    EXPECT_EQ(changes(), 2U);
+    tree.SetOwner("seen/file", 1, 1);
+    EXPECT_EQ(changes(), 2U);
+    tree.Write("seen/new", "");
+    EXPECT_EQ(changes(), 1U);
+}
+
+} // namespace
