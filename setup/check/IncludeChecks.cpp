@@ -59,13 +59,10 @@ std::string MeantSection(const KScript& script, const std::string& name) {
 Findings IncludeCycles(const KCheckContext& context) {
     Findings found;
     for (const KScriptCycle& cycle : context.GetCycles()) {
-        std::string path;
-        for (const std::string& name : cycle.names) {
-            path += (path.empty() ? "[" : " -> [") + name + "]";
-        }
         found.push_back(context.AtValue(
             cycle.line,
-            "section [" + cycle.names.back() + "] includes itself and never ends: " + path,
+            "section [" + cycle.names.back() +
+                "] includes itself and never ends: " + ToWords(cycle),
             "take this line out, or move what both need to a section of its own"
         ));
     }

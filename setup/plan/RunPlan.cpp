@@ -52,32 +52,6 @@ int Answer(
     return ExitCode::internal;
 }
 
-void RefuseCycle(const KScript& script, const KScriptCycle& cycle) {
-    std::string names;
-    for (const std::string& name : cycle.names) {
-        names += (names.empty() ? "[" : " -> [") + name + "]";
-    }
-    throw KSetupFailure(
-        ExitCode::malformedScript,
-        script.GetPath() + ":" + std::to_string(cycle.line.number) +
-            ": a section includes itself, and a run would load it without end: " + names +
-            ". Take one of these \"section\" lines out."
-    );
-}
-
-void RefuseMalformed(const KScript& script, const KPlan& plan) {
-    std::string all;
-    for (const KPlannedRule& planned : plan.GetRules()) {
-        if (const std::string why = WhyNoRule(planned.rule); !why.empty()) {
-            all += (all.empty() ? "" : "\n") + script.GetPath() + ":" +
-                   std::to_string(planned.rule.line.number) + ": " + why;
-        }
-    }
-    if (!all.empty()) {
-        throw KSetupFailure(ExitCode::malformedScript, all);
-    }
-}
-
 int ExitCodeOf(const KPlanReport& report) {
     if (CountTotals(*report.plan).obstacles != 0) {
         return ExitCode::ruleFailed;
@@ -103,10 +77,9 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     macros.SetProductPath(path);
     KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
     const KPlan plan(script, installs ? "install" : "remove", macros.GetExpander(), tree);
-    if (!plan.GetCycles().empty()) {
-        RefuseCycle(script, plan.GetCycles().front());
+    if (const std::string why = WhyNotLoaded(script, plan); !why.empty()) {
+        throw KSetupFailure(ExitCode::malformedScript, why);
     }
-    RefuseMalformed(script, plan);
     KPlanReport report;
     report.installs = installs;
     report.product = KSetupKit::GetProductName().c_str();

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/output/KSetupVoice.h>
 #include <setup/plan/WhyNoRule.h>
 #include <sup++/KUtil.h>
 
@@ -51,6 +52,25 @@ std::string WhyNoRule(const KScriptRule& rule) {
         }
     }
     return {};
+}
+
+std::string WhyNotLoaded(const KScript& script, const KPlan& plan) {
+    const auto place = [&](const KScriptLine& line) {
+        return Shown(script.GetPath()) + ":" + std::to_string(line.number) + ": ";
+    };
+    if (!plan.GetCycles().empty()) {
+        const KScriptCycle& cycle = plan.GetCycles().front();
+        return place(cycle.line) +
+               "a section includes itself, and a run would load it without end: " +
+               Shown(ToWords(cycle)) + ". Take one of these \"section\" lines out.";
+    }
+    std::string all;
+    for (const KPlannedRule& planned : plan.GetRules()) {
+        if (const std::string why = WhyNoRule(planned.rule); !why.empty()) {
+            all += (all.empty() ? "" : "\n") + place(planned.rule.line) + Shown(why);
+        }
+    }
+    return all;
 }
 
 } // namespace KSETUP

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/plan/KPlan.h>
 #include <setup/script/KScript.h>
 
 #include <string>
@@ -10,5 +11,10 @@ namespace KSETUP {
 /// Why the engine would refuse to load this line, which ends a run before its first rule; empty for
 /// one that it takes.
 std::string WhyNoRule(const KScriptRule& rule);
+
+/// Why the engine would not come to the first rule of a plan made from this script: a section that
+/// includes itself, which it would load without end, or else all lines that are no rules, each in a
+/// line with its place. Empty when it would.
+std::string WhyNotLoaded(const KScript& script, const KPlan& plan);
 
 } // namespace KSETUP

@@ -2,7 +2,9 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/KSetupLogTail.h>
+#include <setup/plan/AddedLines.h>
 #include <setup/plan/ProductPath.h>
+#include <setup/plan/WhyNoRule.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
 #include <setup/run/RunWords.h>
@@ -51,29 +53,12 @@ std::vector<KWatchedRule> RulesOf(const KPlan& plan, const std::string& script, 
             );
         }
     }
-    // A line of the command line that is malformed ends the loading, so none is missed here.
-    char buffer[512];
-    unsigned cursor = 0;
-    while (installs && SvcEnumerateStringFromCommandLine(
-                           0,
-                           SvcGetGlobalDataEx()->commandLine,
-                           "",
-                           "addProfileLine",
-                           sizeof(buffer),
-                           &cursor,
-                           buffer
-                       ) == 0) {
-        rules.push_back({"--addProfileLine", buffer});
+    if (installs) {
+        for (std::string& line : ReadAddedLines()) {
+            rules.push_back({"--addProfileLine", std::move(line)});
+        }
     }
     return rules;
-}
-
-std::string WordsOf(const KScriptCycle& cycle) {
-    std::string words;
-    for (const std::string& name : cycle.names) {
-        words += (words.empty() ? "[" : " -> [") + name + "]";
-    }
-    return words;
 }
 
 } // namespace
@@ -112,7 +97,6 @@ void KSetupRun::Install() {
         }
     }
     Plan("install");
-    guard.RefuseErrors(report.productPath);
     guard.LookAround(*plan);
     BackUp();
     Prepare();
@@ -175,22 +159,27 @@ void KSetupRun::AskBeforeRemoval() const {
     }
 }
 
-/// Reads the script and finds the product path, all without a change.
+/// Reads the script and finds the product path, all without a change. What the engine would refuse
+/// to load is refused here: the engine is called when the log and the run's state are written.
 void KSetupRun::Plan(const char* section) {
     const KScript script(kit.GetScript());
     report.productPath = ChooseProductPath(
         installer, macros, script, begunPath.empty() ? arguments.productPath : begunPath
     );
+    const bool installs = arguments.command == Command::Install;
+    if (installs) {
+        guard.RefuseErrors(report.productPath); // first, because it tells the most
+    }
     macros.SetProductPath(report.productPath);
     KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
     plan = std::make_unique<KPlan>(script, section, macros.GetExpander(), tree);
-    if (!plan->GetCycles().empty()) {
-        const KScriptCycle& cycle = plan->GetCycles().front();
+    if (const std::string why = WhyNotLoaded(script, *plan); !why.empty()) {
         throw KSetupFailure(
-            ExitCode::malformedScript,
-            script.GetPath() + ":" + std::to_string(cycle.line.number) +
-                ": the section includes itself: " + WordsOf(cycle) + ". Take one of them out."
+            ExitCode::malformedScript, "the script cannot be loaded. Nothing was changed.\n" + why
         );
+    }
+    if (installs) {
+        RequireAddedLines(macros.GetExpander());
     }
 }
 
@@ -250,7 +239,7 @@ void KSetupRun::Load() {
         guard.End(); // nothing was begun
         throw KSetupFailure(
             malformed ? ExitCode::malformedScript : ExitCode::internal,
-            Text(kit.GetScript()) + ": " + Shown(InWords(error, "")) + " Nothing was changed."
+            Text(kit.GetScript()) + ": " + Shown(InWords(error, "")) + " No rule was run."
         );
     }
 }

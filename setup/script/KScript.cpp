@@ -46,6 +46,14 @@ std::string Text(const KSUP::KString& text) {
 
 } // namespace
 
+std::string ToWords(const KScriptCycle& cycle) {
+    std::string words;
+    for (const std::string& name : cycle.names) {
+        words += (words.empty() ? "[" : " -> [") + name + "]";
+    }
+    return words;
+}
+
 KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
     try {
         profile.Open(scriptPath);

@@ -35,6 +35,9 @@ struct KScriptCycle {
     std::vector<std::string> names; ///< of the sections; the last is the first again
 };
 
+/// The sections of a cycle in their order, as "[a] -> [b] -> [a]".
+std::string ToWords(const KScriptCycle& cycle);
+
 /// Replaces the macros of a text.
 using MacroExpander = std::function<KSUP::KString(const KSUP::KString&)>;
 

@@ -85,7 +85,31 @@ INSTANTIATE_TEST_SUITE_P(
             64,
             "no open descriptor",
             ":",
-            "SETUP install --progress-fd 9 --kit KIT"}
+            "SETUP install --progress-fd 9 --kit KIT"},
+        Refusal{
+            "AddedLineWithoutAKey",
+            64,
+            "a line is SECTION,KEY,VALUE",
+            ":",
+            "SETUP install --addProfileLine General --kit KIT"},
+        Refusal{
+            "AddedLineWithoutAValue",
+            64,
+            "a line is SECTION,KEY,VALUE",
+            ":",
+            "SETUP install --no-check --addProfileLine General,Name, --kit KIT"},
+        Refusal{
+            "AddedLineWithAComma",
+            64,
+            "a line is SECTION,KEY,VALUE",
+            ":",
+            "SETUP install --addProfileLine General,Name,a,b --kit KIT"},
+        Refusal{
+            "AddedLineThatIsTooLong",
+            64,
+            "is longer than 511 bytes",
+            ":",
+            "SETUP install --addProfileLine S,K,$(printf %600s | tr ' ' x) --kit KIT"}
     ),
     KTEST::NameOfRow()
 );
@@ -136,9 +160,38 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{
             "CircleThatIsNotChecked",
             65,
-            "the section includes itself",
+            "section [install] includes itself",
             "sed -i '/^file=copy/i section=install' KIT/install.ini",
-            "SETUP install --no-check --kit KIT"}
+            "SETUP install --no-check --kit KIT"},
+        Refusal{
+            "CircleOfTheRemoval",
+            65,
+            "a section includes itself",
+            "SETUP install --kit KIT; sed -i '$a section=remove' KIT/install.ini",
+            "SETUP remove --yes --kit KIT"},
+        Refusal{
+            "MalformedLine",
+            65,
+            "a file rule cannot have 2 fields",
+            "sed -i '/^file=copy/i file=copy,a' KIT/install.ini"},
+        Refusal{
+            "MalformedLineThatIsNotChecked",
+            65,
+            "a file rule has 3 to 5 fields",
+            "sed -i '/^file=copy/i file=copy,a' KIT/install.ini",
+            "SETUP install --no-check --kit KIT"},
+        Refusal{
+            "UnknownRuleThatIsNotChecked",
+            65,
+            "\"files\" is no type of rule",
+            "sed -i 's/^file=copy/files=copy/' KIT/install.ini",
+            "SETUP install --no-check --kit KIT"},
+        Refusal{
+            "MalformedLineOfTheRemoval",
+            65,
+            "a directory rule has 2 fields",
+            "SETUP install --kit KIT; sed -i '$a directory=delete' KIT/install.ini",
+            "SETUP remove --yes --kit KIT"}
     ),
     KTEST::NameOfRow()
 );

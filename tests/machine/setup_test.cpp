@@ -170,13 +170,6 @@ TEST_F(SetupProgramTest, ADeletionThatFailsIsToldInWords) {
     EXPECT_THAT(failed.err, HasSubstr("Error 21: Is a directory\nRule: "));
 }
 
-TEST_F(SetupProgramTest, AnUnknownRuleIsShownByTheLog) {
-    GivenScript("files=copy,a,b,c\n");
-    const Outcome failed = RunSetup("install", "--no-check");
-    EXPECT_EQ(failed.exitCode, 65);
-    EXPECT_THAT(failed.err, HasSubstr("KINS::KInstallRuleManager: Unknown rule files copy,a,b,c"));
-}
-
 TEST_F(SetupProgramTest, AnIgnoredHangUpStaysIgnored) {
     std::filesystem::resize_file(tree.Path("kit/lib/svc"), 1ULL << 30U);
     const Outcome installed =
@@ -185,14 +178,33 @@ TEST_F(SetupProgramTest, AnIgnoredHangUpStaysIgnored) {
     EXPECT_EQ(installed.exitCode, 0) << installed.err;
 }
 
-TEST_F(SetupProgramTest, AMalformedScriptIsRefusedBeforeAnythingIsDone) {
-    GivenScript("file=copy,a\n");
-    const Outcome failed = RunSetup("install", "--no-check");
-    EXPECT_EQ(failed.exitCode, 65);
+TEST_F(SetupProgramTest, LinesThatAreNoRulesAreRefusedTogetherWhateverIsAskedFor) {
+    GivenScript("file=copy,a\nfiles=copy,a,b,c\n");
+    const Outcome refused = RunSetup("install", "--no-check");
+    const std::string script = tree.Path("kit/install.ini");
+    EXPECT_EQ(refused.exitCode, 65);
     EXPECT_THAT(
-        failed.err, HasSubstr("install.ini: The script has a line that is no rule: copy,a")
+        refused.err,
+        HasSubstr(
+            "ins-setup: the script cannot be loaded. Nothing was changed.\n" + script +
+            ":7: a file rule has 3 to 5 fields, and this line 2. Empty fields do not count.\n" +
+            script + ":8: \"files\" is no type of rule. They are "
+        )
     );
     EXPECT_FALSE(tree.Exists("product"));
+    EXPECT_EQ(Slurp(setupLog), "");
+}
+
+TEST_F(SetupProgramTest, AnAddedLineThatIsNoOptionIsRefused) {
+    const Outcome refused = RunSetup("install", "--addProfileLine a,b,c --addProfileLine General");
+    EXPECT_EQ(refused.exitCode, 64);
+    EXPECT_EQ(
+        refused.err,
+        "ins-setup: --addProfileLine General: a line is SECTION,KEY,VALUE, none of them empty or "
+        "with a comma in it. Nothing was changed.\n"
+    );
+    EXPECT_EQ(RunSetup("install", "--addProfileLine General,Name,Value").exitCode, 0);
+    EXPECT_THAT(tree.Read("product/config/st.ini"), HasSubstr("Name=Value\n"));
 }
 
 TEST_F(SetupProgramTest, AScriptWithErrorsIsRefusedWithTheirPlaces) {
@@ -213,7 +225,9 @@ TEST_F(SetupProgramTest, ACircleIsRefusedWhateverIsAskedFor) {
     GivenScript("section=install\n");
     const Outcome refused = RunSetup("install", "--no-check");
     EXPECT_EQ(refused.exitCode, 65);
-    EXPECT_THAT(refused.err, HasSubstr("install.ini:7: the section includes itself: [install]"));
+    EXPECT_THAT(
+        refused.err, HasSubstr("install.ini:7:9: error: section [install] includes itself")
+    );
 }
 
 TEST_F(SetupProgramTest, AnInterruptedRunIsToldByTheNext) {
