@@ -23,36 +23,6 @@ struct DirectoryCloser {
     void operator()(DIR* directory) const noexcept { ::closedir(directory); }
 };
 
-/// Matches character by character; on a mismatch the last "*" takes one character more. That is all
-/// the going back there is to do, so the time stays within pattern times name.
-bool Matches(const char* name, const char* pattern) noexcept {
-    const char* afterStar = nullptr;
-    const char* resume = nullptr;
-    while (*name != '\0') {
-        const std::size_t size = Txtchrsize(name);
-        if (*pattern == '*') {
-            afterStar = ++pattern;
-            resume = name;
-        } else if (*pattern == '?') {
-            ++pattern;
-            name += size;
-        } else if (Txtchrsize(pattern) == size && std::memcmp(name, pattern, size) == 0) {
-            pattern += size;
-            name += size;
-        } else if (afterStar != nullptr) {
-            pattern = afterStar;
-            resume = Txtnext(resume);
-            name = resume;
-        } else {
-            return false;
-        }
-    }
-    while (*pattern == '*') {
-        ++pattern;
-    }
-    return *pattern == '\0';
-}
-
 bool IsDirectory(DIR* directory, const dirent& entry) noexcept {
     if (entry.d_type != DT_UNKNOWN) {
         return entry.d_type == DT_DIR;
@@ -76,7 +46,7 @@ std::vector<std::string> List(const char* directoryPath, const char* pattern) {
     errno = 0;
     for (const dirent* entry = nullptr; (entry = ::readdir(directory.get())) != nullptr;
          errno = 0) {
-        if (!IsDirectory(directory.get(), *entry) && Matches(entry->d_name, pattern)) {
+        if (!IsDirectory(directory.get(), *entry) && KFileEnum::Matches(entry->d_name, pattern)) {
             names.emplace_back(entry->d_name);
         }
     }
@@ -133,6 +103,36 @@ KString KFileEnum::GetPath() const {
         return {};
     }
     return directory + names[next - 1].c_str();
+}
+
+bool KFileEnum::Matches(const char* name, const char* pattern) noexcept {
+    // On a mismatch the last "*" takes one character more. That is all the going back there is to do,
+    // so the time stays within pattern times name.
+    const char* afterStar = nullptr;
+    const char* resume = nullptr;
+    while (*name != '\0') {
+        const std::size_t size = Txtchrsize(name);
+        if (*pattern == '*') {
+            afterStar = ++pattern;
+            resume = name;
+        } else if (*pattern == '?') {
+            ++pattern;
+            name += size;
+        } else if (Txtchrsize(pattern) == size && std::memcmp(name, pattern, size) == 0) {
+            pattern += size;
+            name += size;
+        } else if (afterStar != nullptr) {
+            pattern = afterStar;
+            resume = Txtnext(resume);
+            name = resume;
+        } else {
+            return false;
+        }
+    }
+    while (*pattern == '*') {
+        ++pattern;
+    }
+    return *pattern == '\0';
 }
 
 } // namespace KSUP

@@ -42,6 +42,12 @@ class SUP_EXPORT KFileEnum : public KBase {
     /// The full path of the current match; empty when there is none.
     KString GetPath() const;
 
+    /// Whether a listing with this pattern would have such a name, for names that are in no
+    /// directory. A pattern of many "*" takes no longer than the name's size times its own.
+    ///
+    /// Thread   any
+    static bool Matches(const char* name, const char* pattern) noexcept;
+
   private:
     KString directory; // with its separator
     std::vector<std::string> names;

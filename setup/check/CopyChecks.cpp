@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
+#include <sup++/KFileEnum.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -70,7 +71,7 @@ std::vector<std::string> MatchingDirectories(const std::string& path, const std:
     for (const auto& entry : fs::directory_iterator(path, unreadable)) {
         const std::string name = entry.path().filename().string();
         std::error_code gone;
-        if (MatchesPattern(name.c_str(), pattern.c_str()) && entry.is_directory(gone) &&
+        if (KSUP::KFileEnum::Matches(name.c_str(), pattern.c_str()) && entry.is_directory(gone) &&
             !entry.is_symlink(gone)) {
             names.push_back(name);
         }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
+#include <sup++/KFileEnum.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
@@ -31,7 +32,7 @@ bool IsThere(const KScript& script, const std::string& name) {
 bool CouldBeThere(const KScript& script, const std::string& pattern) {
     const auto& headers = script.GetHeaders();
     return std::any_of(headers.begin(), headers.end(), [&](const KScript::Header& header) {
-        return MatchesPattern(header.name.c_str(), pattern.c_str());
+        return KSUP::KFileEnum::Matches(header.name.c_str(), pattern.c_str());
     });
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/KCheckContext.h>
 #include <setup/check/MacroText.h>
+#include <sup++/KFileEnum.h>
 #include <sup++/KUtil.h>
 #include <sup++/SvcData.h>
 
@@ -97,7 +98,7 @@ void KCheckContext::FindLines() {
                     const std::string pattern = PatternOf(line.value, macros);
                     open.push_back(Trimmed(rule.fields.front()));
                     for (const KScript::Header& header : script.GetHeaders()) {
-                        if (MatchesPattern(header.name.c_str(), pattern.c_str())) {
+                        if (KSUP::KFileEnum::Matches(header.name.c_str(), pattern.c_str())) {
                             open.push_back(header.name);
                         }
                     }

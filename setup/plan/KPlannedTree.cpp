@@ -4,10 +4,8 @@
 #include <sup++/KError.h>
 #include <sup++/KFileEnum.h>
 #include <sup++/KProfile.h>
-#include <sup++/Txt.h>
 
 #include <algorithm>
-#include <cstring>
 #include <filesystem>
 #include <set>
 #include <system_error>
@@ -47,31 +45,6 @@ std::string Child(const std::string& directory, const std::string& name) {
 }
 
 } // namespace
-
-bool MatchesPattern(const char* name, const char* pattern) noexcept {
-    const char* afterStar = nullptr;
-    const char* resume = nullptr;
-    while (*name != '\0') {
-        const std::size_t size = Txtchrsize(name);
-        if (*pattern == '*') {
-            afterStar = ++pattern;
-            resume = name;
-        } else if (*pattern == '?') {
-            ++pattern;
-            name += size;
-        } else if (std::strncmp(name, pattern, size) == 0) {
-            pattern += size;
-            name += size;
-        } else if (afterStar != nullptr) {
-            resume += Txtchrsize(resume);
-            name = resume;
-            pattern = afterStar;
-        } else {
-            return false;
-        }
-    }
-    return pattern[std::strspn(pattern, "*")] == '\0';
-}
 
 bool IsPattern(const std::string& name) noexcept {
     return name.find_first_of("*?") != std::string::npos;
@@ -121,7 +94,7 @@ KPlannedTree::List(const std::string& directory, const std::string& pattern) con
         }
         const bool isListed =
             entry.kind != KEntryKind::Nothing && entry.kind != KEntryKind::Directory;
-        if (isListed && MatchesPattern(name.c_str(), pattern.c_str())) {
+        if (isListed && KSUP::KFileEnum::Matches(name.c_str(), pattern.c_str())) {
             names.insert(name);
         } else {
             names.erase(name);

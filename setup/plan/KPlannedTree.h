@@ -73,8 +73,7 @@ class KPlannedTree {
     std::set<std::tuple<std::string, std::string, std::string, std::string>> removed;
 };
 
-/// Whether a name matches a pattern of "*" and "?", as rules match names.
-bool MatchesPattern(const char* name, const char* pattern) noexcept;
+/// Whether rules take a name for a pattern, which KSUP::KFileEnum::Matches compares names with.
 bool IsPattern(const std::string& name) noexcept;
 
 } // namespace KSETUP

@@ -83,6 +83,15 @@ TEST_P(KFileEnumPatternTest, YieldsTheMatches) {
     EXPECT_EQ(Matches(GetParam().pattern), GetParam().matches);
 }
 
+TEST_P(KFileEnumPatternTest, NamesAloneMatchAsThoseInADirectory) {
+    std::vector<std::string> matches = GetParam().files;
+    std::erase_if(matches, [](const std::string& file) {
+        return !KSUP::KFileEnum::Matches(file.c_str(), GetParam().pattern);
+    });
+    std::sort(matches.begin(), matches.end());
+    EXPECT_EQ(matches, GetParam().matches);
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Patterns,
     KFileEnumPatternTest,
