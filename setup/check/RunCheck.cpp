@@ -6,7 +6,7 @@
 #include <setup/check/RunCheck.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/output/KRunReport.h>
-#include <setup/output/KSetupProgress.h>
+#include <setup/output/Words.h>
 #include <sup++/KError.h>
 
 #include <filesystem>
@@ -27,10 +27,6 @@ const char* Word(KSeverity severity) {
     return severity == KSeverity::Error ? "error" : "warning";
 }
 
-std::string Counted(std::size_t count, const char* what) {
-    return std::to_string(count) + " " + what + (count == 1 ? "" : "s");
-}
-
 /// The kit's directory as an editor finds it from where the program was called: as it was given, or
 /// else the way down to it.
 fs::path ShownDirectory(const KSetupKit& kit, const KSetupArguments& arguments) {
@@ -47,11 +43,12 @@ void Print(const KCheckResult& result, const fs::path& directory) {
         std::cout << ToLine(finding, directory.string()) << "\n";
     }
     const std::string kit = directory.lexically_normal().string();
-    const std::string end = result.findings.empty()
-                                ? "nothing is wrong with its script."
-                                : Counted(result.Count(KSeverity::Error), "error") + ", " +
-                                      Counted(result.Count(KSeverity::Warning), "warning") + ".";
-    std::cout << "Kit " << KSetupProgress::Printable(kit.c_str()) << ": " << end << std::endl;
+    const std::string end =
+        result.findings.empty()
+            ? "nothing is wrong with its script."
+            : Counted(result.Count(KSeverity::Error), "error", "errors") + ", " +
+                  Counted(result.Count(KSeverity::Warning), "warning", "warnings") + ".";
+    std::cout << "Kit " << Shown(kit) << ": " << end << std::endl;
 }
 
 void PrintJson(const KCheckResult& result, const KSetupKit& kit, int exitCode) {

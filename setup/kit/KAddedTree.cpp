@@ -3,7 +3,7 @@
 #include <setup/KSetupFailure.h>
 #include <setup/kit/KAddedTree.h>
 #include <setup/kit/KitFiles.h>
-#include <setup/output/KSetupVoice.h>
+#include <setup/output/Words.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -5,7 +5,6 @@
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/kit/TreeRules.h>
-#include <setup/output/KSetupVoice.h>
 
 #include <array>
 #include <cstdio>

@@ -5,7 +5,7 @@
 #include <setup/kit/KitBundle.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
-#include <setup/output/KSetupVoice.h>
+#include <setup/output/Words.h>
 
 #include <array>
 #include <cerrno>

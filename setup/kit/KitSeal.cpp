@@ -4,7 +4,7 @@
 #include <setup/files/KFileDigest.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
-#include <setup/output/KSetupVoice.h>
+#include <setup/output/Words.h>
 
 #include <algorithm>
 #include <filesystem>

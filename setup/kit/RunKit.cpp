@@ -7,7 +7,7 @@
 #include <setup/kit/KitNew.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/kit/RunKit.h>
-#include <setup/output/KSetupVoice.h>
+#include <setup/output/Words.h>
 
 #include <iostream>
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/KSetupProgress.h>
-#include <sup++/Txt.h>
+#include <setup/output/Words.h>
 
 #include <cstdlib>
 #include <string_view>
@@ -38,28 +38,13 @@ void Write(std::string_view text) {
     }
 }
 
-std::string Counted(unsigned done, unsigned all, const KSUP::KString& status) {
-    return "[" + std::to_string(done) + "/" + std::to_string(all) + "] " +
-           KSetupProgress::Printable(status);
+std::string Line(unsigned done, unsigned all, const KSUP::KString& status) {
+    return "[" + std::to_string(done) + "/" + std::to_string(all) + "] " + Shown(status.c_str());
 }
 
 } // namespace
 
 KSetupProgress::KSetupProgress() : terminal(IsTerminalOutput()) {}
-
-std::string KSetupProgress::Printable(const KSUP::KString& text) {
-    std::string printable;
-    for (const char* at = text.c_str(); *at != '\0'; at = Txtnext(at)) {
-        const std::size_t size = Txtchrsize(at);
-        const auto byte = static_cast<unsigned char>(*at);
-        // A single byte above ASCII is no UTF-8; the second byte of C2 80 to C2 9F is a control
-        // too.
-        const bool control = size == 1 ? byte < 0x20 || byte >= 0x7F
-                                       : byte == 0xC2 && static_cast<unsigned char>(at[1]) < 0xA0;
-        printable.append(control ? "?" : at, control ? 1 : size);
-    }
-    return printable;
-}
 
 void KSetupProgress::Draw(unsigned done, unsigned all, const KSUP::KString& status, bool now) {
     const Clock::time_point time = Clock::now();
@@ -68,7 +53,7 @@ void KSetupProgress::Draw(unsigned done, unsigned all, const KSUP::KString& stat
     }
     lastDrawn = time;
     // One column stays free: a terminal would go to the next line when the last one is written.
-    const KSUP::KString line = KSUP::KString(Counted(done, all, status)).Left(Columns() - 1);
+    const KSUP::KString line = KSUP::KString(Line(done, all, status)).Left(Columns() - 1);
     if (line != shown.c_str()) {
         shown = line.c_str();
         Write("\r" + shown + "\x1b[K");
@@ -84,7 +69,7 @@ void KSetupProgress::Finish() {
 
 void KSetupProgress::WriteLine(unsigned number, unsigned all, const KSUP::KString& text) {
     if (!terminal) {
-        Write(Counted(number, all, text) + "\n");
+        Write(Line(number, all, text) + "\n");
     }
 }
 

@@ -25,9 +25,6 @@ class KSetupProgress {
     /// Writes a line for a rule. Nothing on a terminal.
     void WriteLine(unsigned number, unsigned all, const KSUP::KString& text);
 
-    /// A text as it may be shown: control characters, which a file's name may hold, become "?".
-    static std::string Printable(const KSUP::KString& text);
-
   private:
     using Clock = std::chrono::steady_clock;
 

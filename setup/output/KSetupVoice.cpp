@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/KSetupVoice.h>
+#include <setup/output/Words.h>
 
 #include <iostream>
 #include <string_view>
@@ -46,10 +47,6 @@ void PrintNotes(std::ostream& out, const KRunReport& report) {
 }
 
 } // namespace
-
-std::string Shown(const std::string& text) {
-    return KSetupProgress::Printable(text);
-}
 
 KSetupVoice::KSetupVoice(const KSetupArguments& arguments)
     : text(!arguments.json && !arguments.quiet),

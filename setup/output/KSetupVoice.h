@@ -50,7 +50,4 @@ class KSetupVoice {
     std::optional<KEventStream> events;
 };
 
-/// A text that may hold a file's name, as it may be shown: control characters become "?".
-std::string Shown(const std::string& text);
-
 } // namespace KSETUP

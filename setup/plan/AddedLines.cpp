@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/output/KSetupVoice.h>
+#include <setup/output/Words.h>
 #include <setup/plan/AddedLines.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/SvcCommandLine.h>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/KSetupVoice.h>
+#include <setup/output/Words.h>
 #include <setup/plan/MacroReport.h>
 
 #include <algorithm>

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/KSetupVoice.h>
+#include <setup/output/Words.h>
 #include <setup/plan/PlanReport.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 
 namespace KSETUP {
@@ -11,22 +9,6 @@ namespace KSETUP {
 namespace {
 
 using Kind = KPlannedAction::Kind;
-
-std::string BytesInWords(std::uint64_t bytes) {
-    static constexpr std::array units = {"bytes", "KiB", "MiB", "GiB", "TiB"};
-    auto value = static_cast<double>(bytes);
-    std::size_t unit = 0;
-    for (; value >= 1024 && unit + 1 < units.size(); ++unit) {
-        value /= 1024;
-    }
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
-    return text.data();
-}
-
-std::string Counted(std::uint64_t count, const char* one, const char* many) {
-    return std::to_string(count) + " " + (count == 1 ? one : many);
-}
 
 std::string ActionText(const KPlannedAction& action) {
     const std::string path = Shown(action.path);
@@ -146,8 +128,7 @@ std::string ToText(const KPlanReport& report) {
     std::string text = (report.installs ? "Installing " : "Removing ") + Shown(report.product) +
                        " " + Shown(report.version) + (report.installs ? " in " : " from ") +
                        Shown(report.path) + " would do this. Nothing is done now.\n\n";
-    const std::string script =
-        Shown(std::filesystem::path(report.script).filename().string().c_str());
+    const std::string script = Shown(std::filesystem::path(report.script).filename().string());
     for (const KPlannedRule& planned : report.plan->GetRules()) {
         if (planned.rule.line.type != "section") {
             AppendRule(text, script, planned);

@@ -4,6 +4,7 @@
 #include <setup/check/FindingText.h>
 #include <setup/check/KCheck.h>
 #include <setup/kit/KitSeal.h>
+#include <setup/output/Words.h>
 #include <setup/run/KRunGuard.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/safety/KBackup.h>

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/output/Words.h>
 #include <setup/run/KRunWatch.h>
 #include <sup++/Svc.h>
 

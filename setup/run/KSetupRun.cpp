@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/KSetupLogTail.h>
+#include <setup/output/Words.h>
 #include <setup/plan/AddedLines.h>
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/WhyNoRule.h>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
-#include <setup/output/KSetupProgress.h>
+#include <setup/output/Words.h>
 #include <setup/safety/KPrivateDirectory.h>
 #include <setup/safety/KRunLock.h>
 
@@ -119,7 +119,7 @@ std::string OwnCommandLine() {
         text.pop_back();
     }
     std::replace(text.begin(), text.end(), '\0', ' ');
-    return KSetupProgress::Printable(text.substr(0, commandBytes).c_str());
+    return Shown(text.substr(0, commandBytes));
 }
 
 KLockHolder ReadHolder(int file) {
@@ -133,7 +133,7 @@ KLockHolder ReadHolder(int file) {
         return {}; // not written yet
     }
     const std::string command = text.substr(end + 1, text.find('\n', end + 1) - end - 1);
-    holder.command = KSetupProgress::Printable(command.c_str());
+    holder.command = Shown(command);
     return holder;
 }
 

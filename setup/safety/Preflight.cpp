@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/files/PathText.h>
+#include <setup/output/Words.h>
 #include <setup/safety/Preflight.h>
 #include <setup/safety/VersionOrder.h>
 
@@ -37,18 +38,6 @@ using Kind = KPlannedAction::Kind;
 /// What the log, the record and the state of the run may take on top.
 constexpr std::uint64_t reserveBytes = 8ULL << 20U;
 constexpr std::uint64_t reserveFiles = 16;
-
-std::string Readable(std::uint64_t bytes) {
-    constexpr std::array units = std::to_array<const char*>({"bytes", "KiB", "MiB", "GiB", "TiB"});
-    auto amount = static_cast<double>(bytes);
-    std::size_t unit = 0;
-    for (; amount >= 1024 && unit + 1 < units.size(); ++unit) {
-        amount /= 1024;
-    }
-    std::array<char, 48> text{};
-    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", amount, units[unit]);
-    return text.data();
-}
 
 bool ChangesFiles(const KPlannedAction& action) {
     switch (action.kind) {
@@ -189,8 +178,8 @@ void RequireSpace(const KPlan& plan) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,
                 "the file system of " + space.directory + " has too little space: " +
-                    Readable(space.needed + reserveBytes) + " needed, " +
-                    Readable(space.available) + " free. Nothing was changed. Make room there."
+                    BytesInWords(space.needed + reserveBytes) + " needed, " +
+                    BytesInWords(space.available) + " free. Nothing was changed. Make room there."
             );
         }
         if (!space.filesAreUnlimited && space.filesNeeded + reserveFiles > space.filesAvailable) {

@@ -7,28 +7,6 @@ namespace {
 
 using KSETUP::KSetupProgress;
 
-TEST(KSetupProgressTest, PrintableTextStaysAsItIs) {
-    EXPECT_EQ(
-        KSetupProgress::Printable("Copying file Größe.txt (43%)"), "Copying file Größe.txt (43%)"
-    );
-}
-
-TEST(KSetupProgressTest, ControlCharactersAreNotShown) {
-    EXPECT_EQ(KSetupProgress::Printable("a\nb\x1b[2Jc\x7f"), "a?b?[2Jc?");
-}
-
-TEST(KSetupProgressTest, ControlCharactersOfTwoBytesAreNotShown) {
-    EXPECT_EQ(
-        KSetupProgress::Printable("a\xC2\x9B"
-                                  "b\xC2\xA0"),
-        "a?b\xC2\xA0"
-    );
-}
-
-TEST(KSetupProgressTest, BytesThatAreNoUtf8AreNotShown) {
-    EXPECT_EQ(KSetupProgress::Printable("a\xFF\xC3"), "a??");
-}
-
 TEST(KSetupProgressTest, ARuleIsALineWithItsNumber) {
     ::testing::internal::CaptureStdout();
     KSetupProgress progress;

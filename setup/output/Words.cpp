@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#include <setup/output/Words.h>
+#include <sup++/Txt.h>
+
+#include <array>
+#include <cstdio>
+
+namespace KSETUP {
+
+std::string Shown(const std::string& text) {
+    std::string shown;
+    for (const char* at = text.c_str(); *at != '\0'; at = Txtnext(at)) {
+        const std::size_t size = Txtchrsize(at);
+        const auto byte = static_cast<unsigned char>(*at);
+        // A single byte above ASCII is no UTF-8; the second byte of C2 80 to C2 9F is a control
+        // too.
+        const bool control = size == 1 ? byte < 0x20 || byte >= 0x7F
+                                       : byte == 0xC2 && static_cast<unsigned char>(at[1]) < 0xA0;
+        shown.append(control ? "?" : at, control ? 1 : size);
+    }
+    return shown;
+}
+
+std::string BytesInWords(std::uint64_t bytes) {
+    static constexpr std::array units = {"bytes", "KiB", "MiB", "GiB", "TiB"};
+    auto value = static_cast<double>(bytes);
+    std::size_t unit = 0;
+    for (; value >= 1024 && unit + 1 < units.size(); ++unit) {
+        value /= 1024;
+    }
+    std::array<char, 48> text{};
+    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
+    return text.data();
+}
+
+std::string Counted(std::uint64_t count, const char* one, const char* many) {
+    return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+} // namespace KSETUP

@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace KSETUP {
+
+/// \file
+/// What people read, put together in one way everywhere.
+
+/// A text that may hold a file's name, as it may be shown: control characters and bytes that are no
+/// UTF-8 become "?".
+std::string Shown(const std::string& text);
+
+/// As "512 bytes", "2.0 KiB", up to TiB.
+std::string BytesInWords(std::uint64_t bytes);
+
+/// As "1 command" or "2 commands".
+std::string Counted(std::uint64_t count, const char* one, const char* many);
+
+} // namespace KSETUP

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+#include <setup/output/Words.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using KSETUP::BytesInWords;
+using KSETUP::Counted;
+using KSETUP::Shown;
+
+TEST(ShownTest, PrintableTextStaysAsItIs) {
+    EXPECT_EQ(Shown("Copying file Größe.txt (43%)"), "Copying file Größe.txt (43%)");
+}
+
+TEST(ShownTest, ControlCharactersAreNotShown) {
+    EXPECT_EQ(Shown("a\nb\x1b[2Jc\x7f"), "a?b?[2Jc?");
+}
+
+TEST(ShownTest, ControlCharactersOfTwoBytesAreNotShown) {
+    EXPECT_EQ(
+        Shown("a\xC2\x9B"
+              "b\xC2\xA0"),
+        "a?b\xC2\xA0"
+    );
+}
+
+TEST(ShownTest, BytesThatAreNoUtf8AreNotShown) {
+    EXPECT_EQ(Shown("a\xFF\xC3"), "a??");
+}
+
+TEST(BytesInWordsTest, AmountsGoUpByTheirUnits) {
+    EXPECT_EQ(BytesInWords(0), "0 bytes");
+    EXPECT_EQ(BytesInWords(1023), "1023 bytes");
+    EXPECT_EQ(BytesInWords(1024), "1.0 KiB");
+    EXPECT_EQ(BytesInWords(1536), "1.5 KiB");
+    EXPECT_EQ(BytesInWords(3ULL << 20U), "3.0 MiB");
+    EXPECT_EQ(BytesInWords(8ULL << 40U), "8.0 TiB");
+}
+
+TEST(BytesInWordsTest, TheLastUnitHoldsTheLargestAmount) {
+    EXPECT_EQ(BytesInWords(~0ULL), "16777216.0 TiB");
+}
+
+TEST(CountedTest, OnlyOneIsNotMany) {
+    EXPECT_EQ(Counted(0, "entry", "entries"), "0 entries");
+    EXPECT_EQ(Counted(1, "entry", "entries"), "1 entry");
+    EXPECT_EQ(Counted(2, "entry", "entries"), "2 entries");
+}
+
+} // namespace
