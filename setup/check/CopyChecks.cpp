@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
+#include <setup/files/PathText.h>
 #include <sup++/KFileEnum.h>
 
 #include <algorithm>
@@ -17,11 +18,6 @@ using Kind = KPlannedAction::Kind;
 bool IsCopy(const KScriptRule& rule) {
     return rule.line.type == "file" && rule.fields.size() >= 3 && rule.fields.size() <= 5 &&
            rule.fields[0] == "copy";
-}
-
-bool IsAtOrBelow(const std::string& path, const std::string& directory) {
-    return path.starts_with(directory) &&
-           (path.size() == directory.size() || directory == "/" || path[directory.size()] == '/');
 }
 
 /// A path as the kit's author knows it.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
+#include <setup/script/ScriptText.h>
 #include <sup++/KFileEnum.h>
 #include <sup++/SvcData.h>
 
@@ -23,9 +24,10 @@ bool HasVersionMacro(const std::string& name, const KMacroContext& macros) {
 }
 
 bool IsThere(const KScript& script, const std::string& name) {
-    return script.HasSection(name) || script.HasSection(Trimmed(name) + ".x86") ||
-           script.HasSection(Trimmed(name) + ".x86_64") ||
-           script.HasSection(Trimmed(name) + "." + SvcGetGlobalDataEx()->architecture);
+    const std::string trimmed(Trimmed(name));
+    return script.HasSection(trimmed) || script.HasSection(trimmed + ".x86") ||
+           script.HasSection(trimmed + ".x86_64") ||
+           script.HasSection(trimmed + "." + SvcGetGlobalDataEx()->architecture);
 }
 
 /// Whether a section is there that this name could stand for.
@@ -84,7 +86,7 @@ Findings MissingSections(const KCheckContext& context) {
         if (Trimmed(name).empty() || IsThere(script, name) || isForSomeVersions) {
             continue;
         }
-        const std::string meant = MeantSection(script, Trimmed(name));
+        const std::string meant = MeantSection(script, std::string(Trimmed(name)));
         found.push_back(context.AtValue(
             rule.line,
             "there is no section [" + name + "], so nothing is included",

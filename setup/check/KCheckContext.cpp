@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/KCheckContext.h>
 #include <setup/check/MacroText.h>
+#include <setup/files/PathText.h>
+#include <setup/script/ScriptText.h>
 #include <sup++/KFileEnum.h>
-#include <sup++/KUtil.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
@@ -39,17 +40,6 @@ std::size_t WrittenIndex(const std::vector<std::string>& written, std::size_t fi
 }
 
 } // namespace
-
-std::string JoinPath(const std::string& directory, const std::string& name) {
-    return std::string(KSUP::KUtil::AppendPathSep(directory, "/").c_str()) + name;
-}
-
-std::string Trimmed(const std::string& text) {
-    const std::size_t first = text.find_first_not_of(" \t");
-    return first == std::string::npos
-               ? ""
-               : text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
 
 KCheckContext::KCheckContext(const KSetupKit& setupKit, const std::string& givenPath)
     : kit(setupKit),
@@ -96,7 +86,7 @@ void KCheckContext::FindLines() {
                 KScriptRule rule{line, FieldsOf(line, expand), {}};
                 if (line.type == "section") {
                     const std::string pattern = PatternOf(line.value, macros);
-                    open.push_back(Trimmed(rule.fields.front()));
+                    open.emplace_back(Trimmed(rule.fields.front()));
                     for (const KScript::Header& header : script.GetHeaders()) {
                         if (KSUP::KFileEnum::Matches(header.name.c_str(), pattern.c_str())) {
                             open.push_back(header.name);

@@ -91,9 +91,4 @@ class KCheckContext {
     std::vector<KScriptCycle> cycles;
 };
 
-/// The file name or path that two parts make, as a file rule joins them.
-std::string JoinPath(const std::string& directory, const std::string& name);
-/// Without blanks at both ends.
-std::string Trimmed(const std::string& text);
-
 } // namespace KSETUP

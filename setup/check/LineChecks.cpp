@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
-#include <sup++/KUtil.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>
@@ -71,10 +71,6 @@ const RuleType* FindType(const std::string& name) {
     return found != types.end() ? &*found : nullptr;
 }
 
-std::string Lower(const std::string& text) {
-    return KSUP::KUtil::Lowerify(text).c_str();
-}
-
 std::string Quoted(const std::string& text) {
     return "\"" + text + "\"";
 }
@@ -90,7 +86,8 @@ std::string ListOf(const std::vector<std::string>& words) {
 
 /// What to write instead of a word that is none of `known`.
 std::string WriteInstead(const std::string& written, const std::vector<std::string>& known) {
-    if (Lower(written) == "restart") { // close to "start", which leaves the former program running
+    // Close to "start", which leaves the former program running.
+    if (Lowered(written) == "restart") {
         return "write a \"stop\", and a \"start\" behind it";
     }
     const std::string meant = FindMeant(written, known);
@@ -99,7 +96,7 @@ std::string WriteInstead(const std::string& written, const std::vector<std::stri
 
 /// The key that proposes the product path, or one that was meant for it.
 bool IsLikeDefaultPath(const std::string& type) {
-    return Lower(type).find("path") != std::string::npos;
+    return Lowered(type).find("path") != std::string::npos;
 }
 
 constexpr char defaultPathKey[] = "defaultPath.$os$";
@@ -111,7 +108,7 @@ bool HasUnknownOperation(const KScriptRule& rule, Unknown unknown) {
         rule.fields.empty()) {
         return false;
     }
-    const std::string word = type->ignoresCase ? Lower(rule.fields[0]) : rule.fields[0];
+    const std::string word = type->ignoresCase ? Lowered(rule.fields[0]) : rule.fields[0];
     return std::find(type->operations.begin(), type->operations.end(), word) ==
            type->operations.end();
 }
@@ -125,7 +122,7 @@ Findings Operations(const KCheckContext& context, Unknown unknown, const std::st
                 rule.line,
                 0,
                 "unknown operation " + Quoted(word) + " of " + rule.line.type + ", " + consequence,
-                WriteInstead(Trimmed(word), FindType(rule.line.type)->operations)
+                WriteInstead(std::string(Trimmed(word)), FindType(rule.line.type)->operations)
             ));
         }
     }
@@ -134,7 +131,7 @@ Findings Operations(const KCheckContext& context, Unknown unknown, const std::st
 
 bool IsProfile(const KScriptRule& rule, const char* operation) {
     return rule.line.type == "profile" && !rule.fields.empty() &&
-           Lower(rule.fields[0]) == operation;
+           Lowered(rule.fields[0]) == operation;
 }
 
 /// As many fields as the operation makes sense of. A "put" with too few is a finding of its own.

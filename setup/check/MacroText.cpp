@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/MacroText.h>
-#include <sup++/KUtil.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <numeric>
@@ -69,11 +69,11 @@ std::string_view IdentifierAt(std::string_view text) noexcept {
 }
 
 std::string FindMeant(const std::string& written, const std::vector<std::string>& known) {
-    const std::string lowered = KSUP::KUtil::Lowerify(written).c_str();
+    const std::string lowered = Lowered(written);
     std::string best;
     std::size_t bestDistance = mostWrongLetters + 1;
     for (const std::string& one : known) {
-        const std::size_t distance = Distance(lowered, KSUP::KUtil::Lowerify(one).c_str());
+        const std::size_t distance = Distance(lowered, Lowered(one));
         if (distance < bestDistance && distance < one.size()) {
             best = one;
             bestDistance = distance;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
+#include <setup/files/PathText.h>
 
 #include <filesystem>
 

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
+#include <setup/files/PathText.h>
 #include <setup/plan/ProductPath.h>
-#include <sup++/KUtil.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -61,8 +62,7 @@ bool IsInstalled(const KCheckContext& context, const std::string& path) {
 /// The directory that a deletion reaches into where it is one of the system's; else empty.
 std::string SystemDirectoryOf(const KCheckContext& context, const KScriptRule& rule) {
     const std::vector<std::string>& fields = rule.fields;
-    if (rule.line.type == "directory" && fields.size() == 2 &&
-        KSUP::KUtil::Lowerify(fields[0]) == "delete") {
+    if (rule.line.type == "directory" && fields.size() == 2 && Lowered(fields[0]) == "delete") {
         const std::string path = KPlannedTree::Normal(fields[1]);
         return IsOfTheSystem(path) && !IsOwnUnit(context, path) ? path : "";
     }

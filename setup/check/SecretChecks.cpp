@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
-#include <sup++/KUtil.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>
@@ -34,12 +34,8 @@ constexpr std::string_view plainKey = "key"; // a part of too many other words
 
 constexpr std::string_view blanks = " \t";
 
-std::string Lower(const std::string& text) {
-    return KSUP::KUtil::Lowerify(text).c_str();
-}
-
 bool IsSecretName(const std::string& name) {
-    const std::string lowered = Lower(name);
+    const std::string lowered = Lowered(name);
     const auto isIn = [&](std::string_view word) {
         return lowered.find(word) != std::string::npos;
     };
@@ -77,7 +73,7 @@ bool IsGivenValue(std::string_view text, std::size_t begin, std::size_t end) {
 }
 
 bool HoldsSecret(const std::string& given) {
-    const std::string text = Lower(given);
+    const std::string text = Lowered(given);
     const auto isGiven = [&](std::string_view word) {
         for (std::size_t at = text.find(word); at != std::string::npos;
              at = text.find(word, at + 1)) {
@@ -99,7 +95,8 @@ Findings Secrets(const KCheckContext& context) {
     for (const KScriptRule& rule : context.GetLines()) {
         const std::vector<std::string>& fields = rule.fields;
         const bool isSecretOption = rule.line.type == "profile" && fields.size() == 5 &&
-                                    IsSecretName(Trimmed(fields[3])) && IsSecretValue(fields[4]);
+                                    IsSecretName(std::string(Trimmed(fields[3]))) &&
+                                    IsSecretValue(fields[4]);
         const bool isArgument = rule.line.type == "service" && fields.size() == 5;
         const bool isCommand =
             rule.line.type == "process" && fields.size() == 2 && fields[0] == "start";

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/PathText.h>
+#include <sup++/KUtil.h>
 
 #include <filesystem>
 
@@ -42,6 +43,15 @@ std::string ParentPath(std::string_view path) {
 std::string_view NameOfPath(std::string_view path) noexcept {
     const std::size_t slash = path.rfind('/');
     return slash == std::string_view::npos ? path : path.substr(slash + 1);
+}
+
+std::string JoinPath(const std::string& directory, const std::string& name) {
+    return std::string(KSUP::KUtil::AppendPathSep(directory, "/").c_str()) + name;
+}
+
+bool IsAtOrBelow(std::string_view path, std::string_view directory) noexcept {
+    return path.starts_with(directory) &&
+           (path.size() == directory.size() || directory == "/" || path[directory.size()] == '/');
 }
 
 } // namespace KSETUP

@@ -19,4 +19,10 @@ std::string ParentPath(std::string_view path);
 /// What stands behind the last separator.
 std::string_view NameOfPath(std::string_view path) noexcept;
 
+/// The path of a name in a directory, as rules put the two together.
+std::string JoinPath(const std::string& directory, const std::string& name);
+
+/// Of two normal paths.
+bool IsAtOrBelow(std::string_view path, std::string_view directory) noexcept;
+
 } // namespace KSETUP

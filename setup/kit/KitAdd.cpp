@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/PathText.h>
 #include <setup/kit/KitAdd.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
@@ -20,10 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr mode_t usualMode = 0755;
-
-bool IsAtOrBelow(const std::string& path, const std::string& directory) {
-    return path == directory || path.starts_with(directory + "/");
-}
 
 void RefuseOverlap(const KAddedTree& tree, const std::string& kit) {
     if (IsAtOrBelow(tree.GetRoot(), kit) || IsAtOrBelow(kit, tree.GetRoot())) {

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/kit/TreeRules.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <string_view>
@@ -21,11 +22,8 @@ std::string EndMark(const std::string& name) {
     return "; <<< kit add " + name;
 }
 
-std::string_view Trim(std::string_view text) noexcept {
-    const std::size_t first = text.find_first_not_of(" \t\r");
-    return first == std::string_view::npos
-               ? std::string_view()
-               : text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
+std::string_view Trim(std::string_view line) noexcept {
+    return Trimmed(line, " \t\r"); // also the end of a line that was written elsewhere
 }
 
 /// The name in a header; the view's data is null for a line that is none.

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlan.h>
-#include <sup++/KUtil.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>
@@ -15,14 +15,6 @@ namespace {
 using Kind = KPlannedAction::Kind;
 using Actions = std::vector<KPlannedAction>;
 using Fields = std::vector<std::string>;
-
-std::string Lower(const std::string& text) {
-    return KSUP::KUtil::Lowerify(text).c_str();
-}
-
-std::string Join(const std::string& directory, const std::string& name) {
-    return std::string(KSUP::KUtil::AppendPathSep(directory, "/").c_str()) + name;
-}
 
 KPlannedAction Action(Kind kind, const std::string& path, const std::string& source = {}) {
     KPlannedAction action;
@@ -96,18 +88,18 @@ void Planner::PlanFile(const Fields& fields) {
     const std::string& targetName = fields.size() == 5 ? fields[4] : name;
     if (operation == "copy" && IsPattern(name)) {
         for (const std::string& one : tree.List(directory, name)) {
-            Copy(Join(directory, one), Join(target, one));
+            Copy(JoinPath(directory, one), JoinPath(target, one));
         }
     } else if (operation == "copy") {
-        Copy(Join(directory, name), Join(target, targetName));
+        Copy(JoinPath(directory, name), JoinPath(target, targetName));
     } else if (operation == "delete" && IsPattern(name)) {
         for (const std::string& one : tree.List(directory, name)) {
-            Delete(Join(directory, one));
+            Delete(JoinPath(directory, one));
         }
     } else if (operation == "delete") {
-        Delete(Join(directory, name));
+        Delete(JoinPath(directory, name));
     } else if (operation == "symlink") {
-        Link(Join(directory, name), Join(target, targetName));
+        Link(JoinPath(directory, name), JoinPath(target, targetName));
     }
 }
 
@@ -174,7 +166,7 @@ void Planner::PlanDirectory(const Fields& fields) {
     if (fields.size() != 2) {
         return;
     }
-    const std::string operation = Lower(fields[0]);
+    const std::string operation = Lowered(fields[0]);
     const std::string& path = fields[1];
     if (operation == "create") {
         for (const std::string& made : tree.MakeDirectory(path)) {
@@ -182,7 +174,7 @@ void Planner::PlanDirectory(const Fields& fields) {
         }
     } else if (operation == "delete") {
         for (const std::string& name : tree.List(path, "*")) {
-            Delete(Join(path, name));
+            Delete(JoinPath(path, name));
         }
         KPlannedAction action = Action(Kind::DeleteDirectory, path);
         action.lacks = tree.Find(path).kind != KEntryKind::Directory || !tree.IsEmpty(path);
@@ -198,7 +190,7 @@ void Planner::PlanProfile(const Fields& fields) {
     if (count != 2 && count != 4 && count != 5) {
         return;
     }
-    const std::string operation = Lower(fields[0]);
+    const std::string operation = Lowered(fields[0]);
     const std::string& path = fields[1];
     if (operation == "create") {
         KPlannedAction action = Action(Kind::CreateProfile, path);
@@ -269,7 +261,7 @@ void Planner::PlanService(const Fields& fields) {
     if (fields.size() != 2 && fields.size() != 5) {
         return;
     }
-    const std::string operation = Lower(fields[0]);
+    const std::string operation = Lowered(fields[0]);
     for (const auto& [word, kind] : words) {
         if (operation == word) {
             actions.push_back(Action(kind, fields[1], fields.size() == 5 ? fields[3] : ""));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/PathText.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/plan/ProductPath.h>
 
@@ -103,11 +104,6 @@ std::string WithoutEndSeparator(std::string path) {
         path.pop_back();
     }
     return path;
-}
-
-bool IsAtOrBelow(std::string_view path, std::string_view directory) {
-    return path.starts_with(directory) &&
-           (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
 bool BelongsToTheSystem(const std::string& path) {

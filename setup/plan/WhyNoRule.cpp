@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/Words.h>
 #include <setup/plan/WhyNoRule.h>
-#include <sup++/KUtil.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>
@@ -45,7 +45,7 @@ std::string WhyNoRule(const KScriptRule& rule) {
                std::to_string(count) + ". Empty fields do not count.";
     }
     if (name == "profile") {
-        const std::string operation = KSUP::KUtil::Lowerify(rule.fields[0]).c_str();
+        const std::string operation = Lowered(rule.fields[0]);
         if (operation != "create" && operation != "put" && operation != "remove_file") {
             return "\"" + rule.fields[0] +
                    "\" is no operation of a profile rule. They are create, put and remove_file.";

@@ -32,10 +32,6 @@ constexpr std::size_t logLinesShown = 5;
 constexpr const char* noVersion = "unknown"; // the engine's word for a record without one
 constexpr unsigned logDirectory = 19;        // of the path map
 
-std::string Text(const KSUP::KString& text) {
-    return text.c_str();
-}
-
 /// In bytes, 0 for a file that is missing.
 std::uintmax_t SizeOf(const std::string& path) {
     std::error_code failed;
@@ -75,7 +71,7 @@ KSetupRun::KSetupRun(
       voice(speaker),
       report(toFill),
       guard(kitToUse, given, speaker, signals, macros.Expand("$serviceName$")) {
-    report.product = Text(KSetupKit::GetProductName());
+    report.product = KSetupKit::GetProductName().c_str();
 }
 
 void KSetupRun::Install() {
@@ -185,9 +181,8 @@ void KSetupRun::Plan(const char* section) {
 }
 
 void KSetupRun::Prepare() {
-    report.log = Text(
-        KSUP::KUtil::GetPathName(logDirectory, installer.ExpandMacros("$product$ Setup Log.txt"))
-    );
+    const KSUP::KString logName = installer.ExpandMacros("$product$ Setup Log.txt");
+    report.log = KSUP::KUtil::GetPathName(logDirectory, logName).c_str();
     RequireSafeLogDirectory(std::filesystem::path(report.log).parent_path());
     KRunChronicle::Begin(report, kit.GetDirectory());
     try {
@@ -202,7 +197,7 @@ void KSetupRun::Prepare() {
 /// matter to the run, so this is the only place that tells.
 void KSetupRun::NameCommandOutput() {
     commandOutput = std::filesystem::path(report.log).parent_path() /
-                    Text(installer.ExpandMacros("$product$ Setup Commands.txt"));
+                    installer.ExpandMacros("$product$ Setup Commands.txt").c_str();
     commandOutputSize = SizeOf(commandOutput);
     if (const unsigned status = SvcSetCommandOutput(commandOutput.c_str()); status != 0) {
         throw KSetupFailure(
@@ -214,7 +209,7 @@ void KSetupRun::NameCommandOutput() {
 void KSetupRun::Load() {
     const bool installs = report.command == "install";
     watch = std::make_unique<KRunWatch>(
-        installer, signals, voice, RulesOf(*plan, Text(kit.GetScript()), installs)
+        installer, signals, voice, RulesOf(*plan, kit.GetScript().c_str(), installs)
     );
     report.rulesAll = watch->GetRuleCount();
     installer.SetCallback([this](const KSUP::KString& status, double percent) {
@@ -240,7 +235,8 @@ void KSetupRun::Load() {
         guard.End(); // nothing was begun
         throw KSetupFailure(
             malformed ? ExitCode::malformedScript : ExitCode::internal,
-            Text(kit.GetScript()) + ": " + Shown(InWords(error, "")) + " No rule was run."
+            std::string(kit.GetScript().c_str()) + ": " + Shown(InWords(error, "")) +
+                " No rule was run."
         );
     }
 }

@@ -22,10 +22,6 @@ bool ChangesEntry(Kind kind) {
            kind == Kind::RemoveOption;
 }
 
-bool IsAtOrBelow(const std::string& path, const std::string& directory) {
-    return path == directory || path.starts_with(directory + "/");
-}
-
 /// Whether a directory, in its normal form, is nobody else's.
 bool IsOwn(
     const std::string& directory, const std::string& productPath, const std::string& serviceName

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/script/KScript.h>
+#include <setup/script/ScriptText.h>
 #include <sup++/KError.h>
 #include <sup++/SvcData.h>
 
@@ -19,13 +20,6 @@ constexpr std::size_t mostRules = 1'000'000;
 /// Not a rule: it proposes the product path.
 constexpr std::string_view defaultPathKey = "defaultPath.$os$";
 
-std::string_view Trim(std::string_view text) noexcept {
-    const std::size_t first = text.find_first_not_of(" \t");
-    return first == std::string_view::npos
-               ? std::string_view()
-               : text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 std::vector<std::string_view> SplitLines(std::string_view text) {
     std::vector<std::string_view> lines;
     while (!text.empty()) {
@@ -38,10 +32,6 @@ std::vector<std::string_view> SplitLines(std::string_view text) {
         text.remove_prefix(std::min(end + 1, text.size()));
     }
     return lines;
-}
-
-std::string Text(const KSUP::KString& text) {
-    return text.c_str();
 }
 
 } // namespace
@@ -70,11 +60,11 @@ KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
         lines.front().remove_prefix(3);
     }
     for (std::size_t index = 0; index < lines.size(); ++index) {
-        const std::string_view line = Trim(lines[index]);
+        const std::string_view line = Trimmed(lines[index]);
         if (line.size() >= 2 && line.front() == '[' && line.back() == ']') {
             headers.push_back(
                 {static_cast<unsigned>(index + 1),
-                 std::string(Trim(line.substr(1, line.size() - 2)))}
+                 std::string(Trimmed(line.substr(1, line.size() - 2)))}
             );
         }
     }
@@ -87,12 +77,12 @@ std::string_view KScript::GetText(unsigned number) const noexcept {
 std::string KScript::GetValue(
     const std::string& section, const std::string& key, const std::string& otherwise
 ) const {
-    return Text(profile.GetString(section, key, otherwise));
+    return profile.GetString(section, key, otherwise).c_str();
 }
 
 bool KScript::HasSection(std::string_view name) const noexcept {
     return std::any_of(headers.begin(), headers.end(), [&](const Header& header) {
-        return header.name == Trim(name);
+        return header.name == Trimmed(name);
     });
 }
 
@@ -101,7 +91,9 @@ std::vector<KScriptLine> KScript::GetLines(const std::string& section) const {
     unsigned number = 0;
     profile.BeginKeyEnum(section, &number);
     while (profile.EnumKey(&number, false)) {
-        found.push_back({number, section, Text(profile.GetKeyName()), Text(profile.GetKeyValue())});
+        found.push_back(
+            {number, section, profile.GetKeyName().c_str(), profile.GetKeyValue().c_str()}
+        );
     }
     return found;
 }
@@ -143,7 +135,7 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
             const std::string& name = rule.fields.front();
             const auto begin =
                 std::find_if(state.open.begin(), state.open.end(), [&](const std::string& one) {
-                    return Trim(one) == Trim(name);
+                    return Trimmed(one) == Trimmed(name);
                 });
             if (begin != state.open.end()) {
                 KScriptCycle cycle{line, {begin, state.open.end()}};
@@ -173,7 +165,7 @@ std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& 
     const KSUP::KString value(line.value);
     std::vector<std::string> fields;
     if (line.type == "section") {
-        fields.push_back(Text(expand(value)));
+        fields.emplace_back(expand(value).c_str());
         return fields;
     }
     const bool wholeLine = line.type == "directory" || line.type == "profile";
@@ -184,7 +176,7 @@ std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& 
         // expanded with the line, and are not expanded again.
         const bool asItStands =
             index == 0 || line.type == "directory" || (line.type == "profile" && index == 1);
-        fields.push_back(Text(asItStands ? parts[index] : expand(parts[index])));
+        fields.emplace_back((asItStands ? parts[index] : expand(parts[index])).c_str());
     }
     return fields;
 }

@@ -5,6 +5,8 @@
 
 namespace {
 
+using KSETUP::IsAtOrBelow;
+using KSETUP::JoinPath;
 using KSETUP::NameOfPath;
 using KSETUP::NormalPath;
 using KSETUP::ParentPath;
@@ -50,6 +52,20 @@ TEST(PathTextTest, NamesStandBehindTheLastSeparator) {
     EXPECT_EQ(NameOfPath("/opt/dps"), "dps");
     EXPECT_EQ(NameOfPath("dps"), "dps");
     EXPECT_EQ(NameOfPath("/opt/"), "");
+}
+
+TEST(PathTextTest, JoinedPathsHaveOneSeparatorBetween) {
+    EXPECT_EQ(JoinPath("/opt", "dps"), "/opt/dps");
+    EXPECT_EQ(JoinPath("/opt//", "dps"), "/opt/dps");
+    EXPECT_EQ(JoinPath("", "dps"), "/dps");
+}
+
+TEST(PathTextTest, APathIsBelowADirectoryNotBesideIt) {
+    EXPECT_TRUE(IsAtOrBelow("/opt/dps", "/opt/dps"));
+    EXPECT_TRUE(IsAtOrBelow("/opt/dps/a", "/opt/dps"));
+    EXPECT_TRUE(IsAtOrBelow("/opt", "/"));
+    EXPECT_FALSE(IsAtOrBelow("/opt/dpsd", "/opt/dps"));
+    EXPECT_FALSE(IsAtOrBelow("/opt", "/opt/dps"));
 }
 
 } // namespace
