@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/KFileHandle.h>
+#include <setup/files/WriteAll.h>
 #include <setup/kit/KitFiles.h>
 
 #include <algorithm>
@@ -21,23 +23,6 @@ namespace {
 
 constexpr std::size_t chunkBytes = 65536;
 
-/// A descriptor that is closed at the end.
-class Descriptor {
-  public:
-    explicit Descriptor(int opened) : number(opened) {}
-    ~Descriptor() {
-        if (number >= 0) {
-            ::close(number);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int Get() const noexcept { return number; }
-
-  private:
-    int number;
-};
-
 int OpenForRead(const fs::path& path) {
     const int opened = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (opened < 0) {
@@ -57,13 +42,9 @@ bool ReadChunk(int from, std::string& chunk, const fs::path& path) {
     return got > 0;
 }
 
-void WriteAll(int to, std::string_view bytes, const fs::path& path) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(to, bytes.data(), bytes.size());
-        if (written < 0) {
-            FailOnWrite(path, errno);
-        }
-        bytes.remove_prefix(static_cast<std::size_t>(written));
+void Write(int to, std::string_view bytes, const fs::path& path) {
+    if (const int error = WriteAll(to, bytes); error != 0) {
+        FailOnWrite(path, error);
     }
 }
 
@@ -109,7 +90,7 @@ KKitListing ListKit(const fs::path& directory) {
 }
 
 std::string ReadBytes(const fs::path& path) {
-    const Descriptor file(OpenForRead(path));
+    const KFileHandle file(OpenForRead(path));
     std::string bytes;
     for (std::string chunk; ReadChunk(file.Get(), chunk, path);) {
         bytes += chunk;
@@ -119,12 +100,12 @@ std::string ReadBytes(const fs::path& path) {
 
 void WriteBytes(const fs::path& path, const std::string& bytes, mode_t mode) {
     std::string name = path.string() + ".XXXXXX";
-    const Descriptor file(::mkostemp(name.data(), O_CLOEXEC));
+    const KFileHandle file(::mkostemp(name.data(), O_CLOEXEC));
     if (file.Get() < 0) {
         FailOnWrite(path, errno);
     }
     try {
-        WriteAll(file.Get(), bytes, path);
+        Write(file.Get(), bytes, path);
         if (::fchmod(file.Get(), mode) != 0 || ::fsync(file.Get()) != 0 ||
             ::rename(name.c_str(), path.c_str()) != 0) {
             FailOnWrite(path, errno);
@@ -136,14 +117,14 @@ void WriteBytes(const fs::path& path, const std::string& bytes, mode_t mode) {
 }
 
 void CopyBytes(const fs::path& from, const fs::path& to) {
-    const Descriptor source(OpenForRead(from));
+    const KFileHandle source(OpenForRead(from));
     struct stat status {};
-    const Descriptor target(::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    const KFileHandle target(::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     if (target.Get() < 0) {
         FailOnWrite(to, errno);
     }
     for (std::string chunk; ReadChunk(source.Get(), chunk, from);) {
-        WriteAll(target.Get(), chunk, to);
+        Write(target.Get(), chunk, to);
     }
     if (::fstat(source.Get(), &status) != 0 ||
         ::fchmod(target.Get(), status.st_mode & 07777) != 0) {

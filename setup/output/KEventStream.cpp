@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include <setup/files/WriteAll.h>
 #include <setup/output/KEventStream.h>
 
 #include <algorithm>
-#include <cerrno>
 
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 namespace KSETUP {
 
@@ -71,19 +70,7 @@ unsigned KEventStream::Advance(double rulesDone) noexcept {
 }
 
 void KEventStream::Write(const std::string& line) const {
-    const char* at = line.data();
-    std::size_t left = line.size();
-    while (left > 0) {
-        const ssize_t written = ::write(output, at, left);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return;
-        }
-        at += written;
-        left -= static_cast<std::size_t>(written);
-    }
+    static_cast<void>(WriteAll(output, line)); // a reader who is gone stops nothing
 }
 
 } // namespace KSETUP

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/files/WriteAll.h>
 #include <setup/output/KSetupProgress.h>
 #include <setup/output/Words.h>
 
@@ -26,16 +27,9 @@ unsigned Columns() {
     return known ? size.ws_col : usualColumns;
 }
 
-/// One write, so that a line is whole however it is read. A reader who is gone is no reason to
-/// stop.
+/// One write, so that a line is whole however it is read.
 void Write(std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
-        if (written <= 0) {
-            return;
-        }
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
+    static_cast<void>(WriteAll(STDOUT_FILENO, text)); // a reader who is gone is no reason to stop
 }
 
 std::string Line(unsigned done, unsigned all, const KSUP::KString& status) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <setup/files/WriteAll.h>
 #include <setup/safety/CopyFile.h>
-#include <setup/safety/KPrivateDirectory.h>
 
 #include <cerrno>
 #include <cstring>
@@ -10,6 +10,7 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 namespace KSETUP {
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/files/WriteAll.h>
 #include <setup/safety/KPrivateDirectory.h>
 
 #include <cerrno>
@@ -44,17 +45,6 @@ KSetupFailure SystemFailure(
     return {
         exitCode,
         what + " " + path + ": " + std::generic_category().message(errorNumber) + ". " + advice};
-}
-
-int WriteAll(int file, std::string_view bytes) noexcept {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(file, bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) {
-            return errno;
-        }
-        bytes.remove_prefix(written > 0 ? static_cast<std::size_t>(written) : 0);
-    }
-    return 0;
 }
 
 KPrivateDirectory::KPrivateDirectory(KFileHandle opened, std::string itsPath)

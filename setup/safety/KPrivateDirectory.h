@@ -86,7 +86,4 @@ KSetupFailure SystemFailure(
     const std::string& advice
 );
 
-/// Writes all bytes, however many calls it takes. Returns 0 or errno.
-[[nodiscard]] int WriteAll(int file, std::string_view bytes) noexcept;
-
 } // namespace KSETUP

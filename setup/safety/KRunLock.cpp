@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/files/WriteAll.h>
 #include <setup/output/Words.h>
 #include <setup/safety/KPrivateDirectory.h>
 #include <setup/safety/KRunLock.h>
