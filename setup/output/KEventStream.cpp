@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/WriteAll.h>
+#include <setup/output/JsonText.h>
 #include <setup/output/KEventStream.h>
 
 #include <algorithm>
@@ -10,20 +11,14 @@ namespace KSETUP {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr auto statusInterval = std::chrono::milliseconds(100);
 constexpr unsigned mostBeforeTheEnd = 99; // the record is still to be written
-
-std::string Line(const Json& object) {
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
-}
 
 } // namespace
 
 void KEventStream::Start(const std::string& command, const std::string& product, unsigned rules) {
     all = rules;
-    Write(Line(
+    Write(OneLine(
         {{"event", "start"},
          {"schema", 1},
          {"command", command},
@@ -33,11 +28,11 @@ void KEventStream::Start(const std::string& command, const std::string& product,
 }
 
 void KEventStream::RuleStarted(unsigned number, const std::string& place, const std::string& text) {
-    Write(Line({{"event", "rule started"}, {"rule", number}, {"place", place}, {"text", text}}));
+    Write(OneLine({{"event", "rule started"}, {"rule", number}, {"place", place}, {"text", text}}));
 }
 
 void KEventStream::RuleDone(unsigned number) {
-    Write(Line({{"event", "rule done"}, {"rule", number}, {"percentage", Advance(number)}}));
+    Write(OneLine({{"event", "rule done"}, {"rule", number}, {"percentage", Advance(number)}}));
 }
 
 void KEventStream::Status(unsigned done, const std::string& text, double part) {
@@ -50,15 +45,14 @@ void KEventStream::Status(unsigned done, const std::string& text, double part) {
     lastStatus = now;
     lastText = text;
     lastPercentage = reached;
-    Write(Line({{"event", "status"}, {"text", text}, {"percentage", reached}}));
+    Write(OneLine({{"event", "status"}, {"text", text}, {"percentage", reached}}));
 }
 
 void KEventStream::Result(const KRunReport& report) {
-    Json object = Json::parse(ToJson(report));
     Json event{{"event", "result"}};
-    event.update(object);
+    event.update(ToJsonObject(report));
     event["percentage"] = report.result == KRunResult::Done ? 100 : percentage;
-    Write(Line(event));
+    Write(OneLine(event));
 }
 
 /// Several files of one rule each begin at nothing again; the whole does not.
@@ -70,7 +64,7 @@ unsigned KEventStream::Advance(double rulesDone) noexcept {
 }
 
 void KEventStream::Write(const std::string& line) const {
-    static_cast<void>(WriteAll(output, line)); // a reader who is gone stops nothing
+    static_cast<void>(WriteAll(output, line + "\n")); // a reader who is gone stops nothing
 }
 
 } // namespace KSETUP

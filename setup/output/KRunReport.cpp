@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/output/JsonText.h>
 #include <setup/output/KRunReport.h>
 
 #include <nlohmann/json.hpp>
@@ -6,8 +7,6 @@
 namespace KSETUP {
 
 namespace {
-
-using Json = nlohmann::ordered_json;
 
 constexpr int schemaVersion = 1;
 
@@ -38,6 +37,10 @@ Json ErrorOf(const KRunReport& report) {
 
 } // namespace
 
+std::string OneLine(const Json& object) {
+    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 const char* ResultWord(KRunResult result) noexcept {
     switch (result) {
     case KRunResult::Done:
@@ -56,7 +59,7 @@ const char* ResultWord(KRunResult result) noexcept {
     return "";
 }
 
-std::string ToJson(const KRunReport& report) {
+Json ToJsonObject(const KRunReport& report) {
     Json object;
     object["schema"] = schemaVersion;
     object["command"] = report.command;
@@ -82,7 +85,11 @@ std::string ToJson(const KRunReport& report) {
     for (const auto& [path, what] : report.differences) {
         object["differences"].push_back({{"path", path}, {"what", what}});
     }
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return object;
+}
+
+std::string ToJson(const KRunReport& report) {
+    return OneLine(ToJsonObject(report));
 }
 
 } // namespace KSETUP

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/output/JsonText.h>
 #include <setup/output/Words.h>
 #include <setup/plan/MacroReport.h>
 
@@ -25,7 +26,6 @@ std::string MacrosToText(const KMacroList& macros) {
 }
 
 std::string MacrosToJson(const KMacroList& macros) {
-    using Json = nlohmann::ordered_json;
     Json object;
     object["schema"] = 1;
     object["command"] = "macros";
@@ -35,7 +35,7 @@ std::string MacrosToJson(const KMacroList& macros) {
     for (const auto& [name, value] : macros) {
         object["macros"][name] = value;
     }
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return OneLine(object);
 }
 
 } // namespace KSETUP

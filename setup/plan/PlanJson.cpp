@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/output/JsonText.h>
 #include <setup/plan/PlanReport.h>
 
 #include <array>
@@ -10,7 +11,6 @@ namespace KSETUP {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
 using Kind = KPlannedAction::Kind;
 
 constexpr int schemaVersion = 1;
@@ -120,7 +120,7 @@ std::string ToJson(const KPlanReport& report, int exitCode) {
     for (const KPlan::Space& space : report.space) {
         object["space"].push_back(ToObject(space));
     }
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return OneLine(object);
 }
 
 } // namespace KSETUP

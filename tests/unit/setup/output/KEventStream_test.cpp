@@ -123,6 +123,18 @@ TEST_F(KEventStreamTest, NamesThatAreNoUtf8AreStillJson) {
     EXPECT_EQ(Events().at(0)["text"], "Copying file a\xEF\xBF\xBD\n");
 }
 
+TEST_F(KEventStreamTest, TheResultIsTheReportWithItsEvent) {
+    KRunReport report;
+    report.command = "install";
+    report.productPath = "/opt/a\xFF";
+    stream.Result(report);
+    nlohmann::json told = nlohmann::json::parse(ToJson(report));
+    told["event"] = "result";
+    told["percentage"] = 100;
+    EXPECT_EQ(Events().at(0), told);
+    EXPECT_EQ(told["productPath"], "/opt/a\xEF\xBF\xBD");
+}
+
 TEST_F(KEventStreamTest, AReaderWhoIsGoneStopsNothing) {
     KEventStream nobody(-1);
     nobody.Start("install", "DPS", 1);
