@@ -3,11 +3,18 @@
 
 #include <setup/kit/KSetupKit.h>
 #include <setup/script/KMacroContext.h>
+#include <sup++/KUtil.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -75,6 +82,50 @@ TEST_F(KMacroContextTest, ListsWhatHasAValue) {
         EXPECT_TRUE(name == "targetVerInfo" || macros.Expand("$" + name + "$") != "$" + name + "$")
             << name;
     }
+}
+
+TEST_F(KMacroContextTest, ListsEveryDirectoryThatTheEngineSets) {
+    const KSetupKit kit(tree.Path("kit"));
+    KMacroContext macros;
+    macros.SetProductPath("/opt/x");
+    // Others than before, and each another, so that no two can be taken for one.
+    std::vector<std::string> marks;
+    std::vector<std::pair<unsigned, KSUP::KString>> former;
+    for (unsigned id = 0; id < 200; ++id) {
+        const KSUP::KString path = KSUP::KUtil::GetPathMap(id);
+        if (!path.IsEmpty()) {
+            former.emplace_back(id, path);
+            marks.push_back("/mark/" + std::to_string(id));
+            KSUP::KUtil::SetPathMap(id, marks.back());
+        }
+    }
+    std::vector<std::string> listed;
+    for (const auto& [name, value] : macros.List()) {
+        if (value.starts_with("/mark/")) {
+            listed.push_back(value);
+        }
+    }
+    for (const auto& [id, path] : former) {
+        KSUP::KUtil::SetPathMap(id, path);
+    }
+    EXPECT_GT(marks.size(), 20U);
+    EXPECT_THAT(listed, ::testing::UnorderedElementsAreArray(marks));
+}
+
+TEST_F(KMacroContextTest, TheManualOfScriptsExplainsEveryMacro) {
+    std::ifstream page(INSPP_SOURCE "/docs/script.md");
+    std::set<std::string> explained;
+    for (std::string line; std::getline(page, line);) {
+        const std::string cell = line.substr(0, line.find(" | "));
+        const std::regex macro(R"(`\$(\w+)\$`)");
+        if (cell.starts_with("| `$")) {
+            for (std::sregex_iterator found(cell.begin(), cell.end(), macro), end; found != end;
+                 ++found) {
+                explained.insert((*found)[1]);
+            }
+        }
+    }
+    EXPECT_THAT(KMacroContext::GetNames(), ::testing::ElementsAreArray(explained));
 }
 
 } // namespace

@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: MIT
+#include "../../../support/TemporaryTree.h"
+
+#include <setup/run/PlannedPaths.h>
+#include <sup++/KString.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace KSETUP;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+using ::testing::UnorderedElementsAre;
+
+/// Plans for the service "svc" in "product", from a kit with the files "a" and "b".
+class PlannedPathsTest : public ::testing::Test {
+  protected:
+    PlannedPathsTest() {
+        tree.Write("kit/a", "A");
+        tree.Write("kit/b", "B");
+        tree.Directory("product");
+    }
+
+    /// "K" and "P" in a line are the kit's directory and the product path.
+    KPlan PlanOf(const std::vector<std::string>& lines) {
+        std::string script = "[install]\n";
+        for (const std::string& line : lines) {
+            for (const char byte : line) {
+                script += byte == 'K'   ? tree.Path("kit")
+                          : byte == 'P' ? tree.Path("product")
+                                        : std::string(1, byte);
+            }
+            script += "\n";
+        }
+        tree.Write("kit/install.ini", script);
+        KPlannedTree planned(KPlannedTree::Below::Disk, tree.Path("kit"));
+        return KPlan(
+            KScript(KSUP::KString(tree.Path("kit/install.ini"))),
+            "install",
+            [](const KSUP::KString& text) { return text; },
+            planned
+        );
+    }
+    std::vector<std::pair<std::string, std::string>> Lasting(const std::vector<std::string>& lines
+    ) {
+        std::vector<std::pair<std::string, std::string>> copies;
+        for (const KCopy& copy : LastingCopies(PlanOf(lines))) {
+            copies.emplace_back(copy.source, copy.target);
+        }
+        return copies;
+    }
+    std::vector<std::string> Made(const std::vector<std::string>& lines) {
+        return MadePaths(PlanOf(lines), product, "svc");
+    }
+
+    KTEST::TemporaryTree tree;
+    const std::string kit = tree.Path("kit");
+    const std::string product = tree.Path("product");
+};
+
+TEST_F(PlannedPathsTest, CopiesLastUnderTheNormalPathsOfTheirTargets) {
+    EXPECT_THAT(
+        Lasting({"file=copy,a,K,P", "file=copy,b,K,P/x/..//,c"}),
+        ElementsAre(Pair(kit + "/a", product + "/a"), Pair(kit + "/b", product + "/c"))
+    );
+}
+
+TEST_F(PlannedPathsTest, NoCopyIsKnownToLastWhereACommandRuns) {
+    EXPECT_THAT(Lasting({"file=copy,a,K,P", "process=start,true", "file=copy,b,K,P"}), IsEmpty());
+    EXPECT_THAT(
+        Lasting({"file=copy,a,K,P", "process=stop,P/a"}),
+        ElementsAre(Pair(kit + "/a", product + "/a"))
+    );
+}
+
+TEST_F(PlannedPathsTest, ACopyDoesNotLastIntoWhichAnOptionIsWritten) {
+    EXPECT_THAT(
+        Lasting({"file=copy,a,K,P", "profile=put,P//./a,s,k,v", "file=copy,b,K,P"}),
+        ElementsAre(Pair(kit + "/b", product + "/b"))
+    );
+}
+
+TEST_F(PlannedPathsTest, ACopyDoesNotLastFromWhichAnOptionIsTaken) {
+    tree.Write("product/list", "[s]\none=/nowhere/x\n");
+    EXPECT_THAT(
+        Lasting({"file=copy,a,K,P,list", "profile=remove_file,P/list,s,nowhere"}), IsEmpty()
+    );
+}
+
+TEST_F(PlannedPathsTest, WhatIsNotThereToBeCopiedMakesNothing) {
+    EXPECT_THAT(Lasting({"file=copy,none,K,P"}), IsEmpty());
+    EXPECT_THAT(Made({"file=copy,none,K,P"}), IsEmpty());
+}
+
+TEST_F(PlannedPathsTest, FilesLinksDirectoriesAndProfilesAreMade) {
+    EXPECT_THAT(
+        Made(
+            {"directory=create,P/d",
+             "file=copy,a,K,P",
+             "file=symlink,a,P,P,l",
+             "profile=create,P/n",
+             "profile=put,P/o,s,k,v"}
+        ),
+        UnorderedElementsAre(
+            product, product + "/d", product + "/a", product + "/l", product + "/n", product + "/o"
+        )
+    );
+}
+
+TEST_F(PlannedPathsTest, WhatGoesOrRunsIsNotMade) {
+    tree.Write("product/old", "O");
+    EXPECT_THAT(
+        Made(
+            {"file=delete,old,P",
+             "directory=delete,P",
+             "process=start,true",
+             "service=install,svc,S,/bin/true,x",
+             "service=start,svc"}
+        ),
+        IsEmpty()
+    );
+}
+
+TEST_F(PlannedPathsTest, TheProductsOwnDirectoriesOnTheWayAreMadeToo) {
+    tree.Directory("product/lin/deep");
+    tree.Directory("beside/deep");
+    EXPECT_THAT(
+        Made(
+            {"file=copy,a,K,P/lin/deep",
+             "file=copy,a,K,P/../beside/deep",
+             "file=copy,b,K,/etc/svc/d"}
+        ),
+        UnorderedElementsAre(
+            product + "/lin/deep/a",
+            product + "/lin/deep",
+            product + "/lin",
+            product,
+            product + "/../beside/deep/a",
+            "/etc/svc/d/b",
+            "/etc/svc/d",
+            "/etc/svc"
+        )
+    );
+}
+
+TEST_F(PlannedPathsTest, OwnDirectoriesAreThoseInWhichSomethingChanges) {
+    EXPECT_THAT(
+        OwnDirectories(
+            PlanOf({"file=copy,a,K,P", "file=copy,b,K,P", "file=delete,x,P/d", "file=copy,a,K,/srv"}
+            ),
+            product,
+            "svc"
+        ),
+        ElementsAre(product, product + "/d")
+    );
+}
+
+TEST_F(PlannedPathsTest, AServiceChangesItsUnitAndWhatEnablesIt) {
+    EXPECT_THAT(
+        ChangedPaths(PlanOf({"file=delete,x,P", "service=remove,svc", "service=stop,other"})),
+        ElementsAre(
+            product + "/x",
+            "/etc/systemd/system/svc.service",
+            "/etc/systemd/system/multi-user.target.wants/svc.service"
+        )
+    );
+}
+
+} // namespace
