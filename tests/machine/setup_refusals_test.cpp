@@ -51,6 +51,18 @@ const std::string asNobodyInstalls = std::string(asNobody) + "SETUP install --ki
 const std::string asNobodyRemoves = std::string(asNobody) + "SETUP remove --yes --kit KIT";
 const std::string asNobodyRestores = std::string(asNobody) + "SETUP restore --kit KIT";
 
+/// A run that waits for a lock, and gets a signal once it has looked at it. The lock's holder hands
+/// nothing on (-o), so a descriptor of the lock is the run's own.
+std::string SignalsWaiting(const std::string& signal) {
+    return "flock -o /run/lock/ins++-setuptest.lock sh -c 'SETUP install --wait 60 --kit KIT & "
+           "n=0; "
+           "until ls -l /proc/$!/fd | grep -q ins++-setuptest.lock || [ $((n += 1)) -gt 6000 ]; do "
+           "sleep 0.01; done; kill -" +
+           signal + " $!; wait $!'";
+}
+const std::string stopsWaiting = SignalsWaiting("TERM");
+const std::string interruptsWaiting = SignalsWaiting("INT");
+
 INSTANTIATE_TEST_SUITE_P(
     Calls,
     SetupUntouchedTest,
@@ -255,6 +267,18 @@ INSTANTIATE_TEST_SUITE_P(
             "another run for setuptest goes on",
             isInstalled,
             "flock /run/lock/ins++-setuptest.lock SETUP remove --wait 1 --kit KIT"},
+        Refusal{
+            "StopWhileALockIsWaitedFor",
+            143,
+            "stopped on request while waiting for another run. Nothing was changed.",
+            ":",
+            stopsWaiting.c_str()},
+        Refusal{
+            "InterruptWhileALockIsWaitedFor",
+            130,
+            "stopped on request while waiting for another run. Nothing was changed.",
+            ":",
+            interruptsWaiting.c_str()},
         Refusal{"NotRoot", 77, "Only root can install", ":", asNobodyInstalls.c_str()},
         Refusal{"NotRootToRemove", 77, "Only root can", isInstalled, asNobodyRemoves.c_str()},
         Refusal{"NotRootToRestore", 77, "Only root can", isInstalled, asNobodyRestores.c_str()},

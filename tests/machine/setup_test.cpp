@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -345,6 +346,15 @@ TEST_F(SetupProgramTest, TheLogTellsWhatTheRunIsAndHowItEnds) {
     );
 }
 
+TEST_F(SetupProgramTest, TheLogTellsWhichProgramRanOnWhichMachine) {
+    ASSERT_EQ(RunSetup("install", "--quiet").exitCode, 0);
+    const Outcome machine =
+        Run("echo \"$(SETUP --version) on $(uname -n), $(uname -s) $(uname -r) $(uname -m)\"");
+    const std::string line = machine.out.substr(0, machine.out.find('\n'));
+    EXPECT_THAT(line, ::testing::MatchesRegex("ins-setup [0-9.]+ on .+, Linux .+ .+"));
+    EXPECT_THAT(Slurp(setupLog), HasSubstr("ins-setup: " + line + "\t"));
+}
+
 TEST_F(SetupProgramTest, TheJournalTellsHowRunsEnd) {
     GivenScript("file=delete,lib,$pathSource$\n");
     ASSERT_EQ(RunSetup("install", "--no-check").exitCode, 1);
@@ -352,6 +362,57 @@ TEST_F(SetupProgramTest, TheJournalTellsHowRunsEnd) {
         Run("journalctl --sync; journalctl -o json INSPP_PRODUCT='Setup Test' INSPP_RESULT=failed");
     EXPECT_THAT(journal.out, HasSubstr("\"INSPP_COMMAND\":\"install\""));
     EXPECT_THAT(journal.out, HasSubstr("\"PRIORITY\":\"3\""));
+}
+
+TEST_F(SetupProgramTest, ProgramsThatRunAndAreReplacedOrDeletedAreNamed) {
+    std::filesystem::copy_file(
+        "/bin/sleep", tree.Path("kit/lib/svc"), std::filesystem::copy_options::overwrite_existing
+    );
+    const std::string program = tree.Path("product/lin/x86_64/svc");
+    EXPECT_THAT(RunSetup("install").out, Not(HasSubstr("Running")));
+    const Outcome both =
+        Run(program + " 1000 & echo $!; SETUP install --kit KIT; kill $!; wait $!; " + program +
+            " 1000 & echo $!; SETUP remove --kit KIT; kill $!");
+    std::istringstream lines(both.out);
+    std::vector<std::string> told;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find_first_not_of("0123456789") == std::string::npos ||
+            line.starts_with("Running")) {
+            told.push_back(line);
+        }
+    }
+    ASSERT_EQ(told.size(), 4U) << both.out << both.err;
+    EXPECT_EQ(told[1], "Running, and about to be replaced: svc (" + told[0] + "), " + program);
+    EXPECT_EQ(told[3], "Running, and about to be deleted: svc (" + told[2] + "), " + program);
+}
+
+TEST_F(SetupProgramTest, ARemovalTellsOfWhatAnEarlierVersionInstalled) {
+    tree.Write("kit/lib/former", "of 1.5 only");
+    tree.Write("kit/lib/gone", "of 1.5 only");
+    GivenScript("file=copy,former,$pathSource$lib,$pathTargetBin$\n"
+                "file=copy,gone,$pathSource$lib,$pathTargetBin$\n");
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    GivenScript("file=delete,gone,$pathTargetBin$\n");
+    ASSERT_EQ(RunSetup("install").exitCode, 0); // an upgrade, whose script does not know of it
+    tree.Write("product/lin/x86_64/former", "changed");
+    const std::string former = tree.Path("product/lin/x86_64/former");
+    EXPECT_THAT(RunSetup("status", "--verify").out, HasSubstr("\n    " + former + " "));
+    tree.Write(
+        "kit/install.ini",
+        "[remove]\nfile=delete,svc,$pathTargetBin$\nfile=delete,$serviceName$,/etc/$serviceName$\n"
+        "directory=delete,/etc/$serviceName$\ndirectory=delete,$pathTargetConfig$\n"
+    );
+    const Outcome removed = RunSetup("remove");
+    EXPECT_EQ(removed.exitCode, 0) << removed.err;
+    const std::string target = tree.Path("product");
+    EXPECT_THAT(
+        removed.out,
+        HasSubstr(
+            "Still there:\n    " + target + "\n    " + target + "/lin\n    " + target +
+            "/lin/x86_64\n    " + former + "\n"
+        )
+    );
+    EXPECT_THAT(removed.out, Not(HasSubstr("/gone")));
 }
 
 TEST_F(SetupProgramTest, OneRunAtATimeForAProduct) {
