@@ -286,4 +286,18 @@ KPlan::KPlan(
     }
 }
 
+std::vector<std::string> KPlan::FindFilesThatGo() const {
+    std::vector<std::string> paths;
+    for (const KPlannedRule& rule : rules) {
+        for (const KPlannedAction& action : rule.actions) {
+            const bool goes = action.kind == Kind::DeleteFile ||
+                              (action.kind == Kind::CopyFile && action.replaces);
+            if (goes && !action.lacks) {
+                paths.push_back(NormalPath(action.path));
+            }
+        }
+    }
+    return paths;
+}
+
 } // namespace KSETUP

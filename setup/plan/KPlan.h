@@ -75,6 +75,9 @@ class KPlan {
     /// which may be in use.
     std::vector<Space> GetSpace() const;
 
+    /// The files that are replaced or deleted, by their normal paths, one as often as rules do it.
+    std::vector<std::string> FindFilesThatGo() const;
+
   private:
     std::vector<KPlannedRule> rules;
     std::vector<KScriptCycle> cycles;

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <setup/files/NearestExisting.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlan.h>
 
-#include <filesystem>
 #include <map>
-#include <system_error>
 #include <unordered_map>
 #include <utility>
 
@@ -24,15 +23,6 @@ bool Makes(const KPlannedAction& action) {
     return action.kind == Kind::CopyFile || action.kind == Kind::MakeLink ||
            action.kind == Kind::CreateDirectory || action.kind == Kind::CreateProfile ||
            (action.kind == Kind::PutOption && !action.replaces);
-}
-
-/// The nearest directory on the way up that is there.
-std::string Existing(std::filesystem::path at) {
-    std::error_code unknown; // as good as missing
-    while (at.has_relative_path() && !std::filesystem::exists(at, unknown)) {
-        at = at.parent_path();
-    }
-    return at.empty() ? "/" : at.string();
 }
 
 /// The file systems of directories. Each directory is looked at once: a product has many files in
@@ -60,7 +50,7 @@ KPlan::Space* FileSystems::Of(const std::string& directory) {
 }
 
 KPlan::Space* FileSystems::Look(const std::string& directory) {
-    const std::string existing = Existing(directory);
+    const std::string existing = NearestExisting(directory);
     struct stat status {};
     struct statvfs system {};
     if (::stat(existing.c_str(), &status) != 0 || ::statvfs(existing.c_str(), &system) != 0) {

@@ -10,7 +10,9 @@
 #include <setup/safety/KBackup.h>
 #include <setup/safety/KManifest.h>
 #include <setup/safety/Preflight.h>
+#include <setup/safety/RunningPrograms.h>
 #include <setup/safety/StaleTemporaries.h>
+#include <setup/safety/TrustedPlaces.h>
 #include <sup++/KFileBase.h>
 
 #include <csignal>

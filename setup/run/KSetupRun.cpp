@@ -10,6 +10,7 @@
 #include <setup/run/KSetupRun.h>
 #include <setup/run/RunWords.h>
 #include <setup/safety/Preflight.h>
+#include <setup/safety/TrustedPlaces.h>
 #include <setup/script/KScript.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KFileBase.h>

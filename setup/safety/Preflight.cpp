@@ -1,28 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/NearestExisting.h>
 #include <setup/files/PathText.h>
 #include <setup/output/Words.h>
 #include <setup/safety/Preflight.h>
 #include <setup/safety/VersionOrder.h>
 
 #include <algorithm>
-#include <array>
-#include <charconv>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <memory>
 #include <set>
-#include <string_view>
-#include <system_error>
-#include <utility>
 
 #include <fcntl.h>
-#include <fts.h>
 #include <linux/stat.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -32,7 +20,6 @@ namespace KSETUP {
 
 namespace {
 
-namespace fs = std::filesystem;
 using Kind = KPlannedAction::Kind;
 
 /// What the log, the record and the state of the run may take on top.
@@ -72,12 +59,8 @@ std::set<std::string> ChangedDirectories(const KPlan& plan) {
         }
     }
     std::set<std::string> existing;
-    for (fs::path directory : parents) {
-        std::error_code unknown; // as good as missing
-        while (directory.has_relative_path() && !fs::exists(directory, unknown)) {
-            directory = directory.parent_path();
-        }
-        existing.insert(directory.string());
+    for (const std::string& directory : parents) {
+        existing.insert(NearestExisting(directory));
     }
     return existing;
 }
@@ -101,65 +84,14 @@ std::string WhyNotWritable(const std::string& directory) {
     return {};
 }
 
-/// Calls `each` with the files on the disk that the plan replaces or deletes.
-void ForEachFileThatGoes(
-    const KPlan& plan, const std::function<void(const std::string& path)>& each
-) {
-    for (const KPlannedRule& rule : plan.GetRules()) {
-        for (const KPlannedAction& action : rule.actions) {
-            const bool goes = action.kind == Kind::DeleteFile ||
-                              (action.kind == Kind::CopyFile && action.replaces);
-            if (goes && !action.lacks) {
-                each(NormalPath(action.path));
-            }
-        }
-    }
-}
-
 bool IsImmutable(const std::string& path) {
     struct statx status {};
     return ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) == 0 &&
            (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
 }
 
-/// Who called sudo(8), which says so: their own files are theirs to run as root. Else root.
-uid_t CallingUser() {
-    const char* text = std::getenv("SUDO_UID"); // NOLINT: nobody changes the environment
-    uid_t user = 0;
-    if (text != nullptr) {
-        std::from_chars(text, text + std::strlen(text), user);
-    }
-    return user;
-}
-
 std::string ToText(const KVersion& version) {
     return version.text + " (build " + std::to_string(version.buildNumber) + ")";
-}
-
-/// Why others could change what is there; empty when they cannot. `isAbove` says that only what is
-/// below it counts.
-std::string WhyNotPrivate(const struct stat& status, bool isAbove) {
-    const bool othersMayWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-    // In a directory with the sticky bit nobody takes another's entry away.
-    const bool isSticky = (status.st_mode & S_ISVTX) != 0 && isAbove;
-    const bool isTrusted = status.st_uid == 0 || status.st_uid == CallingUser();
-    return isTrusted && (!othersMayWrite || isSticky || S_ISLNK(status.st_mode))
-               ? ""
-               : ": others than root can change it, and root would run that. Nothing was changed. "
-                 "Copy the kit to a directory of root's, or take the right away (chown -R root, "
-                 "chmod -R go-w).";
-}
-
-std::string NameOf(const fs::path& process) {
-    std::FILE* file = std::fopen((process / "comm").c_str(), "re");
-    if (file == nullptr) {
-        return "?";
-    }
-    std::array<char, 64> name{};
-    const bool isRead = std::fgets(name.data(), static_cast<int>(name.size()), file) != nullptr;
-    std::fclose(file);
-    const std::string text = isRead ? name.data() : "?";
-    return text.substr(0, text.find('\n'));
 }
 
 } // namespace
@@ -203,7 +135,7 @@ void RequireWritable(const KPlan& plan) {
             );
         }
     }
-    ForEachFileThatGoes(plan, [](const std::string& path) {
+    for (const std::string& path : plan.FindFilesThatGo()) {
         if (IsImmutable(path)) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,
@@ -211,7 +143,7 @@ void RequireWritable(const KPlan& plan) {
                        "Nothing was changed."
             );
         }
-    });
+    }
 }
 
 bool NeedsServices(const KPlan& plan) {
@@ -243,80 +175,6 @@ void RequireNoDowngrade(
                 ". Nothing was changed. --allow-downgrade installs the older one over it."
         );
     }
-}
-
-void RequirePrivate(const std::string& directory) {
-    for (std::string at = ParentPath(directory); !at.empty();
-         at = at == "/" ? "" : ParentPath(at)) {
-        struct stat status {};
-        const std::string why =
-            ::lstat(at.c_str(), &status) == 0 ? WhyNotPrivate(status, true) : "";
-        if (!why.empty()) {
-            throw KSetupFailure(ExitCode::noKit, at + why);
-        }
-    }
-    std::string root = directory;
-    char* roots[] = {root.data(), nullptr};
-    const std::unique_ptr<FTS, int (*)(FTS*)> walk(
-        ::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), ::fts_close
-    );
-    while (const FTSENT* entry = walk != nullptr ? ::fts_read(walk.get()) : nullptr) {
-        if (entry->fts_info == FTS_DP) { // seen before what is in it
-            continue;
-        }
-        if (entry->fts_statp == nullptr || entry->fts_info == FTS_NS ||
-            entry->fts_info == FTS_DNR) {
-            throw KSetupFailure(ExitCode::noKit, std::string(entry->fts_path) + " cannot be read.");
-        }
-        if (const std::string why = WhyNotPrivate(*entry->fts_statp, false); !why.empty()) {
-            throw KSetupFailure(ExitCode::noKit, entry->fts_path + why);
-        }
-    }
-}
-
-void RequireSafeLogDirectory(const std::string& directory) {
-    struct stat status {};
-    if (::stat(directory.c_str(), &status) != 0) {
-        return; // who opens the log there says what is wrong
-    }
-    const bool anybodyMay = (status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0;
-    if (status.st_uid != 0 || anybodyMay) {
-        throw KSetupFailure(
-            ExitCode::cannotWrite,
-            directory + ": the directory of logs can be changed by others than root. Nothing was "
-                        "changed. Make it root's (chown root, chmod o-w)."
-        );
-    }
-}
-
-std::vector<std::string> FindRunningPrograms(const KPlan& plan) {
-    // By device and inode: a program may have been started through a link.
-    std::map<std::pair<dev_t, ino_t>, std::string> files;
-    ForEachFileThatGoes(plan, [&](const std::string& path) {
-        struct stat status {};
-        if (::lstat(path.c_str(), &status) == 0) {
-            files.emplace(std::pair(status.st_dev, status.st_ino), path);
-        }
-    });
-    std::vector<std::string> running;
-    if (files.empty()) {
-        return running;
-    }
-    std::error_code unreadable; // without /proc nothing is known to run
-    for (const fs::directory_entry& process : fs::directory_iterator("/proc", unreadable)) {
-        struct stat program {}; // there is none of a kernel thread, or of one that has ended
-        if (::stat((process.path() / "exe").c_str(), &program) != 0) {
-            continue;
-        }
-        const auto file = files.find({program.st_dev, program.st_ino});
-        if (file != files.end()) {
-            running.push_back(
-                NameOf(process.path()) + " (" + process.path().filename().string() + "), " +
-                file->second
-            );
-        }
-    }
-    return running;
 }
 
 } // namespace KSETUP

@@ -4,7 +4,6 @@
 #include <setup/plan/KPlan.h>
 
 #include <string>
-#include <vector>
 
 namespace KSETUP {
 
@@ -39,19 +38,5 @@ struct KVersion {
 void RequireNoDowngrade(
     const std::string& product, const KVersion& installed, const KVersion& wanted
 );
-
-/// Refuses a directory that others than root, or than who called sudo(8), could change: what is
-/// installed from there would be theirs. All that is in it counts, and the directories above it.
-///
-/// Throws   KSetupFailure with ExitCode::noKit
-void RequirePrivate(const std::string& directory);
-
-/// The same of a directory for logs, where a group of the system's own may write.
-///
-/// Throws   KSetupFailure with ExitCode::cannotWrite
-void RequireSafeLogDirectory(const std::string& directory);
-
-/// The processes that run a file which the plan replaces or deletes, as "dpsd (1234), /opt/…".
-std::vector<std::string> FindRunningPrograms(const KPlan& plan);
 
 } // namespace KSETUP

@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/files/PathText.h>
+#include <setup/safety/TrustedPlaces.h>
+
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include <fts.h>
+#include <sys/stat.h>
+
+namespace KSETUP {
+
+namespace {
+
+/// Who called sudo(8), which says so: their own files are theirs to run as root. Else root.
+uid_t CallingUser() {
+    const char* text = std::getenv("SUDO_UID"); // NOLINT: nobody changes the environment
+    uid_t user = 0;
+    if (text != nullptr) {
+        std::from_chars(text, text + std::strlen(text), user);
+    }
+    return user;
+}
+
+/// Why others could change what is there; empty when they cannot. `isAbove` says that only what is
+/// below it counts.
+std::string WhyNotPrivate(const struct stat& status, bool isAbove) {
+    const bool othersMayWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    // In a directory with the sticky bit nobody takes another's entry away.
+    const bool isSticky = (status.st_mode & S_ISVTX) != 0 && isAbove;
+    const bool isTrusted = status.st_uid == 0 || status.st_uid == CallingUser();
+    return isTrusted && (!othersMayWrite || isSticky || S_ISLNK(status.st_mode))
+               ? ""
+               : ": others than root can change it, and root would run that. Nothing was changed. "
+                 "Copy the kit to a directory of root's, or take the right away (chown -R root, "
+                 "chmod -R go-w).";
+}
+
+} // namespace
+
+void RequirePrivate(const std::string& directory) {
+    for (std::string at = ParentPath(directory); !at.empty();
+         at = at == "/" ? "" : ParentPath(at)) {
+        struct stat status {};
+        const std::string why =
+            ::lstat(at.c_str(), &status) == 0 ? WhyNotPrivate(status, true) : "";
+        if (!why.empty()) {
+            throw KSetupFailure(ExitCode::noKit, at + why);
+        }
+    }
+    std::string root = directory;
+    char* roots[] = {root.data(), nullptr};
+    const std::unique_ptr<FTS, int (*)(FTS*)> walk(
+        ::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), ::fts_close
+    );
+    while (const FTSENT* entry = walk != nullptr ? ::fts_read(walk.get()) : nullptr) {
+        if (entry->fts_info == FTS_DP) { // seen before what is in it
+            continue;
+        }
+        if (entry->fts_statp == nullptr || entry->fts_info == FTS_NS ||
+            entry->fts_info == FTS_DNR) {
+            throw KSetupFailure(ExitCode::noKit, std::string(entry->fts_path) + " cannot be read.");
+        }
+        if (const std::string why = WhyNotPrivate(*entry->fts_statp, false); !why.empty()) {
+            throw KSetupFailure(ExitCode::noKit, entry->fts_path + why);
+        }
+    }
+}
+
+void RequireSafeLogDirectory(const std::string& directory) {
+    struct stat status {};
+    if (::stat(directory.c_str(), &status) != 0) {
+        return; // who opens the log there says what is wrong
+    }
+    const bool anybodyMay = (status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0;
+    if (status.st_uid != 0 || anybodyMay) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            directory + ": the directory of logs can be changed by others than root. Nothing was "
+                        "changed. Make it root's (chown root, chmod o-w)."
+        );
+    }
+}
+
+} // namespace KSETUP

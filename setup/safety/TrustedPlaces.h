@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+namespace KSETUP {
+
+/// \file
+/// Who else could change what root is about to believe, run or write to.
+
+/// Refuses a directory that others than root, or than who called sudo(8), could change: what is
+/// installed from there would be theirs. All that is in it counts, and the directories above it.
+///
+/// Throws   KSetupFailure with ExitCode::noKit
+void RequirePrivate(const std::string& directory);
+
+/// The same of a directory for logs, where a group of the system's own may write.
+///
+/// Throws   KSetupFailure with ExitCode::cannotWrite
+void RequireSafeLogDirectory(const std::string& directory);
+
+} // namespace KSETUP
