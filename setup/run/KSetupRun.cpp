@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/output/KSetupLogTail.h>
 #include <setup/output/Words.h>
 #include <setup/plan/AddedLines.h>
 #include <setup/plan/ProductPath.h>
@@ -13,15 +12,12 @@
 #include <setup/safety/TrustedPlaces.h>
 #include <setup/script/KScript.h>
 #include <sup++/KErrorCode.h>
-#include <sup++/KFileBase.h>
 #include <sup++/KUtil.h>
 #include <sup++/Svc.h>
-#include <sup++/SvcProcess.h>
 
 #include <csignal>
 #include <filesystem>
 #include <iostream>
-#include <system_error>
 
 #include <unistd.h>
 
@@ -29,16 +25,8 @@ namespace KSETUP {
 
 namespace {
 
-constexpr std::size_t logLinesShown = 5;
 constexpr const char* noVersion = "unknown"; // the engine's word for a record without one
 constexpr unsigned logDirectory = 19;        // of the path map
-
-/// In bytes, 0 for a file that is missing.
-std::uintmax_t SizeOf(const std::string& path) {
-    std::error_code failed;
-    const std::uintmax_t size = std::filesystem::file_size(path, failed);
-    return failed ? 0 : size;
-}
 
 /// The rules that count, as the engine will count them.
 std::vector<KWatchedRule> RulesOf(const KPlan& plan, const std::string& script, bool installs) {
@@ -191,20 +179,10 @@ void KSetupRun::Prepare() {
     } catch (const KSUP::KError& error) {
         throw KSetupFailure(ExitCode::noKit, InWords(error, ""));
     }
-    NameCommandOutput();
-}
-
-/// Lets what commands write go into a file beside the setup log: whether a command failed does not
-/// matter to the run, so this is the only place that tells.
-void KSetupRun::NameCommandOutput() {
-    commandOutput = std::filesystem::path(report.log).parent_path() /
-                    installer.ExpandMacros("$product$ Setup Commands.txt").c_str();
-    commandOutputSize = SizeOf(commandOutput);
-    if (const unsigned status = SvcSetCommandOutput(commandOutput.c_str()); status != 0) {
-        throw KSetupFailure(
-            ExitCode::internal, std::generic_category().message(static_cast<int>(status))
-        );
-    }
+    commandOutput.Begin(
+        std::filesystem::path(report.log).parent_path() /
+        installer.ExpandMacros("$product$ Setup Commands.txt").c_str()
+    );
 }
 
 void KSetupRun::Load() {
@@ -232,7 +210,7 @@ void KSetupRun::Load() {
         }
     } catch (const KSUP::KError& error) {
         const bool malformed = error.GetCode() == KSUP::ErrorCode::malformedRule;
-        report.logEnd = KSetupLogTail(report.log.c_str()).GetLast(logLinesShown);
+        FillLogEnd();
         guard.End(); // nothing was begun
         throw KSetupFailure(
             malformed ? ExitCode::malformedScript : ExitCode::internal,
@@ -240,78 +218,6 @@ void KSetupRun::Load() {
                 " No rule was run."
         );
     }
-}
-
-void KSetupRun::Watch() {
-    const auto ended = watch->Wait([this](unsigned done) { guard.SetRule(done + 1); });
-    report.rulesDone = installer.GetCompletedCount();
-    report.rulesAll = installer.GetMaxCount();
-    if (ended) {
-        FillEnd(*ended);
-    }
-    KRunChronicle::End(report, installer.GetLog());
-}
-
-void KSetupRun::FillEnd(const KSUP::KError& error) {
-    const std::string copied = watch->GetCopied(report.rulesDone);
-    if (error.GetCode() == KSUP::ErrorCode::cancelled) {
-        report.result = KRunResult::Cancelled;
-        report.exitCode =
-            ExitCode::signalBase + (signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT);
-        report.error = "stopped on request";
-        // A copy that was called off counts as done.
-        const std::string calledOff = copied.empty() && report.rulesDone > 0
-                                          ? watch->GetCopied(report.rulesDone - 1)
-                                          : copied;
-        if (!calledOff.empty() && !KSUP::KFileBase::DoesFileExist(calledOff)) {
-            report.notes.push_back("The file that was being copied was taken away: " + calledOff);
-        }
-        report.notes.push_back(
-            "What was done stays in " + report.productPath + "; run it again to go on."
-        );
-        return;
-    }
-    report.result = KRunResult::Failed;
-    report.exitCode = ExitCodeOf(error);
-    report.errorCode = error.GetCode();
-    report.error = IsOfServiceCall(error) ? serviceReason.Get() : InWords(error, copied);
-    report.logEnd = KSetupLogTail(report.log.c_str()).GetLast(logLinesShown);
-    if (const KWatchedRule* rule = watch->GetRule(report.rulesDone)) {
-        report.place = rule->place;
-        report.rule = rule->text;
-    } else {
-        report.notes.emplace_back("All rules were done; writing the record of the product failed.");
-    }
-    report.notes.push_back(
-        "What was done stays in " + report.productPath + ". Mend the cause and run it again."
-    );
-}
-
-void KSetupRun::FillNotes() {
-    if (std::string left = LeftServices(); !left.empty()) {
-        report.notes.push_back(std::move(left));
-    }
-    // Another size, not only a larger one: somebody may have emptied the file meanwhile.
-    const std::uintmax_t size = SizeOf(commandOutput);
-    report.commandOutput = size == 0 || size == commandOutputSize ? "" : commandOutput;
-}
-
-void KSetupRun::FillRemoved() {
-    if (installer.IsProductInstalled()) {
-        report.result = KRunResult::Failed;
-        report.exitCode = ExitCode::ruleFailed;
-        report.error = report.product +
-                       " still counts as installed: the script's section [remove] does not delete "
-                       "the product's link in /etc. Everything else that it names is removed.";
-        return;
-    }
-    report.leftBehind = guard.FindLeft(report.productPath);
-    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
-        report.notes.emplace_back(
-            "The directory is still there: it holds what the script does not delete."
-        );
-    }
-    guard.Forget();
 }
 
 } // namespace KSETUP

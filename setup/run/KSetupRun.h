@@ -8,6 +8,7 @@
 #include <setup/output/KSetupSignals.h>
 #include <setup/output/KSetupVoice.h>
 #include <setup/plan/KPlan.h>
+#include <setup/run/KCommandOutput.h>
 #include <setup/run/KRunGuard.h>
 #include <setup/run/KRunWatch.h>
 #include <setup/run/KServiceReason.h>
@@ -15,7 +16,6 @@
 #include <sup++/KError.h>
 #include <sup++/KString.h>
 
-#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -44,10 +44,10 @@ class KSetupRun {
     void AskBeforeRemoval() const;
     void BackUp();
     void Prepare();
-    void NameCommandOutput();
     void Load();
     void Watch();
     void FillEnd(const KSUP::KError& error);
+    void FillLogEnd();
     void FillNotes();
     void FillRemoved();
 
@@ -61,8 +61,7 @@ class KSetupRun {
     KRunGuard guard;
     std::string begunPath; // of a removal that goes on without a record
     std::unique_ptr<KPlan> plan;
-    std::string commandOutput;
-    std::uintmax_t commandOutputSize = 0; // before the run
+    KCommandOutput commandOutput;
     std::unique_ptr<KRunWatch> watch;
     KINS::KInstaller installer; // last: its run uses the rest
 };
