@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "../../../support/NameOfRow.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/check/KCheck.h>
@@ -8,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -100,5 +101,16 @@ class GivenKit : public ::testing::Test {
     std::string sections;
     std::string script;
 };
+
+/// A row of a table of script lines.
+struct ScriptLine {
+    const char* name;
+    const char* line;
+
+    friend void PrintTo(const ScriptLine& row, std::ostream* out) { *out << row.name; }
+};
+
+/// The same kit, once for each row; its suites take KTEST::NameOfRow() for the rows' names.
+class GivenKitWithLine : public GivenKit, public ::testing::WithParamInterface<ScriptLine> {};
 
 } // namespace KTEST

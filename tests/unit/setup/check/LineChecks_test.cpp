@@ -11,6 +11,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
+using KTEST::ScriptLine;
 using LineChecksTest = KTEST::GivenKit;
 
 TEST_F(LineChecksTest, ASoundKitHasNoFinding) {
@@ -80,18 +81,7 @@ TEST_F(LineChecksTest, AFileRuleWithTwoFieldsIsTooShort) {
     );
 }
 
-struct Line {
-    const char* name;
-    const char* line;
-};
-void PrintTo(const Line& row, std::ostream* out) {
-    *out << row.name;
-}
-std::string NameOf(const ::testing::TestParamInfo<Line>& row) {
-    return row.param.name;
-}
-
-class WrongCountTest : public KTEST::GivenKit, public ::testing::WithParamInterface<Line> {};
+using WrongCountTest = KTEST::GivenKitWithLine;
 TEST_P(WrongCountTest, IsAFinding) {
     Install(GetParam().line);
     EXPECT_THAT(TheFinding("field-count"), StartsWith("install.ini:2:"));
@@ -100,19 +90,19 @@ INSTANTIATE_TEST_SUITE_P(
     Lines,
     WrongCountTest,
     ::testing::Values(
-        Line{"FileOfSix", "file=copy,a,b,c,d,e"},
-        Line{"DirectoryOfThree", "directory=create,/opt/svc,0755"},
-        Line{"CommandWithAComma", "process=start,echo a,b"},
-        Line{"ServiceOfThree", "service=install,svc,Service"},
-        Line{"ProfileOfThree", "profile=put,/a,S"},
-        Line{"CreateOfFour", "profile=create,/a,b,c"},
-        Line{"RemoveFileOfTwo", "profile=remove_file,/a"},
-        Line{"RemoveFileOfFive", "profile=remove_file,/a,S,K,V"}
+        ScriptLine{"FileOfSix", "file=copy,a,b,c,d,e"},
+        ScriptLine{"DirectoryOfThree", "directory=create,/opt/svc,0755"},
+        ScriptLine{"CommandWithAComma", "process=start,echo a,b"},
+        ScriptLine{"ServiceOfThree", "service=install,svc,Service"},
+        ScriptLine{"ProfileOfThree", "profile=put,/a,S"},
+        ScriptLine{"CreateOfFour", "profile=create,/a,b,c"},
+        ScriptLine{"RemoveFileOfTwo", "profile=remove_file,/a"},
+        ScriptLine{"RemoveFileOfFive", "profile=remove_file,/a,S,K,V"}
     ),
-    NameOf
+    KTEST::NameOfRow()
 );
 
-class RightCountTest : public KTEST::GivenKit, public ::testing::WithParamInterface<Line> {};
+using RightCountTest = KTEST::GivenKitWithLine;
 TEST_P(RightCountTest, IsNone) {
     Install(GetParam().line);
     EXPECT_FALSE(Finds("field-count"));
@@ -121,18 +111,18 @@ INSTANTIATE_TEST_SUITE_P(
     Lines,
     RightCountTest,
     ::testing::Values(
-        Line{"FileOfThree", "file=delete,a,/b"},
-        Line{"FileOfFive", "file=copy,a,b,c,d"},
-        Line{"DirectoryOfTwo", "directory=create,/opt/svc"},
-        Line{"SectionWithAComma", "section=a,b,c"},
-        Line{"CommandOfTwo", "process=start,echo a"},
-        Line{"ServiceOfTwo", "service=start,svc"},
-        Line{"ServiceOfFive", "service=install,svc,Service,/bin/true,-x"},
-        Line{"ProfileOfFive", "profile=put,/a,S,K,V"},
-        Line{"RemoveFileOfFour", "profile=remove_file,/a,S,T"},
-        Line{"ProfileOfTwo", "profile=create,/a"}
+        ScriptLine{"FileOfThree", "file=delete,a,/b"},
+        ScriptLine{"FileOfFive", "file=copy,a,b,c,d"},
+        ScriptLine{"DirectoryOfTwo", "directory=create,/opt/svc"},
+        ScriptLine{"SectionWithAComma", "section=a,b,c"},
+        ScriptLine{"CommandOfTwo", "process=start,echo a"},
+        ScriptLine{"ServiceOfTwo", "service=start,svc"},
+        ScriptLine{"ServiceOfFive", "service=install,svc,Service,/bin/true,-x"},
+        ScriptLine{"ProfileOfFive", "profile=put,/a,S,K,V"},
+        ScriptLine{"RemoveFileOfFour", "profile=remove_file,/a,S,T"},
+        ScriptLine{"ProfileOfTwo", "profile=create,/a"}
     ),
-    NameOf
+    KTEST::NameOfRow()
 );
 
 TEST_F(LineChecksTest, AMisspeltFileOperationIsIgnored) {

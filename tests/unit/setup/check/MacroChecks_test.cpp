@@ -10,6 +10,7 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
+using KTEST::ScriptLine;
 using MacroChecksTest = KTEST::GivenKit;
 
 TEST_F(MacroChecksTest, AMisspeltMacroIsUnknown) {
@@ -138,18 +139,7 @@ TEST_F(MacroChecksTest, APasswordLooksLikeASecret) {
     );
 }
 
-struct Line {
-    const char* name;
-    const char* line;
-};
-void PrintTo(const Line& row, std::ostream* out) {
-    *out << row.name;
-}
-std::string NameOf(const ::testing::TestParamInfo<Line>& row) {
-    return row.param.name;
-}
-
-class SecretTest : public KTEST::GivenKit, public ::testing::WithParamInterface<Line> {};
+using SecretTest = KTEST::GivenKitWithLine;
 TEST_P(SecretTest, IsAFinding) {
     Install(GetParam().line);
     EXPECT_THAT(TheFinding("secret"), StartsWith("install.ini:2:"));
@@ -158,18 +148,18 @@ INSTANTIATE_TEST_SUITE_P(
     Lines,
     SecretTest,
     ::testing::Values(
-        Line{"ApiKey", "profile=put,/opt/svc/a,S,api_key,0815"},
-        Line{"Key", "profile=put,/opt/svc/a,S,key,0815"},
-        Line{"PartOfAnOption", "process=start,register --db-password hunter2"},
-        Line{"TokenInACommand", "process=start,register --token=0815"},
-        Line{"OptionOfACommand", "process=start,register --password \"x y\""},
-        Line{"KeyInACommand", "process=start,KEY=0815 register"},
-        Line{"Argument", "service=install,svc,Service,/bin/true,--secret:0815"}
+        ScriptLine{"ApiKey", "profile=put,/opt/svc/a,S,api_key,0815"},
+        ScriptLine{"Key", "profile=put,/opt/svc/a,S,key,0815"},
+        ScriptLine{"PartOfAnOption", "process=start,register --db-password hunter2"},
+        ScriptLine{"TokenInACommand", "process=start,register --token=0815"},
+        ScriptLine{"OptionOfACommand", "process=start,register --password \"x y\""},
+        ScriptLine{"KeyInACommand", "process=start,KEY=0815 register"},
+        ScriptLine{"Argument", "service=install,svc,Service,/bin/true,--secret:0815"}
     ),
-    NameOf
+    KTEST::NameOfRow()
 );
 
-class NoSecretTest : public KTEST::GivenKit, public ::testing::WithParamInterface<Line> {};
+using NoSecretTest = KTEST::GivenKitWithLine;
 TEST_P(NoSecretTest, IsNone) {
     Install(GetParam().line);
     EXPECT_FALSE(Finds("secret"));
@@ -178,18 +168,18 @@ INSTANTIATE_TEST_SUITE_P(
     Lines,
     NoSecretTest,
     ::testing::Values(
-        Line{"FileOfATokenByName", "profile=put,/opt/svc/a,S,TokenFile,secret.ini"},
-        Line{"PathOfAToken", "profile=put,/opt/svc/a,S,Token,/etc/svc/token"},
-        Line{"Keyboard", "profile=put,/opt/svc/a,S,Keyboard,de"},
-        Line{"Monkey", "process=start,echo monkey=1"},
-        Line{"FileOfAKey", "process=start,register --key=/etc/svc/key"},
-        Line{"OptionWithoutAValue", "process=start,register --token --now"},
-        Line{"FileOfAPassword", "process=start,register --password-file x"},
-        Line{"LongerOption", "process=start,register --passwordless x"},
-        Line{"LastWord", "process=start,register --password"},
-        Line{"WordInText", "process=start,echo the key is lost"}
+        ScriptLine{"FileOfATokenByName", "profile=put,/opt/svc/a,S,TokenFile,secret.ini"},
+        ScriptLine{"PathOfAToken", "profile=put,/opt/svc/a,S,Token,/etc/svc/token"},
+        ScriptLine{"Keyboard", "profile=put,/opt/svc/a,S,Keyboard,de"},
+        ScriptLine{"Monkey", "process=start,echo monkey=1"},
+        ScriptLine{"FileOfAKey", "process=start,register --key=/etc/svc/key"},
+        ScriptLine{"OptionWithoutAValue", "process=start,register --token --now"},
+        ScriptLine{"FileOfAPassword", "process=start,register --password-file x"},
+        ScriptLine{"LongerOption", "process=start,register --passwordless x"},
+        ScriptLine{"LastWord", "process=start,register --password"},
+        ScriptLine{"WordInText", "process=start,echo the key is lost"}
     ),
-    NameOf
+    KTEST::NameOfRow()
 );
 
 } // namespace

@@ -9,6 +9,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
+using KTEST::ScriptLine;
 using RemovalChecksTest = KTEST::GivenKit;
 
 TEST_F(RemovalChecksTest, ADirectoryOfTheSystemIsDeleted) {
@@ -20,18 +21,7 @@ TEST_F(RemovalChecksTest, ADirectoryOfTheSystemIsDeleted) {
     );
 }
 
-struct Line {
-    const char* name;
-    const char* line;
-};
-void PrintTo(const Line& row, std::ostream* out) {
-    *out << row.name;
-}
-std::string NameOf(const ::testing::TestParamInfo<Line>& row) {
-    return row.param.name;
-}
-
-class SystemDeletionTest : public KTEST::GivenKit, public ::testing::WithParamInterface<Line> {};
+using SystemDeletionTest = KTEST::GivenKitWithLine;
 TEST_P(SystemDeletionTest, IsAFinding) {
     Remove(GetParam().line);
     EXPECT_THAT(TheFinding("system-deletion"), StartsWith("install.ini:10:"));
@@ -40,18 +30,18 @@ INSTANTIATE_TEST_SUITE_P(
     Lines,
     SystemDeletionTest,
     ::testing::Values(
-        Line{"Root", "directory=DELETE,/"},
-        Line{"Etc", "directory=delete,/etc/"},
-        Line{"TheWayUp", "directory=delete,$pathTarget$.."},
-        Line{"FilesOfUsrBin", "file=delete,*,/usr/bin"},
-        Line{"FileOfEtc", "file=delete,passwd,/etc"},
-        Line{"UnitOfAnother", "file=delete,ssh.service,/etc/systemd/system"},
-        Line{"AllUnits", "file=delete,*.service,/etc/systemd/system"}
+        ScriptLine{"Root", "directory=DELETE,/"},
+        ScriptLine{"Etc", "directory=delete,/etc/"},
+        ScriptLine{"TheWayUp", "directory=delete,$pathTarget$.."},
+        ScriptLine{"FilesOfUsrBin", "file=delete,*,/usr/bin"},
+        ScriptLine{"FileOfEtc", "file=delete,passwd,/etc"},
+        ScriptLine{"UnitOfAnother", "file=delete,ssh.service,/etc/systemd/system"},
+        ScriptLine{"AllUnits", "file=delete,*.service,/etc/systemd/system"}
     ),
-    NameOf
+    KTEST::NameOfRow()
 );
 
-class FineDeletionTest : public KTEST::GivenKit, public ::testing::WithParamInterface<Line> {};
+using FineDeletionTest = KTEST::GivenKitWithLine;
 TEST_P(FineDeletionTest, IsNone) {
     File("tool");
     Install("file=copy,tool,$pathSource$,/usr/local/bin");
@@ -62,16 +52,16 @@ INSTANTIATE_TEST_SUITE_P(
     Lines,
     FineDeletionTest,
     ::testing::Values(
-        Line{"OwnDirectoryOfEtc", "directory=delete,/etc/$serviceName$"},
-        Line{"ProductPath", "directory=delete,$pathTarget$"},
-        Line{"OwnUnit", "file=delete,$serviceName$.service,/etc/systemd/system"},
-        Line{"OwnDropIns", "directory=delete,/etc/systemd/system/$serviceName$.service.d"},
-        Line{"DropIns", "file=delete,*.conf,/etc/systemd/system/$serviceName$.service.d"},
-        Line{"DropIn", "file=delete,a.conf,/etc/systemd/system/$serviceName$.service.d"},
-        Line{"WhatWasInstalled", "file=delete,tool,/usr/local/bin"},
-        Line{"NoDeletion", "directory=create,/usr/local/bin"}
+        ScriptLine{"OwnDirectoryOfEtc", "directory=delete,/etc/$serviceName$"},
+        ScriptLine{"ProductPath", "directory=delete,$pathTarget$"},
+        ScriptLine{"OwnUnit", "file=delete,$serviceName$.service,/etc/systemd/system"},
+        ScriptLine{"OwnDropIns", "directory=delete,/etc/systemd/system/$serviceName$.service.d"},
+        ScriptLine{"DropIns", "file=delete,*.conf,/etc/systemd/system/$serviceName$.service.d"},
+        ScriptLine{"DropIn", "file=delete,a.conf,/etc/systemd/system/$serviceName$.service.d"},
+        ScriptLine{"WhatWasInstalled", "file=delete,tool,/usr/local/bin"},
+        ScriptLine{"NoDeletion", "directory=create,/usr/local/bin"}
     ),
-    NameOf
+    KTEST::NameOfRow()
 );
 
 TEST_F(RemovalChecksTest, AnInstallDeletesInTheSystemToo) {
