@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "../../../support/TemporaryTree.h"
+#include "../GivenPlan.h"
 
 #include <setup/run/PlannedPaths.h>
-#include <sup++/KString.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +19,7 @@ using ::testing::Pair;
 using ::testing::UnorderedElementsAre;
 
 /// Plans for the service "svc" in "product", from a kit with the files "a" and "b".
-class PlannedPathsTest : public ::testing::Test {
+class PlannedPathsTest : public KTEST::GivenPlan {
   protected:
     PlannedPathsTest() {
         tree.Write("kit/a", "A");
@@ -30,23 +29,14 @@ class PlannedPathsTest : public ::testing::Test {
 
     /// "K" and "P" in a line are the kit's directory and the product path.
     KPlan PlanOf(const std::vector<std::string>& lines) {
-        std::string script = "[install]\n";
+        std::string script;
         for (const std::string& line : lines) {
             for (const char byte : line) {
-                script += byte == 'K'   ? tree.Path("kit")
-                          : byte == 'P' ? tree.Path("product")
-                                        : std::string(1, byte);
+                script += byte == 'K' ? kit : byte == 'P' ? product : std::string(1, byte);
             }
             script += "\n";
         }
-        tree.Write("kit/install.ini", script);
-        KPlannedTree planned(KPlannedTree::Below::Disk, tree.Path("kit"));
-        return KPlan(
-            KScript(KSUP::KString(tree.Path("kit/install.ini"))),
-            "install",
-            [](const KSUP::KString& text) { return text; },
-            planned
-        );
+        return GivenPlan::PlanOf(script);
     }
     std::vector<std::pair<std::string, std::string>> Lasting(const std::vector<std::string>& lines
     ) {
@@ -60,7 +50,6 @@ class PlannedPathsTest : public ::testing::Test {
         return MadePaths(PlanOf(lines), product, "svc");
     }
 
-    KTEST::TemporaryTree tree;
     const std::string kit = tree.Path("kit");
     const std::string product = tree.Path("product");
 };

@@ -1,46 +1,20 @@
 // SPDX-License-Identifier: MIT
-#include "../../../support/TemporaryTree.h"
+#include "../GivenPlan.h"
 
 #include <setup/ExitCode.h>
-#include <setup/KSetupFailure.h>
 #include <setup/safety/Preflight.h>
-#include <sup++/KString.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <functional>
 
 namespace {
 
 using namespace KSETUP;
 using ::testing::HasSubstr;
 
-class PreflightTest : public ::testing::Test {
-  protected:
-    KPlan PlanOf(const std::string& lines) {
-        tree.Write("kit/install.ini", "[install]\n" + lines);
-        const KScript script(KSUP::KString(tree.Path("kit/install.ini")));
-        KPlannedTree planned(KPlannedTree::Below::Disk, tree.Path("kit"));
-        return KPlan(
-            script, "install", [](const KSUP::KString& text) { return text; }, planned
-        );
-    }
-    /// The exit code and words of what is refused; 0 when nothing is.
-    int CodeOf(const std::function<void()>& look) {
-        try {
-            look();
-        } catch (const KSetupFailure& failure) {
-            words = failure.what();
-            return failure.GetExitCode();
-        }
-        return 0;
-    }
-
-    KTEST::TemporaryTree tree;
-    std::string words;
-};
+using PreflightTest = KTEST::GivenPlan;
 
 TEST_F(PreflightTest, EnoughSpaceIsFine) {
     tree.Write("kit/a", "small");

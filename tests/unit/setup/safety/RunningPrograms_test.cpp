@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include "../../../support/TemporaryTree.h"
+#include "../GivenPlan.h"
 
 #include <setup/safety/RunningPrograms.h>
-#include <sup++/KString.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,19 +20,7 @@ using namespace KSETUP;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class RunningProgramsTest : public ::testing::Test {
-  protected:
-    KPlan PlanOf(const std::string& lines) {
-        tree.Write("kit/install.ini", "[install]\n" + lines);
-        const KScript script(KSUP::KString(tree.Path("kit/install.ini")));
-        KPlannedTree planned(KPlannedTree::Below::Disk, tree.Path("kit"));
-        return KPlan(
-            script, "install", [](const KSUP::KString& text) { return text; }, planned
-        );
-    }
-
-    KTEST::TemporaryTree tree;
-};
+using RunningProgramsTest = KTEST::GivenPlan;
 
 TEST_F(RunningProgramsTest, AProgramThatWasStartedByALinkIsNamed) {
     std::filesystem::copy_file("/bin/sleep", tree.Path("sleeper"));

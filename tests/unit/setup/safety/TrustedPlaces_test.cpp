@@ -1,15 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "../../../support/TemporaryTree.h"
+#include "../GivenPlan.h"
 
 #include <setup/ExitCode.h>
-#include <setup/KSetupFailure.h>
 #include <setup/safety/TrustedPlaces.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <functional>
 #include <string>
 
 namespace {
@@ -17,22 +15,7 @@ namespace {
 using namespace KSETUP;
 using ::testing::HasSubstr;
 
-class TrustedPlacesTest : public ::testing::Test {
-  protected:
-    /// The exit code and words of what is refused; 0 when nothing is.
-    int CodeOf(const std::function<void()>& look) {
-        try {
-            look();
-        } catch (const KSetupFailure& failure) {
-            words = failure.what();
-            return failure.GetExitCode();
-        }
-        return 0;
-    }
-
-    KTEST::TemporaryTree tree;
-    std::string words;
-};
+using TrustedPlacesTest = KTEST::GivenPlan;
 
 TEST_F(TrustedPlacesTest, ADirectoryOfRootsIsPrivate) {
     tree.Directory("kit");
