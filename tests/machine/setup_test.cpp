@@ -264,6 +264,22 @@ TEST_F(SetupProgramTest, VerifyComparesWithWhatWasInstalled) {
     );
 }
 
+TEST_F(SetupProgramTest, WhatRulesWriteIntoACopyIsNoDifference) {
+    tree.Write("kit/lib/options", "[A]\nK=1\n");
+    tree.Write("kit/lib/list", "1\n");
+    GivenScript("file=copy,options,$pathSource$lib,$pathTarget$\n"
+                "file=copy,list,$pathSource$lib,$pathTarget$\n"
+                "profile=put,$pathTarget$options,A,K,2\n");
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    ASSERT_EQ(tree.Read("product/options"), "[A]\nK=2\n"); // as long as what was copied
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0);
+    GivenScript("file=copy,list,$pathSource$lib,$pathTarget$\n"
+                "process=start,echo 2 > \"$pathTarget$list\"\n");
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    ASSERT_EQ(tree.Read("product/list"), "2\n");
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0);
+}
+
 TEST_F(SetupProgramTest, VerifyWithoutAManifestSaysSo) {
     ASSERT_EQ(RunSetup("install").exitCode, 0);
     std::filesystem::remove_all("/var/lib/ins++/setuptest");
