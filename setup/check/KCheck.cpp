@@ -52,22 +52,14 @@ auto PlaceOf(const KFinding& finding) {
     return std::tie(finding.file, finding.line, finding.column, finding.rule, finding.message);
 }
 
-} // namespace
-
-std::size_t KCheckResult::Count(KSeverity severity) const noexcept {
-    return static_cast<std::size_t>(std::count_if(
-        findings.begin(),
-        findings.end(),
-        [&](const KFinding& finding) { return finding.severity == severity; }
-    ));
-}
-
-KCheckResult CheckKit(const KSetupKit& kit, const std::string& productPath) {
-    const KCheckContext context(kit, productPath);
+KCheckResult Run(const KCheckContext& context, KSeverity least) {
     KCheckResult result;
     result.hasCycle =
         !context.GetInstall().GetCycles().empty() || !context.GetRemove().GetCycles().empty();
     for (const Check& check : table) {
+        if (check.severity > least) {
+            continue;
+        }
         for (KFinding& finding : check.find(context)) {
             finding.severity = check.severity;
             finding.rule = check.rule;
@@ -87,6 +79,26 @@ KCheckResult CheckKit(const KSetupKit& kit, const std::string& productPath) {
     };
     all.erase(std::unique(all.begin(), all.end(), same), all.end());
     return result;
+}
+
+} // namespace
+
+std::size_t KCheckResult::Count(KSeverity severity) const noexcept {
+    return static_cast<std::size_t>(std::count_if(
+        findings.begin(),
+        findings.end(),
+        [&](const KFinding& finding) { return finding.severity == severity; }
+    ));
+}
+
+KCheckResult CheckKit(const KSetupKit& kit, const std::string& productPath) {
+    return Run(KCheckContext(kit, productPath, std::make_shared<KDiskView>()), warning);
+}
+
+KCheckResult CheckKitForErrors(
+    const KSetupKit& kit, const std::string& productPath, const std::shared_ptr<KDiskView>& view
+) {
+    return Run(KCheckContext(kit, productPath, view), error);
 }
 
 } // namespace KSETUP

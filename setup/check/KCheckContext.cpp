@@ -50,13 +50,15 @@ std::string Trimmed(const std::string& text) {
                : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-KCheckContext::KCheckContext(const KSetupKit& setupKit, const std::string& givenPath)
+KCheckContext::KCheckContext(
+    const KSetupKit& setupKit, const std::string& givenPath, const std::shared_ptr<KDiskView>& view
+)
     : kit(setupKit),
       script(kit.GetScript()),
       productData(KSUP::KString(JoinPath(kit.GetDirectory(), "product.ini"))),
       productPathIsGiven(!givenPath.empty()),
       productPath(ChooseProductPath(givenPath)),
-      afterInstall(KPlannedTree::Below::Kit, kit.GetDirectory()),
+      afterInstall(KPlannedTree::Below::Kit, kit.GetDirectory(), view),
       install(script, "install", macros.GetExpander(), afterInstall),
       afterRemove(afterInstall),
       remove(script, "remove", macros.GetExpander(), afterRemove) {

@@ -112,7 +112,8 @@ void KSetupRun::Install() {
         }
     }
     Plan("install");
-    guard.RefuseErrors(report.productPath);
+    guard.ReadAhead(*plan);
+    guard.RefuseErrors(report.productPath, view);
     guard.LookAround(*plan);
     BackUp();
     Prepare();
@@ -182,7 +183,7 @@ void KSetupRun::Plan(const char* section) {
         installer, macros, script, begunPath.empty() ? arguments.productPath : begunPath
     );
     macros.SetProductPath(report.productPath);
-    KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
+    KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory(), view);
     plan = std::make_unique<KPlan>(script, section, macros.GetExpander(), tree);
     if (!plan->GetCycles().empty()) {
         const KScriptCycle& cycle = plan->GetCycles().front();
@@ -195,6 +196,7 @@ void KSetupRun::Plan(const char* section) {
 }
 
 void KSetupRun::Prepare() {
+    view.reset(); // from here on it is not true any more
     report.log = Text(
         KSUP::KUtil::GetPathName(logDirectory, installer.ExpandMacros("$product$ Setup Log.txt"))
     );

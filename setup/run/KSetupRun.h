@@ -7,6 +7,7 @@
 #include <setup/output/KSetupArguments.h>
 #include <setup/output/KSetupSignals.h>
 #include <setup/output/KSetupVoice.h>
+#include <setup/plan/KDiskView.h>
 #include <setup/plan/KPlan.h>
 #include <setup/run/KRunGuard.h>
 #include <setup/run/KRunWatch.h>
@@ -60,6 +61,7 @@ class KSetupRun {
     KMacroContext macros;
     KRunGuard guard;
     std::string begunPath; // of a removal that goes on without a record
+    std::shared_ptr<KDiskView> view = std::make_shared<KDiskView>(); // until something changes
     std::unique_ptr<KPlan> plan;
     std::string commandOutput;
     std::uintmax_t commandOutputSize = 0; // before the run

@@ -18,6 +18,7 @@
 #include <set>
 #include <string_view>
 #include <system_error>
+#include <unordered_set>
 #include <utility>
 
 #include <fcntl.h>
@@ -74,21 +75,25 @@ bool ChangesFiles(const KPlannedAction& action) {
 
 /// The directories in which entries come or go, each once, as far up as they are there.
 std::set<std::string> ChangedDirectories(const KPlan& plan) {
-    std::set<std::string> parents;
+    std::set<std::string> existing;
+    std::unordered_set<std::string> seen;
+    std::string last;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
-            if (ChangesFiles(action)) {
-                parents.insert(ParentPath(NormalPath(action.path)));
+            std::string parent = ChangesFiles(action) ? ParentPath(NormalPath(action.path)) : last;
+            if (parent == last) { // one rule copies many files to one directory
+                continue;
+            }
+            last = parent;
+            std::error_code unknown; // as good as missing
+            while (!parent.empty() && seen.insert(parent).second) {
+                if (parent == "/" || fs::exists(parent, unknown)) {
+                    existing.insert(parent);
+                    break;
+                }
+                parent = ParentPath(parent);
             }
         }
-    }
-    std::set<std::string> existing;
-    for (fs::path directory : parents) {
-        std::error_code unknown; // as good as missing
-        while (directory.has_relative_path() && !fs::exists(directory, unknown)) {
-            directory = directory.parent_path();
-        }
-        existing.insert(directory.string());
     }
     return existing;
 }
