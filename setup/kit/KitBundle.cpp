@@ -16,6 +16,7 @@
 
 #include <fcntl.h>
 #include <link.h>
+#include <openssl/opensslv.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,8 +28,11 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char program[] = "ins-setup";
+/// Those that a system may be without. The other libraries that the program needs are on every
+/// Debian system: packages depend on them that none is without. That is not so of libcrypto.
 constexpr std::array libraries =
-    std::to_array<std::string_view>({"libins++.so.1", "libdplinsup.so.1"});
+    std::to_array<std::string_view>({"libins++.so.1", "libdplinsup.so.1", "libcrypto.so.3"});
+static_assert(OPENSSL_SHLIB_VERSION == 3, "libcrypto has another name");
 constexpr char startName[] = "bundle-start.sh";
 
 /// Run by the shell, so that it can speak where programs cannot run. The path of libraries is for
@@ -46,7 +50,7 @@ export LD_LIBRARY_PATH
 exec ./ins-setup "$@"
 )";
 
-/// The libraries of ours that this process runs with: under which name programs look for them, and
+/// Those of the libraries that this process runs with: under which name programs look for them, and
 /// where they are.
 int CollectLibrary(dl_phdr_info* info, std::size_t /*size*/, void* list) {
     const fs::path path(info->dlpi_name != nullptr ? info->dlpi_name : "");
@@ -83,7 +87,9 @@ void AddProgram(const fs::path& kit) {
 /// The same for a kit that brings its own, as a build leaves them: below /tmp, a directory beside the
 /// bundle's is anybody's.
 void HoldToOwnDirectory(const fs::path& kit) {
-    for (const std::string_view name : {std::string_view(program), libraries[0], libraries[1]}) {
+    std::vector<std::string_view> names(libraries.begin(), libraries.end());
+    names.emplace_back(program);
+    for (const std::string_view name : names) {
         std::error_code unknown; // as good as missing
         const fs::path path = kit / name;
         if (fs::exists(path, unknown) && ReadBytes(path).starts_with("\x7F"
