@@ -33,6 +33,10 @@ constexpr char program[] = "ins-setup";
 constexpr std::array libraries =
     std::to_array<std::string_view>({"libins++.so.1", "libdplinsup.so.1", "libcrypto.so.3"});
 static_assert(OPENSSL_SHLIB_VERSION == 3, "libcrypto has another name");
+/// The library that has message catalogues beside it, and how their names begin: those of all
+/// languages, for the bundle's user may speak another than its author.
+constexpr std::string_view speakingLibrary = libraries[0];
+constexpr char catalogueBegin[] = "xxxins.";
 constexpr char startName[] = "bundle-start.sh";
 
 /// Run by the shell, so that it can speak where programs cannot run. The path of libraries is for
@@ -70,6 +74,17 @@ void CopyProgram(const fs::path& from, const fs::path& to) {
     WriteBytes(to, bytes, 0755);
 }
 
+void AddCatalogues(const fs::path& library, const fs::path& kit) {
+    std::error_code unknown; // as good as none, for English is built in
+    const fs::path directory = fs::canonical(library, unknown).parent_path();
+    for (const auto& entry : fs::directory_iterator(directory, unknown)) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with(catalogueBegin) && name.ends_with(".cat")) {
+            CopyBytes(entry.path(), kit / name);
+        }
+    }
+}
+
 void AddProgram(const fs::path& kit) {
     std::error_code error;
     const fs::path own = fs::read_symlink("/proc/self/exe", error);
@@ -81,6 +96,9 @@ void AddProgram(const fs::path& kit) {
     ::dl_iterate_phdr(&CollectLibrary, &loaded);
     for (const auto& [name, path] : loaded) {
         CopyProgram(path, kit / name);
+        if (name == speakingLibrary) {
+            AddCatalogues(path, kit);
+        }
     }
 }
 

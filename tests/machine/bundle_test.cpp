@@ -96,4 +96,16 @@ TEST_F(BundleOnMinimalSystemTest, ABundleInstallsVerifiesAndRemoves) {
     EXPECT_THAT(RunThere("ls /tmp").out, IsEmpty());
 }
 
+TEST_F(BundleOnMinimalSystemTest, ABundleSpeaksTheLanguageOfItsUser) {
+    GivenBundle("sed -i '/^.remove/i "
+                "service=install,$serviceName$,Hello,/opt/hello/lin/x86_64/hello,once' "
+                "kit/install.ini");
+    const std::string install =
+        "sh /root/it.run --quiet -- install --offline-services --json-events";
+    const Outcome german = RunThere("LANG=de_DE.UTF-8 " + install);
+    EXPECT_EQ(german.exitCode, 0) << german.out;
+    EXPECT_THAT(german.out, HasSubstr("\"Dienst wird installiert\""));
+    EXPECT_THAT(RunThere("LANG=fr_FR.UTF-8 " + install).out, HasSubstr("\"Installing service\""));
+}
+
 } // namespace
