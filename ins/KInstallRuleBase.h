@@ -63,7 +63,7 @@ class INS_EXPORT KInstallRuleBase : public KSUP::KBase {
     bool initialized;                 ///< set by Initialize
 };
 
-/// Writes the rule's description into the current entry.
+/// Writes the rule's description into the current entry. A closed log asks for none.
 INS_EXPORT KSUP::KLogBase& operator<<(KSUP::KLogBase& log, const KInstallRuleBase* rule);
 
 } // namespace KINS

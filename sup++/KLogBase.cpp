@@ -37,7 +37,7 @@ std::uint64_t NextSerial() noexcept {
 void AppendTime(std::string& line) {
     struct Second {
         std::time_t value = -1;
-        std::array<char, 20> text{};
+        std::array<char, 25> text{};
     };
     static thread_local Second second;
     timespec now{};
@@ -45,14 +45,16 @@ void AppendTime(std::string& line) {
     if (now.tv_sec != second.value) {
         std::tm parts{};
         ::gmtime_r(&now.tv_sec, &parts);
-        std::strftime(second.text.data(), second.text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
+        std::strftime(second.text.data(), second.text.size(), "%Y-%m-%dT%H:%M:%S.000Z", &parts);
         second.value = now.tv_sec;
     }
+    constexpr std::size_t fraction = 20; // its first digit
     const auto milliseconds = static_cast<int>(now.tv_nsec / 1000000);
     const auto digit = [](int value) { return static_cast<char>('0' + value % 10); };
-    const std::array<char, 5> fraction{
-        '.', digit(milliseconds / 100), digit(milliseconds / 10), digit(milliseconds), 'Z'};
-    line.append(second.text.data()).append(fraction.data(), fraction.size());
+    second.text[fraction] = digit(milliseconds / 100);
+    second.text[fraction + 1] = digit(milliseconds / 10);
+    second.text[fraction + 2] = digit(milliseconds);
+    line.append(second.text.data(), second.text.size() - 1);
 }
 
 std::string Digits(unsigned long long number, int base) {
@@ -61,21 +63,29 @@ std::string Digits(unsigned long long number, int base) {
     return {digits.data(), result.ptr};
 }
 
-/// What a text holds must not end the line or look like the next entry.
-void AppendOneLine(std::string& line, std::string_view bytes) {
-    const auto isControl = [](char byte) {
-        return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F;
-    };
-    const std::size_t start = line.size();
-    line.append(bytes);
-    // Hardly ever there is one: looking for any, without a branch for each byte, is quickest.
-    bool found = false;
+bool HasControl(std::string_view bytes) noexcept {
+    // Hardly ever it has one. So every byte is looked at without a branch, and the type is that of
+    // the bytes: what compilers make vectors of.
+    unsigned char found = 0;
     for (const char byte : bytes) {
-        found |= isControl(byte);
+        const auto value = static_cast<unsigned char>(byte);
+        const auto isLow = static_cast<unsigned char>(value < 0x20);
+        const auto isDelete = static_cast<unsigned char>(value == 0x7F);
+        found = static_cast<unsigned char>(found | isLow | isDelete);
     }
-    if (found) {
+    return found != 0;
+}
+
+/// What a text holds must not end the line or look like the next entry.
+void BlankControls(std::string& line) {
+    if (HasControl(line)) {
         std::replace_if(
-            line.begin() + static_cast<std::ptrdiff_t>(start), line.end(), isControl, ' '
+            line.begin(),
+            line.end(),
+            [](char byte) {
+                return HasControl({&byte, 1});
+            },
+            ' '
         );
     }
 }
@@ -143,16 +153,17 @@ KLogBase& KLogBase::Append(const char* bytes, std::size_t byteCount) {
         entry.line.append(entry.width - byteCount, ' ');
     }
     entry.width = 0;
-    AppendOneLine(entry.line, {bytes, byteCount});
+    entry.line.append(bytes, byteCount);
     return *this;
 }
 
 void KLogBase::EndEntry(Entry& entry) noexcept {
     try {
+        BlankControls(entry.line);
         entry.line += '\t';
         AppendTime(entry.line);
         entry.line += '\n';
-        if (lineIsCut.exchange(false, std::memory_order_relaxed)) {
+        if (lineIsCut.load(std::memory_order_relaxed) && lineIsCut.exchange(false)) {
             entry.line.insert(0, "\n"); // an entry begins a line whatever became of the one before
         }
         // A log that cannot be written must not stop the run that it describes.
@@ -191,8 +202,7 @@ KLogBase& KLogBase::operator<<(const KLogPrefix& prefix) {
     entry.line.clear();
     entry.width = 0;
     entry.nextIsStatus = false;
-    AppendOneLine(entry.line, prefix.GetText().c_str());
-    entry.line += ' ';
+    entry.line.append(prefix.GetText().c_str(), prefix.GetText().GetSize()) += ' ';
     return *this;
 }
 

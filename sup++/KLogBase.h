@@ -93,6 +93,8 @@ class SUP_EXPORT KLogBase : public KBase {
     void Open(const KString& path);
     /// Ends all writing; an unfinished entry of this thread is lost.
     void Close() noexcept;
+    /// Whether what is written goes anywhere.
+    bool IsOpen() const noexcept { return descriptor >= 0; }
     /// Where the log was opened last; empty before.
     const KString& GetPath() const noexcept { return path; }
 

@@ -79,8 +79,8 @@ class KShellCommand::Child {
   private:
     /// Returns when the shell has ended or a stop is requested.
     bool IsStoppedBeforeItsEnd() const noexcept {
-        if (process.HasEnded(std::chrono::milliseconds(0))) {
-            return false;
+        if (process.GetEndDescriptor() < 0) {
+            return false; // it had ended before anybody could look
         }
         std::array<pollfd, 2> events{
             {{process.GetEndDescriptor(), POLLIN, 0}, {stopRequest.Get(), POLLIN, 0}}};
@@ -159,7 +159,7 @@ void KShellCommand::Stop(bool wait) {
     KThread::Stop(false); // from here on nothing is started
     {
         const std::lock_guard hold(guard);
-        if (child != nullptr) {
+        if (child != nullptr && IsThreadActive()) {
             child->RequestStop();
         }
     }

@@ -10,7 +10,6 @@
 #include <atomic>
 #include <condition_variable>
 #include <exception>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -45,7 +44,10 @@ struct KThread::State {
     std::atomic<pthread_t> self{};
     std::atomic<bool> selfKnown{false};
     boost::function<void()> body; // the running thread's
-    std::string systemName;       // fixed before the thread runs
+    /// Keeps this alive from the start of a thread to the end of it, also without an owner. Handed
+    /// over in here, because what a thread frees costs it an arena of the C library's own.
+    boost::shared_ptr<State> running;
+    std::string systemName; // fixed before the thread runs
 
     std::mutex guard;
     std::condition_variable ended;
@@ -104,7 +106,6 @@ void KThread::Start(boost::function<void()> body) {
         );
     }
     Join(); // of a former run that has ended
-    auto handOver = std::make_unique<boost::shared_ptr<State>>(state);
     state->body = std::move(body);
     state->active.store(true, std::memory_order_release);
     int status = 0;
@@ -113,21 +114,20 @@ void KThread::Start(boost::function<void()> body) {
         // Inherited: a signal for the program is handled on the program's own threads.
         const Sys::BlockedSignals blocked;
         state->error = nullptr;
-        status = pthread_create(&state->handle, nullptr, &KThread::Run, handOver.get());
+        state->running = state;
+        status = pthread_create(&state->handle, nullptr, &KThread::Run, state.get());
         state->joinable = status == 0;
     }
     if (status != 0) {
+        state->running.reset();
         state->Finish(nullptr);
         source.RaiseSystem(static_cast<unsigned>(status), name);
     }
-    static_cast<void>(handOver.release()); // the thread's now
 }
 
 void* KThread::Run(void* handOver) {
-    const std::unique_ptr<boost::shared_ptr<State>> taken(
-        static_cast<boost::shared_ptr<State>*>(handOver)
-    );
-    State& state = **taken;
+    State& state = *static_cast<State*>(handOver);
+    const boost::shared_ptr<State> held = std::move(state.running);
     state.self.store(pthread_self(), std::memory_order_relaxed);
     state.selfKnown.store(true, std::memory_order_release);
     pthread_setname_np(pthread_self(), state.systemName.c_str());

@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
 #include <setup/files/PathText.h>
-#include <sup++/KFileEnum.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <functional>
-#include <system_error>
+#include <set>
 
 namespace KSETUP::Checks {
 
 namespace {
 
-namespace fs = std::filesystem;
 using Kind = KPlannedAction::Kind;
 
 bool IsCopy(const KScriptRule& rule) {
@@ -52,28 +49,21 @@ void ForEachCopy(
     }
 }
 
-/// Whether another rule takes something from a directory, or from below it.
-bool IsCopiedFrom(const KCheckContext& context, const std::string& directory) {
-    const auto& lines = context.GetLines();
-    return std::any_of(lines.begin(), lines.end(), [&](const KScriptRule& rule) {
-        return IsCopy(rule) && IsAtOrBelow(KPlannedTree::Normal(rule.fields[2]), directory);
-    });
-}
-
-/// The directories in one that match a pattern, sorted.
-std::vector<std::string> MatchingDirectories(const std::string& path, const std::string& pattern) {
-    std::vector<std::string> names;
-    std::error_code unreadable; // as good as empty
-    for (const auto& entry : fs::directory_iterator(path, unreadable)) {
-        const std::string name = entry.path().filename().string();
-        std::error_code gone;
-        if (KSUP::KFileEnum::Matches(name.c_str(), pattern.c_str()) && entry.is_directory(gone) &&
-            !entry.is_symlink(gone)) {
-            names.push_back(name);
+/// The directories that rules take something from, sorted.
+std::set<std::string> CopiedDirectories(const KCheckContext& context) {
+    std::set<std::string> all;
+    for (const KScriptRule& rule : context.GetLines()) {
+        if (IsCopy(rule)) {
+            all.insert(KPlannedTree::Normal(rule.fields[2]));
         }
     }
-    std::sort(names.begin(), names.end());
-    return names;
+    return all;
+}
+
+/// Whether one of the directories is the directory, or below it.
+bool HasAtOrBelow(const std::set<std::string>& all, const std::string& directory) {
+    const auto below = all.lower_bound(directory == "/" ? directory : directory + "/");
+    return all.contains(directory) || (below != all.end() && IsAtOrBelow(*below, directory));
 }
 
 } // namespace
@@ -120,6 +110,8 @@ Findings EmptyWildcards(const KCheckContext& context) {
 }
 
 Findings SkippedDirectories(const KCheckContext& context) {
+    const std::set<std::string> copied = CopiedDirectories(context);
+    const KPlannedTree& tree = context.GetAfterInstall();
     Findings found;
     ForEachCopy(context, [&](const KPlannedRule& planned) {
         const KScriptRule& rule = planned.rule;
@@ -127,9 +119,9 @@ Findings SkippedDirectories(const KCheckContext& context) {
         if (!IsPattern(rule.fields[1]) || !IsAtOrBelow(from, context.GetKitDirectory())) {
             return;
         }
-        for (const std::string& name : MatchingDirectories(from, rule.fields[1])) {
+        for (const std::string& name : tree.ListDirectories(from, rule.fields[1])) {
             const std::string directory = KPlannedTree::Normal(JoinPath(from, name));
-            if (!IsCopiedFrom(context, directory)) {
+            if (!HasAtOrBelow(copied, directory)) {
                 found.push_back(context.AtField(
                     rule.line,
                     1,

@@ -12,7 +12,7 @@ std::string ToLine(const KFinding& finding, const std::string& directory) {
     return Shown(
         file + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) +
         (finding.severity == KSeverity::Error ? ": error: " : ": warning: ") + finding.message +
-        "; " + finding.advice
+        "; " + finding.advice + " [" + finding.rule + "]"
     );
 }
 

@@ -8,7 +8,7 @@
 namespace KSETUP {
 
 /// A finding in the form in which compilers tell what is wrong, and editors read it:
-/// "DIRECTORY/install.ini:12:6: error: what; what to do". Without control characters.
+/// "DIRECTORY/install.ini:12:6: error: what; what to do [rule]". Without control characters.
 std::string ToLine(const KFinding& finding, const std::string& directory);
 
 } // namespace KSETUP

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include <setup/check/Allowances.h>
 #include <setup/check/Checks.h>
 #include <setup/check/KCheck.h>
+#include <setup/check/MacroText.h>
 
 #include <algorithm>
 #include <array>
@@ -18,6 +20,9 @@ struct Check {
 
 constexpr KSeverity error = KSeverity::Error;
 constexpr KSeverity warning = KSeverity::Warning;
+
+/// Names in comments that are no warning's. Here, for the table has the names.
+Checks::Findings WrongAllowances(const KCheckContext& context);
 
 /// docs/check.md has a row for each, with an example.
 constexpr std::array table = std::to_array<Check>({
@@ -46,10 +51,76 @@ constexpr std::array table = std::to_array<Check>({
     {"unquoted-macro", warning, Checks::UnquotedMacros},
     {"secret", warning, Checks::Secrets},
     {"not-removed", warning, Checks::LeftBehind},
+    {"wrong-allowance", warning, WrongAllowances},
 });
+
+Checks::Findings WrongAllowances(const KCheckContext& context) {
+    std::vector<std::string> warnings;
+    std::vector<std::string> errors;
+    for (const Check& check : table) {
+        (check.severity == warning ? warnings : errors).emplace_back(check.rule);
+    }
+    const auto has = [](const std::vector<std::string>& names, const std::string& name) {
+        return std::find(names.begin(), names.end(), name) != names.end();
+    };
+    Checks::Findings found;
+    for (const KAllowance& allowance : ReadAllowances(context.GetScript())) {
+        const std::string& name = allowance.name;
+        if (has(warnings, name)) {
+            continue;
+        }
+        const bool isError = has(errors, name);
+        const std::string meant = FindMeant(name, warnings);
+        KFinding finding;
+        finding.line = allowance.line;
+        finding.column = allowance.column;
+        finding.text = name;
+        finding.message = name.empty() ? "this comment allows no warning"
+                                       : "\"" + name + "\" is " +
+                                             (isError ? "an error, which nothing allows"
+                                                      : "no warning of the check");
+        finding.advice = isError          ? "mend the line instead"
+                         : !meant.empty() ? "write \"" + meant + "\""
+                                          : "write the name that stands behind the warning";
+        found.push_back(std::move(finding));
+    }
+    return found;
+}
 
 auto PlaceOf(const KFinding& finding) {
     return std::tie(finding.file, finding.line, finding.column, finding.rule, finding.message);
+}
+
+KCheckResult Run(const KCheckContext& context, KSeverity least) {
+    KCheckResult result;
+    result.hasCycle =
+        !context.GetInstall().GetCycles().empty() || !context.GetRemove().GetCycles().empty();
+    for (const Check& check : table) {
+        if (check.severity > least) {
+            continue;
+        }
+        for (KFinding& finding : check.find(context)) {
+            finding.severity = check.severity;
+            finding.rule = check.rule;
+            if (finding.file.empty()) {
+                finding.file = "install.ini";
+            }
+            result.findings.push_back(std::move(finding));
+        }
+    }
+    std::vector<KFinding>& all = result.findings;
+    std::erase_if(all, [allowances = ReadAllowances(context.GetScript())](const auto& finding) {
+        return IsAllowed(finding, allowances);
+    });
+    std::stable_sort(all.begin(), all.end(), [](const auto& left, const auto& right) {
+        return PlaceOf(left) < PlaceOf(right);
+    });
+    // A section that is included twice has its lines in a plan twice.
+    const auto same = [](const auto& left, const auto& right) {
+        return PlaceOf(left) == PlaceOf(right);
+    };
+    all.erase(std::unique(all.begin(), all.end(), same), all.end());
+    return result;
 }
 
 } // namespace
@@ -63,30 +134,13 @@ std::size_t KCheckResult::Count(KSeverity severity) const noexcept {
 }
 
 KCheckResult CheckKit(const KSetupKit& kit, const std::string& productPath) {
-    const KCheckContext context(kit, productPath);
-    KCheckResult result;
-    result.hasCycle =
-        !context.GetInstall().GetCycles().empty() || !context.GetRemove().GetCycles().empty();
-    for (const Check& check : table) {
-        for (KFinding& finding : check.find(context)) {
-            finding.severity = check.severity;
-            finding.rule = check.rule;
-            if (finding.file.empty()) {
-                finding.file = "install.ini";
-            }
-            result.findings.push_back(std::move(finding));
-        }
-    }
-    std::vector<KFinding>& all = result.findings;
-    std::stable_sort(all.begin(), all.end(), [](const auto& left, const auto& right) {
-        return PlaceOf(left) < PlaceOf(right);
-    });
-    // A section that is included twice has its lines in a plan twice.
-    const auto same = [](const auto& left, const auto& right) {
-        return PlaceOf(left) == PlaceOf(right);
-    };
-    all.erase(std::unique(all.begin(), all.end(), same), all.end());
-    return result;
+    return Run(KCheckContext(kit, productPath, std::make_shared<KDiskView>()), warning);
+}
+
+KCheckResult CheckKitForErrors(
+    const KSetupKit& kit, const std::string& productPath, const std::shared_ptr<KDiskView>& view
+) {
+    return Run(KCheckContext(kit, productPath, view), error);
 }
 
 } // namespace KSETUP

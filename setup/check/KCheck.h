@@ -3,8 +3,10 @@
 
 #include <setup/check/KFinding.h>
 #include <setup/kit/KSetupKit.h>
+#include <setup/plan/KDiskView.h>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -25,5 +27,10 @@ struct KCheckResult {
 ///
 /// Throws   KSetupFailure when the kit cannot be read
 KCheckResult CheckKit(const KSetupKit& kit, const std::string& productPath = {});
+
+/// The same without warnings, by what the view shows: for a run, which shows none.
+KCheckResult CheckKitForErrors(
+    const KSetupKit& kit, const std::string& productPath, const std::shared_ptr<KDiskView>& view
+);
 
 } // namespace KSETUP

@@ -41,13 +41,15 @@ std::size_t WrittenIndex(const std::vector<std::string>& written, std::size_t fi
 
 } // namespace
 
-KCheckContext::KCheckContext(const KSetupKit& setupKit, const std::string& givenPath)
+KCheckContext::KCheckContext(
+    const KSetupKit& setupKit, const std::string& givenPath, const std::shared_ptr<KDiskView>& view
+)
     : kit(setupKit),
       script(kit.GetScript()),
       productData(KSUP::KString(JoinPath(kit.GetDirectory(), "product.ini"))),
       productPathIsGiven(!givenPath.empty()),
       productPath(ChooseProductPath(givenPath)),
-      afterInstall(KPlannedTree::Below::Kit, kit.GetDirectory()),
+      afterInstall(KPlannedTree::Below::Kit, kit.GetDirectory(), view),
       install(script, "install", macros.GetExpander(), afterInstall),
       afterRemove(afterInstall),
       remove(script, "remove", macros.GetExpander(), afterRemove) {

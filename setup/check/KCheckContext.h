@@ -9,6 +9,7 @@
 #include <setup/script/KScript.h>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,10 +21,15 @@ namespace KSETUP {
 /// Thread   one at a time
 class KCheckContext {
   public:
-    /// For an install to `givenPath`; empty means where the script proposes.
+    /// For an install to `givenPath`; empty means where the script proposes. The kit's files are
+    /// those that the view shows.
     ///
     /// Throws   KSetupFailure when the kit cannot be read
-    KCheckContext(const KSetupKit& setupKit, const std::string& givenPath);
+    KCheckContext(
+        const KSetupKit& setupKit,
+        const std::string& givenPath,
+        const std::shared_ptr<KDiskView>& view
+    );
     KCheckContext(const KCheckContext&) = delete;
     KCheckContext& operator=(const KCheckContext&) = delete;
 

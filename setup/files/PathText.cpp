@@ -13,8 +13,8 @@ bool IsNormal(std::string_view path) noexcept {
     if (path.empty() || path.front() != '/' || (path.size() > 1 && path.back() == '/')) {
         return false;
     }
-    for (std::size_t at = 0; at + 1 < path.size(); ++at) {
-        if (path[at] == '/' && (path[at + 1] == '/' || path[at + 1] == '.')) {
+    for (std::size_t at = 0; at < path.size() - 1; at = path.find('/', at + 1)) {
+        if (path[at + 1] == '/' || path[at + 1] == '.') {
             return false;
         }
     }

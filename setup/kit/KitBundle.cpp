@@ -16,6 +16,7 @@
 
 #include <fcntl.h>
 #include <link.h>
+#include <openssl/opensslv.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,8 +28,15 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char program[] = "ins-setup";
+/// Those that a system may be without. The other libraries that the program needs are on every
+/// Debian system: packages depend on them that none is without. That is not so of libcrypto.
 constexpr std::array libraries =
-    std::to_array<std::string_view>({"libins++.so.1", "libdplinsup.so.1"});
+    std::to_array<std::string_view>({"libins++.so.1", "libdplinsup.so.1", "libcrypto.so.3"});
+static_assert(OPENSSL_SHLIB_VERSION == 3, "libcrypto has another name");
+/// The library that has message catalogues beside it, and how their names begin: those of all
+/// languages, for the bundle's user may speak another than its author.
+constexpr std::string_view speakingLibrary = libraries[0];
+constexpr char catalogueBegin[] = "xxxins.";
 constexpr char startName[] = "bundle-start.sh";
 
 /// Run by the shell, so that it can speak where programs cannot run. The path of libraries is for
@@ -46,7 +54,7 @@ export LD_LIBRARY_PATH
 exec ./ins-setup "$@"
 )";
 
-/// The libraries of ours that this process runs with: under which name programs look for them, and
+/// Those of the libraries that this process runs with: under which name programs look for them, and
 /// where they are.
 int CollectLibrary(dl_phdr_info* info, std::size_t /*size*/, void* list) {
     const fs::path path(info->dlpi_name != nullptr ? info->dlpi_name : "");
@@ -66,6 +74,17 @@ void CopyProgram(const fs::path& from, const fs::path& to) {
     WriteBytes(to, bytes, 0755);
 }
 
+void AddCatalogues(const fs::path& library, const fs::path& kit) {
+    std::error_code unknown; // as good as none, for English is built in
+    const fs::path directory = fs::canonical(library, unknown).parent_path();
+    for (const auto& entry : fs::directory_iterator(directory, unknown)) {
+        const std::string name = entry.path().filename().string();
+        if (name.starts_with(catalogueBegin) && name.ends_with(".cat")) {
+            CopyBytes(entry.path(), kit / name);
+        }
+    }
+}
+
 void AddProgram(const fs::path& kit) {
     std::error_code error;
     const fs::path own = fs::read_symlink("/proc/self/exe", error);
@@ -77,13 +96,18 @@ void AddProgram(const fs::path& kit) {
     ::dl_iterate_phdr(&CollectLibrary, &loaded);
     for (const auto& [name, path] : loaded) {
         CopyProgram(path, kit / name);
+        if (name == speakingLibrary) {
+            AddCatalogues(path, kit);
+        }
     }
 }
 
 /// The same for a kit that brings its own, as a build leaves them: below /tmp, a directory beside the
 /// bundle's is anybody's.
 void HoldToOwnDirectory(const fs::path& kit) {
-    for (const std::string_view name : {std::string_view(program), libraries[0], libraries[1]}) {
+    std::vector<std::string_view> names(libraries.begin(), libraries.end());
+    names.emplace_back(program);
+    for (const std::string_view name : names) {
         std::error_code unknown; // as good as missing
         const fs::path path = kit / name;
         if (fs::exists(path, unknown) && ReadBytes(path).starts_with("\x7F"

@@ -6,8 +6,8 @@
 namespace KSETUP {
 
 /// Makes one file of a kit that unpacks itself and runs `ins-setup` from it, by makeself(1). A kit
-/// without an `ins-setup` of its own gets the running program and its libraries, which look for
-/// each other in their own directory and nowhere else.
+/// without an `ins-setup` of its own gets the running program and the libraries that a minimal Debian
+/// system does not have; they look for each other in their own directory and nowhere else.
 ///
 /// Throws   KSetupFailure, with a former file as it was
 void MakeBundle(

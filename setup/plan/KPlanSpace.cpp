@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <setup/files/NearestExisting.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlan.h>
 
@@ -44,27 +43,34 @@ class FileSystems {
 
 KPlan::Space* FileSystems::Of(const std::string& directory) {
     const auto known = byDirectory.find(directory);
-    return known != byDirectory.end()
-               ? known->second
-               : byDirectory.emplace(directory, Look(directory)).first->second;
+    if (known != byDirectory.end()) {
+        return known->second;
+    }
+    KPlan::Space* space = Look(directory);
+    byDirectory.emplace(directory, space);
+    return space;
 }
 
 KPlan::Space* FileSystems::Look(const std::string& directory) {
-    const std::string existing = NearestExisting(directory);
     struct stat status {};
+    if (::stat(directory.c_str(), &status) != 0) { // it is yet to be made
+        const std::string parent = ParentPath(directory);
+        return parent.empty() || parent == directory ? nullptr : Of(parent);
+    }
+    const auto known = spaces.find(status.st_dev);
+    if (known != spaces.end()) {
+        return &known->second;
+    }
     struct statvfs system {};
-    if (::stat(existing.c_str(), &status) != 0 || ::statvfs(existing.c_str(), &system) != 0) {
+    if (::statvfs(directory.c_str(), &system) != 0) {
         return nullptr;
     }
-    const auto [at, isNew] = spaces.try_emplace(status.st_dev);
-    KPlan::Space& space = at->second;
-    if (isNew) {
-        space.directory = existing;
-        space.available = std::uint64_t{system.f_bfree} * system.f_frsize;
-        space.filesAvailable = system.f_ffree;
-        space.filesAreUnlimited = system.f_files == 0;
-        blocks[&space] = system.f_frsize != 0 ? system.f_frsize : 1;
-    }
+    KPlan::Space& space = spaces[status.st_dev];
+    space.directory = directory;
+    space.available = std::uint64_t{system.f_bfree} * system.f_frsize;
+    space.filesAvailable = system.f_ffree;
+    space.filesAreUnlimited = system.f_files == 0;
+    blocks[&space] = system.f_frsize != 0 ? system.f_frsize : 1;
     return &space;
 }
 
@@ -80,12 +86,18 @@ std::vector<KPlan::Space> FileSystems::Take() {
 
 std::vector<KPlan::Space> KPlan::GetSpace() const {
     FileSystems systems;
+    std::string directory;
+    Space* space = nullptr;
     for (const KPlannedRule& rule : rules) {
         for (const KPlannedAction& action : rule.actions) {
             if (!Makes(action)) {
                 continue;
             }
-            Space* space = systems.Of(ParentPath(NormalPath(action.path)));
+            // One rule copies many files to one directory.
+            if (std::string parent = ParentPath(NormalPath(action.path)); parent != directory) {
+                directory = std::move(parent);
+                space = systems.Of(directory);
+            }
             if (space != nullptr) {
                 // What a file takes is whole blocks.
                 const std::uint64_t block = systems.GetBlock(space);

@@ -6,39 +6,12 @@
 #include <sup++/KProfile.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <set>
-#include <system_error>
-
-#include <sys/stat.h>
+#include <utility>
 
 namespace KSETUP {
 
 namespace {
-
-namespace fs = std::filesystem;
-
-KPlannedEntry OnDisk(const std::string& path) {
-    struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) {
-        return {};
-    }
-    KPlannedEntry entry;
-    entry.mode = status.st_mode & 07777;
-    if (S_ISREG(status.st_mode)) {
-        entry.kind = KEntryKind::File;
-        entry.bytes = static_cast<std::uint64_t>(status.st_size);
-    } else if (S_ISDIR(status.st_mode)) {
-        entry.kind = KEntryKind::Directory;
-    } else if (S_ISLNK(status.st_mode)) {
-        entry.kind = KEntryKind::Link;
-        std::error_code gone; // an empty target then
-        entry.target = fs::read_symlink(path, gone).string();
-    } else {
-        entry.kind = KEntryKind::Other;
-    }
-    return entry;
-}
 
 std::string Child(const std::string& directory, const std::string& name) {
     return directory == "/" ? "/" + name : directory + "/" + name;
@@ -50,9 +23,12 @@ bool IsPattern(const std::string& name) noexcept {
     return name.find_first_of("*?") != std::string::npos;
 }
 
-KPlannedTree::KPlannedTree(Below base, const std::string& kitDirectory)
+KPlannedTree::KPlannedTree(
+    Below base, const std::string& kitDirectory, std::shared_ptr<KDiskView> view
+)
     : below(base),
-      kit(Normal(kitDirectory)) {}
+      kit(Normal(kitDirectory)),
+      disk(std::move(view)) {}
 
 std::string KPlannedTree::Normal(const std::string& path) {
     return NormalPath(path);
@@ -69,7 +45,7 @@ KPlannedEntry KPlannedTree::Find(const std::string& path) const {
     if (change != changes.end()) {
         return change->second;
     }
-    return Counts(normal) ? OnDisk(normal) : KPlannedEntry();
+    return Counts(normal) ? disk->Look(normal) : KPlannedEntry();
 }
 
 std::vector<std::string>
@@ -77,9 +53,10 @@ KPlannedTree::List(const std::string& directory, const std::string& pattern) con
     const std::string normal = Normal(directory);
     std::set<std::string> names; // sorted by byte, as the engine sorts
     if (Counts(normal)) {
-        KSUP::KFileEnum files(normal, pattern, false, false);
-        while (files.Enum()) {
-            names.emplace(NameOfPath(files.GetPath().c_str()));
+        for (const KDiskView::Name& one : disk->List(normal)) {
+            if (!one.isDirectory && KSUP::KFileEnum::Matches(one.name.c_str(), pattern.c_str())) {
+                names.insert(names.end(), one.name);
+            }
         }
     }
     const std::string prefix = Child(normal, "");
@@ -103,6 +80,17 @@ KPlannedTree::List(const std::string& directory, const std::string& pattern) con
     return {names.begin(), names.end()};
 }
 
+std::vector<std::string>
+KPlannedTree::ListDirectories(const std::string& directory, const std::string& pattern) const {
+    std::vector<std::string> names;
+    for (const KDiskView::Name& one : disk->List(Normal(directory))) {
+        if (one.isDirectory && KSUP::KFileEnum::Matches(one.name.c_str(), pattern.c_str())) {
+            names.push_back(one.name);
+        }
+    }
+    return names;
+}
+
 bool KPlannedTree::IsEmpty(const std::string& directory) const {
     const std::string normal = Normal(directory);
     const std::string prefix = Child(normal, "");
@@ -117,12 +105,11 @@ bool KPlannedTree::IsEmpty(const std::string& directory) const {
     if (!Counts(normal)) {
         return true;
     }
-    std::error_code unreadable; // then nothing is known to be in it
-    const fs::directory_iterator entries(normal, unreadable);
-    return unreadable || std::all_of(begin(entries), end(entries), [&](const auto& entry) {
-               const auto change = changes.find(entry.path().string());
-               return change != changes.end() && change->second.kind == KEntryKind::Nothing;
-           });
+    const std::vector<KDiskView::Name>& all = disk->List(normal);
+    return std::all_of(all.begin(), all.end(), [&](const KDiskView::Name& one) {
+        const auto change = changes.find(Child(normal, one.name));
+        return change != changes.end() && change->second.kind == KEntryKind::Nothing;
+    });
 }
 
 void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
@@ -169,7 +156,7 @@ std::vector<KPlannedTree::Option>
 KPlannedTree::GetOptions(const std::string& profile, const std::string& section) const {
     const std::string path = Normal(profile);
     std::vector<Option> found;
-    if (Counts(path) && OnDisk(path).kind != KEntryKind::Nothing) {
+    if (Counts(path) && disk->Look(path).kind != KEntryKind::Nothing) {
         try {
             KSUP::KProfile file;
             file.Open(path);

@@ -1,23 +1,17 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/plan/KDiskView.h>
+
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <tuple>
 #include <vector>
 
 namespace KSETUP {
-
-enum class KEntryKind : std::uint8_t { Nothing, File, Directory, Link, Other };
-
-struct KPlannedEntry {
-    KEntryKind kind = KEntryKind::Nothing;
-    std::uint64_t bytes = 0;
-    unsigned mode = 0;
-    std::string target; ///< of a link
-};
 
 /// The file system as rules would leave it, while nothing is changed: what they made and deleted so
 /// far over what is on the disk. It also keeps the profile options that they put.
@@ -31,13 +25,21 @@ class KPlannedTree {
         Disk, ///< what is there counts
         Kit,  ///< only what is below one directory does: an empty machine with a kit
     };
-    explicit KPlannedTree(Below base, const std::string& kitDirectory);
+    /// Over what the view shows, which trees may share; a new one by default.
+    KPlannedTree(
+        Below base,
+        const std::string& kitDirectory,
+        std::shared_ptr<KDiskView> view = std::make_shared<KDiskView>()
+    );
 
     KPlannedEntry Find(const std::string& path) const;
     bool Exists(const std::string& path) const { return Find(path).kind != KEntryKind::Nothing; }
     /// The names in a directory that are no directories and match the pattern, sorted, as the
     /// engine enumerates them.
     std::vector<std::string> List(const std::string& directory, const std::string& pattern) const;
+    /// The directories in a directory of the disk that match the pattern, sorted.
+    std::vector<std::string>
+    ListDirectories(const std::string& directory, const std::string& pattern) const;
     /// Whether anything is in the directory.
     bool IsEmpty(const std::string& directory) const;
 
@@ -67,6 +69,7 @@ class KPlannedTree {
 
     Below below;
     std::string kit;
+    std::shared_ptr<KDiskView> disk;
     std::map<std::string, KPlannedEntry> changes;
     std::map<std::string, std::vector<Option>> options; // that were put, by profile
     /// Profile, section, key and value of what is on the disk and was removed.

@@ -77,7 +77,7 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     macros.SetProductPath(path);
     KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
     const KPlan plan(script, installs ? "install" : "remove", macros.GetExpander(), tree);
-    if (const std::string why = WhyNotLoaded(script, plan); !why.empty()) {
+    if (const std::string why = WhyNotLoaded(script.GetPath(), plan); !why.empty()) {
         throw KSetupFailure(ExitCode::malformedScript, why);
     }
     KPlanReport report;

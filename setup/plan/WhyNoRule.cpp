@@ -54,9 +54,9 @@ std::string WhyNoRule(const KScriptRule& rule) {
     return {};
 }
 
-std::string WhyNotLoaded(const KScript& script, const KPlan& plan) {
+std::string WhyNotLoaded(const std::string& scriptPath, const KPlan& plan) {
     const auto place = [&](const KScriptLine& line) {
-        return Shown(script.GetPath()) + ":" + std::to_string(line.number) + ": ";
+        return Shown(scriptPath) + ":" + std::to_string(line.number) + ": ";
     };
     if (!plan.GetCycles().empty()) {
         const KScriptCycle& cycle = plan.GetCycles().front();

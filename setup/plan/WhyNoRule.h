@@ -12,9 +12,9 @@ namespace KSETUP {
 /// one that it takes.
 std::string WhyNoRule(const KScriptRule& rule);
 
-/// Why the engine would not come to the first rule of a plan made from this script: a section that
+/// Why the engine would not come to the first rule of a plan made from the script at this path: a section that
 /// includes itself, which it would load without end, or else all lines that are no rules, each in a
 /// line with its place. Empty when it would.
-std::string WhyNotLoaded(const KScript& script, const KPlan& plan);
+std::string WhyNotLoaded(const std::string& scriptPath, const KPlan& plan);
 
 } // namespace KSETUP

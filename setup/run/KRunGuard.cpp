@@ -68,17 +68,20 @@ void KRunGuard::WithSignals(const std::function<void()>& work) const {
     }
 }
 
+void KRunGuard::ReadAhead(const KPlan& plan) {
+    digests.emplace(LastingCopies(plan));
+}
+
 /// An engine that is given a wrong script does what it says; here people are helped.
-void KRunGuard::RefuseErrors(const std::string& productPath) const {
-    const KCheckResult found = CheckKit(kit, productPath);
+void KRunGuard::RefuseErrors(const std::string& productPath, const std::shared_ptr<KDiskView>& view)
+    const {
+    const KCheckResult found = CheckKitForErrors(kit, productPath, view);
     if (!found.hasCycle && (arguments.noCheck || !found.HasErrors())) {
         return;
     }
     std::string words = "the kit's script has errors. Nothing was changed.";
     for (const KFinding& finding : found.findings) {
-        if (finding.severity == KSeverity::Error) {
-            words += "\n" + ToLine(finding, kit.GetDirectory());
-        }
+        words += "\n" + ToLine(finding, kit.GetDirectory());
     }
     throw KSetupFailure(
         ExitCode::malformedScript,
@@ -116,9 +119,6 @@ void KRunGuard::Begin(const KRunDescription& run, const KPlan& plan) {
     state->Begin(run);
     if (isAfterInterrupted) {
         DeleteStaleTemporaries(OwnDirectories(plan, run.path, service));
-    }
-    if (run.action == KRunDescription::Action::Install) {
-        digests.emplace(LastingCopies(plan));
     }
 }
 

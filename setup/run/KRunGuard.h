@@ -5,12 +5,14 @@
 #include <setup/output/KSetupArguments.h>
 #include <setup/output/KSetupSignals.h>
 #include <setup/output/KSetupVoice.h>
+#include <setup/plan/KDiskView.h>
 #include <setup/plan/KPlan.h>
 #include <setup/safety/KDigestsAhead.h>
 #include <setup/safety/KRunLock.h>
 #include <setup/safety/KRunState.h>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,9 +20,9 @@
 namespace KSETUP {
 
 /// The safety net of a run: refuses what would fail before anything changes, keeps others away, and
-/// remembers what is begun and what was installed. In the order of the calls: Lock, RefuseErrors,
-/// LookAround, BackUp, Begin, SetRule, then End (with KeepManifest before it) or Forget. A run that
-/// does not come so far leaves its state, which the next one tells of.
+/// remembers what is begun and what was installed. In the order of the calls: Lock, ReadAhead,
+/// RefuseErrors, LookAround, BackUp, Begin, SetRule, then End (with KeepManifest before it) or
+/// Forget. A run that does not come so far leaves its state, which the next one tells of.
 ///
 /// Borrows everything that it is given; holds the product's lock as long as it lives.
 /// Thread   the main thread's
@@ -41,9 +43,12 @@ class KRunGuard {
     ///          run, and for a signal while it is waited for
     void Lock();
 
+    /// Begins to read what is about to be copied, for the manifest, beside everything that follows.
+    void ReadAhead(const KPlan& plan);
+
     /// Throws   KSetupFailure with all errors of the script, unless --no-check; a section that
     ///          includes itself in any case
-    void RefuseErrors(const std::string& productPath) const;
+    void RefuseErrors(const std::string& productPath, const std::shared_ptr<KDiskView>& view) const;
 
     /// Throws   KSetupFailure when there is no room, a place cannot be written, or a service manager
     ///          is missing. Tells which programs run that are about to go

@@ -83,6 +83,10 @@ void KSetupRun::Install() {
         }
     }
     Plan("install");
+    guard.ReadAhead(*plan);
+    guard.RefuseErrors(report.productPath, view); // first, because it tells the most
+    RequireLoadable();
+    RequireAddedLines(macros.GetExpander());
     guard.LookAround(*plan);
     BackUp();
     Prepare();
@@ -112,6 +116,7 @@ void KSetupRun::Remove() {
     report.buildNumber = record.buildNumber;
     guard.Lock();
     Plan("remove");
+    RequireLoadable();
     guard.LookAround(*plan);
     AskBeforeRemoval();
     BackUp();
@@ -145,31 +150,29 @@ void KSetupRun::AskBeforeRemoval() const {
     }
 }
 
-/// Reads the script and finds the product path, all without a change. What the engine would refuse
-/// to load is refused here: the engine is called when the log and the run's state are written.
+/// Reads the script and finds the product path, all without a change.
 void KSetupRun::Plan(const char* section) {
     const KScript script(kit.GetScript());
     report.productPath = ChooseProductPath(
         installer, macros, script, begunPath.empty() ? arguments.productPath : begunPath
     );
-    const bool installs = arguments.command == Command::Install;
-    if (installs) {
-        guard.RefuseErrors(report.productPath); // first, because it tells the most
-    }
     macros.SetProductPath(report.productPath);
-    KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
+    KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory(), view);
     plan = std::make_unique<KPlan>(script, section, macros.GetExpander(), tree);
-    if (const std::string why = WhyNotLoaded(script, *plan); !why.empty()) {
+}
+
+/// Refuses what the engine would refuse to load. The engine comes too late for that: when the log
+/// and the run's state are written.
+void KSetupRun::RequireLoadable() const {
+    if (const std::string why = WhyNotLoaded(kit.GetScript().c_str(), *plan); !why.empty()) {
         throw KSetupFailure(
             ExitCode::malformedScript, "the script cannot be loaded. Nothing was changed.\n" + why
         );
     }
-    if (installs) {
-        RequireAddedLines(macros.GetExpander());
-    }
 }
 
 void KSetupRun::Prepare() {
+    view.reset(); // from here on it is not true any more
     const KSUP::KString logName = installer.ExpandMacros("$product$ Setup Log.txt");
     report.log = KSUP::KUtil::GetPathName(logDirectory, logName).c_str();
     RequireSafeLogDirectory(std::filesystem::path(report.log).parent_path());

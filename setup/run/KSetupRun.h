@@ -7,6 +7,7 @@
 #include <setup/output/KSetupArguments.h>
 #include <setup/output/KSetupSignals.h>
 #include <setup/output/KSetupVoice.h>
+#include <setup/plan/KDiskView.h>
 #include <setup/plan/KPlan.h>
 #include <setup/run/KCommandOutput.h>
 #include <setup/run/KRunGuard.h>
@@ -41,6 +42,7 @@ class KSetupRun {
 
   private:
     void Plan(const char* section);
+    void RequireLoadable() const;
     void AskBeforeRemoval() const;
     void BackUp();
     void Prepare();
@@ -60,6 +62,7 @@ class KSetupRun {
     KMacroContext macros;
     KRunGuard guard;
     std::string begunPath; // of a removal that goes on without a record
+    std::shared_ptr<KDiskView> view = std::make_shared<KDiskView>(); // until something changes
     std::unique_ptr<KPlan> plan;
     KCommandOutput commandOutput;
     std::unique_ptr<KRunWatch> watch;

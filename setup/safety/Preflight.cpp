@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/files/NearestExisting.h>
 #include <setup/files/PathText.h>
 #include <setup/output/Words.h>
 #include <setup/safety/Preflight.h>
 #include <setup/safety/VersionOrder.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <set>
+#include <system_error>
+#include <unordered_set>
 
 #include <fcntl.h>
 #include <linux/stat.h>
@@ -50,17 +52,25 @@ bool ChangesFiles(const KPlannedAction& action) {
 
 /// The directories in which entries come or go, each once, as far up as they are there.
 std::set<std::string> ChangedDirectories(const KPlan& plan) {
-    std::set<std::string> parents;
+    std::set<std::string> existing;
+    std::unordered_set<std::string> seen;
+    std::string last;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
-            if (ChangesFiles(action)) {
-                parents.insert(ParentPath(NormalPath(action.path)));
+            std::string parent = ChangesFiles(action) ? ParentPath(NormalPath(action.path)) : last;
+            if (parent == last) { // one rule copies many files to one directory
+                continue;
+            }
+            last = parent;
+            std::error_code unknown; // as good as missing
+            while (!parent.empty() && seen.insert(parent).second) {
+                if (parent == "/" || std::filesystem::exists(parent, unknown)) {
+                    existing.insert(parent);
+                    break;
+                }
+                parent = ParentPath(parent);
             }
         }
-    }
-    std::set<std::string> existing;
-    for (const std::string& directory : parents) {
-        existing.insert(NearestExisting(directory));
     }
     return existing;
 }

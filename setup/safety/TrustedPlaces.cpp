@@ -33,11 +33,13 @@ std::string WhyNotPrivate(const struct stat& status, bool isAbove) {
     // In a directory with the sticky bit nobody takes another's entry away.
     const bool isSticky = (status.st_mode & S_ISVTX) != 0 && isAbove;
     const bool isTrusted = status.st_uid == 0 || status.st_uid == CallingUser();
-    return isTrusted && (!othersMayWrite || isSticky || S_ISLNK(status.st_mode))
-               ? ""
-               : ": others than root can change it, and root would run that. Nothing was changed. "
-                 "Copy the kit to a directory of root's, or take the right away (chown -R root, "
-                 "chmod -R go-w).";
+    if (isTrusted && (!othersMayWrite || isSticky || S_ISLNK(status.st_mode))) {
+        return "";
+    }
+    // What is above the kit may be somebody's home, whose owner and rights are to stay.
+    return std::string(": others than root can change it, and root would run that. Nothing was "
+                       "changed. Copy the kit to a directory of root's (cp -R KIT /root/)") +
+           (isAbove ? "." : ", or take the right away (chown -R root, chmod -R go-w).");
 }
 
 } // namespace

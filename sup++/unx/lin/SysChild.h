@@ -24,7 +24,7 @@ class ShellProcess {
     /// Throws   std::bad_alloc
     [[nodiscard]] unsigned Start(const std::string& commandLine, const KDescriptor& output);
 
-    /// Readable once the shell has ended.
+    /// Readable once the shell has ended; negative where it had ended and was reaped before.
     int GetEndDescriptor() const noexcept { return endDescriptor.Get(); }
     /// Whether the shell ended within the time.
     bool HasEnded(std::chrono::milliseconds time) const noexcept;

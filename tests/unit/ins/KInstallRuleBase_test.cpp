@@ -121,6 +121,27 @@ TEST_F(KInstallRuleBaseTest, LoggingARuleWritesItsDescription) {
     EXPECT_THAT(LogLines(), ElementsAre("Test: Record a,b"));
 }
 
+TEST_F(KInstallRuleBaseTest, AClosedLogAsksForNoDescription) {
+    class Described : public PlainRule {
+      public:
+        using PlainRule::PlainRule;
+        KString Description() const override {
+            ++asked;
+            return "Plain";
+        }
+        mutable unsigned asked = 0;
+    };
+    const Described rule(&manager, "");
+    KSUP::KLogBase& log = installer->GetLog();
+    EXPECT_TRUE(log.IsOpen());
+    log << static_cast<const KInstallRuleBase*>(&rule);
+    EXPECT_EQ(1U, rule.asked);
+    log.Close();
+    EXPECT_FALSE(log.IsOpen());
+    EXPECT_EQ(&log, &(log << static_cast<const KInstallRuleBase*>(&rule)));
+    EXPECT_EQ(1U, rule.asked);
+}
+
 TEST_F(KInstallRuleBaseTest, ExpandMacrosAsksTheManager) {
     class OwnExpansion : public KINS::KInstallRuleManager {
       public:

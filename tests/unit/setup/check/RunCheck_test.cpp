@@ -52,7 +52,9 @@ TEST_F(RunCheckTest, AnErrorIsALineForEditors) {
     Install(anError);
     EXPECT_EQ(
         Output(),
-        tree.Path("kit/install.ini") + ":2:1: error: unknown rule type \"File\"; write \"file\"\n" +
+        tree.Path("kit/install.ini") +
+            ":2:1: error: unknown rule type \"File\"; write \"file\" "
+            "[unknown-type]\n" +
             "Kit " + tree.Path("kit") + ": 1 error, 0 warnings.\n"
     );
     EXPECT_EQ(exitCode, KSETUP::ExitCode::malformedScript);

@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+//
+// Bundles where they are to run: on systems that have nothing of those on which they were made.
+#include "SetupRig.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include <sys/wait.h>
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+/// A minimal Debian system, in "root" below the tree, and kits of the machine that has everything.
+class BundleOnMinimalSystemTest : public ::testing::Test {
+  protected:
+    struct Outcome {
+        int exitCode;
+        std::string out;
+    };
+
+    BundleOnMinimalSystemTest() {
+        tree.Directory("root");
+        GivenStep(INSPP_SOURCE "/tests/machine/minimal_root root > packages");
+    }
+
+    static std::string Program() {
+        return std::filesystem::canonical("/proc/self/exe").parent_path().string() + "/ins-setup";
+    }
+
+    Outcome Run(const std::string& line) {
+        const std::string command =
+            "cd '" + tree.Path() + "' && { " + line + "\n} > out 2>&1 < /dev/null";
+        const int status = std::system(command.c_str()); // NOLINT: what administrators do
+        return {WEXITSTATUS(status), tree.Read("out")};
+    }
+
+    void GivenStep(const std::string& line) {
+        const Outcome outcome = Run(line);
+        ASSERT_EQ(outcome.exitCode, 0) << line << "\n" << outcome.out;
+    }
+
+    /// The first kit of a new author, with `change` made to it, as /root/it.run of the system.
+    void GivenBundle(const std::string& change = ":") {
+        GivenStep(
+            Program() + " kit new kit && " + change + " && " + Program() +
+            " kit seal --kit kit && " + Program() + " kit bundle --kit kit -o root/root/it.run"
+        );
+    }
+
+    /// On the system, with its own devices and processes to see and nothing of the environment.
+    Outcome RunThere(const std::string& line) {
+        tree.Write("root/root/step", line + "\n");
+        return Run("exec unshare --mount --propagation private sh -c '"
+                   "mount --rbind /dev root/dev && mount --rbind /proc root/proc && "
+                   "mount -t tmpfs none root/run && mkdir -p root/run/lock && "
+                   "exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin chroot root sh /root/step'");
+    }
+
+    KTEST::TemporaryTree tree;
+};
+
+/// Without this the others would prove little.
+TEST_F(BundleOnMinimalSystemTest, TheSystemHasNoCompilerAndNoneOfOurLibraries) {
+    EXPECT_THAT(
+        RunThere("for name in cc c++ gcc g++ clang ld make cmake makeself; do command -v $name; "
+                 "done; find / -xdev \\( -name 'libcrypto.*' -o -name 'libins++*' -o -name "
+                 "'libdplinsup*' -o -name '*.a' -o -name stdio.h \\) -not -path '/proc/*'")
+            .out,
+        IsEmpty()
+    );
+    GivenStep("cp " + Program() + " root/root/ins-setup");
+    const Outcome alone = RunThere("/root/ins-setup --version");
+    EXPECT_EQ(alone.exitCode, 127);
+    EXPECT_THAT(alone.out, HasSubstr("cannot open shared object file"));
+}
+
+TEST_F(BundleOnMinimalSystemTest, ABundleInstallsVerifiesAndRemoves) {
+    GivenBundle();
+    const Outcome install = RunThere("sh /root/it.run --quiet");
+    EXPECT_EQ(install.exitCode, 0) << install.out;
+    EXPECT_THAT(install.out, HasSubstr("is installed in /opt/hello"));
+    EXPECT_THAT(RunThere("/opt/hello/lin/x86_64/hello").out, HasSubstr("Hello"));
+    EXPECT_EQ(RunThere("sh /root/it.run --quiet -- status --verify").exitCode, 0);
+    GivenStep("echo '# more' >> root/opt/hello/lin/x86_64/hello");
+    const Outcome changed = RunThere("sh /root/it.run --quiet -- status --verify");
+    EXPECT_EQ(changed.exitCode, 4) << changed.out;
+    const Outcome remove = RunThere("sh /root/it.run --quiet -- remove --yes");
+    EXPECT_EQ(remove.exitCode, 0) << remove.out;
+    EXPECT_FALSE(tree.Exists("root/opt/hello"));
+    EXPECT_EQ(RunThere("sh /root/it.run --quiet -- status").exitCode, 3);
+    EXPECT_THAT(RunThere("ls /tmp").out, IsEmpty());
+}
+
+TEST_F(BundleOnMinimalSystemTest, ABundleSpeaksTheLanguageOfItsUser) {
+    GivenBundle("sed -i '/^.remove/i "
+                "service=install,$serviceName$,Hello,/opt/hello/lin/x86_64/hello,once' "
+                "kit/install.ini");
+    const std::string install =
+        "sh /root/it.run --quiet -- install --offline-services --json-events";
+    const Outcome german = RunThere("LANG=de_DE.UTF-8 " + install);
+    EXPECT_EQ(german.exitCode, 0) << german.out;
+    EXPECT_THAT(german.out, HasSubstr("\"Dienst wird installiert\""));
+    EXPECT_THAT(RunThere("LANG=fr_FR.UTF-8 " + install).out, HasSubstr("\"Installing service\""));
+}
+
+} // namespace

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+//
+// `ins-setup plan` on file systems that have too little room, or just enough.
+#include "SetupRig.h"
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using Json = nlohmann::json;
+
+/// A product of 2 MiB whose target is a file system of its own.
+class SetupPlanTest : public KTEST::SetupProgramTest {
+  protected:
+    SetupPlanTest() {
+        tree.Write("kit/lib/svc", std::string(twoMiB, 'x'), 0755);
+        tree.Directory("product");
+    }
+    ~SetupPlanTest() override { Run("umount TREE/product"); }
+
+    void GivenFileSystem(const std::string& options) {
+        const Outcome mounted = Run("mount -t tmpfs -o " + options + " none TREE/product");
+        ASSERT_EQ(mounted.exitCode, 0) << mounted.err;
+    }
+    /// What the plan says of that file system.
+    Json SpaceOf(const Json& plan) const {
+        for (const Json& space : plan.value("space", Json::array())) {
+            if (space.value("directory", "") == tree.Path("product")) {
+                return space;
+            }
+        }
+        return Json::object();
+    }
+
+    static constexpr std::size_t twoMiB = 2U << 20U;
+};
+
+TEST_F(SetupPlanTest, TooLittleSpaceIsToldAndAnswered) {
+    GivenFileSystem("size=1m");
+    const Outcome plan = RunSetup("plan install");
+    EXPECT_EQ(plan.exitCode, 73);
+    EXPECT_THAT(
+        plan.out,
+        AllOf(
+            HasSubstr("File system of " + tree.Path("product") + ": 2"),
+            HasSubstr("That is not enough.")
+        )
+    );
+    EXPECT_THAT(plan.err, IsEmpty());
+    EXPECT_THAT(tree.List("product"), IsEmpty());
+}
+
+TEST_F(SetupPlanTest, TooLittleSpaceIsInTheObject) {
+    GivenFileSystem("size=1m");
+    const Outcome answer = RunSetup("plan install", "--json");
+    EXPECT_EQ(answer.exitCode, 73);
+    const Json plan = Json::parse(answer.out, nullptr, false);
+    ASSERT_TRUE(plan.is_object()) << answer.out;
+    EXPECT_EQ(plan.value("exitCode", 0), 73);
+    EXPECT_EQ(plan.value("result", ""), "failed");
+    const Json space = SpaceOf(plan);
+    EXPECT_GE(space.value("bytesNeeded", 0U), twoMiB) << plan;
+    EXPECT_LE(space.value("bytesFree", twoMiB), twoMiB / 2) << plan;
+    EXPECT_FALSE(space.value("enough", true)) << plan;
+}
+
+TEST_F(SetupPlanTest, TooFewInodesAreTold) {
+    GivenFileSystem("size=64m,nr_inodes=3");
+    const Outcome plan = RunSetup("plan install");
+    EXPECT_EQ(plan.exitCode, 73);
+    EXPECT_THAT(plan.out, HasSubstr("That is not enough."));
+    EXPECT_FALSE(SpaceOf(Json::parse(RunSetup("plan install", "--json").out)).value("enough", true)
+    );
+}
+
+TEST_F(SetupPlanTest, ARoomyFileSystemIsEnough) {
+    GivenFileSystem("size=64m");
+    const Outcome plan = RunSetup("plan install");
+    EXPECT_EQ(plan.exitCode, 0) << plan.out;
+    EXPECT_THAT(plan.out, Not(HasSubstr("not enough")));
+    EXPECT_TRUE(SpaceOf(Json::parse(RunSetup("plan install", "--json").out)).value("enough", false)
+    );
+}
+
+} // namespace

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include "GivenKit.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+using AllowancesTest = KTEST::GivenKit;
+
+constexpr char aWarning[] = "\nfile=delete, old,$pathTarget$";
+
+TEST_F(AllowancesTest, ACommentSilencesTheWarningOfTheNextLine) {
+    Install(std::string("; check: allow blank-after-comma") + aWarning);
+    EXPECT_THAT(Check().findings, IsEmpty());
+}
+
+TEST_F(AllowancesTest, ItSilencesOneLineOnly) {
+    Install(std::string("; check: allow blank-after-comma") + aWarning + aWarning);
+    EXPECT_THAT(TheFinding("blank-after-comma"), StartsWith("install.ini:4:13 warning"));
+}
+
+TEST_F(AllowancesTest, ItSilencesNoLineBeforeItAndNoneBehindAnother) {
+    Install(std::string("; first") + aWarning + "\n; check: allow blank-after-comma\n" + aWarning);
+    EXPECT_THAT(
+        Findings("blank-after-comma"),
+        ElementsAre(StartsWith("install.ini:3:"), StartsWith("install.ini:6:"))
+    );
+}
+
+TEST_F(AllowancesTest, ItSilencesNoOtherWarningOfTheLine) {
+    Install("; check: allow secret\nprofile=put,/opt/svc/a.ini,Database, Password,hunter2");
+    EXPECT_FALSE(Finds("secret"));
+    EXPECT_TRUE(Finds("blank-after-comma"));
+}
+
+TEST_F(AllowancesTest, ItMayNameSeveral) {
+    Install("  #check: allow secret, blank-after-comma\nprofile=put,/opt/svc/a.ini,Database, "
+            "Password,hunter2");
+    EXPECT_FALSE(Finds("secret"));
+    EXPECT_FALSE(Finds("blank-after-comma"));
+    EXPECT_FALSE(Finds("wrong-allowance"));
+}
+
+TEST_F(AllowancesTest, AnErrorCannotBeAllowed) {
+    Install("; check: allow unknown-type\nFile=delete,old,$pathTarget$");
+    EXPECT_TRUE(Finds("unknown-type"));
+    EXPECT_EQ(
+        TheFinding("wrong-allowance"),
+        "install.ini:2:16 warning [unknown-type] \"unknown-type\" is an error, which nothing "
+        "allows; "
+        "mend the line instead"
+    );
+}
+
+TEST_F(AllowancesTest, AMisspeltNameIsAWarningAndSilencesNothing) {
+    Install(std::string("; check: allow blank-after-coma") + aWarning);
+    EXPECT_TRUE(Finds("blank-after-comma"));
+    EXPECT_EQ(
+        TheFinding("wrong-allowance"),
+        "install.ini:2:16 warning [blank-after-coma] \"blank-after-coma\" is no warning of the "
+        "check; write \"blank-after-comma\""
+    );
+}
+
+TEST_F(AllowancesTest, AnUnknownNameIsAWarning) {
+    Install("; check: allow everything");
+    EXPECT_THAT(
+        TheFinding("wrong-allowance"), EndsWith("; write the name that stands behind the warning")
+    );
+}
+
+TEST_F(AllowancesTest, ACommentWithoutANameIsAWarning) {
+    Install(std::string("; check: allow") + aWarning);
+    EXPECT_TRUE(Finds("blank-after-comma"));
+    EXPECT_THAT(
+        TheFinding("wrong-allowance"),
+        StartsWith("install.ini:2:10 warning [] this comment allows no warning")
+    );
+}
+
+TEST_F(AllowancesTest, OtherCommentsMeanNothing) {
+    Install(
+        std::string("; check: this allows blank-after-comma\n; allow blank-after-comma") + aWarning
+    );
+    EXPECT_TRUE(Finds("blank-after-comma"));
+    EXPECT_FALSE(Finds("wrong-allowance"));
+}
+
+TEST_F(AllowancesTest, ARuleThatReadsSoIsNone) {
+    Install(std::string("check: allow blank-after-comma") + aWarning);
+    EXPECT_TRUE(Finds("blank-after-comma"));
+}
+
+} // namespace
