@@ -34,7 +34,10 @@ int OpenForRead(const fs::path& path) {
 /// Into `chunk`; false at the end.
 bool ReadChunk(int from, std::string& chunk, const fs::path& path) {
     chunk.resize(chunkBytes);
-    const ssize_t got = ::read(from, chunk.data(), chunk.size());
+    ssize_t got = 0;
+    do {
+        got = ::read(from, chunk.data(), chunk.size());
+    } while (got < 0 && errno == EINTR);
     if (got < 0) {
         FailOn(path, errno);
     }
