@@ -62,14 +62,24 @@ class KPlan {
     const std::vector<KPlannedRule>& GetRules() const noexcept { return rules; }
     const std::vector<KScriptCycle>& GetCycles() const noexcept { return cycles; }
 
-    /// Bytes needed and free on a file system that files go to.
+    /// Bytes and files needed and free on a file system that files go to.
     struct Space {
+        /// What the log, the record and the state of a run may take on top.
+        static constexpr std::uint64_t spareBytes = 8ULL << 20U;
+        static constexpr std::uint64_t spareFiles = 16;
+
         std::string directory; ///< of the file system that exists already
         std::uint64_t needed = 0;
         std::uint64_t available = 0; ///< for root
         std::uint64_t filesNeeded = 0;
         std::uint64_t filesAvailable = 0; ///< 0 with unlimited ones
         bool filesAreUnlimited = false;
+
+        bool HasBytes() const noexcept { return needed + spareBytes <= available; }
+        bool HasFiles() const noexcept {
+            return filesAreUnlimited || filesNeeded + spareFiles <= filesAvailable;
+        }
+        bool HasRoom() const noexcept { return HasBytes() && HasFiles(); }
     };
     /// Asked of the disk at the call. A file that is replaced needs its room beside the former one,
     /// which may be in use.

@@ -80,12 +80,14 @@ Json ToObject(const KPlan::Space& space) {
     Json object;
     object["directory"] = space.directory;
     object["bytesNeeded"] = space.needed;
+    object["bytesToSpare"] = KPlan::Space::spareBytes;
     object["bytesFree"] = space.available;
     object["filesNeeded"] = space.filesNeeded;
+    object["filesToSpare"] = KPlan::Space::spareFiles;
     if (!space.filesAreUnlimited) {
         object["filesFree"] = space.filesAvailable;
     }
-    object["enough"] = !IsFull(space);
+    object["enough"] = space.HasRoom();
     return object;
 }
 

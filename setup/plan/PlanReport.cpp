@@ -66,10 +66,12 @@ void AppendTotals(std::string& text, const KPlanTotals& totals) {
 
 void AppendSpace(std::string& text, const KPlan::Space& space) {
     text += "File system of " + Shown(space.directory) + ": " + BytesInWords(space.needed) +
-            " needed, " + BytesInWords(space.available) + " free; " +
-            Counted(space.filesNeeded, "file", "files") + " needed, " +
+            " needed and " + BytesInWords(KPlan::Space::spareBytes) + " to spare, " +
+            BytesInWords(space.available) + " free; " +
+            Counted(space.filesNeeded, "file", "files") + " needed and " +
+            std::to_string(KPlan::Space::spareFiles) + " to spare, " +
             (space.filesAreUnlimited ? "unlimited" : std::to_string(space.filesAvailable)) +
-            " free" + (IsFull(space) ? ". That is not enough.\n" : ".\n");
+            " free" + (space.HasRoom() ? ".\n" : ". That is not enough.\n");
 }
 
 } // namespace
@@ -116,11 +118,6 @@ KPlanTotals CountTotals(const KPlan& plan) {
         }
     }
     return totals;
-}
-
-bool IsFull(const KPlan::Space& space) noexcept {
-    return space.needed > space.available ||
-           (!space.filesAreUnlimited && space.filesNeeded > space.filesAvailable);
 }
 
 std::string ToText(const KPlanReport& report) {

@@ -33,9 +33,6 @@ struct KPlanTotals {
 
 KPlanTotals CountTotals(const KPlan& plan);
 
-/// Whether a file system has not the room that the plan needs.
-bool IsFull(const KPlan::Space& space) noexcept;
-
 /// For people: each rule with its line in the script, under it what it would do, then the sums.
 std::string ToText(const KPlanReport& report);
 /// One object in one line, with "schema": 1. Bytes that are no UTF-8 become U+FFFD.

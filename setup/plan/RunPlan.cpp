@@ -56,8 +56,11 @@ int ExitCodeOf(const KPlanReport& report) {
     if (CountTotals(*report.plan).obstacles != 0) {
         return ExitCode::ruleFailed;
     }
-    return std::any_of(report.space.begin(), report.space.end(), IsFull) ? ExitCode::cannotWrite
-                                                                         : ExitCode::done;
+    const bool fits =
+        std::all_of(report.space.begin(), report.space.end(), [](const KPlan::Space& space) {
+            return space.HasRoom();
+        });
+    return fits ? ExitCode::done : ExitCode::cannotWrite;
 }
 
 int Plan(const KSetupArguments& arguments, bool installs) {

@@ -24,10 +24,6 @@ namespace {
 
 using Kind = KPlannedAction::Kind;
 
-/// What the log, the record and the state of the run may take on top.
-constexpr std::uint64_t reserveBytes = 8ULL << 20U;
-constexpr std::uint64_t reserveFiles = 16;
-
 bool ChangesFiles(const KPlannedAction& action) {
     switch (action.kind) {
     case Kind::CreateDirectory:
@@ -116,20 +112,20 @@ void RequireRoot() {
 
 void RequireSpace(const KPlan& plan) {
     for (const KPlan::Space& space : plan.GetSpace()) {
-        if (space.needed + reserveBytes > space.available) {
+        if (!space.HasBytes()) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,
                 "the file system of " + space.directory + " has too little space: " +
-                    BytesInWords(space.needed + reserveBytes) + " needed, " +
+                    BytesInWords(space.needed + KPlan::Space::spareBytes) + " needed, " +
                     BytesInWords(space.available) + " free. Nothing was changed. Make room there."
             );
         }
-        if (!space.filesAreUnlimited && space.filesNeeded + reserveFiles > space.filesAvailable) {
+        if (!space.HasFiles()) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,
-                "the file system of " + space.directory +
-                    " has too few inodes: " + std::to_string(space.filesNeeded + reserveFiles) +
-                    " needed, " + std::to_string(space.filesAvailable) +
+                "the file system of " + space.directory + " has too few inodes: " +
+                    std::to_string(space.filesNeeded + KPlan::Space::spareFiles) + " needed, " +
+                    std::to_string(space.filesAvailable) +
                     " free. Nothing was changed. Delete files there that nobody needs."
             );
         }

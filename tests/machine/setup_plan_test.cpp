@@ -48,7 +48,9 @@ TEST_F(SetupPlanTest, TooLittleSpaceIsToldAndAnswered) {
     EXPECT_THAT(
         plan.out,
         AllOf(
-            HasSubstr("File system of " + tree.Path("product") + ": 2"),
+            HasSubstr(
+                "File system of " + tree.Path("product") + ": 2.0 MiB needed and 8.0 MiB to spare, "
+            ),
             HasSubstr("That is not enough.")
         )
     );
@@ -68,6 +70,16 @@ TEST_F(SetupPlanTest, TooLittleSpaceIsInTheObject) {
     EXPECT_GE(space.value("bytesNeeded", 0U), twoMiB) << plan;
     EXPECT_LE(space.value("bytesFree", twoMiB), twoMiB / 2) << plan;
     EXPECT_FALSE(space.value("enough", true)) << plan;
+}
+
+TEST_F(SetupPlanTest, WhatIsToSpareCountsAsInARun) {
+    GivenFileSystem("size=9m");
+    const Outcome plan = RunSetup("plan install");
+    EXPECT_EQ(plan.exitCode, 73);
+    EXPECT_THAT(plan.out, HasSubstr(": 2.0 MiB needed and 8.0 MiB to spare, 9.0 MiB free; "));
+    const Outcome install = RunSetup("install");
+    EXPECT_EQ(install.exitCode, 73);
+    EXPECT_THAT(install.err, HasSubstr("too little space: 10.0 MiB needed, 9.0 MiB free."));
 }
 
 TEST_F(SetupPlanTest, TooFewInodesAreTold) {
