@@ -23,12 +23,19 @@ constexpr char footer[] =
     "77 not root; 130, 143 and 129 cancelled by Ctrl-C, SIGTERM or SIGHUP.\n"
     "See ins-setup(8) and, for scripts, ins-script(5).";
 
+/// For a path: an empty one is a variable that a script forgot to set.
+CLI::Validator NotEmpty() {
+    return {[](const std::string& text) { return text.empty() ? "is empty" : ""; }, ""};
+}
+
 /// Describes the commands to the parser, which fills the arguments.
 class Parser {
   public:
     explicit Parser(KSetupArguments& toFill);
     void Parse(int argc, char** argv) { app.parse(argc, argv); }
     int Exit(const CLI::ParseError& error) { return app.exit(error); }
+    /// The words that nothing was found for.
+    std::vector<std::string> GetUnknown() const { return app.remaining(true); }
 
   private:
     CLI::App* Add(CLI::App& parent, const char* name, const char* words, Command command);
@@ -66,7 +73,8 @@ CLI::App* Parser::Add(CLI::App& parent, const char* name, const char* words, Com
 
 void Parser::AddKit(CLI::App* command) {
     command->add_option("--kit", arguments.kit, "The kit's directory; else the program's own")
-        ->type_name("DIR");
+        ->type_name("DIR")
+        ->check(NotEmpty());
 }
 
 void Parser::AddPath(CLI::App* command) {
@@ -175,17 +183,22 @@ void Parser::AddAuthoring() {
     CLI::App* made = Add(*kit, "new", "Make a first kit", Command::KitNew);
     made->add_option("directory", arguments.target, "Where; not there yet, or empty")
         ->type_name("DIR")
+        ->check(NotEmpty())
         ->required();
     CLI::App* add = Add(*kit, "add", "Add a directory tree to a kit", Command::KitAdd);
     AddKit(add);
     add->add_option("tree", arguments.tree, "What is to be installed")
         ->type_name("TREE")
+        ->check(NotEmpty())
         ->required();
     AddKit(Add(*kit, "seal", "Write the check sums of a kit's files", Command::KitSeal));
     CLI::App* bundle =
         Add(*kit, "bundle", "Make one file of a kit that installs itself", Command::KitBundle);
     AddKit(bundle);
-    bundle->add_option("-o,--output", arguments.target, "The file")->type_name("FILE")->required();
+    bundle->add_option("-o,--output", arguments.target, "The file")
+        ->type_name("FILE")
+        ->check(NotEmpty())
+        ->required();
 }
 
 } // namespace
@@ -193,13 +206,25 @@ void Parser::AddAuthoring() {
 std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCode) {
     KSetupArguments arguments;
     Parser parser(arguments);
-    try {
-        parser.Parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
+    const auto refuse = [&](const CLI::ParseError& error) {
         exitCode = parser.Exit(error) == 0 ? ExitCode::done : ExitCode::usage;
         if (exitCode != ExitCode::done) {
             TellEarlyRefusal(argc, argv, exitCode, error.what());
         }
+    };
+    try {
+        parser.Parse(argc, argv);
+    } catch (const CLI::RequiredError& error) {
+        // A misspelt command says more than that one is missing.
+        const std::vector<std::string> unknown = parser.GetUnknown();
+        if (unknown.empty()) {
+            refuse(error);
+        } else {
+            refuse(CLI::ExtrasError({unknown.front()}));
+        }
+        return std::nullopt;
+    } catch (const CLI::ParseError& error) {
+        refuse(error);
         return std::nullopt;
     }
     return arguments;

@@ -472,7 +472,10 @@ INSTANTIATE_TEST_SUITE_P(
     SetupRefusalTest,
     ::testing::Values(
         Refusal{"NoAction", "SETUP", 64, "A subcommand is required"},
-        Refusal{"UnknownAction", "SETUP instal --kit KIT", 64, "--help"},
+        Refusal{"UnknownAction", "SETUP instal --kit KIT", 64, "not expected: instal"},
+        Refusal{"EmptyKit", "SETUP install --kit ''", 64, "--kit: is empty"},
+        Refusal{"EmptyBundle", "SETUP kit bundle --kit KIT -o ''", 64, "--output: is empty"},
+        Refusal{"EmptyDirectoryOfANewKit", "SETUP kit new ''", 64, "directory: is empty"},
         Refusal{"UnknownOption", "SETUP install --kit KIT --quickly", 64, "--quickly"},
         Refusal{"MissingKit", "SETUP install --kit /nowhere", 66, "/nowhere: no such directory"},
         Refusal{"NoKitAtAll", "SETUP install", 66, "product.ini: missing. A kit is"},
