@@ -152,7 +152,7 @@ bool IsSealed(const std::string& kitDirectory) {
     return status.type() != fs::file_type::not_found;
 }
 
-void VerifySeal(const std::string& kitDirectory) {
+void VerifySeal(const std::string& kitDirectory, KSealExtent extent) {
     if (!IsSealed(kitDirectory)) {
         return;
     }
@@ -175,8 +175,10 @@ void VerifySeal(const std::string& kitDirectory) {
         Complain(wrong, name, "neither a file nor a link to one");
         digests.erase(name);
     }
-    for (const auto& [name, digest] : digests) {
-        Complain(wrong, name, "missing");
+    if (extent == KSealExtent::Whole) {
+        for (const auto& [name, digest] : digests) {
+            Complain(wrong, name, "missing");
+        }
     }
     if (wrong.empty()) {
         return;

@@ -15,11 +15,16 @@ std::size_t WriteSeal(const std::string& kitDirectory);
 /// Whether a kit has a seal.
 bool IsSealed(const std::string& kitDirectory);
 
+enum class KSealExtent { Whole, WhatIsThere };
+
 /// Holds a kit against its seal. A kit without one is fine; in one with a seal every file has to be
 /// listed and to be what it was, for a wildcard reads also what nobody listed.
 ///
+/// For a removal the payload may be gone: its files need not be there, and are what they were where
+/// they are.
+///
 /// Throws   KSetupFailure that names what is missing, changed or not listed; also when the seal
 ///          cannot be read
-void VerifySeal(const std::string& kitDirectory);
+void VerifySeal(const std::string& kitDirectory, KSealExtent extent = KSealExtent::Whole);
 
 } // namespace KSETUP

@@ -83,7 +83,8 @@ class KPlan {
     };
     /// Asked of the disk at the call. A file that is replaced needs its room beside the former one,
     /// which may be in use.
-    std::vector<Space> GetSpace() const;
+    /// A run writes to some directories whatever its rules do: `alsoWritten`.
+    std::vector<Space> GetSpace(const std::vector<std::string>& alsoWritten = {}) const;
 
     /// The files that are replaced or deleted, by their normal paths, one as often as rules do it.
     std::vector<std::string> FindFilesThatGo() const;

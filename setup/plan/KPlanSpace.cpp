@@ -84,7 +84,7 @@ std::vector<KPlan::Space> FileSystems::Take() {
 
 } // namespace
 
-std::vector<KPlan::Space> KPlan::GetSpace() const {
+std::vector<KPlan::Space> KPlan::GetSpace(const std::vector<std::string>& alsoWritten) const {
     FileSystems systems;
     std::string directory;
     Space* space = nullptr;
@@ -105,6 +105,9 @@ std::vector<KPlan::Space> KPlan::GetSpace() const {
                 space->filesNeeded += action.replaces ? 0 : 1;
             }
         }
+    }
+    for (const std::string& written : alsoWritten) {
+        systems.Of(NormalPath(written));
     }
     return systems.Take();
 }

@@ -6,6 +6,7 @@
 #include <setup/plan/MacroReport.h>
 #include <setup/plan/PlanReport.h>
 #include <setup/plan/ProductPath.h>
+#include <setup/plan/RunPlaces.h>
 #include <setup/plan/RunPlan.h>
 #include <setup/plan/WhyNoRule.h>
 #include <setup/script/KMacroContext.h>
@@ -90,7 +91,7 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     report.path = path;
     report.script = script.GetPath();
     report.plan = &plan;
-    report.space = plan.GetSpace();
+    report.space = plan.GetSpace(installs ? WrittenByEachInstall() : std::vector<std::string>());
     const int exitCode = ExitCodeOf(report);
     std::cout << (arguments.json ? ToJson(report, exitCode) + "\n" : ToText(report)) << std::flush;
     return exitCode;

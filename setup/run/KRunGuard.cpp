@@ -37,9 +37,8 @@ KRunGuard::KRunGuard(
 
 void KRunGuard::Lock() {
     RequirePrivate(kit.GetDirectory());
-    if (arguments.command == Command::Install) { // a removal reads no payload
-        VerifySeal(kit.GetDirectory());
-    }
+    const bool installs = arguments.command == Command::Install;
+    VerifySeal(kit.GetDirectory(), installs ? KSealExtent::Whole : KSealExtent::WhatIsThere);
     WithSignals([&] {
         lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
     });
@@ -93,7 +92,7 @@ void KRunGuard::RefuseErrors(const std::string& productPath, const std::shared_p
 void KRunGuard::LookAround(const KPlan& plan) const {
     const bool installs = arguments.command == Command::Install;
     RequireWritable(plan);
-    RequireSpace(plan);
+    RequireSpace(plan, installs ? WrittenByEachInstall() : std::vector<std::string>());
     if (!arguments.offlineServices && installs) {
         RequireServiceManager(plan);
     }

@@ -88,6 +88,7 @@ void KSetupRun::Install() {
     RequireLoadable();
     RequireAddedLines(macros.GetExpander());
     guard.LookAround(*plan);
+    FindLogs();
     BackUp();
     Prepare();
     Load();
@@ -118,6 +119,7 @@ void KSetupRun::Remove() {
     Plan("remove");
     RequireLoadable();
     guard.LookAround(*plan);
+    FindLogs();
     AskBeforeRemoval();
     BackUp();
     Prepare();
@@ -171,21 +173,25 @@ void KSetupRun::RequireLoadable() const {
     }
 }
 
-void KSetupRun::Prepare() {
-    view.reset(); // from here on it is not true any more
+/// Where the run's log goes, and beside it what its commands write.
+void KSetupRun::FindLogs() {
     const KSUP::KString logName = installer.ExpandMacros("$product$ Setup Log.txt");
     report.log = KSUP::KUtil::GetPathName(logDirectory, logName).c_str();
-    RequireSafeLogDirectory(std::filesystem::path(report.log).parent_path());
+    commandLog = std::filesystem::path(report.log).parent_path() /
+                 installer.ExpandMacros("$product$ Setup Commands.txt").c_str();
+    RequireSafeLog(report.log);
+    RequireSafeLog(commandLog);
+}
+
+void KSetupRun::Prepare() {
+    view.reset(); // from here on it is not true any more
     KRunChronicle::Begin(report, kit.GetDirectory());
     try {
         installer.Initialize(kit.GetScript());
     } catch (const KSUP::KError& error) {
         throw KSetupFailure(ExitCode::noKit, InWords(error, ""));
     }
-    commandOutput.Begin(
-        std::filesystem::path(report.log).parent_path() /
-        installer.ExpandMacros("$product$ Setup Commands.txt").c_str()
-    );
+    commandOutput.Begin(commandLog);
 }
 
 void KSetupRun::Load() {

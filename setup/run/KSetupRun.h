@@ -45,6 +45,7 @@ class KSetupRun {
     void RequireLoadable() const;
     void AskBeforeRemoval() const;
     void BackUp();
+    void FindLogs();
     void Prepare();
     void Load();
     void Watch();
@@ -64,6 +65,7 @@ class KSetupRun {
     std::string begunPath; // of a removal that goes on without a record
     std::shared_ptr<KDiskView> view = std::make_shared<KDiskView>(); // until something changes
     std::unique_ptr<KPlan> plan;
+    std::string commandLog; // its path
     KCommandOutput commandOutput;
     std::unique_ptr<KRunWatch> watch;
     KINS::KInstaller installer; // last: its run uses the rest

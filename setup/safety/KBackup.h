@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/plan/RunPlaces.h>
 #include <setup/safety/KBackupIndex.h>
 #include <setup/safety/KFilePlace.h>
 #include <setup/safety/KPrivateDirectory.h>

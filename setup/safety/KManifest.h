@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/files/KFileDigest.h>
+#include <setup/plan/RunPlaces.h>
 #include <setup/safety/KPrivateDirectory.h>
 
 #include <cstdint>

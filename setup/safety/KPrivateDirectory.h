@@ -11,9 +11,6 @@
 
 namespace KSETUP {
 
-/// Where ins-setup keeps what it has to remember: below it, one directory for each product.
-inline constexpr const char* stateBaseDirectory = "/var/lib/ins++";
-
 /// A directory in which ins-setup keeps files for itself: made 0700, files in it 0600. It belongs
 /// to who runs the program (root), and nobody else may write in it, or it is refused: what stands
 /// there is believed later.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/plan/RunPlaces.h>
 #include <setup/safety/KPrivateDirectory.h>
 #include <setup/safety/KRunLock.h>
 

@@ -110,8 +110,8 @@ void RequireRoot() {
     }
 }
 
-void RequireSpace(const KPlan& plan) {
-    for (const KPlan::Space& space : plan.GetSpace()) {
+void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten) {
+    for (const KPlan::Space& space : plan.GetSpace(alsoWritten)) {
         if (!space.HasBytes()) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,

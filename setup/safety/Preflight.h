@@ -4,6 +4,7 @@
 #include <setup/plan/KPlan.h>
 
 #include <string>
+#include <vector>
 
 namespace KSETUP {
 
@@ -13,8 +14,9 @@ namespace KSETUP {
 /// Throws   KSetupFailure with ExitCode::notRoot for anybody else
 void RequireRoot();
 
-/// Throws   KSetupFailure with ExitCode::cannotWrite when a file system lacks bytes or inodes
-void RequireSpace(const KPlan& plan);
+/// Throws   KSetupFailure with ExitCode::cannotWrite when a file system lacks bytes or inodes, also
+///          one of the directories that are written to whatever the plan says
+void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten = {});
 
 /// Throws   KSetupFailure with ExitCode::cannotWrite when something is to be made or deleted on a file
 ///          system that is mounted read-only, in a directory that is immutable, or below what is no

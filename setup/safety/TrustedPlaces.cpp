@@ -4,10 +4,12 @@
 #include <setup/files/PathText.h>
 #include <setup/safety/TrustedPlaces.h>
 
+#include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <system_error>
 
 #include <fts.h>
 #include <sys/stat.h>
@@ -73,10 +75,15 @@ void RequirePrivate(const std::string& directory) {
     }
 }
 
-void RequireSafeLogDirectory(const std::string& directory) {
+void RequireSafeLog(const std::string& file) {
+    const std::string directory = ParentPath(file);
     struct stat status {};
     if (::stat(directory.c_str(), &status) != 0) {
-        return; // who opens the log there says what is wrong
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            directory + ": " + std::generic_category().message(errno) +
+                ". Logs go there. Nothing was changed. Make the directory (mkdir -p)."
+        );
     }
     const bool anybodyMay = (status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0;
     if (status.st_uid != 0 || anybodyMay) {
@@ -84,6 +91,13 @@ void RequireSafeLogDirectory(const std::string& directory) {
             ExitCode::cannotWrite,
             directory + ": the directory of logs can be changed by others than root. Nothing was "
                         "changed. Make it root's (chown root, chmod o-w)."
+        );
+    }
+    if (::lstat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            file + ": is no regular file, and a log is to be written there. Nothing was changed. "
+                   "Take it away."
         );
     }
 }

@@ -14,9 +14,10 @@ namespace KSETUP {
 /// Throws   KSetupFailure with ExitCode::noKit
 void RequirePrivate(const std::string& directory);
 
-/// The same of a directory for logs, where a group of the system's own may write.
+/// The same of the directory of a log, where a group of the system's own may write. The log itself
+/// is to be a regular file, or missing.
 ///
 /// Throws   KSetupFailure with ExitCode::cannotWrite
-void RequireSafeLogDirectory(const std::string& directory);
+void RequireSafeLog(const std::string& file);
 
 } // namespace KSETUP

@@ -209,6 +209,19 @@ INSTANTIATE_TEST_SUITE_P(
 );
 
 INSTANTIATE_TEST_SUITE_P(
+    Seals,
+    SetupUntouchedTest,
+    ::testing::Values(Refusal{
+        "ScriptOfTheRemovalThatWasChanged",
+        65,
+        "install.ini: changed",
+        "SETUP kit seal --kit KIT; SETUP install --kit KIT; "
+        "echo 'process=start,touch TREE/evil' >> KIT/install.ini",
+        "SETUP remove --yes --kit KIT"}),
+    KTEST::NameOfRow()
+);
+
+INSTANTIATE_TEST_SUITE_P(
     Machines,
     SetupUntouchedTest,
     ::testing::Values(
@@ -244,8 +257,35 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{
             "LinkInThePlaceOfTheLog",
             73,
-            "the setup log cannot be opened",
+            "Setup Test Setup Log.txt: is no regular file",
             "ln -s TREE/victim '/var/log/Setup Test Setup Log.txt'"},
+        Refusal{
+            "LinkInThePlaceOfTheCommandsLog",
+            73,
+            "Setup Test Setup Commands.txt: is no regular file",
+            "ln -s TREE/victim '/var/log/Setup Test Setup Commands.txt'"},
+        Refusal{
+            "LogDirectoryThatOthersMayWriteBeforeABackup",
+            73,
+            "the directory of logs",
+            "SETUP install --backup --kit KIT; chmod 0777 /var/log",
+            "SETUP install --backup --kit KIT",
+            "chmod 0755 /var/log"},
+        Refusal{
+            "NoSpaceForTheLog",
+            73,
+            "too little space",
+            "mkdir TREE/log; mount -t tmpfs -o size=1m none TREE/log; mount --bind TREE/log "
+            "/var/log",
+            "SETUP install --kit KIT",
+            "umount /var/log TREE/log"},
+        Refusal{
+            "NoSpaceForTheState",
+            73,
+            "too little space",
+            "mkdir -p /var/lib/ins++; mount -t tmpfs -o size=1m,mode=0700 none /var/lib/ins++",
+            "SETUP install --kit KIT",
+            "umount /var/lib/ins++"},
         Refusal{
             "NoServiceManager",
             69,

@@ -22,9 +22,9 @@ class KitSealTest : public ::testing::Test {
     }
     std::size_t Seal() { return KSETUP::WriteSeal(tree.Path("kit")); }
     /// What the kit is refused with; empty when it is fine.
-    std::string Verify() {
+    std::string Verify(KSETUP::KSealExtent extent = KSETUP::KSealExtent::Whole) {
         try {
-            KSETUP::VerifySeal(tree.Path("kit"));
+            KSETUP::VerifySeal(tree.Path("kit"), extent);
         } catch (const KSETUP::KSetupFailure& failure) {
             return failure.what();
         }
@@ -42,6 +42,15 @@ TEST_F(KitSealTest, ASealIsSortedAndInTheFormatOfSha256sum) {
         "490cd15464f572c67f425b1e7797ca92464fc380858d76aa8fad245ec33c0b97  install.ini\n"
     );
     EXPECT_EQ(Verify(), "");
+}
+
+TEST_F(KitSealTest, ARemovalNeedsNoPayloadButWhatIsThereIsTrue) {
+    Seal();
+    tree.Remove("kit/bin/tool");
+    EXPECT_THAT(Verify(), HasSubstr("bin/tool: missing"));
+    EXPECT_EQ(Verify(KSETUP::KSealExtent::WhatIsThere), "");
+    tree.Write("kit/install.ini", "[remove]\n");
+    EXPECT_THAT(Verify(KSETUP::KSealExtent::WhatIsThere), HasSubstr("install.ini: changed"));
 }
 
 TEST_F(KitSealTest, Sha256sumAgrees) {

@@ -59,12 +59,16 @@ TEST_F(TrustedPlacesTest, WhatIsInTheDirectoryCountsToo) {
 
 TEST_F(TrustedPlacesTest, ADirectoryOfLogsMayBeAGroups) {
     tree.Directory("log", 0775);
-    EXPECT_EQ(CodeOf([&] { RequireSafeLogDirectory(tree.Path("log")); }), 0) << words;
+    EXPECT_EQ(CodeOf([&] { RequireSafeLog(tree.Path("log/Setup Log.txt")); }), 0) << words;
     tree.SetMode("log", 0777);
-    EXPECT_EQ(CodeOf([&] { RequireSafeLogDirectory(tree.Path("log")); }), ExitCode::cannotWrite);
+    EXPECT_EQ(
+        CodeOf([&] { RequireSafeLog(tree.Path("log/Setup Log.txt")); }), ExitCode::cannotWrite
+    );
     tree.SetMode("log", 0755);
     tree.SetOwner("log", 1234, 1234);
-    EXPECT_EQ(CodeOf([&] { RequireSafeLogDirectory(tree.Path("log")); }), ExitCode::cannotWrite);
+    EXPECT_EQ(
+        CodeOf([&] { RequireSafeLog(tree.Path("log/Setup Log.txt")); }), ExitCode::cannotWrite
+    );
 }
 
 } // namespace

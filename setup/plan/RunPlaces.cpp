@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: MIT
+#include <setup/plan/RunPlaces.h>
+#include <sup++/KUtil.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr unsigned logDirectory = 19; // of the path map
+
+} // namespace
+
+std::vector<std::string> WrittenByEachInstall() {
+    return {KSUP::KUtil::GetPathName(logDirectory, "").c_str(), stateBaseDirectory};
+}
+
+} // namespace KSETUP
