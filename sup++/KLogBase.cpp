@@ -32,14 +32,15 @@ std::uint64_t NextSerial() noexcept {
     return ++serials;
 }
 
+/// The text of a second, in which only the milliseconds change.
+struct Second {
+    std::time_t value = -1;
+    std::array<char, 25> text{};
+};
+
 /// Appends the UTC time in milliseconds, as in 2026-01-31T23:59:59.123Z. The date is worked out
-/// once a second and thread; entries come in thousands.
-void AppendTime(std::string& line) {
-    struct Second {
-        std::time_t value = -1;
-        std::array<char, 25> text{};
-    };
-    static thread_local Second second;
+/// once a second; entries come in thousands.
+void AppendTime(std::string& line, Second& second) {
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME, &now);
     if (now.tv_sec != second.value) {
@@ -98,6 +99,7 @@ struct KLogBase::Entry {
     std::string line; // empty: no prefix yet
     std::size_t width = 0;
     bool nextIsStatus = false;
+    Second second;
 };
 
 KLogBase::KLogBase(const char* classTag) : KBase(classTag, true) {}
@@ -140,7 +142,7 @@ KLogBase::Entry* KLogBase::FindEntry() {
         free = entry.line.empty() ? &entry : free;
     }
     free = free != nullptr ? free : &entries.emplace_back();
-    *free = Entry{serial, {}, 0, false};
+    *free = Entry{serial, {}, 0, false, {}};
     return last = free;
 }
 
@@ -161,7 +163,7 @@ void KLogBase::EndEntry(Entry& entry) noexcept {
     try {
         BlankControls(entry.line);
         entry.line += '\t';
-        AppendTime(entry.line);
+        AppendTime(entry.line, entry.second);
         entry.line += '\n';
         if (lineIsCut.load(std::memory_order_relaxed) && lineIsCut.exchange(false)) {
             entry.line.insert(0, "\n"); // an entry begins a line whatever became of the one before
