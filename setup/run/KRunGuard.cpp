@@ -139,9 +139,17 @@ std::string KRunGuard::KeepManifest(const KPlan& plan, const std::string& produc
     return {};
 }
 
-std::vector<std::string> KRunGuard::FindLeft(const std::string& productPath) const {
-    if (const auto installed = KManifest::Read(service)) {
-        return installed->GetRemaining();
+std::vector<std::string>
+KRunGuard::FindLeft(const std::string& productPath, std::vector<std::string>& notes) const {
+    try {
+        if (const auto installed = KManifest::Read(service)) {
+            return installed->GetRemaining();
+        }
+    } catch (const KSetupFailure&) { // its advice is for those who keep the product
+        notes.push_back(
+            std::string(stateBaseDirectory) + "/" + service +
+            "/manifest could not be understood, so what was left is not known file by file."
+        );
     }
     return KSUP::KFileBase::DoesFileExist(productPath) ? std::vector<std::string>{productPath}
                                                        : std::vector<std::string>();

@@ -85,7 +85,7 @@ void KSetupRun::FillRemoved() {
                        "the product's link in /etc. Everything else that it names is removed.";
         return;
     }
-    report.leftBehind = guard.FindLeft(report.productPath);
+    report.leftBehind = guard.FindLeft(report.productPath, report.notes);
     if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.notes.emplace_back(
             "The directory is still there: it holds what the script does not delete."
