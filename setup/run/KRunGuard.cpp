@@ -51,6 +51,10 @@ void KRunGuard::Lock() {
 
 std::optional<KInterruptedRun> KRunGuard::FindBegunRemoval() const {
     auto interrupted = KRunState::Read(service);
+    if (interrupted && !interrupted->damage.empty()) {
+        voice.Say(Shown(interrupted->ToWords()));
+        return std::nullopt;
+    }
     const bool removes = interrupted && interrupted->action == KRunDescription::Action::Remove;
     return removes ? std::move(interrupted) : std::nullopt;
 }

@@ -59,7 +59,8 @@ class KRunGuard {
     /// Throws   KSetupFailure; a former backup is there still
     void BackUp(const KPlan& plan, const std::string& configuration) const;
 
-    /// A removal that was interrupted: it may have deleted the product's link already.
+    /// A removal that was interrupted: it may have deleted the product's link already. Tells of one
+    /// that may have been, but cannot be gone on with, because nobody knows any more.
     std::optional<KInterruptedRun> FindBegunRemoval() const;
     /// The first change is about to come. What an interrupted run had begun to write goes now.
     void Begin(const KRunDescription& run, const KPlan& plan);

@@ -57,6 +57,10 @@ KInterruptedRun Understood(const std::string& text) {
 } // namespace
 
 std::string KInterruptedRun::ToWords() const {
+    if (!damage.empty()) {
+        return damage + ": a run was interrupted, but which one is not known. Run \"ins-setup " +
+               installs + "\" or \"" + removes + "\" again to go on.";
+    }
     const bool install = action == Action::Install;
     return std::string(install ? "installing " : "removing ") + product + " " + version +
            (install ? " in " : " from ") + path + " was interrupted " +
@@ -107,12 +111,10 @@ KRunState::Read(const std::string& serviceName, const std::string& base, const s
     try {
         return Understood(*text);
     } catch (const std::invalid_argument& what) {
-        throw KSetupFailure(
-            ExitCode::malformedScript,
-            found->GetPath() + "/" + fileName + " cannot be understood (" + what.what() +
-                "): a run was interrupted, but not which. Run \"ins-setup install\" or \"remove\" "
-                "again; that writes the file anew."
-        );
+        KInterruptedRun unknown;
+        unknown.damage =
+            found->GetPath() + "/" + fileName + " cannot be understood (" + what.what() + ")";
+        return unknown;
     }
 }
 

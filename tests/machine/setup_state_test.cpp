@@ -55,4 +55,39 @@ TEST_F(SetupStateTest, ADamagedManifestHoldsNoRemovalUp) {
     EXPECT_EQ(RunSetup("status").out, "Setup Test is not installed.\n");
 }
 
+TEST_F(SetupStateTest, ADamagedStateIsToldAndMendedByTheNextInstall) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    GivenDamage("state");
+    const Outcome status = RunSetup("status");
+    EXPECT_EQ(status.exitCode, 0) << status.err;
+    EXPECT_THAT(status.out, AllOf(HasSubstr(notUnderstood), HasSubstr("is installed in")));
+    const Outcome next = RunSetup("install");
+    EXPECT_EQ(next.exitCode, 0) << next.err;
+    EXPECT_THAT(next.out, HasSubstr(notUnderstood));
+    EXPECT_FALSE(fs::exists(stateFile));
+    EXPECT_THAT(RunSetup("status").out, Not(HasSubstr("understood")));
+}
+
+TEST_F(SetupStateTest, ADamagedStateHoldsNoRemovalUp) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    GivenDamage("state");
+    const Outcome removed = RunSetup("remove");
+    EXPECT_EQ(removed.exitCode, 0) << removed.err;
+    EXPECT_THAT(removed.out, AllOf(HasSubstr(notUnderstood), HasSubstr("is removed from")));
+    EXPECT_FALSE(tree.Exists("product"));
+    EXPECT_FALSE(fs::exists(directory));
+}
+
+TEST_F(SetupStateTest, ADamagedStateOfAProductThatIsNotInstalledIsToldToo) {
+    GivenDamage("state");
+    const Outcome status = RunSetup("status");
+    EXPECT_EQ(status.exitCode, 3) << status.err;
+    EXPECT_THAT(status.out, HasSubstr(notUnderstood));
+    const Outcome removed = RunSetup("remove");
+    EXPECT_EQ(removed.exitCode, 0) << removed.err;
+    EXPECT_THAT(removed.out, AllOf(HasSubstr(notUnderstood), HasSubstr("nothing to remove")));
+    EXPECT_EQ(RunSetup("install").exitCode, 0);
+    EXPECT_FALSE(fs::exists(stateFile));
+}
+
 } // namespace
