@@ -92,14 +92,7 @@ void KSetupRun::Install() {
     Prepare();
     Load();
     Watch();
-    if (report.result == KRunResult::Done) {
-        if (const std::string why = guard.KeepManifest(*plan, report.productPath); !why.empty()) {
-            // The product is installed all the same.
-            report.notes.push_back("\"status --verify\" will not know of this: " + why);
-        }
-        guard.End();
-    }
-    FillNotes();
+    End();
 }
 
 void KSetupRun::Remove() {
@@ -123,10 +116,7 @@ void KSetupRun::Remove() {
     Prepare();
     Load();
     Watch();
-    if (report.result == KRunResult::Done) {
-        FillRemoved();
-    }
-    FillNotes();
+    End();
 }
 
 /// Everything that the run may change, so that "restore" can put it back.

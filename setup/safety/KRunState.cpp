@@ -3,6 +3,7 @@
 #include <setup/safety/KJsonLine.h>
 #include <setup/safety/KRunState.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -62,10 +63,13 @@ std::string KInterruptedRun::ToWords() const {
                installs + "\" or \"" + removes + "\" again to go on.";
     }
     const bool install = action == Action::Install;
+    const std::string count = std::to_string(ruleCount);
+    const std::string place =
+        ruleCount == 0 ? ""
+        : rule == 0    ? " before the first of its " + count + " rules"
+                       : " at rule " + std::to_string(std::min(rule, ruleCount)) + " of " + count;
     return std::string(install ? "installing " : "removing ") + product + " " + version +
-           (install ? " in " : " from ") + path + " was interrupted " +
-           (rule == 0 ? "before the first of its " + std::to_string(ruleCount) + " rules"
-                      : "at rule " + std::to_string(rule) + " of " + std::to_string(ruleCount)) +
+           (install ? " in " : " from ") + path + " was interrupted" + place +
            ". Run \"ins-setup " + (install ? installs : removes) + "\" again to go on.";
 }
 

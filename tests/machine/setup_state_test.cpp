@@ -90,4 +90,53 @@ TEST_F(SetupStateTest, ADamagedStateOfAProductThatIsNotInstalledIsToldToo) {
     EXPECT_FALSE(fs::exists(stateFile));
 }
 
+TEST_F(SetupStateTest, ARemovalThatLeavesTheLinkFailedEverywhere) {
+    tree.Write("kit/product.ini", KTEST::Replaced(product, "1.5", "72.1"));
+    for (const char* const section : {"directory=delete,$pathTargetConfig$\n", ""}) {
+        GivenScript();
+        ASSERT_EQ(RunSetup("install").exitCode, 0);
+        tree.Write("kit/install.ini", std::string("[remove]\n") + section);
+        const Outcome removed = RunSetup("remove");
+        EXPECT_EQ(removed.exitCode, 1);
+        EXPECT_THAT(
+            removed.err,
+            AllOf(HasSubstr("rules.\nSetup Test still counts"), Not(HasSubstr("Error")))
+        );
+        const std::string count = *section == '\0' ? "0 of 0" : "1 of 1";
+        const std::string log = KTEST::Slurp(setupLog);
+        EXPECT_THAT(
+            log.substr(log.rfind("ins-setup: End remove")),
+            HasSubstr(": failed, " + count + " rules: Setup Test still counts as installed")
+        );
+        EXPECT_FALSE(fs::exists(stateFile));
+        EXPECT_THAT(RunSetup("status").out, Not(HasSubstr("interrupted")));
+    }
+    const Outcome journal =
+        Run("journalctl --sync; journalctl -q -o json INSPP_VERSION=72.1 INSPP_COMMAND=remove");
+    EXPECT_THAT(
+        journal.out,
+        AllOf(HasSubstr("\"INSPP_RESULT\":\"failed\""), Not(HasSubstr("\"INSPP_RESULT\":\"done\"")))
+    );
+}
+
+TEST_F(SetupStateTest, ARunThatFailsBehindItsLastRuleIsAtThatRule) {
+    GivenScript("directory=delete,$pathTargetConfig$\n"); // where the record would go
+    ASSERT_EQ(RunSetup("install", "--no-check").exitCode, 1);
+    EXPECT_EQ(KTEST::Slurp(stateFile).substr(0, 11), "0000000007\n");
+    EXPECT_THAT(RunSetup("status").out, HasSubstr("was interrupted at rule 7 of 7."));
+}
+
+TEST_F(SetupStateTest, ARunThatIsKilledInItsFirstRuleIsAtThatRule) {
+    GivenScriptThatWaits();
+    std::string script = tree.Read("kit/install.ini");
+    const std::size_t at = script.find("process=");
+    const std::string rule = script.substr(at, script.find('\n', at) + 1 - at);
+    script.erase(at, rule.size());
+    tree.Write("kit/install.ini", script.insert(script.find("directory="), rule));
+    Run("SETUP install --kit KIT & " + std::string(whenStarted) +
+        "kill -KILL $!; wait $!; touch TREE/go");
+    ASSERT_TRUE(tree.Exists("started"));
+    EXPECT_THAT(RunSetup("status").out, HasSubstr("was interrupted at rule 1 of 7."));
+}
+
 } // namespace

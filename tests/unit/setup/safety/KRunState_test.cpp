@@ -125,6 +125,13 @@ TEST_F(KRunStateTest, TheWordsTellHowToGoOn) {
     );
 }
 
+TEST_F(KRunStateTest, TheWordsTellOfNoRuleThatIsNotThere) {
+    KInterruptedRun run{Run(), 41, ""}; // as former versions wrote behind the last rule
+    EXPECT_NE(run.ToWords().find("was interrupted at rule 40 of 40. "), std::string::npos);
+    run.ruleCount = 0;
+    EXPECT_NE(run.ToWords().find(" was interrupted. Run "), std::string::npos) << run.ToWords();
+}
+
 class NoStateTest : public KRunStateTest, public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(NoStateTest, IsAnInterruptedRunOfWhichNothingIsKnown) {
