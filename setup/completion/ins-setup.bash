@@ -3,9 +3,9 @@
 # /usr/share/bash-completion/completions/ins-setup.
 
 _ins_setup_options() { # COMMAND
-    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup'
+    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --offline-services'
     case $1 in
-    install) echo "$run --addProfileLine --offline-services --no-check --allow-downgrade" ;;
+    install) echo "$run --addProfileLine --no-check --allow-downgrade" ;;
     remove) echo "$run --yes -y" ;;
     status) echo '--kit --json --verify' ;;
     restore) echo '--kit --json' ;;

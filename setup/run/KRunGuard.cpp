@@ -98,7 +98,7 @@ void KRunGuard::LookAround(const KPlan& plan) const {
     const bool installs = arguments.command == Command::Install;
     RequireWritable(plan);
     RequireSpace(plan);
-    if (!arguments.offlineServices && installs) {
+    if (!arguments.offlineServices) {
         RequireServiceManager(plan);
     }
     const char* fate = installs ? "replaced: " : "deleted: ";
