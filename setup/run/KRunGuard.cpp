@@ -41,7 +41,13 @@ void KRunGuard::Lock() {
         VerifySeal(kit.GetDirectory());
     }
     WithSignals([&] {
-        lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
+        lock.emplace(
+            service,
+            arguments.waitSeconds,
+            [this] { return signals.Take() != 0; },
+            lockDirectory,
+            [this](const std::string& words) { voice.Say(Shown(words)); }
+        );
     });
     if (const auto interrupted = KRunState::Read(service)) {
         isAfterInterrupted = true;

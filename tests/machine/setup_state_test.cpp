@@ -139,4 +139,39 @@ TEST_F(SetupStateTest, ARunThatIsKilledInItsFirstRuleIsAtThatRule) {
     EXPECT_THAT(RunSetup("status").out, HasSubstr("was interrupted at rule 1 of 7."));
 }
 
+TEST_F(SetupStateTest, WhoWaitsAndWhoAsksIsToldOfTheRunThatGoesOn) {
+    GivenScriptThatWaits();
+    const Outcome all =
+        Run("SETUP install --quiet --kit KIT & first=$!; echo $first > TREE/pid; " +
+            std::string(whenStarted) +
+            "SETUP install --wait 60 --kit KIT > TREE/second & second=$!; "
+            "n=0; until grep -q Waiting TREE/second || [ $((n += 1)) -gt 500 ]; do sleep 0.01; "
+            "done; SETUP status --kit KIT; sleep 0.5; touch TREE/go; wait $first; echo first $?; "
+            "wait $second; echo second $?");
+    const std::string pid = tree.Read("pid").substr(0, tree.Read("pid").find('\n'));
+    const std::string process = "process " + pid + " (" + Program() + " install --quiet --kit ";
+    EXPECT_THAT(
+        all.out,
+        AllOf(
+            HasSubstr("A run is going on: " + process),
+            Not(HasSubstr("interrupted")),
+            HasSubstr("first 0\nsecond 0\n")
+        )
+    ) << all.err;
+    const std::string waited = tree.Read("second");
+    EXPECT_THAT(waited, StartsWith("Waiting for another run for setuptest: " + process));
+    EXPECT_EQ(waited.find("Waiting"), waited.rfind("Waiting"));
+}
+
+TEST_F(SetupStateTest, AHolderThatDoesNotSayWhoItIsIsWaitedForAloud) {
+    const Outcome refused =
+        Run("flock /run/lock/ins++-setuptest.lock SETUP install --wait 1 --kit KIT");
+    EXPECT_EQ(refused.exitCode, 75);
+    EXPECT_EQ(refused.out, "Waiting for another run for setuptest.\n");
+    EXPECT_THAT(
+        Run("flock /run/lock/ins++-setuptest.lock SETUP install --wait 1 --quiet --kit KIT").out,
+        IsEmpty()
+    );
+}
+
 } // namespace
