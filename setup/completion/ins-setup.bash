@@ -3,7 +3,8 @@
 # /usr/share/bash-completion/completions/ins-setup.
 
 _ins_setup_options() { # COMMAND
-    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --offline-services'
+    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup'
+    run+=' --offline-services'
     case $1 in
     install) echo "$run --addProfileLine --no-check --allow-downgrade" ;;
     remove) echo "$run --yes -y" ;;

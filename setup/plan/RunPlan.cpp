@@ -21,8 +21,8 @@ namespace KSETUP {
 
 namespace {
 
-/// Does the work of a question. With --json whoever asked gets an object also when it fails, and that
-/// is the end of it: a failure that went on from here would be told by an object of its own.
+/// Does the work of a question. With --json whoever asked gets an object also when it fails, and
+/// that is the end of it: a failure that went on from here would get an object of its own.
 int Answer(
     const KSetupArguments& arguments, const char* command, const std::function<int()>& work
 ) {

@@ -69,8 +69,8 @@ class KRunGuard {
     /// Returns  why what was installed could not be written down; empty when it was
     std::string KeepManifest(const KPlan& plan, const std::string& productPath);
     /// What an earlier run installed and a removal left; without a manifest the product path, if it
-    /// is there. So too with one that cannot be read: what is removed stays removed, and why no more
-    /// is known goes into `notes`.
+    /// is there. So too with one that cannot be read: what is removed stays removed, and `notes`
+    /// get why no more is known.
     std::vector<std::string>
     FindLeft(const std::string& productPath, std::vector<std::string>& notes) const;
     /// The run is over, or was never begun.

@@ -34,8 +34,8 @@ struct KLockHolder {
 class KRunLock {
   public:
     /// Takes the lock; waits up to `waitSeconds` for its holder to let go. `shallStop` is asked
-    /// between tries, ten times a second, during this call only; `tell` is given one sentence, which
-    /// names the holder, once it is clear that there is something to wait for.
+    /// between tries, ten times a second, during this call only. `tell` is given one sentence,
+    /// which names the holder, once it is clear that there is something to wait for.
     ///
     /// Throws   KSetupFailure: ExitCode::anotherRun naming the holder, ExitCode::cannotWrite when
     ///          the file is none of root's or cannot be made, ExitCode::signalBase + SIGINT when
