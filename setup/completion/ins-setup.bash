@@ -4,8 +4,9 @@
 
 _ins_setup_options() { # COMMAND
     local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup'
+    run+=' --offline-services'
     case $1 in
-    install) echo "$run --addProfileLine --offline-services --no-check --allow-downgrade" ;;
+    install) echo "$run --addProfileLine --no-check --allow-downgrade" ;;
     remove) echo "$run --yes -y" ;;
     status) echo '--kit --json --verify' ;;
     restore) echo '--kit --json' ;;

@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <iostream>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -25,6 +26,11 @@ int OpenDescriptor(std::string_view text) {
     return isNumber && number > STDIN_FILENO && ::fcntl(number, F_GETFD) >= 0 ? number : -1;
 }
 
+/// Whether the word behind this one is part of the command.
+bool HasCommandsBelow(std::string_view word) {
+    return word == "plan" || word == "kit";
+}
+
 } // namespace
 
 void TellEarlyRefusal(int argc, const char* const* argv, int exitCode, const std::string& why) {
@@ -40,6 +46,8 @@ void TellEarlyRefusal(int argc, const char* const* argv, int exitCode, const std
         const std::string_view word = words[index];
         if (index == 0 && !word.starts_with('-')) {
             report.command = word;
+        } else if (index == 1 && HasCommandsBelow(words[0]) && !word.starts_with('-')) {
+            report.command += " " + std::string(word);
         }
         json = json || word == "--json";
         events = events || word == "--json-events" || word.starts_with(descriptorOption);

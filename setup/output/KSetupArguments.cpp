@@ -110,6 +110,11 @@ void Parser::AddRunOptions(CLI::App* command) {
         )
         ->type_name("SECONDS");
     command->add_flag(
+        "--offline-services",
+        arguments.offlineServices,
+        "Where systemd does not run, as in an image: leave services for the next boot"
+    );
+    command->add_flag(
         "--backup", arguments.backup, "Keep what is overwritten or deleted, for \"restore\""
     );
 }
@@ -126,11 +131,6 @@ void Parser::AddInstall() {
         )
         ->type_name("LINE")
         ->allow_extra_args(false);
-    install->add_flag(
-        "--offline-services",
-        arguments.offlineServices,
-        "Where systemd does not run, as in an image: leave services for the next boot"
-    );
     install->add_flag("--no-check", arguments.noCheck, "Install although the script has errors");
     install->add_flag(
         "--allow-downgrade", arguments.allowDowngrade, "Install over a newer version"

@@ -186,7 +186,8 @@ void KSetupVoice::PrintTrouble(const KRunReport& report) {
     } else {
         out << VersionText(report) << ": " << Gerund(report) << " failed after " << report.rulesDone
             << " of " << report.rulesAll << " rules.\n"
-            << "Error " << report.errorCode << ": " << Shown(report.error) << "\n";
+            << (report.errorCode != 0 ? "Error " + std::to_string(report.errorCode) + ": " : "")
+            << Shown(report.error) << "\n";
         if (!report.rule.empty()) {
             out << "Rule: " << Shown(report.place) << ": " << Shown(report.rule) << "\n";
         }

@@ -22,8 +22,8 @@ namespace KSETUP {
 
 namespace {
 
-/// Does the work of a question. With --json whoever asked gets an object also when it fails; the
-/// words go to standard error in any case.
+/// Does the work of a question. With --json whoever asked gets an object also when it fails, and
+/// that is the end of it: a failure that went on from here would get an object of its own.
 int Answer(
     const KSetupArguments& arguments, const char* command, const std::function<int()>& work
 ) {
@@ -33,24 +33,25 @@ int Answer(
     report.command = command;
     report.result = KRunResult::Refused;
     const auto refuse = [&](int exitCode, const std::string& why) {
+        if (!arguments.json) {
+            throw KSetupFailure(exitCode, why);
+        }
         report.exitCode = exitCode;
         report.error = why;
-        if (arguments.json) {
-            std::cout << ToJson(report) << "\n";
-        }
-        throw KSetupFailure(exitCode, why);
+        std::cerr << "ins-setup: " << why << std::endl;
+        std::cout << ToJson(report) << std::endl;
+        return exitCode;
     };
     try {
         return work();
     } catch (const KSetupFailure& failure) {
-        refuse(failure.GetExitCode(), failure.what());
+        return refuse(failure.GetExitCode(), failure.what());
     } catch (const KSUP::KError& error) {
-        refuse(
+        return refuse(
             ExitCode::noKit,
             error.HasInfo() ? error.GetInfo().GetString().c_str() : error.GetSummary().c_str()
         );
     }
-    return ExitCode::internal;
 }
 
 int ExitCodeOf(const KPlanReport& report) {

@@ -15,9 +15,12 @@ namespace KSETUP {
 
 namespace {
 
-void FillInterrupted(const std::string& service, KRunReport& report) {
+/// A run that goes on, or one that did not come to its end.
+void FillRuns(const std::string& service, KRunReport& report) {
     try {
-        if (const auto interrupted = KRunState::Read(service)) {
+        if (const auto holder = KRunLock::FindHolder(service)) {
+            report.notes.push_back("A run is going on" + holder->ToWords());
+        } else if (const auto interrupted = KRunState::Read(service)) {
             report.notes.push_back(interrupted->ToWords());
         }
     } catch (const KSetupFailure& failure) {
@@ -56,7 +59,7 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     const KINS::KInstaller installer;
     const std::string service = installer.ExpandMacros("$serviceName$").c_str();
     report.product = KSetupKit::GetProductName().c_str();
-    FillInterrupted(service, report);
+    FillRuns(service, report);
     if (!installer.IsProductInstalled()) {
         report.result = KRunResult::NotInstalled;
         report.exitCode = ExitCode::notInstalled;

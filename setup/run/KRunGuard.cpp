@@ -40,7 +40,13 @@ void KRunGuard::Lock() {
     const bool installs = arguments.command == Command::Install;
     VerifySeal(kit.GetDirectory(), installs ? KSealExtent::Whole : KSealExtent::WhatIsThere);
     WithSignals([&] {
-        lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
+        lock.emplace(
+            service,
+            arguments.waitSeconds,
+            [this] { return signals.Take() != 0; },
+            lockDirectory,
+            [this](const std::string& words) { voice.Say(Shown(words)); }
+        );
     });
     if (const auto interrupted = KRunState::Read(service)) {
         isAfterInterrupted = true;
@@ -50,6 +56,10 @@ void KRunGuard::Lock() {
 
 std::optional<KInterruptedRun> KRunGuard::FindBegunRemoval() const {
     auto interrupted = KRunState::Read(service);
+    if (interrupted && !interrupted->damage.empty()) {
+        voice.Say(Shown(interrupted->ToWords()));
+        return std::nullopt;
+    }
     const bool removes = interrupted && interrupted->action == KRunDescription::Action::Remove;
     return removes ? std::move(interrupted) : std::nullopt;
 }
@@ -93,7 +103,7 @@ void KRunGuard::LookAround(const KPlan& plan) const {
     const bool installs = arguments.command == Command::Install;
     RequireWritable(plan);
     RequireSpace(plan, installs ? WrittenByEachInstall() : std::vector<std::string>());
-    if (!arguments.offlineServices && installs) {
+    if (!arguments.offlineServices) {
         RequireServiceManager(plan);
     }
     const char* fate = installs ? "replaced: " : "deleted: ";
@@ -138,9 +148,17 @@ std::string KRunGuard::KeepManifest(const KPlan& plan, const std::string& produc
     return {};
 }
 
-std::vector<std::string> KRunGuard::FindLeft(const std::string& productPath) const {
-    if (const auto installed = KManifest::Read(service)) {
-        return installed->GetRemaining();
+std::vector<std::string>
+KRunGuard::FindLeft(const std::string& productPath, std::vector<std::string>& notes) const {
+    try {
+        if (const auto installed = KManifest::Read(service)) {
+            return installed->GetRemaining();
+        }
+    } catch (const KSetupFailure&) { // its advice is for those who keep the product
+        notes.push_back(
+            std::string(stateBaseDirectory) + "/" + service +
+            "/manifest could not be understood, so what was left is not known file by file."
+        );
     }
     return KSUP::KFileBase::DoesFileExist(productPath) ? std::vector<std::string>{productPath}
                                                        : std::vector<std::string>();

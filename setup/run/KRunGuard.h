@@ -59,7 +59,8 @@ class KRunGuard {
     /// Throws   KSetupFailure; a former backup is there still
     void BackUp(const KPlan& plan, const std::string& configuration) const;
 
-    /// A removal that was interrupted: it may have deleted the product's link already.
+    /// A removal that was interrupted: it may have deleted the product's link already. Tells of one
+    /// that may have been, but cannot be gone on with, because nobody knows any more.
     std::optional<KInterruptedRun> FindBegunRemoval() const;
     /// The first change is about to come. What an interrupted run had begun to write goes now.
     void Begin(const KRunDescription& run, const KPlan& plan);
@@ -68,8 +69,10 @@ class KRunGuard {
     /// Returns  why what was installed could not be written down; empty when it was
     std::string KeepManifest(const KPlan& plan, const std::string& productPath);
     /// What an earlier run installed and a removal left; without a manifest the product path, if it
-    /// is there.
-    std::vector<std::string> FindLeft(const std::string& productPath) const;
+    /// is there. So too with one that cannot be read: what is removed stays removed, and `notes`
+    /// get why no more is known.
+    std::vector<std::string>
+    FindLeft(const std::string& productPath, std::vector<std::string>& notes) const;
     /// The run is over, or was never begun.
     void End() { state->End(); }
     /// The product is gone, and what was remembered of it goes too, save a backup.

@@ -28,6 +28,12 @@ namespace {
 constexpr const char* noVersion = "unknown"; // the engine's word for a record without one
 constexpr unsigned logDirectory = 19;        // of the path map
 
+void SetOfflineServices(const KSetupArguments& arguments) {
+    if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
+        throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
+    }
+}
+
 /// The rules that count, as the engine will count them.
 std::vector<KWatchedRule> RulesOf(const KPlan& plan, const std::string& script, bool installs) {
     std::vector<KWatchedRule> rules;
@@ -66,9 +72,7 @@ KSetupRun::KSetupRun(
 void KSetupRun::Install() {
     report.version = macros.Expand("$verInfo$");
     report.buildNumber = SvcGetOEMDataEx()->buildNumber;
-    if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
-        throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
-    }
+    SetOfflineServices(arguments);
     guard.Lock();
     if (installer.IsProductInstalled()) {
         const KInstalledRecord record = ReadRecord(installer);
@@ -93,14 +97,7 @@ void KSetupRun::Install() {
     Prepare();
     Load();
     Watch();
-    if (report.result == KRunResult::Done) {
-        if (const std::string why = guard.KeepManifest(*plan, report.productPath); !why.empty()) {
-            // The product is installed all the same.
-            report.notes.push_back("\"status --verify\" will not know of this: " + why);
-        }
-        guard.End();
-    }
-    FillNotes();
+    End();
 }
 
 void KSetupRun::Remove() {
@@ -115,6 +112,7 @@ void KSetupRun::Remove() {
     }
     report.version = record.version;
     report.buildNumber = record.buildNumber;
+    SetOfflineServices(arguments);
     guard.Lock();
     Plan("remove");
     RequireLoadable();
@@ -125,10 +123,7 @@ void KSetupRun::Remove() {
     Prepare();
     Load();
     Watch();
-    if (report.result == KRunResult::Done) {
-        FillRemoved();
-    }
-    FillNotes();
+    End();
 }
 
 /// Everything that the run may change, so that "restore" can put it back.

@@ -49,9 +49,11 @@ class KSetupRun {
     void Prepare();
     void Load();
     void Watch();
+    void End();
     void FillEnd(const KSUP::KError& error);
     void FillLogEnd();
     void FillNotes();
+    void FillInstalled();
     void FillRemoved();
 
     const KSetupKit& kit;

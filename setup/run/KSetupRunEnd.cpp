@@ -2,6 +2,7 @@
 //
 // A run from its first rule on: how it ends, and what is told of it.
 #include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
 #include <setup/output/KSetupLogTail.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
@@ -9,6 +10,7 @@
 #include <sup++/KErrorCode.h>
 #include <sup++/KFileBase.h>
 
+#include <algorithm>
 #include <csignal>
 #include <utility>
 
@@ -21,13 +23,45 @@ constexpr std::size_t logLinesShown = 5;
 } // namespace
 
 void KSetupRun::Watch() {
-    const auto ended = watch->Wait([this](unsigned done) { guard.SetRule(done + 1); });
+    const auto rememberRule = [this](unsigned done) {
+        guard.SetRule(std::min(done + 1, watch->GetRuleCount())); // behind the last none begins
+    };
+    rememberRule(0);
+    const auto ended = watch->Wait(rememberRule);
     report.rulesDone = installer.GetCompletedCount();
     report.rulesAll = installer.GetMaxCount();
     if (ended) {
+        rememberRule(report.rulesDone); // rules that came and went since the last look
         FillEnd(*ended);
     }
+}
+
+/// Settles what is remembered of the run. How it ended is written down only then: that may still
+/// decide it.
+void KSetupRun::End() {
+    if (report.result == KRunResult::Done) {
+        try {
+            if (report.command == "install") {
+                FillInstalled();
+            } else {
+                FillRemoved();
+            }
+        } catch (const KSetupFailure& failure) { // too late for a refusal
+            report.result = KRunResult::Failed;
+            report.exitCode = failure.GetExitCode();
+            report.error = failure.what();
+        }
+    }
+    FillNotes();
     KRunChronicle::End(report, installer.GetLog());
+}
+
+void KSetupRun::FillInstalled() {
+    if (const std::string why = guard.KeepManifest(*plan, report.productPath); !why.empty()) {
+        // The product is installed all the same.
+        report.notes.push_back("\"status --verify\" will not know of this: " + why);
+    }
+    guard.End();
 }
 
 void KSetupRun::FillEnd(const KSUP::KError& error) {
@@ -83,9 +117,10 @@ void KSetupRun::FillRemoved() {
         report.error = report.product +
                        " still counts as installed: the script's section [remove] does not delete "
                        "the product's link in /etc. Everything else that it names is removed.";
+        guard.End(); // nothing is left of it to go on with
         return;
     }
-    report.leftBehind = guard.FindLeft(report.productPath);
+    report.leftBehind = guard.FindLeft(report.productPath, report.notes);
     if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.notes.emplace_back(
             "The directory is still there: it holds what the script does not delete."

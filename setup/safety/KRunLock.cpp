@@ -139,30 +139,36 @@ KLockHolder ReadHolder(int file) {
 }
 
 KSetupFailure AnotherRun(const std::string& serviceName, const KLockHolder& holder) {
-    std::string who = ".";
-    if (holder.pid != 0) {
-        const bool lives = ::kill(holder.pid, 0) == 0 || errno == EPERM;
-        who = ": process " + std::to_string(holder.pid) + " (" + holder.command + ")" +
-              (lives ? "." : ", which ended and left a process of its own behind.");
-    }
     return {
         ExitCode::anotherRun,
-        "another run for " + serviceName + " goes on" + who +
+        "another run for " + serviceName + " goes on" + holder.ToWords() +
             " Run it again when that has ended, or let it wait with --wait SECONDS. Nothing was "
             "changed."};
 }
 
 } // namespace
 
+std::string KLockHolder::ToWords() const {
+    if (pid == 0) {
+        return ".";
+    }
+    const bool lives = ::kill(pid, 0) == 0 || errno == EPERM;
+    return ": process " + std::to_string(pid) + " (" + command + ")" +
+           (lives ? "." : ", which ended and left a process of its own behind.");
+}
+
 KRunLock::KRunLock(
     const std::string& serviceName,
     unsigned waitSeconds,
     const std::function<bool()>& shallStop,
-    const std::string& directory
+    const std::string& directory,
+    const std::function<void(const std::string&)>& tell
 ) {
     const std::string path = LockPath(serviceName, directory);
+    const Clock::time_point begin = Clock::now();
     const Clock::time_point end =
-        Clock::now() + std::max<Clock::duration>(std::chrono::seconds(waitSeconds), always);
+        begin + std::max<Clock::duration>(std::chrono::seconds(waitSeconds), always);
+    bool isTold = !tell || waitSeconds == 0;
     while (!TryLock(file, path)) {
         const KLockHolder holder = ReadHolder(file.Get());
         if (shallStop && shallStop()) {
@@ -173,6 +179,10 @@ KRunLock::KRunLock(
         }
         if (Clock::now() >= end || (waitSeconds == 0 && holder.pid != 0)) {
             throw AnotherRun(serviceName, holder);
+        }
+        if (!isTold && (holder.pid != 0 || Clock::now() >= begin + always)) {
+            isTold = true;
+            tell("Waiting for another run for " + serviceName + holder.ToWords());
         }
         std::this_thread::sleep_for(betweenTries);
     }

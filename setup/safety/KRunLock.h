@@ -17,6 +17,9 @@ inline constexpr const char* lockDirectory = "/run/lock";
 struct KLockHolder {
     pid_t pid = 0;       ///< 0 when it did not say yet
     std::string command; ///< its command line, printable
+
+    /// ": process 4711 (ins-setup install)." as the end of a sentence; "." without a process.
+    std::string ToWords() const;
 };
 
 /// One run at a time for a product: a lock (flock(2)) on DIRECTORY/ins++-NAME.lock, held as long as
@@ -31,7 +34,8 @@ struct KLockHolder {
 class KRunLock {
   public:
     /// Takes the lock; waits up to `waitSeconds` for its holder to let go. `shallStop` is asked
-    /// between tries, ten times a second, during this call only.
+    /// between tries, ten times a second, during this call only. `tell` is given one sentence,
+    /// which names the holder, once it is clear that there is something to wait for.
     ///
     /// Throws   KSetupFailure: ExitCode::anotherRun naming the holder, ExitCode::cannotWrite when
     ///          the file is none of root's or cannot be made, ExitCode::signalBase + SIGINT when
@@ -40,7 +44,8 @@ class KRunLock {
         const std::string& serviceName,
         unsigned waitSeconds = 0,
         const std::function<bool()>& shallStop = {},
-        const std::string& directory = lockDirectory
+        const std::string& directory = lockDirectory,
+        const std::function<void(const std::string&)>& tell = {}
     );
     /// Empties the file and lets go.
     ~KRunLock();

@@ -3,6 +3,7 @@
 #include <setup/safety/KJsonLine.h>
 #include <setup/safety/KRunState.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdio>
@@ -57,11 +58,18 @@ KInterruptedRun Understood(const std::string& text) {
 } // namespace
 
 std::string KInterruptedRun::ToWords() const {
+    if (!damage.empty()) {
+        return damage + ": a run was interrupted, but which one is not known. Run \"ins-setup " +
+               installs + "\" or \"" + removes + "\" again to go on.";
+    }
     const bool install = action == Action::Install;
+    const std::string count = std::to_string(ruleCount);
+    const std::string place =
+        ruleCount == 0 ? ""
+        : rule == 0    ? " before the first of its " + count + " rules"
+                       : " at rule " + std::to_string(std::min(rule, ruleCount)) + " of " + count;
     return std::string(install ? "installing " : "removing ") + product + " " + version +
-           (install ? " in " : " from ") + path + " was interrupted " +
-           (rule == 0 ? "before the first of its " + std::to_string(ruleCount) + " rules"
-                      : "at rule " + std::to_string(rule) + " of " + std::to_string(ruleCount)) +
+           (install ? " in " : " from ") + path + " was interrupted" + place +
            ". Run \"ins-setup " + (install ? installs : removes) + "\" again to go on.";
 }
 
@@ -107,12 +115,10 @@ KRunState::Read(const std::string& serviceName, const std::string& base, const s
     try {
         return Understood(*text);
     } catch (const std::invalid_argument& what) {
-        throw KSetupFailure(
-            ExitCode::malformedScript,
-            found->GetPath() + "/" + fileName + " cannot be understood (" + what.what() +
-                "): a run was interrupted, but not which. Run \"ins-setup install\" or \"remove\" "
-                "again; that writes the file anew."
-        );
+        KInterruptedRun unknown;
+        unknown.damage =
+            found->GetPath() + "/" + fileName + " cannot be understood (" + what.what() + ")";
+        return unknown;
     }
 }
 

@@ -23,7 +23,8 @@ struct KRunDescription {
 /// A run that began and did not come to its end: it failed, was stopped, killed, or the machine
 /// went down.
 struct KInterruptedRun : KRunDescription {
-    unsigned rule = 0; ///< the last one that was begun, from 1; 0 for none
+    unsigned rule = 0;  ///< the last one that was begun, from 1; 0 for none
+    std::string damage; ///< why the file cannot be understood: nothing else is known then
 
     /// "installing DPS 2.2 in /opt/dps was interrupted at rule 14 of 40. Run \"ins-setup install\"
     /// again to go on."
@@ -62,10 +63,10 @@ class KRunState {
     void End();
 
     /// The run that was interrupted; nothing without one, or while another process holds the
-    /// product's lock and so is still at it.
+    /// product's lock and so is still at it. A file that cannot be understood is one with `damage`:
+    /// it must not hold up the run that writes it anew.
     ///
-    /// Throws   KSetupFailure: ExitCode::notRoot for a user who may not look,
-    ///          ExitCode::malformedScript for a file that cannot be understood
+    /// Throws   KSetupFailure: ExitCode::notRoot for a user who may not look
     static std::optional<KInterruptedRun> Read(
         const std::string& serviceName,
         const std::string& base = stateBaseDirectory,

@@ -164,7 +164,7 @@ void RequireServiceManager(const KPlan& plan) {
         throw KSetupFailure(
             ExitCode::noService,
             "the script has services, and systemd does not run here. Nothing was changed. "
-            "\"install --offline-services\" leaves them for the next boot."
+            "--offline-services leaves them for the next boot."
         );
     }
 }

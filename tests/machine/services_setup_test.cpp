@@ -88,4 +88,28 @@ TEST_F(ServicesSetupTest, TellsWhatIsLeftForTheNextBootOfAnImage) {
     EXPECT_TRUE(fs::is_symlink(enablingLink));
 }
 
+TEST_F(ServicesSetupTest, RemovesFromAnImageWhenItIsToldTo) {
+    std::string script = tree.Read("kit/install.ini");
+    tree.Write(
+        "kit/install.ini",
+        script.insert(script.find("service=remove"), "service=stop,$serviceName$\n")
+    );
+    HideSystemd();
+    ASSERT_THAT(Setup("install --offline-services"), HasSubstr("exit 0"));
+    EXPECT_THAT(
+        Setup("remove"),
+        AllOf(
+            HasSubstr("systemd does not run here. Nothing was changed. --offline-services leaves"),
+            HasSubstr("exit 69")
+        )
+    );
+    EXPECT_FALSE(fs::exists("/var/lib/ins++/inspp-test/state"));
+    EXPECT_TRUE(fs::is_symlink(enablingLink));
+    EXPECT_THAT(
+        Setup("remove --offline-services"), AllOf(HasSubstr("is removed"), HasSubstr("exit 0"))
+    );
+    EXPECT_FALSE(fs::is_symlink(enablingLink));
+    EXPECT_FALSE(fs::exists(unitPath));
+}
+
 } // namespace

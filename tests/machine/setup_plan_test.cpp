@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// `ins-setup plan` on file systems that have too little room, or just enough.
+// `ins-setup plan` on file systems that have too little room, or just enough, and how it is refused.
+#include "../support/NameOfRow.h"
 #include "SetupRig.h"
 
+#include <ostream>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -99,5 +101,74 @@ TEST_F(SetupPlanTest, ARoomyFileSystemIsEnough) {
     EXPECT_TRUE(SpaceOf(Json::parse(RunSetup("plan install", "--json").out)).value("enough", false)
     );
 }
+
+struct RefusedQuestion {
+    const char* name;
+    const char* line;
+    const char* command;
+    int exitCode;
+    const char* message; ///< a part of it
+};
+
+std::ostream& operator<<(std::ostream& out, const RefusedQuestion& question) {
+    return out << question.name;
+}
+
+class SetupRefusedQuestionTest : public KTEST::SetupProgramTest,
+                                 public ::testing::WithParamInterface<RefusedQuestion> {};
+
+TEST_P(SetupRefusedQuestionTest, IsToldByExactlyOneObject) {
+    const Outcome refused = Run(std::string("SETUP ") + GetParam().line + " --json");
+    EXPECT_EQ(refused.exitCode, GetParam().exitCode);
+    ASSERT_EQ(refused.out.find('\n') + 1, refused.out.size()) << refused.out;
+    const Json answer = Json::parse(refused.out, nullptr, false);
+    ASSERT_TRUE(answer.is_object()) << refused.out;
+    EXPECT_EQ(answer.value("command", ""), GetParam().command);
+    EXPECT_EQ(answer.value("result", ""), "refused");
+    EXPECT_EQ(answer.value("exitCode", -1), GetParam().exitCode);
+    EXPECT_THAT(answer["error"].value("text", ""), HasSubstr(GetParam().message));
+    EXPECT_THAT(refused.err, HasSubstr(GetParam().message));
+    EXPECT_EQ(refused.err.find(GetParam().message), refused.err.rfind(GetParam().message));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of,
+    SetupRefusedQuestionTest,
+    ::testing::Values(
+        RefusedQuestion{
+            "PlanInstallWithoutAKit",
+            "plan install --kit /nonex",
+            "plan install",
+            66,
+            "/nonex: no such directory"},
+        RefusedQuestion{
+            "PlanRemoveWithoutAKit",
+            "plan remove --kit /nonex",
+            "plan remove",
+            66,
+            "/nonex: no such directory"},
+        RefusedQuestion{
+            "MacrosWithoutAKit", "macros --kit /nonex", "macros", 66, "/nonex: no such directory"},
+        RefusedQuestion{
+            "PlanInstallInTheSystem",
+            "plan install --kit KIT /usr",
+            "plan install",
+            64,
+            "\"/usr\" cannot be used"},
+        RefusedQuestion{
+            "PlanRemoveFromTheSystem",
+            "plan remove --kit KIT /usr",
+            "plan remove",
+            64,
+            "\"/usr\" cannot be used"},
+        RefusedQuestion{
+            "MacrosOfTheSystem", "macros --kit KIT /usr", "macros", 64, "\"/usr\" cannot be used"},
+        RefusedQuestion{
+            "PlanRemoveOfNothing", "plan remove --kit KIT", "plan remove", 3, "is not installed:"},
+        RefusedQuestion{
+            "PlanWithAnUnknownOption", "plan install --quickly", "plan install", 64, "--quickly"}
+    ),
+    KTEST::NameOfRow()
+);
 
 } // namespace

@@ -296,6 +296,15 @@ INSTANTIATE_TEST_SUITE_P(
             "SETUP install --kit KIT",
             "mv /run/systemd/hidden /run/systemd/system"},
         Refusal{
+            "NoServiceManagerToRemove",
+            69,
+            "systemd does not run here",
+            "SETUP install --kit KIT; "
+            "sed -i '/^.remove/a service=stop,$serviceName$' KIT/install.ini; "
+            "mv /run/systemd/system /run/systemd/hidden",
+            "SETUP remove --yes --kit KIT",
+            "mv /run/systemd/hidden /run/systemd/system"},
+        Refusal{
             "LockThatIsHeld",
             75,
             "another run for setuptest goes on",

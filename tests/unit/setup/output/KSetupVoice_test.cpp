@@ -90,6 +90,14 @@ TEST_F(KSetupVoiceTest, AFailureIsToldOnStandardErrorWithoutControlCharacters) {
     );
 }
 
+TEST_F(KSetupVoiceTest, AFailureWithoutANumberHasNone) {
+    GivenFailure();
+    report.errorCode = 0;
+    report.error = "still installed";
+    Tell();
+    EXPECT_THAT(err, HasSubstr(" rules.\nstill installed\nRule: "));
+}
+
 TEST_F(KSetupVoiceTest, ARefusalIsItsOwnWords) {
     report.result = KRunResult::Refused;
     report.error = "/kit: no such directory. Name the kit's with --kit DIR.";

@@ -112,6 +112,40 @@ TEST_F(KRunLockTest, AHolderThatIsKilledLetsGo) {
     EXPECT_EQ(Refusal(), "");
 }
 
+TEST_F(KRunLockTest, WhoWaitsIsToldOnceForWhom) {
+    Holder holder(tree.Path("lock"));
+    std::vector<std::string> told;
+    int asked = 0;
+    const auto killAtThirdTry = [&] {
+        if (++asked == 3) {
+            holder.Kill();
+        }
+        return false;
+    };
+    const std::string pid = std::to_string(holder.pid);
+    const KRunLock lock(
+        "dps",
+        60,
+        killAtThirdTry,
+        tree.Path("lock"),
+        [&](const std::string& words) { told.push_back(words); }
+    );
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_THAT(told[0], HasSubstr("Waiting for another run for dps: process " + pid + " ("));
+}
+
+TEST_F(KRunLockTest, WhoDoesNotWaitIsNotToldThatItDoes) {
+    const int file = ::open(tree.Path("lock/ins++-dps.lock").c_str(), O_CREAT | O_RDWR, 0600);
+    ASSERT_EQ(::flock(file, LOCK_EX), 0); // as somebody would who does not say who it is
+    bool told = false;
+    EXPECT_THROW(
+        KRunLock("dps", 0, {}, tree.Path("lock"), [&](const std::string&) { told = true; }),
+        KSetupFailure
+    );
+    EXPECT_FALSE(told);
+    ::close(file);
+}
+
 TEST_F(KRunLockTest, WaitingEndsWhenTheHolderEnds) {
     Holder holder(tree.Path("lock"));
     int asked = 0;

@@ -17,7 +17,6 @@ using KSETUP::KInterruptedRun;
 using KSETUP::KRunDescription;
 using KSETUP::KRunLock;
 using KSETUP::KRunState;
-using KSETUP::KSetupFailure;
 
 class KRunStateTest : public ::testing::Test {
   protected:
@@ -110,7 +109,7 @@ TEST_F(KRunStateTest, TheNextRunLearnsOfItUnderItsOwnLock) {
 }
 
 TEST_F(KRunStateTest, TheWordsTellHowToGoOn) {
-    KInterruptedRun run{Run(), 14};
+    KInterruptedRun run{Run(), 14, ""};
     run.path = "/opt/dps";
     EXPECT_EQ(
         run.ToWords(),
@@ -126,11 +125,27 @@ TEST_F(KRunStateTest, TheWordsTellHowToGoOn) {
     );
 }
 
+TEST_F(KRunStateTest, TheWordsTellOfNoRuleThatIsNotThere) {
+    KInterruptedRun run{Run(), 41, ""}; // as former versions wrote behind the last rule
+    EXPECT_NE(run.ToWords().find("was interrupted at rule 40 of 40. "), std::string::npos);
+    run.ruleCount = 0;
+    EXPECT_NE(run.ToWords().find(" was interrupted. Run "), std::string::npos) << run.ToWords();
+}
+
 class NoStateTest : public KRunStateTest, public ::testing::WithParamInterface<const char*> {};
 
-TEST_P(NoStateTest, IsAClearFailure) {
+TEST_P(NoStateTest, IsAnInterruptedRunOfWhichNothingIsKnown) {
     GivenText(GetParam());
-    EXPECT_THROW(Read(), KSetupFailure);
+    const auto run = Read();
+    ASSERT_TRUE(run.has_value());
+    EXPECT_THAT(run->damage, ::testing::StartsWith(tree.Path("base/dps/state") + " cannot be "));
+    EXPECT_EQ(
+        run->ToWords(),
+        run->damage + ": a run was interrupted, but which one is not known. Run \"ins-setup "
+                      "install\" or \"remove\" again to go on."
+    );
+    State().Begin(Run());
+    EXPECT_EQ(Read()->damage, "");
 }
 
 INSTANTIATE_TEST_SUITE_P(
