@@ -102,6 +102,7 @@ std::string ToJson(const KPlanReport& report, int exitCode) {
     object["exitCode"] = exitCode;
     object["product"] = report.product;
     object["version"] = report.version;
+    object["buildNumber"] = report.buildNumber;
     object["productPath"] = report.path;
     object["script"] = report.script;
     object["rules"] = Json::array();

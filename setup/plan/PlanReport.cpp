@@ -123,8 +123,10 @@ KPlanTotals CountTotals(const KPlan& plan) {
 std::string ToText(const KPlanReport& report) {
     const KPlanTotals totals = CountTotals(*report.plan);
     std::string text = (report.installs ? "Installing " : "Removing ") + Shown(report.product) +
-                       " " + Shown(report.version) + (report.installs ? " in " : " from ") +
-                       Shown(report.path) + " would do this. Nothing is done now.\n\n";
+                       " " + Shown(report.version) + " (build " +
+                       std::to_string(report.buildNumber) + ")" +
+                       (report.installs ? " in " : " from ") + Shown(report.path) +
+                       " would do this. Nothing is done now.\n\n";
     const std::string script = Shown(std::filesystem::path(report.script).filename().string());
     for (const KPlannedRule& planned : report.plan->GetRules()) {
         if (planned.rule.line.type != "section") {

@@ -12,7 +12,8 @@ namespace KSETUP {
 struct KPlanReport {
     bool installs = true;
     std::string product;
-    std::string version; ///< and build number, as "2.2 (build 41)"
+    std::string version; ///< what would be installed, or what is and would be removed
+    unsigned buildNumber = 0;
     std::string path;
     std::string script;
     const KPlan* plan = nullptr;

@@ -12,6 +12,7 @@
 #include <setup/script/KMacroContext.h>
 #include <sup++/KError.h>
 #include <sup++/KTraceLogger.h>
+#include <sup++/SvcData.h>
 #include <sup++/SvcTrace.h>
 
 #include <algorithm>
@@ -65,6 +66,21 @@ int ExitCodeOf(const KPlanReport& report) {
     return fits ? ExitCode::done : ExitCode::cannotWrite;
 }
 
+/// A removal takes away what is installed, whatever version the kit is of.
+void FillVersion(
+    KPlanReport& report, const KINS::KInstaller& installer, const KMacroContext& macros
+) {
+    if (report.installs || !installer.IsProductInstalled()) {
+        report.version = macros.Expand("$verInfo$");
+        report.buildNumber = SvcGetOEMDataEx()->buildNumber;
+        return;
+    }
+    KSUP::KString path;
+    KSUP::KString version;
+    installer.GetInstalledProductInformation(path, version, report.buildNumber);
+    report.version = version.c_str();
+}
+
 int Plan(const KSetupArguments& arguments, bool installs) {
     const KSetupKit kit(arguments.kit);
     const KINS::KInstaller installer;
@@ -88,7 +104,7 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     KPlanReport report;
     report.installs = installs;
     report.product = KSetupKit::GetProductName().c_str();
-    report.version = macros.Expand("$verInfo$ (build $buildNumber$)");
+    FillVersion(report, installer, macros);
     report.path = path;
     report.script = script.GetPath();
     report.plan = &plan;

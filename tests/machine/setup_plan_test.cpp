@@ -84,6 +84,17 @@ TEST_F(SetupPlanTest, WhatIsToSpareCountsAsInARun) {
     EXPECT_THAT(install.err, HasSubstr("too little space: 10.0 MiB needed, 9.0 MiB free."));
 }
 
+TEST_F(SetupPlanTest, ARemovalIsOfWhatIsInstalled) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    Run("sed -i s/1.5/1.4/ KIT/product.ini");
+    EXPECT_THAT(RunSetup("plan remove").out, HasSubstr("Removing Setup Test 1.5 (build 9) from "));
+    const Json plan = Json::parse(RunSetup("plan remove", "--json").out, nullptr, false);
+    ASSERT_TRUE(plan.is_object());
+    EXPECT_EQ(plan.value("version", ""), "1.5");
+    EXPECT_EQ(plan.value("buildNumber", 0), 9);
+    EXPECT_EQ(Json::parse(RunSetup("plan install", "--json").out).value("version", ""), "1.4");
+}
+
 TEST_F(SetupPlanTest, TooFewInodesAreTold) {
     GivenFileSystem("size=64m,nr_inodes=3");
     const Outcome plan = RunSetup("plan install");
