@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// `ins-setup plan` on file systems that have too little room, or just enough, and how it is refused.
+// `ins-setup plan` on file systems that have too little room, or just enough, and questions that are
+// refused.
 #include "../support/NameOfRow.h"
 #include "SetupRig.h"
 
