@@ -43,7 +43,7 @@ class KSetupRun {
   private:
     void Plan(const char* section);
     void RequireLoadable() const;
-    void AskBeforeRemoval() const;
+    void AskBeforeRemoval();
     void BackUp();
     void Prepare();
     void Load();
