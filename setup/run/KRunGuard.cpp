@@ -37,12 +37,11 @@ KRunGuard::KRunGuard(
 
 void KRunGuard::Lock() {
     RequirePrivate(kit.GetDirectory());
+    const auto shallStop = [this] { return signals.Take() != 0; };
     if (arguments.command == Command::Install) { // a removal reads no payload
-        VerifySeal(kit.GetDirectory());
+        WithSignals([&] { VerifySeal(kit.GetDirectory(), shallStop); });
     }
-    WithSignals([&] {
-        lock.emplace(service, arguments.waitSeconds, [this] { return signals.Take() != 0; });
-    });
+    WithSignals([&] { lock.emplace(service, arguments.waitSeconds, shallStop); });
     if (const auto interrupted = KRunState::Read(service)) {
         isAfterInterrupted = true;
         voice.Say(Shown(interrupted->ToWords()));
@@ -100,6 +99,15 @@ void KRunGuard::LookAround(const KPlan& plan) const {
     const char* fate = installs ? "replaced: " : "deleted: ";
     for (const std::string& program : FindRunningPrograms(plan)) {
         voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
+    }
+}
+
+void KRunGuard::RefuseStopped() const {
+    signals.Take();
+    if (signals.GetFirst() != 0) {
+        throw KSetupFailure(
+            ExitCode::signalBase + signals.GetFirst(), "Stopped on request. Nothing was changed."
+        );
     }
 }
 

@@ -133,6 +133,7 @@ void KSetupRun::Remove() {
 /// Everything that the run may change, so that "restore" can put it back.
 void KSetupRun::BackUp() {
     const std::filesystem::path product(report.productPath);
+    guard.RefuseStopped();
     guard.BackUp(*plan, product / "config" / macros.Expand("$iniFile$"));
 }
 
