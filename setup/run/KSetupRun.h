@@ -49,6 +49,8 @@ class KSetupRun {
     void Load();
     void Watch();
     void FillEnd(const KSUP::KError& error);
+    void FillStopped();
+    std::string WhatStays() const;
     void FillLogEnd();
     void FillNotes();
     void FillRemoved();
