@@ -214,6 +214,8 @@ TEST_F(TerminalTest, CtrlCStopsAndSaysWhatBecameOfTheFile) {
         HasSubstr("The file that was being copied was taken away: " + tree.Path("product/lin/"))
     );
     EXPECT_FALSE(tree.Exists("product/lin/x86_64/svc"));
+    // A copy that is called off reports all of it.
+    EXPECT_THAT(shown.substr(shown.find("Stopping.")), Not(HasSubstr("\r[")));
 }
 
 TEST_F(TerminalTest, ASecondCtrlCIsAnsweredToo) {
