@@ -100,6 +100,7 @@ int Refuse(int exitCode, const std::string& why) {
     report.exitCode = exitCode;
     report.error = why;
     std::cout << ToJson(report) << std::endl;
+    std::cerr << "ins-setup: " << why << std::endl;
     return exitCode;
 }
 

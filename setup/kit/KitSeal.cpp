@@ -7,6 +7,8 @@
 #include <setup/output/Words.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <map>
 #include <string_view>
@@ -24,13 +26,18 @@ constexpr std::size_t digestLetters = 64;
 constexpr std::size_t namesShown = 20;
 
 /// The digest of a file, or of the one that a link leads to, in hexadecimal letters.
-std::string DigestOf(const fs::path& path) {
+std::string DigestOf(const fs::path& path, const std::function<bool()>& shallStop = {}) {
     std::error_code error;
     const fs::path real = fs::canonical(path, error);
     if (error) {
         FailOn(path, error.value());
     }
-    const KFileDigest digest = DigestFile(real.string());
+    const KFileDigest digest = DigestFile(real.string(), shallStop);
+    if (digest.errorNumber == ECANCELED) {
+        throw KSetupFailure(
+            ExitCode::signalBase + SIGINT, "Stopped on request. Nothing was changed."
+        );
+    }
     if (digest.errorNumber != 0) {
         FailOn(path, digest.errorNumber);
     }
@@ -152,7 +159,9 @@ bool IsSealed(const std::string& kitDirectory) {
     return status.type() != fs::file_type::not_found;
 }
 
-void VerifySeal(const std::string& kitDirectory, KSealExtent extent) {
+void VerifySeal(
+    const std::string& kitDirectory, KSealExtent extent, const std::function<bool()>& shallStop
+) {
     if (!IsSealed(kitDirectory)) {
         return;
     }
@@ -166,7 +175,7 @@ void VerifySeal(const std::string& kitDirectory, KSealExtent extent) {
             Complain(wrong, name, "not listed");
             continue;
         }
-        if (DigestOf(kit / name) != sealed->second) {
+        if (DigestOf(kit / name, shallStop) != sealed->second) {
             Complain(wrong, name, "changed");
         }
         digests.erase(sealed);

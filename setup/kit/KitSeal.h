@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace KSETUP {
@@ -18,13 +19,18 @@ bool IsSealed(const std::string& kitDirectory);
 enum class KSealExtent { Whole, WhatIsThere };
 
 /// Holds a kit against its seal. A kit without one is fine; in one with a seal every file has to be
-/// listed and to be what it was, for a wildcard reads also what nobody listed.
+/// listed and to be what it was, for a wildcard reads also what nobody listed. `shallStop` is asked
+/// before each file and each 1 MiB of one.
 ///
 /// For a removal the payload may be gone: its files need not be there, and are what they were where
 /// they are.
 ///
 /// Throws   KSetupFailure that names what is missing, changed or not listed; also when the seal
-///          cannot be read
-void VerifySeal(const std::string& kitDirectory, KSealExtent extent = KSealExtent::Whole);
+///          cannot be read, or `shallStop` said so (ExitCode::signalBase + SIGINT)
+void VerifySeal(
+    const std::string& kitDirectory,
+    KSealExtent extent = KSealExtent::Whole,
+    const std::function<bool()>& shallStop = {}
+);
 
 } // namespace KSETUP

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <optional>
+#include <string>
+
 namespace KSETUP {
 
 /// Takes note of SIGINT, SIGTERM and SIGHUP instead of dying of them, for the life of the program.
@@ -16,7 +19,13 @@ class KSetupSignals {
     /// The first signal that came, or 0.
     int GetFirst() const noexcept { return first; }
 
+    /// The next line, without its end. Nothing when the input ends before it does or cannot be
+    /// read, or when a signal comes, or came before: GetFirst() tells which.
+    std::optional<std::string> ReadLine(int descriptor);
+
   private:
+    bool WaitForInput(int descriptor);
+
     int first = 0;
 };
 

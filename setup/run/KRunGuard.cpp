@@ -38,15 +38,12 @@ KRunGuard::KRunGuard(
 void KRunGuard::Lock() {
     RequirePrivate(kit.GetDirectory());
     const bool installs = arguments.command == Command::Install;
-    VerifySeal(kit.GetDirectory(), installs ? KSealExtent::Whole : KSealExtent::WhatIsThere);
+    const auto shallStop = [this] { return signals.Take() != 0; };
     WithSignals([&] {
-        lock.emplace(
-            service,
-            arguments.waitSeconds,
-            [this] { return signals.Take() != 0; },
-            lockDirectory,
-            [this](const std::string& words) { voice.Say(Shown(words)); }
-        );
+        const KSealExtent extent = installs ? KSealExtent::Whole : KSealExtent::WhatIsThere;
+        VerifySeal(kit.GetDirectory(), extent, shallStop);
+        const auto tell = [this](const std::string& words) { voice.Say(Shown(words)); };
+        lock.emplace(service, arguments.waitSeconds, shallStop, lockDirectory, tell);
     });
     if (const auto interrupted = KRunState::Read(service)) {
         isAfterInterrupted = true;
@@ -112,6 +109,15 @@ void KRunGuard::LookAround(const KPlan& plan) const {
     }
 }
 
+void KRunGuard::RefuseStopped() const {
+    signals.Take();
+    if (signals.GetFirst() != 0) {
+        throw KSetupFailure(
+            ExitCode::signalBase + signals.GetFirst(), "Stopped on request. Nothing was changed."
+        );
+    }
+}
+
 void KRunGuard::BackUp(const KPlan& plan, const std::string& configuration) const {
     if (!arguments.backup) {
         return;
@@ -131,6 +137,17 @@ void KRunGuard::Begin(const KRunDescription& run, const KPlan& plan) {
     }
 }
 
+/// One that is damaged is lost; the new one is as true without it.
+void KRunGuard::MergeFormer(KManifest& manifest) const {
+    try {
+        if (const auto former = KManifest::Read(service)) {
+            manifest.Merge(*former);
+        }
+    } catch (const KSetupFailure&) {
+        voice.Say("The former manifest could not be understood; it is written anew.");
+    }
+}
+
 std::string KRunGuard::KeepManifest(const KPlan& plan, const std::string& productPath) {
     try {
         const auto shallStop = [this] { return signals.Take() != 0; };
@@ -138,9 +155,7 @@ std::string KRunGuard::KeepManifest(const KPlan& plan, const std::string& produc
         if (signals.GetFirst() != 0) {
             return "it was stopped on request.";
         }
-        if (const auto former = KManifest::Read(service)) {
-            manifest.Merge(*former);
-        }
+        MergeFormer(manifest);
         manifest.Write(service);
     } catch (const KSetupFailure& failure) {
         return failure.what();

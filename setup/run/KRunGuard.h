@@ -8,6 +8,7 @@
 #include <setup/plan/KDiskView.h>
 #include <setup/plan/KPlan.h>
 #include <setup/safety/KDigestsAhead.h>
+#include <setup/safety/KManifest.h>
 #include <setup/safety/KRunLock.h>
 #include <setup/safety/KRunState.h>
 
@@ -21,8 +22,9 @@ namespace KSETUP {
 
 /// The safety net of a run: refuses what would fail before anything changes, keeps others away, and
 /// remembers what is begun and what was installed. In the order of the calls: Lock, ReadAhead,
-/// RefuseErrors, LookAround, BackUp, Begin, SetRule, then End (with KeepManifest before it) or
-/// Forget. A run that does not come so far leaves its state, which the next one tells of.
+/// RefuseErrors, LookAround, RefuseStopped, BackUp, Begin, SetRule, then End (with KeepManifest
+/// before it) or Forget. A run that does not come so far leaves its state, which the next one tells
+/// of.
 ///
 /// Borrows everything that it is given; holds the product's lock as long as it lives.
 /// Thread   the main thread's
@@ -40,7 +42,7 @@ class KRunGuard {
     /// run that was interrupted.
     ///
     /// Throws   KSetupFailure for a kit that others can change or whose seal is broken, for another
-    ///          run, and for a signal while it is waited for
+    ///          run, and for a signal while the seal is checked or that run is waited for
     void Lock();
 
     /// Begins to read what is about to be copied, for the manifest, beside everything that follows.
@@ -53,6 +55,11 @@ class KRunGuard {
     /// Throws   KSetupFailure when there is no room, a place cannot be written, or a service manager
     ///          is missing. Tells which programs run that are about to go
     void LookAround(const KPlan& plan) const;
+
+    /// The last look before the first change: a signal until now changes nothing.
+    ///
+    /// Throws   KSetupFailure for one that came
+    void RefuseStopped() const;
 
     /// With --backup, keeps what the plan may change, and the product's configuration.
     ///
@@ -79,6 +86,7 @@ class KRunGuard {
     void Forget();
 
   private:
+    void MergeFormer(KManifest& manifest) const;
     void WithSignals(const std::function<void()>& work) const;
 
     const KSetupKit& kit;

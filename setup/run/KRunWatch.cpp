@@ -60,7 +60,9 @@ std::optional<KSUP::KError> KRunWatch::Wait(const std::function<void(unsigned)>&
         }
     } catch (const KSUP::KError& error) {
         Follow();
-        voice.Status(toldDone, installer.GetStatus(), 0, true);
+        if (!installer.IsCancelled()) {
+            voice.Status(toldDone, installer.GetStatus(), 0, true);
+        }
         return error;
     }
     TellRules(GetRuleCount());
@@ -78,7 +80,10 @@ void KRunWatch::Follow() {
             voice.RuleStarted(toldStarted, rules[done].place, words);
         }
     }
-    voice.Status(done, installer.GetStatus(), PartDone(), false);
+    // What is called off reports that it is done, and nothing follows.
+    if (!installer.IsCancelled()) {
+        voice.Status(done, installer.GetStatus(), PartDone(), false);
+    }
 }
 
 /// Rules that came and went between two looks, or that report nothing, are told by their lines.
@@ -117,7 +122,9 @@ void KRunWatch::AnswerSignal() {
     // Said before anything is asked: the run may hold the answer up.
     voice.Warn(installer.IsCancelled() ? "Still stopping." : "Stopping.");
     installer.Stop();
-    voice.Warn("Waiting for: " + Shown(installer.GetStatus().c_str()));
+    if (const KSUP::KString status = installer.GetStatus(); !status.IsEmpty()) {
+        voice.Warn("Waiting for: " + Shown(status.c_str()));
+    }
 }
 
 } // namespace KSETUP

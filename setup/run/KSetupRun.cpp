@@ -18,6 +18,7 @@
 #include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 
 #include <unistd.h>
 
@@ -129,21 +130,25 @@ void KSetupRun::Remove() {
 /// Everything that the run may change, so that "restore" can put it back.
 void KSetupRun::BackUp() {
     const std::filesystem::path product(report.productPath);
+    guard.RefuseStopped();
     guard.BackUp(*plan, product / "config" / macros.Expand("$iniFile$"));
 }
 
 /// Only where somebody sits: a run that nobody watches is never held up.
-void KSetupRun::AskBeforeRemoval() const {
+void KSetupRun::AskBeforeRemoval() {
     if (arguments.yes || !voice.IsText() || ::isatty(STDIN_FILENO) == 0 ||
         ::isatty(STDOUT_FILENO) == 0) {
         return;
     }
     std::cout << "Remove " << Shown(report.product) << " " << Shown(report.version) << " from "
               << Shown(report.productPath) << "? [y/N] " << std::flush;
-    std::string answer;
-    std::getline(std::cin, answer);
+    const std::optional<std::string> answer = signals.ReadLine(STDIN_FILENO);
+    if (!answer) {
+        std::cout << std::endl; // the end of the line that nobody wrote
+    }
     if (answer != "y" && answer != "Y" && answer != "yes") {
-        throw KSetupFailure(ExitCode::signalBase + SIGINT, "Nothing was removed.");
+        const int signal = signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT;
+        throw KSetupFailure(ExitCode::signalBase + signal, "Nothing was removed.");
     }
 }
 

@@ -43,7 +43,7 @@ class KSetupRun {
   private:
     void Plan(const char* section);
     void RequireLoadable() const;
-    void AskBeforeRemoval() const;
+    void AskBeforeRemoval();
     void BackUp();
     void FindLogs();
     void Prepare();
@@ -51,6 +51,8 @@ class KSetupRun {
     void Watch();
     void End();
     void FillEnd(const KSUP::KError& error);
+    void FillStopped();
+    std::string WhatStays() const;
     void FillLogEnd();
     void FillNotes();
     void FillInstalled();

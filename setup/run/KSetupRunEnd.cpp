@@ -13,12 +13,46 @@
 #include <algorithm>
 #include <csignal>
 #include <utility>
+#include <vector>
 
 namespace KSETUP {
 
 namespace {
 
 constexpr std::size_t logLinesShown = 5;
+constexpr std::size_t pathsShown = 5;
+
+/// What a rule, by its number among those that count, was to copy and is not there. A stop takes
+/// away what is being copied, and so each further file of a wildcard, also one that had been there.
+std::vector<std::string> FindMissingCopies(const KPlan& plan, unsigned number) {
+    std::vector<std::string> missing;
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        if (rule.rule.line.type == "section" || number-- != 0) {
+            continue;
+        }
+        for (const KPlannedAction& action : rule.actions) {
+            if (action.kind == KPlannedAction::Kind::CopyFile &&
+                !KSUP::KFileBase::DoesFileExist(action.path)) {
+                missing.push_back(action.path);
+            }
+        }
+        break;
+    }
+    return missing;
+}
+
+std::string TakenAway(const std::vector<std::string>& paths) {
+    if (paths.size() == 1) {
+        return "The file that was being copied was taken away: " + paths.front();
+    }
+    std::string text = "The files that were being copied were taken away: " + paths.front();
+    for (std::size_t at = 1; at < std::min(paths.size(), pathsShown); ++at) {
+        text += ", " + paths[at];
+    }
+    return paths.size() <= pathsShown
+               ? text
+               : text + " and " + std::to_string(paths.size() - pathsShown) + " more";
+}
 
 } // namespace
 
@@ -65,28 +99,15 @@ void KSetupRun::FillInstalled() {
 }
 
 void KSetupRun::FillEnd(const KSUP::KError& error) {
-    const std::string copied = watch->GetCopied(report.rulesDone);
     if (error.GetCode() == KSUP::ErrorCode::cancelled) {
-        report.result = KRunResult::Cancelled;
-        report.exitCode =
-            ExitCode::signalBase + (signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT);
-        report.error = "stopped on request";
-        // A copy that was called off counts as done.
-        const std::string calledOff = copied.empty() && report.rulesDone > 0
-                                          ? watch->GetCopied(report.rulesDone - 1)
-                                          : copied;
-        if (!calledOff.empty() && !KSUP::KFileBase::DoesFileExist(calledOff)) {
-            report.notes.push_back("The file that was being copied was taken away: " + calledOff);
-        }
-        report.notes.push_back(
-            "What was done stays in " + report.productPath + "; run it again to go on."
-        );
+        FillStopped();
         return;
     }
     report.result = KRunResult::Failed;
     report.exitCode = ExitCodeOf(error);
     report.errorCode = error.GetCode();
-    report.error = IsOfServiceCall(error) ? serviceReason.Get() : InWords(error, copied);
+    report.error = IsOfServiceCall(error) ? serviceReason.Get()
+                                          : InWords(error, watch->GetCopied(report.rulesDone));
     FillLogEnd();
     if (const KWatchedRule* rule = watch->GetRule(report.rulesDone)) {
         report.place = rule->place;
@@ -94,9 +115,44 @@ void KSetupRun::FillEnd(const KSUP::KError& error) {
     } else {
         report.notes.emplace_back("All rules were done; writing the record of the product failed.");
     }
+    const std::string stays = WhatStays();
     report.notes.push_back(
-        "What was done stays in " + report.productPath + ". Mend the cause and run it again."
+        stays + (stays.empty() ? "" : ". ") + "Mend the cause and run it again."
     );
+}
+
+void KSetupRun::FillStopped() {
+    report.result = KRunResult::Cancelled;
+    report.exitCode =
+        ExitCode::signalBase + (signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT);
+    report.error = "stopped on request";
+    if (report.rulesDone > 0) { // a copy that was called off counts as done
+        const unsigned last = report.rulesDone - 1;
+        std::vector<std::string> missing = FindMissingCopies(*plan, last);
+        const std::string copied = watch->GetCopied(last);
+        // A command may have made what no plan could know of.
+        if (missing.empty() && !copied.empty() && !KSUP::KFileBase::DoesFileExist(copied)) {
+            missing.push_back(copied);
+        }
+        if (!missing.empty()) {
+            report.notes.push_back(TakenAway(missing));
+        }
+    }
+    const std::string stays = WhatStays();
+    report.notes.push_back(
+        stays.empty() ? "Run it again to go on." : stays + "; run it again to go on."
+    );
+}
+
+/// Empty when nothing was done, or there is no directory in which anything could stay.
+std::string KSetupRun::WhatStays() const {
+    const bool wasBegun = report.rulesDone > 0 || !installer.GetStatus().IsEmpty();
+    if (!wasBegun || !KSUP::KFileBase::DoesFileExist(report.productPath)) {
+        return {};
+    }
+    return (report.command == "remove" ? "What was not yet removed stays in "
+                                       : "What was done stays in ") +
+           report.productPath;
 }
 
 void KSetupRun::FillLogEnd() {

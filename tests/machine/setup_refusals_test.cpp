@@ -63,6 +63,23 @@ std::string SignalsWaiting(const std::string& signal) {
 const std::string stopsWaiting = SignalsWaiting("TERM");
 const std::string interruptsWaiting = SignalsWaiting("INT");
 
+/// A run that gets a signal as soon as a look at it ($!) finds something.
+std::string SignalsWhen(const std::string& look, const std::string& signal) {
+    return "SETUP install --kit KIT & n=0; until " + look +
+           " || [ $((n += 1)) -gt 6000 ]; do sleep 0.01; done; kill -" + signal + " $!; wait $!";
+}
+/// Sparse: takes no room. Its check sum takes longer than the next look.
+constexpr const char* largeSealedKit = "truncate -s 600M KIT/lib/svc; SETUP kit seal --kit KIT";
+const std::string interruptsSeal = SignalsWhen("ls -l /proc/$!/fd | grep -q lib/svc", "INT");
+const std::string stopsSeal = SignalsWhen("ls -l /proc/$!/fd | grep -q lib/svc", "TERM");
+/// Many lines take their time to be planned and checked, which is what goes on under the lock.
+constexpr const char* longScript =
+    R"(for n in $(seq 60000); do
+        echo "file=copy,svc,\$pathSource\$lib,\$pathTargetBin\$,svc$n"
+    done > TREE/more
+    sed -i '/^file=copy,svc/r TREE/more' KIT/install.ini)";
+const std::string interruptsPlan = SignalsWhen("[ -s /run/lock/ins++-setuptest.lock ]", "INT");
+
 INSTANTIATE_TEST_SUITE_P(
     Calls,
     SetupUntouchedTest,
@@ -328,6 +345,24 @@ INSTANTIATE_TEST_SUITE_P(
             "stopped on request while waiting for another run. Nothing was changed.",
             ":",
             interruptsWaiting.c_str()},
+        Refusal{
+            "InterruptWhileTheSealIsChecked",
+            130,
+            "ins-setup: Stopped on request. Nothing was changed.",
+            largeSealedKit,
+            interruptsSeal.c_str()},
+        Refusal{
+            "StopWhileTheSealIsChecked",
+            143,
+            "ins-setup: Stopped on request. Nothing was changed.",
+            largeSealedKit,
+            stopsSeal.c_str()},
+        Refusal{
+            "InterruptWhileARunIsPlanned",
+            130,
+            "ins-setup: Stopped on request. Nothing was changed.",
+            longScript,
+            interruptsPlan.c_str()},
         Refusal{"NotRoot", 77, "Only root can install", ":", asNobodyInstalls.c_str()},
         Refusal{"NotRootToRemove", 77, "Only root can", isInstalled, asNobodyRemoves.c_str()},
         Refusal{"NotRootToRestore", 77, "Only root can", isInstalled, asNobodyRestores.c_str()},

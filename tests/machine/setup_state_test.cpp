@@ -37,6 +37,16 @@ class SetupStateTest : public KTEST::SetupProgramTest {
         "n=0; until [ -e TREE/started ] || [ $((n += 1)) -gt 3000 ]; do sleep 0.01; done; ";
 };
 
+TEST_F(SetupStateTest, ADamagedManifestIsWrittenAnewByAnInstall) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    GivenDamage("manifest");
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 65);
+    const Outcome again = RunSetup("install");
+    EXPECT_EQ(again.exitCode, 0) << again.err;
+    EXPECT_THAT(again.out, HasSubstr("The former manifest could not be understood"));
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0);
+}
+
 TEST_F(SetupStateTest, ADamagedManifestHoldsNoRemovalUp) {
     ASSERT_EQ(RunSetup("install").exitCode, 0);
     GivenDamage("manifest");

@@ -137,11 +137,13 @@ TEST_F(SetupProgramTest, AFailureTellsWhatCommandsWroteBefore) {
     EXPECT_THAT(Slurp(commandOutput), HasSubstr("/nowhere/prepare: not found"));
 }
 
-TEST_F(SetupProgramTest, ALinkInThePlaceOfTheCommandsFileIsNotFollowed) {
+TEST_F(SetupProgramTest, ALinkThatComesInThePlaceOfTheCommandsFileIsNotFollowed) {
     tree.Write("victim", "mine\n");
-    std::filesystem::create_symlink(tree.Path("victim"), commandOutput);
-    GivenScript("process=start,echo something\n");
-    const Outcome failed = RunSetup("install");
+    GivenScript(
+        "file=symlink,victim," + tree.Path() +
+        ",/var/log,Setup Test Setup Commands.txt\nprocess=start,echo something\n"
+    );
+    const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 1);
     EXPECT_THAT(failed.err, HasSubstr("Error 172: A process could not be started"));
     EXPECT_THAT(failed.err, HasSubstr(std::string(commandOutput) + ": a symbolic link"));
@@ -558,6 +560,84 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(SignalRow{"INT", 130}, SignalRow{"TERM", 143}, SignalRow{"HUP", 129}),
     [](const auto& each) { return each.param.name; }
 );
+
+/// Ten files by one rule, of which the third is large.
+class SetupStoppedWildcardTest : public SetupProgramTest {
+  protected:
+    SetupStoppedWildcardTest() {
+        for (int number = 0; number < 10; ++number) {
+            tree.Write("kit/many/f" + std::to_string(number), "1");
+        }
+        GivenScript("directory=create,$pathTarget$many\n"
+                    "file=copy,*,$pathSource$many,$pathTarget$many\n");
+    }
+    /// Stops an install while it copies the large file.
+    Outcome Stop() {
+        std::filesystem::resize_file(tree.Path("kit/many/f2"), 3ULL << 30U);
+        return Run("SETUP install --kit KIT & n=0; "
+                   "until [ $(stat -c %s TREE/product/many/f2 2> /dev/null || echo 0) -gt 1 ] || "
+                   "[ $((n += 1)) -gt 6000 ]; do sleep 0.01; done; kill -INT $!; wait $!");
+    }
+    std::vector<std::string> Installed() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(tree.Path("product/many"))) {
+            names.push_back(entry.path().filename());
+        }
+        return names;
+    }
+};
+
+TEST_F(SetupStoppedWildcardTest, AllThatItTakesAwayIsNamed) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const Outcome stopped = Stop();
+    EXPECT_EQ(stopped.exitCode, 130);
+    EXPECT_THAT(Installed(), ::testing::UnorderedElementsAre("f0", "f1"));
+    const std::string many = tree.Path("product/many/f");
+    EXPECT_THAT(
+        stopped.err,
+        HasSubstr(
+            "The files that were being copied were taken away: " + many + "2, " + many + "3, " +
+            many + "4, " + many + "5, " + many + "6 and 3 more\n"
+        )
+    );
+    EXPECT_THAT(
+        stopped.err,
+        HasSubstr("What was done stays in " + tree.Path("product") + "; run it again to go on.\n")
+    );
+}
+
+TEST_F(SetupProgramTest, ARemovalThatIsStoppedSaysWhereTheRestIs) {
+    std::string script = tree.Read("kit/install.ini");
+    script.insert(
+        script.find("[remove]") + sizeof("[remove]"),
+        "process=start,touch " + tree.Path("started") + "; sleep 60\n"
+    );
+    tree.Write("kit/install.ini", script);
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    const Outcome stopped =
+        Run("SETUP remove --kit KIT & n=0; until [ -e TREE/started ] || "
+            "[ $((n += 1)) -gt 6000 ]; do sleep 0.01; done; kill -INT $!; wait $!");
+    EXPECT_EQ(stopped.exitCode, 130);
+    EXPECT_THAT(
+        stopped.err,
+        HasSubstr(
+            "What was not yet removed stays in " + tree.Path("product") +
+            "; run it again to go on.\n"
+        )
+    );
+    EXPECT_THAT(stopped.err, Not(HasSubstr("What was done")));
+}
+
+TEST_F(SetupProgramTest, ARunThatFailsBeforeItMadeItsDirectorySaysNothingStaysThere) {
+    std::string script = tree.Read("kit/install.ini");
+    script.insert(sizeof("[install]"), "file=copy,missing,$pathSource$,$pathTargetBin$\n");
+    tree.Write("kit/install.ini", script);
+    const Outcome failed = RunSetup("install", "--no-check");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(failed.err, HasSubstr("failed after 0 of 7 rules"));
+    EXPECT_THAT(failed.err, HasSubstr("\nMend the cause and run it again.\n"));
+    EXPECT_THAT(failed.err, Not(HasSubstr(" stays in ")));
+}
 
 TEST_F(SetupProgramTest, AReaderWhoGoesAwayStopsNothing) {
     EXPECT_EQ(Run("SETUP install --kit " + tree.Path("kit") + " | true").exitCode, 0);

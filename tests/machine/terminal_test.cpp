@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
 // ins-setup on a terminal: the line that is drawn over, keys, and a terminal that changes or goes.
+#include "../support/NameOfRow.h"
 #include "../support/TemporaryTree.h"
+#include "SetupRig.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +13,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -211,6 +214,8 @@ TEST_F(TerminalTest, CtrlCStopsAndSaysWhatBecameOfTheFile) {
         HasSubstr("The file that was being copied was taken away: " + tree.Path("product/lin/"))
     );
     EXPECT_FALSE(tree.Exists("product/lin/x86_64/svc"));
+    // A copy that is called off reports all of it.
+    EXPECT_THAT(shown.substr(shown.find("Stopping.")), Not(HasSubstr("\r[")));
 }
 
 TEST_F(TerminalTest, ASecondCtrlCIsAnsweredToo) {
@@ -252,6 +257,62 @@ TEST_F(TerminalTest, ARemovalIsAskedForAndNoIsNo) {
     Press("n\n");
     EXPECT_EQ(RunToEnd(), 130);
     EXPECT_THAT(shown, HasSubstr("Nothing was removed."));
+    EXPECT_TRUE(tree.Exists("product/lin/x86_64/svc"));
+}
+
+/// What happens while a removal asks whether it shall begin.
+struct NoAnswer {
+    const char* name;
+    int exitCode;
+    const char* keys; ///< ^C and ^D are the terminal's own
+    int signal;       ///< besides; 0 for none
+};
+
+std::ostream& operator<<(std::ostream& out, const NoAnswer& row) {
+    return out << row.name;
+}
+
+class UnansweredTest : public TerminalTest, public ::testing::WithParamInterface<NoAnswer> {};
+
+TEST_P(UnansweredTest, RemovesNothing) {
+    Start("install", 80);
+    ASSERT_EQ(RunToEnd(), 0);
+    const std::vector<std::string> before = KTEST::WholeMachine({tree.Path("product")});
+    Start("remove", 80);
+    ASSERT_TRUE(ReadUntil("[y/N] "));
+    Press(GetParam().keys);
+    if (GetParam().signal != 0) {
+        ASSERT_EQ(::kill(process, GetParam().signal), 0);
+    }
+    ASSERT_TRUE(ReadUntil("\r\nins-setup: Nothing was removed.\r\n"));
+    EXPECT_EQ(RunToEnd(), GetParam().exitCode);
+    EXPECT_THAT(
+        KTEST::Changes(before, KTEST::WholeMachine({tree.Path("product")})), ::testing::IsEmpty()
+    );
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ends,
+    UnansweredTest,
+    ::testing::Values(
+        NoAnswer{"CtrlC", 130, "\x03", 0},
+        NoAnswer{"CtrlCBeforeAYes", 130, "\x03y\n", 0},
+        NoAnswer{"CtrlCBehindAYes", 130, "y\x03", 0},
+        NoAnswer{"EndOfInput", 130, "\x04", 0},
+        NoAnswer{"EndOfInputBehindAYes", 130, "y\x04\x04", 0},
+        NoAnswer{"Terminate", 143, "", SIGTERM},
+        NoAnswer{"HangUp", 129, "", SIGHUP}
+    ),
+    KTEST::NameOfRow()
+);
+
+TEST_F(TerminalTest, ATerminalThatGoesIsNoAnswer) {
+    Start("install", 80);
+    ASSERT_EQ(RunToEnd(), 0);
+    Start("remove", 80);
+    ASSERT_TRUE(ReadUntil("[y/N] "));
+    Close();
+    EXPECT_EQ(End(), 129);
     EXPECT_TRUE(tree.Exists("product/lin/x86_64/svc"));
 }
 

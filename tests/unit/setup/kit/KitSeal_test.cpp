@@ -151,4 +151,21 @@ TEST_F(KitSealTest, ASealThatLeadsNowhereIsNoKitWithoutASeal) {
     EXPECT_NE(Verify(), "");
 }
 
+TEST_F(KitSealTest, ACheckStopsBeforeTheNextChunk) {
+    tree.Write("kit/large", KTEST::ArbitraryBytes(5000000));
+    Seal();
+    tree.Write("kit/large", KTEST::ArbitraryBytes(5000001)); // never found out
+    unsigned asked = 0;
+    try {
+        KSETUP::VerifySeal(tree.Path("kit"), KSETUP::KSealExtent::Whole, [&] {
+            return ++asked == 8;
+        });
+        FAIL() << "went on";
+    } catch (const KSETUP::KSetupFailure& failure) {
+        EXPECT_EQ(failure.GetExitCode(), 130);
+        EXPECT_STREQ(failure.what(), "Stopped on request. Nothing was changed.");
+    }
+    EXPECT_EQ(asked, 8U);
+}
+
 } // namespace
