@@ -75,7 +75,7 @@ void KRunGuard::WithSignals(const std::function<void()>& work) const {
 }
 
 void KRunGuard::ReadAhead(const KPlan& plan) {
-    digests.emplace(LastingCopies(plan));
+    digests.emplace(LastingCopies(plan, kit.GetDirectory()));
 }
 
 /// An engine that is given a wrong script does what it says; here people are helped.

@@ -3,6 +3,8 @@
 #include <setup/run/PlannedPaths.h>
 
 #include <set>
+#include <unordered_set>
+#include <utility>
 
 namespace KSETUP {
 
@@ -80,22 +82,27 @@ std::vector<std::string> ChangedPaths(const KPlan& plan) {
     return paths;
 }
 
-std::vector<KCopy> LastingCopies(const KPlan& plan) {
+std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirectory) {
+    const std::string kit = NormalPath(kitDirectory);
     std::vector<KCopy> copies;
-    std::set<std::string> written; // by options: few
+    std::unordered_set<std::string> written; // by anything but a copy from the kit
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == Kind::StartCommand) {
                 return {};
             }
-            if (action.kind == Kind::CopyFile && !action.lacks) {
-                copies.push_back({action.source, NormalPath(action.path)});
-            } else if (action.kind == Kind::PutOption || action.kind == Kind::RemoveOption) {
-                written.insert(NormalPath(action.path));
+            std::string target = NormalPath(action.path);
+            if (action.kind == Kind::CopyFile && !action.lacks &&
+                IsAtOrBelow(NormalPath(action.source), kit) && !IsAtOrBelow(target, kit)) {
+                copies.push_back({action.source, std::move(target)});
+            } else if (ChangesEntry(action.kind)) {
+                written.insert(std::move(target));
             }
         }
     }
-    std::erase_if(copies, [&](const KCopy& copy) { return written.contains(copy.target); });
+    std::erase_if(copies, [&](const KCopy& copy) {
+        return written.contains(copy.target) || written.contains(NormalPath(copy.source));
+    });
     return copies;
 }
 

@@ -22,8 +22,8 @@ OwnDirectories(const KPlan& plan, const std::string& productPath, const std::str
 /// All that a plan may change: what it makes, overwrites or deletes, and the unit files of services.
 std::vector<std::string> ChangedPaths(const KPlan& plan);
 
-/// The copies whose targets are left as they are copied: no later rule writes into them. None where a
-/// command runs, which may write anywhere.
-std::vector<KCopy> LastingCopies(const KPlan& plan);
+/// The copies of which it is known before the run what they leave: from the kit's own files, to
+/// targets that nothing else writes to. None where a command runs, which may write anywhere.
+std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirectory);
 
 } // namespace KSETUP

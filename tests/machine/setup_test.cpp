@@ -297,6 +297,17 @@ TEST_F(SetupProgramTest, ARemovalLeavesNothingOfWhatIsRemembered) {
     EXPECT_FALSE(std::filesystem::exists("/var/lib/ins++/setuptest"));
 }
 
+TEST_F(SetupProgramTest, VerifyKnowsWhatAnUpgradeCopiedTwice) {
+    GivenScript("file=copy,svc,$pathTargetBin$,$pathTargetBin$,twin\n");
+    tree.Write("kit/lib/svc", "old", 0755);
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    tree.Write("kit/lib/svc", "new", 0755); // no longer than it was: only the contents tell
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    ASSERT_EQ(tree.Read("product/lin/x86_64/twin"), "new");
+    const Outcome same = RunSetup("status", "--verify");
+    EXPECT_EQ(same.exitCode, 0) << same.out;
+}
+
 TEST_F(SetupProgramTest, RestorePutsBackWhatAnUpgradeReplaced) {
     ASSERT_EQ(RunSetup("install").exitCode, 0);
     const std::vector<std::string> before = tree.List("product");

@@ -41,7 +41,7 @@ class PlannedPathsTest : public KTEST::GivenPlan {
     std::vector<std::pair<std::string, std::string>> Lasting(const std::vector<std::string>& lines
     ) {
         std::vector<std::pair<std::string, std::string>> copies;
-        for (const KCopy& copy : LastingCopies(PlanOf(lines))) {
+        for (const KCopy& copy : LastingCopies(PlanOf(lines), kit)) {
             copies.emplace_back(copy.source, copy.target);
         }
         return copies;
@@ -81,6 +81,29 @@ TEST_F(PlannedPathsTest, ACopyDoesNotLastFromWhichAnOptionIsTaken) {
     EXPECT_THAT(
         Lasting({"file=copy,a,K,P,list", "profile=remove_file,P/list,s,nowhere"}), IsEmpty()
     );
+}
+
+TEST_F(PlannedPathsTest, OnlyWhatComesFromTheKitIsKnownBefore) {
+    // The second is of what the first makes, the third of a file that is anybody's.
+    tree.Write("beside", "B");
+    EXPECT_THAT(
+        Lasting({"file=copy,a,K,P", "file=copy,a,P,P,c", "file=copy,beside,K/..,P"}),
+        ElementsAre(Pair(kit + "/a", product + "/a"))
+    );
+}
+
+TEST_F(PlannedPathsTest, ACopyDoesNotLastThatAnotherOneReplaces) {
+    tree.Write("beside", "B");
+    EXPECT_THAT(Lasting({"file=copy,a,K,P", "file=copy,beside,K/..,P,a"}), IsEmpty());
+    EXPECT_THAT(
+        Lasting({"file=copy,a,K,P", "file=copy,b,K,P,a"}),
+        ElementsAre(Pair(kit + "/a", product + "/a"), Pair(kit + "/b", product + "/a"))
+    );
+}
+
+TEST_F(PlannedPathsTest, AKitThatItsOwnRulesChangeIsNotKnownBefore) {
+    EXPECT_THAT(Lasting({"file=copy,b,K,K,a", "file=copy,a,K,P"}), IsEmpty());
+    EXPECT_THAT(Lasting({"profile=put,K/a,s,k,v", "file=copy,a,K,P"}), IsEmpty());
 }
 
 TEST_F(PlannedPathsTest, WhatIsNotThereToBeCopiedMakesNothing) {
