@@ -72,7 +72,24 @@ TEST_F(SetupPlanTest, TooLittleSpaceIsInTheObject) {
     const Json space = SpaceOf(plan);
     EXPECT_GE(space.value("bytesNeeded", 0U), twoMiB) << plan;
     EXPECT_LE(space.value("bytesFree", twoMiB), twoMiB / 2) << plan;
+    EXPECT_EQ(space.value("bytesToSpare", 0U), 8U << 20U) << plan;
+    EXPECT_EQ(space.value("filesToSpare", 0U), 16U) << plan;
     EXPECT_FALSE(space.value("enough", true)) << plan;
+}
+
+TEST_F(SetupPlanTest, ARemovalNeedsNoRoom) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    ASSERT_EQ(
+        Run("mkdir TREE/log; mount -t tmpfs -o size=16k none TREE/log; mount --bind TREE/log "
+            "/var/log")
+            .exitCode,
+        0
+    );
+    const Outcome plan = RunSetup("plan remove");
+    const Outcome removed = RunSetup("remove", "--yes");
+    Run("umount /var/log TREE/log");
+    EXPECT_EQ(plan.exitCode, 0) << plan.out << plan.err;
+    EXPECT_EQ(removed.exitCode, 0) << removed.out << removed.err;
 }
 
 TEST_F(SetupPlanTest, WhatIsToSpareCountsAsInARun) {

@@ -71,4 +71,27 @@ TEST_F(TrustedPlacesTest, ADirectoryOfLogsMayBeAGroups) {
     );
 }
 
+TEST_F(TrustedPlacesTest, ALogIsAFileOrYetToBeMade) {
+    tree.Directory("log");
+    const std::string log = tree.Path("log/Setup Log.txt");
+    EXPECT_EQ(CodeOf([&] { RequireSafeLog(log); }), 0) << words;
+    tree.Write("log/Setup Log.txt", "of a former run\n");
+    EXPECT_EQ(CodeOf([&] { RequireSafeLog(log); }), 0) << words;
+    tree.Remove("log/Setup Log.txt");
+    tree.Link("log/Setup Log.txt", "elsewhere");
+    EXPECT_EQ(CodeOf([&] { RequireSafeLog(log); }), ExitCode::cannotWrite);
+    EXPECT_THAT(words, HasSubstr(log + ": is no regular file"));
+    tree.Remove("log/Setup Log.txt");
+    tree.Fifo("log/Setup Log.txt");
+    EXPECT_EQ(CodeOf([&] { RequireSafeLog(log); }), ExitCode::cannotWrite);
+}
+
+TEST_F(TrustedPlacesTest, ADirectoryOfLogsThatIsMissingIsTold) {
+    EXPECT_EQ(
+        CodeOf([&] { RequireSafeLog(tree.Path("log/Setup Log.txt")); }), ExitCode::cannotWrite
+    );
+    EXPECT_THAT(words, HasSubstr(tree.Path("log") + ": No such file or directory. Logs go there."));
+    EXPECT_THAT(words, HasSubstr("Nothing was changed. Make the directory"));
+}
+
 } // namespace
