@@ -92,6 +92,31 @@ TEST_F(SetupPlanTest, ARemovalNeedsNoRoom) {
     EXPECT_EQ(removed.exitCode, 0) << removed.out << removed.err;
 }
 
+/// Whatever a script does, each install writes a log and leaves a state: what a plan finds wrong
+/// there is what a run would refuse.
+TEST_F(SetupPlanTest, AFullPlaceOfTheLogIsToldAsInARun) {
+    ASSERT_EQ(Run("mount -t tmpfs -o size=16k none /var/log").exitCode, 0);
+    const Outcome plan = RunSetup("plan install");
+    const Outcome install = RunSetup("install");
+    Run("umount /var/log");
+    EXPECT_EQ(plan.exitCode, 73) << plan.out << plan.err;
+    EXPECT_THAT(plan.out, HasSubstr("File system of /var/log: "));
+    EXPECT_EQ(install.exitCode, 73) << install.out << install.err;
+    EXPECT_THAT(install.err, HasSubstr("the file system of /var/log has too little space"));
+}
+
+TEST_F(SetupPlanTest, AFullPlaceOfTheStateIsToldAsInARun) {
+    ASSERT_EQ(
+        Run("mkdir -p /var/lib/ins++; mount -t tmpfs -o size=16k none /var/lib/ins++").exitCode, 0
+    );
+    const Outcome plan = RunSetup("plan install");
+    const Outcome install = RunSetup("install");
+    Run("umount /var/lib/ins++");
+    EXPECT_EQ(plan.exitCode, 73) << plan.out << plan.err;
+    EXPECT_THAT(plan.out, HasSubstr("File system of /var/lib/ins++: "));
+    EXPECT_EQ(install.exitCode, 73) << install.out << install.err;
+}
+
 TEST_F(SetupPlanTest, WhatIsToSpareCountsAsInARun) {
     GivenFileSystem("size=9m");
     const Outcome plan = RunSetup("plan install");

@@ -4,10 +4,12 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/check/RunCheck.h>
+#include <setup/plan/KDiskView.h>
 
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <memory>
 
 #include <nlohmann/json.hpp>
 
@@ -85,6 +87,16 @@ TEST_F(RunCheckTest, FindingsAreInTheOrderOfTheFile) {
     Install(std::string(aWarning) + "\n" + anError);
     const std::string output = Output();
     EXPECT_LT(output.find(":2:13: warning"), output.find(":3:1: error"));
+}
+
+TEST_F(RunCheckTest, ARunIsToldOfErrorsOnly) {
+    Install(std::string(aWarning) + "\n" + anError);
+    WriteKit();
+    const KSETUP::KSetupKit kit(tree.Path("kit"));
+    const auto found =
+        KSETUP::CheckKitForErrors(kit, "", std::make_shared<KSETUP::KDiskView>()).findings;
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found.front().rule, "unknown-type");
 }
 
 TEST_F(RunCheckTest, PathsAreShownAsTheKitWasGiven) {

@@ -43,6 +43,14 @@ TEST_F(PreflightTest, AFileInTheWayIsRefused) {
     EXPECT_THAT(words, HasSubstr(tree.Path("a") + " cannot be written to: it is no directory"));
 }
 
+TEST_F(PreflightTest, AFileInTheWayIsFoundAboveWhatIsMissing) {
+    tree.Write("a", "no directory");
+    tree.Write("kit/f", "");
+    const KPlan plan = PlanOf("file=copy,f," + tree.Path("kit") + "," + tree.Path("a/b/c/d"));
+    EXPECT_EQ(CodeOf([&] { RequireWritable(plan); }), ExitCode::cannotWrite);
+    EXPECT_THAT(words, HasSubstr(tree.Path("a") + " cannot be written to: it is no directory"));
+}
+
 TEST_F(PreflightTest, ServicesNeedAManagerOnlyWhereThereAreAny) {
     EXPECT_FALSE(NeedsServices(PlanOf("directory=create,/a")));
     EXPECT_TRUE(NeedsServices(PlanOf("service=start,dps")));
