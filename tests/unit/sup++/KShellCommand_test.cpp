@@ -429,8 +429,14 @@ TEST_F(KShellCommandTest, AnEndThatCouldNotBeToldIsThrownAndNothingRuns) {
 /// The command with ever more descriptors to be had: thrown until there are enough, and whatever
 /// was started until then is gone.
 TEST_F(KShellCommandTest, NoDescriptorToBeHadIsThrownAndNothingRuns) {
+    const std::string missing = tree.Path("missing/output");
     EXPECT_EQ(
         InChild([&] {
+            // A sanitizer needs descriptors when it meets a type for the first time.
+            SetOutput(missing.c_str());
+            CodeOf([] { Run("true"); });
+            SetOutput(nullptr);
+            Run("true");
             int last = 0;
             while (last < OpenDescriptors().back()) { // no gap is left below
                 last = ::dup(0);

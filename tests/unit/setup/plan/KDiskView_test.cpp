@@ -3,6 +3,7 @@
 
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/kit/KSetupKit.h>
 #include <setup/plan/KDiskView.h>
 
 #include <gmock/gmock.h>
@@ -95,6 +96,8 @@ TEST_F(KDiskViewTest, RemembersWhatItSaw) {
 }
 
 TEST_F(KDiskViewTest, AListingThatCannotBeBegunIsToldNotEmpty) {
+    // A sanitizer needs descriptors when it meets a type for the first time.
+    EXPECT_THROW(KSETUP::KSetupKit(At("missing")), KSETUP::KSetupFailure);
     rlimit former{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &former), 0);
     const rlimit none{0, former.rlim_max};
