@@ -93,8 +93,7 @@ auto PlaceOf(const KFinding& finding) {
 
 KCheckResult Run(const KCheckContext& context, KSeverity least) {
     KCheckResult result;
-    result.hasCycle =
-        !context.GetInstall().GetCycles().empty() || !context.GetRemove().GetCycles().empty();
+    result.hasCycle = !context.GetCycles().empty();
     for (const Check& check : table) {
         if (check.severity > least) {
             continue;

@@ -15,7 +15,8 @@ namespace KSETUP {
 /// What the check of a kit found.
 struct KCheckResult {
     std::vector<KFinding> findings; ///< sorted by file and line
-    /// Whether a load on this machine would never end. Nothing may override that.
+    /// Whether a load would never end, on a machine of either architecture. Nothing may override
+    /// that.
     bool hasCycle = false;
 
     std::size_t Count(KSeverity severity) const noexcept;

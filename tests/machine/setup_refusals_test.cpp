@@ -193,6 +193,14 @@ INSTANTIATE_TEST_SUITE_P(
             "sed -i '/^file=copy/i section=install' KIT/install.ini",
             "SETUP install --no-check --kit KIT"},
         Refusal{
+            "CircleOfAnotherArchitectureThatIsNotChecked",
+            65,
+            "section [more] includes itself",
+            "case $(uname -m) in x86_64) other=x86 ;; *) other=x86_64 ;; esac; "
+            "sed -i '/^file=copy/i section=more' KIT/install.ini; "
+            "printf '[more.%s]\nsection=more\n' $other >> KIT/install.ini",
+            "SETUP install --no-check --kit KIT"},
+        Refusal{
             "CircleOfTheRemoval",
             65,
             "a section includes itself",
