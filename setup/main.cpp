@@ -20,6 +20,7 @@
 #include <iostream>
 #include <string>
 
+#include <poll.h>
 #include <unistd.h>
 
 namespace {
@@ -99,6 +100,30 @@ bool WorksOnMachine(Command command) {
            command == Command::Status || command == Command::Restore;
 }
 
+/// Whether the answer is all that the command is for.
+bool IsQuestion(Command command) {
+    return command == Command::Status || command == Command::Check ||
+           command == Command::PlanInstall || command == Command::PlanRemove ||
+           command == Command::Macros;
+}
+
+/// Whether a pipe's reader went away, as `head` does once it has what it wants.
+bool IsReaderGone() {
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    return ::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+}
+
+/// Half an answer looks whole to a program. (A run's result stands, whoever heard of it.)
+int TellLostAnswer(Command command, int exitCode) {
+    if (!IsQuestion(command) || std::cout.flush() || IsReaderGone()) {
+        return exitCode;
+    }
+    std::cerr << "ins-setup: the answer could not be written. Make room where standard output "
+                 "leads to, or lead it elsewhere."
+              << std::endl;
+    return KSETUP::ExitCode::cannotWrite;
+}
+
 /// Without a voice, which takes arguments that are understood.
 int RefuseEarly(int argc, char** argv, int exitCode, const std::string& why) {
     std::cerr << "ins-setup: " << why << std::endl;
@@ -123,7 +148,7 @@ int main(int argc, char** argv) {
                 KSETUP::ExitCode::noKit, directory + ": this directory cannot be entered again."
             );
         }
-        return Run(*arguments);
+        return TellLostAnswer(arguments->command, Run(*arguments));
     } catch (const KSETUP::KSetupFailure& failure) {
         return RefuseEarly(argc, argv, failure.GetExitCode(), failure.what());
     } catch (const KSUP::KError& error) {

@@ -30,6 +30,44 @@ std::vector<Json> ObjectsOf(const std::string& text) {
     return objects;
 }
 
+constexpr const char* questions[] = {
+    "status --kit KIT",
+    "status --json --kit KIT",
+    "check --kit KIT",
+    "check --json --kit KIT",
+    "plan install --kit KIT",
+    "plan install --json --kit KIT",
+    "plan remove --kit KIT",
+    "macros --kit KIT",
+    "macros --json --kit KIT"};
+
+using SetupAnswersTest = KTEST::SetupProgramTest;
+
+TEST_F(SetupAnswersTest, AnAnswerThatIsLostIsNoAnswer) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    for (const std::string question : questions) {
+        const Outcome lost = Run("SETUP " + question + " > /dev/full");
+        EXPECT_EQ(lost.exitCode, 73) << question;
+        EXPECT_EQ(
+            lost.err,
+            "ins-setup: the answer could not be written. Make room where standard output leads to, "
+            "or lead it elsewhere.\n"
+        ) << question;
+    }
+}
+
+TEST_F(SetupAnswersTest, AReaderThatHasReadEnoughIsNoMistake) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    for (const std::string question : questions) {
+        // The descriptor of a pipe whose reader has gone before the first byte.
+        const Outcome read =
+            Run("mkfifo TREE/pipe; true < TREE/pipe & exec 3> TREE/pipe; wait $!; SETUP " +
+                question + " >&3; code=$?; rm TREE/pipe; exit $code");
+        EXPECT_EQ(read.exitCode, 0) << question << read.err;
+        EXPECT_THAT(read.err, IsEmpty()) << question;
+    }
+}
+
 struct Streams {
     const char* name;
     const char* redirection;
