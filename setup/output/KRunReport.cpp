@@ -81,6 +81,7 @@ Json ToJsonObject(const KRunReport& report) {
     AddUnlessEmpty(object, "log", report.log);
     AddUnlessEmpty(object, "commandOutput", report.commandOutput);
     AddUnlessEmpty(object, "notes", report.notes);
+    AddUnlessEmpty(object, "running", report.running);
     AddUnlessEmpty(object, "leftBehind", report.leftBehind);
     for (const auto& [path, what] : report.differences) {
         object["differences"].push_back({{"path", path}, {"what", what}});

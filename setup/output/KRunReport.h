@@ -33,6 +33,7 @@ struct KRunReport {
     std::vector<std::string> logEnd;     ///< its last lines, without their time
     std::string commandOutput;           ///< where commands wrote to; empty when they wrote nothing
     std::vector<std::string> notes;      ///< further sentences for the reader
+    std::vector<std::string> running;    ///< programs that ran when their files were to go
     std::vector<std::string> leftBehind; ///< paths that a removal left
     /// Path and what is different, of `status --verify`.
     std::vector<std::pair<std::string, std::string>> differences;

@@ -96,7 +96,7 @@ void KRunGuard::RefuseErrors(const std::string& productPath, const std::shared_p
     );
 }
 
-void KRunGuard::LookAround(const KPlan& plan) const {
+std::vector<std::string> KRunGuard::LookAround(const KPlan& plan) const {
     const bool installs = arguments.command == Command::Install;
     RequireWritable(plan);
     RequireSpace(plan, installs ? WrittenByEachInstall() : std::vector<std::string>());
@@ -104,9 +104,11 @@ void KRunGuard::LookAround(const KPlan& plan) const {
         RequireServiceManager(plan);
     }
     const char* fate = installs ? "replaced: " : "deleted: ";
-    for (const std::string& program : FindRunningPrograms(plan)) {
+    std::vector<std::string> running = FindRunningPrograms(plan);
+    for (const std::string& program : running) {
         voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
     }
+    return running;
 }
 
 void KRunGuard::RefuseStopped() const {

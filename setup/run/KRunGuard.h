@@ -53,8 +53,9 @@ class KRunGuard {
     void RefuseErrors(const std::string& productPath, const std::shared_ptr<KDiskView>& view) const;
 
     /// Throws   KSetupFailure when there is no room, a place cannot be written, or a service manager
-    ///          is missing. Tells which programs run that are about to go
-    void LookAround(const KPlan& plan) const;
+    ///          is missing
+    /// Returns  the programs that run and are about to go, which it tells too
+    std::vector<std::string> LookAround(const KPlan& plan) const;
 
     /// The last look before the first change: a signal until now changes nothing.
     ///

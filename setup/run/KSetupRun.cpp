@@ -92,7 +92,7 @@ void KSetupRun::Install() {
     guard.RefuseErrors(report.productPath, view); // first, because it tells the most
     RequireLoadable();
     RequireAddedLines(macros.GetExpander());
-    guard.LookAround(*plan);
+    report.running = guard.LookAround(*plan);
     FindLogs();
     BackUp();
     Prepare();
@@ -117,7 +117,7 @@ void KSetupRun::Remove() {
     guard.Lock();
     Plan("remove");
     RequireLoadable();
-    guard.LookAround(*plan);
+    report.running = guard.LookAround(*plan);
     FindLogs();
     AskBeforeRemoval();
     BackUp();

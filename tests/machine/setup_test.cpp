@@ -11,10 +11,14 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
+
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::Not;
+using Json = nlohmann::json;
 
 using KTEST::SetupProgramTest;
 using KTEST::Slurp;
@@ -413,6 +417,19 @@ TEST_F(SetupProgramTest, ProgramsThatRunAndAreReplacedOrDeletedAreNamed) {
     ASSERT_EQ(told.size(), 4U) << both.out << both.err;
     EXPECT_EQ(told[1], "Running, and about to be replaced: svc (" + told[0] + "), " + program);
     EXPECT_EQ(told[3], "Running, and about to be deleted: svc (" + told[2] + "), " + program);
+}
+
+TEST_F(SetupProgramTest, ProgramsThatRunAreInTheAnswerToo) {
+    std::filesystem::copy_file(
+        "/bin/sleep", tree.Path("kit/lib/svc"), std::filesystem::copy_options::overwrite_existing
+    );
+    const std::string program = tree.Path("product/lin/x86_64/svc");
+    EXPECT_FALSE(Json::parse(RunSetup("install", "--json").out).contains("running"));
+    const Outcome told =
+        Run(program + " 1000 & echo $! > TREE/pid; SETUP install --json --kit KIT; kill $!");
+    const std::string pid = tree.Read("pid").substr(0, tree.Read("pid").find('\n'));
+    const Json expected = {"svc (" + pid + "), " + program};
+    EXPECT_EQ(Json::parse(told.out).value("running", Json()), expected) << told.out;
 }
 
 TEST_F(SetupProgramTest, ARemovalTellsOfWhatAnEarlierVersionInstalled) {

@@ -43,6 +43,7 @@ TEST(KRunReportTest, EverythingHasItsPlace) {
     report.logEnd = {"one", "two"};
     report.commandOutput = "/var/log/DPS Setup Commands.txt";
     report.notes = {"a note"};
+    report.running = {"dpsd (7), /opt/dps/dpsd"};
     report.leftBehind = {"/opt/dps/mine"};
     report.differences = {{"/opt/dps/b", "missing"}};
     EXPECT_EQ(Json::parse(ToJson(report)), Json::parse(R"({
@@ -54,7 +55,8 @@ TEST(KRunReportTest, EverythingHasItsPlace) {
                   "logEnd": ["one", "two"]},
         "log": "/var/log/DPS Setup Log.txt",
         "commandOutput": "/var/log/DPS Setup Commands.txt",
-        "notes": ["a note"], "leftBehind": ["/opt/dps/mine"],
+        "notes": ["a note"], "running": ["dpsd (7), /opt/dps/dpsd"],
+        "leftBehind": ["/opt/dps/mine"],
         "differences": [{"path": "/opt/dps/b", "what": "missing"}]})"));
 }
 
