@@ -75,8 +75,8 @@ int Run(const KSetupArguments& arguments) {
             KSETUP::FillStatus(arguments, report);
         });
     case Command::Restore:
-        return Tell(arguments, "restore", [&](const auto&, auto&, auto& report) {
-            KSETUP::FillRestore(arguments, report);
+        return Tell(arguments, "restore", [&](const auto&, auto& voice, auto& report) {
+            KSETUP::FillRestore(arguments, voice, report);
         });
     case Command::Check:
         return KSETUP::RunCheck(arguments);

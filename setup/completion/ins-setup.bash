@@ -9,7 +9,7 @@ _ins_setup_options() { # COMMAND
     install) echo "$run --addProfileLine --no-check --allow-downgrade" ;;
     remove) echo "$run --yes -y" ;;
     status) echo '--kit --json --verify' ;;
-    restore) echo '--kit --json' ;;
+    restore) echo '--kit --json --quiet -q --wait' ;;
     check) echo '--kit --json --strict' ;;
     'plan install' | 'plan remove' | macros) echo '--kit --json' ;;
     'kit add' | 'kit seal') echo '--kit' ;;

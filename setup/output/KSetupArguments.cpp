@@ -46,6 +46,7 @@ class Parser {
     void AddKit(CLI::App* command);
     void AddPath(CLI::App* command);
     void AddJson(CLI::App* command);
+    void AddCallerOptions(CLI::App* command);
     void AddRunOptions(CLI::App* command);
 
     KSetupArguments& arguments;
@@ -91,10 +92,20 @@ void Parser::AddJson(CLI::App* command) {
     command->add_flag("--json", arguments.json, "Answer with one JSON object");
 }
 
-/// What whoever watches a run may want.
-void Parser::AddRunOptions(CLI::App* command) {
+/// What whoever calls what changes the machine may want.
+void Parser::AddCallerOptions(CLI::App* command) {
     AddJson(command);
     command->add_flag("-q,--quiet", arguments.quiet, "Say nothing but what fails");
+    command
+        ->add_option(
+            "--wait", arguments.waitSeconds, "Wait so long for another run of the product to end"
+        )
+        ->type_name("SECONDS");
+}
+
+/// What whoever watches a run may want.
+void Parser::AddRunOptions(CLI::App* command) {
+    AddCallerOptions(command);
     command->add_flag(
         "--json-events", arguments.jsonEvents, "One JSON object a line while it goes on"
     );
@@ -104,11 +115,6 @@ void Parser::AddRunOptions(CLI::App* command) {
         )
         ->type_name("N")
         ->check(CLI::Range(1, std::numeric_limits<int>::max()));
-    command
-        ->add_option(
-            "--wait", arguments.waitSeconds, "Wait so long for another run of the product to end"
-        )
-        ->type_name("SECONDS");
     command->add_flag(
         "--offline-services",
         arguments.offlineServices,
@@ -145,7 +151,7 @@ void Parser::AddRemove() {
     CLI::App* restore =
         Add(app, "restore", "Put back what the last run with --backup replaced", Command::Restore);
     AddKit(restore);
-    AddJson(restore);
+    AddCallerOptions(restore);
 }
 
 void Parser::AddQuestions() {

@@ -3,6 +3,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/KSetupSignals.h>
+#include <setup/output/Words.h>
 #include <setup/run/Answers.h>
 #include <setup/run/RunWords.h>
 #include <setup/safety/KBackup.h>
@@ -74,13 +75,14 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     }
 }
 
-void FillRestore(const KSetupArguments& arguments, KRunReport& report) {
+void FillRestore(const KSetupArguments& arguments, KSetupVoice& voice, KRunReport& report) {
     const KINS::KInstaller installer;
     const std::string service = installer.ExpandMacros("$serviceName$").c_str();
     report.product = KSetupKit::GetProductName().c_str();
     KSetupSignals signals;
     const auto shallStop = [&] { return signals.Take() != 0; };
-    const KRunLock lock(service, arguments.waitSeconds, shallStop);
+    const auto tell = [&](const std::string& words) { voice.Say(Shown(words)); };
+    const KRunLock lock(service, arguments.waitSeconds, shallStop, lockDirectory, tell);
     const KRestored restored = KBackup(service).Restore(shallStop);
     report.notes.push_back(
         std::to_string(restored.putBack) + " put back, " + std::to_string(restored.deleted) +

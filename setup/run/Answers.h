@@ -4,6 +4,7 @@
 #include <setup/kit/KSetupKit.h>
 #include <setup/output/KRunReport.h>
 #include <setup/output/KSetupArguments.h>
+#include <setup/output/KSetupVoice.h>
 
 namespace KSETUP {
 
@@ -13,9 +14,10 @@ namespace KSETUP {
 /// Throws   KSetupFailure when there is nothing to compare with
 void FillStatus(const KSetupArguments& arguments, KRunReport& report);
 
-/// `ins-setup restore`: puts back what the last run with --backup replaced.
+/// `ins-setup restore`: puts back what the last run with --backup replaced. Says for which other run
+/// it waits.
 ///
 /// Throws   KSetupFailure when nothing was begun
-void FillRestore(const KSetupArguments& arguments, KRunReport& report);
+void FillRestore(const KSetupArguments& arguments, KSetupVoice& voice, KRunReport& report);
 
 } // namespace KSETUP

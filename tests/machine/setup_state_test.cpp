@@ -178,6 +178,10 @@ TEST_F(SetupStateTest, AHolderThatDoesNotSayWhoItIsIsWaitedForAloud) {
         Run("flock /run/lock/ins++-setuptest.lock SETUP install --wait 1 --kit KIT");
     EXPECT_EQ(refused.exitCode, 75);
     EXPECT_EQ(refused.out, "Waiting for another run for setuptest.\n");
+    EXPECT_EQ(
+        Run("flock /run/lock/ins++-setuptest.lock SETUP restore --wait 1 --kit KIT").out,
+        refused.out
+    );
     EXPECT_THAT(
         Run("flock /run/lock/ins++-setuptest.lock SETUP install --wait 1 --quiet --kit KIT").out,
         IsEmpty()
