@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <unordered_map>
 
 namespace KSETUP {
 
@@ -12,6 +13,9 @@ struct KFileDigest {
     std::uint64_t size = 0; ///< bytes that were read
     std::string sha256;     ///< in hexadecimal; empty when it was not read to its end
 };
+
+/// By path.
+using KDigests = std::unordered_map<std::string, KFileDigest>;
 
 /// Reads a regular file and digests it. A link is not followed, and nothing but a file is waited
 /// for. `shallStop` is asked before each 1 MiB; the error is ECANCELED when it says so.

@@ -25,23 +25,31 @@ constexpr char sealName[] = "SHA256SUMS";
 constexpr std::size_t digestLetters = 64;
 constexpr std::size_t namesShown = 20;
 
-/// The digest of a file, or of the one that a link leads to, in hexadecimal letters.
-std::string DigestOf(const fs::path& path, const std::function<bool()>& shallStop = {}) {
-    std::error_code error;
-    const fs::path real = fs::canonical(path, error);
-    if (error) {
-        FailOn(path, error.value());
+struct KReadFile {
+    std::string path; ///< without a link at its end
+    KFileDigest digest;
+};
+
+/// Reads a file, or the one that a link leads to.
+KReadFile ReadFile(const fs::path& path, const std::function<bool()>& shallStop = {}) {
+    KReadFile file{path.string(), DigestFile(path.string(), shallStop)};
+    if (file.digest.errorNumber == ELOOP) {
+        std::error_code error;
+        file.path = fs::canonical(path, error).string();
+        if (error) {
+            FailOn(path, error.value());
+        }
+        file.digest = DigestFile(file.path, shallStop);
     }
-    const KFileDigest digest = DigestFile(real.string(), shallStop);
-    if (digest.errorNumber == ECANCELED) {
+    if (file.digest.errorNumber == ECANCELED) {
         throw KSetupFailure(
             ExitCode::signalBase + SIGINT, "Stopped on request. Nothing was changed."
         );
     }
-    if (digest.errorNumber != 0) {
-        FailOn(path, digest.errorNumber);
+    if (file.digest.errorNumber != 0) {
+        FailOn(path, file.digest.errorNumber);
     }
-    return digest.sha256;
+    return file;
 }
 
 /// sha256sum marks a name with such letters by a backslash before the line.
@@ -143,7 +151,8 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
     std::string sums;
     for (const std::string& name : listing.files) {
         const std::string escaped = Escaped(name);
-        sums += (escaped == name ? "" : "\\") + DigestOf(kit / name) + "  " + escaped + "\n";
+        sums += (escaped == name ? "" : "\\") + ReadFile(kit / name).digest.sha256 + "  " +
+                escaped + "\n";
     }
     WriteBytes(kit / sealName, sums, 0644);
     return listing.files.size();
@@ -159,11 +168,12 @@ bool IsSealed(const std::string& kitDirectory) {
     return status.type() != fs::file_type::not_found;
 }
 
-void VerifySeal(
+KDigests VerifySeal(
     const std::string& kitDirectory, KSealExtent extent, const std::function<bool()>& shallStop
 ) {
+    KDigests read;
     if (!IsSealed(kitDirectory)) {
-        return;
+        return read;
     }
     const fs::path kit(kitDirectory);
     std::map<std::string, std::string> digests = ReadSeal(kit / sealName);
@@ -175,9 +185,11 @@ void VerifySeal(
             Complain(wrong, name, "not listed");
             continue;
         }
-        if (DigestOf(kit / name, shallStop) != sealed->second) {
+        KReadFile file = ReadFile(kit / name, shallStop);
+        if (file.digest.sha256 != sealed->second) {
             Complain(wrong, name, "changed");
         }
+        read.insert_or_assign(std::move(file.path), std::move(file.digest));
         digests.erase(sealed);
     }
     for (const std::string& name : listing.others) {
@@ -190,7 +202,7 @@ void VerifySeal(
         }
     }
     if (wrong.empty()) {
-        return;
+        return read;
     }
     std::string all;
     for (std::size_t index = 0; index < std::min(wrong.size(), namesShown); ++index) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/files/KFileDigest.h>
+
 #include <functional>
 #include <string>
 
@@ -25,9 +27,11 @@ enum class KSealExtent { Whole, WhatIsThere };
 /// For a removal the payload may be gone: its files need not be there, and are what they were where
 /// they are.
 ///
+/// Returns  the digests of the files that were read, by path: `kitDirectory` as it stands, and the
+///          name in it, or where a link leads to
 /// Throws   KSetupFailure that names what is missing, changed or not listed; also when the seal
 ///          cannot be read, or `shallStop` said so (ExitCode::signalBase + SIGINT)
-void VerifySeal(
+KDigests VerifySeal(
     const std::string& kitDirectory,
     KSealExtent extent = KSealExtent::Whole,
     const std::function<bool()>& shallStop = {}

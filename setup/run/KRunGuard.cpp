@@ -41,7 +41,7 @@ void KRunGuard::Lock() {
     const auto shallStop = [this] { return signals.Take() != 0; };
     WithSignals([&] {
         const KSealExtent extent = installs ? KSealExtent::Whole : KSealExtent::WhatIsThere;
-        VerifySeal(kit.GetDirectory(), extent, shallStop);
+        sealed = VerifySeal(kit.GetDirectory(), extent, shallStop);
         const auto tell = [this](const std::string& words) { voice.Say(Shown(words)); };
         lock.emplace(service, arguments.waitSeconds, shallStop, lockDirectory, tell);
     });
@@ -75,7 +75,7 @@ void KRunGuard::WithSignals(const std::function<void()>& work) const {
 }
 
 void KRunGuard::ReadAhead(const KPlan& plan) {
-    digests.emplace(LastingCopies(plan, kit.GetDirectory()));
+    digests.emplace(LastingCopies(plan, kit.GetDirectory()), std::move(sealed));
 }
 
 /// An engine that is given a wrong script does what it says; here people are helped.

@@ -98,6 +98,7 @@ class KRunGuard {
     std::optional<KRunLock> lock;
     std::optional<KRunState> state;
     bool isAfterInterrupted = false;
+    KDigests sealed; // of the kit's files, once its seal was read
     std::optional<KDigestsAhead> digests;
 };
 

@@ -92,16 +92,17 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
                 return {};
             }
             std::string target = NormalPath(action.path);
-            if (action.kind == Kind::CopyFile && !action.lacks &&
-                IsAtOrBelow(NormalPath(action.source), kit) && !IsAtOrBelow(target, kit)) {
-                copies.push_back({action.source, std::move(target)});
+            std::string source = NormalPath(action.source);
+            if (action.kind == Kind::CopyFile && !action.lacks && IsAtOrBelow(source, kit) &&
+                !IsAtOrBelow(target, kit)) {
+                copies.push_back({std::move(source), std::move(target)});
             } else if (ChangesEntry(action.kind)) {
                 written.insert(std::move(target));
             }
         }
     }
     std::erase_if(copies, [&](const KCopy& copy) {
-        return written.contains(copy.target) || written.contains(NormalPath(copy.source));
+        return written.contains(copy.target) || written.contains(copy.source);
     });
     return copies;
 }

@@ -10,7 +10,9 @@
 
 namespace KSETUP {
 
-KDigestsAhead::KDigestsAhead(std::vector<KCopy> toCopy) : copies(std::move(toCopy)) {
+KDigestsAhead::KDigestsAhead(std::vector<KCopy> toCopy, KDigests alreadyRead)
+    : copies(std::move(toCopy)),
+      known(std::move(alreadyRead)) {
     // Signals are the main thread's, which inherits its own mask back.
     sigset_t all;
     sigset_t former;
@@ -31,7 +33,7 @@ KDigestsAhead::~KDigestsAhead() {
     }
 }
 
-std::unordered_map<std::string, KFileDigest> KDigestsAhead::Take() {
+KDigests KDigestsAhead::Take() {
     if (thread.joinable()) {
         thread.join();
     }
@@ -39,11 +41,12 @@ std::unordered_map<std::string, KFileDigest> KDigestsAhead::Take() {
 }
 
 void KDigestsAhead::Run() {
+    const auto shallStop = [this] { return isStopped.load(std::memory_order_relaxed); };
     try {
         for (const KCopy& copy : copies) {
-            KFileDigest digest = DigestFile(copy.source, [this] {
-                return isStopped.load(std::memory_order_relaxed);
-            });
+            const auto read = known.find(copy.source);
+            KFileDigest digest =
+                read != known.end() ? read->second : DigestFile(copy.source, shallStop);
             if (digest.errorNumber == 0) {
                 digests.insert_or_assign(copy.target, std::move(digest));
             } else {

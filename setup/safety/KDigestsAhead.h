@@ -6,7 +6,6 @@
 #include <atomic>
 #include <string>
 #include <thread>
-#include <unordered_map>
 #include <vector>
 
 namespace KSETUP {
@@ -23,21 +22,23 @@ struct KCopy {
 /// Thread   constructed, asked and destroyed on one thread
 class KDigestsAhead {
   public:
-    /// Begins at once. Of several copies to one target the last counts.
-    explicit KDigestsAhead(std::vector<KCopy> copies);
+    /// Begins at once. Of several copies to one target the last counts. Sources whose digests are
+    /// `known`, by their paths, are not read.
+    explicit KDigestsAhead(std::vector<KCopy> copies, KDigests known = {});
     /// Stops, within 1 MiB.
     ~KDigestsAhead();
     KDigestsAhead(const KDigestsAhead&) = delete;
     KDigestsAhead& operator=(const KDigestsAhead&) = delete;
 
     /// Waits for the end. By target: a file that could not be read is not there.
-    std::unordered_map<std::string, KFileDigest> Take();
+    KDigests Take();
 
   private:
     void Run();
 
-    std::vector<KCopy> copies;                            // the thread's until it is joined
-    std::unordered_map<std::string, KFileDigest> digests; // as above
+    std::vector<KCopy> copies; // the thread's until it is joined, as the next two
+    KDigests known;
+    KDigests digests;
     std::atomic<bool> isStopped{false};
     std::thread thread; // last: it uses the rest
 };

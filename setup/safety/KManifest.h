@@ -11,13 +11,9 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace KSETUP {
-
-/// Digests of files by path.
-using KDigests = std::unordered_map<std::string, KFileDigest>;
 
 struct KManifestEntry {
     enum class Kind { File, Directory, Link };

@@ -9,10 +9,16 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <string>
 
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Pair;
+using ::testing::UnorderedElementsAre;
 
 class KitSealTest : public ::testing::Test {
   protected:
@@ -42,6 +48,28 @@ TEST_F(KitSealTest, ASealIsSortedAndInTheFormatOfSha256sum) {
         "490cd15464f572c67f425b1e7797ca92464fc380858d76aa8fad245ec33c0b97  install.ini\n"
     );
     EXPECT_EQ(Verify(), "");
+}
+
+TEST_F(KitSealTest, WhatWasReadIsKnownByItsPath) {
+    tree.Link("kit/link", "bin/tool");
+    tree.Link("kit/copy", tree.Path("kit/install.ini"));
+    tree.Write("beside", "outside");
+    tree.Link("kit/out", tree.Path("beside"));
+    EXPECT_THAT(KSETUP::VerifySeal(tree.Path("kit")), IsEmpty()) << "it has no seal";
+    EXPECT_EQ(Seal(), 5U);
+    std::map<std::string, std::string> sums;
+    for (const auto& [path, digest] : KSETUP::VerifySeal(tree.Path("kit"))) {
+        EXPECT_EQ(digest.size, std::filesystem::file_size(path));
+        sums[path] = digest.sha256.substr(0, 4);
+    }
+    EXPECT_THAT(
+        sums,
+        UnorderedElementsAre(
+            Pair(tree.Path("kit/bin/tool"), "2770"),
+            Pair(tree.Path("kit/install.ini"), "490c"),
+            Pair(tree.Path("beside"), "3120")
+        )
+    );
 }
 
 TEST_F(KitSealTest, ARemovalNeedsNoPayloadButWhatIsThereIsTrue) {

@@ -41,6 +41,19 @@ TEST(KDigestsAheadTest, TheLastCopyToATargetCounts) {
     EXPECT_THAT(broken.Take(), SizeIs(0));
 }
 
+TEST(KDigestsAheadTest, WhatWasReadBeforeIsNotReadAgain) {
+    KTEST::TemporaryTree tree;
+    tree.Write("a", "A");
+    KDigestsAhead ahead(
+        {{tree.Path("a"), "/opt/a"}, {tree.Path("b"), "/opt/b"}},
+        {{tree.Path("b"), {0, 1, digestOfB}}} // and is not there, so it cannot be
+    );
+    const auto digests = ahead.Take();
+    EXPECT_EQ(digests.at("/opt/a").sha256, digestOfA);
+    EXPECT_EQ(digests.at("/opt/b").sha256, digestOfB);
+    EXPECT_EQ(digests.at("/opt/b").size, 1U);
+}
+
 TEST(KDigestsAheadTest, NothingIsFine) {
     EXPECT_THAT(KDigestsAhead({}).Take(), SizeIs(0));
 }
