@@ -13,9 +13,8 @@ inline constexpr int malformedScript = 65; ///< also a record that cannot be tru
 inline constexpr int noKit = 66;
 inline constexpr int noService = 69; ///< no service manager, or a service failed
 inline constexpr int internal = 70;
-inline constexpr int cannotWrite =
-    73;                               ///< no space, or a target or an answer that cannot be written
-inline constexpr int anotherRun = 75; ///< another run of the same product goes on
+inline constexpr int cannotWrite = 73; ///< no space; a target or an answer cannot be written
+inline constexpr int anotherRun = 75;  ///< another run of the same product goes on
 inline constexpr int notRoot = 77;
 inline constexpr int signalBase = 128; ///< a cancelled run: plus the signal's number
 
