@@ -4,12 +4,6 @@
 
 namespace KSETUP {
 
-namespace {
-
-constexpr unsigned logDirectory = 19; // of the path map
-
-} // namespace
-
 std::vector<std::string> WrittenByEachInstall() {
     return {KSUP::KUtil::GetPathName(logDirectory, "").c_str(), stateBaseDirectory};
 }

@@ -4,6 +4,7 @@
 #include <setup/output/Words.h>
 #include <setup/plan/AddedLines.h>
 #include <setup/plan/ProductPath.h>
+#include <setup/plan/RunPlaces.h>
 #include <setup/plan/WhyNoRule.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
@@ -27,7 +28,6 @@ namespace KSETUP {
 namespace {
 
 constexpr const char* noVersion = "unknown"; // the engine's word for a record without one
-constexpr unsigned logDirectory = 19;        // of the path map
 
 void SetOfflineServices(const KSetupArguments& arguments) {
     if (SvcSetOfflineServices(0, arguments.offlineServices ? 1 : 0) != 0) {
