@@ -220,6 +220,10 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedQuestion{
             "PlanRemoveOfNothing", "plan remove --kit KIT", "plan remove", 3, "is not installed:"},
         RefusedQuestion{
+            "CheckWithoutAKit", "check --kit /nonex", "check", 66, "/nonex: no such directory"},
+        RefusedQuestion{
+            "KitWithAnUnknownOption", "kit seal --quickly", "kit seal", 64, "--quickly"},
+        RefusedQuestion{
             "PlanWithAnUnknownOption", "plan install --quickly", "plan install", 64, "--quickly"}
     ),
     KTEST::NameOfRow()

@@ -78,6 +78,20 @@ TEST_F(SetupStateTest, ADamagedStateIsToldAndMendedByTheNextInstall) {
     EXPECT_THAT(RunSetup("status").out, Not(HasSubstr("understood")));
 }
 
+/// Too late for a refusal: the product is installed, and the next run would hear that it is not.
+TEST_F(SetupStateTest, AStateThatCannotBeTakenAwayIsAFailure) {
+    GivenScript(
+        "process=start,cd /var/lib/ins++/setuptest && rm state && mkdir -p state/in-the-way\n"
+    );
+    const Outcome failed = RunSetup("install");
+    EXPECT_EQ(failed.exitCode, 73) << failed.out;
+    EXPECT_THAT(failed.err, HasSubstr("/var/lib/ins++/setuptest/state"));
+    EXPECT_THAT(
+        KTEST::Slurp(setupLog), HasSubstr("End install of Setup Test 1.5 (build 9): failed")
+    );
+    EXPECT_EQ(Run("rm -r /var/lib/ins++/setuptest/state; SETUP status --kit KIT").exitCode, 0);
+}
+
 TEST_F(SetupStateTest, ADamagedStateHoldsNoRemovalUp) {
     ASSERT_EQ(RunSetup("install").exitCode, 0);
     GivenDamage("state");

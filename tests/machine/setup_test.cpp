@@ -432,6 +432,12 @@ TEST_F(SetupProgramTest, ProgramsThatRunAreInTheAnswerToo) {
     const std::string pid = tree.Read("pid").substr(0, tree.Read("pid").find('\n'));
     const Json expected = {"svc (" + pid + "), " + program};
     EXPECT_EQ(Json::parse(told.out).value("running", Json()), expected) << told.out;
+    const Outcome removed =
+        Run(program + " 1000 & echo $! > TREE/pid; SETUP remove --json --yes --kit KIT; kill $!");
+    EXPECT_THAT(
+        Json::parse(removed.out).value("running", Json()).dump(),
+        HasSubstr("(" + tree.Read("pid").substr(0, tree.Read("pid").find('\n')) + "), " + program)
+    ) << removed.out;
 }
 
 TEST_F(SetupProgramTest, ARemovalTellsOfWhatAnEarlierVersionInstalled) {
@@ -507,6 +513,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"UnknownAction", "SETUP instal --kit KIT", 64, "not expected: instal"},
         Refusal{"EmptyKit", "SETUP install --kit ''", 64, "--kit: is empty"},
         Refusal{"EmptyBundle", "SETUP kit bundle --kit KIT -o ''", 64, "--output: is empty"},
+        Refusal{"EmptyTree", "SETUP kit add --kit KIT ''", 64, "tree: is empty"},
         Refusal{"EmptyDirectoryOfANewKit", "SETUP kit new ''", 64, "directory: is empty"},
         Refusal{"UnknownOption", "SETUP install --kit KIT --quickly", 64, "--quickly"},
         Refusal{"MissingKit", "SETUP install --kit /nowhere", 66, "/nowhere: no such directory"},
