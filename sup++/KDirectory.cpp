@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KDirectory.h>
 #include <sup++/KUtil.h>
-#include <sup++/unx/lin/SysFile.h>
 
 #include <cstring>
 
+#include <sys/files/FileCalls.h>
 #include <unistd.h>
 
 namespace KSUP {
@@ -31,10 +31,10 @@ const char* KDirectory::FindName(const KString& filePath, int& directory) noexce
     }
     if (!wasTried) {
         wasTried = true;
-        KDescriptor opened;
+        KSYS::KDescriptor opened;
         const unsigned status = purpose == Purpose::Write
-                                    ? Sys::OpenPlace(filePath.c_str(), opened)
-                                    : Sys::OpenDirectory(path.c_str(), opened);
+                                    ? KSYS::OpenPlace(filePath.c_str(), opened)
+                                    : KSYS::OpenDirectory(path.c_str(), opened);
         descriptor = status == 0 ? opened.Release() : -1;
     }
     directory = descriptor;

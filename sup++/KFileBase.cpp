@@ -2,10 +2,10 @@
 #include <sup++/KDirectory.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/KFileBase.h>
-#include <sup++/unx/lin/SysFile.h>
 
 #include <cerrno>
 
+#include <sys/files/FileCalls.h>
 #include <unistd.h>
 
 namespace KSUP {
@@ -39,36 +39,36 @@ KFileBase::~KFileBase() {
 }
 
 void KFileBase::OpenForRead(const KString& filePath, KDirectory* held) {
-    KDescriptor file;
+    KSYS::KDescriptor file;
     struct stat status {};
     int directory = -1;
     const char* name = held != nullptr ? held->FindName(filePath, directory) : nullptr;
-    const unsigned error = name != nullptr ? Sys::OpenRegularAt(directory, name, file, status)
-                                           : Sys::OpenRegular(filePath.c_str(), file, status);
+    const unsigned error = name != nullptr ? KSYS::OpenRegularAt(directory, name, file, status)
+                                           : KSYS::OpenRegular(filePath.c_str(), file, status);
     if (error != 0) {
         RaiseOpening(error, filePath);
     }
-    KDescriptor former(std::exchange(descriptor, file.Release()));
+    KSYS::KDescriptor former(std::exchange(descriptor, file.Release()));
     length = static_cast<unsigned long long>(status.st_size);
     modeFlags = status.st_mode & permissionBits;
     path = filePath;
 }
 
 void KFileBase::Create(const KString& filePath, KDirectory* held) {
-    KDescriptor file;
+    KSYS::KDescriptor file;
     int directory = -1;
     const char* name = held != nullptr ? held->FindName(filePath, directory) : nullptr;
     unsigned error = ELOOP;
     if (name != nullptr) {
-        error = Sys::CreateAnewAt(directory, name, filePath.c_str(), newFileMode, file);
+        error = KSYS::CreateAnewAt(directory, name, filePath.c_str(), newFileMode, file);
     }
     if (error == ELOOP) { // the whole path decides whether a link may be followed
-        error = Sys::CreateAnew(filePath.c_str(), newFileMode, file);
+        error = KSYS::CreateAnew(filePath.c_str(), newFileMode, file);
     }
     if (error != 0) {
         RaiseOpening(error, filePath);
     }
-    KDescriptor former(std::exchange(descriptor, file.Release()));
+    KSYS::KDescriptor former(std::exchange(descriptor, file.Release()));
     length = 0;
     modeFlags = newFileMode;
     kernelCopies = true;
@@ -79,7 +79,7 @@ void KFileBase::Copy(
     const KFileBase& from, const unsigned long long& offset, unsigned int byteCount
 ) {
     const unsigned status =
-        Sys::CopyRange(from.descriptor, offset, descriptor, byteCount, kernelCopies);
+        KSYS::CopyRange(from.descriptor, offset, descriptor, byteCount, kernelCopies);
     if (status == ENODATA) {
         source.Raise(TraceLevel::support, EIO, from.path + ": became shorter while it was copied");
     }
@@ -89,11 +89,11 @@ void KFileBase::Copy(
 }
 
 void KFileBase::Close() {
-    KDescriptor file(std::exchange(descriptor, -1));
+    KSYS::KDescriptor file(std::exchange(descriptor, -1));
     if (!file.IsOpen()) {
         return;
     }
-    if (const unsigned status = Sys::CloseReporting(file); status != 0) {
+    if (const unsigned status = KSYS::CloseReporting(file); status != 0) {
         source.RaiseSystem(status, path);
     }
 }
@@ -106,7 +106,7 @@ void KFileBase::SetModeFlags(unsigned int flags) {
 }
 
 void KFileBase::DeleteFile(const KString& filePath) {
-    if (const unsigned status = Sys::Unlink(filePath.c_str()); status != 0) {
+    if (const unsigned status = KSYS::Unlink(filePath.c_str()); status != 0) {
         source.RaiseSystem(status, filePath);
     }
 }

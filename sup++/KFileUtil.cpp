@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorSource.h>
 #include <sup++/KFileUtil.h>
-#include <sup++/unx/lin/SysFile.h>
+#include <sys/files/FileCalls.h>
 
 #include <cerrno>
 #include <new>
@@ -15,7 +15,7 @@ constexpr KErrorSource source{"sup++/KFileUtil"};
 } // namespace
 
 void KFileUtil::CreateSymbolicLink(const KString& existingPath, const KString& linkPath) {
-    const unsigned status = Sys::MakeLink(existingPath.c_str(), linkPath.c_str());
+    const unsigned status = KSYS::MakeLink(existingPath.c_str(), linkPath.c_str());
     if (status != 0) {
         source.RaiseSystem(status, linkPath);
     }
@@ -23,7 +23,7 @@ void KFileUtil::CreateSymbolicLink(const KString& existingPath, const KString& l
 
 unsigned KFileUtil::DeleteFile(const KString& path) noexcept {
     try {
-        return Sys::Unlink(path.c_str());
+        return KSYS::Unlink(path.c_str());
     } catch (const std::bad_alloc&) {
         return ENOMEM;
     }
@@ -38,7 +38,7 @@ unsigned int KFileUtil::GetModeFlags(const KString& path) {
 }
 
 void KFileUtil::SetModeFlags(const KString& path, unsigned int flags) {
-    if (const unsigned status = Sys::ChangeMode(path.c_str(), flags); status != 0) {
+    if (const unsigned status = KSYS::ChangeMode(path.c_str(), flags); status != 0) {
         source.RaiseSystem(status, path);
     }
 }

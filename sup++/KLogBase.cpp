@@ -2,7 +2,6 @@
 #include <sup++/KErrorSource.h>
 #include <sup++/KLogBase.h>
 #include <sup++/KUtil.h>
-#include <sup++/unx/lin/SysFile.h>
 
 #include <utf8.h>
 
@@ -19,6 +18,8 @@
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include <sys/files/FileCalls.h>
 
 namespace KSUP {
 
@@ -110,8 +111,8 @@ KLogBase::~KLogBase() {
 
 void KLogBase::Open(const KString& logPath) {
     Close();
-    KDescriptor file;
-    if (const unsigned status = Sys::OpenForAppend(logPath.c_str(), logMode, file); status != 0) {
+    KSYS::KDescriptor file;
+    if (const unsigned status = KSYS::OpenForAppend(logPath.c_str(), logMode, file); status != 0) {
         source.RaiseSystem(status, logPath);
     }
     path = logPath;
@@ -123,7 +124,7 @@ void KLogBase::Open(const KString& logPath) {
 void KLogBase::Close() noexcept {
     // Entries that threads have not ended go stale with the serial. They are not touched: a log may
     // be closed while the process ends, when what belonged to threads is gone.
-    const KDescriptor file(std::exchange(descriptor, -1));
+    const KSYS::KDescriptor file(std::exchange(descriptor, -1));
 }
 
 KLogBase::Entry* KLogBase::FindEntry() {
@@ -169,7 +170,7 @@ void KLogBase::EndEntry(Entry& entry) noexcept {
             entry.line.insert(0, "\n"); // an entry begins a line whatever became of the one before
         }
         // A log that cannot be written must not stop the run that it describes.
-        if (Sys::WriteAll(descriptor, entry.line.data(), entry.line.size()) != 0) {
+        if (KSYS::WriteAll(descriptor, entry.line.data(), entry.line.size()) != 0) {
             lineIsCut.store(true, std::memory_order_relaxed);
         }
     } catch (...) { // NOLINT: no memory for the last bytes of an entry

@@ -19,8 +19,8 @@ KString ToText(std::string_view bytes) {
 
 unsigned KProfileContent::Open(const KString& filePath, bool mayBeMissing) {
     std::string bytes;
-    Sys::FileIdentity found;
-    unsigned status = Sys::ReadFile(filePath.c_str(), bytes, found);
+    KSYS::FileIdentity found;
+    unsigned status = KSYS::ReadFile(filePath.c_str(), bytes, found);
     if (status == ENOENT && mayBeMissing) {
         status = 0;
     }
@@ -33,7 +33,7 @@ unsigned KProfileContent::Open(const KString& filePath, bool mayBeMissing) {
 }
 
 unsigned KProfileContent::Create(const KString& filePath) {
-    Sys::KProfileLock lock;
+    KSYS::KFileReplacement lock;
     unsigned status = lock.Take(filePath.c_str());
     if (status == 0) {
         bool replaced = false;
@@ -59,11 +59,11 @@ bool KProfileContent::Find(std::string_view section, std::string_view key, KStri
 template <class Change>
 unsigned KProfileContent::Apply(GoneFile gone, Change change) {
     const std::lock_guard hold(guard);
-    Sys::KProfileLock lock;
+    KSYS::KFileReplacement lock;
     unsigned status = lock.Take(path.c_str());
     if (status == 0 && !lock.IsStill(onDisk)) {
         std::string bytes;
-        Sys::FileIdentity found;
+        KSYS::FileIdentity found;
         status = lock.Read(bytes, found);
         if (status == ENOENT && gone == GoneFile::StaysGone) {
             change(text); // what was read is still walked through

@@ -3,7 +3,7 @@
 
 #include <sup++/KProfileText.h>
 #include <sup++/KString.h>
-#include <sup++/unx/lin/SysProfileFile.h>
+#include <sys/files/KFileReplacement.h>
 
 #include <mutex>
 #include <string_view>
@@ -43,7 +43,7 @@ class KProfileContent {
     std::mutex guard;
     KString path;             // fixed once opened
     KProfileText text;        // guarded by guard
-    Sys::FileIdentity onDisk; // guarded by guard; what text was read from or written to
+    KSYS::FileIdentity onDisk; // guarded by guard; what text was read from or written to
 };
 
 } // namespace KSUP

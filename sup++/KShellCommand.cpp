@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorSource.h>
 #include <sup++/KShellCommand.h>
-#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcProcess.h>
-#include <sup++/unx/lin/SysChild.h>
-#include <sup++/unx/lin/SysFile.h>
 
 #include <boost/make_shared.hpp>
 
@@ -17,7 +14,10 @@
 #include <string>
 
 #include <poll.h>
+#include <sys/NeverDestroyed.h>
 #include <sys/eventfd.h>
+#include <sys/files/FileCalls.h>
+#include <sys/processes/KShellProcess.h>
 
 namespace KSUP {
 
@@ -35,7 +35,7 @@ struct Output {
 };
 
 Output& TheOutput() {
-    static NeverDestroyed<Output> output;
+    static KSYS::NeverDestroyed<Output> output;
     return output.Get();
 }
 
@@ -51,7 +51,7 @@ std::string OutputPath() {
 class KShellCommand::Child {
   public:
     /// Returns  0 or errno; nothing runs after a failure
-    unsigned Start(const KString& commandLine, const KDescriptor& output) {
+    unsigned Start(const KString& commandLine, const KSYS::KDescriptor& output) {
         stopRequest.Reset(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
         return stopRequest.IsOpen() ? process.Start(commandLine.c_str(), output)
                                     : static_cast<unsigned>(errno);
@@ -115,8 +115,8 @@ class KShellCommand::Child {
         return true;
     }
 
-    Sys::ShellProcess process;
-    KDescriptor stopRequest;
+    KSYS::KShellProcess process;
+    KSYS::KDescriptor stopRequest;
 };
 
 KShellCommand::KShellCommand() : KThread("Shell command") {}
@@ -135,9 +135,9 @@ void KShellCommand::Execute(const KString& commandLine) {
     if (IsTerminated()) {
         return;
     }
-    KDescriptor output;
+    KSYS::KDescriptor output;
     if (const std::string path = OutputPath(); !path.empty()) {
-        if (const unsigned status = Sys::OpenForAppend(path.c_str(), outputMode, output);
+        if (const unsigned status = KSYS::OpenForAppend(path.c_str(), outputMode, output);
             status != 0) {
             source.RaiseSystem(status, path);
         }

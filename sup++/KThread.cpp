@@ -3,7 +3,7 @@
 #include <sup++/KErrorSource.h>
 #include <sup++/KThread.h>
 #include <sup++/Txt.h>
-#include <sup++/unx/lin/SysSignals.h>
+#include <sys/processes/BlockedSignals.h>
 
 #include <boost/make_shared.hpp>
 
@@ -112,7 +112,7 @@ void KThread::Start(boost::function<void()> body) {
     {
         const std::lock_guard hold(state->guard);
         // Inherited: a signal for the program is handled on the program's own threads.
-        const Sys::BlockedSignals blocked;
+        const KSYS::BlockedSignals blocked;
         state->error = nullptr;
         state->running = state;
         status = pthread_create(&state->handle, nullptr, &KThread::Run, state.get());

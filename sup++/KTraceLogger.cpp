@@ -2,12 +2,12 @@
 #include <sup++/KErrorSource.h>
 #include <sup++/KTraceLogger.h>
 #include <sup++/SvcTrace.h>
-#include <sup++/unx/lin/KDescriptor.h>
-#include <sup++/unx/lin/SysFile.h>
 
 #include <algorithm>
 #include <string>
 
+#include <sys/files/FileCalls.h>
+#include <sys/files/KDescriptor.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -38,7 +38,7 @@ void WriteLine(int descriptor, TRACE_MESSAGE level, const char* text) noexcept {
             line.begin(), line.end(), [](char byte) { return byte >= 0 && byte < ' '; }, ' '
         );
         line += '\n';
-        static_cast<void>(Sys::WriteAll(descriptor, line.data(), line.size()));
+        static_cast<void>(KSYS::WriteAll(descriptor, line.data(), line.size()));
     } catch (...) { // NOLINT: there is nobody left to be told
     }
 }
@@ -62,8 +62,8 @@ void KTraceLogger::UseNothing() noexcept {
 }
 
 void KTraceLogger::UseFile(const KString& path) {
-    KDescriptor file;
-    if (const unsigned status = Sys::OpenForAppend(path.c_str(), 0640, file); status != 0) {
+    KSYS::KDescriptor file;
+    if (const unsigned status = KSYS::OpenForAppend(path.c_str(), 0640, file); status != 0) {
         source.RaiseSystem(status, path);
     }
     Switch(Target::File, file.Release());

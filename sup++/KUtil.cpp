@@ -3,7 +3,7 @@
 #include <sup++/KUtil.h>
 #include <sup++/PathMap.h>
 #include <sup++/Txt.h>
-#include <sup++/unx/lin/SysProcessList.h>
+#include <sys/processes/ProcessList.h>
 
 #include <array>
 #include <cerrno>
@@ -85,7 +85,7 @@ KString ClassName(const char* name) {
     return text += ":";
 }
 
-KString ProcessText(const Sys::HeldProcess& process) {
+KString ProcessText(const KSYS::HeldProcess& process) {
     return "process " + std::to_string(process.id) + " (" + process.name + ")";
 }
 
@@ -164,21 +164,21 @@ void KUtil::KillProcess(const KString& program, unsigned timeoutMs) {
     if (program.IsEmpty()) {
         source.Raise(TraceLevel::support, ErrorCode::invalidArgument, "no program to stop");
     }
-    std::vector<Sys::HeldProcess> running;
-    if (const unsigned status = Sys::FindProcesses(program.c_str(), running); status != 0) {
+    std::vector<KSYS::HeldProcess> running;
+    if (const unsigned status = KSYS::FindProcesses(program.c_str(), running); status != 0) {
         source.RaiseSystem(status, "/proc");
     }
     unsigned refused = 0;
     const auto signalAll = [&](int signal) {
-        for (const Sys::HeldProcess& one : running) {
-            const unsigned status = Sys::Signal(one, signal);
+        for (const KSYS::HeldProcess& one : running) {
+            const unsigned status = KSYS::Signal(one, signal);
             refused = status != 0 ? status : refused; // the others are to end all the same
         }
     };
     signalAll(SIGTERM);
-    Sys::WaitForEnd(running, std::chrono::milliseconds(timeoutMs));
+    KSYS::WaitForEnd(running, std::chrono::milliseconds(timeoutMs));
     signalAll(SIGKILL);
-    Sys::WaitForEnd(running, killPatience);
+    KSYS::WaitForEnd(running, killPatience);
     if (running.empty()) {
         return;
     }

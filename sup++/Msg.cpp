@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
 #include <sup++/Msg.h>
-#include <sup++/NeverDestroyed.h>
+#include <sys/NeverDestroyed.h>
 #include <sup++/SvcTrace.h>
 
 #include <cerrno>
@@ -19,7 +19,7 @@ struct Hook {
 };
 
 Hook& TheHook() noexcept {
-    static KSUP::NeverDestroyed<Hook> hook;
+    static KSYS::NeverDestroyed<Hook> hook;
     return hook.Get();
 }
 
@@ -67,7 +67,7 @@ unsigned SvcSetTraceHook(SvcTraceHook hook, void* context) noexcept {
 }
 
 KSUP::KTraceLogger* SvcGetGlobalLogger() noexcept {
-    static KSUP::NeverDestroyed<KSUP::KTraceLogger> logger;
+    static KSYS::NeverDestroyed<KSUP::KTraceLogger> logger;
     return &logger.Get();
 }
 

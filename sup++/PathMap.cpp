@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include <sup++/NeverDestroyed.h>
 #include <sup++/PathMap.h>
-#include <sup++/unx/lin/SysProcess.h>
 
 #include <algorithm>
 #include <array>
 #include <map>
 #include <mutex>
+
+#include <sys/NeverDestroyed.h>
+#include <sys/processes/OwnProcess.h>
 
 namespace KSUP::PathMap {
 
@@ -53,11 +54,11 @@ static_assert(std::is_sorted(names.begin(), names.end(), Before));
 struct Table {
     std::mutex guard;
     std::map<unsigned, KString> entries{
-        {2, Sys::ProgramDirectory()}, {19, "/var/log/"}}; // guarded by guard
+        {2, KSYS::ProgramDirectory()}, {19, "/var/log/"}}; // guarded by guard
 };
 
 Table& TheTable() {
-    static NeverDestroyed<Table> table;
+    static KSYS::NeverDestroyed<Table> table;
     return table.Get();
 }
 

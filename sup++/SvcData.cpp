@@ -5,9 +5,9 @@
 #include <sup++/KErrorCode.h>
 #include <sup++/KProfile.h>
 #include <sup++/KUtil.h>
-#include <sup++/NeverDestroyed.h>
+#include <sys/NeverDestroyed.h>
 #include <sup++/SvcData.h>
-#include <sup++/unx/lin/SysProcess.h>
+#include <sys/processes/OwnProcess.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -31,7 +31,7 @@ class LowTexts {
         const std::size_t bytes = std::strlen(text) + 1;
         if (bytes > left) {
             const std::size_t room = bytes > blockBytes ? bytes : blockBytes;
-            next = static_cast<char*>(KSUP::Sys::AllocateLow(room));
+            next = static_cast<char*>(KSYS::AllocateLow(room));
             if (next == nullptr) {
                 left = 0;
                 throw std::bad_alloc();
@@ -62,10 +62,10 @@ struct ProductTexts {
 struct Records {
     Records() {
         std::memcpy(global.os, "lin", sizeof("lin"));
-        const std::string architecture = KSUP::Sys::Architecture();
+        const std::string architecture = KSYS::Architecture();
         architecture.copy(global.architecture, sizeof(global.architecture) - 1);
         Store(ProductTexts());
-        SetCommandLine(KSUP::CommandLineText::Quote(KSUP::Sys::ProgramArguments()));
+        SetCommandLine(KSUP::CommandLineText::Quote(KSYS::ProgramArguments()));
     }
 
     void SetCommandLine(std::string commandLine) {
@@ -90,7 +90,7 @@ struct Records {
 };
 
 Records& TheRecords() {
-    static KSUP::NeverDestroyed<Records> records;
+    static KSYS::NeverDestroyed<Records> records;
     return records.Get();
 }
 
@@ -100,7 +100,7 @@ struct CustomKeys {
 };
 
 CustomKeys& TheCustomKeys() {
-    static KSUP::NeverDestroyed<CustomKeys> keys;
+    static KSYS::NeverDestroyed<CustomKeys> keys;
     return keys.Get();
 }
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/DispatchEvent.h>
-#include <sup++/NeverDestroyed.h>
+#include <sys/NeverDestroyed.h>
 #include <sup++/SvcDispatch.h>
 
 #include <chrono>
@@ -19,7 +19,7 @@ struct Event {
 };
 
 Event& TheEvent() {
-    static KSUP::NeverDestroyed<Event> event;
+    static KSYS::NeverDestroyed<Event> event;
     return event.Get();
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
 #include <sup++/SvcFile.h>
-#include <sup++/unx/lin/SysFile.h>
-#include <sup++/unx/lin/SysWriteTracking.h>
+#include <sys/files/FileCalls.h>
+#include <sys/files/WriteTracking.h>
 
 #include <cerrno>
 #include <exception>
@@ -28,32 +28,32 @@ unsigned WithStatus(const char* path, bool argumentsFit, Call call) noexcept {
 
 unsigned SvcCreateDirectory(unsigned flags, const char* path, unsigned withParents) noexcept {
     return WithStatus(path, flags == 0 && withParents <= 1, [&] {
-        return KSUP::Sys::MakeDirectory(path, directoryMode, withParents == 1);
+        return KSYS::MakeDirectory(path, directoryMode, withParents == 1);
     });
 }
 
 unsigned SvcDeleteDirectory(unsigned flags, const char* path, unsigned reserved) noexcept {
     return WithStatus(path, flags == 0 && reserved == 0, [&] {
-        return KSUP::Sys::RemoveDirectory(path);
+        return KSYS::RemoveDirectory(path);
     });
 }
 
 unsigned SvcDeleteFile(unsigned flags, const char* path) noexcept {
     return WithStatus(path, flags == 0, [&] {
-        const unsigned status = KSUP::Sys::Unlink(path);
+        const unsigned status = KSYS::Unlink(path);
         return status == ENOENT ? 0U : status;
     });
 }
 
 unsigned SvcBeginWriteTracking() noexcept {
-    return KSUP::Sys::BeginWriteTracking();
+    return KSYS::BeginWriteTracking();
 }
 
 unsigned SvcFlushWrites() noexcept {
-    return KSUP::Sys::FlushWrites();
+    return KSYS::FlushWrites();
 }
 
 unsigned SvcEndWriteTracking() noexcept {
-    KSUP::Sys::EndWriteTracking();
+    KSYS::EndWriteTracking();
     return 0;
 }

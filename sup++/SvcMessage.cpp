@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
-#include <sup++/NeverDestroyed.h>
+#include <sys/NeverDestroyed.h>
 #include <sup++/SvcMessage.h>
-#include <sup++/unx/lin/SysCatalogue.h>
+#include <sys/files/KCatalogueFile.h>
 
 #include <cerrno>
 #include <map>
@@ -15,7 +15,7 @@
 namespace {
 
 using KSUP::ErrorCode::invalidArgument;
-using KSUP::Sys::KCatalogueFile;
+using KSYS::KCatalogueFile;
 
 constexpr unsigned mostCatalogue = 0xFFFF;
 constexpr unsigned numberBits = 16;
@@ -32,7 +32,7 @@ struct Catalogues {
 };
 
 Catalogues& TheCatalogues() {
-    static KSUP::NeverDestroyed<Catalogues> catalogues;
+    static KSYS::NeverDestroyed<Catalogues> catalogues;
     return catalogues.Get();
 }
 
@@ -43,13 +43,13 @@ bool IsBaseName(const char* text) noexcept {
 
 /// The files beside the module in which `address` lies.
 std::vector<const KCatalogueFile*> FindFiles(const void* address, const std::string& baseName) {
-    const std::string directory = KSUP::Sys::ModuleDirectory(address);
+    const std::string directory = KSYS::ModuleDirectory(address);
     std::vector<const KCatalogueFile*> files;
     if (directory.empty()) {
         return files;
     }
     std::vector<std::string> endings;
-    for (const std::string& language : KSUP::Sys::MessageLanguages()) {
+    for (const std::string& language : KSYS::MessageLanguages()) {
         endings.push_back('.' + language + ".cat");
     }
     endings.emplace_back(".cat");

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
-#include <sup++/NeverDestroyed.h>
 #include <sup++/SvcService.h>
-#include <sup++/unx/lin/SysServiceControl.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,11 +14,24 @@
 #include <string>
 #include <vector>
 
+#include <sys/NeverDestroyed.h>
+#include <sys/services/KServiceControl.h>
+#include <sys/services/KServiceError.h>
+
 namespace {
 
-using KSUP::Sys::KServiceControl;
+using KSYS::KServiceControl;
 
 constexpr KSUP::KErrorSource source{"sup++/SvcService"};
+
+// One number each, here and in the layer below, which knows nothing of this one.
+static_assert(KSUP::ErrorCode::invalidArgument == KSYS::ServiceStatus::invalidArgument);
+static_assert(KSUP::ErrorCode::serviceUnknown == KSYS::ServiceStatus::unknown);
+static_assert(KSUP::ErrorCode::serviceForeign == KSYS::ServiceStatus::foreign);
+static_assert(KSUP::ErrorCode::serviceFailed == KSYS::ServiceStatus::failed);
+static_assert(KSUP::ErrorCode::serviceTimedOut == KSYS::ServiceStatus::timedOut);
+static_assert(KSUP::ErrorCode::noServiceManager == KSYS::ServiceStatus::noManager);
+static_assert(KSUP::ErrorCode::serviceManagerLost == KSYS::ServiceStatus::managerLost);
 
 constexpr unsigned stopped = 1;
 constexpr unsigned running = 4;
@@ -74,7 +85,7 @@ class LeftServices {
 };
 
 LeftServices& TheLeftServices() {
-    static KSUP::NeverDestroyed<LeftServices> services;
+    static KSYS::NeverDestroyed<LeftServices> services;
     return services.Get();
 }
 
@@ -97,12 +108,20 @@ void RequireArguments(bool fit) {
     }
 }
 
+void Trace(const std::string& notice) {
+    Msg(KSUP::TraceLevel::support, "%s", notice.c_str());
+}
+
 /// These calls answer with a status only; the words are kept beside it.
 template <class Call>
 unsigned WithStatus(Call call) noexcept {
     try {
-        call();
-        return 0;
+        try {
+            call();
+            return 0;
+        } catch (const KSYS::KServiceError& error) {
+            source.Raise(KSUP::TraceLevel::support, error.GetStatus(), error.what());
+        }
     } catch (const KSUP::KError& error) {
         return Failed(error.GetCode(), error.GetInfo().GetString().c_str());
     } catch (const std::bad_alloc&) {
@@ -126,7 +145,7 @@ template <class Stop>
 unsigned StopWith(unsigned flags, const char* name, Stop stop) noexcept {
     return WithStatus([&] {
         RequireArguments(flags == 0 && name != nullptr);
-        KServiceControl service(name);
+        KServiceControl service(name, &Trace);
         if (!IsLeft(service, name, stopped)) {
             stop(service);
         }
@@ -147,14 +166,14 @@ unsigned SvcCreateService(
             flags == 0 && name != nullptr && displayName != nullptr && program != nullptr &&
             arguments != nullptr
         );
-        KServiceControl(name).Create(displayName, program, arguments);
+        KServiceControl(name, &Trace).Create(displayName, program, arguments);
     });
 }
 
 unsigned SvcDeleteService(unsigned flags, const char* name) noexcept {
     return WithStatus([&] {
         RequireArguments(flags == 0 && name != nullptr);
-        KServiceControl(name).Delete();
+        KServiceControl(name, &Trace).Delete();
         TheLeftServices().Remove(name);
     });
 }
@@ -162,7 +181,7 @@ unsigned SvcDeleteService(unsigned flags, const char* name) noexcept {
 unsigned SvcStartService(unsigned flags, const char* name) noexcept {
     return WithStatus([&] {
         RequireArguments(flags == 0 && name != nullptr);
-        KServiceControl service(name);
+        KServiceControl service(name, &Trace);
         if (!IsLeft(service, name, running)) {
             service.Start();
         }
@@ -182,7 +201,7 @@ unsigned SvcStopServiceEx(unsigned flags, const char* name, unsigned timeoutMs) 
 unsigned SvcGetServiceStatus(unsigned flags, const char* name, unsigned* state) noexcept {
     return WithStatus([&] {
         RequireArguments(flags == 0 && name != nullptr && state != nullptr);
-        *state = KServiceControl(name).GetState();
+        *state = KServiceControl(name, &Trace).GetState();
     });
 }
 

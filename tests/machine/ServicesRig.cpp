@@ -145,8 +145,8 @@ void ServicesTest::ExpectErrorText(const std::string& part) {
     );
 }
 
-KSUP::Sys::KServiceControl ServicesTest::Impatient(std::chrono::milliseconds limit) {
-    KSUP::Sys::KServiceControl::Limits limits;
+KSYS::KServiceControl ServicesTest::Impatient(std::chrono::milliseconds limit) {
+    KSYS::KServiceControl::Limits limits;
     limits.start = limits.stop = limit;
     limits.settle = std::chrono::milliseconds(0);
     return {service, "", limits};

@@ -3,7 +3,7 @@
 
 #include "../support/TemporaryTree.h"
 
-#include <sup++/unx/lin/SysServiceControl.h>
+#include <sys/services/KServiceControl.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -66,7 +66,7 @@ class ServicesTest : public ::testing::Test {
     static unsigned State();
     static void ExpectErrorText(const std::string& part);
     /// The library's insides with other limits, for what a test cannot wait for.
-    static KSUP::Sys::KServiceControl Impatient(std::chrono::milliseconds limit);
+    static KSYS::KServiceControl Impatient(std::chrono::milliseconds limit);
     static void StopBus();
     /// Makes the machine look like one that systemd does not run.
     static void HideSystemd();

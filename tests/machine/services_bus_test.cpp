@@ -296,7 +296,7 @@ class ServicesOfflineLinksTest : public ServicesTest,
 TEST_P(ServicesOfflineLinksTest, AreThoseOfSystemctl) {
     GivenTree("ours");
     GivenTree("theirs");
-    const KSUP::Sys::KUnitFiles files(tree.Path("ours"));
+    const KSYS::KUnitFiles files(tree.Path("ours"));
     const std::string systemctl = "systemctl --root=" + tree.Path("theirs");
     files.Enable("a.service");
     Output(systemctl + " enable a.service");

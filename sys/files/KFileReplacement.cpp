@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: MIT
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/Retry.h>
+#include <sys/file.h>
+#include <sys/files/KFileReplacement.h>
+
+namespace KSYS {
+
+namespace {
+
+constexpr auto lockPatience = std::chrono::seconds(10);
+constexpr auto lockInterval = std::chrono::milliseconds(5);
+
+unsigned LastError() noexcept {
+    return static_cast<unsigned>(errno);
+}
+
+/// Whether a failure to put a file beside another means that the other has to be written over.
+bool ForbidsRename(unsigned status) noexcept {
+    return status == EACCES || status == EPERM || status == EBUSY || status == EXDEV ||
+           status == EROFS;
+}
+
+unsigned Lock(int directory) noexcept {
+    const auto end = std::chrono::steady_clock::now() + lockPatience;
+    while (::flock(directory, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EBADF || errno == ENOLCK || errno == EOPNOTSUPP || errno == EINVAL) {
+            return 0; // a file system that has no such locks for directories, as over the network
+        }
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            return LastError();
+        }
+        if (std::chrono::steady_clock::now() > end) {
+            return EWOULDBLOCK;
+        }
+        std::this_thread::sleep_for(lockInterval);
+    }
+    return 0;
+}
+
+unsigned FlushFile(int file) noexcept {
+    return Retry([&] { return ::fsync(file); }) == 0 ? 0 : LastError();
+}
+
+unsigned FlushDirectory(int file) noexcept {
+    const unsigned status = FlushFile(file);
+    // Some file systems cannot flush a directory, and say so with these.
+    return status == EINVAL || status == EROFS ? 0 : status;
+}
+
+} // namespace
+
+FileIdentity FileIdentity::Of(const struct stat& status) noexcept {
+    return {status.st_dev, status.st_ino, status.st_size, status.st_mtim};
+}
+
+bool operator==(const FileIdentity& left, const FileIdentity& right) noexcept {
+    return left.device == right.device && left.inode == right.inode && left.size == right.size &&
+           left.changed.tv_sec == right.changed.tv_sec &&
+           left.changed.tv_nsec == right.changed.tv_nsec;
+}
+
+unsigned ReadFile(const char* path, std::string& bytes, FileIdentity& identity) {
+    KDescriptor file;
+    struct stat status {};
+    if (const unsigned error = OpenRegular(path, file, status); error != 0) {
+        return error;
+    }
+    identity = FileIdentity::Of(status);
+    return ReadAll(file.Get(), bytes);
+}
+
+unsigned KFileReplacement::Take(const char* path) {
+    if (const unsigned status = FindPlace(path, LastLink::Follow, place); status != 0) {
+        return status;
+    }
+    directory.Reset(Retry([&] {
+        return ::openat(place.directory.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }));
+    if (!directory.IsOpen()) {
+        // One may write in a directory that one may not list: no lock is to be had there.
+        return errno == EACCES ? 0 : LastError();
+    }
+    return Lock(directory.Get());
+}
+
+bool KFileReplacement::IsStill(const FileIdentity& identity) const noexcept {
+    struct stat status {};
+    const int found =
+        ::fstatat(place.directory.Get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
+    return (found == 0 ? FileIdentity::Of(status) : FileIdentity()) == identity;
+}
+
+unsigned KFileReplacement::Read(std::string& bytes, FileIdentity& identity) const {
+    constexpr int flags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    KDescriptor file(Retry([&] {
+        return ::openat(place.directory.Get(), place.name.c_str(), flags);
+    }));
+    struct stat status {};
+    if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) {
+        return LastError();
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+    }
+    identity = FileIdentity::Of(status);
+    return ReadAll(file.Get(), bytes);
+}
+
+unsigned KFileReplacement::Write(
+    const std::string& bytes, unsigned mode, FileIdentity& identity, bool& replaced
+) {
+    replaced = false;
+    struct stat former {};
+    const bool exists =
+        ::fstatat(place.directory.Get(), place.name.c_str(), &former, AT_SYMLINK_NOFOLLOW) == 0;
+    if (exists && !S_ISREG(former.st_mode)) {
+        return S_ISDIR(former.st_mode) ? EISDIR : EINVAL;
+    }
+    unsigned status = WriteBeside(bytes, exists ? &former : nullptr, mode);
+    if (exists && ForbidsRename(status)) {
+        status = WriteOver(bytes);
+    }
+    if (status != 0) {
+        return status;
+    }
+    replaced = true;
+    struct stat written {};
+    if (::fstatat(place.directory.Get(), place.name.c_str(), &written, AT_SYMLINK_NOFOLLOW) != 0) {
+        return LastError();
+    }
+    identity = FileIdentity::Of(written);
+    return directory.IsOpen() ? FlushDirectory(directory.Get()) : 0;
+}
+
+unsigned
+KFileReplacement::WriteBeside(const std::string& bytes, const struct stat* former, unsigned mode) {
+    const int at = place.directory.Get();
+    const std::string temporary = TemporaryName();
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+    KDescriptor file(Retry([&] { return ::openat(at, temporary.c_str(), flags, 0600); }));
+    if (!file.IsOpen()) {
+        return LastError();
+    }
+    unsigned status = WriteAll(file.Get(), bytes.data(), bytes.size());
+    if (status == 0 && former != nullptr &&
+        ::fchown(file.Get(), former->st_uid, former->st_gid) != 0) {
+        status = LastError();
+    }
+    if (status == 0 &&
+        ::fchmod(file.Get(), former != nullptr ? former->st_mode & 07777 : mode) != 0) {
+        status = LastError();
+    }
+    if (status == 0) {
+        status = FlushFile(file.Get());
+    }
+    if (const unsigned closing = CloseReporting(file); status == 0) {
+        status = closing;
+    }
+    if (status == 0 && ::renameat(at, temporary.c_str(), at, place.name.c_str()) != 0) {
+        status = LastError();
+    }
+    if (status != 0) {
+        ::unlinkat(at, temporary.c_str(), 0); // the first failure is what counts
+    }
+    return status;
+}
+
+unsigned KFileReplacement::WriteOver(const std::string& bytes) {
+    constexpr int flags = O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    KDescriptor file(Retry([&] {
+        return ::openat(place.directory.Get(), place.name.c_str(), flags);
+    }));
+    if (!file.IsOpen()) {
+        return LastError();
+    }
+    struct stat found {};
+    if (::fstat(file.Get(), &found) != 0 || !S_ISREG(found.st_mode)) {
+        return EINVAL;
+    }
+    // The room first: a disk that is full must be met before the first byte is written over. File
+    // systems that cannot promise room say so, and are taken as they are.
+    const auto size = static_cast<off_t>(bytes.size());
+    int room = 0;
+    do { // its error is its answer
+        room = size > found.st_size ? ::posix_fallocate(file.Get(), 0, size) : 0;
+    } while (room == EINTR);
+    if (room != 0 && room != EOPNOTSUPP && room != EINVAL) {
+        return static_cast<unsigned>(room);
+    }
+    unsigned status = WriteAll(file.Get(), bytes.data(), bytes.size());
+    if (status == 0 && Retry([&] { return ::ftruncate(file.Get(), size); }) != 0) {
+        status = LastError();
+    }
+    if (status == 0) {
+        status = FlushFile(file.Get());
+    }
+    const unsigned closing = CloseReporting(file);
+    return status != 0 ? status : closing;
+}
+
+} // namespace KSYS

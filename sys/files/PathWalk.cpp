@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: MIT
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/Retry.h>
+#include <sys/files/PathWalk.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+namespace KSYS {
+
+namespace {
+
+constexpr int pathOnly = O_PATH | O_CLOEXEC;
+constexpr int mostLinks = 40; // as the kernel's own limit
+
+/// The components still to walk, the next one last.
+class Pending {
+  public:
+    void PushFront(std::string_view path) {
+        while (!path.empty()) {
+            const std::size_t slash = path.rfind('/');
+            const std::string_view part =
+                slash == std::string_view::npos ? path : path.substr(slash + 1);
+            if (!part.empty() && part != ".") {
+                parts.emplace_back(part);
+            }
+            path = slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
+        }
+    }
+    bool IsEmpty() const noexcept { return parts.empty(); }
+    std::string Pop() {
+        std::string part = std::move(parts.back());
+        parts.pop_back();
+        return part;
+    }
+
+  private:
+    std::vector<std::string> parts;
+};
+
+/// 0 for a directory out of which a link may be followed, ELOOP for another, errno when unknown.
+unsigned CheckTrust(int directory) noexcept {
+    struct stat status {};
+    if (::fstat(directory, &status) != 0) {
+        return static_cast<unsigned>(errno);
+    }
+    const bool trusted = status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return trusted ? 0 : ELOOP;
+}
+
+unsigned ReadLink(int link, std::string& target) {
+    std::string buffer(PATH_MAX, '\0');
+    const ssize_t bytes = ::readlinkat(link, "", buffer.data(), buffer.size());
+    if (bytes < 0) {
+        return static_cast<unsigned>(errno);
+    }
+    buffer.resize(static_cast<std::size_t>(bytes));
+    target = std::move(buffer);
+    return 0;
+}
+
+class Walk {
+  public:
+    unsigned Run(const char* path, LastLink last, Place& place);
+
+  private:
+    unsigned StartAt(const char* directory);
+    unsigned Enter(std::string name, bool isLast, Place& place);
+    unsigned Follow(int link);
+
+    KDescriptor current;
+    Pending pending;
+    LastLink lastLink = LastLink::Keep;
+    int linksLeft = mostLinks;
+};
+
+unsigned Walk::Run(const char* path, LastLink last, Place& place) {
+    lastLink = last;
+    if (const unsigned status = StartAt(*path == '/' ? "/" : "."); status != 0) {
+        return status;
+    }
+    pending.PushFront(path);
+    place.name = "."; // of a path without components
+    while (!pending.IsEmpty()) {
+        std::string name = pending.Pop();
+        if (const unsigned status = Enter(std::move(name), pending.IsEmpty(), place); status != 0) {
+            return status;
+        }
+    }
+    place.directory = std::move(current);
+    return 0;
+}
+
+unsigned Walk::StartAt(const char* directory) {
+    current.Reset(Retry([&] { return ::open(directory, pathOnly | O_DIRECTORY); }));
+    return current.IsOpen() ? 0 : static_cast<unsigned>(errno);
+}
+
+unsigned Walk::Enter(std::string name, bool isLast, Place& place) {
+    if (isLast && lastLink == LastLink::Keep && name != "..") {
+        place.name = std::move(name);
+        return 0;
+    }
+    KDescriptor entry(Retry([&] {
+        return ::openat(current.Get(), name.c_str(), pathOnly | O_NOFOLLOW);
+    }));
+    if (!entry.IsOpen()) {
+        const auto status = static_cast<unsigned>(errno);
+        if (isLast && status == ENOENT) {
+            place.name = std::move(name);
+            return 0;
+        }
+        return status;
+    }
+    struct stat status {};
+    if (::fstat(entry.Get(), &status) != 0) {
+        return static_cast<unsigned>(errno);
+    }
+    if (S_ISLNK(status.st_mode)) {
+        return Follow(entry.Get());
+    }
+    if (isLast && name != "..") {
+        place.name = std::move(name);
+        return 0;
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        return ENOTDIR;
+    }
+    current = std::move(entry);
+    place.name = ".";
+    return 0;
+}
+
+unsigned Walk::Follow(int link) {
+    std::string target;
+    unsigned status = linksLeft-- > 0 ? CheckTrust(current.Get()) : ELOOP;
+    if (status == 0) {
+        status = ReadLink(link, target);
+    }
+    if (status != 0) {
+        return status;
+    }
+    pending.PushFront(target);
+    return target.starts_with('/') ? StartAt("/") : 0;
+}
+
+} // namespace
+
+unsigned
+OpenWithoutLinks(const char* path, int flags, unsigned mode, KDescriptor& opened) noexcept {
+    static std::atomic<bool> available{true};
+    if (!available.load(std::memory_order_relaxed)) {
+        return ELOOP;
+    }
+    open_how how{};
+    // openat(2) adds it by itself, and takes it back where it means nothing; this call refuses it.
+    how.flags = static_cast<unsigned>((flags & O_PATH) != 0 ? flags : flags | O_LARGEFILE);
+    how.mode = mode;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    const long result = Retry([&] { // glibc 2.36 has no wrapper
+        return ::syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof(how));
+    });
+    if (result >= 0) {
+        opened.Reset(static_cast<int>(result));
+        return 0;
+    }
+    if (errno == ENOSYS) { // a kernel before 5.6; walking step by step is as safe
+        available.store(false, std::memory_order_relaxed);
+        return ELOOP;
+    }
+    // A seccomp filter that does not know the call answers EPERM.
+    return errno == EPERM || errno == EAGAIN ? ELOOP : static_cast<unsigned>(errno);
+}
+
+unsigned FindPlace(const char* path, LastLink last, Place& place) {
+    if (path == nullptr || *path == '\0') {
+        return ENOENT;
+    }
+    const char* slash = std::strrchr(path, '/');
+    const char* name = slash != nullptr ? slash + 1 : path;
+    const bool plainName =
+        *name != '\0' && std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0;
+    if (last == LastLink::Keep && plainName) {
+        const std::string parent = slash == nullptr ? "."
+                                   : slash == path  ? "/"
+                                                    : std::string(path, slash);
+        const unsigned status =
+            OpenWithoutLinks(parent.c_str(), pathOnly | O_DIRECTORY, 0, place.directory);
+        if (status != ELOOP) {
+            place.name = name;
+            return status;
+        }
+    }
+    return Walk().Run(path, last, place);
+}
+
+std::string TemporaryName() {
+    // Random: a killed run leaves its files, and process ids come again.
+    std::uint64_t bits = 0;
+    if (::getrandom(&bits, sizeof(bits), 0) != sizeof(bits)) {
+        static std::atomic<unsigned> counter{0};
+        bits = (static_cast<std::uint64_t>(::getpid()) << 32U) + counter.fetch_add(1);
+    }
+    return ".inspp-" + std::to_string(bits);
+}
+
+} // namespace KSYS

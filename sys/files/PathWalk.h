@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+/// \file
+/// Finding a place in the file system by descriptor. As root one must not be led astray by a
+/// symbolic link that another user laid, neither one that is there nor one that appears between a
+/// check and an open. So a link is followed only out of a directory that is root's and that nobody
+/// else may write; any other ends the walk with ELOOP.
+
+#include <string>
+
+#include <sys/files/KDescriptor.h>
+
+namespace KSYS {
+
+/// A name in an open directory (O_PATH). What stands there may be anything, or nothing.
+struct Place {
+    KDescriptor directory;
+    std::string name;
+};
+
+enum class LastLink { Keep, Follow };
+
+/// Walks to the directory that holds the last component of `path`; with Follow also on from a
+/// trusted link that stands there. A path that ends in a separator is that of a directory.
+///
+/// Returns  0 or errno
+/// Throws   std::bad_alloc
+[[nodiscard]] unsigned FindPlace(const char* path, LastLink last, Place& place);
+
+/// Opens `path` with openat2(2) in one step if no link stands on its way.
+///
+/// Returns  0; ELOOP when there is a link or the kernel cannot say: use FindPlace; else errno
+[[nodiscard]] unsigned
+OpenWithoutLinks(const char* path, int flags, unsigned mode, KDescriptor& opened) noexcept;
+
+/// A name for a file that is about to be renamed; unlike any that this process made before. Not
+/// derived from the final name, which may be as long as a name can be.
+std::string TemporaryName();
+
+} // namespace KSYS

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/NeverDestroyed.h>
+#include <sys/Retry.h>
+#include <sys/files/KDescriptor.h>
+#include <sys/files/WriteTracking.h>
+#include <sys/stat.h>
+
+namespace KSYS {
+
+namespace {
+
+struct FileSystem {
+    dev_t device;
+    KDescriptor directory;
+};
+
+struct Tracking {
+    std::mutex guard;
+    std::atomic<unsigned> session{0}; // 0 is off; another number for each tracking
+    unsigned sessions = 0;            // guarded by guard
+    std::vector<FileSystem> written;  // guarded by guard
+    unsigned firstError = 0;          // guarded by guard
+};
+
+Tracking& TheTracking() noexcept {
+    static NeverDestroyed<Tracking> tracking;
+    return tracking.Get();
+}
+
+/// The directory this thread wrote to last, so that a row of files costs one look.
+struct LastNoted {
+    unsigned session = 0;
+    std::string directory;
+};
+thread_local LastNoted lastNoted; // NOLINT: a cache of its thread
+
+std::string_view DirectoryOf(const char* path) noexcept {
+    const char* slash = std::strrchr(path, '/');
+    return slash == nullptr ? std::string_view(".")
+                            : std::string_view(path, static_cast<std::size_t>(slash - path) + 1);
+}
+
+void Note(Tracking& tracking, const std::string& directory) {
+    KDescriptor open(Retry([&] {
+        return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    }));
+    struct stat status {};
+    if (!open.IsOpen() || ::fstat(open.Get(), &status) != 0) {
+        // A directory that is gone already holds nothing to bring to the disk.
+        if (errno != ENOENT && tracking.firstError == 0) {
+            tracking.firstError = static_cast<unsigned>(errno);
+        }
+        return;
+    }
+    const bool known =
+        std::any_of(tracking.written.begin(), tracking.written.end(), [&](const FileSystem& one) {
+            return one.device == status.st_dev;
+        });
+    if (!known) {
+        tracking.written.push_back({status.st_dev, std::move(open)});
+    }
+}
+
+} // namespace
+
+unsigned BeginWriteTracking() noexcept {
+    Tracking& tracking = TheTracking();
+    const std::lock_guard hold(tracking.guard);
+    if (tracking.session.load(std::memory_order_relaxed) != 0) {
+        return EBUSY;
+    }
+    tracking.sessions = tracking.sessions + 1 == 0 ? 1 : tracking.sessions + 1;
+    tracking.session.store(tracking.sessions, std::memory_order_release);
+    return 0;
+}
+
+unsigned FlushWrites() noexcept {
+    Tracking& tracking = TheTracking();
+    const std::lock_guard hold(tracking.guard);
+    unsigned result = std::exchange(tracking.firstError, 0);
+    for (const FileSystem& one : tracking.written) {
+        if (Retry([&] { return ::syncfs(one.directory.Get()); }) != 0 && result == 0) {
+            result = static_cast<unsigned>(errno);
+        }
+    }
+    return result;
+}
+
+void EndWriteTracking() noexcept {
+    Tracking& tracking = TheTracking();
+    const std::lock_guard hold(tracking.guard);
+    tracking.session.store(0, std::memory_order_release);
+    tracking.written.clear();
+    tracking.firstError = 0;
+}
+
+void NoteWrite(const char* path) noexcept {
+    Tracking& tracking = TheTracking();
+    const unsigned session = tracking.session.load(std::memory_order_acquire);
+    if (session == 0) {
+        return;
+    }
+    const std::string_view directory = DirectoryOf(path);
+    if (lastNoted.session == session && lastNoted.directory == directory) {
+        return;
+    }
+    const std::lock_guard hold(tracking.guard);
+    try {
+        lastNoted.directory.assign(directory);
+        lastNoted.session = session;
+        Note(tracking, lastNoted.directory);
+    } catch (...) {
+        tracking.firstError = ENOMEM;
+    }
+}
+
+} // namespace KSYS

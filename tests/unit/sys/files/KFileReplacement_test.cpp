@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: MIT
+//
+// How the file of a profile is written where a signal interrupts the system's calls.
+#include "../../../faults/failcall.h"
+#include "../../../support/NameOfRow.h"
+#include "../../../support/TemporaryTree.h"
+#include "../../sup++/Common.h"
+#include "../ServiceErrors.h"
+
+#include <cerrno>
+
+#include <sys/files/KFileReplacement.h>
+
+namespace KTEST {
+namespace {
+
+using KSYS::FileIdentity;
+using KSYS::KFileReplacement;
+
+struct InterruptionRow {
+    const char* name;
+    const char* call;
+    bool isWrittenOver; ///< the directory lets no file be renamed in it
+};
+
+class KFileReplacementInterruptionTest : public testing::Test,
+                                         public testing::WithParamInterface<InterruptionRow> {
+  protected:
+    KFileReplacementInterruptionTest() { tree.Directory("d"); }
+    /// Reads the file and puts `text` into its place.
+    ///
+    /// Returns  the status of the step that failed, or 0
+    unsigned Change(const std::string& text) const {
+        KFileReplacement lock;
+        std::string former;
+        FileIdentity identity;
+        bool isReplaced = false;
+        if (const unsigned status = lock.Take(tree.Path("d/a.ini").c_str()); status != 0) {
+            return status;
+        }
+        if (const unsigned status = lock.Read(former, identity); status != 0) {
+            return status;
+        }
+        return lock.Write(text, 0644, identity, isReplaced);
+    }
+    TemporaryTree tree;
+};
+
+TEST_P(KFileReplacementInterruptionTest, IsBegunAgain) {
+    const InterruptionRow& row = GetParam();
+    unsigned nth = 0;
+    unsigned calls = 0;
+    do { // until none is left to interrupt
+        ++nth;
+        tree.SetMode("d", 0755);
+        tree.Write("d/a.ini", "the former text, which is longer\n");
+        GiveToNobody(tree, "d/a.ini");
+        GiveToNobody(tree, "d");
+        tree.SetMode("d", row.isWrittenOver ? 0555 : 0755);
+        unsigned status = 0;
+        AsNobody([&] {
+            failcall_arm(row.call, nth, EINTR, 0);
+            status = Change("new\n");
+            calls = failcall_disarm();
+        });
+        EXPECT_EQ(status, 0U) << "call " << nth;
+        EXPECT_EQ(tree.Read("d/a.ini"), "new\n") << "call " << nth;
+    } while (calls >= nth && nth < 100);
+    EXPECT_GT(nth, 1U) << "it is not called at all";
+    EXPECT_LT(nth, 100U) << "a loop without end?";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    OfACall,
+    KFileReplacementInterruptionTest,
+    testing::Values(
+        InterruptionRow{"ThatOpensANewFile", "openat", false},
+        InterruptionRow{"ThatOpensTheFileItself", "openat", true},
+        InterruptionRow{"ThatWrites", "write", false},
+        InterruptionRow{"ThatWritesOver", "write", true},
+        InterruptionRow{"ThatCutsTheRest", "ftruncate", true},
+        InterruptionRow{"ThatFlushesANewFile", "fsync", false},
+        InterruptionRow{"ThatFlushesTheFileItself", "fsync", true},
+        InterruptionRow{"ThatLocks", "flock", false}
+    ),
+    NameOfRow()
+);
+
+} // namespace
+} // namespace KTEST
