@@ -9,10 +9,10 @@
 #include <setup/output/KSetupArguments.h>
 #include <setup/output/KSetupVoice.h>
 #include <setup/plan/RunPlan.h>
+#include <setup/preflight/Preflight.h>
+#include <setup/process/PrepareProcess.h>
 #include <setup/run/Answers.h>
 #include <setup/run/KSetupRun.h>
-#include <setup/safety/Preflight.h>
-#include <setup/safety/PrepareProcess.h>
 #include <sup++/KError.h>
 
 #include <exception>

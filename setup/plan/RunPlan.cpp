@@ -6,10 +6,10 @@
 #include <setup/plan/MacroReport.h>
 #include <setup/plan/PlanReport.h>
 #include <setup/plan/ProductPath.h>
-#include <setup/plan/RunPlaces.h>
 #include <setup/plan/RunPlan.h>
 #include <setup/plan/WhyNoRule.h>
 #include <setup/script/KMacroContext.h>
+#include <setup/state/StateDirectory.h>
 #include <sup++/KError.h>
 #include <sup++/KTraceLogger.h>
 #include <sup++/SvcData.h>

@@ -6,10 +6,10 @@
 #include <setup/output/Words.h>
 #include <setup/run/Answers.h>
 #include <setup/run/RunWords.h>
-#include <setup/safety/KBackup.h>
-#include <setup/safety/KManifest.h>
-#include <setup/safety/KRunLock.h>
-#include <setup/safety/KRunState.h>
+#include <setup/state/KBackup.h>
+#include <setup/state/KManifest.h>
+#include <setup/state/KRunLock.h>
+#include <setup/state/KRunState.h>
 #include <sup++/KUtil.h>
 
 namespace KSETUP {

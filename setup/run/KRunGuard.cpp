@@ -5,14 +5,14 @@
 #include <setup/check/KCheck.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/output/Words.h>
+#include <setup/preflight/Preflight.h>
+#include <setup/preflight/RunningPrograms.h>
+#include <setup/preflight/StaleTemporaries.h>
+#include <setup/preflight/TrustedPlaces.h>
 #include <setup/run/KRunGuard.h>
 #include <setup/run/PlannedPaths.h>
-#include <setup/safety/KBackup.h>
-#include <setup/safety/KManifest.h>
-#include <setup/safety/Preflight.h>
-#include <setup/safety/RunningPrograms.h>
-#include <setup/safety/StaleTemporaries.h>
-#include <setup/safety/TrustedPlaces.h>
+#include <setup/state/KBackup.h>
+#include <setup/state/KManifest.h>
 #include <sup++/KFileBase.h>
 
 #include <csignal>

@@ -7,10 +7,10 @@
 #include <setup/output/KSetupVoice.h>
 #include <setup/plan/KDiskView.h>
 #include <setup/plan/KPlan.h>
-#include <setup/safety/KDigestsAhead.h>
-#include <setup/safety/KManifest.h>
-#include <setup/safety/KRunLock.h>
-#include <setup/safety/KRunState.h>
+#include <setup/preflight/KDigestsAhead.h>
+#include <setup/state/KManifest.h>
+#include <setup/state/KRunLock.h>
+#include <setup/state/KRunState.h>
 
 #include <functional>
 #include <memory>

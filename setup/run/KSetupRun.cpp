@@ -4,14 +4,14 @@
 #include <setup/output/Words.h>
 #include <setup/plan/AddedLines.h>
 #include <setup/plan/ProductPath.h>
-#include <setup/plan/RunPlaces.h>
 #include <setup/plan/WhyNoRule.h>
+#include <setup/preflight/Preflight.h>
+#include <setup/preflight/TrustedPlaces.h>
 #include <setup/run/KRunChronicle.h>
 #include <setup/run/KSetupRun.h>
 #include <setup/run/RunWords.h>
-#include <setup/safety/Preflight.h>
-#include <setup/safety/TrustedPlaces.h>
 #include <setup/script/KScript.h>
+#include <setup/state/StateDirectory.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KUtil.h>
 #include <sup++/Svc.h>

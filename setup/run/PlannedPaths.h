@@ -2,7 +2,7 @@
 #pragma once
 
 #include <setup/plan/KPlan.h>
-#include <setup/safety/KDigestsAhead.h>
+#include <setup/preflight/KDigestsAhead.h>
 
 #include <string>
 #include <vector>

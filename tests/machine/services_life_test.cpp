@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // Services against a real systemd: how they start, stop and go.
-#include "../support/ErrorProbe.h"
 #include "../support/NameOfRow.h"
+#include "../support/ServiceErrors.h"
 #include "ServicesRig.h"
 
 #include <sup++/SvcService.h>
@@ -124,11 +124,10 @@ TEST_F(ServicesTest, AServiceThatTellsWhenItIsReadyIsWaitedFor) {
 
 TEST_F(ServicesTest, AStartThatTakesTooLongIsGivenUpAndGoesOn) {
     GivenForeignUnit("Type=notify\nTimeoutStartSec=infinity\nExecStart=/bin/sleep 1000");
-    const KSUP::KError error = KTEST::ErrorOf([] { Impatient(1500ms).Start(); });
-    EXPECT_EQ(183U, error.GetCode());
+    const KSYS::KServiceError error = KTEST::ServiceErrorOf([] { Impatient(1500ms).Start(); });
+    EXPECT_EQ(error.GetStatus(), 183U);
     EXPECT_STREQ(
-        "inspp-test.service: the time is up; the service is activating (start)",
-        error.GetInfo().GetString().c_str()
+        error.what(), "inspp-test.service: the time is up; the service is activating (start)"
     );
     EXPECT_EQ(2U, State());
 }

@@ -3,9 +3,9 @@
 // How the file of a profile is written where a signal interrupts the system's calls.
 #include "../../../faults/failcall.h"
 #include "../../../support/NameOfRow.h"
+#include "../../../support/ServiceErrors.h"
 #include "../../../support/TemporaryTree.h"
 #include "../../sup++/Common.h"
-#include "../ServiceErrors.h"
 
 #include <cerrno>
 

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
 // Where systemd does not run: a root directory of the test's own without /run/systemd/system.
+#include "../../../support/ServiceErrors.h"
 #include "../../../support/TemporaryTree.h"
 #include "../../sup++/Common.h"
-#include "../ServiceErrors.h"
 
 #include <sys/services/KServiceControl.h>
 

@@ -2,9 +2,9 @@
 //
 // On a root directory of the test's own. That systemd's own program lays the same links is tested in
 // tests/machine.
+#include "../../../support/ServiceErrors.h"
 #include "../../../support/TemporaryTree.h"
 #include "../../sup++/Common.h"
-#include "../ServiceErrors.h"
 
 #include <cerrno>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // What systemd makes of these texts is tested against it, in tests/machine.
+#include "../../../support/ServiceErrors.h"
 #include "../../sup++/Common.h"
-#include "../ServiceErrors.h"
 
 #include <sys/services/UnitText.h>
 

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#include <setup/preflight/KDigestsAhead.h>
+
+#include <csignal>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include <pthread.h>
+
+namespace KSETUP {
+
+KDigestsAhead::KDigestsAhead(std::vector<KCopy> toCopy, KDigests alreadyRead)
+    : copies(std::move(toCopy)),
+      known(std::move(alreadyRead)) {
+    // Signals are the main thread's, which inherits its own mask back.
+    sigset_t all;
+    sigset_t former;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &former);
+    try {
+        thread = std::thread([this] { Run(); });
+    } catch (const std::system_error&) {
+        copies.clear(); // no thread to be had: the manifest reads the files itself
+    }
+    ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
+}
+
+KDigestsAhead::~KDigestsAhead() {
+    isStopped.store(true, std::memory_order_relaxed);
+    if (thread.joinable()) {
+        thread.join();
+    }
+}
+
+KDigests KDigestsAhead::Take() {
+    if (thread.joinable()) {
+        thread.join();
+    }
+    return std::move(digests);
+}
+
+void KDigestsAhead::Run() {
+    const auto shallStop = [this] { return isStopped.load(std::memory_order_relaxed); };
+    try {
+        for (const KCopy& copy : copies) {
+            const auto read = known.find(copy.source);
+            KFileDigest digest =
+                read != known.end() ? read->second : DigestFile(copy.source, shallStop);
+            if (digest.errorNumber == 0) {
+                digests.insert_or_assign(copy.target, std::move(digest));
+            } else {
+                digests.erase(copy.target);
+            }
+        }
+    } catch (const std::exception&) {
+        digests.clear(); // of no use in part; whoever needs them reads the files
+    }
+}
+
+} // namespace KSETUP

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/files/PathText.h>
+#include <setup/preflight/TrustedPlaces.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <system_error>
+
+#include <fts.h>
+#include <sys/stat.h>
+
+namespace KSETUP {
+
+namespace {
+
+/// Who called sudo(8), which says so: their own files are theirs to run as root. Else root.
+uid_t CallingUser() {
+    const char* text = std::getenv("SUDO_UID"); // NOLINT: nobody changes the environment
+    uid_t user = 0;
+    if (text != nullptr) {
+        std::from_chars(text, text + std::strlen(text), user);
+    }
+    return user;
+}
+
+/// Why others could change what is there; empty when they cannot. `isAbove` says that only what is
+/// below it counts.
+std::string WhyNotPrivate(const struct stat& status, bool isAbove) {
+    const bool othersMayWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+    // In a directory with the sticky bit nobody takes another's entry away.
+    const bool isSticky = (status.st_mode & S_ISVTX) != 0 && isAbove;
+    const bool isTrusted = status.st_uid == 0 || status.st_uid == CallingUser();
+    if (isTrusted && (!othersMayWrite || isSticky || S_ISLNK(status.st_mode))) {
+        return "";
+    }
+    // What is above the kit may be somebody's home, whose owner and rights are to stay.
+    return std::string(": others than root can change it, and root would run that. Nothing was "
+                       "changed. Copy the kit to a directory of root's (cp -R KIT /root/)") +
+           (isAbove ? "." : ", or take the right away (chown -R root, chmod -R go-w).");
+}
+
+} // namespace
+
+void RequirePrivate(const std::string& directory) {
+    for (std::string at = ParentPath(directory); !at.empty();
+         at = at == "/" ? "" : ParentPath(at)) {
+        struct stat status {};
+        const std::string why =
+            ::lstat(at.c_str(), &status) == 0 ? WhyNotPrivate(status, true) : "";
+        if (!why.empty()) {
+            throw KSetupFailure(ExitCode::noKit, at + why);
+        }
+    }
+    std::string root = directory;
+    char* roots[] = {root.data(), nullptr};
+    const std::unique_ptr<FTS, int (*)(FTS*)> walk(
+        ::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), ::fts_close
+    );
+    while (const FTSENT* entry = walk != nullptr ? ::fts_read(walk.get()) : nullptr) {
+        if (entry->fts_info == FTS_DP) { // seen before what is in it
+            continue;
+        }
+        if (entry->fts_statp == nullptr || entry->fts_info == FTS_NS ||
+            entry->fts_info == FTS_DNR) {
+            throw KSetupFailure(ExitCode::noKit, std::string(entry->fts_path) + " cannot be read.");
+        }
+        if (const std::string why = WhyNotPrivate(*entry->fts_statp, false); !why.empty()) {
+            throw KSetupFailure(ExitCode::noKit, entry->fts_path + why);
+        }
+    }
+}
+
+void RequireSafeLog(const std::string& file) {
+    const std::string directory = ParentPath(file);
+    struct stat status {};
+    if (::stat(directory.c_str(), &status) != 0) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            directory + ": " + std::generic_category().message(errno) +
+                ". Logs go there. Nothing was changed. Make the directory (mkdir -p)."
+        );
+    }
+    const bool anybodyMay = (status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0;
+    if (status.st_uid != 0 || anybodyMay) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            directory + ": the directory of logs can be changed by others than root. Nothing was "
+                        "changed. Make it root's (chown root, chmod o-w)."
+        );
+    }
+    if (::lstat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            file + ": is no regular file, and a log is to be written there. Nothing was changed. "
+                   "Take it away."
+        );
+    }
+}
+
+} // namespace KSETUP

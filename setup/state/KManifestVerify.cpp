@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/KFileDigest.h>
+#include <setup/files/PathText.h>
+#include <setup/state/KManifest.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace KSETUP {
+
+namespace {
+
+using Kind = KManifestEntry::Kind;
+using Different = KManifestDifference::Kind;
+constexpr unsigned modeBits = 07777;
+
+std::string ModeText(unsigned mode) {
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "%04o", mode & modeBits);
+    return text.data();
+}
+
+std::string LinkTarget(const std::string& path, std::size_t bytes) {
+    std::string target(bytes + 1, '\0');
+    const ssize_t count = ::readlink(path.c_str(), target.data(), target.size());
+    target.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return target;
+}
+
+/// Finds what is different with one entry, and appends it.
+class Comparison {
+  public:
+    Comparison(
+        const std::string& itsPath,
+        const KManifestEntry& installed,
+        std::vector<KManifestDifference>& found
+    )
+        : path(itsPath),
+          was(installed),
+          differences(found) {}
+
+    void Compare(bool contentMayChange) {
+        const std::optional<KManifestEntry> now = LookAtEntry(path);
+        if (!now) {
+            TellMissing(errno);
+        } else if (now->kind != was.kind) {
+            Tell(
+                Different::Type,
+                std::string("is a ") + KindWord(now->kind) + " instead of a " + KindWord(was.kind)
+            );
+        } else {
+            if (now->target != was.target) {
+                Tell(Different::Target, "leads to " + now->target + " instead of " + was.target);
+            }
+            if (now->mode != was.mode) {
+                Tell(
+                    Different::Mode,
+                    "has mode " + ModeText(now->mode) + " instead of " + ModeText(was.mode)
+                );
+            }
+            if (was.kind == Kind::File && !contentMayChange) {
+                CompareContent(*now);
+            }
+        }
+    }
+
+  private:
+    void Tell(Different kind, const std::string& words) {
+        differences.push_back({path, kind, words});
+    }
+
+    void TellMissing(int errorNumber) {
+        if (errorNumber == ENOENT || errorNumber == ENOTDIR) {
+            Tell(Different::Missing, "is missing");
+        } else if (errorNumber == 0) {
+            Tell(
+                Different::Type,
+                std::string("is a device, a queue or a socket instead of a ") + KindWord(was.kind)
+            );
+        } else {
+            TellUnreadable(errorNumber);
+        }
+    }
+
+    void TellUnreadable(int errorNumber) {
+        Tell(
+            Different::Unreadable,
+            "cannot be looked at: " + std::generic_category().message(errorNumber)
+        );
+    }
+
+    void CompareContent(const KManifestEntry& now) {
+        if (now.size != was.size) { // without reading it
+            Tell(
+                Different::Content,
+                "has " + std::to_string(now.size) + " bytes instead of " + std::to_string(was.size)
+            );
+            return;
+        }
+        const KFileDigest digest = DigestFile(path);
+        if (digest.errorNumber != 0) {
+            TellUnreadable(digest.errorNumber);
+        } else if (digest.sha256 != was.digest) {
+            Tell(Different::Content, "has another content of the same size");
+        }
+    }
+
+    const std::string& path;
+    const KManifestEntry& was;
+    std::vector<KManifestDifference>& differences;
+};
+
+} // namespace
+
+const char* KindWord(KManifestEntry::Kind kind) noexcept {
+    return kind == Kind::File ? "file" : kind == Kind::Directory ? "directory" : "link";
+}
+
+std::optional<KManifestEntry> LookAtEntry(const std::string& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    KManifestEntry entry;
+    entry.mode = status.st_mode & modeBits;
+    if (S_ISREG(status.st_mode)) {
+        entry.size = static_cast<std::uint64_t>(status.st_size);
+    } else if (S_ISDIR(status.st_mode)) {
+        entry.kind = Kind::Directory;
+    } else if (S_ISLNK(status.st_mode)) {
+        entry.kind = Kind::Link;
+        entry.mode = 0;
+        entry.target = LinkTarget(path, static_cast<std::size_t>(status.st_size));
+    } else {
+        errno = 0;
+        return std::nullopt;
+    }
+    return entry;
+}
+
+std::vector<KManifestDifference> KManifest::Verify(const std::set<std::string>& mayChange) const {
+    std::vector<KManifestDifference> differences;
+    std::set<std::string> edited;
+    for (const std::string& path : mayChange) {
+        edited.insert(NormalPath(path));
+    }
+    for (const auto& [path, entry] : entries) {
+        Comparison(path, entry, differences).Compare(edited.contains(path));
+    }
+    return differences;
+}
+
+std::vector<std::string> KManifest::GetRemaining() const {
+    std::vector<std::string> remaining;
+    for (const auto& [path, entry] : entries) {
+        struct stat status {};
+        if (::lstat(path.c_str(), &status) == 0) {
+            remaining.push_back(path);
+        }
+    }
+    return remaining;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/state/KJsonLine.h>
+#include <setup/state/KRunState.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <limits>
+#include <stdexcept>
+
+#include <fcntl.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr const char* fileName = "state";
+constexpr std::size_t ruleDigits = 10;
+constexpr const char* installs = "install";
+constexpr const char* removes = "remove";
+
+std::array<char, ruleDigits + 1> RuleText(unsigned number) noexcept {
+    std::array<char, ruleDigits + 1> text{};
+    std::snprintf(text.data(), text.size(), "%010u", number);
+    return text;
+}
+
+unsigned ToNumber(std::uint64_t number) {
+    if (number > std::numeric_limits<unsigned>::max()) {
+        throw std::invalid_argument("a number that is too large");
+    }
+    return static_cast<unsigned>(number);
+}
+
+KInterruptedRun Understood(const std::string& text) {
+    KInterruptedRun run;
+    const char* const end = text.data() + ruleDigits;
+    if (text.size() <= ruleDigits || text[ruleDigits] != '\n' ||
+        std::from_chars(text.data(), end, run.rule).ptr != end) {
+        throw std::invalid_argument("no number in its first line");
+    }
+    const KJsonLine line(std::string_view(text).substr(ruleDigits + 1));
+    const std::string action = line.GetText("action");
+    if (action != installs && action != removes) {
+        throw std::invalid_argument("an unknown action");
+    }
+    run.action =
+        action == installs ? KRunDescription::Action::Install : KRunDescription::Action::Remove;
+    run.product = line.GetText("product");
+    run.version = line.GetText("version");
+    run.path = line.GetText("path");
+    run.ruleCount = ToNumber(line.GetNumber("rules"));
+    return run;
+}
+
+} // namespace
+
+std::string KInterruptedRun::ToWords() const {
+    if (!damage.empty()) {
+        return damage + ": a run was interrupted, but which one is not known. Run \"ins-setup " +
+               installs + "\" or \"" + removes + "\" again to go on.";
+    }
+    const bool install = action == Action::Install;
+    const std::string count = std::to_string(ruleCount);
+    const std::string place =
+        ruleCount == 0 ? ""
+        : rule == 0    ? " before the first of its " + count + " rules"
+                       : " at rule " + std::to_string(std::min(rule, ruleCount)) + " of " + count;
+    return std::string(install ? "installing " : "removing ") + product + " " + version +
+           (install ? " in " : " from ") + path + " was interrupted" + place +
+           ". Run \"ins-setup " + (install ? installs : removes) + "\" again to go on.";
+}
+
+KRunState::KRunState(const std::string& serviceName, const std::string& base)
+    : directory(base, serviceName) {}
+
+void KRunState::Begin(const KRunDescription& run) {
+    KJsonLine line;
+    line.Put("action", run.action == KRunDescription::Action::Install ? installs : removes);
+    line.Put("product", run.product);
+    line.Put("version", run.version);
+    line.Put("path", run.path);
+    line.Put("rules", std::uint64_t{run.ruleCount});
+    directory.WriteDurably(fileName, std::string(RuleText(0).data()) + "\n" + line.ToText());
+    rule = 0;
+    file = directory.Open(fileName, O_WRONLY);
+}
+
+void KRunState::SetRule(unsigned number) noexcept {
+    if (file.IsOpen() && number != rule) {
+        const auto text = RuleText(number);
+        // A number that cannot be written makes the report less exact; the run need not end for it.
+        static_cast<void>(::pwrite(file.Get(), text.data(), ruleDigits, 0) > 0);
+        rule = number;
+    }
+}
+
+void KRunState::End() {
+    file = KFileHandle();
+    directory.Delete(fileName);
+}
+
+std::optional<KInterruptedRun>
+KRunState::Read(const std::string& serviceName, const std::string& base, const std::string& locks) {
+    const auto found = KPrivateDirectory::OpenExisting(base, serviceName);
+    if (!found || KRunLock::FindHolder(serviceName, locks)) {
+        return std::nullopt;
+    }
+    const std::optional<std::string> text = found->Read(fileName);
+    if (!text) {
+        return std::nullopt;
+    }
+    try {
+        return Understood(*text);
+    } catch (const std::invalid_argument& what) {
+        KInterruptedRun unknown;
+        unknown.damage =
+            found->GetPath() + "/" + fileName + " cannot be understood (" + what.what() + ")";
+        return unknown;
+    }
+}
+
+} // namespace KSETUP

@@ -1,0 +1,195 @@
+// SPDX-License-Identifier: MIT
+#include "../../../support/TemporaryTree.h"
+
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/state/KManifest.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using KSETUP::KManifest;
+using KSETUP::KSetupFailure;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class KManifestTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        tree.Write("p/file", "abc", 0755);
+        tree.Write("p/a\nb\xFF", std::string(3000000, 'x'));
+        tree.Write("p/conf", "key=value\n");
+        tree.Link("p/link", "file");
+    }
+    std::vector<std::string> Paths() const {
+        return {
+            tree.Path("p"),
+            tree.Path("p/file"),
+            tree.Path("p/a\nb\xFF"),
+            tree.Path("p/conf"),
+            tree.Path("p/link"),
+            tree.Path("p/none")};
+    }
+    std::string Base() const { return tree.Path("base"); }
+    /// Writes a manifest, reads it and tells what differs, "PATH WORDS" with the tree left out.
+    std::vector<std::string> Differences(const std::set<std::string>& mayChange = {}) {
+        std::vector<std::string> lines;
+        for (const auto& one : KManifest::Read("dps", Base())->Verify(mayChange)) {
+            lines.push_back(one.path.substr(tree.Path("p").size() + 1) + " " + one.words);
+        }
+        return lines;
+    }
+    void GivenManifest() { KManifest(Paths()).Write("dps", Base()); }
+
+    KTEST::TemporaryTree tree;
+};
+
+TEST_F(KManifestTest, WhatWasWrittenIsRead) {
+    const KManifest manifest(Paths());
+    manifest.Write("dps", Base());
+    EXPECT_EQ(KManifest::Read("dps", Base())->GetEntries(), manifest.GetEntries());
+    EXPECT_EQ(manifest.GetEntries().size(), 5u);
+    EXPECT_EQ(tree.Mode("base/dps/manifest"), 0600u);
+}
+
+TEST_F(KManifestTest, AFileHasItsDigest) {
+    const auto entry = KManifest({tree.Path("p/file")}).GetEntries().at(tree.Path("p/file"));
+    EXPECT_EQ(entry.digest, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(entry.size, 3u);
+    EXPECT_EQ(entry.mode, 0755u);
+}
+
+TEST_F(KManifestTest, WhatWasLeftAloneDoesNotDiffer) {
+    GivenManifest();
+    EXPECT_THAT(Differences(), IsEmpty());
+}
+
+TEST_F(KManifestTest, EachDifferenceIsTold) {
+    GivenManifest();
+    tree.Write("p/file", "abd", 0755);
+    tree.Write("p/a\nb\xFF", "short");
+    tree.SetMode("p/conf", 0666);
+    tree.Remove("p/link");
+    tree.Link("p/link", "conf");
+    EXPECT_THAT(
+        Differences(),
+        ElementsAre(
+            "a\nb\xFF has 5 bytes instead of 3000000",
+            "conf has mode 0666 instead of 0644",
+            "file has another content of the same size",
+            "link leads to conf instead of file"
+        )
+    );
+}
+
+TEST_F(KManifestTest, WhatIsGoneAndWhatChangedItsKindIsTold) {
+    GivenManifest();
+    tree.Remove("p/file");
+    tree.Remove("p/conf");
+    tree.Directory("p/conf");
+    tree.Remove("p/link");
+    tree.Fifo("p/link");
+    EXPECT_THAT(
+        Differences(),
+        ElementsAre(
+            "conf is a directory instead of a file",
+            "file is missing",
+            "link is a device, a queue or a socket instead of a link"
+        )
+    );
+}
+
+TEST_F(KManifestTest, AnEditedConfigurationIsNoDifference) {
+    GivenManifest();
+    tree.Write("p/conf", "key=another\n");
+    EXPECT_THAT(Differences({tree.Path("p/conf")}), IsEmpty());
+    tree.SetMode("p/conf", 0666);
+    EXPECT_THAT(
+        Differences({tree.Path("p/conf")}), ElementsAre("conf has mode 0666 instead of 0644")
+    );
+}
+
+TEST_F(KManifestTest, AnUpgradeKeepsWhatIsStillThereAsItWasInstalled) {
+    const KManifest former(Paths());
+    tree.Remove("p/link");
+    tree.Write("p/conf", "edited\n");
+    KManifest manifest({tree.Path("p/file")});
+    manifest.Merge(former);
+    EXPECT_FALSE(manifest.GetEntries().contains(tree.Path("p/link")));
+    EXPECT_EQ(
+        manifest.GetEntries().at(tree.Path("p/conf")), former.GetEntries().at(tree.Path("p/conf"))
+    );
+}
+
+TEST_F(KManifestTest, ARemovalLearnsWhatItLeftBehind) {
+    const KManifest manifest(Paths());
+    tree.Remove("p/file");
+    tree.Remove("p/a\nb\xFF");
+    tree.Remove("p/link");
+    EXPECT_THAT(manifest.GetRemaining(), ElementsAre(tree.Path("p"), tree.Path("p/conf")));
+}
+
+TEST_F(KManifestTest, APathThatIsWrittenInTwoWaysIsOne) {
+    KManifest({tree.Path("p//conf"), tree.Path("p/./conf")}).Write("dps", Base());
+    EXPECT_EQ(KManifest::Read("dps", Base())->GetEntries().size(), 1u);
+    tree.Write("p/conf", "key=another\n");
+    EXPECT_THAT(Differences({tree.Path("p/x/../conf/")}), IsEmpty());
+}
+
+TEST_F(KManifestTest, ReadingFilesStopsOnRequest) {
+    int asked = 0;
+    const KManifest manifest({tree.Path("p/a\nb\xFF"), tree.Path("p/file")}, [&] {
+        return ++asked == 3;
+    });
+    EXPECT_THAT(manifest.GetEntries(), IsEmpty());
+    EXPECT_EQ(asked, 3); // before the path and its first 1 MiB, and then it stopped
+}
+
+TEST_F(KManifestTest, NoManifestIsNothing) {
+    EXPECT_FALSE(KManifest::Read("dps", Base()).has_value());
+    EXPECT_NO_THROW(KManifest::Remove("dps", Base()));
+    EXPECT_FALSE(tree.Exists("base"));
+}
+
+TEST_F(KManifestTest, ARemovedManifestIsGone) {
+    GivenManifest();
+    KManifest::Remove("dps", Base());
+    EXPECT_FALSE(KManifest::Read("dps", Base()).has_value());
+}
+
+class NoManifestTest : public KManifestTest, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(NoManifestTest, IsAClearFailure) {
+    tree.Write("base/dps/manifest", GetParam(), 0600);
+    try {
+        KManifest::Read("dps", Base());
+        ADD_FAILURE() << "it was read";
+    } catch (const KSetupFailure& failure) {
+        EXPECT_EQ(failure.GetExitCode(), KSETUP::ExitCode::malformedScript);
+        EXPECT_THAT(failure.what(), HasSubstr("dps/manifest cannot be understood ("));
+    }
+}
+
+#define HEAD "{\"format\":\"ins++ manifest\",\"formatVersion\":1}\n"
+INSTANTIATE_TEST_SUITE_P(
+    Texts,
+    NoManifestTest,
+    ::testing::Values(
+        "",
+        "\n",
+        "nonsense",
+        HEAD,
+        HEAD "{\"entries\":1}\n",
+        HEAD "{\"entries\":0}\n{\"entries\":0}\n",
+        "{\"format\":\"ins++ manifest\",\"formatVersion\":2}\n{\"entries\":0}\n",
+        HEAD "{\"kind\":\"pipe\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        HEAD "{\"kind\":\"link\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        HEAD "{\"kind\":\"directory\",\"mode\":\"0755\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        HEAD "{\"kind\":\"directory\",\"mode\":493}\n{\"entries\":1}\n"
+    )
+);
+
+} // namespace

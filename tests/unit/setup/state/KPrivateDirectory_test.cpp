@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: MIT
+#include "../../../support/TemporaryTree.h"
+
+#include <setup/ExitCode.h>
+#include <setup/state/KPrivateDirectory.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+
+namespace {
+
+using KSETUP::KPrivateDirectory;
+using KSETUP::KSetupFailure;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class KPrivateDirectoryTest : public ::testing::Test {
+  protected:
+    KPrivateDirectory Open(const std::string& name = "dps") { return {tree.Path("base"), name}; }
+
+    /// What opening says, with the exit code in front; empty when it opens.
+    std::string Refusal(const std::string& name = "dps") {
+        try {
+            Open(name);
+        } catch (const KSetupFailure& failure) {
+            return std::to_string(failure.GetExitCode()) + " " + failure.what();
+        }
+        return "";
+    }
+
+    KTEST::TemporaryTree tree;
+};
+
+TEST_F(KPrivateDirectoryTest, IsMadeForItsOwnerOnly) {
+    Open().WriteDurably("state", "bytes");
+    EXPECT_THAT(
+        tree.List(),
+        ElementsAre("d 0700 base", "d 0700 base/dps", "f 0600 base/dps/state \"bytes\"")
+    );
+}
+
+TEST_F(KPrivateDirectoryTest, ADirectoryThatIsNotThereIsNothing) {
+    EXPECT_FALSE(KPrivateDirectory::OpenExisting(tree.Path("base"), "dps").has_value());
+    tree.Directory("base");
+    EXPECT_FALSE(KPrivateDirectory::OpenExisting(tree.Path("base"), "dps").has_value());
+}
+
+TEST_F(KPrivateDirectoryTest, OneThatOthersMayWriteIsRefused) {
+    tree.Directory("base/dps", 0770);
+    EXPECT_THAT(Refusal(), HasSubstr("73 " + tree.Path("base/dps") + " is not root's alone"));
+}
+
+TEST_F(KPrivateDirectoryTest, OneThatAnotherUserOwnsIsRefused) {
+    tree.Directory("base");
+    tree.SetOwner("base", 65534, 0);
+    EXPECT_THAT(Refusal(), HasSubstr("73 " + tree.Path("base") + " is not root's alone"));
+}
+
+TEST_F(KPrivateDirectoryTest, ALinkIsRefused) {
+    tree.Directory("elsewhere", 0700);
+    tree.Link("base/dps", tree.Path("elsewhere"));
+    EXPECT_THAT(Refusal(), HasSubstr("73 cannot open the directory " + tree.Path("base/dps")));
+}
+
+class UnfitNameTest : public KPrivateDirectoryTest,
+                      public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(UnfitNameTest, IsRefused) {
+    EXPECT_THAT(Refusal(GetParam()), HasSubstr("65 \"" + std::string(GetParam()) + "\" cannot be"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Names, UnfitNameTest, ::testing::Values("", ".", "..", "a/b", "/etc"));
+
+TEST_F(KPrivateDirectoryTest, WritingReplacesWhatACrashLeftHalfDone) {
+    tree.Write("base/dps/state.new", "half", 0600);
+    tree.Write("base/dps/state", "former", 0600);
+    tree.SetMode("base", 0700);
+    Open().WriteDurably("state", "new");
+    EXPECT_EQ(Open().Read("state"), "new");
+    EXPECT_FALSE(tree.Exists("base/dps/state.new"));
+}
+
+TEST_F(KPrivateDirectoryTest, AFailedWriteKeepsTheFormerFile) {
+    tree.Directory("base/dps/state", 0700); // a rename cannot replace a directory
+    tree.Write("base/dps/state/inside", "former");
+    EXPECT_THROW(Open().WriteDurably("state", "new"), KSetupFailure);
+    EXPECT_EQ(tree.Read("base/dps/state/inside"), "former");
+    EXPECT_FALSE(tree.Exists("base/dps/state.new"));
+}
+
+TEST_F(KPrivateDirectoryTest, AMissingFileIsNothing) {
+    EXPECT_EQ(Open().Read("state"), std::nullopt);
+    EXPECT_NO_THROW(Open().Delete("state"));
+}
+
+TEST_F(KPrivateDirectoryTest, AFileThatOthersMayWriteIsNotRead) {
+    tree.Write("base/dps/state", "bytes", 0622);
+    EXPECT_THROW(Open().Read("state"), KSetupFailure);
+}
+
+TEST_F(KPrivateDirectoryTest, ALinkInsteadOfAFileIsNotRead) {
+    tree.Write("secret", "bytes", 0600);
+    tree.Link("base/dps/state", tree.Path("secret"));
+    EXPECT_THROW(Open().Read("state"), KSetupFailure);
+}
+
+TEST_F(KPrivateDirectoryTest, AQueueInsteadOfAFileHoldsNothingUp) {
+    tree.Directory("base/dps", 0700);
+    tree.Fifo("base/dps/state", 0600);
+    EXPECT_THROW(Open().Read("state"), KSetupFailure);
+}
+
+TEST_F(KPrivateDirectoryTest, ADirectoryGoesWithItsFiles) {
+    tree.Write("base/dps/backup/one", "1");
+    tree.Write("base/dps/backup/two", "2");
+    Open().DeleteDirectory("backup");
+    EXPECT_THAT(tree.List("base/dps"), ElementsAre());
+    EXPECT_NO_THROW(Open().DeleteDirectory("backup"));
+}
+
+} // namespace

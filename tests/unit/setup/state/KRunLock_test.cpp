@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: MIT
+#include "../../../support/TemporaryTree.h"
+
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/state/KRunLock.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <csignal>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/wait.h>
+
+namespace {
+
+using KSETUP::KRunLock;
+using KSETUP::KSetupFailure;
+using ::testing::HasSubstr;
+
+/// A process that holds the lock until it is let go.
+class Holder {
+  public:
+    explicit Holder(const std::string& directory) {
+        std::array<int, 2> ready{};
+        EXPECT_EQ(::pipe(ready.data()), 0);
+        pid = ::fork();
+        if (pid == 0) {
+            const KRunLock lock("dps", 0, {}, directory);
+            static_cast<void>(::write(ready[1], "x", 1) == 1);
+            for (;;) {
+                ::pause();
+            }
+        }
+        ::close(ready[1]);
+        char byte = 0;
+        EXPECT_EQ(::read(ready[0], &byte, 1), 1);
+        ::close(ready[0]);
+    }
+    ~Holder() { Kill(); }
+    Holder(const Holder&) = delete;
+    Holder& operator=(const Holder&) = delete;
+    void Kill() {
+        if (pid > 0) {
+            ::kill(pid, SIGKILL);
+            ::waitpid(pid, nullptr, 0);
+            pid = 0;
+        }
+    }
+    pid_t pid = 0;
+};
+
+class KRunLockTest : public ::testing::Test {
+  protected:
+    void SetUp() override { tree.Directory("lock", 01777); }
+
+    /// The exit code and the text with which the lock is refused.
+    std::string Refusal(
+        unsigned waitSeconds = 0,
+        const std::function<bool()>& stop = {},
+        const std::string& name = "dps"
+    ) {
+        try {
+            const KRunLock lock(name, waitSeconds, stop, tree.Path("lock"));
+        } catch (const KSetupFailure& failure) {
+            return std::to_string(failure.GetExitCode()) + " " + failure.what();
+        }
+        return "";
+    }
+
+    KTEST::TemporaryTree tree;
+};
+
+TEST_F(KRunLockTest, TheFileTellsWhoHoldsIt) {
+    const KRunLock lock("dps", 0, {}, tree.Path("lock"));
+    EXPECT_THAT(tree.Read("lock/ins++-dps.lock"), HasSubstr(std::to_string(::getpid()) + "\n"));
+    EXPECT_EQ(tree.Mode("lock/ins++-dps.lock"), 0600u);
+}
+
+TEST_F(KRunLockTest, TheFileStaysAndMeansNothing) {
+    EXPECT_EQ(Refusal(), "");
+    EXPECT_EQ(tree.Read("lock/ins++-dps.lock"), "");
+    EXPECT_EQ(Refusal(), "");
+}
+
+TEST_F(KRunLockTest, ATextThatAKilledRunLeftIsReplaced) {
+    tree.Write("lock/ins++-dps.lock", "1\n" + std::string(9000, 'x') + "\n", 0600);
+    const KRunLock lock("dps", 0, {}, tree.Path("lock"));
+    EXPECT_EQ(tree.Read("lock/ins++-dps.lock").find("xxx"), std::string::npos);
+}
+
+TEST_F(KRunLockTest, AnotherRunIsNamed) {
+    const Holder holder(tree.Path("lock"));
+    EXPECT_THAT(
+        Refusal(),
+        HasSubstr("75 another run for dps goes on: process " + std::to_string(holder.pid) + " (")
+    );
+}
+
+TEST_F(KRunLockTest, AnotherProductIsNotInTheWay) {
+    const Holder holder(tree.Path("lock"));
+    EXPECT_EQ(Refusal(0, {}, "other"), "");
+}
+
+TEST_F(KRunLockTest, AHolderThatIsKilledLetsGo) {
+    Holder holder(tree.Path("lock"));
+    holder.Kill();
+    EXPECT_EQ(Refusal(), "");
+}
+
+TEST_F(KRunLockTest, WhoWaitsIsToldOnceForWhom) {
+    Holder holder(tree.Path("lock"));
+    std::vector<std::string> told;
+    int asked = 0;
+    const auto killAtThirdTry = [&] {
+        if (++asked == 3) {
+            holder.Kill();
+        }
+        return false;
+    };
+    const std::string pid = std::to_string(holder.pid);
+    const KRunLock lock(
+        "dps",
+        60,
+        killAtThirdTry,
+        tree.Path("lock"),
+        [&](const std::string& words) { told.push_back(words); }
+    );
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_THAT(told[0], HasSubstr("Waiting for another run for dps: process " + pid + " ("));
+}
+
+TEST_F(KRunLockTest, WhoDoesNotWaitIsNotToldThatItDoes) {
+    const int file = ::open(tree.Path("lock/ins++-dps.lock").c_str(), O_CREAT | O_RDWR, 0600);
+    ASSERT_EQ(::flock(file, LOCK_EX), 0); // as somebody would who does not say who it is
+    bool told = false;
+    EXPECT_THROW(
+        KRunLock("dps", 0, {}, tree.Path("lock"), [&](const std::string&) { told = true; }),
+        KSetupFailure
+    );
+    EXPECT_FALSE(told);
+    ::close(file);
+}
+
+TEST_F(KRunLockTest, WaitingEndsWhenTheHolderEnds) {
+    Holder holder(tree.Path("lock"));
+    int asked = 0;
+    const auto killAtThirdTry = [&] {
+        if (++asked == 3) {
+            holder.Kill();
+        }
+        return false;
+    };
+    EXPECT_EQ(Refusal(600, killAtThirdTry), "");
+    EXPECT_EQ(asked, 3);
+}
+
+TEST_F(KRunLockTest, WaitingEndsWithItsTime) {
+    const Holder holder(tree.Path("lock"));
+    EXPECT_THAT(Refusal(1), HasSubstr("75 another run"));
+}
+
+TEST_F(KRunLockTest, WaitingStopsOnRequest) {
+    const Holder holder(tree.Path("lock"));
+    EXPECT_THAT(Refusal(600, [] { return true; }), HasSubstr("130 stopped on request"));
+}
+
+TEST_F(KRunLockTest, SomebodyWhoOnlyLooksRefusesNoRun) {
+    tree.Write("lock/ins++-dps.lock", "", 0600);
+    const int looking = ::open(tree.Path("lock/ins++-dps.lock").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(::flock(looking, LOCK_SH), 0);
+    const auto letGo = [&] {
+        ::flock(looking, LOCK_UN);
+        return false;
+    };
+    EXPECT_EQ(Refusal(0, letGo), "");
+    ::close(looking);
+}
+
+TEST_F(KRunLockTest, AFileThatWasTakenAwayWhileHeldIsNoLock) {
+    Holder holder(tree.Path("lock"));
+    tree.Remove("lock/ins++-dps.lock");
+    EXPECT_EQ(Refusal(), "");
+    EXPECT_TRUE(tree.Exists("lock/ins++-dps.lock"));
+}
+
+TEST_F(KRunLockTest, ALinkIsRefusedAndWhatItLeadsToIsNotTouched) {
+    tree.Write("precious", "bytes", 0600);
+    tree.Link("lock/ins++-dps.lock", tree.Path("precious"));
+    EXPECT_THAT(Refusal(), HasSubstr("73 cannot lock"));
+    EXPECT_EQ(tree.Read("precious"), "bytes");
+}
+
+TEST_F(KRunLockTest, AFileOfAnotherUserIsRefused) {
+    tree.Write("lock/ins++-dps.lock", "", 0600);
+    tree.SetOwner("lock/ins++-dps.lock", 65534, 65534);
+    EXPECT_THAT(Refusal(), HasSubstr("is no plain file of root's alone"));
+}
+
+TEST_F(KRunLockTest, AQueueIsRefused) {
+    tree.Fifo("lock/ins++-dps.lock", 0600);
+    EXPECT_THAT(Refusal(), HasSubstr("73 "));
+}
+
+TEST_F(KRunLockTest, AMissingDirectoryIsToldOf) {
+    tree.Remove("lock");
+    EXPECT_THAT(Refusal(), HasSubstr("No such file or directory"));
+}
+
+TEST_F(KRunLockTest, ANameWithASeparatorIsRefused) {
+    EXPECT_THAT(Refusal(0, {}, "../x"), HasSubstr("65 "));
+}
+
+TEST_F(KRunLockTest, TheHolderIsFoundFromOutsideOnly) {
+    EXPECT_FALSE(KRunLock::FindHolder("dps", tree.Path("lock")).has_value());
+    {
+        const KRunLock own("dps", 0, {}, tree.Path("lock"));
+        EXPECT_FALSE(KRunLock::FindHolder("dps", tree.Path("lock")).has_value());
+    }
+    const Holder holder(tree.Path("lock"));
+    const auto found = KRunLock::FindHolder("dps", tree.Path("lock"));
+    ASSERT_TRUE(found.has_value());
+    EXPECT_EQ(found->pid, holder.pid);
+    EXPECT_NE(found->command, "");
+}
+
+TEST_F(KRunLockTest, TwentyRunsAtOnceAreOneAfterTheOther) {
+    // Each reads a number and writes the next one, which goes wrong when two do it at once.
+    tree.Write("count", "0");
+    std::vector<pid_t> children;
+    for (int child = 0; child < 20; ++child) {
+        children.push_back(::fork());
+        if (children.back() == 0) {
+            const KRunLock lock("dps", 600, {}, tree.Path("lock"));
+            const int count = std::stoi(tree.Read("count"));
+            ::usleep(2000);
+            tree.Write("count", std::to_string(count + 1));
+            // Without the destructors of the parent's objects; the lock goes with the process.
+            ::_exit(0);
+        }
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(tree.Read("count"), "20");
+}
+
+} // namespace
