@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include <sys/files/FileCalls.h>
+#include <sys/files/WriteReport.h>
 #include <unistd.h>
 
 namespace KSUP {
@@ -102,7 +103,10 @@ void KFileBase::SetModeFlags(unsigned int flags) {
     if (::fchmod(descriptor, flags & permissionBits) != 0) {
         source.RaiseSystem(static_cast<unsigned>(errno), path);
     }
-    modeFlags = flags & permissionBits;
+    const unsigned former = std::exchange(modeFlags, flags & permissionBits);
+    if (former != modeFlags) {
+        KSYS::ReportWrite(KSYS::Written::Mode, path.c_str());
+    }
 }
 
 void KFileBase::DeleteFile(const KString& filePath) {

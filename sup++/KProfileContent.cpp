@@ -5,6 +5,8 @@
 #include <string>
 #include <utility>
 
+#include <sys/files/WriteReport.h>
+
 namespace KSUP {
 
 namespace {
@@ -33,11 +35,11 @@ unsigned KProfileContent::Open(const KString& filePath, bool mayBeMissing) {
 }
 
 unsigned KProfileContent::Create(const KString& filePath) {
+    KSYS::ReportedFile report(filePath.c_str());
     KSYS::KFileReplacement lock;
     unsigned status = lock.Take(filePath.c_str());
     if (status == 0) {
-        bool replaced = false;
-        status = lock.Write({}, newProfileMode, onDisk, replaced);
+        status = lock.Write({}, newProfileMode, onDisk, report.isWritten);
     }
     if (status == 0) {
         path = filePath;
@@ -58,6 +60,7 @@ bool KProfileContent::Find(std::string_view section, std::string_view key, KStri
 /// Reads what another process wrote meanwhile, changes it, and writes it back, all under the lock.
 template <class Change>
 unsigned KProfileContent::Apply(GoneFile gone, Change change) {
+    KSYS::ReportedFile report(path.c_str()); // once the locks are released
     const std::lock_guard hold(guard);
     KSYS::KFileReplacement lock;
     unsigned status = lock.Take(path.c_str());
@@ -82,9 +85,8 @@ unsigned KProfileContent::Apply(GoneFile gone, Change change) {
     // way.
     KProfileText changed(text);
     change(changed);
-    bool replaced = false;
-    status = lock.Write(changed.Compose(), newProfileMode, onDisk, replaced);
-    if (replaced) {
+    status = lock.Write(changed.Compose(), newProfileMode, onDisk, report.isWritten);
+    if (report.isWritten) {
         text = std::move(changed);
     }
     return status;

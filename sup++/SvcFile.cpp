@@ -1,13 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
 #include <sup++/SvcFile.h>
-#include <sys/files/FileCalls.h>
-#include <sys/files/WriteTracking.h>
 
 #include <cerrno>
 #include <exception>
 
+#include <sys/files/FileCalls.h>
+#include <sys/files/WriteReport.h>
+#include <sys/files/WriteTracking.h>
+
 namespace {
+
+// One number each, here and in the layer below, which knows nothing of this one.
+static_assert(SvcWroteFile == static_cast<unsigned>(KSYS::Written::File));
+static_assert(SvcMadeDirectory == static_cast<unsigned>(KSYS::Written::Directory));
+static_assert(SvcLaidLink == static_cast<unsigned>(KSYS::Written::Link));
+static_assert(SvcDeletedFile == static_cast<unsigned>(KSYS::Written::FileDeleted));
+static_assert(SvcDeletedDirectory == static_cast<unsigned>(KSYS::Written::DirectoryDeleted));
+static_assert(SvcChangedMode == static_cast<unsigned>(KSYS::Written::Mode));
 
 constexpr unsigned directoryMode = 0755;
 
@@ -55,5 +65,10 @@ unsigned SvcFlushWrites() noexcept {
 
 unsigned SvcEndWriteTracking() noexcept {
     KSYS::EndWriteTracking();
+    return 0;
+}
+
+unsigned SvcSetWriteListener(SvcWriteListener listener, void* context) noexcept {
+    KSYS::SetWriteListener(listener, context);
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <sys/Retry.h>
 #include <sys/files/FileCalls.h>
+#include <sys/files/WriteReport.h>
 #include <sys/files/WriteTracking.h>
 
 namespace KSYS {
@@ -44,8 +45,11 @@ bool NamesDirectory(const char* path) noexcept {
     return size > 0 && path[size - 1] == '/';
 }
 
-/// One attempt to put a new file in the place of a regular one; ELOOP for a link.
-unsigned TryToReplace(int directory, const char* name, unsigned mode, KDescriptor& file) noexcept {
+/// One attempt to put a new file in the place of a regular one; ELOOP for a link. `isUnlinked` is set
+/// once the former one is gone.
+unsigned TryToReplace(
+    int directory, const char* name, unsigned mode, KDescriptor& file, bool& isUnlinked
+) noexcept {
     const auto make = [&] {
         file.Reset(Retry([&] { return ::openat(directory, name, makeNew, mode); }));
         return file.IsOpen() ? 0 : LastError();
@@ -59,6 +63,7 @@ unsigned TryToReplace(int directory, const char* name, unsigned mode, KDescripto
         status = LastError();
     }
     if (status == 0) {
+        isUnlinked = true;
         status = make();
     }
     if (status == 0 && ::fchown(file.Get(), former.st_uid, former.st_gid) != 0) {
@@ -67,21 +72,34 @@ unsigned TryToReplace(int directory, const char* name, unsigned mode, KDescripto
     return status;
 }
 
-unsigned
-ReplaceRegular(int directory, const char* name, unsigned mode, KDescriptor& file) noexcept {
+unsigned ReplaceRegular(
+    int directory, const char* name, unsigned mode, KDescriptor& file, bool& isUnlinked
+) noexcept {
     unsigned status = EEXIST;
     // Somebody may lay a file there between unlink and open; not for ever.
     for (int tries = 8; status == EEXIST && tries > 0; --tries) {
-        status = TryToReplace(directory, name, mode, file);
+        status = TryToReplace(directory, name, mode, file, isUnlinked);
     }
     return status;
 }
 
-unsigned ReplaceAt(const char* path, LastLink last, unsigned mode, KDescriptor& file) {
+unsigned
+ReplaceAt(const char* path, LastLink last, unsigned mode, KDescriptor& file, bool& isUnlinked) {
     Place place;
     const unsigned status = FindPlace(path, last, place);
-    return status != 0 ? status
-                       : ReplaceRegular(place.directory.Get(), place.name.c_str(), mode, file);
+    if (status != 0) {
+        return status;
+    }
+    return ReplaceRegular(place.directory.Get(), place.name.c_str(), mode, file, isUnlinked);
+}
+
+/// Tells what became of the path, also when the call failed halfway: a former file may be gone, or
+/// a new one be left without its owner.
+void NoteCreation(const char* path, const KDescriptor& file, bool isUnlinked) noexcept {
+    if (file.IsOpen() || isUnlinked) {
+        NoteWrite(path);
+        ReportWrite(file.IsOpen() ? Written::File : Written::FileDeleted, path);
+    }
 }
 
 ssize_t CopyThroughBuffer(int from, long long offset, int to, std::size_t length) noexcept {
@@ -131,6 +149,11 @@ unsigned IsDirectory(const char* path) {
         error = StatAt(place, status);
     }
     return error != 0 ? error : S_ISDIR(status.st_mode) ? 0U : EEXIST;
+}
+
+bool HasMode(const Place& place, unsigned mode) noexcept {
+    struct stat status {};
+    return StatAt(place, status) == 0 && (status.st_mode & 07777) == mode;
 }
 
 std::string WithoutEndSeparators(const char* path) {
@@ -189,12 +212,11 @@ unsigned CreateAnewAt(
 ) noexcept {
     file.Reset(Retry([&] { return ::openat(directory, name, makeNew, mode); }));
     unsigned status = file.IsOpen() ? 0 : LastError();
+    bool isUnlinked = false;
     if (status == EEXIST) {
-        status = ReplaceRegular(directory, name, mode, file);
+        status = ReplaceRegular(directory, name, mode, file, isUnlinked);
     }
-    if (status == 0) {
-        NoteWrite(path);
-    }
+    NoteCreation(path, file, isUnlinked);
     return status;
 }
 
@@ -202,16 +224,15 @@ unsigned CreateAnew(const char* path, unsigned mode, KDescriptor& file) {
     if (NamesDirectory(path)) {
         return EISDIR;
     }
+    bool isUnlinked = false;
     unsigned status = OpenWithoutLinks(path, makeNew, mode, file);
     if (status == EEXIST || status == ELOOP) {
-        status = ReplaceAt(path, LastLink::Keep, mode, file);
+        status = ReplaceAt(path, LastLink::Keep, mode, file, isUnlinked);
         if (status == ELOOP) {
-            status = ReplaceAt(path, LastLink::Follow, mode, file);
+            status = ReplaceAt(path, LastLink::Follow, mode, file, isUnlinked);
         }
     }
-    if (status == 0) {
-        NoteWrite(path);
-    }
+    NoteCreation(path, file, isUnlinked);
     return status;
 }
 
@@ -326,6 +347,7 @@ unsigned Unlink(const char* path) {
         return LastError();
     }
     NoteWrite(path);
+    ReportWrite(Written::FileDeleted, path);
     return 0;
 }
 
@@ -345,11 +367,14 @@ unsigned MakeDirectory(const char* path, unsigned mode, bool withParents) {
     if (status != 0) {
         return status;
     }
+    const std::string bare = WithoutEndSeparators(path);
     if (::mkdirat(place.directory.Get(), place.name.c_str(), mode) != 0) {
         return errno == EEXIST ? IsDirectory(path) : LastError();
     }
     NoteWrite(path);
-    return AddModeBits(place, mode);
+    status = AddModeBits(place, mode);
+    ReportWrite(Written::Directory, bare.c_str());
+    return status;
 }
 
 unsigned RemoveDirectory(const char* path) {
@@ -357,10 +382,12 @@ unsigned RemoveDirectory(const char* path) {
     if (const unsigned status = FindPlace(path, LastLink::Keep, place); status != 0) {
         return status;
     }
+    const std::string bare = WithoutEndSeparators(path);
     if (::unlinkat(place.directory.Get(), place.name.c_str(), AT_REMOVEDIR) != 0) {
         return LastError();
     }
-    NoteWrite(WithoutEndSeparators(path).c_str()); // the directory itself is gone
+    NoteWrite(bare.c_str()); // the directory itself is gone
+    ReportWrite(Written::DirectoryDeleted, bare.c_str());
     return 0;
 }
 
@@ -375,6 +402,7 @@ unsigned MakeLink(const char* target, const char* path) {
     const int directory = place.directory.Get();
     NoteWrite(path);
     if (::symlinkat(target, directory, place.name.c_str()) == 0) {
+        ReportWrite(Written::Link, path);
         return 0;
     }
     struct stat former {};
@@ -396,6 +424,7 @@ unsigned MakeLink(const char* target, const char* path) {
         ::unlinkat(directory, temporary.c_str(), 0); // the rename's failure is what counts
         return status;
     }
+    ReportWrite(Written::Link, path);
     return 0;
 }
 
@@ -404,10 +433,14 @@ unsigned ChangeMode(const char* path, unsigned mode) {
     if (const unsigned status = FindPlace(path, LastLink::Follow, place); status != 0) {
         return status;
     }
+    const bool isChange = IsReportingWrites() && !HasMode(place, mode & 07777);
     const int result =
         ::fchmodat(place.directory.Get(), place.name.c_str(), mode & 07777, AT_SYMLINK_NOFOLLOW);
     const unsigned status = result == 0 ? 0 : LastError();
     NoteWrite(path);
+    if (status == 0 && isChange) {
+        ReportWrite(Written::Mode, path);
+    }
     return status;
 }
 

@@ -103,7 +103,8 @@ void KServiceControl::Create(
             WriteFile(displayName, chosen, arguments);
             isWritten = true;
         }
-        asked.EnableFile();
+        const UnitFileReport report;
+        report.Report(asked.EnableFile());
         asked.Reload();
         if (const std::string problem = asked.GetLoadProblem(); !problem.empty()) {
             asked.Raise(ServiceStatus::failed, problem);
@@ -163,7 +164,8 @@ void KServiceControl::Delete() {
             // the link, which is all that provides the unit and not ours.
             files.Disable(unit);
         } else {
-            asked.DisableFile();
+            const UnitFileReport report;
+            report.Report(asked.DisableFile());
         }
         RemoveFileIfOurs();
         asked.Reload();

@@ -26,6 +26,19 @@ std::string TextIn(sd_bus_message* message, char type) {
     return sd_bus_message_read_basic(message, type, &text) > 0 && text != nullptr ? text : "";
 }
 
+std::vector<UnitFileChange> ChangesIn(sd_bus_message* message) {
+    std::vector<UnitFileChange> changes;
+    const char* type = nullptr;
+    const char* path = nullptr;
+    const char* source = nullptr;
+    if (sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "(sss)") > 0) {
+        while (sd_bus_message_read(message, "(sss)", &type, &path, &source) > 0) {
+            changes.push_back({type, path});
+        }
+    }
+    return changes;
+}
+
 } // namespace
 
 KSystemdUnit::KSystemdUnit(const std::string& unitName, Clock::time_point endOfWaits)
@@ -135,17 +148,22 @@ void KSystemdUnit::AwaitChange(Clock::time_point until) {
     bus.Wait(until, [this] { return hasChanged; });
 }
 
-void KSystemdUnit::EnableFile() {
+std::vector<UnitFileChange> KSystemdUnit::EnableFile() {
     constexpr int fileCount = 1;
     constexpr int isRuntime = 0;
     constexpr int isForced = 0;
-    bus.CallManager("EnableUnitFiles", "asbb", fileCount, unit.c_str(), isRuntime, isForced);
+    const KBus::Message reply =
+        bus.CallManager("EnableUnitFiles", "asbb", fileCount, unit.c_str(), isRuntime, isForced);
+    sd_bus_message_skip(reply.get(), "b"); // whether the file has a section [Install]
+    return ChangesIn(reply.get());
 }
 
-void KSystemdUnit::DisableFile() {
+std::vector<UnitFileChange> KSystemdUnit::DisableFile() {
     constexpr int fileCount = 1;
     constexpr int isRuntime = 0;
-    bus.CallManager("DisableUnitFiles", "asb", fileCount, unit.c_str(), isRuntime);
+    const KBus::Message reply =
+        bus.CallManager("DisableUnitFiles", "asb", fileCount, unit.c_str(), isRuntime);
+    return ChangesIn(reply.get());
 }
 
 void KSystemdUnit::Reload() {

@@ -5,8 +5,10 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 #include <sys/services/KBus.h>
+#include <sys/services/UnitFileChanges.h>
 
 namespace KSYS {
 
@@ -59,8 +61,10 @@ class KSystemdUnit {
     /// Waits until the unit changes, at most until `until`.
     void AwaitChange(Clock::time_point until);
 
-    void EnableFile();
-    void DisableFile();
+    /// Returns  what systemd did for it; nothing for what was so already
+    std::vector<UnitFileChange> EnableFile();
+    /// Returns  as above
+    std::vector<UnitFileChange> DisableFile();
     /// Has systemd read all unit files again.
     void Reload();
     /// Forgets failures and counted starts. What is forgotten already is fine.

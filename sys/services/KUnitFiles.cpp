@@ -9,6 +9,7 @@
 
 #include <sys/files/FileCalls.h>
 #include <sys/files/KFileReplacement.h>
+#include <sys/files/WriteReport.h>
 #include <sys/services/KServiceError.h>
 #include <sys/services/KUnitFiles.h>
 #include <sys/services/UnitText.h>
@@ -140,11 +141,11 @@ void KUnitFiles::Write(const std::string& unit, const std::string& text) const {
     const std::string path = root + OwnPath(unit);
     // An image that is being built may not have it yet.
     Require(MakeDirectory(directory.c_str(), directoryMode, true), directory);
+    ReportedFile report(path.c_str());
     KFileReplacement lock;
     Require(lock.Take(path.c_str()), path);
     FileIdentity written;
-    bool isReplaced = false;
-    Require(lock.Write(text, unitMode, written, isReplaced), path);
+    Require(lock.Write(text, unitMode, written, report.isWritten), path);
 }
 
 void KUnitFiles::Remove(const std::string& unit) const {

@@ -5,6 +5,7 @@
 #include "../../../support/ServiceErrors.h"
 #include "../../../support/TemporaryTree.h"
 #include "../../sup++/Common.h"
+#include "../WriteRecording.h"
 
 #include <cerrno>
 
@@ -228,6 +229,44 @@ TEST_F(KUnitFilesTest, AMissingFileAndAMaskedOneCannotBeEnabled) {
     EXPECT_EQ(StatusOf([&] { files.Enable("a.service"); }), 182U);
     files.Disable("a.service");
     EXPECT_TRUE(tree.Exists("etc/systemd/system/a.service"));
+}
+
+// What is told of it
+
+TEST_F(KUnitFilesTest, FilesAndLinksAreTold) {
+    tree.Directory(std::string(own) + "/there.target.wants");
+    GivenUnit("a.service", "WantedBy=there.target new.target\nAlias=other.service\n");
+    const WriteRecording written(tree.Path(own));
+    files.Write("b.service", "text");
+    files.Enable("a.service");
+    EXPECT_THAT(
+        written.Lines(),
+        ElementsAre(
+            "file b.service",
+            "link there.target.wants/a.service",
+            "directory new.target.wants",
+            "link new.target.wants/a.service",
+            "link other.service"
+        )
+    );
+}
+
+TEST_F(KUnitFilesTest, DeletedFilesAndLinksAreTold) {
+    GivenUnit("a.service", "WantedBy=one.target\n");
+    files.Enable("a.service");
+    const WriteRecording written(tree.Path(own));
+    files.Disable("a.service");
+    files.Disable("a.service");
+    files.Remove("a.service");
+    files.Remove("a.service");
+    EXPECT_THAT(
+        written.Lines(),
+        ElementsAre(
+            "file deleted one.target.wants/a.service",
+            "directory deleted one.target.wants",
+            "file deleted a.service"
+        )
+    );
 }
 
 } // namespace
