@@ -51,7 +51,8 @@ add_library(inspp_product INTERFACE)
 add_library(inspp_test INTERFACE)
 target_link_libraries(inspp_product INTERFACE inspp_compiler)
 target_link_libraries(inspp_test INTERFACE inspp_compiler)
-target_compile_options(inspp_test INTERFACE -O0)
+# Programs as libraries: what is precompiled is for one kind of code only.
+target_compile_options(inspp_test INTERFACE -O0 -fPIC)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # A tenth of a test's compilation went into collecting what the compiler throws away at its end.
   target_compile_options(inspp_test INTERFACE --param=ggc-min-heapsize=400000)
@@ -69,3 +70,29 @@ if(INSPP_COVERAGE)
   # Threads that count at the same time would lose counts, and leave negative ones.
   target_compile_options(inspp_product INTERFACE -fprofile-update=atomic)
 endif()
+
+# Reading headers is most of what a compilation costs. Those of others are read once for the product
+# and once for the tests. What is shipped, and what clang looks at, is compiled without: a source
+# that forgets an include is noticed there.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CMAKE_BUILD_TYPE STREQUAL "Release")
+  set(INSPP_PRECOMPILE_DEFAULT ON)
+endif()
+option(INSPP_PRECOMPILE "Read the headers of others once for many sources" ${INSPP_PRECOMPILE_DEFAULT})
+
+# Makes a library NAME that does nothing but hold the headers for targets which link to BASE.
+function(inspp_precompile_headers name base) # HEADER...
+  if(INSPP_PRECOMPILE)
+    file(CONFIGURE OUTPUT ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp CONTENT "")
+    add_library(${name} STATIC EXCLUDE_FROM_ALL ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp)
+    target_link_libraries(${name} PRIVATE ${base})
+    target_precompile_headers(${name} PRIVATE ${ARGN})
+  endif()
+endfunction()
+
+function(inspp_use_precompiled name) # TARGET...
+  if(INSPP_PRECOMPILE)
+    foreach(target IN LISTS ARGN)
+      target_precompile_headers(${target} REUSE_FROM ${name})
+    endforeach()
+  endif()
+endfunction()
