@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/KSetupStop.h>
 #include <setup/check/RunCheck.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/kit/RunKit.h>
@@ -11,10 +12,11 @@
 #include <setup/plan/RunPlan.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/process/PrepareProcess.h>
-#include <setup/run/Answers.h>
-#include <setup/run/KSetupRun.h>
+#include <setup/run/Runs.h>
+#include <setup/run/Status.h>
 #include <sup++/KError.h>
 
+#include <csignal>
 #include <exception>
 #include <functional>
 #include <iostream>
@@ -39,16 +41,13 @@ void Refuse(KRunReport& report, int exitCode, const std::string& why) {
 int Tell(
     const KSetupArguments& arguments,
     const char* command,
-    const std::function<void(const KSETUP::KSetupKit&, KSETUP::KSetupVoice&, KRunReport&)>& work
+    const std::function<void(KSETUP::KSetupVoice&, KRunReport&)>& work
 ) {
     KSETUP::KSetupVoice voice(arguments);
     KRunReport report;
     report.command = command;
     try {
-        if (arguments.command != Command::Status) {
-            KSETUP::RequireRoot(); // said before anything is wrong with the kit
-        }
-        work(KSETUP::KSetupKit(arguments.kit), voice, report);
+        work(voice, report);
     } catch (const KSETUP::KSetupFailure& failure) {
         Refuse(report, failure.GetExitCode(), failure.what());
     } catch (const KSUP::KError& error) {
@@ -60,23 +59,39 @@ int Tell(
     return report.exitCode;
 }
 
+/// A run takes note of signals from its first step on; one that is stopped before its first change
+/// answers with the signal.
+int RunOnMachine(
+    const KSetupArguments& arguments,
+    const char* command,
+    void (*run)(const KSETUP::KRunContext& context)
+) {
+    return Tell(arguments, command, [&](KSETUP::KSetupVoice& voice, KRunReport& report) {
+        KSETUP::RequireRoot(); // said before anything is wrong with the kit
+        const KSETUP::KSetupKit kit(arguments.kit);
+        report.product = KSETUP::KSetupKit::GetProductName().c_str();
+        KSETUP::KSetupSignals signals;
+        try {
+            run({kit, arguments, voice, signals, report});
+        } catch (const KSETUP::KSetupStop& stop) {
+            const int signal = signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT;
+            Refuse(report, KSETUP::ExitCode::signalBase + signal, stop.what());
+        }
+    });
+}
+
 int Run(const KSetupArguments& arguments) {
     switch (arguments.command) {
     case Command::Install:
-        return Tell(arguments, "install", [&](const auto& kit, auto& voice, auto& report) {
-            KSETUP::KSetupRun(kit, arguments, voice, report).Install();
-        });
+        return RunOnMachine(arguments, "install", &KSETUP::Install);
     case Command::Remove:
-        return Tell(arguments, "remove", [&](const auto& kit, auto& voice, auto& report) {
-            KSETUP::KSetupRun(kit, arguments, voice, report).Remove();
-        });
-    case Command::Status:
-        return Tell(arguments, "status", [&](const auto&, auto&, auto& report) {
-            KSETUP::FillStatus(arguments, report);
-        });
+        return RunOnMachine(arguments, "remove", &KSETUP::Remove);
     case Command::Restore:
-        return Tell(arguments, "restore", [&](const auto&, auto& voice, auto& report) {
-            KSETUP::FillRestore(arguments, voice, report);
+        return RunOnMachine(arguments, "restore", &KSETUP::Restore);
+    case Command::Status:
+        return Tell(arguments, "status", [&](KSETUP::KSetupVoice&, KRunReport& report) {
+            const KSETUP::KSetupKit kit(arguments.kit); // for the product that is asked about
+            KSETUP::FillStatus(arguments, report);
         });
     case Command::Check:
         return KSETUP::RunCheck(arguments);

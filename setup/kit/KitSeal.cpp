@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/KSetupStop.h>
 #include <setup/files/KFileDigest.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
@@ -8,7 +9,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <map>
 #include <string_view>
@@ -42,9 +42,7 @@ KReadFile ReadFile(const fs::path& path, const std::function<bool()>& shallStop 
         file.digest = DigestFile(file.path, shallStop);
     }
     if (file.digest.errorNumber == ECANCELED) {
-        throw KSetupFailure(
-            ExitCode::signalBase + SIGINT, "Stopped on request. Nothing was changed."
-        );
+        throw KSetupStop("Stopped on request. Nothing was changed.");
     }
     if (file.digest.errorNumber != 0) {
         FailOn(path, file.digest.errorNumber);

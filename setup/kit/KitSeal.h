@@ -30,7 +30,7 @@ enum class KSealExtent { Whole, WhatIsThere };
 /// Returns  the digests of the files that were read, by path: `kitDirectory` as it stands, and the
 ///          name in it, or where a link leads to
 /// Throws   KSetupFailure that names what is missing, changed or not listed; also when the seal
-///          cannot be read, or `shallStop` said so (ExitCode::signalBase + SIGINT)
+///          cannot be read, or KSetupStop when `shallStop` said so
 KDigests VerifySeal(
     const std::string& kitDirectory,
     KSealExtent extent = KSealExtent::Whole,

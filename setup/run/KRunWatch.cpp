@@ -3,98 +3,106 @@
 #include <setup/run/KRunWatch.h>
 #include <sup++/Svc.h>
 
-#include <algorithm>
-#include <string_view>
+#include <cmath>
 #include <utility>
 
 namespace KSETUP {
 
 namespace {
 
-constexpr std::string_view copying = "Copying file ";
+using Kind = KINS::KRunEvent::Kind;
 
 } // namespace
 
 KRunWatch::KRunWatch(
-    KINS::KInstaller& watched,
-    KSetupSignals& taken,
-    KSetupVoice& speaker,
-    std::vector<KWatchedRule> countedRules
+    KINS::KInstaller& watched, const KRunContext& given, std::vector<KWatchedRule> countedRules
 )
     : installer(watched),
-      signals(taken),
-      voice(speaker),
+      context(given),
       rules(std::move(countedRules)) {}
 
-void KRunWatch::Report(const KSUP::KString& status, double percent) {
-    // Chunks of a copy come by the thousand: they are one number here.
-    if (percent != KINS::noPercentage) {
-        const std::lock_guard hold(guard);
-        percentage = percent;
+void KRunWatch::Take(const KINS::KRunEvent& event) {
+    const std::lock_guard hold(guard);
+    if (event.operation == KSUP::KOperation::Write && !event.path.IsEmpty() &&
+        (writingRule != event.rule || written != event.path.c_str())) {
+        writingRule = event.rule;
+        written = event.path.c_str();
+    }
+    // Chunks of a copy come by the thousand: only the last one counts.
+    if (event.percentage != KINS::noPercentage && !queue.empty() &&
+        queue.back().kind == Kind::Status && queue.back().rule == event.rule &&
+        queue.back().percentage != KINS::noPercentage) {
+        queue.back().percentage = event.percentage;
         return;
     }
-    const unsigned rule = installer.GetCompletedCount();
-    const std::string_view text(status.c_str());
-    const std::lock_guard hold(guard);
-    if (rule != reportedRule) {
-        reportedRule = rule;
-        firstStatuses.emplace(rule, text);
-    }
-    percentage = 0;
-    lastCopied = text.starts_with(copying) ? text.substr(copying.size()) : std::string_view();
+    queue.push_back({event.kind, event.rule, event.text.c_str(), event.percentage});
 }
 
-std::optional<KSUP::KError> KRunWatch::Wait(const std::function<void(unsigned)>& atRule) {
-    unsigned told = 0;
+std::optional<KSUP::KError> KRunWatch::Wait() {
+    std::optional<KSUP::KError> end;
     try {
         while (!installer.IsComplete()) {
             SvcPollingDispatch();
-            if (signals.Take() != 0) {
+            if (context.signals.Take() != 0) {
                 AnswerSignal();
             }
-            Follow();
-            if (toldDone != told) {
-                told = toldDone;
-                atRule(told);
-            }
+            TellQueued();
+            TellStatus(false);
         }
     } catch (const KSUP::KError& error) {
-        Follow();
-        if (!installer.IsCancelled()) {
-            voice.Status(toldDone, installer.GetStatus(), 0, true);
-        }
-        return error;
+        end.emplace(error);
     }
-    TellRules(GetRuleCount());
-    voice.Status(toldDone, installer.GetStatus(), 0, true);
-    return std::nullopt;
+    TellQueued();
+    TellStatus(true);
+    return end;
 }
 
-void KRunWatch::Follow() {
-    const unsigned done = std::min(installer.GetCompletedCount(), GetRuleCount());
-    TellRules(done);
-    if (done < GetRuleCount() && toldStarted == done) {
-        std::string words = TakeFirstStatus(done);
-        if (!words.empty()) {
-            toldStarted = done + 1;
-            voice.RuleStarted(toldStarted, rules[done].place, words);
+void KRunWatch::TellQueued() {
+    std::vector<Event> events;
+    {
+        const std::lock_guard hold(guard);
+        events.swap(queue);
+    }
+    for (const Event& event : events) {
+        if (event.rule < GetRuleCount()) { // what comes behind the last rule is nobody's
+            Tell(event);
         }
     }
+}
+
+/// Most rules say at once what they do, and are told by that; those that say nothing by their line.
+void KRunWatch::Tell(const Event& event) {
+    switch (event.kind) {
+    case Kind::RuleStarted:
+        break;
+    case Kind::Status:
+        TellStarted(event.rule, event.text);
+        status = event.text;
+        part = 0;
+        if (event.percentage != KINS::noPercentage) {
+            status += " (" + std::to_string(std::lround(std::ceil(event.percentage))) + "%)";
+            part = event.percentage / 100;
+        }
+        break;
+    case Kind::RuleDone:
+        TellStarted(event.rule, rules[event.rule].text);
+        toldDone = event.rule + 1;
+        part = 0;
+        context.voice.RuleDone(toldDone);
+        break;
+    }
+}
+
+void KRunWatch::TellStarted(unsigned rule, const std::string& words) {
+    if (rule == toldStarted) {
+        context.voice.RuleStarted(++toldStarted, rules[rule].place, words);
+    }
+}
+
+void KRunWatch::TellStatus(bool isLast) {
     // What is called off reports that it is done, and nothing follows.
     if (!installer.IsCancelled()) {
-        voice.Status(done, installer.GetStatus(), PartDone(), false);
-    }
-}
-
-/// Rules that came and went between two looks, or that report nothing, are told by their lines.
-void KRunWatch::TellRules(unsigned done) {
-    for (; toldDone < done; ++toldDone) {
-        if (toldStarted == toldDone) {
-            const std::string words = TakeFirstStatus(toldDone);
-            const KWatchedRule& rule = rules[toldDone];
-            voice.RuleStarted(++toldStarted, rule.place, words.empty() ? rule.text : words);
-        }
-        voice.RuleDone(toldDone + 1);
+        context.voice.Status(toldDone, KSUP::KString(status), part, isLast);
     }
 }
 
@@ -102,28 +110,17 @@ const KWatchedRule* KRunWatch::GetRule(unsigned done) const noexcept {
     return done < rules.size() ? &rules[done] : nullptr;
 }
 
-std::string KRunWatch::GetCopied(unsigned done) const {
+std::string KRunWatch::GetCopied(unsigned rule) const {
     const std::lock_guard hold(guard);
-    return reportedRule == done ? lastCopied : std::string();
-}
-
-std::string KRunWatch::TakeFirstStatus(unsigned rule) {
-    const std::lock_guard hold(guard);
-    const auto taken = firstStatuses.extract(rule);
-    return taken.empty() ? std::string() : taken.mapped();
-}
-
-double KRunWatch::PartDone() const {
-    const std::lock_guard hold(guard);
-    return percentage / 100;
+    return writingRule == rule ? written : std::string();
 }
 
 void KRunWatch::AnswerSignal() {
     // Said before anything is asked: the run may hold the answer up.
-    voice.Warn(installer.IsCancelled() ? "Still stopping." : "Stopping.");
+    context.voice.Warn(installer.IsCancelled() ? "Still stopping." : "Stopping.");
     installer.Stop();
-    if (const KSUP::KString status = installer.GetStatus(); !status.IsEmpty()) {
-        voice.Warn("Waiting for: " + Shown(status.c_str()));
+    if (const KSUP::KString waiting = installer.GetStatus(); !waiting.IsEmpty()) {
+        context.voice.Warn("Waiting for: " + Shown(waiting.c_str()));
     }
 }
 

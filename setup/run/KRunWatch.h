@@ -2,13 +2,10 @@
 #pragma once
 
 #include <ins/KInstaller.h>
-#include <setup/output/KSetupSignals.h>
-#include <setup/output/KSetupVoice.h>
+#include <setup/run/KRunContext.h>
 #include <sup++/KError.h>
-#include <sup++/KString.h>
 
-#include <functional>
-#include <map>
+#include <cstddef>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -22,56 +19,58 @@ struct KWatchedRule {
     std::string text;  ///< as it is written there
 };
 
-/// Watches a run: says which rule is at work and how far it is, answers signals, and ends with the
-/// run.
+/// Watches a run: tells which rule is at work and how far it is, answers signals, and ends with the
+/// run. What the engine tells is queued on its thread and told on in the same order.
 ///
 /// Borrows everything that it is given.
-/// Thread   the main thread's; the engine calls Report on the worker thread
+/// Thread   the main thread's; the engine calls Take on the worker thread
 class KRunWatch {
   public:
     KRunWatch(
-        KINS::KInstaller& watched,
-        KSetupSignals& taken,
-        KSetupVoice& speaker,
-        std::vector<KWatchedRule> countedRules
+        KINS::KInstaller& watched, const KRunContext& given, std::vector<KWatchedRule> countedRules
     );
     KRunWatch(const KRunWatch&) = delete;
     KRunWatch& operator=(const KRunWatch&) = delete;
 
-    /// For KInstaller::SetCallback.
-    void Report(const KSUP::KString& status, double percent);
+    /// For KInstaller::SetRunListener.
+    void Take(const KINS::KRunEvent& event);
 
-    /// Returns when the run has ended: with nothing, or with what ended it. `atRule` is told the
-    /// number of rules done whenever it has changed.
-    std::optional<KSUP::KError> Wait(const std::function<void(unsigned)>& atRule);
+    /// Returns when the run has ended: with nothing, or with what ended it.
+    std::optional<KSUP::KError> Wait();
 
     unsigned GetRuleCount() const noexcept { return static_cast<unsigned>(rules.size()); }
     /// The rule behind those that are done; nothing when all are.
     const KWatchedRule* GetRule(unsigned done) const noexcept;
-    /// The target that the rule behind those that are done reported last as being copied; empty
-    /// without one.
-    std::string GetCopied(unsigned done) const;
+    /// The target that this rule, counted from 0, reported last as being written; empty without one.
+    std::string GetCopied(unsigned rule) const;
 
   private:
-    void Follow();
-    void TellRules(unsigned done);
-    std::string TakeFirstStatus(unsigned rule);
-    double PartDone() const;
+    struct Event {
+        KINS::KRunEvent::Kind kind;
+        unsigned rule;
+        std::string text;
+        double percentage;
+    };
+
+    void TellQueued();
+    void Tell(const Event& event);
+    void TellStarted(unsigned rule, const std::string& words);
+    void TellStatus(bool isLast);
     void AnswerSignal();
 
     KINS::KInstaller& installer;
-    KSetupSignals& signals;
-    KSetupVoice& voice;
+    const KRunContext& context;
     std::vector<KWatchedRule> rules; // fixed
     unsigned toldStarted = 0;
     unsigned toldDone = 0;
+    std::string status; // as the engine has it, with its percentage
+    double part = 0;    // of the rule at work that is done, from 0 to 1
 
     mutable std::mutex guard;
-    // Guarded by guard: what the worker thread reported.
-    std::map<unsigned, std::string> firstStatuses; // of rules that are not told yet
-    std::optional<unsigned> reportedRule;
-    std::string lastCopied; // by that rule
-    double percentage = 0;
+    // Guarded by guard: what the worker thread told.
+    std::vector<Event> queue;
+    std::optional<unsigned> writingRule;
+    std::string written; // its target
 };
 
 } // namespace KSETUP

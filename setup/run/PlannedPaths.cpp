@@ -24,6 +24,12 @@ bool ChangesEntry(Kind kind) {
            kind == Kind::RemoveOption;
 }
 
+/// The unit file of a service, and the link that enables it.
+void AddUnitPaths(const std::string& service, std::vector<std::string>& paths) {
+    paths.push_back(units + service + ".service");
+    paths.push_back(std::string(units) + "multi-user.target.wants/" + service + ".service");
+}
+
 /// Whether a directory, in its normal form, is nobody else's.
 bool IsOwn(
     const std::string& directory, const std::string& productPath, const std::string& serviceName
@@ -34,22 +40,17 @@ bool IsOwn(
 
 } // namespace
 
-std::vector<std::string>
-MadePaths(const KPlan& plan, const std::string& productPath, const std::string& serviceName) {
-    std::set<std::string> onTheWay;
+std::vector<std::string> ExpectedPaths(const KPlan& plan) {
     std::vector<std::string> paths;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
-            if (MakesEntry(action.kind) && !action.lacks) {
+            if (action.kind == Kind::InstallService) {
+                AddUnitPaths(action.path, paths);
+            } else if (MakesEntry(action.kind) && action.kind != Kind::CopyFile && !action.replaces) {
                 paths.push_back(action.path);
-                for (std::string at = ParentPath(NormalPath(action.path));
-                     IsOwn(at, productPath, serviceName) && onTheWay.insert(at).second;
-                     at = ParentPath(at)) {
-                }
             }
         }
     }
-    paths.insert(paths.end(), onTheWay.begin(), onTheWay.end());
     return paths;
 }
 
@@ -72,10 +73,7 @@ std::vector<std::string> ChangedPaths(const KPlan& plan) {
             if (ChangesEntry(action.kind)) {
                 paths.push_back(action.path);
             } else if (action.kind == Kind::InstallService || action.kind == Kind::RemoveService) {
-                paths.push_back(units + action.path + ".service");
-                paths.push_back(
-                    std::string(units) + "multi-user.target.wants/" + action.path + ".service"
-                );
+                AddUnitPaths(action.path, paths);
             }
         }
     }

@@ -9,11 +9,9 @@
 
 namespace KSETUP {
 
-/// What a plan leaves: files, links and directories that its rules make, and the directories on the
-/// way to them that are the product's own, which an earlier run may have made: from the product path
-/// on, and from the service's directory in /etc on.
-std::vector<std::string>
-MadePaths(const KPlan& plan, const std::string& productPath, const std::string& serviceName);
+/// What a plan makes where nothing stands: links, directories, profiles and unit files. Not the
+/// copies, which a run that is repeated makes anew.
+std::vector<std::string> ExpectedPaths(const KPlan& plan);
 
 /// The directories of the product's own, in /etc too, in which a plan makes or replaces something.
 std::vector<std::string>

@@ -52,14 +52,6 @@ bool CannotWrite(unsigned code) {
 
 } // namespace
 
-KInstalledRecord ReadRecord(const KINS::KInstaller& installer) {
-    KSUP::KString path;
-    KSUP::KString version;
-    unsigned buildNumber = 0;
-    installer.GetInstalledProductInformation(path, version, buildNumber);
-    return {path.c_str(), version.c_str(), buildNumber};
-}
-
 std::string InWords(const KSUP::KError& error) {
     const std::string info = error.GetInfo().GetString().c_str();
     switch (error.GetKind()) {

@@ -9,16 +9,6 @@
 
 namespace KSETUP {
 
-/// The record of the installed product.
-struct KInstalledRecord {
-    std::string path;
-    std::string version;
-    unsigned buildNumber = 0;
-};
-
-/// Throws   KSUP::KError when there is none
-KInstalledRecord ReadRecord(const KINS::KInstaller& installer);
-
 /// An error as its reader needs it, by its kind.
 std::string InWords(const KSUP::KError& error);
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/KSetupStop.h>
 #include <setup/files/PathText.h>
 #include <setup/state/CopyFile.h>
 #include <setup/state/KBackup.h>
@@ -7,7 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdio>
 #include <optional>
 #include <utility>
@@ -179,8 +179,7 @@ void KBackup::Save(const std::vector<std::string>& paths, const std::function<bo
         for (const std::string& written : paths) {
             const std::string path = NormalPath(written);
             if (shallStop && shallStop()) {
-                throw KSetupFailure(
-                    ExitCode::signalBase + SIGINT,
+                throw KSetupStop(
                     "stopped on request while keeping what would be replaced. Nothing was changed."
                 );
             }
@@ -195,7 +194,7 @@ void KBackup::Save(const std::vector<std::string>& paths, const std::function<bo
         }
         store.WriteDurably(indexName, ToText(index));
         Replace(product);
-    } catch (const KSetupFailure&) {
+    } catch (...) { // also when it was stopped
         try {
             product.DeleteDirectory(newName);
         } catch (const KSetupFailure&) {

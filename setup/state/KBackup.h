@@ -47,8 +47,8 @@ class KBackup {
     /// Keeps what stands at these absolute paths; also notes where nothing does. `shallStop` is
     /// asked before each, during this call only.
     ///
-    /// Throws   KSetupFailure when something cannot be kept (ExitCode::cannotWrite) or `shallStop`
-    ///          says so (ExitCode::signalBase + SIGINT); the former backup is there still
+    /// Throws   KSetupFailure when something cannot be kept (ExitCode::cannotWrite), KSetupStop when
+    ///          `shallStop` says so; the former backup is there still
     void Save(const std::vector<std::string>& paths, const std::function<bool()>& shallStop = {});
 
     /// Puts everything back, each file as a whole, and deletes what was not there. What fails is

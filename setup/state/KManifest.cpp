@@ -28,37 +28,38 @@ Kind ToKind(const std::string& word) {
     throw std::invalid_argument("the unknown kind \"" + word + "\"");
 }
 
+bool IsMissing(int errorNumber) noexcept {
+    return errorNumber == ENOENT || errorNumber == ENOTDIR;
+}
+
+KSetupFailure CannotLookAt(const std::string& path, int errorNumber) {
+    return SystemFailure(
+        ExitCode::cannotWrite,
+        "cannot read",
+        path,
+        errorNumber,
+        "So the manifest is not written. Fix the cause and run it again."
+    );
+}
+
 } // namespace
 
-KManifest::KManifest(
-    const std::vector<std::string>& paths,
-    const std::function<bool()>& shallStop,
-    const KDigests& known
-) {
+KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& known) {
     for (const std::string& written : paths) {
         const std::string path = NormalPath(written);
-        if (shallStop && shallStop()) {
-            return;
-        }
         std::optional<KManifestEntry> entry = LookAtEntry(path);
         if (!entry) {
+            if (errno != 0 && !IsMissing(errno)) {
+                throw CannotLookAt(path, errno);
+            }
             continue;
         }
         if (entry->kind == Kind::File) {
             const auto copied = known.find(path);
             const bool isKnown = copied != known.end() && copied->second.size == entry->size;
-            const KFileDigest digest = isKnown ? copied->second : DigestFile(path, shallStop);
-            if (digest.errorNumber == ECANCELED) {
-                return;
-            }
+            const KFileDigest digest = isKnown ? copied->second : DigestFile(path);
             if (digest.errorNumber != 0) {
-                throw SystemFailure(
-                    ExitCode::cannotWrite,
-                    "cannot read",
-                    path,
-                    digest.errorNumber,
-                    "So the manifest is not written; mend the cause and run it again."
-                );
+                throw CannotLookAt(path, digest.errorNumber);
             }
             entry->size = digest.size;
             entry->digest = digest.sha256;
@@ -69,7 +70,7 @@ KManifest::KManifest(
 
 void KManifest::Merge(const KManifest& former) {
     for (const auto& [path, entry] : former.entries) {
-        if (LookAtEntry(path)) {
+        if (LookAtEntry(path) || !IsMissing(errno)) {
             entries.try_emplace(path, entry);
         }
     }

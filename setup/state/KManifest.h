@@ -6,7 +6,6 @@
 #include <setup/state/StateDirectory.h>
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -58,18 +57,13 @@ class KManifest {
   public:
     KManifest() = default;
     /// Looks at what stands at the paths, and reads the files. What is not there, or is neither a
-    /// file nor a directory nor a link, is left out. `shallStop` is asked before each path and each
-    /// 1 MiB, during this call only; when it says so, the manifest holds what was looked at so far.
+    /// file nor a directory nor a link, is left out.
     ///
     /// `known` are digests, by path, of what was copied there: they are taken for files of that
     /// size, which are then not read.
     ///
-    /// Throws   KSetupFailure when a file cannot be read
-    explicit KManifest(
-        const std::vector<std::string>& paths,
-        const std::function<bool()>& shallStop = {},
-        const KDigests& known = {}
-    );
+    /// Throws   KSetupFailure for one that cannot be looked at or read
+    explicit KManifest(const std::vector<std::string>& paths, const KDigests& known = {});
 
     /// Takes over what an earlier run installed and is still there, as it was installed then.
     void Merge(const KManifest& former);

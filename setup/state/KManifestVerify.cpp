@@ -159,7 +159,7 @@ std::vector<std::string> KManifest::GetRemaining() const {
     std::vector<std::string> remaining;
     for (const auto& [path, entry] : entries) {
         struct stat status {};
-        if (::lstat(path.c_str(), &status) == 0) {
+        if (::lstat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR)) {
             remaining.push_back(path);
         }
     }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/KSetupStop.h>
 #include <setup/files/WriteAll.h>
 #include <setup/output/Words.h>
 #include <setup/state/KPrivateDirectory.h>
@@ -8,9 +9,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <charconv>
 #include <chrono>
-#include <csignal>
 #include <fstream>
 #include <iterator>
 #include <thread>
@@ -172,8 +173,7 @@ KRunLock::KRunLock(
     while (!TryLock(file, path)) {
         const KLockHolder holder = ReadHolder(file.Get());
         if (shallStop && shallStop()) {
-            throw KSetupFailure(
-                ExitCode::signalBase + SIGINT,
+            throw KSetupStop(
                 "stopped on request while waiting for another run. Nothing was changed."
             );
         }

@@ -38,8 +38,8 @@ class KRunLock {
     /// which names the holder, once it is clear that there is something to wait for.
     ///
     /// Throws   KSetupFailure: ExitCode::anotherRun naming the holder, ExitCode::cannotWrite when
-    ///          the file is none of root's or cannot be made, ExitCode::signalBase + SIGINT when
-    ///          `shallStop` said so. Nothing is left behind but the file
+    ///          the file is none of root's or cannot be made, KSetupStop when `shallStop`
+    ///          said so. Nothing is left behind but the file
     explicit KRunLock(
         const std::string& serviceName,
         unsigned waitSeconds = 0,

@@ -3,6 +3,7 @@
 
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/KSetupStop.h>
 #include <setup/state/KBackup.h>
 
 #include <gmock/gmock.h>
@@ -211,7 +212,7 @@ TEST_F(KBackupTest, AStoppedBackupKeepsTheFormer) {
     int asked = 0;
     EXPECT_THROW(
         backup.Save({tree.Path("p/new"), tree.Path("p/link")}, [&] { return ++asked == 2; }),
-        KSetupFailure
+        KSETUP::KSetupStop
     );
     EXPECT_TRUE(backup.Exists());
     EXPECT_FALSE(tree.Exists("base/dps/backup.new"));

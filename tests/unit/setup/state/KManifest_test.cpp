@@ -139,13 +139,20 @@ TEST_F(KManifestTest, APathThatIsWrittenInTwoWaysIsOne) {
     EXPECT_THAT(Differences({tree.Path("p/x/../conf/")}), IsEmpty());
 }
 
-TEST_F(KManifestTest, ReadingFilesStopsOnRequest) {
-    int asked = 0;
-    const KManifest manifest({tree.Path("p/a\nb\xFF"), tree.Path("p/file")}, [&] {
-        return ++asked == 3;
-    });
-    EXPECT_THAT(manifest.GetEntries(), IsEmpty());
-    EXPECT_EQ(asked, 3); // before the path and its first 1 MiB, and then it stopped
+TEST_F(KManifestTest, APathThatCannotBeLookedAtIsAFailure) {
+    const std::string tooLong = tree.Path("p/" + std::string(NAME_MAX + 1, 'x'));
+    try {
+        const KManifest manifest({tree.Path("p/file"), tooLong});
+        ADD_FAILURE() << "it was left out";
+    } catch (const KSetupFailure& failure) {
+        EXPECT_EQ(failure.GetExitCode(), KSETUP::ExitCode::cannotWrite);
+        EXPECT_THAT(failure.what(), HasSubstr(tooLong + ": File name too long"));
+    }
+}
+
+TEST_F(KManifestTest, WhatIsNotThereIsLeftOut) {
+    const KManifest manifest({tree.Path("p/file"), tree.Path("p/gone"), tree.Path("p/file/x")});
+    EXPECT_EQ(manifest.GetEntries().size(), 1U);
 }
 
 TEST_F(KManifestTest, NoManifestIsNothing) {

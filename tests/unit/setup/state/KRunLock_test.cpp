@@ -3,6 +3,7 @@
 
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/KSetupStop.h>
 #include <setup/state/KRunLock.h>
 
 #include <gmock/gmock.h>
@@ -68,6 +69,8 @@ class KRunLockTest : public ::testing::Test {
             const KRunLock lock(name, waitSeconds, stop, tree.Path("lock"));
         } catch (const KSetupFailure& failure) {
             return std::to_string(failure.GetExitCode()) + " " + failure.what();
+        } catch (const KSETUP::KSetupStop& stopped) {
+            return std::string("stop ") + stopped.what();
         }
         return "";
     }
@@ -166,7 +169,7 @@ TEST_F(KRunLockTest, WaitingEndsWithItsTime) {
 
 TEST_F(KRunLockTest, WaitingStopsOnRequest) {
     const Holder holder(tree.Path("lock"));
-    EXPECT_THAT(Refusal(600, [] { return true; }), HasSubstr("130 stopped on request"));
+    EXPECT_THAT(Refusal(600, [] { return true; }), HasSubstr("stop stopped on request"));
 }
 
 TEST_F(KRunLockTest, SomebodyWhoOnlyLooksRefusesNoRun) {

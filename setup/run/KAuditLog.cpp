@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/run/KRunChronicle.h>
+#include <setup/run/KAuditLog.h>
 #include <sup++/KError.h>
 #include <sup++/KLogPrefix.h>
 #include <sup++/SvcData.h>
@@ -60,7 +60,7 @@ void TellJournal(const KRunReport& report, const std::string& message, const cha
 
 } // namespace
 
-void KRunChronicle::Begin(const KRunReport& report, const std::string& kit) {
+void KAuditLog::Begin(const KRunReport& report, const std::string& kit) {
     try {
         // Before the engine, which opens it for itself: the run begins with this.
         KSUP::KLog log;
@@ -83,7 +83,7 @@ void KRunChronicle::Begin(const KRunReport& report, const std::string& kit) {
     TellJournal(report, "Begin " + What(report), "started");
 }
 
-void KRunChronicle::End(const KRunReport& report, KSUP::KLog& log) {
+void KAuditLog::End(const KRunReport& report, KSUP::KLog& log) {
     const std::string result = ResultWord(report.result);
     log << KLogPrefix(Name()) << "End " << What(report) << ": " << result << ", "
         << report.rulesDone << " of " << report.rulesAll << " rules"

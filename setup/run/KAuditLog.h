@@ -16,7 +16,7 @@ namespace KSETUP {
 /// INSPP_ERROR. A system without a journal has the log only.
 ///
 /// Thread   the main thread's
-class KRunChronicle {
+class KAuditLog {
   public:
     /// Throws   KSetupFailure when the setup log cannot be opened
     static void Begin(const KRunReport& report, const std::string& kit);

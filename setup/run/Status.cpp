@@ -2,11 +2,8 @@
 #include <ins/KInstaller.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/output/KSetupSignals.h>
-#include <setup/output/Words.h>
-#include <setup/run/Answers.h>
-#include <setup/run/RunWords.h>
-#include <setup/state/KBackup.h>
+#include <setup/run/KLockedProduct.h>
+#include <setup/run/Status.h>
 #include <setup/state/KManifest.h>
 #include <setup/state/KRunLock.h>
 #include <setup/state/KRunState.h>
@@ -61,49 +58,17 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     const std::string service = installer.ExpandMacros("$serviceName$").c_str();
     report.product = KSetupKit::GetProductName().c_str();
     FillRuns(service, report);
-    if (!installer.IsProductInstalled()) {
+    const std::optional<KInstalledRecord> record = LoadRecord(installer);
+    if (!record) {
         report.result = KRunResult::NotInstalled;
         report.exitCode = ExitCode::notInstalled;
         return;
     }
-    const KInstalledRecord record = ReadRecord(installer);
-    report.version = record.version;
-    report.buildNumber = record.buildNumber;
-    report.productPath = record.path;
+    report.version = record->version;
+    report.buildNumber = record->buildNumber;
+    report.productPath = record->path;
     if (arguments.verify) {
         Verify(installer, service, report);
-    }
-}
-
-void FillRestore(const KSetupArguments& arguments, KSetupVoice& voice, KRunReport& report) {
-    const KINS::KInstaller installer;
-    const std::string service = installer.ExpandMacros("$serviceName$").c_str();
-    report.product = KSetupKit::GetProductName().c_str();
-    KSetupSignals signals;
-    const auto shallStop = [&] { return signals.Take() != 0; };
-    const auto tell = [&](const std::string& words) { voice.Say(Shown(words)); };
-    const KRunLock lock(service, arguments.waitSeconds, shallStop, lockDirectory, tell);
-    const KRestored restored = KBackup(service).Restore(shallStop);
-    report.notes.push_back(
-        std::to_string(restored.putBack) + " put back, " + std::to_string(restored.deleted) +
-        " that had not been there deleted. Services are as they were once systemd has read their "
-        "files: systemctl daemon-reload."
-    );
-    for (const std::string& directory : restored.kept) {
-        report.leftBehind.push_back(directory);
-    }
-    for (const std::string& failure : restored.failures) {
-        report.error += (report.error.empty() ? "" : "; ") + failure;
-    }
-    if (restored.stopped) {
-        report.result = KRunResult::Cancelled;
-        report.exitCode = ExitCode::signalBase + signals.GetFirst();
-        report.error = "stopped on request; run it again to go on";
-    } else if (!restored.failures.empty()) {
-        report.result = KRunResult::Failed;
-        report.exitCode = ExitCode::cannotWrite;
-    } else {
-        KRunState(service).End(); // what was begun is undone
     }
 }
 

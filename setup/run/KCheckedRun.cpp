@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/KSetupStop.h>
+#include <setup/check/FindingText.h>
+#include <setup/check/KCheck.h>
+#include <setup/output/Words.h>
+#include <setup/plan/AddedLines.h>
+#include <setup/plan/WhyNoRule.h>
+#include <setup/preflight/Preflight.h>
+#include <setup/preflight/RunningPrograms.h>
+#include <setup/preflight/TrustedPlaces.h>
+#include <setup/run/KCheckedRun.h>
+#include <setup/run/PlannedPaths.h>
+#include <setup/state/StateDirectory.h>
+#include <sup++/SvcService.h>
+
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr const char* commandLogName = "$product$ Setup Commands.txt";
+
+void SetOfflineServices(bool leaveForNextBoot) {
+    if (SvcSetOfflineServices(0, leaveForNextBoot ? 1 : 0) != 0) {
+        throw KSetupFailure(ExitCode::internal, SvcGetServiceErrorText());
+    }
+}
+
+/// An engine that is given a wrong script does what it says; here people are helped.
+void RefuseErrors(const KPlannedRun& planned) {
+    const KRunContext& context = planned.GetContext();
+    const KCheckResult found =
+        CheckKitForErrors(context.kit, planned.GetProductPath(), planned.GetView());
+    if (!found.hasCycle && (context.arguments.noCheck || !found.HasErrors())) {
+        return;
+    }
+    std::string words = "the kit's script has errors. Nothing was changed.";
+    for (const KFinding& finding : found.findings) {
+        words += "\n" + ToLine(finding, context.kit.GetDirectory());
+    }
+    throw KSetupFailure(
+        ExitCode::malformedScript,
+        words + (found.hasCycle ? "\nMend the circle first: it would load without end."
+                                : "\nMend them, or install with --no-check.")
+    );
+}
+
+/// A signal until now changes nothing.
+void RefuseStopped(KSetupSignals& signals) {
+    signals.Take();
+    if (signals.GetFirst() != 0) {
+        throw KSetupStop("Stopped on request. Nothing was changed.");
+    }
+}
+
+} // namespace
+
+KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRun)) {
+    const KRunContext& context = GetContext();
+    if (planned.Installs()) {
+        digests = std::make_unique<KDigestsAhead>(
+            LastingCopies(planned.GetPlan(), context.kit.GetDirectory()), planned.TakeSealed()
+        );
+    }
+    SetOfflineServices(context.arguments.offlineServices);
+    RequireScript();
+    LookAround();
+    FindLogs();
+    if (!planned.Installs()) {
+        AskBeforeRemoval();
+    }
+    RefuseStopped(context.signals);
+}
+
+/// Refuses what the engine would refuse to load, too. The engine comes too late for that: when the
+/// log and the run's state are written.
+void KCheckedRun::RequireScript() const {
+    const KRunContext& context = GetContext();
+    if (planned.Installs()) {
+        RefuseErrors(planned); // first, because it tells the most
+    }
+    if (const std::string why = WhyNotLoaded(context.kit.GetScript().c_str(), planned.GetPlan());
+        !why.empty()) {
+        throw KSetupFailure(
+            ExitCode::malformedScript, "the script cannot be loaded. Nothing was changed.\n" + why
+        );
+    }
+    if (planned.Installs()) {
+        RequireAddedLines(planned.GetProduct().GetMacros().GetExpander());
+    }
+}
+
+void KCheckedRun::LookAround() const {
+    const KRunContext& context = GetContext();
+    const KPlan& plan = planned.GetPlan();
+    RequireWritable(plan);
+    RequireSpace(plan, planned.Installs() ? WrittenByEachInstall() : std::vector<std::string>());
+    if (!context.arguments.offlineServices) {
+        RequireServiceManager(plan);
+    }
+    const char* fate = planned.Installs() ? "replaced: " : "deleted: ";
+    context.report.running = FindRunningPrograms(plan);
+    for (const std::string& program : context.report.running) {
+        context.voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
+    }
+}
+
+void KCheckedRun::FindLogs() {
+    const KINS::KInstaller& installer = planned.GetProduct().GetInstaller();
+    std::string& log = GetContext().report.log;
+    log = installer.GetSetupLogPath().c_str();
+    commandLog =
+        std::filesystem::path(log).parent_path() / installer.ExpandMacros(commandLogName).c_str();
+    RequireSafeLog(log);
+    RequireSafeLog(commandLog);
+}
+
+/// Only where somebody sits: a run that nobody watches is never held up.
+void KCheckedRun::AskBeforeRemoval() const {
+    const KRunContext& context = GetContext();
+    if (context.arguments.yes || !context.voice.IsText() || ::isatty(STDIN_FILENO) == 0 ||
+        ::isatty(STDOUT_FILENO) == 0) {
+        return;
+    }
+    const KRunReport& report = context.report;
+    std::cout << "Remove " << Shown(report.product) << " " << Shown(report.version) << " from "
+              << Shown(report.productPath) << "? [y/N] " << std::flush;
+    const std::optional<std::string> answer = context.signals.ReadLine(STDIN_FILENO);
+    if (!answer) {
+        std::cout << std::endl; // the end of the line that nobody wrote
+    }
+    if (answer != "y" && answer != "Y" && answer != "yes") {
+        throw KSetupStop("Nothing was removed.");
+    }
+}
+
+} // namespace KSETUP

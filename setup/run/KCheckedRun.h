@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/preflight/KDigestsAhead.h>
+#include <setup/run/KPlannedRun.h>
+
+#include <memory>
+#include <string>
+
+namespace KSETUP {
+
+/// A planned run of which nothing is known that would end it half-way, and to which whoever sits
+/// there agreed. Step three: KRun takes it. Until here nothing was changed.
+///
+/// Thread   the main thread's
+class KCheckedRun {
+  public:
+    /// Throws   KSetupFailure for what would fail, KSetupStop for a signal or a "no"
+    explicit KCheckedRun(KPlannedRun&& planned);
+
+    const KPlannedRun& GetPlanned() const noexcept { return planned; }
+    const KRunContext& GetContext() const noexcept { return planned.GetContext(); }
+    /// Where the run's commands write, beside the setup log.
+    const std::string& GetCommandLog() const noexcept { return commandLog; }
+    /// Digests of what is about to be copied, by target; once. Waits for them.
+    KDigests TakeDigests() { return digests ? digests->Take() : KDigests(); }
+
+  private:
+    void RequireScript() const;
+    void LookAround() const;
+    void FindLogs();
+    void AskBeforeRemoval() const;
+
+    KPlannedRun planned;
+    std::unique_ptr<KDigestsAhead> digests; // of an install: read beside everything that follows
+    std::string commandLog;
+};
+
+} // namespace KSETUP

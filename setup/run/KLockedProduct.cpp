@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#include <setup/output/Words.h>
+#include <setup/run/KLockedProduct.h>
+
+namespace KSETUP {
+
+namespace {
+
+std::string ServiceName() {
+    return KINS::KInstaller().ExpandMacros("$serviceName$").c_str();
+}
+
+} // namespace
+
+std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer) {
+    if (!installer.IsProductInstalled()) {
+        return std::nullopt;
+    }
+    KSUP::KString path;
+    KSUP::KString version;
+    unsigned buildNumber = 0;
+    installer.GetInstalledProductInformation(path, version, buildNumber);
+    return KInstalledRecord{path.c_str(), version.c_str(), buildNumber};
+}
+
+KLockedProduct::KLockedProduct(const KRunContext& given)
+    : context(given),
+      service(ServiceName()),
+      lock(
+          service,
+          given.arguments.waitSeconds,
+          given.ShallStop(),
+          lockDirectory,
+          [&voice = given.voice](const std::string& words) { voice.Say(Shown(words)); }
+      ),
+      record(LoadRecord(installer)),
+      interrupted(KRunState::Read(service)) {
+    if (interrupted) {
+        context.voice.Say(Shown(interrupted->ToWords()));
+    }
+}
+
+} // namespace KSETUP

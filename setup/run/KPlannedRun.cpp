@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#include <ins/Names.h>
+#include <setup/kit/KitSeal.h>
+#include <setup/plan/ProductPath.h>
+#include <setup/preflight/Preflight.h>
+#include <setup/preflight/TrustedPlaces.h>
+#include <setup/run/KPlannedRun.h>
+#include <setup/script/KScript.h>
+#include <sup++/SvcData.h>
+
+namespace KSETUP {
+
+KPlannedRun KPlannedRun::OfInstall(KLockedProduct& locked) {
+    const KRunContext& context = locked.GetContext();
+    KRunReport& report = context.report;
+    report.version = locked.GetMacros().Expand("$verInfo$");
+    report.buildNumber = SvcGetOEMDataEx()->buildNumber;
+    if (const auto& record = locked.GetRecord()) {
+        report.formerVersion = record->version;
+        // A run that was killed left the link and no record: there is no version to protect.
+        if (!context.arguments.allowDowngrade &&
+            record->version != KINS::Names::noRecordedVersion) {
+            RequireNoDowngrade(
+                report.product,
+                {record->version, record->buildNumber},
+                {report.version, report.buildNumber}
+            );
+        }
+    }
+    return {locked, Action::Install, context.arguments.productPath};
+}
+
+std::optional<KPlannedRun> KPlannedRun::OfRemoval(KLockedProduct& locked) {
+    KRunReport& report = locked.GetContext().report;
+    if (const auto& record = locked.GetRecord()) {
+        report.version = record->version;
+        report.buildNumber = record->buildNumber;
+        return KPlannedRun(locked, Action::Remove, locked.GetContext().arguments.productPath);
+    }
+    const auto& begun = locked.GetInterrupted();
+    if (!begun || !begun->damage.empty() || begun->action != Action::Remove) {
+        return std::nullopt;
+    }
+    report.version = begun->version; // the link is gone already; the state knows the rest
+    return KPlannedRun(locked, Action::Remove, begun->path);
+}
+
+KPlannedRun::KPlannedRun(KLockedProduct& locked, Action what, const std::string& wantedPath)
+    : product(&locked),
+      action(what) {
+    VerifyKit();
+    const KRunContext& context = locked.GetContext();
+    KMacroContext& macros = locked.GetMacros();
+    const KScript script(context.kit.GetScript());
+    productPath = ChooseProductPath(locked.GetInstaller(), macros, script, wantedPath);
+    context.report.productPath = productPath;
+    macros.SetProductPath(productPath);
+    KPlannedTree tree(KPlannedTree::Below::Disk, context.kit.GetDirectory(), view);
+    const char* section = Installs() ? KINS::Names::installSection : KINS::Names::removeSection;
+    plan = std::make_unique<KPlan>(script, section, macros.GetExpander(), tree);
+}
+
+/// From here on the kit is what it was made as.
+void KPlannedRun::VerifyKit() {
+    const KRunContext& context = GetContext();
+    RequirePrivate(context.kit.GetDirectory());
+    const KSealExtent extent = Installs() ? KSealExtent::Whole : KSealExtent::WhatIsThere;
+    sealed = VerifySeal(context.kit.GetDirectory(), extent, context.ShallStop());
+}
+
+} // namespace KSETUP

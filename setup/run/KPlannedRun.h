@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/files/KFileDigest.h>
+#include <setup/plan/KDiskView.h>
+#include <setup/plan/KPlan.h>
+#include <setup/run/KLockedProduct.h>
+#include <setup/state/KRunState.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace KSETUP {
+
+/// What a run would do, found for a locked product without a change. Step two: KCheckedRun takes it.
+///
+/// Borrows the locked product.
+/// Thread   the main thread's
+class KPlannedRun {
+  public:
+    using Action = KRunDescription::Action;
+
+    /// Throws   KSetupFailure for a kit that others can change, whose seal is broken or whose version
+    ///          is older than the installed one, and for a path that is none of a product's;
+    ///          KSetupStop while the seal is checked
+    static KPlannedRun OfInstall(KLockedProduct& locked);
+    /// Nothing when there is nothing to remove: no product, and no removal that was interrupted.
+    ///
+    /// Throws   as above
+    static std::optional<KPlannedRun> OfRemoval(KLockedProduct& locked);
+
+    KLockedProduct& GetProduct() const noexcept { return *product; }
+    const KRunContext& GetContext() const noexcept { return product->GetContext(); }
+    Action GetAction() const noexcept { return action; }
+    bool Installs() const noexcept { return action == Action::Install; }
+    const KPlan& GetPlan() const noexcept { return *plan; }
+    const std::string& GetProductPath() const noexcept { return productPath; }
+    /// What the disk showed the plan, for further looks before the first change.
+    const std::shared_ptr<KDiskView>& GetView() const noexcept { return view; }
+    /// The digests of the kit's files, where its seal was read; once.
+    KDigests TakeSealed() noexcept { return std::move(sealed); }
+
+  private:
+    KPlannedRun(KLockedProduct& locked, Action what, const std::string& wantedPath);
+    void VerifyKit();
+
+    KLockedProduct* product;
+    Action action;
+    KDigests sealed;
+    std::string productPath;
+    std::shared_ptr<KDiskView> view = std::make_shared<KDiskView>();
+    std::unique_ptr<KPlan> plan;
+};
+
+} // namespace KSETUP

@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: MIT
+#include <ins/Names.h>
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/output/KSetupLogTail.h>
+#include <setup/output/Words.h>
+#include <setup/plan/AddedLines.h>
+#include <setup/preflight/StaleTemporaries.h>
+#include <setup/run/KAuditLog.h>
+#include <setup/run/KRun.h>
+#include <setup/run/PlannedPaths.h>
+#include <setup/run/RunWords.h>
+#include <setup/state/KBackup.h>
+#include <setup/state/StateDirectory.h>
+#include <sup++/KErrorKind.h>
+
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace KSETUP {
+
+namespace {
+
+using KINS::KRunEvent;
+
+/// The rules that count, as the engine will count them.
+std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
+    const std::string script = planned.GetContext().kit.GetScript().c_str();
+    std::vector<KWatchedRule> rules;
+    for (const KPlannedRule& rule : planned.GetPlan().GetRules()) {
+        const KScriptLine& line = rule.rule.line;
+        if (line.type != "section") {
+            rules.push_back(
+                {script + ":" + std::to_string(line.number), line.type + "=" + line.value}
+            );
+        }
+    }
+    if (planned.Installs()) {
+        for (std::string& line : ReadAddedLines()) {
+            rules.push_back({"--addProfileLine", std::move(line)});
+        }
+    }
+    return rules;
+}
+
+} // namespace
+
+KRun::KRun(KCheckedRun&& checkedRun)
+    : checked(std::move(checkedRun)),
+      context(checked.GetContext()),
+      report(context.report) {
+    BackUp();
+    OpenLogs();
+    watch = std::make_unique<KRunWatch>(installer, context, CountedRules(GetPlanned()));
+    report.rulesAll = watch->GetRuleCount();
+    installer.SetRunListener([this](const KRunEvent& event) {
+        if (event.kind == KRunEvent::Kind::RuleStarted) {
+            state->SetRule(event.rule + 1);
+        } else if (event.kind == KRunEvent::Kind::RuleDone) {
+            journal->Save();
+        }
+        watch->Take(event);
+    });
+    context.voice.Start(report);
+    Remember();
+    StartRules();
+}
+
+/// Everything that the run may change, so that "restore" can put it back.
+void KRun::BackUp() const {
+    if (!context.arguments.backup) {
+        return;
+    }
+    KLockedProduct& product = GetPlanned().GetProduct();
+    std::vector<std::string> paths = ChangedPaths(GetPlanned().GetPlan());
+    paths.push_back(product.GetMacros().Expand(KINS::Names::recordFile));
+    paths.push_back(std::filesystem::path(stateBaseDirectory) / product.GetService() / "manifest");
+    KBackup(product.GetService()).Save(paths, context.ShallStop());
+    context.voice.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
+}
+
+void KRun::OpenLogs() {
+    KAuditLog::Begin(report, context.kit.GetDirectory());
+    try {
+        installer.Initialize(context.kit.GetScript());
+    } catch (const KSUP::KError& error) {
+        throw KSetupFailure(ExitCode::noKit, InWords(error));
+    }
+    commandOutput.Begin(checked.GetCommandLog());
+}
+
+/// The first change is about to come. What an interrupted run had begun to write goes now.
+void KRun::Remember() {
+    const KLockedProduct& product = GetPlanned().GetProduct();
+    const std::string& service = product.GetService();
+    KRunDescription run;
+    run.action = GetPlanned().GetAction();
+    run.product = report.product;
+    run.version = report.version;
+    run.path = report.productPath;
+    run.ruleCount = report.rulesAll;
+    state.emplace(service);
+    state->Begin(run);
+    const bool goesOn = product.GetInterrupted().has_value();
+    journal = std::make_unique<KWriteJournal>(
+        service,
+        goesOn ? KWriteJournal::Begin::GoOn : KWriteJournal::Begin::Anew,
+        ExpectedPaths(GetPlanned().GetPlan())
+    );
+    if (goesOn) {
+        DeleteStaleTemporaries(OwnDirectories(GetPlanned().GetPlan(), run.path, service));
+    }
+}
+
+void KRun::StartRules() {
+    try {
+        if (GetPlanned().Installs()) {
+            installer.StartInstall(report.productPath);
+        } else {
+            installer.StartUninstall(report.productPath);
+        }
+    } catch (const KSUP::KError& error) {
+        const bool isMalformed = error.GetKind() == KSUP::KErrorKind::Rule;
+        FillLogEnd();
+        journal->End();
+        state->End(); // nothing was begun
+        throw KSetupFailure(
+            isMalformed ? ExitCode::malformedScript : ExitCode::internal,
+            std::string(context.kit.GetScript().c_str()) + ": " + Shown(InWords(error)) +
+                " No rule was run."
+        );
+    }
+}
+
+void KRun::FillLogEnd() const {
+    constexpr std::size_t linesShown = 5;
+    report.logEnd = KSetupLogTail(report.log.c_str()).GetLast(linesShown);
+}
+
+} // namespace KSETUP

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ins/KInstaller.h>
+#include <setup/run/KCheckedRun.h>
+#include <setup/run/KCommandOutput.h>
+#include <setup/run/KRunWatch.h>
+#include <setup/run/KWriteJournal.h>
+#include <setup/state/KRunState.h>
+#include <sup++/KError.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace KSETUP {
+
+/// A run that has begun: step four, and the last. It keeps what it is about to replace, where that
+/// was asked for, and remembers on the disk that it goes on, until it has come to its end.
+///
+/// Thread   the main thread's; the engine has one of its own
+class KRun {
+  public:
+    /// Begins it.
+    ///
+    /// Throws   KSetupFailure or KSetupStop when no rule was run; the report's log end may then say
+    ///          more
+    explicit KRun(KCheckedRun&& checkedRun);
+    KRun(const KRun&) = delete;
+    KRun& operator=(const KRun&) = delete;
+
+    /// Watches it to its end, settles what the machine knows of the product, and fills the report.
+    void Finish();
+
+  private:
+    const KPlannedRun& GetPlanned() const noexcept { return checked.GetPlanned(); }
+    void BackUp() const;
+    void OpenLogs();
+    void Remember();
+    void StartRules();
+    void Settle();
+    void SettleInstall();
+    void SettleRemoval();
+    KManifest MakeManifest();
+    std::vector<std::string> FindLeft() const;
+    void Forget();
+    void FillError(const KSUP::KError& error);
+    void FillStopped();
+    std::string DescribeWhatStays() const;
+    void FillLogEnd() const;
+    void FillNotes();
+
+    KCheckedRun checked;
+    const KRunContext& context;
+    KRunReport& report;
+    KCommandOutput commandOutput;
+    std::optional<KRunState> state;         // as the next
+    std::unique_ptr<KWriteJournal> journal; // there once the run is remembered
+    std::unique_ptr<KRunWatch> watch;
+    KINS::KInstaller installer; // last: its run uses the rest
+};
+
+} // namespace KSETUP

@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/kit/KSetupKit.h>
+#include <setup/output/KRunReport.h>
+#include <setup/output/KSetupArguments.h>
+#include <setup/output/KSetupSignals.h>
+#include <setup/output/KSetupVoice.h>
+
+#include <functional>
+
+namespace KSETUP {
+
+/// What each step of a run works with: the caller's, for longer than the run.
+struct KRunContext {
+    const KSetupKit& kit;
+    const KSetupArguments& arguments;
+    KSetupVoice& voice;
+    KSetupSignals& signals;
+    KRunReport& report; ///< gets what the steps find out, also when one of them throws
+
+    /// For work that can be stopped: whether a signal came.
+    std::function<bool()> ShallStop() const {
+        return [&taken = signals] { return taken.Take() != 0; };
+    }
+};
+
+} // namespace KSETUP

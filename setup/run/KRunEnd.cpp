@@ -1,0 +1,234 @@
+// SPDX-License-Identifier: MIT
+//
+// A run from its first rule on: how it ends, what is remembered of it, and what is told.
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/run/KAuditLog.h>
+#include <setup/run/KRun.h>
+#include <setup/run/RunWords.h>
+#include <setup/state/StateDirectory.h>
+#include <sup++/KErrorKind.h>
+#include <sup++/KFileBase.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr std::size_t pathsShown = 5;
+
+/// What a rule, by its number among those that count, was to copy and is not there. A stop takes
+/// away what is being copied, and so each further file of a wildcard, also one that had been there.
+std::vector<std::string> FindMissingCopies(const KPlan& plan, unsigned number) {
+    std::vector<std::string> missing;
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        if (rule.rule.line.type == "section" || number-- != 0) {
+            continue;
+        }
+        for (const KPlannedAction& action : rule.actions) {
+            if (action.kind == KPlannedAction::Kind::CopyFile &&
+                !KSUP::KFileBase::DoesFileExist(action.path)) {
+                missing.push_back(action.path);
+            }
+        }
+        break;
+    }
+    return missing;
+}
+
+std::string TakenAway(const std::vector<std::string>& paths) {
+    if (paths.size() == 1) {
+        return "The file that was being copied was taken away: " + paths.front();
+    }
+    std::string text = "The files that were being copied were taken away: " + paths.front();
+    for (std::size_t at = 1; at < std::min(paths.size(), pathsShown); ++at) {
+        text += ", " + paths[at];
+    }
+    return paths.size() <= pathsShown
+               ? text
+               : text + " and " + std::to_string(paths.size() - pathsShown) + " more";
+}
+
+} // namespace
+
+void KRun::Finish() {
+    const auto ended = watch->Wait();
+    report.rulesDone = installer.GetCompletedCount();
+    report.rulesAll = installer.GetMaxCount();
+    if (ended) {
+        FillError(*ended);
+    } else {
+        Settle();
+    }
+    FillNotes();
+    KAuditLog::End(report, installer.GetLog());
+}
+
+/// Settles what is remembered of the product. From the record on the run is not to be stopped: a
+/// signal that comes now finds it done.
+void KRun::Settle() {
+    try {
+        if (GetPlanned().Installs()) {
+            SettleInstall();
+        } else {
+            SettleRemoval();
+        }
+    } catch (const KSetupFailure& failure) { // too late for a refusal
+        report.result = KRunResult::Failed;
+        report.exitCode = failure.GetExitCode();
+        report.error = failure.what();
+    }
+}
+
+/// Without its manifest a product is installed, and nobody knows what it consists of: the run did
+/// not come to its end, and stands as interrupted.
+void KRun::SettleInstall() {
+    try {
+        MakeManifest().Write(GetPlanned().GetProduct().GetService());
+    } catch (const KSetupFailure& failure) {
+        throw KSetupFailure(
+            failure.GetExitCode(),
+            report.product +
+                " is installed, but not what it consists of written down: " + failure.what()
+        );
+    }
+    journal->End();
+    state->End();
+}
+
+KManifest KRun::MakeManifest() {
+    if (const int failed = journal->GetErrorNumber(); failed == ENOMEM) {
+        throw KSetupFailure(ExitCode::internal, "there was no memory left to keep track of it.");
+    }
+    KManifest manifest(journal->GetMade(), checked.TakeDigests());
+    try {
+        if (const auto former = GetPlanned().GetProduct().LoadManifest()) {
+            manifest.Merge(*former);
+        }
+    } catch (const KSetupFailure&) { // damaged, so lost; the new one is as true without it
+        report.notes.emplace_back("The former manifest could not be understood; it is written anew."
+        );
+    }
+    return manifest;
+}
+
+void KRun::SettleRemoval() {
+    if (installer.IsProductInstalled()) {
+        state->End(); // nothing is left of it to go on with
+        journal->End();
+        throw KSetupFailure(
+            ExitCode::ruleFailed,
+            report.product +
+                " still counts as installed: the script's section [remove] does not delete the "
+                "product's link in /etc. Everything else that it names is removed."
+        );
+    }
+    report.leftBehind = FindLeft();
+    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
+        report.notes.emplace_back(
+            "The directory is still there: it holds what the script does not delete."
+        );
+    }
+    Forget();
+}
+
+/// What an earlier run installed and this one left; without a manifest that can be read the product
+/// path, if it is there.
+std::vector<std::string> KRun::FindLeft() const {
+    try {
+        if (const auto installed = GetPlanned().GetProduct().LoadManifest()) {
+            return installed->GetRemaining();
+        }
+    } catch (const KSetupFailure&) { // its advice is for those who keep the product
+        report.notes.push_back(
+            std::string(stateBaseDirectory) + "/" + GetPlanned().GetProduct().GetService() +
+            "/manifest could not be understood, so what was left is not known file by file."
+        );
+    }
+    return KSUP::KFileBase::DoesFileExist(report.productPath)
+               ? std::vector<std::string>{report.productPath}
+               : std::vector<std::string>();
+}
+
+/// The product is gone, and what was remembered of it goes too, save a backup.
+void KRun::Forget() {
+    const std::string& service = GetPlanned().GetProduct().GetService();
+    KManifest::Remove(service);
+    journal->End();
+    state->End();
+    std::error_code isNotEmpty; // then it stays
+    std::filesystem::remove(std::filesystem::path(stateBaseDirectory) / service, isNotEmpty);
+    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
+}
+
+void KRun::FillError(const KSUP::KError& error) {
+    if (error.GetKind() == KSUP::KErrorKind::Cancelled) {
+        FillStopped();
+        return;
+    }
+    report.result = KRunResult::Failed;
+    report.exitCode = ExitCodeOf(error);
+    report.errorCode = error.GetCode();
+    report.error = InWords(error);
+    FillLogEnd();
+    if (const KWatchedRule* rule = watch->GetRule(report.rulesDone)) {
+        report.place = rule->place;
+        report.rule = rule->text;
+    } else {
+        report.notes.emplace_back("All rules were done; writing the record of the product failed.");
+    }
+    const std::string stays = DescribeWhatStays();
+    report.notes.push_back(
+        stays + (stays.empty() ? "" : ". ") + "Mend the cause and run it again."
+    );
+}
+
+void KRun::FillStopped() {
+    const int signal = context.signals.GetFirst();
+    report.result = KRunResult::Cancelled;
+    report.exitCode = ExitCode::signalBase + (signal != 0 ? signal : SIGINT);
+    report.error = "stopped on request";
+    if (report.rulesDone > 0) { // a copy that was called off counts as done
+        const unsigned last = report.rulesDone - 1;
+        std::vector<std::string> missing = FindMissingCopies(GetPlanned().GetPlan(), last);
+        const std::string copied = watch->GetCopied(last);
+        // A command may have made what no plan could know of.
+        if (missing.empty() && !copied.empty() && !KSUP::KFileBase::DoesFileExist(copied)) {
+            missing.push_back(copied);
+        }
+        if (!missing.empty()) {
+            report.notes.push_back(TakenAway(missing));
+        }
+    }
+    const std::string stays = DescribeWhatStays();
+    report.notes.push_back(
+        stays.empty() ? "Run it again to go on." : stays + "; run it again to go on."
+    );
+}
+
+/// Empty when nothing was done, or there is no directory in which anything could stay.
+std::string KRun::DescribeWhatStays() const {
+    const bool wasBegun = report.rulesDone > 0 || !installer.GetStatus().IsEmpty();
+    if (!wasBegun || !KSUP::KFileBase::DoesFileExist(report.productPath)) {
+        return {};
+    }
+    return (GetPlanned().Installs() ? "What was done stays in "
+                                    : "What was not yet removed stays in ") +
+           report.productPath;
+}
+
+void KRun::FillNotes() {
+    if (std::string left = LeftServices(); !left.empty()) {
+        report.notes.push_back(std::move(left));
+    }
+    report.commandOutput = commandOutput.FindWritten();
+}
+
+} // namespace KSETUP

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
+#include <setup/files/WriteAll.h>
+#include <setup/run/KWriteJournal.h>
+#include <setup/state/KManifest.h>
+#include <sup++/SvcFile.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+#include <string_view>
+
+#include <fcntl.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr const char* fileName = "written";
+constexpr char madeMark = '+';
+constexpr char deletedMark = '-';
+constexpr char expectedMark = '?';
+constexpr std::size_t mostPending = std::size_t{64} << 10U; // bytes
+
+std::string Entry(char mark, const std::string& path) {
+    return mark + path + '\0';
+}
+
+/// Also a link that leads nowhere, and what cannot be looked at.
+bool IsThere(const std::string& path) {
+    return LookAtEntry(path).has_value() || (errno != ENOENT && errno != ENOTDIR);
+}
+
+} // namespace
+
+KWriteJournal::KWriteJournal(
+    const std::string& serviceName,
+    Begin begin,
+    const std::vector<std::string>& expected,
+    const std::string& base
+)
+    : directory(base, serviceName) {
+    if (begin == Begin::GoOn) {
+        Load(directory.Read(fileName).value_or(""));
+    }
+    std::string text;
+    for (const std::string& path : expected) {
+        if (!IsThere(NormalPath(path))) {
+            text += Entry(expectedMark, NormalPath(path));
+        }
+    }
+    for (const std::string& path : made) {
+        text += Entry(madeMark, path);
+    }
+    directory.WriteDurably(fileName, text);
+    file = directory.Open(fileName, O_WRONLY | O_APPEND);
+    static_cast<void>(SvcSetWriteListener(&KWriteJournal::Listen, this)); // cannot fail
+}
+
+KWriteJournal::~KWriteJournal() {
+    static_cast<void>(SvcSetWriteListener(nullptr, nullptr)); // cannot fail
+    Save(); // of a run that did not come to its end
+}
+
+/// The last entry may be cut off: a machine that went down had not flushed it.
+void KWriteJournal::Load(const std::string& text) {
+    std::set<std::string> expected;
+    std::size_t at = 0;
+    for (std::size_t end = text.find('\0'); end != std::string::npos;
+         at = end + 1, end = text.find('\0', at)) {
+        std::string path = text.substr(std::min(at + 1, end), end - std::min(at + 1, end));
+        switch (text[at]) {
+        case expectedMark:
+            expected.insert(std::move(path));
+            break;
+        case madeMark:
+            made.insert(std::move(path));
+            break;
+        case deletedMark:
+            made.erase(path);
+            break;
+        default:
+            break;
+        }
+    }
+    for (const std::string& path : expected) {
+        if (IsThere(path)) {
+            made.insert(path);
+        }
+    }
+}
+
+void KWriteJournal::Listen(void* journal, unsigned what, const char* path) noexcept {
+    auto& self = *static_cast<KWriteJournal*>(journal);
+    const std::lock_guard hold(self.guard);
+    try {
+        switch (what) {
+        case SvcWroteFile: // by the thousand, and made anew by a run that goes on
+            self.Note(true, false, path);
+            break;
+        case SvcMadeDirectory:
+        case SvcLaidLink:
+            self.Note(true, true, path);
+            break;
+        case SvcDeletedFile:
+        case SvcDeletedDirectory:
+            self.Note(false, false, path);
+            break;
+        default: // a mode: the manifest looks at it when all is done
+            break;
+        }
+    } catch (const std::bad_alloc&) {
+        self.errorNumber = ENOMEM;
+    }
+}
+
+void KWriteJournal::Note(bool isMade, bool isSoon, const std::string& path) {
+    const std::string normal = NormalPath(path);
+    const bool isNews = isMade ? made.insert(normal).second : made.erase(normal) != 0;
+    if (!isNews) {
+        return;
+    }
+    pending += Entry(isMade ? madeMark : deletedMark, normal);
+    if (isSoon || pending.size() >= mostPending) {
+        SaveHeld();
+    }
+}
+
+void KWriteJournal::Save() noexcept {
+    const std::lock_guard hold(guard);
+    SaveHeld();
+}
+
+void KWriteJournal::SaveHeld() noexcept {
+    if (pending.empty() || !file.IsOpen()) {
+        return;
+    }
+    const int status = WriteAll(file.Get(), pending);
+    if (status != 0 && errorNumber == 0) {
+        errorNumber = status;
+    }
+    pending.clear();
+}
+
+std::vector<std::string> KWriteJournal::GetMade() const {
+    const std::lock_guard hold(guard);
+    return {made.begin(), made.end()};
+}
+
+int KWriteJournal::GetErrorNumber() const noexcept {
+    const std::lock_guard hold(guard);
+    return errorNumber;
+}
+
+void KWriteJournal::End() {
+    {
+        const std::lock_guard hold(guard);
+        file = KFileHandle();
+        pending.clear();
+    }
+    directory.Delete(fileName);
+}
+
+} // namespace KSETUP

@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/state/KPrivateDirectory.h>
+#include <setup/state/StateDirectory.h>
+
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace KSETUP {
+
+/// What a run did to the disk, by who did it: every file, link and directory that the libraries make
+/// or delete, unit files and profiles too, whatever a plan expected. It is the source of the
+/// manifest. On the disk it is BASE/NAME/written, so that a run that goes on after one that was
+/// killed knows what that one had made and finds in its place now. A kill may come between a change
+/// and its entry, so the file begins with what is expected: of that, what was not there before the
+/// run and is there after it was made by it.
+///
+/// One at a time in a process: the libraries have one listener.
+///
+/// Threads  made, asked and destroyed on one thread; the libraries tell it on the run's
+///
+///     KWriteJournal journal("dps", KWriteJournal::Begin::Anew);   // the rules run, then
+///     KManifest manifest(journal.GetMade(), digests);
+///     journal.End();                                  // the manifest is written
+class KWriteJournal {
+  public:
+    enum class Begin {
+        Anew,
+        GoOn, ///< after a run that was interrupted: what it had made counts too
+    };
+
+    /// Listens from here on. `expected` are paths that the run may make; those at which something
+    /// stands do not count.
+    ///
+    /// Throws   KSetupFailure when the file cannot be written
+    KWriteJournal(
+        const std::string& serviceName,
+        Begin begin,
+        const std::vector<std::string>& expected = {},
+        const std::string& base = stateBaseDirectory
+    );
+    ~KWriteJournal();
+    KWriteJournal(const KWriteJournal&) = delete;
+    KWriteJournal& operator=(const KWriteJournal&) = delete;
+
+    /// Brings what is known so far into the file: at the end of each rule. Cheap when there is nothing
+    /// new.
+    void Save() noexcept;
+
+    /// The paths that were made and not deleted again, sorted.
+    std::vector<std::string> GetMade() const;
+    /// Why the file does not hold all of it; 0 when it does.
+    int GetErrorNumber() const noexcept;
+
+    /// Takes the file away.
+    ///
+    /// Throws   KSetupFailure, the file being there still
+    void End();
+
+  private:
+    static void Listen(void* journal, unsigned what, const char* path) noexcept;
+    void Note(bool isMade, bool isSoon, const std::string& path);
+    void Load(const std::string& text);
+    void SaveHeld() noexcept;
+
+    KPrivateDirectory directory;
+    KFileHandle file;
+
+    mutable std::mutex guard;
+    // Guarded by guard:
+    std::set<std::string> made;
+    std::string pending; // entries that are not in the file yet
+    int errorNumber = 0;
+};
+
+} // namespace KSETUP

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/run/KRun.h>
+#include <setup/run/Runs.h>
+#include <setup/state/KBackup.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace KSETUP {
+
+void Install(const KRunContext& context) {
+    KLockedProduct product(context);
+    KRun run(KCheckedRun(KPlannedRun::OfInstall(product)));
+    run.Finish();
+}
+
+void Remove(const KRunContext& context) {
+    KLockedProduct product(context);
+    if (std::optional<KPlannedRun> planned = KPlannedRun::OfRemoval(product)) {
+        KRun run(KCheckedRun(std::move(*planned)));
+        run.Finish();
+    }
+}
+
+void Restore(const KRunContext& context) {
+    const KLockedProduct product(context);
+    KRunReport& report = context.report;
+    const KRestored restored = KBackup(product.GetService()).Restore(context.ShallStop());
+    report.notes.push_back(
+        std::to_string(restored.putBack) + " put back, " + std::to_string(restored.deleted) +
+        " that had not been there deleted. Services are as they were once systemd has read their "
+        "files: systemctl daemon-reload."
+    );
+    report.leftBehind = restored.kept;
+    for (const std::string& failure : restored.failures) {
+        report.error += (report.error.empty() ? "" : "; ") + failure;
+    }
+    if (restored.stopped) {
+        report.result = KRunResult::Cancelled;
+        report.exitCode = ExitCode::signalBase + context.signals.GetFirst();
+        report.error = "stopped on request; run it again to go on";
+    } else if (!restored.failures.empty()) {
+        report.result = KRunResult::Failed;
+        report.exitCode = ExitCode::cannotWrite;
+    } else {
+        KRunState(product.GetService()).End(); // what was begun is undone
+    }
+}
+
+} // namespace KSETUP

@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: MIT
+//
+// What ins-setup does and writes down is what there was when it held the product's lock, and what was
+// done: also beside another run, behind commands, and after a run that was killed.
+#include "SetupRig.h"
+
+#include <filesystem>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class SetupTruthTest : public KTEST::SetupProgramTest {
+  protected:
+    ~SetupTruthTest() override { fs::remove_all(outside); }
+
+    /// A run that waits in a rule until "go" is there; `more` comes behind that rule.
+    void GivenScriptThatWaits(const std::string& before = "", const std::string& more = "") {
+        GivenScript(
+            before + "process=start,touch " + tree.Path("started") + "; n=0; until [ -e " +
+            tree.Path("go") + " ] || [ $((n += 1)) -gt 3000 ]; do sleep 0.01; done\n" + more
+        );
+    }
+    static constexpr const char* whenStarted =
+        "n=0; until [ -e TREE/started ] || [ $((n += 1)) -gt 3000 ]; do sleep 0.01; done; ";
+    static constexpr const char* outside = "/var/lib/setuptest-data";
+    static constexpr const char* manifest = "/var/lib/ins++/setuptest/manifest";
+};
+
+// Lock, then look
+
+TEST_F(SetupTruthTest, ARemovalBesideAnInstallIsRefused) {
+    GivenScriptThatWaits();
+    const Outcome all =
+        Run(std::string("SETUP install --kit KIT > TREE/first 2>&1 & ") + whenStarted +
+            "SETUP remove --kit KIT; code=$?; touch TREE/go; wait; exit $code");
+    EXPECT_EQ(all.exitCode, 75) << all.out << all.err;
+    EXPECT_THAT(all.err, StartsWith("ins-setup: another run for setuptest goes on: process "));
+    EXPECT_EQ(RunSetup("status").exitCode, 0);
+}
+
+TEST_F(SetupTruthTest, ARemovalThatWaitedRemovesWhatThatInstallLeft) {
+    GivenScriptThatWaits();
+    const Outcome all =
+        Run(std::string("SETUP install --kit KIT > TREE/first 2>&1 & ") + whenStarted +
+            "(sleep 0.3; touch TREE/go) & SETUP remove --kit KIT --wait 60");
+    EXPECT_EQ(all.exitCode, 0) << all.err;
+    EXPECT_THAT(all.out, HasSubstr("Setup Test is removed from " + tree.Path("product")));
+    EXPECT_EQ(RunSetup("status").exitCode, 3);
+}
+
+TEST_F(SetupTruthTest, AnInstallThatWaitedRunsWhatItPlanned) {
+    GivenScriptThatWaits("", "file=copy,svc,$pathSource$lib,$pathTarget$,was-$targetVerInfo$\n");
+    const Outcome all = Run(
+        std::string("SETUP install --kit KIT > TREE/first 2>&1 & ") + whenStarted +
+        "(sleep 0.3; touch TREE/go) & SETUP install --backup --kit KIT --wait 60; code=$?; wait; "
+        "ls TREE/product; SETUP restore --kit KIT; ls TREE/product; exit $code"
+    );
+    EXPECT_EQ(all.exitCode, 0) << all.err;
+    const std::size_t restored = all.out.find("Setup Test is as it was before.");
+    ASSERT_NE(restored, std::string::npos) << all.out;
+    EXPECT_THAT(all.out.substr(0, restored), HasSubstr("\nwas-1.5-9\n"));
+    // The backup knew the name under which the file was copied, so "restore" took it away again.
+    EXPECT_THAT(all.out.substr(restored), Not(HasSubstr("was-1.5-9")));
+}
+
+// The manifest is of what was done
+
+TEST_F(SetupTruthTest, TheManifestHasWhatACommandUnpackedAndARuleCopied) {
+    tree.Directory("kit/more");
+    GivenScript(
+        "process=start,echo data > " + tree.Path("kit/more/unpacked") +
+        "\nfile=copy,*,$pathSource$more,$pathTarget$\n"
+    );
+    ASSERT_EQ(RunSetup("install", "--no-check").exitCode, 0);
+    ASSERT_EQ(RunSetup("status", "--verify").exitCode, 0);
+    tree.Remove("product/unpacked");
+    const Outcome verified = RunSetup("status", "--verify");
+    EXPECT_EQ(verified.exitCode, 4);
+    EXPECT_THAT(verified.out, HasSubstr(tree.Path("product/unpacked") + " is missing"));
+}
+
+TEST_F(SetupTruthTest, TheManifestHasTheDirectoriesOfARunThatWasKilled) {
+    GivenScriptThatWaits(std::string("directory=create,") + outside + "\n");
+    ASSERT_EQ(
+        Run(std::string("SETUP install --kit KIT > TREE/first 2>&1 & ") + whenStarted +
+            "kill -9 $!; wait; touch TREE/go; SETUP install --kit KIT")
+            .exitCode,
+        0
+    );
+    fs::remove(outside);
+    EXPECT_THAT(
+        RunSetup("status", "--verify").out, HasSubstr(std::string(outside) + " is missing")
+    );
+}
+
+TEST_F(SetupTruthTest, TheManifestHasNotWhatTheRunFoundThere) {
+    fs::create_directory(outside);
+    GivenScript(std::string("directory=create,") + outside + "\n");
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    fs::remove(outside);
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0);
+}
+
+TEST_F(SetupTruthTest, TheManifestHasTheUnitFileOfAService) {
+    GivenScript("service=install,setuptest,Setup Test,$pathTargetBin$svc,-x\n");
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0);
+    const std::string unit = "/etc/systemd/system/setuptest.service";
+    Run("echo '# mine' >> " + unit);
+    EXPECT_THAT(RunSetup("status", "--verify").out, HasSubstr(unit + " has "));
+    Run("systemctl disable setuptest; rm " + unit + "; systemctl daemon-reload");
+    EXPECT_THAT(
+        RunSetup("status", "--verify").out,
+        AllOf(
+            HasSubstr(unit + " is missing"),
+            HasSubstr("/etc/systemd/system/multi-user.target.wants/setuptest.service is missing")
+        )
+    );
+}
+
+// A manifest that is not there is told
+
+TEST_F(SetupTruthTest, AManifestThatCannotBeWrittenIsAFailureAndTheRunInterrupted) {
+    ASSERT_EQ(
+        Run("mkdir -p -m 700 /var/lib/ins++ /var/lib/ins++/setuptest/manifest.new").exitCode, 0
+    );
+    ASSERT_EQ(Run("chmod 700 /var/lib/ins++/setuptest").exitCode, 0);
+    const Outcome quiet = RunSetup("install", "--quiet");
+    EXPECT_EQ(quiet.exitCode, 73);
+    EXPECT_THAT(quiet.out, IsEmpty());
+    EXPECT_THAT(
+        quiet.err,
+        HasSubstr("Setup Test is installed, but not what it consists of written down: cannot ")
+    );
+    EXPECT_THAT(RunSetup("status").out, HasSubstr("was interrupted"));
+    ASSERT_EQ(Run("rmdir /var/lib/ins++/setuptest/manifest.new").exitCode, 0);
+    EXPECT_EQ(RunSetup("install").exitCode, 0);
+    EXPECT_EQ(RunSetup("status", "--verify").exitCode, 0);
+}
+
+TEST_F(SetupTruthTest, ASignalAtTheEndNeverCostsTheManifest) {
+    tree.Write("kit/lib/data", std::string(4'000'000, 'x'));
+    GivenScript("file=copy,data,$pathSource$lib,$pathTargetBin$\n");
+    int whole = 0;
+    for (int milliseconds = 0; whole < 3 && milliseconds < 1000; milliseconds += 5) {
+        Forget();
+        const std::string pause = "sleep 0." + std::to_string(1000 + milliseconds).substr(1);
+        const Outcome run =
+            Run("SETUP install --quiet --kit KIT & " + pause + "; kill -TERM $!; wait $!");
+        ASSERT_THAT(run.exitCode, ::testing::AnyOf(0, 143)) << run.err;
+        if (run.exitCode == 0) {
+            ++whole;
+            ASSERT_TRUE(fs::exists(manifest)) << pause;
+        }
+    }
+    EXPECT_EQ(whole, 3);
+}
+
+} // namespace
