@@ -87,6 +87,7 @@ KProfile& KProfile::operator=(const KProfile& other) noexcept {
         content = other.content;
         commandLineContext = other.commandLineContext;
         enumPosition = 0;
+        linePosition = 0;
     }
     return *this;
 }
@@ -95,6 +96,8 @@ KProfile::~KProfile() = default;
 
 void KProfile::Open(const KString& path) {
     content.reset();
+    enumPosition = 0;
+    linePosition = 0;
     auto opened = boost::make_shared<KProfileContent>();
     if (const unsigned status = opened->Open(path, false); status != 0) {
         RaiseFile(status, path);
@@ -104,6 +107,8 @@ void KProfile::Open(const KString& path) {
 
 void KProfile::Create(const KString& path) {
     content.reset();
+    enumPosition = 0;
+    linePosition = 0;
     auto made = boost::make_shared<KProfileContent>();
     if (const unsigned status = made->Create(path); status != 0) {
         RaiseFile(status, path);
@@ -142,7 +147,7 @@ void KProfile::DeleteKey(const KString& section, const KString& key) {
         Msg(TraceLevel::support, "A profile without a file has no %s", key.c_str());
         return;
     }
-    const unsigned status = content->Delete(Name(section), Name(key), enumPosition);
+    const unsigned status = content->Delete(Name(section), Name(key), linePosition, keyName);
     if (status != 0) {
         RaiseFile(status, content->GetPath());
     }
@@ -150,7 +155,8 @@ void KProfile::DeleteKey(const KString& section, const KString& key) {
 
 void KProfile::BeginKeyEnum(const KString& section, unsigned* cursor) const {
     enumSection = section;
-    (cursor != nullptr ? *cursor : enumPosition) = 0;
+    (cursor != nullptr ? *cursor : enumPosition) =
+        content != nullptr ? content->Begin(Name(section)) : 0;
 }
 
 bool KProfile::EnumKey(unsigned* cursor, bool reserved) const {
@@ -161,9 +167,13 @@ bool KProfile::EnumKey(unsigned* cursor, bool reserved) const {
         return false;
     }
     unsigned& position = cursor != nullptr ? *cursor : enumPosition;
-    const unsigned next = content->Next(Name(enumSection), position, keyName, keyValue);
+    if (position == 0) { // begun before there was content, or begun anew by the caller
+        position = content->Begin(Name(enumSection));
+    }
+    const unsigned next = content->Next(position, keyName, keyValue);
     if (next != 0) {
         position = next;
+        linePosition = next;
     }
     return next != 0;
 }
