@@ -5,9 +5,7 @@
 #include <sup++/KErrorCode.h>
 #include <sup++/KProfile.h>
 #include <sup++/KUtil.h>
-#include <sys/NeverDestroyed.h>
 #include <sup++/SvcData.h>
-#include <sys/processes/OwnProcess.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -19,6 +17,9 @@
 #include <new>
 #include <string>
 #include <utility>
+
+#include <sys/NeverDestroyed.h>
+#include <sys/processes/OwnProcess.h>
 
 namespace {
 
@@ -112,8 +113,8 @@ bool HasControlCharacter(const KSUP::KString& text) noexcept {
 }
 
 bool IsFileName(const KSUP::KString& name) noexcept {
-    return !name.IsEmpty() && !HasControlCharacter(name) &&
-           name.Find("/", 0, true) == KSUP::KString::npos && name != "." && name != "..";
+    return !name.IsEmpty() && !HasControlCharacter(name) && name.Find("/", 0, true) < 0 &&
+           name != "." && name != "..";
 }
 
 ProductTexts ReadProduct(const char* path) {
