@@ -31,7 +31,7 @@ KString KInstallRuleBase::ExpandMacros(const KString& text) const {
 }
 
 KSUP::KLogBase& operator<<(KSUP::KLogBase& log, const KInstallRuleBase* rule) {
-    return log.IsOpen() ? log << rule->Description() : log;
+    return log << rule->Description();
 }
 
 } // namespace KINS
