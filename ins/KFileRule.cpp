@@ -35,7 +35,7 @@ KString Join(const KString& directory, const KString& name) {
 }
 
 bool IsWildcard(const KString& name) {
-    return name.Find("*", 0, true) != KString::npos || name.Find("?", 0, true) != KString::npos;
+    return name.Find("*", 0, true) >= 0 || name.Find("?", 0, true) >= 0;
 }
 
 KString ProgressText(const KString& path) {

@@ -37,7 +37,7 @@ KRuleLine KInstallRuleBase::ReadFields(KRuleType type, const std::vector<KString
 }
 
 KSUP::KLogBase& operator<<(KSUP::KLogBase& log, const KInstallRuleBase* rule) {
-    return log.IsOpen() ? log << rule->Description() : log;
+    return log << rule->Description();
 }
 
 } // namespace KINS

@@ -67,7 +67,8 @@ class INS_EXPORT KInstallRuleBase : public KSUP::KBase {
     bool initialized;                 ///< set by Initialize
 };
 
-/// Writes the rule's description into the current entry. A closed log asks for none.
+/// Writes the rule's description into the current entry, whatever class of log it is: one that is
+/// not open swallows it.
 INS_EXPORT KSUP::KLogBase& operator<<(KSUP::KLogBase& log, const KInstallRuleBase* rule);
 
 } // namespace KINS

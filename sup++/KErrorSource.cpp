@@ -6,6 +6,8 @@
 #include <string>
 #include <system_error>
 
+#include <sys/files/PathWalk.h>
+
 namespace KSUP {
 
 namespace {
@@ -65,11 +67,12 @@ void KErrorSource::RaiseSystem(
     unsigned line,
     const char* function
 ) const {
-    // The system's own words for ELOOP would send their reader looking for a circle.
+    // Of a link that was refused the system's own words would send their reader looking for a
+    // circle.
+    const bool isRefusal = errorNumber == ELOOP && !KSYS::IsLoop(path.c_str());
     const KString reason =
-        errorNumber == ELOOP
-            ? std::string("a symbolic link on the way that others than root could have laid")
-            : std::generic_category().message(static_cast<int>(errorNumber));
+        isRefusal ? std::string("a symbolic link on the way that others than root could have laid")
+                  : std::generic_category().message(static_cast<int>(errorNumber));
     const KErrorDetail detail{KErrorKind::System, operation, path, reason};
     RaiseAs(
         detail, TraceLevel::support, errorNumber, KVariant(path + ": " + reason), line, function

@@ -46,7 +46,8 @@ class SUP_EXPORT KErrorSource {
     ) const;
 
     /// Raises what a system call reported: `errorNumber` as code, and as information the path and
-    /// the system's text, as in "/opt/dps/x.so: No space left on device".
+    /// the system's text, as in "/opt/dps/x.so: No space left on device". A symbolic link that was
+    /// refused has a text of its own.
     [[noreturn]] void RaiseSystem(
         unsigned errorNumber,
         const KString& path,

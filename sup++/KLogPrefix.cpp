@@ -4,6 +4,6 @@
 
 namespace KSUP {
 
-KLogPrefix::KLogPrefix(TRACE_MESSAGE level) : own(SvcMapTraceMask(level)), text(&own) {}
+KLogPrefix::KLogPrefix(TRACE_MESSAGE level) : text(SvcMapTraceMask(level)) {}
 
 } // namespace KSUP

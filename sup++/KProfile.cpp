@@ -91,6 +91,7 @@ KProfile& KProfile::operator=(const KProfile& other) noexcept {
         content = other.content;
         commandLineContext = other.commandLineContext;
         enumPosition = 0;
+        linePosition = 0;
     }
     return *this;
 }
@@ -99,6 +100,8 @@ KProfile::~KProfile() = default;
 
 void KProfile::Open(const KString& path) {
     content.reset();
+    enumPosition = 0;
+    linePosition = 0;
     auto opened = boost::make_shared<KProfileContent>();
     if (const unsigned status = opened->Open(path, false); status != 0) {
         RaiseFile(status, KOperation::Read, path);
@@ -108,6 +111,8 @@ void KProfile::Open(const KString& path) {
 
 void KProfile::Create(const KString& path) {
     content.reset();
+    enumPosition = 0;
+    linePosition = 0;
     auto made = boost::make_shared<KProfileContent>();
     if (const unsigned status = made->Create(path); status != 0) {
         RaiseFile(status, KOperation::Write, path);
@@ -146,7 +151,7 @@ void KProfile::DeleteKey(const KString& section, const KString& key) {
         Msg(TraceLevel::support, "A profile without a file has no %s", key.c_str());
         return;
     }
-    const unsigned status = content->Delete(Name(section), Name(key), enumPosition);
+    const unsigned status = content->Delete(Name(section), Name(key), linePosition, keyName);
     if (status != 0) {
         RaiseFile(status, KOperation::Write, content->GetPath());
     }
@@ -154,7 +159,8 @@ void KProfile::DeleteKey(const KString& section, const KString& key) {
 
 void KProfile::BeginKeyEnum(const KString& section, unsigned* cursor) const {
     enumSection = section;
-    (cursor != nullptr ? *cursor : enumPosition) = 0;
+    (cursor != nullptr ? *cursor : enumPosition) =
+        content != nullptr ? content->Begin(Name(section)) : 0;
 }
 
 bool KProfile::EnumKey(unsigned* cursor, bool reserved) const {
@@ -165,9 +171,13 @@ bool KProfile::EnumKey(unsigned* cursor, bool reserved) const {
         return false;
     }
     unsigned& position = cursor != nullptr ? *cursor : enumPosition;
-    const unsigned next = content->Next(Name(enumSection), position, keyName, keyValue);
+    if (position == 0) { // begun before there was content, or begun anew by the caller
+        position = content->Begin(Name(enumSection));
+    }
+    const unsigned next = content->Next(position, keyName, keyValue);
     if (next != 0) {
         position = next;
+        linePosition = next;
     }
     return next != 0;
 }

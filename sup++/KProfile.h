@@ -65,9 +65,9 @@ class SUP_EXPORT KProfile : public KBase {
     template <class T>
     void PutNumber(const KString& section, const KString& key, T value, bool hex);
 
-    /// Removes the line on which the enumeration stands if it is one of `key`, else the first line
-    /// of `key`. A missing key is no error. The enumeration goes on with the next line. A file that
-    /// was deleted meanwhile is not made again.
+    /// Removes the line of the last successful EnumKey if it is one of `key`, else the first line
+    /// of `key`; where others have removed that line meanwhile, nothing. A missing key is no error.
+    /// Every walk goes on with its next line. A file that was deleted meanwhile is not made again.
     ///
     /// Throws   KError with errno when the file cannot be written
     void DeleteKey(const KString& section, const KString& key);
@@ -91,14 +91,19 @@ class SUP_EXPORT KProfile : public KBase {
     T GetNumber(const KString& section, const KString& key, T defaultValue) const;
 
     /// Begins to walk the key lines of a section, in file order, duplicates included, also where
-    /// the section stands in several pieces. A `cursor` that is not null holds the position instead
-    /// of this object: behind each key, the number of its line in the file, from 1.
+    /// the section stands in several pieces. Changes of the file, by this object or by others,
+    /// leave a walk in its section, and each key that stays is met once; what others added is met
+    /// at the end. A `cursor` that is not null holds the position instead of this object:
+    /// behind each key, the number of its line in the file as it was first read, from 1, or a
+    /// larger number for a line that came later.
+    ///
+    /// Lifetime a position means nothing to a profile that opened another file since
     void BeginKeyEnum(const KString& section, unsigned* cursor) const;
     /// Steps to the next key line, false at the end.
     ///
     /// Throws   KError 36 when `reserved` is not false
     bool EnumKey(unsigned* cursor, bool reserved) const;
-    /// The line on which the last successful EnumKey stands.
+    /// The line of the last successful EnumKey.
     const KString& GetKeyName() const noexcept { return keyName; }
     /// The value on that line, without blanks around it.
     const KString& GetKeyValue() const noexcept { return keyValue; }
@@ -108,6 +113,7 @@ class SUP_EXPORT KProfile : public KBase {
     const char* commandLineContext = nullptr;
     mutable KString enumSection;
     mutable unsigned enumPosition = 0;
+    mutable unsigned linePosition = 0; // of keyName and keyValue; 0 is none
     mutable KString keyName;
     mutable KString keyValue;
 };

@@ -57,9 +57,17 @@ bool KProfileContent::Find(std::string_view section, std::string_view key, KStri
     return at != 0;
 }
 
+void KProfileContent::ReadAgain(std::string bytes) {
+    KProfileText now;
+    now.Parse(std::move(bytes));
+    walks.Follow(text, now);
+    text = std::move(now);
+}
+
 /// Reads what another process wrote meanwhile, changes it, and writes it back, all under the lock.
+/// `change` returns the line that it added to the section, or 0.
 template <class Change>
-unsigned KProfileContent::Apply(GoneFile gone, Change change) {
+unsigned KProfileContent::Apply(GoneFile gone, std::string_view section, Change change) {
     KSYS::ReportedFile report(path.c_str()); // once the locks are released
     const std::lock_guard hold(guard);
     KSYS::KFileReplacement lock;
@@ -74,7 +82,7 @@ unsigned KProfileContent::Apply(GoneFile gone, Change change) {
         }
         if (status == 0 || status == ENOENT) {
             status = 0;
-            text.Parse(std::move(bytes));
+            ReadAgain(std::move(bytes));
             onDisk = found;
         }
     }
@@ -84,39 +92,52 @@ unsigned KProfileContent::Apply(GoneFile gone, Change change) {
     // On a copy, which takes the text's place when the file holds it: positions stay good either
     // way.
     KProfileText changed(text);
-    change(changed);
+    const unsigned added = change(changed);
     status = lock.Write(changed.Compose(), newProfileMode, onDisk, report.isWritten);
     if (report.isWritten) {
         text = std::move(changed);
+        walks.Add(section, added);
     }
     return status;
 }
 
 unsigned
 KProfileContent::Put(std::string_view section, std::string_view key, std::string_view value) {
-    return Apply(GoneFile::IsMade, [&](KProfileText& changed) {
-        changed.Put(section, key, value);
+    return Apply(GoneFile::IsMade, section, [&](KProfileText& changed) {
+        return changed.Put(section, key, value);
     });
 }
 
-unsigned
-KProfileContent::Delete(std::string_view section, std::string_view key, unsigned position) {
-    return Apply(GoneFile::StaysGone, [&](KProfileText& changed) {
-        const bool standsOnIt = changed.IsKeyAt(position, section, key);
-        if (const unsigned at = standsOnIt ? position : changed.Find(section, key); at != 0) {
-            changed.Remove(at);
-        }
-    });
-}
-
-unsigned KProfileContent::Next(
-    std::string_view section, unsigned position, KString& keyName, KString& keyValue
+unsigned KProfileContent::Delete(
+    std::string_view section, std::string_view key, unsigned& position, const KString& keyThere
 ) {
+    bool standsOnIt = false;
+    const unsigned status = Apply(GoneFile::StaysGone, section, [&](KProfileText& changed) {
+        standsOnIt = keyThere.c_str() == key && walks.IsIn(changed, position, section);
+        const unsigned line = standsOnIt ? walks.LineAt(position) : changed.Find(section, key);
+        if (changed.IsKey(line)) {
+            changed.Remove(line);
+        }
+        return 0U;
+    });
+    if (status == 0 && standsOnIt) {
+        position = 0;
+    }
+    return status;
+}
+
+unsigned KProfileContent::Begin(std::string_view section) {
     const std::lock_guard hold(guard);
-    const unsigned at = text.Next(section, position);
+    return walks.Begin(section);
+}
+
+unsigned KProfileContent::Next(unsigned position, KString& keyName, KString& keyValue) {
+    const std::lock_guard hold(guard);
+    const unsigned at = walks.Next(text, position);
     if (at != 0) {
-        keyName = ToText(text.KeyAt(at));
-        keyValue = ToText(text.ValueAt(at));
+        const std::uint32_t line = walks.LineAt(at);
+        keyName = ToText(text.KeyAt(line));
+        keyValue = ToText(text.ValueAt(line));
     }
     return at;
 }

@@ -2,11 +2,13 @@
 #pragma once
 
 #include <sup++/KProfileText.h>
+#include <sup++/KProfileWalks.h>
 #include <sup++/KString.h>
-#include <sys/files/KFileReplacement.h>
 
 #include <mutex>
 #include <string_view>
+
+#include <sys/files/KFileReplacement.h>
 
 namespace KSUP {
 
@@ -26,23 +28,32 @@ class KProfileContent {
     bool Find(std::string_view section, std::string_view key, KString& value);
     /// Returns 0 or errno; on a failure the text is as it was.
     unsigned Put(std::string_view section, std::string_view key, std::string_view value);
-    /// Removes the line at `position` (KProfileText::Next) if it is one of `key`, else the first
-    /// line of `key`. A file that is gone is not made again; the text alone changes then. Returns 0
-    /// or errno, as above
-    unsigned Delete(std::string_view section, std::string_view key, unsigned position);
-    /// As KProfileText::Next.
-    unsigned Next(std::string_view section, unsigned position, KString& keyName, KString& keyValue);
+    /// Removes the line at `position` if that is one of `key`, and then sets `position` to 0;
+    /// nothing if it was one (`keyThere`) and others have removed it; else the first line of `key`.
+    /// A file that is gone is not made again; the text alone changes then. Returns 0 or errno, as
+    /// above
+    unsigned Delete(
+        std::string_view section, std::string_view key, unsigned& position, const KString& keyThere
+    );
+    /// The position before the first key of a section.
+    unsigned Begin(std::string_view section);
+    /// The position of the next key in the section of `position`, with its key and value; 0 at the
+    /// end. Positions stay good whatever becomes of the file: see KProfileWalks.
+    unsigned Next(unsigned position, KString& keyName, KString& keyValue);
 
     const KString& GetPath() const noexcept { return path; }
 
   private:
     enum class GoneFile { IsMade, StaysGone };
     template <class Change>
-    unsigned Apply(GoneFile gone, Change change);
+    unsigned Apply(GoneFile gone, std::string_view section, Change change);
+
+    void ReadAgain(std::string bytes);
 
     std::mutex guard;
-    KString path;             // fixed once opened
-    KProfileText text;        // guarded by guard
+    KString path;              // fixed once opened
+    KProfileText text;         // guarded by guard
+    KProfileWalks walks;       // guarded by guard
     KSYS::FileIdentity onDisk; // guarded by guard; what text was read from or written to
 };
 

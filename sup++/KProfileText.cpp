@@ -79,7 +79,10 @@ unsigned KProfileText::Find(std::string_view section, std::string_view key) cons
     return 0;
 }
 
-unsigned KProfileText::Next(std::string_view section, unsigned position) const {
+/// The next line of a section for which `matches` says yes, 0 at the end.
+template <class Predicate>
+unsigned
+KProfileText::NextLine(std::string_view section, unsigned position, Predicate matches) const {
     std::uint32_t block = 0;
     std::uint32_t index = 0;
     if (position == 0 || position >= lines.size()) {
@@ -102,16 +105,40 @@ unsigned KProfileText::Next(std::string_view section, unsigned position) const {
             }
             index = lines[blocks[block].header].next;
         }
-        if (lines[index].kind == Kind::Key) {
+        if (matches(lines[index].kind)) {
             return index;
         }
     }
 }
 
-bool KProfileText::IsKeyAt(unsigned position, std::string_view section, std::string_view key)
-    const {
-    return position != 0 && position < lines.size() && lines[position].kind == Kind::Key &&
-           blocks[lines[position].block].section == section && KeyAt(position) == key;
+unsigned KProfileText::Next(std::string_view section, unsigned position) const {
+    return NextLine(section, position, [](Kind kind) { return kind == Kind::Key; });
+}
+
+unsigned KProfileText::NextBehind(unsigned position) const {
+    return position == 0 ? 0 : Next({}, position);
+}
+
+unsigned KProfileText::NextOrRemoved(std::string_view section, unsigned position) const {
+    return NextLine(section, position, [](Kind kind) {
+        return kind == Kind::Key || kind == Kind::Removed;
+    });
+}
+
+bool KProfileText::IsKey(unsigned position) const noexcept {
+    return position != 0 && position < lines.size() && lines[position].kind == Kind::Key;
+}
+
+bool KProfileText::IsIn(unsigned position, std::string_view section) const noexcept {
+    return position < lines.size() && blocks[lines[position].block].section == section;
+}
+
+std::vector<std::string_view> KProfileText::GetSections() const {
+    std::vector<std::string_view> names;
+    for (const auto& [name, block] : firstBlock) {
+        names.push_back(name);
+    }
+    return names;
 }
 
 std::string_view KProfileText::KeyAt(unsigned position) const noexcept {
@@ -125,21 +152,22 @@ std::string_view KProfileText::ValueAt(unsigned position) const noexcept {
     return equals == std::string_view::npos ? std::string_view() : Trim(text.substr(equals + 1));
 }
 
-void KProfileText::Put(std::string_view section, std::string_view key, std::string_view value) {
+unsigned KProfileText::Put(std::string_view section, std::string_view key, std::string_view value) {
     std::string line = std::string(key).append("=").append(value);
     if (const unsigned at = Find(section, key); at != 0) {
         const std::string_view former = lines[at].text;
         lines[at].text = Keep(line.append(former.substr(WithoutLineEnd(former).size())));
-        return;
+        return 0;
     }
     const auto last = lastBlock.find(section);
     if (last != lastBlock.end()) {
         InsertBehind(LastKeyOrHeader(last->second), line.append(lineEnd));
-        return;
+    } else {
+        const std::string header = std::string("[").append(section).append("]").append(lineEnd);
+        InsertBehind(lastLine, header);
+        InsertBehind(lastLine, line.append(lineEnd));
     }
-    const std::string header = std::string("[").append(section).append("]").append(lineEnd);
-    InsertBehind(lastLine, header);
-    InsertBehind(lastLine, line.append(lineEnd));
+    return GetSize() - 1;
 }
 
 void KProfileText::Remove(unsigned position) noexcept {

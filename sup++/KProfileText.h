@@ -14,7 +14,7 @@ namespace KSUP {
 /// The text of a profile, by lines. Reading keeps the file's bytes as they are and points into
 /// them, so that a script of a million lines costs one pass and a large file is not copied line by
 /// line; a line is split into key and value when somebody asks for it. Removed lines stay as marks
-/// and added ones are linked in, so that a position stays good whatever is changed.
+/// and added ones are linked in, so that a position stays good until the next Parse.
 ///
 /// Thread   nothing here locks
 class KProfileText {
@@ -35,12 +35,24 @@ class KProfileText {
     /// Position of the key line of `section` behind `position`, 0 standing before the first; 0 when
     /// there is none left.
     unsigned Next(std::string_view section, unsigned position) const;
-    /// Whether a key line of `section` that was not removed stands there, with this key.
-    bool IsKeyAt(unsigned position, std::string_view section, std::string_view key) const;
+    /// As Next in the section of the line at `position`, which is not 0.
+    unsigned NextBehind(unsigned position) const;
+    /// As Next, and stops at removed lines too.
+    unsigned NextOrRemoved(std::string_view section, unsigned position) const;
+    /// Whether a key line that was not removed stands there.
+    bool IsKey(unsigned position) const noexcept;
+    /// Whether the line there is, or was, one of `section`.
+    bool IsIn(unsigned position, std::string_view section) const noexcept;
     std::string_view KeyAt(unsigned position) const noexcept;
     std::string_view ValueAt(unsigned position) const noexcept;
 
-    void Put(std::string_view section, std::string_view key, std::string_view value);
+    /// The sections, each once, in no order that matters; the unnamed one is always there.
+    std::vector<std::string_view> GetSections() const;
+    /// All positions are below.
+    std::uint32_t GetSize() const noexcept { return static_cast<std::uint32_t>(lines.size()); }
+
+    /// Returns  the position of the line that was added; 0 when there was one of `key`
+    unsigned Put(std::string_view section, std::string_view key, std::string_view value);
     void Remove(unsigned position) noexcept;
 
     /// Without blanks and tabs around it.
@@ -61,6 +73,8 @@ class KProfileText {
         std::uint32_t nextOfSection; // 0 is none
     };
 
+    template <class Predicate>
+    unsigned NextLine(std::string_view section, unsigned position, Predicate matches) const;
     static Kind KindOf(std::string_view text) noexcept;
     static std::string_view SectionName(std::string_view header) noexcept;
     void AppendLine(std::string_view text);

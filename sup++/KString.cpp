@@ -204,13 +204,16 @@ KString::Split(char first, char second, bool caseSensitive, bool honourBackslash
     return {Left(index), index + 1 > count ? KString() : Right(count - index - 1)};
 }
 
-unsigned KString::Find(const char* part, unsigned start, bool caseSensitive) const noexcept {
+int KString::Find(const char* part, unsigned start, bool caseSensitive) const noexcept {
+    constexpr int noMatch = -1;
     const unsigned startByte = ConvertCharacterOffsetToByteOffset(start);
     if (text.empty() || startByte == npos) {
-        return npos;
+        return noMatch;
     }
     const char* match = (caseSensitive ? Txtstr : Txtistr)(text.c_str() + startByte, part);
-    return match == nullptr ? npos : ConvertCharacterPointerToCharacterOffset(match);
+    // A match inside a character is none either: npos becomes -1.
+    return match == nullptr ? noMatch
+                            : static_cast<int>(ConvertCharacterPointerToCharacterOffset(match));
 }
 
 KString KString::Left(unsigned count) const {

@@ -97,8 +97,8 @@ class SUP_EXPORT KString {
     std::pair<KString, KString>
     Split(char first, char second, bool caseSensitive, bool honourBackslash) const;
 
-    /// The position of the first `part` at or behind character `start`, or npos.
-    unsigned Find(const char* part, unsigned start, bool caseSensitive) const noexcept;
+    /// The position of the first `part` at or behind character `start`, or -1.
+    int Find(const char* part, unsigned start, bool caseSensitive) const noexcept;
 
     /// The first `count` characters; the whole text where it is shorter.
     KString Left(unsigned count) const;

@@ -3,7 +3,6 @@
 #include <sup++/KUtil.h>
 #include <sup++/PathMap.h>
 #include <sup++/Txt.h>
-#include <sys/processes/ProcessList.h>
 
 #include <array>
 #include <cerrno>
@@ -22,6 +21,7 @@
 #include <vector>
 
 #include <cxxabi.h>
+#include <sys/processes/ProcessList.h>
 
 namespace KSUP {
 
@@ -78,8 +78,8 @@ KString ClassName(const char* name) {
     text.Replace("class ", "", 0, KString::npos, true);
     text.Replace("KSUP::", "", 0, KString::npos, true);
     if (!text.IsEmpty()) {
-        if (const unsigned blank = text.Find(" ", 0, true); blank != KString::npos) {
-            text.Truncate(blank);
+        if (const int blank = text.Find(" ", 0, true); blank >= 0) {
+            text.Truncate(static_cast<unsigned>(blank));
         }
     }
     return text += ":";

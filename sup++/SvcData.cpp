@@ -5,9 +5,7 @@
 #include <sup++/KErrorCode.h>
 #include <sup++/KProfile.h>
 #include <sup++/KUtil.h>
-#include <sys/NeverDestroyed.h>
 #include <sup++/SvcData.h>
-#include <sys/processes/OwnProcess.h>
 
 #include <algorithm>
 #include <array>
@@ -20,6 +18,9 @@
 #include <new>
 #include <string>
 #include <utility>
+
+#include <sys/NeverDestroyed.h>
+#include <sys/processes/OwnProcess.h>
 
 namespace {
 
@@ -113,8 +114,8 @@ bool HasControlCharacter(const KSUP::KString& text) noexcept {
 }
 
 bool IsFileName(const KSUP::KString& name) noexcept {
-    return !name.IsEmpty() && !HasControlCharacter(name) &&
-           name.Find("/", 0, true) == KSUP::KString::npos && name != "." && name != "..";
+    return !name.IsEmpty() && !HasControlCharacter(name) && name.Find("/", 0, true) < 0 &&
+           name != "." && name != "..";
 }
 
 ProductTexts ReadProduct(const char* path) {

@@ -182,6 +182,11 @@ OpenWithoutLinks(const char* path, int flags, unsigned mode, KDescriptor& opened
     return errno == EPERM || errno == EAGAIN ? ELOOP : static_cast<unsigned>(errno);
 }
 
+bool IsLoop(const char* path) noexcept {
+    struct stat status {};
+    return ::stat(path, &status) != 0 && errno == ELOOP;
+}
+
 unsigned FindPlace(const char* path, LastLink last, Place& place) {
     if (path == nullptr || *path == '\0') {
         return ENOENT;

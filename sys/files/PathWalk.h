@@ -28,6 +28,10 @@ enum class LastLink { Keep, Follow };
 /// Throws   std::bad_alloc
 [[nodiscard]] unsigned FindPlace(const char* path, LastLink last, Place& place);
 
+/// Whether the system itself finds too many links on the way of a path. Where it does not, an ELOOP
+/// was a refusal of a link (FindPlace, or a call that does not follow the last one).
+[[nodiscard]] bool IsLoop(const char* path) noexcept;
+
 /// Opens `path` with openat2(2) in one step if no link stands on its way.
 ///
 /// Returns  0; ELOOP when there is a link or the kernel cannot say: use FindPlace; else errno

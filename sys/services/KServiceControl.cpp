@@ -214,18 +214,21 @@ void KServiceControl::StopForDeletion(KSystemdUnit& asked) const {
 void KServiceControl::Start() {
     RequireSystemd("started");
     bool isRequested = false;
-    bool wasActive = false;
+    KFormerRun former;
     WithUnit(limits.start, [&](KSystemdUnit& asked) {
         std::string result;
         if (!isRequested) {
             if (!asked.IsKnown()) {
                 RaiseUnknown();
             }
-            wasActive = asked.GetState().IsActive();
-            if (!wasActive) {
+            former.program = asked.GetProgram();
+            former.isActive = asked.GetState().IsActive();
+            former.isSettled = former.isActive && IsSettled(former.program);
+            if (!former.isActive) {
                 // Former failures count: after five starts in ten seconds systemd refuses the next,
                 // which an installation that is repeated would meet.
                 asked.ResetFailed();
+                former.program.restarts = 0;
             }
             asked.Keep();
             isRequested = true;
@@ -233,18 +236,24 @@ void KServiceControl::Start() {
         } else {
             asked.AwaitRest();
         }
-        CheckStarted(asked, result, wasActive);
+        CheckStarted(asked, result, former);
     });
 }
 
+/// One that dies again and again is active most of the time, but never for long.
+bool KServiceControl::IsSettled(const KSystemdUnit::Program& program) const {
+    return Clock::now() - program.activeSince >= limits.settle;
+}
+
 void KServiceControl::CheckStarted(
-    KSystemdUnit& asked, const std::string& jobResult, bool wasActive
+    KSystemdUnit& asked, const std::string& jobResult, const KFormerRun& former
 ) const {
     const KSystemdUnit::Program program = asked.GetProgram();
     if (jobResult.empty() || jobResult == "done") {
         const bool hasDoneItsWork = program.type == "oneshot" && program.result == "success";
-        if (!wasActive && StartsUnseen(program.type)) {
-            AwaitSettled(asked);
+        const bool isSameRun = program.activeSince == former.program.activeSince;
+        if (StartsUnseen(program.type) && !(former.isSettled && isSameRun)) {
+            AwaitSettled(asked, former.isSettled ? program.restarts : former.program.restarts);
             return;
         }
         if (asked.GetState().IsActive() || hasDoneItsWork) {
@@ -258,14 +267,15 @@ void KServiceControl::CheckStarted(
     );
 }
 
-void KServiceControl::AwaitSettled(KSystemdUnit& asked) const {
+/// Watches the program until it has run for a while; `restarts` is how many there were before.
+void KServiceControl::AwaitSettled(KSystemdUnit& asked, unsigned restarts) const {
     const auto until = Clock::now() + limits.settle;
     asked.SetEnd(until + limits.ask);
     for (;;) {
         const KSystemdUnit::State state = asked.GetState();
         const KSystemdUnit::Program program = asked.GetProgram();
         // A restart in between shows in their number only.
-        if (!state.IsActive() || program.restarts > 0) {
+        if (!state.IsActive() || program.restarts > restarts) {
             asked.Raise(
                 ServiceStatus::failed,
                 "it started and ended at once: it is " + InWords(state) + HowItEnded(program)

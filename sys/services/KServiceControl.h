@@ -62,6 +62,13 @@ class KServiceControl {
     void RequireFile() const;
 
   private:
+    /// What there was before a start was asked for.
+    struct KFormerRun {
+        bool isActive = false;
+        bool isSettled = false; // and so not watched again
+        KSystemdUnit::Program program;
+    };
+
     std::string ChooseProgram(const std::string& program) const;
     void RefuseForeign() const;
     void WriteFile(
@@ -71,8 +78,10 @@ class KServiceControl {
     void DeleteOffline() const;
     void RemoveFileIfOurs() const;
     void StopForDeletion(KSystemdUnit& asked) const;
-    void CheckStarted(KSystemdUnit& asked, const std::string& jobResult, bool wasActive) const;
-    void AwaitSettled(KSystemdUnit& asked) const;
+    bool IsSettled(const KSystemdUnit::Program& program) const;
+    void
+    CheckStarted(KSystemdUnit& asked, const std::string& jobResult, const KFormerRun& former) const;
+    void AwaitSettled(KSystemdUnit& asked, unsigned restarts) const;
     [[noreturn]] void RaiseUnknown() const;
     [[noreturn]] void Raise(unsigned code, const std::string& words) const;
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <cstdint>
 #include <thread>
 
 #include <sys/services/KSystemdUnit.h>
@@ -196,6 +197,7 @@ KSystemdUnit::Program KSystemdUnit::GetProgram() {
     program.endKind = GetNumber("ExecMainCode", SD_BUS_TYPE_INT32);
     program.endStatus = GetNumber("ExecMainStatus", SD_BUS_TYPE_INT32);
     program.restarts = static_cast<unsigned>(GetNumber("NRestarts", SD_BUS_TYPE_UINT32));
+    program.activeSince = GetTime(unitInterface, "ActiveEnterTimestampMonotonic");
     return program;
 }
 
@@ -235,6 +237,14 @@ int KSystemdUnit::GetNumber(const char* property, char type) {
     int number = 0; // the types read here have its size
     sd_bus_message_read_basic(reply.get(), type, &number);
     return number;
+}
+
+/// Of a property in microseconds of the monotonic clock, which is Clock's own.
+KSystemdUnit::Clock::time_point KSystemdUnit::GetTime(const char* interface, const char* property) {
+    const KBus::Message reply = bus.GetProperty(path.c_str(), interface, property, "t");
+    std::uint64_t microseconds = 0;
+    sd_bus_message_read_basic(reply.get(), SD_BUS_TYPE_UINT64, &microseconds);
+    return Clock::time_point(std::chrono::microseconds(microseconds));
 }
 
 } // namespace KSYS

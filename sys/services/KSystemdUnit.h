@@ -36,6 +36,7 @@ class KSystemdUnit {
         int endKind = 0;    ///< 1 exited, 2 and 3 killed (CLD_EXITED, …), 0 not ended
         int endStatus = 0;  ///< exit status or signal
         unsigned restarts = 0;
+        Clock::time_point activeSince; ///< of its present run, or of its last one
     };
 
     KSystemdUnit(const std::string& unitName, Clock::time_point endOfWaits);
@@ -90,6 +91,7 @@ class KSystemdUnit {
     [[noreturn]] void RaiseTimeUp();
     std::string GetText(const char* interface, const char* property);
     int GetNumber(const char* property, char type);
+    Clock::time_point GetTime(const char* interface, const char* property);
 
     const std::string unit;
     KBus bus;

@@ -91,6 +91,43 @@ TEST_F(ServicesTest, OneOfOursThatEndsAtOnceIsAFailureThoughSystemdStartsItAgain
     ExpectErrorText("exit status 1");
 }
 
+/// At most moments it is active, and at none of them for long.
+TEST_F(ServicesTest, OneThatDiesAgainAndAgainNeverCountsAsStartedBefore) {
+    GivenService("sleep 0.4; exit 1");
+    GivenSetting("Restart=always\nRestartSec=100ms\nStartLimitBurst=1000");
+    Output("systemctl start inspp-test");
+    for (int start = 0; start < 6; ++start) {
+        std::this_thread::sleep_for(250ms);
+        EXPECT_EQ(182U, SvcStartService(0, service)) << "start " << start;
+        ExpectErrorText("ended at once");
+    }
+}
+
+TEST_F(ServicesTest, OneThatHasJustBeenStartedIsWatchedLikeANewOne) {
+    GivenService("sleep 0.6; exit 1");
+    Output("systemctl start inspp-test");
+    ASSERT_EQ("active running", StateOfService());
+    EXPECT_EQ(182U, SvcStartService(0, service));
+    ExpectErrorText("ended at once");
+}
+
+TEST_F(ServicesTest, OneThatHasJustBeenStartedAndStaysHasStarted) {
+    GivenService(sleeps);
+    Output("systemctl start inspp-test");
+    const std::string process = Property("MainPID");
+    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(process, Property("MainPID"));
+}
+
+/// What it did long ago is no reason to watch it.
+TEST_F(ServicesTest, OneThatWasRestartedAndStaysHasStarted) {
+    GivenRunningService();
+    Output("systemctl kill -s KILL inspp-test");
+    Await([] { return Property("NRestarts") == "1" && StateOfService() == "active running"; });
+    std::this_thread::sleep_for(1100ms);
+    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+}
+
 TEST_F(ServicesTest, AStartAfterManyFailuresIsNotRefusedForTheirNumber) {
     const std::string program = GivenProgram(endsWith1);
     ASSERT_EQ(0U, Create(program));

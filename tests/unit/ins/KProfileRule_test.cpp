@@ -5,11 +5,19 @@
 #include "../../support/SlotOf.h"
 
 #include <ins/KProfileRule.h>
+#include <sup++/KProfile.h>
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <string>
 #include <type_traits>
+#include <vector>
+
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -286,6 +294,58 @@ TEST_F(KProfileRuleRemoveFileTest, AProfileThatListsItselfIsGoneWithAllThatItLis
     Remove("@T@");
     EXPECT_THAT(tree.List(), testing::Not(testing::Contains(testing::HasSubstr(".so"))));
     EXPECT_FALSE(tree.Exists("a.ini"));
+}
+
+/// Changes the list without a pause, in a section before the one that is walked.
+class BusyProcess {
+  public:
+    explicit BusyProcess(const std::string& list) : child(::fork()) {
+        for (int put = 0; child == 0; ++put) {
+            KSUP::KProfile(list).PutString("Settings", "s" + std::to_string(put), "1");
+        }
+    }
+    ~BusyProcess() {
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+    }
+    BusyProcess(const BusyProcess&) = delete;
+    BusyProcess& operator=(const BusyProcess&) = delete;
+
+  private:
+    pid_t child;
+};
+
+TEST_F(KProfileRuleRemoveFileTest, BesideAProcessThatChangesTheListItKeepsToItsSection) {
+    std::string keep;
+    std::string files;
+    for (int index = 0; index < 50; ++index) {
+        const std::string number = std::to_string(index);
+        tree.Write("keep" + number + ".so", "");
+        tree.Write("file" + number + ".so", "");
+        keep += "k" + number + "=@T@/keep" + number + ".so\n";
+        files += "f" + number + "=@T@/file" + number + ".so\n";
+    }
+    GivenList("[Settings]\n[Keep]\n" + keep + "[Files]\n" + files);
+    {
+        const BusyProcess busy(tree.Path("a.ini"));
+        Remove(".so");
+    }
+    const std::vector<std::string> left = tree.List();
+    EXPECT_EQ(
+        std::count_if(
+            left.begin(),
+            left.end(),
+            [](const std::string& entry) {
+                return entry.find("keep") != std::string::npos &&
+                       entry.find("a.ini") == std::string::npos;
+            }
+        ),
+        50
+    );
+    for (int index = 0; index < 50; ++index) {
+        EXPECT_FALSE(tree.Exists("file" + std::to_string(index) + ".so")) << index;
+    }
+    EXPECT_THAT(List(), testing::EndsWith(InTree("[Keep]\n" + keep + "[Files]\n")));
 }
 
 TEST_F(KProfileRuleRemoveFileTest, TheMatchKeepsItsCase) {

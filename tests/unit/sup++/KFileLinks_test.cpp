@@ -100,6 +100,68 @@ TEST_F(KFileTest, AnyLinkOfAUserIsRefused) {
     EXPECT_THAT(tree.List("home/real"), IsEmpty());
 }
 
+struct LoopRow {
+    const char* name;
+    void (*run)(const KTEST::TemporaryTree& tree);
+    const char* path;
+    bool isRefusal;
+
+    friend void PrintTo(const LoopRow& row, std::ostream* out) { *out << row.name; }
+};
+
+class KFileLoopTest : public KFileTest, public testing::WithParamInterface<LoopRow> {};
+
+TEST_P(KFileLoopTest, OnlyARefusalSaysWhoCouldHaveLaidTheLink) {
+    tree.Directory("real");
+    tree.Directory("open", 0777);
+    tree.Link("open/laid", "../real");
+    tree.Link("open/gone", "../nothing");
+    tree.Link("circle", "circle");
+    const KSUP::KError error = ErrorOf([&] { GetParam().run(tree); });
+    const std::string path = tree.Path(GetParam().path);
+    EXPECT_EQ(error.GetCode(), unsigned{ELOOP});
+    EXPECT_EQ(
+        std::string(error.GetInfo().GetString().c_str()),
+        GetParam().isRefusal
+            ? path + ": a symbolic link on the way that others than root could have laid"
+            : path + ": Too many levels of symbolic links"
+    );
+}
+
+template <const char* path>
+void Create(const KTEST::TemporaryTree& tree) {
+    KFile().Create(tree.Path(path));
+}
+
+constexpr char laid[] = "open/laid/new";
+constexpr char gone[] = "open/gone";
+constexpr char circle[] = "circle";
+constexpr char behindCircle[] = "circle/new";
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls,
+    KFileLoopTest,
+    testing::ValuesIn(std::vector<LoopRow>{
+        {"CreatingBehindAStrangersLink", Create<laid>, laid, true},
+        {"CreatingAtAStrangersDanglingLink", Create<gone>, gone, true},
+        {"DeletingBehindAStrangersLink",
+         [](const auto& of) { KFile::DeleteFile(of.Path(laid)); },
+         laid,
+         true},
+        {"CreatingAtALoop", Create<circle>, circle, false},
+        {"CreatingBehindALoop", Create<behindCircle>, behindCircle, false},
+        {"DeletingBehindALoop",
+         [](const auto& of) { KFile::DeleteFile(of.Path(behindCircle)); },
+         behindCircle,
+         false},
+        {"ReadingALoop",
+         [](const auto& of) { KFile().OpenForRead(of.Path(circle)); },
+         circle,
+         false},
+    }),
+    RowName()
+);
+
 TEST_F(KFileTest, DirectoriesWithoutLinksNeedNoTrust) {
     tree.Directory("open", 0777);
     EXPECT_EQ(CodeOfCreate("open/new"), 0U);

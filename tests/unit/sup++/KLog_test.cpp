@@ -224,6 +224,15 @@ TEST_F(KLogTest, APrefixIsTheClassNameOrTheWordOfALevel) {
     EXPECT_EQ(KLogPrefix(TRACE_MESSAGE{24}).GetText(), SvcMapTraceMask(24));
 }
 
+TEST_F(KLogTest, APrefixKeepsItsTextWhenTheNameIsGone) {
+    KString name("KINS::KInstallRuleManager:");
+    const KLogPrefix prefix(name);
+    name = "Other:";
+    EXPECT_EQ(prefix.GetText(), "KINS::KInstallRuleManager:");
+    *log << prefix << "a" << KLogTypes::EndEntry;
+    EXPECT_THAT(Entries(), ElementsAre("KINS::KInstallRuleManager: a"));
+}
+
 // Pieces
 
 TEST_F(KLogTest, WritesTexts) {

@@ -182,10 +182,12 @@ struct FindRow {
     const char* part;
     unsigned start;
     bool caseSensitive;
-    unsigned position;
+    int position;
 
     friend void PrintTo(const FindRow& row, std::ostream* out) { *out << row.name; }
 };
+
+static_assert(std::is_same_v<decltype(KString().Find("", 0, true)), int>, "so >= 0 means found");
 
 class KStringFindTest : public testing::TestWithParam<FindRow> {};
 
@@ -201,23 +203,23 @@ INSTANTIATE_TEST_SUITE_P(
         {"AtTheStart", "*.so", "*", 0, true, 0},
         {"Inside", "lib?.so", "?", 0, true, 3},
         {"AtTheEnd", "abc", "c", 0, true, 2},
-        {"Missing", "abc", "x", 0, true, npos},
-        {"LongerThanTheText", "abc", "abcd", 0, true, npos},
+        {"Missing", "abc", "x", 0, true, -1},
+        {"LongerThanTheText", "abc", "abcd", 0, true, -1},
         {"FromStart", "abcabc", "a", 1, true, 3},
         {"StartIsIncluded", "abcabc", "a", 3, true, 3},
-        {"BehindTheLast", "abcabc", "a", 4, true, npos},
-        {"StartAtTheEnd", "abc", "c", 3, true, npos},
-        {"StartBehindTheEnd", "abc", "a", 99, true, npos},
-        {"StartNowhere", "abc", "a", npos, true, npos},
-        {"ExactCase", "ABC", "b", 0, true, npos},
+        {"BehindTheLast", "abcabc", "a", 4, true, -1},
+        {"StartAtTheEnd", "abc", "c", 3, true, -1},
+        {"StartBehindTheEnd", "abc", "a", 99, true, -1},
+        {"StartNowhere", "abc", "a", npos, true, -1},
+        {"ExactCase", "ABC", "b", 0, true, -1},
         {"AnyCase", "ABC", "b", 0, false, 1},
         {"CountsCharacters", "\xc3\xa9\xe2\x82\xacx", "x", 0, true, 2},
         {"StartsAtCharacters", "\xc3\xa9x\xc3\xa9x", "x", 2, true, 3},
-        {"StartBeyondTheCharacters", "\xc3\xa9\xc3\xa9", "\xc3\xa9", 2, true, npos},
-        {"WholeCharactersOnly", "\xc3\xa9", "\xa9", 0, true, npos},
+        {"StartBeyondTheCharacters", "\xc3\xa9\xc3\xa9", "\xc3\xa9", 2, true, -1},
+        {"WholeCharactersOnly", "\xc3\xa9", "\xa9", 0, true, -1},
         {"EmptyPart", "abc", "", 1, true, 1},
-        {"EmptyText", "", "a", 0, true, npos},
-        {"EmptyTextAndPart", "", "", 0, true, npos},
+        {"EmptyText", "", "a", 0, true, -1},
+        {"EmptyTextAndPart", "", "", 0, true, -1},
     }),
     RowName()
 );
