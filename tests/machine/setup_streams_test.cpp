@@ -284,7 +284,7 @@ TEST_F(SetupJournalTest, GetsNoWarningInTheWholeLifeOfAProduct) {
         return Run("journalctl --sync; journalctl -q -o cat -p warning -t ins-setup").out;
     };
     const std::string before = warnings();
-    ASSERT_EQ(RunSetup("status").exitCode, 0);
+    ASSERT_EQ(RunSetup("status").exitCode, 3);
     ASSERT_EQ(RunSetup("plan install").exitCode, 0);
     ASSERT_EQ(RunSetup("install").exitCode, 0);
     ASSERT_EQ(RunSetup("install").exitCode, 0);
