@@ -138,7 +138,7 @@ INSTANTIATE_TEST_SUITE_P(
             KOperation::Write,
             "none/log"}
     ),
-    NameOfRow
+    NameOfRow()
 );
 
 } // namespace
