@@ -42,11 +42,13 @@ enum SvcWrite : unsigned {
     /// A file was made, or took the place of a former one: copied files, profiles, unit files. A copy
     /// is told of when its empty file is made; content and mode follow.
     SvcWroteFile = 1,
+    /// A directory was made; one that was there already is not told of.
     SvcMadeDirectory = 2,
     /// A symbolic link was made, or took the place of a former one.
     SvcLaidLink = 3,
     /// A file or a link was deleted, also the target of a copy that was cancelled.
     SvcDeletedFile = 4,
+    /// An empty directory was deleted; what it held is told of before.
     SvcDeletedDirectory = 5,
     /// The permission bits are others than before; those of a new file too.
     SvcChangedMode = 6

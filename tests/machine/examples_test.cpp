@@ -64,6 +64,22 @@ TEST(ExamplesTest, AMailboxCarriesTheCallbackToAnotherThread) {
     EXPECT_TRUE(std::filesystem::exists("/opt/example-mailbox/lin/x86_64/hello"));
 }
 
+TEST(ExamplesTest, AListenerKnowsWhatTheRunLeftOnTheDisk) {
+    const Outcome outcome = RunExample("changes");
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.text;
+    EXPECT_EQ(
+        outcome.text,
+        "/etc/example-changes\n"
+        "/etc/example-changes/example-changes\n"
+        "/opt/example-changes\n"
+        "/opt/example-changes/config\n"
+        "/opt/example-changes/config/example.ini\n"
+        "/opt/example-changes/lin\n"
+        "/opt/example-changes/lin/x86_64\n"
+        "/opt/example-changes/lin/x86_64/hello\n"
+    );
+}
+
 TEST(ExamplesTest, ARuleTypeOfOnesOwnRunsAmongThoseOfTheScript) {
     const Outcome outcome = RunExample("own_rule");
     EXPECT_EQ(outcome.exitCode, 0) << outcome.text;

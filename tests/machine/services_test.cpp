@@ -2,8 +2,10 @@
 //
 // Services against a real systemd: how they are made, named and asked about.
 #include "../support/NameOfRow.h"
+#include "../support/WriteRecorder.h"
 #include "ServicesRig.h"
 
+#include <sup++/SvcFile.h>
 #include <sup++/SvcService.h>
 
 #include <filesystem>
@@ -13,6 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace KTEST;
 using namespace std::chrono_literals;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
 // Creating
@@ -297,5 +300,98 @@ INSTANTIATE_TEST_SUITE_P(
     ),
     NameOfRow()
 );
+
+// What is told of it
+
+class ServiceWritesTest : public ServicesTest {
+  protected:
+    ServiceWritesTest() {
+        // So that it is there on each machine, and stays.
+        fs::create_directories(fs::path(keptFile).parent_path());
+        WriteText(keptFile, "");
+        EXPECT_EQ(0U, SvcSetWriteListener(&WriteRecorder::Record, &written));
+    }
+    ~ServiceWritesTest() override {
+        EXPECT_EQ(0U, SvcSetWriteListener(nullptr, nullptr));
+        fs::remove(keptFile);
+    }
+
+    static constexpr const char* keptFile =
+        "/etc/systemd/system/multi-user.target.wants/inspp-kept";
+    WriteRecorder written{"/etc/systemd/system"};
+};
+
+TEST_F(ServiceWritesTest, TheUnitFileAndTheLinkThatSystemdLaysAreTold) {
+    EXPECT_EQ(0U, Create("/bin/true"));
+    EXPECT_TRUE(fs::is_symlink(enablingLink));
+    EXPECT_THAT(
+        written.Lines(),
+        ElementsAre("file inspp-test.service", "link multi-user.target.wants/inspp-test.service")
+    );
+}
+
+TEST_F(ServiceWritesTest, ALinkThatIsThereIsNotToldAgain) {
+    EXPECT_EQ(0U, Create("/bin/true"));
+    EXPECT_EQ(0U, Create("/bin/true", "other"));
+    EXPECT_THAT(
+        written.Lines(),
+        ElementsAre(
+            "file inspp-test.service",
+            "link multi-user.target.wants/inspp-test.service",
+            "file inspp-test.service"
+        )
+    );
+}
+
+TEST_F(ServiceWritesTest, TheLinkThatSystemdDeletesAndTheUnitFileAreTold) {
+    EXPECT_EQ(0U, SvcSetWriteListener(nullptr, nullptr));
+    EXPECT_EQ(0U, Create("/bin/true"));
+    EXPECT_EQ(0U, SvcSetWriteListener(&WriteRecorder::Record, &written));
+    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_THAT(
+        written.Lines(),
+        ElementsAre(
+            "file deleted multi-user.target.wants/inspp-test.service",
+            "file deleted inspp-test.service"
+        )
+    );
+}
+
+TEST_F(ServiceWritesTest, DirectoriesThatSystemdMakesAndRemovesForLinksAreTold) {
+    WriteText(
+        unitPath,
+        "# Installed by Ins++\n[Service]\nExecStart=/bin/true\n"
+        "[Install]\nWantedBy=inspp-none.target\n"
+    );
+    EXPECT_EQ(0U, Create(""));
+    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_FALSE(fs::exists("/etc/systemd/system/inspp-none.target.wants"));
+    EXPECT_THAT(
+        written.Lines(),
+        ElementsAre(
+            "directory inspp-none.target.wants",
+            "link inspp-none.target.wants/inspp-test.service",
+            "file deleted inspp-none.target.wants/inspp-test.service",
+            "directory deleted inspp-none.target.wants",
+            "file deleted inspp-test.service"
+        )
+    );
+}
+
+TEST_F(ServiceWritesTest, WithoutSystemdTheSameIsTold) {
+    HideSystemd();
+    EXPECT_EQ(0U, Create("/bin/true"));
+    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    ShowSystemd();
+    EXPECT_THAT(
+        written.Lines(),
+        ElementsAre(
+            "file inspp-test.service",
+            "link multi-user.target.wants/inspp-test.service",
+            "file deleted multi-user.target.wants/inspp-test.service",
+            "file deleted inspp-test.service"
+        )
+    );
+}
 
 } // namespace
