@@ -59,7 +59,6 @@ endforeach()
 set(doc ${CMAKE_INSTALL_DATAROOTDIR}/doc/libins++-dev)
 install(FILES README.md ARCHITECTURE.md DESTINATION ${doc} COMPONENT ins-dev)
 file(GLOB pages docs/*.md)
-list(REMOVE_ITEM pages ${PROJECT_SOURCE_DIR}/docs/test-map.md) # of use beside the tests only
 install(FILES ${pages} DESTINATION ${doc}/docs COMPONENT ins-dev)
 install(DIRECTORY examples/changes examples/embed examples/mailbox examples/own_rule
   examples/rule_state
