@@ -16,6 +16,7 @@ struct KErrorBase::Contents {
     KString function;
     const KDriver* driver;
     KVariant info;
+    KErrorDetail detail;
 };
 
 namespace {
@@ -42,7 +43,7 @@ KErrorBase::KErrorBase(
 )
     : KBase("KErrorBase", true),
       contents(boost::make_shared<const Contents>(Contents{
-          level, code, subCode, line, file, function, driver, KVariant()})) {}
+          level, code, subCode, line, file, function, driver, KVariant(), KErrorDetail()})) {}
 
 KErrorBase::~KErrorBase() = default;
 KErrorBase::KErrorBase(const KErrorBase&) noexcept = default;
@@ -54,12 +55,34 @@ void KErrorBase::SetInfo(const KVariant& info) {
     contents = changed;
 }
 
+void KErrorBase::SetDetail(const KErrorDetail& detail) {
+    auto changed = boost::make_shared<Contents>(*contents);
+    changed->detail = detail;
+    contents = changed;
+}
+
 TRACE_MESSAGE KErrorBase::GetLevel() const noexcept {
     return contents->level;
 }
 
 unsigned KErrorBase::GetCode() const noexcept {
     return contents->code;
+}
+
+KErrorKind KErrorBase::GetKind() const noexcept {
+    return contents->detail.kind;
+}
+
+KOperation KErrorBase::GetOperation() const noexcept {
+    return contents->detail.operation;
+}
+
+KString KErrorBase::GetPath() const {
+    return contents->detail.path;
+}
+
+KString KErrorBase::GetReason() const {
+    return contents->detail.reason;
 }
 
 unsigned KErrorBase::GetSubCode() const noexcept {

@@ -3,6 +3,8 @@
 
 #include <sup++/Export.h>
 #include <sup++/KBase.h>
+#include <sup++/KErrorKind.h>
+#include <sup++/KOperation.h>
 #include <sup++/KString.h>
 #include <sup++/KVariant.h>
 #include <sup++/Msg.h>
@@ -13,8 +15,16 @@ namespace KSUP {
 
 class KDriver; ///< Reserved: every error carries a null pointer to one.
 
-/// What every error carries: level, code, the place that raised it, and information where there is
-/// any. Thrown by value as KError; never thrown itself.
+/// What an error tells beside its code, for programs that decide by it.
+struct KErrorDetail {
+    KErrorKind kind = KErrorKind::Own;       ///< what the code means
+    KOperation operation = KOperation::None; ///< what failed at the path
+    KString path;   ///< of the file, directory or link that it was about; empty without one
+    KString reason; ///< why, in the words of whoever refused; empty when nobody gave any
+};
+
+/// What every error carries: level, code, its kind, the place that raised it, and information where
+/// there is any. Thrown by value as KError; never thrown itself.
 ///
 /// A copy shares its contents, so that copying, which the language does while it throws, never
 /// throws itself.
@@ -40,11 +50,24 @@ class SUP_EXPORT KErrorBase : public KBase {
 
     /// Attaches one value of information; copies made before keep theirs.
     void SetInfo(const KVariant& info);
+    /// Says what kind of error it is and what it was about; copies made before keep theirs.
+    void SetDetail(const KErrorDetail& detail);
 
     /// The trace level at which it was raised (KErrorCode.h).
     TRACE_MESSAGE GetLevel() const noexcept;
-    /// A system call's errno, a failed call's status or one of the codes in KErrorCode.h.
+    /// A system call's errno, a failed call's status or one of the codes in KErrorCode.h; GetKind
+    /// says which.
     unsigned GetCode() const noexcept;
+    /// What kind of failure it is; Own unless whoever raised it said more.
+    KErrorKind GetKind() const noexcept;
+    /// Whether the code is the system's errno.
+    bool IsSystemError() const noexcept { return GetKind() == KErrorKind::System; }
+    /// What failed at the path.
+    KOperation GetOperation() const noexcept;
+    /// The path that it was about; empty without one.
+    KString GetPath() const;
+    /// Why, in the words of whoever refused: the system, a service, a process. Empty without any.
+    KString GetReason() const;
     /// A code within the code; 0 so far.
     unsigned GetSubCode() const noexcept;
     /// The line in the source that raised it.

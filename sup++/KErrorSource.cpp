@@ -8,10 +8,43 @@
 
 namespace KSUP {
 
+namespace {
+
+KErrorKind KindOf(unsigned code) noexcept {
+    switch (code) {
+    case ErrorCode::malformedRule:
+        return KErrorKind::Rule;
+    case ErrorCode::cancelled:
+        return KErrorKind::Cancelled;
+    case ErrorCode::processFailed:
+        return KErrorKind::Process;
+    default:
+        return code >= ErrorCode::serviceUnknown && code <= ErrorCode::serviceManagerLost
+                   ? KErrorKind::Service
+                   : KErrorKind::Own;
+    }
+}
+
+} // namespace
+
 void KErrorSource::Raise(
     TRACE_MESSAGE level, unsigned code, const KVariant& info, unsigned line, const char* function
 ) const {
+    KErrorDetail detail;
+    detail.kind = KindOf(code);
+    RaiseAs(detail, level, code, info, line, function);
+}
+
+void KErrorSource::RaiseAs(
+    const KErrorDetail& detail,
+    TRACE_MESSAGE level,
+    unsigned code,
+    const KVariant& info,
+    unsigned line,
+    const char* function
+) const {
     KError error(level, code, 0, line, file, function, nullptr);
+    error.SetDetail(detail);
     if (info.GetType() != static_cast<unsigned>(KVariant::Type::Empty)) {
         error.SetInfo(info);
     }
@@ -22,12 +55,25 @@ void KErrorSource::Raise(
 void KErrorSource::RaiseSystem(
     unsigned errorNumber, const KString& path, unsigned line, const char* function
 ) const {
+    RaiseSystem(errorNumber, KOperation::None, path, line, function);
+}
+
+void KErrorSource::RaiseSystem(
+    unsigned errorNumber,
+    KOperation operation,
+    const KString& path,
+    unsigned line,
+    const char* function
+) const {
     // The system's own words for ELOOP would send their reader looking for a circle.
     const KString reason =
         errorNumber == ELOOP
             ? std::string("a symbolic link on the way that others than root could have laid")
             : std::generic_category().message(static_cast<int>(errorNumber));
-    Raise(TraceLevel::support, errorNumber, KVariant(path + ": " + reason), line, function);
+    const KErrorDetail detail{KErrorKind::System, operation, path, reason};
+    RaiseAs(
+        detail, TraceLevel::support, errorNumber, KVariant(path + ": " + reason), line, function
+    );
 }
 
 } // namespace KSUP

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sup++/Export.h>
+#include <sup++/KErrorBase.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/KString.h>
 #include <sup++/KVariant.h>
@@ -22,8 +23,21 @@ class SUP_EXPORT KErrorSource {
     /// Lifetime `sourceFile` is kept as a pointer: pass a string literal
     constexpr explicit KErrorSource(const char* sourceFile) noexcept : file(sourceFile) {}
 
+    /// Raises one of our own codes. Its kind is the one that the code has by itself: Rule, Cancelled,
+    /// Process or Service, else Own.
+    ///
     /// Throws   KError, always
     [[noreturn]] void Raise(
+        TRACE_MESSAGE level,
+        unsigned code,
+        const KVariant& info = KVariant(),
+        unsigned line = __builtin_LINE(),
+        const char* function = __builtin_FUNCTION()
+    ) const;
+
+    /// Raises a code whose kind is not told by itself, such as a status that another call gave.
+    [[noreturn]] void RaiseAs(
+        const KErrorDetail& detail,
         TRACE_MESSAGE level,
         unsigned code,
         const KVariant& info = KVariant(),
@@ -35,6 +49,14 @@ class SUP_EXPORT KErrorSource {
     /// the system's text, as in "/opt/dps/x.so: No space left on device".
     [[noreturn]] void RaiseSystem(
         unsigned errorNumber,
+        const KString& path,
+        unsigned line = __builtin_LINE(),
+        const char* function = __builtin_FUNCTION()
+    ) const;
+    /// The same, saying what failed at the path.
+    [[noreturn]] void RaiseSystem(
+        unsigned errorNumber,
+        KOperation operation,
         const KString& path,
         unsigned line = __builtin_LINE(),
         const char* function = __builtin_FUNCTION()

@@ -16,16 +16,35 @@ constexpr KErrorSource source{"sup++/KFileBase"};
 constexpr unsigned newFileMode = 0600; // until the file is whole and gets its own
 constexpr unsigned permissionBits = 07777;
 
+[[noreturn]] void RaiseInWords(
+    unsigned status,
+    KOperation operation,
+    const KString& path,
+    const char* reason,
+    unsigned line = __builtin_LINE(),
+    const char* function = __builtin_FUNCTION()
+) {
+    source.RaiseAs(
+        {KErrorKind::System, operation, path, reason},
+        TraceLevel::support,
+        status,
+        path + ": " + reason,
+        line,
+        function
+    );
+}
+
 [[noreturn]] void RaiseOpening(
     unsigned status,
+    KOperation operation,
     const KString& path,
     unsigned line = __builtin_LINE(),
     const char* function = __builtin_FUNCTION()
 ) {
     if (status == EINVAL) { // the system's own words would not help anybody
-        source.Raise(TraceLevel::support, status, path + ": not a regular file", line, function);
+        RaiseInWords(status, operation, path, "not a regular file", line, function);
     }
-    source.RaiseSystem(status, path, line, function);
+    source.RaiseSystem(status, operation, path, line, function);
 }
 
 } // namespace
@@ -46,7 +65,7 @@ void KFileBase::OpenForRead(const KString& filePath, KDirectory* held) {
     const unsigned error = name != nullptr ? KSYS::OpenRegularAt(directory, name, file, status)
                                            : KSYS::OpenRegular(filePath.c_str(), file, status);
     if (error != 0) {
-        RaiseOpening(error, filePath);
+        RaiseOpening(error, KOperation::Read, filePath);
     }
     KSYS::KDescriptor former(std::exchange(descriptor, file.Release()));
     length = static_cast<unsigned long long>(status.st_size);
@@ -66,7 +85,7 @@ void KFileBase::Create(const KString& filePath, KDirectory* held) {
         error = KSYS::CreateAnew(filePath.c_str(), newFileMode, file);
     }
     if (error != 0) {
-        RaiseOpening(error, filePath);
+        RaiseOpening(error, KOperation::Write, filePath);
     }
     KSYS::KDescriptor former(std::exchange(descriptor, file.Release()));
     length = 0;
@@ -81,10 +100,10 @@ void KFileBase::Copy(
     const unsigned status =
         KSYS::CopyRange(from.descriptor, offset, descriptor, byteCount, kernelCopies);
     if (status == ENODATA) {
-        source.Raise(TraceLevel::support, EIO, from.path + ": became shorter while it was copied");
+        RaiseInWords(EIO, KOperation::Read, from.path, "became shorter while it was copied");
     }
     if (status != 0) {
-        source.RaiseSystem(status, path);
+        source.RaiseSystem(status, KOperation::Write, path);
     }
 }
 
@@ -94,20 +113,20 @@ void KFileBase::Close() {
         return;
     }
     if (const unsigned status = KSYS::CloseReporting(file); status != 0) {
-        source.RaiseSystem(status, path);
+        source.RaiseSystem(status, KOperation::Write, path);
     }
 }
 
 void KFileBase::SetModeFlags(unsigned int flags) {
     if (::fchmod(descriptor, flags & permissionBits) != 0) {
-        source.RaiseSystem(static_cast<unsigned>(errno), path);
+        source.RaiseSystem(static_cast<unsigned>(errno), KOperation::Write, path);
     }
     modeFlags = flags & permissionBits;
 }
 
 void KFileBase::DeleteFile(const KString& filePath) {
     if (const unsigned status = KSYS::Unlink(filePath.c_str()); status != 0) {
-        source.RaiseSystem(status, filePath);
+        source.RaiseSystem(status, KOperation::Delete, filePath);
     }
 }
 

@@ -17,7 +17,7 @@ constexpr KErrorSource source{"sup++/KFileUtil"};
 void KFileUtil::CreateSymbolicLink(const KString& existingPath, const KString& linkPath) {
     const unsigned status = KSYS::MakeLink(existingPath.c_str(), linkPath.c_str());
     if (status != 0) {
-        source.RaiseSystem(status, linkPath);
+        source.RaiseSystem(status, KOperation::Write, linkPath);
     }
 }
 
@@ -32,14 +32,14 @@ unsigned KFileUtil::DeleteFile(const KString& path) noexcept {
 unsigned int KFileUtil::GetModeFlags(const KString& path) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) {
-        source.RaiseSystem(static_cast<unsigned>(errno), path);
+        source.RaiseSystem(static_cast<unsigned>(errno), KOperation::Read, path);
     }
     return status.st_mode & 07777;
 }
 
 void KFileUtil::SetModeFlags(const KString& path, unsigned int flags) {
     if (const unsigned status = KSYS::ChangeMode(path.c_str(), flags); status != 0) {
-        source.RaiseSystem(status, path);
+        source.RaiseSystem(status, KOperation::Write, path);
     }
 }
 

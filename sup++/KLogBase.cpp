@@ -113,7 +113,7 @@ void KLogBase::Open(const KString& logPath) {
     Close();
     KSYS::KDescriptor file;
     if (const unsigned status = KSYS::OpenForAppend(logPath.c_str(), logMode, file); status != 0) {
-        source.RaiseSystem(status, logPath);
+        source.RaiseSystem(status, KOperation::Write, logPath);
     }
     path = logPath;
     serial = NextSerial();

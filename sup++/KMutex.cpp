@@ -12,7 +12,7 @@ constexpr KErrorSource source{"sup++/KMutex"};
 
 KMutex::KMutex() {
     if (const unsigned status = SvcAllocateResourceLockEx("KMutex lock", &lock); status != 0) {
-        source.Raise(TraceLevel::setup, status);
+        source.RaiseAs({KErrorKind::System, KOperation::None, {}, {}}, TraceLevel::setup, status);
     }
 }
 

@@ -49,20 +49,24 @@ bool ReadsBack(const KString& section, const KString& key, const KString& value)
 
 [[noreturn]] void RaiseFile(
     unsigned status,
+    KOperation operation,
     const KString& path,
     unsigned line = __builtin_LINE(),
     const char* function = __builtin_FUNCTION()
 ) {
-    switch (status) {
-    case EINVAL:
-        source.Raise(TraceLevel::support, status, path + ": not a regular file", line, function);
-    case EWOULDBLOCK:
-        source.Raise(
-            TraceLevel::support, status, path + ": another program holds it locked", line, function
-        );
-    default:
-        source.RaiseSystem(status, path, line, function);
+    if (status != EINVAL && status != EWOULDBLOCK) {
+        source.RaiseSystem(status, operation, path, line, function);
     }
+    const KString reason =
+        status == EINVAL ? "not a regular file" : "another program holds it locked";
+    source.RaiseAs(
+        {KErrorKind::System, operation, path, reason},
+        TraceLevel::support,
+        status,
+        path + ": " + reason,
+        line,
+        function
+    );
 }
 
 } // namespace
@@ -72,7 +76,7 @@ KProfile::KProfile() : KBase("KProfile", true) {}
 KProfile::KProfile(const KString& path) : KProfile() {
     auto opened = boost::make_shared<KProfileContent>();
     if (const unsigned status = opened->Open(path, true); status != 0) {
-        RaiseFile(status, path);
+        RaiseFile(status, KOperation::Read, path);
     }
     content = std::move(opened);
 }
@@ -97,7 +101,7 @@ void KProfile::Open(const KString& path) {
     content.reset();
     auto opened = boost::make_shared<KProfileContent>();
     if (const unsigned status = opened->Open(path, false); status != 0) {
-        RaiseFile(status, path);
+        RaiseFile(status, KOperation::Read, path);
     }
     content = std::move(opened);
 }
@@ -106,7 +110,7 @@ void KProfile::Create(const KString& path) {
     content.reset();
     auto made = boost::make_shared<KProfileContent>();
     if (const unsigned status = made->Create(path); status != 0) {
-        RaiseFile(status, path);
+        RaiseFile(status, KOperation::Write, path);
     }
     content = std::move(made);
 }
@@ -133,7 +137,7 @@ void KProfile::PutString(const KString& section, const KString& key, const KStri
     const unsigned status =
         content->Put(Name(section), Name(key), KProfileText::Trim(value.c_str()));
     if (status != 0) {
-        RaiseFile(status, content->GetPath());
+        RaiseFile(status, KOperation::Write, content->GetPath());
     }
 }
 
@@ -144,7 +148,7 @@ void KProfile::DeleteKey(const KString& section, const KString& key) {
     }
     const unsigned status = content->Delete(Name(section), Name(key), enumPosition);
     if (status != 0) {
-        RaiseFile(status, content->GetPath());
+        RaiseFile(status, KOperation::Write, content->GetPath());
     }
 }
 

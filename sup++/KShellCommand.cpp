@@ -139,12 +139,12 @@ void KShellCommand::Execute(const KString& commandLine) {
     if (const std::string path = OutputPath(); !path.empty()) {
         if (const unsigned status = KSYS::OpenForAppend(path.c_str(), outputMode, output);
             status != 0) {
-            source.RaiseSystem(status, path);
+            source.RaiseSystem(status, KOperation::Write, path);
         }
     }
     const auto started = boost::make_shared<Child>();
     if (const unsigned status = started->Start(commandLine, output); status != 0) {
-        source.RaiseSystem(status, "/bin/sh");
+        source.RaiseSystem(status, KOperation::Execute, "/bin/sh");
     }
     try {
         Start([started] { started->WaitForEnd(); });

@@ -64,7 +64,7 @@ void KTraceLogger::UseNothing() noexcept {
 void KTraceLogger::UseFile(const KString& path) {
     KSYS::KDescriptor file;
     if (const unsigned status = KSYS::OpenForAppend(path.c_str(), 0640, file); status != 0) {
-        source.RaiseSystem(status, path);
+        source.RaiseSystem(status, KOperation::Write, path);
     }
     Switch(Target::File, file.Release());
 }

@@ -166,7 +166,7 @@ void KUtil::KillProcess(const KString& program, unsigned timeoutMs) {
     }
     std::vector<KSYS::HeldProcess> running;
     if (const unsigned status = KSYS::FindProcesses(program.c_str(), running); status != 0) {
-        source.RaiseSystem(status, "/proc");
+        source.RaiseSystem(status, KOperation::Read, "/proc");
     }
     unsigned refused = 0;
     const auto signalAll = [&](int signal) {
@@ -186,7 +186,13 @@ void KUtil::KillProcess(const KString& program, unsigned timeoutMs) {
         source.RaiseSystem(refused, ProcessText(running.front()));
     }
     // The system's words for this code speak of a connection.
-    source.Raise(TraceLevel::support, ETIMEDOUT, ProcessText(running.front()) + ": did not end");
+    const KString process = ProcessText(running.front());
+    source.RaiseAs(
+        {KErrorKind::System, KOperation::None, process, "did not end"},
+        TraceLevel::support,
+        ETIMEDOUT,
+        process + ": did not end"
+    );
 }
 
 template <>
