@@ -38,6 +38,13 @@ KString KCustomMacro::ExpandMacros(const KString& text) const {
     return KString(std::move(expanded));
 }
 
+std::vector<KString> KCustomMacro::GetBuiltInNames() {
+    std::vector<KString> names;
+    PathMap::AppendNames(names);
+    DataRecords::AppendNames(names);
+    return names;
+}
+
 bool KCustomMacro::AppendValue(std::string_view name, std::string& target) const {
     if (const auto macro = macros.find(name); macro != macros.end()) {
         target += macro->second;

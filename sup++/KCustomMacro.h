@@ -7,6 +7,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace KSUP {
 
@@ -32,6 +33,10 @@ class SUP_EXPORT KCustomMacro : public KBase {
 
     /// A copy with every known macro replaced, as told above.
     KString ExpandMacros(const KString& text) const;
+
+    /// The names, without dollars, of the directories and the product data that every set knows; a
+    /// directory is known as soon as the path map has it.
+    static std::vector<KString> GetBuiltInNames();
 
   private:
     bool AppendValue(std::string_view name, std::string& target) const;

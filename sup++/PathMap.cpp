@@ -92,4 +92,10 @@ bool AppendByMacro(std::string_view name, std::string& target) {
     return true;
 }
 
+void AppendNames(std::vector<KString>& appendTo) {
+    for (const Name& name : names) {
+        appendTo.emplace_back(std::string(name.macro));
+    }
+}
+
 } // namespace KSUP::PathMap

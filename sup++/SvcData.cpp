@@ -10,6 +10,7 @@
 #include <sys/processes/OwnProcess.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -138,31 +139,37 @@ void SetCommandLine(std::string commandLine) {
     TheRecords().SetCommandLine(std::move(commandLine));
 }
 
+namespace {
+
+struct Macro {
+    std::string_view name;
+    std::string (*value)(const Records& records);
+};
+
+constexpr std::array macros = std::to_array<Macro>({
+    {"product",
+     [](const Records& from) -> std::string { return SvcGetProductText(from.product.product); }},
+    {"serviceName",
+     [](const Records& from) -> std::string {
+         return SvcGetProductText(from.product.serviceName);
+     }},
+    {"iniFile",
+     [](const Records& from) -> std::string { return SvcGetProductText(from.product.iniFile); }},
+    {"verInfo",
+     [](const Records& from) -> std::string { return SvcGetProductText(from.product.version); }},
+    {"buildNumber", [](const Records& from) { return std::to_string(from.product.buildNumber); }},
+    {"os", [](const Records& from) -> std::string { return from.global.os; }},
+    {"arch", [](const Records& from) -> std::string { return from.global.architecture; }},
+});
+
+} // namespace
+
 bool AppendByMacro(std::string_view name, std::string& target) {
-    const Records& records = TheRecords();
-    const auto text = [&](std::uint32_t pointer) {
-        target += SvcGetProductText(pointer);
-        return true;
-    };
-    if (name == "product") {
-        return text(records.product.product);
-    }
-    if (name == "serviceName") {
-        return text(records.product.serviceName);
-    }
-    if (name == "iniFile") {
-        return text(records.product.iniFile);
-    }
-    if (name == "verInfo") {
-        return text(records.product.version);
-    }
-    if (name == "buildNumber") {
-        target += std::to_string(records.product.buildNumber);
-        return true;
-    }
-    if (name == "os" || name == "arch") {
-        target += name == "os" ? records.global.os : records.global.architecture;
-        return true;
+    for (const Macro& macro : macros) {
+        if (macro.name == name) {
+            target += macro.value(TheRecords());
+            return true;
+        }
     }
     CustomKeys& keys = TheCustomKeys();
     const std::lock_guard hold(keys.guard);
@@ -171,6 +178,12 @@ bool AppendByMacro(std::string_view name, std::string& target) {
         target += key->second;
     }
     return key != keys.values.end();
+}
+
+void AppendNames(std::vector<KString>& names) {
+    for (const Macro& macro : macros) {
+        names.emplace_back(std::string(macro.name));
+    }
 }
 
 } // namespace KSUP::DataRecords

@@ -12,6 +12,7 @@
 #define SUP_CAPABILITY(name) SUP_THREAD_ANNOTATION(capability(name))
 #define SUP_SCOPED_CAPABILITY SUP_THREAD_ANNOTATION(scoped_lockable)
 #define SUP_GUARDED_BY(mutex) SUP_THREAD_ANNOTATION(guarded_by(mutex))
+#define SUP_PT_GUARDED_BY(mutex) SUP_THREAD_ANNOTATION(pt_guarded_by(mutex))
 #define SUP_REQUIRES(...) SUP_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define SUP_ACQUIRE(...) SUP_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define SUP_RELEASE(...) SUP_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
