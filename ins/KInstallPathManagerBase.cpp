@@ -104,6 +104,11 @@ void KInstallPathManagerBase::Initialize(const KString& installPath) {
     SetProductDirectories(target);
 }
 
+void KInstallPathManagerBase::AddCustomMacro(const KString& name, const KString& value) {
+    const KSUP::KMutex::KLock hold(lock);
+    customMacros.AddCustomMacro(name, value);
+}
+
 KString KInstallPathManagerBase::ExpandMacros(const KString& text) const {
     const KSUP::KMutex::KLock hold(lock);
     return customMacros.ExpandMacros(text);

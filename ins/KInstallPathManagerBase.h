@@ -6,6 +6,7 @@
 #include <sup++/KCustomMacro.h>
 #include <sup++/KMutex.h>
 #include <sup++/KString.h>
+#include <sup++/ThreadSafety.h>
 
 namespace KINS {
 
@@ -17,7 +18,8 @@ class KInstaller;
 /// The installer owns it. The table belongs to the process: it stays when the manager goes, and a
 /// second installer's replaces it.
 ///
-/// Thread   ExpandMacros any, under its own lock; Initialize before the worker thread starts
+/// Thread   ExpandMacros any, under its own lock, at any time; Initialize before the worker thread
+///          starts
 class INS_EXPORT KInstallPathManagerBase : public KSUP::KBase {
   public:
     /// `installer` owns this manager, and outlives it.
@@ -48,11 +50,14 @@ class INS_EXPORT KInstallPathManagerBase : public KSUP::KBase {
     virtual KSUP::KString GetDefaultProductPath() const = 0;
 
   protected:
-    KInstaller* owner;               ///< the installer, which owns this manager
-    KSUP::KCustomMacro customMacros; ///< set up before the worker thread starts
+    /// Adds a macro of the platform's, or replaces the one of that name, while others expand.
+    void AddCustomMacro(const KSUP::KString& name, const KSUP::KString& value);
+
+    KInstaller* owner; ///< the installer, which owns this manager
+    KSUP::KCustomMacro customMacros SUP_GUARDED_BY(lock); ///< changed by AddCustomMacro only
 
   private:
-    KSUP::KMutex lock; // serialises ExpandMacros
+    KSUP::KMutex lock; // serialises ExpandMacros and AddCustomMacro
 };
 
 } // namespace KINS

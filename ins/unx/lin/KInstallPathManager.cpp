@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include <ins/KInstaller.h>
+#include <ins/Names.h>
 #include <ins/unx/lin/KInstallPathManager.h>
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
+#include <sup++/KFileBase.h>
 #include <sup++/KProfile.h>
 #include <sup++/KUtil.h>
 #include <sup++/SvcData.h>
 #include <sup++/SvcFile.h>
 
+#include <cerrno>
 #include <string>
 #include <system_error>
+#include <utility>
 
 #include <unistd.h>
 
@@ -23,10 +27,6 @@ namespace {
 
 constexpr KSUP::KErrorSource errorSource{"ins/unx/lin/KInstallPathManager"};
 
-constexpr char section[] = "installControl";
-constexpr char versionKey[] = "installedVersion";
-constexpr char buildNumberKey[] = "buildNumber";
-
 /// Where the failures of the two operations are said to come from. The numbers are fixed, so that
 /// reports of different versions of the engine can be compared.
 struct RaisingSite {
@@ -37,13 +37,49 @@ struct RaisingSite {
 constexpr RaisingSite getSite{"GetInstalledProductInformation", 94, 101};
 constexpr RaisingSite putSite{"PutInstalledProductInformation", 57, 64};
 
-KString ReadServiceLink(const KInstallPathManagerBase& paths, const RaisingSite& site) {
+/// The link of the record as it is found.
+struct ServiceLink {
+    KString path;
+    int error = 0;  // why it cannot be read
+    KString target; // without doubled separators
+
+    bool IsAbsolute() const { return target.c_str()[0] == '/'; }
+};
+
+/// Runs of separators name what one separator names.
+KString WithoutDoubledSeparators(const char* path) {
+    std::string single;
+    for (; *path != '\0'; ++path) {
+        if (*path != '/' || single.empty() || single.back() != '/') {
+            single += *path;
+        }
+    }
+    return KString(std::move(single));
+}
+
+ServiceLink FindServiceLink(const KInstallPathManagerBase& paths) {
     constexpr std::size_t targetBytes = 4096; // PATH_MAX; readlink cuts what is longer
     char target[targetBytes + 1];
-    const KString link = paths.ExpandMacros("/etc/$serviceName$/$serviceName$");
-    const ssize_t length = ::readlink(link.c_str(), target, targetBytes);
+    ServiceLink link;
+    link.path = paths.ExpandMacros(Names::recordLink);
+    const ssize_t length = ::readlink(link.path.c_str(), target, targetBytes);
     if (length < 0) {
-        errorSource.Raise(
+        link.error = errno;
+        return link;
+    }
+    target[length] = '\0';
+    link.target = WithoutDoubledSeparators(target);
+    return link;
+}
+
+KString ReadServiceLink(const KInstallPathManagerBase& paths, const RaisingSite& site) {
+    const ServiceLink link = FindServiceLink(paths);
+    if (link.error != 0) {
+        errorSource.RaiseAs(
+            {KSUP::KErrorKind::RecordLink,
+             KSUP::KOperation::Read,
+             link.path,
+             std::generic_category().message(link.error)},
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::notFound,
             KSUP::KVariant(),
@@ -51,9 +87,9 @@ KString ReadServiceLink(const KInstallPathManagerBase& paths, const RaisingSite&
             site.function
         );
     }
-    target[length] = '\0';
-    if (target[0] != '/') {
-        errorSource.Raise(
+    if (!link.IsAbsolute()) {
+        errorSource.RaiseAs(
+            {KSUP::KErrorKind::RecordLink, KSUP::KOperation::Read, link.path, "it is relative"},
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::relativeLink,
             KSUP::KVariant(),
@@ -61,7 +97,7 @@ KString ReadServiceLink(const KInstallPathManagerBase& paths, const RaisingSite&
             site.function
         );
     }
-    return target;
+    return link.target;
 }
 
 /// The link leads to a program in a platform directory, as in /opt/p/lin/x86_64/svc.
@@ -75,16 +111,21 @@ KString FindProductPath(const KInstallPathManagerBase& paths, const RaisingSite&
 }
 
 /// No content when the file cannot be read: a product whose record file is gone is installed still.
-KProfile OpenRecord(const KString& productPath) {
+KProfile OpenRecord(const KString& path) {
     KProfile record;
+    if (!KSUP::KFileBase::DoesFileExist(path)) {
+        return record; // which is expected, and no error to be said
+    }
     try {
-        record.Open(
-            KUtil::AppendPathSep(productPath, "/") + KUtil::AppendPathSep("config", "/") +
-            SvcGetProductText(SvcGetOEMDataEx()->iniFile)
-        );
+        record.Open(path);
     } catch (const KSUP::KError&) { // said by the one who raised it
     }
     return record;
+}
+
+KString RecordPath(const KString& productPath) {
+    return KUtil::AppendPathSep(productPath, "/") + KUtil::AppendPathSep("config", "/") +
+           SvcGetProductText(SvcGetOEMDataEx()->iniFile);
 }
 
 } // namespace
@@ -95,18 +136,25 @@ KInstallPathManager::KInstallPathManager(KInstaller* installer)
 KInstallPathManager::~KInstallPathManager() = default;
 
 void KInstallPathManager::Initialize(const KString& installPath) {
-    customMacros.AddCustomMacro("binext", "");
+    AddCustomMacro(Names::programEndingMacro, "");
     KInstallPathManagerBase::Initialize(installPath);
+}
+
+bool KInstallPathManager::IsProductInstalled() const {
+    const ServiceLink link = FindServiceLink(*this);
+    return link.error == 0 && link.IsAbsolute();
 }
 
 void KInstallPathManager::GetInstalledProductInformation(
     KString& path, KString& version, unsigned int& buildNumber
 ) const {
     const KString productPath = FindProductPath(*this, getSite);
-    const KProfile record = OpenRecord(productPath);
+    const KProfile record = OpenRecord(RecordPath(productPath));
     path = productPath;
-    version = record.GetString(section, versionKey, "unknown");
-    buildNumber = record.GetNumber<unsigned int>(section, buildNumberKey, 0);
+    version =
+        record.GetString(Names::recordSection, Names::recordVersionKey, Names::noRecordedVersion);
+    buildNumber =
+        record.GetNumber<unsigned int>(Names::recordSection, Names::recordBuildNumberKey, 0);
 }
 
 void KInstallPathManager::PutInstalledProductInformation(
@@ -117,21 +165,32 @@ void KInstallPathManager::PutInstalledProductInformation(
     const unsigned status = SvcFlushWrites();
     if (status != 0) {
         const std::string text = std::generic_category().message(static_cast<int>(status));
-        errorSource.Raise(
+        errorSource.RaiseAs(
+            {KSUP::KErrorKind::System, KSUP::KOperation::Write, {}, text},
             KSUP::TraceLevel::rule,
             status,
             KString("cannot bring the installed files to the disk: " + text)
         );
     }
-    KProfile record = OpenRecord(productPath);
-    record.PutString(section, versionKey, version);
-    record.PutNumber<unsigned int>(section, buildNumberKey, buildNumber, false);
+    const KString path = RecordPath(productPath);
+    KProfile record = OpenRecord(path);
+    record.PutString(Names::recordSection, Names::recordVersionKey, version);
+    try {
+        record.PutNumber<unsigned int>(
+            Names::recordSection, Names::recordBuildNumberKey, buildNumber, false
+        );
+    } catch (KSUP::KError& error) {
+        if (error.GetKind() == KSUP::KErrorKind::Own) { // the profile's word for having no file
+            error.SetDetail({KSUP::KErrorKind::RecordFile, KSUP::KOperation::Write, path, {}});
+        }
+        throw;
+    }
 }
 
 KString KInstallPathManager::GetDefaultProductPath() const {
     // The key is looked up as it stands, dollars and all: the script spells it so.
     return owner->GetInstallProfile().GetString(
-        "install", "defaultPath.$os$", "/usr/local/korvane/dps"
+        Names::installSection, Names::defaultPathKey, Names::defaultProductPath
     );
 }
 

@@ -8,7 +8,7 @@ namespace KINS {
 /// The path manager for Linux. The installed-product record is a symbolic link,
 /// /etc/SERVICE/SERVICE, whose absolute target lies three levels below the product path, and
 /// section [installControl] of the product's configuration file, config/INIFILE below the product
-/// path.
+/// path. Separators that are doubled in the target count as one. (Names.h has all these names.)
 class INS_EXPORT KInstallPathManager : public KInstallPathManagerBase {
   public:
     /// `installer` owns this manager, and outlives it.
@@ -17,6 +17,9 @@ class INS_EXPORT KInstallPathManager : public KInstallPathManagerBase {
 
     /// Also sets the macro `binext`, the ending of program names, which is empty here.
     void Initialize(const KSUP::KString& installPath) override;
+
+    /// Whether there is a record: its link, with an absolute target. Raises nothing.
+    bool IsProductInstalled() const;
 
     /// Without a record file, the version is "unknown" and the build number 0.
     ///
@@ -34,8 +37,8 @@ class INS_EXPORT KInstallPathManager : public KInstallPathManagerBase {
     void PutInstalledProductInformation(const KSUP::KString& version, unsigned int buildNumber)
         const override;
 
-    /// The value of "defaultPath.$os$" in section [install], as it stands there, or
-    /// "/usr/local/korvane/dps".
+    /// The value of Names::defaultPathKey in section [install], as it stands there, or
+    /// Names::defaultProductPath.
     KSUP::KString GetDefaultProductPath() const override;
 };
 

@@ -221,6 +221,23 @@ INSTANTIATE_TEST_SUITE_P(
     KTEST::NameOfRow()
 );
 
+TEST_F(KInstallPathManagerTest, DoubledSeparatorsOfTheLinkCountAsOne) {
+    tree.Write("p/config/dps.ini", "[installControl]\ninstalledVersion=2.1\nbuildNumber=37\n");
+    tree.Link("link", "//" + tree.Path("p").substr(1) + "//lin///x86//svc//");
+    EXPECT_EQ((Record{tree.Path("p"), "2.1", 37}), Read());
+}
+
+TEST_F(KInstallPathManagerTest, WhetherAProductIsInstalledIsFoundWithoutAnError) {
+    EXPECT_FALSE(manager.IsProductInstalled());
+    tree.Link("link", "relative");
+    EXPECT_FALSE(manager.IsProductInstalled());
+    tree.Remove("link");
+    GivenLink();
+    EXPECT_TRUE(manager.IsProductInstalled());
+    Read(); // a record without its file is expected too
+    EXPECT_THAT(trace.Messages(), ::testing::IsEmpty());
+}
+
 TEST_F(KInstallPathManagerTest, WithoutALinkReadingIsError64AndChangesNothing) {
     KString path("unchanged path");
     KString version("unchanged version");
