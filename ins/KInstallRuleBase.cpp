@@ -30,6 +30,12 @@ KString KInstallRuleBase::ExpandMacros(const KString& text) const {
     return manager->ExpandMacros(text);
 }
 
+KRuleLine KInstallRuleBase::ReadFields(KRuleType type, const std::vector<KString>& fields) const {
+    return KRuleLine::ReadFields(type, fields, [this](const KString& text) {
+        return ExpandMacros(text);
+    });
+}
+
 KSUP::KLogBase& operator<<(KSUP::KLogBase& log, const KInstallRuleBase* rule) {
     return log.IsOpen() ? log << rule->Description() : log;
 }

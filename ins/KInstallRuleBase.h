@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ins/Export.h>
+#include <ins/KRuleLine.h>
 #include <sup++/KBase.h>
 #include <sup++/KLog.h>
 #include <sup++/KString.h>
@@ -57,6 +58,9 @@ class INS_EXPORT KInstallRuleBase : public KSUP::KBase {
     KSUP::KString ExpandMacros(const KSUP::KString& text) const;
 
   protected:
+    /// The fields of the line as a rule of this type reads them, macros expanded by this rule.
+    KRuleLine ReadFields(KRuleType type, const std::vector<KSUP::KString>& fields) const;
+
     KInstallRuleManagerBase* manager; ///< owns this rule
     KSUP::KString ruleLine;           ///< as the constructor of the rule's type handed it on
     KSUP::KLog& log;                  ///< the installer's setup log
