@@ -7,6 +7,7 @@
 #include <ins/KProfileRule.h>
 #include <ins/KSectionRule.h>
 #include <ins/KServiceRule.h>
+#include <ins/Names.h>
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/KUtil.h>
@@ -31,28 +32,26 @@ namespace {
 
 constexpr KSUP::KErrorSource errorSource{"ins/KInstallRuleManagerBase"};
 
-/// The proposed product path stands among the rules of the script and is none.
-constexpr char defaultPathKey[] = "defaultPath.$os$";
-
-struct RuleType {
-    const char* keyword;
-    KInstallRule* (*make)(KInstallRuleManagerBase* manager, const KString& line);
-};
-
 /// Raw, because AddRule(rule), to which it goes, takes a plain pointer and owns it at once.
-template <class Rule>
-KInstallRule* Make(KInstallRuleManagerBase* manager, const KString& line) {
-    return new Rule(manager, line);
+KInstallRule* Make(KRuleType type, KInstallRuleManagerBase* manager, const KString& line) {
+    switch (type) {
+    case KRuleType::File:
+        return new KFileRule(manager, line);
+    case KRuleType::Directory:
+        return new KDirectoryRule(manager, line);
+    case KRuleType::Section:
+        return new KSectionRule(manager, line);
+    case KRuleType::Process:
+        return new KProcessRule(manager, line);
+    case KRuleType::Service:
+        return new KServiceRule(manager, line);
+    case KRuleType::Profile:
+        return new KProfileRule(manager, line);
+    case KRuleType::None:
+        break;
+    }
+    return nullptr;
 }
-
-constexpr RuleType ruleTypes[] = {
-    {"file", Make<KFileRule>},
-    {"directory", Make<KDirectoryRule>},
-    {"section", Make<KSectionRule>},
-    {"process", Make<KProcessRule>},
-    {"service", Make<KServiceRule>},
-    {"profile", Make<KProfileRule>},
-};
 
 /// All rules of a class share a state, so its type's name is the key.
 KString StateKey(const KInstallRuleBase* rule) {
@@ -64,19 +63,30 @@ KString StateKey(const KInstallRuleBase* rule) {
 
 } // namespace
 
+/// What a program has attached to the manager, and what the rule at work has said.
+struct KInstallRuleManagerBase::KAttachments {
+    KString className; // for the log; empty until it is needed
+    RuleFactory factory;
+    RunListener listener;
+    KSUP::KOperation operation = KSUP::KOperation::None;
+    KString target; // what `operation` is done to
+};
+
 KInstallRuleManagerBase::KInstallRuleManagerBase(KInstaller* owner)
     : KBase("KInstallRuleManager", true),
       log(&owner->GetLog()),
       installer(owner),
-      rules(true) {}
+      rules(true),
+      attachments(std::make_unique<KAttachments>()) {}
 
 KInstallRuleManagerBase::~KInstallRuleManagerBase() = default;
 
 const KString& KInstallRuleManagerBase::LogName() const {
-    if (className.IsEmpty()) { // not in a constructor, where the class is not yet the real one
-        className = KUtil::GetClassNameFromTypeInfo(typeid(*this));
+    KString& name = attachments->className;
+    if (name.IsEmpty()) { // not in a constructor, where the class is not yet the real one
+        name = KUtil::GetClassNameFromTypeInfo(typeid(*this));
     }
-    return className;
+    return name;
 }
 
 void KInstallRuleManagerBase::LoadSection(const KString& section) {
@@ -91,7 +101,8 @@ void KInstallRuleManagerBase::LoadOneSection(const KString& section) {
     const KSUP::KProfile script = installer->GetInstallProfile();
     script.BeginKeyEnum(section, nullptr);
     while (script.EnumKey(nullptr, false)) {
-        if (Txtcmp(script.GetKeyName().c_str(), defaultPathKey) != 0) {
+        // The proposed product path stands among the rules of the script and is none.
+        if (Txtcmp(script.GetKeyName().c_str(), Names::defaultPathKey) != 0) {
             AddRule(script.GetKeyName(), script.GetKeyValue());
         }
     }
@@ -108,7 +119,7 @@ void KInstallRuleManagerBase::LoadCommandLineRules() {
             0,
             SvcGetGlobalDataEx()->commandLine,
             "",
-            "addProfileLine",
+            Names::addProfileLineOption,
             sizeof(buffer),
             &cursor,
             buffer
@@ -126,20 +137,27 @@ void KInstallRuleManagerBase::LoadCommandLineRules() {
         values.emplace_back(buffer);
     }
     for (const KString& value : values) {
-        AddRule("profile", "put,$pathTargetConfig$$iniFile$," + value);
+        AddRule("profile", KString("put,") + Names::recordFile + "," + value);
     }
 }
 
 void KInstallRuleManagerBase::AddRule(const KString& type, const KString& line) {
     const KMutex::KLock hold(lock);
-    for (const RuleType& known : ruleTypes) {
-        if (Txtcmp(type.c_str(), known.keyword) == 0) {
-            AddRule(known.make(this, line));
+    if (attachments->factory) {
+        if (std::unique_ptr<KInstallRule> made = attachments->factory(*this, type, line)) {
+            AddRule(made.release()); // which owns it at once
             return;
         }
     }
+    if (const KRuleTypeInfo* known = KRuleLine::FindType(type)) {
+        AddRule(Make(known->type, this, line));
+        return;
+    }
     *log << KLogPrefix(LogName()) << "Unknown rule " << type << " " << line << KLogTypes::EndEntry;
-    errorSource.Raise(KSUP::TraceLevel::setup, KSUP::ErrorCode::malformedRule);
+    const KRuleLine read = KRuleLine::Read(type, line, [](const KString& text) { return text; });
+    errorSource.RaiseAs(
+        read.GetErrorDetail(), KSUP::TraceLevel::setup, KSUP::ErrorCode::malformedRule
+    );
 }
 
 void KInstallRuleManagerBase::AddRule(KInstallRule* rule) {
@@ -159,16 +177,42 @@ void KInstallRuleManagerBase::ExecuteRules() {
         *log << KLogPrefix(LogName()) << "Executing rule -> " << rule << KLogTypes::EndEntry;
         cancelled = IsCancelled();
         if (!cancelled) {
-            {
-                const KMutex::KRelease release(lock);
-                rule->Execute();
-            }
-            completedCount += rule->ShouldCount() ? 1U : 0U;
+            ExecuteRule(*rule);
         }
     }
     // Also behind the last rule: what it was stopped in may be half done.
     if (cancelled || IsCancelled()) {
         errorSource.Raise(KSUP::TraceLevel::rule, KSUP::ErrorCode::cancelled);
+    }
+}
+
+void KInstallRuleManagerBase::ExecuteRule(KInstallRule& rule) {
+    attachments->operation = KSUP::KOperation::None;
+    attachments->target = KString();
+    TellRule(KRunEvent::Kind::RuleStarted, rule);
+    {
+        const KMutex::KRelease release(lock);
+        rule.Execute();
+    }
+    if (rule.ShouldCount()) {
+        ++completedCount;
+        TellRule(KRunEvent::Kind::RuleDone, rule);
+    }
+}
+
+void KInstallRuleManagerBase::TellRule(KRunEvent::Kind kind, const KInstallRule& rule) {
+    if (attachments->listener && rule.ShouldCount()) {
+        Tell(kind, rule.Description(), noPercentage);
+    }
+}
+
+void KInstallRuleManagerBase::Tell(KRunEvent::Kind kind, const KString& text, double percentage) {
+    const KAttachments& attached = *attachments;
+    if (attached.listener) {
+        const unsigned done = kind == KRunEvent::Kind::RuleDone ? 1 : 0;
+        attached.listener(
+            {kind, completedCount - done, text, percentage, attached.operation, attached.target}
+        );
     }
 }
 
@@ -183,6 +227,7 @@ void KInstallRuleManagerBase::SetCurrentRuleStatus(const KString& text, double v
         currentStatus += KUtil::NumberToString<double>(std::ceil(value), false);
         currentStatus += "%)";
     }
+    Tell(KRunEvent::Kind::Status, text, value);
 }
 
 void KInstallRuleManagerBase::SetCurrentRuleStatus(const KString& text) {
@@ -252,6 +297,27 @@ KString KInstallRuleManagerBase::ParseRuleType(const KString& line) const {
 
 void KInstallRuleManagerBase::SetCallback(StatusCallback statusCallback) {
     callback = std::move(statusCallback);
+}
+
+void KInstallRuleManagerBase::SetRuleFactory(RuleFactory ruleFactory) {
+    const KMutex::KLock hold(lock);
+    attachments->factory = std::move(ruleFactory);
+}
+
+void KInstallRuleManagerBase::SetRunListener(RunListener runListener) {
+    const KMutex::KLock hold(lock);
+    attachments->listener = std::move(runListener);
+}
+
+void KInstallRuleManagerBase::SetCurrentTarget(KSUP::KOperation operation, const KString& path) {
+    const KMutex::KLock hold(lock);
+    attachments->operation = operation;
+    attachments->target = path;
+}
+
+KString KInstallRuleManagerBase::GetCurrentTarget() const {
+    const KMutex::KLock hold(lock);
+    return attachments->target;
 }
 
 KSUP::KLog& KInstallRuleManagerBase::GetInstallLog() {

@@ -3,6 +3,7 @@
 
 #include <ins/Export.h>
 #include <ins/KInstallRule.h>
+#include <ins/KRunEvent.h>
 #include <sup++/KBase.h>
 #include <sup++/KList.h>
 #include <sup++/KLog.h>
@@ -10,18 +11,31 @@
 #include <sup++/KString.h>
 #include <sup++/KVariant.h>
 
+#include <array>
+#include <cstddef>
 #include <functional>
 #include <map>
+#include <memory>
 
 namespace KINS {
 
 class KInstaller;
+class KInstallRuleManagerBase;
 
 /// Called with the status text and a percentage from 0 to 100, or noPercentage.
 using StatusCallback = std::function<void(const KSUP::KString& status, double value)>;
 
 /// The value of a status that carries no percentage.
 inline constexpr double noPercentage = 4294967295.0;
+
+/// Makes the rule for a line of the script, or answers null: the engine's own rule types come next
+/// then. `type` is the line's key, `line` its value as it stands.
+///
+/// Asked for every line, also for those of included sections and of the command line, where the
+/// script is loaded, under the manager's lock. What it throws ends the loading; nothing has run then.
+using RuleFactory = std::function<std::unique_ptr<KInstallRule>(
+    KInstallRuleManagerBase& manager, const KSUP::KString& type, const KSUP::KString& line
+)>;
 
 /// Turns sections of the install script into rules, runs them in order, keeps the progress, the
 /// status text and a value for each class of rules.
@@ -52,8 +66,8 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     ///          cannot be (what came before it stays)
     virtual void LoadCommandLineRules();
 
-    /// Makes a rule of `type` ("file", "directory", "section", "process", "service", "profile",
-    /// exactly so) from `line` and adds it.
+    /// Makes a rule from `line` and adds it: the one that the rule factory answers, or else the one of
+    /// `type` ("file", "directory", "section", "process", "service", "profile", exactly so).
     ///
     /// Throws   KSUP::KError 7000 for an unknown type; what AddRule(rule) throws
     virtual void AddRule(const KSUP::KString& type, const KSUP::KString& line);
@@ -64,9 +78,11 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     ///          what a rule throws, unchanged. Nothing is undone
     virtual void ExecuteRules();
 
-    /// Calls the callback, then stores the text, with " (43%)" behind it if it has a percentage.
+    /// Calls the callback, then stores the text, with " (43%)" behind it if it has a percentage, then
+    /// tells the run listener.
     ///
-    /// Throws   what the callback throws; the stored status is then as before
+    /// Throws   what the callback throws, and the stored status is then as before; what the listener
+    ///          throws
     virtual void SetCurrentRuleStatus(const KSUP::KString& text, double value);
     /// A status without a percentage.
     virtual void SetCurrentRuleStatus(const KSUP::KString& text);
@@ -109,12 +125,30 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
 
     /// Thread   before the run starts: it takes no lock
     void SetCallback(StatusCallback statusCallback);
+    /// An empty function means none. Before the script is loaded.
+    ///
+    /// Lifetime the factory goes before the rules that it made
+    void SetRuleFactory(RuleFactory ruleFactory);
+    /// An empty function means none. Before the run starts.
+    void SetRunListener(RunListener runListener);
+
+    /// For rules: what the statuses from here on are about, until the rule ends or names another.
+    void SetCurrentTarget(KSUP::KOperation operation, const KSUP::KString& path);
+    /// The path that the rule at work, or the last one that was, named as its target; empty without
+    /// one.
+    KSUP::KString GetCurrentTarget() const;
     /// The installer's setup log.
     KSUP::KLog& GetInstallLog();
 
   private:
+    struct KAttachments;
+
     const KSUP::KString& LogName() const SUP_REQUIRES(lock);
     void LoadOneSection(const KSUP::KString& section);
+    void ExecuteRule(KInstallRule& rule) SUP_REQUIRES(lock);
+    void TellRule(KRunEvent::Kind kind, const KInstallRule& rule) SUP_REQUIRES(lock);
+    void Tell(KRunEvent::Kind kind, const KSUP::KString& text, double percentage)
+        SUP_REQUIRES(lock);
 
     KSUP::KLog* log; // the installer's
     KSUP::KString currentStatus SUP_GUARDED_BY(lock);
@@ -122,9 +156,11 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     KInstaller* installer; // owns this manager
     KSUP::KList<KInstallRule> rules SUP_GUARDED_BY(lock);
     mutable std::map<KSUP::KString, KSUP::KVariant> ruleStates SUP_GUARDED_BY(lock);
-    StatusCallback callback;                              // fixed before the run starts
-    mutable KSUP::KMutex lock;                            // recursive
-    mutable KSUP::KString className SUP_GUARDED_BY(lock); // for the log; empty until it is needed
+    StatusCallback callback;   // fixed before the run starts
+    mutable KSUP::KMutex lock; // recursive
+    std::unique_ptr<KAttachments> attachments SUP_PT_GUARDED_BY(lock); // never null
+    // The size of this class is part of the binary interface: this is what is left of a text.
+    [[maybe_unused]] std::array<std::byte, sizeof(KSUP::KString) - sizeof(void*)> reserved{};
 };
 
 } // namespace KINS

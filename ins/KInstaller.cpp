@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <ins/KInstaller.h>
+#include <ins/Names.h>
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/KUtil.h>
@@ -7,6 +8,8 @@
 #include <sup++/SvcDispatch.h>
 #include <sup++/SvcFile.h>
 
+#include <algorithm>
+#include <mutex>
 #include <utility>
 
 #include <unistd.h>
@@ -22,7 +25,8 @@ namespace {
 
 constexpr KSUP::KErrorSource errorSource{"ins/KInstaller"};
 
-constexpr unsigned logDirectoryId = 19; // of the path map
+/// Guards the scripts of all installers, while one is assigned or copied: a leaf.
+std::mutex scriptGuard;
 
 struct WriteTrackingEnd {
     WriteTrackingEnd() = default;
@@ -40,8 +44,11 @@ KInstaller::KInstaller()
       workerThread("Ins++ installation thread") {}
 
 KInstaller::~KInstaller() {
-    // Whether or not Initialize came to load it: loads are counted, and one too few is harmless.
-    PrvInsUnloadMessage();
+    // One load is taken back, always. Where Initialize did not come to make it, it is made now:
+    // loads are counted, and that of another installer is not ours to take.
+    if (messagesAreLoaded || PrvInsLoadMessage() == 0) {
+        PrvInsUnloadMessage();
+    }
 }
 
 KString KInstaller::LogName() const {
@@ -50,6 +57,14 @@ KString KInstaller::LogName() const {
 
 void KInstaller::SetCallback(StatusCallback callback) {
     ruleManager.SetCallback(std::move(callback));
+}
+
+void KInstaller::SetRuleFactory(RuleFactory factory) {
+    ruleManager.SetRuleFactory(std::move(factory));
+}
+
+void KInstaller::SetRunListener(RunListener listener) {
+    ruleManager.SetRunListener(std::move(listener));
 }
 
 void KInstaller::Initialize(const KString& scriptPath) {
@@ -61,7 +76,10 @@ void KInstaller::Initialize(const KString& scriptPath) {
     if (status != 0) {
         errorSource.Raise(KSUP::TraceLevel::setup, status);
     }
-    log.Open(KUtil::GetPathName(logDirectoryId, ExpandMacros("$product$ Setup Log.txt")));
+    if (messagesAreLoaded.exchange(true)) { // by a former call that failed behind it
+        PrvInsUnloadMessage();
+    }
+    log.Open(GetSetupLogPath());
     OpenScript(scriptPath);
     if (IsProductInstalled()) {
         AdoptInstalledProduct();
@@ -71,7 +89,10 @@ void KInstaller::Initialize(const KString& scriptPath) {
 void KInstaller::OpenScript(const KString& scriptPath) {
     log << KLogPrefix(LogName()) << "Loading install script " << scriptPath << KLogTypes::EndEntry;
     try {
-        installProfile.Open(scriptPath);
+        KSUP::KProfile opened;
+        opened.Open(scriptPath);
+        const std::lock_guard hold(scriptGuard);
+        installProfile = opened;
     } catch (const KSUP::KError& error) {
         log << KLogPrefix(LogName()) << "Failed to open install script " << scriptPath << " "
             << error << KLogTypes::EndEntry;
@@ -85,7 +106,7 @@ void KInstaller::AdoptInstalledProduct() {
     unsigned int buildNumber = 0;
     GetInstalledProductInformation(path, version, buildNumber);
     const KString text = version + "-" + KUtil::NumberToString(buildNumber, false);
-    const unsigned status = SvcSetCustomKey(0, 0, "targetVerInfo", text.c_str());
+    const unsigned status = SvcSetCustomKey(0, 0, Names::installedVersionMacro, text.c_str());
     if (status != 0) {
         // Only the macro is missing then, and few scripts use it.
         log << KLogPrefix(LogName()) << "Failed to set targetVerInfo " << KLogTypes::StatusCode
@@ -110,13 +131,13 @@ void KInstaller::Start(const KString& productPath, MODE runMode) {
     case ModeInstall4:
     case ModeInstall5:
         pathManager.Initialize(path);
-        ruleManager.LoadSection("install");
+        ruleManager.LoadSection(Names::installSection);
         ruleManager.LoadCommandLineRules();
         workerThread.Start([this] { InstallThread(); });
         break;
     case ModeUninstall:
         pathManager.Initialize(path);
-        ruleManager.LoadSection("remove");
+        ruleManager.LoadSection(Names::removeSection);
         workerThread.Start([this] { ruleManager.ExecuteRules(); });
         break;
     case ModeNone:
@@ -162,6 +183,10 @@ KString KInstaller::GetStatus() const {
     return ruleManager.GetCurrentRuleStatus();
 }
 
+KString KInstaller::GetCurrentTarget() const {
+    return ruleManager.GetCurrentTarget();
+}
+
 unsigned int KInstaller::GetMaxCount() const {
     return ruleManager.GetRuleCount();
 }
@@ -191,15 +216,7 @@ void KInstaller::Stop() {
 }
 
 bool KInstaller::IsProductInstalled() const {
-    KString path;
-    KString version;
-    unsigned int buildNumber = 0;
-    try {
-        GetInstalledProductInformation(path, version, buildNumber);
-        return true;
-    } catch (const KSUP::KError&) {
-        return false;
-    }
+    return pathManager.IsProductInstalled();
 }
 
 void KInstaller::GetInstalledProductInformation(
@@ -224,7 +241,20 @@ KString KInstaller::ExpandMacros(const KString& text) const {
     return pathManager.ExpandMacros(text);
 }
 
+std::vector<KString> KInstaller::GetMacroNames() {
+    std::vector<KString> names = KSUP::KCustomMacro::GetBuiltInNames();
+    names.emplace_back(Names::programEndingMacro);
+    names.emplace_back(Names::installedVersionMacro);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+KString KInstaller::GetSetupLogPath() const {
+    return KUtil::GetPathName(Names::logDirectoryId, ExpandMacros(Names::setupLogName));
+}
+
 KSUP::KProfile KInstaller::GetInstallProfile() const {
+    const std::lock_guard hold(scriptGuard);
     return installProfile;
 }
 
@@ -235,8 +265,11 @@ KSUP::KLog& KInstaller::GetLog() noexcept {
 void KInstaller::InstallThread() {
     const unsigned status = SvcBeginWriteTracking();
     if (status != 0) {
-        errorSource.Raise(
-            KSUP::TraceLevel::setup, status, "cannot keep track of what is written to the disk"
+        errorSource.RaiseAs(
+            {KSUP::KErrorKind::System, KSUP::KOperation::None, {}, {}},
+            KSUP::TraceLevel::setup,
+            status,
+            "cannot keep track of what is written to the disk"
         );
     }
     const WriteTrackingEnd endAfterRecord;

@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <vector>
 
 namespace KINS {
 
@@ -50,9 +51,14 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
 
     /// An empty function means no callback. Before Start.
     void SetCallback(StatusCallback callback);
+    /// Rule types of the program's own: the factory is asked first for each line of the script, so it
+    /// may know keywords that the engine does not, or refine rules of those that it does. Its rules
+    /// run in this installer's run, with its thread, log, record and cancellation. Before Start.
+    void SetRuleFactory(RuleFactory factory);
+    /// Everything that a run tells, in one order (KRunEvent.h). Before Start.
+    void SetRunListener(RunListener listener);
 
-    /// Loads the messages, opens the setup log ("$product$ Setup Log.txt" in the log directory) and
-    /// the script, and points the path table at the installed product if there is one. Once, before
+    /// Loads the messages, opens the setup log (GetSetupLogPath) and the script, and points the path table at the installed product if there is one. Once, before
     /// Start.
     ///
     /// Throws   KSUP::KError 99 unless the caller is root (nothing was touched), the status of the
@@ -82,6 +88,8 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
 
     /// The current status text.
     KSUP::KString GetStatus() const;
+    /// The path that the rule at work, or the last one that was, works on; empty without one.
+    KSUP::KString GetCurrentTarget() const;
     /// The number of rules that count.
     unsigned int GetMaxCount() const;
     /// The number of counted rules done.
@@ -99,7 +107,8 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     /// rule, and within 64 KiB of a copy.
     void Stop();
 
-    /// Whether there is a record, as GetInstalledProductInformation finds it.
+    /// Whether there is a record, as GetInstalledProductInformation finds it. It raises nothing, so
+    /// it leaves no trace either.
     bool IsProductInstalled() const;
     /// Throws   KSUP::KError when there is no record
     void GetInstalledProductInformation(
@@ -109,9 +118,14 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     KSUP::KString GetInstalledProductPath() const;
     /// The path that is proposed for a first install, macros expanded.
     KSUP::KString GetDefaultProductPath() const;
-    /// Expands every known macro (KSUP::KCustomMacro). Thread any.
+    /// Expands every known macro (KSUP::KCustomMacro).
     KSUP::KString ExpandMacros(const KSUP::KString& text) const;
-    /// The script; a copy with an enumeration of its own.
+    /// The names of all macros that a script can use, without dollars, sorted. Some are known only at
+    /// times, targetVerInfo for instance; custom keys (SvcSetCustomKey) are not among them.
+    static std::vector<KSUP::KString> GetMacroNames();
+    /// Where Initialize opens the setup log.
+    KSUP::KString GetSetupLogPath() const;
+    /// The script; a copy with an enumeration of its own, empty before Initialize.
     KSUP::KProfile GetInstallProfile() const;
     /// The setup log, open from Initialize on. Entries of one's own may be added from any thread.
     KSUP::KLog& GetLog() noexcept;
@@ -127,7 +141,8 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     void WaitForEnd();
 
     std::atomic<MODE> mode{ModeNone}; // asked for by any thread
-    KSUP::KProfile installProfile;
+    std::atomic<bool> messagesAreLoaded{false};
+    KSUP::KProfile installProfile; // assigned and copied under a lock of the source's own
     KSUP::KLog log;
     KInstallRuleManager ruleManager;
     KInstallPathManager pathManager;

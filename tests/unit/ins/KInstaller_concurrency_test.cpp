@@ -124,6 +124,53 @@ TEST_F(KInstallerConcurrencyTest, GettersAnswerWhileTheScriptLoads) {
     EXPECT_EQ(KINS::ModeUninstall, installer->GetMode());
 }
 
+TEST_F(KInstallerConcurrencyTest, MacrosExpandWhileARunStarts) {
+    GivenScript("[remove]\ndirectory=create,@T@/removed\n");
+    Initialize();
+    std::atomic<bool> started{false};
+    std::atomic<unsigned> strange{0};
+    std::promise<void> asking;
+    std::thread other([&] {
+        for (bool first = true; !started; first = false) {
+            const KString text = installer->ExpandMacros("prog$binext$ of $product$");
+            strange += text == "prog of DPS" || text == "prog$binext$ of DPS" ? 0U : 1U;
+            if (first) {
+                asking.set_value();
+            }
+        }
+    });
+    asking.get_future().wait();
+    installer->StartUninstall(tree.Path("p"));
+    started = true;
+    other.join();
+    EXPECT_EQ(0U, CodeOfEnd());
+    EXPECT_EQ(0U, strange);
+    EXPECT_STREQ("prog", installer->ExpandMacros("prog$binext$").c_str());
+}
+
+TEST_F(KInstallerConcurrencyTest, TheScriptIsAskedForWhileItIsOpened) {
+    GivenScript("[remove]\ndirectory=create,@T@/removed\n");
+    std::atomic<bool> opened{false};
+    std::atomic<unsigned> strange{0};
+    std::promise<void> asking;
+    std::thread other([&] {
+        for (bool first = true; !opened; first = false) {
+            const KSUP::KProfile script = installer->GetInstallProfile();
+            const KString value = script.GetString("remove", "directory", "none");
+            strange += script.HasContent() == (value == "none") ? 1U : 0U;
+            if (first) {
+                asking.set_value();
+            }
+        }
+    });
+    asking.get_future().wait();
+    Initialize();
+    opened = true;
+    other.join();
+    EXPECT_EQ(0U, strange);
+    EXPECT_TRUE(installer->GetInstallProfile().HasContent());
+}
+
 TEST_F(KInstallerConcurrencyTest, TheCountNeverRunsBehindTheCallback) {
     GivenManyRules();
     std::atomic<unsigned> calls{0};

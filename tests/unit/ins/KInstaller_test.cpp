@@ -12,6 +12,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <type_traits>
@@ -535,6 +536,7 @@ TEST_F(KInstallerTest, AnEmptyCallbackIsNone) {
 TEST_F(KInstallerTest, DestructionTakesTheMessagesBackBeforeItDeletesWhatItOwns) {
     KTEST::Injection inject;
     std::vector<std::string> order;
+    inject.SvcLoadMessage = [](unsigned, const char*) { return 0U; };
     inject.SvcUnloadMessage = [&](unsigned catalogue) {
         order.push_back("unload " + std::to_string(catalogue));
         return 0U;
@@ -547,6 +549,54 @@ TEST_F(KInstallerTest, DestructionTakesTheMessagesBackBeforeItDeletesWhatItOwns)
     life.reset();
     installer.reset();
     EXPECT_THAT(order, ElementsAre("unload 44", "callback"));
+}
+
+TEST_F(KInstallerTest, OneThatWasNeverInitializedLeavesTheMessagesOfAnother) {
+    GivenScript(twoSections);
+    Initialize();
+    const std::string text = SvcGetMessagePtr(0x2C0003);
+    ASSERT_NE("", text);
+    { const KInstaller other; }
+    EXPECT_EQ(text, SvcGetMessagePtr(0x2C0003));
+}
+
+TEST_F(KInstallerTest, OneThatWasInitializedOnceMoreTakesBackAllThatItLoaded) {
+    EXPECT_THROW(installer->Initialize(tree.Path("none.ini")), KSUP::KError);
+    GivenScript(twoSections);
+    Initialize();
+    EXPECT_STRNE("", SvcGetMessagePtr(0x2C0003));
+    installer.reset();
+    EXPECT_STREQ("", SvcGetMessagePtr(0x2C0003));
+}
+
+TEST_F(KInstallerTest, AFirstRunLeavesNoTrace) {
+    GivenScript(twoSections);
+    Initialize();
+    RunRemoval();
+    EXPECT_FALSE(installer->IsProductInstalled());
+    EXPECT_THAT(trace.Messages(), IsEmpty());
+}
+
+TEST_F(KInstallerTest, KnowsTheNamesOfAllMacrosOnce) {
+    const std::vector<KString> names = KInstaller::GetMacroNames();
+    EXPECT_EQ(33U, names.size());
+    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+    EXPECT_EQ(names.end(), std::adjacent_find(names.begin(), names.end()));
+    KTEST::EngineWorld::GivenKey("targetVerInfo", "2.1-37");
+    GivenScript(twoSections);
+    Initialize();
+    RunRemoval(); // with which all are known
+    for (const KString& name : names) {
+        const KString text = "$" + name + "$";
+        EXPECT_NE(text, installer->ExpandMacros(text));
+    }
+}
+
+TEST_F(KInstallerTest, TellsWhereItsLogIsBeforeItOpensIt) {
+    EXPECT_EQ(LogPath(), installer->GetSetupLogPath().c_str());
+    GivenScript(twoSections);
+    Initialize();
+    EXPECT_EQ(LogPath(), installer->GetLog().GetPath().c_str());
 }
 
 TEST_F(KInstallerTest, AFailedRunLeavesNothingInTheWayOfTheNextInstaller) {
