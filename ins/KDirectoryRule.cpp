@@ -27,29 +27,41 @@ KDirectoryRule::KDirectoryRule(KInstallRuleManagerBase* owner, const KString& li
 KDirectoryRule::~KDirectoryRule() = default;
 
 void KDirectoryRule::Execute() {
-    if (operation == "delete") {
+    switch (KRuleLine::FindOperation(KRuleType::Directory, operation)) {
+    case KRuleOperation::Delete:
         Delete();
-    } else if (operation == "create") {
+        break;
+    case KRuleOperation::Create:
         Create();
+        break;
+    default:
+        break; // any other operation does nothing, and is meant to
     }
-    // Any other operation does nothing, and is meant to.
 }
 
 KString KDirectoryRule::Description() const {
-    return (operation == "delete" ? "Delete path " : "Create path ") + path;
+    const bool deletes =
+        KRuleLine::FindOperation(KRuleType::Directory, operation) == KRuleOperation::Delete;
+    return (deletes ? "Delete path " : "Create path ") + path;
 }
 
 void KDirectoryRule::ParseRule(const std::vector<KString>& fields) {
-    if (fields.size() != 2) {
-        errorSource.Raise(
-            KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, ruleLine, fieldCountLine
+    const KRuleLine line = ReadFields(KRuleType::Directory, fields);
+    if (line.GetProblem() != KRuleLine::Problem::None) {
+        errorSource.RaiseAs(
+            line.GetErrorDetail(),
+            KSUP::TraceLevel::rule,
+            KSUP::ErrorCode::malformedRule,
+            ruleLine,
+            fieldCountLine
         );
     }
-    operation = KSUP::KUtil::Lowerify(fields[0]);
-    path = fields[1];
+    operation = line.GetOperationText();
+    path = line.Get(KRuleField::Directory);
 }
 
 void KDirectoryRule::Create() {
+    manager->SetCurrentTarget(KSUP::KOperation::Write, path);
     manager->SetCurrentRuleStatus("Creating directory " + path);
     // Ignored: the rule that needs the directory fails, and can tell why.
     static_cast<void>(SvcCreateDirectory(0, path.c_str(), 1));
@@ -57,9 +69,14 @@ void KDirectoryRule::Create() {
 
 void KDirectoryRule::Delete() {
     KSUP::KFileEnum entries;
-    entries.Start(path, "*", false, false);
+    try {
+        entries.Start(path, "*", false, false);
+    } catch (const KSUP::KError&) {
+        // What cannot be listed, a loop of links for one, is left as it is.
+    }
     while (entries.Enum()) {
         const KString entry = entries.GetPath();
+        manager->SetCurrentTarget(KSUP::KOperation::Delete, entry);
         manager->SetCurrentRuleStatus("Deleting file " + entry);
         try {
             KSUP::KFileBase::DeleteFile(entry);
@@ -67,6 +84,7 @@ void KDirectoryRule::Delete() {
             // One entry that resists does not keep the others.
         }
     }
+    manager->SetCurrentTarget(KSUP::KOperation::Delete, path);
     manager->SetCurrentRuleStatus("Deleting directory " + path);
     // Ignored: a directory that still holds something, the user's own files for one, is to stay.
     static_cast<void>(SvcDeleteDirectory(0, path.c_str(), 0));

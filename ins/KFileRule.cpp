@@ -10,6 +10,7 @@
 #include <sup++/SvcFile.h>
 
 #include <algorithm>
+#include <system_error>
 
 using KSUP::KFileBase;
 using KSUP::KString;
@@ -50,22 +51,32 @@ KFileRule::~KFileRule() = default;
 
 void KFileRule::Execute() {
     const KString source = Join(sourceDirectory, fileName);
-    if (operation == "copy") {
+    switch (KRuleLine::FindOperation(KRuleType::File, operation)) {
+    case KRuleOperation::Copy:
         if (IsWildcard(fileName)) {
             CopyWildcard(source, targetDirectory);
         } else {
             CopyFile(source, Join(targetDirectory, targetName));
         }
-    } else if (operation == "delete") {
+        break;
+    case KRuleOperation::Delete:
         if (IsWildcard(fileName)) {
             DeleteWildcard(sourceDirectory, fileName);
         } else {
             DeleteFile(source);
         }
-    } else if (operation == "symlink") {
-        KSUP::KFileUtil::CreateSymbolicLink(source, Join(targetDirectory, targetName));
+        break;
+    case KRuleOperation::Symlink:
+        Link(source, Join(targetDirectory, targetName));
+        break;
+    default:
+        break; // any other operation does nothing, and is meant to
     }
-    // Any other operation does nothing, and is meant to.
+}
+
+void KFileRule::Link(const KString& target, const KString& link) {
+    manager->SetCurrentTarget(KSUP::KOperation::Write, link);
+    KSUP::KFileUtil::CreateSymbolicLink(target, link);
 }
 
 KString KFileRule::Description() const {
@@ -73,19 +84,21 @@ KString KFileRule::Description() const {
 }
 
 void KFileRule::ParseRule(const std::vector<KString>& fields) {
-    const std::size_t count = fields.size();
-    if (count < 3 || count > 5) {
-        errorSource.Raise(
-            KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, ruleLine, fieldCountLine
+    const KRuleLine line = ReadFields(KRuleType::File, fields);
+    if (line.GetProblem() != KRuleLine::Problem::None) {
+        errorSource.RaiseAs(
+            line.GetErrorDetail(),
+            KSUP::TraceLevel::rule,
+            KSUP::ErrorCode::malformedRule,
+            ruleLine,
+            fieldCountLine
         );
     }
-    operation = fields[0];
-    fileName = ExpandMacros(fields[1]);
-    sourceDirectory = ExpandMacros(fields[2]);
-    if (count > 3) {
-        targetDirectory = ExpandMacros(fields[3]);
-    }
-    targetName = count == 5 ? ExpandMacros(fields[4]) : fileName;
+    operation = line.GetOperationText();
+    fileName = line.Get(KRuleField::FileName);
+    sourceDirectory = line.Get(KRuleField::SourceDirectory);
+    targetDirectory = line.Get(KRuleField::TargetDirectory);
+    targetName = line.Get(KRuleField::TargetName);
 }
 
 void KFileRule::CopyFile(const KString& source, const KString& target) {
@@ -100,6 +113,7 @@ void KFileRule::CopyHeld(
 ) {
     KSUP::KFile from;
     KSUP::KFile to;
+    manager->SetCurrentTarget(KSUP::KOperation::Write, target);
     manager->SetCurrentRuleStatus("Copying file " + target);
     from.OpenForRead(source, fromDirectory);
     to.Create(target, toDirectory);
@@ -149,10 +163,20 @@ void KFileRule::CopyWildcard(const KString& sourcePattern, const KString& direct
 }
 
 void KFileRule::DeleteFile(const KString& path) {
+    manager->SetCurrentTarget(KSUP::KOperation::Delete, path);
     manager->SetCurrentRuleStatus("Deleting file " + path);
     const unsigned status = SvcDeleteFile(0, path.c_str());
     if (status != 0) {
-        errorSource.Raise(KSUP::TraceLevel::rule, status, KSUP::KVariant(), deleteFailedLine);
+        errorSource.RaiseAs(
+            {KSUP::KErrorKind::System,
+             KSUP::KOperation::Delete,
+             path,
+             std::generic_category().message(static_cast<int>(status))},
+            KSUP::TraceLevel::rule,
+            status,
+            KSUP::KVariant(),
+            deleteFailedLine
+        );
     }
 }
 

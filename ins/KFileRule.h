@@ -48,6 +48,7 @@ class INS_EXPORT KFileRule : public KInstallRule {
         const KSUP::KString& target,
         KSUP::KDirectory* toDirectory
     );
+    void Link(const KSUP::KString& target, const KSUP::KString& link);
     void CopyChunks(const KSUP::KString& source, KSUP::KFileBase& to, const KSUP::KFileBase& from);
 
     KSUP::KString operation;

@@ -29,9 +29,10 @@ KProcessRuleBase::~KProcessRuleBase() = default;
 void KProcessRuleBase::Execute() {
     // Once more: a macro may have another value by now.
     const KString expanded = manager->ExpandMacros(command);
-    if (action == "start") {
+    const KRuleOperation operation = KRuleLine::FindOperation(KRuleType::Process, action);
+    if (operation == KRuleOperation::Start) {
         Start(expanded);
-    } else if (action == "stop") {
+    } else if (operation == KRuleOperation::Stop) {
         StopProgram(expanded);
     }
     // Any other action does nothing, and is meant to, unlike the service rule's.
@@ -66,12 +67,17 @@ void KProcessRuleBase::StopProgram(const KString& expanded) {
     }
 }
 
-/// The cause goes into the log; callers learn that a process failed, by one code.
+/// The cause goes into the log and becomes the reason; callers learn that a process failed, by one
+/// code.
 void KProcessRuleBase::Fail(
     const char* logText, const KString& expanded, const KSUP::KError& cause
 ) {
     log << KLogPrefix(LogName()) << logText << expanded << " " << cause << KLogTypes::EndEntry;
-    errorSource.Raise(
+    errorSource.RaiseAs(
+        {KSUP::KErrorKind::Process,
+         cause.GetOperation(),
+         cause.GetPath(),
+         cause.HasInfo() ? cause.GetInfo().GetString() : cause.GetSummary()},
         KSUP::TraceLevel::setup,
         KSUP::ErrorCode::processFailed,
         KSUP::KVariant(),
@@ -89,11 +95,14 @@ KString KProcessRuleBase::Description() const {
 }
 
 void KProcessRuleBase::ParseRule(const std::vector<KString>& fields) {
-    if (fields.size() != 2) {
-        errorSource.Raise(KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, ruleLine);
+    const KRuleLine line = ReadFields(KRuleType::Process, fields);
+    if (line.GetProblem() != KRuleLine::Problem::None) {
+        errorSource.RaiseAs(
+            line.GetErrorDetail(), KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, ruleLine
+        );
     }
-    action = fields[0];
-    command = ExpandMacros(fields[1]);
+    action = line.GetOperationText();
+    command = line.Get(KRuleField::Command);
 }
 
 } // namespace KINS

@@ -20,9 +20,9 @@ constexpr KSUP::KErrorSource errorSource{"ins/KProfileRule"};
 constexpr unsigned fieldCountLine = 57;
 constexpr unsigned unknownOperationLine = 75;
 
-constexpr char create[] = "create";
-constexpr char put[] = "put";
-constexpr char removeFile[] = "remove_file";
+KRuleOperation OperationOf(const KString& word) {
+    return KRuleLine::FindOperation(KRuleType::Profile, word);
+}
 
 void RemoveListedFiles(const KString& path, const KString& section, const KString& match) {
     KProfile profile(path);
@@ -47,43 +47,45 @@ KProfileRule::KProfileRule(KInstallRuleManagerBase* owner, const KString& line)
 KProfileRule::~KProfileRule() = default;
 
 void KProfileRule::Execute() {
-    if (operation == create) {
+    manager->SetCurrentTarget(KSUP::KOperation::Write, profilePath);
+    switch (OperationOf(operation)) {
+    case KRuleOperation::Create:
         KProfile().Create(profilePath);
-    } else if (operation == put) {
+        break;
+    case KRuleOperation::Put:
         KProfile(profilePath).PutString(section, key, value);
-    } else if (operation == removeFile) {
+        break;
+    case KRuleOperation::RemoveFile:
         RemoveListedFiles(profilePath, section, value);
+        break;
+    default:
+        break; // not loaded
     }
 }
 
 KString KProfileRule::Description() const {
-    if (operation == create) {
+    if (OperationOf(operation) == KRuleOperation::Create) {
         return "Create profile " + profilePath;
     }
     return "Put profile option " + key + "=" + value;
 }
 
 void KProfileRule::ParseRule(const std::vector<KString>& fields) {
-    const std::size_t count = fields.size();
-    if (count != 2 && count != 4 && count != 5) {
-        errorSource.Raise(
-            KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, ruleLine, fieldCountLine
-        );
-    }
-    operation = KSUP::KUtil::Lowerify(fields[0]);
-    profilePath = fields[1];
-    // A count of another operation is let pass and leaves these empty.
-    if (operation == put && count == 5) {
-        section = ExpandMacros(fields[2]);
-        key = ExpandMacros(fields[3]);
-        value = ExpandMacros(fields[4]);
-    } else if (operation == removeFile && count == 4) {
-        section = ExpandMacros(fields[2]);
-        value = ExpandMacros(fields[3]);
-    }
-    if (operation != create && operation != put && operation != removeFile) {
-        errorSource.Raise(
-            KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, operation, unknownOperationLine
+    const KRuleLine line = ReadFields(KRuleType::Profile, fields);
+    operation = line.GetOperationText();
+    profilePath = line.Get(KRuleField::ProfilePath);
+    section = line.Get(KRuleField::Section);
+    key = line.Get(KRuleField::Key);
+    const bool removes = line.GetOperation() == KRuleOperation::RemoveFile;
+    value = line.Get(removes ? KRuleField::Match : KRuleField::Value);
+    if (line.GetProblem() != KRuleLine::Problem::None) {
+        const bool isOfCount = line.GetProblem() == KRuleLine::Problem::FieldCount;
+        errorSource.RaiseAs(
+            line.GetErrorDetail(),
+            KSUP::TraceLevel::rule,
+            KSUP::ErrorCode::malformedRule,
+            isOfCount ? ruleLine : operation,
+            isOfCount ? fieldCountLine : unknownOperationLine
         );
     }
 }

@@ -30,6 +30,23 @@ constexpr unsigned removalStopMs = 30000;
 constexpr unsigned stoppedState = 1;
 constexpr unsigned runningState = 4;
 
+/// The words of the call that failed last on this thread are the reason.
+[[noreturn]] void RaiseStatus(
+    unsigned status,
+    const KSUP::KVariant& info = KSUP::KVariant(),
+    unsigned line = __builtin_LINE(),
+    const char* function = __builtin_FUNCTION()
+) {
+    errorSource.RaiseAs(
+        {KSUP::KErrorKind::Service, KSUP::KOperation::None, {}, SvcGetServiceErrorText()},
+        KSUP::TraceLevel::setup,
+        status,
+        info,
+        line,
+        function
+    );
+}
+
 } // namespace
 
 KServiceRule::KServiceRule(KInstallRuleManagerBase* owner, const KString& line)
@@ -38,15 +55,20 @@ KServiceRule::KServiceRule(KInstallRuleManagerBase* owner, const KString& line)
 KServiceRule::~KServiceRule() = default;
 
 void KServiceRule::Execute() {
-    if (action == "remove") {
+    switch (KRuleLine::FindOperation(KRuleType::Service, action)) {
+    case KRuleOperation::Remove:
         RemoveService();
-    } else if (action == "install") {
+        break;
+    case KRuleOperation::Install:
         InstallService();
-    } else if (action == "stop") {
+        break;
+    case KRuleOperation::Stop:
         StopService();
-    } else if (action == "start") {
+        break;
+    case KRuleOperation::Start:
         StartService();
-    } else {
+        break;
+    default:
         log << KLogPrefix(LogName()) << "Unrecognized service control rule " << action
             << KLogTypes::EndEntry;
         errorSource.Raise(KSUP::TraceLevel::setup, KSUP::ErrorCode::malformedRule);
@@ -58,21 +80,22 @@ KString KServiceRule::Description() const {
 }
 
 void KServiceRule::ParseRule(const std::vector<KString>& fields) {
-    const std::size_t count = fields.size();
-    if (count != 2 && count != 5) {
+    const KRuleLine line = ReadFields(KRuleType::Service, fields);
+    if (line.GetProblem() != KRuleLine::Problem::None) {
         log << KLogPrefix(LogName()) << "Invalid service rule detected " << ruleLine
             << KLogTypes::EndEntry;
-        errorSource.Raise(
-            KSUP::TraceLevel::setup, KSUP::ErrorCode::malformedRule, "Invalid service rule"
+        errorSource.RaiseAs(
+            line.GetErrorDetail(),
+            KSUP::TraceLevel::setup,
+            KSUP::ErrorCode::malformedRule,
+            "Invalid service rule"
         );
     }
-    action = KUtil::Lowerify(fields[0]);
-    serviceName = ExpandMacros(fields[1]);
-    if (count == 5) {
-        displayName = ExpandMacros(fields[2]);
-        program = ExpandMacros(fields[3]);
-        arguments = ExpandMacros(fields[4]);
-    }
+    action = line.GetOperationText();
+    serviceName = line.Get(KRuleField::ServiceName);
+    displayName = line.Get(KRuleField::DisplayName);
+    program = line.Get(KRuleField::Program);
+    arguments = line.Get(KRuleField::Arguments);
 }
 
 unsigned KServiceRule::InstallService() {
@@ -85,7 +108,7 @@ unsigned KServiceRule::InstallService() {
     if (status != 0) {
         log << KLogPrefix(LogName()) << "Failed to create service " << KLogTypes::StatusCode
             << " ('" << status << "')" << KLogTypes::EndEntry;
-        errorSource.Raise(KSUP::TraceLevel::setup, status, "Failed to install service");
+        RaiseStatus(status, "Failed to install service");
     }
     return 0;
 }
@@ -109,7 +132,7 @@ unsigned KServiceRule::StartService() {
     log << KLogPrefix(LogName()) << "Starting service: " << serviceName << KLogTypes::EndEntry;
     const unsigned status = SvcStartService(0, serviceName.c_str());
     if (status != 0) {
-        errorSource.Raise(KSUP::TraceLevel::setup, status);
+        RaiseStatus(status);
     }
     return 0;
 }
@@ -119,7 +142,7 @@ unsigned KServiceRule::StopService() {
     log << KLogPrefix(LogName()) << "Stopping service: " << serviceName << KLogTypes::EndEntry;
     const unsigned status = SvcStopService(0, serviceName.c_str());
     if (status != 0) {
-        errorSource.Raise(KSUP::TraceLevel::setup, status);
+        RaiseStatus(status);
     }
     return 0;
 }

@@ -21,8 +21,8 @@ class INS_EXPORT KServiceRule : public KInstallRule {
     /// Throws   KSUP::KError 7000 unless there are 2 or 5 fields
     void ParseRule(const std::vector<KSUP::KString>& fields) override;
 
-    /// Each returns 0, or throws KSUP::KError with the status of the call that failed. Such an error
-    /// has no words of its own; SvcGetServiceErrorText has.
+    /// Each returns 0, or throws KSUP::KError of the kind Service with the status of the call that
+    /// failed and, as its reason, the words of SvcGetServiceErrorText.
     unsigned InstallService();
     /// As InstallService.
     unsigned StartService();

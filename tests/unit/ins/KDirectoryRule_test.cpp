@@ -211,6 +211,17 @@ TEST_F(KDirectoryRuleTest, DeleteThroughAStrangersLinkDeletesNothing) {
     EXPECT_THAT(tree.List("real"), ElementsAre("f 0644 a \"mine\""));
 }
 
+TEST_F(KDirectoryRuleTest, DeleteOfWhatCannotBeListedSaysSoAndGoesOn) {
+    tree.Link("loop", tree.Path("loop"));
+    const std::string longName(300, 'n');
+    for (const std::string& path : {tree.Path("loop"), tree.Path(longName)}) {
+        Run("directory", "delete," + path);
+        EXPECT_EQ("- Deleting directory " + path, statuses.Lines().back());
+        EXPECT_EQ(1U, manager.GetCompletedCount());
+    }
+    EXPECT_TRUE(tree.Exists("loop"));
+}
+
 TEST_F(KDirectoryRuleTest, AFileThatCannotBeDeletedDoesNotKeepTheNextOne) {
     tree.Write("app/a", "");
     tree.Write("app/b", "");
