@@ -64,7 +64,7 @@ TEST(ExamplesTest, AMailboxCarriesTheCallbackToAnotherThread) {
     EXPECT_TRUE(std::filesystem::exists("/opt/example-mailbox/lin/x86_64/hello"));
 }
 
-TEST(ExamplesTest, ARuleTypeOfOnesOwnRunsAfterThoseOfTheScript) {
+TEST(ExamplesTest, ARuleTypeOfOnesOwnRunsAmongThoseOfTheScript) {
     const Outcome outcome = RunExample("own_rule");
     EXPECT_EQ(outcome.exitCode, 0) << outcome.text;
     EXPECT_THAT(
