@@ -189,7 +189,7 @@ void KSetupRun::Prepare() {
     try {
         installer.Initialize(kit.GetScript());
     } catch (const KSUP::KError& error) {
-        throw KSetupFailure(ExitCode::noKit, InWords(error, ""));
+        throw KSetupFailure(ExitCode::noKit, InWords(error));
     }
     commandOutput.Begin(commandLog);
 }
@@ -223,7 +223,7 @@ void KSetupRun::Load() {
         guard.End(); // nothing was begun
         throw KSetupFailure(
             malformed ? ExitCode::malformedScript : ExitCode::internal,
-            std::string(kit.GetScript().c_str()) + ": " + Shown(InWords(error, "")) +
+            std::string(kit.GetScript().c_str()) + ": " + Shown(InWords(error)) +
                 " No rule was run."
         );
     }

@@ -12,7 +12,6 @@
 #include <setup/run/KCommandOutput.h>
 #include <setup/run/KRunGuard.h>
 #include <setup/run/KRunWatch.h>
-#include <setup/run/KServiceReason.h>
 #include <setup/script/KMacroContext.h>
 #include <sup++/KError.h>
 #include <sup++/KString.h>
@@ -63,7 +62,6 @@ class KSetupRun {
     KSetupVoice& voice;
     KRunReport& report;
     KSetupSignals signals;
-    KServiceReason serviceReason;
     KMacroContext macros;
     KRunGuard guard;
     std::string begunPath; // of a removal that goes on without a record

@@ -99,15 +99,14 @@ void KSetupRun::FillInstalled() {
 }
 
 void KSetupRun::FillEnd(const KSUP::KError& error) {
-    if (error.GetCode() == KSUP::ErrorCode::cancelled) {
+    if (error.GetKind() == KSUP::KErrorKind::Cancelled) {
         FillStopped();
         return;
     }
     report.result = KRunResult::Failed;
     report.exitCode = ExitCodeOf(error);
     report.errorCode = error.GetCode();
-    report.error = IsOfServiceCall(error) ? serviceReason.Get()
-                                          : InWords(error, watch->GetCopied(report.rulesDone));
+    report.error = InWords(error);
     FillLogEnd();
     if (const KWatchedRule* rule = watch->GetRule(report.rulesDone)) {
         report.place = rule->place;

@@ -8,8 +8,6 @@
 #include <array>
 #include <cerrno>
 #include <climits>
-#include <string_view>
-#include <system_error>
 
 namespace KSETUP {
 
@@ -17,29 +15,32 @@ namespace {
 
 constexpr unsigned runningState = 4; // of a service
 
-/// Without information the place tells what the number means: our own codes are also errno's.
-std::string WordsOfPlace(const KSUP::KError& error) {
-    const std::string_view place(error.GetFile());
-    if (place == "ins/unx/lin/KInstallPathManager") {
-        return error.GetCode() == KSUP::ErrorCode::notFound
-                   ? "The product's link is missing or no link. The script has to make "
-                     "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the "
-                     "product path."
-                   : "The product's link /etc/SERVICE/SERVICE does not lead to an absolute path.";
+/// "cannot write /opt/p/a: No space left on device".
+std::string WordsOfSystem(const KSUP::KError& error) {
+    const std::string path = error.GetPath().c_str();
+    const std::string text = error.HasInfo() ? error.GetInfo().GetString().c_str()
+                                             : path + ": " + error.GetReason().c_str();
+    if (path.empty()) {
+        return text;
     }
-    if (place == "sup++/KProfile") {
-        return "The product's configuration file is missing, so there is no place for the record. "
-               "The script has to make it, for instance with profile=put.";
+    switch (error.GetOperation()) {
+    case KSUP::KOperation::Read:
+        return "cannot read " + text;
+    case KSUP::KOperation::Write:
+        return "cannot write " + text;
+    case KSUP::KOperation::Delete:
+        return "cannot delete " + text;
+    default:
+        return text;
     }
-    if (place == "ins/KProcessRuleBase") {
-        return "A process could not be started or stopped. The last line of the log says why.";
-    }
-    if (place == "ins/KFileRule") { // a deletion, whose code is the system's
-        return std::generic_category().message(static_cast<int>(error.GetCode()));
-    }
-    return error.GetCode() == KSUP::ErrorCode::malformedRule
-               ? "The script has a line that is no rule."
-               : error.GetSummary().c_str();
+}
+
+std::string WordsOfLink(unsigned code) {
+    return code == KSUP::ErrorCode::notFound
+               ? "The product's link is missing or no link. The script has to make "
+                 "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the "
+                 "product path."
+               : "The product's link /etc/SERVICE/SERVICE does not lead to an absolute path.";
 }
 
 /// Whether the target is in the way: there is no room, or nothing may be written.
@@ -59,33 +60,34 @@ KInstalledRecord ReadRecord(const KINS::KInstaller& installer) {
     return {path.c_str(), version.c_str(), buildNumber};
 }
 
-std::string InWords(const KSUP::KError& error, const std::string& lastCopied) {
-    if (!error.HasInfo()) {
-        return WordsOfPlace(error);
-    }
+std::string InWords(const KSUP::KError& error) {
     const std::string info = error.GetInfo().GetString().c_str();
-    if (error.GetCode() == KSUP::ErrorCode::malformedRule) {
-        return "The script has a line that is no rule: " + info;
+    switch (error.GetKind()) {
+    case KSUP::KErrorKind::System:
+        return WordsOfSystem(error);
+    case KSUP::KErrorKind::Rule:
+        return "The script has a line that is no rule" + (info.empty() ? "." : ": " + info);
+    case KSUP::KErrorKind::RecordLink:
+        return WordsOfLink(error.GetCode());
+    case KSUP::KErrorKind::RecordFile:
+        return "The product's configuration file is missing, so there is no place for the record. "
+               "The script has to make it, for instance with profile=put.";
+    case KSUP::KErrorKind::Process:
+        return std::string("A process could not be started or stopped: ") +
+               error.GetReason().c_str();
+    case KSUP::KErrorKind::Service:
+        return error.GetReason().c_str();
+    default:
+        return info.empty() ? error.GetSummary().c_str() : info;
     }
-    if (!lastCopied.empty()) {
-        return (info.starts_with(lastCopied + ":") ? "cannot write " : "cannot read ") + info;
-    }
-    return info;
-}
-
-bool IsOfServiceCall(const KSUP::KError& error) {
-    return std::string_view(error.GetFile()) == "ins/KServiceRule" &&
-           error.GetCode() != KSUP::ErrorCode::malformedRule;
 }
 
 int ExitCodeOf(const KSUP::KError& error) {
-    if (IsOfServiceCall(error)) {
+    if (error.GetKind() == KSUP::KErrorKind::Service) {
         return ExitCode::noService;
     }
-    // A status of ours that has an errno's number comes from nowhere that deals with files.
-    const std::string_view place(error.GetFile());
-    const bool isOfFiles = place.starts_with("sup++/") || place == "ins/KFileRule";
-    return isOfFiles && CannotWrite(error.GetCode()) ? ExitCode::cannotWrite : ExitCode::ruleFailed;
+    return error.IsSystemError() && CannotWrite(error.GetCode()) ? ExitCode::cannotWrite
+                                                                 : ExitCode::ruleFailed;
 }
 
 std::string LeftServices() {

@@ -19,12 +19,8 @@ struct KInstalledRecord {
 /// Throws   KSUP::KError when there is none
 KInstalledRecord ReadRecord(const KINS::KInstaller& installer);
 
-/// An error as its reader needs it. `lastCopied` is the target of the copy that went on when it came,
-/// empty without one.
-std::string InWords(const KSUP::KError& error, const std::string& lastCopied);
-
-/// Whether a service call failed: the error has its status, KServiceReason the words.
-bool IsOfServiceCall(const KSUP::KError& error);
+/// An error as its reader needs it, by its kind.
+std::string InWords(const KSUP::KError& error);
 
 /// What the program answers for an error that ended a run.
 int ExitCodeOf(const KSUP::KError& error);

@@ -149,7 +149,13 @@ TEST_F(SetupProgramTest, ALinkThatComesInThePlaceOfTheCommandsFileIsNotFollowed)
     );
     const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 1);
-    EXPECT_THAT(failed.err, HasSubstr("Error 172: A process could not be started"));
+    EXPECT_THAT(
+        failed.err,
+        HasSubstr(
+            "Error 172: A process could not be started or stopped: " + std::string(commandOutput) +
+            ": a symbolic link"
+        )
+    );
     EXPECT_THAT(failed.err, HasSubstr(std::string(commandOutput) + ": a symbolic link"));
     EXPECT_EQ(tree.Read("victim"), "mine\n");
 }
@@ -174,7 +180,10 @@ TEST_F(SetupProgramTest, ADeletionThatFailsIsToldInWords) {
     GivenScript("file=delete,lib,$pathSource$\n");
     const Outcome failed = RunSetup("install", "--no-check");
     EXPECT_EQ(failed.exitCode, 1);
-    EXPECT_THAT(failed.err, HasSubstr("Error 21: Is a directory\nRule: "));
+    EXPECT_THAT(
+        failed.err,
+        HasSubstr("Error 21: cannot delete " + tree.Path("kit/lib") + ": Is a directory\nRule: ")
+    );
 }
 
 TEST_F(SetupProgramTest, AnIgnoredHangUpStaysIgnored) {
