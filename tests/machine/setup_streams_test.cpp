@@ -278,6 +278,22 @@ TEST_F(SetupJournalTest, GetsOneEntryForTheStartAndOneForTheEnd) {
     EXPECT_THAT(entries[1].value("MESSAGE", ""), HasSubstr("End install of Setup Test 71.1"));
 }
 
+TEST_F(SetupJournalTest, GetsNoWarningInTheWholeLifeOfAProduct) {
+    GivenVersion("71.9");
+    const auto warnings = [this] {
+        return Run("journalctl --sync; journalctl -q -o cat -p warning -t ins-setup").out;
+    };
+    const std::string before = warnings();
+    ASSERT_EQ(RunSetup("status").exitCode, 3);
+    ASSERT_EQ(RunSetup("plan install").exitCode, 0);
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    ASSERT_EQ(RunSetup("status", "--verify").exitCode, 0);
+    ASSERT_EQ(RunSetup("remove").exitCode, 0);
+    ASSERT_EQ(RunSetup("remove").exitCode, 0);
+    EXPECT_EQ(warnings(), before);
+}
+
 TEST_F(SetupJournalTest, GetsAFailureWithItsReason) {
     GivenVersion("71.2");
     fs::remove(tree.Path("kit/lib/svc"));
