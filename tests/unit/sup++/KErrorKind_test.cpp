@@ -100,7 +100,7 @@ INSTANTIATE_TEST_SUITE_P(
             "none"},
         Row{"ReadingADirectory",
             [](const TemporaryTree& tree) { KSUP::KFile().OpenForRead(tree.Path("directory")); },
-            EINVAL,
+            EISDIR,
             KOperation::Read,
             "directory"},
         Row{"MakingAFileInNoDirectory",
