@@ -173,7 +173,7 @@ void KLogBase::EndEntry(Entry& entry) noexcept {
         if (KSYS::WriteAll(descriptor, entry.line.data(), entry.line.size()) != 0) {
             lineIsCut.store(true, std::memory_order_relaxed);
         }
-    } catch (...) { // NOLINT: no memory for the last bytes of an entry
+    } catch (...) { // no memory for the last bytes of an entry
     }
     entry.line.clear(); // keeps its memory for the next one
     entry.width = 0;

@@ -6,13 +6,13 @@
 #include <cstdint>
 
 /// A 64-bit value in two halves, as records on disk hold it.
-struct SUP_EXPORT _tagQword { // NOLINT: the interface's own spelling
+struct SUP_EXPORT _tagQword { // NOLINT(readability-identifier-naming): the interface's own spelling
     std::uint32_t low;        ///< bits 0 to 31
     std::uint32_t high;       ///< bits 32 to 63
 };
 
 /// A globally unique id, laid out as RFC 4122 orders its fields.
-struct SUP_EXPORT _tagGuid { // NOLINT: the interface's own spelling
+struct SUP_EXPORT _tagGuid { // NOLINT(readability-identifier-naming): the interface's own spelling
     std::uint32_t data1;     ///< first group
     std::uint16_t data2;     ///< second group
     std::uint16_t data3;     ///< third group

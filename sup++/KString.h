@@ -32,11 +32,13 @@ class SUP_EXPORT KString {
 
     KString() noexcept = default;
     /// A copy of the bytes; of null, an empty text.
-    KString(const char* bytes) : text(bytes != nullptr ? bytes : "") {} // NOLINT: texts convert
+    // NOLINTNEXTLINE(google-explicit-constructor): texts convert
+    KString(const char* bytes) : text(bytes != nullptr ? bytes : "") {}
     /// A copy of the bytes.
-    KString(const std::string& bytes) : text(bytes.c_str()) {} // NOLINT: texts convert
+    // NOLINTNEXTLINE(google-explicit-constructor): texts convert
+    KString(const std::string& bytes) : text(bytes.c_str()) {}
     /// Takes the bytes.
-    KString(std::string&& bytes); // NOLINT: texts convert
+    KString(std::string&& bytes); // NOLINT(google-explicit-constructor): texts convert
     template <std::integral T>
     KString(T) = delete; ///< a number is not a text: see KUtil::NumberToString
     virtual ~KString();
@@ -76,7 +78,7 @@ class SUP_EXPORT KString {
     KString& MakeLower();
 
     /// The NUL-terminated bytes.
-    const char* c_str() const noexcept { return text.c_str(); } // NOLINT: named as in std::string
+    const char* c_str() const noexcept { return text.c_str(); }
     /// The same as c_str().
     const char* GetText() const noexcept { return text.c_str(); }
     /// The number of bytes.

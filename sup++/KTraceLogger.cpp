@@ -39,7 +39,7 @@ void WriteLine(int descriptor, TRACE_MESSAGE level, const char* text) noexcept {
         );
         line += '\n';
         static_cast<void>(KSYS::WriteAll(descriptor, line.data(), line.size()));
-    } catch (...) { // NOLINT: there is nobody left to be told
+    } catch (...) { // there is nobody left to be told
     }
 }
 

@@ -99,7 +99,7 @@ struct NameCache {
     std::array<Item, 8> items;
     std::size_t next = 0;
 };
-thread_local NameCache nameCache; // NOLINT: a cache of its thread
+thread_local NameCache nameCache; // a cache of its thread
 
 } // namespace
 

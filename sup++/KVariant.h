@@ -18,9 +18,9 @@ class SUP_EXPORT KVariant {
 
     KVariant() noexcept;
     /// A copy of the text.
-    KVariant(const KString& text); // NOLINT: texts convert
+    KVariant(const KString& text); // NOLINT(google-explicit-constructor): texts convert
     /// A copy of the text; null is an empty text.
-    KVariant(const char* text); // NOLINT: texts convert
+    KVariant(const char* text); // NOLINT(google-explicit-constructor): texts convert
     ~KVariant();
     /// A copy of the value.
     KVariant(const KVariant&);

@@ -52,7 +52,7 @@ void Msg(TRACE_MESSAGE level, const char* format, ...) noexcept {
         const std::string text = Format(format, arguments);
         SvcGetGlobalLogger()->Write(level, text.c_str());
         CallHook(level, text.c_str());
-    } catch (...) { // NOLINT: a message is never worth an error of its own
+    } catch (...) { // a message is never worth an error of its own
     }
     va_end(arguments);
     errno = savedErrno;

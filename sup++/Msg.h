@@ -7,7 +7,7 @@
 #include <sup++/Export.h>
 
 /// A trace level. The libraries use 24 (support layer), 48 (rules) and 400 (installer).
-typedef unsigned int TRACE_MESSAGE; // NOLINT: the interface's own spelling
+typedef unsigned int TRACE_MESSAGE;
 
 namespace KSUP {
 using ::TRACE_MESSAGE;

@@ -24,7 +24,7 @@ Event& TheEvent() {
 }
 
 /// The count that this thread saw last: what happened between two calls ends the second at once.
-thread_local std::uint64_t seen = 0; // NOLINT: one of each thread
+thread_local std::uint64_t seen = 0; // one of each thread
 
 } // namespace
 

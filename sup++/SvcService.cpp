@@ -36,7 +36,7 @@ static_assert(KSUP::ErrorCode::serviceManagerLost == KSYS::ServiceStatus::manage
 constexpr unsigned stopped = 1;
 constexpr unsigned running = 4;
 
-thread_local std::string lastErrorText; // NOLINT: a thread's own
+thread_local std::string lastErrorText; // a thread's own
 
 std::atomic<bool> leavesForNextBoot{false};
 

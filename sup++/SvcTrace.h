@@ -9,7 +9,7 @@
 #include <sup++/Msg.h>
 
 /// Called with the context it was registered with, the level and the finished text.
-typedef void (*SvcTraceHook)(void* context, TRACE_MESSAGE level, const char* text); // NOLINT
+typedef void (*SvcTraceHook)(void* context, TRACE_MESSAGE level, const char* text);
 
 /// Lets a program or a test see every message besides the logger; null ends that. One hook at a
 /// time, the last one set.

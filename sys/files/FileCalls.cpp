@@ -103,7 +103,7 @@ void NoteCreation(const char* path, const KDescriptor& file, bool isUnlinked) no
 }
 
 ssize_t CopyThroughBuffer(int from, long long offset, int to, std::size_t length) noexcept {
-    std::array<char, 65536> buffer; // NOLINT: filled before it is read
+    std::array<char, 65536> buffer; // filled before it is read
     const std::size_t most = length < buffer.size() ? length : buffer.size();
     const ssize_t bytes = Retry([&] { return ::pread(from, buffer.data(), most, offset); });
     if (bytes > 0) {

@@ -84,7 +84,7 @@ const KCatalogueFile* KCatalogueFile::Open(const std::string& path) {
     }
     // A path with a separator is taken as it stands, whatever the environment says.
     const nl_catd handle = ::catopen(path.c_str(), 0);
-    if (handle == reinterpret_cast<nl_catd>(-1)) { // NOLINT: the interface's own sign of failure
+    if (handle == reinterpret_cast<nl_catd>(-1)) { // the interface's own sign of failure
         return nullptr;
     }
     return opened[path] = new KCatalogueFile(handle);

@@ -43,7 +43,7 @@ struct LastNoted {
     unsigned session = 0;
     std::string directory;
 };
-thread_local LastNoted lastNoted; // NOLINT: a cache of its thread
+thread_local LastNoted lastNoted; // a cache of its thread
 
 std::string_view DirectoryOf(const char* path) noexcept {
     const char* slash = std::strrchr(path, '/');

@@ -57,7 +57,7 @@ void* AllocateLow(std::size_t bytes) noexcept {
 #endif
     // Elsewhere a hint is all there is; the kernel takes it while the place is free.
     for (std::uintptr_t hint = 0x20000000; hint < 0xF0000000; hint += 0x10000000) {
-        void* place = reinterpret_cast<void*>(hint); // NOLINT: an address to ask for
+        void* place = reinterpret_cast<void*>(hint); // an address to ask for
         void* hinted = ::mmap(place, bytes, PROT_READ | PROT_WRITE, flags, -1, 0);
         if (fits(hinted)) {
             return hinted;

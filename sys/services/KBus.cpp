@@ -149,7 +149,7 @@ int KBus::OnSignal(sd_bus_message* message, void* handler, sd_bus_error*) noexce
     try {
         (*static_cast<std::function<void(sd_bus_message*)>*>(handler))(message);
         return 0;
-    } catch (...) { // NOLINT: nothing may pass through the library; Wait ends with this
+    } catch (...) { // nothing may pass through the library; Wait ends with this
         return -ENOMEM;
     }
 }
