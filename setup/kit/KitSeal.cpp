@@ -47,7 +47,7 @@ KReadFile ReadFile(const fs::path& path, const std::function<bool()>& shallStop 
         );
     }
     if (file.digest.errorNumber != 0) {
-        FailOn(path, file.digest.errorNumber);
+        FailOn(path, static_cast<int>(file.digest.errorNumber));
     }
     return file;
 }

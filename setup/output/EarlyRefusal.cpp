@@ -9,8 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/files/FileContent.h>
 
 namespace KSETUP {
 
@@ -23,7 +22,7 @@ int OpenDescriptor(std::string_view text) {
     int number = -1;
     const auto read = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool isNumber = read.ec == std::errc() && read.ptr == text.data() + text.size();
-    return isNumber && number > STDIN_FILENO && ::fcntl(number, F_GETFD) >= 0 ? number : -1;
+    return isNumber && number > STDIN_FILENO && KSYS::IsOpenDescriptor(number) ? number : -1;
 }
 
 /// Whether the word behind this one is part of the command.

@@ -29,9 +29,9 @@ struct KManifestEntry {
 /// "file", "directory" or "link".
 const char* KindWord(KManifestEntry::Kind kind) noexcept;
 
-/// What stands at a path, without a digest; nothing for what is not there, with the reason in errno
-/// (0 for what is of no kind that is installed).
-std::optional<KManifestEntry> LookAtEntry(const std::string& path);
+/// What stands at a path, without a digest; nothing for what is not there. `whyMissing` is errno
+/// then, and 0 for what is of no kind that is installed.
+std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* whyMissing = nullptr);
 
 /// Something that is not as it was installed.
 struct KManifestDifference {
