@@ -169,7 +169,7 @@ std::vector<std::string>
 KRunGuard::FindLeft(const std::string& productPath, std::vector<std::string>& notes) const {
     try {
         if (const auto installed = KManifest::Read(service)) {
-            return installed->GetRemaining();
+            return installed->FindRemaining();
         }
     } catch (const KSetupFailure&) { // its advice is for those who keep the product
         notes.push_back(

@@ -7,7 +7,7 @@
 #include <setup/output/KSetupVoice.h>
 #include <setup/plan/KDiskView.h>
 #include <setup/plan/KPlan.h>
-#include <setup/preflight/KDigestsAhead.h>
+#include <setup/preflight/KDigestPrefetch.h>
 #include <setup/state/KManifest.h>
 #include <setup/state/KRunLock.h>
 #include <setup/state/KRunState.h>
@@ -99,7 +99,7 @@ class KRunGuard {
     std::optional<KRunState> state;
     bool isAfterInterrupted = false;
     KDigests sealed; // of the kit's files, once its seal was read
-    std::optional<KDigestsAhead> digests;
+    std::optional<KDigestPrefetch> digests;
 };
 
 } // namespace KSETUP

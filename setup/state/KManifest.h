@@ -80,7 +80,7 @@ class KManifest {
     /// to be edited) the content is not looked at.
     std::vector<KManifestDifference> Verify(const std::set<std::string>& mayChange = {}) const;
     /// The paths at which something stands still: what a removal left behind.
-    std::vector<std::string> GetRemaining() const;
+    std::vector<std::string> FindRemaining() const;
 
     /// Throws   KSetupFailure, a former manifest being there still
     void Write(const std::string& serviceName, const std::string& base = stateBaseDirectory) const;

@@ -152,7 +152,7 @@ std::vector<KManifestDifference> KManifest::Verify(const std::set<std::string>& 
     return differences;
 }
 
-std::vector<std::string> KManifest::GetRemaining() const {
+std::vector<std::string> KManifest::FindRemaining() const {
     std::vector<std::string> remaining;
     for (const auto& [path, entry] : entries) {
         struct stat status {};

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/preflight/KDigestsAhead.h>
+#include <setup/preflight/KDigestPrefetch.h>
 
 #include <exception>
 #include <system_error>
@@ -9,7 +9,7 @@
 
 namespace KSETUP {
 
-KDigestsAhead::KDigestsAhead(std::vector<KCopy> toCopy, KDigests alreadyRead)
+KDigestPrefetch::KDigestPrefetch(std::vector<KCopy> toCopy, KDigests alreadyRead)
     : copies(std::move(toCopy)),
       known(std::move(alreadyRead)) {
     const KSYS::BlockedSignals
@@ -21,21 +21,21 @@ KDigestsAhead::KDigestsAhead(std::vector<KCopy> toCopy, KDigests alreadyRead)
     }
 }
 
-KDigestsAhead::~KDigestsAhead() {
+KDigestPrefetch::~KDigestPrefetch() {
     isStopped.store(true, std::memory_order_relaxed);
     if (thread.joinable()) {
         thread.join();
     }
 }
 
-KDigests KDigestsAhead::Take() {
+KDigests KDigestPrefetch::Take() {
     if (thread.joinable()) {
         thread.join();
     }
     return std::move(digests);
 }
 
-void KDigestsAhead::Run() {
+void KDigestPrefetch::Run() {
     const auto shallStop = [this] { return isStopped.load(std::memory_order_relaxed); };
     try {
         for (const KCopy& copy : copies) {
