@@ -22,7 +22,8 @@
 #include <iostream>
 #include <string>
 
-#include <poll.h>
+#include <sys/processes/ProcessIsolation.h>
+#include <sys/processes/Terminal.h>
 #include <unistd.h>
 
 namespace {
@@ -122,15 +123,9 @@ bool IsQuestion(Command command) {
            command == Command::Macros;
 }
 
-/// Whether a pipe's reader went away, as `head` does once it has what it wants.
-bool IsReaderGone() {
-    pollfd output{STDOUT_FILENO, POLLOUT, 0};
-    return ::poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
-}
-
 /// Half an answer looks whole to a program. (A run's result stands, whoever heard of it.)
 int TellLostAnswer(Command command, int exitCode) {
-    if (!IsQuestion(command) || std::cout.flush() || IsReaderGone()) {
+    if (!IsQuestion(command) || std::cout.flush() || KSYS::IsReaderGone(STDOUT_FILENO)) {
         return exitCode;
     }
     std::cerr << "ins-setup: the answer could not be written. Make room where standard output "
@@ -158,7 +153,7 @@ int main(int argc, char** argv) {
         }
         if (WorksOnMachine(arguments->command)) {
             arguments->kit = KSETUP::FromDirectory(directory, arguments->kit);
-        } else if (!directory.empty() && ::chdir(directory.c_str()) != 0) {
+        } else if (!directory.empty() && KSYS::EnterDirectory(directory.c_str()) != 0) {
             throw KSETUP::KSetupFailure(
                 KSETUP::ExitCode::noKit, directory + ": this directory cannot be entered again."
             );

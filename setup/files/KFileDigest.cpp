@@ -2,16 +2,14 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/files/KFileDigest.h>
-#include <setup/files/KFileHandle.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <memory>
 
-#include <fcntl.h>
 #include <openssl/evp.h>
-#include <sys/stat.h>
+#include <sys/files/FileContent.h>
 
 namespace KSETUP {
 
@@ -45,12 +43,10 @@ std::string HexText(const unsigned char* bytes, unsigned count) {
 
 KFileDigest DigestFile(const std::string& path, const std::function<bool()>& shallStop) {
     KFileDigest result;
-    const KFileHandle file(
-        ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)
-    );
+    KSYS::KDescriptor file;
     struct stat status {};
-    if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        result.errorNumber = file.IsOpen() && status.st_mode != 0 ? EINVAL : errno;
+    result.errorNumber = KSYS::OpenRegularEntry(path, O_RDONLY, file, status);
+    if (result.errorNumber != 0) {
         return result;
     }
     const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(
@@ -66,15 +62,14 @@ KFileDigest DigestFile(const std::string& path, const std::function<bool()>& sha
             result.errorNumber = ECANCELED;
             return result;
         }
-        const ssize_t count = ::read(file.Get(), chunk.get(), room);
-        if (count == 0) {
-            break;
-        }
-        if (count < 0 && errno != EINTR) {
-            result.errorNumber = errno;
+        std::size_t bytes = 0;
+        result.errorNumber = KSYS::ReadSome(file.Get(), chunk.get(), room, bytes);
+        if (result.errorNumber != 0) {
             return result;
         }
-        const std::size_t bytes = count > 0 ? static_cast<std::size_t>(count) : 0;
+        if (bytes == 0) {
+            break;
+        }
         Check(::EVP_DigestUpdate(context.get(), chunk.get(), bytes));
         result.size += bytes;
     }

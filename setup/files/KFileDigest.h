@@ -9,9 +9,9 @@
 namespace KSETUP {
 
 struct KFileDigest {
-    int errorNumber = 0;    ///< 0 when the file was read to its end
-    std::uint64_t size = 0; ///< bytes that were read
-    std::string sha256;     ///< in hexadecimal; empty when it was not read to its end
+    unsigned errorNumber = 0; ///< 0 when the file was read to its end
+    std::uint64_t size = 0;   ///< bytes that were read
+    std::string sha256;       ///< in hexadecimal; empty when it was not read to its end
 };
 
 /// By path.

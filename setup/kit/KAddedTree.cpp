@@ -6,13 +6,11 @@
 #include <setup/output/Words.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
 
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/files/DirectoryEntry.h>
 
 namespace KSETUP {
 
@@ -86,8 +84,9 @@ void KAddedTree::Complain(const std::string& relative, const std::string& why) {
 void KAddedTree::Scan(const std::string& relative) {
     const fs::path path = fs::path(root) / relative;
     struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) {
-        FailOn(path, errno);
+    const unsigned failed = KSYS::ReadStatus(path.string(), KSYS::LastLink::Follow, status);
+    if (failed != 0) {
+        FailOn(path, static_cast<int>(failed));
     }
     Directory& directory = directories[relative];
     directory.mode = status.st_mode & 07777;
@@ -116,13 +115,16 @@ void KAddedTree::ScanEntry(
 ) {
     const fs::path path = fs::path(root) / relative;
     struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) {
-        Complain(relative, std::generic_category().message(errno));
+    unsigned failed = KSYS::ReadStatus(path.string(), KSYS::LastLink::Keep, status);
+    if (failed != 0) {
+        Complain(relative, std::generic_category().message(static_cast<int>(failed)));
     } else if (S_ISDIR(status.st_mode)) {
         Scan(relative);
     } else if (S_ISREG(status.st_mode)) {
-        if (::access(path.c_str(), R_OK) != 0) {
-            Complain(relative, std::generic_category().message(errno));
+        KSYS::KDescriptor readable;
+        failed = KSYS::OpenRegularEntry(path.string(), O_RDONLY, readable, status);
+        if (failed != 0) {
+            Complain(relative, std::generic_category().message(static_cast<int>(failed)));
         }
         directory.files.push_back(name);
     } else if (S_ISLNK(status.st_mode)) {

@@ -12,8 +12,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include <sys/stat.h>
-
 namespace KSETUP {
 
 namespace {
@@ -96,12 +94,11 @@ AddTree(const KAddedTree& tree, const std::string& kitDirectory, const std::stri
     }
     MakeDirectories(payload);
     // Beside the kit's files until all is copied: a kit is never half of one and half of the other.
-    const KTemporaryDirectory work(MakeTemporaryDirectory(payload, ".add."));
+    const KTemporaryDirectory work(payload);
     const fs::path added = work.GetPath() / "new";
     const fs::path former = work.GetPath() / "former";
     CopyTree(tree, added);
-    struct stat status {};
-    const mode_t mode = ::stat(scriptPath.c_str(), &status) == 0 ? status.st_mode & 07777 : 0644;
+    const auto mode = static_cast<mode_t>(fs::status(scriptPath).permissions());
     if (replaces) {
         Rename(target, former);
     }

@@ -14,12 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <link.h>
 #include <openssl/opensslv.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/processes/ProgramRun.h>
 
 namespace KSETUP {
 
@@ -158,7 +155,7 @@ std::string Label(const std::string& product) {
 
 /// Runs makeself in `directory`; what it says goes to a file there.
 void RunMakeself(const fs::path& directory, const std::string& label) {
-    std::vector<std::string> words = {
+    const std::vector<std::string> words = {
         "makeself",
         "--sha256",
         "--nox11",
@@ -171,23 +168,8 @@ void RunMakeself(const fs::path& directory, const std::string& label) {
         label,
         "sh",
         std::string("./") + startName};
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
-    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    ::posix_spawn_file_actions_addopen(
-        &actions, STDOUT_FILENO, "log", O_WRONLY | O_CREAT | O_TRUNC, 0600
-    );
-    ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-    pid_t child = 0;
-    const int error =
-        ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
-    ::posix_spawn_file_actions_destroy(&actions);
+    bool succeeded = false;
+    const unsigned error = KSYS::RunProgram(words, directory, "log", succeeded);
     if (error == ENOENT) {
         throw KSetupFailure(
             ExitCode::noKit,
@@ -196,12 +178,9 @@ void RunMakeself(const fs::path& directory, const std::string& label) {
         );
     }
     if (error != 0) {
-        FailOn("makeself", error);
+        FailOn("makeself", static_cast<int>(error));
     }
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-    }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+    if (!succeeded) {
         throw KSetupFailure(
             ExitCode::cannotWrite, "makeself failed. It says:\n" + ReadBytes(directory / "log")
         );
@@ -238,7 +217,7 @@ void MakeBundle(
     RefuseTarget(target, kitDirectory);
     VerifySeal(kitDirectory);
     // Beside the target, so that it can take its place at once.
-    const KTemporaryDirectory work(MakeTemporaryDirectory(target.parent_path(), ".bundle."));
+    const KTemporaryDirectory work(target.parent_path());
     const fs::path kit = work.GetPath() / "kit";
     CopyKit(kitDirectory, kit);
     std::error_code unknown; // as good as missing

@@ -1,19 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/files/KFileHandle.h>
-#include <setup/files/WriteAll.h>
 #include <setup/kit/KitFiles.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <string_view>
 #include <system_error>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/files/FileCalls.h>
+#include <sys/files/FileContent.h>
 
 namespace KSETUP {
 
@@ -21,33 +15,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::size_t chunkBytes = 65536;
-
-int OpenForRead(const fs::path& path) {
-    const int opened = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (opened < 0) {
-        FailOn(path, errno);
+void RequireRead(unsigned failed, const fs::path& path) {
+    if (failed != 0) {
+        FailOn(path, static_cast<int>(failed));
     }
-    return opened;
 }
 
-/// Into `chunk`; false at the end.
-bool ReadChunk(int from, std::string& chunk, const fs::path& path) {
-    chunk.resize(chunkBytes);
-    ssize_t got = 0;
-    do {
-        got = ::read(from, chunk.data(), chunk.size());
-    } while (got < 0 && errno == EINTR);
-    if (got < 0) {
-        FailOn(path, errno);
-    }
-    chunk.resize(static_cast<std::size_t>(got));
-    return got > 0;
-}
-
-void Write(int to, std::string_view bytes, const fs::path& path) {
-    if (const int error = WriteAll(to, bytes); error != 0) {
-        FailOnWrite(path, error);
+void RequireWritten(unsigned failed, const fs::path& path) {
+    if (failed != 0) {
+        FailOnWrite(path, static_cast<int>(failed));
     }
 }
 
@@ -93,46 +69,31 @@ KKitListing ListKit(const fs::path& directory) {
 }
 
 std::string ReadBytes(const fs::path& path) {
-    const KFileHandle file(OpenForRead(path));
+    KSYS::KDescriptor file;
+    struct stat status {};
     std::string bytes;
-    for (std::string chunk; ReadChunk(file.Get(), chunk, path);) {
-        bytes += chunk;
-    }
+    RequireRead(KSYS::OpenRegular(path.c_str(), file, status), path);
+    RequireRead(KSYS::ReadAll(file.Get(), bytes), path);
     return bytes;
 }
 
 void WriteBytes(const fs::path& path, const std::string& bytes, mode_t mode) {
-    std::string name = path.string() + ".XXXXXX";
-    const KFileHandle file(::mkostemp(name.data(), O_CLOEXEC));
-    if (file.Get() < 0) {
-        FailOnWrite(path, errno);
-    }
-    try {
-        Write(file.Get(), bytes, path);
-        if (::fchmod(file.Get(), mode) != 0 || ::fsync(file.Get()) != 0 ||
-            ::rename(name.c_str(), path.c_str()) != 0) {
-            FailOnWrite(path, errno);
-        }
-    } catch (const KSetupFailure&) {
-        ::unlink(name.c_str());
-        throw;
-    }
+    const std::string temporary = path.parent_path() / KSYS::TemporaryName();
+    RequireWritten(KSYS::ReplaceEntry(AT_FDCWD, temporary, path.string(), bytes, mode), path);
 }
 
 void CopyBytes(const fs::path& from, const fs::path& to) {
-    const KFileHandle source(OpenForRead(from));
+    KSYS::KDescriptor source;
+    KSYS::KDescriptor target;
     struct stat status {};
-    const KFileHandle target(::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    if (target.Get() < 0) {
-        FailOnWrite(to, errno);
-    }
-    for (std::string chunk; ReadChunk(source.Get(), chunk, from);) {
-        Write(target.Get(), chunk, to);
-    }
-    if (::fstat(source.Get(), &status) != 0 ||
-        ::fchmod(target.Get(), status.st_mode & 07777) != 0) {
-        FailOnWrite(to, errno);
-    }
+    RequireRead(KSYS::OpenRegular(from.c_str(), source, status), from);
+    static_cast<void>(KSYS::UnlinkEntry(to.string())); // making the file tells of one that stays
+    RequireWritten(KSYS::MakeFile(to.string(), target), to);
+    RequireWritten(
+        KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::Any),
+        to.string() + " from " + from.string()
+    );
+    RequireWritten(KSYS::SetMode(target.Get(), status.st_mode), to);
 }
 
 void MakeDirectories(const fs::path& path) {
@@ -143,12 +104,9 @@ void MakeDirectories(const fs::path& path) {
     }
 }
 
-fs::path MakeTemporaryDirectory(const fs::path& parent, const std::string& prefix) {
-    std::string name = (parent / (prefix + "XXXXXX")).string();
-    if (::mkdtemp(name.data()) == nullptr) {
-        FailOnWrite(parent, errno);
-    }
-    return name;
+KTemporaryDirectory::KTemporaryDirectory(const fs::path& parent)
+    : path(parent / KSYS::TemporaryName()) {
+    RequireWritten(KSYS::MakeDirectoryEntry(path.string(), S_IRWXU), parent);
 }
 
 KTemporaryDirectory::~KTemporaryDirectory() {

@@ -22,23 +22,20 @@ KKitListing ListKit(const std::filesystem::path& directory);
 std::string ReadBytes(const std::filesystem::path& path);
 /// Replaces a file whole or not at all; the new one has this mode.
 void WriteBytes(const std::filesystem::path& path, const std::string& bytes, mode_t mode);
-/// Copies a regular file with its permission bits.
+/// Copies a regular file with its permission bits, over a file that stands there.
 void CopyBytes(const std::filesystem::path& from, const std::filesystem::path& to);
 /// Makes one directory, mode 0755, and missing parents.
 void MakeDirectories(const std::filesystem::path& path);
-/// Makes a new directory in another; its name begins so.
-std::filesystem::path
-MakeTemporaryDirectory(const std::filesystem::path& parent, const std::string& prefix);
 
 /// "PATH: REASON. ADVICE", for a system call that failed: to read, or to write.
 [[noreturn]] void
 FailOn(const std::filesystem::path& path, int error, const std::string& advice = {});
 [[noreturn]] void FailOnWrite(const std::filesystem::path& path, int error);
 
-/// Deletes a directory with all it holds when it goes out of scope.
+/// A new directory in another, deleted with all it holds when it goes out of scope.
 class KTemporaryDirectory {
   public:
-    explicit KTemporaryDirectory(std::filesystem::path ownPath) : path(std::move(ownPath)) {}
+    explicit KTemporaryDirectory(const std::filesystem::path& parent);
     ~KTemporaryDirectory();
     KTemporaryDirectory(const KTemporaryDirectory&) = delete;
     KTemporaryDirectory& operator=(const KTemporaryDirectory&) = delete;

@@ -45,7 +45,7 @@ KReadFile ReadFile(const fs::path& path, const std::function<bool()>& shallStop 
         throw KSetupStop("Stopped on request. Nothing was changed.");
     }
     if (file.digest.errorNumber != 0) {
-        FailOn(path, file.digest.errorNumber);
+        FailOn(path, static_cast<int>(file.digest.errorNumber));
     }
     return file;
 }

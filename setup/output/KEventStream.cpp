@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include <setup/files/WriteAll.h>
 #include <setup/output/JsonText.h>
 #include <setup/output/KEventStream.h>
 
 #include <algorithm>
 
 #include <nlohmann/json.hpp>
+#include <sys/files/FileCalls.h>
 
 namespace KSETUP {
 
@@ -64,7 +64,9 @@ unsigned KEventStream::Advance(double rulesDone) noexcept {
 }
 
 void KEventStream::Write(const std::string& line) const {
-    static_cast<void>(WriteAll(output, line + "\n")); // a reader who is gone stops nothing
+    const std::string whole = line + "\n"; // in one write, where that is possible
+    // A reader who is gone stops nothing.
+    static_cast<void>(KSYS::WriteAll(output, whole.data(), whole.size()));
 }
 
 } // namespace KSETUP

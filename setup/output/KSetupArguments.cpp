@@ -5,6 +5,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <iterator>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -28,14 +30,45 @@ CLI::Validator NotEmpty() {
     return {[](const std::string& text) { return text.empty() ? "is empty" : ""; }, ""};
 }
 
+constexpr char jsonOption[] = "--json";
+constexpr char eventsOption[] = "--json-events";
+constexpr char descriptorOption[] = "--progress-fd";
+
+/// An option's value where it is given and is one, else `otherwise`.
+template <class Value>
+Value ValueOf(const CLI::App& app, const char* name, Value otherwise) {
+    try {
+        const CLI::Option* option = app.get_option_no_throw(name);
+        return option != nullptr && option->count() > 0 ? option->as<Value>() : otherwise;
+    } catch (const CLI::ParseError&) {
+        return otherwise;
+    }
+}
+
+/// Adds what the options of a parse, failed or not, say of the answer.
+void AddTo(KAnswerForm& form, const CLI::App& app) {
+    const CLI::Option* descriptor = app.get_option_no_throw(descriptorOption);
+    const bool hasDescriptor = descriptor != nullptr && descriptor->count() > 0;
+    form.json = form.json || ValueOf(app, jsonOption, false);
+    form.events = form.events || hasDescriptor || ValueOf(app, eventsOption, false);
+    form.descriptor = hasDescriptor ? ValueOf(app, descriptorOption, -1) : form.descriptor;
+}
+
 /// Describes the commands to the parser, which fills the arguments.
 class Parser {
   public:
     explicit Parser(KSetupArguments& toFill);
-    void Parse(int argc, char** argv) { app.parse(argc, argv); }
+    void Parse(int argc, const char* const* argv) {
+        ahead.assign(
+            std::make_reverse_iterator(argv + argc),
+            std::make_reverse_iterator(argv + std::min(argc, 1))
+        );
+        app.parse(ahead); // the last word first
+    }
     int Exit(const CLI::ParseError& error) { return app.exit(error); }
     /// The words that nothing was found for.
     std::vector<std::string> GetUnknown() const { return app.remaining(true); }
+    KAnswerForm GetAnswerForm() const;
 
   private:
     CLI::App* Add(CLI::App& parent, const char* name, const char* words, Command command);
@@ -52,6 +85,7 @@ class Parser {
     KSetupArguments& arguments;
     // Only taken in here: the engine reads these options from the saved command line itself.
     std::vector<std::string> profileLines;
+    std::vector<std::string> ahead; // after a parse: words that it did not come to
     CLI::App app{"Installs and removes the product of a kit.", "ins-setup"};
 };
 
@@ -89,7 +123,7 @@ void Parser::AddPath(CLI::App* command) {
 }
 
 void Parser::AddJson(CLI::App* command) {
-    command->add_flag("--json", arguments.json, "Answer with one JSON object");
+    command->add_flag(jsonOption, arguments.json, "Answer with one JSON object");
 }
 
 /// What whoever calls what changes the machine may want.
@@ -107,11 +141,11 @@ void Parser::AddCallerOptions(CLI::App* command) {
 void Parser::AddRunOptions(CLI::App* command) {
     AddCallerOptions(command);
     command->add_flag(
-        "--json-events", arguments.jsonEvents, "One JSON object a line while it goes on"
+        eventsOption, arguments.jsonEvents, "One JSON object a line while it goes on"
     );
     command
         ->add_option(
-            "--progress-fd", arguments.progressDescriptor, "The open descriptor for these lines"
+            descriptorOption, arguments.progressDescriptor, "The open descriptor for these lines"
         )
         ->type_name("N")
         ->check(CLI::Range(1, std::numeric_limits<int>::max()));
@@ -207,7 +241,45 @@ void Parser::AddAuthoring() {
         ->required();
 }
 
+KAnswerForm Parser::GetAnswerForm() const {
+    KAnswerForm form;
+    const CLI::App* command = &app;
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+        form.command += (form.command.empty() ? "" : " ") + command->get_name();
+    }
+    AddTo(form, *command);
+    // A command without these options, or a word before them that ends the parse: who asks for JSON
+    // gets it.
+    CLI::App rest;
+    rest.allow_extras();
+    rest.add_flag(jsonOption);
+    rest.add_flag(eventsOption);
+    rest.add_option(descriptorOption);
+    std::vector<std::string> words = GetUnknown();
+    std::reverse(words.begin(), words.end());
+    words.insert(words.begin(), ahead.begin(), ahead.end());
+    try {
+        rest.parse(words);
+    } catch (const CLI::ParseError&) {
+        // what was understood before counts
+    }
+    AddTo(form, rest);
+    return form;
+}
+
 } // namespace
+
+KAnswerForm ReadAnswerForm(int argc, const char* const* argv) {
+    KSetupArguments ignored;
+    Parser parser(ignored);
+    try {
+        parser.Parse(argc, argv);
+    } catch (const CLI::ParseError&) {
+        // what was understood says how it is to be told
+    }
+    return parser.GetAnswerForm();
+}
 
 std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCode) {
     KSetupArguments arguments;
@@ -215,7 +287,7 @@ std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCod
     const auto refuse = [&](const CLI::ParseError& error) {
         exitCode = parser.Exit(error) == 0 ? ExitCode::done : ExitCode::usage;
         if (exitCode != ExitCode::done) {
-            TellEarlyRefusal(argc, argv, exitCode, error.what());
+            TellEarlyRefusal(parser.GetAnswerForm(), exitCode, error.what());
         }
     };
     try {

@@ -45,6 +45,17 @@ struct KSetupArguments {
     std::string target; ///< kit new: the directory; kit bundle: the file
 };
 
+/// How a command line asks to be answered.
+struct KAnswerForm {
+    std::string command; ///< such as "plan install"; empty when there is none
+    bool json = false;
+    bool events = false;
+    int descriptor = 1; ///< for events; -1 for what is no number of one
+};
+
+/// The same command line, as far as it is understood: also of one that is refused.
+KAnswerForm ReadAnswerForm(int argc, const char* const* argv);
+
 /// Reads the command line. Help, the version and what is wrong are printed here.
 ///
 /// Returns  the arguments, or nothing when the program is to end with `exitCode` (0 or 64)

@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include <setup/files/WriteAll.h>
 #include <setup/output/KSetupProgress.h>
 #include <setup/output/Words.h>
 
 #include <cstdlib>
 #include <string_view>
 
-#include <sys/ioctl.h>
-#include <unistd.h>
+#include <sys/files/FileCalls.h>
+#include <sys/processes/Terminal.h>
 
 namespace KSETUP {
 
@@ -18,18 +17,18 @@ constexpr unsigned usualColumns = 80;
 
 bool IsTerminalOutput() {
     const char* type = std::getenv("TERM"); // NOLINT: before there are other threads
-    return ::isatty(STDOUT_FILENO) != 0 && type != nullptr && std::string_view(type) != "dumb";
+    return KSYS::IsTerminal(STDOUT_FILENO) && type != nullptr && std::string_view(type) != "dumb";
 }
 
 unsigned Columns() {
-    winsize size{};
-    const bool known = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return known ? size.ws_col : usualColumns;
+    const unsigned columns = KSYS::TerminalColumns(STDOUT_FILENO);
+    return columns > 0 ? columns : usualColumns;
 }
 
 /// One write, so that a line is whole however it is read.
 void Write(std::string_view text) {
-    static_cast<void>(WriteAll(STDOUT_FILENO, text)); // a reader who is gone is no reason to stop
+    // A reader who is gone is no reason to stop.
+    static_cast<void>(KSYS::WriteAll(STDOUT_FILENO, text.data(), text.size()));
 }
 
 std::string Line(unsigned done, unsigned all, const KSUP::KString& status) {

@@ -7,8 +7,7 @@
 #include <iostream>
 #include <string_view>
 
-#include <fcntl.h>
-#include <unistd.h>
+#include <sys/files/FileContent.h>
 
 namespace KSETUP {
 
@@ -55,7 +54,7 @@ KSetupVoice::KSetupVoice(const KSetupArguments& arguments)
     if (!arguments.jsonEvents && !elsewhere) {
         return;
     }
-    if (::fcntl(arguments.progressDescriptor, F_GETFD) < 0) {
+    if (!KSYS::IsOpenDescriptor(arguments.progressDescriptor)) {
         throw KSetupFailure(
             ExitCode::usage,
             "--progress-fd " + std::to_string(arguments.progressDescriptor) +

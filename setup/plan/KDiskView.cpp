@@ -5,18 +5,11 @@
 #include <setup/plan/KDiskView.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <climits>
-#include <memory>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/files/DirectoryEntry.h>
 
 namespace KSETUP {
 
@@ -24,9 +17,9 @@ namespace {
 
 const KPlannedEntry nothing;
 
-KPlannedEntry LookAtDisk(int directory, const char* name) {
+KPlannedEntry LookAtDisk(const KSYS::Entry& at) {
     struct stat status {};
-    if (::fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (KSYS::ReadStatus(at, KSYS::LastLink::Keep, status) != 0) {
         return {};
     }
     KPlannedEntry entry;
@@ -38,28 +31,22 @@ KPlannedEntry LookAtDisk(int directory, const char* name) {
         entry.kind = KEntryKind::Directory;
     } else if (S_ISLNK(status.st_mode)) {
         entry.kind = KEntryKind::Link;
-        std::array<char, PATH_MAX> target{};
-        const ssize_t size = ::readlinkat(directory, name, target.data(), target.size());
         // Empty where the link is gone by now.
-        entry.target.assign(target.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+        static_cast<void>(KSYS::ReadLink(at, entry.target));
     } else {
         entry.kind = KEntryKind::Other;
     }
     return entry;
 }
 
-struct DirectoryCloser {
-    void operator()(DIR* directory) const noexcept { ::closedir(directory); }
-};
-
 /// Missing or not to be read is as good as empty. Anything else, as a process without descriptors
 /// left, would be half a listing.
-void RequireWhole(const std::string& directory, int error) {
+void RequireWhole(const std::string& directory, unsigned error) {
     if (error != 0 && error != ENOENT && error != ENOTDIR && error != EACCES) {
         throw KSetupFailure(
             ExitCode::noKit,
-            "cannot read " + directory + ": " + std::generic_category().message(error) +
-                ". Nothing was changed."
+            "cannot read " + directory + ": " +
+                std::generic_category().message(static_cast<int>(error)) + ". Nothing was changed."
         );
     }
 }
@@ -77,34 +64,31 @@ const KPlannedEntry& KDiskView::Look(const std::string& path) {
             return nothing;
         }
     }
-    return entries.emplace(path, LookAtDisk(AT_FDCWD, path.c_str())).first->second;
+    return entries.emplace(path, LookAtDisk(path)).first->second;
 }
 
 const std::vector<KDiskView::Name>& KDiskView::List(const std::string& directory) {
     if (const auto known = listings.find(directory); known != listings.end()) {
         return known->second;
     }
+    std::vector<std::string> found;
+    KSYS::KDescriptor open;
+    // With "/." also a directory that a link leads to.
+    unsigned failed = KSYS::OpenDirectoryEntry(directory + "/.", open);
+    if (failed == 0) {
+        failed = KSYS::ListEntries({open.Get(), "."}, found);
+    }
+    RequireWhole(directory, failed);
     std::vector<Name> names;
-    const std::unique_ptr<DIR, DirectoryCloser> open(::opendir(directory.c_str()));
-    if (open == nullptr) {
-        RequireWhole(directory, errno);
-        return listings.emplace(directory, std::move(names)).first->second;
-    }
-    errno = 0;
-    while (const dirent* one = ::readdir(open.get())) {
-        const std::string_view name = one->d_name;
-        if (name != "." && name != "..") {
-            // By the open directory that costs a fraction, and who lists files looks at them too.
-            std::string path = directory == "/" ? "/" : directory + "/";
-            const auto [entry, isNew] = entries.try_emplace(path.append(name));
-            if (isNew) {
-                entry->second = LookAtDisk(::dirfd(open.get()), one->d_name);
-            }
-            names.push_back({std::string(name), entry->second.kind == KEntryKind::Directory});
+    for (std::string& name : found) {
+        // By the open directory that costs a fraction, and who lists files looks at them too.
+        std::string path = directory == "/" ? "/" : directory + "/";
+        const auto [entry, isNew] = entries.try_emplace(path.append(name));
+        if (isNew) {
+            entry->second = LookAtDisk({open, name});
         }
-        errno = 0;
+        names.push_back({std::move(name), entry->second.kind == KEntryKind::Directory});
     }
-    RequireWhole(directory, errno);
     std::sort(names.begin(), names.end(), [](const Name& left, const Name& right) {
         return left.name < right.name;
     });

@@ -6,8 +6,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include <sys/stat.h>
-#include <sys/statvfs.h>
+#include <sys/files/FileStatus.h>
 
 namespace KSETUP {
 
@@ -53,7 +52,8 @@ KPlan::Space* FileSystems::Of(const std::string& directory) {
 
 KPlan::Space* FileSystems::Look(const std::string& directory) {
     struct stat status {};
-    if (::stat(directory.c_str(), &status) != 0) { // it is yet to be made
+    KSYS::FileSystemStatus system;
+    if (KSYS::ReadStatus(directory, KSYS::LastLink::Follow, status) != 0) { // it is yet to be made
         const std::string parent = ParentPath(directory);
         return parent.empty() || parent == directory ? nullptr : Of(parent);
     }
@@ -61,16 +61,15 @@ KPlan::Space* FileSystems::Look(const std::string& directory) {
     if (known != spaces.end()) {
         return &known->second;
     }
-    struct statvfs system {};
-    if (::statvfs(directory.c_str(), &system) != 0) {
+    if (KSYS::ReadFileSystem(directory.c_str(), system) != 0) {
         return nullptr;
     }
     KPlan::Space& space = spaces[status.st_dev];
     space.directory = directory;
-    space.available = std::uint64_t{system.f_bfree} * system.f_frsize;
-    space.filesAvailable = system.f_ffree;
-    space.filesAreUnlimited = system.f_files == 0;
-    blocks[&space] = system.f_frsize != 0 ? system.f_frsize : 1;
+    space.available = system.bytesFree;
+    space.filesAvailable = system.filesFree;
+    space.filesAreUnlimited = !system.hasFileLimit;
+    blocks[&space] = system.blockBytes;
     return &space;
 }
 

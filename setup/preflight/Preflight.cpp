@@ -12,11 +12,8 @@
 #include <system_error>
 #include <unordered_set>
 
-#include <fcntl.h>
-#include <linux/stat.h>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
-#include <unistd.h>
+#include <sys/files/FileStatus.h>
+#include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
 
@@ -73,27 +70,21 @@ std::set<std::string> ChangedDirectories(const KPlan& plan) {
 
 /// Why nothing can be made in a directory that is there; empty when something can.
 std::string WhyNotWritable(const std::string& directory) {
-    struct statvfs system {};
-    struct statx status {};
-    if (::statx(AT_FDCWD, directory.c_str(), 0, STATX_TYPE, &status) != 0) {
+    KSYS::FileSystemStatus system;
+    struct stat status {};
+    if (KSYS::ReadStatus(directory, KSYS::LastLink::Follow, status) != 0) {
         return {}; // the run's own first step there will tell
     }
-    if (!S_ISDIR(status.stx_mode)) {
+    if (!S_ISDIR(status.st_mode)) {
         return "it is no directory. Take it away, or choose another product path";
     }
-    if ((status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0) {
+    if (KSYS::IsImmutable(directory, KSYS::LastLink::Follow)) {
         return "it is immutable; chattr -i allows changes";
     }
-    if (::statvfs(directory.c_str(), &system) == 0 && (system.f_flag & ST_RDONLY) != 0) {
+    if (KSYS::ReadFileSystem(directory.c_str(), system) == 0 && system.isReadOnly) {
         return "its file system is mounted read-only; mount -o remount,rw allows changes";
     }
     return {};
-}
-
-bool IsImmutable(const std::string& path) {
-    struct statx status {};
-    return ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &status) == 0 &&
-           (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
 }
 
 std::string ToText(const KVersion& version) {
@@ -103,7 +94,7 @@ std::string ToText(const KVersion& version) {
 } // namespace
 
 void RequireRoot() {
-    if (::geteuid() != 0) {
+    if (!KSYS::IsRoot()) {
         throw KSetupFailure(
             ExitCode::notRoot, "Only root can install and remove products. Try it with sudo."
         );
@@ -142,7 +133,7 @@ void RequireWritable(const KPlan& plan) {
         }
     }
     for (const std::string& path : plan.FindFilesThatGo()) {
-        if (IsImmutable(path)) {
+        if (KSYS::IsImmutable(path, KSYS::LastLink::Keep)) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,
                 path + " cannot be replaced or deleted: it is immutable; chattr -i allows it. "
@@ -160,7 +151,9 @@ bool NeedsServices(const KPlan& plan) {
 }
 
 void RequireServiceManager(const KPlan& plan) {
-    if (NeedsServices(plan) && ::access("/run/systemd/system", F_OK) != 0) {
+    struct stat running {};
+    if (NeedsServices(plan) &&
+        KSYS::ReadStatus("/run/systemd/system", KSYS::LastLink::Follow, running) != 0) {
         throw KSetupFailure(
             ExitCode::noService,
             "the script has services, and systemd does not run here. Nothing was changed. "

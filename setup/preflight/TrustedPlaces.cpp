@@ -4,15 +4,14 @@
 #include <setup/files/PathText.h>
 #include <setup/preflight/TrustedPlaces.h>
 
-#include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <string_view>
 #include <system_error>
+#include <vector>
 
-#include <fts.h>
-#include <sys/stat.h>
+#include <sys/files/DirectoryEntry.h>
 
 namespace KSETUP {
 
@@ -44,44 +43,53 @@ std::string WhyNotPrivate(const struct stat& status, bool isAbove) {
            (isAbove ? "." : ", or take the right away (chown -R root, chmod -R go-w).");
 }
 
+/// `path` is where the entry is.
+void RequirePrivateTree(const KSYS::Entry& entry, const std::string& path) {
+    struct stat status {};
+    KSYS::KDescriptor directory;
+    std::vector<std::string> names;
+    unsigned failed = KSYS::ReadStatus(entry, KSYS::LastLink::Keep, status);
+    const std::string why = failed == 0 ? WhyNotPrivate(status, false) : "";
+    if (!why.empty()) {
+        throw KSetupFailure(ExitCode::noKit, path + why);
+    }
+    if (failed == 0 && S_ISDIR(status.st_mode)) {
+        failed = KSYS::OpenDirectoryEntry(entry, directory);
+    }
+    if (failed == 0 && directory.IsOpen()) {
+        failed = KSYS::ListEntries({directory.Get(), "."}, names);
+    }
+    if (failed != 0) {
+        throw KSetupFailure(ExitCode::noKit, path + " cannot be read.");
+    }
+    for (const std::string& name : names) {
+        RequirePrivateTree({directory, name}, JoinPath(path, name));
+    }
+}
+
 } // namespace
 
 void RequirePrivate(const std::string& directory) {
     for (std::string at = ParentPath(directory); !at.empty();
          at = at == "/" ? "" : ParentPath(at)) {
         struct stat status {};
-        const std::string why =
-            ::lstat(at.c_str(), &status) == 0 ? WhyNotPrivate(status, true) : "";
+        const std::string why = KSYS::ReadStatus(at, KSYS::LastLink::Keep, status) == 0
+                                    ? WhyNotPrivate(status, true)
+                                    : "";
         if (!why.empty()) {
             throw KSetupFailure(ExitCode::noKit, at + why);
         }
     }
-    std::string root = directory;
-    char* roots[] = {root.data(), nullptr};
-    const std::unique_ptr<FTS, int (*)(FTS*)> walk(
-        ::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), ::fts_close
-    );
-    while (const FTSENT* entry = walk != nullptr ? ::fts_read(walk.get()) : nullptr) {
-        if (entry->fts_info == FTS_DP) { // seen before what is in it
-            continue;
-        }
-        if (entry->fts_statp == nullptr || entry->fts_info == FTS_NS ||
-            entry->fts_info == FTS_DNR) {
-            throw KSetupFailure(ExitCode::noKit, std::string(entry->fts_path) + " cannot be read.");
-        }
-        if (const std::string why = WhyNotPrivate(*entry->fts_statp, false); !why.empty()) {
-            throw KSetupFailure(ExitCode::noKit, entry->fts_path + why);
-        }
-    }
+    RequirePrivateTree(directory, directory);
 }
 
 void RequireSafeLog(const std::string& file) {
     const std::string directory = ParentPath(file);
     struct stat status {};
-    if (::stat(directory.c_str(), &status) != 0) {
+    if (const unsigned missing = KSYS::ReadStatus(directory, KSYS::LastLink::Follow, status)) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
-            directory + ": " + std::generic_category().message(errno) +
+            directory + ": " + std::generic_category().message(static_cast<int>(missing)) +
                 ". Logs go there. Nothing was changed. Make the directory (mkdir -p)."
         );
     }
@@ -93,7 +101,7 @@ void RequireSafeLog(const std::string& file) {
                         "changed. Make it root's (chown root, chmod o-w)."
         );
     }
-    if (::lstat(file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+    if (KSYS::ReadStatus(file, KSYS::LastLink::Keep, status) == 0 && !S_ISREG(status.st_mode)) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
             file + ": is no regular file, and a log is to be written there. Nothing was changed. "

@@ -21,6 +21,7 @@
 #include <utility>
 #include <vector>
 
+#include <sys/processes/Terminal.h>
 #include <unistd.h>
 
 namespace KSETUP {
@@ -67,7 +68,7 @@ void RefuseStopped(KSetupSignals& signals) {
 KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRun)) {
     const KRunContext& context = GetContext();
     if (planned.Installs()) {
-        digests = std::make_unique<KDigestsAhead>(
+        digests = std::make_unique<KDigestPrefetch>(
             LastingCopies(planned.GetPlan(), context.kit.GetDirectory()), planned.TakeSealed()
         );
     }
@@ -127,8 +128,8 @@ void KCheckedRun::FindLogs() {
 /// Only where somebody sits: a run that nobody watches is never held up.
 void KCheckedRun::AskBeforeRemoval() const {
     const KRunContext& context = GetContext();
-    if (context.arguments.yes || !context.voice.IsText() || ::isatty(STDIN_FILENO) == 0 ||
-        ::isatty(STDOUT_FILENO) == 0) {
+    if (context.arguments.yes || !context.voice.IsText() || !KSYS::IsTerminal(STDIN_FILENO) ||
+        !KSYS::IsTerminal(STDOUT_FILENO)) {
         return;
     }
     const KRunReport& report = context.report;

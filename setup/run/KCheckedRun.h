@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <setup/preflight/KDigestsAhead.h>
+#include <setup/preflight/KDigestPrefetch.h>
 #include <setup/run/KPlannedRun.h>
 
 #include <memory>
@@ -32,7 +32,7 @@ class KCheckedRun {
     void AskBeforeRemoval() const;
 
     KPlannedRun planned;
-    std::unique_ptr<KDigestsAhead> digests; // of an install: read beside everything that follows
+    std::unique_ptr<KDigestPrefetch> digests; // of an install: read beside everything that follows
     std::string commandLog;
 };
 

@@ -144,7 +144,7 @@ void KRun::SettleRemoval() {
 std::vector<std::string> KRun::FindLeft() const {
     try {
         if (const auto installed = GetPlanned().GetProduct().LoadManifest()) {
-            return installed->GetRemaining();
+            return installed->FindRemaining();
         }
     } catch (const KSetupFailure&) { // its advice is for those who keep the product
         report.notes.push_back(

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/PathText.h>
-#include <setup/files/WriteAll.h>
 #include <setup/run/KWriteJournal.h>
 #include <setup/state/KManifest.h>
 #include <sup++/SvcFile.h>
@@ -11,6 +10,7 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <sys/files/FileCalls.h>
 
 namespace KSETUP {
 
@@ -28,7 +28,9 @@ std::string Entry(char mark, const std::string& path) {
 
 /// Also a link that leads nowhere, and what cannot be looked at.
 bool IsThere(const std::string& path) {
-    return LookAtEntry(path).has_value() || (errno != ENOENT && errno != ENOTDIR);
+    unsigned whyMissing = 0;
+    return LookAtEntry(path, &whyMissing).has_value() ||
+           (whyMissing != ENOENT && whyMissing != ENOTDIR);
 }
 
 } // namespace
@@ -135,9 +137,9 @@ void KWriteJournal::SaveHeld() noexcept {
     if (pending.empty() || !file.IsOpen()) {
         return;
     }
-    const int status = WriteAll(file.Get(), pending);
+    const unsigned status = KSYS::WriteAll(file.Get(), pending.data(), pending.size());
     if (status != 0 && errorNumber == 0) {
-        errorNumber = status;
+        errorNumber = static_cast<int>(status);
     }
     pending.clear();
 }
@@ -155,7 +157,7 @@ int KWriteJournal::GetErrorNumber() const noexcept {
 void KWriteJournal::End() {
     {
         const std::lock_guard hold(guard);
-        file = KFileHandle();
+        file.Reset();
         pending.clear();
     }
     directory.Delete(fileName);

@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/files/KDescriptor.h>
+
 namespace KSETUP {
 
 /// What a run did to the disk, by who did it: every file, link and directory that the libraries make
@@ -67,7 +69,7 @@ class KWriteJournal {
     void SaveHeld() noexcept;
 
     KPrivateDirectory directory;
-    KFileHandle file;
+    KSYS::KDescriptor file;
 
     mutable std::mutex guard;
     // Guarded by guard:

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <setup/plan/KPlan.h>
-#include <setup/preflight/KDigestsAhead.h>
+#include <setup/preflight/KDigestPrefetch.h>
 
 #include <string>
 #include <vector>

@@ -2,30 +2,27 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupStop.h>
 #include <setup/files/PathText.h>
-#include <setup/state/CopyFile.h>
 #include <setup/state/KBackup.h>
 
-#include <array>
 #include <cerrno>
-#include <climits>
-#include <cstdio>
 #include <optional>
 #include <utility>
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/files/FileContent.h>
+#include <sys/files/FileStatus.h>
 
 namespace KSETUP {
 
 namespace {
 
+using KSYS::LastLink;
 using Kind = KBackupEntry::Kind;
 constexpr const char* directoryName = "backup";
 constexpr const char* newName = "backup.new";
 constexpr const char* indexName = "index";
 constexpr off_t smallBytes = 65536;
 
-KSetupFailure CannotKeep(const std::string& path, int errorNumber) {
+KSetupFailure CannotKeep(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
         ExitCode::cannotWrite,
         "cannot keep a copy of",
@@ -35,68 +32,61 @@ KSetupFailure CannotKeep(const std::string& path, int errorNumber) {
     );
 }
 
-bool IsMissing(int errorNumber) {
-    return errorNumber == ENOENT || errorNumber == ENOTDIR;
-}
-
-/// Makes `stored` a second name of the file that is open; false when that cannot be.
-bool HardLink(const KFilePlace& place, const struct stat& opened, int store, const char* stored) {
+/// Makes `stored` a second name of the file that is open; false where there are no hard links, or
+/// that would be another file by now.
+bool HardLink(const KSYS::Place& place, const struct stat& opened, const KSYS::Entry& stored) {
     struct stat linked {};
-    if (::linkat(place.directory.Get(), place.name.c_str(), store, stored, 0) != 0) {
-        return false; // another file system, or one without hard links
+    if (KSYS::MakeHardLink(place, stored) != 0) {
+        return false;
     }
-    if (::fstatat(store, stored, &linked, AT_SYMLINK_NOFOLLOW) == 0 &&
-        linked.st_dev == opened.st_dev && linked.st_ino == opened.st_ino) {
+    if (KSYS::ReadStatus(stored, LastLink::Keep, linked) == 0 && KSYS::IsSameFile(linked, opened)) {
         return true;
     }
-    ::unlinkat(store, stored, 0); // it was replaced meanwhile: copy what is open
+    static_cast<void>(KSYS::UnlinkEntry(stored)); // making the copy tells of one that stays
     return false;
 }
 
-KFileHandle MakeFile(int store, const char* stored) {
-    return KFileHandle(::openat(
-        store, stored, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR
-    ));
-}
-
-/// Returns 0 or errno.
-int KeepFile(const KFilePlace& place, int store, const char* stored) {
-    const KFileHandle source(::openat(
-        place.directory.Get(), place.name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK
-    ));
+/// Returns  0 or errno
+unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored) {
+    KSYS::KDescriptor source;
+    KSYS::KDescriptor target;
     struct stat status {};
-    if (!source.IsOpen() || ::fstat(source.Get(), &status) != 0) {
-        return errno;
+    unsigned failed = KSYS::OpenRegularEntry(place, O_RDONLY, source, status);
+    if (failed == 0) {
+        failed = KSYS::MakeFile(stored, target);
     }
-    KFileHandle target = MakeFile(store, stored);
-    if (!target.IsOpen()) {
-        return errno;
+    if (failed != 0) {
+        return failed;
     }
-    if (CopyContent(source.Get(), target.Get(), CopyWay::ReflinkOnly) != 0) {
+    if (KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::ReflinkOnly) != 0) {
         if (status.st_size > smallBytes) {
-            ::unlinkat(store, stored, 0);
-            if (HardLink(place, status, store, stored)) {
+            failed = KSYS::UnlinkEntry(stored);
+            if (failed == 0 && HardLink(place, status, stored)) {
                 return 0; // and so are its attributes
             }
-            target = MakeFile(store, stored);
+            failed = failed == 0 ? KSYS::MakeFile(stored, target) : failed;
         }
-        const int failed = CopyContent(source.Get(), target.Get(), CopyWay::Any);
-        if (failed != 0) {
-            return failed;
+        if (failed == 0) {
+            failed = KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::Any);
         }
     }
-    return CopyExtendedAttributes(source.Get(), target.Get());
+    return failed != 0 ? failed : KSYS::CopyExtendedAttributes(source.Get(), target.Get());
 }
 
-/// Looks at a path; nothing (and errno) for one that is not there.
-std::optional<KBackupEntry> Look(const std::string& path, KFilePlace& place, mode_t& type) {
+/// What stands at a path, as far as its status tells; nothing for one that is not there.
+///
+/// Throws   KSetupFailure when that cannot be told
+std::optional<KBackupEntry> Look(const std::string& path, KSYS::Place& place, mode_t& type) {
     struct stat status {};
-    if (const int missing = FindFilePlace(path, place); missing != 0) {
-        errno = missing;
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
+    if (failed == 0) {
+        failed = KSYS::ReadStatus(place, LastLink::Keep, status);
+    }
+    if (failed == ENOENT || failed == ENOTDIR) {
         return std::nullopt;
     }
-    if (::fstatat(place.directory.Get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return std::nullopt;
+    if (failed != 0) {
+        throw CannotKeep(path, failed);
     }
     KBackupEntry entry;
     entry.mode = status.st_mode & 07777U;
@@ -107,59 +97,34 @@ std::optional<KBackupEntry> Look(const std::string& path, KFilePlace& place, mod
     return entry;
 }
 
-void NoteMissing(const std::string& path, int errorNumber, KBackupIndex& index) {
-    if (!IsMissing(errorNumber)) {
-        throw CannotKeep(path, errorNumber);
-    }
-    index[path] = KBackupEntry();
-}
+/// Of a path's parents only directories are made and taken away: a link there is the machine's own
+/// affair.
+enum class Of { Path, Parent };
 
-/// A link above a path is the machine's own affair: only directories are made and taken away.
-void NoteParent(const std::string& path, KBackupIndex& index) {
+void Note(const KPrivateDirectory& store, const std::string& path, Of of, KBackupIndex& index) {
     if (index.contains(path)) {
         return;
     }
-    KFilePlace place;
+    KSYS::Place place;
     mode_t type = 0;
     std::optional<KBackupEntry> entry = Look(path, place, type);
+    unsigned failed = 0;
     if (!entry) {
-        NoteMissing(path, errno, index);
+        entry.emplace(); // nothing
     } else if (type == S_IFDIR) {
         entry->kind = Kind::Directory;
-        index[path] = std::move(*entry);
-    }
-}
-
-void Note(const KPrivateDirectory& store, const std::string& path, KBackupIndex& index) {
-    if (index.contains(path)) {
-        return;
-    }
-    KFilePlace place;
-    mode_t type = 0;
-    std::optional<KBackupEntry> entry = Look(path, place, type);
-    if (!entry) {
-        NoteMissing(path, errno, index);
-        return;
-    }
-    if (type == S_IFREG) {
+    } else if (type == S_IFREG && of == Of::Path) {
         entry->kind = Kind::File;
         entry->stored = std::to_string(index.size());
-        if (const int failed = KeepFile(place, store.Get(), entry->stored.c_str()); failed != 0) {
-            throw CannotKeep(path, failed);
-        }
-    } else if (type == S_IFDIR) {
-        entry->kind = Kind::Directory;
-    } else if (type == S_IFLNK) {
-        std::array<char, PATH_MAX> target{};
-        const ssize_t count =
-            ::readlinkat(place.directory.Get(), place.name.c_str(), target.data(), target.size());
-        if (count < 0) {
-            throw CannotKeep(path, errno);
-        }
+        failed = KeepFile(place, {store.Get(), entry->stored.c_str()});
+    } else if (type == S_IFLNK && of == Of::Path) {
         entry->kind = Kind::Link;
-        entry->target.assign(target.data(), static_cast<std::size_t>(count));
+        failed = KSYS::ReadLink(place, entry->target);
     } else {
         return; // the engine refuses to replace devices, queues and sockets
+    }
+    if (failed != 0) {
+        throw CannotKeep(path, failed);
     }
     index[path] = std::move(*entry);
 }
@@ -185,12 +150,12 @@ void KBackup::Save(const std::vector<std::string>& paths, const std::function<bo
             }
             for (std::size_t end = path.find('/', 1); end != std::string::npos;
                  end = path.find('/', end + 1)) {
-                NoteParent(path.substr(0, end), index);
+                Note(store, path.substr(0, end), Of::Parent, index);
             }
-            Note(store, path, index);
+            Note(store, path, Of::Path, index);
         }
-        if (::syncfs(store.Get()) != 0) {
-            throw CannotKeep(store.GetPath(), errno);
+        if (const unsigned failed = KSYS::FlushFileSystem(store.Get()); failed != 0) {
+            throw CannotKeep(store.GetPath(), failed);
         }
         store.WriteDurably(indexName, ToText(index));
         Replace(product);
@@ -206,13 +171,15 @@ void KBackup::Save(const std::vector<std::string>& paths, const std::function<bo
 
 void KBackup::Replace(const KPrivateDirectory& product) const {
     const int at = product.Get();
-    if (::renameat2(at, newName, at, directoryName, RENAME_EXCHANGE) != 0) {
+    unsigned failed = KSYS::ExchangeEntries(at, newName, directoryName);
+    if (failed != 0) {
         // No former one; or no such exchange here, and then a crash in between costs the former.
-        if (errno != ENOENT) {
+        if (failed != ENOENT) {
             product.DeleteDirectory(directoryName);
         }
-        if (::renameat(at, newName, at, directoryName) != 0) {
-            throw CannotKeep(product.GetPath(), errno);
+        failed = KSYS::RenameEntry(at, newName, directoryName);
+        if (failed != 0) {
+            throw CannotKeep(product.GetPath(), failed);
         }
     }
     product.Flush();
@@ -222,7 +189,8 @@ void KBackup::Replace(const KPrivateDirectory& product) const {
 bool KBackup::Exists() const {
     const auto product = KPrivateDirectory::OpenExisting(base, name);
     const auto store = product ? product->ExistingBelow(directoryName) : std::nullopt;
-    return store && ::faccessat(store->Get(), indexName, F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+    struct stat index {};
+    return store && KSYS::ReadStatus({store->Get(), indexName}, LastLink::Keep, index) == 0;
 }
 
 void KBackup::Discard() {

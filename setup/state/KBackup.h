@@ -2,7 +2,6 @@
 #pragma once
 
 #include <setup/state/KBackupIndex.h>
-#include <setup/state/KFilePlace.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/StateDirectory.h>
 

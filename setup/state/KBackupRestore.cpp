@@ -1,22 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
-#include <setup/state/CopyFile.h>
 #include <setup/state/KBackup.h>
 
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
 
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/files/FileContent.h>
 
 namespace KSETUP {
 
 namespace {
 
+using KSYS::Entry;
+using KSYS::LastLink;
+using KSYS::Place;
 using Kind = KBackupEntry::Kind;
 /// Beside what it replaces. One restore runs at a time, so one name serves all.
 constexpr const char* temporaryName = ".ins++-restore";
@@ -35,59 +34,58 @@ class Restoring {
     KRestored result;
 
   private:
-    int PutBackFile(const KFilePlace& place, const KBackupEntry& entry);
-    int PutBackLink(const KFilePlace& place, const KBackupEntry& entry);
-    static int PutBackDirectory(const KFilePlace& place, const KBackupEntry& entry, bool& made);
-    static int Rename(const KFilePlace& place);
-    void Failed(const char* what, const std::string& path, int errorNumber);
-    void RemainToFlush(const KFilePlace& place);
+    unsigned PutBackFile(const Place& place, const KBackupEntry& entry);
+    unsigned PutBackLink(const Place& place, const KBackupEntry& entry);
+    static unsigned PutBackDirectory(const Place& place, const KBackupEntry& entry, bool& made);
+    static unsigned Rename(const Place& place, unsigned failed);
+    void Failed(const char* what, const std::string& path, unsigned errorNumber);
+    void RemainToFlush(const Place& place);
 
     int store;
-    std::map<dev_t, KFileHandle> written; // one directory on each file system
+    std::map<dev_t, KSYS::KDescriptor> written; // one directory on each file system
 };
 
-void Restoring::Failed(const char* what, const std::string& path, int errorNumber) {
+void Restoring::Failed(const char* what, const std::string& path, unsigned errorNumber) {
     result.failures.push_back(
         std::string("cannot ") + what + " " + path + ": " +
-        std::generic_category().message(errorNumber)
+        std::generic_category().message(static_cast<int>(errorNumber))
     );
 }
 
-void Restoring::RemainToFlush(const KFilePlace& place) {
+void Restoring::RemainToFlush(const Place& place) {
+    const Entry directory(place.directory.Get(), ".");
     struct stat status {};
-    if (::fstat(place.directory.Get(), &status) == 0 && !written.contains(status.st_dev)) {
+    if (KSYS::ReadStatus(directory, LastLink::Keep, status) == 0 &&
+        !written.contains(status.st_dev)) {
         // The place has it open by its path only, which is not enough to flush it.
-        written[status.st_dev] =
-            KFileHandle(::openat(place.directory.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        static_cast<void>(KSYS::OpenDirectoryEntry(directory, written[status.st_dev]));
     }
 }
 
 void Restoring::Flush() {
     for (const auto& [device, directory] : written) {
-        if (directory.IsOpen() && ::syncfs(directory.Get()) != 0) {
-            Failed("flush", "what was put back", errno);
+        const unsigned failed = directory.IsOpen() ? KSYS::FlushFileSystem(directory.Get()) : 0;
+        if (failed != 0) {
+            Failed("flush", "what was put back", failed);
         }
     }
 }
 
 void Restoring::DeleteNew(const std::string& path) {
-    KFilePlace place;
+    Place place;
     struct stat status {};
-    const int missing = FindFilePlace(path, place);
-    if (missing == ENOENT || missing == ENOTDIR) {
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
+    if (failed == 0) {
+        failed = KSYS::ReadStatus(place, LastLink::Keep, status);
+    }
+    if (failed == ENOENT || failed == ENOTDIR || (failed == 0 && S_ISDIR(status.st_mode))) {
         return;
     }
-    if (missing != 0) {
-        Failed("delete", path, missing);
-        return;
+    if (failed == 0) {
+        failed = KSYS::UnlinkEntry(place);
     }
-    const int at = place.directory.Get();
-    if (::fstatat(at, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-        S_ISDIR(status.st_mode)) {
-        return;
-    }
-    if (::unlinkat(at, place.name.c_str(), 0) != 0) {
-        Failed("delete", path, errno);
+    if (failed != 0) {
+        Failed("delete", path, failed);
         return;
     }
     ++result.deleted;
@@ -95,23 +93,24 @@ void Restoring::DeleteNew(const std::string& path) {
 }
 
 void Restoring::DeleteNewDirectory(const std::string& path) {
-    KFilePlace place;
-    if (FindFilePlace(path, place) != 0) {
+    Place place;
+    if (KSYS::FindPlace(path.c_str(), LastLink::Keep, place) != 0) {
         return;
     }
-    if (::unlinkat(place.directory.Get(), place.name.c_str(), AT_REMOVEDIR) == 0) {
+    const unsigned failed = KSYS::RemoveDirectoryEntry(place);
+    if (failed == 0) {
         ++result.deleted;
         RemainToFlush(place);
-    } else if (errno == ENOTEMPTY || errno == EEXIST) {
+    } else if (failed == ENOTEMPTY || failed == EEXIST) {
         result.kept.push_back(path);
-    } else if (errno != ENOENT && errno != ENOTDIR) { // a file there failed, and was told of
-        Failed("delete", path, errno);
+    } else if (failed != ENOENT && failed != ENOTDIR) { // a file there failed, and was told of
+        Failed("delete", path, failed);
     }
 }
 
 void Restoring::PutBack(const std::string& path, const KBackupEntry& entry) {
-    KFilePlace place;
-    int failed = FindFilePlace(path, place);
+    Place place;
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
     bool made = true;
     if (failed == 0) {
         failed = entry.kind == Kind::File   ? PutBackFile(place, entry)
@@ -126,87 +125,77 @@ void Restoring::PutBack(const std::string& path, const KBackupEntry& entry) {
     }
 }
 
-int Restoring::Rename(const KFilePlace& place) {
+/// Where `failed` says so, what was made beside the place goes instead.
+unsigned Restoring::Rename(const Place& place, unsigned failed) {
     const int at = place.directory.Get();
-    int failed = ::renameat(at, temporaryName, at, place.name.c_str()) == 0 ? 0 : errno;
-    // A directory that the run made in its place goes, if nothing is in it.
-    if (failed == EISDIR && ::unlinkat(at, place.name.c_str(), AT_REMOVEDIR) == 0) {
-        failed = ::renameat(at, temporaryName, at, place.name.c_str()) == 0 ? 0 : errno;
+    if (failed == 0) {
+        failed = KSYS::RenameEntry(at, temporaryName, place.name.c_str());
+        // A directory that the run made in its place goes, if nothing is in it.
+        if (failed == EISDIR && KSYS::RemoveDirectoryEntry(place) == 0) {
+            failed = KSYS::RenameEntry(at, temporaryName, place.name.c_str());
+        }
     }
     if (failed != 0) {
-        ::unlinkat(at, temporaryName, 0);
+        // The first failure is what counts.
+        static_cast<void>(KSYS::UnlinkEntry({at, temporaryName}));
     }
     return failed;
 }
 
-int Restoring::PutBackFile(const KFilePlace& place, const KBackupEntry& entry) {
-    const int at = place.directory.Get();
-    const KFileHandle source(
-        ::openat(store, entry.stored.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)
-    );
-    if (!source.IsOpen()) {
-        return errno;
-    }
-    ::unlinkat(at, temporaryName, 0); // left by a restore that was killed
-    const KFileHandle target(::openat(
-        at, temporaryName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR
-    ));
-    if (!target.IsOpen()) {
-        return errno;
-    }
-    int failed = CopyContent(source.Get(), target.Get(), CopyWay::Any);
-    // In this order: a new owner takes set-id bits and capabilities away, bytes change the time.
-    if (failed == 0 && ::fchown(target.Get(), entry.owner, entry.group) != 0) {
-        failed = errno;
-    }
+unsigned Restoring::PutBackFile(const Place& place, const KBackupEntry& entry) {
+    const Entry beside(place.directory.Get(), temporaryName);
+    KSYS::KDescriptor source;
+    KSYS::KDescriptor target;
+    struct stat kept {};
+    unsigned failed = KSYS::OpenRegularEntry({store, entry.stored.c_str()}, O_RDONLY, source, kept);
     if (failed == 0) {
-        failed = CopyExtendedAttributes(source.Get(), target.Get());
-    }
-    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, entry.changed};
-    if (failed == 0 &&
-        (::fchmod(target.Get(), entry.mode) != 0 || ::futimens(target.Get(), times.data()) != 0)) {
-        failed = errno;
+        static_cast<void>(KSYS::UnlinkEntry(beside)); // left by a restore that was killed
+        failed = KSYS::MakeFile(beside, target);
     }
     if (failed != 0) {
-        ::unlinkat(at, temporaryName, 0);
         return failed;
     }
-    return Rename(place);
+    failed = KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::Any);
+    // In this order: a new owner takes set-id bits and capabilities away, bytes change the time.
+    if (failed == 0) {
+        failed = KSYS::SetOwner(target.Get(), entry.owner, entry.group);
+    }
+    if (failed == 0) {
+        failed = KSYS::CopyExtendedAttributes(source.Get(), target.Get());
+    }
+    if (failed == 0) {
+        failed = KSYS::SetMode(target.Get(), entry.mode);
+    }
+    if (failed == 0) {
+        failed = KSYS::SetTime(target.Get(), entry.changed);
+    }
+    return Rename(place, failed);
 }
 
-int Restoring::PutBackLink(const KFilePlace& place, const KBackupEntry& entry) {
-    const int at = place.directory.Get();
-    ::unlinkat(at, temporaryName, 0); // left by a restore that was killed
-    if (::symlinkat(entry.target.c_str(), at, temporaryName) != 0) {
-        return errno;
-    }
-    const std::array<timespec, 2> times{timespec{0, UTIME_OMIT}, entry.changed};
-    if (::fchownat(at, temporaryName, entry.owner, entry.group, AT_SYMLINK_NOFOLLOW) != 0 ||
-        ::utimensat(at, temporaryName, times.data(), AT_SYMLINK_NOFOLLOW) != 0) {
-        const int failed = errno;
-        ::unlinkat(at, temporaryName, 0);
+unsigned Restoring::PutBackLink(const Place& place, const KBackupEntry& entry) {
+    const Entry beside(place.directory.Get(), temporaryName);
+    static_cast<void>(KSYS::UnlinkEntry(beside)); // left by a restore that was killed
+    if (const unsigned failed = KSYS::MakeLinkEntry(entry.target.c_str(), beside); failed != 0) {
         return failed;
     }
-    return Rename(place);
+    return Rename(place, KSYS::SetOwnerAndTime(beside, entry.owner, entry.group, entry.changed));
 }
 
-int Restoring::PutBackDirectory(const KFilePlace& place, const KBackupEntry& entry, bool& made) {
-    const int at = place.directory.Get();
+unsigned Restoring::PutBackDirectory(const Place& place, const KBackupEntry& entry, bool& made) {
     struct stat status {};
-    if (::fstatat(at, place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (KSYS::ReadStatus(place, LastLink::Keep, status) == 0) {
         made = false; // one that is still there was not changed by the run
         return S_ISDIR(status.st_mode) ? 0 : ENOTDIR;
     }
-    if (::mkdirat(at, place.name.c_str(), S_IRWXU) != 0) {
-        return errno;
+    KSYS::KDescriptor directory;
+    unsigned failed = KSYS::MakeDirectoryEntry(place, S_IRWXU);
+    if (failed == 0) {
+        failed = KSYS::OpenDirectoryEntry(place, directory);
     }
-    const KFileHandle directory(
-        ::openat(at, place.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)
-    );
-    const bool done = directory.IsOpen() &&
-                      ::fchown(directory.Get(), entry.owner, entry.group) == 0 &&
-                      ::fchmod(directory.Get(), entry.mode) == 0;
-    return done ? 0 : errno;
+    if (failed == 0) {
+        failed = KSYS::SetOwner(directory.Get(), entry.owner, entry.group);
+    }
+    return failed != 0 ? failed : KSYS::SetMode(directory.Get(), entry.mode);
 }
 
 } // namespace

@@ -28,7 +28,7 @@ Kind ToKind(const std::string& word) {
     throw std::invalid_argument("the unknown kind \"" + word + "\"");
 }
 
-bool IsMissing(int errorNumber) noexcept {
+bool IsMissing(unsigned errorNumber) noexcept {
     return errorNumber == ENOENT || errorNumber == ENOTDIR;
 }
 
@@ -47,10 +47,11 @@ KSetupFailure CannotLookAt(const std::string& path, int errorNumber) {
 KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& known) {
     for (const std::string& written : paths) {
         const std::string path = NormalPath(written);
-        std::optional<KManifestEntry> entry = LookAtEntry(path);
+        unsigned whyMissing = 0;
+        std::optional<KManifestEntry> entry = LookAtEntry(path, &whyMissing);
         if (!entry) {
-            if (errno != 0 && !IsMissing(errno)) {
-                throw CannotLookAt(path, errno);
+            if (whyMissing != 0 && !IsMissing(whyMissing)) {
+                throw CannotLookAt(path, static_cast<int>(whyMissing));
             }
             continue;
         }
@@ -70,7 +71,8 @@ KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& know
 
 void KManifest::Merge(const KManifest& former) {
     for (const auto& [path, entry] : former.entries) {
-        if (LookAtEntry(path) || !IsMissing(errno)) {
+        unsigned whyMissing = 0;
+        if (LookAtEntry(path, &whyMissing) || !IsMissing(whyMissing)) {
             entries.try_emplace(path, entry);
         }
     }

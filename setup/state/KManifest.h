@@ -28,9 +28,9 @@ struct KManifestEntry {
 /// "file", "directory" or "link".
 const char* KindWord(KManifestEntry::Kind kind) noexcept;
 
-/// What stands at a path, without a digest; nothing for what is not there, with the reason in errno
-/// (0 for what is of no kind that is installed).
-std::optional<KManifestEntry> LookAtEntry(const std::string& path);
+/// What stands at a path, without a digest; nothing for what is not there. `whyMissing` is errno
+/// then, and 0 for what is of no kind that is installed.
+std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* whyMissing = nullptr);
 
 /// Something that is not as it was installed.
 struct KManifestDifference {
@@ -74,7 +74,7 @@ class KManifest {
     /// to be edited) the content is not looked at.
     std::vector<KManifestDifference> Verify(const std::set<std::string>& mayChange = {}) const;
     /// The paths at which something stands still: what a removal left behind.
-    std::vector<std::string> GetRemaining() const;
+    std::vector<std::string> FindRemaining() const;
 
     /// Throws   KSetupFailure, a former manifest being there still
     void Write(const std::string& serviceName, const std::string& base = stateBaseDirectory) const;

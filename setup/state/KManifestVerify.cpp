@@ -8,8 +8,7 @@
 #include <cstdio>
 #include <system_error>
 
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/files/DirectoryEntry.h>
 
 namespace KSETUP {
 
@@ -25,13 +24,6 @@ std::string ModeText(unsigned mode) {
     return text.data();
 }
 
-std::string LinkTarget(const std::string& path, std::size_t bytes) {
-    std::string target(bytes + 1, '\0');
-    const ssize_t count = ::readlink(path.c_str(), target.data(), target.size());
-    target.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-    return target;
-}
-
 /// Finds what is different with one entry, and appends it.
 class Comparison {
   public:
@@ -45,9 +37,10 @@ class Comparison {
           differences(found) {}
 
     void Compare(bool contentMayChange) {
-        const std::optional<KManifestEntry> now = LookAtEntry(path);
+        unsigned missing = 0;
+        const std::optional<KManifestEntry> now = LookAtEntry(path, &missing);
         if (!now) {
-            TellMissing(errno);
+            TellMissing(missing);
         } else if (now->kind != was.kind) {
             Tell(
                 Different::Type,
@@ -74,7 +67,7 @@ class Comparison {
         differences.push_back({path, kind, words});
     }
 
-    void TellMissing(int errorNumber) {
+    void TellMissing(unsigned errorNumber) {
         if (errorNumber == ENOENT || errorNumber == ENOTDIR) {
             Tell(Different::Missing, "is missing");
         } else if (errorNumber == 0) {
@@ -87,10 +80,10 @@ class Comparison {
         }
     }
 
-    void TellUnreadable(int errorNumber) {
+    void TellUnreadable(unsigned errorNumber) {
         Tell(
             Different::Unreadable,
-            "cannot be looked at: " + std::generic_category().message(errorNumber)
+            "cannot be looked at: " + std::generic_category().message(static_cast<int>(errorNumber))
         );
     }
 
@@ -121,9 +114,13 @@ const char* KindWord(KManifestEntry::Kind kind) noexcept {
     return kind == Kind::File ? "file" : kind == Kind::Directory ? "directory" : "link";
 }
 
-std::optional<KManifestEntry> LookAtEntry(const std::string& path) {
+std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* whyMissing) {
     struct stat status {};
-    if (::lstat(path.c_str(), &status) != 0) {
+    const unsigned failed = KSYS::ReadStatus(path, KSYS::LastLink::Keep, status);
+    if (whyMissing != nullptr) {
+        *whyMissing = failed;
+    }
+    if (failed != 0) {
         return std::nullopt;
     }
     KManifestEntry entry;
@@ -135,9 +132,9 @@ std::optional<KManifestEntry> LookAtEntry(const std::string& path) {
     } else if (S_ISLNK(status.st_mode)) {
         entry.kind = Kind::Link;
         entry.mode = 0;
-        entry.target = LinkTarget(path, static_cast<std::size_t>(status.st_size));
+        // Empty where the link is gone by now.
+        static_cast<void>(KSYS::ReadLink(path, entry.target));
     } else {
-        errno = 0;
         return std::nullopt;
     }
     return entry;
@@ -155,11 +152,12 @@ std::vector<KManifestDifference> KManifest::Verify(const std::set<std::string>& 
     return differences;
 }
 
-std::vector<std::string> KManifest::GetRemaining() const {
+std::vector<std::string> KManifest::FindRemaining() const {
     std::vector<std::string> remaining;
     for (const auto& [path, entry] : entries) {
         struct stat status {};
-        if (::lstat(path.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR)) {
+        const unsigned error = KSYS::ReadStatus(path, KSYS::LastLink::Keep, status);
+        if (error == 0 || (error != ENOENT && error != ENOTDIR)) {
             remaining.push_back(path);
         }
     }

@@ -1,24 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
-#include <setup/files/WriteAll.h>
 #include <setup/state/KPrivateDirectory.h>
 
 #include <cerrno>
-#include <memory>
 #include <system_error>
 #include <utility>
 #include <vector>
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <sys/files/FileCalls.h>
+#include <sys/files/FileContent.h>
+#include <sys/files/FileStatus.h>
 
 namespace KSETUP {
 
 namespace {
 
-constexpr std::size_t chunkBytes = 65536;
-constexpr mode_t othersMayWrite = S_IWGRP | S_IWOTH;
 constexpr const char* roomAdvice = "Make room or mend the cause, and run it again.";
 
 KSetupFailure NotOurs(const std::string& path) {
@@ -39,15 +35,16 @@ KSetupFailure SystemFailure(
     int exitCode,
     const std::string& what,
     const std::string& path,
-    int errorNumber,
+    unsigned errorNumber,
     const std::string& advice
 ) {
     return {
         exitCode,
-        what + " " + path + ": " + std::generic_category().message(errorNumber) + ". " + advice};
+        what + " " + path + ": " + std::generic_category().message(static_cast<int>(errorNumber)) +
+            ". " + advice};
 }
 
-KPrivateDirectory::KPrivateDirectory(KFileHandle opened, std::string itsPath)
+KPrivateDirectory::KPrivateDirectory(KSYS::KDescriptor opened, std::string itsPath)
     : directory(std::move(opened)),
       path(std::move(itsPath)) {}
 
@@ -81,76 +78,61 @@ KPrivateDirectory::OpenIn(int at, const std::string& name, const std::string& pa
                 "Mend \"serviceName\" in product.ini."
         );
     }
-    if (make && ::mkdirat(at, name.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-        throw SystemFailure(ExitCode::cannotWrite, "cannot make", path, errno, roomAdvice);
+    const KSYS::Entry entry(at, name.c_str());
+    unsigned failed = make ? KSYS::MakeDirectoryEntry(entry, S_IRWXU) : 0;
+    if (failed != 0 && failed != EEXIST) {
+        throw SystemFailure(ExitCode::cannotWrite, "cannot make", path, failed, roomAdvice);
     }
-    KFileHandle opened(::openat(at, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!opened.IsOpen()) {
-        if (errno == ENOENT && !make) {
-            return std::nullopt;
-        }
-        if (errno == EACCES) {
-            throw KSetupFailure(ExitCode::notRoot, "only root can look into " + path + ".");
-        }
+    KSYS::KDescriptor opened;
+    failed = KSYS::OpenDirectoryEntry(entry, opened);
+    if (failed == ENOENT && !make) {
+        return std::nullopt;
+    }
+    if (failed == EACCES) {
+        throw KSetupFailure(ExitCode::notRoot, "only root can look into " + path + ".");
+    }
+    if (failed != 0) {
         throw SystemFailure(
             ExitCode::cannotWrite,
             "cannot open the directory",
             path,
-            errno,
+            failed,
             "Delete what stands there, unless it is a directory of root's."
         );
     }
     struct stat status {};
-    if (::fstat(opened.Get(), &status) != 0) {
-        throw SystemFailure(ExitCode::cannotWrite, "cannot look at", path, errno, roomAdvice);
+    failed = KSYS::ReadStatus(opened.Get(), status);
+    if (failed != 0) {
+        throw SystemFailure(ExitCode::cannotWrite, "cannot look at", path, failed, roomAdvice);
     }
-    if (status.st_uid != ::geteuid() || (status.st_mode & othersMayWrite) != 0) {
+    if (!KSYS::IsOwnAlone(status)) {
         throw NotOurs(path);
     }
     return KPrivateDirectory(std::move(opened), path);
 }
 
+void KPrivateDirectory::Require(unsigned failed, const char* what, const std::string& name) const {
+    if (failed != 0) {
+        const std::string whole = name.empty() ? path : path + "/" + name;
+        throw SystemFailure(ExitCode::cannotWrite, what, whole, failed, roomAdvice);
+    }
+}
+
 void KPrivateDirectory::WriteDurably(const std::string& name, std::string_view bytes) const {
     const std::string temporary = name + ".new"; // one run at a time: nobody else makes it
-    const auto failed = [&](const char* what, int errorNumber) {
-        ::unlinkat(Get(), temporary.c_str(), 0); // the first failure is what counts
-        return SystemFailure(
-            ExitCode::cannotWrite, what, path + "/" + name, errorNumber, roomAdvice
-        );
-    };
-    if (::unlinkat(Get(), temporary.c_str(), 0) != 0 && errno != ENOENT) {
-        throw failed("cannot replace", errno);
-    }
-    const KFileHandle file(::openat(
-        Get(),
-        temporary.c_str(),
-        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-        S_IRUSR | S_IWUSR
-    ));
-    if (!file.IsOpen()) {
-        throw failed("cannot write", errno);
-    }
-    if (const int status = WriteAll(file.Get(), bytes); status != 0) {
-        throw failed("cannot write", status);
-    }
-    if (::fsync(file.Get()) != 0 ||
-        ::renameat(Get(), temporary.c_str(), Get(), name.c_str()) != 0) {
-        throw failed("cannot write", errno);
-    }
+    Require(
+        KSYS::ReplaceEntry(Get(), temporary, name, bytes, S_IRUSR | S_IWUSR), "cannot write", name
+    );
     Flush();
 }
 
-KFileHandle KPrivateDirectory::Open(const std::string& name, int flags) const {
-    KFileHandle file(::openat(Get(), name.c_str(), flags | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
+KSYS::KDescriptor KPrivateDirectory::Open(const std::string& name, int flags) const {
+    KSYS::KDescriptor file;
     struct stat status {};
-    if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) {
-        const int errorNumber = errno;
-        throw SystemFailure(
-            ExitCode::cannotWrite, "cannot open", path + "/" + name, errorNumber, roomAdvice
-        );
-    }
-    if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid() ||
-        (status.st_mode & othersMayWrite) != 0) {
+    const unsigned failed = KSYS::OpenRegularEntry({directory, name}, flags, file, status);
+    const bool isOther = failed == EISDIR || failed == EINVAL;
+    Require(isOther ? 0 : failed, "cannot open", name);
+    if (isOther || !KSYS::IsOwnAlone(status)) {
         throw NotOurs(path + "/" + name);
     }
     return file;
@@ -158,36 +140,20 @@ KFileHandle KPrivateDirectory::Open(const std::string& name, int flags) const {
 
 std::optional<std::string> KPrivateDirectory::Read(const std::string& name) const {
     struct stat status {};
-    if (::fstatat(Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT) {
+    if (KSYS::ReadStatus({directory, name}, KSYS::LastLink::Keep, status) == ENOENT) {
         return std::nullopt;
     }
-    const KFileHandle file = Open(name, O_RDONLY);
     std::string bytes;
-    std::vector<char> chunk(chunkBytes);
-    for (;;) {
-        const ssize_t count = ::read(file.Get(), chunk.data(), chunk.size());
-        if (count > 0) {
-            bytes.append(chunk.data(), static_cast<std::size_t>(count));
-        } else if (count == 0) {
-            return bytes;
-        } else if (errno != EINTR) {
-            throw SystemFailure(
-                ExitCode::cannotWrite, "cannot read", path + "/" + name, errno, roomAdvice
-            );
-        }
-    }
+    Require(KSYS::ReadAll(Open(name, O_RDONLY).Get(), bytes), "cannot read", name);
+    return bytes;
 }
 
 void KPrivateDirectory::Delete(const std::string& name) const {
-    if (::unlinkat(Get(), name.c_str(), 0) != 0) {
-        if (errno == ENOENT) {
-            return;
-        }
-        throw SystemFailure(
-            ExitCode::cannotWrite, "cannot delete", path + "/" + name, errno, roomAdvice
-        );
+    const unsigned failed = KSYS::UnlinkEntry({directory, name});
+    if (failed != ENOENT) {
+        Require(failed, "cannot delete", name);
+        Flush();
     }
-    Flush();
 }
 
 void KPrivateDirectory::DeleteDirectory(const std::string& name) const {
@@ -195,24 +161,17 @@ void KPrivateDirectory::DeleteDirectory(const std::string& name) const {
     if (!inner) {
         return;
     }
-    const std::unique_ptr<DIR, int (*)(DIR*)> entries(
-        ::fdopendir(::openat(inner->Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)), ::closedir
-    );
-    for (const dirent* entry = entries ? ::readdir(entries.get()) : nullptr; entry != nullptr;
-         entry = ::readdir(entries.get())) {
-        if (IsFileName(entry->d_name)) {
-            ::unlinkat(inner->Get(), entry->d_name, 0); // what resists keeps the directory
-        }
+    std::vector<std::string> names;
+    // What resists keeps the directory, and then that is told.
+    static_cast<void>(KSYS::ListEntries({inner->Get(), "."}, names));
+    for (const std::string& entry : names) {
+        static_cast<void>(KSYS::UnlinkEntry({inner->directory, entry}));
     }
-    if (::unlinkat(Get(), name.c_str(), AT_REMOVEDIR) != 0) {
-        throw SystemFailure(ExitCode::cannotWrite, "cannot delete", inner->path, errno, roomAdvice);
-    }
+    Require(KSYS::RemoveDirectoryEntry({directory, name}), "cannot delete", name);
 }
 
 void KPrivateDirectory::Flush() const {
-    if (::fsync(Get()) != 0) {
-        throw SystemFailure(ExitCode::cannotWrite, "cannot flush", path, errno, roomAdvice);
-    }
+    Require(KSYS::Flush(Get()), "cannot flush", "");
 }
 
 } // namespace KSETUP

@@ -2,12 +2,13 @@
 #pragma once
 
 #include <setup/KSetupFailure.h>
-#include <setup/files/KFileHandle.h>
 
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+
+#include <sys/files/KDescriptor.h>
 
 namespace KSETUP {
 
@@ -50,7 +51,7 @@ class KPrivateDirectory {
     /// Opens a file that must be there. `flags` as open(2).
     ///
     /// Throws   KSetupFailure when it cannot be opened, or is no plain file of ours
-    KFileHandle Open(const std::string& name, int flags) const;
+    KSYS::KDescriptor Open(const std::string& name, int flags) const;
     /// Deletes a file, on the disk too. One that is not there is fine.
     ///
     /// Throws   KSetupFailure
@@ -65,11 +66,13 @@ class KPrivateDirectory {
     void Flush() const;
 
   private:
-    KPrivateDirectory(KFileHandle opened, std::string itsPath);
+    KPrivateDirectory(KSYS::KDescriptor opened, std::string itsPath);
+    /// Throws what `failed`, 0 or errno, is in words: of `name` here, or of the directory.
+    void Require(unsigned failed, const char* what, const std::string& name) const;
     static std::optional<KPrivateDirectory>
     OpenIn(int at, const std::string& name, const std::string& path, bool make);
 
-    KFileHandle directory;
+    KSYS::KDescriptor directory;
     std::string path;
 };
 
@@ -79,7 +82,7 @@ KSetupFailure SystemFailure(
     int exitCode,
     const std::string& what,
     const std::string& path,
-    int errorNumber,
+    unsigned errorNumber,
     const std::string& advice
 );
 

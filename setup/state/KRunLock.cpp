@@ -1,24 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupStop.h>
-#include <setup/files/WriteAll.h>
 #include <setup/output/Words.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/KRunLock.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <csignal>
 #include <charconv>
 #include <chrono>
-#include <fstream>
-#include <iterator>
 #include <thread>
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
+#include <sys/files/FileCalls.h>
+#include <sys/files/FileContent.h>
+#include <sys/files/FileLock.h>
+#include <sys/files/FileStatus.h>
+#include <sys/processes/OwnProcess.h>
+#include <sys/processes/ProcessList.h>
 
 namespace KSETUP {
 
@@ -43,7 +41,7 @@ std::string LockPath(const std::string& serviceName, const std::string& director
     return directory + "/ins++-" + serviceName + ".lock";
 }
 
-KSetupFailure CannotLock(const std::string& path, int errorNumber) {
+KSetupFailure CannotLock(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
         ExitCode::cannotWrite,
         "cannot lock",
@@ -57,11 +55,10 @@ KSetupFailure CannotLock(const std::string& path, int errorNumber) {
 /// The directory may be written by everybody (mode 1777), so anything may stand there.
 void RefuseUnlessOurs(int file, const std::string& path) {
     struct stat status {};
-    if (::fstat(file, &status) != 0) {
-        throw CannotLock(path, errno);
+    if (const unsigned failed = KSYS::ReadStatus(file, status); failed != 0) {
+        throw CannotLock(path, failed);
     }
-    if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid() || status.st_nlink > 1 ||
-        (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    if (!S_ISREG(status.st_mode) || status.st_nlink > 1 || !KSYS::IsOwnAlone(status)) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
             path + " is no plain file of root's alone. Somebody else laid it there: look who, "
@@ -73,62 +70,60 @@ void RefuseUnlessOurs(int file, const std::string& path) {
 bool StillStandsAt(int file, const std::string& path) {
     struct stat opened {};
     struct stat found {};
-    return ::fstat(file, &opened) == 0 && ::lstat(path.c_str(), &found) == 0 &&
-           opened.st_dev == found.st_dev && opened.st_ino == found.st_ino;
+    return KSYS::ReadStatus(file, opened) == 0 &&
+           KSYS::ReadStatus(path, KSYS::LastLink::Keep, found) == 0 &&
+           KSYS::IsSameFile(opened, found);
 }
 
-KFileHandle OpenLockFile(const std::string& path) {
+KSYS::KDescriptor OpenLockFile(const std::string& path) {
     // Two steps: in a directory such as /run/lock, O_CREAT on a file of another user's fails with
     // a reason that tells nobody what is wrong (fs.protected_regular).
-    constexpr int flags = O_RDWR | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
-    for (;;) {
-        KFileHandle file(::open(path.c_str(), flags));
-        if (!file.IsOpen() && errno == ENOENT) {
-            file = KFileHandle(::open(path.c_str(), flags | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR));
-            if (!file.IsOpen() && errno == EEXIST) {
-                continue; // made by another run meanwhile
-            }
+    KSYS::KDescriptor file;
+    unsigned failed = EEXIST;
+    while (failed == EEXIST) { // made by another run meanwhile
+        failed = KSYS::OpenEntry(path, O_RDWR, file);
+        if (failed == ENOENT) {
+            failed = KSYS::MakeFile(path, file, O_RDWR);
         }
-        if (!file.IsOpen()) {
-            throw CannotLock(path, errno);
-        }
-        RefuseUnlessOurs(file.Get(), path);
-        return file;
     }
+    if (failed != 0) {
+        throw CannotLock(path, failed);
+    }
+    RefuseUnlessOurs(file.Get(), path);
+    return file;
 }
 
 /// Takes the lock at once, or not. The file may be taken away and made anew by others.
-bool TryLock(KFileHandle& file, const std::string& path) {
+bool TryLock(KSYS::KDescriptor& file, const std::string& path) {
     for (;;) {
         file = OpenLockFile(path);
-        if (::flock(file.Get(), LOCK_EX | LOCK_NB) != 0) {
-            if (errno == EWOULDBLOCK) {
-                return false;
-            }
-            if (errno != EINTR) {
-                throw CannotLock(path, errno);
-            }
-        } else if (StillStandsAt(file.Get(), path)) {
+        const unsigned failed = KSYS::TryLockFile(file.Get(), KSYS::LockKind::Exclusive);
+        if (failed == EWOULDBLOCK) {
+            return false;
+        }
+        if (failed != 0) {
+            throw CannotLock(path, failed);
+        }
+        if (StillStandsAt(file.Get(), path)) {
             return true;
         }
     }
 }
 
 std::string OwnCommandLine() {
-    std::ifstream stream("/proc/self/cmdline", std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(stream), {}};
-    while (!text.empty() && text.back() == '\0') {
-        text.pop_back();
+    std::string text;
+    for (const std::string& word : KSYS::ProgramArguments()) {
+        text += (text.empty() ? "" : " ") + word;
     }
-    std::replace(text.begin(), text.end(), '\0', ' ');
     return Shown(text.substr(0, commandBytes));
 }
 
 KLockHolder ReadHolder(int file) {
-    std::array<char, commandBytes + 64> bytes{};
-    const ssize_t count = ::pread(file, bytes.data(), bytes.size(), 0);
-    const std::string text(bytes.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+    std::string text;
     KLockHolder holder;
+    if (KSYS::ReadAll(file, text) != 0) {
+        return holder;
+    }
     const std::size_t end = std::min(text.find('\n'), text.size());
     const auto read = std::from_chars(text.data(), text.data() + end, holder.pid);
     if (read.ec != std::errc() || holder.pid <= 0 || end == text.size()) {
@@ -153,7 +148,8 @@ std::string KLockHolder::ToWords() const {
     if (pid == 0) {
         return ".";
     }
-    const bool lives = ::kill(pid, 0) == 0 || errno == EPERM;
+    KSYS::KDescriptor process;
+    const bool lives = KSYS::OpenProcess(pid, process) != 0 || process.IsOpen();
     return ": process " + std::to_string(pid) + " (" + command + ")" +
            (lives ? "." : ", which ended and left a process of its own behind.");
 }
@@ -187,34 +183,36 @@ KRunLock::KRunLock(
         std::this_thread::sleep_for(betweenTries);
     }
     const std::string text = std::to_string(::getpid()) + "\n" + OwnCommandLine() + "\n";
-    if (::ftruncate(file.Get(), 0) != 0) {
-        throw CannotLock(path, errno);
+    unsigned failed = KSYS::Truncate(file.Get(), 0);
+    if (failed == 0) {
+        failed = KSYS::WriteAll(file.Get(), text.data(), text.size());
     }
-    if (const int status = WriteAll(file.Get(), text); status != 0) {
-        throw CannotLock(path, status);
+    if (failed != 0) {
+        throw CannotLock(path, failed);
     }
 }
 
 KRunLock::~KRunLock() {
     // A text that stays would name the wrong holder for a moment, nothing worse.
-    static_cast<void>(::ftruncate(file.Get(), 0) == 0);
+    static_cast<void>(KSYS::Truncate(file.Get(), 0));
 }
 
 std::optional<KLockHolder>
 KRunLock::FindHolder(const std::string& serviceName, const std::string& directory) {
     const std::string path = LockPath(serviceName, directory);
-    const KFileHandle looking(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
-    if (!looking.IsOpen()) {
-        if (errno == ENOENT) {
-            return std::nullopt;
-        }
-        if (errno == EACCES) {
-            throw KSetupFailure(ExitCode::notRoot, "only root can look at " + path + ".");
-        }
-        throw CannotLock(path, errno);
+    KSYS::KDescriptor looking;
+    const unsigned failed = KSYS::OpenEntry(path, O_RDONLY, looking);
+    if (failed == ENOENT) {
+        return std::nullopt;
+    }
+    if (failed == EACCES) {
+        throw KSetupFailure(ExitCode::notRoot, "only root can look at " + path + ".");
+    }
+    if (failed != 0) {
+        throw CannotLock(path, failed);
     }
     RefuseUnlessOurs(looking.Get(), path);
-    if (::flock(looking.Get(), LOCK_SH | LOCK_NB) == 0) {
+    if (KSYS::TryLockFile(looking.Get(), KSYS::LockKind::Shared) == 0) {
         return std::nullopt;
     }
     const KLockHolder holder = ReadHolder(looking.Get());

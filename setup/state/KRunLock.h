@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <setup/files/KFileHandle.h>
-
 #include <functional>
 #include <optional>
 #include <string>
 
+#include <sys/files/KDescriptor.h>
 #include <sys/types.h>
 
 namespace KSETUP {
@@ -60,7 +59,7 @@ class KRunLock {
     FindHolder(const std::string& serviceName, const std::string& directory = lockDirectory);
 
   private:
-    KFileHandle file;
+    KSYS::KDescriptor file;
 };
 
 } // namespace KSETUP

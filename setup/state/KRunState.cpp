@@ -10,7 +10,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include <fcntl.h>
+#include <sys/files/FileContent.h>
 
 namespace KSETUP {
 
@@ -92,13 +92,13 @@ void KRunState::SetRule(unsigned number) noexcept {
     if (file.IsOpen() && number != rule) {
         const auto text = RuleText(number);
         // A number that cannot be written makes the report less exact; the run need not end for it.
-        static_cast<void>(::pwrite(file.Get(), text.data(), ruleDigits, 0) > 0);
+        static_cast<void>(KSYS::WriteAt(file.Get(), text.data(), ruleDigits, 0));
         rule = number;
     }
 }
 
 void KRunState::End() {
-    file = KFileHandle();
+    file.Reset();
     directory.Delete(fileName);
 }
 

@@ -75,7 +75,7 @@ class KRunState {
 
   private:
     KPrivateDirectory directory;
-    KFileHandle file;
+    KSYS::KDescriptor file;
     unsigned rule = 0;
 };
 

@@ -296,8 +296,8 @@ unsigned CopyRange(
 unsigned WriteAll(int file, const char* bytes, std::size_t byteCount) noexcept {
     while (byteCount > 0) {
         const ssize_t written = Retry([&] { return ::write(file, bytes, byteCount); });
-        if (written < 0) {
-            return LastError();
+        if (written <= 0) { // no error and no step: it would go on for ever
+            return written < 0 ? LastError() : EIO;
         }
         bytes += written;
         byteCount -= static_cast<std::size_t>(written);

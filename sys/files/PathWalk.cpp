@@ -21,6 +21,7 @@ namespace KSYS {
 namespace {
 
 constexpr int pathOnly = O_PATH | O_CLOEXEC;
+constexpr std::string_view temporaryPrefix = ".inspp-";
 constexpr int mostLinks = 40; // as the kernel's own limit
 
 /// The components still to walk, the next one last.
@@ -216,7 +217,17 @@ std::string TemporaryName() {
         static std::atomic<unsigned> counter{0};
         bits = (static_cast<std::uint64_t>(::getpid()) << 32U) + counter.fetch_add(1);
     }
-    return ".inspp-" + std::to_string(bits);
+    return std::string(temporaryPrefix) + std::to_string(bits);
+}
+
+bool IsTemporaryName(std::string_view name) noexcept {
+    constexpr std::size_t mostDigits = 20; // of 64 bits
+    if (!name.starts_with(temporaryPrefix)) {
+        return false;
+    }
+    const std::string_view digits = name.substr(temporaryPrefix.size());
+    return !digits.empty() && digits.size() <= mostDigits &&
+           digits.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 } // namespace KSYS

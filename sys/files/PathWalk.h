@@ -8,6 +8,7 @@
 /// else may write; any other ends the walk with ELOOP.
 
 #include <string>
+#include <string_view>
 
 #include <sys/files/KDescriptor.h>
 
@@ -41,5 +42,7 @@ OpenWithoutLinks(const char* path, int flags, unsigned mode, KDescriptor& opened
 /// A name for a file that is about to be renamed; unlike any that this process made before. Not
 /// derived from the final name, which may be as long as a name can be.
 std::string TemporaryName();
+/// Whether a name is one that TemporaryName makes.
+bool IsTemporaryName(std::string_view name) noexcept;
 
 } // namespace KSYS

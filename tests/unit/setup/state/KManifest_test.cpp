@@ -129,7 +129,7 @@ TEST_F(KManifestTest, ARemovalLearnsWhatItLeftBehind) {
     tree.Remove("p/file");
     tree.Remove("p/a\nb\xFF");
     tree.Remove("p/link");
-    EXPECT_THAT(manifest.GetRemaining(), ElementsAre(tree.Path("p"), tree.Path("p/conf")));
+    EXPECT_THAT(manifest.FindRemaining(), ElementsAre(tree.Path("p"), tree.Path("p/conf")));
 }
 
 TEST_F(KManifestTest, APathThatIsWrittenInTwoWaysIsOne) {

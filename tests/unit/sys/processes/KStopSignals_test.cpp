@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/KSetupSignals.h>
-
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -11,20 +9,21 @@
 
 #include <fcntl.h>
 #include <pthread.h>
+#include <sys/processes/KStopSignals.h>
 #include <unistd.h>
 
 namespace {
 
 /// Signals, and a pipe to read from. The program's own handlers are back after each test.
-class KSetupSignalsTest : public ::testing::Test {
+class KStopSignalsTest : public ::testing::Test {
   protected:
-    KSetupSignalsTest() {
+    KStopSignalsTest() {
         for (std::size_t at = 0; at < std::size(taken); ++at) {
             ::sigaction(taken[at], nullptr, &former[at]);
         }
         EXPECT_EQ(::pipe(ends), 0);
     }
-    ~KSetupSignalsTest() override {
+    ~KStopSignalsTest() override {
         for (std::size_t at = 0; at < std::size(taken); ++at) {
             ::sigaction(taken[at], &former[at], nullptr);
         }
@@ -46,8 +45,8 @@ class KSetupSignalsTest : public ::testing::Test {
     int ends[2] = {-1, -1};
 };
 
-TEST_F(KSetupSignalsTest, ALineIsReadWithoutItsEndAndNoFurther) {
-    KSETUP::KSetupSignals signals;
+TEST_F(KStopSignalsTest, ALineIsReadWithoutItsEndAndNoFurther) {
+    KSYS::KStopSignals signals;
     Write("yes\n\nn");
     EXPECT_EQ(signals.ReadLine(ends[0]), "yes");
     EXPECT_EQ(signals.ReadLine(ends[0]), "");
@@ -59,8 +58,8 @@ TEST_F(KSetupSignalsTest, ALineIsReadWithoutItsEndAndNoFurther) {
     EXPECT_EQ(signals.GetFirst(), 0);
 }
 
-TEST_F(KSetupSignalsTest, ASignalThatCameBeforeALineCounts) {
-    KSETUP::KSetupSignals signals;
+TEST_F(KStopSignalsTest, ASignalThatCameBeforeALineCounts) {
+    KSYS::KStopSignals signals;
     Write("y\n");
     ::raise(SIGTERM);
     EXPECT_EQ(signals.ReadLine(ends[0]), std::nullopt);
@@ -68,8 +67,8 @@ TEST_F(KSetupSignalsTest, ASignalThatCameBeforeALineCounts) {
     EXPECT_EQ(signals.ReadLine(ends[0]), std::nullopt); // also when it was taken note of
 }
 
-TEST_F(KSetupSignalsTest, ASignalEndsTheWaitForALine) {
-    KSETUP::KSetupSignals signals;
+TEST_F(KStopSignalsTest, ASignalEndsTheWaitForALine) {
+    KSYS::KStopSignals signals;
     Write("y");
     std::thread sender([reader = ::pthread_self()] {
         ::usleep(100000);

@@ -1,46 +1,41 @@
 // SPDX-License-Identifier: MIT
-#include <setup/preflight/KDigestsAhead.h>
+#include <setup/preflight/KDigestPrefetch.h>
 
-#include <csignal>
 #include <exception>
 #include <system_error>
 #include <utility>
 
-#include <pthread.h>
+#include <sys/processes/BlockedSignals.h>
 
 namespace KSETUP {
 
-KDigestsAhead::KDigestsAhead(std::vector<KCopy> toCopy, KDigests alreadyRead)
+KDigestPrefetch::KDigestPrefetch(std::vector<KCopy> toCopy, KDigests alreadyRead)
     : copies(std::move(toCopy)),
       known(std::move(alreadyRead)) {
-    // Signals are the main thread's, which inherits its own mask back.
-    sigset_t all;
-    sigset_t former;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &former);
+    const KSYS::BlockedSignals
+        blocked; // for the thread that inherits them: they are the main one's
     try {
         thread = std::thread([this] { Run(); });
     } catch (const std::system_error&) {
         copies.clear(); // no thread to be had: the manifest reads the files itself
     }
-    ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
 }
 
-KDigestsAhead::~KDigestsAhead() {
+KDigestPrefetch::~KDigestPrefetch() {
     isStopped.store(true, std::memory_order_relaxed);
     if (thread.joinable()) {
         thread.join();
     }
 }
 
-KDigests KDigestsAhead::Take() {
+KDigests KDigestPrefetch::Take() {
     if (thread.joinable()) {
         thread.join();
     }
     return std::move(digests);
 }
 
-void KDigestsAhead::Run() {
+void KDigestPrefetch::Run() {
     const auto shallStop = [this] { return isStopped.load(std::memory_order_relaxed); };
     try {
         for (const KCopy& copy : copies) {

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/KSetupSignals.h>
-
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 
 #include <poll.h>
+#include <sys/processes/KStopSignals.h>
 #include <unistd.h>
 
-namespace KSETUP {
+namespace KSYS {
 
 namespace {
 
@@ -23,7 +22,7 @@ void Note(int signal) {
 
 } // namespace
 
-KSetupSignals::KSetupSignals() {
+KStopSignals::KStopSignals() {
     struct sigaction action {};
     action.sa_handler = Note;
     action.sa_flags = SA_RESTART;
@@ -39,13 +38,13 @@ KSetupSignals::KSetupSignals() {
     ::sigaction(SIGPIPE, &action, nullptr);
 }
 
-int KSetupSignals::Take() noexcept {
+int KStopSignals::Take() noexcept {
     const int signal = received.exchange(0, std::memory_order_relaxed);
     first = first == 0 ? signal : first;
     return signal;
 }
 
-std::optional<std::string> KSetupSignals::ReadLine(int descriptor) {
+std::optional<std::string> KStopSignals::ReadLine(int descriptor) {
     std::string line;
     while (WaitForInput(descriptor)) {
         char letter = 0;
@@ -64,7 +63,7 @@ std::optional<std::string> KSetupSignals::ReadLine(int descriptor) {
 
 /// False when a signal came. Only while it waits do signals get through: one that came between the
 /// look and the wait would be slept over. A read would not end for any, as they restart it.
-bool KSetupSignals::WaitForInput(int descriptor) {
+bool KStopSignals::WaitForInput(int descriptor) {
     sigset_t held{};
     sigset_t former{};
     ::sigemptyset(&held);
@@ -83,4 +82,4 @@ bool KSetupSignals::WaitForInput(int descriptor) {
     return first == 0;
 }
 
-} // namespace KSETUP
+} // namespace KSYS

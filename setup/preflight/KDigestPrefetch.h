@@ -20,15 +20,15 @@ struct KCopy {
 /// manifest does not have to read everything again when all is done.
 ///
 /// Thread   constructed, asked and destroyed on one thread
-class KDigestsAhead {
+class KDigestPrefetch {
   public:
     /// Begins at once. Of several copies to one target the last counts. Sources whose digests are
     /// `known`, by their paths, are not read.
-    explicit KDigestsAhead(std::vector<KCopy> copies, KDigests known = {});
+    explicit KDigestPrefetch(std::vector<KCopy> copies, KDigests known = {});
     /// Stops, within 1 MiB.
-    ~KDigestsAhead();
-    KDigestsAhead(const KDigestsAhead&) = delete;
-    KDigestsAhead& operator=(const KDigestsAhead&) = delete;
+    ~KDigestPrefetch();
+    KDigestPrefetch(const KDigestPrefetch&) = delete;
+    KDigestPrefetch& operator=(const KDigestPrefetch&) = delete;
 
     /// Waits for the end. By target: a file that could not be read is not there.
     KDigests Take();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "../../../support/TemporaryTree.h"
 
-#include <setup/preflight/KDigestsAhead.h>
+#include <setup/preflight/KDigestPrefetch.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 
 namespace {
 
-using KSETUP::KDigestsAhead;
+using KSETUP::KDigestPrefetch;
 using ::testing::SizeIs;
 
 constexpr const char* digestOfA =
@@ -19,11 +19,11 @@ constexpr const char* digestOfA =
 constexpr const char* digestOfB =
     "df7e70e5021544f4834bbee64a9e3789febc4be81470df629cad6ddb03320a5c";
 
-TEST(KDigestsAheadTest, KnowsSourcesByTheirTargets) {
+TEST(KDigestPrefetchTest, KnowsSourcesByTheirTargets) {
     KTEST::TemporaryTree tree;
     tree.Write("kit/a", "A");
     tree.Write("kit/b", "B");
-    KDigestsAhead ahead({{tree.Path("kit/a"), "/opt/a"}, {tree.Path("kit/b"), "/opt/b"}});
+    KDigestPrefetch ahead({{tree.Path("kit/a"), "/opt/a"}, {tree.Path("kit/b"), "/opt/b"}});
     const auto digests = ahead.Take();
     EXPECT_THAT(digests, SizeIs(2));
     EXPECT_EQ(digests.at("/opt/a").sha256, digestOfA);
@@ -31,20 +31,20 @@ TEST(KDigestsAheadTest, KnowsSourcesByTheirTargets) {
     EXPECT_EQ(digests.at("/opt/b").size, 1U);
 }
 
-TEST(KDigestsAheadTest, TheLastCopyToATargetCounts) {
+TEST(KDigestPrefetchTest, TheLastCopyToATargetCounts) {
     KTEST::TemporaryTree tree;
     tree.Write("a", "A");
     tree.Write("b", "B");
-    KDigestsAhead ahead({{tree.Path("a"), "/opt/x"}, {tree.Path("b"), "/opt/x"}});
+    KDigestPrefetch ahead({{tree.Path("a"), "/opt/x"}, {tree.Path("b"), "/opt/x"}});
     EXPECT_EQ(ahead.Take().at("/opt/x").sha256, digestOfB);
-    KDigestsAhead broken({{tree.Path("a"), "/opt/x"}, {tree.Path("missing"), "/opt/x"}});
+    KDigestPrefetch broken({{tree.Path("a"), "/opt/x"}, {tree.Path("missing"), "/opt/x"}});
     EXPECT_THAT(broken.Take(), SizeIs(0));
 }
 
-TEST(KDigestsAheadTest, WhatWasReadBeforeIsNotReadAgain) {
+TEST(KDigestPrefetchTest, WhatWasReadBeforeIsNotReadAgain) {
     KTEST::TemporaryTree tree;
     tree.Write("a", "A");
-    KDigestsAhead ahead(
+    KDigestPrefetch ahead(
         {{tree.Path("a"), "/opt/a"}, {tree.Path("b"), "/opt/b"}},
         {{tree.Path("b"), {0, 1, digestOfB}}} // and is not there, so it cannot be
     );
@@ -54,16 +54,16 @@ TEST(KDigestsAheadTest, WhatWasReadBeforeIsNotReadAgain) {
     EXPECT_EQ(digests.at("/opt/b").size, 1U);
 }
 
-TEST(KDigestsAheadTest, NothingIsFine) {
-    EXPECT_THAT(KDigestsAhead({}).Take(), SizeIs(0));
+TEST(KDigestPrefetchTest, NothingIsFine) {
+    EXPECT_THAT(KDigestPrefetch({}).Take(), SizeIs(0));
 }
 
-TEST(KDigestsAheadTest, DoesNotHoldUpWhoGivesItUp) {
+TEST(KDigestPrefetchTest, DoesNotHoldUpWhoGivesItUp) {
     KTEST::TemporaryTree tree;
     tree.Write("a", "");
     std::filesystem::resize_file(tree.Path("a"), 1ULL << 40U); // sparse: minutes to read
     const auto start = std::chrono::steady_clock::now();
-    { const KDigestsAhead ahead({{tree.Path("a"), "/opt/a"}}); }
+    { const KDigestPrefetch ahead({{tree.Path("a"), "/opt/a"}}); }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
 }
 

@@ -1,7 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <setup/files/KFileHandle.h>
-#include <setup/files/WriteAll.h>
-
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -11,23 +8,27 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/files/FileCalls.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 namespace {
 
-using KSETUP::KFileHandle;
-using KSETUP::WriteAll;
+using KSYS::KDescriptor;
+
+unsigned WriteAll(int file, const std::string& bytes) {
+    return KSYS::WriteAll(file, bytes.data(), bytes.size());
+}
 
 struct Pipe {
     explicit Pipe(int flags = 0) {
         int ends[2] = {-1, -1};
         EXPECT_EQ(::pipe2(ends, O_CLOEXEC | flags), 0);
-        reading = KFileHandle(ends[0]);
-        writing = KFileHandle(ends[1]);
+        reading = KDescriptor(ends[0]);
+        writing = KDescriptor(ends[1]);
     }
-    KFileHandle reading;
-    KFileHandle writing;
+    KDescriptor reading;
+    KDescriptor writing;
 };
 
 std::atomic<int> alarms{0}; // NOLINT: a handler has no object
@@ -75,19 +76,21 @@ TEST(WriteAllTest, GoesOnWhereACallWasInterrupted) {
     ::pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
     {
         const Alarms often;
-        EXPECT_EQ(WriteAll(pipe.writing.Get(), bytes), 0);
+        EXPECT_EQ(WriteAll(pipe.writing.Get(), bytes), 0U);
     }
     isOver = true;
-    pipe.writing = KFileHandle();
+    pipe.writing = KDescriptor();
     reader.join();
     EXPECT_EQ(taken, bytes.size());
 }
 
 TEST(WriteAllTest, TellsWhatCannotBeWritten) {
     Pipe pipe(O_NONBLOCK);
-    EXPECT_EQ(WriteAll(pipe.writing.Get(), std::string(std::size_t{1} << 20U, 'x')), EAGAIN);
-    EXPECT_EQ(WriteAll(-1, "x"), EBADF);
-    EXPECT_EQ(WriteAll(-1, ""), 0);
+    EXPECT_EQ(
+        WriteAll(pipe.writing.Get(), std::string(std::size_t{1} << 20U, 'x')), unsigned{EAGAIN}
+    );
+    EXPECT_EQ(WriteAll(-1, "x"), unsigned{EBADF});
+    EXPECT_EQ(WriteAll(-1, ""), 0U);
 }
 
 } // namespace

@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: MIT
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include <linux/fs.h>
+#include <sys/Retry.h>
+#include <sys/files/FileCalls.h>
+#include <sys/files/FileContent.h>
+#include <sys/ioctl.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace KSYS {
+
+namespace {
+
+/// The status of a call that answers with less than 0 and errno.
+unsigned StatusOf(long result) noexcept {
+    return result >= 0 ? 0 : static_cast<unsigned>(errno);
+}
+
+std::array<timespec, 2> OnlyChanged(const timespec& changed) noexcept {
+    return {timespec{0, UTIME_OMIT}, changed};
+}
+
+unsigned CopyByReading(int source, int target) noexcept {
+    std::array<char, 65536> chunk; // NOLINT: filled before it is read
+    std::size_t bytes = 0;
+    unsigned status = 0;
+    do {
+        status = ReadSome(source, chunk.data(), chunk.size(), bytes);
+        if (status == 0) {
+            status = WriteAll(target, chunk.data(), bytes);
+        }
+    } while (status == 0 && bytes > 0);
+    return status;
+}
+
+unsigned CopyExtendedAttribute(int source, int target, const char* name) {
+    const ssize_t size = ::fgetxattr(source, name, nullptr, 0);
+    if (size < 0) {
+        return static_cast<unsigned>(errno);
+    }
+    std::vector<char> value(static_cast<std::size_t>(size) + 1);
+    const ssize_t read = ::fgetxattr(source, name, value.data(), value.size() - 1);
+    if (read < 0) {
+        return static_cast<unsigned>(errno);
+    }
+    const unsigned status =
+        StatusOf(::fsetxattr(target, name, value.data(), static_cast<std::size_t>(read), 0));
+    return status == ENOTSUP ? 0 : status;
+}
+
+} // namespace
+
+unsigned ReadSome(int file, char* bytes, std::size_t room, std::size_t& byteCount) noexcept {
+    const ssize_t got = Retry([&] { return ::read(file, bytes, room); });
+    byteCount = got > 0 ? static_cast<std::size_t>(got) : 0;
+    return StatusOf(got);
+}
+
+unsigned WriteAt(int file, const char* bytes, std::size_t byteCount, off_t offset) noexcept {
+    return StatusOf(Retry([&] { return ::pwrite(file, bytes, byteCount, offset); }));
+}
+
+unsigned Truncate(int file, off_t size) noexcept {
+    return StatusOf(Retry([&] { return ::ftruncate(file, size); }));
+}
+
+unsigned CopyContent(int source, int target, CopyWay way) noexcept {
+    // The old style of the kernel's macro warns: its cast is not ours.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wold-style-cast"
+    const unsigned status = StatusOf(::ioctl(target, FICLONE, source));
+#pragma GCC diagnostic pop
+    return status == 0 || way == CopyWay::ReflinkOnly ? status : CopyByReading(source, target);
+}
+
+unsigned CopyExtendedAttributes(int source, int target) {
+    const ssize_t bytes = ::flistxattr(source, nullptr, 0);
+    if (bytes <= 0) {
+        return bytes == 0 || errno == ENOTSUP ? 0 : static_cast<unsigned>(errno);
+    }
+    std::vector<char> names(static_cast<std::size_t>(bytes) + 1);
+    const ssize_t listed = ::flistxattr(source, names.data(), names.size() - 1);
+    unsigned status = StatusOf(listed);
+    for (ssize_t at = 0; status == 0 && at < listed;) {
+        const char* const name = names.data() + at;
+        at += static_cast<ssize_t>(std::strlen(name)) + 1;
+        status = CopyExtendedAttribute(source, target, name);
+    }
+    return status;
+}
+
+unsigned SetOwner(int file, uid_t owner, gid_t group) noexcept {
+    return StatusOf(::fchown(file, owner, group));
+}
+
+unsigned SetMode(int file, unsigned mode) noexcept {
+    return StatusOf(::fchmod(file, mode & 07777));
+}
+
+unsigned SetTime(int file, const timespec& changed) noexcept {
+    return StatusOf(::futimens(file, OnlyChanged(changed).data()));
+}
+
+unsigned
+SetOwnerAndTime(const Entry& entry, uid_t owner, gid_t group, const timespec& changed) noexcept {
+    const int directory = entry.GetDirectory();
+    const unsigned status =
+        StatusOf(::fchownat(directory, entry.GetName(), owner, group, AT_SYMLINK_NOFOLLOW));
+    return status != 0
+               ? status
+               : StatusOf(::utimensat(
+                     directory, entry.GetName(), OnlyChanged(changed).data(), AT_SYMLINK_NOFOLLOW
+                 ));
+}
+
+unsigned Flush(int file) noexcept {
+    return StatusOf(Retry([&] { return ::fsync(file); }));
+}
+
+unsigned FlushFileSystem(int file) noexcept {
+    return StatusOf(Retry([&] { return ::syncfs(file); }));
+}
+
+bool IsOpenDescriptor(int number) noexcept {
+    return ::fcntl(number, F_GETFD) >= 0;
+}
+
+} // namespace KSYS

@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: MIT
+#include <cerrno>
+
+#include <linux/stat.h>
+#include <sys/Retry.h>
+#include <sys/files/FileStatus.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+namespace KSYS {
+
+bool IsSameFile(const struct stat& left, const struct stat& right) noexcept {
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
+bool IsOwn(const struct stat& status) noexcept {
+    return status.st_uid == ::geteuid();
+}
+
+bool IsOwnAlone(const struct stat& status) noexcept {
+    return IsOwn(status) && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+bool IsImmutable(const Entry& entry, LastLink last) noexcept {
+    struct statx status {};
+    const int flags = last == LastLink::Follow ? 0 : AT_SYMLINK_NOFOLLOW;
+    return ::statx(entry.GetDirectory(), entry.GetName(), flags, STATX_TYPE, &status) == 0 &&
+           (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+}
+
+unsigned ReadFileSystem(const char* path, FileSystemStatus& system) noexcept {
+    struct statvfs status {};
+    if (Retry([&] { return ::statvfs(path, &status); }) != 0) {
+        return static_cast<unsigned>(errno);
+    }
+    system.isReadOnly = (status.f_flag & ST_RDONLY) != 0;
+    system.blockBytes = status.f_frsize != 0 ? status.f_frsize : 1;
+    system.bytesFree = std::uint64_t{status.f_bfree} * status.f_frsize;
+    system.filesFree = status.f_ffree;
+    system.hasFileLimit = status.f_files != 0;
+    return 0;
+}
+
+} // namespace KSYS

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+/// \file
+/// What the system tells about files and file systems. All return 0 or errno where they can fail.
+
+#include <cstdint>
+
+#include <sys/files/DirectoryEntry.h>
+#include <sys/stat.h>
+
+namespace KSYS {
+
+bool IsSameFile(const struct stat& left, const struct stat& right) noexcept;
+
+/// Whether it belongs to this process's user.
+bool IsOwn(const struct stat& status) noexcept;
+/// Whether it belongs to this process's user, and nobody else may write to it.
+bool IsOwnAlone(const struct stat& status) noexcept;
+
+/// Whether the attribute is set that lets nobody change, replace or delete it (chattr(1)); also
+/// false where that cannot be told.
+bool IsImmutable(const Entry& entry, LastLink last) noexcept;
+
+/// Room on a file system. What is free counts for root.
+struct FileSystemStatus {
+    bool isReadOnly = false;
+    std::uint64_t blockBytes = 1; ///< what a file takes is whole blocks of this size
+    std::uint64_t bytesFree = 0;
+    std::uint64_t filesFree = 0;
+    bool hasFileLimit = true;
+};
+
+/// Of the file system that holds what stands at a path; links are followed.
+[[nodiscard]] unsigned ReadFileSystem(const char* path, FileSystemStatus& system) noexcept;
+
+} // namespace KSYS

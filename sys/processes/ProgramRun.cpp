@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/Retry.h>
+#include <sys/processes/ProgramRun.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace KSYS {
+
+unsigned RunProgram(
+    std::vector<std::string> words,
+    const std::string& directory,
+    const char* output,
+    bool& succeeded
+) {
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_addopen(
+        &actions, STDOUT_FILENO, output, O_WRONLY | O_CREAT | O_TRUNC, 0600
+    );
+    ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    pid_t child = 0;
+    const int error =
+        ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) {
+        return static_cast<unsigned>(error);
+    }
+    int status = 0;
+    const pid_t ended = Retry([&] { return ::waitpid(child, &status, 0); });
+    succeeded = ended == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return 0;
+}
+
+} // namespace KSYS

@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace KSYS {
+
+/// Runs a program of the search path to its end, without input. `words` are its name and arguments,
+/// `directory` is its working directory, and what it writes goes to a file of the name `output` there.
+///
+/// Returns  0 or errno, ENOENT when there is no such program; `succeeded` tells whether it ended with 0
+/// Throws   std::bad_alloc
+[[nodiscard]] unsigned RunProgram(
+    std::vector<std::string> words,
+    const std::string& directory,
+    const char* output,
+    bool& succeeded
+);
+
+} // namespace KSYS
