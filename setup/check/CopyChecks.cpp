@@ -66,6 +66,34 @@ bool HasAtOrBelow(const std::set<std::string>& all, const std::string& directory
     return all.contains(directory) || (below != all.end() && IsAtOrBelow(*below, directory));
 }
 
+/// Whether a directory of the kit holds a file anywhere, and not only links and directories.
+bool HasFiles(const KPlannedTree& tree, const std::string& directory) {
+    const std::vector<std::string> names = tree.List(directory, "*");
+    const std::vector<std::string> below = tree.ListDirectories(directory, "*");
+    return std::any_of(
+               names.begin(),
+               names.end(),
+               [&](const std::string& name) {
+                   return tree.Find(JoinPath(directory, name)).kind == KEntryKind::File;
+               }
+           ) ||
+           std::any_of(below.begin(), below.end(), [&](const std::string& name) {
+               return HasFiles(tree, JoinPath(directory, name));
+           });
+}
+
+/// Whether there is nothing to copy out of a subdirectory, and its counterpart is made by itself.
+bool IsMadeByItself(
+    const KPlannedTree& tree,
+    const KScriptRule& rule,
+    const std::string& from,
+    const std::string& name
+) {
+    return rule.fields.size() > 3 &&
+           tree.Find(JoinPath(rule.fields[3], name)).kind == KEntryKind::Directory &&
+           !HasFiles(tree, JoinPath(from, name));
+}
+
 } // namespace
 
 Findings MissingSources(const KCheckContext& context) {
@@ -121,14 +149,16 @@ Findings SkippedDirectories(const KCheckContext& context) {
         }
         for (const std::string& name : tree.ListDirectories(from, rule.fields[1])) {
             const std::string directory = KPlannedTree::Normal(JoinPath(from, name));
-            if (!HasAtOrBelow(copied, directory)) {
-                found.push_back(context.AtField(
-                    rule.line,
-                    1,
-                    "\"" + InKit(directory, context) + "\" matches, but a directory is not copied",
-                    "add a \"create\" and a \"copy\" of its own for it"
-                ));
+            if (HasAtOrBelow(copied, directory) || IsMadeByItself(tree, rule, from, name)) {
+                continue;
             }
+            found.push_back(context.AtField(
+                rule.line,
+                1,
+                "\"" + InKit(directory, context) + "\" matches, but a directory is not copied",
+                HasFiles(tree, directory) ? "add a \"create\" and a \"copy\" of its own for it"
+                                          : "add a \"create\" of its own for it"
+            ));
         }
     });
     return found;
