@@ -36,6 +36,7 @@ KPlannedEntry LookAtDisk(int directory, const char* name) {
         entry.bytes = static_cast<std::uint64_t>(status.st_size);
     } else if (S_ISDIR(status.st_mode)) {
         entry.kind = KEntryKind::Directory;
+        entry.isShared = status.st_uid != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     } else if (S_ISLNK(status.st_mode)) {
         entry.kind = KEntryKind::Link;
         std::array<char, PATH_MAX> target{};

@@ -29,6 +29,15 @@ class PlanReportTest : public ::testing::Test {
     }
 
     void GivenScript(const std::string& script) { tree.Write("kit/install.ini", script); }
+    /// The same with what a record needs.
+    void GivenSoundScript(const std::string& script) {
+        GivenScript(
+            script + "directory=create,$pathTargetConfig$\n"
+                     "profile=put,$pathTargetConfig$$iniFile$,S,K,V\n"
+                     "directory=create,/etc/$serviceName$\n"
+                     "file=symlink,x,$pathTargetBin$,/etc/$serviceName$,$serviceName$\n"
+        );
+    }
 
     struct Outcome {
         int exitCode;
@@ -74,7 +83,7 @@ TEST_F(PlanReportTest, EachRuleIsToldWithItsLineAndWhatItWouldDo) {
                 "process=start,/bin/true \"$pathTarget$\"\n"
                 "service=start,svc\n");
     const Outcome plan = PlanInstall();
-    EXPECT_EQ(plan.exitCode, 0) << plan.error << plan.out;
+    EXPECT_EQ(plan.exitCode, KSETUP::ExitCode::noService) << plan.error << plan.out;
     const std::string product = tree.Path("product");
     EXPECT_THAT(
         plan.out,
@@ -106,8 +115,10 @@ TEST_F(PlanReportTest, EachRuleIsToldWithItsLineAndWhatItWouldDo) {
 TEST_F(PlanReportTest, APlanChangesNothing) {
     tree.Write("kit/a", "x");
     tree.Write("product/keep", "x");
-    GivenScript("[install]\ndirectory=create,$pathTarget$d\nfile=copy,a,$pathSource$,$pathTarget$"
-                "\nfile=delete,keep,$pathTarget$\nprofile=create,$pathTarget$p.ini\n");
+    GivenSoundScript(
+        "[install]\ndirectory=create,$pathTarget$d\nfile=copy,a,$pathSource$,$pathTarget$"
+        "\nfile=delete,keep,$pathTarget$\nprofile=create,$pathTarget$p.ini\n"
+    );
     const std::vector<std::string> before = tree.List();
     EXPECT_EQ(PlanInstall().exitCode, 0);
     EXPECT_EQ(tree.List(), before);
@@ -148,7 +159,7 @@ TEST_F(PlanReportTest, ACopyFollowsAChainOfLinks) {
     tree.Link("kit/data/second", "real");
     tree.Link("kit/first", "data/second");
     tree.Directory("product");
-    GivenScript("[install]\nfile=copy,first,$pathSource$,$pathTarget$\n");
+    GivenSoundScript("[install]\nfile=copy,first,$pathSource$,$pathTarget$\n");
     const Outcome plan = PlanInstall();
     EXPECT_EQ(plan.exitCode, 0) << plan.out;
     EXPECT_THAT(plan.out, HasSubstr("(5 bytes)"));
@@ -205,7 +216,8 @@ TEST_F(PlanReportTest, ARemovalOfWhatIsNotInstalledNeedsAPath) {
 TEST_F(PlanReportTest, JsonHasRulesTotalsAndSpace) {
     tree.Write("kit/a", std::string(5000, 'x'), 0750);
     tree.Directory("product");
-    GivenScript("[install]\nsection=more\n[more]\nfile=copy,a,$pathSource$,$pathTarget$\n");
+    GivenSoundScript("[install]\nsection=more\n[more]\nfile=copy,a,$pathSource$,$pathTarget$\n"
+                     "[install]\n");
     const nlohmann::json plan = PlanInstallAsJson();
     EXPECT_EQ(plan["schema"], 1);
     EXPECT_EQ(plan["command"], "plan install");
@@ -217,10 +229,10 @@ TEST_F(PlanReportTest, JsonHasRulesTotalsAndSpace) {
     EXPECT_EQ(action["path"], tree.Path("product") + "/a");
     EXPECT_EQ(action["bytes"], 5000);
     EXPECT_EQ(action["mode"], "0750");
-    EXPECT_EQ(plan["totals"]["created"], 1);
+    EXPECT_EQ(plan["totals"]["created"], 3);
     ASSERT_EQ(plan["space"].size(), 1U);
     EXPECT_GE(plan["space"][0]["bytesNeeded"], 5000);
-    EXPECT_EQ(plan["space"][0]["filesNeeded"], 1);
+    EXPECT_EQ(plan["space"][0]["filesNeeded"], 5);
     EXPECT_EQ(plan["space"][0]["enough"], true);
 }
 
