@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
+#include <setup/check/PlanSteps.h>
 #include <setup/files/PathText.h>
 
 #include <algorithm>
@@ -15,13 +16,6 @@ using Kind = KPlannedAction::Kind;
 bool IsCopy(const KScriptRule& rule) {
     return rule.line.type == "file" && rule.fields.size() >= 3 && rule.fields.size() <= 5 &&
            rule.fields[0] == "copy";
-}
-
-/// A path as the kit's author knows it.
-std::string InKit(const std::string& path, const KCheckContext& context) {
-    const std::string normal = KPlannedTree::Normal(path);
-    const std::string& kit = context.GetKitDirectory();
-    return normal != kit && IsAtOrBelow(normal, kit) ? normal.substr(kit.size() + 1) : normal;
 }
 
 /// Calls `look` with every copy of an install and a removal. What a command ran before one may have
@@ -201,6 +195,17 @@ Findings OverwrittenConfigurations(const KCheckContext& context) {
             }
         }
     });
+    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+        if (step.action->kind == Kind::CreateProfile && step.path == profile) {
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                0,
+                "an upgrade with this \"create\" empties the configuration \"" + profile +
+                    "\", which may have been edited",
+                "take it out: a \"put\" makes the file where it is missing"
+            ));
+        }
+    }
     return found;
 }
 

@@ -19,6 +19,7 @@ struct KPlannedEntry {
     bool isShared = false;
     /// Of a file that a plan made: where its bytes lie now; empty for one that begins empty.
     std::string content;
+    bool isOurUnit = false; ///< a unit file that a plan made of a service rule
 };
 
 /// What is on the disk, as it was when it was first asked for: the looks at a kit before a run go

@@ -180,6 +180,7 @@ void Planner::Copy(const std::string& source, const std::string& target) {
     } else {
         action.obstacle = Words(place, target);
     }
+    action.lacksDirectory = place.problem == KPathProblem::Missing;
     // Also where its directory is missing: that is told once, not for all that follows.
     if (!action.lacks && former != KEntryKind::Directory) {
         tree.PutCopy(place.path, found, source);
@@ -226,6 +227,9 @@ void Planner::Link(const std::string& target, const std::string& path) {
     } else {
         action.obstacle = WhyNoPlace(path, KPlannedTree::Last::Keep);
     }
+    action.lacksDirectory =
+        tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted).problem ==
+        KPathProblem::Missing;
     KPlannedEntry entry;
     entry.kind = KEntryKind::Link;
     entry.target = target;
@@ -299,6 +303,7 @@ void Planner::Create(const std::string& profile) {
     action.obstacle = former == KEntryKind::Directory ? profile + " is a directory"
                       : former == KEntryKind::Other   ? profile + " is no regular file"
                                                       : Words(place, profile);
+    action.lacksDirectory = place.problem == KPathProblem::Missing;
     KPlannedEntry entry;
     entry.kind = KEntryKind::File;
     entry.mode = former == KEntryKind::File ? tree.Find(place.path).mode : 0644;
@@ -320,6 +325,7 @@ void Planner::Put(const std::string& profile, const KPlannedTree::Option& option
     if (action.obstacle.empty()) {
         action.obstacle = WhyNotAnOption(option);
     }
+    action.lacksDirectory = place.problem == KPathProblem::Missing;
     if (!action.replaces) {
         KPlannedEntry entry;
         entry.kind = KEntryKind::File;

@@ -37,7 +37,8 @@ struct KPlannedAction {
     /// What it needs is not there: the source of a copy, the file that is to be deleted. Whether
     /// that ends the run is the rule's affair.
     bool lacks = false;
-    std::string obstacle; ///< why the rule would end the run here; empty when not
+    bool lacksDirectory = false; ///< what would be made has no directory to be made in
+    std::string obstacle;        ///< why the rule would end the run here; empty when not
 };
 
 /// What becomes of services that are to be started and stopped.

@@ -58,10 +58,11 @@ std::string KPlannedServices::FindUnit(const std::string& name) const {
 
 bool KPlannedServices::IsOurs(const std::string& name) const {
     const std::string path = OwnUnit(name);
-    if (tree.Find(path).kind != KEntryKind::File) { // a link is somebody else's, too
+    const KPlannedEntry entry = tree.Find(path);
+    if (entry.kind != KEntryKind::File) { // a link is somebody else's, too
         return false;
     }
-    if (programs.contains(name)) {
+    if (entry.isOurUnit) {
         return true;
     }
     std::ifstream file(tree.GetContent(path), std::ios::binary);
@@ -121,6 +122,7 @@ std::string KPlannedServices::Install(
     KPlannedEntry unit;
     unit.kind = KEntryKind::File;
     unit.mode = 0644;
+    unit.isOurUnit = true;
     tree.Put(OwnUnit(name), std::move(unit));
     programs[name] = chosen;
     return "";

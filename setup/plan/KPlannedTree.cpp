@@ -55,16 +55,22 @@ KPlannedEntry KPlannedTree::At(const std::string& normal) const {
     return entry;
 }
 
-KPlannedEntry KPlannedTree::Find(const std::string& path) const {
-    return At(Resolve(path, Last::Keep, Links::Any).path);
+/// Where a path leads to no place the disk has nothing. But rules may have gone on as if a missing
+/// directory were there, which is told once.
+KPlannedEntry KPlannedTree::AtPlace(const KPlannedPlace& place) const {
+    if (place.problem == KPathProblem::None) {
+        return At(place.path);
+    }
+    const auto change = changes.find(place.path);
+    return change != changes.end() ? change->second : KPlannedEntry();
 }
 
-/// Rules may have gone on as if a missing directory were there: that is told once.
+KPlannedEntry KPlannedTree::Find(const std::string& path) const {
+    return AtPlace(Resolve(path, Last::Keep, Links::Any));
+}
+
 KPlannedEntry KPlannedTree::FindTarget(const std::string& path) const {
-    const KPlannedPlace place = Resolve(path, Last::Follow, Links::Any);
-    const bool isPlace =
-        place.problem == KPathProblem::None || place.problem == KPathProblem::Missing;
-    return isPlace ? At(place.path) : KPlannedEntry();
+    return AtPlace(Resolve(path, Last::Follow, Links::Any));
 }
 
 std::vector<std::string>

@@ -100,6 +100,7 @@ class KPlannedTree {
 
     bool Counts(const std::string& path) const;
     KPlannedEntry At(const std::string& normal) const;
+    KPlannedEntry AtPlace(const KPlannedPlace& place) const;
     KPlannedPlace Walk(const std::string& path, Last last, Links links) const;
     const KPlannedPlace& ResolveDirectory(const std::string& path, Links links) const;
     bool Follows(const std::string& directory, Links links) const;

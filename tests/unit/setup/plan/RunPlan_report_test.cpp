@@ -289,4 +289,55 @@ TEST_F(PlanReportTest, WithoutAKitNothingIsPlanned) {
     EXPECT_EQ(Macros().exitCode, KSETUP::ExitCode::noKit);
 }
 
+TEST_F(PlanReportTest, ARecordThatCannotBeWrittenIsToldAndAnswered) {
+    GivenScript("[install]\ndirectory=create,/etc/$serviceName$\n"
+                "file=symlink,x,lin/x86_64,/etc/$serviceName$,$serviceName$\n");
+    const Outcome plan = PlanInstall();
+    EXPECT_EQ(plan.exitCode, KSETUP::ExitCode::ruleFailed);
+    EXPECT_THAT(
+        plan.out,
+        HasSubstr(
+            "The run would end when it writes the record: the link "
+            "/etc/inspp-unit-test/inspp-unit-test leads to lin/x86_64/x, which is not absolute"
+        )
+    );
+    GivenScript("[install]\ndirectory=create,/etc/$serviceName$\n"
+                "file=symlink,x,$pathTargetBin$,/etc/$serviceName$,$serviceName$\n");
+    EXPECT_THAT(
+        PlanInstallAsJson()["recordObstacle"],
+        HasSubstr("there is no configuration file " + tree.Path("product/config/pt.ini"))
+    );
+}
+
+TEST_F(PlanReportTest, AServiceThatCannotBeStartedAnswersAsTheRun) {
+    arguments.offlineServices = true;
+    GivenSoundScript("[install]\nservice=start,inspp-none\n");
+    const Outcome plan = PlanInstall();
+    EXPECT_EQ(plan.exitCode, KSETUP::ExitCode::noService);
+    EXPECT_THAT(plan.out, HasSubstr("would end here: there is no service inspp-none by then"));
+}
+
+TEST_F(PlanReportTest, WhatDoesNotFailIsNoObstacle) {
+    tree.Directory("product/dir");
+    tree.Write("product/list.ini", "[S]\nk=" + tree.Path("product/dir") + "\n");
+    GivenSoundScript(
+        "[install]\nprofile=remove_file,$pathTarget$list.ini,S,dir\n"
+        "profile=put," +
+        tree.Path("product/made.ini").substr(1) + ",S,K,V\n"
+    );
+    const Outcome plan = PlanInstall();
+    EXPECT_EQ(plan.exitCode, 0) << plan.out;
+}
+
+TEST_F(PlanReportTest, NamesThatAreTooLongAreTold) {
+    tree.Write("kit/a", "x");
+    tree.Directory("product");
+    GivenSoundScript(
+        "[install]\nfile=copy,a,$pathSource$,$pathTarget$," + std::string(256, 'n') + "\n"
+    );
+    const Outcome plan = PlanInstall();
+    EXPECT_EQ(plan.exitCode, KSETUP::ExitCode::ruleFailed);
+    EXPECT_THAT(plan.out, HasSubstr("would end here: a name or a path is too long: "));
+}
+
 } // namespace
