@@ -187,7 +187,9 @@ void KPlannedTree::PutCopy(
 /// Goes on as far as it can, as a run does, which does not tell where it could not.
 std::vector<std::string> KPlannedTree::MakeDirectory(const std::string& path) {
     std::vector<std::string> made;
-    if (path.size() >= PATH_MAX) {
+    // As long as the way to the last name is short enough, a run makes it and fails only then.
+    const std::size_t end = path.find_last_not_of('/');
+    if (end != std::string::npos && ParentPath(path.substr(0, end + 1)).size() >= PATH_MAX) {
         return made;
     }
     std::string at = "/";

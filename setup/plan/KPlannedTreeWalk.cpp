@@ -109,7 +109,7 @@ const KPlannedPlace& KPlannedTree::ResolveDirectory(const std::string& path, Lin
 }
 
 KPlannedPlace KPlannedTree::Resolve(const std::string& path, Last lastLink, Links links) const {
-    if (path.size() >= PATH_MAX) {
+    if ((lastLink == Last::Keep ? ParentPath(path) : path).size() >= PATH_MAX) {
         return {NormalPath(path), KPathProblem::TooLong};
     }
     const std::string name(NameOfPath(path));

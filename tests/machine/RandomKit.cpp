@@ -236,6 +236,11 @@ void RandomKit::MakeScript() {
         script += "directory=create," + std::string(product) +
                   "\nfile=copy,program,$pathSource$,$pathTarget$\n";
     }
+    if (!OneIn(3)) { // else most end at the first directory that is missing
+        for (const char* directory : {"dir/dir", "a/dir", "b", "other"}) {
+            script += "directory=create,$pathTarget$" + std::string(directory) + "\n";
+        }
+    }
     std::string rules;
     for (unsigned count = Below(7); count > 0; --count) {
         rules += Rule() + "\n";

@@ -159,6 +159,9 @@ TEST_F(KPlannedTreeTest, DirectoriesAreMadeAsFarAsTheyCanBe) {
         tree.MakeDirectory(At("other/one/" + tooLong + "/two")), ElementsAre(At("other/one"))
     );
     EXPECT_THAT(tree.MakeDirectory(At("other/d.txt/one")), IsEmpty());
+    EXPECT_THAT(
+        tree.MakeDirectory(At("other/two/" + std::string(4100, 'n'))), ElementsAre(At("other/two"))
+    );
 }
 
 TEST_F(KPlannedTreeTest, ACopyOfAProfileHasItsOptions) {
