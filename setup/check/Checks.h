@@ -21,6 +21,7 @@ Findings EmptyKeys(const KCheckContext& context);
 Findings DefaultPaths(const KCheckContext& context);
 Findings BlanksAfterCommas(const KCheckContext& context);
 Findings CopiesToRoot(const KCheckContext& context);
+Findings SectionsInBrackets(const KCheckContext& context);
 
 // Macros and what commands make of them. MacroChecks.cpp
 Findings UnknownMacros(const KCheckContext& context);
@@ -33,6 +34,7 @@ Findings Secrets(const KCheckContext& context);
 // Sections. IncludeChecks.cpp
 Findings IncludeCycles(const KCheckContext& context);
 Findings MissingSections(const KCheckContext& context);
+Findings UnloadedSections(const KCheckContext& context);
 
 // What is copied. CopyChecks.cpp
 Findings MissingSources(const KCheckContext& context);
@@ -41,9 +43,30 @@ Findings SkippedDirectories(const KCheckContext& context);
 Findings CopiesOntoThemselves(const KCheckContext& context);
 Findings OverwrittenConfigurations(const KCheckContext& context);
 
+// Paths that mean something else than they seem to. PathChecks.cpp
+Findings RelativePaths(const KCheckContext& context);
+Findings NewNames(const KCheckContext& context);
+Findings WildcardLinks(const KCheckContext& context);
+Findings LinksOntoFiles(const KCheckContext& context);
+Findings MissingSeparators(const KCheckContext& context);
+Findings ChangedKits(const KCheckContext& context);
+
+// What comes too early, or twice. OrderChecks.cpp
+Findings LateDirectories(const KCheckContext& context);
+Findings MissingDirectories(const KCheckContext& context);
+Findings DoubleCopies(const KCheckContext& context);
+Findings DeletionsOfNewFiles(const KCheckContext& context);
+
+// ServiceChecks.cpp
+Findings FailingServices(const KCheckContext& context);
+Findings UnknownServices(const KCheckContext& context);
+Findings ServicePrograms(const KCheckContext& context);
+Findings RunningServices(const KCheckContext& context);
+
 // What the machine is left with. RecordChecks.cpp, RemovalChecks.cpp
 Findings MissingRecordLinks(const KCheckContext& context);
 Findings MissingRecordProfiles(const KCheckContext& context);
+Findings DanglingRecordLinks(const KCheckContext& context);
 Findings LeftRecordLinks(const KCheckContext& context);
 Findings SystemDeletions(const KCheckContext& context);
 Findings LeftBehind(const KCheckContext& context);

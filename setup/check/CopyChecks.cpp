@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
+#include <setup/check/PlanSteps.h>
 #include <setup/files/PathText.h>
 
 #include <algorithm>
@@ -15,13 +16,6 @@ using Kind = KPlannedAction::Kind;
 bool IsCopy(const KScriptRule& rule) {
     return rule.line.type == "file" && rule.fields.size() >= 3 && rule.fields.size() <= 5 &&
            rule.fields[0] == "copy";
-}
-
-/// A path as the kit's author knows it.
-std::string InKit(const std::string& path, const KCheckContext& context) {
-    const std::string normal = KPlannedTree::Normal(path);
-    const std::string& kit = context.GetKitDirectory();
-    return normal != kit && IsAtOrBelow(normal, kit) ? normal.substr(kit.size() + 1) : normal;
 }
 
 /// Calls `look` with every copy of an install and a removal. What a command ran before one may have
@@ -64,6 +58,34 @@ std::set<std::string> CopiedDirectories(const KCheckContext& context) {
 bool HasAtOrBelow(const std::set<std::string>& all, const std::string& directory) {
     const auto below = all.lower_bound(directory == "/" ? directory : directory + "/");
     return all.contains(directory) || (below != all.end() && IsAtOrBelow(*below, directory));
+}
+
+/// Whether a directory of the kit holds a file anywhere, and not only links and directories.
+bool HasFiles(const KPlannedTree& tree, const std::string& directory) {
+    const std::vector<std::string> names = tree.List(directory, "*");
+    const std::vector<std::string> below = tree.ListDirectories(directory, "*");
+    return std::any_of(
+               names.begin(),
+               names.end(),
+               [&](const std::string& name) {
+                   return tree.Find(JoinPath(directory, name)).kind == KEntryKind::File;
+               }
+           ) ||
+           std::any_of(below.begin(), below.end(), [&](const std::string& name) {
+               return HasFiles(tree, JoinPath(directory, name));
+           });
+}
+
+/// Whether there is nothing to copy out of a subdirectory, and its counterpart is made by itself.
+bool IsMadeByItself(
+    const KPlannedTree& tree,
+    const KScriptRule& rule,
+    const std::string& from,
+    const std::string& name
+) {
+    return rule.fields.size() > 3 &&
+           tree.Find(JoinPath(rule.fields[3], name)).kind == KEntryKind::Directory &&
+           !HasFiles(tree, JoinPath(from, name));
 }
 
 } // namespace
@@ -121,14 +143,16 @@ Findings SkippedDirectories(const KCheckContext& context) {
         }
         for (const std::string& name : tree.ListDirectories(from, rule.fields[1])) {
             const std::string directory = KPlannedTree::Normal(JoinPath(from, name));
-            if (!HasAtOrBelow(copied, directory)) {
-                found.push_back(context.AtField(
-                    rule.line,
-                    1,
-                    "\"" + InKit(directory, context) + "\" matches, but a directory is not copied",
-                    "add a \"create\" and a \"copy\" of its own for it"
-                ));
+            if (HasAtOrBelow(copied, directory) || IsMadeByItself(tree, rule, from, name)) {
+                continue;
             }
+            found.push_back(context.AtField(
+                rule.line,
+                1,
+                "\"" + InKit(directory, context) + "\" matches, but a directory is not copied",
+                HasFiles(tree, directory) ? "add a \"create\" and a \"copy\" of its own for it"
+                                          : "add a \"create\" of its own for it"
+            ));
         }
     });
     return found;
@@ -171,6 +195,17 @@ Findings OverwrittenConfigurations(const KCheckContext& context) {
             }
         }
     });
+    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+        if (step.action->kind == Kind::CreateProfile && step.path == profile) {
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                0,
+                "an upgrade with this \"create\" empties the configuration \"" + profile +
+                    "\", which may have been edited",
+                "take it out: a \"put\" makes the file where it is missing"
+            ));
+        }
+    }
     return found;
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 
 namespace KSETUP::Checks {
 
@@ -36,6 +37,71 @@ bool CouldBeThere(const KScript& script, const std::string& pattern) {
     return std::any_of(headers.begin(), headers.end(), [&](const KScript::Header& header) {
         return KSUP::KFileEnum::Matches(header.name.c_str(), pattern.c_str());
     });
+}
+
+/// What stands behind the last dot of a name.
+std::string EndingOf(const std::string& name) {
+    const std::size_t dot = name.rfind('.');
+    return dot == std::string::npos ? "" : name.substr(dot + 1);
+}
+
+/// The section of a loaded one for a machine that the kit may be for, though not for this one: the
+/// engine takes the system's own name for all but x86.
+bool IsOfAnotherMachine(const KCheckContext& context, const std::string& name) {
+    static constexpr std::array machines = std::to_array<std::string_view>({
+        "aarch64",
+        "armv6l",
+        "armv7l",
+        "armv8l",
+        "loongarch64",
+        "mips",
+        "mips64",
+        "ppc64",
+        "ppc64le",
+        "riscv64",
+        "s390x",
+        "sparc64",
+    });
+    const std::string ending = EndingOf(name);
+    return std::find(machines.begin(), machines.end(), ending) != machines.end() &&
+           context.GetLoadedSections().contains(name.substr(0, name.size() - ending.size() - 1));
+}
+
+/// Whether a section was written to be loaded: notes of the author's own may stand in others.
+bool HasRules(const KScript& script, const std::string& section) {
+    static constexpr std::array types = std::to_array<std::string_view>({
+        "file",
+        "directory",
+        "section",
+        "process",
+        "service",
+        "profile",
+    });
+    const std::vector<KScriptLine> lines = script.GetLines(section);
+    return std::any_of(lines.begin(), lines.end(), [](const KScriptLine& line) {
+        return std::find(types.begin(), types.end(), Lowered(line.type)) != types.end();
+    });
+}
+
+/// The loaded section that was meant by the name of one that is not; empty when there is none.
+std::string MeantByUnloaded(const KCheckContext& context, const std::string& name) {
+    const std::string ending = Lowered(EndingOf(name));
+    const std::string base = name.substr(0, name.size() - std::min(name.size(), ending.size() + 1));
+    static constexpr std::array of64 =
+        std::to_array<std::string_view>({"x64", "amd64", "x86-64", "64", "x86_64", "x8664"});
+    static constexpr std::array of32 =
+        std::to_array<std::string_view>({"i386", "i486", "i586", "i686", "ia32", "x32", "32", "x86"}
+        );
+    if (context.GetLoadedSections().contains(base)) {
+        if (std::find(of64.begin(), of64.end(), ending) != of64.end()) {
+            return base + ".x86_64";
+        }
+        if (std::find(of32.begin(), of32.end(), ending) != of32.end()) {
+            return base + ".x86";
+        }
+    }
+    const std::set<std::string>& loaded = context.GetLoadedSections();
+    return FindMeant(name, {loaded.begin(), loaded.end()});
 }
 
 std::string NamesOf(const KScript& script) {
@@ -93,6 +159,28 @@ Findings MissingSections(const KCheckContext& context) {
             meant.empty() ? "add it, take the line out, or name one of " + NamesOf(script)
                           : "write \"" + meant + "\", or add the section"
         ));
+    }
+    return found;
+}
+
+Findings UnloadedSections(const KCheckContext& context) {
+    const KScript& script = context.GetScript();
+    std::set<std::string> told;
+    Findings found;
+    for (const KScript::Header& header : script.GetHeaders()) {
+        if (context.GetLoadedSections().contains(header.name) ||
+            IsOfAnotherMachine(context, header.name) || !HasRules(script, header.name) ||
+            !told.insert(header.name).second) {
+            continue;
+        }
+        const std::string meant = MeantByUnloaded(context, header.name);
+        KFinding finding;
+        finding.line = header.line;
+        finding.text = "[" + header.name + "]";
+        finding.message = "nothing loads section [" + header.name + "], so its lines do nothing";
+        finding.advice = (meant.empty() ? "" : "write \"[" + meant + "]\", or ") +
+                         "include it by section=" + header.name + " where its lines belong";
+        found.push_back(std::move(finding));
     }
     return found;
 }

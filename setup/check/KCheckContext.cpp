@@ -72,7 +72,7 @@ std::string KCheckContext::ChooseProductPath(const std::string& givenPath) {
 /// machine or the version: all that it could be count.
 void KCheckContext::FindLines() {
     const MacroExpander expand = macros.GetExpander();
-    std::set<std::string> seen;
+    std::set<std::string>& seen = loadedSections;
     std::deque<std::string> open{"install", "remove"};
     while (!open.empty()) {
         std::set<std::string> parts{open.front()};

@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,8 @@ class KCheckContext {
     /// Every line that a run could load, on a machine of either architecture and for any version,
     /// with the fields that it has here. In the order of the file.
     const std::vector<KScriptRule>& GetLines() const noexcept { return lines; }
+    /// The names of the sections that these lines could come from.
+    const std::set<std::string>& GetLoadedSections() const noexcept { return loadedSections; }
     /// Sections that include themselves, on a machine of either architecture.
     const std::vector<KScriptCycle>& GetCycles() const noexcept { return cycles; }
     const KPlan& GetInstall() const noexcept { return install; }
@@ -94,6 +97,7 @@ class KCheckContext {
     KPlannedTree afterRemove;
     KPlan remove;
     std::vector<KScriptRule> lines;
+    std::set<std::string> loadedSections;
     std::vector<KScriptCycle> cycles;
 };
 

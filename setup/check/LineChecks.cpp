@@ -215,7 +215,12 @@ Findings EmptyFields(const KCheckContext& context) {
         const std::vector<std::string> fields = rule.line.type == "section"
                                                     ? std::vector<std::string>{rule.line.value}
                                                     : WrittenFields(rule.line.value);
-        for (std::size_t index = 0; index < fields.size(); ++index) {
+        // Behind the last field with anything in it nothing moves up.
+        std::size_t count = fields.size();
+        while (count > 1 && fields[count - 1].empty()) {
+            --count;
+        }
+        for (std::size_t index = 0; index < count; ++index) {
             const std::string number = "field " + std::to_string(index + 1);
             if (fields[index].empty()) {
                 found.push_back(context.AtWritten(

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
+#include <setup/check/PlanSteps.h>
 #include <setup/files/PathText.h>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace KSETUP::Checks {
@@ -39,6 +41,19 @@ const KScriptLine* FindLinkLine(const KPlan& plan, const std::string& path) {
     return found;
 }
 
+/// The rule that lays a link which leads to a path.
+const KScriptLine* FindLinkTo(const KPlan& plan, const std::string& path) {
+    for (const KPlannedRule& planned : plan.GetRules()) {
+        for (const KPlannedAction& action : planned.actions) {
+            if (action.kind == KPlannedAction::Kind::MakeLink &&
+                KPlannedTree::Normal(action.source) == path) {
+                return &planned.rule.line;
+            }
+        }
+    }
+    return nullptr;
+}
+
 } // namespace
 
 Findings MissingRecordLinks(const KCheckContext& context) {
@@ -47,6 +62,15 @@ Findings MissingRecordLinks(const KCheckContext& context) {
     const std::string advice =
         "write file=symlink,PROGRAM,$pathTargetBin$,/etc/$serviceName$,$serviceName$";
     if (entry.kind != KEntryKind::Link) {
+        if (const KScriptLine* reversed = FindLinkTo(context.GetInstall(), path)) {
+            return {context.AtValue(
+                *reversed,
+                "this link leads to \"" + path +
+                    "\", by which the product counts as installed and where a link has to stand: "
+                    "its fields are reversed",
+                advice
+            )};
+        }
         return {context.AtSection(
             "install",
             "no rule makes the link \"" + path + "\", by which the product counts as installed",
@@ -60,6 +84,27 @@ Findings MissingRecordLinks(const KCheckContext& context) {
     }
     return {context.AtField(
         *line, 2, "the link \"" + path + "\" does not lead to the product: " + why, advice
+    )};
+}
+
+Findings DanglingRecordLinks(const KCheckContext& context) {
+    const std::string path = KPlannedTree::Normal(context.GetRecordLink());
+    const KPlannedEntry entry = context.GetAfterInstall().Find(path);
+    const KScriptLine* line = FindLinkLine(context.GetInstall(), path);
+    const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    const bool commandRuns = std::any_of(steps.begin(), steps.end(), [](const KPlanStep& step) {
+        return step.action->kind == KPlannedAction::Kind::StartCommand;
+    });
+    if (entry.kind != KEntryKind::Link || line == nullptr || commandRuns ||
+        !WhyNotARecord(entry.target, context.GetProductPath()).empty() ||
+        context.GetAfterInstall().FindTarget(entry.target).kind != KEntryKind::Nothing) {
+        return {};
+    }
+    return {context.AtField(
+        *line,
+        1,
+        "the link \"" + path + "\" leads to \"" + entry.target + "\", which no rule makes",
+        "name the program as it is copied, or copy it"
     )};
 }
 

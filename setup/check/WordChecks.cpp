@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
+#include <setup/script/ScriptText.h>
 
 namespace KSETUP::Checks {
 
@@ -35,6 +36,27 @@ Findings CopiesToRoot(const KCheckContext& context) {
                 rule.line,
                 "a " + rule.fields[0] + " with three fields has \"/\" for its target",
                 "add the directory it goes to, which is \"/\" if that is meant"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings SectionsInBrackets(const KCheckContext& context) {
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        if (rule.line.type != "profile" || rule.fields.size() < 4) {
+            continue;
+        }
+        const std::string_view name = Trimmed(rule.fields[2]);
+        if (name.size() > 2 && name.starts_with('[') && name.ends_with(']')) {
+            const std::string bare(name.substr(1, name.size() - 2));
+            found.push_back(context.AtField(
+                rule.line,
+                2,
+                "the section of this option is called \"" + std::string(name) +
+                    "\", brackets and all",
+                "write \"" + bare + "\""
             ));
         }
     }

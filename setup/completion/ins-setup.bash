@@ -11,7 +11,8 @@ _ins_setup_options() { # COMMAND
     status) echo '--kit --json --verify' ;;
     restore) echo '--kit --json --quiet -q --wait' ;;
     check) echo '--kit --json --strict' ;;
-    'plan install' | 'plan remove' | macros) echo '--kit --json' ;;
+    'plan install' | 'plan remove') echo '--kit --json --offline-services' ;;
+    macros) echo '--kit --json' ;;
     'kit add' | 'kit seal') echo '--kit' ;;
     'kit bundle') echo '--kit --output -o' ;;
     '') echo '--version' ;;

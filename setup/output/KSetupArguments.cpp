@@ -81,6 +81,7 @@ class Parser {
     void AddJson(CLI::App* command);
     void AddCallerOptions(CLI::App* command);
     void AddRunOptions(CLI::App* command);
+    void AddOfflineServices(CLI::App* command);
 
     KSetupArguments& arguments;
     // Only taken in here: the engine reads these options from the saved command line itself.
@@ -137,6 +138,14 @@ void Parser::AddCallerOptions(CLI::App* command) {
         ->type_name("SECONDS");
 }
 
+void Parser::AddOfflineServices(CLI::App* command) {
+    command->add_flag(
+        "--offline-services",
+        arguments.offlineServices,
+        "Where systemd does not run, as in an image: leave services for the next boot"
+    );
+}
+
 /// What whoever watches a run may want.
 void Parser::AddRunOptions(CLI::App* command) {
     AddCallerOptions(command);
@@ -149,11 +158,7 @@ void Parser::AddRunOptions(CLI::App* command) {
         )
         ->type_name("N")
         ->check(CLI::Range(1, std::numeric_limits<int>::max()));
-    command->add_flag(
-        "--offline-services",
-        arguments.offlineServices,
-        "Where systemd does not run, as in an image: leave services for the next boot"
-    );
+    AddOfflineServices(command);
     command->add_flag(
         "--backup", arguments.backup, "Keep what is overwritten or deleted, for \"restore\""
     );
@@ -204,6 +209,7 @@ void Parser::AddQuestions() {
         AddKit(one);
         AddPath(one);
         AddJson(one);
+        AddOfflineServices(one);
     }
 }
 

@@ -29,6 +29,7 @@ KPlannedEntry LookAtDisk(const KSYS::Entry& at) {
         entry.bytes = static_cast<std::uint64_t>(status.st_size);
     } else if (S_ISDIR(status.st_mode)) {
         entry.kind = KEntryKind::Directory;
+        entry.isShared = status.st_uid != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     } else if (S_ISLNK(status.st_mode)) {
         entry.kind = KEntryKind::Link;
         // Empty where the link is gone by now.

@@ -15,6 +15,11 @@ struct KPlannedEntry {
     std::uint64_t bytes = 0;
     unsigned mode = 0;
     std::string target; ///< of a link
+    /// Of a directory that others than root may change: a run follows no link out of it.
+    bool isShared = false;
+    /// Of a file that a plan made: where its bytes lie now; empty for one that begins empty.
+    std::string content;
+    bool isOurUnit = false; ///< a unit file that a plan made of a service rule
 };
 
 /// What is on the disk, as it was when it was first asked for: the looks at a kit before a run go

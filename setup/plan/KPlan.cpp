@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlan.h>
+#include <setup/plan/KPlannedServices.h>
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
+#include <climits>
+#include <string_view>
 #include <utility>
 
 namespace KSETUP {
@@ -27,27 +29,74 @@ KPlannedAction Action(Kind kind, const std::string& path, const std::string& sou
 /// Finds out what single rules do, on the tree that the ones before left.
 class Planner {
   public:
-    explicit Planner(KPlannedTree& plannedTree) : tree(plannedTree) {}
+    Planner(KPlannedTree& plannedTree, KServiceFate fate)
+        : tree(plannedTree),
+          services(plannedTree, fate) {}
 
     Actions Plan(const KScriptRule& rule);
 
   private:
     void PlanFile(const Fields& fields);
+    void CopyMatches(const std::string& pattern, const std::string& target);
     void Copy(const std::string& source, const std::string& target);
     void Delete(const std::string& path);
+    /// Of what a directory or a profile names: what cannot be deleted stays, without a word.
+    void DeleteIfPossible(const std::string& path);
     void Link(const std::string& target, const std::string& path);
     void PlanDirectory(const Fields& fields);
+    /// Whether above the path something stands that was there before and is no directory.
+    bool IsBlockedByDisk(const std::string& path) const;
     void PlanProfile(const Fields& fields);
+    void Create(const std::string& profile);
     void Put(const std::string& profile, const KPlannedTree::Option& option);
-    void RemoveListed(const Fields& fields);
+    void
+    RemoveListed(const std::string& profile, const std::string& section, const std::string& text);
     void PlanProcess(const Fields& fields);
     void PlanService(const Fields& fields);
-    /// Why nothing can be made at the path: its directory. Empty when it can.
-    std::string WhyNoPlace(const std::string& path) const;
+    /// Why nothing can be made at the path, nor deleted: the way to it. Empty when it can.
+    std::string WhyNoPlace(const std::string& path, KPlannedTree::Last last) const;
 
     KPlannedTree& tree;
+    KPlannedServices services;
     Actions actions;
 };
+
+std::string Words(const KPlannedPlace& place, const std::string& path) {
+    const std::string directory = ParentPath(NormalPath(path));
+    switch (place.problem) {
+    case KPathProblem::None:
+        return "";
+    case KPathProblem::Missing:
+        return "there is no directory " + directory;
+    case KPathProblem::NoDirectory:
+        return directory + " is no directory";
+    case KPathProblem::Link:
+        return "a symbolic link on the way is not followed: " + path;
+    case KPathProblem::TooLong:
+        return "a name or a path is too long: " + path;
+    }
+    return "";
+}
+
+bool NamesDirectory(const std::string& path) {
+    return path.ends_with('/');
+}
+
+/// What the engine's profiles refuse to write, because it would not read back.
+std::string WhyNotAnOption(const KPlannedTree::Option& option) {
+    const std::string_view key = Trimmed(option.key);
+    const auto isControl = [](char byte) {
+        return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F;
+    };
+    const std::string all = option.section + option.key + option.value;
+    if (std::any_of(all.begin(), all.end(), isControl)) {
+        return "a profile holds no control characters, as tabs";
+    }
+    const bool looksOtherwise = key.starts_with("\xEF\xBB\xBF") || key.starts_with('[') ||
+                                key.starts_with(';') || key.starts_with('#') ||
+                                key.find('=') != std::string_view::npos;
+    return looksOtherwise ? "a profile holds no key such as " + option.key : "";
+}
 
 Actions Planner::Plan(const KScriptRule& rule) {
     actions.clear();
@@ -66,15 +115,8 @@ Actions Planner::Plan(const KScriptRule& rule) {
     return std::move(actions);
 }
 
-std::string Planner::WhyNoPlace(const std::string& path) const {
-    const std::string directory = ParentPath(NormalPath(path));
-    const KEntryKind kind = tree.Find(directory).kind;
-    if (kind == KEntryKind::Nothing) {
-        return "there is no directory " + directory;
-    }
-    // Where a link leads is left to the run.
-    const bool fits = kind == KEntryKind::Directory || kind == KEntryKind::Link;
-    return fits ? "" : directory + " is no directory";
+std::string Planner::WhyNoPlace(const std::string& path, KPlannedTree::Last last) const {
+    return Words(tree.Resolve(path, last, KPlannedTree::Links::Trusted), path);
 }
 
 void Planner::PlanFile(const Fields& fields) {
@@ -86,64 +128,90 @@ void Planner::PlanFile(const Fields& fields) {
     const std::string& directory = fields[2];
     const std::string target = fields.size() > 3 ? fields[3] : "";
     const std::string& targetName = fields.size() == 5 ? fields[4] : name;
+    const std::string path = JoinPath(directory, name);
     if (operation == "copy" && IsPattern(name)) {
-        for (const std::string& one : tree.List(directory, name)) {
-            Copy(JoinPath(directory, one), JoinPath(target, one));
-        }
+        CopyMatches(path, target);
     } else if (operation == "copy") {
-        Copy(JoinPath(directory, name), JoinPath(target, targetName));
+        Copy(path, JoinPath(target, targetName));
     } else if (operation == "delete" && IsPattern(name)) {
         for (const std::string& one : tree.List(directory, name)) {
             Delete(JoinPath(directory, one));
         }
     } else if (operation == "delete") {
-        Delete(JoinPath(directory, name));
+        Delete(path);
     } else if (operation == "symlink") {
-        Link(JoinPath(directory, name), JoinPath(target, targetName));
+        Link(path, JoinPath(target, targetName));
+    }
+}
+
+void Planner::CopyMatches(const std::string& pattern, const std::string& target) {
+    const std::string directory = pattern.substr(0, pattern.rfind('/') + 1);
+    const KPlannedPlace place =
+        tree.Resolve(directory, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
+    if (place.problem == KPathProblem::Link || place.problem == KPathProblem::TooLong) {
+        KPlannedAction action = Action(Kind::CopyFile, target, pattern);
+        action.lacks = true;
+        action.obstacle = Words(place, directory);
+        actions.push_back(std::move(action));
+        return;
+    }
+    for (const std::string& one : tree.List(directory, std::string(NameOfPath(pattern)))) {
+        Copy(directory + one, JoinPath(target, one));
     }
 }
 
 void Planner::Copy(const std::string& source, const std::string& target) {
     KPlannedAction action = Action(Kind::CopyFile, target, source);
-    std::string from = source;
-    KPlannedEntry found = tree.Find(source);
-    for (int links = 0; found.kind == KEntryKind::Link && links < 40; ++links) {
-        // Relative to where that very link stands.
-        from = found.target.starts_with('/') ? found.target : ParentPath(from) + "/" + found.target;
-        found = tree.Find(from);
-    }
+    const KPlannedEntry found = tree.FindTarget(source);
     action.bytes = found.bytes;
     action.mode = found.mode;
     action.lacks = found.kind != KEntryKind::File;
-    const KEntryKind former = tree.Find(target).kind;
-    action.replaces = former != KEntryKind::Nothing;
+    action.replaces = tree.Exists(target);
+    const KPlannedPlace place =
+        tree.Resolve(target, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
+    const KEntryKind former = tree.Find(place.path).kind;
     if (action.lacks) {
         action.obstacle = found.kind == KEntryKind::Nothing ? source + " is missing"
                                                             : source + " is no regular file";
-    } else if (former == KEntryKind::Directory) {
+    } else if (former == KEntryKind::Directory || NamesDirectory(target)) {
         action.obstacle = target + " is a directory";
+    } else if (former == KEntryKind::Other) {
+        action.obstacle = target + " is no regular file";
     } else {
-        action.obstacle = WhyNoPlace(target);
+        action.obstacle = Words(place, target);
     }
+    action.lacksDirectory = place.problem == KPathProblem::Missing;
     // Also where its directory is missing: that is told once, not for all that follows.
     if (!action.lacks && former != KEntryKind::Directory) {
-        tree.Put(target, found);
+        tree.PutCopy(place.path, found, source);
     }
     actions.push_back(std::move(action));
 }
 
 void Planner::Delete(const std::string& path) {
     KPlannedAction action = Action(Kind::DeleteFile, path);
-    const KPlannedEntry found = tree.Find(path);
+    const KPlannedPlace place =
+        tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
+    const bool isPlace =
+        place.problem == KPathProblem::None || place.problem == KPathProblem::Missing;
+    const KPlannedEntry found = isPlace ? tree.Find(place.path) : KPlannedEntry();
     action.bytes = found.bytes;
     action.lacks = found.kind == KEntryKind::Nothing || found.kind == KEntryKind::Directory;
-    if (found.kind == KEntryKind::Directory) {
+    if (found.kind == KEntryKind::Directory || NamesDirectory(path)) {
+        action.lacks = true;
         action.obstacle = path + " is a directory";
+    } else if (place.problem != KPathProblem::Missing) {
+        action.obstacle = Words(place, path);
     }
     if (!action.lacks) {
-        tree.Remove(path);
+        tree.Remove(place.path);
     }
     actions.push_back(std::move(action));
+}
+
+void Planner::DeleteIfPossible(const std::string& path) {
+    Delete(path);
+    actions.back().obstacle.clear();
 }
 
 void Planner::Link(const std::string& target, const std::string& path) {
@@ -152,9 +220,16 @@ void Planner::Link(const std::string& target, const std::string& path) {
     action.replaces = former != KEntryKind::Nothing;
     if (action.replaces && former != KEntryKind::Link) {
         action.obstacle = path + " is no link, and a link replaces nothing else";
+    } else if (target.size() >= PATH_MAX) {
+        action.obstacle = "a link cannot lead to so long a path: " + target;
+    } else if (NamesDirectory(path)) {
+        action.obstacle = path + " names a directory";
     } else {
-        action.obstacle = WhyNoPlace(path);
+        action.obstacle = WhyNoPlace(path, KPlannedTree::Last::Keep);
     }
+    action.lacksDirectory =
+        tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted).problem ==
+        KPathProblem::Missing;
     KPlannedEntry entry;
     entry.kind = KEntryKind::Link;
     entry.target = target;
@@ -172,17 +247,33 @@ void Planner::PlanDirectory(const Fields& fields) {
         for (const std::string& made : tree.MakeDirectory(path)) {
             actions.push_back(Action(Kind::CreateDirectory, made));
         }
+        if (IsBlockedByDisk(path)) { // the run is refused for it, so it is told
+            actions.push_back(Action(Kind::CreateDirectory, path));
+        }
     } else if (operation == "delete") {
         for (const std::string& name : tree.List(path, "*")) {
-            Delete(JoinPath(path, name));
+            DeleteIfPossible(JoinPath(path, name));
         }
         KPlannedAction action = Action(Kind::DeleteDirectory, path);
-        action.lacks = tree.Find(path).kind != KEntryKind::Directory || !tree.IsEmpty(path);
+        const KPlannedPlace place =
+            tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
+        action.lacks = place.problem != KPathProblem::None ||
+                       tree.Find(path).kind != KEntryKind::Directory || !tree.IsEmpty(path);
         if (!action.lacks) {
             tree.Remove(path);
         }
         actions.push_back(std::move(action));
     }
+}
+
+bool Planner::IsBlockedByDisk(const std::string& path) const {
+    std::string at = ParentPath(NormalPath(path));
+    while (!at.empty() && at != "/" && !tree.Exists(at)) {
+        at = ParentPath(at);
+    }
+    const KEntryKind kind = tree.FindTarget(at).kind;
+    return (kind == KEntryKind::File || kind == KEntryKind::Other) &&
+           !tree.GetChanges().contains(at);
 }
 
 void Planner::PlanProfile(const Fields& fields) {
@@ -193,48 +284,82 @@ void Planner::PlanProfile(const Fields& fields) {
     const std::string operation = Lowered(fields[0]);
     const std::string& path = fields[1];
     if (operation == "create") {
-        KPlannedAction action = Action(Kind::CreateProfile, path);
-        action.replaces = tree.Exists(path);
-        action.obstacle = WhyNoPlace(path);
-        KPlannedEntry entry;
-        entry.kind = KEntryKind::File;
-        entry.mode = 0644;
-        tree.Put(path, std::move(entry));
-        actions.push_back(std::move(action));
+        Create(path);
     } else if (operation == "put") {
         Put(path,
             count == 5 ? KPlannedTree::Option{fields[2], fields[3], fields[4]}
                        : KPlannedTree::Option{});
-    } else if (operation == "remove_file" && count == 4) {
-        RemoveListed(fields);
+    } else if (operation == "remove_file") {
+        RemoveListed(path, count == 4 ? fields[2] : "", count == 4 ? fields[3] : "");
     }
+}
+
+void Planner::Create(const std::string& profile) {
+    KPlannedAction action = Action(Kind::CreateProfile, profile);
+    action.replaces = tree.Exists(profile);
+    const KPlannedPlace place =
+        tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
+    const KEntryKind former = tree.Find(place.path).kind;
+    action.obstacle = former == KEntryKind::Directory ? profile + " is a directory"
+                      : former == KEntryKind::Other   ? profile + " is no regular file"
+                                                      : Words(place, profile);
+    action.lacksDirectory = place.problem == KPathProblem::Missing;
+    KPlannedEntry entry;
+    entry.kind = KEntryKind::File;
+    entry.mode = former == KEntryKind::File ? tree.Find(place.path).mode : 0644;
+    tree.Put(place.path, std::move(entry));
+    actions.push_back(std::move(action));
 }
 
 void Planner::Put(const std::string& profile, const KPlannedTree::Option& option) {
     KPlannedAction action = Action(
         Kind::PutOption, profile, "[" + option.section + "] " + option.key + "=" + option.value
     );
-    action.replaces = tree.Exists(profile);
-    action.obstacle = WhyNoPlace(profile);
+    const KPlannedPlace place =
+        tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
+    const KEntryKind former = tree.Find(place.path).kind;
+    action.replaces = former != KEntryKind::Nothing;
+    action.obstacle = former == KEntryKind::Directory ? profile + " is a directory"
+                      : former == KEntryKind::Other   ? profile + " is no regular file"
+                                                      : Words(place, profile);
+    if (action.obstacle.empty()) {
+        action.obstacle = WhyNotAnOption(option);
+    }
+    action.lacksDirectory = place.problem == KPathProblem::Missing;
     if (!action.replaces) {
         KPlannedEntry entry;
         entry.kind = KEntryKind::File;
         entry.mode = 0644;
-        tree.Put(profile, std::move(entry));
+        tree.Put(place.path, std::move(entry));
     }
-    tree.PutOption(profile, option);
+    tree.PutOption(place.path, option);
     actions.push_back(std::move(action));
 }
 
-void Planner::RemoveListed(const Fields& fields) {
-    const std::string& profile = fields[1];
-    const std::string& section = fields[2];
-    for (const KPlannedTree::Option& option : tree.GetOptions(profile, section)) {
-        if (option.value.find(fields[3]) != std::string::npos) {
-            Delete(option.value);
-            actions.push_back(Action(
+void Planner::RemoveListed(
+    const std::string& profile, const std::string& section, const std::string& text
+) {
+    const KPlannedPlace place =
+        tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
+    const KEntryKind kind = tree.Find(place.path).kind;
+    const std::string why = kind == KEntryKind::Directory ? profile + " is a directory"
+                            : kind == KEntryKind::Other   ? profile + " is no regular file"
+                            : place.problem != KPathProblem::Missing ? Words(place, profile)
+                                                                     : "";
+    if (!why.empty()) {
+        actions.push_back(Action(Kind::RemoveOption, profile, "[" + section + "]"));
+        actions.back().obstacle = why;
+        return;
+    }
+    const std::vector<KPlannedTree::Option> all = tree.GetOptions(profile, section);
+    for (const KPlannedTree::Option& option : all) {
+        if (option.value.find(text) != std::string::npos) {
+            DeleteIfPossible(option.value);
+            KPlannedAction action = Action(
                 Kind::RemoveOption, profile, "[" + section + "] " + option.key + "=" + option.value
-            ));
+            );
+            action.obstacle = WhyNoPlace(profile, KPlannedTree::Last::Follow);
+            actions.push_back(std::move(action));
             tree.RemoveOption(profile, option);
         }
     }
@@ -245,6 +370,7 @@ void Planner::PlanProcess(const Fields& fields) {
         return;
     }
     if (fields[0] == "start") {
+        services.NoteCommand();
         actions.push_back(Action(Kind::StartCommand, fields[1]));
     } else if (fields[0] == "stop") {
         actions.push_back(Action(Kind::StopProgram, fields[1]));
@@ -262,10 +388,24 @@ void Planner::PlanService(const Fields& fields) {
         return;
     }
     const std::string operation = Lowered(fields[0]);
+    const std::string& name = fields[1];
     for (const auto& [word, kind] : words) {
-        if (operation == word) {
-            actions.push_back(Action(kind, fields[1], fields.size() == 5 ? fields[3] : ""));
+        if (operation != word) {
+            continue;
         }
+        KPlannedAction action = Action(kind, name, fields.size() == 5 ? fields[3] : "");
+        if (kind == Kind::InstallService) {
+            action.obstacle = fields.size() == 5
+                                  ? services.Install(name, fields[2], fields[3], fields[4])
+                                  : services.Install(name, "", "", "");
+        } else if (kind == Kind::StartService) {
+            action.obstacle = services.Start(name);
+        } else if (kind == Kind::StopService) {
+            action.obstacle = services.Stop(name);
+        } else {
+            services.Remove(name);
+        }
+        actions.push_back(std::move(action));
     }
 }
 
@@ -275,11 +415,12 @@ KPlan::KPlan(
     const KScript& script,
     const std::string& section,
     const MacroExpander& expand,
-    KPlannedTree& tree
+    KPlannedTree& tree,
+    KServiceFate fate
 ) {
     KScript::Unfolded unfolded = script.Unfold(section, expand);
     cycles = std::move(unfolded.cycles);
-    Planner planner(tree);
+    Planner planner(tree, fate);
     for (KScriptRule& rule : unfolded.rules) {
         Actions actions = planner.Plan(rule);
         rules.push_back({std::move(rule), std::move(actions)});

@@ -37,7 +37,14 @@ struct KPlannedAction {
     /// What it needs is not there: the source of a copy, the file that is to be deleted. Whether
     /// that ends the run is the rule's affair.
     bool lacks = false;
-    std::string obstacle; ///< why a file or profile rule would end the run here; empty when not
+    bool lacksDirectory = false; ///< what would be made has no directory to be made in
+    std::string obstacle;        ///< why the rule would end the run here; empty when not
+};
+
+/// What becomes of services that are to be started and stopped.
+enum class KServiceFate : std::uint8_t {
+    Managed, ///< systemd does it
+    Offline, ///< it is left for the next boot, if the service is there
 };
 
 struct KPlannedRule {
@@ -56,7 +63,8 @@ class KPlan {
         const KScript& script,
         const std::string& section,
         const MacroExpander& expand,
-        KPlannedTree& tree
+        KPlannedTree& tree,
+        KServiceFate fate = KServiceFate::Managed
     );
 
     const std::vector<KPlannedRule>& GetRules() const noexcept { return rules; }

@@ -6,6 +6,8 @@
 #include <sup++/KProfile.h>
 
 #include <algorithm>
+#include <climits>
+#include <filesystem>
 #include <set>
 #include <utility>
 
@@ -39,19 +41,46 @@ bool KPlannedTree::Counts(const std::string& path) const {
            path.starts_with(kit == "/" ? kit : kit + "/");
 }
 
-KPlannedEntry KPlannedTree::Find(const std::string& path) const {
-    const std::string normal = Normal(path);
+/// On an empty machine the way to the kit is there, and nothing beside it.
+KPlannedEntry KPlannedTree::At(const std::string& normal) const {
     const auto change = changes.find(normal);
     if (change != changes.end()) {
         return change->second;
     }
-    return Counts(normal) ? disk->Look(normal) : KPlannedEntry();
+    if (Counts(normal)) {
+        return disk->Look(normal);
+    }
+    KPlannedEntry entry;
+    entry.kind = IsAtOrBelow(kit, normal) ? KEntryKind::Directory : KEntryKind::Nothing;
+    return entry;
+}
+
+/// Where a path leads to no place the disk has nothing. But rules may have gone on as if a missing
+/// directory were there, which is told once.
+KPlannedEntry KPlannedTree::AtPlace(const KPlannedPlace& place) const {
+    if (place.problem == KPathProblem::None) {
+        return At(place.path);
+    }
+    const auto change = changes.find(place.path);
+    return change != changes.end() ? change->second : KPlannedEntry();
+}
+
+KPlannedEntry KPlannedTree::Find(const std::string& path) const {
+    return AtPlace(Resolve(path, Last::Keep, Links::Any));
+}
+
+KPlannedEntry KPlannedTree::FindTarget(const std::string& path) const {
+    return AtPlace(Resolve(path, Last::Follow, Links::Any));
 }
 
 std::vector<std::string>
 KPlannedTree::List(const std::string& directory, const std::string& pattern) const {
-    const std::string normal = Normal(directory);
     std::set<std::string> names; // sorted by byte, as the engine sorts
+    const KPlannedPlace place = Resolve(directory, Last::Follow, Links::Any);
+    if (place.problem == KPathProblem::Link || place.problem == KPathProblem::TooLong) {
+        return {};
+    }
+    const std::string& normal = place.path;
     if (Counts(normal)) {
         for (const KDiskView::Name& one : disk->List(normal)) {
             if (!one.isDirectory && KSUP::KFileEnum::Matches(one.name.c_str(), pattern.c_str())) {
@@ -83,7 +112,11 @@ KPlannedTree::List(const std::string& directory, const std::string& pattern) con
 std::vector<std::string>
 KPlannedTree::ListDirectories(const std::string& directory, const std::string& pattern) const {
     std::vector<std::string> names;
-    for (const KDiskView::Name& one : disk->List(Normal(directory))) {
+    const KPlannedPlace place = Resolve(directory, Last::Follow, Links::Any);
+    if (place.problem != KPathProblem::None) {
+        return {};
+    }
+    for (const KDiskView::Name& one : disk->List(place.path)) {
         if (one.isDirectory && KSUP::KFileEnum::Matches(one.name.c_str(), pattern.c_str())) {
             names.push_back(one.name);
         }
@@ -92,7 +125,7 @@ KPlannedTree::ListDirectories(const std::string& directory, const std::string& p
 }
 
 bool KPlannedTree::IsEmpty(const std::string& directory) const {
-    const std::string normal = Normal(directory);
+    const std::string normal = Resolve(directory, Last::Follow, Links::Any).path;
     const std::string prefix = Child(normal, "");
     for (auto at = changes.lower_bound(prefix); at != changes.end(); ++at) {
         if (!at->first.starts_with(prefix)) {
@@ -112,30 +145,115 @@ bool KPlannedTree::IsEmpty(const std::string& directory) const {
     });
 }
 
-void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
-    changes.insert_or_assign(Normal(path), std::move(entry));
+void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
+    const KEntryKind former = At(normal).kind;
+    const auto isOnTheWay = [](KEntryKind kind) {
+        return kind == KEntryKind::Directory || kind == KEntryKind::Link;
+    };
+    if (isOnTheWay(former) || isOnTheWay(entry.kind)) {
+        lastDirectory = {};
+    }
+    changes.insert_or_assign(normal, std::move(entry));
+    const auto begin = options.lower_bound({normal, ""});
+    auto end = begin;
+    while (end != options.end() && end->first.first == normal) {
+        ++end;
+    }
+    options.erase(begin, end);
 }
 
+void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
+    Set(Resolve(path, Last::Keep, Links::Any).path, std::move(entry));
+}
+
+void KPlannedTree::PutCopy(
+    const std::string& path, KPlannedEntry entry, const std::string& source
+) {
+    const std::string from = Resolve(source, Last::Follow, Links::Any).path;
+    const std::string to = Resolve(path, Last::Keep, Links::Any).path;
+    if (from == to) {
+        return;
+    }
+    entry.content = GetContent(from);
+    Put(path, std::move(entry));
+    std::vector<std::pair<Section, std::vector<Option>>> copied;
+    for (auto at = options.lower_bound({from, ""}); at != options.end() && at->first.first == from;
+         ++at) {
+        copied.push_back({{to, at->first.second}, at->second});
+    }
+    options.insert(copied.begin(), copied.end());
+}
+
+/// Goes on as far as it can, as a run does, which does not tell where it could not.
 std::vector<std::string> KPlannedTree::MakeDirectory(const std::string& path) {
     std::vector<std::string> made;
-    for (std::string at = Normal(path); at.size() > 1 && !Exists(at); at = ParentPath(at)) {
-        made.insert(made.begin(), at);
-        KPlannedEntry entry;
-        entry.kind = KEntryKind::Directory;
-        entry.mode = 0755;
-        changes.insert_or_assign(at, entry);
+    // As long as the way to the last name is short enough, a run makes it and fails only then.
+    const std::size_t end = path.find_last_not_of('/');
+    if (end != std::string::npos && ParentPath(path.substr(0, end + 1)).size() >= PATH_MAX) {
+        return made;
+    }
+    std::string at = "/";
+    for (const std::filesystem::path& part : std::filesystem::path(path)) {
+        const std::string name = part.string();
+        if (name.empty() || name == "/" || name == ".") {
+            continue;
+        }
+        const std::string child = name == ".." ? ParentPath(at) : Child(at, name);
+        const KPlannedPlace place = Resolve(child, Last::Follow, Links::Trusted);
+        KPlannedEntry entry = At(place.path);
+        if (place.problem != KPathProblem::None ||
+            (entry.kind != KEntryKind::Directory && Exists(child))) {
+            break;
+        }
+        if (entry.kind == KEntryKind::Nothing) {
+            entry = KPlannedEntry();
+            entry.kind = KEntryKind::Directory;
+            entry.mode = 0755;
+            Set(place.path, std::move(entry));
+            made.push_back(place.path);
+        }
+        at = place.path;
     }
     return made;
 }
 
 void KPlannedTree::Remove(const std::string& path) {
-    changes.insert_or_assign(Normal(path), KPlannedEntry());
+    Set(Resolve(path, Last::Keep, Links::Any).path, KPlannedEntry());
+}
+
+std::string KPlannedTree::GetContent(const std::string& path) const {
+    const std::string normal = Resolve(path, Last::Follow, Links::Any).path;
+    const auto change = changes.find(normal);
+    return change != changes.end() ? change->second.content : Counts(normal) ? normal : "";
+}
+
+/// Only a section that somebody asks for is read.
+std::vector<KPlannedTree::Option>&
+KPlannedTree::LoadOptions(const std::string& profile, const std::string& section) const {
+    const std::string path = Resolve(profile, Last::Follow, Links::Any).path;
+    const auto [at, isNew] = options.try_emplace({path, section});
+    std::vector<Option>& all = at->second;
+    const std::string content = isNew ? GetContent(path) : "";
+    if (content.empty() || disk->Look(content).kind == KEntryKind::Nothing) {
+        return all;
+    }
+    try {
+        KSUP::KProfile file;
+        file.Open(content);
+        file.BeginKeyEnum(section, nullptr);
+        while (file.EnumKey(nullptr, false)) {
+            all.push_back({section, file.GetKeyName().c_str(), file.GetKeyValue().c_str()});
+        }
+    } catch (const KSUP::KError&) {
+        all.clear(); // not to be read: the run will tell
+    }
+    return all;
 }
 
 void KPlannedTree::PutOption(const std::string& profile, const Option& option) {
-    std::vector<Option>& all = options[Normal(profile)];
+    std::vector<Option>& all = LoadOptions(profile, option.section);
     const auto known = std::find_if(all.begin(), all.end(), [&](const Option& one) {
-        return one.section == option.section && one.key == option.key;
+        return one.key == option.key;
     });
     if (known != all.end()) {
         known->value = option.value;
@@ -145,49 +263,18 @@ void KPlannedTree::PutOption(const std::string& profile, const Option& option) {
 }
 
 void KPlannedTree::RemoveOption(const std::string& profile, const Option& option) {
-    removed.insert({Normal(profile), option.section, option.key, option.value});
-    std::vector<Option>& all = options[Normal(profile)];
-    std::erase_if(all, [&](const Option& one) {
-        return one.section == option.section && one.key == option.key && one.value == option.value;
+    std::vector<Option>& all = LoadOptions(profile, option.section);
+    const auto known = std::find_if(all.begin(), all.end(), [&](const Option& one) {
+        return one.key == option.key && one.value == option.value;
     });
+    if (known != all.end()) {
+        all.erase(known);
+    }
 }
 
-std::vector<KPlannedTree::Option>
+const std::vector<KPlannedTree::Option>&
 KPlannedTree::GetOptions(const std::string& profile, const std::string& section) const {
-    const std::string path = Normal(profile);
-    std::vector<Option> found;
-    if (Counts(path) && disk->Look(path).kind != KEntryKind::Nothing) {
-        try {
-            KSUP::KProfile file;
-            file.Open(path);
-            file.BeginKeyEnum(section, nullptr);
-            while (file.EnumKey(nullptr, false)) {
-                Option option{section, file.GetKeyName().c_str(), file.GetKeyValue().c_str()};
-                if (!removed.contains({path, section, option.key, option.value})) {
-                    found.push_back(std::move(option));
-                }
-            }
-        } catch (const KSUP::KError&) {
-            found.clear(); // not to be read: the run will tell
-        }
-    }
-    const auto put = options.find(path);
-    if (put != options.end()) {
-        for (const Option& option : put->second) {
-            const auto known = std::find_if(found.begin(), found.end(), [&](const Option& one) {
-                return one.key == option.key;
-            });
-            if (option.section != section) {
-                continue;
-            }
-            if (known != found.end()) {
-                known->value = option.value;
-            } else {
-                found.push_back(option);
-            }
-        }
-    }
-    return found;
+    return LoadOptions(profile, section);
 }
 
 } // namespace KSETUP

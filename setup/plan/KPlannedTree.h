@@ -6,17 +6,32 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
-#include <tuple>
+#include <utility>
 #include <vector>
 
 namespace KSETUP {
 
+/// Why a path leads to no place.
+enum class KPathProblem : std::uint8_t {
+    None,
+    Missing,     ///< a directory on the way is not there
+    NoDirectory, ///< something else stands in its place
+    Link,        ///< a link that is not followed: one of a circle, or of a stranger's
+    TooLong,     ///< a name, or all of it
+};
+
+/// What a path stands for once its links are followed.
+struct KPlannedPlace {
+    std::string path; ///< normal, without links on the way as far as there are any
+    KPathProblem problem = KPathProblem::None;
+};
+
 /// The file system as rules would leave it, while nothing is changed: what they made and deleted so
 /// far over what is on the disk. It also keeps the profile options that they put.
 ///
-/// Paths are absolute; "." and ".." in them are taken by their letters.
+/// Links in paths are followed as a run follows them. A relative path begins at "/", where a run
+/// works.
 ///
 /// Thread   one at a time
 class KPlannedTree {
@@ -32,7 +47,14 @@ class KPlannedTree {
         std::shared_ptr<KDiskView> view = std::make_shared<KDiskView>()
     );
 
+    enum class Last { Keep, Follow };  ///< a link that the path itself names
+    enum class Links { Any, Trusted }; ///< Trusted: as where something is made or deleted
+    KPlannedPlace Resolve(const std::string& path, Last last, Links links) const;
+
+    /// What stands at the path, which may be a link.
     KPlannedEntry Find(const std::string& path) const;
+    /// What stands where the path leads to.
+    KPlannedEntry FindTarget(const std::string& path) const;
     bool Exists(const std::string& path) const { return Find(path).kind != KEntryKind::Nothing; }
     /// The names in a directory that are no directories and match the pattern, sorted, as the
     /// engine enumerates them.
@@ -43,10 +65,18 @@ class KPlannedTree {
     /// Whether anything is in the directory.
     bool IsEmpty(const std::string& directory) const;
 
+    /// Replaces a link at the path itself.
     void Put(const std::string& path, KPlannedEntry entry);
-    /// With missing parents; those that were made are in the result, the uppermost first.
+    /// A file with the bytes of another.
+    void PutCopy(const std::string& path, KPlannedEntry entry, const std::string& source);
+    /// With missing parents, as far as they can be made; those that were are in the result, the
+    /// uppermost first.
     std::vector<std::string> MakeDirectory(const std::string& path);
     void Remove(const std::string& path);
+
+    /// The file on the disk that holds what a planned file would hold before options are put into
+    /// it; empty for none.
+    std::string GetContent(const std::string& path) const;
 
     struct Option {
         std::string section;
@@ -55,8 +85,9 @@ class KPlannedTree {
     };
     void PutOption(const std::string& profile, const Option& option);
     void RemoveOption(const std::string& profile, const Option& option);
-    /// The options of a section: those on the disk and those that were put.
-    std::vector<Option> GetOptions(const std::string& profile, const std::string& section) const;
+    /// The options of a section, in their order: those on the disk and those that were put.
+    const std::vector<Option>&
+    GetOptions(const std::string& profile, const std::string& section) const;
 
     /// What was made and still stands, and what was deleted (kind Nothing), by path.
     const std::map<std::string, KPlannedEntry>& GetChanges() const noexcept { return changes; }
@@ -65,15 +96,30 @@ class KPlannedTree {
     static std::string Normal(const std::string& path);
 
   private:
+    using Section = std::pair<std::string, std::string>; ///< profile and section
+
     bool Counts(const std::string& path) const;
+    KPlannedEntry At(const std::string& normal) const;
+    KPlannedEntry AtPlace(const KPlannedPlace& place) const;
+    KPlannedPlace Walk(const std::string& path, Last last, Links links) const;
+    const KPlannedPlace& ResolveDirectory(const std::string& path, Links links) const;
+    bool Follows(const std::string& directory, Links links) const;
+    void Set(const std::string& normal, KPlannedEntry entry);
+    std::vector<Option>& LoadOptions(const std::string& profile, const std::string& section) const;
 
     Below below;
     std::string kit;
     std::shared_ptr<KDiskView> disk;
     std::map<std::string, KPlannedEntry> changes;
-    std::map<std::string, std::vector<Option>> options; // that were put, by profile
-    /// Profile, section, key and value of what is on the disk and was removed.
-    std::set<std::tuple<std::string, std::string, std::string, std::string>> removed;
+    mutable std::map<Section, std::vector<Option>> options; // of sections that were asked for
+
+    /// The directory that was resolved last: one rule copies many files to one.
+    struct Resolved {
+        std::string path;
+        Links links = Links::Any;
+        KPlannedPlace place;
+    };
+    mutable Resolved lastDirectory;
 };
 
 /// Whether rules take a name for a pattern, which KSUP::KFileEnum::Matches compares names with.

@@ -119,6 +119,12 @@ std::string ToJson(const KPlanReport& report, int exitCode) {
         {"commands", totals.commands},
         {"obstacles", totals.obstacles},
     };
+    if (!report.refusal.empty()) {
+        object["refusal"] = report.refusal;
+    }
+    if (!report.recordObstacle.empty()) {
+        object["recordObstacle"] = report.recordObstacle;
+    }
     object["space"] = Json::array();
     for (const KPlan::Space& space : report.space) {
         object["space"].push_back(ToObject(space));

@@ -138,6 +138,13 @@ std::string ToText(const KPlanReport& report) {
     for (const KPlan::Space& space : report.space) {
         AppendSpace(text, space);
     }
+    if (!report.refusal.empty()) {
+        text += "The run would be refused: " + Shown(report.refusal) + ".\n";
+    }
+    if (!report.recordObstacle.empty()) {
+        text +=
+            "The run would end when it writes the record: " + Shown(report.recordObstacle) + ".\n";
+    }
     if (totals.obstacles != 0) {
         text += "The run would end at the first of " +
                 Counted(totals.obstacles, "place", "places") +

@@ -18,6 +18,10 @@ struct KPlanReport {
     std::string script;
     const KPlan* plan = nullptr;
     std::vector<KPlan::Space> space;
+    /// Why the run would be refused before its first rule; empty when it would not be.
+    std::string refusal;
+    /// Why the run would end when it writes the record, after its last rule; empty when not.
+    std::string recordObstacle;
 };
 
 /// How often a plan does something, and what it takes.

@@ -7,6 +7,7 @@
 #include <setup/plan/PlanReport.h>
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/RunPlan.h>
+#include <setup/plan/RunRefusals.h>
 #include <setup/plan/WhyNoRule.h>
 #include <setup/script/KMacroContext.h>
 #include <setup/state/StateDirectory.h>
@@ -18,6 +19,8 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
+
+#include <unistd.h>
 
 namespace KSETUP {
 
@@ -55,15 +58,45 @@ int Answer(
     }
 }
 
-int ExitCodeOf(const KPlanReport& report) {
-    if (CountTotals(*report.plan).obstacles != 0) {
-        return ExitCode::ruleFailed;
+bool IsSystemdRunning() {
+    return ::access("/run/systemd/system", F_OK) == 0;
+}
+
+bool IsOfService(const KPlannedAction& action) {
+    using Kind = KPlannedAction::Kind;
+    return action.kind == Kind::InstallService || action.kind == Kind::RemoveService ||
+           action.kind == Kind::StartService || action.kind == Kind::StopService;
+}
+
+/// What the run would answer where its first rule that cannot be done ends it.
+int ExitCodeOfRules(const KPlan& plan) {
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (!action.obstacle.empty()) {
+                return IsOfService(action) ? ExitCode::noService : ExitCode::ruleFailed;
+            }
+        }
     }
-    const bool fits =
-        std::all_of(report.space.begin(), report.space.end(), [](const KPlan::Space& space) {
+    return ExitCode::done;
+}
+
+/// In the order in which a run would come to it.
+int FindEnd(KPlanReport& report, const KSetupArguments& arguments) {
+    if (report.refusal = WhyNotWritable(*report.plan); !report.refusal.empty()) {
+        return ExitCode::cannotWrite;
+    }
+    if (!std::all_of(report.space.begin(), report.space.end(), [](const KPlan::Space& space) {
             return space.HasRoom();
-        });
-    return fits ? ExitCode::done : ExitCode::cannotWrite;
+        })) {
+        return ExitCode::cannotWrite;
+    }
+    if (HasServices(*report.plan) && !arguments.offlineServices && !IsSystemdRunning()) {
+        report.refusal = "the script has services, and systemd does not run here";
+        return ExitCode::noService;
+    }
+    const int exitCode = ExitCodeOfRules(*report.plan);
+    return exitCode == ExitCode::done && !report.recordObstacle.empty() ? ExitCode::ruleFailed
+                                                                        : exitCode;
 }
 
 /// A removal takes away what is installed, whatever version the kit is of.
@@ -97,7 +130,14 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     const std::string path = ChooseProductPath(installer, macros, script, arguments.productPath);
     macros.SetProductPath(path);
     KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
-    const KPlan plan(script, installs ? "install" : "remove", macros.GetExpander(), tree);
+    const bool isOffline = arguments.offlineServices && !IsSystemdRunning();
+    const KPlan plan(
+        script,
+        installs ? "install" : "remove",
+        macros.GetExpander(),
+        tree,
+        isOffline ? KServiceFate::Offline : KServiceFate::Managed
+    );
     if (const std::string why = WhyNotLoaded(script.GetPath(), plan); !why.empty()) {
         throw KSetupFailure(ExitCode::malformedScript, why);
     }
@@ -109,7 +149,8 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     report.script = script.GetPath();
     report.plan = &plan;
     report.space = plan.GetSpace(installs ? WrittenByEachInstall() : std::vector<std::string>());
-    const int exitCode = ExitCodeOf(report);
+    report.recordObstacle = installs ? WhyNoRecord(tree, macros) : "";
+    const int exitCode = FindEnd(report, arguments);
     std::cout << (arguments.json ? ToJson(report, exitCode) + "\n" : ToText(report)) << std::flush;
     return exitCode;
 }

@@ -101,6 +101,38 @@ TEST_F(CopyChecksTest, ASubdirectoryHasACopyOfItsOwn) {
     EXPECT_FALSE(Finds("skipped-directory"));
 }
 
+TEST_F(CopyChecksTest, AnEmptySubdirectoryNeedsItsCreateOnly) {
+    File("doc/readme.txt");
+    tree.Directory("kit/doc/spool/empty");
+    const std::string copy = "file=copy,*,$pathSource$doc,$pathTarget$\n";
+    Install(copy);
+    EXPECT_THAT(
+        TheFinding("skipped-directory"),
+        StartsWith(
+            "install.ini:2:11 error [*] \"doc/spool\" matches, but a directory is not copied; "
+            "add a \"create\" of its own for it"
+        )
+    );
+    Install("directory=create,$pathTarget$spool");
+    EXPECT_FALSE(Finds("skipped-directory"));
+}
+
+TEST_F(CopyChecksTest, ASubdirectoryOfLinksNeedsItsCreateOnly) {
+    File("doc/readme.txt");
+    tree.Directory("kit/doc/links");
+    tree.Link("kit/doc/links/readme", "../readme.txt");
+    Install("directory=create,$pathTarget$links\nfile=copy,*,$pathSource$doc,$pathTarget$\n"
+            "file=symlink,readme.txt,..,$pathTarget$links,readme");
+    EXPECT_FALSE(Finds("skipped-directory"));
+}
+
+TEST_F(CopyChecksTest, ACreateDoesNotCopyFiles) {
+    File("doc/readme.txt");
+    File("doc/manual/first/first.txt");
+    Install("directory=create,$pathTarget$manual\nfile=copy,*,$pathSource$doc,$pathTarget$");
+    EXPECT_TRUE(Finds("skipped-directory"));
+}
+
 TEST_F(CopyChecksTest, ASubdirectoryDoesNotMatchTheWildcard) {
     File("doc/readme.txt");
     File("doc/manual/first.txt");

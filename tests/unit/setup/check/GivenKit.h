@@ -38,7 +38,7 @@ class GivenKit : public ::testing::Test {
             "[product]\nname=" + productName +
                 "\nserviceName=svc\niniFile=svc.ini\nversion=2.1\nbuildNumber=37\n"
         );
-        File("lin/x86_64/svc");
+        tree.Write("kit/lin/x86_64/svc", "bytes", 0755);
         tree.Write(
             "kit/install.ini",
             !script.empty() ? script

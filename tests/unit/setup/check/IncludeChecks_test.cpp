@@ -100,4 +100,35 @@ TEST_F(IncludeChecksTest, ASectionForAnotherSystemIsNotEnough) {
     EXPECT_TRUE(Finds("missing-section"));
 }
 
+TEST_F(IncludeChecksTest, ASectionThatNothingLoadsIsTold) {
+    Sections("[install.x64]\nfile=delete,a,$pathTarget$");
+    EXPECT_THAT(
+        TheFinding("unloaded-section"),
+        ::testing::AllOf(
+            ::testing::HasSubstr(
+                "warning [[install.x64]] nothing loads section [install.x64], so its "
+                "lines do nothing; write \"[install.x86_64]\", or include it"
+            ),
+            ::testing::StartsWith("install.ini:18:1")
+        )
+    );
+}
+
+TEST_F(IncludeChecksTest, ASectionWithoutItsIncludeIsTold) {
+    Sections("[documents]\nfile=delete,a,$pathTarget$");
+    EXPECT_THAT(
+        TheFinding("unloaded-section"),
+        ::testing::HasSubstr("; include it by section=documents where its lines belong")
+    );
+}
+
+TEST_F(IncludeChecksTest, SectionsForOtherMachinesAndVersionsAndEmptyOnesAreNone) {
+    Install("section=news.$verInfo$");
+    Sections(
+        "[install.aarch64]\nfile=delete,a,$pathTarget$\n[install.x86]\nfile=delete,a,$pathTarget$\n"
+        "[news.9.9]\nfile=delete,a,$pathTarget$\n[files]\n; nothing\n[notes]\nauthor=somebody"
+    );
+    EXPECT_FALSE(Finds("unloaded-section"));
+}
+
 } // namespace

@@ -197,6 +197,11 @@ TEST_F(LineChecksTest, AMacroWithoutAValueBesideTextIsNotEmpty) {
     EXPECT_FALSE(Finds("empty-field"));
 }
 
+TEST_F(LineChecksTest, BehindACommaAtTheEndNothingMovesUp) {
+    Install("directory=create,$pathTarget$,\nfile=delete,old,$pathTarget$,,\nprocess=start,true,");
+    EXPECT_FALSE(Finds("empty-field"));
+}
+
 TEST_F(LineChecksTest, ASectionLineWithoutANameIsEmpty) {
     Install("section=");
     EXPECT_THAT(TheFinding("empty-field"), StartsWith("install.ini:2:9 error [] field 1 is empty"));

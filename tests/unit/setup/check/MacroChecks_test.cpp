@@ -154,7 +154,8 @@ INSTANTIATE_TEST_SUITE_P(
         ScriptLine{"TokenInACommand", "process=start,register --token=0815"},
         ScriptLine{"OptionOfACommand", "process=start,register --password \"x y\""},
         ScriptLine{"KeyInACommand", "process=start,KEY=0815 register"},
-        ScriptLine{"Argument", "service=install,svc,Service,/bin/true,--secret:0815"}
+        ScriptLine{"Argument", "service=install,svc,Service,/bin/true,--secret:0815"},
+        ScriptLine{"SecondPassword", "profile=put,/opt/svc/a,S,DbPassword2,hunter2"}
     ),
     KTEST::NameOfRow()
 );
@@ -177,6 +178,13 @@ INSTANTIATE_TEST_SUITE_P(
         ScriptLine{"FileOfAPassword", "process=start,register --password-file x"},
         ScriptLine{"LongerOption", "process=start,register --passwordless x"},
         ScriptLine{"LastWord", "process=start,register --password"},
+        ScriptLine{"KeyIsAnyWord", "profile=put,/opt/svc/a,S,Key,Value"},
+        ScriptLine{"TimeOfAToken", "profile=put,/opt/svc/a,S,TokenTimeout,30"},
+        ScriptLine{"NoCredential", "profile=put,/opt/svc/a,S,Credential,none"},
+        ScriptLine{"NoCredentialInACommand", "process=start,register --credential none"},
+        ScriptLine{"WordOfACommand", "process=start,register key=value"},
+        ScriptLine{"ColumnOfACommand", "process=start,sort --key=2 /opt/svc/list"},
+        ScriptLine{"TimeInACommand", "process=start,register token_timeout=30"},
         ScriptLine{"WordInText", "process=start,echo the key is lost"}
     ),
     KTEST::NameOfRow()

@@ -119,4 +119,35 @@ TEST_F(RecordChecksTest, ADeletedDirectoryTakesTheLinkAlong) {
     EXPECT_FALSE(Finds("link-left"));
 }
 
+TEST_F(RecordChecksTest, TheFieldsOfTheLinkAreReversed) {
+    Script(
+        std::string("[install]\n") + configured +
+        "file=symlink,$serviceName$,/etc/$serviceName$,$pathTargetBin$,svc"
+    );
+    EXPECT_THAT(
+        TheFinding("no-record-link"),
+        HasSubstr(
+            "this link leads to \"/etc/svc/svc\", by which the product counts as installed and "
+            "where a link has to stand: its fields are reversed; write file=symlink,"
+        )
+    );
+}
+
+TEST_F(RecordChecksTest, TheLinkLeadsToWhatNoRuleMakes) {
+    const std::string link = "file=symlink,other,$pathTargetBin$,/etc/$serviceName$,$serviceName$";
+    Script(std::string("[install]\n") + configured + link);
+    EXPECT_EQ(
+        TheFinding("record-target"),
+        "install.ini:4:14 warning [other] the link \"/etc/svc/svc\" leads to "
+        "\"/opt/svc/lin/x86_64/other\", which no rule makes; name the program as it is copied, or "
+        "copy it"
+    );
+    Script(std::string("[install]\nprocess=start,make\n") + configured + link);
+    EXPECT_FALSE(Finds("record-target"));
+}
+
+TEST_F(RecordChecksTest, TheLinkLeadsToWhatIsCopied) {
+    EXPECT_FALSE(Finds("record-target"));
+}
+
 } // namespace

@@ -124,4 +124,53 @@ TEST(PlannedPathTest, StarsAndQuestionMarksMakeAPattern) {
     EXPECT_FALSE(IsPattern("a.b"));
 }
 
+TEST_F(KPlannedTreeTest, LinksOnTheWayAreFollowed) {
+    disk.Link("kit/way", "deep");
+    EXPECT_TRUE(tree.Exists(At("kit/way/c.txt")));
+    tree.Put(At("kit/way/new"), AFile());
+    EXPECT_EQ(tree.Find(At("kit/deep/new")).kind, KEntryKind::File);
+    EXPECT_THAT(tree.List(At("kit/way"), "n*"), ElementsAre("new"));
+    tree.Remove(At("kit/way"));
+    EXPECT_FALSE(tree.Exists(At("kit/way/c.txt")));
+    EXPECT_TRUE(tree.Exists(At("kit/deep/c.txt")));
+}
+
+TEST_F(KPlannedTreeTest, AWayThatLeadsNowhereHasItsReason) {
+    using KSETUP::KPathProblem;
+    disk.Link("kit/round", "round");
+    disk.Directory("open", 0777);
+    disk.Link("open/link", "../kit");
+    const auto problem = [&](const std::string& path) {
+        return tree.Resolve(At(path), KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted)
+            .problem;
+    };
+    EXPECT_EQ(problem("kit/new"), KPathProblem::None);
+    EXPECT_EQ(problem("kit/none/new"), KPathProblem::Missing);
+    EXPECT_EQ(problem("kit/a.txt/new"), KPathProblem::NoDirectory);
+    EXPECT_EQ(problem("kit/round/new"), KPathProblem::Link);
+    EXPECT_EQ(problem("open/link/new"), KPathProblem::Link); // others could have laid it
+    EXPECT_EQ(problem("kit/" + std::string(256, 'n')), KPathProblem::TooLong);
+    EXPECT_EQ(problem("kit/" + std::string(4096, '/')), KPathProblem::TooLong);
+}
+
+TEST_F(KPlannedTreeTest, DirectoriesAreMadeAsFarAsTheyCanBe) {
+    const std::string tooLong(256, 'n');
+    EXPECT_THAT(
+        tree.MakeDirectory(At("other/one/" + tooLong + "/two")), ElementsAre(At("other/one"))
+    );
+    EXPECT_THAT(tree.MakeDirectory(At("other/d.txt/one")), IsEmpty());
+    EXPECT_THAT(
+        tree.MakeDirectory(At("other/two/" + std::string(4100, 'n'))), ElementsAre(At("other/two"))
+    );
+}
+
+TEST_F(KPlannedTreeTest, ACopyOfAProfileHasItsOptions) {
+    disk.Write("kit/b.ini", "[S]\none=1\n");
+    tree.PutOption(At("kit/b.ini"), {"S", "two", "2"});
+    tree.PutCopy(At("other/c.ini"), tree.Find(At("kit/b.ini")), At("kit/b.ini"));
+    EXPECT_THAT(Values(tree.GetOptions(At("other/c.ini"), "S")), ElementsAre("one=1", "two=2"));
+    tree.Put(At("other/c.ini"), AFile()); // made anew
+    EXPECT_THAT(Values(tree.GetOptions(At("other/c.ini"), "S")), IsEmpty());
+}
+
 } // namespace

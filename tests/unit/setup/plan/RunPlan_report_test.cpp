@@ -29,6 +29,15 @@ class PlanReportTest : public ::testing::Test {
     }
 
     void GivenScript(const std::string& script) { tree.Write("kit/install.ini", script); }
+    /// The same with what a record needs.
+    void GivenSoundScript(const std::string& script) {
+        GivenScript(
+            script + "directory=create,$pathTargetConfig$\n"
+                     "profile=put,$pathTargetConfig$$iniFile$,S,K,V\n"
+                     "directory=create,/etc/$serviceName$\n"
+                     "file=symlink,x,$pathTargetBin$,/etc/$serviceName$,$serviceName$\n"
+        );
+    }
 
     struct Outcome {
         int exitCode;
@@ -74,7 +83,7 @@ TEST_F(PlanReportTest, EachRuleIsToldWithItsLineAndWhatItWouldDo) {
                 "process=start,/bin/true \"$pathTarget$\"\n"
                 "service=start,svc\n");
     const Outcome plan = PlanInstall();
-    EXPECT_EQ(plan.exitCode, 0) << plan.error << plan.out;
+    EXPECT_EQ(plan.exitCode, KSETUP::ExitCode::noService) << plan.error << plan.out;
     const std::string product = tree.Path("product");
     EXPECT_THAT(
         plan.out,
@@ -106,8 +115,10 @@ TEST_F(PlanReportTest, EachRuleIsToldWithItsLineAndWhatItWouldDo) {
 TEST_F(PlanReportTest, APlanChangesNothing) {
     tree.Write("kit/a", "x");
     tree.Write("product/keep", "x");
-    GivenScript("[install]\ndirectory=create,$pathTarget$d\nfile=copy,a,$pathSource$,$pathTarget$"
-                "\nfile=delete,keep,$pathTarget$\nprofile=create,$pathTarget$p.ini\n");
+    GivenSoundScript(
+        "[install]\ndirectory=create,$pathTarget$d\nfile=copy,a,$pathSource$,$pathTarget$"
+        "\nfile=delete,keep,$pathTarget$\nprofile=create,$pathTarget$p.ini\n"
+    );
     const std::vector<std::string> before = tree.List();
     EXPECT_EQ(PlanInstall().exitCode, 0);
     EXPECT_EQ(tree.List(), before);
@@ -148,7 +159,7 @@ TEST_F(PlanReportTest, ACopyFollowsAChainOfLinks) {
     tree.Link("kit/data/second", "real");
     tree.Link("kit/first", "data/second");
     tree.Directory("product");
-    GivenScript("[install]\nfile=copy,first,$pathSource$,$pathTarget$\n");
+    GivenSoundScript("[install]\nfile=copy,first,$pathSource$,$pathTarget$\n");
     const Outcome plan = PlanInstall();
     EXPECT_EQ(plan.exitCode, 0) << plan.out;
     EXPECT_THAT(plan.out, HasSubstr("(5 bytes)"));
@@ -205,7 +216,8 @@ TEST_F(PlanReportTest, ARemovalOfWhatIsNotInstalledNeedsAPath) {
 TEST_F(PlanReportTest, JsonHasRulesTotalsAndSpace) {
     tree.Write("kit/a", std::string(5000, 'x'), 0750);
     tree.Directory("product");
-    GivenScript("[install]\nsection=more\n[more]\nfile=copy,a,$pathSource$,$pathTarget$\n");
+    GivenSoundScript("[install]\nsection=more\n[more]\nfile=copy,a,$pathSource$,$pathTarget$\n"
+                     "[install]\n");
     const nlohmann::json plan = PlanInstallAsJson();
     EXPECT_EQ(plan["schema"], 1);
     EXPECT_EQ(plan["command"], "plan install");
@@ -217,10 +229,10 @@ TEST_F(PlanReportTest, JsonHasRulesTotalsAndSpace) {
     EXPECT_EQ(action["path"], tree.Path("product") + "/a");
     EXPECT_EQ(action["bytes"], 5000);
     EXPECT_EQ(action["mode"], "0750");
-    EXPECT_EQ(plan["totals"]["created"], 1);
+    EXPECT_EQ(plan["totals"]["created"], 3);
     ASSERT_EQ(plan["space"].size(), 1U);
     EXPECT_GE(plan["space"][0]["bytesNeeded"], 5000);
-    EXPECT_EQ(plan["space"][0]["filesNeeded"], 1);
+    EXPECT_EQ(plan["space"][0]["filesNeeded"], 5);
     EXPECT_EQ(plan["space"][0]["enough"], true);
 }
 
@@ -275,6 +287,57 @@ TEST_F(PlanReportTest, MacrosStandBelowEachOther) {
 TEST_F(PlanReportTest, WithoutAKitNothingIsPlanned) {
     EXPECT_EQ(PlanInstall().exitCode, KSETUP::ExitCode::noKit);
     EXPECT_EQ(Macros().exitCode, KSETUP::ExitCode::noKit);
+}
+
+TEST_F(PlanReportTest, ARecordThatCannotBeWrittenIsToldAndAnswered) {
+    GivenScript("[install]\ndirectory=create,/etc/$serviceName$\n"
+                "file=symlink,x,lin/x86_64,/etc/$serviceName$,$serviceName$\n");
+    const Outcome plan = PlanInstall();
+    EXPECT_EQ(plan.exitCode, KSETUP::ExitCode::ruleFailed);
+    EXPECT_THAT(
+        plan.out,
+        HasSubstr(
+            "The run would end when it writes the record: the link "
+            "/etc/inspp-unit-test/inspp-unit-test leads to lin/x86_64/x, which is not absolute"
+        )
+    );
+    GivenScript("[install]\ndirectory=create,/etc/$serviceName$\n"
+                "file=symlink,x,$pathTargetBin$,/etc/$serviceName$,$serviceName$\n");
+    EXPECT_THAT(
+        PlanInstallAsJson()["recordObstacle"],
+        HasSubstr("there is no configuration file " + tree.Path("product/config/pt.ini"))
+    );
+}
+
+TEST_F(PlanReportTest, AServiceThatCannotBeStartedAnswersAsTheRun) {
+    arguments.offlineServices = true;
+    GivenSoundScript("[install]\nservice=start,inspp-none\n");
+    const Outcome plan = PlanInstall();
+    EXPECT_EQ(plan.exitCode, KSETUP::ExitCode::noService);
+    EXPECT_THAT(plan.out, HasSubstr("would end here: there is no service inspp-none by then"));
+}
+
+TEST_F(PlanReportTest, WhatDoesNotFailIsNoObstacle) {
+    tree.Directory("product/dir");
+    tree.Write("product/list.ini", "[S]\nk=" + tree.Path("product/dir") + "\n");
+    GivenSoundScript(
+        "[install]\nprofile=remove_file,$pathTarget$list.ini,S,dir\n"
+        "profile=put," +
+        tree.Path("product/made.ini").substr(1) + ",S,K,V\n"
+    );
+    const Outcome plan = PlanInstall();
+    EXPECT_EQ(plan.exitCode, 0) << plan.out;
+}
+
+TEST_F(PlanReportTest, NamesThatAreTooLongAreTold) {
+    tree.Write("kit/a", "x");
+    tree.Directory("product");
+    GivenSoundScript(
+        "[install]\nfile=copy,a,$pathSource$,$pathTarget$," + std::string(256, 'n') + "\n"
+    );
+    const Outcome plan = PlanInstall();
+    EXPECT_EQ(plan.exitCode, KSETUP::ExitCode::ruleFailed);
+    EXPECT_THAT(plan.out, HasSubstr("would end here: a name or a path is too long: "));
 }
 
 } // namespace

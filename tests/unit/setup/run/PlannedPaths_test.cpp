@@ -76,7 +76,7 @@ TEST_F(PlannedPathsTest, ACopyDoesNotLastIntoWhichAnOptionIsWritten) {
 }
 
 TEST_F(PlannedPathsTest, ACopyDoesNotLastFromWhichAnOptionIsTaken) {
-    tree.Write("product/list", "[s]\none=/nowhere/x\n");
+    tree.Write("kit/a", "[s]\none=/nowhere/x\n");
     EXPECT_THAT(
         Lasting({"file=copy,a,K,P,list", "profile=remove_file,P/list,s,nowhere"}), IsEmpty()
     );

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: MIT
+#include <setup/check/Checks.h>
+#include <setup/check/PlanSteps.h>
+#include <setup/files/PathText.h>
+
+#include <algorithm>
+#include <map>
+
+namespace KSETUP::Checks {
+
+namespace {
+
+using Kind = KPlannedAction::Kind;
+
+/// The steps of an install that make something in a directory that is not there by then, the first
+/// of each rule.
+std::vector<KPlanStep> StepsWithoutDirectory(const KCheckContext& context) {
+    std::vector<KPlanStep> all = StepsOf(context.GetInstall());
+    std::erase_if(all, [](const KPlanStep& step) {
+        return !step.action->lacksDirectory || step.action->lacks || step.commandRan;
+    });
+    const auto sameRule = [](const KPlanStep& left, const KPlanStep& right) {
+        return left.rule == right.rule;
+    };
+    all.erase(std::unique(all.begin(), all.end(), sameRule), all.end());
+    return all;
+}
+
+bool IsThereInTheEnd(const KCheckContext& context, const std::string& directory) {
+    return context.GetAfterInstall().FindTarget(directory).kind == KEntryKind::Directory;
+}
+
+/// Whether nobody but the product makes the directory.
+bool IsOwn(const KCheckContext& context, const std::string& directory) {
+    return IsAtOrBelow(directory, NormalPath(context.GetProductPath())) ||
+           IsAtOrBelow(directory, ParentPath(NormalPath(context.GetRecordLink())));
+}
+
+/// The field that has the directory in which something is made.
+std::size_t TargetField(const KScriptRule& rule) {
+    return rule.line.type == "file" ? 3 : 1;
+}
+
+/// Uses what was made before, for all that is known.
+bool IsUse(Kind kind) {
+    return kind == Kind::StartCommand || kind == Kind::InstallService || kind == Kind::StartService;
+}
+
+/// A later line for one file is an exception from a wildcard before it.
+bool IsException(const KPlanStep& former, const KPlanStep& step) {
+    return IsPattern(former.rule->rule.fields[1]) && !IsPattern(step.rule->rule.fields[1]);
+}
+
+std::string AtLine(const KPlanStep& step) {
+    return "line " + std::to_string(step.rule->rule.line.number);
+}
+
+} // namespace
+
+Findings LateDirectories(const KCheckContext& context) {
+    Findings found;
+    for (const KPlanStep& step : StepsWithoutDirectory(context)) {
+        const std::string directory = ParentPath(step.path);
+        if (IsThereInTheEnd(context, directory)) {
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                TargetField(step.rule->rule),
+                "the directory \"" + directory + "\" is made only by a later line, so this fails",
+                "move its directory=create in front of this line"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings MissingDirectories(const KCheckContext& context) {
+    Findings found;
+    for (const KPlanStep& step : StepsWithoutDirectory(context)) {
+        const std::string directory = ParentPath(step.path);
+        if (IsOwn(context, directory) && !IsThereInTheEnd(context, directory)) {
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                TargetField(step.rule->rule),
+                "no rule makes the directory \"" + directory + "\", and without it this fails",
+                "write directory=create," + directory +
+                    " in front of it, with the macros that it "
+                    "is made of"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings DoubleCopies(const KCheckContext& context) {
+    std::map<std::string, KPlanStep> copies; // that nothing has used yet
+    Findings found;
+    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+        if (IsUse(step.action->kind)) {
+            copies.clear();
+        } else if (step.action->kind == Kind::DeleteFile) {
+            copies.erase(step.path);
+        }
+        if (step.action->kind != Kind::CopyFile || step.action->lacks) {
+            continue;
+        }
+        const auto [former, isFirst] = copies.try_emplace(step.path, step);
+        if (!isFirst &&
+            NormalPath(former->second.action->source) != NormalPath(step.action->source) &&
+            !IsException(former->second, step)) {
+            found.push_back(context.AtValue(
+                step.rule->rule.line,
+                "\"" + step.path + "\" is copied by " + AtLine(former->second) +
+                    " already, from \"" + InKit(former->second.action->source, context) +
+                    "\", which is lost",
+                "give one of the two another name or directory, or take one out"
+            ));
+        }
+        former->second = step;
+    }
+    return found;
+}
+
+Findings DeletionsOfNewFiles(const KCheckContext& context) {
+    std::map<std::string, KPlanStep> made; // that nothing has used yet
+    const KPlannedRule* told = nullptr;
+    Findings found;
+    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+        if (IsUse(step.action->kind)) {
+            made.clear();
+        } else if (MakesFile(*step.action)) {
+            made.insert_or_assign(step.path, step);
+        }
+        const auto former = made.find(step.path);
+        if (step.action->kind != Kind::DeleteFile || former == made.end() || step.rule == told) {
+            continue;
+        }
+        told = step.rule;
+        found.push_back(context.AtValue(
+            step.rule->rule.line,
+            "this deletes \"" + step.path + "\", which " + AtLine(former->second) +
+                " has just made",
+            "move the deletion in front of that line, or to section [remove]"
+        ));
+    }
+    return found;
+}
+
+} // namespace KSETUP::Checks

@@ -1,0 +1,196 @@
+// SPDX-License-Identifier: MIT
+#include <setup/check/Checks.h>
+#include <setup/check/MacroText.h>
+#include <setup/check/PlanSteps.h>
+#include <setup/files/PathText.h>
+#include <setup/script/ScriptText.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+namespace KSETUP::Checks {
+
+namespace {
+
+using Kind = KPlannedAction::Kind;
+
+bool IsFile(const KScriptRule& rule, const char* operation) {
+    return rule.line.type == "file" && rule.fields.size() >= 3 && rule.fields.size() <= 5 &&
+           rule.fields[0] == operation;
+}
+
+/// The fields of a rule that are paths of what it reads or changes. Where a link leads to may be
+/// relative on purpose.
+std::vector<std::size_t> PathFields(const KScriptRule& rule) {
+    if (rule.line.type == "directory" && rule.fields.size() == 2) {
+        return {1};
+    }
+    if (rule.line.type == "profile" && rule.fields.size() >= 2) {
+        return {1};
+    }
+    std::vector<std::size_t> fields;
+    if (IsFile(rule, "copy") || IsFile(rule, "delete")) {
+        fields.push_back(2);
+    }
+    if ((IsFile(rule, "copy") || IsFile(rule, "symlink")) && rule.fields.size() > 3) {
+        fields.push_back(3);
+    }
+    return fields;
+}
+
+/// The field of a rule that names what it changes; 0 for a rule that changes no files.
+std::size_t ChangedField(const KScriptRule& rule) {
+    const std::vector<std::size_t> fields = PathFields(rule);
+    if (fields.empty() || (IsFile(rule, "copy") && rule.fields.size() == 3)) {
+        return 0;
+    }
+    return fields.back();
+}
+
+/// What is written where a macro that is a directory should end with a separator.
+bool IsPartOfAName(char byte) {
+    return std::isalnum(static_cast<unsigned char>(byte)) != 0 ||
+           std::string_view("_-.*?$").find(byte) != std::string_view::npos;
+}
+
+} // namespace
+
+Findings RelativePaths(const KCheckContext& context) {
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        for (const std::size_t index : PathFields(rule)) {
+            const std::string path(Trimmed(rule.fields[index]));
+            // A macro that there is not is told by itself.
+            if (path.empty() || path.front() == '/' || path.front() == '$') {
+                continue;
+            }
+            found.push_back(context.AtField(
+                rule.line,
+                index,
+                "\"" + path + "\" is relative, so it is \"/" + path + "\" for the run",
+                "begin it with \"/\" or with a directory's macro, as $pathTarget$ or $pathSource$"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings NewNames(const KCheckContext& context) {
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        const bool isCopy = IsFile(rule, "copy");
+        if ((!isCopy && !IsFile(rule, "symlink")) || rule.fields.size() != 5) {
+            continue;
+        }
+        if (isCopy && IsPattern(rule.fields[1])) {
+            found.push_back(context.AtField(
+                rule.line,
+                4,
+                "files that a wildcard copies keep their names, so this field does not count",
+                "take it out, or copy the one file by its name"
+            ));
+        } else if (rule.fields[4].find('/') != std::string::npos) {
+            found.push_back(context.AtField(
+                rule.line,
+                4,
+                "the last field is a name, and this one leads to \"" +
+                    NormalPath(JoinPath(rule.fields[3], rule.fields[4])) + "\"",
+                "put the directory into the field before, and the name alone here"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings WildcardLinks(const KCheckContext& context) {
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        if (IsFile(rule, "symlink") && IsPattern(rule.fields[1])) {
+            found.push_back(context.AtField(
+                rule.line,
+                1,
+                "a \"symlink\" knows no wildcards: this makes one link to a file of the name \"" +
+                    rule.fields[1] + "\"",
+                "write a line for each link"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings LinksOntoFiles(const KCheckContext& context) {
+    std::vector<KPlanStep> files; // that are there by then
+    Findings found;
+    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+        const auto isHere = [&](const KPlanStep& former) { return former.path == step.path; };
+        if (step.action->kind == Kind::DeleteFile) {
+            std::erase_if(files, isHere);
+        } else if (MakesFile(*step.action) && step.action->kind != Kind::MakeLink) {
+            files.push_back(step);
+        }
+        const auto file = std::find_if(files.begin(), files.end(), isHere);
+        if (step.action->kind != Kind::MakeLink || file == files.end() || step.commandRan) {
+            continue;
+        }
+        found.push_back(context.AtValue(
+            step.rule->rule.line,
+            "the link \"" + step.path + "\" would replace the file of line " +
+                std::to_string(file->rule->rule.line.number) + ", and a link replaces only links",
+            "write first the file that is there, then where the link goes: "
+            "file=symlink,NAME,FROM,TO,NEWNAME makes TO/NEWNAME, which leads to FROM/NAME"
+        ));
+    }
+    return found;
+}
+
+Findings MissingSeparators(const KCheckContext& context) {
+    static constexpr std::array bare = std::to_array<std::string_view>({
+        "pathTargetLin",
+        "pathTargetMac",
+    });
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        const std::string& value = rule.line.value;
+        for (const KMacroMention& mention : FindMacros(value, context.GetMacros())) {
+            const std::size_t end = mention.offset + mention.name.size() + 2;
+            if (!mention.isKnown || end >= value.size() || !IsPartOfAName(value[end]) ||
+                std::find(bare.begin(), bare.end(), mention.name) == bare.end()) {
+                continue;
+            }
+            const std::string macro = "$" + mention.name + "$";
+            found.push_back(context.AtWritten(
+                rule.line,
+                0,
+                mention.offset,
+                macro,
+                macro + " is a directory without a separator at its end, so what stands behind it "
+                        "becomes a part of its name",
+                "write \"" + macro + "/\""
+            ));
+        }
+    }
+    return found;
+}
+
+Findings ChangedKits(const KCheckContext& context) {
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        const std::size_t index = ChangedField(rule);
+        if (index == 0 || !rule.fields[index].starts_with('/') ||
+            !IsAtOrBelow(NormalPath(rule.fields[index]), context.GetKitDirectory())) {
+            continue;
+        }
+        const bool deletes = Lowered(rule.fields[0]) == "delete";
+        found.push_back(context.AtField(
+            rule.line,
+            index,
+            std::string(deletes ? "this deletes in the kit" : "this changes the kit") +
+                ", which then cannot be installed a second time as it was",
+            "name a directory of the product, as $pathTarget$"
+        ));
+    }
+    return found;
+}
+
+} // namespace KSETUP::Checks

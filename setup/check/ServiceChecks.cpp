@@ -1,0 +1,248 @@
+// SPDX-License-Identifier: MIT
+#include <setup/check/Checks.h>
+#include <setup/check/PlanSteps.h>
+#include <setup/files/PathText.h>
+#include <setup/plan/KPlannedServices.h>
+#include <setup/script/ScriptText.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <system_error>
+
+namespace KSETUP::Checks {
+
+namespace {
+
+using Kind = KPlannedAction::Kind;
+
+bool IsService(const KScriptRule& rule, const char* operation) {
+    return rule.line.type == "service" && rule.fields.size() >= 2 &&
+           Lowered(rule.fields[0]) == operation;
+}
+
+/// Whether a line of the script, for whatever machine or version, installs the service.
+bool IsInstalledBySomeLine(const KCheckContext& context, const std::string& name) {
+    const auto& lines = context.GetLines();
+    return std::any_of(lines.begin(), lines.end(), [&](const KScriptRule& rule) {
+        return IsService(rule, "install") && rule.fields[1] == name;
+    });
+}
+
+/// Whether a unit file of the name comes along, or belongs to this machine's system.
+bool HasUnitFile(const KCheckContext& context, const std::string& name) {
+    static constexpr std::array directories = std::to_array<const char*>({
+        "/etc/systemd/system/",
+        "/run/systemd/generator.late/",
+        "/usr/local/lib/systemd/system/",
+        "/lib/systemd/system/",
+        "/usr/lib/systemd/system/",
+    });
+    return std::any_of(directories.begin(), directories.end(), [&](const char* directory) {
+        const std::string path = directory + name + ".service";
+        std::error_code unknown; // as good as missing
+        return context.GetAfterInstall().Exists(path) || std::filesystem::exists(path, unknown);
+    });
+}
+
+/// What the support library would refuse of a service's name and unit file, on any machine.
+std::string WhyRefused(const KScriptRule& rule) {
+    const std::vector<std::string>& fields = rule.fields;
+    if (const std::string why = WhyNotAServiceName(fields[1]); !why.empty()) {
+        return "\"" + fields[1] + "\" cannot be the name of a service: " + why;
+    }
+    return fields.size() == 5 && IsService(rule, "install") && !fields[3].empty()
+               ? WhyNotAUnit(fields[2], fields[3], fields[4])
+               : "";
+}
+
+/// The steps of one kind about a service, before `end`.
+bool HasStep(
+    const std::vector<KPlanStep>& steps, const KPlanStep* end, Kind kind, const std::string& name
+) {
+    return std::any_of(steps.data(), end, [&](const KPlanStep& step) {
+        return step.action->kind == kind && step.path == name;
+    });
+}
+
+/// The program of a service that is installed before `end`; empty when it is not, or by a unit file.
+std::string
+ProgramOf(const std::vector<KPlanStep>& steps, const KPlanStep* end, const std::string& name) {
+    std::string program;
+    for (const KPlanStep* step = steps.data(); step != end; ++step) {
+        if (step->action->kind == Kind::InstallService && step->path == name) {
+            program = NormalPath(step->action->source);
+        }
+    }
+    return program;
+}
+
+bool MakesPath(const KPlanStep& step, const std::string& path) {
+    return MakesFile(*step.action) && step.path == path;
+}
+
+/// Why a service's program cannot be run in the end; empty when nothing is known against it.
+std::string WhyNoProgram(const KCheckContext& context, const std::string& program) {
+    const KPlannedEntry entry = context.GetAfterInstall().FindTarget(program);
+    if (entry.kind == KEntryKind::Nothing) {
+        return IsAtOrBelow(program, NormalPath(context.GetProductPath()))
+                   ? "no rule makes the program \"" + program + "\""
+                   : ""; // the system's, perhaps
+    }
+    constexpr unsigned executable = 0111;
+    return entry.kind == KEntryKind::File && (entry.mode & executable) != 0
+               ? ""
+               : "\"" + program + "\" is not executable";
+}
+
+/// Whether the run touches the running service before `start`, so that it starts with its new
+/// program.
+bool IsEndedBefore(
+    const std::vector<KPlanStep>& steps,
+    const KPlanStep& start,
+    const std::string& name,
+    const std::string& program
+) {
+    return std::any_of(steps.begin(), steps.end(), [&](const KPlanStep& step) {
+        const std::string& path = step.path;
+        const bool isBefore = &step < &start;
+        switch (step.action->kind) {
+        case Kind::StopService:
+        case Kind::RemoveService:
+            return isBefore && path == name;
+        case Kind::StopProgram:
+            return isBefore && NameOfPath(path) == NameOfPath(program);
+        case Kind::StartCommand: // "systemctl restart NAME" for instance, also behind it
+            return path.find(name) != std::string::npos;
+        default:
+            return false;
+        }
+    });
+}
+
+} // namespace
+
+Findings FailingServices(const KCheckContext& context) {
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        const bool isKnown =
+            IsService(rule, "install") || IsService(rule, "start") || IsService(rule, "stop");
+        const std::string why = isKnown ? WhyRefused(rule) : "";
+        if (!why.empty()) {
+            const bool isName = !WhyNotAServiceName(rule.fields[1]).empty();
+            found.push_back(context.AtField(
+                rule.line,
+                isName ? 1 : 3,
+                why,
+                isName
+                    ? "choose a name of letters, digits and \"-\""
+                    : "write service=install,NAME,DISPLAY NAME,PROGRAM,ARGUMENTS, with an absolute "
+                      "path and closed quotes"
+            ));
+        }
+    }
+    const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    for (const KPlanStep& step : steps) {
+        const bool isEarly =
+            (step.action->kind == Kind::StartService || step.action->kind == Kind::StopService) &&
+            !step.commandRan && !HasStep(steps, &step, Kind::InstallService, step.path) &&
+            HasStep(steps, steps.data() + steps.size(), Kind::InstallService, step.path);
+        if (isEarly && !step.action->obstacle.empty() && WhyNotAServiceName(step.path).empty()) {
+            const bool isStop = step.action->kind == Kind::StopService;
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                1,
+                "a first install has no service " + step.path +
+                    " here: it is installed only by a "
+                    "later line, so this fails",
+                isStop ? "write service=remove," + step.path +
+                             " here, which stops it too and does not fail where there is none"
+                       : "move it behind the line that installs the service"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings UnknownServices(const KCheckContext& context) {
+    Findings found;
+    for (const KPlan* plan : {&context.GetInstall(), &context.GetRemove()}) {
+        for (const KPlanStep& step : StepsOf(*plan)) {
+            const bool isAsked =
+                step.action->kind == Kind::StartService || step.action->kind == Kind::StopService;
+            if (!isAsked || step.commandRan || !WhyNotAServiceName(step.path).empty() ||
+                IsInstalledBySomeLine(context, step.path) || HasUnitFile(context, step.path)) {
+                continue;
+            }
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                1,
+                "no rule installs a service " + step.path +
+                    ", and this machine has none of that "
+                    "name: where there is none, this fails",
+                "install it before by service=install, or use the name of the one that is installed"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings ServicePrograms(const KCheckContext& context) {
+    const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    Findings found;
+    for (const KPlanStep& step : steps) {
+        const bool isStart = step.action->kind == Kind::StartService;
+        const std::string program = isStart ? ProgramOf(steps, &step, step.path)
+                                    : step.action->kind == Kind::InstallService
+                                        ? NormalPath(step.action->source)
+                                        : "";
+        if (!program.starts_with('/') || steps.back().commandRan || step.commandRan) {
+            continue;
+        }
+        const auto makes = [&](const KPlanStep& one) { return MakesPath(one, program); };
+        const bool isMade = std::any_of(steps.begin(), steps.end(), makes);
+        const bool isLate = isMade && std::none_of(steps.data(), &step, makes);
+        const std::string why = isLate
+                                    ? "the program \"" + program + "\" is made only by a later line"
+                                : isStart ? ""
+                                          : WhyNoProgram(context, program);
+        if (!why.empty()) {
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                isStart ? 1 : 3,
+                why + ", so the service cannot start",
+                isLate ? "move this line behind it"
+                       : "copy an executable file there, or name the one that is copied"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings RunningServices(const KCheckContext& context) {
+    const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    Findings found;
+    for (const KPlanStep& step : steps) {
+        if (step.action->kind != Kind::StartService) {
+            continue;
+        }
+        const std::string program = ProgramOf(steps, &step, step.path);
+        const bool isReplaced = std::any_of(steps.data(), &step, [&](const KPlanStep& one) {
+            return MakesPath(one, program);
+        });
+        if (isReplaced && !IsEndedBefore(steps, step, step.path, program)) {
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                1,
+                "in an upgrade the service " + step.path +
+                    " runs, and this leaves it running with its former program",
+                "write service=remove," + step.path +
+                    " in front of the copies: it stops the service, and does not fail where there "
+                    "is none"
+            ));
+        }
+    }
+    return found;
+}
+
+} // namespace KSETUP::Checks

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/plan/KPlannedTree.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace KSETUP {
+
+enum class KServiceFate : std::uint8_t;
+
+/// What service rules would do to the units that a planned tree shows, as far as that can be known
+/// without asking systemd: which calls would fail, and which unit files come and go.
+///
+/// Borrows the tree. The answers are why a call would fail, empty when nothing is known against it.
+///
+/// Thread   one at a time
+class KPlannedServices {
+  public:
+    KPlannedServices(KPlannedTree& plannedTree, KServiceFate servicesFate);
+
+    std::string Install(
+        const std::string& name,
+        const std::string& displayName,
+        const std::string& program,
+        const std::string& arguments
+    );
+    std::string Start(const std::string& name);
+    std::string Stop(const std::string& name);
+    /// Never fails: a removal goes on.
+    void Remove(const std::string& name);
+    /// A command ran: what it made, or made executable, is not known.
+    void NoteCommand() noexcept { commandRan = true; }
+
+  private:
+    std::string FindUnit(const std::string& name) const;
+    bool IsOurs(const std::string& name) const;
+    std::string WhyUnknown(const std::string& name) const;
+    std::string WhyProgramCannotRun(const std::string& name) const;
+
+    KPlannedTree& tree;
+    KServiceFate fate;
+    bool commandRan = false;
+    std::map<std::string, std::string> programs; ///< of services that were installed, by name
+    std::set<std::string> atRest;                ///< services that certainly do not run now
+};
+
+/// Why a service cannot have this name; empty when it can. The rule is the support library's, which
+/// tells it only once the service is to be changed.
+std::string WhyNotAServiceName(std::string_view name);
+
+/// Why no unit file can be made of these: what systemd would refuse to read. Empty when one can.
+std::string
+WhyNotAUnit(std::string_view displayName, std::string_view program, std::string_view arguments);
+
+} // namespace KSETUP
