@@ -11,8 +11,6 @@ namespace KTEST {
 
 namespace {
 
-constexpr std::size_t longestShownContents = 80; // as TemporaryTree::List
-
 std::string Unescaped(const std::string& text) {
     std::string bytes;
     for (std::size_t at = 0; at < text.size(); ++at) {
@@ -145,7 +143,7 @@ void TreeLine::SetMode(const std::string& text) {
     }
 }
 
-std::string TreeLine::Listed() const {
+std::string TreeLine::Listed(std::size_t longestText) const {
     char modeText[40];
     std::snprintf(modeText, sizeof(modeText), "%04o ", mode);
     if (owner != 0 || group != 0) {
@@ -164,7 +162,7 @@ std::string TreeLine::Listed() const {
     if (!digest.empty()) {
         return start + digest;
     }
-    if (bytes.size() > longestShownContents) {
+    if (bytes.size() > longestText) {
         return start + std::to_string(bytes.size()) + " bytes " + TemporaryTree::DigestOf(bytes);
     }
     return start + '"' + TemporaryTree::Escaped(bytes) + '"';

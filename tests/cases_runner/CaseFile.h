@@ -50,8 +50,8 @@ struct TreeLine {
 
     /// Throws   CaseError (without place) for a line that is none
     static TreeLine Parse(const std::string& line);
-    /// As TemporaryTree::List writes it.
-    std::string Listed() const;
+    /// As TemporaryTree::List writes it, with contents up to so many bytes as text.
+    std::string Listed(std::size_t longestText = 80) const;
 
   private:
     void SetMode(const std::string& text);

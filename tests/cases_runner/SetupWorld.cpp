@@ -28,6 +28,7 @@ namespace fs = std::filesystem;
 const fs::path base = "/run/inspp-cases";
 const fs::path world = "/run/inspp-cases/world";
 constexpr const char* journal = "/var/log/journal";
+constexpr std::size_t longestText = 300;                // a record is told as it is
 constexpr std::uintmax_t mostBytesRead = 16U << 20U; // sparse files may be of any size
 
 void Check(long result, const std::string& what) {
@@ -106,7 +107,7 @@ std::string LineOf(const fs::path& path) {
     } else {
         line.kind = S_ISDIR(status.st_mode) ? 'd' : S_ISFIFO(status.st_mode) ? 'p' : '?';
     }
-    return line.Listed();
+    return line.Listed(longestText);
 }
 
 } // namespace
