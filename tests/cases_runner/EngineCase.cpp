@@ -95,7 +95,7 @@ std::string Accepted(const CaseFile& file, const std::vector<RunReport>& reports
 
 Verdict TryEngineCase(const CaseFile& file) {
     const std::vector<RunReport> reports = RunCase(file);
-    Verdict verdict{true, "", ""};
+    Verdict verdict{true, 0, "", ""};
     for (const RunReport& report : reports) {
         if (!report.Passed()) {
             verdict.passed = false;

@@ -7,6 +7,12 @@
 
 namespace KTEST {
 
+namespace {
+
+constexpr std::size_t longestLine = 120;
+
+} // namespace
+
 std::vector<std::string> ReadableJson(const std::vector<std::string>& lines) {
     std::vector<std::string> readable;
     for (const std::string& line : lines) {
@@ -14,6 +20,10 @@ std::vector<std::string> ReadableJson(const std::vector<std::string>& lines) {
         const auto value = nlohmann::ordered_json::parse(line, nullptr, false);
         if (value.is_discarded()) {
             readable.push_back("no JSON: " + line);
+            continue;
+        }
+        if (line.size() <= longestLine) {
+            readable.push_back(line);
             continue;
         }
         std::istringstream text(value.dump(2));

@@ -28,7 +28,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* logDirectory = "/var/log";
 constexpr const char* logEnding = " Setup Log.txt";
-constexpr const char* statusEvent = "\"event\":\"status\""; // how many is a question of speed
+constexpr const char* statusEvent = "\"event\":\"status\"";  // how many is a question of speed
 constexpr const char* recordRule = "directory=create,/etc/"; // more rules stand in front of it
 
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
@@ -347,7 +347,7 @@ bool Case::Prepare(const CaseSection& section) {
 }
 
 Verdict Case::Try() {
-    Verdict verdict{true, "", ""};
+    Verdict verdict{true, 0, "", ""};
     CaseFile accepted{file.path, {}};
     bool isTried = false;
     for (std::size_t at = 0; at < file.sections.size();) {

@@ -28,8 +28,8 @@ namespace fs = std::filesystem;
 const fs::path base = "/run/inspp-cases";
 const fs::path world = "/run/inspp-cases/world";
 constexpr const char* journal = "/var/log/journal";
-constexpr std::size_t longestText = 300;                // a record is told as it is
-constexpr std::uintmax_t mostBytesRead = 16U << 20U; // sparse files may be of any size
+constexpr std::size_t longestText = 300;            // a record is told as it is
+constexpr std::uintmax_t mostBytesRead = 1U << 20U; // sparse files may be of any size
 
 void Check(long result, const std::string& what) {
     if (result < 0) {
@@ -70,6 +70,8 @@ void LaySystem() {
 /// What programs read there; nothing of the machine's own configuration.
 void LayConfiguration() {
     MakeDirectory("etc/systemd/system", 0755);
+    MakeDirectory("etc/alternatives", 0755); // names such as awk lead there
+    Mount("/etc/alternatives", world / "etc/alternatives", MS_BIND);
     for (const char* name :
          {"group",
           "hostname",
@@ -133,7 +135,7 @@ int ForkIntoWorld() {
 
 void EnterWorld() {
     Check(::unshare(CLONE_NEWNS), "unshare");
-    MountNew("tmpfs", world, "mode=0755,size=512m");
+    MountNew("tmpfs", world, "mode=0755,size=4g");
     LaySystem();
     LayConfiguration();
     for (const char* name : {"home", "mnt", "opt", "srv", "var/cache", "var/lib", "var/log"}) {
@@ -155,7 +157,8 @@ void EnterWorld() {
 }
 
 std::map<std::string, std::string> ListWorld() {
-    static const std::set<std::string> others{"/dev", "/proc", "/run", "/sys", "/usr", journal};
+    static const std::set<std::string> others{
+        "/dev", "/etc/alternatives", "/proc", "/run", "/sys", "/usr", journal};
     std::map<std::string, std::string> lines;
     for (auto entry = fs::recursive_directory_iterator("/");
          entry != fs::recursive_directory_iterator();

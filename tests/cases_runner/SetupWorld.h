@@ -32,7 +32,8 @@ void EnterWorld();
 int ForkIntoWorld();
 
 /// Everything that a case can change, a line an entry by its path: as TreeLine has it, with absolute
-/// paths. Left out are /dev, /proc, /run, /sys, /usr and the journal.
+/// paths. Left out are /dev, /etc/alternatives, /proc, /run, /sys, /usr and the journal. Of files over
+/// 1 MiB only the size is told.
 std::map<std::string, std::string> ListWorld();
 
 } // namespace KTEST

@@ -10,6 +10,7 @@ namespace KTEST {
 /// What came of a case.
 struct Verdict {
     bool passed = false;
+    unsigned seconds = 0; ///< that it took
     std::string text;     ///< for a person: what differs; "" for one that passed
     std::string accepted; ///< the case's file with what came in place of what was expected
 };

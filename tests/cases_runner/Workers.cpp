@@ -46,7 +46,7 @@ void WriteAll(int end, const std::string& bytes) {
     try {
         verdict = work.attempt();
     } catch (const std::exception& error) {
-        verdict = {false, std::string("  ") + error.what() + '\n', ""};
+        verdict = {false, 0, std::string("  ") + error.what() + '\n', ""};
     }
     WriteAll(end, (verdict.passed ? passedMark : failedMark) + verdict.text);
     WriteAll(end, '\0' + verdict.accepted);
@@ -88,12 +88,22 @@ class Worker {
         Check(::waitpid(child, &status, 0), "waitpid");
         const std::size_t gap = bytes.find('\0');
         if (gap == std::string::npos) {
-            return {false, "  the case did not come to its end\n" + bytes, ""};
+            return {false, Seconds(), "  the case did not come to its end\n" + bytes, ""};
         }
-        return {bytes.front() == passedMark, bytes.substr(1, gap - 1), bytes.substr(gap + 1)};
+        return {
+            bytes.front() == passedMark,
+            Seconds(),
+            bytes.substr(1, gap - 1),
+            bytes.substr(gap + 1)};
     }
 
   private:
+    unsigned Seconds() const {
+        using std::chrono::duration_cast;
+        return static_cast<unsigned>(
+            duration_cast<std::chrono::seconds>(Clock::now() - began).count()
+        );
+    }
     [[noreturn]] static void Begin(const Work& work, int end) {
         ::setpgid(0, 0); // the first of a world dies with its group, and all of it with that one
         if (!work.needsWorld) {

@@ -26,6 +26,7 @@ using KTEST::CaseFile;
 using KTEST::Verdict;
 using Names = std::vector<std::string>;
 
+constexpr unsigned slowSeconds = 3;
 constexpr const char* setupPrefix = "setup/";
 constexpr const char* kitName = "setup/kit";
 constexpr const char* usage =
@@ -141,7 +142,11 @@ std::vector<KTEST::Work> WorkOf(const Names& names, const fs::path& cases) {
 
 /// Tells what came of a case. Returns whether it counts as passed.
 bool Tell(const std::string& name, const Verdict& verdict, const Options& options) {
-    std::cout << (verdict.passed ? "ok     " : "FAILED ") << name << '\n' << verdict.text;
+    std::cout << (verdict.passed ? "ok     " : "FAILED ") << name;
+    if (verdict.seconds >= slowSeconds) {
+        std::cout << "  (" << verdict.seconds << " s)";
+    }
+    std::cout << '\n' << verdict.text;
     if (verdict.passed || verdict.accepted.empty()) {
         return verdict.passed;
     }
