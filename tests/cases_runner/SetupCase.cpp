@@ -70,6 +70,11 @@ void Make(const TreeLine& line) {
         fs::create_directories(fs::path(line.path).parent_path());
         fs::create_symlink(line.target, line.path);
         return;
+    case 'p':
+        if (::mkfifo(line.path.c_str(), line.mode) != 0) {
+            throw CaseError(line.path + ": cannot be made");
+        }
+        break;
     case '-':
         fs::remove_all(line.path);
         return;

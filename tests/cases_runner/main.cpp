@@ -28,6 +28,7 @@ using Names = std::vector<std::string>;
 
 constexpr unsigned slowSeconds = 3;
 constexpr const char* setupPrefix = "setup/";
+constexpr const char* enginePrefix = "engine/"; // as patterns have it; there is no such folder
 constexpr const char* kitName = "setup/kit";
 constexpr const char* usage =
     "usage: cases_runner [--cases DIR] [--jobs N] [--list] [--accept] [NAME|PATTERN...]\n";
@@ -82,24 +83,23 @@ Names AllNames(const fs::path& cases) {
     return names;
 }
 
-/// Those that a pattern means: a whole name, or one without "setup/".
-///
+/// Whether a pattern means a case: by "setup/NAME", "engine/NAME" or NAME.
+bool Means(const std::string& pattern, const std::string& name) {
+    const bool isSetup = name.starts_with(setupPrefix);
+    const std::string bare = isSetup ? name.substr(std::strlen(setupPrefix)) : name;
+    const std::string whole = isSetup ? name : enginePrefix + name;
+    return ::fnmatch(pattern.c_str(), whole.c_str(), FNM_PATHNAME) == 0 ||
+           ::fnmatch(pattern.c_str(), bare.c_str(), FNM_PATHNAME) == 0;
+}
+
 /// Throws   CaseError for a pattern that means none
 Names Matching(const Names& all, const Names& patterns) {
     Names found = patterns.empty() ? all : Names{};
     for (const std::string& pattern : patterns) {
         const std::size_t before = found.size();
-        std::copy_if(
-            all.begin(),
-            all.end(),
-            std::back_inserter(found),
-            [&](const std::string& name) {
-                const bool isSetup = name.starts_with(setupPrefix);
-                const std::string bare = isSetup ? name.substr(std::strlen(setupPrefix)) : name;
-                return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0 ||
-                       ::fnmatch(pattern.c_str(), bare.c_str(), 0) == 0;
-            }
-        );
+        std::copy_if(all.begin(), all.end(), std::back_inserter(found), [&](const auto& name) {
+            return Means(pattern, name);
+        });
         if (found.size() == before) {
             throw CaseError("no case is called " + pattern);
         }
