@@ -21,8 +21,8 @@ struct StandardKit {
     static StandardKit Load(const std::filesystem::path& directory);
 };
 
-/// A case of ins-setup, as main.cpp finds it below tests/cases/setup; README.md there tells what its
-/// sections mean.
+/// A case of ins-setup, as main.cpp finds it below tests/cases/setup; README.md there tells what
+/// its sections mean.
 ///
 /// Throws   CaseError for a case with a mistake in it; std::system_error
 /// Thread   the first of a process that ForkIntoWorld has made

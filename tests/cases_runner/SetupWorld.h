@@ -17,8 +17,8 @@ constexpr const char* kitDirectory = "/srv/kit";
 /// Throws   std::system_error
 void PrepareWorlds(const std::string& programs);
 
-/// Takes the calling process into a fresh machine: an own root with an empty /opt, /srv, /var and so
-/// on and the machine's /usr, /dev and /run; own processes; own mounts. All of it is gone when the
+/// Takes the calling process into a fresh machine: an own root with an empty /opt, /srv, /var and
+/// so on and the machine's /usr, /dev and /run; own processes; own mounts. All of it is gone when the
 /// process is.
 ///
 /// Throws   std::system_error
@@ -31,9 +31,9 @@ void EnterWorld();
 /// Throws   std::system_error
 int ForkIntoWorld();
 
-/// Everything that a case can change, a line an entry by its path: as TreeLine has it, with absolute
-/// paths. Left out are /dev, /etc/alternatives, /proc, /run, /sys, /usr and the journal. Of files over
-/// 1 MiB only the size is told.
+/// Everything that a case can change, a line an entry by its path: as TreeLine has it, with
+/// absolute paths. Left out are /dev, /etc/alternatives, /proc, /run, /sys, /usr and the journal. Of
+/// files over 1 MiB only the size is told.
 std::map<std::string, std::string> ListWorld();
 
 } // namespace KTEST

@@ -16,8 +16,8 @@ struct Work {
     std::function<Verdict()> attempt;
 };
 
-/// Tries all of them, each in a process of its own, so many at a time. One that raises an exception,
-/// dies or takes longer than two minutes has failed.
+/// Tries all of them, each in a process of its own, so many at a time. One that raises an
+/// exception, dies or takes longer than two minutes has failed.
 ///
 /// Lifetime `tell` is called during this call only, once for each, in their order
 /// Throws   std::system_error
