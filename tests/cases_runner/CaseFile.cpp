@@ -11,8 +11,6 @@ namespace KTEST {
 
 namespace {
 
-constexpr std::size_t longestShownContents = 80; // as TemporaryTree::List
-
 std::string Unescaped(const std::string& text) {
     std::string bytes;
     for (std::size_t at = 0; at < text.size(); ++at) {
@@ -69,49 +67,61 @@ CaseFile CaseFile::Load(const std::string& path) {
     return result;
 }
 
-void CaseFile::Save() const {
-    std::ofstream file(path, std::ios::trunc);
-    const char* gap = "";
+std::string CaseFile::Text() const {
+    std::string text;
     for (const CaseSection& section : sections) {
-        file << gap << "== " << section.name;
-        file << (section.arguments.empty() ? "" : " ") << section.arguments << '\n';
+        text += text.empty() ? "== " : "\n== ";
+        text += section.name + (section.arguments.empty() ? "" : " ") + section.arguments + '\n';
         for (const std::string& line : section.lines) {
-            file << line << '\n';
+            text += line + '\n';
         }
-        gap = "\n";
     }
-    file.close();
-    if (!file) {
-        throw CaseError(path + ": cannot be written");
+    return text;
+}
+
+std::map<std::string, std::string> CaseFile::Sizes() const {
+    std::map<std::string, std::string> sizes;
+    for (const CaseSection& section : sections) {
+        for (const std::string& line : section.lines) {
+            const std::size_t at = line.find(" size ");
+            if (line.starts_with("f ") && at != std::string::npos) {
+                const std::string listed = TreeLine::Parse(line).Listed();
+                const std::string digest = TreeLine::Parse(listed).digest;
+                if (!digest.empty()) {
+                    sizes[digest] = line.substr(at + 1);
+                }
+            }
+        }
     }
+    return sizes;
 }
 
 TreeLine TreeLine::Parse(const std::string& line) {
-    static const std::regex directory("d ([0-7]{3,4}) (.+)");
-    static const std::regex text("f ([0-7]{3,4}) (.+?) \"(.*)\"");
-    static const std::regex sized("f ([0-7]{3,4}) (.+?) size ([0-9]+)( [0-9]+)?");
-    static const std::regex digested("f ([0-7]{3,4}) (.+?) ([0-9]+ bytes [0-9a-f]{16})");
+    static const std::string mode = "([0-7]{3,4}(?: [0-9]+:[0-9]+)?) ";
+    static const std::regex directory("d " + mode + "(.+)");
+    static const std::regex text("f " + mode + "(.+?) \"(.*)\"");
+    static const std::regex sized("f " + mode + "(.+?) size ([0-9]+)( [0-9]+)?");
+    static const std::regex digested("f " + mode + "(.+?) ([0-9]+ bytes [0-9a-f]{16})");
     static const std::regex link("l (.+?) -> (.+)");
-    static const std::regex fifo("p ([0-7]{3,4}) (.+)");
+    static const std::regex fifo("p " + mode + "(.+)");
     static const std::regex other("([-=]) (.+)");
     TreeLine result;
     std::smatch part;
-    const auto mode = [&] { return static_cast<unsigned>(std::stoul(part[1], nullptr, 8)); };
     result.kind = line.empty() ? ' ' : line[0];
     if (std::regex_match(line, part, directory) || std::regex_match(line, part, fifo)) {
-        result.mode = mode();
+        result.SetMode(part[1]);
         result.path = Unescaped(part[2]);
     } else if (std::regex_match(line, part, text)) {
-        result.mode = mode();
+        result.SetMode(part[1]);
         result.path = Unescaped(part[2]);
         result.bytes = Unescaped(part[3]);
     } else if (std::regex_match(line, part, sized)) {
-        result.mode = mode();
+        result.SetMode(part[1]);
         result.path = Unescaped(part[2]);
         const unsigned long seed = part[4].matched ? std::stoul(part[4]) : 1;
         result.bytes = ArbitraryBytes(std::stoul(part[3]), seed);
     } else if (std::regex_match(line, part, digested)) {
-        result.mode = mode();
+        result.SetMode(part[1]);
         result.path = Unescaped(part[2]);
         result.digest = part[3];
     } else if (std::regex_match(line, part, link)) {
@@ -125,9 +135,20 @@ TreeLine TreeLine::Parse(const std::string& line) {
     return result;
 }
 
-std::string TreeLine::Listed() const {
-    char modeText[16];
+void TreeLine::SetMode(const std::string& text) {
+    mode = static_cast<unsigned>(std::stoul(text, nullptr, 8));
+    if (const std::size_t blank = text.find(' '); blank != std::string::npos) {
+        owner = static_cast<unsigned>(std::stoul(text.substr(blank + 1)));
+        group = static_cast<unsigned>(std::stoul(text.substr(text.find(':') + 1)));
+    }
+}
+
+std::string TreeLine::Listed(std::size_t longestText) const {
+    char modeText[40];
     std::snprintf(modeText, sizeof(modeText), "%04o ", mode);
+    if (owner != 0 || group != 0) {
+        std::snprintf(modeText, sizeof(modeText), "%04o %u:%u ", mode, owner, group);
+    }
     const std::string name = TemporaryTree::Escaped(path);
     switch (kind) {
     case 'l':
@@ -141,7 +162,7 @@ std::string TreeLine::Listed() const {
     if (!digest.empty()) {
         return start + digest;
     }
-    if (bytes.size() > longestShownContents) {
+    if (bytes.size() > longestText) {
         return start + std::to_string(bytes.size()) + " bytes " + TemporaryTree::DigestOf(bytes);
     }
     return start + '"' + TemporaryTree::Escaped(bytes) + '"';

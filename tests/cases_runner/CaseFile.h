@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <map>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,10 +29,10 @@ struct CaseFile {
 
     /// Throws   CaseError when the file cannot be read or has lines before its first heading
     static CaseFile Load(const std::string& path);
-    /// Writes the file anew.
-    ///
-    /// Throws   CaseError when it cannot be written
-    void Save() const;
+    /// The file's text, with one blank line between sections.
+    std::string Text() const;
+    /// "size 200000 7" by "200000 bytes 8c1f…", for every size that the case mentions.
+    std::map<std::string, std::string> Sizes() const;
 
     [[noreturn]] void Refuse(unsigned lineNumber, const std::string& why) const;
 };
@@ -40,6 +41,8 @@ struct CaseFile {
 struct TreeLine {
     char kind = ' '; ///< d, f, l, p, - (remove) or = (as before)
     unsigned mode = 0;
+    unsigned owner = 0; ///< of `f 0644 65534:0 PATH …`; root's where the line says nothing
+    unsigned group = 0;
     std::string path;
     std::string bytes;  ///< of a file
     std::string target; ///< of a link
@@ -47,8 +50,11 @@ struct TreeLine {
 
     /// Throws   CaseError (without place) for a line that is none
     static TreeLine Parse(const std::string& line);
-    /// As TemporaryTree::List writes it.
-    std::string Listed() const;
+    /// As TemporaryTree::List writes it, with contents up to so many bytes as text.
+    std::string Listed(std::size_t longestText = 80) const;
+
+  private:
+    void SetMode(const std::string& text);
 };
 
 } // namespace KTEST

@@ -72,10 +72,6 @@ std::string Replaced(std::string text, const std::string& what, const std::strin
     return text;
 }
 
-std::string Quoted(const std::string& text) {
-    return "'" + Replaced(text, "'", "'\\''") + "'";
-}
-
 std::vector<std::string> MachineTree(const std::vector<std::string>& roots) {
     std::vector<std::string> lines;
     for (const std::string& root : roots) {

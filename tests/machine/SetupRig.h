@@ -13,8 +13,6 @@ namespace KTEST {
 
 /// The whole file; empty for one that is missing.
 std::string Slurp(const std::string& path);
-/// As one word of a shell, whatever is in it.
-std::string Quoted(const std::string& text);
 std::string Replaced(std::string text, const std::string& what, const std::string& by);
 
 /// What stands below some directories, a line an entry: kind, mode, owner, path, and the digest of a
@@ -54,12 +52,6 @@ class SetupProgramTest : public ::testing::Test {
     /// both outputs are kept apart.
     Outcome Run(const std::string& line);
     Outcome RunSetup(const std::string& action, const std::string& more = "");
-
-    /// A command that returns when the program copies the large file, or has not for a minute.
-    std::string WhenItCopies() const {
-        return "n=0; until [ -s " + tree.Path("product/lin/x86_64/svc") +
-               " ] || [ $((n += 1)) -gt 6000 ]; do sleep 0.01; done; ";
-    }
 
     TemporaryTree tree;
 };

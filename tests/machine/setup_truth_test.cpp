@@ -163,4 +163,21 @@ TEST_F(SetupTruthTest, ASignalAtTheEndNeverCostsTheManifest) {
     EXPECT_EQ(whole, 3);
 }
 
+// The journal warns of what went wrong only
+
+TEST_F(SetupTruthTest, TheJournalGetsNoWarningInTheWholeLifeOfAProduct) {
+    const auto warnings = [this] {
+        return Run("journalctl --sync; journalctl -q -o cat -p warning -t ins-setup").out;
+    };
+    const std::string before = warnings();
+    ASSERT_EQ(RunSetup("status").exitCode, 3);
+    ASSERT_EQ(RunSetup("plan install").exitCode, 0);
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    ASSERT_EQ(RunSetup("status", "--verify").exitCode, 0);
+    ASSERT_EQ(RunSetup("remove").exitCode, 0);
+    ASSERT_EQ(RunSetup("remove").exitCode, 0);
+    EXPECT_EQ(warnings(), before);
+}
+
 } // namespace
