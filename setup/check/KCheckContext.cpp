@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <ins/Names.h>
 #include <setup/check/KCheckContext.h>
 #include <setup/check/MacroText.h>
 #include <setup/files/PathText.h>
@@ -60,10 +61,12 @@ KCheckContext::KCheckContext(
 /// The script's proposal counts even where the product is installed elsewhere: a kit is as good or
 /// as bad on every machine.
 std::string KCheckContext::ChooseProductPath(const std::string& givenPath) {
-    const std::string path =
-        !givenPath.empty()
-            ? givenPath
-            : Expand(script.GetValue("install", "defaultPath.$os$", "/usr/local/korvane/dps"));
+    const std::string path = !givenPath.empty() ? givenPath
+                                                : Expand(script.GetValue(
+                                                      KINS::Names::installSection,
+                                                      KINS::Names::defaultPathKey,
+                                                      KINS::Names::defaultProductPath
+                                                  ));
     macros.SetProductPath(path);
     return path;
 }
@@ -85,7 +88,7 @@ void KCheckContext::FindLines() {
                 continue;
             }
             for (KScriptLine& line : script.GetLines(part)) {
-                KScriptRule rule{line, FieldsOf(line, expand), {}};
+                KScriptRule rule = RuleOf(line, expand);
                 if (line.type == "section") {
                     const std::string pattern = PatternOf(line.value, macros);
                     open.emplace_back(Trimmed(rule.fields.front()));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <ins/Names.h>
 #include <setup/check/KFinding.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/plan/KPlan.h>
@@ -55,7 +56,7 @@ class KCheckContext {
     const KPlannedTree& GetAfterRemove() const noexcept { return afterRemove; }
 
     /// By which the product is found again.
-    std::string GetRecordLink() const { return Expand("/etc/$serviceName$/$serviceName$"); }
+    std::string GetRecordLink() const { return Expand(KINS::Names::recordLink); }
     /// The configuration file, which holds the record.
     std::string GetRecordProfile() const { return Expand("$pathTargetConfig$$iniFile$"); }
 

@@ -1,74 +1,51 @@
 // SPDX-License-Identifier: MIT
+#include <ins/KRuleLine.h>
+#include <ins/Names.h>
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
-#include <array>
 
 namespace KSETUP::Checks {
 
 namespace {
 
-/// What becomes of an operation that the rule does not know.
-enum class Unknown { Ignored, Fails };
+using KINS::KRuleLine;
+using KINS::KRuleType;
+using KINS::KRuleTypeInfo;
+using KINS::KUnknownOperation;
 
-struct RuleType {
-    const char* name;
-    std::vector<std::size_t> fieldCounts; ///< none: whatever stands there is one field
-    std::vector<std::string> operations;
-    bool ignoresCase;
-    Unknown unknown;
-    const char* shape; ///< how a line is written
-};
-
-const std::array<RuleType, 6>& RuleTypes() {
-    static const std::array<RuleType, 6> types{{
-        {"file",
-         {3, 4, 5},
-         {"copy", "delete", "symlink"},
-         false,
-         Unknown::Ignored,
-         "file=copy,NAME,FROM,TO[,NEWNAME], file=delete,NAME,FROM or "
-         "file=symlink,NAME,FROM,TO[,NEWNAME]"},
-        {"directory",
-         {2},
-         {"create", "delete"},
-         true,
-         Unknown::Ignored,
-         "directory=create,PATH or directory=delete,PATH"},
-        {"section", {}, {}, false, Unknown::Ignored, "section=NAME"},
-        {"process",
-         {2},
-         {"start", "stop"},
-         false,
-         Unknown::Ignored,
-         "process=start,COMMAND or process=stop,PROGRAM; what needs a comma goes into a file of "
-         "the "
-         "kit that the command runs"},
-        {"service",
-         {2, 5},
-         {"install", "start", "stop", "remove"},
-         true,
-         Unknown::Fails,
-         "service=OPERATION,NAME or service=install,NAME,DISPLAY NAME,PROGRAM,ARGUMENTS"},
-        {"profile",
-         {2, 4, 5},
-         {"create", "put", "remove_file"},
-         true,
-         Unknown::Fails,
-         "profile=create,FILE or profile=put,FILE,SECTION,KEY,VALUE or "
-         "profile=remove_file,FILE,SECTION,TEXT"},
-    }};
-    return types;
+/// How a line of a type is written.
+const char* ShapeOf(KRuleType type) noexcept {
+    switch (type) {
+    case KRuleType::File:
+        return "file=copy,NAME,FROM,TO[,NEWNAME], file=delete,NAME,FROM or "
+               "file=symlink,NAME,FROM,TO[,NEWNAME]";
+    case KRuleType::Directory:
+        return "directory=create,PATH or directory=delete,PATH";
+    case KRuleType::Section:
+        return "section=NAME";
+    case KRuleType::Process:
+        return "process=start,COMMAND or process=stop,PROGRAM; what needs a comma goes into a file "
+               "of the kit that the command runs";
+    case KRuleType::Service:
+        return "service=OPERATION,NAME or service=install,NAME,DISPLAY NAME,PROGRAM,ARGUMENTS";
+    case KRuleType::Profile:
+        return "profile=create,FILE or profile=put,FILE,SECTION,KEY,VALUE or "
+               "profile=remove_file,FILE,SECTION,TEXT";
+    case KRuleType::None:
+        break;
+    }
+    return "";
 }
 
-const RuleType* FindType(const std::string& name) {
-    const auto& types = RuleTypes();
-    const auto* found = std::find_if(types.begin(), types.end(), [&](const RuleType& type) {
-        return name == type.name;
-    });
-    return found != types.end() ? &*found : nullptr;
+std::vector<std::string> OperationsOf(const KRuleTypeInfo& type) {
+    std::vector<std::string> words;
+    for (const KINS::KRuleOperationInfo& operation : type.operations) {
+        words.emplace_back(operation.word);
+    }
+    return words;
 }
 
 std::string Quoted(const std::string& text) {
@@ -99,30 +76,28 @@ bool IsLikeDefaultPath(const std::string& type) {
     return Lowered(type).find("path") != std::string::npos;
 }
 
-constexpr char defaultPathKey[] = "defaultPath.$os$";
-
 /// Whether the operation stands there, and its type does not know it.
-bool HasUnknownOperation(const KScriptRule& rule, Unknown unknown) {
-    const RuleType* type = FindType(rule.line.type);
-    if (type == nullptr || type->operations.empty() || type->unknown != unknown ||
-        rule.fields.empty()) {
-        return false;
-    }
-    const std::string word = type->ignoresCase ? Lowered(rule.fields[0]) : rule.fields[0];
-    return std::find(type->operations.begin(), type->operations.end(), word) ==
-           type->operations.end();
+bool HasUnknownOperation(const KScriptRule& rule, bool isIgnored) {
+    const KRuleTypeInfo* type = KRuleLine::FindType(rule.line.type);
+    return type != nullptr && !type->operations.empty() && !rule.fields.empty() &&
+           (type->unknownOperation == KUnknownOperation::DoesNothing) == isIgnored &&
+           KRuleLine::FindOperation(
+               type->type, type->ignoresCase ? Lowered(rule.fields[0]) : rule.fields[0]
+           ) == KINS::KRuleOperation::None;
 }
 
-Findings Operations(const KCheckContext& context, Unknown unknown, const std::string& consequence) {
+Findings Operations(const KCheckContext& context, bool areIgnored, const std::string& consequence) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        if (HasUnknownOperation(rule, unknown)) {
+        if (HasUnknownOperation(rule, areIgnored)) {
             const std::string& word = rule.fields[0];
             found.push_back(context.AtField(
                 rule.line,
                 0,
                 "unknown operation " + Quoted(word) + " of " + rule.line.type + ", " + consequence,
-                WriteInstead(std::string(Trimmed(word)), FindType(rule.line.type)->operations)
+                WriteInstead(
+                    std::string(Trimmed(word)), OperationsOf(*KRuleLine::FindType(rule.line.type))
+                )
             ));
         }
     }
@@ -135,7 +110,7 @@ bool IsProfile(const KScriptRule& rule, const char* operation) {
 }
 
 /// As many fields as the operation makes sense of. A "put" with too few is a finding of its own.
-bool HasRightCount(const KScriptRule& rule, const RuleType& type) {
+bool HasRightCount(const KScriptRule& rule, const KRuleTypeInfo& type) {
     const std::size_t count = rule.fields.size();
     const bool isAccepted = std::find(type.fieldCounts.begin(), type.fieldCounts.end(), count) !=
                             type.fieldCounts.end();
@@ -157,15 +132,15 @@ std::string CountText(std::size_t count) {
 Findings UnknownTypes(const KCheckContext& context) {
     static const std::vector<std::string> known = [] {
         std::vector<std::string> names;
-        for (const RuleType& type : RuleTypes()) {
-            names.emplace_back(type.name);
+        for (const KRuleTypeInfo& type : KRuleLine::GetTypes()) {
+            names.emplace_back(type.keyword);
         }
         return names;
     }();
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
         const std::string& type = rule.line.type;
-        if (FindType(type) != nullptr || IsLikeDefaultPath(type)) {
+        if (KRuleLine::FindType(type) != nullptr || IsLikeDefaultPath(type)) {
             continue;
         }
         found.push_back(
@@ -186,12 +161,12 @@ Findings UnknownTypes(const KCheckContext& context) {
 Findings FieldCounts(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        const RuleType* type = FindType(rule.line.type);
+        const KRuleTypeInfo* type = KRuleLine::FindType(rule.line.type);
         if (type != nullptr && !HasRightCount(rule, *type)) {
             found.push_back(context.AtValue(
                 rule.line,
                 "a " + rule.line.type + " rule cannot have " + CountText(rule.fields.size()),
-                std::string("write ") + type->shape
+                std::string("write ") + ShapeOf(type->type)
             ));
         }
     }
@@ -199,17 +174,17 @@ Findings FieldCounts(const KCheckContext& context) {
 }
 
 Findings IgnoredOperations(const KCheckContext& context) {
-    return Operations(context, Unknown::Ignored, "which does nothing");
+    return Operations(context, true, "which does nothing");
 }
 
 Findings FailingOperations(const KCheckContext& context) {
-    return Operations(context, Unknown::Fails, "which fails");
+    return Operations(context, false, "which fails");
 }
 
 Findings EmptyFields(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        if (FindType(rule.line.type) == nullptr) {
+        if (KRuleLine::FindType(rule.line.type) == nullptr) {
             continue;
         }
         const std::vector<std::string> fields = rule.line.type == "section"
@@ -272,7 +247,7 @@ Findings DefaultPaths(const KCheckContext& context) {
         if (!IsLikeDefaultPath(type)) {
             continue;
         }
-        if (type != defaultPathKey) {
+        if (type != KINS::Names::defaultPathKey) {
             found.push_back(context.AtType(
                 rule.line,
                 Quoted(type) + " does not propose the product path",

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <ins/Names.h>
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
 
@@ -121,7 +122,7 @@ std::vector<ValueLine> ValueLines(const KCheckContext& context) {
         }
     }
     for (const KScriptLine& line : context.GetScript().GetLines("install")) {
-        if (line.type == "defaultPath.$os$" && !context.IsProductPathGiven()) {
+        if (line.type == KINS::Names::defaultPathKey && !context.IsProductPathGiven()) {
             lines.push_back({&context.GetScript(), "install.ini", line, "pathTarget"});
         }
     }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <ins/Names.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/Words.h>
@@ -11,7 +12,7 @@ namespace KSETUP {
 
 namespace {
 
-constexpr const char* option = "addProfileLine";
+constexpr const char* option = KINS::Names::addProfileLineOption;
 constexpr const char* inFrontOf = "put,$pathTargetConfig$$iniFile$,"; // of each value
 constexpr std::size_t ruleFields = 5;
 constexpr unsigned mostBytes = 511; // that the engine reads

@@ -3,12 +3,12 @@
 #include <setup/KSetupFailure.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/output/KRunReport.h>
+#include <setup/plan/LoadProblems.h>
 #include <setup/plan/MacroReport.h>
 #include <setup/plan/PlanReport.h>
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/RunPlan.h>
 #include <setup/plan/RunRefusals.h>
-#include <setup/plan/WhyNoRule.h>
 #include <setup/script/KMacroContext.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KError.h>
@@ -138,7 +138,7 @@ int Plan(const KSetupArguments& arguments, bool installs) {
         tree,
         isOffline ? KServiceFate::Offline : KServiceFate::Managed
     );
-    if (const std::string why = WhyNotLoaded(script.GetPath(), plan); !why.empty()) {
+    if (const std::string why = DescribeLoadProblems(script.GetPath(), plan); !why.empty()) {
         throw KSetupFailure(ExitCode::malformedScript, why);
     }
     KPlanReport report;

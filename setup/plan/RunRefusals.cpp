@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <ins/Names.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/RunRefusals.h>
 
@@ -98,7 +99,7 @@ bool HasServices(const KPlan& plan) {
 }
 
 std::string WhyNoRecord(const KPlannedTree& tree, const KMacroContext& macros) {
-    const std::string link = macros.Expand("/etc/$serviceName$/$serviceName$");
+    const std::string link = macros.Expand(KINS::Names::recordLink);
     const KPlannedEntry entry = tree.Find(link);
     if (entry.kind != KEntryKind::Link) {
         return "no rule makes the link " + link + ", by which the product counts as installed";

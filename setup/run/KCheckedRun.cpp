@@ -6,7 +6,7 @@
 #include <setup/check/KCheck.h>
 #include <setup/output/Words.h>
 #include <setup/plan/AddedLines.h>
-#include <setup/plan/WhyNoRule.h>
+#include <setup/plan/LoadProblems.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/preflight/RunningPrograms.h>
 #include <setup/preflight/TrustedPlaces.h>
@@ -89,7 +89,8 @@ void KCheckedRun::RequireScript() const {
     if (planned.Installs()) {
         RefuseErrors(planned); // first, because it tells the most
     }
-    if (const std::string why = WhyNotLoaded(context.kit.GetScript().c_str(), planned.GetPlan());
+    if (const std::string why =
+            DescribeLoadProblems(context.kit.GetScript().c_str(), planned.GetPlan());
         !why.empty()) {
         throw KSetupFailure(
             ExitCode::malformedScript, "the script cannot be loaded. Nothing was changed.\n" + why

@@ -1,55 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <ins/Names.h>
 #include <setup/script/KMacroContext.h>
 #include <sup++/KUtil.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
-#include <array>
 
 namespace KSETUP {
-
-namespace {
-
-constexpr char defaultProductPath[] = "/usr/local/korvane/dps"; // the engine's own
-
-/// All names that the engine can know; docs/script.md explains them.
-constexpr std::array names = std::to_array<const char*>({
-    "arch",
-    "binext",
-    "buildNumber",
-    "iniFile",
-    "os",
-    "pathLog",
-    "pathSource",
-    "pathSourceBinX86",
-    "pathSourceBinX86_64",
-    "pathSourceWinX86",
-    "pathSourceWinX86_64",
-    "pathTarget",
-    "pathTargetBin",
-    "pathTargetBinX86",
-    "pathTargetBinX86_64",
-    "pathTargetConfig",
-    "pathTargetDatabase",
-    "pathTargetLin",
-    "pathTargetLinX86",
-    "pathTargetLinX86_64",
-    "pathTargetLog",
-    "pathTargetMac",
-    "pathTargetMacX86",
-    "pathTargetMacX86_64",
-    "pathTargetResource",
-    "pathTargetTemp",
-    "pathTargetWin",
-    "pathTargetWinX86",
-    "pathTargetWinX86_64",
-    "product",
-    "serviceName",
-    "targetVerInfo",
-    "verInfo",
-});
-
-} // namespace
 
 KMacroContext::KMacroContext() : paths(&installer) {
     if (installer.IsProductInstalled()) {
@@ -59,7 +16,7 @@ KMacroContext::KMacroContext() : paths(&installer) {
         installer.GetInstalledProductInformation(path, version, buildNumber);
         const KSUP::KString text = version + "-" + KSUP::KUtil::NumberToString(buildNumber, false);
         // A failure leaves the macro unknown, as it does for a run.
-        static_cast<void>(SvcSetCustomKey(0, 0, "targetVerInfo", text.c_str()));
+        static_cast<void>(SvcSetCustomKey(0, 0, KINS::Names::installedVersionMacro, text.c_str()));
     }
 }
 
@@ -76,24 +33,32 @@ MacroExpander KMacroContext::GetExpander() const {
 }
 
 std::string KMacroContext::ProposePath(const KScript& script) const {
-    return installer.IsProductInstalled()
-               ? installer.GetInstalledProductPath().c_str()
-               : Expand(script.GetValue("install", "defaultPath.$os$", defaultProductPath));
+    return installer.IsProductInstalled() ? installer.GetInstalledProductPath().c_str()
+                                          : Expand(script.GetValue(
+                                                KINS::Names::installSection,
+                                                KINS::Names::defaultPathKey,
+                                                KINS::Names::defaultProductPath
+                                            ));
 }
 
 bool KMacroContext::IsKnown(const std::string& name) const {
     const std::string text = "$" + name + "$";
+    const std::vector<std::string> names = GetNames();
     return std::find(names.begin(), names.end(), name) != names.end() || Expand(text) != text;
 }
 
 std::vector<std::string> KMacroContext::GetNames() {
-    return {names.begin(), names.end()};
+    std::vector<std::string> names;
+    for (const KSUP::KString& name : KINS::KInstaller::GetMacroNames()) {
+        names.emplace_back(name.c_str());
+    }
+    return names;
 }
 
 std::vector<std::pair<std::string, std::string>> KMacroContext::List() const {
     std::vector<std::pair<std::string, std::string>> known;
-    for (const char* name : names) {
-        const std::string text = std::string("$") + name + "$";
+    for (const std::string& name : GetNames()) {
+        const std::string text = "$" + name + "$";
         if (std::string value = Expand(text); value != text) {
             known.emplace_back(name, std::move(value));
         }

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <ins/KRuleLine.h>
+#include <ins/Names.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/script/KScript.h>
@@ -14,11 +16,21 @@ namespace KSETUP {
 
 namespace {
 
+using KINS::KRuleLine;
+
+std::vector<std::string> TextsOf(const KRuleLine& line) {
+    std::vector<std::string> texts;
+    texts.reserve(line.GetFields().size());
+    for (const KRuleLine::Field& field : line.GetFields()) {
+        texts.emplace_back(field.text.c_str());
+    }
+    return texts;
+}
+
 /// A script of so many rules is one that includes its sections over and over.
 constexpr std::size_t mostRules = 1'000'000;
 
 /// Not a rule: it proposes the product path.
-constexpr std::string_view defaultPathKey = "defaultPath.$os$";
 
 std::vector<std::string_view> SplitLines(std::string_view text) {
     std::vector<std::string_view> lines;
@@ -127,10 +139,11 @@ void KScript::Load(const std::string& section, Unfolding& state) const {
 
 void KScript::LoadOne(const std::string& section, Unfolding& state) const {
     for (const KScriptLine& line : GetLines(section)) {
-        if (line.type == defaultPathKey) {
+        if (line.type == KINS::Names::defaultPathKey) {
             continue;
         }
-        KScriptRule rule{line, FieldsOf(line, state.expand), state.includedBy};
+        KScriptRule rule = RuleOf(line, state.expand);
+        rule.includedBy = state.includedBy;
         if (line.type == "section") {
             const std::string& name = rule.fields.front();
             const auto begin =
@@ -159,26 +172,13 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
     }
 }
 
-/// The fields of a rule, as its class reads the line: some expand the whole line and split what
-/// that gives, the others expand field by field.
+KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand) {
+    const KRuleLine read = KRuleLine::Read(line.type, line.value, expand);
+    return {line, TextsOf(read), {}, read.GetProblemText().c_str()};
+}
+
 std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand) {
-    const KSUP::KString value(line.value);
-    std::vector<std::string> fields;
-    if (line.type == "section") {
-        fields.emplace_back(expand(value).c_str());
-        return fields;
-    }
-    const bool wholeLine = line.type == "directory" || line.type == "profile";
-    const std::vector<KSUP::KString> parts =
-        (wholeLine ? expand(value) : value).SectionVector(',', true);
-    for (std::size_t index = 0; index < parts.size(); ++index) {
-        // What says what to do is taken as it stands; a profile's path and a directory's were
-        // expanded with the line, and are not expanded again.
-        const bool asItStands =
-            index == 0 || line.type == "directory" || (line.type == "profile" && index == 1);
-        fields.emplace_back((asItStands ? parts[index] : expand(parts[index])).c_str());
-    }
-    return fields;
+    return TextsOf(KRuleLine::Read(line.type, line.value, expand));
 }
 
 unsigned ColumnOfField(std::string_view lineText, std::size_t field) noexcept {

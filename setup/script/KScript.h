@@ -27,6 +27,8 @@ struct KScriptRule {
     std::vector<std::string> fields;
     /// The numbers of the "section" lines by which it was included, the outermost first.
     std::vector<unsigned> includedBy;
+    /// Why the engine would refuse to load the line, in its words; empty for one that it takes.
+    std::string problem;
 };
 
 /// A section that includes itself, which would load without end.
@@ -99,6 +101,9 @@ class KScript {
     std::vector<std::string_view> lines; // into bytes
     std::vector<Header> headers;
 };
+
+/// A line as the engine reads it, included by nobody.
+KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand);
 
 /// The fields of a line as its rule gets to see them: empty ones are gone, macros expanded.
 std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand);

@@ -32,7 +32,7 @@ bool IsMissing(unsigned errorNumber) noexcept {
     return errorNumber == ENOENT || errorNumber == ENOTDIR;
 }
 
-KSetupFailure CannotLookAt(const std::string& path, int errorNumber) {
+KSetupFailure CannotLookAt(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
         ExitCode::cannotWrite,
         "cannot read",
@@ -51,7 +51,7 @@ KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& know
         std::optional<KManifestEntry> entry = LookAtEntry(path, &whyMissing);
         if (!entry) {
             if (whyMissing != 0 && !IsMissing(whyMissing)) {
-                throw CannotLookAt(path, static_cast<int>(whyMissing));
+                throw CannotLookAt(path, whyMissing);
             }
             continue;
         }

@@ -9,9 +9,6 @@ namespace KSETUP {
 /// State, manifest and backup of each product, in a directory by its service's name.
 inline constexpr const char* stateBaseDirectory = "/var/lib/ins++";
 
-/// The directory of setup logs, by its number in the path map.
-inline constexpr unsigned logDirectory = 19;
-
 /// The directories that an install writes to whatever its rules do: the log's and the state's.
 std::vector<std::string> WrittenByEachInstall();
 
