@@ -51,7 +51,7 @@ class INS_EXPORT KInstallRuleBase : public KSUP::KBase {
     /// Reads the fields of the line; empty ones have vanished (KString::SectionVector). Nothing
     /// here.
     ///
-    /// Throws   KSUP::KError for a line that cannot be
+    /// Throws   KSUP::KError for an invalid line
     virtual void ParseRule(const std::vector<KSUP::KString>& fields);
 
     /// The manager's ExpandMacros.

@@ -57,7 +57,7 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     /// Appends the rules of a section of the install script, then those of the section of that name
     /// for the running architecture ("install", "install.x86_64"). A missing section is empty.
     ///
-    /// Throws   KSUP::KError of the first line that cannot be; rules before it stay
+    /// Throws   KSUP::KError of the first invalid line; rules before it stay
     virtual void LoadSection(const KSUP::KString& section);
 
     /// Appends a profile rule for every "addProfileLine" option of the saved command line.

@@ -6,9 +6,9 @@
 #include <setup/kit/KSetupKit.h>
 #include <setup/kit/RunKit.h>
 #include <setup/output/EarlyRefusal.h>
+#include <setup/output/KReporter.h>
 #include <setup/output/KRunReport.h>
 #include <setup/output/KSetupArguments.h>
-#include <setup/output/KSetupVoice.h>
 #include <setup/plan/RunPlan.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/process/PrepareProcess.h>
@@ -42,13 +42,13 @@ void Refuse(KRunReport& report, int exitCode, const std::string& why) {
 int Tell(
     const KSetupArguments& arguments,
     const char* command,
-    const std::function<void(KSETUP::KSetupVoice&, KRunReport&)>& work
+    const std::function<void(KSETUP::KReporter&, KRunReport&)>& work
 ) {
-    KSETUP::KSetupVoice voice(arguments);
+    KSETUP::KReporter reporter(arguments);
     KRunReport report;
     report.command = command;
     try {
-        work(voice, report);
+        work(reporter, report);
     } catch (const KSETUP::KSetupFailure& failure) {
         Refuse(report, failure.GetExitCode(), failure.what());
     } catch (const KSUP::KError& error) {
@@ -56,7 +56,7 @@ int Tell(
     } catch (const std::exception& error) {
         Refuse(report, KSETUP::ExitCode::internal, error.what());
     }
-    voice.Finish(report);
+    reporter.Finish(report);
     return report.exitCode;
 }
 
@@ -67,13 +67,13 @@ int RunOnMachine(
     const char* command,
     void (*run)(const KSETUP::KRunContext& context)
 ) {
-    return Tell(arguments, command, [&](KSETUP::KSetupVoice& voice, KRunReport& report) {
+    return Tell(arguments, command, [&](KSETUP::KReporter& reporter, KRunReport& report) {
         KSETUP::RequireRoot(); // said before anything is wrong with the kit
         const KSETUP::KSetupKit kit(arguments.kit);
         report.product = KSETUP::KSetupKit::GetProductName().c_str();
-        KSETUP::KSetupSignals signals;
+        KSYS::KStopSignals signals;
         try {
-            run({kit, arguments, voice, signals, report});
+            run({kit, arguments, reporter, signals, report});
         } catch (const KSETUP::KSetupStop& stop) {
             const int signal = signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT;
             Refuse(report, KSETUP::ExitCode::signalBase + signal, stop.what());
@@ -90,7 +90,7 @@ int Run(const KSetupArguments& arguments) {
     case Command::Restore:
         return RunOnMachine(arguments, "restore", &KSETUP::Restore);
     case Command::Status:
-        return Tell(arguments, "status", [&](KSETUP::KSetupVoice&, KRunReport& report) {
+        return Tell(arguments, "status", [&](KSETUP::KReporter&, KRunReport& report) {
             const KSETUP::KSetupKit kit(arguments.kit); // for the product that is asked about
             KSETUP::FillStatus(arguments, report);
         });
@@ -134,7 +134,7 @@ int TellLostAnswer(Command command, int exitCode) {
     return KSETUP::ExitCode::cannotWrite;
 }
 
-/// Without a voice, which takes arguments that are understood.
+/// Without a reporter, which takes arguments that are understood.
 int RefuseEarly(int argc, char** argv, int exitCode, const std::string& why) {
     std::cerr << "ins-setup: " << why << std::endl;
     KSETUP::TellEarlyRefusal(argc, argv, exitCode, why);

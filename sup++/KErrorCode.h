@@ -7,7 +7,7 @@
 namespace KSUP::ErrorCode {
 
 inline constexpr unsigned relativeLink = 16;      ///< a link's target is not absolute
-inline constexpr unsigned invalidArgument = 36;   ///< a call's argument cannot be
+inline constexpr unsigned invalidArgument = 36;   ///< an argument of a call is invalid
 inline constexpr unsigned notFound = 64;          ///< no such value, or a link that cannot be read
 inline constexpr unsigned cancelled = 66;         ///< the run was stopped on request
 inline constexpr unsigned notSuperuser = 99;      ///< the caller is not root
@@ -19,7 +19,7 @@ inline constexpr unsigned serviceFailed = 182;    ///< systemd or the service it
 inline constexpr unsigned serviceTimedOut = 183;  ///< start or stop took longer than allowed
 inline constexpr unsigned noServiceManager = 184; ///< systemd does not run here
 inline constexpr unsigned serviceManagerLost = 185; ///< systemd cannot be reached by the system bus
-inline constexpr unsigned malformedRule = 7000;     ///< a rule line that cannot be
+inline constexpr unsigned malformedRule = 7000;     ///< an invalid rule line
 
 } // namespace KSUP::ErrorCode
 

@@ -61,7 +61,7 @@ inline const char* SvcGetProductText(std::uint32_t pointer) noexcept {
 
 /// Sets a key of the program's own, a macro from now on. Both numbers are reserved and must be 0.
 ///
-/// Returns  0, 36 for an argument that cannot be, or ENOMEM
+/// Returns  0, 36 for an invalid argument, or ENOMEM
 /// Thread   any
 [[nodiscard]] SUP_EXPORT unsigned SvcSetCustomKey(
     unsigned reserved, unsigned alsoReserved, const char* name, const char* value
@@ -69,7 +69,7 @@ inline const char* SvcGetProductText(std::uint32_t pointer) noexcept {
 
 /// Copies the value into `buffer` of `size` bytes.
 ///
-/// Returns  0, 64 when the key is not set, 36 for an argument that cannot be or a buffer that is
+/// Returns  0, 64 when the key is not set, 36 for an invalid argument or a buffer that is
 ///          too small (it is then unchanged)
 /// Thread   any
 [[nodiscard]] SUP_EXPORT unsigned SvcGetCustomKey(

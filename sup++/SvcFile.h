@@ -5,7 +5,7 @@
 /// Files and directories by path. Links on the way are followed as KFileBase says. `flags` is
 /// reserved and must be 0.
 ///
-/// All statuses: 0, errno, or 36 for an argument that cannot be.
+/// All statuses: 0, errno, or 36 for an invalid argument.
 
 #include <sup++/Export.h>
 

@@ -29,7 +29,7 @@ SvcSetBuiltInMessages(unsigned catalogue, const SvcBuiltInMessage* messages) noe
 /// Loads a catalogue by its base name; loads are counted, and the first one chooses the language. A
 /// catalogue without files is no failure.
 ///
-/// Returns  0, 36 for an argument that cannot be, or ENOMEM
+/// Returns  0, 36 for an invalid argument, or ENOMEM
 /// Thread   any; the environment and the program's locale must not change meanwhile
 [[nodiscard]] SUP_EXPORT unsigned SvcLoadMessage(unsigned catalogue, const char* baseName) noexcept;
 

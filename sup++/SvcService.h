@@ -8,7 +8,7 @@
 ///
 /// All statuses: 0, errno, or
 ///
-///     36   a name or another argument that cannot be
+///     36   a name or another invalid argument
 ///     180  there is no service of that name
 ///     181  there is a unit file of that name that is not ours
 ///     182  systemd or the service refused: it did not start, does not stop, cannot be loaded
@@ -91,7 +91,7 @@ SvcSetOfflineServices(unsigned flags, unsigned leaveForNextBoot) noexcept;
 /// bytes and tells in `state` what it is to be, 4 running or 1 stopped. Each service comes once, with
 /// what was asked last; one that was deleted does not. `*cursor` begins as 0.
 ///
-/// Returns  0, 64 when there is no further one, or 36 for an argument that cannot be or a buffer that
+/// Returns  0, 64 when there is no further one, or 36 for an invalid argument or a buffer that
 ///          is too small
 [[nodiscard]] SUP_EXPORT unsigned SvcEnumerateLeftServices(
     unsigned flags, unsigned* cursor, unsigned size, char* buffer, unsigned* state

@@ -108,7 +108,7 @@ Findings MissingSources(const KCheckContext& context) {
             : kind == KEntryKind::Nothing ? name + " is not in the kit"
                                           : name + " is no file of the kit",
             kind == KEntryKind::Directory ? "copy its files, with \"*\" for the name"
-                                          : "add the file to the kit, or mend its name"
+                                          : "add the file to the kit, or fix its name"
         ));
     });
     return found;
@@ -172,7 +172,7 @@ Findings CopiesOntoThemselves(const KCheckContext& context) {
             found.push_back(context.AtValue(
                 rule.line,
                 "\"" + InKit(source, context) + "\" is copied onto itself",
-                "mend the directory that it comes from, or the one that it goes to"
+                "fix the directory that it comes from, or the one that it goes to"
             ));
         }
     }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include <setup/check/Allowances.h>
 #include <setup/check/Checks.h>
 #include <setup/check/KCheck.h>
 #include <setup/check/MacroText.h>
+#include <setup/check/Suppressions.h>
 
 #include <algorithm>
 #include <array>
@@ -22,7 +22,7 @@ constexpr KSeverity error = KSeverity::Error;
 constexpr KSeverity warning = KSeverity::Warning;
 
 /// Names in comments that are no warning's. Here, for the table has the names.
-Checks::Findings WrongAllowances(const KCheckContext& context);
+Checks::Findings WrongSuppressions(const KCheckContext& context);
 
 /// docs/check.md has a row for each, with an example.
 constexpr std::array table = std::to_array<Check>({
@@ -68,10 +68,10 @@ constexpr std::array table = std::to_array<Check>({
     {"service-not-installed", warning, Checks::UnknownServices},
     {"service-program", warning, Checks::ServicePrograms},
     {"running-service", warning, Checks::RunningServices},
-    {"wrong-allowance", warning, WrongAllowances},
+    {"wrong-suppression", warning, WrongSuppressions},
 });
 
-Checks::Findings WrongAllowances(const KCheckContext& context) {
+Checks::Findings WrongSuppressions(const KCheckContext& context) {
     std::vector<std::string> warnings;
     std::vector<std::string> errors;
     for (const Check& check : table) {
@@ -81,22 +81,22 @@ Checks::Findings WrongAllowances(const KCheckContext& context) {
         return std::find(names.begin(), names.end(), name) != names.end();
     };
     Checks::Findings found;
-    for (const KAllowance& allowance : ReadAllowances(context.GetScript())) {
-        const std::string& name = allowance.name;
+    for (const KSuppression& suppression : ReadSuppressions(context.GetScript())) {
+        const std::string& name = suppression.name;
         if (has(warnings, name)) {
             continue;
         }
         const bool isError = has(errors, name);
         const std::string meant = FindMeant(name, warnings);
         KFinding finding;
-        finding.line = allowance.line;
-        finding.column = allowance.column;
+        finding.line = suppression.line;
+        finding.column = suppression.column;
         finding.text = name;
         finding.message = name.empty() ? "this comment allows no warning"
                                        : "\"" + name + "\" is " +
                                              (isError ? "an error, which nothing allows"
                                                       : "no warning of the check");
-        finding.advice = isError          ? "mend the line instead"
+        finding.advice = isError          ? "fix the line instead"
                          : !meant.empty() ? "write \"" + meant + "\""
                                           : "write the name that stands behind the warning";
         found.push_back(std::move(finding));
@@ -125,8 +125,8 @@ KCheckResult Run(const KCheckContext& context, KSeverity least) {
         }
     }
     std::vector<KFinding>& all = result.findings;
-    std::erase_if(all, [allowances = ReadAllowances(context.GetScript())](const auto& finding) {
-        return IsAllowed(finding, allowances);
+    std::erase_if(all, [suppressions = ReadSuppressions(context.GetScript())](const auto& finding) {
+        return IsAllowed(finding, suppressions);
     });
     std::stable_sort(all.begin(), all.end(), [](const auto& left, const auto& right) {
         return PlaceOf(left) < PlaceOf(right);

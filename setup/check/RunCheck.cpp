@@ -6,7 +6,7 @@
 #include <setup/check/RunCheck.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/output/KRunReport.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <sup++/KError.h>
 
 #include <filesystem>
@@ -48,7 +48,7 @@ void Print(const KCheckResult& result, const fs::path& directory) {
             ? "nothing is wrong with its script."
             : Counted(result.Count(KSeverity::Error), "error", "errors") + ", " +
                   Counted(result.Count(KSeverity::Warning), "warning", "warnings") + ".";
-    std::cout << "Kit " << Shown(kit) << ": " << end << std::endl;
+    std::cout << "Kit " << Printable(kit) << ": " << end << std::endl;
 }
 
 void PrintJson(const KCheckResult& result, const KSetupKit& kit, int exitCode) {

@@ -3,7 +3,7 @@
 #include <setup/KSetupFailure.h>
 #include <setup/kit/KAddedTree.h>
 #include <setup/kit/KitFiles.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -78,7 +78,7 @@ std::string KAddedTree::GetName() const {
 }
 
 void KAddedTree::Complain(const std::string& relative, const std::string& why) {
-    complaints.push_back(Shown((fs::path(root) / relative).string()) + ": " + why);
+    complaints.push_back(Printable((fs::path(root) / relative).string()) + ": " + why);
 }
 
 void KAddedTree::Scan(const std::string& relative) {

@@ -5,7 +5,7 @@
 #include <setup/kit/KitBundle.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 
 #include <array>
 #include <cerrno>
@@ -128,7 +128,7 @@ void CopyKit(const fs::path& from, const fs::path& to) {
             if (name.find('\n') != std::string::npos) {
                 throw KSetupFailure(
                     ExitCode::noKit,
-                    Shown((from / name).string()) +
+                    Printable((from / name).string()) +
                         ": makeself cannot take a name with a line break. Rename it."
                 );
             }
@@ -146,7 +146,7 @@ void CopyKit(const fs::path& from, const fs::path& to) {
 /// What makeself writes into a shell script between double quotes.
 std::string Label(const std::string& product) {
     std::string label;
-    for (const char letter : Shown(product)) {
+    for (const char letter : Printable(product)) {
         const bool means = letter == '"' || letter == '$' || letter == '`' || letter == '\\';
         label += means ? '_' : letter;
     }

@@ -5,7 +5,7 @@
 #include <setup/files/KFileDigest.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -119,7 +119,7 @@ std::map<std::string, std::string> ReadSeal(const fs::path& seal) {
 }
 
 void Complain(std::vector<std::string>& wrong, const std::string& name, const char* what) {
-    wrong.push_back(Shown(name) + ": " + what);
+    wrong.push_back(Printable(name) + ": " + what);
 }
 
 KKitListing ListSealable(const fs::path& kit) {
@@ -136,7 +136,7 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
     if (!listing.others.empty()) {
         std::string all;
         for (const std::string& name : listing.others) {
-            all += "\n    " + Shown(name);
+            all += "\n    " + Printable(name);
         }
         throw KSetupFailure(
             ExitCode::noKit,

@@ -7,7 +7,7 @@
 #include <setup/kit/KitNew.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/kit/RunKit.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 
 #include <iostream>
 
@@ -17,11 +17,11 @@ namespace {
 
 int New(const std::string& directory) {
     MakeNewKit(directory);
-    std::cout << "A first kit is in " << Shown(directory)
+    std::cout << "A first kit is in " << Printable(directory)
               << ". Read its install.ini, then try it:\n"
                  "    ins-setup check --kit "
-              << Shown(directory) << "\n    ins-setup plan install --kit " << Shown(directory)
-              << "\n";
+              << Printable(directory) << "\n    ins-setup plan install --kit "
+              << Printable(directory) << "\n";
     return ExitCode::done;
 }
 
@@ -30,11 +30,12 @@ int Add(const KSetupArguments& arguments) {
     const KAddedTree tree(arguments.tree);
     const std::vector<std::string> notes =
         AddTree(tree, kit.GetDirectory(), kit.GetScript().c_str());
-    std::cout << Shown(tree.GetRoot()) << " is in the kit as payload/" << Shown(tree.GetName())
-              << ": " << tree.GetFileCount() << " files, " << tree.GetLinkCount() << " links, "
-              << tree.GetDirectories().size() - 1 << " directories below the product path.\n";
+    std::cout << Printable(tree.GetRoot()) << " is in the kit as payload/"
+              << Printable(tree.GetName()) << ": " << tree.GetFileCount() << " files, "
+              << tree.GetLinkCount() << " links, " << tree.GetDirectories().size() - 1
+              << " directories below the product path.\n";
     for (const std::string& note : notes) {
-        std::cout << Shown(note) << "\n";
+        std::cout << Printable(note) << "\n";
     }
     return ExitCode::done;
 }
@@ -42,7 +43,7 @@ int Add(const KSetupArguments& arguments) {
 int Seal(const KSetupArguments& arguments) {
     const KSetupKit kit(arguments.kit);
     const std::size_t count = WriteSeal(kit.GetDirectory());
-    std::cout << "The check sums of " << count << " files are in " << Shown(kit.GetDirectory())
+    std::cout << "The check sums of " << count << " files are in " << Printable(kit.GetDirectory())
               << "/SHA256SUMS. A run refuses the kit when they are not right; seal it again after "
                  "each change.\n";
     return ExitCode::done;
@@ -51,8 +52,8 @@ int Seal(const KSetupArguments& arguments) {
 int Bundle(const KSetupArguments& arguments) {
     const KSetupKit kit(arguments.kit);
     MakeBundle(kit.GetDirectory(), KSetupKit::GetProductName().c_str(), arguments.target);
-    const std::string file = Shown(arguments.target);
-    std::cout << file << " installs " << Shown(KSetupKit::GetProductName().c_str())
+    const std::string file = Printable(arguments.target);
+    std::cout << file << " installs " << Printable(KSetupKit::GetProductName().c_str())
               << " when root runs it; what stands behind its name goes to ins-setup:\n    sh "
               << file << " status\nIt unpacks itself below /tmp. Where that is mounted noexec, "
               << "name another directory:\n    TMPDIR=/var/tmp sh " << file << "\n";

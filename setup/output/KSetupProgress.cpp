@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/KSetupProgress.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 
 #include <cstdlib>
 #include <string_view>
@@ -32,7 +32,8 @@ void Write(std::string_view text) {
 }
 
 std::string Line(unsigned done, unsigned all, const KSUP::KString& status) {
-    return "[" + std::to_string(done) + "/" + std::to_string(all) + "] " + Shown(status.c_str());
+    return "[" + std::to_string(done) + "/" + std::to_string(all) + "] " +
+           Printable(status.c_str());
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 #include <ins/Names.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/plan/AddedLines.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/SvcCommandLine.h>
@@ -46,7 +46,7 @@ void RequireAddedLines(const MacroExpander& expand) {
         if (FieldsOf(line, expand).size() != ruleFields) {
             throw KSetupFailure(
                 ExitCode::usage,
-                std::string("--") + option + " " + Shown(value) +
+                std::string("--") + option + " " + Printable(value) +
                     ": a line is SECTION,KEY,VALUE, none of them empty or with a comma in it. "
                     "Nothing was changed."
             );

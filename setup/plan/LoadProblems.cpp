@@ -1,23 +1,23 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/plan/LoadProblems.h>
 
 namespace KSETUP {
 
 std::string DescribeLoadProblems(const std::string& scriptPath, const KPlan& plan) {
     const auto place = [&](const KScriptLine& line) {
-        return Shown(scriptPath) + ":" + std::to_string(line.number) + ": ";
+        return Printable(scriptPath) + ":" + std::to_string(line.number) + ": ";
     };
     if (!plan.GetCycles().empty()) {
         const KScriptCycle& cycle = plan.GetCycles().front();
         return place(cycle.line) +
                "a section includes itself, and a run would load it without end: " +
-               Shown(ToWords(cycle)) + ". Take one of these \"section\" lines out.";
+               Printable(ToWords(cycle)) + ". Take one of these \"section\" lines out.";
     }
     std::string all;
     for (const KPlannedRule& planned : plan.GetRules()) {
         if (const std::string& why = planned.rule.problem; !why.empty()) {
-            all += (all.empty() ? "" : "\n") + place(planned.rule.line) + Shown(why);
+            all += (all.empty() ? "" : "\n") + place(planned.rule.line) + Printable(why);
         }
     }
     return all;

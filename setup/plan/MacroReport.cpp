@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/JsonText.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/plan/MacroReport.h>
 
 #include <algorithm>
@@ -18,7 +18,7 @@ std::string MacrosToText(const KMacroList& macros) {
     for (const auto& [name, value] : macros) {
         text += "$" + name + "$";
         if (!value.empty()) { // no blanks at a line's end
-            text += std::string(width - name.size() + 2, ' ') + Shown(value);
+            text += std::string(width - name.size() + 2, ' ') + Printable(value);
         }
         text += "\n";
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/plan/PlanReport.h>
 
 #include <filesystem>
@@ -11,8 +11,8 @@ namespace {
 using Kind = KPlannedAction::Kind;
 
 std::string ActionText(const KPlannedAction& action) {
-    const std::string path = Shown(action.path);
-    const std::string source = Shown(action.source);
+    const std::string path = Printable(action.path);
+    const std::string source = Printable(action.source);
     switch (action.kind) {
     case Kind::CopyFile:
         return (action.replaces ? "overwrite file " : "create file ") + path + " (" +
@@ -42,15 +42,15 @@ std::string ActionText(const KPlannedAction& action) {
 
 void AppendRule(std::string& text, const std::string& script, const KPlannedRule& planned) {
     const KScriptLine& line = planned.rule.line;
-    text += script + ":" + std::to_string(line.number) + ": " + Shown(line.type) + "=" +
-            Shown(line.value) + "\n";
+    text += script + ":" + std::to_string(line.number) + ": " + Printable(line.type) + "=" +
+            Printable(line.value) + "\n";
     if (planned.actions.empty()) {
         text += "    nothing\n";
     }
     for (const KPlannedAction& action : planned.actions) {
         text += "    " + ActionText(action) + "\n";
         if (!action.obstacle.empty()) {
-            text += "    the run would end here: " + Shown(action.obstacle) + "\n";
+            text += "    the run would end here: " + Printable(action.obstacle) + "\n";
         }
     }
 }
@@ -65,7 +65,7 @@ void AppendTotals(std::string& text, const KPlanTotals& totals) {
 }
 
 void AppendSpace(std::string& text, const KPlan::Space& space) {
-    text += "File system of " + Shown(space.directory) + ": " + BytesInWords(space.needed) +
+    text += "File system of " + Printable(space.directory) + ": " + BytesInWords(space.needed) +
             " needed and " + BytesInWords(KPlan::Space::spareBytes) + " to spare, " +
             BytesInWords(space.available) + " free; " +
             Counted(space.filesNeeded, "file", "files") + " needed and " +
@@ -122,12 +122,12 @@ KPlanTotals CountTotals(const KPlan& plan) {
 
 std::string ToText(const KPlanReport& report) {
     const KPlanTotals totals = CountTotals(*report.plan);
-    std::string text = (report.installs ? "Installing " : "Removing ") + Shown(report.product) +
-                       " " + Shown(report.version) + " (build " +
+    std::string text = (report.installs ? "Installing " : "Removing ") + Printable(report.product) +
+                       " " + Printable(report.version) + " (build " +
                        std::to_string(report.buildNumber) + ")" +
-                       (report.installs ? " in " : " from ") + Shown(report.path) +
+                       (report.installs ? " in " : " from ") + Printable(report.path) +
                        " would do this. Nothing is done now.\n\n";
-    const std::string script = Shown(std::filesystem::path(report.script).filename().string());
+    const std::string script = Printable(std::filesystem::path(report.script).filename().string());
     for (const KPlannedRule& planned : report.plan->GetRules()) {
         if (planned.rule.line.type != "section") {
             AppendRule(text, script, planned);
@@ -139,11 +139,11 @@ std::string ToText(const KPlanReport& report) {
         AppendSpace(text, space);
     }
     if (!report.refusal.empty()) {
-        text += "The run would be refused: " + Shown(report.refusal) + ".\n";
+        text += "The run would be refused: " + Printable(report.refusal) + ".\n";
     }
     if (!report.recordObstacle.empty()) {
-        text +=
-            "The run would end when it writes the record: " + Shown(report.recordObstacle) + ".\n";
+        text += "The run would end when it writes the record: " + Printable(report.recordObstacle) +
+                ".\n";
     }
     if (totals.obstacles != 0) {
         text += "The run would end at the first of " +

@@ -158,7 +158,7 @@ std::string ChooseProductPath(
                 (!given.empty() ? ". Give a directory of the product's own."
                  : installed    ? ". The record of the installed product is wrong; look at "
                                   "/etc/SERVICE/SERVICE."
-                                : ". Give a directory of the product's own, or mend "
+                                : ". Give a directory of the product's own, or fix "
                                   "\"defaultPath.$os$\" in the script.")
         );
     }

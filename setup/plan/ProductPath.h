@@ -17,7 +17,7 @@ std::string WhyNotAProductPath(const std::string& path);
 /// Where a run is to work: `given`, or else where the product is installed, or else where the script
 /// proposes.
 ///
-/// Throws   KSetupFailure for a path that cannot be, and for one beside the installed product's
+/// Throws   KSetupFailure for an invalid path, and for one beside the installed product's
 std::string ChooseProductPath(
     const KINS::KInstaller& installer,
     const KMacroContext& macros,

@@ -8,7 +8,7 @@ namespace KSETUP {
 /// `ins-setup plan install` and `plan remove`: prints what a run would do. Needs no root and writes
 /// nothing. Returns the exit code.
 ///
-/// Throws   KSetupFailure without a kit, or for a product path that cannot be
+/// Throws   KSetupFailure without a kit, or for an invalid product path
 int RunPlan(const KSetupArguments& arguments);
 
 /// `ins-setup macros`: prints every macro with its value. Returns the exit code.

@@ -2,7 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/files/PathText.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/preflight/VersionOrder.h>
 

@@ -4,7 +4,7 @@
 #include <setup/KSetupStop.h>
 #include <setup/check/FindingText.h>
 #include <setup/check/KCheck.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/plan/AddedLines.h>
 #include <setup/plan/LoadProblems.h>
 #include <setup/preflight/Preflight.h>
@@ -56,7 +56,7 @@ void RefuseErrors(const KPlannedRun& planned) {
 }
 
 /// A signal until now changes nothing.
-void RefuseStopped(KSetupSignals& signals) {
+void RefuseStopped(KSYS::KStopSignals& signals) {
     signals.Take();
     if (signals.GetFirst() != 0) {
         throw KSetupStop("Stopped on request. Nothing was changed.");
@@ -112,7 +112,7 @@ void KCheckedRun::LookAround() const {
     const char* fate = planned.Installs() ? "replaced: " : "deleted: ";
     context.report.running = FindRunningPrograms(plan);
     for (const std::string& program : context.report.running) {
-        context.voice.Say(std::string("Running, and about to be ") + fate + Shown(program));
+        context.reporter.Say(std::string("Running, and about to be ") + fate + Printable(program));
     }
 }
 
@@ -129,13 +129,13 @@ void KCheckedRun::FindLogs() {
 /// Only where somebody sits: a run that nobody watches is never held up.
 void KCheckedRun::AskBeforeRemoval() const {
     const KRunContext& context = GetContext();
-    if (context.arguments.yes || !context.voice.IsText() || !KSYS::IsTerminal(STDIN_FILENO) ||
+    if (context.arguments.yes || !context.reporter.IsText() || !KSYS::IsTerminal(STDIN_FILENO) ||
         !KSYS::IsTerminal(STDOUT_FILENO)) {
         return;
     }
     const KRunReport& report = context.report;
-    std::cout << "Remove " << Shown(report.product) << " " << Shown(report.version) << " from "
-              << Shown(report.productPath) << "? [y/N] " << std::flush;
+    std::cout << "Remove " << Printable(report.product) << " " << Printable(report.version)
+              << " from " << Printable(report.productPath) << "? [y/N] " << std::flush;
     const std::optional<std::string> answer = context.signals.ReadLine(STDIN_FILENO);
     if (!answer) {
         std::cout << std::endl; // the end of the line that nobody wrote

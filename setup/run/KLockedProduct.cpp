@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/run/KLockedProduct.h>
 
 namespace KSETUP {
@@ -31,12 +31,12 @@ KLockedProduct::KLockedProduct(const KRunContext& given)
           given.arguments.waitSeconds,
           given.ShallStop(),
           lockDirectory,
-          [&voice = given.voice](const std::string& words) { voice.Say(Shown(words)); }
+          [&reporter = given.reporter](const std::string& words) { reporter.Say(Printable(words)); }
       ),
       record(LoadRecord(installer)),
       interrupted(KRunState::Read(service)) {
     if (interrupted) {
-        context.voice.Say(Shown(interrupted->ToWords()));
+        context.reporter.Say(Printable(interrupted->ToWords()));
     }
 }
 

@@ -3,13 +3,13 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/KSetupLogTail.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/plan/AddedLines.h>
 #include <setup/preflight/StaleTemporaries.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KRun.h>
 #include <setup/run/PlannedPaths.h>
-#include <setup/run/RunWords.h>
+#include <setup/run/RunFailure.h>
 #include <setup/state/KBackup.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
@@ -63,7 +63,7 @@ KRun::KRun(KCheckedRun&& checkedRun)
         }
         watch->Take(event);
     });
-    context.voice.Start(report);
+    context.reporter.Start(report);
     Remember();
     StartRules();
 }
@@ -78,7 +78,7 @@ void KRun::BackUp() const {
     paths.push_back(product.GetMacros().Expand(KINS::Names::recordFile));
     paths.push_back(std::filesystem::path(stateBaseDirectory) / product.GetService() / "manifest");
     KBackup(product.GetService()).Save(paths, context.ShallStop());
-    context.voice.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
+    context.reporter.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
 }
 
 void KRun::OpenLogs() {
@@ -86,7 +86,7 @@ void KRun::OpenLogs() {
     try {
         installer.Initialize(context.kit.GetScript());
     } catch (const KSUP::KError& error) {
-        throw KSetupFailure(ExitCode::noKit, InWords(error));
+        throw KSetupFailure(ExitCode::noKit, DescribeError(error));
     }
     commandOutput.Begin(checked.GetCommandLog());
 }
@@ -128,7 +128,7 @@ void KRun::StartRules() {
         state->End(); // nothing was begun
         throw KSetupFailure(
             isMalformed ? ExitCode::malformedScript : ExitCode::internal,
-            std::string(context.kit.GetScript().c_str()) + ": " + Shown(InWords(error)) +
+            std::string(context.kit.GetScript().c_str()) + ": " + Printable(DescribeError(error)) +
                 " No rule was run."
         );
     }

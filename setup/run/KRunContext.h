@@ -2,12 +2,13 @@
 #pragma once
 
 #include <setup/kit/KSetupKit.h>
+#include <setup/output/KReporter.h>
 #include <setup/output/KRunReport.h>
 #include <setup/output/KSetupArguments.h>
-#include <setup/output/KSetupSignals.h>
-#include <setup/output/KSetupVoice.h>
 
 #include <functional>
+
+#include <sys/processes/KStopSignals.h>
 
 namespace KSETUP {
 
@@ -15,8 +16,8 @@ namespace KSETUP {
 struct KRunContext {
     const KSetupKit& kit;
     const KSetupArguments& arguments;
-    KSetupVoice& voice;
-    KSetupSignals& signals;
+    KReporter& reporter;
+    KSYS::KStopSignals& signals;
     KRunReport& report; ///< gets what the steps find out, also when one of them throws
 
     /// For work that can be stopped: whether a signal came.

@@ -5,7 +5,7 @@
 #include <setup/KSetupFailure.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KRun.h>
-#include <setup/run/RunWords.h>
+#include <setup/run/RunFailure.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KFileBase.h>
@@ -176,7 +176,7 @@ void KRun::FillError(const KSUP::KError& error) {
     report.result = KRunResult::Failed;
     report.exitCode = ExitCodeOf(error);
     report.errorCode = error.GetCode();
-    report.error = InWords(error);
+    report.error = DescribeError(error);
     FillLogEnd();
     if (const KWatchedRule* rule = watch->GetRule(report.rulesDone)) {
         report.place = rule->place;
@@ -185,9 +185,7 @@ void KRun::FillError(const KSUP::KError& error) {
         report.notes.emplace_back("All rules were done; writing the record of the product failed.");
     }
     const std::string stays = DescribeWhatStays();
-    report.notes.push_back(
-        stays + (stays.empty() ? "" : ". ") + "Mend the cause and run it again."
-    );
+    report.notes.push_back(stays + (stays.empty() ? "" : ". ") + "Fix the cause and run it again.");
 }
 
 void KRun::FillStopped() {
@@ -225,7 +223,7 @@ std::string KRun::DescribeWhatStays() const {
 }
 
 void KRun::FillNotes() {
-    if (std::string left = LeftServices(); !left.empty()) {
+    if (std::string left = DescribeLeftServices(); !left.empty()) {
         report.notes.push_back(std::move(left));
     }
     report.commandOutput = commandOutput.FindWritten();

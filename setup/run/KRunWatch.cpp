@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/run/KRunWatch.h>
 #include <sup++/Svc.h>
 
@@ -88,21 +88,21 @@ void KRunWatch::Tell(const Event& event) {
         TellStarted(event.rule, rules[event.rule].text);
         toldDone = event.rule + 1;
         part = 0;
-        context.voice.RuleDone(toldDone);
+        context.reporter.RuleDone(toldDone);
         break;
     }
 }
 
 void KRunWatch::TellStarted(unsigned rule, const std::string& words) {
     if (rule == toldStarted) {
-        context.voice.RuleStarted(++toldStarted, rules[rule].place, words);
+        context.reporter.RuleStarted(++toldStarted, rules[rule].place, words);
     }
 }
 
 void KRunWatch::TellStatus(bool isLast) {
     // What is called off reports that it is done, and nothing follows.
     if (!installer.IsCancelled()) {
-        context.voice.Status(toldDone, KSUP::KString(status), part, isLast);
+        context.reporter.Status(toldDone, KSUP::KString(status), part, isLast);
     }
 }
 
@@ -117,10 +117,10 @@ std::string KRunWatch::GetCopied(unsigned rule) const {
 
 void KRunWatch::AnswerSignal() {
     // Said before anything is asked: the run may hold the answer up.
-    context.voice.Warn(installer.IsCancelled() ? "Still stopping." : "Stopping.");
+    context.reporter.Warn(installer.IsCancelled() ? "Still stopping." : "Stopping.");
     installer.Stop();
     if (const KSUP::KString waiting = installer.GetStatus(); !waiting.IsEmpty()) {
-        context.voice.Warn("Waiting for: " + Shown(waiting.c_str()));
+        context.reporter.Warn("Waiting for: " + Printable(waiting.c_str()));
     }
 }
 

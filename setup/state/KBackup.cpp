@@ -28,7 +28,7 @@ KSetupFailure CannotKeep(const std::string& path, unsigned errorNumber) {
         "cannot keep a copy of",
         path,
         errorNumber,
-        "Nothing was changed. Mend the cause, or install without --backup."
+        "Nothing was changed. Fix the cause, or install without --backup."
     );
 }
 

@@ -15,7 +15,7 @@ namespace KSETUP {
 
 namespace {
 
-constexpr const char* roomAdvice = "Make room or mend the cause, and run it again.";
+constexpr const char* roomAdvice = "Make room or fix the cause, and run it again.";
 
 KSetupFailure NotOurs(const std::string& path) {
     return {
@@ -75,7 +75,7 @@ KPrivateDirectory::OpenIn(int at, const std::string& name, const std::string& pa
             ExitCode::malformedScript,
             "\"" + name +
                 "\" cannot be the name of a service: it has to be a plain file name. "
-                "Mend \"serviceName\" in product.ini."
+                "Fix \"serviceName\" in product.ini."
         );
     }
     const KSYS::Entry entry(at, name.c_str());

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupStop.h>
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/KRunLock.h>
 
@@ -35,7 +35,7 @@ std::string LockPath(const std::string& serviceName, const std::string& director
             ExitCode::malformedScript,
             "\"" + serviceName +
                 "\" cannot be the name of a service: it has to be a plain file "
-                "name. Mend \"serviceName\" in product.ini."
+                "name. Fix \"serviceName\" in product.ini."
         );
     }
     return directory + "/ins++-" + serviceName + ".lock";
@@ -115,7 +115,7 @@ std::string OwnCommandLine() {
     for (const std::string& word : KSYS::ProgramArguments()) {
         text += (text.empty() ? "" : " ") + word;
     }
-    return Shown(text.substr(0, commandBytes));
+    return Printable(text.substr(0, commandBytes));
 }
 
 KLockHolder ReadHolder(int file) {
@@ -130,7 +130,7 @@ KLockHolder ReadHolder(int file) {
         return {}; // not written yet
     }
     const std::string command = text.substr(end + 1, text.find('\n', end + 1) - end - 1);
-    holder.command = Shown(command);
+    holder.command = Printable(command);
     return holder;
 }
 

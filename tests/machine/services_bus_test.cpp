@@ -230,7 +230,7 @@ TEST_F(ServicesTest, WhatWasMadeOfflineRunsWhenSystemdDoes) {
     EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
 }
 
-std::vector<std::string> LeftServices() {
+std::vector<std::string> DescribeLeftServices() {
     std::vector<std::string> left;
     std::array<char, 256> name{};
     unsigned state = 0;
@@ -247,17 +247,17 @@ TEST_F(ServicesTest, OfflineStartsAndStopsCanBeLeftForTheNextBoot) {
     EXPECT_EQ(180U, SvcStartService(0, service)) << "what is not there cannot be left";
     ASSERT_EQ(0U, Create("/bin/true"));
     EXPECT_EQ(0U, SvcStopService(0, service));
-    EXPECT_THAT(LeftServices(), ElementsAre("inspp-test 1"));
+    EXPECT_THAT(DescribeLeftServices(), ElementsAre("inspp-test 1"));
     EXPECT_EQ(0U, SvcStartService(0, service));
-    EXPECT_THAT(LeftServices(), ElementsAre("inspp-test 4"));
+    EXPECT_THAT(DescribeLeftServices(), ElementsAre("inspp-test 4"));
     EXPECT_EQ(0U, SvcStopServiceEx(0, service, 30000));
-    EXPECT_THAT(LeftServices(), ElementsAre("inspp-test 1"));
+    EXPECT_THAT(DescribeLeftServices(), ElementsAre("inspp-test 1"));
     char small[10] = "";
     unsigned cursor = 0;
     unsigned state = 0;
     EXPECT_EQ(36U, SvcEnumerateLeftServices(0, &cursor, sizeof(small), small, &state));
     EXPECT_EQ(0U, SvcDeleteService(0, service));
-    EXPECT_THAT(LeftServices(), IsEmpty());
+    EXPECT_THAT(DescribeLeftServices(), IsEmpty());
 }
 
 TEST_F(ServicesTest, WhereSystemdRunsNothingIsLeft) {
@@ -265,7 +265,7 @@ TEST_F(ServicesTest, WhereSystemdRunsNothingIsLeft) {
     ASSERT_EQ(0U, SvcSetOfflineServices(0, 1));
     EXPECT_EQ(0U, SvcStartService(0, service));
     EXPECT_EQ("active running", StateOfService());
-    EXPECT_THAT(LeftServices(), IsEmpty());
+    EXPECT_THAT(DescribeLeftServices(), IsEmpty());
 }
 
 // The links that are laid offline are those that systemd's own program lays.

@@ -15,7 +15,7 @@ TEST_F(CopyChecksTest, ASourceIsNotInTheKit) {
     EXPECT_EQ(
         TheFinding("missing-source"),
         "install.ini:2:11 error [readme.txt] \"doc/readme.txt\" is not in the kit; add the file to "
-        "the kit, or mend its name"
+        "the kit, or fix its name"
     );
 }
 
@@ -145,7 +145,7 @@ TEST_F(CopyChecksTest, AFileIsCopiedOntoItself) {
     EXPECT_EQ(
         TheFinding("copy-onto-itself"),
         "install.ini:2:6 error [copy,svc,$pathSourceBinX86_64$,$pathSource$lin/x86_64] "
-        "\"lin/x86_64/svc\" is copied onto itself; mend the directory that it comes from, or the "
+        "\"lin/x86_64/svc\" is copied onto itself; fix the directory that it comes from, or the "
         "one "
         "that it goes to"
     );

@@ -63,10 +63,10 @@ class KRunWatchTest : public ::testing::Test {
 
 TEST_F(KRunWatchTest, NoStatusIsToldBeforeItsRuleBegan) {
     const KSetupKit kit(tree.Path("kit"));
-    KSetupVoice voice(arguments);
-    KSetupSignals signals;
+    KReporter reporter(arguments);
+    KSYS::KStopSignals signals;
     KRunReport report;
-    const KRunContext context{kit, arguments, voice, signals, report};
+    const KRunContext context{kit, arguments, reporter, signals, report};
     KINS::KInstaller installer; // not started: it counts as ended
     KRunWatch watch(installer, context, {{"a:1", "file=1"}, {"a:2", "file=2"}, {"a:3", "file=3"}});
     Push(watch, KRunEvent::Kind::RuleStarted, 0, "first");

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 #include <sup++/Txt.h>
 
 #include <array>
@@ -7,7 +7,7 @@
 
 namespace KSETUP {
 
-std::string Shown(const std::string& text) {
+std::string Printable(const std::string& text) {
     std::string shown;
     for (const char* at = text.c_str(); *at != '\0'; at = Txtnext(at)) {
         const std::size_t size = Txtchrsize(at);

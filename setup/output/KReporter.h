@@ -17,10 +17,10 @@ namespace KSETUP {
 /// event. What went wrong is said on standard error in every way.
 ///
 /// Thread   the main thread's
-class KSetupVoice {
+class KReporter {
   public:
     /// Throws   KSetupFailure for a progress descriptor that is not open
-    explicit KSetupVoice(const KSetupArguments& arguments);
+    explicit KReporter(const KSetupArguments& arguments);
 
     /// Whether people read standard output.
     bool IsText() const noexcept { return text; }

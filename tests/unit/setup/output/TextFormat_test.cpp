@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/Words.h>
+#include <setup/output/TextFormat.h>
 
 #include <gtest/gtest.h>
 
@@ -7,26 +7,26 @@ namespace {
 
 using KSETUP::BytesInWords;
 using KSETUP::Counted;
-using KSETUP::Shown;
+using KSETUP::Printable;
 
 TEST(ShownTest, PrintableTextStaysAsItIs) {
-    EXPECT_EQ(Shown("Copying file Größe.txt (43%)"), "Copying file Größe.txt (43%)");
+    EXPECT_EQ(Printable("Copying file Größe.txt (43%)"), "Copying file Größe.txt (43%)");
 }
 
 TEST(ShownTest, ControlCharactersAreNotShown) {
-    EXPECT_EQ(Shown("a\nb\x1b[2Jc\x7f"), "a?b?[2Jc?");
+    EXPECT_EQ(Printable("a\nb\x1b[2Jc\x7f"), "a?b?[2Jc?");
 }
 
 TEST(ShownTest, ControlCharactersOfTwoBytesAreNotShown) {
     EXPECT_EQ(
-        Shown("a\xC2\x9B"
-              "b\xC2\xA0"),
+        Printable("a\xC2\x9B"
+                  "b\xC2\xA0"),
         "a?b\xC2\xA0"
     );
 }
 
 TEST(ShownTest, BytesThatAreNoUtf8AreNotShown) {
-    EXPECT_EQ(Shown("a\xFF\xC3"), "a??");
+    EXPECT_EQ(Printable("a\xFF\xC3"), "a??");
 }
 
 TEST(BytesInWordsTest, AmountsGoUpByTheirUnits) {

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
-#include <setup/run/RunWords.h>
+#include <setup/run/RunFailure.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/Svc.h>
 
@@ -52,7 +52,7 @@ bool CannotWrite(unsigned code) {
 
 } // namespace
 
-std::string InWords(const KSUP::KError& error) {
+std::string DescribeError(const KSUP::KError& error) {
     const std::string info = error.GetInfo().GetString().c_str();
     switch (error.GetKind()) {
     case KSUP::KErrorKind::System:
@@ -82,7 +82,7 @@ int ExitCodeOf(const KSUP::KError& error) {
                                                                  : ExitCode::ruleFailed;
 }
 
-std::string LeftServices() {
+std::string DescribeLeftServices() {
     std::string left;
     std::array<char, NAME_MAX + 1> name{};
     unsigned state = 0;

@@ -11,7 +11,7 @@ namespace KSETUP {
 
 /// A text that may hold a file's name, as it may be shown: control characters and bytes that are no
 /// UTF-8 become "?".
-std::string Shown(const std::string& text);
+std::string Printable(const std::string& text);
 
 /// As "512 bytes", "2.0 KiB", up to TiB.
 std::string BytesInWords(std::uint64_t bytes);

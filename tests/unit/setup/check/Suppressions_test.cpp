@@ -10,21 +10,21 @@ using ::testing::EndsWith;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-using AllowancesTest = KTEST::GivenKit;
+using SuppressionsTest = KTEST::GivenKit;
 
 constexpr char aWarning[] = "\nfile=delete, old,$pathTarget$";
 
-TEST_F(AllowancesTest, ACommentSilencesTheWarningOfTheNextLine) {
+TEST_F(SuppressionsTest, ACommentSilencesTheWarningOfTheNextLine) {
     Install(std::string("; check: allow blank-after-comma") + aWarning);
     EXPECT_THAT(Check().findings, IsEmpty());
 }
 
-TEST_F(AllowancesTest, ItSilencesOneLineOnly) {
+TEST_F(SuppressionsTest, ItSilencesOneLineOnly) {
     Install(std::string("; check: allow blank-after-comma") + aWarning + aWarning);
     EXPECT_THAT(TheFinding("blank-after-comma"), StartsWith("install.ini:4:13 warning"));
 }
 
-TEST_F(AllowancesTest, ItSilencesNoLineBeforeItAndNoneBehindAnother) {
+TEST_F(SuppressionsTest, ItSilencesNoLineBeforeItAndNoneBehindAnother) {
     Install(std::string("; first") + aWarning + "\n; check: allow blank-after-comma\n" + aWarning);
     EXPECT_THAT(
         Findings("blank-after-comma"),
@@ -32,66 +32,66 @@ TEST_F(AllowancesTest, ItSilencesNoLineBeforeItAndNoneBehindAnother) {
     );
 }
 
-TEST_F(AllowancesTest, ItSilencesNoOtherWarningOfTheLine) {
+TEST_F(SuppressionsTest, ItSilencesNoOtherWarningOfTheLine) {
     Install("; check: allow secret\nprofile=put,/opt/svc/a.ini,Database, Password,hunter2");
     EXPECT_FALSE(Finds("secret"));
     EXPECT_TRUE(Finds("blank-after-comma"));
 }
 
-TEST_F(AllowancesTest, ItMayNameSeveral) {
+TEST_F(SuppressionsTest, ItMayNameSeveral) {
     Install("  #check: allow secret, blank-after-comma\nprofile=put,/opt/svc/a.ini,Database, "
             "Password,hunter2");
     EXPECT_FALSE(Finds("secret"));
     EXPECT_FALSE(Finds("blank-after-comma"));
-    EXPECT_FALSE(Finds("wrong-allowance"));
+    EXPECT_FALSE(Finds("wrong-suppression"));
 }
 
-TEST_F(AllowancesTest, AnErrorCannotBeAllowed) {
+TEST_F(SuppressionsTest, AnErrorCannotBeAllowed) {
     Install("; check: allow unknown-type\nFile=delete,old,$pathTarget$");
     EXPECT_TRUE(Finds("unknown-type"));
     EXPECT_EQ(
-        TheFinding("wrong-allowance"),
+        TheFinding("wrong-suppression"),
         "install.ini:2:16 warning [unknown-type] \"unknown-type\" is an error, which nothing "
         "allows; "
-        "mend the line instead"
+        "fix the line instead"
     );
 }
 
-TEST_F(AllowancesTest, AMisspeltNameIsAWarningAndSilencesNothing) {
+TEST_F(SuppressionsTest, AMisspeltNameIsAWarningAndSilencesNothing) {
     Install(std::string("; check: allow blank-after-coma") + aWarning);
     EXPECT_TRUE(Finds("blank-after-comma"));
     EXPECT_EQ(
-        TheFinding("wrong-allowance"),
+        TheFinding("wrong-suppression"),
         "install.ini:2:16 warning [blank-after-coma] \"blank-after-coma\" is no warning of the "
         "check; write \"blank-after-comma\""
     );
 }
 
-TEST_F(AllowancesTest, AnUnknownNameIsAWarning) {
+TEST_F(SuppressionsTest, AnUnknownNameIsAWarning) {
     Install("; check: allow everything");
     EXPECT_THAT(
-        TheFinding("wrong-allowance"), EndsWith("; write the name that stands behind the warning")
+        TheFinding("wrong-suppression"), EndsWith("; write the name that stands behind the warning")
     );
 }
 
-TEST_F(AllowancesTest, ACommentWithoutANameIsAWarning) {
+TEST_F(SuppressionsTest, ACommentWithoutANameIsAWarning) {
     Install(std::string("; check: allow") + aWarning);
     EXPECT_TRUE(Finds("blank-after-comma"));
     EXPECT_THAT(
-        TheFinding("wrong-allowance"),
+        TheFinding("wrong-suppression"),
         StartsWith("install.ini:2:10 warning [] this comment allows no warning")
     );
 }
 
-TEST_F(AllowancesTest, OtherCommentsMeanNothing) {
+TEST_F(SuppressionsTest, OtherCommentsMeanNothing) {
     Install(
         std::string("; check: this allows blank-after-comma\n; allow blank-after-comma") + aWarning
     );
     EXPECT_TRUE(Finds("blank-after-comma"));
-    EXPECT_FALSE(Finds("wrong-allowance"));
+    EXPECT_FALSE(Finds("wrong-suppression"));
 }
 
-TEST_F(AllowancesTest, ARuleThatReadsSoIsNone) {
+TEST_F(SuppressionsTest, ARuleThatReadsSoIsNone) {
     Install(std::string("check: allow blank-after-comma") + aWarning);
     EXPECT_TRUE(Finds("blank-after-comma"));
 }

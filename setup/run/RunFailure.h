@@ -10,12 +10,12 @@
 namespace KSETUP {
 
 /// An error as its reader needs it, by its kind.
-std::string InWords(const KSUP::KError& error);
+std::string DescribeError(const KSUP::KError& error);
 
 /// What the program answers for an error that ended a run.
 int ExitCodeOf(const KSUP::KError& error);
 
 /// What was left for the next boot, as a sentence; empty without any.
-std::string LeftServices();
+std::string DescribeLeftServices();
 
 } // namespace KSETUP

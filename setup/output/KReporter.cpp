@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/output/KSetupVoice.h>
-#include <setup/output/Words.h>
+#include <setup/output/KReporter.h>
+#include <setup/output/TextFormat.h>
 
 #include <iostream>
 #include <string_view>
@@ -14,7 +14,7 @@ namespace KSETUP {
 namespace {
 
 std::string VersionText(const KRunReport& report) {
-    return Shown(report.product) + " " + Shown(report.version) + " (build " +
+    return Printable(report.product) + " " + Printable(report.version) + " (build " +
            std::to_string(report.buildNumber) + ")";
 }
 
@@ -26,28 +26,28 @@ void PrintLogEnd(const KRunReport& report) {
     if (report.logEnd.empty()) {
         return;
     }
-    std::cerr << "Log: " << Shown(report.log) << ", which ends with\n";
+    std::cerr << "Log: " << Printable(report.log) << ", which ends with\n";
     for (const std::string& line : report.logEnd) {
-        std::cerr << "    " << Shown(line) << "\n";
+        std::cerr << "    " << Printable(line) << "\n";
     }
 }
 
 void PrintCommandOutput(std::ostream& out, const KRunReport& report) {
     if (!report.commandOutput.empty()) {
-        out << "What commands wrote: " << Shown(report.commandOutput) << "\n";
+        out << "What commands wrote: " << Printable(report.commandOutput) << "\n";
     }
 }
 
 void PrintNotes(std::ostream& out, const KRunReport& report) {
     PrintCommandOutput(out, report);
     for (const std::string& note : report.notes) {
-        out << Shown(note) << "\n";
+        out << Printable(note) << "\n";
     }
 }
 
 } // namespace
 
-KSetupVoice::KSetupVoice(const KSetupArguments& arguments)
+KReporter::KReporter(const KSetupArguments& arguments)
     : text(!arguments.json && !arguments.quiet),
       json(arguments.json) {
     const bool elsewhere = arguments.progressDescriptor != STDOUT_FILENO;
@@ -66,14 +66,14 @@ KSetupVoice::KSetupVoice(const KSetupArguments& arguments)
     text = text && elsewhere;
 }
 
-void KSetupVoice::Start(const KRunReport& report) {
+void KReporter::Start(const KRunReport& report) {
     all = report.rulesAll;
     if (events) {
         events->Start(report.command, report.product, all);
     }
 }
 
-void KSetupVoice::RuleStarted(unsigned number, const std::string& place, const std::string& words) {
+void KReporter::RuleStarted(unsigned number, const std::string& place, const std::string& words) {
     if (events) {
         events->RuleStarted(number, place, words);
     }
@@ -82,13 +82,13 @@ void KSetupVoice::RuleStarted(unsigned number, const std::string& place, const s
     }
 }
 
-void KSetupVoice::RuleDone(unsigned number) {
+void KReporter::RuleDone(unsigned number) {
     if (events) {
         events->RuleDone(number);
     }
 }
 
-void KSetupVoice::Status(unsigned done, const KSUP::KString& status, double part, bool now) {
+void KReporter::Status(unsigned done, const KSUP::KString& status, double part, bool now) {
     if (events) {
         events->Status(done, status.c_str(), part);
     }
@@ -97,20 +97,20 @@ void KSetupVoice::Status(unsigned done, const KSUP::KString& status, double part
     }
 }
 
-void KSetupVoice::Say(const std::string& words) {
+void KReporter::Say(const std::string& words) {
     if (text) {
         progress.Finish();
         std::cout << words << std::endl; // a reader waits for it
     }
 }
 
-void KSetupVoice::Warn(const std::string& words) {
+void KReporter::Warn(const std::string& words) {
     progress.Finish();
     std::cout << std::flush; // in the order in which things happened
     std::cerr << words << std::endl;
 }
 
-void KSetupVoice::Finish(const KRunReport& report) {
+void KReporter::Finish(const KRunReport& report) {
     progress.Finish();
     if (report.error.empty()) {
         if (text) {
@@ -129,40 +129,41 @@ void KSetupVoice::Finish(const KRunReport& report) {
     std::cout << std::flush;
 }
 
-void KSetupVoice::PrintDone(const KRunReport& report) const {
+void KReporter::PrintDone(const KRunReport& report) const {
     if (report.command == "restore") {
-        std::cout << Shown(report.product) << " is as it was before.\n";
+        std::cout << Printable(report.product) << " is as it was before.\n";
     } else if (report.result == KRunResult::NotInstalled) {
-        std::cout << Shown(report.product) << " is not installed.\n";
+        std::cout << Printable(report.product) << " is not installed.\n";
     } else if (report.command == "install" || report.command == "status") {
-        std::cout << VersionText(report) << " is installed in " << Shown(report.productPath)
+        std::cout << VersionText(report) << " is installed in " << Printable(report.productPath)
                   << ".\n";
     } else if (report.command == "remove" && report.rulesAll == 0) {
-        std::cout << Shown(report.product) << " is not installed: there is nothing to remove.\n";
+        std::cout << Printable(report.product)
+                  << " is not installed: there is nothing to remove.\n";
         return;
     } else if (report.command == "remove") {
-        std::cout << Shown(report.product) << " is removed from " << Shown(report.productPath)
-                  << ".\n";
+        std::cout << Printable(report.product) << " is removed from "
+                  << Printable(report.productPath) << ".\n";
     }
     for (const auto& [path, what] : report.differences) {
-        std::cout << "    " << Shown(path) << " " << Shown(what) << "\n";
+        std::cout << "    " << Printable(path) << " " << Printable(what) << "\n";
     }
     if (!report.leftBehind.empty()) {
         std::cout << "Still there:\n";
         for (const std::string& path : report.leftBehind) {
-            std::cout << "    " << Shown(path) << "\n";
+            std::cout << "    " << Printable(path) << "\n";
         }
     }
     for (const std::string& note : report.notes) {
-        std::cout << Shown(note) << "\n";
+        std::cout << Printable(note) << "\n";
     }
     if (report.rulesAll != 0) {
-        std::cout << report.rulesDone << " rules done. Log: " << Shown(report.log) << "\n";
+        std::cout << report.rulesDone << " rules done. Log: " << Printable(report.log) << "\n";
     }
     PrintCommandOutput(std::cout, report);
 }
 
-void KSetupVoice::PrintTrouble(const KRunReport& report) {
+void KReporter::PrintTrouble(const KRunReport& report) {
     std::ostream& out = std::cerr;
     if (report.result == KRunResult::Refused) {
         out << "ins-setup: " << report.error << "\n"; // our own words, over several lines
@@ -172,8 +173,8 @@ void KSetupVoice::PrintTrouble(const KRunReport& report) {
         return;
     }
     if (report.command == "restore") {
-        out << Shown(report.product) << ": not everything was put back: " << Shown(report.error)
-            << "\n";
+        out << Printable(report.product)
+            << ": not everything was put back: " << Printable(report.error) << "\n";
         PrintNotes(out, report);
         out.flush();
         return;
@@ -181,14 +182,14 @@ void KSetupVoice::PrintTrouble(const KRunReport& report) {
     if (report.result == KRunResult::Cancelled) {
         out << VersionText(report) << ": " << Gerund(report) << " was stopped on request after "
             << report.rulesDone << " of " << report.rulesAll << " rules.\n"
-            << "Log: " << Shown(report.log) << "\n";
+            << "Log: " << Printable(report.log) << "\n";
     } else {
         out << VersionText(report) << ": " << Gerund(report) << " failed after " << report.rulesDone
             << " of " << report.rulesAll << " rules.\n"
             << (report.errorCode != 0 ? "Error " + std::to_string(report.errorCode) + ": " : "")
-            << Shown(report.error) << "\n";
+            << Printable(report.error) << "\n";
         if (!report.rule.empty()) {
-            out << "Rule: " << Shown(report.place) << ": " << Shown(report.rule) << "\n";
+            out << "Rule: " << Printable(report.place) << ": " << Printable(report.rule) << "\n";
         }
         PrintLogEnd(report);
     }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/KSetupFailure.h>
-#include <setup/output/KSetupVoice.h>
+#include <setup/output/KReporter.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,17 +13,17 @@
 
 namespace {
 
+using KSETUP::KReporter;
 using KSETUP::KRunReport;
 using KSETUP::KRunResult;
 using KSETUP::KSetupArguments;
-using KSETUP::KSetupVoice;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-class KSetupVoiceTest : public ::testing::Test {
+class KReporterTest : public ::testing::Test {
   protected:
-    KSetupVoiceTest() {
+    KReporterTest() {
         report.command = "install";
         report.product = "DPS";
         report.version = "2.2";
@@ -48,12 +48,12 @@ class KSetupVoiceTest : public ::testing::Test {
         ::testing::internal::CaptureStdout();
         ::testing::internal::CaptureStderr();
         {
-            KSetupVoice voice(arguments);
-            voice.Start(report);
-            voice.RuleStarted(1, "/kit/install.ini:11", "Creating directory /opt/dps");
-            voice.RuleDone(1);
-            voice.Say("a sentence");
-            voice.Finish(report);
+            KReporter reporter(arguments);
+            reporter.Start(report);
+            reporter.RuleStarted(1, "/kit/install.ini:11", "Creating directory /opt/dps");
+            reporter.RuleDone(1);
+            reporter.Say("a sentence");
+            reporter.Finish(report);
         }
         out = ::testing::internal::GetCapturedStdout();
         err = ::testing::internal::GetCapturedStderr();
@@ -65,7 +65,7 @@ class KSetupVoiceTest : public ::testing::Test {
     std::string err;
 };
 
-TEST_F(KSetupVoiceTest, TextHasALineARuleAndTheResult) {
+TEST_F(KReporterTest, TextHasALineARuleAndTheResult) {
     Tell();
     EXPECT_EQ(
         out,
@@ -77,7 +77,7 @@ TEST_F(KSetupVoiceTest, TextHasALineARuleAndTheResult) {
     EXPECT_THAT(err, IsEmpty());
 }
 
-TEST_F(KSetupVoiceTest, AFailureIsToldOnStandardErrorWithoutControlCharacters) {
+TEST_F(KReporterTest, AFailureIsToldOnStandardErrorWithoutControlCharacters) {
     GivenFailure();
     Tell();
     EXPECT_EQ(
@@ -90,7 +90,7 @@ TEST_F(KSetupVoiceTest, AFailureIsToldOnStandardErrorWithoutControlCharacters) {
     );
 }
 
-TEST_F(KSetupVoiceTest, AFailureWithoutANumberHasNone) {
+TEST_F(KReporterTest, AFailureWithoutANumberHasNone) {
     GivenFailure();
     report.errorCode = 0;
     report.error = "still installed";
@@ -98,14 +98,14 @@ TEST_F(KSetupVoiceTest, AFailureWithoutANumberHasNone) {
     EXPECT_THAT(err, HasSubstr(" rules.\nstill installed\nRule: "));
 }
 
-TEST_F(KSetupVoiceTest, ARefusalIsItsOwnWords) {
+TEST_F(KReporterTest, ARefusalIsItsOwnWords) {
     report.result = KRunResult::Refused;
     report.error = "/kit: no such directory. Name the kit's with --kit DIR.";
     Tell();
     EXPECT_EQ(err, "ins-setup: /kit: no such directory. Name the kit's with --kit DIR.\n");
 }
 
-TEST_F(KSetupVoiceTest, QuietSaysNothingOfWhatGoesWell) {
+TEST_F(KReporterTest, QuietSaysNothingOfWhatGoesWell) {
     arguments.quiet = true;
     Tell();
     EXPECT_THAT(out + err, IsEmpty());
@@ -115,7 +115,7 @@ TEST_F(KSetupVoiceTest, QuietSaysNothingOfWhatGoesWell) {
     EXPECT_THAT(err, HasSubstr("No space left on device"));
 }
 
-TEST_F(KSetupVoiceTest, JsonIsOneObjectAtTheEndAlsoOfAFailure) {
+TEST_F(KReporterTest, JsonIsOneObjectAtTheEndAlsoOfAFailure) {
     arguments.json = true;
     Tell();
     EXPECT_EQ(nlohmann::json::parse(out)["result"], "done");
@@ -125,7 +125,7 @@ TEST_F(KSetupVoiceTest, JsonIsOneObjectAtTheEndAlsoOfAFailure) {
     EXPECT_THAT(err, HasSubstr("No space left on device"));
 }
 
-TEST_F(KSetupVoiceTest, EventsOnStandardOutputTakeThePlaceOfTexts) {
+TEST_F(KReporterTest, EventsOnStandardOutputTakeThePlaceOfTexts) {
     arguments.jsonEvents = true;
     Tell();
     EXPECT_THAT(out, StartsWith("{\"event\":\"start\""));
@@ -133,7 +133,7 @@ TEST_F(KSetupVoiceTest, EventsOnStandardOutputTakeThePlaceOfTexts) {
     EXPECT_THAT(out, testing::Not(HasSubstr("a sentence")));
 }
 
-TEST_F(KSetupVoiceTest, EventsElsewhereLeaveTheTexts) {
+TEST_F(KReporterTest, EventsElsewhereLeaveTheTexts) {
     int ends[2] = {-1, -1};
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     arguments.progressDescriptor = ends[1];
@@ -146,12 +146,12 @@ TEST_F(KSetupVoiceTest, EventsElsewhereLeaveTheTexts) {
     ::close(ends[1]);
 }
 
-TEST_F(KSetupVoiceTest, AClosedDescriptorIsRefused) {
+TEST_F(KReporterTest, AClosedDescriptorIsRefused) {
     arguments.progressDescriptor = 999;
-    EXPECT_THROW(KSetupVoice voice(arguments), KSETUP::KSetupFailure);
+    EXPECT_THROW(KReporter reporter(arguments), KSETUP::KSetupFailure);
 }
 
-TEST_F(KSetupVoiceTest, WhatARemovalLeavesIsListed) {
+TEST_F(KReporterTest, WhatARemovalLeavesIsListed) {
     report.command = "remove";
     report.leftBehind = {"/opt/dps/mine"};
     report.notes = {"A note."};
@@ -161,7 +161,7 @@ TEST_F(KSetupVoiceTest, WhatARemovalLeavesIsListed) {
     );
 }
 
-TEST_F(KSetupVoiceTest, NotInstalledIsSaid) {
+TEST_F(KReporterTest, NotInstalledIsSaid) {
     report.command = "status";
     report.result = KRunResult::NotInstalled;
     report.rulesAll = 0;

@@ -11,16 +11,16 @@ namespace KSETUP {
 
 /// What an author lets pass: a comment "; check: allow NAME…" in the line before the one that has
 /// the warning.
-struct KAllowance {
+struct KSuppression {
     unsigned line = 0;   ///< of the comment
     unsigned column = 1; ///< of the name, in bytes
     std::string name;    ///< of a check; empty for a comment that names none
 };
 
 /// All of a script, a name each, in the order of the file.
-std::vector<KAllowance> ReadAllowances(const KScript& script);
+std::vector<KSuppression> ReadSuppressions(const KScript& script);
 
 /// Whether one of them is for this finding. Errors cannot be allowed.
-bool IsAllowed(const KFinding& finding, const std::vector<KAllowance>& allowances);
+bool IsAllowed(const KFinding& finding, const std::vector<KSuppression>& suppressions);
 
 } // namespace KSETUP

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include <setup/check/Allowances.h>
+#include <setup/check/Suppressions.h>
 
 #include <algorithm>
 #include <string_view>
@@ -26,8 +26,8 @@ std::vector<std::string_view> WordsOfComment(std::string_view text) {
 
 } // namespace
 
-std::vector<KAllowance> ReadAllowances(const KScript& script) {
-    std::vector<KAllowance> allowances;
+std::vector<KSuppression> ReadSuppressions(const KScript& script) {
+    std::vector<KSuppression> suppressions;
     for (unsigned number = 1; number <= script.GetLineCount(); ++number) {
         const std::string_view text = script.GetText(number);
         const std::vector<std::string_view> words = WordsOfComment(text);
@@ -38,20 +38,24 @@ std::vector<KAllowance> ReadAllowances(const KScript& script) {
             return static_cast<unsigned>(word.data() - text.data()) + 1;
         };
         if (words.size() == 2) {
-            allowances.push_back({number, columnOf(words[1]), ""});
+            suppressions.push_back({number, columnOf(words[1]), ""});
         }
         for (std::size_t index = 2; index < words.size(); ++index) {
-            allowances.push_back({number, columnOf(words[index]), std::string(words[index])});
+            suppressions.push_back({number, columnOf(words[index]), std::string(words[index])});
         }
     }
-    return allowances;
+    return suppressions;
 }
 
-bool IsAllowed(const KFinding& finding, const std::vector<KAllowance>& allowances) {
+bool IsAllowed(const KFinding& finding, const std::vector<KSuppression>& suppressions) {
     return finding.severity == KSeverity::Warning && finding.file == "install.ini" &&
-           std::any_of(allowances.begin(), allowances.end(), [&](const KAllowance& allowance) {
-               return allowance.line + 1 == finding.line && allowance.name == finding.rule;
-           });
+           std::any_of(
+               suppressions.begin(),
+               suppressions.end(),
+               [&](const KSuppression& suppression) {
+                   return suppression.line + 1 == finding.line && suppression.name == finding.rule;
+               }
+           );
 }
 
 } // namespace KSETUP
