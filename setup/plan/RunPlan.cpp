@@ -20,8 +20,6 @@
 #include <functional>
 #include <iostream>
 
-#include <unistd.h>
-
 namespace KSETUP {
 
 namespace {
@@ -56,10 +54,6 @@ int Answer(
             error.HasInfo() ? error.GetInfo().GetString().c_str() : error.GetSummary().c_str()
         );
     }
-}
-
-bool IsSystemdRunning() {
-    return ::access("/run/systemd/system", F_OK) == 0;
 }
 
 bool IsOfService(const KPlannedAction& action) {

@@ -7,11 +7,9 @@
 #include <filesystem>
 #include <set>
 #include <system_error>
+#include <unordered_set>
 
-#include <fcntl.h>
-#include <linux/stat.h>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
+#include <sys/files/FileStatus.h>
 
 namespace KSETUP {
 
@@ -21,6 +19,15 @@ using Kind = KPlannedAction::Kind;
 
 bool ChangesFiles(const KPlannedAction& action) {
     switch (action.kind) {
+    case Kind::CreateDirectory:
+    case Kind::DeleteDirectory:
+    case Kind::CopyFile:
+    case Kind::DeleteFile:
+    case Kind::MakeLink:
+    case Kind::CreateProfile:
+    case Kind::PutOption:
+    case Kind::RemoveOption:
+        return !action.lacks;
     case Kind::StartCommand:
     case Kind::StopProgram:
     case Kind::InstallService:
@@ -28,67 +35,73 @@ bool ChangesFiles(const KPlannedAction& action) {
     case Kind::StartService:
     case Kind::StopService:
         return false;
-    default:
-        return !action.lacks;
     }
+    return false;
 }
 
-/// The directories in which entries come or go, as far up as they are there.
+/// The directories in which entries come or go, each once, as far up as they are there.
 std::set<std::string> ChangedDirectories(const KPlan& plan) {
     std::set<std::string> existing;
-    std::set<std::string> seen;
+    std::unordered_set<std::string> seen;
+    std::string last;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
-            std::string at = ChangesFiles(action) ? ParentPath(NormalPath(action.path)) : "";
+            std::string parent = ChangesFiles(action) ? ParentPath(NormalPath(action.path)) : last;
+            if (parent == last) { // one rule copies many files to one directory
+                continue;
+            }
+            last = parent;
             std::error_code unknown; // as good as missing
-            while (!at.empty() && seen.insert(at).second) {
-                if (at == "/" || std::filesystem::exists(at, unknown)) {
-                    existing.insert(at);
+            while (!parent.empty() && seen.insert(parent).second) {
+                if (parent == "/" || std::filesystem::exists(parent, unknown)) {
+                    existing.insert(parent);
                     break;
                 }
-                at = ParentPath(at);
+                parent = ParentPath(parent);
             }
         }
     }
     return existing;
 }
 
-bool IsImmutable(const std::string& path, int flags) {
-    struct statx status {};
-    return ::statx(AT_FDCWD, path.c_str(), flags, STATX_TYPE, &status) == 0 &&
-           (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
-}
-
+/// Why nothing can be made in a directory that is there; empty when something can.
 std::string WhyNotADirectoryToChange(const std::string& directory) {
+    KSYS::FileSystemStatus system;
     struct stat status {};
-    struct statvfs system {};
-    if (::stat(directory.c_str(), &status) != 0) {
+    if (KSYS::ReadStatus(directory, KSYS::LastLink::Follow, status) != 0) {
         return {}; // the run's own first step there will tell
     }
     if (!S_ISDIR(status.st_mode)) {
-        return directory + " is no directory";
+        return "it is no directory. Take it away, or choose another product path";
     }
-    if (IsImmutable(directory, 0)) {
-        return directory + " is immutable";
+    if (KSYS::IsImmutable(directory, KSYS::LastLink::Follow)) {
+        return "it is immutable; chattr -i allows changes";
     }
-    return ::statvfs(directory.c_str(), &system) == 0 && (system.f_flag & ST_RDONLY) != 0
-               ? "the file system of " + directory + " is mounted read-only"
-               : "";
+    if (KSYS::ReadFileSystem(directory.c_str(), system) == 0 && system.isReadOnly) {
+        return "its file system is mounted read-only; mount -o remount,rw allows changes";
+    }
+    return {};
 }
 
 } // namespace
 
 std::string WhyNotWritable(const KPlan& plan) {
     for (const std::string& directory : ChangedDirectories(plan)) {
-        if (std::string why = WhyNotADirectoryToChange(directory); !why.empty()) {
-            return why;
+        if (const std::string why = WhyNotADirectoryToChange(directory); !why.empty()) {
+            return directory + " cannot be written to: " + why;
         }
     }
-    const std::vector<std::string> going = plan.FindFilesThatGo();
-    const auto immutable = std::find_if(going.begin(), going.end(), [](const std::string& path) {
-        return IsImmutable(path, AT_SYMLINK_NOFOLLOW);
-    });
-    return immutable == going.end() ? "" : *immutable + " is immutable";
+    for (const std::string& path : plan.FindFilesThatGo()) {
+        if (KSYS::IsImmutable(path, KSYS::LastLink::Keep)) {
+            return path + " cannot be replaced or deleted: it is immutable; chattr -i allows it";
+        }
+    }
+    return {};
+}
+
+bool IsSystemdRunning() {
+    struct stat running {};
+    return KSYS::ReadStatus("/run/systemd/system", KSYS::LastLink::Follow, running) == 0;
 }
 
 bool HasServices(const KPlan& plan) {

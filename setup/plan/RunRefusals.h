@@ -16,6 +16,9 @@ namespace KSETUP {
 /// written to. Empty when nothing is known against it. Asked of the disk at the call.
 std::string WhyNotWritable(const KPlan& plan);
 
+/// Whether systemd runs this machine; it does not in containers and while an image is built.
+bool IsSystemdRunning();
+
 /// Whether the plan has service rules, for which a run needs systemd.
 bool HasServices(const KPlan& plan);
 

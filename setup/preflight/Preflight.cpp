@@ -1,91 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/files/PathText.h>
 #include <setup/output/TextFormat.h>
+#include <setup/plan/RunRefusals.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/preflight/VersionOrder.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <set>
-#include <system_error>
-#include <unordered_set>
-
-#include <sys/files/FileStatus.h>
 #include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
 
 namespace {
-
-using Kind = KPlannedAction::Kind;
-
-bool ChangesFiles(const KPlannedAction& action) {
-    switch (action.kind) {
-    case Kind::CreateDirectory:
-    case Kind::DeleteDirectory:
-    case Kind::CopyFile:
-    case Kind::DeleteFile:
-    case Kind::MakeLink:
-    case Kind::CreateProfile:
-    case Kind::PutOption:
-    case Kind::RemoveOption:
-        return !action.lacks;
-    case Kind::StartCommand:
-    case Kind::StopProgram:
-    case Kind::InstallService:
-    case Kind::RemoveService:
-    case Kind::StartService:
-    case Kind::StopService:
-        return false;
-    }
-    return false;
-}
-
-/// The directories in which entries come or go, each once, as far up as they are there.
-std::set<std::string> ChangedDirectories(const KPlan& plan) {
-    std::set<std::string> existing;
-    std::unordered_set<std::string> seen;
-    std::string last;
-    for (const KPlannedRule& rule : plan.GetRules()) {
-        for (const KPlannedAction& action : rule.actions) {
-            std::string parent = ChangesFiles(action) ? ParentPath(NormalPath(action.path)) : last;
-            if (parent == last) { // one rule copies many files to one directory
-                continue;
-            }
-            last = parent;
-            std::error_code unknown; // as good as missing
-            while (!parent.empty() && seen.insert(parent).second) {
-                if (parent == "/" || std::filesystem::exists(parent, unknown)) {
-                    existing.insert(parent);
-                    break;
-                }
-                parent = ParentPath(parent);
-            }
-        }
-    }
-    return existing;
-}
-
-/// Why nothing can be made in a directory that is there; empty when something can.
-std::string WhyNotWritable(const std::string& directory) {
-    KSYS::FileSystemStatus system;
-    struct stat status {};
-    if (KSYS::ReadStatus(directory, KSYS::LastLink::Follow, status) != 0) {
-        return {}; // the run's own first step there will tell
-    }
-    if (!S_ISDIR(status.st_mode)) {
-        return "it is no directory. Take it away, or choose another product path";
-    }
-    if (KSYS::IsImmutable(directory, KSYS::LastLink::Follow)) {
-        return "it is immutable; chattr -i allows changes";
-    }
-    if (KSYS::ReadFileSystem(directory.c_str(), system) == 0 && system.isReadOnly) {
-        return "its file system is mounted read-only; mount -o remount,rw allows changes";
-    }
-    return {};
-}
 
 std::string ToText(const KVersion& version) {
     return version.text + " (build " + std::to_string(version.buildNumber) + ")";
@@ -124,36 +49,13 @@ void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten
 }
 
 void RequireWritable(const KPlan& plan) {
-    for (const std::string& directory : ChangedDirectories(plan)) {
-        if (const std::string why = WhyNotWritable(directory); !why.empty()) {
-            throw KSetupFailure(
-                ExitCode::cannotWrite,
-                directory + " cannot be written to: " + why + ". Nothing was changed."
-            );
-        }
+    if (const std::string why = WhyNotWritable(plan); !why.empty()) {
+        throw KSetupFailure(ExitCode::cannotWrite, why + ". Nothing was changed.");
     }
-    for (const std::string& path : plan.FindFilesThatGo()) {
-        if (KSYS::IsImmutable(path, KSYS::LastLink::Keep)) {
-            throw KSetupFailure(
-                ExitCode::cannotWrite,
-                path + " cannot be replaced or deleted: it is immutable; chattr -i allows it. "
-                       "Nothing was changed."
-            );
-        }
-    }
-}
-
-bool NeedsServices(const KPlan& plan) {
-    const auto& rules = plan.GetRules();
-    return std::any_of(rules.begin(), rules.end(), [](const KPlannedRule& rule) {
-        return rule.rule.line.type == "service";
-    });
 }
 
 void RequireServiceManager(const KPlan& plan) {
-    struct stat running {};
-    if (NeedsServices(plan) &&
-        KSYS::ReadStatus("/run/systemd/system", KSYS::LastLink::Follow, running) != 0) {
+    if (HasServices(plan) && !IsSystemdRunning()) {
         throw KSetupFailure(
             ExitCode::noService,
             "the script has services, and systemd does not run here. Nothing was changed. "

@@ -23,9 +23,6 @@ void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten
 ///          directory
 void RequireWritable(const KPlan& plan);
 
-/// Whether the plan does something to services.
-bool NeedsServices(const KPlan& plan);
-
 /// Throws   KSetupFailure with ExitCode::noService when the plan needs a service manager and none
 ///          runs
 void RequireServiceManager(const KPlan& plan);

@@ -2,6 +2,7 @@
 #include "../GivenPlan.h"
 
 #include <setup/ExitCode.h>
+#include <setup/plan/RunRefusals.h>
 #include <setup/preflight/Preflight.h>
 
 #include <gmock/gmock.h>
@@ -52,8 +53,8 @@ TEST_F(PreflightTest, AFileInTheWayIsFoundAboveWhatIsMissing) {
 }
 
 TEST_F(PreflightTest, ServicesNeedAManagerOnlyWhereThereAreAny) {
-    EXPECT_FALSE(NeedsServices(PlanOf("directory=create,/a")));
-    EXPECT_TRUE(NeedsServices(PlanOf("service=start,dps")));
+    EXPECT_FALSE(KSETUP::HasServices(PlanOf("directory=create,/a")));
+    EXPECT_TRUE(KSETUP::HasServices(PlanOf("service=start,dps")));
     EXPECT_EQ(CodeOf([&] { RequireServiceManager(PlanOf("directory=create,/a")); }), 0);
 }
 
