@@ -8,20 +8,6 @@ namespace {
 
 using Kind = KPlannedAction::Kind;
 
-bool IsOfFiles(const KPlannedAction& action) {
-    switch (action.kind) {
-    case Kind::StartCommand:
-    case Kind::StopProgram:
-    case Kind::InstallService:
-    case Kind::RemoveService:
-    case Kind::StartService:
-    case Kind::StopService:
-        return false;
-    default:
-        return true;
-    }
-}
-
 } // namespace
 
 std::vector<KPlanStep> StepsOf(const KPlan& plan) {
@@ -32,7 +18,7 @@ std::vector<KPlanStep> StepsOf(const KPlan& plan) {
             steps.push_back(
                 {&rule,
                  &action,
-                 IsOfFiles(action) ? NormalPath(action.path) : action.path,
+                 action.IsOfEntry() ? NormalPath(action.path) : action.path,
                  commandRan}
             );
             commandRan = commandRan || action.kind == Kind::StartCommand;

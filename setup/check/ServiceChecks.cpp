@@ -10,6 +10,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include <sys/services/KServiceError.h>
+#include <sys/services/UnitText.h>
+
 namespace KSETUP::Checks {
 
 namespace {
@@ -48,7 +51,7 @@ bool HasUnitFile(const KCheckContext& context, const std::string& name) {
 /// What the support library would refuse of a service's name and unit file, on any machine.
 std::string WhyRefused(const KScriptRule& rule) {
     const std::vector<std::string>& fields = rule.fields;
-    if (const std::string why = WhyNotAServiceName(fields[1]); !why.empty()) {
+    if (const std::string why = KSYS::WhyNotAServiceName(fields[1]); !why.empty()) {
         return "\"" + fields[1] + "\" cannot be the name of a service: " + why;
     }
     return fields.size() == 5 && IsService(rule, "install") && !fields[3].empty()
@@ -129,7 +132,7 @@ Findings FailingServices(const KCheckContext& context) {
             IsService(rule, "install") || IsService(rule, "start") || IsService(rule, "stop");
         const std::string why = isKnown ? WhyRefused(rule) : "";
         if (!why.empty()) {
-            const bool isName = !WhyNotAServiceName(rule.fields[1]).empty();
+            const bool isName = !KSYS::WhyNotAServiceName(rule.fields[1]).empty();
             found.push_back(context.AtField(
                 rule.line,
                 isName ? 1 : 3,
@@ -147,7 +150,8 @@ Findings FailingServices(const KCheckContext& context) {
             (step.action->kind == Kind::StartService || step.action->kind == Kind::StopService) &&
             !step.commandRan && !HasStep(steps, &step, Kind::InstallService, step.path) &&
             HasStep(steps, steps.data() + steps.size(), Kind::InstallService, step.path);
-        if (isEarly && !step.action->obstacle.empty() && WhyNotAServiceName(step.path).empty()) {
+        if (isEarly && !step.action->obstacle.empty() &&
+            KSYS::WhyNotAServiceName(step.path).empty()) {
             const bool isStop = step.action->kind == Kind::StopService;
             found.push_back(context.AtField(
                 step.rule->rule.line,
@@ -170,7 +174,7 @@ Findings UnknownServices(const KCheckContext& context) {
         for (const KPlanStep& step : StepsOf(*plan)) {
             const bool isAsked =
                 step.action->kind == Kind::StartService || step.action->kind == Kind::StopService;
-            if (!isAsked || step.commandRan || !WhyNotAServiceName(step.path).empty() ||
+            if (!isAsked || step.commandRan || !KSYS::WhyNotAServiceName(step.path).empty() ||
                 IsInstalledBySomeLine(context, step.path) || HasUnitFile(context, step.path)) {
                 continue;
             }

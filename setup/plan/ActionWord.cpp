@@ -3,6 +3,28 @@
 
 namespace KSETUP {
 
+bool KPlannedAction::IsOfEntry() const noexcept {
+    switch (kind) {
+    case Kind::CreateDirectory:
+    case Kind::DeleteDirectory:
+    case Kind::CopyFile:
+    case Kind::DeleteFile:
+    case Kind::MakeLink:
+    case Kind::CreateProfile:
+    case Kind::PutOption:
+    case Kind::RemoveOption:
+        return true;
+    case Kind::StartCommand:
+    case Kind::StopProgram:
+    case Kind::InstallService:
+    case Kind::RemoveService:
+    case Kind::StartService:
+    case Kind::StopService:
+        return false;
+    }
+    return false;
+}
+
 const char* ActionWord(KPlannedAction::Kind kind) noexcept {
     switch (kind) {
     case KPlannedAction::Kind::CreateDirectory:

@@ -351,7 +351,7 @@ void Planner::RemoveListed(
         actions.back().obstacle = why;
         return;
     }
-    const std::vector<KPlannedTree::Option> all = tree.GetOptions(profile, section);
+    const std::vector<KPlannedTree::Option> all = tree.ReadOptions(profile, section);
     for (const KPlannedTree::Option& option : all) {
         if (option.value.find(text) != std::string::npos) {
             DeleteIfPossible(option.value);

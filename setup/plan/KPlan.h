@@ -39,6 +39,9 @@ struct KPlannedAction {
     bool lacks = false;
     bool lacksDirectory = false; ///< what would be made has no directory to be made in
     std::string obstacle;        ///< why the rule would end the run here; empty when not
+
+    /// Whether it makes, changes or deletes a directory entry, rather than a process or a service.
+    bool IsOfEntry() const noexcept;
 };
 
 /// What becomes of services that are to be started and stopped.
@@ -92,7 +95,7 @@ class KPlan {
     /// Asked of the disk at the call. A file that is replaced needs its room beside the former one,
     /// which may be in use.
     /// A run writes to some directories whatever its rules do: `alsoWritten`.
-    std::vector<Space> GetSpace(const std::vector<std::string>& alsoWritten = {}) const;
+    std::vector<Space> ReadSpace(const std::vector<std::string>& alsoWritten = {}) const;
 
     /// The files that are replaced or deleted, by their normal paths, one as often as rules do it.
     std::vector<std::string> FindFilesThatGo() const;

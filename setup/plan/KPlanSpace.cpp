@@ -83,7 +83,7 @@ std::vector<KPlan::Space> FileSystems::Take() {
 
 } // namespace
 
-std::vector<KPlan::Space> KPlan::GetSpace(const std::vector<std::string>& alsoWritten) const {
+std::vector<KPlan::Space> KPlan::ReadSpace(const std::vector<std::string>& alsoWritten) const {
     FileSystems systems;
     std::string directory;
     Space* space = nullptr;

@@ -5,6 +5,9 @@
 #include <array>
 #include <fstream>
 
+#include <sys/services/KServiceError.h>
+#include <sys/services/UnitText.h>
+
 namespace KSETUP {
 
 namespace {
@@ -71,7 +74,7 @@ bool KPlannedServices::IsOurs(const std::string& name) const {
 }
 
 std::string KPlannedServices::WhyUnknown(const std::string& name) const {
-    if (const std::string why = WhyNotAServiceName(name); !why.empty()) {
+    if (const std::string why = KSYS::WhyNotAServiceName(name); !why.empty()) {
         return "\"" + name + "\" cannot be the name of a service: " + why;
     }
     if (commandRan || !FindUnit(name).empty()) {
@@ -97,7 +100,7 @@ std::string KPlannedServices::Install(
     const std::string& program,
     const std::string& arguments
 ) {
-    if (const std::string why = WhyNotAServiceName(name); !why.empty()) {
+    if (const std::string why = KSYS::WhyNotAServiceName(name); !why.empty()) {
         return "\"" + name + "\" cannot be the name of a service: " + why;
     }
     const std::string found = FindUnit(name);
@@ -160,7 +163,7 @@ std::string KPlannedServices::Stop(const std::string& name) {
 }
 
 void KPlannedServices::Remove(const std::string& name) {
-    if (!WhyNotAServiceName(name).empty()) {
+    if (!KSYS::WhyNotAServiceName(name).empty()) {
         return;
     }
     if (IsOurs(name)) {
@@ -168,6 +171,17 @@ void KPlannedServices::Remove(const std::string& name) {
     }
     programs.erase(name);
     atRest.insert(name);
+}
+
+std::string WhyNotAUnit(
+    const std::string& displayName, const std::string& program, const std::string& arguments
+) {
+    try {
+        static_cast<void>(KSYS::UnitText(displayName, program, arguments));
+        return {};
+    } catch (const KSYS::KServiceError& error) {
+        return error.what();
+    }
 }
 
 } // namespace KSETUP

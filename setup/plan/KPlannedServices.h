@@ -48,12 +48,9 @@ class KPlannedServices {
     std::set<std::string> atRest;                ///< services that certainly do not run now
 };
 
-/// Why a service cannot have this name; empty when it can. The rule is the support library's, which
-/// tells it only once the service is to be changed.
-std::string WhyNotAServiceName(std::string_view name);
-
 /// Why no unit file can be made of these: what systemd would refuse to read. Empty when one can.
-std::string
-WhyNotAUnit(std::string_view displayName, std::string_view program, std::string_view arguments);
+std::string WhyNotAUnit(
+    const std::string& displayName, const std::string& program, const std::string& arguments
+);
 
 } // namespace KSETUP

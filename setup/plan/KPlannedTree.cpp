@@ -273,7 +273,7 @@ void KPlannedTree::RemoveOption(const std::string& profile, const Option& option
 }
 
 const std::vector<KPlannedTree::Option>&
-KPlannedTree::GetOptions(const std::string& profile, const std::string& section) const {
+KPlannedTree::ReadOptions(const std::string& profile, const std::string& section) const {
     return LoadOptions(profile, section);
 }
 

@@ -87,7 +87,7 @@ class KPlannedTree {
     void RemoveOption(const std::string& profile, const Option& option);
     /// The options of a section, in their order: those on the disk and those that were put.
     const std::vector<Option>&
-    GetOptions(const std::string& profile, const std::string& section) const;
+    ReadOptions(const std::string& profile, const std::string& section) const;
 
     /// What was made and still stands, and what was deleted (kind Nothing), by path.
     const std::map<std::string, KPlannedEntry>& GetChanges() const noexcept { return changes; }

@@ -142,7 +142,7 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     report.path = path;
     report.script = script.GetPath();
     report.plan = &plan;
-    report.space = plan.GetSpace(installs ? WrittenByEachInstall() : std::vector<std::string>());
+    report.space = plan.ReadSpace(installs ? WrittenByEachInstall() : std::vector<std::string>());
     report.recordObstacle = installs ? WhyNoRecord(tree, macros) : "";
     const int exitCode = FindEnd(report, arguments);
     std::cout << (arguments.json ? ToJson(report, exitCode) + "\n" : ToText(report)) << std::flush;

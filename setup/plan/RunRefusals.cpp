@@ -15,30 +15,6 @@ namespace KSETUP {
 
 namespace {
 
-using Kind = KPlannedAction::Kind;
-
-bool ChangesFiles(const KPlannedAction& action) {
-    switch (action.kind) {
-    case Kind::CreateDirectory:
-    case Kind::DeleteDirectory:
-    case Kind::CopyFile:
-    case Kind::DeleteFile:
-    case Kind::MakeLink:
-    case Kind::CreateProfile:
-    case Kind::PutOption:
-    case Kind::RemoveOption:
-        return !action.lacks;
-    case Kind::StartCommand:
-    case Kind::StopProgram:
-    case Kind::InstallService:
-    case Kind::RemoveService:
-    case Kind::StartService:
-    case Kind::StopService:
-        return false;
-    }
-    return false;
-}
-
 /// The directories in which entries come or go, each once, as far up as they are there.
 std::set<std::string> ChangedDirectories(const KPlan& plan) {
     std::set<std::string> existing;
@@ -46,7 +22,8 @@ std::set<std::string> ChangedDirectories(const KPlan& plan) {
     std::string last;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
-            std::string parent = ChangesFiles(action) ? ParentPath(NormalPath(action.path)) : last;
+            std::string parent =
+                action.IsOfEntry() && !action.lacks ? ParentPath(NormalPath(action.path)) : last;
             if (parent == last) { // one rule copies many files to one directory
                 continue;
             }

@@ -27,7 +27,7 @@ void RequireRoot() {
 }
 
 void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten) {
-    for (const KPlan::Space& space : plan.GetSpace(alsoWritten)) {
+    for (const KPlan::Space& space : plan.ReadSpace(alsoWritten)) {
         if (!space.HasBytes()) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,

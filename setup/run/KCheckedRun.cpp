@@ -74,7 +74,7 @@ KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRu
     }
     SetOfflineServices(context.arguments.offlineServices);
     RequireScript();
-    LookAround();
+    RunPreflight();
     FindLogs();
     if (!planned.Installs()) {
         AskBeforeRemoval();
@@ -101,7 +101,7 @@ void KCheckedRun::RequireScript() const {
     }
 }
 
-void KCheckedRun::LookAround() const {
+void KCheckedRun::RunPreflight() const {
     const KRunContext& context = GetContext();
     const KPlan& plan = planned.GetPlan();
     RequireWritable(plan);

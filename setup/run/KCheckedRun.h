@@ -27,7 +27,7 @@ class KCheckedRun {
 
   private:
     void RequireScript() const;
-    void LookAround() const;
+    void RunPreflight() const;
     void FindLogs();
     void AskBeforeRemoval() const;
 

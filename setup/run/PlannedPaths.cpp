@@ -19,11 +19,6 @@ bool MakesEntry(Kind kind) {
            kind == Kind::CreateProfile || kind == Kind::PutOption;
 }
 
-bool ChangesEntry(Kind kind) {
-    return MakesEntry(kind) || kind == Kind::DeleteFile || kind == Kind::DeleteDirectory ||
-           kind == Kind::RemoveOption;
-}
-
 /// The unit file of a service, and the link that enables it.
 void AddUnitPaths(const std::string& service, std::vector<std::string>& paths) {
     paths.push_back(units + service + ".service");
@@ -70,7 +65,7 @@ std::vector<std::string> ChangedPaths(const KPlan& plan) {
     std::vector<std::string> paths;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
-            if (ChangesEntry(action.kind)) {
+            if (action.IsOfEntry()) {
                 paths.push_back(action.path);
             } else if (action.kind == Kind::InstallService || action.kind == Kind::RemoveService) {
                 AddUnitPaths(action.path, paths);
@@ -94,7 +89,7 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
             if (action.kind == Kind::CopyFile && !action.lacks && IsAtOrBelow(source, kit) &&
                 !IsAtOrBelow(target, kit)) {
                 copies.push_back({std::move(source), std::move(target)});
-            } else if (ChangesEntry(action.kind)) {
+            } else if (action.IsOfEntry()) {
                 written.insert(std::move(target));
             }
         }

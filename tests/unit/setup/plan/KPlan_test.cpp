@@ -200,7 +200,7 @@ TEST_F(KPlanTest, SpaceIsCountedInWholeBlocksWhereFilesGo) {
     disk.Write("disk/old", "");
     const auto spaces =
         Plan("directory=create,DISK/new\nfile=copy,a,KIT,DISK/new\nfile=copy,a,KIT,DISK,old\n")
-            .GetSpace();
+            .ReadSpace();
     ASSERT_EQ(spaces.size(), 1U);
     EXPECT_GE(spaces[0].needed, 10U);
     EXPECT_EQ(spaces[0].needed % 512, 0U);

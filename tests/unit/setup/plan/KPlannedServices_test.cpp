@@ -12,6 +12,8 @@
 #include <ostream>
 #include <string>
 
+#include <sys/services/KServiceError.h>
+#include <sys/services/UnitText.h>
 #include <unistd.h>
 
 namespace {
@@ -118,7 +120,7 @@ TEST_P(ServiceNameTest, IsRefusedAsTheLibraryRefusesIt) {
     constexpr unsigned invalidArgument = 36;
     unsigned state = 0;
     const unsigned status = SvcGetServiceStatus(0, GetParam().service.c_str(), &state);
-    EXPECT_EQ(!KSETUP::WhyNotAServiceName(GetParam().service).empty(), status == invalidArgument);
+    EXPECT_EQ(!KSYS::WhyNotAServiceName(GetParam().service).empty(), status == invalidArgument);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -97,11 +97,11 @@ TEST_F(KPlannedTreeTest, OptionsThatArePutCoverThoseOnTheDisk) {
     tree.PutOption(profile, {"s", "c", "3"});
     tree.PutOption(profile, {"s", "c", "4"});
     tree.PutOption(profile, {"other", "a", "7"});
-    EXPECT_THAT(Values(tree.GetOptions(profile, "s")), ElementsAre("a=9", "b=2", "c=4"));
+    EXPECT_THAT(Values(tree.ReadOptions(profile, "s")), ElementsAre("a=9", "b=2", "c=4"));
     tree.RemoveOption(profile, {"s", "b", "2"});
     tree.RemoveOption(profile, {"s", "c", "4"});
-    EXPECT_THAT(Values(tree.GetOptions(profile, "s")), ElementsAre("a=9"));
-    EXPECT_THAT(Values(onlyKit.GetOptions("/none", "s")), IsEmpty());
+    EXPECT_THAT(Values(tree.ReadOptions(profile, "s")), ElementsAre("a=9"));
+    EXPECT_THAT(Values(onlyKit.ReadOptions("/none", "s")), IsEmpty());
 }
 
 TEST_F(KPlannedTreeTest, ChangesTellWhatWasMadeAndDeleted) {
@@ -168,9 +168,9 @@ TEST_F(KPlannedTreeTest, ACopyOfAProfileHasItsOptions) {
     disk.Write("kit/b.ini", "[S]\none=1\n");
     tree.PutOption(At("kit/b.ini"), {"S", "two", "2"});
     tree.PutCopy(At("other/c.ini"), tree.Find(At("kit/b.ini")), At("kit/b.ini"));
-    EXPECT_THAT(Values(tree.GetOptions(At("other/c.ini"), "S")), ElementsAre("one=1", "two=2"));
+    EXPECT_THAT(Values(tree.ReadOptions(At("other/c.ini"), "S")), ElementsAre("one=1", "two=2"));
     tree.Put(At("other/c.ini"), AFile()); // made anew
-    EXPECT_THAT(Values(tree.GetOptions(At("other/c.ini"), "S")), IsEmpty());
+    EXPECT_THAT(Values(tree.ReadOptions(At("other/c.ini"), "S")), IsEmpty());
 }
 
 } // namespace
