@@ -108,9 +108,12 @@ void RequireArguments(bool fit) {
     }
 }
 
-void Trace(const std::string& notice) {
-    Msg(KSUP::TraceLevel::support, "%s", notice.c_str());
-}
+/// A class of our own, for the type information of a plain function would be exported.
+struct Trace {
+    void operator()(const std::string& notice) const {
+        Msg(KSUP::TraceLevel::support, "%s", notice.c_str());
+    }
+};
 
 /// These calls answer with a status only; the words are kept beside it.
 template <class Call>
@@ -145,7 +148,7 @@ template <class Stop>
 unsigned StopWith(unsigned flags, const char* name, Stop stop) noexcept {
     return WithStatus([&] {
         RequireArguments(flags == 0 && name != nullptr);
-        KServiceControl service(name, &Trace);
+        KServiceControl service(name, Trace());
         if (!IsLeft(service, name, stopped)) {
             stop(service);
         }
@@ -166,14 +169,14 @@ unsigned SvcCreateService(
             flags == 0 && name != nullptr && displayName != nullptr && program != nullptr &&
             arguments != nullptr
         );
-        KServiceControl(name, &Trace).Create(displayName, program, arguments);
+        KServiceControl(name, Trace()).Create(displayName, program, arguments);
     });
 }
 
 unsigned SvcDeleteService(unsigned flags, const char* name) noexcept {
     return WithStatus([&] {
         RequireArguments(flags == 0 && name != nullptr);
-        KServiceControl(name, &Trace).Delete();
+        KServiceControl(name, Trace()).Delete();
         TheLeftServices().Remove(name);
     });
 }
@@ -181,7 +184,7 @@ unsigned SvcDeleteService(unsigned flags, const char* name) noexcept {
 unsigned SvcStartService(unsigned flags, const char* name) noexcept {
     return WithStatus([&] {
         RequireArguments(flags == 0 && name != nullptr);
-        KServiceControl service(name, &Trace);
+        KServiceControl service(name, Trace());
         if (!IsLeft(service, name, running)) {
             service.Start();
         }
@@ -201,7 +204,7 @@ unsigned SvcStopServiceEx(unsigned flags, const char* name, unsigned timeoutMs) 
 unsigned SvcGetServiceStatus(unsigned flags, const char* name, unsigned* state) noexcept {
     return WithStatus([&] {
         RequireArguments(flags == 0 && name != nullptr && state != nullptr);
-        *state = KServiceControl(name, &Trace).GetState();
+        *state = KServiceControl(name, Trace()).GetState();
     });
 }
 
