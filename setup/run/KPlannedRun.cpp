@@ -27,7 +27,10 @@ KPlannedRun KPlannedRun::OfInstall(KLockedProduct& locked) {
             );
         }
     }
-    return {locked, Action::Install, context.arguments.productPath};
+    const auto& begun = locked.GetInterrupted();
+    const bool goesOn = context.arguments.productPath.empty() && !locked.GetRecord() && begun &&
+                        begun->damage.empty(); // where the interrupted run was at work
+    return {locked, Action::Install, goesOn ? begun->path : context.arguments.productPath};
 }
 
 std::optional<KPlannedRun> KPlannedRun::OfRemoval(KLockedProduct& locked) {
@@ -38,10 +41,10 @@ std::optional<KPlannedRun> KPlannedRun::OfRemoval(KLockedProduct& locked) {
         return KPlannedRun(locked, Action::Remove, locked.GetContext().arguments.productPath);
     }
     const auto& begun = locked.GetInterrupted();
-    if (!begun || !begun->damage.empty() || begun->action != Action::Remove) {
+    if (!begun || !begun->damage.empty()) {
         return std::nullopt;
     }
-    report.version = begun->version; // the link is gone already; the state knows the rest
+    report.version = begun->version; // the link is not there; the state knows the rest
     return KPlannedRun(locked, Action::Remove, begun->path);
 }
 

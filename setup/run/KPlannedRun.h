@@ -25,7 +25,7 @@ class KPlannedRun {
     ///          is older than the installed one, and for a path that is none of a product's;
     ///          KSetupStop while the seal is checked
     static KPlannedRun OfInstall(KLockedProduct& locked);
-    /// Nothing when there is nothing to remove: no product, and no removal that was interrupted.
+    /// Nothing when there is nothing to remove: no product, and no run that was interrupted.
     ///
     /// Throws   as above
     static std::optional<KPlannedRun> OfRemoval(KLockedProduct& locked);

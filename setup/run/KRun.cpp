@@ -51,8 +51,14 @@ KRun::KRun(KCheckedRun&& checkedRun)
     : checked(std::move(checkedRun)),
       context(checked.GetContext()),
       report(context.report) {
-    BackUp();
-    OpenLogs();
+    OpenJournal();
+    try {
+        BackUp();
+        OpenLogs();
+    } catch (...) {
+        CloseJournal(); // no rule was run
+        throw;
+    }
     watch = std::make_unique<KRunWatch>(installer, context, CountedRules(GetPlanned()));
     report.rulesAll = watch->GetRuleCount();
     installer.SetRunListener([this](const KRunEvent& event) {
@@ -68,16 +74,41 @@ KRun::KRun(KCheckedRun&& checkedRun)
     StartRules();
 }
 
-/// Everything that the run may change, so that "restore" can put it back.
-void KRun::BackUp() const {
-    if (!context.arguments.backup) {
+bool KRun::GoesOn() const noexcept {
+    return GetPlanned().GetProduct().GetInterrupted().has_value();
+}
+
+/// First, because it can be refused and replaces nothing.
+void KRun::OpenJournal() {
+    journal = std::make_unique<KWriteJournal>(
+        GetPlanned().GetProduct().GetService(),
+        GoesOn() ? KWriteJournal::Begin::GoOn : KWriteJournal::Begin::Anew,
+        ExpectedPaths(GetPlanned().GetPlan())
+    );
+}
+
+/// That of a run that was interrupted before stays, for the one that goes on.
+void KRun::CloseJournal() {
+    if (!GoesOn()) {
+        journal->End();
+        RemoveEmptyStateDirectory(GetPlanned().GetProduct().GetService());
+    }
+}
+
+/// Everything that the run may change, so that "restore" can put it back. What an interrupted run
+/// kept is older than what stands there now, and stays.
+void KRun::BackUp() {
+    KLockedProduct& product = GetPlanned().GetProduct();
+    const auto& interrupted = product.GetInterrupted();
+    hasBackup = interrupted && interrupted->hasBackup;
+    if (!context.arguments.backup || hasBackup) {
         return;
     }
-    KLockedProduct& product = GetPlanned().GetProduct();
     std::vector<std::string> paths = ChangedPaths(GetPlanned().GetPlan());
     paths.push_back(product.GetMacros().Expand(KINS::Names::recordFile));
     paths.push_back(std::filesystem::path(stateBaseDirectory) / product.GetService() / "manifest");
     KBackup(product.GetService()).Save(paths, context.ShallStop());
+    hasBackup = true;
     context.reporter.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
 }
 
@@ -101,15 +132,10 @@ void KRun::Remember() {
     run.version = report.version;
     run.path = report.productPath;
     run.ruleCount = report.rulesAll;
+    run.hasBackup = hasBackup;
     state.emplace(service);
     state->Begin(run);
-    const bool goesOn = product.GetInterrupted().has_value();
-    journal = std::make_unique<KWriteJournal>(
-        service,
-        goesOn ? KWriteJournal::Begin::GoOn : KWriteJournal::Begin::Anew,
-        ExpectedPaths(GetPlanned().GetPlan())
-    );
-    if (goesOn) {
+    if (GoesOn()) {
         DeleteStaleTemporaries(OwnDirectories(GetPlanned().GetPlan(), run.path, service));
     }
 }
@@ -124,8 +150,10 @@ void KRun::StartRules() {
     } catch (const KSUP::KError& error) {
         const bool isMalformed = error.GetKind() == KSUP::KErrorKind::Rule;
         FillLogEnd();
-        journal->End();
-        state->End(); // nothing was begun
+        if (!GoesOn()) { // nothing was begun
+            journal->End();
+            state->End();
+        }
         throw KSetupFailure(
             isMalformed ? ExitCode::malformedScript : ExitCode::internal,
             std::string(context.kit.GetScript().c_str()) + ": " + Printable(DescribeError(error)) +

@@ -34,7 +34,10 @@ class KRun {
 
   private:
     const KPlannedRun& GetPlanned() const noexcept { return checked.GetPlanned(); }
-    void BackUp() const;
+    bool GoesOn() const noexcept;
+    void OpenJournal();
+    void CloseJournal();
+    void BackUp();
     void OpenLogs();
     void Remember();
     void StartRules();
@@ -54,6 +57,7 @@ class KRun {
     const KRunContext& context;
     KRunReport& report;
     KCommandOutput commandOutput;
+    bool hasBackup = false; // of what the run replaces, its own or that of the one it goes on with
     std::optional<KRunState> state;         // as the next
     std::unique_ptr<KWriteJournal> journal; // there once the run is remembered
     std::unique_ptr<KRunWatch> watch;

@@ -13,8 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
-#include <system_error>
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -84,6 +83,10 @@ void KRun::Settle() {
         report.result = KRunResult::Failed;
         report.exitCode = failure.GetExitCode();
         report.error = failure.what();
+    } catch (const std::exception& error) {
+        report.result = KRunResult::Failed;
+        report.exitCode = ExitCode::internal;
+        report.error = std::string("all rules were done, and then: ") + error.what();
     }
 }
 
@@ -121,8 +124,8 @@ KManifest KRun::MakeManifest() {
 
 void KRun::SettleRemoval() {
     if (installer.IsProductInstalled()) {
-        state->End(); // nothing is left of it to go on with
-        journal->End();
+        journal->End(); // nothing is left of it to go on with
+        state->End();
         throw KSetupFailure(
             ExitCode::ruleFailed,
             report.product +
@@ -163,9 +166,7 @@ void KRun::Forget() {
     KManifest::Remove(service);
     journal->End();
     state->End();
-    std::error_code isNotEmpty; // then it stays
-    std::filesystem::remove(std::filesystem::path(stateBaseDirectory) / service, isNotEmpty);
-    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
+    RemoveEmptyStateDirectory(service);
 }
 
 void KRun::FillError(const KSUP::KError& error) {

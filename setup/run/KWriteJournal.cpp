@@ -133,8 +133,9 @@ void KWriteJournal::Save() noexcept {
     SaveHeld();
 }
 
+/// Nothing follows what could not be written whole: it would be read as part of it.
 void KWriteJournal::SaveHeld() noexcept {
-    if (pending.empty() || !file.IsOpen()) {
+    if (pending.empty() || !file.IsOpen() || errorNumber != 0) {
         return;
     }
     const unsigned status = KSYS::WriteAll(file.Get(), pending.data(), pending.size());
@@ -161,6 +162,12 @@ void KWriteJournal::End() {
         pending.clear();
     }
     directory.Delete(fileName);
+}
+
+void KWriteJournal::Discard(const std::string& serviceName, const std::string& base) {
+    if (const auto existing = KPrivateDirectory::OpenExisting(base, serviceName)) {
+        existing->Delete(fileName);
+    }
 }
 
 } // namespace KSETUP

@@ -61,6 +61,11 @@ class KWriteJournal {
     ///
     /// Throws   KSetupFailure, the file being there still
     void End();
+    /// The same for a product whose run was undone.
+    ///
+    /// Throws   as above
+    static void
+    Discard(const std::string& serviceName, const std::string& base = stateBaseDirectory);
 
   private:
     static void Listen(void* journal, unsigned what, const char* path) noexcept;

@@ -2,7 +2,9 @@
 #include <setup/files/PathText.h>
 #include <setup/run/PlannedPaths.h>
 
+#include <filesystem>
 #include <set>
+#include <system_error>
 #include <unordered_set>
 #include <utility>
 
@@ -33,6 +35,24 @@ bool IsOwn(
            IsAtOrBelow(directory, "/etc/" + serviceName);
 }
 
+/// Whether a link stands on the way to a target, on the disk or among those that rules lay.
+bool AreReachedByLinks(
+    const std::vector<KCopy>& copies, const std::unordered_set<std::string>& links
+) {
+    std::unordered_set<std::string> looked;
+    for (const KCopy& copy : copies) {
+        for (std::string at = ParentPath(copy.target); at.size() > 1 && looked.insert(at).second;
+             at = ParentPath(at)) {
+            std::error_code unknown; // as good as missing
+            const auto status = std::filesystem::symlink_status(at, unknown);
+            if (links.contains(at) || std::filesystem::is_symlink(status)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 std::vector<std::string> ExpectedPaths(const KPlan& plan) {
@@ -41,7 +61,7 @@ std::vector<std::string> ExpectedPaths(const KPlan& plan) {
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == Kind::InstallService) {
                 AddUnitPaths(action.path, paths);
-            } else if (MakesEntry(action.kind) && action.kind != Kind::CopyFile && !action.replaces) {
+            } else if (MakesEntry(action.kind) && !action.lacks && !action.replaces) {
                 paths.push_back(action.path);
             }
         }
@@ -79,10 +99,14 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
     const std::string kit = NormalPath(kitDirectory);
     std::vector<KCopy> copies;
     std::unordered_set<std::string> written; // by anything but a copy from the kit
+    std::unordered_set<std::string> links;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == Kind::StartCommand) {
                 return {};
+            }
+            if (action.kind == Kind::MakeLink) {
+                links.insert(NormalPath(action.path));
             }
             std::string target = NormalPath(action.path);
             std::string source = NormalPath(action.source);
@@ -93,6 +117,9 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
                 written.insert(std::move(target));
             }
         }
+    }
+    if (AreReachedByLinks(copies, links)) {
+        return {}; // a target of two paths holds what was copied last
     }
     std::erase_if(copies, [&](const KCopy& copy) {
         return written.contains(copy.target) || written.contains(copy.source);

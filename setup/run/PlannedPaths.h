@@ -9,8 +9,7 @@
 
 namespace KSETUP {
 
-/// What a plan makes where nothing stands: links, directories, profiles and unit files. Not the
-/// copies, which a run that is repeated makes anew.
+/// What a plan makes where nothing stands: files, links, directories, profiles and unit files.
 std::vector<std::string> ExpectedPaths(const KPlan& plan);
 
 /// The directories of the product's own, in /etc too, in which a plan makes or replaces something.

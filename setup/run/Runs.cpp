@@ -44,7 +44,10 @@ void Restore(const KRunContext& context) {
     } else if (!restored.failures.empty()) {
         report.result = KRunResult::Failed;
         report.exitCode = ExitCode::cannotWrite;
+    } else if (const auto& begun = product.GetInterrupted(); begun && !begun->hasBackup) {
+        report.notes.push_back(begun->ToWords()); // this backup is older than that run
     } else {
+        KWriteJournal::Discard(product.GetService());
         KRunState(product.GetService()).End(); // what was begun is undone
     }
 }

@@ -52,6 +52,7 @@ KInterruptedRun Understood(const std::string& text) {
     run.version = line.GetText("version");
     run.path = line.GetText("path");
     run.ruleCount = ToNumber(line.GetNumber("rules"));
+    run.hasBackup = line.Has("backup");
     return run;
 }
 
@@ -83,6 +84,9 @@ void KRunState::Begin(const KRunDescription& run) {
     line.Put("version", run.version);
     line.Put("path", run.path);
     line.Put("rules", std::uint64_t{run.ruleCount});
+    if (run.hasBackup) {
+        line.Put("backup", std::uint64_t{1});
+    }
     directory.WriteDurably(fileName, std::string(RuleText(0).data()) + "\n" + line.ToText());
     rule = 0;
     file = directory.Open(fileName, O_WRONLY);

@@ -18,6 +18,7 @@ struct KRunDescription {
     std::string version;
     std::string path; ///< of the product
     unsigned ruleCount = 0;
+    bool hasBackup = false; ///< what it replaces was kept before
 };
 
 /// A run that began and did not come to its end: it failed, was stopped, killed, or the machine

@@ -3,10 +3,19 @@
 #include <setup/state/StateDirectory.h>
 #include <sup++/KUtil.h>
 
+#include <filesystem>
+#include <system_error>
+
 namespace KSETUP {
 
 std::vector<std::string> WrittenByEachInstall() {
     return {KSUP::KUtil::GetPathName(KINS::Names::logDirectoryId, "").c_str(), stateBaseDirectory};
+}
+
+void RemoveEmptyStateDirectory(const std::string& serviceName) {
+    std::error_code isNotEmpty; // then it stays
+    std::filesystem::remove(std::filesystem::path(stateBaseDirectory) / serviceName, isNotEmpty);
+    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
 }
 
 } // namespace KSETUP

@@ -12,4 +12,7 @@ inline constexpr const char* stateBaseDirectory = "/var/lib/ins++";
 /// The directories that an install writes to whatever its rules do: the log's and the state's.
 std::vector<std::string> WrittenByEachInstall();
 
+/// Takes the directory of a service's product away, and the base, where nothing is in it.
+void RemoveEmptyStateDirectory(const std::string& serviceName);
+
 } // namespace KSETUP

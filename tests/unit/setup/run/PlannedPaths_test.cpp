@@ -100,6 +100,15 @@ TEST_F(PlannedPathsTest, ACopyDoesNotLastThatAnotherOneReplaces) {
     );
 }
 
+TEST_F(PlannedPathsTest, NoCopyIsKnownToLastWhereALinkLeadsToATarget) {
+    tree.Directory("product/d");
+    EXPECT_THAT(
+        Lasting({"file=symlink,d,P,P,cur", "file=copy,a,K,P/cur", "file=copy,b,K,P/d,a"}), IsEmpty()
+    );
+    tree.Link("product/link", "d");
+    EXPECT_THAT(Lasting({"file=copy,a,K,P/link"}), IsEmpty());
+}
+
 TEST_F(PlannedPathsTest, AKitThatItsOwnRulesChangeIsNotKnownBefore) {
     EXPECT_THAT(Lasting({"file=copy,b,K,K,a", "file=copy,a,K,P"}), IsEmpty());
     EXPECT_THAT(Lasting({"profile=put,K/a,s,k,v", "file=copy,a,K,P"}), IsEmpty());
@@ -109,7 +118,7 @@ TEST_F(PlannedPathsTest, WhatIsNotThereToBeCopiedMakesNothing) {
     EXPECT_THAT(Lasting({"file=copy,none,K,P"}), IsEmpty());
 }
 
-TEST_F(PlannedPathsTest, LinksDirectoriesProfilesAndUnitFilesAreExpected) {
+TEST_F(PlannedPathsTest, WhatIsMadeWhereNothingStandsIsExpected) {
     EXPECT_THAT(
         Expected(
             {"directory=create,P/d/e",
@@ -122,6 +131,7 @@ TEST_F(PlannedPathsTest, LinksDirectoriesProfilesAndUnitFilesAreExpected) {
         ElementsAre(
             product + "/d",
             product + "/d/e",
+            product + "/a",
             product + "/l",
             product + "/n",
             product + "/o",
