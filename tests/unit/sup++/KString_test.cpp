@@ -208,7 +208,7 @@ TEST_P(KStringChangeTest, ForgetsTheWideCopy) {
     while (wide[units] != 0) {
         ++units;
     }
-    EXPECT_EQ(units, KString(GetParam().result).GetCount()) << "one unit for each of these";
+    EXPECT_EQ(KString(GetParam().result).GetCount(), units) << "one unit for each of these";
 }
 
 INSTANTIATE_TEST_SUITE_P(
