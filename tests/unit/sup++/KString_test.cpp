@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // KStringSearch_test.cpp has what is found, split and replaced.
+#include "../../support/NameOfRow.h"
 #include "Common.h"
 
 #include <sup++/KString.h>
@@ -242,7 +243,7 @@ INSTANTIATE_TEST_SUITE_P(
          "a\xc3\xa9"
          "bc"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST(KStringTest, QuestionsDoNotForgetTheCount) {
