@@ -15,7 +15,7 @@ namespace KINS {
 /// Thread   as KInstallRuleBase; a copy reports its progress and asks for cancellation every 64 KiB
 class INS_EXPORT KFileRule : public KInstallRule {
   public:
-    /// See KInstallRuleBase.
+    /// Copies the line; only Initialize reads it and can refuse it.
     KFileRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KFileRule() override;
 

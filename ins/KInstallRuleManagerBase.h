@@ -92,13 +92,13 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     /// Deletes every rule and sets the completed count to 0; status, states and callback stay.
     virtual void Clear();
 
-    /// The number of counted rules done.
+    /// How many of GetRuleCount are done since Clear; a rule that failed is not.
     virtual unsigned int GetCompletedCount() const;
 
-    /// The installer's ExpandMacros.
+    /// What KInstaller::ExpandMacros makes of it; unknown macros stay as they are.
     virtual KSUP::KString ExpandMacros(const KSUP::KString& text) const;
 
-    /// The number of rules that count.
+    /// How many of the loaded rules say ShouldCount; each is asked, under the lock.
     virtual unsigned int GetRuleCount() const;
 
     /// Keeps a value for all rules of this rule's class.

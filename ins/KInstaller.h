@@ -86,13 +86,13 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     /// Throws   what ended the run
     void AutoUninstall();
 
-    /// The current status text.
+    /// What a rule said last, with " (43%)" behind it if it had a percentage; empty before.
     KSUP::KString GetStatus() const;
     /// The path that the rule at work, or the last one that was, works on; empty without one.
     KSUP::KString GetCurrentTarget() const;
-    /// The number of rules that count.
+    /// How many rules of this run count (KInstallRuleBase::ShouldCount); 0 before they are loaded.
     unsigned int GetMaxCount() const;
-    /// The number of counted rules done.
+    /// How many of GetMaxCount are done; a rule that failed is not.
     unsigned int GetCompletedCount() const;
     /// What the last Start was asked for; ModeNone before it.
     MODE GetMode() const noexcept;

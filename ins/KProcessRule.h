@@ -8,7 +8,7 @@ namespace KINS {
 /// The rule type behind the key "process".
 class INS_EXPORT KProcessRule : public KProcessRuleBase {
   public:
-    /// See KInstallRuleBase.
+    /// Copies the line; only Initialize reads it and can refuse it.
     KProcessRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KProcessRule() override;
 };

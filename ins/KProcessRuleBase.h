@@ -11,7 +11,7 @@ namespace KINS {
 /// command is expanded while the script loads and once more when it runs.
 class INS_EXPORT KProcessRuleBase : public KInstallRule {
   public:
-    /// See KInstallRuleBase.
+    /// Copies the line; only Initialize reads it and can refuse it.
     KProcessRuleBase(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KProcessRuleBase() override;
 

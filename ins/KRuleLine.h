@@ -64,8 +64,8 @@ enum class KRuleField : std::uint32_t {
 
 /// An operation of a rule type.
 struct KRuleOperationInfo {
-    const char* word; ///< as it is written, in lower case
-    KRuleOperation operation;
+    const char* word;                   ///< as it is written, in lower case
+    KRuleOperation operation;           ///< never None
     std::span<const KRuleField> fields; ///< what a whole line of this operation has, this one first
 };
 
@@ -78,12 +78,12 @@ enum class KUnknownOperation : std::uint32_t {
 
 /// How lines of a type are read.
 struct KRuleTypeInfo {
-    KRuleType type;
+    KRuleType type;                                 ///< never None
     const char* keyword;                            ///< the script's key, exactly so
     std::span<const std::size_t> fieldCounts;       ///< that load; none: the line is one field
     std::span<const KRuleOperationInfo> operations; ///< none for a section
     bool ignoresCase;                               ///< of the operation
-    KUnknownOperation unknownOperation;
+    KUnknownOperation unknownOperation;             ///< of no meaning without operations
 };
 
 /// A line of an install script as its rule reads it: what it does, and its fields with their meaning
@@ -100,8 +100,8 @@ class INS_EXPORT KRuleLine {
 
     /// A field of the line, empty ones left out.
     struct Field {
-        KRuleField meaning = KRuleField::None;
-        KSUP::KString text; ///< as the rule gets to see it
+        KRuleField meaning = KRuleField::None; ///< None: the rule does not look at it
+        KSUP::KString text;                    ///< as the rule gets to see it
     };
 
     /// Why a line would not be loaded.

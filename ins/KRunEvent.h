@@ -23,9 +23,9 @@ struct KRunEvent {
         RuleDone = 2,    ///< the text is the rule's description
     };
 
-    Kind kind;                 ///< what has happened
+    Kind kind;                 ///< says which of the members below have a meaning
     unsigned rule;             ///< the number of the rule among those that count, from 0
-    const KSUP::KString& text; ///< see Kind
+    const KSUP::KString& text; ///< the description or the status, as Kind tells
     double percentage;         ///< 0 to 100 of a Status, else noPercentage
     /// What the rule does to `path`: Write for what it makes, copies or changes. Of a Status only.
     KSUP::KOperation operation;

@@ -10,7 +10,7 @@ namespace KINS {
 /// expanded in the fields behind it while the script loads.
 class INS_EXPORT KServiceRule : public KInstallRule {
   public:
-    /// See KInstallRuleBase.
+    /// Copies the line; only Initialize reads it and can refuse it.
     KServiceRule(KInstallRuleManagerBase* owner, const KSUP::KString& line);
     ~KServiceRule() override;
 

@@ -19,9 +19,9 @@ class SUP_EXPORT KBase {
     KBase(const char* classTag, bool keepsTag) noexcept : tag(classTag), tagged(keepsTag) {}
     virtual ~KBase();
 
-    /// Copies the tag.
+    /// The tag is kept as a pointer: both answer with the same text.
     KBase(const KBase&) noexcept = default;
-    /// Copies the tag.
+    /// Takes over the tag, and whether it is told, though the class stays what it is.
     KBase& operator=(const KBase&) noexcept = default;
 
     /// The class name given by the constructor of the derived class, never null.
@@ -29,13 +29,13 @@ class SUP_EXPORT KBase {
 
     /// Takes memory from the support library. Throws std::bad_alloc.
     static void* operator new(std::size_t bytes);
-    /// Takes memory from the support library. Throws std::bad_alloc.
+    /// As above, at an address that is a multiple of `alignment`. Throws std::bad_alloc.
     static void* operator new(std::size_t bytes, std::align_val_t alignment);
-    /// Constructs in memory that is there.
+    /// Takes no memory: `place` stays its owner's, and is large and aligned enough.
     static void* operator new(std::size_t, void* place) noexcept { return place; }
-    /// Gives the memory back to the support library.
+    /// Gives the memory back to the support library. Null is allowed.
     static void operator delete(void* memory) noexcept;
-    /// Gives the memory back to the support library.
+    /// As above, of a type that asks for more alignment than `new` gives by itself.
     static void operator delete(void* memory, std::align_val_t alignment) noexcept;
     /// For a constructor that throws in memory that was there.
     static void operator delete(void*, void*) noexcept {}

@@ -9,7 +9,7 @@ namespace KSUP {
 /// exceptions (out of memory, those of callbacks) pass through the libraries unchanged.
 class SUP_EXPORT KError : public KErrorBase {
   public:
-    /// See KErrorBase.
+    /// KErrorSource makes errors; this is for whoever has a level and a place of its own.
     KError(
         TRACE_MESSAGE level,
         unsigned code,
@@ -20,9 +20,9 @@ class SUP_EXPORT KError : public KErrorBase {
         const KDriver* driver
     );
     ~KError() override;
-    /// Shares the contents.
+    /// Never throws: a copy shares its contents (KErrorBase).
     KError(const KError&) noexcept;
-    /// Shares the contents.
+    /// Never throws: both share their contents then (KErrorBase).
     KError& operator=(const KError&) noexcept;
 };
 

@@ -43,9 +43,9 @@ class SUP_EXPORT KErrorBase : public KBase {
         const KDriver* driver
     );
     ~KErrorBase() override;
-    /// Shares the contents.
+    /// Shares the contents and so never throws; SetInfo on one does not change the other.
     KErrorBase(const KErrorBase&) noexcept;
-    /// Shares the contents.
+    /// As the copy constructor; what GetFile and GetFunction gave before may be gone.
     KErrorBase& operator=(const KErrorBase&) noexcept;
 
     /// Attaches one value of information; copies made before keep theirs.
@@ -62,7 +62,7 @@ class SUP_EXPORT KErrorBase : public KBase {
     KErrorKind GetKind() const noexcept;
     /// Whether the code is the system's errno.
     bool IsSystemError() const noexcept { return GetKind() == KErrorKind::System; }
-    /// What failed at the path.
+    /// What was tried on GetPath; None where that is not known.
     KOperation GetOperation() const noexcept;
     /// The path that it was about; empty without one.
     KString GetPath() const;
@@ -70,17 +70,17 @@ class SUP_EXPORT KErrorBase : public KBase {
     KString GetReason() const;
     /// A code within the code; 0 so far.
     unsigned GetSubCode() const noexcept;
-    /// The line in the source that raised it.
+    /// The line of GetFile at which it was raised.
     unsigned GetLine() const noexcept;
-    /// The source, such as "ins/KFileRule".
+    /// Where it was raised, without ending: "ins/KFileRule". Never null.
     const char* GetFile() const noexcept;
-    /// The function that raised it.
+    /// Where it was raised, without its class: "DeleteFile". Never null.
     const char* GetFunction() const noexcept;
     /// Null: reserved.
     const KDriver* GetDriver() const noexcept;
     /// Empty when nothing was attached.
     KVariant GetInfo() const;
-    /// Whether information was attached.
+    /// Tells "nothing attached" from an empty text, which GetInfo alone does not show.
     bool HasInfo() const noexcept;
 
     /// One line with code, place and information; control characters become blanks.

@@ -23,22 +23,22 @@ class KHeapPtr {
     static_assert(std::is_trivially_copyable_v<T>, "the buffer moves its values as bytes");
 
   public:
-    /// An empty buffer.
+    /// Takes no memory yet; `heapTag` names what it will take.
     explicit KHeapPtr(const char* heapTag = "Sup++: heap") noexcept : tag(heapTag) {}
-    /// A copy of `count` values.
+    /// Copies `count` values from `values`, which may be null for 0. Throws std::bad_alloc.
     KHeapPtr(const T* values, std::size_t count, const char* heapTag) : tag(heapTag) {
         Append(values, count);
     }
     ~KHeapPtr() { Rel_SvcReleaseMemory(memory); }
 
-    /// Copies the values.
+    /// Copies the values, with the tag of `other`. Throws std::bad_alloc.
     KHeapPtr(const KHeapPtr& other) : tag(other.tag) { Append(other.memory, other.used); }
     /// Takes the values; `other` is empty then.
     KHeapPtr(KHeapPtr&& other) noexcept
         : memory(std::exchange(other.memory, nullptr)),
           used(std::exchange(other.used, 0)),
           tag(other.tag) {}
-    /// Copies the values.
+    /// As it was when it throws std::bad_alloc.
     KHeapPtr& operator=(const KHeapPtr& other) {
         if (this != &other) {
             *this = KHeapPtr(other);

@@ -38,7 +38,7 @@ class KList {
         }
     }
 
-    /// The number of items.
+    /// Items, also those that the list does not own; 0 after Release.
     std::size_t GetCount() const noexcept { return items.size(); }
     /// The item at `index`, which must be below GetCount. It stays the list's.
     T* operator[](std::size_t index) const noexcept { return items[index]; }

@@ -39,19 +39,19 @@ class SUP_EXPORT KLogBase : public KBase {
 
     /// The class's readable name, as KUtil::GetClassNameFromTypeInfo makes it.
     virtual KLogBase& operator<<(const std::type_info& type);
-    /// See KLogTypes.
+    /// Ends the entry, or says how the next piece is written: see KLogTypes.
     virtual KLogBase& operator<<(KLogTypes::MODIFIER modifier);
     /// Begins an entry; one of this thread that was not finished is discarded.
     virtual KLogBase& operator<<(const KLogPrefix& prefix);
-    /// A number, in decimal.
+    /// A number in decimal, not the character with this code.
     virtual KLogBase& operator<<(unsigned char number);
-    /// A number, as KUtil::NumberToString writes it.
+    /// Written as a double: what KUtil::NumberToString makes of it.
     virtual KLogBase& operator<<(float number);
-    /// A number, as KUtil::NumberToString writes it.
+    /// With six significant digits, as KUtil::NumberToString writes it.
     virtual KLogBase& operator<<(double number);
-    /// A number, in decimal.
+    /// In decimal; behind KLogTypes::StatusCode in hexadecimal as well.
     virtual KLogBase& operator<<(unsigned int number);
-    /// A number of 64 bits.
+    /// Its 64 bits as one number without sign, in decimal.
     virtual KLogBase& operator<<(const KQword& number);
     /// A text; control characters become blanks.
     virtual KLogBase& operator<<(const KString& text);
@@ -59,21 +59,21 @@ class SUP_EXPORT KLogBase : public KBase {
     virtual KLogBase& operator<<(const char* text);
     /// The next piece is filled with blanks on the left up to this many bytes.
     virtual KLogBase& operator<<(std::_Setw width);
-    /// The bytes in hexadecimal.
+    /// Two hexadecimal digits in lower case for each byte, nothing between them.
     virtual KLogBase& operator<<(const KHeapPtr<unsigned char>& bytes);
-    /// A number, in decimal.
+    /// In decimal, a minus in front of what is below 0.
     virtual KLogBase& operator<<(int number);
-    /// A number, in decimal.
+    /// In decimal; behind KLogTypes::StatusCode in hexadecimal as well.
     virtual KLogBase& operator<<(unsigned long long number);
-    /// A number of 64 bits.
+    /// Its two halves as one number without sign, in decimal.
     virtual KLogBase& operator<<(const _tagQword& number);
-    /// NUL-terminated UTF-16.
+    /// NUL-terminated UTF-16, written as UTF-8; half a pair becomes U+FFFD. Null is an empty text.
     virtual KLogBase& operator<<(const unsigned short* text);
-    /// The error's summary.
+    /// What KError::GetSummary answers: one line with code, place and information.
     virtual KLogBase& operator<<(const KError& error);
-    /// A GUID in its usual form.
+    /// As {00112233-4455-6677-8899-aabbccddeeff}, in lower case.
     virtual KLogBase& operator<<(const _tagGuid& guid);
-    /// A GUID in its usual form.
+    /// As the _tagGuid in it.
     virtual KLogBase& operator<<(const KGuid& guid);
 
     /// The remaining whole numbers, size_t and long among them.

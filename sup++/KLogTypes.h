@@ -23,12 +23,12 @@ namespace KSUP {
 
 /// A 64-bit value that logs as one number.
 struct SUP_EXPORT KQword {
-    std::uint64_t value = 0; ///< the number
+    std::uint64_t value = 0; ///< without sign; KLogBase writes it in decimal
 };
 
 /// An id that logs in its usual form, {00112233-4455-6677-8899-aabbccddeeff}.
 struct SUP_EXPORT KGuid {
-    _tagGuid value{}; ///< the GUID
+    _tagGuid value{}; ///< all zero where nothing else is said
 };
 
 /// What controls an entry of a log without being part of its text.

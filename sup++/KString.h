@@ -34,27 +34,27 @@ class SUP_EXPORT KString {
     /// A copy of the bytes; of null, an empty text.
     // NOLINTNEXTLINE(google-explicit-constructor): texts convert
     KString(const char* bytes) : text(bytes != nullptr ? bytes : "") {}
-    /// A copy of the bytes.
+    /// A copy of the bytes up to the first NUL.
     // NOLINTNEXTLINE(google-explicit-constructor): texts convert
     KString(const std::string& bytes) : text(bytes.c_str()) {}
-    /// Takes the bytes.
+    /// Takes the bytes without copying them; what is behind a NUL is cut off.
     KString(std::string&& bytes); // NOLINT(google-explicit-constructor): texts convert
     template <std::integral T>
     KString(T) = delete; ///< a number is not a text: see KUtil::NumberToString
     virtual ~KString();
 
-    /// A copy.
+    /// Independent of `other`: either may change on another thread.
     KString(const KString& other);
     /// Takes the text; `other` is empty then.
     KString(KString&& other) noexcept;
-    /// Becomes a copy.
+    /// What c_str() answered before is no longer valid.
     KString& operator=(const KString& other);
     /// Takes the text; `other` is empty then.
     KString& operator=(KString&& other) noexcept;
     /// Becomes a copy of the bytes; of null, an empty text.
     KString& operator=(const char* bytes);
 
-    /// Appends a text.
+    /// Appends; `tail` may be this text itself.
     KString& operator+=(const KString& tail);
     /// Appends a text; null appends nothing.
     KString& operator+=(const char* tail);
@@ -77,13 +77,13 @@ class SUP_EXPORT KString {
     /// Lowers the ASCII letters.
     KString& MakeLower();
 
-    /// The NUL-terminated bytes.
+    /// Never null, ends with NUL. Lifetime until the text changes.
     const char* c_str() const noexcept { return text.c_str(); }
     /// The same as c_str().
     const char* GetText() const noexcept { return text.c_str(); }
-    /// The number of bytes.
+    /// In bytes, without the NUL at the end.
     unsigned GetSize() const noexcept { return static_cast<unsigned>(text.size()); }
-    /// The number of characters. Counted once and remembered.
+    /// In characters. Counted once and remembered.
     unsigned GetCount() const noexcept;
     /// Whether there is no byte.
     bool IsEmpty() const noexcept { return text.empty(); }

@@ -39,7 +39,7 @@ class SUP_EXPORT KThread : public KBase {
     /// Requests the end; with `wait` returns when the function has returned. On the thread itself
     /// it never waits.
     virtual void Stop(bool wait);
-    /// Stop(true).
+    /// Requests the end and waits for it; not virtual, calls Stop(bool).
     void Stop() { Stop(true); }
 
     /// True from Start until the function has returned.
@@ -48,7 +48,7 @@ class SUP_EXPORT KThread : public KBase {
     bool IsTerminated() const noexcept;
     /// Throws what ended the function, whole, each time it is asked; nothing after a clean end.
     void CheckRunError() const;
-    /// The whole name.
+    /// As it was given, not cut to the 15 bytes that the system knows.
     const KString& GetName() const noexcept { return name; }
 
   private:

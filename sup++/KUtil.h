@@ -66,10 +66,10 @@ class SUP_EXPORT KUtil {
     static T StringToNumber(const KString& text, bool hex);
 };
 
-/// The NumberToString that is defined for whole numbers.
+/// With `hex` "0x" and at least seven digits; decimal without.
 template <>
 SUP_EXPORT KString KUtil::NumberToString<unsigned int>(unsigned int value, bool hex);
-/// The NumberToString that is defined for fractions.
+/// Six significant digits, as streams write it: 1000000 is "1e+06".
 template <>
 SUP_EXPORT KString KUtil::NumberToString<double>(double value, bool hex);
 /// The StringToNumber that is defined.

@@ -17,21 +17,21 @@ class SUP_EXPORT KVariant {
     enum class Type : std::uint32_t { Empty = 0, Text = 4 };
 
     KVariant() noexcept;
-    /// A copy of the text.
+    /// Keeps its own bytes, the NUL at the end among them.
     KVariant(const KString& text); // NOLINT(google-explicit-constructor): texts convert
     /// A copy of the text; null is an empty text.
     KVariant(const char* text); // NOLINT(google-explicit-constructor): texts convert
     ~KVariant();
-    /// A copy of the value.
+    /// Copies the bytes and the type. Throws std::bad_alloc.
     KVariant(const KVariant&);
-    /// Takes the value.
+    /// Without copying; the other one has no bytes then.
     KVariant(KVariant&&) noexcept;
-    /// Becomes a copy of the value.
+    /// What GetData answered before is no longer valid. Throws std::bad_alloc.
     KVariant& operator=(const KVariant&);
-    /// Takes the value.
+    /// Without copying; GetData of before belongs to the other one now.
     KVariant& operator=(KVariant&&) noexcept;
 
-    /// 0 empty, 4 text.
+    /// A Type as its number: 0 for an empty value, 4 for a text.
     std::uint32_t GetType() const noexcept { return static_cast<std::uint32_t>(type); }
     /// The number of bytes kept; a text's terminating NUL is one of them.
     unsigned GetSize() const noexcept { return static_cast<unsigned>(value.GetCount()); }

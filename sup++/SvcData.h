@@ -29,7 +29,7 @@ struct SvcProductData {
     std::uint32_t iniFile;      ///< the name of the product's configuration file
     std::uint32_t serviceName;  ///< the name of the product's service
     std::uint32_t product;      ///< the product's name
-    std::uint32_t version;      ///< the version, as a text
+    std::uint32_t version;      ///< such as "2.1", by SvcGetProductText
 };
 static_assert(offsetof(SvcProductData, buildNumber) == 0);
 static_assert(offsetof(SvcProductData, iniFile) == 36);

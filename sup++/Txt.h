@@ -16,13 +16,13 @@ SUP_EXPORT std::size_t Txtchrsize(const char* text) noexcept;
 /// The character behind the one at `text`; `text` itself at its end.
 SUP_EXPORT const char* Txtnext(const char* text) noexcept;
 
-/// The number of characters.
+/// In characters, an invalid byte as one; 0 for null.
 SUP_EXPORT std::size_t Txtlen(const char* text) noexcept;
 
-/// The number of bytes without the terminating NUL.
+/// In bytes, without the terminating NUL; 0 for null.
 SUP_EXPORT std::size_t Txtsize(const char* text) noexcept;
 
-/// The number of bytes with the terminating NUL.
+/// In bytes, with the terminating NUL; 1 for null.
 SUP_EXPORT std::size_t Txtbytesz(const char* text) noexcept;
 
 /// Compares byte by byte, as unsigned bytes. Returns 0 when equal, below 0 when `left` comes first.

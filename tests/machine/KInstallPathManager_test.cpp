@@ -59,8 +59,8 @@ TEST_F(KInstallPathManagerMachineTest, ARelativeLinkIsError16ForBoth) {
 
 TEST_F(KInstallPathManagerMachineTest, ADirectoryInPlaceOfTheLinkIsError64) {
     std::filesystem::create_directories(link);
-    EXPECT_EQ(64U, ErrorOf([&] { Read(); }).GetCode());
-    EXPECT_EQ(64U, ErrorOf([&] { Put(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { Read(); }).GetCode(), 64U);
+    EXPECT_EQ(ErrorOf([&] { Put(); }).GetCode(), 64U);
 }
 
 TEST_F(KInstallPathManagerMachineTest, TheProductIsThreeLevelsAboveTheLinksTarget) {
@@ -73,7 +73,7 @@ TEST_F(KInstallPathManagerMachineTest, WhatIsWrittenReadsBack) {
     Put();
     EXPECT_EQ("1.2.3 7 " + tree.Path("p"), Read());
     EXPECT_EQ(
-        "[installControl]\ninstalledVersion=1.2.3\nbuildNumber=7\n", tree.Read("p/config/dps.ini")
+        tree.Read("p/config/dps.ini"), "[installControl]\ninstalledVersion=1.2.3\nbuildNumber=7\n"
     );
 }
 
@@ -82,15 +82,15 @@ TEST_F(KInstallPathManagerMachineTest, TheRecordFileKeepsItsModeAndOwner) {
     tree.SetMode("p/config/dps.ini", 0640);
     tree.SetOwner("p/config/dps.ini", 1234, 4321);
     Put();
-    EXPECT_EQ(0640U, tree.Mode("p/config/dps.ini"));
-    EXPECT_EQ(1234U, tree.Status("p/config/dps.ini").st_uid);
-    EXPECT_EQ(4321U, tree.Status("p/config/dps.ini").st_gid);
+    EXPECT_EQ(tree.Mode("p/config/dps.ini"), 0640U);
+    EXPECT_EQ(tree.Status("p/config/dps.ini").st_uid, 1234U);
+    EXPECT_EQ(tree.Status("p/config/dps.ini").st_gid, 4321U);
 }
 
 TEST_F(KInstallPathManagerMachineTest, NothingIsLeftBesideTheRecordFile) {
     GivenRecord("");
     Put();
-    EXPECT_EQ(1U, tree.List("p/config").size());
+    EXPECT_EQ(tree.List("p/config").size(), 1U);
 }
 
 } // namespace

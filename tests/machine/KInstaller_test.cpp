@@ -40,10 +40,10 @@ TEST_F(KInstallerMachineTest, InitializeAdoptsTheInstalledProduct) {
     GivenScript("");
     Initialize();
     EXPECT_TRUE(installer->IsProductInstalled());
-    EXPECT_EQ("2.1-37", TargetVersion());
+    EXPECT_EQ(TargetVersion(), "2.1-37");
     EXPECT_EQ(tree.Path("p/"), KSUP::KUtil::GetPathMap(57).c_str());
-    EXPECT_STREQ("2.1-37", installer->ExpandMacros("$targetVerInfo$").c_str());
-    EXPECT_STREQ("prog", installer->ExpandMacros("prog$binext$").c_str());
+    EXPECT_STREQ(installer->ExpandMacros("$targetVerInfo$").c_str(), "2.1-37");
+    EXPECT_STREQ(installer->ExpandMacros("prog$binext$").c_str(), "prog");
     EXPECT_EQ(tree.Path("p"), installer->GetInstalledProductPath().c_str());
 }
 
@@ -52,7 +52,7 @@ TEST_F(KInstallerMachineTest, InitializeWithoutAProductLeavesThePathTable) {
     GivenScript("");
     Initialize();
     EXPECT_FALSE(installer->IsProductInstalled());
-    EXPECT_STREQ("/elsewhere/", KSUP::KUtil::GetPathMap(57).c_str());
+    EXPECT_STREQ(KSUP::KUtil::GetPathMap(57).c_str(), "/elsewhere/");
 }
 
 TEST_F(KInstallerMachineTest, ALinkToNowhereIsStillAProduct) {
@@ -60,15 +60,15 @@ TEST_F(KInstallerMachineTest, ALinkToNowhereIsStillAProduct) {
     GivenScript("");
     Initialize();
     EXPECT_TRUE(installer->IsProductInstalled());
-    EXPECT_EQ("unknown-0", TargetVersion());
+    EXPECT_EQ(TargetVersion(), "unknown-0");
 }
 
 TEST_F(KInstallerMachineTest, ACleanInstallWritesVersionAndBuildNumberOfTheProductData) {
     GivenProductScript();
     Initialize();
     installer->StartInstall(tree.Path("p"));
-    EXPECT_EQ(0U, CodeOfEnd()) << failure;
-    EXPECT_EQ(KINS::ModeInstall, installer->GetMode());
+    EXPECT_EQ(CodeOfEnd(), 0U) << failure;
+    EXPECT_EQ(installer->GetMode(), KINS::ModeInstall);
     EXPECT_EQ(Installed("2.1", 37), Product());
     EXPECT_EQ(installer->GetMaxCount(), installer->GetCompletedCount());
 }
@@ -77,14 +77,14 @@ TEST_F(KInstallerMachineTest, OverAnInstalledProductStartInstallIsAnUpgrade) {
     GivenProductScript();
     Initialize();
     installer->StartInstall(tree.Path("p"));
-    ASSERT_EQ(0U, CodeOfEnd()) << failure;
+    ASSERT_EQ(CodeOfEnd(), 0U) << failure;
     Renew();
     GivenProduct("2.2", 38);
     Initialize();
-    EXPECT_EQ("2.1-37", TargetVersion());
+    EXPECT_EQ(TargetVersion(), "2.1-37");
     installer->StartInstall(tree.Path("p"));
-    EXPECT_EQ(0U, CodeOfEnd()) << failure;
-    EXPECT_EQ(KINS::ModeUpgrade, installer->GetMode());
+    EXPECT_EQ(CodeOfEnd(), 0U) << failure;
+    EXPECT_EQ(installer->GetMode(), KINS::ModeUpgrade);
     EXPECT_EQ(Installed("2.2", 38), Product());
 }
 
@@ -92,7 +92,7 @@ TEST_F(KInstallerMachineTest, AutoInstallGoesToTheDefaultPathAndThenToTheInstall
     GivenProductScript();
     Initialize();
     installer->AutoInstall();
-    EXPECT_EQ(KINS::ModeInstall, installer->GetMode());
+    EXPECT_EQ(installer->GetMode(), KINS::ModeInstall);
     EXPECT_EQ(Installed("2.1", 37), Product());
     Renew();
     tree.Remove("p/lin/x86/svc");
@@ -102,7 +102,7 @@ TEST_F(KInstallerMachineTest, AutoInstallGoesToTheDefaultPathAndThenToTheInstall
     );
     Initialize();
     installer->AutoInstall();
-    EXPECT_EQ(KINS::ModeUpgrade, installer->GetMode());
+    EXPECT_EQ(installer->GetMode(), KINS::ModeUpgrade);
     EXPECT_TRUE(tree.Exists("p/lin/x86/svc"));
 }
 
@@ -113,8 +113,8 @@ TEST_F(KInstallerMachineTest, AutoUninstallRemovesTheProductAndWritesNoRecord) {
     Renew();
     Initialize();
     installer->AutoUninstall();
-    EXPECT_EQ(KINS::ModeUninstall, installer->GetMode());
-    EXPECT_EQ("none", Product());
+    EXPECT_EQ(installer->GetMode(), KINS::ModeUninstall);
+    EXPECT_EQ(Product(), "none");
     EXPECT_FALSE(tree.Exists("p"));
     EXPECT_FALSE(std::filesystem::exists(linkDirectory));
 }
@@ -126,7 +126,7 @@ TEST_F(KInstallerMachineTest, ARemovalThatKeepsLinkAndRecordLeavesThemUnwritten)
     installer->AutoUninstall();
     EXPECT_TRUE(tree.Exists("made"));
     EXPECT_EQ(
-        "[installControl]\ninstalledVersion=1.0\nbuildNumber=1\n", tree.Read("p/config/dps.ini")
+        tree.Read("p/config/dps.ini"), "[installControl]\ninstalledVersion=1.0\nbuildNumber=1\n"
     );
 }
 
@@ -135,9 +135,9 @@ TEST_F(KInstallerMachineTest, AFailingRuleLeavesNoRecordAndAutoInstallThrowsItsE
     GivenScript("[install]\nfile=copy,none,@T@/kit,@T@\n");
     Initialize();
     const KSUP::KError error = ErrorOf([&] { installer->AutoInstall(); });
-    EXPECT_EQ(static_cast<unsigned>(ENOENT), error.GetCode());
+    EXPECT_EQ(error.GetCode(), static_cast<unsigned>(ENOENT));
     EXPECT_THAT(error.GetInfo().GetString().c_str(), HasSubstr(tree.Path("kit/none")));
-    EXPECT_EQ("", tree.Read("p/config/dps.ini"));
+    EXPECT_EQ(tree.Read("p/config/dps.ini"), "");
 }
 
 TEST_F(KInstallerMachineTest, ACancelledInstallLeavesNoRecord) {
@@ -147,8 +147,8 @@ TEST_F(KInstallerMachineTest, ACancelledInstallLeavesNoRecord) {
     statuses.At(1, [&] { installer->Stop(); });
     Initialize();
     installer->StartInstall(tree.Path("p"));
-    EXPECT_EQ(66U, CodeOfEnd());
-    EXPECT_EQ("", tree.Read("p/config/dps.ini"));
+    EXPECT_EQ(CodeOfEnd(), 66U);
+    EXPECT_EQ(tree.Read("p/config/dps.ini"), "");
 }
 
 TEST_F(KInstallerMachineTest, AStopInTheLastRuleLeavesNoRecordEither) {
@@ -157,9 +157,9 @@ TEST_F(KInstallerMachineTest, AStopInTheLastRuleLeavesNoRecordEither) {
     statuses.At(1, [&] { installer->Stop(); });
     Initialize();
     installer->StartInstall(tree.Path("p"));
-    EXPECT_EQ(66U, CodeOfEnd());
+    EXPECT_EQ(CodeOfEnd(), 66U);
     EXPECT_TRUE(tree.Exists("made"));
-    EXPECT_EQ("", tree.Read("p/config/dps.ini"));
+    EXPECT_EQ(tree.Read("p/config/dps.ini"), "");
 }
 
 TEST_F(KInstallerMachineTest, TheRecordComesAfterTheRulesAndIsExpandedThen) {
@@ -167,10 +167,10 @@ TEST_F(KInstallerMachineTest, TheRecordComesAfterTheRulesAndIsExpandedThen) {
     GivenProductScript();
     Initialize();
     installer->StartInstall(tree.Path("p"));
-    ASSERT_EQ(0U, CodeOfEnd()) << failure;
+    ASSERT_EQ(CodeOfEnd(), 0U) << failure;
     EXPECT_EQ(
-        "[General]\nLevel=1\n[installControl]\ninstalledVersion=2.1\nbuildNumber=37\n",
-        tree.Read("p/config/dps.ini")
+        tree.Read("p/config/dps.ini"),
+        "[General]\nLevel=1\n[installControl]\ninstalledVersion=2.1\nbuildNumber=37\n"
     );
 }
 
@@ -181,7 +181,7 @@ TEST_F(KInstallerMachineTest, ModesForCallersWriteTheRecordToo) {
         Renew();
         Initialize();
         installer->Start(tree.Path("p"), static_cast<KINS::MODE>(mode));
-        EXPECT_EQ(0U, CodeOfEnd()) << failure;
+        EXPECT_EQ(CodeOfEnd(), 0U) << failure;
         EXPECT_EQ(Installed("2.1", 37), Product()) << mode;
     }
 }

@@ -93,7 +93,7 @@ void ServicesTest::CleanUp() {
         fs::remove_all(path);
     }
     Output("systemctl daemon-reload; systemctl reset-failed inspp-test.service");
-    EXPECT_EQ(0U, SvcSetOfflineServices(0, 0));
+    EXPECT_EQ(SvcSetOfflineServices(0, 0), 0U);
 }
 
 std::string ServicesTest::GivenProgram(const std::string& script, const std::string& name) const {
@@ -102,13 +102,13 @@ std::string ServicesTest::GivenProgram(const std::string& script, const std::str
 }
 
 void ServicesTest::GivenService(const std::string& script) const {
-    ASSERT_EQ(0U, Create(GivenProgram(script))) << SvcGetServiceErrorText();
+    ASSERT_EQ(Create(GivenProgram(script)), 0U) << SvcGetServiceErrorText();
 }
 
 void ServicesTest::GivenRunningService(const std::string& script) const {
     GivenService(script);
-    ASSERT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
-    ASSERT_EQ("active running", StateOfService());
+    ASSERT_EQ(SvcStartService(0, service), 0U) << SvcGetServiceErrorText();
+    ASSERT_EQ(StateOfService(), "active running");
     if (script == ignoresTerm) { // once its shell got that far
         Await(IgnoresTerm);
         ASSERT_TRUE(IgnoresTerm());

@@ -110,9 +110,9 @@ TEST_F(BigTreeTest, ATreeOf20000FilesIn1000DirectoriesIsInstalledByteForByteAndM
     Initialize();
     const unsigned rules = static_cast<unsigned>(2 * kit.Directories().size());
     installer->StartInstall(tree.Path("p"));
-    ASSERT_EQ(0U, CodeOfEnd()) << failure;
-    EXPECT_EQ(rules, installer->GetMaxCount());
-    EXPECT_EQ(rules, installer->GetCompletedCount());
+    ASSERT_EQ(CodeOfEnd(), 0U) << failure;
+    EXPECT_EQ(installer->GetMaxCount(), rules);
+    EXPECT_EQ(installer->GetCompletedCount(), rules);
     EXPECT_EQ("2.1 37 " + tree.Path("p"), Product());
     // Lists hold names, modes and digests of all contents.
     const std::vector<std::string> source = tree.List("tree");

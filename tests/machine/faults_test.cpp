@@ -77,13 +77,13 @@ class FaultsTest : public KTEST::MachineTest {
     void ExpectFailure(int code, const std::string& path) {
         EXPECT_EQ(static_cast<unsigned>(code), Install());
         EXPECT_EQ(tree.Path(path) + ": " + std::strerror(code), failure);
-        EXPECT_EQ("none", Product());
+        EXPECT_EQ(Product(), "none");
     }
     void ExpectWholeInstall() {
-        EXPECT_EQ(0U, Install()) << failure;
+        EXPECT_EQ(Install(), 0U) << failure;
         EXPECT_EQ("2.1 37 " + tree.Path("p"), Product());
-        EXPECT_EQ("program", tree.Read("p/lin/x86/svc"));
-        EXPECT_EQ(0755U, tree.Mode("p/lin/x86/svc"));
+        EXPECT_EQ(tree.Read("p/lin/x86/svc"), "program");
+        EXPECT_EQ(tree.Mode("p/lin/x86/svc"), 0755U);
     }
 };
 
@@ -95,7 +95,7 @@ TEST_F(FaultsTest, AFullDiskIsToldWithItsFileAndTheNextInstallIsWhole) {
     GivenProductScript("file=copy,big,$pathSource$,@T@/disk\n");
     const SmallDisk disk(tree.Path("disk"), "size=1m");
     ExpectFailure(ENOSPC, "disk/big");
-    EXPECT_EQ("program", tree.Read("p/lin/x86/svc")); // what was done stays done
+    EXPECT_EQ(tree.Read("p/lin/x86/svc"), "program"); // what was done stays done
     EXPECT_TRUE(tree.Exists("disk/big"));             // and so does the part
     disk.Remount(0, "size=8m");
     ExpectWholeInstall();
@@ -119,7 +119,7 @@ TEST_F(FaultsTest, AFileThatIsInPlaceSurvivesADiskThatIsFull) {
     tree.Write("disk/mine", "mine");
     disk.Fill();
     ExpectFailure(ENOSPC, "disk/other");
-    EXPECT_EQ("mine", tree.Read("disk/mine"));
+    EXPECT_EQ(tree.Read("disk/mine"), "mine");
     disk.Free();
     ExpectWholeInstall();
 }
@@ -142,11 +142,11 @@ TEST_F(FaultsTest, ARecordThatFindsNoRoomIsAnErrorAndStaysAsItWas) {
     GivenScript("[install]\ndirectory=create,@T@/made\n");
     GivenProduct("2.1." + std::string(200, '0'), 37); // a longer text needs one more block
     disk.Fill();
-    EXPECT_EQ(static_cast<unsigned>(ENOSPC), Install());
+    EXPECT_EQ(Install(), static_cast<unsigned>(ENOSPC));
     EXPECT_THAT(failure, HasSubstr("No space left on device"));
     EXPECT_EQ("1.0 1 " + tree.Path("p"), Product());
     disk.Free();
-    EXPECT_EQ(0U, Install()) << failure;
+    EXPECT_EQ(Install(), 0U) << failure;
     EXPECT_EQ("2.1." + std::string(200, '0') + " 37 " + tree.Path("p"), Product());
 }
 
@@ -311,7 +311,7 @@ TEST_F(FaultsTest, NamesOf255BytesAndOfAnyBytesAreInstalledAndRemoved) {
     GivenProductScript("directory=create,@T@/odd\nfile=copy,*,@T@/kit/odd,@T@/odd\n");
     ExpectWholeInstall();
     EXPECT_EQ(tree.List("kit/odd"), tree.List("odd"));
-    EXPECT_EQ(3U, tree.List("odd").size());
+    EXPECT_EQ(tree.List("odd").size(), 3U);
 }
 
 // Things that vanish
@@ -323,16 +323,16 @@ TEST_F(FaultsTest, ASourceThatVanishesBetweenTwoFilesEndsTheInstall) {
     GivenScript("[install]\nfile=copy,*,@T@/kit/many,@T@/many\n");
     statuses.At(3, [&] { tree.Remove("kit/many/b"); }); // behind the last report of the first file
     ExpectFailure(ENOENT, "kit/many/b");
-    EXPECT_EQ(1U, tree.List("many").size());
+    EXPECT_EQ(tree.List("many").size(), 1U);
 }
 
 TEST_F(FaultsTest, ASourceThatIsTruncatedUnderItsCopyEndsTheInstall) {
     tree.Write("kit/big", ArbitraryBytes(1000000));
     GivenScript("[install]\nfile=copy,big,@T@/kit,@T@\n");
     statuses.At(3, [&] { std::filesystem::resize_file(tree.Path("kit/big"), 10); });
-    EXPECT_EQ(static_cast<unsigned>(EIO), Install());
+    EXPECT_EQ(Install(), static_cast<unsigned>(EIO));
     EXPECT_THAT(failure, HasSubstr(tree.Path("kit/big")));
-    EXPECT_EQ("none", Product());
+    EXPECT_EQ(Product(), "none");
 }
 
 TEST_F(FaultsTest, ATargetDirectoryThatVanishesEndsTheInstall) {
@@ -353,8 +353,8 @@ TEST_F(FaultsTest, AnInstallCancelledAtAnyStatusLeavesNoRecordAndTheNextOneIsWho
         tree.Remove("p");
         std::filesystem::remove_all(linkDirectory);
         statuses.At(statuses.All().size() + stop, [&] { installer->Stop(); });
-        ASSERT_EQ(66U, Install()) << "stopped at status " << stop;
-        ASSERT_EQ("none", Product()) << "stopped at status " << stop;
+        ASSERT_EQ(Install(), 66U) << "stopped at status " << stop;
+        ASSERT_EQ(Product(), "none") << "stopped at status " << stop;
         ExpectWholeInstall();
         ASSERT_EQ(ArbitraryBytes(200000), tree.Read("p/big")) << "stopped at status " << stop;
     }
@@ -378,13 +378,13 @@ TEST_F(FaultsTest, AKilledInstallLeavesNoRecordAndTheNextOneIsWhole) {
         killed = WIFSIGNALED(end);
         ASSERT_TRUE(killed || WEXITSTATUS(end) == 0) << "killed at status " << kills + 1;
         if (killed) {
-            ASSERT_EQ("none", Product()) << "killed at status " << kills + 1;
+            ASSERT_EQ(Product(), "none") << "killed at status " << kills + 1;
         }
         ExpectWholeInstall();
         ASSERT_EQ(ArbitraryBytes(200000), tree.Read("p/big")) << "killed at status " << kills + 1;
-        ASSERT_EQ(0640U, tree.Mode("p/big")) << "killed at status " << kills + 1;
+        ASSERT_EQ(tree.Mode("p/big"), 0640U) << "killed at status " << kills + 1;
     }
-    EXPECT_EQ(16U, kills); // 15 statuses, and the round that was not killed
+    EXPECT_EQ(kills, 16U); // 15 statuses, and the round that was not killed
 }
 
 } // namespace

@@ -31,20 +31,20 @@ TEST_F(ServicesTest, WithoutTheBusEveryCallFailsAndChangesNothing) {
     GivenRunningService();
     const std::string before = ReadText(unitPath);
     StopBus();
-    EXPECT_EQ(185U, Create("/bin/false"));
+    EXPECT_EQ(Create("/bin/false"), 185U);
     ExpectErrorText("the system bus cannot be reached");
-    EXPECT_EQ(185U, SvcStartService(0, service));
-    EXPECT_EQ(185U, SvcStopService(0, service));
-    EXPECT_EQ(185U, SvcStopServiceEx(0, service, 1000));
-    EXPECT_EQ(185U, SvcDeleteService(0, service));
-    EXPECT_EQ(1185U, State());
-    EXPECT_EQ(before, ReadText(unitPath));
-    EXPECT_EQ("active running", StateOfService());
+    EXPECT_EQ(SvcStartService(0, service), 185U);
+    EXPECT_EQ(SvcStopService(0, service), 185U);
+    EXPECT_EQ(SvcStopServiceEx(0, service, 1000), 185U);
+    EXPECT_EQ(SvcDeleteService(0, service), 185U);
+    EXPECT_EQ(State(), 1185U);
+    EXPECT_EQ(ReadText(unitPath), before);
+    EXPECT_EQ(StateOfService(), "active running");
 }
 
 TEST_F(ServicesTest, WithoutTheBusAFreshServiceIsNotWritten) {
     StopBus();
-    EXPECT_EQ(185U, Create("/bin/true"));
+    EXPECT_EQ(Create("/bin/true"), 185U);
     EXPECT_FALSE(fs::exists(unitPath));
 }
 
@@ -62,16 +62,16 @@ constexpr const char* stopBus = "systemctl stop dbus.socket dbus.service";
 TEST_F(ServicesTest, ABusThatDiesDuringAStartIsFoundAgainAndTheServiceWithIt) {
     GivenForeignUnit("ExecStartPre=/bin/sleep 2\nExecStart=/bin/sleep 1000");
     std::thread other = BreakBusIn("activating start-pre", killBus);
-    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcStartService(0, service), 0U) << SvcGetServiceErrorText();
     other.join();
-    EXPECT_EQ("active running", StateOfService());
+    EXPECT_EQ(StateOfService(), "active running");
 }
 
 TEST_F(ServicesTest, ABusThatDiesDuringAStartThatFailsDoesNotHideIt) {
     GivenForeignUnit("ExecStartPre=/bin/sleep 2\nExecStartPre=/bin/false\nExecStart=/bin/sleep 1000"
     );
     std::thread other = BreakBusIn("activating start-pre", killBus);
-    EXPECT_EQ(182U, SvcStartService(0, service));
+    EXPECT_EQ(SvcStartService(0, service), 182U);
     other.join();
     ExpectErrorText("failed");
 }
@@ -80,29 +80,29 @@ TEST_F(ServicesTest, ABusThatDiesDuringAStopIsFoundAgain) {
     GivenSetting("TimeoutStopSec=2");
     GivenRunningService(ignoresTerm);
     std::thread other = BreakBusIn("deactivating stop-sigterm", killBus);
-    EXPECT_EQ(0U, SvcStopService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcStopService(0, service), 0U) << SvcGetServiceErrorText();
     other.join();
-    EXPECT_EQ(1U, State());
+    EXPECT_EQ(State(), 1U);
 }
 
 TEST_F(ServicesTest, ABusThatDiesDuringADeletionIsFoundAgain) {
     GivenSetting("TimeoutStopSec=2");
     GivenRunningService(ignoresTerm);
     std::thread other = BreakBusIn("deactivating stop-sigterm", killBus);
-    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
     other.join();
     EXPECT_FALSE(fs::exists(unitPath));
-    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_EQ(StateOfService(), "inactive dead");
 }
 
 /// As the upgrade of a package of systemd's own does.
 TEST_F(ServicesTest, ASystemdThatExecutesItselfAnewDuringAStartIsWaitedFor) {
     GivenForeignUnit("ExecStartPre=/bin/sleep 3\nExecStart=/bin/sleep 1000");
     std::thread other = BreakBusIn("activating start-pre", "systemctl daemon-reexec");
-    EXPECT_LT(TimeOf([] { EXPECT_EQ(0U, SvcStartService(0, service)); }), 60s)
+    EXPECT_LT(TimeOf([] { EXPECT_EQ(SvcStartService(0, service), 0U); }), 60s)
         << SvcGetServiceErrorText();
     other.join();
-    EXPECT_EQ("active running", StateOfService());
+    EXPECT_EQ(StateOfService(), "active running");
 }
 
 TEST_F(ServicesTest, ASystemdThatReadsItsFilesAnewDuringAStopIsWaitedFor) {
@@ -110,16 +110,16 @@ TEST_F(ServicesTest, ASystemdThatReadsItsFilesAnewDuringAStopIsWaitedFor) {
     GivenRunningService(ignoresTerm);
     std::thread other =
         BreakBusIn("deactivating stop-sigterm", "systemctl daemon-reload; systemctl daemon-reexec");
-    EXPECT_LT(TimeOf([] { EXPECT_EQ(0U, SvcStopService(0, service)); }), 60s)
+    EXPECT_LT(TimeOf([] { EXPECT_EQ(SvcStopService(0, service), 0U); }), 60s)
         << SvcGetServiceErrorText();
     other.join();
-    EXPECT_EQ(1U, State());
+    EXPECT_EQ(State(), 1U);
 }
 
 TEST_F(ServicesTest, ABusThatDoesNotComeBackIsNoGuess) {
     GivenForeignUnit("Type=notify\nExecStart=/bin/sleep 1000");
     std::thread other = BreakBusIn("activating start", stopBus);
-    EXPECT_EQ(185U, SvcStartService(0, service));
+    EXPECT_EQ(SvcStartService(0, service), 185U);
     other.join();
     ExpectErrorText("what became of the service is not known");
 }
@@ -127,10 +127,10 @@ TEST_F(ServicesTest, ABusThatDoesNotComeBackIsNoGuess) {
 TEST_F(ServicesTest, ABusThatHangsDoesNotHoldACallForLongerThanItMayWait) {
     GivenRunningService();
     Output("systemctl kill -s STOP dbus.service");
-    const auto time = TimeOf([] { EXPECT_NE(0U, SvcStopServiceEx(0, service, 1500)); });
+    const auto time = TimeOf([] { EXPECT_NE(SvcStopServiceEx(0, service, 1500), 0U); });
     EXPECT_LT(time, 20s) << "a call on the bus would be given 25";
     Output("systemctl kill -s CONT dbus.service");
-    EXPECT_EQ(4U, State());
+    EXPECT_EQ(State(), 4U);
 }
 
 TEST_F(ServicesTest, AUnitThatAppearsWhileTheBusIsWaitedForIsNotReplaced) {
@@ -141,9 +141,9 @@ TEST_F(ServicesTest, AUnitThatAppearsWhileTheBusIsWaitedForIsNotReplaced) {
         fs::create_symlink(tree.Path("victim"), unitPath);
         Output("systemctl kill -s CONT dbus.service");
     });
-    EXPECT_EQ(181U, Create("/bin/true"));
+    EXPECT_EQ(Create("/bin/true"), 181U);
     other.join();
-    EXPECT_EQ("somebody's", tree.Read("victim"));
+    EXPECT_EQ(tree.Read("victim"), "somebody's");
     EXPECT_TRUE(fs::is_symlink(unitPath));
 }
 
@@ -153,13 +153,13 @@ TEST_F(ServicesTest, AnotherUserMayNotStartServices) {
     std::string text;
     // Credentials of one thread: those that the bus sees are the connecting thread's.
     std::thread([&] {
-        ASSERT_EQ(0, ::seteuid(65534) == 0 ? 0 : errno);
+        ASSERT_EQ(::seteuid(65534) == 0 ? 0 : errno, 0);
         status = SvcStartService(0, service);
         text = SvcGetServiceErrorText();
-        ASSERT_EQ(0, ::seteuid(0));
+        ASSERT_EQ(::seteuid(0), 0);
     }).join();
-    EXPECT_EQ(unsigned{EACCES}, status) << text;
-    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_EQ(status, unsigned{EACCES}) << text;
+    EXPECT_EQ(StateOfService(), "inactive dead");
 }
 
 /// Sends a signal that interrupts system calls to the thread that made it, again and again.
@@ -194,11 +194,11 @@ TEST_F(ServicesTest, SignalsDisturbNoCall) {
     for (int round = 0; round < 5; ++round) {
         const Interruptions interruptions;
         Interruptions::count = 0;
-        ASSERT_EQ(0U, Create(program)) << SvcGetServiceErrorText();
-        ASSERT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
-        ASSERT_EQ(4U, State()) << SvcGetServiceErrorText();
-        ASSERT_EQ(0U, SvcStopServiceEx(0, service, 30000)) << SvcGetServiceErrorText();
-        ASSERT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+        ASSERT_EQ(Create(program), 0U) << SvcGetServiceErrorText();
+        ASSERT_EQ(SvcStartService(0, service), 0U) << SvcGetServiceErrorText();
+        ASSERT_EQ(State(), 4U) << SvcGetServiceErrorText();
+        ASSERT_EQ(SvcStopServiceEx(0, service, 30000), 0U) << SvcGetServiceErrorText();
+        ASSERT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
         EXPECT_LT(100U, Interruptions::count);
     }
 }
@@ -207,27 +207,27 @@ TEST_F(ServicesTest, SignalsDisturbNoCall) {
 
 TEST_F(ServicesTest, OfflineTheCallsWorkOnTheDiskAlone) {
     HideSystemd();
-    EXPECT_EQ(0U, Create("/bin/sleep", "1000"));
-    EXPECT_EQ(unitPath, fs::read_symlink(enablingLink));
-    EXPECT_EQ(184U, SvcStartService(0, service));
+    EXPECT_EQ(Create("/bin/sleep", "1000"), 0U);
+    EXPECT_EQ(fs::read_symlink(enablingLink), unitPath);
+    EXPECT_EQ(SvcStartService(0, service), 184U);
     ExpectErrorText("systemd does not run here");
-    EXPECT_EQ(184U, SvcStopService(0, service));
-    EXPECT_EQ(184U, SvcStopServiceEx(0, service, 1000));
-    EXPECT_EQ(1184U, State());
-    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_EQ(SvcStopService(0, service), 184U);
+    EXPECT_EQ(SvcStopServiceEx(0, service, 1000), 184U);
+    EXPECT_EQ(State(), 1184U);
+    EXPECT_EQ(SvcDeleteService(0, service), 0U);
     EXPECT_FALSE(fs::exists(unitPath));
     EXPECT_FALSE(fs::is_symlink(enablingLink));
-    EXPECT_EQ(180U, SvcDeleteService(0, service));
+    EXPECT_EQ(SvcDeleteService(0, service), 180U);
 }
 
 TEST_F(ServicesTest, WhatWasMadeOfflineRunsWhenSystemdDoes) {
     HideSystemd();
-    ASSERT_EQ(0U, Create(GivenProgram(sleeps)));
+    ASSERT_EQ(Create(GivenProgram(sleeps)), 0U);
     ShowSystemd();
     Output("systemctl daemon-reload"); // a boot reads it anyway
-    EXPECT_EQ("enabled", Property("UnitFileState"));
+    EXPECT_EQ(Property("UnitFileState"), "enabled");
     EXPECT_THAT(Property("WantedBy"), HasSubstr("multi-user.target"));
-    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcStartService(0, service), 0U) << SvcGetServiceErrorText();
 }
 
 std::vector<std::string> DescribeLeftServices() {
@@ -243,28 +243,28 @@ std::vector<std::string> DescribeLeftServices() {
 
 TEST_F(ServicesTest, OfflineStartsAndStopsCanBeLeftForTheNextBoot) {
     HideSystemd();
-    ASSERT_EQ(0U, SvcSetOfflineServices(0, 1));
-    EXPECT_EQ(180U, SvcStartService(0, service)) << "what is not there cannot be left";
-    ASSERT_EQ(0U, Create("/bin/true"));
-    EXPECT_EQ(0U, SvcStopService(0, service));
+    ASSERT_EQ(SvcSetOfflineServices(0, 1), 0U);
+    EXPECT_EQ(SvcStartService(0, service), 180U) << "what is not there cannot be left";
+    ASSERT_EQ(Create("/bin/true"), 0U);
+    EXPECT_EQ(SvcStopService(0, service), 0U);
     EXPECT_THAT(DescribeLeftServices(), ElementsAre("inspp-test 1"));
-    EXPECT_EQ(0U, SvcStartService(0, service));
+    EXPECT_EQ(SvcStartService(0, service), 0U);
     EXPECT_THAT(DescribeLeftServices(), ElementsAre("inspp-test 4"));
-    EXPECT_EQ(0U, SvcStopServiceEx(0, service, 30000));
+    EXPECT_EQ(SvcStopServiceEx(0, service, 30000), 0U);
     EXPECT_THAT(DescribeLeftServices(), ElementsAre("inspp-test 1"));
     char small[10] = "";
     unsigned cursor = 0;
     unsigned state = 0;
-    EXPECT_EQ(36U, SvcEnumerateLeftServices(0, &cursor, sizeof(small), small, &state));
-    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_EQ(SvcEnumerateLeftServices(0, &cursor, sizeof(small), small, &state), 36U);
+    EXPECT_EQ(SvcDeleteService(0, service), 0U);
     EXPECT_THAT(DescribeLeftServices(), IsEmpty());
 }
 
 TEST_F(ServicesTest, WhereSystemdRunsNothingIsLeft) {
     GivenService(sleeps);
-    ASSERT_EQ(0U, SvcSetOfflineServices(0, 1));
-    EXPECT_EQ(0U, SvcStartService(0, service));
-    EXPECT_EQ("active running", StateOfService());
+    ASSERT_EQ(SvcSetOfflineServices(0, 1), 0U);
+    EXPECT_EQ(SvcStartService(0, service), 0U);
+    EXPECT_EQ(StateOfService(), "active running");
     EXPECT_THAT(DescribeLeftServices(), IsEmpty());
 }
 

@@ -22,10 +22,10 @@ using ::testing::IsEmpty;
 
 TEST_F(ServicesTest, StartReturnsWhenTheServiceRuns) {
     GivenService(sleeps);
-    EXPECT_EQ(1U, State());
-    EXPECT_EQ(0U, SvcStartService(0, service));
-    EXPECT_EQ("active running", StateOfService());
-    EXPECT_EQ(4U, State());
+    EXPECT_EQ(State(), 1U);
+    EXPECT_EQ(SvcStartService(0, service), 0U);
+    EXPECT_EQ(StateOfService(), "active running");
+    EXPECT_EQ(State(), 4U);
 }
 
 TEST_F(ServicesTest, StartOfARunningOneSucceedsAtOnce) {
@@ -33,10 +33,10 @@ TEST_F(ServicesTest, StartOfARunningOneSucceedsAtOnce) {
     const std::string process = Property("MainPID");
     auto fastest = std::chrono::steady_clock::duration::max();
     for (int tries = 5; tries > 0 && fastest >= 900ms; --tries) { // a busy machine delays some
-        fastest = std::min(fastest, TimeOf([] { EXPECT_EQ(0U, SvcStartService(0, service)); }));
+        fastest = std::min(fastest, TimeOf([] { EXPECT_EQ(SvcStartService(0, service), 0U); }));
     }
     EXPECT_LT(fastest, 900ms) << "the first second of a program is not waited for again";
-    EXPECT_EQ(process, Property("MainPID"));
+    EXPECT_EQ(Property("MainPID"), process);
 }
 
 struct BadProgramRow {
@@ -54,7 +54,7 @@ TEST_P(ServicesBadProgramTest, IsAFailureOfTheStartInWords) {
     const std::string program =
         row.script.empty() ? tree.Path("missing") : GivenProgram(row.script);
     GivenForeignUnit(std::string("Type=") + row.type + "\nExecStart=" + program);
-    EXPECT_EQ(182U, SvcStartService(0, service));
+    EXPECT_EQ(SvcStartService(0, service), 182U);
     ExpectErrorText(row.reason);
 }
 
@@ -80,14 +80,14 @@ INSTANTIATE_TEST_SUITE_P(
 );
 
 TEST_F(ServicesTest, AMissingProgramOfOursIsAFailureAndIsTriedAgainBySystemd) {
-    ASSERT_EQ(0U, Create(tree.Path("missing")));
-    EXPECT_EQ(182U, SvcStartService(0, service));
+    ASSERT_EQ(Create(tree.Path("missing")), 0U);
+    EXPECT_EQ(SvcStartService(0, service), 182U);
     ExpectErrorText("its program could not be run");
 }
 
 TEST_F(ServicesTest, OneOfOursThatEndsAtOnceIsAFailureThoughSystemdStartsItAgain) {
     GivenService("sleep 0.1; exit 1");
-    EXPECT_EQ(182U, SvcStartService(0, service));
+    EXPECT_EQ(SvcStartService(0, service), 182U);
     ExpectErrorText("exit status 1");
 }
 
@@ -98,7 +98,7 @@ TEST_F(ServicesTest, OneThatDiesAgainAndAgainNeverCountsAsStartedBefore) {
     Output("systemctl start inspp-test");
     for (int start = 0; start < 6; ++start) {
         std::this_thread::sleep_for(250ms);
-        EXPECT_EQ(182U, SvcStartService(0, service)) << "start " << start;
+        EXPECT_EQ(SvcStartService(0, service), 182U) << "start " << start;
         ExpectErrorText("ended at once");
     }
 }
@@ -106,8 +106,8 @@ TEST_F(ServicesTest, OneThatDiesAgainAndAgainNeverCountsAsStartedBefore) {
 TEST_F(ServicesTest, OneThatHasJustBeenStartedIsWatchedLikeANewOne) {
     GivenService("sleep 0.6; exit 1");
     Output("systemctl start inspp-test");
-    ASSERT_EQ("active running", StateOfService());
-    EXPECT_EQ(182U, SvcStartService(0, service));
+    ASSERT_EQ(StateOfService(), "active running");
+    EXPECT_EQ(SvcStartService(0, service), 182U);
     ExpectErrorText("ended at once");
 }
 
@@ -115,8 +115,8 @@ TEST_F(ServicesTest, OneThatHasJustBeenStartedAndStaysHasStarted) {
     GivenService(sleeps);
     Output("systemctl start inspp-test");
     const std::string process = Property("MainPID");
-    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
-    EXPECT_EQ(process, Property("MainPID"));
+    EXPECT_EQ(SvcStartService(0, service), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(Property("MainPID"), process);
 }
 
 /// What it did long ago is no reason to watch it.
@@ -125,29 +125,29 @@ TEST_F(ServicesTest, OneThatWasRestartedAndStaysHasStarted) {
     Output("systemctl kill -s KILL inspp-test");
     Await([] { return Property("NRestarts") == "1" && StateOfService() == "active running"; });
     std::this_thread::sleep_for(1100ms);
-    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcStartService(0, service), 0U) << SvcGetServiceErrorText();
 }
 
 TEST_F(ServicesTest, AStartAfterManyFailuresIsNotRefusedForTheirNumber) {
     const std::string program = GivenProgram(endsWith1);
-    ASSERT_EQ(0U, Create(program));
-    EXPECT_EQ(182U, SvcStartService(0, service));
+    ASSERT_EQ(Create(program), 0U);
+    EXPECT_EQ(SvcStartService(0, service), 182U);
     Await([] { return StateOfService() == "failed failed"; });
-    EXPECT_EQ("failed failed", StateOfService()) << "systemd has given up";
+    EXPECT_EQ(StateOfService(), "failed failed") << "systemd has given up";
     GivenProgram(sleeps);
-    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcStartService(0, service), 0U) << SvcGetServiceErrorText();
 }
 
 TEST_F(ServicesTest, AOneshotThatDidItsWorkHasStarted) {
     GivenForeignUnit("Type=oneshot\nExecStart=/bin/true");
-    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
-    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_EQ(SvcStartService(0, service), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(StateOfService(), "inactive dead");
 }
 
 TEST_F(ServicesTest, AOneshotThatRemainsIsRunning) {
     GivenForeignUnit("Type=oneshot\nRemainAfterExit=yes\nExecStart=/bin/true");
-    EXPECT_EQ(0U, SvcStartService(0, service));
-    EXPECT_EQ(4U, State());
+    EXPECT_EQ(SvcStartService(0, service), 0U);
+    EXPECT_EQ(State(), 4U);
 }
 
 TEST_F(ServicesTest, AServiceThatTellsWhenItIsReadyIsWaitedFor) {
@@ -155,8 +155,8 @@ TEST_F(ServicesTest, AServiceThatTellsWhenItIsReadyIsWaitedFor) {
         "Type=notify\nNotifyAccess=all\nExecStart=" +
         GivenProgram("sleep 1.5; systemd-notify --ready; " + std::string(sleeps))
     );
-    EXPECT_GT(TimeOf([] { EXPECT_EQ(0U, SvcStartService(0, service)); }), 1400ms);
-    EXPECT_EQ("active running", StateOfService());
+    EXPECT_GT(TimeOf([] { EXPECT_EQ(SvcStartService(0, service), 0U); }), 1400ms);
+    EXPECT_EQ(StateOfService(), "active running");
 }
 
 TEST_F(ServicesTest, AStartThatTakesTooLongIsGivenUpAndGoesOn) {
@@ -166,7 +166,7 @@ TEST_F(ServicesTest, AStartThatTakesTooLongIsGivenUpAndGoesOn) {
     EXPECT_STREQ(
         error.what(), "inspp-test.service: the time is up; the service is activating (start)"
     );
-    EXPECT_EQ(2U, State());
+    EXPECT_EQ(State(), 2U);
 }
 
 TEST_F(ServicesTest, AStartThatSomebodyCallsOffIsAFailure) {
@@ -175,88 +175,88 @@ TEST_F(ServicesTest, AStartThatSomebodyCallsOffIsAFailure) {
         Await([] { return StateOfService() == "activating start"; });
         Output("systemctl stop inspp-test");
     });
-    EXPECT_EQ(182U, SvcStartService(0, service));
+    EXPECT_EQ(SvcStartService(0, service), 182U);
     other.join();
     ExpectErrorText("canceled");
 }
 
 TEST_F(ServicesTest, AStartWhoseDependencyFailsIsAFailure) {
     GivenForeignUnit("ExecStart=/bin/sleep 1000\n[Unit]\nRequires=inspp-no-such.service");
-    EXPECT_EQ(182U, SvcStartService(0, service));
+    EXPECT_EQ(SvcStartService(0, service), 182U);
     ExpectErrorText("inspp-no-such.service");
 }
 
 TEST_F(ServicesTest, AMaskedServiceDoesNotStart) {
     fs::create_symlink("/dev/null", unitPath);
     Output("systemctl daemon-reload");
-    EXPECT_EQ(182U, SvcStartService(0, service));
+    EXPECT_EQ(SvcStartService(0, service), 182U);
     ExpectErrorText("masked");
-    EXPECT_EQ(0U, SvcStopService(0, service));
-    EXPECT_EQ(1U, State());
+    EXPECT_EQ(SvcStopService(0, service), 0U);
+    EXPECT_EQ(State(), 1U);
 }
 
 // Stopping
 
 TEST_F(ServicesTest, StopReturnsWhenTheServiceIsStopped) {
     GivenRunningService();
-    EXPECT_EQ(0U, SvcStopService(0, service));
-    EXPECT_EQ("inactive dead", StateOfService());
-    EXPECT_EQ(1U, State());
+    EXPECT_EQ(SvcStopService(0, service), 0U);
+    EXPECT_EQ(StateOfService(), "inactive dead");
+    EXPECT_EQ(State(), 1U);
 }
 
 TEST_F(ServicesTest, StopOfAStoppedOneSucceeds) {
     GivenService(sleeps);
-    EXPECT_EQ(0U, SvcStopService(0, service));
-    EXPECT_EQ(0U, SvcStopServiceEx(0, service, 1000));
-    EXPECT_EQ(0U, SvcStopServiceEx(0, service, 0));
+    EXPECT_EQ(SvcStopService(0, service), 0U);
+    EXPECT_EQ(SvcStopServiceEx(0, service, 1000), 0U);
+    EXPECT_EQ(SvcStopServiceEx(0, service, 0), 0U);
 }
 
 TEST_F(ServicesTest, StopOfOneThatSystemdKeepsStartingSucceeds) {
     GivenService(endsWith1);
     GivenSetting("RestartSec=1000");
-    EXPECT_EQ(182U, SvcStartService(0, service));
-    EXPECT_EQ("activating auto-restart", StateOfService());
-    EXPECT_EQ(2U, State());
-    EXPECT_EQ(0U, SvcStopService(0, service));
-    EXPECT_EQ(1U, State());
+    EXPECT_EQ(SvcStartService(0, service), 182U);
+    EXPECT_EQ(StateOfService(), "activating auto-restart");
+    EXPECT_EQ(State(), 2U);
+    EXPECT_EQ(SvcStopService(0, service), 0U);
+    EXPECT_EQ(State(), 1U);
 }
 
 TEST_F(ServicesTest, StopOfOneThatIsStartingCallsTheStartOff) {
     GivenForeignUnit("Type=notify\nExecStart=/bin/sleep 1000");
     Output("systemctl start --no-block inspp-test");
     Await([] { return StateOfService() == "activating start"; });
-    EXPECT_EQ(2U, State());
-    EXPECT_EQ(0U, SvcStopService(0, service));
-    EXPECT_EQ(1U, State());
+    EXPECT_EQ(State(), 2U);
+    EXPECT_EQ(SvcStopService(0, service), 0U);
+    EXPECT_EQ(State(), 1U);
 }
 
 TEST_F(ServicesTest, AServiceThatIgnoresSigtermIsStoppedWhenSystemdKillsIt) {
     GivenSetting("TimeoutStopSec=1");
     GivenRunningService(ignoresTerm);
-    EXPECT_EQ(0U, SvcStopService(0, service)) << SvcGetServiceErrorText();
-    EXPECT_EQ("failed failed", StateOfService()) << "systemd's word for it";
+    EXPECT_EQ(SvcStopService(0, service), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(StateOfService(), "failed failed") << "systemd's word for it";
 }
 
 TEST_F(ServicesTest, StopExWaitsNoLongerThanItMay) {
     GivenRunningService(ignoresTerm);
-    const auto time = TimeOf([] { EXPECT_EQ(183U, SvcStopServiceEx(0, service, 1500)); });
+    const auto time = TimeOf([] { EXPECT_EQ(SvcStopServiceEx(0, service, 1500), 183U); });
     EXPECT_GE(time, 1500ms);
     EXPECT_LT(time, 30s) << "systemd gives it 90";
     ExpectErrorText("the time is up; the service is deactivating (stop-sigterm)");
-    EXPECT_EQ(3U, State());
+    EXPECT_EQ(State(), 3U);
 }
 
 TEST_F(ServicesTest, StopExWithoutTimeAsksAndDoesNotWait) {
     GivenRunningService(ignoresTerm);
-    const auto time = TimeOf([] { EXPECT_EQ(183U, SvcStopServiceEx(0, service, 0)); });
+    const auto time = TimeOf([] { EXPECT_EQ(SvcStopServiceEx(0, service, 0), 183U); });
     EXPECT_LT(time, 30s) << "systemd gives it 90";
-    EXPECT_EQ(3U, State());
+    EXPECT_EQ(State(), 3U);
 }
 
 TEST_F(ServicesTest, StopExIsInTimeForAServiceThatStops) {
     GivenRunningService();
-    EXPECT_EQ(0U, SvcStopServiceEx(0, service, 30000));
-    EXPECT_EQ(1U, State());
+    EXPECT_EQ(SvcStopServiceEx(0, service, 30000), 0U);
+    EXPECT_EQ(State(), 1U);
 }
 
 TEST_F(ServicesTest, AServiceThatIsKilledDuringTheStopIsStopped) {
@@ -265,17 +265,17 @@ TEST_F(ServicesTest, AServiceThatIsKilledDuringTheStopIsStopped) {
         Await([] { return StateOfService() == "deactivating stop-sigterm"; });
         Output("systemctl kill -s KILL inspp-test");
     });
-    EXPECT_EQ(0U, SvcStopService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcStopService(0, service), 0U) << SvcGetServiceErrorText();
     other.join();
-    EXPECT_EQ(1U, State());
+    EXPECT_EQ(State(), 1U);
 }
 
 TEST_F(ServicesTest, AStopThatSomebodyElseAskedForIsWaitedFor) {
     GivenSetting("TimeoutStopSec=2");
     GivenRunningService(ignoresTerm);
     Output("systemctl stop --no-block inspp-test");
-    EXPECT_EQ(0U, SvcStopService(0, service)) << SvcGetServiceErrorText();
-    EXPECT_EQ(1U, State());
+    EXPECT_EQ(SvcStopService(0, service), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(State(), 1U);
 }
 
 // Deleting
@@ -283,17 +283,17 @@ TEST_F(ServicesTest, AStopThatSomebodyElseAskedForIsWaitedFor) {
 TEST_F(ServicesTest, DeleteLeavesNothing) {
     const std::string before = Output("find /etc/systemd /run/systemd/system | sort");
     GivenRunningService();
-    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
-    EXPECT_EQ(before, Output("find /etc/systemd /run/systemd/system | sort"));
-    EXPECT_EQ("not-found", Property("LoadState"));
-    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(Output("find /etc/systemd /run/systemd/system | sort"), before);
+    EXPECT_EQ(Property("LoadState"), "not-found");
+    EXPECT_EQ(StateOfService(), "inactive dead");
     EXPECT_THAT(Output("systemctl list-units --all 'inspp-test*' --no-legend"), IsEmpty());
 }
 
 TEST_F(ServicesTest, DeleteForgetsAFailure) {
     GivenService(endsWith1);
-    EXPECT_EQ(182U, SvcStartService(0, service));
-    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcStartService(0, service), 182U);
+    EXPECT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
     EXPECT_THAT(Output("systemctl list-units --all 'inspp-test*' --no-legend"), IsEmpty());
 }
 
@@ -301,20 +301,20 @@ TEST_F(ServicesTest, DeleteOfAForeignUnitStopsAndDisablesItAndLeavesItsFile) {
     GivenForeignUnit("ExecStart=/bin/sleep 1000");
     Output("systemctl enable --now inspp-test");
     const std::string before = ReadText(unitPath);
-    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
-    EXPECT_EQ(before, ReadText(unitPath));
-    EXPECT_EQ("disabled", Property("UnitFileState"));
-    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(ReadText(unitPath), before);
+    EXPECT_EQ(Property("UnitFileState"), "disabled");
+    EXPECT_EQ(StateOfService(), "inactive dead");
 }
 
 /// Somebody's word that it is never to run stays, also for the product's next installation.
 TEST_F(ServicesTest, DeleteOfAMaskedOneLeavesTheMask) {
     fs::create_symlink("/dev/null", unitPath);
     Output("systemctl daemon-reload");
-    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
     EXPECT_TRUE(fs::is_symlink(unitPath));
     HideSystemd();
-    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
     EXPECT_TRUE(fs::is_symlink(unitPath));
 }
 
@@ -325,10 +325,10 @@ TEST_F(ServicesTest, DeleteOfALinkedUnitLeavesTheLinkAndTheFile) {
     );
     const std::string file = tree.Path("inspp-test.service");
     Output("systemctl enable --now " + file);
-    ASSERT_EQ("active running", StateOfService());
+    ASSERT_EQ(StateOfService(), "active running");
     ASSERT_EQ(file, fs::read_symlink(unitPath));
-    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
-    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(StateOfService(), "inactive dead");
     EXPECT_TRUE(fs::exists(file));
     EXPECT_TRUE(fs::is_symlink(unitPath));
     EXPECT_FALSE(fs::is_symlink(enablingLink));
@@ -347,7 +347,7 @@ TEST_F(ServicesTest, DeleteOfOneThatSystemdCannotUseRemovesIt) {
     GivenService(sleeps);
     WriteText(unitPath, ReadText(unitPath) + "\n[Service]\nExecStart=bin/relative\n");
     Output("systemctl daemon-reload");
-    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
     EXPECT_FALSE(fs::exists(unitPath));
 }
 
@@ -355,15 +355,15 @@ TEST_F(ServicesTest, DeleteOfOneThatLostItsFileStopsIt) {
     GivenRunningService();
     fs::remove(unitPath);
     Output("systemctl daemon-reload");
-    EXPECT_EQ(0U, SvcDeleteService(0, service)) << SvcGetServiceErrorText();
-    EXPECT_EQ("inactive dead", StateOfService());
+    EXPECT_EQ(SvcDeleteService(0, service), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(StateOfService(), "inactive dead");
     EXPECT_FALSE(fs::is_symlink(enablingLink));
 }
 
 TEST_F(ServicesTest, ADeletedServiceCanBeMadeAgain) {
     GivenRunningService();
-    EXPECT_EQ(0U, SvcDeleteService(0, service));
-    EXPECT_EQ(180U, SvcDeleteService(0, service)) << "a second time";
+    EXPECT_EQ(SvcDeleteService(0, service), 0U);
+    EXPECT_EQ(SvcDeleteService(0, service), 180U) << "a second time";
     GivenRunningService();
 }
 

@@ -62,12 +62,12 @@ class ServicesRuleTest : public MachineTest {
 };
 
 TEST_F(ServicesRuleTest, AnInstallRegistersAndStartsAService) {
-    EXPECT_EQ(0U, Install(create + start));
-    EXPECT_EQ("active running", StateOfService());
-    EXPECT_EQ("enabled", Property("UnitFileState"));
-    EXPECT_EQ("The test", Property("Description"));
+    EXPECT_EQ(Install(create + start), 0U);
+    EXPECT_EQ(StateOfService(), "active running");
+    EXPECT_EQ(Property("UnitFileState"), "enabled");
+    EXPECT_EQ(Property("Description"), "The test");
     Await([this] { return tree.Exists("told") && !tree.Read("told").empty(); });
-    EXPECT_EQ("-n our server 50%\n", tree.Read("told"));
+    EXPECT_EQ(tree.Read("told"), "-n our server 50%\n");
     EXPECT_THAT(
         LogLines(),
         Contains(
@@ -78,24 +78,24 @@ TEST_F(ServicesRuleTest, AnInstallRegistersAndStartsAService) {
 }
 
 TEST_F(ServicesRuleTest, AnUpgradeOfARunningServiceRunsTheNewOne) {
-    ASSERT_EQ(0U, Install(create + start));
+    ASSERT_EQ(Install(create + start), 0U);
     const std::string process = Property("MainPID");
-    ASSERT_EQ(0U, Install("service=stop,inspp-test\n" + create + start));
-    EXPECT_EQ("active running", StateOfService());
-    EXPECT_NE(process, Property("MainPID"));
+    ASSERT_EQ(Install("service=stop,inspp-test\n" + create + start), 0U);
+    EXPECT_EQ(StateOfService(), "active running");
+    EXPECT_NE(Property("MainPID"), process);
 }
 
 TEST_F(ServicesRuleTest, ARemovalLeavesNoService) {
-    ASSERT_EQ(0U, Install(create + start));
-    EXPECT_EQ(0U, Remove("service=remove,inspp-test\n"));
-    EXPECT_EQ("inactive dead", StateOfService());
+    ASSERT_EQ(Install(create + start), 0U);
+    EXPECT_EQ(Remove("service=remove,inspp-test\n"), 0U);
+    EXPECT_EQ(StateOfService(), "inactive dead");
     EXPECT_FALSE(fs::exists(unitPath));
     EXPECT_FALSE(fs::is_symlink(enablingLink));
     EXPECT_THAT(LogLines(), Not(Contains(HasSubstr("Failed"))));
 }
 
 TEST_F(ServicesRuleTest, RemovingAServiceThatDoesNotExistLogsBothFailuresAndGoesOn) {
-    EXPECT_EQ(0U, Remove("service=remove,inspp-test\nfile=delete,program,@T@/p\n"));
+    EXPECT_EQ(Remove("service=remove,inspp-test\nfile=delete,program,@T@/p\n"), 0U);
     EXPECT_THAT(
         LogLines(),
         AllOf(
@@ -108,38 +108,38 @@ TEST_F(ServicesRuleTest, RemovingAServiceThatDoesNotExistLogsBothFailuresAndGoes
 
 TEST_F(ServicesRuleTest, AServiceThatEndsAtOnceEndsTheInstallWithoutARecord) {
     tree.Write("p/program", "#!/bin/sh\nexit 1\n", 0755);
-    EXPECT_EQ(182U, Install(create + start));
-    EXPECT_EQ("", failure) << "a start has no information of its own";
+    EXPECT_EQ(Install(create + start), 182U);
+    EXPECT_EQ(failure, "") << "a start has no information of its own";
     EXPECT_THAT(trace.Texts(24), Contains(HasSubstr("exit status 1")));
-    EXPECT_EQ("none", Product());
+    EXPECT_EQ(Product(), "none");
 }
 
 TEST_F(ServicesRuleTest, AForeignUnitEndsTheInstall) {
     OneService::GivenForeignUnit("ExecStart=/bin/sleep 1000");
-    EXPECT_EQ(181U, Install(create + start));
-    EXPECT_EQ("Failed to install service", failure);
+    EXPECT_EQ(Install(create + start), 181U);
+    EXPECT_EQ(failure, "Failed to install service");
     EXPECT_THAT(
         LogLines(), Contains("KINS::KServiceRule: Failed to create service  ('181 (0xb5)')")
     );
-    EXPECT_EQ("none", Product());
+    EXPECT_EQ(Product(), "none");
 }
 
 TEST_F(ServicesRuleTest, AnInstallWithoutTheBusFails) {
     OneService::StopBus();
-    EXPECT_EQ(185U, Install(create + start));
+    EXPECT_EQ(Install(create + start), 185U);
     EXPECT_FALSE(fs::exists(unitPath));
 }
 
 TEST_F(ServicesRuleTest, AnInstallInAnImageRegistersTheServiceForItsFirstBoot) {
     OneService::HideSystemd();
-    ASSERT_EQ(0U, SvcSetOfflineServices(0, 1));
-    EXPECT_EQ(0U, Install(create + start));
+    ASSERT_EQ(SvcSetOfflineServices(0, 1), 0U);
+    EXPECT_EQ(Install(create + start), 0U);
     EXPECT_TRUE(fs::is_symlink(enablingLink));
 }
 
 TEST_F(ServicesRuleTest, AnInstallInAnImageThatIsNotToldSoFailsAtTheStart) {
     OneService::HideSystemd();
-    EXPECT_EQ(184U, Install(create + start));
+    EXPECT_EQ(Install(create + start), 184U);
     EXPECT_TRUE(fs::is_symlink(enablingLink)) << "the service itself is registered";
 }
 

@@ -50,9 +50,9 @@ class ServicesSetupTest : public ServicesTest {
 
 TEST_F(ServicesSetupTest, InstallsStartsAndRemovesTheServiceOfTheLink) {
     EXPECT_THAT(Setup("install"), AllOf(HasSubstr("exit 0"), Not(HasSubstr("next boot"))));
-    EXPECT_EQ("active running", StateOfService());
+    EXPECT_EQ(StateOfService(), "active running");
     EXPECT_THAT(Setup("remove"), HasSubstr("exit 0"));
-    EXPECT_EQ("not-found", Property("LoadState"));
+    EXPECT_EQ(Property("LoadState"), "not-found");
 }
 
 TEST_F(ServicesSetupTest, TellsWhyAServiceDidNotStart) {

@@ -21,57 +21,57 @@ using ::testing::HasSubstr;
 // Creating
 
 TEST_F(ServicesTest, AFreshServiceIsLoadedEnabledAndNotStarted) {
-    EXPECT_EQ(0U, Create(GivenProgram(sleeps), "-v", "The test"));
-    EXPECT_EQ("loaded", Property("LoadState"));
-    EXPECT_EQ("enabled", Property("UnitFileState"));
-    EXPECT_EQ("The test", Property("Description"));
-    EXPECT_EQ("exec", Property("Type"));
-    EXPECT_EQ("on-failure", Property("Restart"));
-    EXPECT_EQ("inactive dead", StateOfService());
-    EXPECT_EQ("no", Property("NeedDaemonReload"));
-    EXPECT_EQ(unitPath, Property("FragmentPath"));
-    EXPECT_EQ("644 root root", Output(std::string("stat -c '%a %U %G' ") + unitPath));
-    EXPECT_EQ("", Output("systemd-analyze verify inspp-test.service"));
+    EXPECT_EQ(Create(GivenProgram(sleeps), "-v", "The test"), 0U);
+    EXPECT_EQ(Property("LoadState"), "loaded");
+    EXPECT_EQ(Property("UnitFileState"), "enabled");
+    EXPECT_EQ(Property("Description"), "The test");
+    EXPECT_EQ(Property("Type"), "exec");
+    EXPECT_EQ(Property("Restart"), "on-failure");
+    EXPECT_EQ(StateOfService(), "inactive dead");
+    EXPECT_EQ(Property("NeedDaemonReload"), "no");
+    EXPECT_EQ(Property("FragmentPath"), unitPath);
+    EXPECT_EQ(Output(std::string("stat -c '%a %U %G' ") + unitPath), "644 root root");
+    EXPECT_EQ(Output("systemd-analyze verify inspp-test.service"), "");
 }
 
 TEST_F(ServicesTest, CreatedAgainItIsReplacedAndStaysEnabled) {
-    EXPECT_EQ(0U, Create("/bin/true", "one"));
-    EXPECT_EQ(0U, Create("/bin/true", "two"));
+    EXPECT_EQ(Create("/bin/true", "one"), 0U);
+    EXPECT_EQ(Create("/bin/true", "two"), 0U);
     EXPECT_THAT(Property("ExecStart"), HasSubstr("argv[]=/bin/true two ;"));
-    EXPECT_EQ("enabled", Property("UnitFileState"));
-    EXPECT_EQ("no", Property("NeedDaemonReload"));
+    EXPECT_EQ(Property("UnitFileState"), "enabled");
+    EXPECT_EQ(Property("NeedDaemonReload"), "no");
 }
 
 TEST_F(ServicesTest, CreatedAgainWhileItRunsItGoesOn) {
     GivenRunningService();
     const std::string process = Property("MainPID");
-    EXPECT_EQ(0U, Create(tree.Path("program"), "new"));
-    EXPECT_EQ(process, Property("MainPID"));
-    EXPECT_EQ(4U, State());
+    EXPECT_EQ(Create(tree.Path("program"), "new"), 0U);
+    EXPECT_EQ(Property("MainPID"), process);
+    EXPECT_EQ(State(), 4U);
 }
 
 TEST_F(ServicesTest, AForeignUnitIsRefusedAndStaysAsItIs) {
     GivenForeignUnit("ExecStart=/bin/sleep 1000");
     const std::string before = ReadText(unitPath);
-    EXPECT_EQ(181U, Create("/bin/true"));
+    EXPECT_EQ(Create("/bin/true"), 181U);
     ExpectErrorText(unitPath);
-    EXPECT_EQ(before, ReadText(unitPath));
-    EXPECT_EQ("disabled", Property("UnitFileState"));
+    EXPECT_EQ(ReadText(unitPath), before);
+    EXPECT_EQ(Property("UnitFileState"), "disabled");
 }
 
 TEST_F(ServicesTest, AForeignUnitInAnotherDirectoryIsRefusedToo) {
     GivenForeignUnit(
         "ExecStart=/bin/sleep 1000", "/usr/local/lib/systemd/system/inspp-test.service"
     );
-    EXPECT_EQ(181U, Create("/bin/true"));
+    EXPECT_EQ(Create("/bin/true"), 181U);
     EXPECT_FALSE(fs::exists(unitPath));
 }
 
 TEST_F(ServicesTest, AMaskedNameIsRefused) {
     fs::create_symlink("/dev/null", unitPath);
-    EXPECT_EQ(181U, Create("/bin/true"));
-    EXPECT_EQ("/dev/null", fs::read_symlink(unitPath));
-    EXPECT_EQ(182U, Create("")) << "adopting it cannot work either";
+    EXPECT_EQ(Create("/bin/true"), 181U);
+    EXPECT_EQ(fs::read_symlink(unitPath), "/dev/null");
+    EXPECT_EQ(Create(""), 182U) << "adopting it cannot work either";
     ExpectErrorText("masked");
 }
 
@@ -81,39 +81,39 @@ TEST_F(ServicesTest, AnAdoptedUnitIsLoadedAndEnabledAsItIs) {
         unitPath, "[Service]\nExecStart=/bin/sleep 1000\n[Install]\nWantedBy=multi-user.target\n"
     );
     const std::string before = ReadText(unitPath);
-    EXPECT_EQ(0U, Create("", "ignored", "ignored"));
-    EXPECT_EQ(before, ReadText(unitPath));
-    EXPECT_EQ("loaded", Property("LoadState"));
-    EXPECT_EQ("enabled", Property("UnitFileState"));
-    EXPECT_EQ(0U, SvcStartService(0, service));
-    EXPECT_EQ("active running", StateOfService());
+    EXPECT_EQ(Create("", "ignored", "ignored"), 0U);
+    EXPECT_EQ(ReadText(unitPath), before);
+    EXPECT_EQ(Property("LoadState"), "loaded");
+    EXPECT_EQ(Property("UnitFileState"), "enabled");
+    EXPECT_EQ(SvcStartService(0, service), 0U);
+    EXPECT_EQ(StateOfService(), "active running");
 }
 
 TEST_F(ServicesTest, AnAdoptedUnitWithoutInstallSectionIsLoaded) {
     WriteText(unitPath, "[Service]\nExecStart=/bin/sleep 1000\n");
-    EXPECT_EQ(0U, Create(""));
-    EXPECT_EQ("static", Property("UnitFileState"));
+    EXPECT_EQ(Create(""), 0U);
+    EXPECT_EQ(Property("UnitFileState"), "static");
 }
 
 TEST_F(ServicesTest, AnAdoptedUnitThatSystemdCannotUseIsAFailure) {
     WriteText(unitPath, "[Service]\nExecStart=bin/relative\n");
-    EXPECT_EQ(182U, Create(""));
+    EXPECT_EQ(Create(""), 182U);
     ExpectErrorText("bad-setting");
 }
 
 TEST_F(ServicesTest, WithoutAProgramTheServiceLinkIsRun) {
     fs::create_directory("/etc/inspp-test");
     fs::create_symlink(GivenProgram(sleeps), "/etc/inspp-test/inspp-test");
-    EXPECT_EQ(0U, Create("", "-x"));
+    EXPECT_EQ(Create("", "-x"), 0U);
     EXPECT_THAT(Property("ExecStart"), HasSubstr("argv[]=/etc/inspp-test/inspp-test -x ;"));
-    EXPECT_EQ(0U, SvcStartService(0, service)) << SvcGetServiceErrorText();
-    EXPECT_EQ("active running", StateOfService());
+    EXPECT_EQ(SvcStartService(0, service), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(StateOfService(), "active running");
 }
 
 TEST_F(ServicesTest, WithoutAProgramAUnitAndALinkThereIsNoService) {
-    EXPECT_EQ(180U, Create(""));
+    EXPECT_EQ(Create(""), 180U);
     ExpectErrorText("/etc/inspp-test/inspp-test");
-    EXPECT_EQ("not-found", Property("LoadState"));
+    EXPECT_EQ(Property("LoadState"), "not-found");
 }
 
 struct ProgramRow {
@@ -125,7 +125,7 @@ class ServicesProgramTest : public ServicesTest,
                             public ::testing::WithParamInterface<ProgramRow> {};
 
 TEST_P(ServicesProgramTest, IsRefusedAndNothingIsMade) {
-    EXPECT_EQ(36U, Create(GetParam().program));
+    EXPECT_EQ(Create(GetParam().program), 36U);
     EXPECT_FALSE(fs::exists(unitPath));
 }
 
@@ -161,14 +161,14 @@ TEST_P(ServicesArgumentsTest, ReachTheProgramAsTheyStand) {
         "for a in \"$0\" \"$@\"; do printf '[%s]\\n' \"$a\"; done >" + told + "; " + sleeps,
         row.directory + "program"
     );
-    ASSERT_EQ(0U, Create(program, row.text)) << SvcGetServiceErrorText();
+    ASSERT_EQ(Create(program, row.text), 0U) << SvcGetServiceErrorText();
     Impatient(10s).Start();
     std::string expected = '[' + program + ']';
     for (const std::string& argument : row.arguments) {
         expected += "\n[" + argument + ']';
     }
     Await([&] { return ReadText(told) == expected; });
-    EXPECT_EQ(expected, ReadText(told));
+    EXPECT_EQ(ReadText(told), expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -212,8 +212,8 @@ class ServicesDisplayNameTest : public ServicesTest,
                                 public ::testing::WithParamInterface<DisplayRow> {};
 
 TEST_P(ServicesDisplayNameTest, IsShownAsItStands) {
-    ASSERT_EQ(0U, Create("/bin/true", "", GetParam().display));
-    EXPECT_EQ(GetParam().shown, Property("Description"));
+    ASSERT_EQ(Create("/bin/true", "", GetParam().display), 0U);
+    EXPECT_EQ(Property("Description"), GetParam().shown);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -241,14 +241,14 @@ class ServicesUnknownTest : public ServicesTest,
                             public ::testing::WithParamInterface<UnknownRow> {};
 
 TEST_P(ServicesUnknownTest, IsStatus180InWords) {
-    EXPECT_EQ(180U, GetParam().call(service));
+    EXPECT_EQ(GetParam().call(service), 180U);
     ExpectErrorText("there is no such service");
 }
 
 TEST_P(ServicesUnknownTest, NamesThatArePathsAreStatus36) {
-    EXPECT_EQ(36U, GetParam().call("/etc/systemd/system/dbus"));
-    EXPECT_EQ(36U, GetParam().call("../dbus"));
-    EXPECT_EQ(36U, GetParam().call("--help"));
+    EXPECT_EQ(GetParam().call("/etc/systemd/system/dbus"), 36U);
+    EXPECT_EQ(GetParam().call("../dbus"), 36U);
+    EXPECT_EQ(GetParam().call("--help"), 36U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -280,13 +280,13 @@ class ServicesNameTest : public ServicesTest, public ::testing::WithParamInterfa
 TEST_P(ServicesNameTest, LivesLikeAnyOther) {
     const char* const name = GetParam().service.c_str();
     unsigned state = 0;
-    ASSERT_EQ(0U, SvcCreateService(0, name, "", GivenProgram(sleeps).c_str(), ""))
+    ASSERT_EQ(SvcCreateService(0, name, "", GivenProgram(sleeps).c_str(), ""), 0U)
         << SvcGetServiceErrorText();
-    EXPECT_EQ(0U, SvcStartService(0, name)) << SvcGetServiceErrorText();
-    EXPECT_EQ(0U, SvcGetServiceStatus(0, name, &state));
-    EXPECT_EQ(4U, state);
-    EXPECT_EQ(0U, SvcDeleteService(0, name)) << SvcGetServiceErrorText();
-    EXPECT_EQ("", Output("find /etc/systemd/system -name '*inspp*'"));
+    EXPECT_EQ(SvcStartService(0, name), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(SvcGetServiceStatus(0, name, &state), 0U);
+    EXPECT_EQ(state, 4U);
+    EXPECT_EQ(SvcDeleteService(0, name), 0U) << SvcGetServiceErrorText();
+    EXPECT_EQ(Output("find /etc/systemd/system -name '*inspp*'"), "");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -309,10 +309,10 @@ class ServiceWritesTest : public ServicesTest {
         // So that it is there on each machine, and stays.
         fs::create_directories(fs::path(keptFile).parent_path());
         WriteText(keptFile, "");
-        EXPECT_EQ(0U, SvcSetWriteListener(&WriteRecorder::Record, &written));
+        EXPECT_EQ(SvcSetWriteListener(&WriteRecorder::Record, &written), 0U);
     }
     ~ServiceWritesTest() override {
-        EXPECT_EQ(0U, SvcSetWriteListener(nullptr, nullptr));
+        EXPECT_EQ(SvcSetWriteListener(nullptr, nullptr), 0U);
         fs::remove(keptFile);
     }
 
@@ -322,7 +322,7 @@ class ServiceWritesTest : public ServicesTest {
 };
 
 TEST_F(ServiceWritesTest, TheUnitFileAndTheLinkThatSystemdLaysAreTold) {
-    EXPECT_EQ(0U, Create("/bin/true"));
+    EXPECT_EQ(Create("/bin/true"), 0U);
     EXPECT_TRUE(fs::is_symlink(enablingLink));
     EXPECT_THAT(
         written.Lines(),
@@ -331,8 +331,8 @@ TEST_F(ServiceWritesTest, TheUnitFileAndTheLinkThatSystemdLaysAreTold) {
 }
 
 TEST_F(ServiceWritesTest, ALinkThatIsThereIsNotToldAgain) {
-    EXPECT_EQ(0U, Create("/bin/true"));
-    EXPECT_EQ(0U, Create("/bin/true", "other"));
+    EXPECT_EQ(Create("/bin/true"), 0U);
+    EXPECT_EQ(Create("/bin/true", "other"), 0U);
     EXPECT_THAT(
         written.Lines(),
         ElementsAre(
@@ -344,10 +344,10 @@ TEST_F(ServiceWritesTest, ALinkThatIsThereIsNotToldAgain) {
 }
 
 TEST_F(ServiceWritesTest, TheLinkThatSystemdDeletesAndTheUnitFileAreTold) {
-    EXPECT_EQ(0U, SvcSetWriteListener(nullptr, nullptr));
-    EXPECT_EQ(0U, Create("/bin/true"));
-    EXPECT_EQ(0U, SvcSetWriteListener(&WriteRecorder::Record, &written));
-    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_EQ(SvcSetWriteListener(nullptr, nullptr), 0U);
+    EXPECT_EQ(Create("/bin/true"), 0U);
+    EXPECT_EQ(SvcSetWriteListener(&WriteRecorder::Record, &written), 0U);
+    EXPECT_EQ(SvcDeleteService(0, service), 0U);
     EXPECT_THAT(
         written.Lines(),
         ElementsAre(
@@ -363,8 +363,8 @@ TEST_F(ServiceWritesTest, DirectoriesThatSystemdMakesAndRemovesForLinksAreTold) 
         "# Installed by Ins++\n[Service]\nExecStart=/bin/true\n"
         "[Install]\nWantedBy=inspp-none.target\n"
     );
-    EXPECT_EQ(0U, Create(""));
-    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_EQ(Create(""), 0U);
+    EXPECT_EQ(SvcDeleteService(0, service), 0U);
     EXPECT_FALSE(fs::exists("/etc/systemd/system/inspp-none.target.wants"));
     EXPECT_THAT(
         written.Lines(),
@@ -380,8 +380,8 @@ TEST_F(ServiceWritesTest, DirectoriesThatSystemdMakesAndRemovesForLinksAreTold) 
 
 TEST_F(ServiceWritesTest, WithoutSystemdTheSameIsTold) {
     HideSystemd();
-    EXPECT_EQ(0U, Create("/bin/true"));
-    EXPECT_EQ(0U, SvcDeleteService(0, service));
+    EXPECT_EQ(Create("/bin/true"), 0U);
+    EXPECT_EQ(SvcDeleteService(0, service), 0U);
     ShowSystemd();
     EXPECT_THAT(
         written.Lines(),

@@ -29,14 +29,14 @@ class KDirectoryRuleTest : public KTEST::RuleTest {
 
 TEST_F(KDirectoryRuleTest, OverridesInTheSlotsOfItsBase) {
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&KDirectoryRule::Execute));
-    EXPECT_EQ(4, SlotOf(&KDirectoryRule::Description));
-    EXPECT_EQ(6, SlotOf(&KDirectoryRule::ParseRule));
+    EXPECT_EQ(SlotOf(&KDirectoryRule::Execute), 2);
+    EXPECT_EQ(SlotOf(&KDirectoryRule::Description), 4);
+    EXPECT_EQ(SlotOf(&KDirectoryRule::ParseRule), 6);
 }
 
 TEST_F(KDirectoryRuleTest, IsAnInstallRuleThatCounts) {
     const KDirectoryRule rule(&manager, "create,/x");
-    EXPECT_STREQ("KInstallRule", rule.GetClassTag());
+    EXPECT_STREQ(rule.GetClassTag(), "KInstallRule");
     EXPECT_TRUE(rule.ShouldCount());
     EXPECT_FALSE(std::is_copy_constructible_v<KDirectoryRule>);
     EXPECT_FALSE(std::is_copy_assignable_v<KDirectoryRule>);
@@ -61,7 +61,7 @@ TEST_P(KDirectoryRuleRefusalTest, IsError7000WithTheExpandedLineAndNoRule) {
         Place(error)
     );
     EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
     EXPECT_THAT(Added(), IsEmpty());
 }
 
@@ -90,7 +90,7 @@ class KDirectoryRuleDescriptionTest : public KTEST::RuleTest,
 
 TEST_P(KDirectoryRuleDescriptionTest, NamesThePath) {
     world.GivenKey("directoryOnce", "$os$");
-    EXPECT_EQ(GetParam().description, DescriptionOf("directory", GetParam().line));
+    EXPECT_EQ(DescriptionOf("directory", GetParam().line), GetParam().description);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -113,12 +113,12 @@ TEST_F(KDirectoryRuleTest, TheLineIsExpandedByTheConstructor) {
     KDirectoryRule rule(&manager, "create,/$directoryWhen$");
     world.GivenKey("directoryWhen", "parsed");
     rule.Initialize();
-    EXPECT_STREQ("Create path /constructed", rule.Description().c_str());
+    EXPECT_STREQ(rule.Description().c_str(), "Create path /constructed");
 }
 
 TEST_F(KDirectoryRuleTest, AMacroMayHoldTheOperation) {
     world.GivenKey("directoryVerb", "Delete");
-    EXPECT_EQ("Delete path /x", DescriptionOf("directory", "$directoryVerb$,/x"));
+    EXPECT_EQ(DescriptionOf("directory", "$directoryVerb$,/x"), "Delete path /x");
 }
 
 // Creating
@@ -135,9 +135,9 @@ TEST_F(KDirectoryRuleTest, CreateOfADirectoryThatIsThereLeavesItAsItIs) {
     tree.Directory("app", 0700);
     tree.Write("app/a", "mine");
     Run("directory", "create,@T@/app");
-    EXPECT_EQ(0700U, tree.Mode("app"));
+    EXPECT_EQ(tree.Mode("app"), 0700U);
     EXPECT_THAT(tree.List("app"), ElementsAre("f 0644 a \"mine\""));
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KDirectoryRuleTest, CreatePassesTheSupportLibrary1AndIgnoresItsStatus) {
@@ -149,7 +149,7 @@ TEST_F(KDirectoryRuleTest, CreatePassesTheSupportLibrary1AndIgnoresItsStatus) {
     };
     EXPECT_NO_THROW(Run("directory", "create,/inspp/no/such"));
     EXPECT_THAT(asked, ElementsAre("0 /inspp/no/such 1"));
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
     EXPECT_THAT(trace.Texts(48), IsEmpty());
 }
 
@@ -157,7 +157,7 @@ TEST_F(KDirectoryRuleTest, CreateWhereAFileStandsGoesOnSilently) {
     tree.Write("app", "a file");
     EXPECT_NO_THROW(Run("directory", "create,@T@/app"));
     EXPECT_NO_THROW(Run("directory", "create,@T@/app/below"));
-    EXPECT_EQ("a file", tree.Read("app"));
+    EXPECT_EQ(tree.Read("app"), "a file");
 }
 
 // Deleting
@@ -193,13 +193,13 @@ TEST_F(KDirectoryRuleTest, DeleteLeavesSubdirectoriesAndTheDirectoryThatHoldsThe
             Text("Deleting directory", "app")
         )
     );
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KDirectoryRuleTest, DeleteOfAMissingDirectorySaysSoAndGoesOn) {
     Run("directory", "delete,@T@/none");
     EXPECT_THAT(statuses.Lines(), ElementsAre(Text("Deleting directory", "none")));
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
     EXPECT_THAT(trace.Texts(48), IsEmpty());
 }
 
@@ -217,7 +217,7 @@ TEST_F(KDirectoryRuleTest, DeleteOfWhatCannotBeListedSaysSoAndGoesOn) {
     for (const std::string& path : {tree.Path("loop"), tree.Path(longName)}) {
         Run("directory", "delete," + path);
         EXPECT_EQ("- Deleting directory " + path, statuses.Lines().back());
-        EXPECT_EQ(1U, manager.GetCompletedCount());
+        EXPECT_EQ(manager.GetCompletedCount(), 1U);
     }
     EXPECT_TRUE(tree.Exists("loop"));
 }
@@ -229,7 +229,7 @@ TEST_F(KDirectoryRuleTest, AFileThatCannotBeDeletedDoesNotKeepTheNextOne) {
     statuses.At(1, [&] { tree.Remove("app/a"); });
     EXPECT_NO_THROW(Run("directory", "delete,@T@/app"));
     EXPECT_FALSE(tree.Exists("app"));
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KDirectoryRuleTest, DeletePassesTheSupportLibrary0AndIgnoresItsStatus) {
@@ -242,7 +242,7 @@ TEST_F(KDirectoryRuleTest, DeletePassesTheSupportLibrary0AndIgnoresItsStatus) {
     tree.Directory("app");
     EXPECT_NO_THROW(Run("directory", "delete,@T@/app"));
     EXPECT_THAT(asked, ElementsAre("0 " + tree.Path("app") + " 0"));
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KDirectoryRuleTest, DeleteDoesNotAskForCancellation) {
@@ -263,7 +263,7 @@ TEST_P(KDirectoryRuleUnknownTest, IsAcceptedCountsAndDoesNothing) {
     Run("directory", std::string(GetParam()) + ",@T@/app");
     EXPECT_THAT(tree.List("app"), ElementsAre("f 0644 a \"mine\""));
     EXPECT_THAT(statuses.Lines(), IsEmpty());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(

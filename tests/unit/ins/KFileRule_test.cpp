@@ -51,9 +51,9 @@ class KFileRuleTest : public KTEST::RuleTest {
 
 TEST_F(KFileRuleTest, OverridesInTheSlotsOfItsBase) {
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&KFileRule::Execute));
-    EXPECT_EQ(4, SlotOf(&KFileRule::Description));
-    EXPECT_EQ(6, SlotOf(&KFileRule::ParseRule));
+    EXPECT_EQ(SlotOf(&KFileRule::Execute), 2);
+    EXPECT_EQ(SlotOf(&KFileRule::Description), 4);
+    EXPECT_EQ(SlotOf(&KFileRule::ParseRule), 6);
     EXPECT_EQ(KTEST::notVirtual, SlotOf(&KFileRule::CopyFile));
     EXPECT_EQ(KTEST::notVirtual, SlotOf(&KFileRule::CopyWildcard));
     EXPECT_EQ(KTEST::notVirtual, SlotOf(&KFileRule::DeleteFile));
@@ -63,7 +63,7 @@ TEST_F(KFileRuleTest, OverridesInTheSlotsOfItsBase) {
 
 TEST_F(KFileRuleTest, IsAnInstallRuleThatCounts) {
     KFileRule rule(&manager, "copy,a,b,c");
-    EXPECT_STREQ("KInstallRule", rule.GetClassTag());
+    EXPECT_STREQ(rule.GetClassTag(), "KInstallRule");
     EXPECT_TRUE(rule.ShouldCount());
     EXPECT_FALSE(std::is_copy_constructible_v<KFileRule>);
     EXPECT_FALSE(std::is_copy_assignable_v<KFileRule>);
@@ -71,8 +71,8 @@ TEST_F(KFileRuleTest, IsAnInstallRuleThatCounts) {
 
 TEST_F(KFileRuleTest, ConstructingParsesNothing) {
     KFileRule rule(&manager, "copy");
-    EXPECT_STREQ("File  / to ", rule.Description().c_str());
-    EXPECT_EQ(7000U, ErrorOf([&] { rule.Initialize(); }).GetCode());
+    EXPECT_STREQ(rule.Description().c_str(), "File  / to ");
+    EXPECT_EQ(ErrorOf([&] { rule.Initialize(); }).GetCode(), 7000U);
 }
 
 // Parsing
@@ -90,7 +90,7 @@ TEST_P(KFileRuleRefusalTest, IsError7000WithTheLineAndNoRule) {
     const KSUP::KError error = RefusalOf("file", line);
     EXPECT_EQ("48 7000.0 ins/KFileRule:175 ParseRule \"" + line + "\"", Place(error));
     EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
     EXPECT_THAT(Added(), IsEmpty());
 }
 
@@ -109,7 +109,7 @@ INSTANTIATE_TEST_SUITE_P(
 );
 
 TEST_F(KFileRuleTest, AnEmptyLineIsError7000WithAnEmptyText) {
-    EXPECT_EQ("48 7000.0 ins/KFileRule:175 ParseRule \"\"", Place(RefusalOf("file", "")));
+    EXPECT_EQ(Place(RefusalOf("file", "")), "48 7000.0 ins/KFileRule:175 ParseRule \"\"");
 }
 
 struct DescribedLine {
@@ -122,7 +122,7 @@ class KFileRuleDescriptionTest : public KTEST::RuleTest,
                                  public ::testing::WithParamInterface<DescribedLine> {};
 
 TEST_P(KFileRuleDescriptionTest, NamesOperationSourceAndTargetDirectory) {
-    EXPECT_EQ(GetParam().description, DescriptionOf("file", GetParam().line));
+    EXPECT_EQ(DescriptionOf("file", GetParam().line), GetParam().description);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -147,13 +147,13 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(KFileRuleTest, AFieldIsExpandedOnce) {
     world.GivenKey("fileOnce", "$os$");
     EXPECT_EQ(
-        "File copy /s/$os$ to /t/$os$", DescriptionOf("file", "copy,$fileOnce$,/s,/t/$fileOnce$")
+        DescriptionOf("file", "copy,$fileOnce$,/s,/t/$fileOnce$"), "File copy /s/$os$ to /t/$os$"
     );
 }
 
 TEST_F(KFileRuleTest, ACommaInAMacroDoesNotSplitAField) {
     world.GivenKey("fileComma", "a,b,c,d,e");
-    EXPECT_EQ("File delete /s/a,b,c,d,e to ", DescriptionOf("file", "delete,$fileComma$,/s"));
+    EXPECT_EQ(DescriptionOf("file", "delete,$fileComma$,/s"), "File delete /s/a,b,c,d,e to ");
 }
 
 TEST_F(KFileRuleTest, FieldsAreExpandedWhenTheLineIsParsedAndNotBefore) {
@@ -162,7 +162,7 @@ TEST_F(KFileRuleTest, FieldsAreExpandedWhenTheLineIsParsedAndNotBefore) {
     world.GivenKey("fileWhen", "parsed");
     rule.Initialize();
     world.GivenKey("fileWhen", "executed");
-    EXPECT_STREQ("File delete /s/parsed to ", rule.Description().c_str());
+    EXPECT_STREQ(rule.Description().c_str(), "File delete /s/parsed to ");
 }
 
 // Copying one file
@@ -232,7 +232,7 @@ TEST_P(KFileRuleLengthTest, IsCopiedWholeWithItsReports) {
     for (const std::string& percentage : GetParam().percentages) {
         expected.push_back(percentage + " Copying file a");
     }
-    EXPECT_EQ(expected, statuses.Lines());
+    EXPECT_EQ(statuses.Lines(), expected);
     EXPECT_EQ(tree.List("src"), tree.List("dst"));
 }
 
@@ -255,21 +255,21 @@ TEST_F(KFileRuleTest, TheStoredStatusCarriesThePercentageRaised) {
     std::string stored;
     statuses.At(3, [&] { stored = manager.GetCurrentRuleStatus().c_str(); });
     Run("file", "copy,libcore.so,@T@/src,@T@/dst");
-    EXPECT_EQ("Copying file libcore.so (33%)", stored);
-    EXPECT_STREQ("Copying file libcore.so (100%)", manager.GetCurrentRuleStatus().c_str());
+    EXPECT_EQ(stored, "Copying file libcore.so (33%)");
+    EXPECT_STREQ(manager.GetCurrentRuleStatus().c_str(), "Copying file libcore.so (100%)");
 }
 
 TEST_F(KFileRuleTest, APercentageIsDividedBeforeItIsMultiplied) {
     // The other order gives 65.53010229079383 for this length.
     tree.Write("src/a", ArbitraryBytes(100009));
     Run("file", "copy,a,@T@/src,@T@/dst");
-    EXPECT_EQ(65.53010229079382, statuses.All().at(1).value);
+    EXPECT_EQ(statuses.All().at(1).value, 65.53010229079382);
 }
 
 TEST_F(KFileRuleTest, ProgressNamesAFileByItsLastComponent) {
     KFileRule(&manager, "").UpdateStatus("/a/b/libcore.so", 42.1);
     EXPECT_THAT(statuses.Lines(), ElementsAre("42.1 Copying file libcore.so"));
-    EXPECT_STREQ("Copying file libcore.so (43%)", manager.GetCurrentRuleStatus().c_str());
+    EXPECT_STREQ(manager.GetCurrentRuleStatus().c_str(), "Copying file libcore.so (43%)");
 }
 
 struct CopiedMode {
@@ -285,8 +285,8 @@ TEST_P(KFileRuleModeTest, IsCarriedToTheCopyWhateverTheUmask) {
     const mode_t before = ::umask(077);
     Run("file", "copy,a,@T@/src,@T@/dst");
     ::umask(before);
-    EXPECT_EQ(GetParam().mode, tree.Mode("dst/a"));
-    EXPECT_EQ("x", tree.Read("dst/a"));
+    EXPECT_EQ(tree.Mode("dst/a"), GetParam().mode);
+    EXPECT_EQ(tree.Read("dst/a"), "x");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -314,10 +314,10 @@ TEST_F(KFileRuleTest, AnEmptyFileCarriesItsModeToo) {
 TEST_F(KFileRuleTest, ACopyReplacesWhatStoodThereAndLeavesItsOtherNamesAlone) {
     tree.Write("src/a", "new");
     tree.Write("dst/a", "old and longer");
-    ASSERT_EQ(0, ::link(tree.Path("dst/a").c_str(), tree.Path("other").c_str()));
+    ASSERT_EQ(::link(tree.Path("dst/a").c_str(), tree.Path("other").c_str()), 0);
     Run("file", "copy,a,@T@/src,@T@/dst");
-    EXPECT_EQ("new", tree.Read("dst/a"));
-    EXPECT_EQ("old and longer", tree.Read("other"));
+    EXPECT_EQ(tree.Read("dst/a"), "new");
+    EXPECT_EQ(tree.Read("other"), "old and longer");
 }
 
 TEST_F(KFileRuleTest, ACopyKeepsTheOwnerOfTheFileItReplaces) {
@@ -325,15 +325,15 @@ TEST_F(KFileRuleTest, ACopyKeepsTheOwnerOfTheFileItReplaces) {
     tree.Write("dst/a", "old");
     tree.SetOwner("dst/a", 1234, 4321);
     Run("file", "copy,a,@T@/src,@T@/dst");
-    EXPECT_EQ(1234U, tree.Status("dst/a").st_uid);
-    EXPECT_EQ(4321U, tree.Status("dst/a").st_gid);
+    EXPECT_EQ(tree.Status("dst/a").st_uid, 1234U);
+    EXPECT_EQ(tree.Status("dst/a").st_gid, 4321U);
 }
 
 TEST_F(KFileRuleTest, AFileCopiedOntoItselfKeepsItsContents) {
     tree.Write("src/a", ArbitraryBytes(100000), 0751);
     Run("file", "copy,a,@T@/src,@T@/src");
     EXPECT_EQ(ArbitraryBytes(100000), tree.Read("src/a"));
-    EXPECT_EQ(0751U, tree.Mode("src/a"));
+    EXPECT_EQ(tree.Mode("src/a"), 0751U);
 }
 
 TEST_F(KFileRuleTest, ASourceLinkIsFollowed) {
@@ -346,7 +346,7 @@ TEST_F(KFileRuleTest, ASourceLinkIsFollowed) {
 TEST_F(KFileRuleTest, WithThreeFieldsTheTargetIsTheRootDirectory) {
     // The source is missing on purpose: nothing may be written there.
     const KSUP::KError error = FailureOf("copy,inspp-no-such-file,@T@/src");
-    EXPECT_EQ(static_cast<unsigned>(ENOENT), error.GetCode());
+    EXPECT_EQ(error.GetCode(), static_cast<unsigned>(ENOENT));
     EXPECT_THAT(statuses.Lines(), ElementsAre("- Copying file /inspp-no-such-file"));
 }
 
@@ -355,7 +355,7 @@ TEST_F(KFileRuleTest, NamesOfAnyBytesAreCopied) {
     tree.Write("src/" + name, "x");
     world.GivenKey("oddName", "*");
     Run("file", "copy,$oddName$,@T@/src,@T@/dst");
-    EXPECT_EQ("x", tree.Read("dst/" + name));
+    EXPECT_EQ(tree.Read("dst/" + name), "x");
 }
 
 // Copying that fails
@@ -376,7 +376,7 @@ TEST_P(KFileRuleFailureTest, EndsTheCopyWithTheSystemsErrorAndThePath) {
     EXPECT_EQ(static_cast<unsigned>(GetParam().code), error.GetCode());
     EXPECT_THAT(error.GetInfo().GetString().c_str(), HasSubstr(tree.Path(GetParam().path) + ": "));
     EXPECT_THAT(statuses.Lines(), ElementsAre(Copying("dst/a")));
-    EXPECT_EQ(0U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -434,7 +434,7 @@ class KFileRuleIrregularTest : public KFileRuleTest,
 TEST_P(KFileRuleIrregularTest, IsRefusedAtOnceAndMakesNoTarget) {
     GetParam().prepare(tree);
     const KSUP::KError error = FailureOf("copy,a,@T@/src,@T@/dst");
-    EXPECT_NE(0U, error.GetCode());
+    EXPECT_NE(error.GetCode(), 0U);
     EXPECT_THAT(error.GetInfo().GetString().c_str(), HasSubstr(tree.Path("src/a")));
     EXPECT_THAT(tree.List("dst"), IsEmpty());
 }
@@ -464,7 +464,7 @@ TEST_F(KFileRuleTest, ATargetDirectoryBehindAStrangersLinkIsRefused) {
     tree.Directory("real");
     tree.Directory("open", 0777);
     tree.Link("open/way", "../real");
-    EXPECT_EQ(static_cast<unsigned>(ELOOP), FailureOf("copy,a,@T@/src,@T@/open/way").GetCode());
+    EXPECT_EQ(FailureOf("copy,a,@T@/src,@T@/open/way").GetCode(), static_cast<unsigned>(ELOOP));
     EXPECT_THAT(tree.List("real"), IsEmpty());
 }
 
@@ -473,14 +473,14 @@ TEST_F(KFileRuleTest, ATargetDirectoryBehindALinkOfRootsIsFollowed) {
     tree.Directory("real");
     tree.Link("way", "real");
     Run("file", "copy,a,@T@/src,@T@/way");
-    EXPECT_EQ("x", tree.Read("real/a"));
+    EXPECT_EQ(tree.Read("real/a"), "x");
 }
 
 TEST_F(KFileRuleTest, ASourceThatShrinksIsAnErrorAndItsPartStays) {
     tree.Write("src/a", ArbitraryBytes(200000));
-    statuses.At(2, [&] { ASSERT_EQ(0, ::truncate(tree.Path("src/a").c_str(), 70000)); });
+    statuses.At(2, [&] { ASSERT_EQ(::truncate(tree.Path("src/a").c_str(), 70000), 0); });
     const KSUP::KError error = FailureOf("copy,a,@T@/src,@T@/dst");
-    EXPECT_EQ(static_cast<unsigned>(EIO), error.GetCode());
+    EXPECT_EQ(error.GetCode(), static_cast<unsigned>(EIO));
     EXPECT_THAT(error.GetInfo().GetString().c_str(), HasSubstr(tree.Path("src/a")));
     EXPECT_TRUE(tree.Exists("dst/a"));
 }
@@ -489,7 +489,7 @@ TEST_F(KFileRuleTest, ASourceThatGrowsIsCopiedAsLongAsItWas) {
     tree.Write("src/a", ArbitraryBytes(100000));
     statuses.At(2, [&] {
         const int file = ::open(tree.Path("src/a").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-        ASSERT_EQ(4, ::write(file, "more", 4));
+        ASSERT_EQ(::write(file, "more", 4), 4);
         ::close(file);
     });
     Run("file", "copy,a,@T@/src,@T@/dst");
@@ -529,7 +529,7 @@ TEST_P(KFileRuleCancelTest, EndsTheCopyWithinOneChunk) {
     rule.Initialize();
     rule.Execute();
     EXPECT_THAT(statuses.Lines(), SizeIs(GetParam().reports));
-    EXPECT_EQ("100 Copying file a", statuses.Lines().back());
+    EXPECT_EQ(statuses.Lines().back(), "100 Copying file a");
     EXPECT_THAT(tree.List("dst"), IsEmpty());
 }
 
@@ -628,7 +628,7 @@ TEST_P(KFileRulePatternTest, ChoosesTheFiles) {
     for (const std::string& line : tree.List("dst")) {
         names.push_back(line.substr(7, line.find(" \"") - 7));
     }
-    EXPECT_EQ(GetParam().matches, names);
+    EXPECT_EQ(names, GetParam().matches);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -658,7 +658,7 @@ TEST_F(KFileRuleTest, TheFirstErrorOfAWildcardLeavesTheFilesBeforeIt) {
     tree.Write("src/a", "a");
     tree.Link("src/b", "dangling");
     tree.Write("src/c", "c");
-    EXPECT_EQ(static_cast<unsigned>(ENOENT), FailureOf("copy,*,@T@/src,@T@/dst").GetCode());
+    EXPECT_EQ(FailureOf("copy,*,@T@/src,@T@/dst").GetCode(), static_cast<unsigned>(ENOENT));
     EXPECT_THAT(tree.List("dst"), ElementsAre("f 0644 a \"a\""));
 }
 
@@ -677,7 +677,7 @@ TEST_F(KFileRuleTest, ADeleteRemovesTheFileAndSaysSoFirst) {
 TEST_F(KFileRuleTest, ADeleteOfAMissingFileSucceeds) {
     Run("file", "delete,gone,@T@/dst");
     EXPECT_THAT(statuses.Lines(), ElementsAre(Deleting("dst/gone")));
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KFileRuleTest, ADeleteOfALinkLeavesWhatItPointsTo) {
@@ -690,7 +690,7 @@ TEST_F(KFileRuleTest, ADeleteOfALinkLeavesWhatItPointsTo) {
 TEST_F(KFileRuleTest, ADeleteOfADirectoryIsRefused) {
     tree.Directory("dst/d");
     const KSUP::KError error = FailureOf("delete,d,@T@/dst");
-    EXPECT_EQ("48 21.0 ins/KFileRule:70 DeleteFile", Place(error));
+    EXPECT_EQ(Place(error), "48 21.0 ins/KFileRule:70 DeleteFile");
     EXPECT_TRUE(tree.Exists("dst/d"));
 }
 
@@ -702,10 +702,10 @@ TEST_F(KFileRuleTest, AFailedDeleteIsItsStatusFromLine70WithoutInformation) {
         return 5U;
     };
     const KSUP::KError error = FailureOf("delete,a,/s");
-    EXPECT_EQ("48 5.0 ins/KFileRule:70 DeleteFile", Place(error));
+    EXPECT_EQ(Place(error), "48 5.0 ins/KFileRule:70 DeleteFile");
     EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
     EXPECT_THAT(asked, ElementsAre("0 /s/a"));
-    EXPECT_EQ(0U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
 }
 
 TEST_F(KFileRuleTest, AWildcardDeletesTheMatchesAndPassesDirectoriesOver) {
@@ -721,7 +721,7 @@ TEST_F(KFileRuleTest, AWildcardDeletesTheMatchesAndPassesDirectoriesOver) {
 TEST_F(KFileRuleTest, AWildcardDeleteInAMissingDirectoryReportsNothing) {
     Run("file", "delete,*.tmp,@T@/no-such-directory");
     EXPECT_THAT(statuses.Lines(), IsEmpty());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KFileRuleTest, TheFirstFailureOfAWildcardDeleteEndsIt) {
@@ -734,7 +734,7 @@ TEST_F(KFileRuleTest, TheFirstFailureOfAWildcardDeleteEndsIt) {
     tree.Write("dst/a", "");
     tree.Write("dst/b", "");
     tree.Write("dst/c", "");
-    EXPECT_EQ("48 13.0 ins/KFileRule:70 DeleteFile", Place(FailureOf("delete,*,@T@/dst")));
+    EXPECT_EQ(Place(FailureOf("delete,*,@T@/dst")), "48 13.0 ins/KFileRule:70 DeleteFile");
     EXPECT_THAT(asked, ElementsAre(tree.Path("dst/a"), tree.Path("dst/b")));
 }
 
@@ -770,13 +770,13 @@ TEST_F(KFileRuleTest, ASymlinkReplacesALink) {
 TEST_F(KFileRuleTest, ASymlinkRefusesAFileThatStandsThere) {
     tree.Write("dst/l", "mine");
     const KSUP::KError error = FailureOf("symlink,a,/s,@T@/dst,l");
-    EXPECT_EQ(static_cast<unsigned>(EEXIST), error.GetCode());
+    EXPECT_EQ(error.GetCode(), static_cast<unsigned>(EEXIST));
     EXPECT_THAT(error.GetInfo().GetString().c_str(), HasSubstr(tree.Path("dst/l")));
     EXPECT_THAT(tree.List("dst"), ElementsAre("f 0644 l \"mine\""));
 }
 
 TEST_F(KFileRuleTest, ASymlinkIntoAMissingDirectoryIsAnError) {
-    EXPECT_EQ(static_cast<unsigned>(ENOENT), FailureOf("symlink,a,/s,@T@/none").GetCode());
+    EXPECT_EQ(FailureOf("symlink,a,/s,@T@/none").GetCode(), static_cast<unsigned>(ENOENT));
 }
 
 TEST_F(KFileRuleTest, PatternsHaveNoMeaningForSymlinks) {
@@ -796,7 +796,7 @@ TEST_P(KFileRuleUnknownTest, IsAcceptedCountsAndDoesNothing) {
     EXPECT_THAT(tree.List("dst"), IsEmpty());
     EXPECT_THAT(tree.List("src"), SizeIs(1));
     EXPECT_THAT(statuses.Lines(), IsEmpty());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
     EXPECT_THAT(LogLines(), SizeIs(2)); // added, executed
 }
 

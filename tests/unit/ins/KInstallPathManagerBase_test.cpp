@@ -41,15 +41,15 @@ class KInstallPathManagerBaseTest : public KTEST::EngineTest {
 
 TEST_F(KInstallPathManagerBaseTest, SlotsFollowTheOrderOfTheInterface) {
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&KInstallPathManagerBase::Initialize));
-    EXPECT_EQ(3, SlotOf(&KInstallPathManagerBase::ExpandMacros));
-    EXPECT_EQ(4, SlotOf(&KInstallPathManagerBase::GetInstalledProductInformation));
-    EXPECT_EQ(5, SlotOf(&KInstallPathManagerBase::PutInstalledProductInformation));
-    EXPECT_EQ(6, SlotOf(&KInstallPathManagerBase::GetDefaultProductPath));
+    EXPECT_EQ(SlotOf(&KInstallPathManagerBase::Initialize), 2);
+    EXPECT_EQ(SlotOf(&KInstallPathManagerBase::ExpandMacros), 3);
+    EXPECT_EQ(SlotOf(&KInstallPathManagerBase::GetInstalledProductInformation), 4);
+    EXPECT_EQ(SlotOf(&KInstallPathManagerBase::PutInstalledProductInformation), 5);
+    EXPECT_EQ(SlotOf(&KInstallPathManagerBase::GetDefaultProductPath), 6);
 }
 
 TEST_F(KInstallPathManagerBaseTest, HasItsTagAndIsNotCopied) {
-    EXPECT_STREQ("KInstallPathManager", manager.GetClassTag());
+    EXPECT_STREQ(manager.GetClassTag(), "KInstallPathManager");
     EXPECT_FALSE(std::is_copy_constructible_v<KInstallPathManager>);
     EXPECT_FALSE(std::is_copy_assignable_v<KInstallPathManager>);
     EXPECT_TRUE(std::is_abstract_v<KInstallPathManagerBase>);
@@ -86,8 +86,8 @@ std::map<unsigned, std::string> ExpectedTable() {
 
 TEST_F(KInstallPathManagerBaseTest, InitializeSetsAll22Entries) {
     manager.Initialize("/opt/p");
-    EXPECT_EQ(ExpectedTable(), PathTable());
-    EXPECT_STREQ("/src", KUtil::GetPathMap(2).c_str());
+    EXPECT_EQ(PathTable(), ExpectedTable());
+    EXPECT_STREQ(KUtil::GetPathMap(2).c_str(), "/src");
 }
 
 TEST_F(KInstallPathManagerBaseTest, TheEntriesAreSetInTheAgreedOrder) {
@@ -112,26 +112,26 @@ TEST_F(KInstallPathManagerBaseTest, AnErrorLeavesTheEntriesBeforeItNewAndThoseBe
         }
     };
     EXPECT_THROW(manager.Initialize("/opt/new"), KSUP::KError);
-    EXPECT_STREQ("/opt/new/win/", KUtil::GetPathMap(42).c_str());
-    EXPECT_STREQ("/opt/old/config/", KUtil::GetPathMap(55).c_str());
-    EXPECT_STREQ("/opt/old/", KUtil::GetPathMap(57).c_str());
+    EXPECT_STREQ(KUtil::GetPathMap(42).c_str(), "/opt/new/win/");
+    EXPECT_STREQ(KUtil::GetPathMap(55).c_str(), "/opt/old/config/");
+    EXPECT_STREQ(KUtil::GetPathMap(57).c_str(), "/opt/old/");
 }
 
 TEST_F(KInstallPathManagerBaseTest, ASeparatorAtTheEndOfThePathIsNotDoubled) {
     manager.Initialize("/opt/p/");
-    EXPECT_EQ(ExpectedTable(), PathTable());
+    EXPECT_EQ(PathTable(), ExpectedTable());
 }
 
 TEST_F(KInstallPathManagerBaseTest, ASeparatorAtTheEndOfTheSourceRootIsNotDoubled) {
     KUtil::SetPathMap(2, "/src/");
     manager.Initialize("/opt/p");
-    EXPECT_EQ(ExpectedTable(), PathTable());
+    EXPECT_EQ(PathTable(), ExpectedTable());
 }
 
 TEST_F(KInstallPathManagerBaseTest, ASecondInitializeLeavesOnlyItsOwnValues) {
     manager.Initialize("/elsewhere/q");
     manager.Initialize("/opt/p");
-    EXPECT_EQ(ExpectedTable(), PathTable());
+    EXPECT_EQ(PathTable(), ExpectedTable());
 }
 
 TEST_F(KInstallPathManagerBaseTest, TheTableOutlivesTheManagerAndTheNextOneReplacesIt) {
@@ -139,9 +139,9 @@ TEST_F(KInstallPathManagerBaseTest, TheTableOutlivesTheManagerAndTheNextOneRepla
         KInstallPathManager first(installer.get());
         first.Initialize("/opt/p");
     }
-    EXPECT_EQ(ExpectedTable(), PathTable());
+    EXPECT_EQ(PathTable(), ExpectedTable());
     manager.Initialize("/opt/q");
-    EXPECT_STREQ("/opt/q/", KUtil::GetPathMap(57).c_str());
+    EXPECT_STREQ(KUtil::GetPathMap(57).c_str(), "/opt/q/");
 }
 
 TEST_F(KInstallPathManagerBaseTest, TheRunningPlatformsEntryIsTheOneOfItsArchitecture) {
@@ -211,7 +211,7 @@ TEST_P(ExpansionTest, GivesTheText) {
     manager.Initialize("/opt/p");
     world.GivenKey("expandEmpty", "");
     world.GivenKey("expandNested", "$os$");
-    EXPECT_EQ(GetParam().expanded, Expanded(GetParam().text));
+    EXPECT_EQ(Expanded(GetParam().text), GetParam().expanded);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -241,8 +241,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(KInstallPathManagerBaseTest, ExpansionLeavesItsArgument) {
     const KString text("$os$");
-    EXPECT_STREQ("lin", manager.ExpandMacros(text).c_str());
-    EXPECT_STREQ("$os$", text.c_str());
+    EXPECT_STREQ(manager.ExpandMacros(text).c_str(), "lin");
+    EXPECT_STREQ(text.c_str(), "$os$");
 }
 
 TEST_F(KInstallPathManagerBaseTest, ThreadsThatExpandAtOnceGetWholeResults) {
@@ -258,11 +258,11 @@ TEST_F(KInstallPathManagerBaseTest, ThreadsThatExpandAtOnceGetWholeResults) {
     std::thread other(expand);
     expand();
     other.join();
-    EXPECT_EQ(0U, wrong);
+    EXPECT_EQ(wrong, 0U);
 }
 
 TEST_F(KInstallPathManagerBaseTest, TheInstallerExpandsThroughItsPathManager) {
-    EXPECT_STREQ("DPS Setup Log.txt", installer->ExpandMacros("$product$ Setup Log.txt").c_str());
+    EXPECT_STREQ(installer->ExpandMacros("$product$ Setup Log.txt").c_str(), "DPS Setup Log.txt");
 }
 
 } // namespace

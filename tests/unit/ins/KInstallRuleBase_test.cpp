@@ -55,11 +55,11 @@ class KInstallRuleBaseTest : public KTEST::RuleTest {};
 
 TEST_F(KInstallRuleBaseTest, SlotsFollowTheOrderOfTheInterface) {
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&KInstallRuleBase::Execute));
-    EXPECT_EQ(3, SlotOf(&KInstallRuleBase::Initialize));
-    EXPECT_EQ(4, SlotOf(&KInstallRuleBase::Description));
-    EXPECT_EQ(5, SlotOf(&KInstallRuleBase::ShouldCount));
-    EXPECT_EQ(6, SlotOf(&KInstallRuleBase::ParseRule));
+    EXPECT_EQ(SlotOf(&KInstallRuleBase::Execute), 2);
+    EXPECT_EQ(SlotOf(&KInstallRuleBase::Initialize), 3);
+    EXPECT_EQ(SlotOf(&KInstallRuleBase::Description), 4);
+    EXPECT_EQ(SlotOf(&KInstallRuleBase::ShouldCount), 5);
+    EXPECT_EQ(SlotOf(&KInstallRuleBase::ParseRule), 6);
     EXPECT_EQ(KTEST::notVirtual, SlotOf(&KInstallRuleBase::ExpandMacros));
 }
 
@@ -71,13 +71,13 @@ TEST_F(KInstallRuleBaseTest, RulesAreNotCopied) {
 }
 
 TEST_F(KInstallRuleBaseTest, EveryRuleTypeIsTaggedAsInstallRule) {
-    EXPECT_STREQ("KInstallRule", PlainRule(&manager, "").GetClassTag());
+    EXPECT_STREQ(PlainRule(&manager, "").GetClassTag(), "KInstallRule");
 }
 
 TEST_F(KInstallRuleBaseTest, ConstructingKeepsTheLineAndParsesNothing) {
     const RecordingRule rule(&manager, "a,$os$,c");
-    EXPECT_STREQ("a,$os$,c", rule.Line());
-    EXPECT_EQ(0U, rule.parsings);
+    EXPECT_STREQ(rule.Line(), "a,$os$,c");
+    EXPECT_EQ(rule.parsings, 0U);
     EXPECT_FALSE(rule.IsInitialized());
 }
 
@@ -92,14 +92,14 @@ TEST_F(KInstallRuleBaseTest, InitializeMarksTheRuleBeforeItParses) {
     rule.Initialize();
     EXPECT_TRUE(rule.initializedWhileParsing);
     EXPECT_TRUE(rule.IsInitialized());
-    EXPECT_EQ(1U, rule.parsings);
+    EXPECT_EQ(rule.parsings, 1U);
 }
 
 TEST_F(KInstallRuleBaseTest, InitializeOfTheBaseParsesAgainEachTime) {
     RecordingRule rule(&manager, "a,b");
     rule.Initialize();
     rule.Initialize();
-    EXPECT_EQ(2U, rule.parsings);
+    EXPECT_EQ(rule.parsings, 2U);
 }
 
 TEST_F(KInstallRuleBaseTest, ARuleTypeWithoutParsingAcceptsEveryLine) {
@@ -142,7 +142,7 @@ TEST_F(KInstallRuleBaseTest, ALogOfAnotherClassGetsTheDescriptionToo) {
     const RecordingRule rule(&manager, "a,b");
     OwnLog log;
     EXPECT_EQ(&log, &(log << "-> " << static_cast<const KInstallRuleBase*>(&rule)));
-    EXPECT_EQ("-> Record a,b", log.written);
+    EXPECT_EQ(log.written, "-> Record a,b");
 }
 
 TEST_F(KInstallRuleBaseTest, AClosedLogSwallowsTheDescription) {
@@ -161,8 +161,8 @@ TEST_F(KInstallRuleBaseTest, ExpandMacrosAsksTheManager) {
     };
     const OwnExpansion own(installer.get());
     const PlainRule rule(const_cast<OwnExpansion*>(&own), "");
-    EXPECT_STREQ("own $os$", rule.ExpandMacros("$os$").c_str());
-    EXPECT_STREQ("lin", PlainRule(&manager, "").ExpandMacros("$os$").c_str());
+    EXPECT_STREQ(rule.ExpandMacros("$os$").c_str(), "own $os$");
+    EXPECT_STREQ(PlainRule(&manager, "").ExpandMacros("$os$").c_str(), "lin");
 }
 
 struct FieldsOfLine {
@@ -177,8 +177,8 @@ class KInstallRuleBaseFieldsTest : public KTEST::RuleTest,
 TEST_P(KInstallRuleBaseFieldsTest, ReachParseRule) {
     RecordingRule rule(&manager, GetParam().line);
     rule.Initialize();
-    EXPECT_EQ(GetParam().fields, rule.parsed);
-    EXPECT_EQ(1U, rule.parsings);
+    EXPECT_EQ(rule.parsed, GetParam().fields);
+    EXPECT_EQ(rule.parsings, 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(

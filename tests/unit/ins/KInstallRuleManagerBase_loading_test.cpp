@@ -33,7 +33,7 @@ struct Keyword {
 class KeywordTest : public KTEST::RuleTest, public ::testing::WithParamInterface<Keyword> {};
 
 TEST_P(KeywordTest, MakesItsRule) {
-    EXPECT_EQ(GetParam().description, DescriptionOf(GetParam().name, GetParam().line));
+    EXPECT_EQ(DescriptionOf(GetParam().name, GetParam().line), GetParam().description);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -63,7 +63,7 @@ TEST_P(UnknownKeywordTest, IsLoggedAndIsError7000) {
     EXPECT_THAT(
         LogLines(), ElementsAre("KINS::KInstallRuleManager: Unknown rule " + type + " copy,a,b,c")
     );
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -84,8 +84,8 @@ struct FirstField {
 class FirstFieldTest : public KTEST::RuleTest, public ::testing::WithParamInterface<FirstField> {};
 
 TEST_P(FirstFieldTest, IsLoweredAsTypeAndReadAsOrder) {
-    EXPECT_STREQ(GetParam().type, manager.ParseRuleType(GetParam().line).c_str());
-    EXPECT_EQ(GetParam().order, manager.ParseRuleOrderId(GetParam().line));
+    EXPECT_STREQ(manager.ParseRuleType(GetParam().line).c_str(), GetParam().type);
+    EXPECT_EQ(manager.ParseRuleOrderId(GetParam().line), GetParam().order);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -137,7 +137,7 @@ TEST_F(LoadSectionTest, EveryLineBecomesARuleInFileOrder) {
     EXPECT_THAT(
         Added(), ElementsAre("File copy /s/c to /t", "File copy /s/a to /t", "File copy /s/c to /t")
     );
-    EXPECT_EQ(3U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 3U);
 }
 
 TEST_F(LoadSectionTest, TheSectionIsLoggedBeforeItsRules) {
@@ -167,13 +167,13 @@ TEST_F(LoadSectionTest, TheArchitecturesSectionFollowsWithoutALogLineOfItsOwn) {
 TEST_F(LoadSectionTest, SectionNamesAreMatchedWholeAndInCase) {
     Load("[Install]\ndirectory=create,/a\n[install2]\ndirectory=create,/"
          "b\n[ins]\ndirectory=create,/c\n");
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
 }
 
 TEST_F(LoadSectionTest, AMissingSectionAddsNothing) {
     Load("[remove]\ndirectory=create,/a\n");
-    EXPECT_EQ(0U, manager.GetRuleCount());
-    EXPECT_EQ("KINS::KInstallRuleManager: Processing section -> install", LogLines().back());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
+    EXPECT_EQ(LogLines().back(), "KINS::KInstallRuleManager: Processing section -> install");
 }
 
 TEST_F(LoadSectionTest, LoadingTwiceAppendsTwice) {
@@ -187,17 +187,17 @@ TEST_F(LoadSectionTest, LoadingTwiceAppendsTwice) {
 TEST_F(LoadSectionTest, AnUnknownKeyEndsTheLoadAndKeepsTheRulesBeforeIt) {
     GivenScript("[install]\ndirectory=create,/a\nFile=copy,a,b,c\ndirectory=create,/b\n");
     Initialize();
-    EXPECT_EQ(7000U, ErrorOf([&] { manager.LoadSection("install"); }).GetCode());
-    EXPECT_EQ("KINS::KInstallRuleManager: Unknown rule File copy,a,b,c", LogLines().back());
-    EXPECT_EQ(1U, manager.GetRuleCount());
+    EXPECT_EQ(ErrorOf([&] { manager.LoadSection("install"); }).GetCode(), 7000U);
+    EXPECT_EQ(LogLines().back(), "KINS::KInstallRuleManager: Unknown rule File copy,a,b,c");
+    EXPECT_EQ(manager.GetRuleCount(), 1U);
 }
 
 TEST_F(LoadSectionTest, AMalformedLineEndsTheLoadUnchanged) {
     GivenScript("[install]\ndirectory=create,/a\ndirectory=create\ndirectory=create,/b\n");
     Initialize();
     const KSUP::KError error = ErrorOf([&] { manager.LoadSection("install"); });
-    EXPECT_EQ("48 7000.0 ins/KDirectoryRule:53 ParseRule \"create\"", KTEST::Place(error));
-    EXPECT_EQ(1U, manager.GetRuleCount());
+    EXPECT_EQ(KTEST::Place(error), "48 7000.0 ins/KDirectoryRule:53 ParseRule \"create\"");
+    EXPECT_EQ(manager.GetRuleCount(), 1U);
 }
 
 TEST_F(LoadSectionTest, TheDefaultPathIsPassedOver) {
@@ -208,8 +208,8 @@ TEST_F(LoadSectionTest, TheDefaultPathIsPassedOver) {
 TEST_F(LoadSectionTest, NoOtherDefaultPathIsPassedOver) {
     GivenScript("[install]\ndefaultPath.lin=/opt/x\n");
     Initialize();
-    EXPECT_EQ(7000U, ErrorOf([&] { manager.LoadSection("install"); }).GetCode());
-    EXPECT_EQ("KINS::KInstallRuleManager: Unknown rule defaultPath.lin /opt/x", LogLines().back());
+    EXPECT_EQ(ErrorOf([&] { manager.LoadSection("install"); }).GetCode(), 7000U);
+    EXPECT_EQ(LogLines().back(), "KINS::KInstallRuleManager: Unknown rule defaultPath.lin /opt/x");
 }
 
 TEST_F(LoadSectionTest, IncludedRulesStandBeforeTheRuleThatIncludesThem) {
@@ -219,7 +219,7 @@ TEST_F(LoadSectionTest, IncludedRulesStandBeforeTheRuleThatIncludesThem) {
         Added(),
         ElementsAre("Create path /1", "Create path /c", "Include section common", "Create path /2")
     );
-    EXPECT_EQ(3U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 3U);
     EXPECT_THAT(
         LogLines(),
         ::testing::IsSupersetOf({
@@ -267,7 +267,7 @@ TEST_F(LoadSectionTest, InclusionNestsDepthFirstWithTheArchitecturesSections) {
             "Create path /i"
         )
     );
-    EXPECT_EQ(5U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 5U);
 }
 
 TEST_F(LoadSectionTest, ASectionIncludedTwiceIsThereTwice) {
@@ -281,7 +281,7 @@ TEST_F(LoadSectionTest, ASectionIncludedTwiceIsThereTwice) {
 TEST_F(LoadSectionTest, AnInclusionOfNothingIsItselfAdded) {
     Load("[install]\nsection=none\n");
     EXPECT_THAT(Added(), ElementsAre("Include section none"));
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
 }
 
 TEST_F(LoadSectionTest, AnInclusionMayNameItsSectionByAMacro) {
@@ -293,9 +293,9 @@ TEST_F(LoadSectionTest, AnErrorInAnIncludedSectionEndsTheOuterOneToo) {
     GivenScript("[install]\ndirectory=create,/1\nsection=c\ndirectory=create,/2\n"
                 "[c]\ndirectory=create,/c\nfile=copy\ndirectory=create,/d\n");
     Initialize();
-    EXPECT_EQ(7000U, ErrorOf([&] { manager.LoadSection("install"); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { manager.LoadSection("install"); }).GetCode(), 7000U);
     EXPECT_THAT(Added(), ElementsAre("Create path /1", "Create path /c"));
-    EXPECT_EQ(2U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 2U);
 }
 
 TEST_F(LoadSectionTest, ALineMayBeOfAnyLength) {
@@ -331,7 +331,7 @@ class LoadCommandLineRulesTest : public KTEST::RuleTest {
 TEST_F(LoadCommandLineRulesTest, WithoutTheOptionNothingIsAddedOrLogged) {
     world.GivenArguments({"--other=x", "--addProfileLines=a", "plain"});
     manager.LoadCommandLineRules();
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
     EXPECT_THAT(LogLines(), IsEmpty());
 }
 
@@ -385,8 +385,8 @@ TEST_F(LoadCommandLineRulesTest, AValueOfNoBytesIsARuleOfTwoFields) {
 TEST_F(LoadCommandLineRulesTest, QuotesAndNewlinesReachTheRule) {
     world.GivenArguments({"--addProfileLine=s,\"k\",'a\nb\\"});
     manager.LoadCommandLineRules();
-    ASSERT_EQ(1U, manager.GetRuleCount());
-    EXPECT_EQ(36U, ErrorOf([&] { manager.ExecuteRules(); }).GetCode())
+    ASSERT_EQ(manager.GetRuleCount(), 1U);
+    EXPECT_EQ(ErrorOf([&] { manager.ExecuteRules(); }).GetCode(), 36U)
         << "a profile has no line for it";
 }
 
@@ -400,7 +400,7 @@ TEST_F(LoadCommandLineRulesTest, AThousandOptionsAreAThousandRules) {
     }
     world.GivenArguments(arguments);
     manager.LoadCommandLineRules();
-    EXPECT_EQ(added, Added());
+    EXPECT_EQ(Added(), added);
 }
 
 struct UnreadableOption {
@@ -415,12 +415,12 @@ TEST_P(UnreadableOptionTest, IsError36AndAddsNoRuleAtAll) {
     world.GivenArguments(GetParam().arguments);
     const KSUP::KError error = ErrorOf([&] { manager.LoadCommandLineRules(); });
     EXPECT_EQ(
+        PlaceWithoutLine(error),
         "400 36.0 ins/KInstallRuleManagerBase:? LoadCommandLineRules \"Error parsing command line "
-        "string while loading command line installer rules\"",
-        PlaceWithoutLine(error)
+        "string while loading command line installer rules\""
     );
     EXPECT_THAT(trace.Texts(400), ElementsAre(error.GetSummary().c_str()));
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
     EXPECT_THAT(LogLines(), IsEmpty());
 }
 
@@ -441,10 +441,10 @@ TEST_F(LoadCommandLineRulesTest, AValueThatIsNoRuleKeepsTheRulesBeforeIt) {
     );
     const KSUP::KError error = ErrorOf([&] { manager.LoadCommandLineRules(); });
     EXPECT_EQ(
-        "48 7000.0 ins/KProfileRule:57 ParseRule \"put,/p/config/dps.ini,General\"",
-        KTEST::Place(error)
+        KTEST::Place(error),
+        "48 7000.0 ins/KProfileRule:57 ParseRule \"put,/p/config/dps.ini,General\""
     );
-    EXPECT_EQ(1U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 1U);
 }
 
 TEST_F(LoadCommandLineRulesTest, TheSupportLibraryIsAskedAsAgreed) {
@@ -465,14 +465,14 @@ TEST_F(LoadCommandLineRulesTest, TheSupportLibraryIsAskedAsAgreed) {
         asked,
         ElementsAre("|addProfileLine|512|0", "|addProfileLine|512|10", "|addProfileLine|512|20")
     );
-    EXPECT_EQ(2U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 2U);
 }
 
 TEST_F(LoadCommandLineRulesTest, AnyOtherStatusIsTheErrorsCode) {
     KTEST::Injection inject;
     inject.SvcEnumerateStringFromCommandLine =
         [](const char*, const char*, unsigned, unsigned*, char*) { return 4711U; };
-    EXPECT_EQ(4711U, ErrorOf([&] { manager.LoadCommandLineRules(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { manager.LoadCommandLineRules(); }).GetCode(), 4711U);
 }
 
 } // namespace

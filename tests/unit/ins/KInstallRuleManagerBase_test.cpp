@@ -96,42 +96,42 @@ class KInstallRuleManagerBaseTest : public KTEST::RuleTest {
 TEST_F(KInstallRuleManagerBaseTest, SlotsFollowTheOrderOfTheInterface) {
     using Base = KInstallRuleManagerBase;
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&Base::LoadSection));
-    EXPECT_EQ(3, SlotOf(&Base::LoadCommandLineRules));
+    EXPECT_EQ(SlotOf(&Base::LoadSection), 2);
+    EXPECT_EQ(SlotOf(&Base::LoadCommandLineRules), 3);
     EXPECT_EQ(
-        4, SlotOf(static_cast<void (Base::*)(const KString&, const KString&)>(&Base::AddRule))
+        SlotOf(static_cast<void (Base::*)(const KString&, const KString&)>(&Base::AddRule)), 4
     );
-    EXPECT_EQ(5, SlotOf(&Base::ExecuteRules));
+    EXPECT_EQ(SlotOf(&Base::ExecuteRules), 5);
     EXPECT_EQ(
-        6, SlotOf(static_cast<void (Base::*)(const KString&, double)>(&Base::SetCurrentRuleStatus))
+        SlotOf(static_cast<void (Base::*)(const KString&, double)>(&Base::SetCurrentRuleStatus)), 6
     );
-    EXPECT_EQ(7, SlotOf(static_cast<void (Base::*)(const KString&)>(&Base::SetCurrentRuleStatus)));
-    EXPECT_EQ(8, SlotOf(&Base::GetCurrentRuleStatus));
-    EXPECT_EQ(9, SlotOf(&Base::Clear));
-    EXPECT_EQ(10, SlotOf(&Base::GetCompletedCount));
-    EXPECT_EQ(11, SlotOf(&Base::ExpandMacros));
-    EXPECT_EQ(12, SlotOf(&Base::GetRuleCount));
-    EXPECT_EQ(13, SlotOf(&Base::SetRuleState));
-    EXPECT_EQ(14, SlotOf(&Base::GetRuleState));
-    EXPECT_EQ(15, SlotOf(&Base::IsCancelled));
-    EXPECT_EQ(16, SlotOf(static_cast<void (Base::*)(KInstallRule*)>(&Base::AddRule)));
-    EXPECT_EQ(17, SlotOf(&Base::ParseRuleOrderId));
-    EXPECT_EQ(18, SlotOf(&Base::ParseRuleType));
+    EXPECT_EQ(SlotOf(static_cast<void (Base::*)(const KString&)>(&Base::SetCurrentRuleStatus)), 7);
+    EXPECT_EQ(SlotOf(&Base::GetCurrentRuleStatus), 8);
+    EXPECT_EQ(SlotOf(&Base::Clear), 9);
+    EXPECT_EQ(SlotOf(&Base::GetCompletedCount), 10);
+    EXPECT_EQ(SlotOf(&Base::ExpandMacros), 11);
+    EXPECT_EQ(SlotOf(&Base::GetRuleCount), 12);
+    EXPECT_EQ(SlotOf(&Base::SetRuleState), 13);
+    EXPECT_EQ(SlotOf(&Base::GetRuleState), 14);
+    EXPECT_EQ(SlotOf(&Base::IsCancelled), 15);
+    EXPECT_EQ(SlotOf(static_cast<void (Base::*)(KInstallRule*)>(&Base::AddRule)), 16);
+    EXPECT_EQ(SlotOf(&Base::ParseRuleOrderId), 17);
+    EXPECT_EQ(SlotOf(&Base::ParseRuleType), 18);
     EXPECT_EQ(KTEST::notVirtual, SlotOf(&Base::SetCallback));
     EXPECT_EQ(KTEST::notVirtual, SlotOf(&Base::GetInstallLog));
 }
 
 TEST_F(KInstallRuleManagerBaseTest, HasItsTagAndIsNotCopied) {
-    EXPECT_STREQ("KInstallRuleManager", manager.GetClassTag());
+    EXPECT_STREQ(manager.GetClassTag(), "KInstallRuleManager");
     EXPECT_FALSE(std::is_copy_constructible_v<KInstallRuleManager>);
     EXPECT_FALSE(std::is_copy_assignable_v<KInstallRuleManager>);
     EXPECT_TRUE((std::is_base_of_v<KInstallRuleManagerBase, KInstallRuleManager>));
 }
 
 TEST_F(KInstallRuleManagerBaseTest, BeginsEmpty) {
-    EXPECT_EQ(0U, manager.GetRuleCount());
-    EXPECT_EQ(0U, manager.GetCompletedCount());
-    EXPECT_EQ("", Status());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
+    EXPECT_EQ(Status(), "");
     EXPECT_FALSE(manager.IsCancelled());
     EXPECT_EQ(&installer->GetLog(), &manager.GetInstallLog());
 }
@@ -163,7 +163,7 @@ TEST_F(KInstallRuleManagerBaseTest, AddingInitialisesThenLogs) {
     manager.AddRule(rule);
     EXPECT_THAT(notes, ElementsAre("mine parsed", "mine described"));
     EXPECT_THAT(LogLines(), ElementsAre("KINS::KInstallRuleManager: Adding rule -> mine"));
-    EXPECT_EQ(1U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 1U);
     rule->notes = nullptr;
 }
 
@@ -172,9 +172,9 @@ TEST_F(KInstallRuleManagerBaseTest, ARuleThatRefusesIsDeletedAndNotAdded) {
     auto* rule = new ScriptedRule(&manager, "mine");
     rule->notes = &notes;
     rule->refusal = Refuse;
-    EXPECT_EQ(7000U, ErrorOf([&] { manager.AddRule(rule); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { manager.AddRule(rule); }).GetCode(), 7000U);
     EXPECT_THAT(notes, ElementsAre("mine parsed", "mine deleted"));
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
     EXPECT_THAT(LogLines(), IsEmpty());
 }
 
@@ -184,7 +184,7 @@ TEST_F(KInstallRuleManagerBaseTest, AnyExceptionOfARuleDeletesItAndComesOut) {
     rule->notes = &notes;
     rule->refusal = [] { throw std::length_error("mine"); };
     EXPECT_THROW(manager.AddRule(rule), std::length_error);
-    EXPECT_EQ("mine deleted", notes.back());
+    EXPECT_EQ(notes.back(), "mine deleted");
 }
 
 // Running
@@ -198,7 +198,7 @@ TEST_F(KInstallRuleManagerBaseTest, RulesRunInOrderEachCountedOnceItIsDone) {
     }
     manager.ExecuteRules();
     EXPECT_THAT(order, ElementsAre("a0", "b1", "c2"));
-    EXPECT_EQ(3U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 3U);
     EXPECT_THAT(Executed(), ElementsAre("a", "b", "c"));
 }
 
@@ -238,19 +238,19 @@ TEST_F(KInstallRuleManagerBaseTest, WhetherARuleCountsIsAskedAfterItsWork) {
     ScriptedRule* rule = nullptr;
     rule = AddScripted("late", [&] { rule->counts = true; });
     rule->counts = false;
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
     manager.ExecuteRules();
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, ARuleThatDoesNotCountIsRunAndLeftOut) {
     unsigned runs = 0;
     AddScripted("hidden", [&] { ++runs; })->counts = false;
     AddScripted("counted");
-    EXPECT_EQ(1U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 1U);
     manager.ExecuteRules();
-    EXPECT_EQ(1U, runs);
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(runs, 1U);
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, SectionRulesAloneCountNothing) {
@@ -258,15 +258,15 @@ TEST_F(KInstallRuleManagerBaseTest, SectionRulesAloneCountNothing) {
     Initialize();
     manager.AddRule("section", "a");
     manager.AddRule("section", "b");
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
     manager.ExecuteRules();
-    EXPECT_EQ(0U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
     EXPECT_THAT(Executed(), ElementsAre("Include section a", "Include section b"));
 }
 
 TEST_F(KInstallRuleManagerBaseTest, AnEmptyListEndsAtOnce) {
     manager.ExecuteRules();
-    EXPECT_EQ(0U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
     EXPECT_THAT(LogLines(), IsEmpty());
 }
 
@@ -275,7 +275,7 @@ TEST_F(KInstallRuleManagerBaseTest, ARuleAddedByARuleRunsInTheSameRun) {
     AddScripted("second");
     manager.ExecuteRules();
     EXPECT_THAT(Executed(), ElementsAre("first", "second", "added"));
-    EXPECT_EQ(3U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 3U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, AFailingRuleEndsTheRunUncountedWithItsOwnError) {
@@ -285,23 +285,23 @@ TEST_F(KInstallRuleManagerBaseTest, AFailingRuleEndsTheRunUncountedWithItsOwnErr
     AddScripted("later", [&] { ++later; });
     const KSUP::KError error = ErrorOf([&] { manager.ExecuteRules(); });
     EXPECT_THAT(PlaceWithoutLine(error), ::testing::StartsWith("48 7000.0 tests:?"));
-    EXPECT_EQ(1U, manager.GetCompletedCount());
-    EXPECT_EQ(3U, manager.GetRuleCount());
-    EXPECT_EQ(0U, later);
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
+    EXPECT_EQ(manager.GetRuleCount(), 3U);
+    EXPECT_EQ(later, 0U);
     EXPECT_THAT(Executed(), ElementsAre("good", "bad"));
 }
 
 TEST_F(KInstallRuleManagerBaseTest, ARuleMayThrowWhatItLikes) {
     AddScripted("bad", [] { throw std::out_of_range("mine"); });
     EXPECT_THROW(manager.ExecuteRules(), std::out_of_range);
-    EXPECT_EQ(0U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, ExecuteRulesSetsNoStatusOfItsOwn) {
     manager.SetCurrentRuleStatus("before");
     AddScripted("quiet");
     manager.ExecuteRules();
-    EXPECT_EQ("before", Status());
+    EXPECT_EQ(Status(), "before");
     EXPECT_THAT(statuses.Lines(), ElementsAre("- before"));
 }
 
@@ -314,16 +314,16 @@ TEST_F(KInstallRuleManagerBaseTest, AStopInTheThirdOfFiveRulesEndsTheRunBeforeTh
     AddScripted("4");
     AddScripted("5");
     const KSUP::KError error = ErrorOf([&] { manager.ExecuteRules(); });
-    EXPECT_EQ("48 66.0 ins/KInstallRuleManagerBase:? ExecuteRules", PlaceWithoutLine(error));
+    EXPECT_EQ(PlaceWithoutLine(error), "48 66.0 ins/KInstallRuleManagerBase:? ExecuteRules");
     EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
     EXPECT_THAT(Executed(), ElementsAre("1", "2", "3", "4"));
-    EXPECT_EQ(3U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 3U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, AStopInTheLastRuleIsNoticedBehindIt) {
     AddScripted("last", [&] { installer->Stop(); });
-    EXPECT_EQ(66U, ErrorOf([&] { manager.ExecuteRules(); }).GetCode());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(ErrorOf([&] { manager.ExecuteRules(); }).GetCode(), 66U);
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, AStopBeforeTheRunLogsTheFirstRuleAndRunsNone) {
@@ -331,14 +331,14 @@ TEST_F(KInstallRuleManagerBaseTest, AStopBeforeTheRunLogsTheFirstRuleAndRunsNone
     AddScripted("first", [&] { ++runs; });
     installer->Stop();
     EXPECT_TRUE(manager.IsCancelled());
-    EXPECT_EQ(66U, ErrorOf([&] { manager.ExecuteRules(); }).GetCode());
-    EXPECT_EQ(0U, runs);
+    EXPECT_EQ(ErrorOf([&] { manager.ExecuteRules(); }).GetCode(), 66U);
+    EXPECT_EQ(runs, 0U);
     EXPECT_THAT(Executed(), ElementsAre("first"));
 }
 
 TEST_F(KInstallRuleManagerBaseTest, AStopBeforeTheRunOfAnEmptyListIsError66) {
     installer->Stop();
-    EXPECT_EQ(66U, ErrorOf([&] { manager.ExecuteRules(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { manager.ExecuteRules(); }).GetCode(), 66U);
     EXPECT_THAT(LogLines(), IsEmpty());
 }
 
@@ -355,7 +355,7 @@ class StoredStatusTest : public KTEST::RuleTest,
 
 TEST_P(StoredStatusTest, CarriesTheValueRaisedToAWholeNumber) {
     manager.SetCurrentRuleStatus("x", GetParam().value);
-    EXPECT_STREQ(GetParam().stored, manager.GetCurrentRuleStatus().c_str());
+    EXPECT_STREQ(manager.GetCurrentRuleStatus().c_str(), GetParam().stored);
     EXPECT_THAT(statuses.All(), ElementsAre(KTEST::StatusRecorder::Status{"x", GetParam().value}));
 }
 
@@ -376,7 +376,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(KInstallRuleManagerBaseTest, AStatusWithoutAValueHasNoPercentage) {
     manager.SetCurrentRuleStatus("x");
-    EXPECT_EQ("x", Status());
+    EXPECT_EQ(Status(), "x");
     EXPECT_THAT(statuses.All(), ElementsAre(KTEST::StatusRecorder::Status{"x", 4294967295.0}));
 }
 
@@ -394,7 +394,7 @@ TEST_F(KInstallRuleManagerBaseTest, AStatusWithoutAValueGoesThroughTheOtherForm)
     };
     Own own(installer.get());
     own.SetCurrentRuleStatus("x");
-    EXPECT_EQ("x", own.seen);
+    EXPECT_EQ(own.seen, "x");
     EXPECT_EQ(KINS::noPercentage, own.seenValue);
 }
 
@@ -404,20 +404,20 @@ TEST_F(KInstallRuleManagerBaseTest, TheCallbackRunsBeforeTheStatusChanges) {
     manager.SetCurrentRuleStatus("first", 1.0);
     manager.SetCurrentRuleStatus("second");
     EXPECT_THAT(seen, ElementsAre("", "first (1%)"));
-    EXPECT_EQ("second", Status());
+    EXPECT_EQ(Status(), "second");
 }
 
 TEST_F(KInstallRuleManagerBaseTest, ACallbackThatThrowsLeavesTheStatus) {
     manager.SetCurrentRuleStatus("before");
     manager.SetCallback([](const KString&, double) { throw std::runtime_error("callback"); });
     EXPECT_THROW(manager.SetCurrentRuleStatus("after", 1.0), std::runtime_error);
-    EXPECT_EQ("before", Status());
+    EXPECT_EQ(Status(), "before");
 }
 
 TEST_F(KInstallRuleManagerBaseTest, WithoutACallbackTheStatusIsStoredAllTheSame) {
     manager.SetCallback({});
     manager.SetCurrentRuleStatus("x", 5.0);
-    EXPECT_EQ("x (5%)", Status());
+    EXPECT_EQ(Status(), "x (5%)");
 }
 
 // Rule states
@@ -430,18 +430,18 @@ TEST_F(KInstallRuleManagerBaseTest, AStateIsSharedByTheRulesOfOneClass) {
     const KINS::KFileRule one(&manager, "a");
     const KINS::KFileRule other(&manager, "b");
     manager.SetRuleState(&one, "kept");
-    EXPECT_STREQ("kept", manager.GetRuleState(&other).GetString().c_str());
-    EXPECT_EQ(4U, manager.GetRuleState(&other).GetType());
+    EXPECT_STREQ(manager.GetRuleState(&other).GetString().c_str(), "kept");
+    EXPECT_EQ(manager.GetRuleState(&other).GetType(), 4U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, TheClassIsTheMostDerivedOne) {
     const ScriptedRule base(&manager, "a");
     const FirstKindOfRule derived(&manager, "b");
     manager.SetRuleState(&base, "base");
-    EXPECT_EQ(64U, ErrorOf([&] { manager.GetRuleState(&derived); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { manager.GetRuleState(&derived); }).GetCode(), 64U);
     manager.SetRuleState(&derived, "derived");
-    EXPECT_STREQ("base", manager.GetRuleState(&base).GetString().c_str());
-    EXPECT_STREQ("derived", manager.GetRuleState(&derived).GetString().c_str());
+    EXPECT_STREQ(manager.GetRuleState(&base).GetString().c_str(), "base");
+    EXPECT_STREQ(manager.GetRuleState(&derived).GetString().c_str(), "derived");
 }
 
 TEST_F(KInstallRuleManagerBaseTest, AStateNeverSetIsError64) {
@@ -459,15 +459,15 @@ TEST_F(KInstallRuleManagerBaseTest, AStateIsReplacedWithItsType) {
     const KINS::KFileRule rule(&manager, "a");
     manager.SetRuleState(&rule, "first");
     manager.SetRuleState(&rule, KVariant());
-    EXPECT_EQ(0U, manager.GetRuleState(&rule).GetType());
-    EXPECT_EQ(0U, manager.GetRuleState(&rule).GetSize());
+    EXPECT_EQ(manager.GetRuleState(&rule).GetType(), 0U);
+    EXPECT_EQ(manager.GetRuleState(&rule).GetSize(), 0U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, AStateSetToItselfStays) {
     const KINS::KFileRule rule(&manager, "a");
     manager.SetRuleState(&rule, "kept");
     manager.SetRuleState(&rule, manager.GetRuleState(&rule));
-    EXPECT_STREQ("kept", manager.GetRuleState(&rule).GetString().c_str());
+    EXPECT_STREQ(manager.GetRuleState(&rule).GetString().c_str(), "kept");
 }
 
 TEST_F(KInstallRuleManagerBaseTest, AStateChangesInPlace) {
@@ -475,9 +475,9 @@ TEST_F(KInstallRuleManagerBaseTest, AStateChangesInPlace) {
     manager.SetRuleState(&rule, "first");
     KVariant& state = manager.GetRuleState(&rule);
     manager.SetRuleState(&rule, "second");
-    EXPECT_STREQ("second", state.GetString().c_str());
+    EXPECT_STREQ(state.GetString().c_str(), "second");
     state = "third";
-    EXPECT_STREQ("third", manager.GetRuleState(&rule).GetString().c_str());
+    EXPECT_STREQ(manager.GetRuleState(&rule).GetString().c_str(), "third");
 }
 
 TEST_F(KInstallRuleManagerBaseTest, ANullRuleHasNoType) {
@@ -499,12 +499,12 @@ TEST_F(KInstallRuleManagerBaseTest, ClearDeletesTheRulesAndTheCountAndKeepsTheRe
     notes.clear();
     manager.Clear();
     EXPECT_THAT(notes, ElementsAre("a deleted", "b deleted"));
-    EXPECT_EQ(0U, manager.GetRuleCount());
-    EXPECT_EQ(0U, manager.GetCompletedCount());
-    EXPECT_EQ("status", Status());
-    EXPECT_STREQ("kept", manager.GetRuleState(&rule).GetString().c_str());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
+    EXPECT_EQ(Status(), "status");
+    EXPECT_STREQ(manager.GetRuleState(&rule).GetString().c_str(), "kept");
     manager.SetCurrentRuleStatus("still called");
-    EXPECT_EQ("- still called", statuses.Lines().back());
+    EXPECT_EQ(statuses.Lines().back(), "- still called");
 }
 
 // The lock
@@ -535,7 +535,7 @@ TEST_F(KInstallRuleManagerBaseTest, TheLockIsFreeWhileARuleWorksHoweverOftenItWa
     });
     manager.SetCurrentRuleStatus("run");
     EXPECT_TRUE(answered);
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, TheLockIsFreeAfterEveryEndOfARun) {
@@ -544,10 +544,10 @@ TEST_F(KInstallRuleManagerBaseTest, TheLockIsFreeAfterEveryEndOfARun) {
     manager.SetCallback([](const KString&, double) { throw std::runtime_error("callback"); });
     EXPECT_THROW(manager.SetCurrentRuleStatus("x"), std::runtime_error);
     installer->Stop();
-    EXPECT_EQ(66U, ErrorOf([&] { manager.ExecuteRules(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { manager.ExecuteRules(); }).GetCode(), 66U);
     auto answer = std::async(std::launch::async, [&] { return manager.GetCompletedCount(); });
-    ASSERT_EQ(std::future_status::ready, answer.wait_for(20s));
-    EXPECT_EQ(0U, answer.get());
+    ASSERT_EQ(answer.wait_for(20s), std::future_status::ready);
+    EXPECT_EQ(answer.get(), 0U);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, TheLockIsHeldDuringTheCallback) {
@@ -559,7 +559,7 @@ TEST_F(KInstallRuleManagerBaseTest, TheLockIsHeldDuringTheCallback) {
     });
     manager.SetCurrentRuleStatus("x");
     EXPECT_TRUE(waited);
-    EXPECT_EQ(std::future_status::ready, answer.wait_for(20s));
+    EXPECT_EQ(answer.wait_for(20s), std::future_status::ready);
 }
 
 TEST_F(KInstallRuleManagerBaseTest, WhatTakesNoLockAnswersDuringTheCallback) {
@@ -584,7 +584,7 @@ TEST_F(KInstallRuleManagerBaseTest, TheCallbackMayAskTheManager) {
                std::to_string(manager.GetRuleCount()) + " '" + Status() + '\'';
     });
     manager.ExecuteRules();
-    EXPECT_EQ("0 of 1 ''", seen);
+    EXPECT_EQ(seen, "0 of 1 ''");
 }
 
 } // namespace

@@ -81,16 +81,16 @@ TEST_F(KInstallerConcurrencyTest, GettersAnswerWhile10000RulesRun) {
     };
     std::thread one(poll);
     std::thread other(poll);
-    EXPECT_EQ(0U, CodeOfEnd());
+    EXPECT_EQ(CodeOfEnd(), 0U);
     done = true;
     one.join();
     other.join();
-    EXPECT_EQ(0U, backwards);
-    EXPECT_EQ(0U, strange);
+    EXPECT_EQ(backwards, 0U);
+    EXPECT_EQ(strange, 0U);
     EXPECT_LT(0U, asked);
-    EXPECT_EQ(manyRules, installer->GetCompletedCount());
-    EXPECT_EQ(manyRules, statuses.All().size());
-    EXPECT_EQ(1U, statuses.Threads().size());
+    EXPECT_EQ(installer->GetCompletedCount(), manyRules);
+    EXPECT_EQ(statuses.All().size(), manyRules);
+    EXPECT_EQ(statuses.Threads().size(), 1U);
 }
 
 TEST_F(KInstallerConcurrencyTest, GettersAnswerWhileTheScriptLoads) {
@@ -119,9 +119,9 @@ TEST_F(KInstallerConcurrencyTest, GettersAnswerWhileTheScriptLoads) {
     installer->StartUninstall(tree.Path("p"));
     started = true;
     other.join();
-    EXPECT_EQ(0U, CodeOfEnd());
-    EXPECT_EQ(0U, backwards);
-    EXPECT_EQ(KINS::ModeUninstall, installer->GetMode());
+    EXPECT_EQ(CodeOfEnd(), 0U);
+    EXPECT_EQ(backwards, 0U);
+    EXPECT_EQ(installer->GetMode(), KINS::ModeUninstall);
 }
 
 TEST_F(KInstallerConcurrencyTest, MacrosExpandWhileARunStarts) {
@@ -143,9 +143,9 @@ TEST_F(KInstallerConcurrencyTest, MacrosExpandWhileARunStarts) {
     installer->StartUninstall(tree.Path("p"));
     started = true;
     other.join();
-    EXPECT_EQ(0U, CodeOfEnd());
-    EXPECT_EQ(0U, strange);
-    EXPECT_STREQ("prog", installer->ExpandMacros("prog$binext$").c_str());
+    EXPECT_EQ(CodeOfEnd(), 0U);
+    EXPECT_EQ(strange, 0U);
+    EXPECT_STREQ(installer->ExpandMacros("prog$binext$").c_str(), "prog");
 }
 
 TEST_F(KInstallerConcurrencyTest, TheScriptIsAskedForWhileItIsOpened) {
@@ -167,7 +167,7 @@ TEST_F(KInstallerConcurrencyTest, TheScriptIsAskedForWhileItIsOpened) {
     Initialize();
     opened = true;
     other.join();
-    EXPECT_EQ(0U, strange);
+    EXPECT_EQ(strange, 0U);
     EXPECT_TRUE(installer->GetInstallProfile().HasContent());
 }
 
@@ -180,9 +180,9 @@ TEST_F(KInstallerConcurrencyTest, TheCountNeverRunsBehindTheCallback) {
         wrong += installer->GetCompletedCount() == calls++ ? 0U : 1U;
     });
     Start();
-    EXPECT_EQ(0U, CodeOfEnd());
-    EXPECT_EQ(manyRules, calls);
-    EXPECT_EQ(0U, wrong);
+    EXPECT_EQ(CodeOfEnd(), 0U);
+    EXPECT_EQ(calls, manyRules);
+    EXPECT_EQ(wrong, 0U);
 }
 
 TEST_F(KInstallerConcurrencyTest, AStopFromAnotherThreadEndsTheRunBeforeTheNextRule) {
@@ -199,10 +199,10 @@ TEST_F(KInstallerConcurrencyTest, AStopFromAnotherThreadEndsTheRunBeforeTheNextR
         installer->Stop();
         stopped.set_value();
     });
-    EXPECT_EQ(66U, CodeOfEnd());
+    EXPECT_EQ(CodeOfEnd(), 66U);
     stopper.join();
-    EXPECT_EQ(3U, installer->GetCompletedCount());
-    EXPECT_EQ(4U, Executed().size());
+    EXPECT_EQ(installer->GetCompletedCount(), 3U);
+    EXPECT_EQ(Executed().size(), 4U);
 }
 
 TEST_F(KInstallerConcurrencyTest, AStopDuringACopyTakesEffectWithinAChunk) {
@@ -219,12 +219,12 @@ TEST_F(KInstallerConcurrencyTest, AStopDuringACopyTakesEffectWithinAChunk) {
         installer->Stop();
         stopped.set_value();
     });
-    EXPECT_EQ(66U, CodeOfEnd());
+    EXPECT_EQ(CodeOfEnd(), 66U);
     stopper.join();
-    EXPECT_EQ(5U, statuses.All().size()); // the opening text, three chunks, the closing 100
+    EXPECT_EQ(statuses.All().size(), 5U); // the opening text, three chunks, the closing 100
     EXPECT_FALSE(tree.Exists("big"));
     EXPECT_FALSE(tree.Exists("later"));
-    EXPECT_EQ(1U, installer->GetCompletedCount());
+    EXPECT_EQ(installer->GetCompletedCount(), 1U);
 }
 
 TEST_F(KInstallerConcurrencyTest, AStopAtAnyMomentEndsTheRunOrComesTooLate) {
@@ -273,7 +273,7 @@ TEST_F(KInstallerConcurrencyTest, DestroyingALiveInstallerStopsTheRunAndWaits) {
     EXPECT_TRUE(wasStopped);
     EXPECT_FALSE(tree.Exists("big"));
     EXPECT_FALSE(tree.Exists("later"));
-    EXPECT_EQ("100 Copying file big", statuses.Lines().back());
+    EXPECT_EQ(statuses.Lines().back(), "100 Copying file big");
 }
 
 TEST_F(KInstallerConcurrencyTest, DestroyingALiveInstallerOfManyRulesIsQuiet) {
@@ -285,7 +285,7 @@ TEST_F(KInstallerConcurrencyTest, DestroyingALiveInstallerOfManyRulesIsQuiet) {
     installer.reset();
     const std::size_t afterTheEnd = statuses.All().size();
     std::this_thread::sleep_for(20ms);
-    EXPECT_EQ(afterTheEnd, statuses.All().size());
+    EXPECT_EQ(statuses.All().size(), afterTheEnd);
 }
 
 TEST_F(KInstallerConcurrencyTest, DestroyingAnInstallerThatWasNeverStartedIsQuiet) {
@@ -298,18 +298,18 @@ TEST_F(KInstallerConcurrencyTest, TwoInstallersOneAfterTheOtherEachRunTheirOwnSc
     GivenScript("[remove]\ndirectory=create,@T@/first\ndirectory=create,$pathTarget$\n");
     Initialize();
     installer->StartUninstall(tree.Path("p"));
-    EXPECT_EQ(0U, CodeOfEnd());
+    EXPECT_EQ(CodeOfEnd(), 0U);
     installer = std::make_unique<KInstaller>();
     installer->SetCallback(statuses.Callback());
     GivenScript("[remove]\ndirectory=create,@T@/second\ndirectory=create,$pathTarget$\n");
     Initialize();
     installer->StartUninstall(tree.Path("q"));
-    EXPECT_EQ(0U, CodeOfEnd());
-    EXPECT_EQ(2U, installer->GetCompletedCount());
+    EXPECT_EQ(CodeOfEnd(), 0U);
+    EXPECT_EQ(installer->GetCompletedCount(), 2U);
     for (const char* made : {"first", "p", "second", "q"}) {
         EXPECT_TRUE(tree.Exists(made)) << made;
     }
-    EXPECT_EQ(4U, Executed().size());
+    EXPECT_EQ(Executed().size(), 4U);
 }
 
 TEST_F(KInstallerConcurrencyTest, ACallbackThatThrowsEndsTheRunWithItsException) {
@@ -318,7 +318,7 @@ TEST_F(KInstallerConcurrencyTest, ACallbackThatThrowsEndsTheRunWithItsException)
     Start();
     EXPECT_THROW(WaitForEnd(), std::range_error);
     EXPECT_THROW(installer->IsComplete(), std::range_error);
-    EXPECT_EQ(1U, installer->GetCompletedCount());
+    EXPECT_EQ(installer->GetCompletedCount(), 1U);
     EXPECT_EQ("Deleting file " + tree.Path("kit/none"), installer->GetStatus().c_str());
 }
 
@@ -341,7 +341,7 @@ TEST_F(KInstallerConcurrencyTest, TheCallbackMayAskEverything) {
         );
     });
     Start();
-    EXPECT_EQ(0U, CodeOfEnd());
+    EXPECT_EQ(CodeOfEnd(), 0U);
     EXPECT_THAT(seen, ElementsAre("0/5 100", "1/5 000", "2/5 000", "3/5 000", "4/5 000"));
 }
 
@@ -361,8 +361,8 @@ TEST_F(KInstallerConcurrencyTest, ARuleThatThrowsOnAThreadLeavesTheManagersLockF
         SvcPollingDispatch();
     }
     EXPECT_THROW(worker.CheckRunError(), std::domain_error);
-    EXPECT_EQ(0U, manager.GetCompletedCount());
-    EXPECT_EQ(1U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
+    EXPECT_EQ(manager.GetRuleCount(), 1U);
 }
 
 } // namespace

@@ -58,40 +58,40 @@ TEST_F(KInstallerTest, OnlyTheDestructorIsVirtual) {
     using KTEST::notVirtual;
     using KTEST::SlotOf;
     EXPECT_TRUE(std::has_virtual_destructor_v<KInstaller>);
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::SetCallback));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::Initialize));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::Start));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::StartInstall));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::StartUninstall));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::AutoInstall));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::AutoUninstall));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::GetStatus));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::IsComplete));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::Stop));
-    EXPECT_EQ(notVirtual, SlotOf(&KInstaller::InstallThread));
+    EXPECT_EQ(SlotOf(&KInstaller::SetCallback), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::Initialize), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::Start), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::StartInstall), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::StartUninstall), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::AutoInstall), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::AutoUninstall), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::GetStatus), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::IsComplete), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::Stop), notVirtual);
+    EXPECT_EQ(SlotOf(&KInstaller::InstallThread), notVirtual);
 }
 
 TEST_F(KInstallerTest, HasItsTagAndIsNotCopied) {
-    EXPECT_STREQ("KInstaller", installer->GetClassTag());
+    EXPECT_STREQ(installer->GetClassTag(), "KInstaller");
     EXPECT_FALSE(std::is_copy_constructible_v<KInstaller>);
     EXPECT_FALSE(std::is_copy_assignable_v<KInstaller>);
 }
 
 TEST_F(KInstallerTest, ModesHaveTheirNumbers) {
-    EXPECT_EQ(0U, KINS::ModeNone);
-    EXPECT_EQ(1U, KINS::ModeInstall);
-    EXPECT_EQ(2U, KINS::ModeUpgrade);
-    EXPECT_EQ(3U, KINS::ModeUninstall);
-    EXPECT_EQ(4U, KINS::ModeInstall4);
-    EXPECT_EQ(5U, KINS::ModeInstall5);
-    EXPECT_EQ(4U, sizeof(KINS::MODE));
+    EXPECT_EQ(KINS::ModeNone, 0U);
+    EXPECT_EQ(KINS::ModeInstall, 1U);
+    EXPECT_EQ(KINS::ModeUpgrade, 2U);
+    EXPECT_EQ(KINS::ModeUninstall, 3U);
+    EXPECT_EQ(KINS::ModeInstall4, 4U);
+    EXPECT_EQ(KINS::ModeInstall5, 5U);
+    EXPECT_EQ(sizeof(KINS::MODE), 4U);
 }
 
 TEST_F(KInstallerTest, ANewInstallerHasDoneNothing) {
-    EXPECT_EQ(KINS::ModeNone, installer->GetMode());
-    EXPECT_STREQ("", installer->GetStatus().c_str());
-    EXPECT_EQ(0U, installer->GetMaxCount());
-    EXPECT_EQ(0U, installer->GetCompletedCount());
+    EXPECT_EQ(installer->GetMode(), KINS::ModeNone);
+    EXPECT_STREQ(installer->GetStatus().c_str(), "");
+    EXPECT_EQ(installer->GetMaxCount(), 0U);
+    EXPECT_EQ(installer->GetCompletedCount(), 0U);
     EXPECT_FALSE(installer->IsCancelled());
     EXPECT_TRUE(installer->IsComplete());
     EXPECT_FALSE(installer->GetInstallProfile().HasContent());
@@ -111,15 +111,15 @@ TEST_F(KInstallerTest, TheMessagesAreCatalogue44) {
         asked.push_back("unload " + std::to_string(catalogue));
         return 0U;
     };
-    EXPECT_EQ(17U, PrvInsLoadMessage());
+    EXPECT_EQ(PrvInsLoadMessage(), 17U);
     PrvInsUnloadMessage();
     EXPECT_THAT(asked, ElementsAre("load 44 xxxins", "unload 44"));
 }
 
 TEST_F(KInstallerTest, EveryMessageHasAText) {
-    ASSERT_EQ(0U, PrvInsLoadMessage());
+    ASSERT_EQ(PrvInsLoadMessage(), 0U);
     for (unsigned id = 0x2C0001; id <= 0x2C0004; ++id) {
-        EXPECT_STRNE("", SvcGetMessagePtr(id)) << id;
+        EXPECT_STRNE(SvcGetMessagePtr(id), "") << id;
     }
     PrvInsUnloadMessage();
 }
@@ -133,7 +133,7 @@ TEST_F(KInstallerTest, InitializeOpensTheLogAndTheScript) {
         LogLines(),
         ElementsAre("KINS::KInstaller: Loading install script " + tree.Path("install.ini"))
     );
-    EXPECT_EQ(0640U, tree.Mode("log/DPS Setup Log.txt"));
+    EXPECT_EQ(tree.Mode("log/DPS Setup Log.txt"), 0640U);
     EXPECT_TRUE(installer->GetInstallProfile().HasContent());
     EXPECT_EQ(LogPath(), installer->GetLog().GetPath().c_str());
 }
@@ -141,8 +141,8 @@ TEST_F(KInstallerTest, InitializeOpensTheLogAndTheScript) {
 TEST_F(KInstallerTest, InitializeOfAMissingScriptLogsTheProfilesErrorAndThrowsIt) {
     const std::string path = tree.Path("install.ini");
     const KSUP::KError error = ErrorOf([&] { Initialize(); });
-    EXPECT_EQ(static_cast<unsigned>(ENOENT), error.GetCode());
-    EXPECT_STREQ("sup++/KProfile", error.GetFile());
+    EXPECT_EQ(error.GetCode(), static_cast<unsigned>(ENOENT));
+    EXPECT_STREQ(error.GetFile(), "sup++/KProfile");
     EXPECT_THAT(error.GetInfo().GetString().c_str(), ::testing::HasSubstr(path));
     EXPECT_THAT(
         LogLines(),
@@ -171,7 +171,7 @@ TEST_F(KInstallerTest, InitializeWithoutALogDirectoryIsTheLogsError) {
     tree.Remove("log");
     GivenScript(twoSections);
     const KSUP::KError error = ErrorOf([&] { Initialize(); });
-    EXPECT_EQ(static_cast<unsigned>(ENOENT), error.GetCode());
+    EXPECT_EQ(error.GetCode(), static_cast<unsigned>(ENOENT));
     EXPECT_THAT(error.GetInfo().GetString().c_str(), ::testing::HasSubstr(LogPath()));
 }
 
@@ -219,19 +219,21 @@ TEST_F(KInstallerTest, WithoutARecordNoProductIsInstalled) {
     GivenScript(twoSections);
     Initialize();
     EXPECT_FALSE(installer->IsProductInstalled());
-    EXPECT_EQ(64U, ErrorOf([&] { installer->GetInstalledProductPath(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { installer->GetInstalledProductPath(); }).GetCode(), 64U);
     KString path;
     KString version;
     unsigned buildNumber = 0;
-    EXPECT_EQ(64U, ErrorOf([&] {
-                       installer->GetInstalledProductInformation(path, version, buildNumber);
-                   }).GetCode());
+    EXPECT_EQ(
+        ErrorOf([&] { installer->GetInstalledProductInformation(path, version, buildNumber); }
+        ).GetCode(),
+        64U
+    );
 }
 
 TEST_F(KInstallerTest, TheDefaultProductPathIsExpanded) {
     GivenScript("[install]\ndefaultPath.$os$=/opt/$product$/$os$\n");
     Initialize();
-    EXPECT_STREQ("/opt/DPS/lin", installer->GetDefaultProductPath().c_str());
+    EXPECT_STREQ(installer->GetDefaultProductPath().c_str(), "/opt/DPS/lin");
 }
 
 TEST_F(KInstallerTest, TheScriptIsHandedOutWithAnEnumerationOfItsOwn) {
@@ -244,8 +246,8 @@ TEST_F(KInstallerTest, TheScriptIsHandedOutWithAnEnumerationOfItsOwn) {
     ASSERT_TRUE(one.EnumKey(nullptr, false));
     ASSERT_TRUE(one.EnumKey(nullptr, false));
     ASSERT_TRUE(other.EnumKey(nullptr, false));
-    EXPECT_STREQ("b", one.GetKeyName().c_str());
-    EXPECT_STREQ("a", other.GetKeyName().c_str());
+    EXPECT_STREQ(one.GetKeyName().c_str(), "b");
+    EXPECT_STREQ(other.GetKeyName().c_str(), "a");
 }
 
 // Starting
@@ -278,23 +280,23 @@ TEST_P(StartedModeTest, LoadsItsSectionAndPerhapsTheCommandLine) {
     GivenScript(twoSections);
     Initialize();
     static_cast<void>(EndOfRun()); // the added rule has no profile to write to
-    EXPECT_EQ(GetParam().mode, installer->GetMode());
+    EXPECT_EQ(installer->GetMode(), GetParam().mode);
     EXPECT_THAT(Sections(), ElementsAre(GetParam().section));
     std::vector<std::string> expected;
     for (const std::string& description : GetParam().added) {
         expected.push_back(InTree(description));
     }
-    EXPECT_EQ(expected, Added());
+    EXPECT_EQ(Added(), expected);
     EXPECT_EQ(GetParam().added.size(), installer->GetMaxCount());
 }
 
 TEST_P(StartedModeTest, RunsItsRulesAndPerhapsWritesTheRecord) {
     GivenScript(twoSections);
     Initialize();
-    EXPECT_EQ(GetParam().code, EndOfRun());
+    EXPECT_EQ(EndOfRun(), GetParam().code);
     EXPECT_TRUE(tree.Exists(GetParam().made));
-    EXPECT_EQ(1U, installer->GetCompletedCount());
-    EXPECT_EQ(1U, installer->GetMaxCount());
+    EXPECT_EQ(installer->GetCompletedCount(), 1U);
+    EXPECT_EQ(installer->GetMaxCount(), 1U);
     EXPECT_EQ(InstallPath() + "/", KSUP::KUtil::GetPathMap(57).c_str());
 }
 
@@ -363,7 +365,7 @@ TEST_F(KInstallerTest, AnEmptyPathIsError36ForTheFrontEnds) {
         PlaceWithoutLine(uninstall),
         ::testing::StartsWith("400 36.0 ins/KInstaller:? StartUninstall")
     );
-    EXPECT_EQ(KINS::ModeNone, installer->GetMode());
+    EXPECT_EQ(installer->GetMode(), KINS::ModeNone);
     EXPECT_THAT(Sections(), IsEmpty());
 }
 
@@ -379,25 +381,25 @@ TEST_F(KInstallerTest, StartInstallIsModeInstallWhereNoProductIs) {
     GivenScript(twoSections);
     Initialize();
     installer->StartInstall(InstallPath());
-    EXPECT_EQ(64U, ErrorOf([&] { WaitForEnd(); }).GetCode());
-    EXPECT_EQ(KINS::ModeInstall, installer->GetMode());
+    EXPECT_EQ(ErrorOf([&] { WaitForEnd(); }).GetCode(), 64U);
+    EXPECT_EQ(installer->GetMode(), KINS::ModeInstall);
 }
 
 TEST_F(KInstallerTest, AMalformedScriptLeavesStartAndNoThreadRuns) {
     GivenScript("[remove]\ndirectory=create,@T@/made\nfile=copy\n");
     Initialize();
-    EXPECT_EQ(7000U, ErrorOf([&] { installer->StartUninstall(InstallPath()); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { installer->StartUninstall(InstallPath()); }).GetCode(), 7000U);
     EXPECT_TRUE(installer->IsComplete());
     EXPECT_FALSE(tree.Exists("made"));
-    EXPECT_EQ(1U, installer->GetMaxCount());
-    EXPECT_EQ(KINS::ModeUninstall, installer->GetMode());
+    EXPECT_EQ(installer->GetMaxCount(), 1U);
+    EXPECT_EQ(installer->GetMode(), KINS::ModeUninstall);
 }
 
 TEST_F(KInstallerTest, AnUnreadableOptionLeavesStartAndNoThreadRuns) {
     world.GivenArguments({"--addProfileLine"});
     GivenScript(twoSections);
     Initialize();
-    EXPECT_EQ(36U, ErrorOf([&] { installer->StartInstall(InstallPath()); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { installer->StartInstall(InstallPath()); }).GetCode(), 36U);
     EXPECT_TRUE(installer->IsComplete());
     EXPECT_FALSE(tree.Exists("installed"));
 }
@@ -406,7 +408,7 @@ TEST_F(KInstallerTest, AutoUninstallWithoutAProductDoesNothing) {
     GivenScript(twoSections);
     Initialize();
     installer->AutoUninstall();
-    EXPECT_EQ(KINS::ModeNone, installer->GetMode());
+    EXPECT_EQ(installer->GetMode(), KINS::ModeNone);
     EXPECT_THAT(Sections(), IsEmpty());
     EXPECT_FALSE(tree.Exists("removed"));
 }
@@ -422,9 +424,9 @@ TEST_F(KInstallerTest, AutoInstallRunsToTheEndAndPassesItsErrorOn) {
         return 0U;
     };
     statuses.At(1, [] { ::usleep(20000); });
-    EXPECT_EQ(64U, ErrorOf([&] { installer->AutoInstall(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { installer->AutoInstall(); }).GetCode(), 64U);
     EXPECT_TRUE(tree.Exists("DPS/made"));
-    EXPECT_EQ(KINS::ModeInstall, installer->GetMode());
+    EXPECT_EQ(installer->GetMode(), KINS::ModeInstall);
     EXPECT_LT(0U, dispatches);
 }
 
@@ -458,19 +460,19 @@ TEST_F(KInstallerTest, AFailingRulesErrorIsThrownEachTimeItIsAskedFor) {
     GivenScript("[remove]\nfile=copy,none,@T@,@T@\ndirectory=create,@T@/later\n");
     Initialize();
     installer->StartUninstall(InstallPath());
-    EXPECT_EQ(static_cast<unsigned>(ENOENT), ErrorOf([&] { WaitForEnd(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { WaitForEnd(); }).GetCode(), static_cast<unsigned>(ENOENT));
     const KSUP::KError again = ErrorOf([&] { installer->IsComplete(); });
     EXPECT_THAT(again.GetInfo().GetString().c_str(), ::testing::HasSubstr(tree.Path("none")));
     EXPECT_FALSE(tree.Exists("later"));
-    EXPECT_EQ(0U, installer->GetCompletedCount());
+    EXPECT_EQ(installer->GetCompletedCount(), 0U);
 }
 
 TEST_F(KInstallerTest, RulesAndCallbackRunOnOneThreadOfTheRunsOwn) {
     GivenScript("[remove]\ndirectory=create,@T@/a\ndirectory=delete,@T@/a\n");
     Initialize();
     RunRemoval();
-    EXPECT_EQ(1U, statuses.Threads().size());
-    EXPECT_NE(std::this_thread::get_id(), statuses.Threads().at(0));
+    EXPECT_EQ(statuses.Threads().size(), 1U);
+    EXPECT_NE(statuses.Threads().at(0), std::this_thread::get_id());
 }
 
 TEST_F(KInstallerTest, TheSystemIsGivenTheFirst15BytesOfTheThreadsName) {
@@ -479,7 +481,7 @@ TEST_F(KInstallerTest, TheSystemIsGivenTheFirst15BytesOfTheThreadsName) {
     std::array<char, 32> name{};
     statuses.At(1, [&] { ::pthread_getname_np(::pthread_self(), name.data(), name.size()); });
     RunRemoval();
-    EXPECT_STREQ("Ins++ installat", name.data());
+    EXPECT_STREQ(name.data(), "Ins++ installat");
 }
 
 TEST_F(KInstallerTest, WhileTheRunLastsItIsNotComplete) {
@@ -500,10 +502,10 @@ TEST_F(KInstallerTest, StopOnlyRequests) {
         cancelled = installer->IsCancelled();
     });
     installer->StartUninstall(InstallPath());
-    EXPECT_EQ(66U, ErrorOf([&] { WaitForEnd(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { WaitForEnd(); }).GetCode(), 66U);
     EXPECT_TRUE(cancelled);
-    EXPECT_EQ(1U, installer->GetCompletedCount());
-    EXPECT_EQ(2U, installer->GetMaxCount());
+    EXPECT_EQ(installer->GetCompletedCount(), 1U);
+    EXPECT_EQ(installer->GetMaxCount(), 2U);
     EXPECT_FALSE(tree.Exists("b"));
 }
 
@@ -512,7 +514,7 @@ TEST_F(KInstallerTest, AStopBeforeTheStartIsRemembered) {
     Initialize();
     installer->Stop();
     installer->StartUninstall(InstallPath());
-    EXPECT_EQ(66U, ErrorOf([&] { WaitForEnd(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { WaitForEnd(); }).GetCode(), 66U);
     EXPECT_TRUE(installer->IsCancelled());
     EXPECT_FALSE(tree.Exists("removed"));
 }
@@ -522,7 +524,7 @@ TEST_F(KInstallerTest, ACancelledInstallSeeksNoRecord) {
     Initialize();
     statuses.At(1, [&] { installer->Stop(); });
     installer->StartInstall(InstallPath());
-    EXPECT_EQ(66U, ErrorOf([&] { WaitForEnd(); }).GetCode()); // 64 would come from the record
+    EXPECT_EQ(ErrorOf([&] { WaitForEnd(); }).GetCode(), 66U); // 64 would come from the record
 }
 
 TEST_F(KInstallerTest, AnEmptyCallbackIsNone) {
@@ -555,7 +557,7 @@ TEST_F(KInstallerTest, OneThatWasNeverInitializedLeavesTheMessagesOfAnother) {
     GivenScript(twoSections);
     Initialize();
     const std::string text = SvcGetMessagePtr(0x2C0003);
-    ASSERT_NE("", text);
+    ASSERT_NE(text, "");
     { const KInstaller other; }
     EXPECT_EQ(text, SvcGetMessagePtr(0x2C0003));
 }
@@ -564,9 +566,9 @@ TEST_F(KInstallerTest, OneThatWasInitializedOnceMoreTakesBackAllThatItLoaded) {
     EXPECT_THROW(installer->Initialize(tree.Path("none.ini")), KSUP::KError);
     GivenScript(twoSections);
     Initialize();
-    EXPECT_STRNE("", SvcGetMessagePtr(0x2C0003));
+    EXPECT_STRNE(SvcGetMessagePtr(0x2C0003), "");
     installer.reset();
-    EXPECT_STREQ("", SvcGetMessagePtr(0x2C0003));
+    EXPECT_STREQ(SvcGetMessagePtr(0x2C0003), "");
 }
 
 TEST_F(KInstallerTest, AFirstRunLeavesNoTrace) {
@@ -579,7 +581,7 @@ TEST_F(KInstallerTest, AFirstRunLeavesNoTrace) {
 
 TEST_F(KInstallerTest, KnowsTheNamesOfAllMacrosOnce) {
     const std::vector<KString> names = KInstaller::GetMacroNames();
-    EXPECT_EQ(33U, names.size());
+    EXPECT_EQ(names.size(), 33U);
     EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
     EXPECT_EQ(names.end(), std::adjacent_find(names.begin(), names.end()));
     KTEST::EngineWorld::GivenKey("targetVerInfo", "2.1-37");

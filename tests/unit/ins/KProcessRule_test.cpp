@@ -47,14 +47,14 @@ class KProcessRuleTest : public KTEST::RuleTest {};
 
 TEST_F(KProcessRuleTest, OverridesInTheSlotsOfItsBase) {
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&KINS::KProcessRuleBase::Execute));
-    EXPECT_EQ(4, SlotOf(&KINS::KProcessRuleBase::Description));
-    EXPECT_EQ(6, SlotOf(&KINS::KProcessRuleBase::ParseRule));
+    EXPECT_EQ(SlotOf(&KINS::KProcessRuleBase::Execute), 2);
+    EXPECT_EQ(SlotOf(&KINS::KProcessRuleBase::Description), 4);
+    EXPECT_EQ(SlotOf(&KINS::KProcessRuleBase::ParseRule), 6);
 }
 
 TEST_F(KProcessRuleTest, IsAnInstallRuleThatCounts) {
     const KProcessRule rule(&manager, "start,true");
-    EXPECT_STREQ("KInstallRule", rule.GetClassTag());
+    EXPECT_STREQ(rule.GetClassTag(), "KInstallRule");
     EXPECT_TRUE(rule.ShouldCount());
     EXPECT_TRUE((std::is_base_of_v<KINS::KProcessRuleBase, KProcessRule>));
     EXPECT_FALSE(std::is_copy_constructible_v<KProcessRule>);
@@ -62,8 +62,8 @@ TEST_F(KProcessRuleTest, IsAnInstallRuleThatCounts) {
 
 TEST_F(KProcessRuleTest, TheDescriptionHasTheWholeTextUnexpanded) {
     EXPECT_EQ(
-        "Execute command start,/etc/init.d/$serviceName$ restart",
-        DescriptionOf("process", "start,/etc/init.d/$serviceName$ restart")
+        DescriptionOf("process", "start,/etc/init.d/$serviceName$ restart"),
+        "Execute command start,/etc/init.d/$serviceName$ restart"
     );
 }
 
@@ -77,7 +77,7 @@ TEST_P(KProcessRuleRefusalTest, IsError7000WithTheTextAndNoLogLine) {
         "48 7000.0 ins/KProcessRuleBase:? ParseRule \"" + line + '"', PlaceWithoutLine(error)
     );
     EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
     EXPECT_THAT(LogLines(), IsEmpty());
 }
 
@@ -91,8 +91,8 @@ class KProcessRuleAcceptanceTest : public KTEST::RuleTest,
                                    public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(KProcessRuleAcceptanceTest, IsAddedWhateverItsAction) {
-    EXPECT_EQ(std::string("Execute command ") + GetParam(), DescriptionOf("process", GetParam()));
-    EXPECT_EQ(1U, manager.GetRuleCount());
+    EXPECT_EQ(DescriptionOf("process", GetParam()), std::string("Execute command ") + GetParam());
+    EXPECT_EQ(manager.GetRuleCount(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -138,11 +138,11 @@ class KProcessRuleExecuteTest : public KTEST::RuleTest {
 
     /// Error 172, without information, told at level 400; nothing is counted.
     void ExpectError172(const KSUP::KError& error) const {
-        EXPECT_EQ("400 172.0 ins/KProcessRuleBase:? Execute", PlaceWithoutLine(error));
+        EXPECT_EQ(PlaceWithoutLine(error), "400 172.0 ins/KProcessRuleBase:? Execute");
         EXPECT_FALSE(error.HasInfo());
-        EXPECT_EQ(nullptr, error.GetDriver());
+        EXPECT_EQ(error.GetDriver(), nullptr);
         EXPECT_THAT(trace.Texts(400), ElementsAre(error.GetSummary().c_str()));
-        EXPECT_EQ(0U, manager.GetCompletedCount());
+        EXPECT_EQ(manager.GetCompletedCount(), 0U);
     }
 };
 
@@ -152,15 +152,15 @@ TEST_F(KProcessRuleExecuteTest, ACommandIsLoggedToldAndRun) {
         ExpectedLog("start,echo one; echo two", {"Starting process: echo one; echo two"}), Log()
     );
     EXPECT_THAT(statuses.Lines(), ElementsAre("- Starting process echo one; echo two"));
-    EXPECT_STREQ("Starting process echo one; echo two", manager.GetCurrentRuleStatus().c_str());
-    EXPECT_EQ("one\ntwo\n", Output());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_STREQ(manager.GetCurrentRuleStatus().c_str(), "Starting process echo one; echo two");
+    EXPECT_EQ(Output(), "one\ntwo\n");
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
     EXPECT_THAT(trace.Messages(), IsEmpty());
 }
 
 TEST_F(KProcessRuleExecuteTest, TheRuleIsDoneWhenTheCommandIs) {
     Run("process", "start,sleep 0.3; echo late");
-    EXPECT_EQ("late\n", Output());
+    EXPECT_EQ(Output(), "late\n");
 }
 
 TEST_F(KProcessRuleExecuteTest, CommandsRunInTheOrderOfTheirRules) {
@@ -168,14 +168,14 @@ TEST_F(KProcessRuleExecuteTest, CommandsRunInTheOrderOfTheirRules) {
     Add("process", "start,echo two");
     Add("process", "start,echo three");
     manager.ExecuteRules();
-    EXPECT_EQ("one\ntwo\nthree\n", Output());
-    EXPECT_EQ(3U, manager.GetCompletedCount());
+    EXPECT_EQ(Output(), "one\ntwo\nthree\n");
+    EXPECT_EQ(manager.GetCompletedCount(), 3U);
 }
 
 TEST_F(KProcessRuleExecuteTest, TheClassThatIsDerivedNamesItselfInTheLog) {
     manager.AddRule(new KSAMPLE::KDerived(&manager, "start,true"));
     manager.ExecuteRules();
-    EXPECT_EQ("KSAMPLE::KDerived: Starting process: true", LogLines().back());
+    EXPECT_EQ(LogLines().back(), "KSAMPLE::KDerived: Starting process: true");
 }
 
 struct Ending {
@@ -190,7 +190,7 @@ TEST_P(KProcessRuleEndingTest, CountsAsDone) {
     const std::string command = GetParam().command;
     Run("process", "start," + command);
     EXPECT_EQ(ExpectedLog("start," + command, {"Starting process: " + command}), Log());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
     EXPECT_THAT(trace.Messages(), IsEmpty());
 }
 
@@ -215,8 +215,8 @@ TEST_P(KProcessRuleSilenceTest, DoesNothingAndSaysNothing) {
     Run("process", line);
     EXPECT_EQ(ExpectedLog(line, {}), Log());
     EXPECT_THAT(statuses.Lines(), IsEmpty());
-    EXPECT_EQ("", Output());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(Output(), "");
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
     EXPECT_THAT(trace.Messages(), IsEmpty());
 }
 
@@ -231,8 +231,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(KProcessRuleExecuteTest, TheActionIsNotExpanded) {
     world.GivenKey("processAction", "start");
     Run("process", "$processAction$,echo ran");
-    EXPECT_EQ("", Output());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(Output(), "");
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 // Macros
@@ -244,7 +244,7 @@ TEST_F(KProcessRuleExecuteTest, AMacroInAMacroHasTheValueOfTheExecution) {
     world.GivenKey("processOuter", "too late");
     world.GivenKey("processInner", "executed");
     manager.ExecuteRules();
-    EXPECT_EQ("executed parsed\n", Output());
+    EXPECT_EQ(Output(), "executed parsed\n");
     EXPECT_EQ(
         ExpectedLog(
             "start,echo $processOuter$ $processInner$", {"Starting process: echo executed parsed"}
@@ -272,16 +272,16 @@ TEST_F(KProcessRuleExecuteTest, AProgramIsLoggedToldAndStopped) {
     std::filesystem::copy_file("/bin/sleep", program);
     char* const arguments[] = {program.data(), time.data(), nullptr};
     pid_t process = 0;
-    ASSERT_EQ(0, ::posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments, environ));
+    ASSERT_EQ(::posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments, environ), 0);
     Run("process", "stop,@T@/sleeper");
     ::kill(process, SIGKILL); // where it was not stopped
     int status = 0;
-    ASSERT_EQ(process, ::waitpid(process, &status, 0));
+    ASSERT_EQ(::waitpid(process, &status, 0), process);
     EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(SIGTERM, WTERMSIG(status));
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
     EXPECT_EQ(ExpectedLog("stop," + program, {"Stopping process: " + program}), Log());
     EXPECT_THAT(statuses.Lines(), ElementsAre("- Stopping process " + program));
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KProcessRuleExecuteTest, AProgramThatIgnoresSigtermHasThreeSeconds) {
@@ -294,21 +294,21 @@ TEST_F(KProcessRuleExecuteTest, AProgramThatIgnoresSigtermHasThreeSeconds) {
     const int spawned =
         ::posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments, environ);
     std::signal(SIGTERM, former);
-    ASSERT_EQ(0, spawned);
+    ASSERT_EQ(spawned, 0);
     const auto start = std::chrono::steady_clock::now();
     Run("process", "stop,@T@/sleeper");
     const auto taken = std::chrono::steady_clock::now() - start;
     int status = 0;
-    ASSERT_EQ(process, ::waitpid(process, &status, 0));
+    ASSERT_EQ(::waitpid(process, &status, 0), process);
     EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(SIGKILL, WTERMSIG(status));
+    EXPECT_EQ(WTERMSIG(status), SIGKILL);
     EXPECT_GE(taken, std::chrono::milliseconds(3000));
     EXPECT_LT(taken, std::chrono::seconds(20)); // 4 s, and what a busy machine adds
 }
 
 TEST_F(KProcessRuleExecuteTest, AProgramThatDoesNotRunIsStopped) {
     Run("process", "stop,@T@/sleeper");
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
     EXPECT_THAT(trace.Messages(), IsEmpty());
 }
 
@@ -327,7 +327,7 @@ TEST_F(KProcessRuleExecuteTest, ACommandThatCannotBeStartedIsError172) {
         Log()
     );
     EXPECT_THAT(statuses.Lines(), ElementsAre("- Starting process echo ran"));
-    EXPECT_EQ(1U, trace.Texts(24).size()) << "the cause is told where it was raised";
+    EXPECT_EQ(trace.Texts(24).size(), 1U) << "the cause is told where it was raised";
 }
 
 TEST_F(KProcessRuleExecuteTest, AProgramThatCannotBeStoppedIsError172) {
@@ -342,7 +342,7 @@ TEST_F(KProcessRuleExecuteTest, AProgramThatCannotBeStoppedIsError172) {
         Log()
     );
     EXPECT_THAT(statuses.Lines(), ElementsAre("- Stopping process "));
-    EXPECT_EQ(1U, trace.Texts(24).size());
+    EXPECT_EQ(trace.Texts(24).size(), 1U);
 }
 
 KSUP::KError SomeError() {
@@ -359,18 +359,18 @@ TEST_P(KProcessRuleStatusTest, LetsAnErrorOfTheStatusCallPassUnchanged) {
     statuses.At(1, [] { throw SomeError(); });
     const KSUP::KError error =
         KTEST::ErrorOf([&] { Run("process", std::string(GetParam()) + ",echo ran"); });
-    EXPECT_EQ("48 4711.3 a/Source:99 Function \"info\"", KTEST::Place(error));
+    EXPECT_EQ(KTEST::Place(error), "48 4711.3 a/Source:99 Function \"info\"");
     EXPECT_THAT(LogLines(), Not(Contains(testing::HasSubstr("Failed"))));
-    EXPECT_EQ(3U, LogLines().size());
-    EXPECT_EQ("", Output());
+    EXPECT_EQ(LogLines().size(), 3U);
+    EXPECT_EQ(Output(), "");
     EXPECT_THAT(trace.Messages(), IsEmpty());
 }
 
 TEST_P(KProcessRuleStatusTest, LetsAnyOtherExceptionOfTheStatusCallPass) {
     statuses.At(1, [] { throw std::runtime_error("mine"); });
     EXPECT_THROW(Run("process", std::string(GetParam()) + ",echo ran"), std::runtime_error);
-    EXPECT_EQ(3U, LogLines().size());
-    EXPECT_EQ("", Output());
+    EXPECT_EQ(LogLines().size(), 3U);
+    EXPECT_EQ(Output(), "");
     EXPECT_THAT(trace.Messages(), IsEmpty());
 }
 
@@ -435,7 +435,7 @@ TEST_F(KProcessRuleWaitTest, ACancellationStopsTheCommandAndIsNoErrorOfTheRule) 
 TEST_F(KProcessRuleWaitTest, ACancellationThatCameBeforeStopsTheCommandToo) {
     asking.ask = [] { return true; };
     EXPECT_NO_THROW(Execute("start,exec sleep 1000"));
-    EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG)) << "nothing runs on";
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "nothing runs on";
 }
 
 TEST_F(KProcessRuleWaitTest, AnErrorWhileItWaitsIsError172AndTheCommandIsStopped) {
@@ -449,9 +449,9 @@ TEST_F(KProcessRuleWaitTest, AnErrorWhileItWaitsIsError172AndTheCommandIsStopped
     ExpectError172(error);
     EXPECT_FALSE(IsThere(Process()));
     EXPECT_EQ(
+        Log().back(),
         "KINS::KProcessRule: Failed to start process echo $$; exec sleep 1000 "
-        "Error 4711.3 (a/Source:?, Function): info",
-        Log().back()
+        "Error 4711.3 (a/Source:?, Function): info"
     );
 }
 
@@ -464,7 +464,7 @@ TEST_F(KProcessRuleWaitTest, AnyOtherExceptionWhileItWaitsPassesAndTheCommandIsS
     };
     EXPECT_THROW(Execute(endless), std::runtime_error);
     EXPECT_FALSE(IsThere(Process()));
-    EXPECT_EQ(1U, LogLines().size());
+    EXPECT_EQ(LogLines().size(), 1U);
     EXPECT_THAT(trace.Messages(), IsEmpty());
 }
 
@@ -481,11 +481,11 @@ TEST_F(KProcessRuleRunTest, ARunThatIsStoppedInACommandEndsAndCountsTheRule) {
     }
     EXPECT_FALSE(installer->IsComplete());
     installer->Stop();
-    EXPECT_EQ(66U, KTEST::ErrorOf([&] { WaitForEnd(); }).GetCode());
-    EXPECT_EQ(1U, installer->GetCompletedCount());
-    EXPECT_EQ(2U, installer->GetMaxCount());
+    EXPECT_EQ(KTEST::ErrorOf([&] { WaitForEnd(); }).GetCode(), 66U);
+    EXPECT_EQ(installer->GetCompletedCount(), 1U);
+    EXPECT_EQ(installer->GetMaxCount(), 2U);
     EXPECT_FALSE(tree.Exists("next"));
-    EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG)) << "nothing runs on";
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "nothing runs on";
 }
 
 TEST_F(KProcessRuleRunTest, TheModeDoesNotMatter) {
@@ -494,7 +494,7 @@ TEST_F(KProcessRuleRunTest, TheModeDoesNotMatter) {
     Initialize();
     installer->Start(tree.Path("p"), KINS::ModeUninstall);
     WaitForEnd();
-    EXPECT_EQ("re\n", tree.Read("out"));
+    EXPECT_EQ(tree.Read("out"), "re\n");
 }
 
 } // namespace

@@ -30,14 +30,14 @@ class KProfileRuleTest : public KTEST::RuleTest {};
 
 TEST_F(KProfileRuleTest, OverridesInTheSlotsOfItsBase) {
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&KProfileRule::Execute));
-    EXPECT_EQ(4, SlotOf(&KProfileRule::Description));
-    EXPECT_EQ(6, SlotOf(&KProfileRule::ParseRule));
+    EXPECT_EQ(SlotOf(&KProfileRule::Execute), 2);
+    EXPECT_EQ(SlotOf(&KProfileRule::Description), 4);
+    EXPECT_EQ(SlotOf(&KProfileRule::ParseRule), 6);
 }
 
 TEST_F(KProfileRuleTest, IsAnInstallRuleThatCounts) {
     const KProfileRule rule(&manager, "create,/x");
-    EXPECT_STREQ("KInstallRule", rule.GetClassTag());
+    EXPECT_STREQ(rule.GetClassTag(), "KInstallRule");
     EXPECT_TRUE(rule.ShouldCount());
     EXPECT_FALSE(std::is_copy_constructible_v<KProfileRule>);
 }
@@ -60,7 +60,7 @@ TEST_P(KProfileRuleRefusalTest, IsError7000AndNoRule) {
         Place(error)
     );
     EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
     EXPECT_THAT(Added(), IsEmpty());
 }
 
@@ -94,7 +94,7 @@ class KProfileRuleDescriptionTest : public KTEST::RuleTest,
 TEST_P(KProfileRuleDescriptionTest, NamesWhatTheLineFilled) {
     world.GivenKey("profileNested", "$os$");
     world.GivenKey("profileTwice", "$profileNested$");
-    EXPECT_EQ(GetParam().description, DescriptionOf("profile", GetParam().line));
+    EXPECT_EQ(DescriptionOf("profile", GetParam().line), GetParam().description);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -137,7 +137,7 @@ TEST_F(KProfileRuleTest, TheLineIsExpandedByTheConstructorAndItsFieldsAgainWhenP
     world.GivenKey("profileOuter", "too late");
     world.GivenKey("profileInner", "parsed");
     rule.Initialize();
-    EXPECT_STREQ("Put profile option parsed=constructed", rule.Description().c_str());
+    EXPECT_STREQ(rule.Description().c_str(), "Put profile option parsed=constructed");
 }
 
 // Creating
@@ -146,13 +146,13 @@ TEST_F(KProfileRuleTest, CreateMakesAnEmptyProfile) {
     Run("profile", "Create,@T@/a.ini");
     EXPECT_THAT(tree.List(), ::testing::Contains("f 0644 a.ini \"\""));
     EXPECT_THAT(statuses.Lines(), IsEmpty());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 TEST_F(KProfileRuleTest, CreateEmptiesAProfileThatIsThere) {
     tree.Write("a.ini", "[s]\nk=v\n", 0600);
     Run("profile", "create,@T@/a.ini");
-    EXPECT_EQ("", tree.Read("a.ini"));
+    EXPECT_EQ(tree.Read("a.ini"), "");
 }
 
 TEST_F(KProfileRuleTest, AProfileThatCannotBeOpenedIsTheErrorOfItsFile) {
@@ -163,18 +163,18 @@ TEST_F(KProfileRuleTest, AProfileThatCannotBeOpenedIsTheErrorOfItsFile) {
             manager.Clear();
             Run("profile", line);
         });
-        EXPECT_EQ(unsigned{EISDIR}, error.GetCode()) << line;
+        EXPECT_EQ(error.GetCode(), unsigned{EISDIR}) << line;
         EXPECT_THAT(error.GetInfo().GetString().c_str(), testing::HasSubstr(tree.Path("a.ini")));
-        EXPECT_STREQ("sup++/KProfile", error.GetFile()) << "it is the support library's own";
-        EXPECT_EQ(0U, manager.GetCompletedCount()) << line;
+        EXPECT_STREQ(error.GetFile(), "sup++/KProfile") << "it is the support library's own";
+        EXPECT_EQ(manager.GetCompletedCount(), 0U) << line;
     }
 }
 
 TEST_F(KProfileRuleTest, CreateInAMissingDirectoryIsAnErrorWithThePath) {
     const KSUP::KError error = KTEST::ErrorOf([&] { Run("profile", "create,@T@/none/a.ini"); });
-    EXPECT_EQ(static_cast<unsigned>(ENOENT), error.GetCode());
+    EXPECT_EQ(error.GetCode(), static_cast<unsigned>(ENOENT));
     EXPECT_THAT(error.GetInfo().GetString().c_str(), ::testing::HasSubstr(tree.Path("none/a.ini")));
-    EXPECT_EQ(0U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
 }
 
 // Putting
@@ -193,8 +193,8 @@ TEST_P(KProfileRulePutTest, ChangesTheProfile) {
     world.GivenKey("profileSection", "Gen");
     tree.Write("p/a.ini", GetParam().before);
     Run("profile", GetParam().line);
-    EXPECT_EQ(GetParam().after, tree.Read("p/a.ini"));
-    EXPECT_EQ(1U, tree.List("p").size()); // no file is left over
+    EXPECT_EQ(tree.Read("p/a.ini"), GetParam().after);
+    EXPECT_EQ(tree.List("p").size(), 1U); // no file is left over
     EXPECT_THAT(statuses.Lines(), IsEmpty());
 }
 
@@ -227,12 +227,12 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(KProfileRuleTest, PutMakesAMissingFile) {
     Run("profile", "put,@T@/a.ini,s,k,v");
-    EXPECT_EQ("[s]\nk=v\n", tree.Read("a.ini"));
+    EXPECT_EQ(tree.Read("a.ini"), "[s]\nk=v\n");
 }
 
 TEST_F(KProfileRuleTest, PutIntoAMissingDirectoryIsAnErrorWithThePath) {
     const KSUP::KError error = KTEST::ErrorOf([&] { Run("profile", "put,@T@/none/a.ini,s,k,v"); });
-    EXPECT_EQ(static_cast<unsigned>(ENOENT), error.GetCode());
+    EXPECT_EQ(error.GetCode(), static_cast<unsigned>(ENOENT));
     EXPECT_THAT(error.GetInfo().GetString().c_str(), ::testing::HasSubstr(tree.Path("none/a.ini")));
 }
 
@@ -242,9 +242,9 @@ class KProfileRuleEmptyPutTest : public KTEST::RuleTest,
 TEST_P(KProfileRuleEmptyPutTest, WritesAnEmptyKeyIntoTheSectionWithTheEmptyName) {
     tree.Write("a.ini", "[s]\nk=v\n");
     Run("profile", GetParam());
-    EXPECT_EQ("=\n[s]\nk=v\n", tree.Read("a.ini"));
+    EXPECT_EQ(tree.Read("a.ini"), "=\n[s]\nk=v\n");
     Run("profile", GetParam()); // reads back: a second one replaces it
-    EXPECT_EQ("=\n[s]\nk=v\n", tree.Read("a.ini"));
+    EXPECT_EQ(tree.Read("a.ini"), "=\n[s]\nk=v\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -361,7 +361,7 @@ TEST_F(KProfileRuleRemoveFileTest, AFileThatCannotBeDeletedLosesItsKeyAllTheSame
     GivenList("[Files]\n1=@T@/gone.so\n2=@T@/dir.so\n");
     Remove(".so");
     EXPECT_TRUE(tree.Exists("dir.so"));
-    EXPECT_EQ("[Files]\n", List());
+    EXPECT_EQ(List(), "[Files]\n");
 }
 
 TEST_F(KProfileRuleRemoveFileTest, AMissingSectionOrFileIsNothingToDo) {
@@ -387,7 +387,7 @@ TEST_F(KProfileRuleRemoveFileTest, NothingAsksForCancellation) {
     KProfileRule rule(&manager, InTree("put,@T@/a.ini,s,k,v"));
     rule.Initialize();
     EXPECT_NO_THROW(rule.Execute());
-    EXPECT_EQ("[s]\nk=v\n", List());
+    EXPECT_EQ(List(), "[s]\nk=v\n");
 }
 
 } // namespace

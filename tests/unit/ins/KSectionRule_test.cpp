@@ -39,15 +39,15 @@ class KSectionRuleTest : public KTEST::EngineTest {
 
 TEST_F(KSectionRuleTest, OverridesInTheSlotsOfItsBase) {
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&KSectionRule::Execute));
-    EXPECT_EQ(3, SlotOf(&KSectionRule::Initialize));
-    EXPECT_EQ(4, SlotOf(&KSectionRule::Description));
-    EXPECT_EQ(5, SlotOf(&KSectionRule::ShouldCount));
+    EXPECT_EQ(SlotOf(&KSectionRule::Execute), 2);
+    EXPECT_EQ(SlotOf(&KSectionRule::Initialize), 3);
+    EXPECT_EQ(SlotOf(&KSectionRule::Description), 4);
+    EXPECT_EQ(SlotOf(&KSectionRule::ShouldCount), 5);
 }
 
 TEST_F(KSectionRuleTest, IsAnInstallRuleThatDoesNotCount) {
     const KSectionRule rule(&manager, "common");
-    EXPECT_STREQ("KInstallRule", rule.GetClassTag());
+    EXPECT_STREQ(rule.GetClassTag(), "KInstallRule");
     EXPECT_FALSE(rule.ShouldCount());
     EXPECT_FALSE(std::is_copy_constructible_v<KSectionRule>);
 }
@@ -68,7 +68,7 @@ TEST_F(KSectionRuleTest, TheWholeLineIsTheName) {
     KSectionRule rule(&manager, "common,with, commas");
     rule.Initialize();
     EXPECT_THAT(manager.loaded, ElementsAre("common,with, commas"));
-    EXPECT_STREQ("Include section common,with, commas", rule.Description().c_str());
+    EXPECT_STREQ(rule.Description().c_str(), "Include section common,with, commas");
 }
 
 TEST_F(KSectionRuleTest, TheNameIsExpandedOnceByTheConstructor) {
@@ -79,7 +79,7 @@ TEST_F(KSectionRuleTest, TheNameIsExpandedOnceByTheConstructor) {
     rule.Initialize();
     nested.Initialize();
     EXPECT_THAT(manager.loaded, ElementsAre("for-lin", "$os$"));
-    EXPECT_STREQ("Include section for-lin", rule.Description().c_str());
+    EXPECT_STREQ(rule.Description().c_str(), "Include section for-lin");
 }
 
 TEST_F(KSectionRuleTest, ExecuteDoesNothing) {
@@ -96,7 +96,7 @@ TEST_F(KSectionRuleTest, AKErrorComesOutAndLeavesTheSectionToBeTriedAgain) {
     manager.refuse = [] { source.Raise(48, 7000, "the included line"); };
     KSectionRule rule(&manager, "common");
     const KSUP::KError error = KTEST::ErrorOf([&] { rule.Initialize(); });
-    EXPECT_STREQ("the included line", error.GetInfo().GetString().c_str());
+    EXPECT_STREQ(error.GetInfo().GetString().c_str(), "the included line");
     manager.refuse = nullptr;
     rule.Initialize();
     rule.Initialize();

@@ -25,14 +25,14 @@ class KServiceRuleTest : public KTEST::RuleTest {};
 
 TEST_F(KServiceRuleTest, OverridesInTheSlotsOfItsBase) {
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&KServiceRule::Execute));
-    EXPECT_EQ(4, SlotOf(&KServiceRule::Description));
-    EXPECT_EQ(6, SlotOf(&KServiceRule::ParseRule));
+    EXPECT_EQ(SlotOf(&KServiceRule::Execute), 2);
+    EXPECT_EQ(SlotOf(&KServiceRule::Description), 4);
+    EXPECT_EQ(SlotOf(&KServiceRule::ParseRule), 6);
 }
 
 TEST_F(KServiceRuleTest, IsAnInstallRuleThatCounts) {
     const KServiceRule rule(&manager, "start,a");
-    EXPECT_STREQ("KInstallRule", rule.GetClassTag());
+    EXPECT_STREQ(rule.GetClassTag(), "KInstallRule");
     EXPECT_TRUE(rule.ShouldCount());
     EXPECT_FALSE(std::is_copy_constructible_v<KServiceRule>);
 }
@@ -44,13 +44,13 @@ TEST_P(KServiceRuleRefusalTest, IsLoggedWholeAndIsError7000) {
     const std::string line = GetParam();
     const KSUP::KError error = RefusalOf("service", line);
     EXPECT_EQ(
-        "400 7000.0 ins/KServiceRule:? ParseRule \"Invalid service rule\"", PlaceWithoutLine(error)
+        PlaceWithoutLine(error), "400 7000.0 ins/KServiceRule:? ParseRule \"Invalid service rule\""
     );
     EXPECT_THAT(trace.Texts(400), ElementsAre(error.GetSummary().c_str()));
     EXPECT_THAT(
         LogLines(), ElementsAre("KINS::KServiceRule: Invalid service rule detected " + line)
     );
-    EXPECT_EQ(0U, manager.GetRuleCount());
+    EXPECT_EQ(manager.GetRuleCount(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -71,8 +71,8 @@ class KServiceRuleAcceptanceTest : public KTEST::RuleTest,
                                    public ::testing::WithParamInterface<const char*> {};
 
 TEST_P(KServiceRuleAcceptanceTest, IsDescribedByItsWholeTextUnexpanded) {
-    EXPECT_EQ(std::string("Service control ") + GetParam(), DescriptionOf("service", GetParam()));
-    EXPECT_EQ(1U, manager.GetRuleCount());
+    EXPECT_EQ(DescriptionOf("service", GetParam()), std::string("Service control ") + GetParam());
+    EXPECT_EQ(manager.GetRuleCount(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -95,7 +95,7 @@ constexpr const char* prefix = "KINS::KServiceRule: ";
 class KServiceRuleRunTest : public KTEST::RuleTest {
   protected:
     KServiceRuleRunTest() {
-        EXPECT_EQ(0U, PrvInsLoadMessage());
+        EXPECT_EQ(PrvInsLoadMessage(), 0U);
         inject.SvcCreateService =
             [this](unsigned flags, auto name, auto first, auto second, auto third) {
                 Note("create", flags, name);
@@ -167,11 +167,11 @@ class KServiceRuleDoneTest : public KServiceRuleRunTest,
 TEST_P(KServiceRuleDoneTest, CallsLogsAndReports) {
     const DoneRow& row = GetParam();
     Run("service", row.line);
-    EXPECT_EQ(row.calls, calls);
-    EXPECT_EQ(row.logged, RuleLines());
-    EXPECT_EQ(row.statuses, statuses.Lines());
+    EXPECT_EQ(calls, row.calls);
+    EXPECT_EQ(RuleLines(), row.logged);
+    EXPECT_EQ(statuses.Lines(), row.statuses);
     EXPECT_THAT(trace.Messages(), IsEmpty());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -251,13 +251,13 @@ TEST_P(KServiceRuleFailureTest, IsLoggedSaidAndThrown) {
     const FailedRow& row = GetParam();
     status.create = status.start = status.stop = row.code;
     const KSUP::KError error = KTEST::ErrorOf([&] { Run("service", row.line); });
-    EXPECT_EQ(row.place, PlaceWithoutLine(error));
-    EXPECT_EQ(row.logged, RuleLines());
+    EXPECT_EQ(PlaceWithoutLine(error), row.place);
+    EXPECT_EQ(RuleLines(), row.logged);
     EXPECT_THAT(
         trace.Messages(),
         ElementsAre(KTEST::TraceRecorder::Message{400, error.GetSummary().c_str()})
     );
-    EXPECT_EQ(0U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -319,9 +319,9 @@ TEST_P(KServiceRuleRemovalTest, IsLoggedAndTheRunGoesOn) {
     status.remove = GetParam().deleteStatus;
     EXPECT_NO_THROW(Run("service", "remove,dps"));
     EXPECT_THAT(calls, ElementsAre("stopEx 0 dps 30000", "delete 0 dps"));
-    EXPECT_EQ(GetParam().logged, RuleLines());
+    EXPECT_EQ(RuleLines(), GetParam().logged);
     EXPECT_THAT(trace.Messages(), IsEmpty());
-    EXPECT_EQ(1U, manager.GetCompletedCount());
+    EXPECT_EQ(manager.GetCompletedCount(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -342,9 +342,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(KServiceRuleRunTest, TheActionsAnswerWith0) {
     KServiceRule rule(&manager, "start,dps");
     rule.Initialize();
-    EXPECT_EQ(0U, rule.InstallService());
-    EXPECT_EQ(0U, rule.StartService());
-    EXPECT_EQ(0U, rule.StopService());
+    EXPECT_EQ(rule.InstallService(), 0U);
+    EXPECT_EQ(rule.StartService(), 0U);
+    EXPECT_EQ(rule.StopService(), 0U);
     rule.RemoveService();
     EXPECT_THAT(
         calls,
@@ -387,7 +387,7 @@ TEST_P(KServiceRuleStateTest, OnlyState4OfTheProductsServiceIsRunning) {
     KServiceRule rule(&manager, "start,another");
     rule.Initialize();
     serviceState = GetParam().state;
-    EXPECT_EQ(GetParam().isRunning, rule.IsServiceRunning());
+    EXPECT_EQ(rule.IsServiceRunning(), GetParam().isRunning);
     EXPECT_THAT(calls, ElementsAre("query 0 inspp-unit-test preset 1"));
 }
 

@@ -385,15 +385,15 @@ TEST_F(MacroExpansionTest, OfAnActionIsDoneForLinesThatAreExpandedWhole) {
     GivenKey("action", "delete");
     const Row row{"", directory, "$action#$,/nowhere", When::Never, Place::Description, ""};
     Live(row);
-    EXPECT_EQ("Delete path /nowhere", description);
+    EXPECT_EQ(description, "Delete path /nowhere");
 }
 
 TEST_F(MacroExpansionTest, OfAnActionIsNeverDoneForProcesses) {
     GivenKey("action", "start");
     const Row row{"", process, "$action#$,: X", When::Never, Place::Status, ""};
     Live(row);
-    EXPECT_EQ(0U, errorCode);
-    EXPECT_EQ("", Seen(row.place));
+    EXPECT_EQ(errorCode, 0U);
+    EXPECT_EQ(Seen(row.place), "");
 }
 
 } // namespace

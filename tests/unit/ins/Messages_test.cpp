@@ -20,7 +20,7 @@ class MessagesTest : public ::testing::Test {
   protected:
     static std::vector<std::string> TextsIn(const char* locale) {
         const KTEST::Language language(locale);
-        EXPECT_EQ(0U, PrvInsLoadMessage());
+        EXPECT_EQ(PrvInsLoadMessage(), 0U);
         std::vector<std::string> texts;
         for (const unsigned id : {0x2C0001U, 0x2C0002U, 0x2C0003U, 0x2C0004U, 0x2C0005U}) {
             texts.emplace_back(SvcGetMessagePtr(id));
@@ -40,31 +40,31 @@ class MessagesTest : public ::testing::Test {
 };
 
 TEST_F(MessagesTest, AreEnglishWithoutALanguage) {
-    EXPECT_EQ(english, TextsIn("C"));
+    EXPECT_EQ(TextsIn("C"), english);
 }
 
 TEST_F(MessagesTest, AreEnglishInALanguageThatHasNoCatalogue) {
-    EXPECT_EQ(english, TextsIn("fr_FR.UTF-8"));
+    EXPECT_EQ(TextsIn("fr_FR.UTF-8"), english);
 }
 
 TEST_F(MessagesTest, AreGermanWhereMessagesAre) {
-    EXPECT_EQ(german, TextsIn("de_DE.UTF-8"));
-    EXPECT_EQ(german, TextsIn("de"));
+    EXPECT_EQ(TextsIn("de_DE.UTF-8"), german);
+    EXPECT_EQ(TextsIn("de"), german);
 }
 
 TEST_F(MessagesTest, TextsStayReadableAfterUnloading) {
     const KTEST::Language language("de_AT");
-    EXPECT_EQ(0U, PrvInsLoadMessage());
+    EXPECT_EQ(PrvInsLoadMessage(), 0U);
     const char* const text = SvcGetMessagePtr(0x2C0002);
     PrvInsUnloadMessage();
-    EXPECT_STREQ("Dienst wird installiert", text);
-    EXPECT_STREQ("", SvcGetMessagePtr(0x2C0002));
+    EXPECT_STREQ(text, "Dienst wird installiert");
+    EXPECT_STREQ(SvcGetMessagePtr(0x2C0002), "");
 }
 
 // Run by the next test, as a copy of this program beside which there are no files.
 TEST_F(MessagesTest, DISABLED_AreBuiltIn) {
-    EXPECT_EQ(english, TextsIn("C"));
-    EXPECT_EQ(english, TextsIn("de"));
+    EXPECT_EQ(TextsIn("C"), english);
+    EXPECT_EQ(TextsIn("de"), english);
 }
 
 TEST_F(MessagesTest, TheBuiltInOnesServeWithoutFilesAndAreThoseOfTheEnglishOne) {
@@ -82,7 +82,7 @@ TEST_F(MessagesTest, TheBuiltInOnesServeWithoutFilesAndAreThoseOfTheEnglishOne) 
     const std::string command = copy.string() +
                                 " --gtest_also_run_disabled_tests --gtest_brief=1 "
                                 "--gtest_filter=MessagesTest.DISABLED_AreBuiltIn >&2";
-    EXPECT_EQ(0, std::system(command.c_str()));
+    EXPECT_EQ(std::system(command.c_str()), 0);
 }
 
 } // namespace

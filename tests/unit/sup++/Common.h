@@ -112,14 +112,6 @@ void RestoreCommandLine();
 /// The numbers of the descriptors that are open, sorted.
 std::vector<int> OpenDescriptors();
 
-/// Names the rows of a table by their member `name`.
-struct RowName {
-    template <class Row>
-    std::string operator()(const testing::TestParamInfo<Row>& info) const {
-        return info.param.name;
-    }
-};
-
 } // namespace KTEST
 
 /// Loud, so that a run that tests less is seen to.

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "../../support/TemporaryTree.h"
 #include "Common.h"
 
@@ -77,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"InvalidBytesStay", "\xff$a$\xc3", "\xffONE\xc3"},
         {"NewlinesStay", "\n$a$\n", "\nONE\n"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KCustomMacroTest, IsNotCopied) {
@@ -157,7 +158,7 @@ INSTANTIATE_TEST_SUITE_P(
         {57, "pathTarget"},          {58, "pathTargetDatabase"},
         {59, "pathTargetLog"},       {60, "pathTargetTemp"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST(KCustomMacroUnsetTest, AnEntryThatIsNotSetIsUnknown) {

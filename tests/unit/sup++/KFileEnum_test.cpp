@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "../../support/TemporaryTree.h"
 #include "Common.h"
 
@@ -141,7 +142,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"NewlinesMatch", "a*b", {"a\nb"}, {"a\nb"}},
         {"NothingMatches", "x*", {"a", "b"}, {}},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KFileEnumTest, ADifficultPatternTakesNoTime) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "KFileFixture.h"
 
 #include <cerrno>
@@ -69,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"OfAnotherOwner", 0755, false, false},
         {"OfAnotherOwnerWhoMayNotWrite", 0555, false, false},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KFileTest, EveryLinkOfAChainHasToBeTrusted) {
@@ -159,7 +160,7 @@ INSTANTIATE_TEST_SUITE_P(
          circle,
          false},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KFileTest, DirectoriesWithoutLinksNeedNoTrust) {

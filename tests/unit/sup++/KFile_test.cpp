@@ -2,6 +2,7 @@
 //
 // Opening, making and deleting files. KFileCopy_test.cpp has the copying, KFileLinks_test.cpp which
 // links are followed.
+#include "../../support/NameOfRow.h"
 #include "../../support/TraceRecorder.h"
 #include "KFileFixture.h"
 
@@ -327,7 +328,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"Pattern", "*?[a]"},
         {"Backslash", "a\\b"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KFileTest, ANameOf256BytesIsAnError) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "../../support/TemporaryTree.h"
 #include "Common.h"
 
@@ -202,7 +203,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"AroundComments", "[s]\n;1\na=x\n;2\n\nb=x\n;3\n", "x", {"x", "x"}, "[s]\n;1\n;2\n\n;3\n"},
         {"WithoutTheLastNewline", "[s]\na=1\nb=x", "x", {"1", "x"}, "[s]\na=1\n"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KProfileEnumTest, DeletingAnEarlierKeyDisturbsNothing) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "../../support/TraceRecorder.h"
 #include "KProfileFixture.h"
 
@@ -90,7 +91,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"PutsQuotes", "[s]\n", "s", "k", "\"a\"", "[s]\nk=\"a\"\n"},
         {"PutsInvalidBytes", "[s]\n", "s", "k\xff", "v\xc3", "[s]\nk\xff=v\xc3\n"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KProfileTest, AddsASectionAtTheEndOfTheFile) {
@@ -193,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"MissingSection", "[s]\na=1\n", "t", "a", "[s]\na=1\n"},
         {"EmptyFile", "", "s", "a", ""},
     }),
-    RowName()
+    NameOfRow()
 );
 
 // What is refused
@@ -237,7 +238,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"KeyThatIsAHashComment", "s", "#a", "v"},
         {"KeyThatIsASection", "s", "[a]", "v"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 class KProfileOddTest : public KProfileTest, public testing::WithParamInterface<RefusedRow> {};
@@ -284,7 +285,7 @@ INSTANTIATE_TEST_SUITE_P(
          "a\xe2\x80\xa8"
          "b"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KProfileTest, ARefusalIsSaidWithItsSource) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "KProfileFixture.h"
 
 #include <functional>
@@ -113,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"AllKeysInAnotherSection", "[t]\na=a\nb=b\nc=c\n", {}, "[t]\na=a\nb=b\nc=c\n"},
         {"EverythingElse", "[s]\nx=x\ny=y\n", {"x", "y"}, "[s]\nx=x\ny=y\n"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KProfileWalksTest, EveryChangeOfALongWalkIsSurvived) {

@@ -2,6 +2,7 @@
 //
 // What a profile reads and answers. KProfilePut_test.cpp has the changes, KProfileEnum_test.cpp the
 // enumeration, KProfileFile_test.cpp what happens to the file.
+#include "../../support/NameOfRow.h"
 #include "../../support/TraceRecorder.h"
 #include "KProfileFixture.h"
 
@@ -104,7 +105,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"DollarsStay", "[s]\nk=$product$\n", "s", "k", "$product$"},
         {"CommasStay", "[install]\nfile=copy,*.so,lib\n", "install", "file", "copy,*.so,lib"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KProfileTest, ReadsValuesOfAnyLength) {
@@ -225,7 +226,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"Empty", "", 99},
         {"TooLarge", "4294967296", 99},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KProfileTest, AMissingNumberIsTheDefault) {

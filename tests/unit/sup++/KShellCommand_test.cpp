@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "KShellCommandFixture.h"
 
 #include <csignal>
@@ -81,7 +82,7 @@ INSTANTIATE_TEST_SUITE_P(
         Text{
             "AnArgumentOf100000Bytes", "x=" + std::string(100000, 'y') + "; echo ${#x}", "100000\n"}
     ),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KShellCommandTest, ATextThatLooksLikeAnOptionIsACommand) {

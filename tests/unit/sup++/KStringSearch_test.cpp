@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "../../support/TraceRecorder.h"
 #include "Common.h"
 
@@ -84,7 +85,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"InvalidBytesStay", "\xff,\xfe", ',', true, {"\xff", "\xfe"}},
         {"NulNeverStands", "a,b", '\0', true, {"a,b"}},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST(KStringTest, SectionVectorTakesLongLines) {
@@ -171,7 +172,7 @@ INSTANTIATE_TEST_SUITE_P(
          "b",
          ""},
     }),
-    RowName()
+    NameOfRow()
 );
 
 // Find
@@ -221,7 +222,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"EmptyText", "", "a", 0, true, -1},
         {"EmptyTextAndPart", "", "", 0, true, -1},
     }),
-    RowName()
+    NameOfRow()
 );
 
 // Replace
@@ -288,7 +289,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"EmptyText", "", "a", "x", 0, npos, true, 0, ""},
         {"EmptyTextWithStartOutside", "", "a", "x", 9, npos, true, 0, ""},
     }),
-    RowName()
+    NameOfRow()
 );
 
 class KStringReplaceErrorTest : public testing::TestWithParam<unsigned> {};

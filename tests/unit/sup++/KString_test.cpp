@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // KStringSearch_test.cpp has what is found, split and replaced.
+#include "../../support/NameOfRow.h"
 #include "Common.h"
 
 #include <sup++/KString.h>
@@ -208,7 +209,7 @@ TEST_P(KStringChangeTest, ForgetsTheWideCopy) {
     while (wide[units] != 0) {
         ++units;
     }
-    EXPECT_EQ(units, KString(GetParam().result).GetCount()) << "one unit for each of these";
+    EXPECT_EQ(KString(GetParam().result).GetCount(), units) << "one unit for each of these";
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -242,7 +243,7 @@ INSTANTIATE_TEST_SUITE_P(
          "a\xc3\xa9"
          "bc"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST(KStringTest, QuestionsDoNotForgetTheCount) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "../../support/TraceRecorder.h"
 #include "Common.h"
 
@@ -63,7 +64,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"InsideStays", "/opt//p", "/opt//p/"},
         {"CharactersOfManyBytes", "/\xc3\xa9", "/\xc3\xa9/"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 class KUtilRemoveTest : public testing::TestWithParam<PathRow> {};
@@ -82,7 +83,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"Empty", "", ""},
         {"Relative", "lin/", "lin"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 class KUtilFileTest : public testing::TestWithParam<PathRow> {};
@@ -102,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"Pattern", "/opt/p/*.so", "*.so"},
         {"StrangeName", "/opt/a\n\xff", "a\n\xff"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 class KUtilDirectoryTest : public testing::TestWithParam<PathRow> {};
@@ -120,7 +121,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"Empty", "", ""},
         {"Root", "/", "/"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST(KUtilTest, ARecordLinkLosesThreeComponents) {
@@ -262,7 +263,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"LargestHex", "0xffffffff", false, 4294967295U},
         {"BlankBehindThePrefix", "0x 1f", false, 31},
     }),
-    RowName()
+    NameOfRow()
 );
 
 class KUtilNoNumberTest : public testing::TestWithParam<NumberRow> {};
@@ -297,7 +298,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"OtherWithHex", "xyz", true, 0},
         {"DigitsOfOtherScripts", "\xef\xbc\x91", false, 0},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST(KUtilTest, WritesWholeNumbers) {
@@ -346,7 +347,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"FilledWithZeros", 0.5, true, "0x000000000.5"},
         {"WholeFilledWithZeros", 42.0, true, "0x00000000042"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 class GroupingDigits : public std::numpunct<char> {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // KUtil::KillProcess with scripts, which are run by a program of another name.
+#include "../../support/NameOfRow.h"
 #include "ProcessFixture.h"
 
 #include <sup++/KUtil.h>
@@ -102,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
         Way{"AShellWhereItNamesNone", "# no interpreter", {"/bin/sh", "@"}},
         Way{"AnInterpreterByHand", "#!/usr/bin/perl", {"/usr/bin/perl", "-w", "@"}}
     ),
-    RowName()
+    NameOfRow()
 );
 
 class KillProcessBystanderTest : public KillProcessScriptFixture,
@@ -131,7 +132,7 @@ INSTANTIATE_TEST_SUITE_P(
         Way{"HasItInACommand", "#!/bin/sh", {"/bin/sh", "-c", "read x <${0%/*}/gate", "@"}},
         Way{"IsNamedByNoScript", "#!/usr/bin/env", {"/usr/bin/tail", "--lines=0", "--follow", "@"}}
     ),
-    RowName()
+    NameOfRow()
 );
 
 class KillProcessScriptsTest : public KillProcessScriptFixture {};

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "Common.h"
 
 #include <sup++/SvcCommandLine.h>
@@ -118,7 +119,7 @@ INSTANTIATE_TEST_SUITE_P(
          {"!36", "3"}},
         {"WithoutValue", {"setup", "--addProfileLine=1", "--addProfileLine"}, {"1", "!36"}},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(SvcCommandLineTest, AThousandOptionsAreGiven) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "../../support/TemporaryTree.h"
 #include "Common.h"
 
@@ -152,7 +153,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"EmptyBuildNumber", "buildNumber="},
         {"BuildNumberTooLarge", "buildNumber=4294967296"},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(SvcProductDataTest, AFileThatCannotBeReadIsItsErrno) {

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "../../support/TemporaryTree.h"
 #include "Common.h"
 
@@ -320,7 +321,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"SetModeFlags",
          [](const TemporaryTree& tree) { KSUP::KFileUtil::SetModeFlags(tree.Path("file"), 0600); }},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(SvcWriteTrackingTest, SurvivesThatWhatWasWrittenIsGone) {

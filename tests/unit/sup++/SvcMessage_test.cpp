@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "../../support/Language.h"
+#include "../../support/NameOfRow.h"
 #include "Common.h"
 
 #include <sup++/SvcMessage.h>
@@ -186,7 +187,7 @@ INSTANTIATE_TEST_SUITE_P(
         LanguageRow{"ALanguageWithASeparator", "de/../de", plainTexts},
         LanguageRow{"ALanguageInCapitals", "DE", plainTexts}
     ),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(SvcMessageFileTest, TheFirstLoadChoosesTheLanguage) {
@@ -274,7 +275,7 @@ INSTANTIATE_TEST_SUITE_P(
         VariableRow{"AllBeforeMessages", "C", "de", "de", "one of the file"},
         VariableRow{"EmptyOnesPassedBy", "", "", "de_AT.UTF-8", "eins in Österreich"}
     ),
-    RowName()
+    NameOfRow()
 );
 
 } // namespace

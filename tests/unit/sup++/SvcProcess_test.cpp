@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "KShellCommandFixture.h"
 
 #include <array>
@@ -155,7 +156,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"AFifo", "fifo", EINVAL},
         Refusal{"ADirectoryThatIsAFile", "target/output", ENOTDIR}
     ),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(SvcProcessTest, ANameThatIsTooLongIsThrown) {

@@ -2,6 +2,7 @@
 //
 // What the calls refuse before they look at the system. Everything else they do happens to the
 // machine, and is tested in tests/machine.
+#include "../../support/NameOfRow.h"
 #include "../../support/TraceRecorder.h"
 #include "Common.h"
 
@@ -75,7 +76,7 @@ TEST_P(SvcServiceRefusalTest, TheReasonIsSaidAndKept) {
     );
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, SvcServiceRefusalTest, testing::ValuesIn(calls), RowName());
+INSTANTIATE_TEST_SUITE_P(Of, SvcServiceRefusalTest, testing::ValuesIn(calls), NameOfRow());
 
 TEST(SvcServiceTest, CreateRefusesNullTexts) {
     EXPECT_EQ(SvcCreateService(0, "inspp-no-such", nullptr, "/a", ""), 36U);

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../support/NameOfRow.h"
 #include "../../support/TemporaryTree.h"
 #include "Common.h"
 
@@ -55,7 +56,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"FourBytesCutByTheEnd", "\xf0\x9f\x98", 1},
         {"ThreeBytesCutByALetter", "\xe2\x82z", 1},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST(TxtTest, ANullTextIsEmpty) {
@@ -150,7 +151,7 @@ INSTANTIATE_TEST_SUITE_P(
         {"FoldsOnlyAscii", "\xc3\x89", "\xc3\xa9", 1, false},
         {"NeighboursOfTheLetters", "@[`{", "`{@[", 4, false},
     }),
-    RowName()
+    NameOfRow()
 );
 
 TEST(TxtTest, FindsTheFirstPlace) {

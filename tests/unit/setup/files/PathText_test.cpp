@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "../../../support/NameOfRow.h"
+
 #include <setup/files/PathText.h>
 
 #include <gtest/gtest.h>
@@ -38,7 +40,7 @@ INSTANTIATE_TEST_SUITE_P(
         Normal{"HiddenName", "/opt/.dps", "/opt/.dps"},
         Normal{"Empty", "", ""}
     ),
-    [](const auto& each) { return each.param.name; }
+    KTEST::NameOfRow()
 );
 
 TEST(PathTextTest, ParentsEndAtTheRoot) {

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "../../../support/NameOfRow.h"
+
 #include <setup/preflight/VersionOrder.h>
 
 #include <gtest/gtest.h>
@@ -35,7 +37,7 @@ INSTANTIATE_TEST_SUITE_P(
         Order{"NothingIsOldest", "", "0"},
         Order{"MajorFirst", "1.99", "2.0"}
     ),
-    [](const auto& each) { return each.param.name; }
+    KTEST::NameOfRow()
 );
 
 TEST(VersionOrderTest, LeadingZerosDoNotCount) {

@@ -2,6 +2,7 @@
 //
 // On a root directory of the test's own. That systemd's own program lays the same links is tested in
 // tests/machine.
+#include "../../../support/NameOfRow.h"
 #include "../../../support/ServiceErrors.h"
 #include "../../../support/TemporaryTree.h"
 #include "../../sup++/Common.h"
@@ -165,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
             {std::string("a-%.target.wants/a.service") + target,
              std::string("a.target.wants/a.service") + target}}
     ),
-    RowName()
+    NameOfRow()
 );
 
 TEST_F(KUnitFilesTest, LinksLeadToWhereTheFileIs) {

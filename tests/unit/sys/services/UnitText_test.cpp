@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // What systemd makes of these texts is tested against it, in tests/machine.
+#include "../../../support/NameOfRow.h"
 #include "../../../support/ServiceErrors.h"
 #include "../../sup++/Common.h"
 
@@ -38,7 +39,7 @@ INSTANTIATE_TEST_SUITE_P(
         TextRow{"WithAMinusBehind", "dps-"},
         TextRow{"TheLongest", std::string(247, 'a')}
     ),
-    RowName()
+    NameOfRow()
 );
 
 class SysServiceNameRefusalTest : public testing::TestWithParam<TextRow> {};
@@ -69,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(
         TextRow{"TooLongWithItsEnding", std::string(248, 'a')},
         TextRow{"Of256Bytes", std::string(256, 'a')}
     ),
-    RowName()
+    NameOfRow()
 );
 
 TEST(UnitTextTest, AUnitIsCalledAfterItsServiceWhateverThatIsCalled) {
@@ -113,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
             {"$HOME", "${X}", "%n", "50%", ";", "*", "~"}},
         ArgumentsRow{"OtherLetters", "größe=\"ü ö\"", {"größe=ü ö"}}
     ),
-    RowName()
+    NameOfRow()
 );
 
 TEST(UnitTextTest, AQuoteThatIsNotClosedIsRefused) {
@@ -148,7 +149,7 @@ INSTANTIATE_TEST_SUITE_P(
         QuotedRow{"WithALineBreak", "a\nb\t\x7f", "\"a\\x0ab\\x09\\x7f\""},
         QuotedRow{"InOtherLetters", "ü", "\"ü\""}
     ),
-    RowName()
+    NameOfRow()
 );
 
 // The file
@@ -222,7 +223,7 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedRow{"ArgumentsThatAreNotUtf8", "", "/a", "\xff"},
         RefusedRow{"ArgumentsWithAnOpenQuote", "", "/a", "'"}
     ),
-    RowName()
+    NameOfRow()
 );
 
 TEST(UnitTextTest, OnlyOurFilesAreOurs) {

@@ -71,19 +71,19 @@ class KInstallPathManagerTest : public KTEST::EngineTest {
 
 TEST_F(KInstallPathManagerTest, OverridesInTheSlotsOfItsBase) {
     using KTEST::SlotOf;
-    EXPECT_EQ(2, SlotOf(&KInstallPathManager::Initialize));
-    EXPECT_EQ(4, SlotOf(&KInstallPathManager::GetInstalledProductInformation));
-    EXPECT_EQ(5, SlotOf(&KInstallPathManager::PutInstalledProductInformation));
-    EXPECT_EQ(6, SlotOf(&KInstallPathManager::GetDefaultProductPath));
+    EXPECT_EQ(SlotOf(&KInstallPathManager::Initialize), 2);
+    EXPECT_EQ(SlotOf(&KInstallPathManager::GetInstalledProductInformation), 4);
+    EXPECT_EQ(SlotOf(&KInstallPathManager::PutInstalledProductInformation), 5);
+    EXPECT_EQ(SlotOf(&KInstallPathManager::GetDefaultProductPath), 6);
 }
 
 TEST_F(KInstallPathManagerTest, ProgramNamesHaveNoEndingOnceInitialized) {
-    EXPECT_STREQ("prog$binext$", manager.ExpandMacros("prog$binext$").c_str());
+    EXPECT_STREQ(manager.ExpandMacros("prog$binext$").c_str(), "prog$binext$");
     manager.Initialize("/opt/p");
-    EXPECT_STREQ("prog", manager.ExpandMacros("prog$binext$").c_str());
+    EXPECT_STREQ(manager.ExpandMacros("prog$binext$").c_str(), "prog");
     manager.Initialize("/opt/q");
-    EXPECT_STREQ("prog", manager.ExpandMacros("prog$binext$").c_str());
-    EXPECT_STREQ("/opt/q/", manager.ExpandMacros("$pathTarget$").c_str());
+    EXPECT_STREQ(manager.ExpandMacros("prog$binext$").c_str(), "prog");
+    EXPECT_STREQ(manager.ExpandMacros("$pathTarget$").c_str(), "/opt/q/");
 }
 
 struct DefaultPath {
@@ -99,7 +99,7 @@ TEST_P(DefaultPathTest, IsTheValueAsItStandsOrTheBuiltInOne) {
     GivenScript(GetParam().script);
     Initialize();
     const KInstallPathManager manager(installer.get());
-    EXPECT_STREQ(GetParam().path, manager.GetDefaultProductPath().c_str());
+    EXPECT_STREQ(manager.GetDefaultProductPath().c_str(), GetParam().path);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -126,7 +126,7 @@ INSTANTIATE_TEST_SUITE_P(
 );
 
 TEST_F(KInstallPathManagerTest, WithoutAScriptTheDefaultPathIsTheBuiltInOne) {
-    EXPECT_STREQ("/usr/local/korvane/dps", manager.GetDefaultProductPath().c_str());
+    EXPECT_STREQ(manager.GetDefaultProductPath().c_str(), "/usr/local/korvane/dps");
 }
 
 // Reading the record
@@ -206,7 +206,7 @@ class LinkTargetTest : public KInstallPathManagerTest,
 
 TEST_P(LinkTargetTest, LosesItsLastThreeComponents) {
     tree.Link("link", GetParam().target);
-    EXPECT_EQ(GetParam().path, Read().path);
+    EXPECT_EQ(Read().path, GetParam().path);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -251,14 +251,14 @@ TEST_F(KInstallPathManagerTest, WithoutALinkReadingIsError64AndChangesNothing) {
         )
     );
     EXPECT_THAT(trace.Texts(48), ElementsAre(error.GetSummary().c_str()));
-    EXPECT_STREQ("unchanged path", path.c_str());
-    EXPECT_STREQ("unchanged version", version.c_str());
-    EXPECT_EQ(77U, buildNumber);
+    EXPECT_STREQ(path.c_str(), "unchanged path");
+    EXPECT_STREQ(version.c_str(), "unchanged version");
+    EXPECT_EQ(buildNumber, 77U);
 }
 
 TEST_F(KInstallPathManagerTest, AFileInPlaceOfTheLinkIsError64) {
     tree.Write("link", tree.Path("p/lin/x86/svc"));
-    EXPECT_EQ(64U, ErrorOf([&] { Read(); }).GetCode());
+    EXPECT_EQ(ErrorOf([&] { Read(); }).GetCode(), 64U);
 }
 
 TEST_F(KInstallPathManagerTest, ARelativeLinkIsError16AlthoughItsTargetIsThere) {
@@ -282,7 +282,7 @@ TEST_F(KInstallPathManagerTest, WhatIsWrittenReadsBack) {
     manager.PutInstalledProductInformation("1.2.3", 7);
     EXPECT_EQ((Record{tree.Path("p"), "1.2.3", 7}), Read());
     EXPECT_EQ(
-        "[installControl]\ninstalledVersion=1.2.3\nbuildNumber=7\n", tree.Read("p/config/dps.ini")
+        tree.Read("p/config/dps.ini"), "[installControl]\ninstalledVersion=1.2.3\nbuildNumber=7\n"
     );
 }
 
@@ -290,7 +290,7 @@ TEST_F(KInstallPathManagerTest, TheLargestBuildNumberIsWrittenInDecimal) {
     GivenRecord("");
     manager.PutInstalledProductInformation("1", 4294967295U);
     EXPECT_THAT(tree.Read("p/config/dps.ini"), HasSubstr("\nbuildNumber=4294967295\n"));
-    EXPECT_EQ(4294967295U, Read().buildNumber);
+    EXPECT_EQ(Read().buildNumber, 4294967295U);
 }
 
 TEST_F(KInstallPathManagerTest, WritingReplacesTheValuesAndKeepsTheRestOfTheFile) {
@@ -300,10 +300,10 @@ TEST_F(KInstallPathManagerTest, WritingReplacesTheValuesAndKeepsTheRestOfTheFile
     );
     manager.PutInstalledProductInformation("2.2", 38);
     EXPECT_EQ(
+        tree.Read("p/config/dps.ini"),
         "# "
         "theirs\n[General]\nLevel=3\n\n[installControl]\nbuildNumber=38\nx=y\ninstalledVersion=2."
-        "2\n",
-        tree.Read("p/config/dps.ini")
+        "2\n"
     );
 }
 
@@ -329,7 +329,7 @@ TEST_F(KInstallPathManagerTest, WithARelativeLinkWritingIsError16AndChangesNothi
             "48 16.0 ins/unx/lin/KInstallPathManager:64 PutInstalledProductInformation"
         )
     );
-    EXPECT_EQ("[General]\n", tree.Read("p/config/dps.ini"));
+    EXPECT_EQ(tree.Read("p/config/dps.ini"), "[General]\n");
 }
 
 TEST_F(KInstallPathManagerTest, WithoutARecordFileWritingIsError36OfTheProfile) {
@@ -348,8 +348,8 @@ TEST_F(KInstallPathManagerTest, TheDiskIsFlushedBeforeTheRecordIsWritten) {
         return 0U;
     };
     manager.PutInstalledProductInformation("1", 1);
-    EXPECT_EQ("", fileAtFlush);
-    EXPECT_EQ("1", Read().version);
+    EXPECT_EQ(fileAtFlush, "");
+    EXPECT_EQ(Read().version, "1");
 }
 
 TEST_F(KInstallPathManagerTest, ADiskThatFailsToFlushIsAnErrorAndLeavesTheRecord) {
@@ -357,7 +357,7 @@ TEST_F(KInstallPathManagerTest, ADiskThatFailsToFlushIsAnErrorAndLeavesTheRecord
     KTEST::Injection inject;
     inject.SvcFlushWrites = [] { return static_cast<unsigned>(EIO); };
     const KSUP::KError error = ErrorOf([&] { manager.PutInstalledProductInformation("2.2", 38); });
-    EXPECT_EQ(static_cast<unsigned>(EIO), error.GetCode());
+    EXPECT_EQ(error.GetCode(), static_cast<unsigned>(EIO));
     EXPECT_EQ((Record{tree.Path("p"), "2.1", 37}), Read());
 }
 
