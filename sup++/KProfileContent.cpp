@@ -20,6 +20,7 @@ KString ToText(std::string_view bytes) {
 } // namespace
 
 unsigned KProfileContent::Open(const KString& filePath, bool mayBeMissing) {
+    const KSYS::KScopedLock hold(guard);
     std::string bytes;
     KSYS::FileIdentity found;
     unsigned status = KSYS::ReadFile(filePath.c_str(), bytes, found);
@@ -35,7 +36,8 @@ unsigned KProfileContent::Open(const KString& filePath, bool mayBeMissing) {
 }
 
 unsigned KProfileContent::Create(const KString& filePath) {
-    KSYS::ReportedFile report(filePath.c_str());
+    KSYS::ReportedFile report(filePath.c_str()); // once the locks are released
+    const KSYS::KScopedLock hold(guard);
     KSYS::KFileReplacement lock;
     unsigned status = lock.Take(filePath.c_str());
     if (status == 0) {
@@ -49,7 +51,7 @@ unsigned KProfileContent::Create(const KString& filePath) {
 }
 
 bool KProfileContent::Find(std::string_view section, std::string_view key, KString& value) {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     const unsigned at = text.Find(section, key);
     if (at != 0) {
         value = ToText(text.ValueAt(at));
@@ -69,7 +71,7 @@ void KProfileContent::ReadAgain(std::string bytes) {
 template <class Change>
 unsigned KProfileContent::Apply(GoneFile gone, std::string_view section, Change change) {
     KSYS::ReportedFile report(path.c_str()); // once the locks are released
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     KSYS::KFileReplacement lock;
     unsigned status = lock.Take(path.c_str());
     if (status == 0 && !lock.IsStill(onDisk)) {
@@ -112,14 +114,15 @@ unsigned KProfileContent::Delete(
     std::string_view section, std::string_view key, unsigned& position, const KString& keyThere
 ) {
     bool standsOnIt = false;
-    const unsigned status = Apply(GoneFile::StaysGone, section, [&](KProfileText& changed) {
-        standsOnIt = keyThere.c_str() == key && walks.IsIn(changed, position, section);
-        const unsigned line = standsOnIt ? walks.LineAt(position) : changed.Find(section, key);
-        if (changed.IsKey(line)) {
-            changed.Remove(line);
-        }
-        return 0U;
-    });
+    const unsigned status =
+        Apply(GoneFile::StaysGone, section, [&](KProfileText& changed) SUP_REQUIRES(guard) {
+            standsOnIt = keyThere.c_str() == key && walks.IsIn(changed, position, section);
+            const unsigned line = standsOnIt ? walks.LineAt(position) : changed.Find(section, key);
+            if (changed.IsKey(line)) {
+                changed.Remove(line);
+            }
+            return 0U;
+        });
     if (status == 0 && standsOnIt) {
         position = 0;
     }
@@ -127,12 +130,12 @@ unsigned KProfileContent::Delete(
 }
 
 unsigned KProfileContent::Begin(std::string_view section) {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     return walks.Begin(section);
 }
 
 unsigned KProfileContent::Next(unsigned position, KString& keyName, KString& keyValue) {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     const unsigned at = walks.Next(text, position);
     if (at != 0) {
         const std::uint32_t line = walks.LineAt(at);

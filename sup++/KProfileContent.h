@@ -4,10 +4,12 @@
 #include <sup++/KProfileText.h>
 #include <sup++/KProfileWalks.h>
 #include <sup++/KString.h>
+#include <sup++/ThreadSafety.h>
 
 #include <mutex>
 #include <string_view>
 
+#include <sys/KAnnotatedMutex.h>
 #include <sys/files/KFileReplacement.h>
 
 namespace KSUP {
@@ -48,13 +50,13 @@ class KProfileContent {
     template <class Change>
     unsigned Apply(GoneFile gone, std::string_view section, Change change);
 
-    void ReadAgain(std::string bytes);
+    void ReadAgain(std::string bytes) SUP_REQUIRES(guard);
 
-    std::mutex guard;
-    KString path;              // fixed once opened
-    KProfileText text;         // guarded by guard
-    KProfileWalks walks;       // guarded by guard
-    KSYS::FileIdentity onDisk; // guarded by guard; what text was read from or written to
+    KSYS::KAnnotatedMutex<std::mutex> guard;
+    KString path; // fixed once opened
+    KProfileText text SUP_GUARDED_BY(guard);
+    KProfileWalks walks SUP_GUARDED_BY(guard);
+    KSYS::FileIdentity onDisk SUP_GUARDED_BY(guard); // what text was read from or written to
 };
 
 } // namespace KSUP

@@ -14,6 +14,7 @@
 #include <string>
 
 #include <poll.h>
+#include <sys/KAnnotatedMutex.h>
 #include <sys/NeverDestroyed.h>
 #include <sys/eventfd.h>
 #include <sys/files/FileCalls.h>
@@ -30,8 +31,8 @@ constexpr unsigned outputMode = 0640;
 constexpr int groupLookMs = 20; // the kernel tells of a process's end, but not of a group's
 
 struct Output {
-    std::mutex guard;
-    std::string path; // guarded by guard
+    KSYS::KAnnotatedMutex<std::mutex> guard;
+    std::string path SUP_GUARDED_BY(guard);
 };
 
 Output& TheOutput() {
@@ -41,7 +42,7 @@ Output& TheOutput() {
 
 std::string OutputPath() {
     Output& output = TheOutput();
-    const std::lock_guard hold(output.guard);
+    const KSYS::KScopedLock hold(output.guard);
     return output.path;
 }
 
@@ -128,7 +129,7 @@ KShellCommand::~KShellCommand() {
 void KShellCommand::Execute(const KString& commandLine) {
     // To the end: a Stop on another thread comes before all of this, and nothing is started, or
     // finds the command.
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     if (IsThreadActive()) {
         source.Raise(TraceLevel::support, ErrorCode::invalidArgument, "a command is running");
     }
@@ -158,7 +159,7 @@ void KShellCommand::Execute(const KString& commandLine) {
 void KShellCommand::Stop(bool wait) {
     KThread::Stop(false); // from here on nothing is started
     {
-        const std::lock_guard hold(guard);
+        const KSYS::KScopedLock hold(guard);
         if (child != nullptr && IsThreadActive()) {
             child->RequestStop();
         }
@@ -171,7 +172,7 @@ void KShellCommand::Stop(bool wait) {
 unsigned SvcSetCommandOutput(const char* path) noexcept {
     try {
         KSUP::Output& output = KSUP::TheOutput();
-        const std::lock_guard hold(output.guard);
+        const KSYS::KScopedLock hold(output.guard);
         output.path = path != nullptr ? path : "";
         return 0;
     } catch (const std::bad_alloc&) {

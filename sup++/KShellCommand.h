@@ -2,7 +2,9 @@
 #pragma once
 
 #include <sup++/Export.h>
+#include <sup++/KAnnotatedMutex.h>
 #include <sup++/KThread.h>
+#include <sup++/ThreadSafety.h>
 
 #include <boost/shared_ptr.hpp>
 
@@ -44,8 +46,8 @@ class SUP_EXPORT KShellCommand : public KThread {
   private:
     class Child;
     /// Recursive: what is raised under it is told to the program's trace hook, which may call Stop.
-    std::recursive_mutex guard;
-    boost::shared_ptr<Child> child; // guarded by guard; the running thread holds it too
+    KAnnotatedMutex<std::recursive_mutex> guard;
+    boost::shared_ptr<Child> child SUP_GUARDED_BY(guard); // the running thread holds it too
 };
 
 } // namespace KSUP

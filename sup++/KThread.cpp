@@ -2,8 +2,8 @@
 #include <sup++/DispatchEvent.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/KThread.h>
+#include <sup++/ThreadSafety.h>
 #include <sup++/Txt.h>
-#include <sys/processes/BlockedSignals.h>
 
 #include <boost/make_shared.hpp>
 
@@ -16,6 +16,8 @@
 
 #include <cxxabi.h>
 #include <pthread.h>
+#include <sys/KAnnotatedMutex.h>
+#include <sys/processes/BlockedSignals.h>
 
 namespace KSUP {
 
@@ -49,11 +51,11 @@ struct KThread::State {
     boost::shared_ptr<State> running;
     std::string systemName; // fixed before the thread runs
 
-    std::mutex guard;
+    KSYS::KAnnotatedMutex<std::mutex> guard;
     std::condition_variable ended;
-    std::exception_ptr error; // written before active is cleared, under guard
-    pthread_t handle{};       // guarded by guard
-    bool joinable = false;    // guarded by guard
+    std::exception_ptr error SUP_GUARDED_BY(guard); // written before active is cleared
+    pthread_t handle SUP_GUARDED_BY(guard){};
+    bool joinable SUP_GUARDED_BY(guard) = false;
 
     bool IsSelf() const noexcept {
         return selfKnown.load(std::memory_order_acquire) &&
@@ -76,7 +78,7 @@ struct KThread::State {
     void Finish(std::exception_ptr cause) noexcept {
         body.clear(); // what it holds is let go while the owner still waits
         {
-            const std::lock_guard hold(guard);
+            const KSYS::KScopedLock hold(guard);
             error = std::move(cause);
             selfKnown.store(false, std::memory_order_release);
             active.store(false, std::memory_order_release);
@@ -110,7 +112,7 @@ void KThread::Start(boost::function<void()> body) {
     state->active.store(true, std::memory_order_release);
     int status = 0;
     {
-        const std::lock_guard hold(state->guard);
+        const KSYS::KScopedLock hold(state->guard);
         // Inherited: a signal for the program is handled on the program's own threads.
         const KSYS::BlockedSignals blocked;
         state->error = nullptr;
@@ -139,8 +141,10 @@ void KThread::Stop(bool wait) {
     state->terminated.store(true, std::memory_order_release);
     DispatchEvent::Signal();
     if (wait && !state->IsSelf()) {
-        std::unique_lock hold(state->guard);
-        state->ended.wait(hold, [&] { return !state->active.load(std::memory_order_acquire); });
+        KSYS::KScopedLock hold(state->guard);
+        state->ended.wait(hold.GetStandard(), [&] {
+            return !state->active.load(std::memory_order_acquire);
+        });
     }
 }
 
@@ -155,7 +159,7 @@ bool KThread::IsTerminated() const noexcept {
 void KThread::CheckRunError() const {
     std::exception_ptr error;
     {
-        const std::lock_guard hold(state->guard);
+        const KSYS::KScopedLock hold(state->guard);
         error = state->error;
     }
     if (error != nullptr) {
@@ -166,7 +170,7 @@ void KThread::CheckRunError() const {
 void KThread::Join() noexcept {
     pthread_t handle{};
     {
-        const std::lock_guard hold(state->guard);
+        const KSYS::KScopedLock hold(state->guard);
         if (!state->joinable) {
             return;
         }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <string>
 
+#include <sys/KAnnotatedMutex.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/KDescriptor.h>
 #include <syslog.h>
@@ -70,7 +71,7 @@ void KTraceLogger::UseFile(const KString& path) {
 }
 
 void KTraceLogger::Write(TRACE_MESSAGE level, const char* text) noexcept {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     switch (target) {
     case Target::SystemLog:
         syslog(LOG_USER | PriorityOf(level), "%s", text);
@@ -87,7 +88,7 @@ void KTraceLogger::Write(TRACE_MESSAGE level, const char* text) noexcept {
 }
 
 void KTraceLogger::Switch(Target to, int file) noexcept {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     if (descriptor >= 0) {
         ::close(descriptor);
     }

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <sup++/Export.h>
+#include <sup++/KAnnotatedMutex.h>
 #include <sup++/KString.h>
 #include <sup++/Msg.h>
+#include <sup++/ThreadSafety.h>
 
 #include <mutex>
 
@@ -41,9 +43,9 @@ class SUP_EXPORT KTraceLogger {
     enum class Target { SystemLog, StandardError, Nothing, File };
     void Switch(Target to, int file) noexcept;
 
-    std::mutex guard;
-    Target target = Target::SystemLog; // guarded by guard
-    int descriptor = -1;               // guarded by guard; owned while the target is a file
+    KAnnotatedMutex<std::mutex> guard;
+    Target target SUP_GUARDED_BY(guard) = Target::SystemLog;
+    int descriptor SUP_GUARDED_BY(guard) = -1; // owned while the target is a file
 };
 
 } // namespace KSUP

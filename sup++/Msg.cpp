@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
 #include <sup++/Msg.h>
-#include <sys/NeverDestroyed.h>
 #include <sup++/SvcTrace.h>
+#include <sup++/ThreadSafety.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -10,12 +10,16 @@
 #include <mutex>
 #include <string>
 
+#include <sys/KAnnotatedMutex.h>
+#include <sys/NeverDestroyed.h>
+
 namespace {
 
 struct Hook {
-    std::recursive_mutex guard; // recursive: a hook may say messages itself, or take itself off
-    SvcTraceHook function = nullptr;
-    void* context = nullptr;
+    /// Recursive: a hook may say messages itself, or take itself off.
+    KSYS::KAnnotatedMutex<std::recursive_mutex> guard;
+    SvcTraceHook function SUP_GUARDED_BY(guard) = nullptr;
+    void* context SUP_GUARDED_BY(guard) = nullptr;
 };
 
 Hook& TheHook() noexcept {
@@ -36,7 +40,7 @@ Format(const char* format, std::va_list arguments) {
 
 void CallHook(TRACE_MESSAGE level, const char* text) {
     Hook& hook = TheHook();
-    const std::lock_guard hold(hook.guard);
+    const KSYS::KScopedLock hold(hook.guard);
     if (hook.function != nullptr) {
         hook.function(hook.context, level, text);
     }
@@ -60,7 +64,7 @@ void Msg(TRACE_MESSAGE level, const char* format, ...) noexcept {
 
 unsigned SvcSetTraceHook(SvcTraceHook hook, void* context) noexcept {
     Hook& registered = TheHook();
-    const std::lock_guard hold(registered.guard);
+    const KSYS::KScopedLock hold(registered.guard);
     registered.function = hook;
     registered.context = context;
     return 0;

@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/PathMap.h>
+#include <sup++/ThreadSafety.h>
 
 #include <algorithm>
 #include <array>
 #include <map>
 #include <mutex>
 
+#include <sys/KAnnotatedMutex.h>
 #include <sys/NeverDestroyed.h>
 #include <sys/processes/OwnProcess.h>
 
@@ -51,10 +53,11 @@ constexpr bool Before(const Name& left, const Name& right) {
 }
 static_assert(std::is_sorted(names.begin(), names.end(), Before));
 
+using Entries = std::map<unsigned, KString>;
+
 struct Table {
-    std::mutex guard;
-    std::map<unsigned, KString> entries{
-        {2, KSYS::ProgramDirectory()}, {19, "/var/log/"}}; // guarded by guard
+    KSYS::KAnnotatedMutex<std::mutex> guard;
+    Entries entries SUP_GUARDED_BY(guard) = {{2, KSYS::ProgramDirectory()}, {19, "/var/log/"}};
 };
 
 Table& TheTable() {
@@ -66,14 +69,14 @@ Table& TheTable() {
 
 KString Get(unsigned id) {
     Table& table = TheTable();
-    const std::lock_guard hold(table.guard);
+    const KSYS::KScopedLock hold(table.guard);
     const auto entry = table.entries.find(id);
     return entry != table.entries.end() ? entry->second : KString();
 }
 
 void Set(unsigned id, const KString& path) {
     Table& table = TheTable();
-    const std::lock_guard hold(table.guard);
+    const KSYS::KScopedLock hold(table.guard);
     table.entries[id] = path;
 }
 
@@ -83,7 +86,7 @@ bool AppendByMacro(std::string_view name, std::string& target) {
         return false;
     }
     Table& table = TheTable();
-    const std::lock_guard hold(table.guard);
+    const KSYS::KScopedLock hold(table.guard);
     const auto entry = table.entries.find(known->id);
     if (entry == table.entries.end()) {
         return false;

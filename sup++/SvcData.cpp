@@ -6,6 +6,7 @@
 #include <sup++/KProfile.h>
 #include <sup++/KUtil.h>
 #include <sup++/SvcData.h>
+#include <sup++/ThreadSafety.h>
 
 #include <algorithm>
 #include <array>
@@ -19,6 +20,7 @@
 #include <string>
 #include <utility>
 
+#include <sys/KAnnotatedMutex.h>
 #include <sys/NeverDestroyed.h>
 #include <sys/processes/OwnProcess.h>
 
@@ -97,8 +99,8 @@ Records& TheRecords() {
 }
 
 struct CustomKeys {
-    std::mutex guard;
-    std::map<std::string, std::string, std::less<>> values; // guarded by guard
+    KSYS::KAnnotatedMutex<std::mutex> guard;
+    std::map<std::string, std::string, std::less<>> values SUP_GUARDED_BY(guard);
 };
 
 CustomKeys& TheCustomKeys() {
@@ -173,7 +175,7 @@ bool AppendByMacro(std::string_view name, std::string& target) {
         }
     }
     CustomKeys& keys = TheCustomKeys();
-    const std::lock_guard hold(keys.guard);
+    const KSYS::KScopedLock hold(keys.guard);
     const auto key = keys.values.find(name);
     if (key != keys.values.end()) {
         target += key->second;
@@ -225,7 +227,7 @@ unsigned SvcSetCustomKey(
     }
     try {
         CustomKeys& keys = TheCustomKeys();
-        const std::lock_guard hold(keys.guard);
+        const KSYS::KScopedLock hold(keys.guard);
         keys.values[name] = value != nullptr ? value : "";
         return 0;
     } catch (const std::bad_alloc&) {
@@ -240,7 +242,7 @@ unsigned SvcGetCustomKey(
         return invalidArgument;
     }
     CustomKeys& keys = TheCustomKeys();
-    const std::lock_guard hold(keys.guard);
+    const KSYS::KScopedLock hold(keys.guard);
     const auto key = keys.values.find(std::string_view(name));
     if (key == keys.values.end()) {
         return KSUP::ErrorCode::notFound;

@@ -1,21 +1,24 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/DispatchEvent.h>
-#include <sys/NeverDestroyed.h>
 #include <sup++/SvcDispatch.h>
+#include <sup++/ThreadSafety.h>
 
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
 
+#include <sys/KAnnotatedMutex.h>
+#include <sys/NeverDestroyed.h>
+
 namespace {
 
 constexpr std::chrono::milliseconds longestWait(10); // the pace of a loop in which nothing happens
 
 struct Event {
-    std::mutex guard;
+    KSYS::KAnnotatedMutex<std::mutex> guard;
     std::condition_variable changed;
-    std::uint64_t count = 0; // guarded by guard
+    std::uint64_t count SUP_GUARDED_BY(guard) = 0;
 };
 
 Event& TheEvent() {
@@ -31,7 +34,7 @@ thread_local std::uint64_t seen = 0; // one of each thread
 void KSUP::DispatchEvent::Signal() noexcept {
     Event& event = TheEvent();
     {
-        const std::lock_guard hold(event.guard);
+        const KSYS::KScopedLock hold(event.guard);
         ++event.count;
     }
     event.changed.notify_all();
@@ -39,8 +42,10 @@ void KSUP::DispatchEvent::Signal() noexcept {
 
 unsigned SvcPollingDispatch() noexcept {
     Event& event = TheEvent();
-    std::unique_lock hold(event.guard);
-    event.changed.wait_for(hold, longestWait, [&] { return event.count != seen; });
+    KSYS::KScopedLock hold(event.guard);
+    event.changed.wait_for(hold.GetStandard(), longestWait, [&]() SUP_REQUIRES(event.guard) {
+        return event.count != seen;
+    });
     seen = event.count;
     return 0;
 }

@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
 #include <sup++/SvcLock.h>
+#include <sup++/ThreadSafety.h>
 
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <mutex>
 #include <new>
+
+#include <sys/KAnnotatedMutex.h>
 
 namespace {
 
@@ -44,9 +47,9 @@ struct SvcResourceLock {
     std::atomic<unsigned> state{Free};
     std::atomic<const void*> owner{nullptr};
     unsigned count = 0; // the owner's
-    std::mutex guard;
-    Waiter* first = nullptr; // guarded by guard
-    Waiter* last = nullptr;  // guarded by guard
+    KSYS::KAnnotatedMutex<std::mutex> guard;
+    Waiter* first SUP_GUARDED_BY(guard) = nullptr;
+    Waiter* last SUP_GUARDED_BY(guard) = nullptr;
 };
 
 void SvcResourceLock::Take() noexcept {
@@ -55,7 +58,7 @@ void SvcResourceLock::Take() noexcept {
         owner.store(Self(), std::memory_order_relaxed);
         return;
     }
-    std::unique_lock hold(guard);
+    KSYS::KScopedLock hold(guard);
     // Under the guard the state only leaves HeldWithWaiters through Give, which needs the guard
     // too.
     while (true) {
@@ -73,7 +76,7 @@ void SvcResourceLock::Take() noexcept {
     waiter.thread = Self();
     (last != nullptr ? last->next : first) = &waiter;
     last = &waiter;
-    waiter.wake.wait(hold, [&] { return waiter.granted; });
+    waiter.wake.wait(hold.GetStandard(), [&] { return waiter.granted; });
 }
 
 void SvcResourceLock::Give() noexcept {
@@ -82,7 +85,7 @@ void SvcResourceLock::Give() noexcept {
     if (state.compare_exchange_strong(expected, Free, std::memory_order_release)) {
         return;
     }
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     Waiter* next = first;
     first = next->next;
     if (first == nullptr) {

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorCode.h>
-#include <sys/NeverDestroyed.h>
 #include <sup++/SvcMessage.h>
-#include <sys/files/KCatalogueFile.h>
+#include <sup++/ThreadSafety.h>
 
 #include <cerrno>
 #include <map>
@@ -11,6 +10,10 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include <sys/KAnnotatedMutex.h>
+#include <sys/NeverDestroyed.h>
+#include <sys/files/KCatalogueFile.h>
 
 namespace {
 
@@ -27,8 +30,8 @@ struct Catalogue {
 };
 
 struct Catalogues {
-    std::mutex guard;
-    std::map<unsigned, Catalogue> byNumber; // guarded by guard
+    KSYS::KAnnotatedMutex<std::mutex> guard;
+    std::map<unsigned, Catalogue> byNumber SUP_GUARDED_BY(guard);
 };
 
 Catalogues& TheCatalogues() {
@@ -76,7 +79,7 @@ const char* BuiltInText(const SvcBuiltInMessage* messages, unsigned id) noexcept
 unsigned SvcSetBuiltInMessages(unsigned catalogue, const SvcBuiltInMessage* messages) noexcept {
     try {
         Catalogues& all = TheCatalogues();
-        const std::lock_guard hold(all.guard);
+        const KSYS::KScopedLock hold(all.guard);
         all.byNumber[catalogue].builtIn = messages;
         return 0;
     } catch (const std::bad_alloc&) {
@@ -90,7 +93,7 @@ unsigned SvcLoadMessage(unsigned catalogue, const char* baseName) noexcept {
     }
     try {
         Catalogues& all = TheCatalogues();
-        const std::lock_guard hold(all.guard);
+        const KSYS::KScopedLock hold(all.guard);
         Catalogue& loaded = all.byNumber[catalogue];
         if (loaded.loads == 0) {
             // The built-in texts lie in the library that they belong to, and its files beside it.
@@ -107,7 +110,7 @@ unsigned SvcLoadMessage(unsigned catalogue, const char* baseName) noexcept {
 
 unsigned SvcUnloadMessage(unsigned catalogue) noexcept {
     Catalogues& all = TheCatalogues();
-    const std::lock_guard hold(all.guard);
+    const KSYS::KScopedLock hold(all.guard);
     const auto found = all.byNumber.find(catalogue);
     if (found != all.byNumber.end() && found->second.loads > 0) {
         --found->second.loads;
@@ -118,7 +121,7 @@ unsigned SvcUnloadMessage(unsigned catalogue) noexcept {
 const char* SvcGetMessagePtr(unsigned id) noexcept {
     const unsigned catalogue = id >> numberBits;
     Catalogues& all = TheCatalogues();
-    const std::lock_guard hold(all.guard);
+    const KSYS::KScopedLock hold(all.guard);
     const auto found = all.byNumber.find(catalogue);
     if (found == all.byNumber.end() || found->second.loads == 0) {
         return "";

@@ -2,6 +2,7 @@
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/SvcService.h>
+#include <sup++/ThreadSafety.h>
 
 #include <algorithm>
 #include <atomic>
@@ -14,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include <sys/KAnnotatedMutex.h>
 #include <sys/NeverDestroyed.h>
 #include <sys/services/KServiceControl.h>
 #include <sys/services/KServiceError.h>
@@ -49,7 +51,7 @@ class LeftServices {
     };
 
     void Put(const std::string& name, unsigned state) {
-        const std::lock_guard hold(guard);
+        const KSYS::KScopedLock hold(guard);
         const auto found = Find(name);
         if (found != all.end()) {
             found->state = state;
@@ -58,14 +60,14 @@ class LeftServices {
         }
     }
     void Remove(const std::string& name) {
-        const std::lock_guard hold(guard);
+        const KSYS::KScopedLock hold(guard);
         const auto found = Find(name);
         if (found != all.end()) {
             all.erase(found);
         }
     }
     bool Get(unsigned number, Left& left) {
-        const std::lock_guard hold(guard);
+        const KSYS::KScopedLock hold(guard);
         if (number >= all.size()) {
             return false;
         }
@@ -74,14 +76,14 @@ class LeftServices {
     }
 
   private:
-    std::vector<Left>::iterator Find(const std::string& name) {
+    std::vector<Left>::iterator Find(const std::string& name) SUP_REQUIRES(guard) {
         return std::find_if(all.begin(), all.end(), [&](const Left& each) {
             return each.name == name;
         });
     }
 
-    std::mutex guard;
-    std::vector<Left> all; // guarded by guard
+    KSYS::KAnnotatedMutex<std::mutex> guard;
+    std::vector<Left> all SUP_GUARDED_BY(guard);
 };
 
 LeftServices& TheLeftServices() {

@@ -22,7 +22,7 @@ KRunWatch::KRunWatch(
       rules(std::move(countedRules)) {}
 
 void KRunWatch::Take(const KINS::KRunEvent& event) {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     if (event.operation == KSUP::KOperation::Write && !event.path.IsEmpty() &&
         (writingRule != event.rule || written != event.path.c_str())) {
         writingRule = event.rule;
@@ -60,7 +60,7 @@ std::optional<KSUP::KError> KRunWatch::Wait() {
 void KRunWatch::TellQueued() {
     std::vector<Event> events;
     {
-        const std::lock_guard hold(guard);
+        const KSYS::KScopedLock hold(guard);
         events.swap(queue);
     }
     for (const Event& event : events) {
@@ -111,7 +111,7 @@ const KWatchedRule* KRunWatch::GetRule(unsigned done) const noexcept {
 }
 
 std::string KRunWatch::GetCopied(unsigned rule) const {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     return writingRule == rule ? written : std::string();
 }
 

@@ -4,12 +4,15 @@
 #include <ins/KInstaller.h>
 #include <setup/run/KRunContext.h>
 #include <sup++/KError.h>
+#include <sup++/ThreadSafety.h>
 
 #include <cstddef>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include <sys/KAnnotatedMutex.h>
 
 namespace KSETUP {
 
@@ -66,11 +69,11 @@ class KRunWatch {
     std::string status; // as the engine has it, with its percentage
     double part = 0;    // of the rule at work that is done, from 0 to 1
 
-    mutable std::mutex guard;
-    // Guarded by guard: what the worker thread told.
-    std::vector<Event> queue;
-    std::optional<unsigned> writingRule;
-    std::string written; // its target
+    // What the worker thread told.
+    mutable KSYS::KAnnotatedMutex<std::mutex> guard;
+    std::vector<Event> queue SUP_GUARDED_BY(guard);
+    std::optional<unsigned> writingRule SUP_GUARDED_BY(guard);
+    std::string written SUP_GUARDED_BY(guard); // its target
 };
 
 } // namespace KSETUP

@@ -94,7 +94,7 @@ void KWriteJournal::Load(const std::string& text) {
 
 void KWriteJournal::Listen(void* journal, unsigned what, const char* path) noexcept {
     auto& self = *static_cast<KWriteJournal*>(journal);
-    const std::lock_guard hold(self.guard);
+    const KSYS::KScopedLock hold(self.guard);
     try {
         switch (what) {
         case SvcWroteFile: // by the thousand, and made anew by a run that goes on
@@ -129,7 +129,7 @@ void KWriteJournal::Note(bool isMade, bool isSoon, const std::string& path) {
 }
 
 void KWriteJournal::Save() noexcept {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     SaveHeld();
 }
 
@@ -146,18 +146,18 @@ void KWriteJournal::SaveHeld() noexcept {
 }
 
 std::vector<std::string> KWriteJournal::GetMade() const {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     return {made.begin(), made.end()};
 }
 
 int KWriteJournal::GetErrorNumber() const noexcept {
-    const std::lock_guard hold(guard);
+    const KSYS::KScopedLock hold(guard);
     return errorNumber;
 }
 
 void KWriteJournal::End() {
     {
-        const std::lock_guard hold(guard);
+        const KSYS::KScopedLock hold(guard);
         file.Reset();
         pending.clear();
     }

@@ -3,12 +3,14 @@
 
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/StateDirectory.h>
+#include <sup++/ThreadSafety.h>
 
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
+#include <sys/KAnnotatedMutex.h>
 #include <sys/files/KDescriptor.h>
 
 namespace KSETUP {
@@ -69,18 +71,17 @@ class KWriteJournal {
 
   private:
     static void Listen(void* journal, unsigned what, const char* path) noexcept;
-    void Note(bool isMade, bool isSoon, const std::string& path);
-    void Load(const std::string& text);
-    void SaveHeld() noexcept;
+    void Note(bool isMade, bool isSoon, const std::string& path) SUP_REQUIRES(guard);
+    void Load(const std::string& text) SUP_REQUIRES(guard);
+    void SaveHeld() noexcept SUP_REQUIRES(guard);
 
     KPrivateDirectory directory;
-    KSYS::KDescriptor file;
 
-    mutable std::mutex guard;
-    // Guarded by guard:
-    std::set<std::string> made;
-    std::string pending; // entries that are not in the file yet
-    int errorNumber = 0;
+    mutable KSYS::KAnnotatedMutex<std::mutex> guard;
+    KSYS::KDescriptor file SUP_GUARDED_BY(guard);
+    std::set<std::string> made SUP_GUARDED_BY(guard);
+    std::string pending SUP_GUARDED_BY(guard); // entries that are not in the file yet
+    int errorNumber SUP_GUARDED_BY(guard) = 0;
 };
 
 } // namespace KSETUP

@@ -3,7 +3,9 @@
 #include <condition_variable>
 #include <mutex>
 
+#include <sys/KAnnotatedMutex.h>
 #include <sys/NeverDestroyed.h>
+#include <sys/ThreadSafety.h>
 #include <sys/files/WriteReport.h>
 
 namespace KSYS {
@@ -11,11 +13,11 @@ namespace KSYS {
 namespace {
 
 struct Reporting {
-    std::mutex guard;
+    KAnnotatedMutex<std::mutex> guard;
     std::condition_variable callEnded;
-    WriteListener listener = nullptr; // guarded by guard
-    void* context = nullptr;          // guarded by guard
-    unsigned runningCalls = 0;        // guarded by guard
+    WriteListener listener SYS_GUARDED_BY(guard) = nullptr;
+    void* context SYS_GUARDED_BY(guard) = nullptr;
+    unsigned runningCalls SYS_GUARDED_BY(guard) = 0;
 };
 
 Reporting& TheReporting() noexcept {
@@ -32,12 +34,14 @@ thread_local unsigned ownCalls = 0; // NOLINT: how deep this thread is in listen
 
 void SetWriteListener(WriteListener listener, void* context) noexcept {
     Reporting& reporting = TheReporting();
-    std::unique_lock hold(reporting.guard);
+    KScopedLock hold(reporting.guard);
     reporting.listener = listener;
     reporting.context = context;
     isReporting.store(listener != nullptr, std::memory_order_relaxed);
     if (ownCalls == 0) { // a listener that waited for its own end would wait for ever
-        reporting.callEnded.wait(hold, [&] { return reporting.runningCalls == 0; });
+        reporting.callEnded.wait(hold.GetStandard(), [&]() SYS_REQUIRES(reporting.guard) {
+            return reporting.runningCalls == 0;
+        });
     }
 }
 
@@ -50,18 +54,18 @@ void ReportWrite(Written what, const char* path) noexcept {
         return;
     }
     Reporting& reporting = TheReporting();
-    std::unique_lock hold(reporting.guard);
+    KScopedLock hold(reporting.guard);
     const WriteListener listener = reporting.listener;
     void* const context = reporting.context;
     if (listener == nullptr) {
         return;
     }
     ++reporting.runningCalls;
-    hold.unlock();
+    hold.Unlock();
     ++ownCalls;
     listener(context, static_cast<unsigned>(what), path);
     --ownCalls;
-    hold.lock();
+    hold.Lock();
     if (--reporting.runningCalls == 0) {
         reporting.callEnded.notify_all();
     }

@@ -10,8 +10,10 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/KAnnotatedMutex.h>
 #include <sys/NeverDestroyed.h>
 #include <sys/Retry.h>
+#include <sys/ThreadSafety.h>
 #include <sys/files/KDescriptor.h>
 #include <sys/files/WriteTracking.h>
 #include <sys/stat.h>
@@ -26,11 +28,11 @@ struct FileSystem {
 };
 
 struct Tracking {
-    std::mutex guard;
+    KAnnotatedMutex<std::mutex> guard;
     std::atomic<unsigned> session{0}; // 0 is off; another number for each tracking
-    unsigned sessions = 0;            // guarded by guard
-    std::vector<FileSystem> written;  // guarded by guard
-    unsigned firstError = 0;          // guarded by guard
+    unsigned sessions SYS_GUARDED_BY(guard) = 0;
+    std::vector<FileSystem> written SYS_GUARDED_BY(guard);
+    unsigned firstError SYS_GUARDED_BY(guard) = 0;
 };
 
 Tracking& TheTracking() noexcept {
@@ -51,7 +53,7 @@ std::string_view DirectoryOf(const char* path) noexcept {
                             : std::string_view(path, static_cast<std::size_t>(slash - path) + 1);
 }
 
-void Note(Tracking& tracking, const std::string& directory) {
+void Note(Tracking& tracking, const std::string& directory) SYS_REQUIRES(tracking.guard) {
     KDescriptor open(Retry([&] {
         return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     }));
@@ -76,7 +78,7 @@ void Note(Tracking& tracking, const std::string& directory) {
 
 unsigned BeginWriteTracking() noexcept {
     Tracking& tracking = TheTracking();
-    const std::lock_guard hold(tracking.guard);
+    const KScopedLock hold(tracking.guard);
     if (tracking.session.load(std::memory_order_relaxed) != 0) {
         return EBUSY;
     }
@@ -87,7 +89,7 @@ unsigned BeginWriteTracking() noexcept {
 
 unsigned FlushWrites() noexcept {
     Tracking& tracking = TheTracking();
-    const std::lock_guard hold(tracking.guard);
+    const KScopedLock hold(tracking.guard);
     unsigned result = std::exchange(tracking.firstError, 0);
     for (const FileSystem& one : tracking.written) {
         if (Retry([&] { return ::syncfs(one.directory.Get()); }) != 0 && result == 0) {
@@ -99,7 +101,7 @@ unsigned FlushWrites() noexcept {
 
 void EndWriteTracking() noexcept {
     Tracking& tracking = TheTracking();
-    const std::lock_guard hold(tracking.guard);
+    const KScopedLock hold(tracking.guard);
     tracking.session.store(0, std::memory_order_release);
     tracking.written.clear();
     tracking.firstError = 0;
@@ -115,7 +117,7 @@ void NoteWrite(const char* path) noexcept {
     if (lastNoted.session == session && lastNoted.directory == directory) {
         return;
     }
-    const std::lock_guard hold(tracking.guard);
+    const KScopedLock hold(tracking.guard);
     try {
         lastNoted.directory.assign(directory);
         lastNoted.session = session;
