@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <map>
 
 namespace KSETUP {
 
@@ -116,6 +117,8 @@ struct KScript::Unfolding {
     Unfolded result;
     std::vector<std::string> open; // sections that are being loaded, the outermost first
     std::vector<unsigned> includedBy;
+    /// The rules of a section, read once, however often it is included.
+    std::map<std::string, std::vector<KScriptRule>> rules = {};
 };
 
 KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpander& expand) const {
@@ -138,24 +141,29 @@ void KScript::Load(const std::string& section, Unfolding& state) const {
 }
 
 void KScript::LoadOne(const std::string& section, Unfolding& state) const {
-    for (const KScriptLine& line : GetLines(section)) {
-        if (line.type == KINS::Names::defaultPathKey) {
-            continue;
+    const auto [read, isNew] = state.rules.try_emplace(section);
+    if (isNew) {
+        for (const KScriptLine& line : GetLines(section)) {
+            if (line.type != KINS::Names::defaultPathKey) {
+                read->second.push_back(RuleOf(line, state.expand));
+            }
         }
-        KScriptRule rule = RuleOf(line, state.expand);
+    }
+    for (KScriptRule rule : read->second) {
+        const unsigned number = rule.line.number;
         rule.includedBy = state.includedBy;
-        if (line.type == "section") {
+        if (rule.line.type == "section") {
             const std::string& name = rule.fields.front();
             const auto begin =
                 std::find_if(state.open.begin(), state.open.end(), [&](const std::string& one) {
                     return Trimmed(one) == Trimmed(name);
                 });
             if (begin != state.open.end()) {
-                KScriptCycle cycle{line, {begin, state.open.end()}};
+                KScriptCycle cycle{rule.line, {begin, state.open.end()}};
                 cycle.names.push_back(name);
                 state.result.cycles.push_back(std::move(cycle));
             } else {
-                state.includedBy.push_back(line.number);
+                state.includedBy.push_back(number);
                 Load(name, state);
                 state.includedBy.pop_back();
             }
@@ -164,7 +172,7 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
         if (state.result.rules.size() > mostRules) {
             throw KSetupFailure(
                 ExitCode::malformedScript,
-                path + ":" + std::to_string(line.number) +
+                path + ":" + std::to_string(number) +
                     ": the script becomes more than a million rules; does it include its sections "
                     "over and over?"
             );
