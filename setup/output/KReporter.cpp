@@ -140,7 +140,6 @@ void KReporter::PrintDone(const KRunReport& report) const {
     } else if (report.command == "remove" && report.rulesAll == 0) {
         std::cout << Printable(report.product)
                   << " is not installed: there is nothing to remove.\n";
-        return;
     } else if (report.command == "remove") {
         std::cout << Printable(report.product) << " is removed from "
                   << Printable(report.productPath) << ".\n";

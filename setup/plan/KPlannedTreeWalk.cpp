@@ -7,43 +7,20 @@
 #include <climits>
 #include <string_view>
 
+#include <sys/files/KPendingPath.h>
+
 namespace KSETUP {
 
 namespace {
 
 constexpr int mostLinks = 40; // as the kernel's own limit
 
-/// The components still to walk, the next one last.
-class Pending {
-  public:
-    void PushFront(std::string_view path) {
-        while (!path.empty()) {
-            const std::size_t slash = path.rfind('/');
-            const std::string_view part =
-                slash == std::string_view::npos ? path : path.substr(slash + 1);
-            if (!part.empty() && part != ".") {
-                parts.emplace_back(part);
-            }
-            path = slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
-        }
-    }
-    bool IsEmpty() const noexcept { return parts.empty(); }
-    std::string Pop() {
-        std::string part = std::move(parts.back());
-        parts.pop_back();
-        return part;
-    }
-
-  private:
-    std::vector<std::string> parts;
-};
-
 std::string Child(const std::string& directory, const std::string& name) {
     return directory == "/" ? "/" + name : directory + "/" + name;
 }
 
 /// By its letters from where the walk ended.
-KPlannedPlace EndedAt(std::string at, Pending& pending, KPathProblem problem) {
+KPlannedPlace EndedAt(std::string at, KSYS::KPendingPath& pending, KPathProblem problem) {
     while (!pending.IsEmpty()) {
         at = Child(at, pending.Pop());
     }
@@ -57,7 +34,7 @@ bool KPlannedTree::Follows(const std::string& directory, Links links) const {
 }
 
 KPlannedPlace KPlannedTree::Walk(const std::string& path, Last lastLink, Links links) const {
-    Pending pending;
+    KSYS::KPendingPath pending;
     pending.PushFront(path);
     int linksLeft = mostLinks;
     std::string at = "/";

@@ -14,6 +14,7 @@
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <utility>
@@ -24,6 +25,14 @@ namespace KSETUP {
 namespace {
 
 using KINS::KRunEvent;
+
+/// Commands and services may write into what is there, besides what the plan knows of.
+bool StartsPrograms(const KPlan& plan) {
+    const auto& rules = plan.GetRules();
+    return std::any_of(rules.begin(), rules.end(), [](const KPlannedRule& rule) {
+        return rule.rule.line.type == "process" || rule.rule.line.type == "service";
+    });
+}
 
 /// The rules that count, as the engine will count them.
 std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
@@ -64,8 +73,6 @@ KRun::KRun(KCheckedRun&& checkedRun)
     installer.SetRunListener([this](const KRunEvent& event) {
         if (event.kind == KRunEvent::Kind::RuleStarted) {
             state->SetRule(event.rule + 1);
-        } else if (event.kind == KRunEvent::Kind::RuleDone) {
-            journal->Save();
         }
         watch->Take(event);
     });
@@ -95,19 +102,21 @@ void KRun::CloseJournal() {
     }
 }
 
-/// Everything that the run may change, so that "restore" can put it back. What an interrupted run
-/// kept is older than what stands there now, and stays.
+/// Everything that the run may change, so that "restore" can put it back. A run that goes on after
+/// one with a backup adds to that, also without being told to: else it would put back a part only.
 void KRun::BackUp() {
     KLockedProduct& product = GetPlanned().GetProduct();
-    const auto& interrupted = product.GetInterrupted();
-    hasBackup = interrupted && interrupted->hasBackup;
-    if (!context.arguments.backup || hasBackup) {
+    const KPlan& plan = GetPlanned().GetPlan();
+    KBackupWay way;
+    way.addsToFormer = product.GetInterrupted() && product.GetInterrupted()->hasBackup;
+    way.filesMayBeWrittenTo = StartsPrograms(plan);
+    if (!context.arguments.backup && !way.addsToFormer) {
         return;
     }
-    std::vector<std::string> paths = ChangedPaths(GetPlanned().GetPlan());
+    std::vector<std::string> paths = ChangedPaths(plan);
     paths.push_back(product.GetMacros().Expand(KINS::Names::recordFile));
     paths.push_back(std::filesystem::path(stateBaseDirectory) / product.GetService() / "manifest");
-    KBackup(product.GetService()).Save(paths, context.ShallStop());
+    KBackup(product.GetService()).Save(paths, context.ShallStop(), way);
     hasBackup = true;
     context.reporter.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
 }

@@ -14,6 +14,8 @@
 #include <cerrno>
 #include <csignal>
 #include <exception>
+#include <set>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -142,12 +144,20 @@ void KRun::SettleRemoval() {
     Forget();
 }
 
-/// What an earlier run installed and this one left; without a manifest that can be read the product
-/// path, if it is there.
+/// What an earlier run installed, or began to, and this one left; where that is not known the
+/// product path, if it is there.
 std::vector<std::string> KRun::FindLeft() const {
+    std::set<std::string> left;
+    for (const std::string& path : journal->GetMade()) { // by an install that did not end
+        if (LookAtEntry(path)) {
+            left.insert(path);
+        }
+    }
     try {
         if (const auto installed = GetPlanned().GetProduct().LoadManifest()) {
-            return installed->FindRemaining();
+            const std::vector<std::string> remaining = installed->FindRemaining();
+            left.insert(remaining.begin(), remaining.end());
+            return {left.begin(), left.end()};
         }
     } catch (const KSetupFailure&) { // its advice is for those who keep the product
         report.notes.push_back(
@@ -155,9 +165,10 @@ std::vector<std::string> KRun::FindLeft() const {
             "/manifest could not be understood, so what was left is not known file by file."
         );
     }
-    return KSUP::KFileBase::DoesFileExist(report.productPath)
-               ? std::vector<std::string>{report.productPath}
-               : std::vector<std::string>();
+    if (left.empty() && KSUP::KFileBase::DoesFileExist(report.productPath)) {
+        left.insert(report.productPath);
+    }
+    return {left.begin(), left.end()};
 }
 
 /// The product is gone, and what was remembered of it goes too, save a backup.
@@ -226,6 +237,14 @@ std::string KRun::DescribeWhatStays() const {
 void KRun::FillNotes() {
     if (std::string left = DescribeLeftServices(); !left.empty()) {
         report.notes.push_back(std::move(left));
+    }
+    if (const int failed = journal->GetErrorNumber(); failed != 0 && report.exitCode != 0) {
+        report.notes.push_back(
+            "What the run made could not all be written down (" +
+            std::generic_category().message(failed) +
+            "), so a removal may leave some of it. Run it again with room in " +
+            stateBaseDirectory + "."
+        );
     }
     report.commandOutput = commandOutput.FindWritten();
 }

@@ -47,9 +47,7 @@ KWriteJournal::KWriteJournal(
     }
     std::string text;
     for (const std::string& path : expected) {
-        if (!IsThere(NormalPath(path))) {
-            text += Entry(expectedMark, NormalPath(path));
-        }
+        text += Entry(expectedMark, NormalPath(path));
     }
     for (const std::string& path : made) {
         text += Entry(madeMark, path);
@@ -61,7 +59,8 @@ KWriteJournal::KWriteJournal(
 
 KWriteJournal::~KWriteJournal() {
     static_cast<void>(SvcSetWriteListener(nullptr, nullptr)); // cannot fail
-    Save(); // of a run that did not come to its end
+    const KSYS::KScopedLock hold(guard);
+    SaveHeld(); // of a run that did not come to its end
 }
 
 /// The last entry may be cut off: a machine that went down had not flushed it.
@@ -97,7 +96,7 @@ void KWriteJournal::Listen(void* journal, unsigned what, const char* path) noexc
     const KSYS::KScopedLock hold(self.guard);
     try {
         switch (what) {
-        case SvcWroteFile: // by the thousand, and made anew by a run that goes on
+        case SvcWroteFile: // by the thousand, and those that are new are expected
             self.Note(true, false, path);
             break;
         case SvcMadeDirectory:
@@ -126,11 +125,6 @@ void KWriteJournal::Note(bool isMade, bool isSoon, const std::string& path) {
     if (isSoon || pending.size() >= mostPending) {
         SaveHeld();
     }
-}
-
-void KWriteJournal::Save() noexcept {
-    const KSYS::KScopedLock hold(guard);
-    SaveHeld();
 }
 
 /// Nothing follows what could not be written whole: it would be read as part of it.

@@ -36,8 +36,7 @@ class KWriteJournal {
         GoOn, ///< after a run that was interrupted: what it had made counts too
     };
 
-    /// Listens from here on. `expected` are paths that the run may make; those at which something
-    /// stands do not count.
+    /// Listens from here on. `expected` are paths that the run may make, at which nothing stands.
     ///
     /// Throws   KSetupFailure when the file cannot be written
     KWriteJournal(
@@ -49,10 +48,6 @@ class KWriteJournal {
     ~KWriteJournal();
     KWriteJournal(const KWriteJournal&) = delete;
     KWriteJournal& operator=(const KWriteJournal&) = delete;
-
-    /// Brings what is known so far into the file: at the end of each rule. Cheap when there is nothing
-    /// new.
-    void Save() noexcept;
 
     /// The paths that were made and not deleted again, sorted.
     std::vector<std::string> GetMade() const;

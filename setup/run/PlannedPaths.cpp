@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/PathText.h>
 #include <setup/run/PlannedPaths.h>
+#include <setup/state/KManifest.h>
 
 #include <filesystem>
 #include <set>
@@ -14,7 +15,7 @@ namespace {
 
 using Kind = KPlannedAction::Kind;
 
-constexpr const char* units = "/etc/systemd/system/";
+constexpr const char* unitDirectory = "/etc/systemd/system/";
 
 bool MakesEntry(Kind kind) {
     return kind == Kind::CreateDirectory || kind == Kind::CopyFile || kind == Kind::MakeLink ||
@@ -23,8 +24,8 @@ bool MakesEntry(Kind kind) {
 
 /// The unit file of a service, and the link that enables it.
 void AddUnitPaths(const std::string& service, std::vector<std::string>& paths) {
-    paths.push_back(units + service + ".service");
-    paths.push_back(std::string(units) + "multi-user.target.wants/" + service + ".service");
+    paths.push_back(unitDirectory + service + ".service");
+    paths.push_back(std::string(unitDirectory) + "multi-user.target.wants/" + service + ".service");
 }
 
 /// Whether a directory, in its normal form, is nobody else's.
@@ -57,15 +58,18 @@ bool AreReachedByLinks(
 
 std::vector<std::string> ExpectedPaths(const KPlan& plan) {
     std::vector<std::string> paths;
+    std::vector<std::string> units; // of which the plan does not know whether they are there
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == Kind::InstallService) {
-                AddUnitPaths(action.path, paths);
+                AddUnitPaths(action.path, units);
             } else if (MakesEntry(action.kind) && !action.lacks && !action.replaces) {
                 paths.push_back(action.path);
             }
         }
     }
+    std::erase_if(units, [](const std::string& path) { return LookAtEntry(path).has_value(); });
+    paths.insert(paths.end(), units.begin(), units.end());
     return paths;
 }
 

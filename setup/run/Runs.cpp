@@ -3,6 +3,7 @@
 #include <setup/run/KRun.h>
 #include <setup/run/Runs.h>
 #include <setup/state/KBackup.h>
+#include <setup/state/StateDirectory.h>
 
 #include <optional>
 #include <string>
@@ -21,6 +22,14 @@ void Remove(const KRunContext& context) {
     if (std::optional<KPlannedRun> planned = KPlannedRun::OfRemoval(product)) {
         KRun run(KCheckedRun(std::move(*planned)));
         run.Finish();
+    } else if (product.GetInterrupted()) { // one that nobody can go on with: its file is damaged
+        KWriteJournal::Discard(product.GetService());
+        KRunState(product.GetService()).End();
+        RemoveEmptyStateDirectory(product.GetService());
+        context.report.notes.emplace_back(
+            "What was remembered of the interrupted run is deleted, so that it is not told again. "
+            "Look for what it left where the product was to be installed."
+        );
     }
 }
 

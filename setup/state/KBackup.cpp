@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 #include <sys/files/FileContent.h>
@@ -47,7 +48,7 @@ bool HardLink(const KSYS::Place& place, const struct stat& opened, const KSYS::E
 }
 
 /// Returns  0 or errno
-unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored) {
+unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored, const KBackupWay& way) {
     KSYS::KDescriptor source;
     KSYS::KDescriptor target;
     struct stat status {};
@@ -59,7 +60,7 @@ unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored) {
         return failed;
     }
     if (KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::ReflinkOnly) != 0) {
-        if (status.st_size > smallBytes) {
+        if (status.st_size > smallBytes && !way.filesMayBeWrittenTo) {
             failed = KSYS::UnlinkEntry(stored);
             if (failed == 0 && HardLink(place, status, stored)) {
                 return 0; // and so are its attributes
@@ -101,7 +102,15 @@ std::optional<KBackupEntry> Look(const std::string& path, KSYS::Place& place, mo
 /// affair.
 enum class Of { Path, Parent };
 
-void Note(const KPrivateDirectory& store, const std::string& path, Of of, KBackupIndex& index) {
+/// A backup that is being made.
+struct Making {
+    const KPrivateDirectory& store;
+    const KBackupWay& way;
+    KBackupIndex index;
+};
+
+void Note(const std::string& path, Of of, Making& making) {
+    KBackupIndex& index = making.index;
     if (index.contains(path)) {
         return;
     }
@@ -116,7 +125,7 @@ void Note(const KPrivateDirectory& store, const std::string& path, Of of, KBacku
     } else if (type == S_IFREG && of == Of::Path) {
         entry->kind = Kind::File;
         entry->stored = std::to_string(index.size());
-        failed = KeepFile(place, {store.Get(), entry->stored.c_str()});
+        failed = KeepFile(place, {making.store.Get(), entry->stored.c_str()}, making.way);
     } else if (type == S_IFLNK && of == Of::Path) {
         entry->kind = Kind::Link;
         failed = KSYS::ReadLink(place, entry->target);
@@ -135,12 +144,16 @@ KBackup::KBackup(std::string serviceName, std::string itsBase)
     : name(std::move(serviceName)),
       base(std::move(itsBase)) {}
 
-void KBackup::Save(const std::vector<std::string>& paths, const std::function<bool()>& shallStop) {
+void KBackup::Save(
+    const std::vector<std::string>& paths,
+    const std::function<bool()>& shallStop,
+    const KBackupWay& way
+) {
     const KPrivateDirectory product(base, name);
     product.DeleteDirectory(newName);
     try {
         const KPrivateDirectory store = product.Below(newName);
-        KBackupIndex index;
+        Making making{store, way, way.addsToFormer ? TakeOver(product, store) : KBackupIndex()};
         for (const std::string& written : paths) {
             const std::string path = NormalPath(written);
             if (shallStop && shallStop()) {
@@ -150,14 +163,14 @@ void KBackup::Save(const std::vector<std::string>& paths, const std::function<bo
             }
             for (std::size_t end = path.find('/', 1); end != std::string::npos;
                  end = path.find('/', end + 1)) {
-                Note(store, path.substr(0, end), Of::Parent, index);
+                Note(path.substr(0, end), Of::Parent, making);
             }
-            Note(store, path, Of::Path, index);
+            Note(path, Of::Path, making);
         }
         if (const unsigned failed = KSYS::FlushFileSystem(store.Get()); failed != 0) {
             throw CannotKeep(store.GetPath(), failed);
         }
-        store.WriteDurably(indexName, ToText(index));
+        store.WriteDurably(indexName, ToText(making.index));
         Replace(product);
     } catch (...) { // also when it was stopped
         try {
@@ -167,6 +180,40 @@ void KBackup::Save(const std::vector<std::string>& paths, const std::function<bo
         }
         throw;
     }
+}
+
+std::optional<KBackupIndex> KBackup::LoadIndex(const std::optional<KPrivateDirectory>& store) {
+    const auto text = store ? store->Read(indexName) : std::nullopt;
+    if (!text) {
+        return std::nullopt;
+    }
+    try {
+        return ToBackupIndex(*text);
+    } catch (const std::invalid_argument& what) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            store->GetPath() + "/" + indexName + " cannot be understood (" + what.what() +
+                "). Nothing was changed. The kept files are beside it, under numbers."
+        );
+    }
+}
+
+/// Gives the kept files second names: until the new backup takes the former one's place, both are
+/// whole.
+KBackupIndex KBackup::TakeOver(const KPrivateDirectory& product, const KPrivateDirectory& store) {
+    const auto former = product.ExistingBelow(directoryName);
+    KBackupIndex index = LoadIndex(former).value_or(KBackupIndex());
+    for (const auto& [path, entry] : index) {
+        if (entry.kind == Kind::File) {
+            const char* stored = entry.stored.c_str();
+            const unsigned failed =
+                KSYS::MakeHardLink({former->Get(), stored}, {store.Get(), stored});
+            if (failed != 0) {
+                throw CannotKeep(path, failed);
+            }
+        }
+    }
+    return index;
 }
 
 void KBackup::Replace(const KPrivateDirectory& product) const {

@@ -6,6 +6,7 @@
 #include <setup/state/StateDirectory.h>
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,13 +23,24 @@ struct KRestored {
     bool stopped = false;
 };
 
+/// How a backup is made.
+struct KBackupWay {
+    /// A run goes on: what the one before kept is older than what stands there now, and stays; what
+    /// was not kept yet is added.
+    bool addsToFormer = false;
+    /// Something may write into files that are there, a command or a service: no file is kept as a
+    /// hard link then, which would follow.
+    bool filesMayBeWrittenTo = false;
+};
+
 /// Keeps what a run is about to overwrite or delete, in BASE/NAME/backup: kept files named by
 /// numbers, and an index that tells what stood at each path, "nothing" included.
 ///
 /// A kept file is a reflink where the file system has them. Else one of more than 64 KiB is a hard
 /// link, where it is on the same file system: the engine never writes into a file that is there, it
-/// makes a new one, so the link keeps the old bytes. Smaller ones are copied: among these are the
-/// configuration and the scripts, which commands and people do write into.
+/// makes a new one, so the link keeps the old bytes. Smaller ones are copied, because people write
+/// into them: among these are the configuration and scripts; and all are where commands or services
+/// may (KBackupWay).
 ///
 /// A new backup takes the former one's place only when all of it is on the disk. It also keeps the
 /// directories above each path, so that they can be made again, or taken away when the run made
@@ -48,7 +60,11 @@ class KBackup {
     ///
     /// Throws   KSetupFailure when something cannot be kept (ExitCode::cannotWrite), KSetupStop when
     ///          `shallStop` says so; the former backup is there still
-    void Save(const std::vector<std::string>& paths, const std::function<bool()>& shallStop = {});
+    void Save(
+        const std::vector<std::string>& paths,
+        const std::function<bool()>& shallStop = {},
+        const KBackupWay& way = KBackupWay()
+    );
 
     /// Puts everything back, each file as a whole, and deletes what was not there. What fails is
     /// noted and the rest goes on; it can be repeated, as the backup stays. What was put back is on
@@ -68,6 +84,8 @@ class KBackup {
     void Discard();
 
   private:
+    static std::optional<KBackupIndex> LoadIndex(const std::optional<KPrivateDirectory>& store);
+    static KBackupIndex TakeOver(const KPrivateDirectory& product, const KPrivateDirectory& store);
     void Replace(const KPrivateDirectory& product) const;
 
     std::string name;

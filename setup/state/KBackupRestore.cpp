@@ -203,21 +203,11 @@ unsigned Restoring::PutBackDirectory(const Place& place, const KBackupEntry& ent
 KRestored KBackup::Restore(const std::function<bool()>& shallStop) const {
     const auto product = KPrivateDirectory::OpenExisting(base, name);
     const auto store = product ? product->ExistingBelow("backup") : std::nullopt;
-    const auto text = store ? store->Read("index") : std::nullopt;
-    if (!text) {
+    const std::optional<KBackupIndex> index = LoadIndex(store);
+    if (!index) {
         throw KSetupFailure(
             ExitCode::noKit,
             "there is no backup for " + name + ". \"ins-setup install --backup\" makes one."
-        );
-    }
-    KBackupIndex index;
-    try {
-        index = ToBackupIndex(*text);
-    } catch (const std::invalid_argument& what) {
-        throw KSetupFailure(
-            ExitCode::malformedScript,
-            store->GetPath() + "/index cannot be understood (" + what.what() +
-                "). Nothing was changed. The kept files are beside it, under numbers."
         );
     }
     Restoring restoring(store->Get());
@@ -225,17 +215,17 @@ KRestored KBackup::Restore(const std::function<bool()>& shallStop) const {
         restoring.result.stopped = restoring.result.stopped || (shallStop && shallStop());
         return restoring.result.stopped;
     };
-    for (const auto& [path, entry] : index) {
+    for (const auto& [path, entry] : *index) {
         if (entry.kind == Kind::Nothing && !stops()) {
             restoring.DeleteNew(path);
         }
     }
-    for (const auto& [path, entry] : index) { // a directory stands before what is in it
+    for (const auto& [path, entry] : *index) { // a directory stands before what is in it
         if (entry.kind != Kind::Nothing && !stops()) {
             restoring.PutBack(path, entry);
         }
     }
-    for (auto one = index.rbegin(); one != index.rend(); ++one) { // the deepest first
+    for (auto one = index->rbegin(); one != index->rend(); ++one) { // the deepest first
         if (one->second.kind == Kind::Nothing && !stops()) {
             restoring.DeleteNewDirectory(one->first);
         }

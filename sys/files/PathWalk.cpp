@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <sys/Retry.h>
+#include <sys/files/KPendingPath.h>
 #include <sys/files/PathWalk.h>
 #include <sys/random.h>
 #include <sys/stat.h>
@@ -23,31 +24,6 @@ namespace {
 constexpr int pathOnly = O_PATH | O_CLOEXEC;
 constexpr std::string_view temporaryPrefix = ".inspp-";
 constexpr int mostLinks = 40; // as the kernel's own limit
-
-/// The components still to walk, the next one last.
-class Pending {
-  public:
-    void PushFront(std::string_view path) {
-        while (!path.empty()) {
-            const std::size_t slash = path.rfind('/');
-            const std::string_view part =
-                slash == std::string_view::npos ? path : path.substr(slash + 1);
-            if (!part.empty() && part != ".") {
-                parts.emplace_back(part);
-            }
-            path = slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
-        }
-    }
-    bool IsEmpty() const noexcept { return parts.empty(); }
-    std::string Pop() {
-        std::string part = std::move(parts.back());
-        parts.pop_back();
-        return part;
-    }
-
-  private:
-    std::vector<std::string> parts;
-};
 
 /// 0 for a directory out of which a link may be followed, ELOOP for another, errno when unknown.
 unsigned CheckTrust(int directory) noexcept {
@@ -80,7 +56,7 @@ class Walk {
     unsigned Follow(int link);
 
     KDescriptor current;
-    Pending pending;
+    KPendingPath pending;
     LastLink lastLink = LastLink::Keep;
     int linksLeft = mostLinks;
 };

@@ -29,6 +29,13 @@ class SetupTruthTest : public KTEST::SetupProgramTest {
     }
     static constexpr const char* whenStarted =
         "n=0; until [ -e TREE/started ] || [ $((n += 1)) -gt 3000 ]; do sleep 0.01; done; ";
+    /// Kills a run of `action` in its rule that waits, lets go of the rule, and runs `line`.
+    Outcome KilledAndThen(const std::string& action, const std::string& line) {
+        return Run(
+            "SETUP " + action + " --kit KIT > TREE/first 2>&1 & " + whenStarted +
+            "kill -9 $!; wait; touch TREE/go; " + line
+        );
+    }
     static constexpr const char* outside = "/var/lib/setuptest-data";
     static constexpr const char* manifest = "/var/lib/ins++/setuptest/manifest";
 };
@@ -88,12 +95,7 @@ TEST_F(SetupTruthTest, TheManifestHasWhatACommandUnpackedAndARuleCopied) {
 
 TEST_F(SetupTruthTest, TheManifestHasTheDirectoriesOfARunThatWasKilled) {
     GivenScriptThatWaits(std::string("directory=create,") + outside + "\n");
-    ASSERT_EQ(
-        Run(std::string("SETUP install --kit KIT > TREE/first 2>&1 & ") + whenStarted +
-            "kill -9 $!; wait; touch TREE/go; SETUP install --kit KIT")
-            .exitCode,
-        0
-    );
+    ASSERT_EQ(KilledAndThen("install", "SETUP install --kit KIT").exitCode, 0);
     fs::remove(outside);
     EXPECT_THAT(
         RunSetup("status", "--verify").out, HasSubstr(std::string(outside) + " is missing")
@@ -161,6 +163,107 @@ TEST_F(SetupTruthTest, ASignalAtTheEndNeverCostsTheManifest) {
         }
     }
     EXPECT_EQ(whole, 3);
+}
+
+// What a run that was killed leaves to the next one
+
+TEST_F(SetupTruthTest, TheBackupOfARunThatGoesOnIsOfBeforeTheFirst) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    tree.Write("kit/lib/svc", "a newer program", 0755);
+    GivenScriptThatWaits();
+    const Outcome all = KilledAndThen(
+        "install --backup",
+        "SETUP install --backup --kit KIT && cat TREE/product/lin/x86_64/svc && "
+        "SETUP restore --kit KIT"
+    );
+    EXPECT_EQ(all.exitCode, 0) << all.err;
+    EXPECT_THAT(all.out, HasSubstr("a newer program"));
+    EXPECT_EQ(tree.Read("product/lin/x86_64/svc"), "program");
+}
+
+TEST_F(SetupTruthTest, ABackupDoesNotFollowWhatACommandWritesInPlace) {
+    tree.Write("kit/lib/data", std::string(100'000, 'x'));
+    const std::string copy = "file=copy,data,$pathSource$lib,$pathTargetBin$\n";
+    GivenScript(copy);
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    GivenScript("process=start,echo more >> " + tree.Path("product/lin/x86_64/data") + "\n");
+    ASSERT_EQ(RunSetup("install", "--backup").exitCode, 0);
+    ASSERT_EQ(tree.Read("product/lin/x86_64/data").size(), 100'005U);
+    // No rule names the file in this version: what a command writes to is not known.
+    GivenScript("process=start,echo more >> " + tree.Path("product/lin/x86_64/data") + "\n" + copy);
+    ASSERT_EQ(RunSetup("install", "--backup").exitCode, 0);
+    ASSERT_EQ(RunSetup("restore").exitCode, 0);
+    EXPECT_EQ(tree.Read("product/lin/x86_64/data").size(), 100'005U);
+}
+
+TEST_F(SetupTruthTest, AJournalThatFillsItsFileSystemIsTold) {
+    ASSERT_EQ(
+        Run("mkdir -p /var/lib/ins++ && mount -t tmpfs -o size=32m,mode=700 tmpfs /var/lib/ins++")
+            .exitCode,
+        0
+    );
+    std::string deep = outside; // for entries of more than a page, which the file has already
+    for (int level = 0; level < 8; ++level) {
+        deep += "/" + std::string(200, 'x');
+    }
+    GivenScript(
+        "process=start,cat /dev/zero > /var/lib/ins++/fill\ndirectory=create," + deep +
+        "\nfile=copy,missing,$pathSource$lib,$pathTargetBin$\n"
+    );
+    const Outcome failed = RunSetup("install", "--no-check");
+    Run("umount /var/lib/ins++");
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_THAT(
+        failed.err,
+        HasSubstr("What the run made could not all be written down (No space left on device)")
+    );
+}
+
+TEST_F(SetupTruthTest, ARestoreLeavesTheStateOfARunThatItDoesNotUndo) {
+    ASSERT_EQ(RunSetup("install").exitCode, 0);
+    ASSERT_EQ(RunSetup("install", "--backup").exitCode, 0);
+    GivenScriptThatWaits();
+    const Outcome all = KilledAndThen("install", "SETUP restore --kit KIT; SETUP status --kit KIT");
+    const std::size_t told = all.out.find("was interrupted");
+    ASSERT_NE(told, std::string::npos) << all.out;
+    EXPECT_NE(all.out.find("was interrupted", told + 1), std::string::npos) << all.out;
+}
+
+TEST_F(SetupTruthTest, AnInstallGoesOnWhereTheKilledOneWas) {
+    GivenScriptThatWaits();
+    const Outcome all = KilledAndThen("install TREE/elsewhere", "SETUP install --kit KIT");
+    EXPECT_EQ(all.exitCode, 0) << all.err;
+    EXPECT_THAT(all.out, HasSubstr("is installed in " + tree.Path("elsewhere")));
+    EXPECT_FALSE(tree.Exists("product"));
+}
+
+TEST_F(SetupTruthTest, ARemovalTakesAwayWhatAKilledInstallLeft) {
+    GivenScriptThatWaits(std::string("directory=create,") + outside + "\n");
+    const Outcome all = KilledAndThen("install", "SETUP remove --kit KIT");
+    EXPECT_EQ(all.exitCode, 0) << all.err;
+    EXPECT_FALSE(tree.Exists("product"));
+    EXPECT_FALSE(fs::exists(stateFile));
+    // The script does not delete it, so it is named.
+    EXPECT_THAT(all.out, HasSubstr(std::string("Still there:\n    ") + outside + "\n"));
+}
+
+TEST_F(SetupTruthTest, ADamagedStateOfNoProductIsToldOnce) {
+    ASSERT_EQ(Run("mkdir -p -m 700 /var/lib/ins++ /var/lib/ins++/setuptest").exitCode, 0);
+    ASSERT_EQ(Run(std::string("umask 077; echo x > ") + stateFile).exitCode, 0);
+    const Outcome removed = RunSetup("remove");
+    EXPECT_EQ(removed.exitCode, 0) << removed.err;
+    EXPECT_THAT(removed.out, HasSubstr("What was remembered of the interrupted run is deleted"));
+    EXPECT_FALSE(fs::exists(stateFile));
+    EXPECT_THAT(RunSetup("remove").out, Not(HasSubstr("interrupted")));
+}
+
+TEST_F(SetupTruthTest, ARunThatCannotBeWrittenDownChangesNothing) {
+    ASSERT_EQ(Run("mkdir -p -m 700 /var/lib/ins++ /var/lib/ins++/setuptest").exitCode, 0);
+    ASSERT_EQ(Run("mkdir /var/lib/ins++/setuptest/written.new").exitCode, 0);
+    EXPECT_EQ(RunSetup("install").exitCode, 73);
+    EXPECT_FALSE(tree.Exists("product"));
+    EXPECT_FALSE(fs::exists(stateFile));
+    EXPECT_THAT(RunSetup("status").out, Not(HasSubstr("interrupted")));
 }
 
 // The journal warns of what went wrong only

@@ -7,6 +7,7 @@
 #include <setup/check/KCheck.h>
 #include <setup/kit/KSetupKit.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <ostream>
@@ -112,5 +113,32 @@ struct ScriptLine {
 
 /// The same kit, once for each row; its suites take KTEST::NameOfRow() for the rows' names.
 class GivenKitWithLine : public GivenKit, public ::testing::WithParamInterface<ScriptLine> {};
+
+/// A row of a table of mistakes and near misses: lines of [install], and the line in which a rule of
+/// the check finds something, or 0 for none.
+struct FindingRow {
+    const char* name;
+    const char* rule;
+    unsigned line;
+    const char* lines;
+
+    friend void PrintTo(const FindingRow& row, std::ostream* out) { *out << row.name; }
+};
+
+/// The same kit, once for each such row.
+class GivenKitWithMistake : public GivenKit, public ::testing::WithParamInterface<FindingRow> {
+  protected:
+    void ExpectTheFindingOrNone() {
+        Install(GetParam().lines);
+        if (GetParam().line == 0) {
+            EXPECT_THAT(Findings(GetParam().rule), ::testing::IsEmpty());
+        } else {
+            EXPECT_THAT(
+                TheFinding(GetParam().rule),
+                ::testing::StartsWith("install.ini:" + std::to_string(GetParam().line) + ":")
+            );
+        }
+    }
+};
 
 } // namespace KTEST

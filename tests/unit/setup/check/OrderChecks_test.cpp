@@ -6,20 +6,8 @@
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
-/// Lines of [install], and the check that finds something in the one of this number, or nothing.
-struct OrderChecksTestRow {
-    const char* name;
-    const char* rule;
-    unsigned line; ///< 0: silent
-    const char* lines;
-
-    friend void PrintTo(const OrderChecksTestRow& row, std::ostream* out) { *out << row.name; }
-};
-
-class OrderChecksTest : public KTEST::GivenKit,
-                        public ::testing::WithParamInterface<OrderChecksTestRow> {
+class OrderChecksTest : public KTEST::GivenKitWithMistake {
   protected:
     OrderChecksTest() {
         File("one/a");
@@ -29,115 +17,107 @@ class OrderChecksTest : public KTEST::GivenKit,
 };
 
 TEST_P(OrderChecksTest, TellsTheMistakeAndNotTheNearMiss) {
-    Install(GetParam().lines);
-    if (GetParam().line == 0) {
-        EXPECT_THAT(Findings(GetParam().rule), ::testing::IsEmpty());
-    } else {
-        EXPECT_THAT(
-            TheFinding(GetParam().rule),
-            StartsWith("install.ini:" + std::to_string(GetParam().line) + ":")
-        );
-    }
+    ExpectTheFindingOrNone();
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Lines,
     OrderChecksTest,
     ::testing::Values(
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "CopyBeforeCreate",
             "copy-before-create",
             2,
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$doc\n"
             "directory=create,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "PutBeforeCreate",
             "copy-before-create",
             2,
             "profile=put,$pathTarget$doc/a.ini,S,K,V\n"
             "directory=create,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "LinkBeforeCreate",
             "copy-before-create",
             2,
             "file=symlink,a,/a,$pathTarget$doc\n"
             "directory=create,$pathTarget$doc/more"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "CreateBeforeCopy",
             "copy-before-create",
             0,
             "directory=create,$pathTarget$doc/more\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "CommandMayMakeIt",
             "copy-before-create",
             0,
             "process=start,mkdir -p /opt/svc/doc\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$doc\n"
             "directory=create,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "DirectoryIsNeverMade",
             "missing-directory",
             2,
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "PutIntoAMissingDirectory",
             "missing-directory",
             2,
             "profile=put,$pathTarget$doc/a.ini,S,K,V"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "OwnDirectoryInEtcIsNeverMade",
             "missing-directory",
             2,
             "file=copy,svc,$pathSourceBinX86_64$,/etc/$serviceName$/conf.d"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "DirectoryOfTheSystem",
             "missing-directory",
             0,
             "file=copy,svc,$pathSourceBinX86_64$,/etc/cron.d\n"
             "file=symlink,svc,$pathTargetBin$,/usr/local/bin"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "DirectoryIsMade",
             "missing-directory",
             0,
             "directory=create,$pathTarget$doc\n"
             "profile=put,$pathTarget$doc/a.ini,S,K,V"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "DirectoryIsALink",
             "missing-directory",
             0,
             "directory=create,$pathTarget$2.1\n"
             "file=symlink,2.1,/opt/svc,$pathTarget$,current\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$current"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "TwoCopiesOntoOneTarget",
             "double-copy",
             4,
             "directory=create,$pathTarget$doc\n"
             "file=copy,a,$pathSource$one,$pathTarget$doc\n"
             "file=copy,a,$pathSource$two,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "TwoWildcardsOntoOneTarget",
             "double-copy",
             4,
             "directory=create,$pathTarget$doc\n"
             "file=copy,*,$pathSource$one,$pathTarget$doc\n"
             "file=copy,*,$pathSource$two,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "ExceptionFromAWildcard",
             "double-copy",
             0,
             "directory=create,$pathTarget$doc\n"
             "file=copy,*,$pathSource$one,$pathTarget$doc\n"
             "file=copy,a,$pathSource$two,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "SameFileTwice",
             "double-copy",
             0,
             "directory=create,$pathTarget$doc\n"
             "file=copy,a,$pathSource$one,$pathTarget$doc\n"
             "file=copy,*,$pathSource$one,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "CopyIsUsedBetween",
             "double-copy",
             0,
@@ -145,42 +125,42 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,a,$pathSource$one,$pathTarget$doc\n"
             "process=start,true\n"
             "file=copy,a,$pathSource$two,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "TwoNames",
             "double-copy",
             0,
             "directory=create,$pathTarget$doc\n"
             "file=copy,a,$pathSource$one,$pathTarget$doc\n"
             "file=copy,a,$pathSource$two,$pathTarget$doc,b"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "NewFileIsDeleted",
             "deleted-again",
             4,
             "directory=create,$pathTarget$doc\n"
             "file=copy,a,$pathSource$one,$pathTarget$doc\n"
             "file=delete,a,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "NewFilesAreDeletedByAWildcard",
             "deleted-again",
             4,
             "directory=create,$pathTarget$doc\n"
             "file=copy,*,$pathSource$one,$pathTarget$doc\n"
             "file=delete,*,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "NewFilesGoWithTheirDirectory",
             "deleted-again",
             4,
             "directory=create,$pathTarget$doc\n"
             "file=copy,*,$pathSource$one,$pathTarget$doc\n"
             "directory=delete,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "OldFilesAreDeletedFirst",
             "deleted-again",
             0,
             "directory=create,$pathTarget$doc\n"
             "file=delete,*,$pathTarget$doc\n"
             "file=copy,*,$pathSource$one,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "FileIsUsedAndDeleted",
             "deleted-again",
             0,
@@ -188,31 +168,31 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,a,$pathSource$one,$pathTarget$doc\n"
             "process=start,sh /opt/svc/doc/a\n"
             "file=delete,a,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "AnotherFileIsDeleted",
             "deleted-again",
             0,
             "directory=create,$pathTarget$doc\n"
             "file=copy,a,$pathSource$one,$pathTarget$doc\n"
             "file=delete,b,$pathTarget$doc"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "EmptiedConfiguration",
             "overwritten-configuration",
             3,
             "directory=create,$pathTargetConfig$\n"
             "profile=create,$pathTargetConfig$$iniFile$"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "AnotherProfileIsMade",
             "overwritten-configuration",
             0,
             "directory=create,$pathTargetConfig$\n"
             "profile=create,$pathTargetConfig$cache.ini"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "SectionInBrackets",
             "section-in-brackets",
             2,
             "profile=put,$pathTargetConfig$$iniFile$,[General],K,V"},
-        OrderChecksTestRow{
+        KTEST::FindingRow{
             "SectionWithoutBrackets",
             "section-in-brackets",
             0,

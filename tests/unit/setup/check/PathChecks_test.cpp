@@ -6,114 +6,91 @@
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
-/// Lines of [install], and the check that finds something in the one of this number, or nothing.
-struct PathChecksTestRow {
-    const char* name;
-    const char* rule;
-    unsigned line; ///< 0: silent
-    const char* lines;
-
-    friend void PrintTo(const PathChecksTestRow& row, std::ostream* out) { *out << row.name; }
-};
-
-class PathChecksTest : public KTEST::GivenKit,
-                       public ::testing::WithParamInterface<PathChecksTestRow> {
-  protected:
-    PathChecksTest() {}
-};
+using PathChecksTest = KTEST::GivenKitWithMistake;
 
 TEST_P(PathChecksTest, TellsTheMistakeAndNotTheNearMiss) {
-    Install(GetParam().lines);
-    if (GetParam().line == 0) {
-        EXPECT_THAT(Findings(GetParam().rule), ::testing::IsEmpty());
-    } else {
-        EXPECT_THAT(
-            TheFinding(GetParam().rule),
-            StartsWith("install.ini:" + std::to_string(GetParam().line) + ":")
-        );
-    }
+    ExpectTheFindingOrNone();
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Lines,
     PathChecksTest,
     ::testing::Values(
-        PathChecksTestRow{"RelativeDirectory", "relative-path", 2, "directory=create,opt/svc/doc"},
-        PathChecksTestRow{
+        KTEST::FindingRow{"RelativeDirectory", "relative-path", 2, "directory=create,opt/svc/doc"},
+        KTEST::FindingRow{
             "RelativeSource", "relative-path", 2, "file=copy,svc,lin/x86_64,$pathTarget$"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "RelativeTarget", "relative-path", 2, "file=copy,svc,$pathSourceBinX86_64$,bin"},
-        PathChecksTestRow{"RelativeDeletion", "relative-path", 2, "file=delete,old,doc"},
-        PathChecksTestRow{"RelativeProfile", "relative-path", 2, "profile=put,svc.ini,S,K,V"},
-        PathChecksTestRow{
+        KTEST::FindingRow{"RelativeDeletion", "relative-path", 2, "file=delete,old,doc"},
+        KTEST::FindingRow{"RelativeProfile", "relative-path", 2, "profile=put,svc.ini,S,K,V"},
+        KTEST::FindingRow{
             "RelativeEndOfALink", "relative-path", 0, "file=symlink,svc,../bin,$pathTarget$,svc"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "AbsolutePath",
             "relative-path",
             0,
             "directory=create,/opt/svc/doc\n"
             "file=delete,old,$pathTarget$doc"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "UnknownMacroIsNoRelativePath", "relative-path", 0, "directory=create,$pathTarger$doc"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "NewNameWithADirectory",
             "new-name",
             2,
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$,bin/svc"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "NewNameThatIsADirectory",
             "new-name",
             2,
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$,$pathTargetBinX86_64$"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "NewNameOfALinkWithADirectory",
             "new-name",
             2,
             "file=symlink,svc,$pathTargetBinX86_64$,/etc,svc/svc"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "NewNameOfAWildcard",
             "new-name",
             2,
             "file=copy,*,$pathSourceBinX86_64$,$pathTarget$,svc.old"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "NewNameAlone",
             "new-name",
             0,
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$,svc.old"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "WildcardInALink",
             "wildcard-link",
             2,
             "file=symlink,*.so,$pathTargetBinX86_64$,$pathTarget$"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "LinkWithoutAWildcard",
             "wildcard-link",
             0,
             "file=symlink,a.so,$pathTargetBinX86_64$,$pathTarget$"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "LinkOntoAFile",
             "link-onto-file",
             4,
             "directory=create,$pathTarget$bin\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$bin\n"
             "file=symlink,svc,/usr/local/bin,$pathTarget$bin"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "LinkBesideAFile",
             "link-onto-file",
             0,
             "directory=create,$pathTarget$bin\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$bin\n"
             "file=symlink,svc,$pathTarget$bin,$pathTarget$bin,svc2"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "LinkOntoALink",
             "link-onto-file",
             0,
             "directory=create,$pathTarget$bin\n"
             "file=symlink,a,/a,$pathTarget$bin\n"
             "file=symlink,a,/b,$pathTarget$bin"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "LinkInThePlaceOfADeletedFile",
             "link-onto-file",
             0,
@@ -121,32 +98,32 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,svc,$pathSourceBinX86_64$,$pathTarget$bin\n"
             "file=delete,svc,$pathTarget$bin\n"
             "file=symlink,svc,/a,$pathTarget$bin"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "MissingSeparator", "missing-separator", 2, "directory=create,$pathTargetLin$plugins"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "MissingSeparatorBeforeAMacro",
             "missing-separator",
             2,
             "directory=create,$pathTargetMac$$serviceName$"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "SeparatorIsThere",
             "missing-separator",
             0,
             "directory=create,$pathTargetLin$/plugins\n"
             "directory=delete,$pathTargetLin$\n"
             "directory=create,$pathTargetBin$plugins"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "DeletionInTheKit", "changed-kit", 2, "file=delete,svc,$pathSourceBinX86_64$"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "DirectoryOfTheKitIsDeleted",
             "changed-kit",
             2,
             "directory=delete,$pathSource$lin/x86_64"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "CopyIntoTheKit", "changed-kit", 2, "file=copy,svc,$pathTarget$,$pathSource$,old"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "OptionInTheKit", "changed-kit", 2, "profile=put,$pathSource$svc.ini,S,K,V"},
-        PathChecksTestRow{
+        KTEST::FindingRow{
             "CopyFromTheKit",
             "changed-kit",
             0,

@@ -6,41 +6,21 @@
 namespace {
 
 using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
-/// Lines of [install], and the check that finds something in the one of this number, or nothing.
-struct ServiceChecksTestRow {
-    const char* name;
-    const char* rule;
-    unsigned line; ///< 0: silent
-    const char* lines;
-
-    friend void PrintTo(const ServiceChecksTestRow& row, std::ostream* out) { *out << row.name; }
-};
-
-class ServiceChecksTest : public KTEST::GivenKit,
-                          public ::testing::WithParamInterface<ServiceChecksTestRow> {
+class ServiceChecksTest : public KTEST::GivenKitWithMistake {
   protected:
     ServiceChecksTest() { File("doc/a"); }
 };
 
 TEST_P(ServiceChecksTest, TellsTheMistakeAndNotTheNearMiss) {
-    Install(GetParam().lines);
-    if (GetParam().line == 0) {
-        EXPECT_THAT(Findings(GetParam().rule), ::testing::IsEmpty());
-    } else {
-        EXPECT_THAT(
-            TheFinding(GetParam().rule),
-            StartsWith("install.ini:" + std::to_string(GetParam().line) + ":")
-        );
-    }
+    ExpectTheFindingOrNone();
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Lines,
     ServiceChecksTest,
     ::testing::Values(
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "StopBeforeInstall",
             "failing-service",
             2,
@@ -48,7 +28,7 @@ INSTANTIATE_TEST_SUITE_P(
             "directory=create,$pathTargetBinX86_64$\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "StartBeforeInstall",
             "failing-service",
             4,
@@ -56,17 +36,17 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=start,svc\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "RelativeProgram", "failing-service", 2, "service=install,svc,Service,bin/svc,-x"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "OpenQuote",
             "failing-service",
             4,
             "directory=create,$pathTargetBinX86_64$\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x 'a"},
-        ServiceChecksTestRow{"NameWithABlank", "failing-service", 2, "service=start,my svc"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{"NameWithABlank", "failing-service", 2, "service=start,my svc"},
+        KTEST::FindingRow{
             "RemoveBeforeInstall",
             "failing-service",
             0,
@@ -75,14 +55,14 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x\n"
             "service=start,svc"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "ClosedQuote",
             "failing-service",
             0,
             "directory=create,$pathTargetBinX86_64$\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x 'a b'"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "CommandMayInstall",
             "failing-service",
             0,
@@ -91,11 +71,10 @@ INSTANTIATE_TEST_SUITE_P(
             "directory=create,$pathTargetBinX86_64$\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x"},
-        ServiceChecksTestRow{
-            "NeverInstalled", "service-not-installed", 2, "service=start,inspp-none"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{"NeverInstalled", "service-not-installed", 2, "service=start,inspp-none"},
+        KTEST::FindingRow{
             "NeverInstalledAndStopped", "service-not-installed", 2, "service=stop,inspp-none"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "InstalledByAnotherName",
             "service-not-installed",
             5,
@@ -103,7 +82,7 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x\n"
             "service=start,svcd"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "Installed",
             "service-not-installed",
             0,
@@ -111,43 +90,42 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x\n"
             "service=start,svc"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "UnitFileComesAlong",
             "service-not-installed",
             0,
             "file=copy,svc,$pathSourceBinX86_64$,/etc/systemd/system,other.service\n"
             "service=start,other"},
-        ServiceChecksTestRow{
-            "RemovedOnly", "service-not-installed", 0, "service=remove,inspp-none"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{"RemovedOnly", "service-not-installed", 0, "service=remove,inspp-none"},
+        KTEST::FindingRow{
             "ProgramIsNotMade",
             "service-program",
             2,
             "service=install,svc,Service,$pathTargetBinX86_64$other,-x"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "ProgramIsNotExecutable",
             "service-program",
             4,
             "directory=create,$pathTarget$doc\n"
             "file=copy,a,$pathSource$doc,$pathTarget$doc\n"
             "service=install,svc,Service,$pathTarget$doc/a,-x"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "ProgramIsCopiedLater",
             "service-program",
             2,
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "ProgramOfTheSystem",
             "service-program",
             0,
             "service=install,svc,Service,/usr/bin/inspp-none,$pathTarget$x"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "CommandMayMakeTheProgram",
             "service-program",
             0,
             "process=start,make\n"
             "service=install,svc,Service,$pathTargetBinX86_64$other,-x"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "ProgramIsCopiedBefore",
             "service-program",
             0,
@@ -155,7 +133,7 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x\n"
             "service=start,svc"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "RunningServiceIsReplaced",
             "running-service",
             5,
@@ -163,7 +141,7 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x\n"
             "service=start,svc"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "ServiceIsRemovedFirst",
             "running-service",
             0,
@@ -172,7 +150,7 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x\n"
             "service=start,svc"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "ServiceIsStoppedBehindTheCopy",
             "running-service",
             0,
@@ -181,7 +159,7 @@ INSTANTIATE_TEST_SUITE_P(
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x\n"
             "service=stop,svc\n"
             "service=start,svc"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "ProgramIsStopped",
             "running-service",
             0,
@@ -190,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x\n"
             "service=start,svc"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "CommandRestarts",
             "running-service",
             0,
@@ -199,7 +177,7 @@ INSTANTIATE_TEST_SUITE_P(
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x\n"
             "service=start,svc\n"
             "process=start,systemctl restart svc"},
-        ServiceChecksTestRow{
+        KTEST::FindingRow{
             "ServiceIsNotStarted",
             "running-service",
             0,

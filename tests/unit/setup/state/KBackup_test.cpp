@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <fstream>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -216,6 +217,28 @@ TEST_F(KBackupTest, AStoppedBackupKeepsTheFormer) {
     );
     EXPECT_TRUE(backup.Exists());
     EXPECT_FALSE(tree.Exists("base/dps/backup.new"));
+}
+
+TEST_F(KBackupTest, ARunThatGoesOnKeepsWhatTheFormerOneKeptAndAddsToIt) {
+    tree.Write("p/other", "former");
+    const std::vector<std::string> before = tree.List("p");
+    Save();
+    Upgrade();
+    backup.Save(
+        {tree.Path("p/lib/large"), tree.Path("p/conf\xFF"), tree.Path("p/other")},
+        {},
+        {.addsToFormer = true}
+    );
+    tree.Write("p/other", "new");
+    EXPECT_THAT(backup.Restore().failures, IsEmpty());
+    EXPECT_EQ(tree.List("p"), before);
+}
+
+TEST_F(KBackupTest, AFileThatIsWrittenToInItsPlaceIsKeptAsItWas) {
+    backup.Save({tree.Path("p/lib/large")}, {}, {.filesMayBeWrittenTo = true});
+    std::ofstream(tree.Path("p/lib/large"), std::ios::app) << "more";
+    EXPECT_THAT(backup.Restore().failures, IsEmpty());
+    EXPECT_EQ(tree.Read("p/lib/large"), large);
 }
 
 TEST_F(KBackupTest, WhatAKilledBackupLeftIsNoBackup) {
