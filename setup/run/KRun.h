@@ -5,8 +5,8 @@
 #include <setup/run/KCheckedRun.h>
 #include <setup/run/KCommandOutput.h>
 #include <setup/run/KRunWatch.h>
-#include <setup/run/KWriteJournal.h>
 #include <setup/state/KRunState.h>
+#include <setup/state/KWriteJournal.h>
 #include <sup++/KError.h>
 
 #include <memory>

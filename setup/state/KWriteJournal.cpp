@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/PathText.h>
-#include <setup/run/KWriteJournal.h>
 #include <setup/state/KManifest.h>
+#include <setup/state/KWriteJournal.h>
 #include <sup++/SvcFile.h>
 
 #include <algorithm>

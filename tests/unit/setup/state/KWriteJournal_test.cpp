@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "../../../support/TemporaryTree.h"
 
-#include <setup/run/KWriteJournal.h>
+#include <setup/state/KWriteJournal.h>
 #include <sup++/SvcFile.h>
 
 #include <gmock/gmock.h>
