@@ -46,7 +46,7 @@ KString KDirectoryRule::Description() const {
 }
 
 void KDirectoryRule::ParseRule(const std::vector<KString>& fields) {
-    const KRuleLine line = ReadFields(KRuleType::Directory, fields);
+    KRuleLine line = ReadFields(KRuleType::Directory, fields);
     if (line.GetProblem() != KRuleLine::Problem::None) {
         errorSource.RaiseAs(
             line.GetErrorDetail(),
@@ -57,7 +57,7 @@ void KDirectoryRule::ParseRule(const std::vector<KString>& fields) {
         );
     }
     operation = line.GetOperationText();
-    path = line.Get(KRuleField::Directory);
+    path = line.Take(KRuleField::Directory);
 }
 
 void KDirectoryRule::Create() {

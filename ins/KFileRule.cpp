@@ -84,7 +84,7 @@ KString KFileRule::Description() const {
 }
 
 void KFileRule::ParseRule(const std::vector<KString>& fields) {
-    const KRuleLine line = ReadFields(KRuleType::File, fields);
+    KRuleLine line = ReadFields(KRuleType::File, fields);
     if (line.GetProblem() != KRuleLine::Problem::None) {
         errorSource.RaiseAs(
             line.GetErrorDetail(),
@@ -95,10 +95,10 @@ void KFileRule::ParseRule(const std::vector<KString>& fields) {
         );
     }
     operation = line.GetOperationText();
-    fileName = line.Get(KRuleField::FileName);
-    sourceDirectory = line.Get(KRuleField::SourceDirectory);
-    targetDirectory = line.Get(KRuleField::TargetDirectory);
-    targetName = line.Get(KRuleField::TargetName);
+    sourceDirectory = line.Take(KRuleField::SourceDirectory);
+    targetDirectory = line.Take(KRuleField::TargetDirectory);
+    targetName = line.Take(KRuleField::TargetName); // perhaps the file's, which is taken next
+    fileName = line.Take(KRuleField::FileName);
 }
 
 void KFileRule::CopyFile(const KString& source, const KString& target) {

@@ -164,7 +164,7 @@ void KInstallRuleManagerBase::AddRule(KInstallRule* rule) {
     std::unique_ptr<KInstallRule> owned(rule);
     const KMutex::KLock hold(lock);
     owned->Initialize();
-    *log << KLogPrefix(LogName()) << "Adding rule -> " << owned.get() << KLogTypes::EndEntry;
+    LogRule("Adding rule -> ", *owned);
     rules.Append(owned);
 }
 
@@ -174,7 +174,7 @@ void KInstallRuleManagerBase::ExecuteRules() {
     // By index, with the size read anew: a rule may add others while the lock is released.
     for (std::size_t index = 0; !cancelled && index < rules.GetCount(); ++index) {
         KInstallRule* rule = rules[index];
-        *log << KLogPrefix(LogName()) << "Executing rule -> " << rule << KLogTypes::EndEntry;
+        LogRule("Executing rule -> ", *rule);
         cancelled = IsCancelled();
         if (!cancelled) {
             ExecuteRule(*rule);
@@ -183,6 +183,12 @@ void KInstallRuleManagerBase::ExecuteRules() {
     // Also behind the last rule: what it was stopped in may be half done.
     if (cancelled || IsCancelled()) {
         errorSource.Raise(KSUP::TraceLevel::rule, KSUP::ErrorCode::cancelled);
+    }
+}
+
+void KInstallRuleManagerBase::LogRule(const char* what, const KInstallRule& rule) {
+    if (log->IsOpen()) { // a description is no small text, and nobody would read it
+        *log << KLogPrefix(LogName()) << what << &rule << KLogTypes::EndEntry;
     }
 }
 

@@ -146,6 +146,7 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     const KSUP::KString& LogName() const SUP_REQUIRES(lock);
     void LoadOneSection(const KSUP::KString& section);
     void ExecuteRule(KInstallRule& rule) SUP_REQUIRES(lock);
+    void LogRule(const char* what, const KInstallRule& rule) SUP_REQUIRES(lock);
     void TellRule(KRunEvent::Kind kind, const KInstallRule& rule) SUP_REQUIRES(lock);
     void Tell(KRunEvent::Kind kind, const KSUP::KString& text, double percentage)
         SUP_REQUIRES(lock);

@@ -95,14 +95,14 @@ KString KProcessRuleBase::Description() const {
 }
 
 void KProcessRuleBase::ParseRule(const std::vector<KString>& fields) {
-    const KRuleLine line = ReadFields(KRuleType::Process, fields);
+    KRuleLine line = ReadFields(KRuleType::Process, fields);
     if (line.GetProblem() != KRuleLine::Problem::None) {
         errorSource.RaiseAs(
             line.GetErrorDetail(), KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, ruleLine
         );
     }
     action = line.GetOperationText();
-    command = line.Get(KRuleField::Command);
+    command = line.Take(KRuleField::Command);
 }
 
 } // namespace KINS

@@ -71,13 +71,13 @@ KString KProfileRule::Description() const {
 }
 
 void KProfileRule::ParseRule(const std::vector<KString>& fields) {
-    const KRuleLine line = ReadFields(KRuleType::Profile, fields);
+    KRuleLine line = ReadFields(KRuleType::Profile, fields);
     operation = line.GetOperationText();
-    profilePath = line.Get(KRuleField::ProfilePath);
-    section = line.Get(KRuleField::Section);
-    key = line.Get(KRuleField::Key);
+    profilePath = line.Take(KRuleField::ProfilePath);
+    section = line.Take(KRuleField::Section);
+    key = line.Take(KRuleField::Key);
     const bool removes = line.GetOperation() == KRuleOperation::RemoveFile;
-    value = line.Get(removes ? KRuleField::Match : KRuleField::Value);
+    value = line.Take(removes ? KRuleField::Match : KRuleField::Value);
     if (line.GetProblem() != KRuleLine::Problem::None) {
         const bool isOfCount = line.GetProblem() == KRuleLine::Problem::FieldCount;
         errorSource.RaiseAs(

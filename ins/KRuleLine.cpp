@@ -173,21 +173,33 @@ std::string CountsInWords(std::span<const std::size_t> counts) {
 
 } // namespace
 
+KRuleLine::Problem KRuleLine::ProblemOf(const KRuleTypeInfo* info, std::size_t count) noexcept {
+    if (info == nullptr) {
+        return Problem::UnknownType;
+    }
+    const std::span<const std::size_t> counts = info->fieldCounts;
+    const bool isRight = counts.empty() || std::ranges::find(counts, count) != counts.end();
+    return isRight ? Problem::None : Problem::FieldCount;
+}
+
 struct KRuleLine::Contents {
     const KRuleTypeInfo* info = nullptr;
     Problem problem = Problem::None;
     KString typeName; // as it is written, of a line of no type
     KRuleOperation operation = KRuleOperation::None;
-    KString operationText;
+    KString loweredOperation; // where the type ignores the case
     std::vector<KRuleLine::Field> fields;
 };
 
-KRuleLine::KRuleLine(std::shared_ptr<const Contents> read) noexcept : contents(std::move(read)) {}
+KRuleLine::KRuleLine(std::unique_ptr<Contents> read) noexcept : contents(std::move(read)) {}
+KRuleLine::~KRuleLine() = default;
+KRuleLine::KRuleLine(KRuleLine&& other) noexcept = default;
+KRuleLine& KRuleLine::operator=(KRuleLine&& other) noexcept = default;
 
 KRuleLine KRuleLine::Read(const KString& type, const KString& line, const Expander& expand) {
     const KRuleTypeInfo* info = FindType(type);
     if (info != nullptr && info->type == KRuleType::Section) {
-        auto section = std::make_shared<Contents>();
+        auto section = std::make_unique<Contents>();
         section->info = info;
         section->fields.push_back({KRuleField::SectionName, expand(line)});
         return KRuleLine(std::move(section));
@@ -196,7 +208,7 @@ KRuleLine KRuleLine::Read(const KString& type, const KString& line, const Expand
         const KString text = ExpandsWholeLine(info->type) ? expand(line) : line;
         return ReadFields(info->type, text.SectionVector(',', true), expand);
     }
-    auto unknown = std::make_shared<Contents>();
+    auto unknown = std::make_unique<Contents>();
     unknown->problem = Problem::UnknownType;
     unknown->typeName = type;
     for (KString& text : line.SectionVector(',', true)) {
@@ -207,34 +219,29 @@ KRuleLine KRuleLine::Read(const KString& type, const KString& line, const Expand
 
 KRuleLine
 KRuleLine::ReadFields(KRuleType type, const std::vector<KString>& fields, const Expander& expand) {
-    auto read = std::make_shared<Contents>();
+    auto read = std::make_unique<Contents>();
     read->info = InfoOf(type);
-    for (const KString& text : fields) {
-        read->fields.push_back({KRuleField::None, text});
-    }
-    if (read->info == nullptr) {
-        read->problem = Problem::UnknownType;
-        return KRuleLine(std::move(read));
-    }
-    const std::span<const std::size_t> counts = read->info->fieldCounts;
-    if (std::find(counts.begin(), counts.end(), fields.size()) == counts.end()) {
-        read->problem = counts.empty() ? Problem::None : Problem::FieldCount;
-        return KRuleLine(std::move(read));
-    }
-    read->operationText =
-        read->info->ignoresCase ? KSUP::KUtil::Lowerify(fields.front()) : fields.front();
-    read->operation = FindOperation(type, read->operationText);
-    if (read->operation == KRuleOperation::None &&
-        read->info->unknownOperation == KUnknownOperation::FailsToLoad) {
-        read->problem = Problem::UnknownOperation;
-    }
-    const std::span<const KRuleField> layout = LayoutOf(type, read->operation, fields.size());
-    for (std::size_t index = 0; index < std::min(layout.size(), fields.size()); ++index) {
-        KRuleLine::Field& field = read->fields[index];
-        field.meaning = layout[index];
-        if (IsExpanded(field.meaning)) {
-            field.text = expand(field.text);
+    read->problem = ProblemOf(read->info, fields.size());
+    std::span<const KRuleField> layout;
+    if (read->problem == Problem::None && !read->info->operations.empty()) {
+        if (read->info->ignoresCase) {
+            read->loweredOperation = KSUP::KUtil::Lowerify(fields.front());
         }
+        const KString& word = read->info->ignoresCase ? read->loweredOperation : fields.front();
+        if (const auto* known = FindOperationInfo(*read->info, word)) {
+            read->operation = known->operation;
+        } else if (read->info->unknownOperation == KUnknownOperation::FailsToLoad) {
+            read->problem = Problem::UnknownOperation;
+        }
+        layout = LayoutOf(type, read->operation, fields.size());
+    }
+    // Each text is made once, as the rule gets to see it: scripts have lines by the hundred thousand.
+    read->fields.reserve(fields.size());
+    for (std::size_t index = 0; index < fields.size(); ++index) {
+        const KRuleField meaning = index < layout.size() ? layout[index] : KRuleField::None;
+        read->fields.push_back(
+            {meaning, IsExpanded(meaning) ? expand(fields[index]) : fields[index]}
+        );
     }
     return KRuleLine(std::move(read));
 }
@@ -265,28 +272,34 @@ KRuleOperation KRuleLine::GetOperation() const noexcept {
 }
 
 const KString& KRuleLine::GetOperationText() const noexcept {
-    return contents->operationText;
+    return contents->info != nullptr && contents->info->ignoresCase ? contents->loweredOperation
+                                                                    : Get(KRuleField::Operation);
 }
 
 const std::vector<KRuleLine::Field>& KRuleLine::GetFields() const noexcept {
     return contents->fields;
 }
 
+KRuleLine::Field* KRuleLine::Find(KRuleField meaning) const noexcept {
+    const auto found = std::ranges::find(contents->fields, meaning, &Field::meaning);
+    if (found == contents->fields.end() && meaning == KRuleField::TargetName) {
+        return Find(KRuleField::FileName); // a copy or link keeps its name
+    }
+    return found != contents->fields.end() ? &*found : nullptr;
+}
+
 const KString& KRuleLine::Get(KRuleField meaning) const noexcept {
     static const KString nothing;
-    const auto find = [&](KRuleField wanted) -> const KString* {
-        for (const KRuleLine::Field& field : contents->fields) {
-            if (field.meaning == wanted) {
-                return &field.text;
-            }
-        }
-        return nullptr;
-    };
-    const KString* text = find(meaning);
-    if (text == nullptr && meaning == KRuleField::TargetName) {
-        text = find(KRuleField::FileName); // a copy or link keeps its name
+    const Field* field = Find(meaning);
+    return field != nullptr ? field->text : nothing;
+}
+
+KString KRuleLine::Take(KRuleField meaning) {
+    Field* field = Find(meaning);
+    if (field == nullptr) {
+        return {};
     }
-    return text != nullptr ? *text : nothing;
+    return field->meaning == meaning ? std::move(field->text) : field->text;
 }
 
 KRuleLine::Problem KRuleLine::GetProblem() const noexcept {

@@ -147,11 +147,21 @@ class INS_EXPORT KRuleLine {
     /// What an error that refuses the line tells: the problem is its reason.
     KSUP::KErrorDetail GetErrorDetail() const;
 
+    /// Moves the field of this meaning out, for a rule that keeps it; as Get otherwise, and empty when
+    /// it is taken again.
+    KSUP::KString Take(KRuleField meaning);
+
+    ~KRuleLine();
+    KRuleLine(KRuleLine&& other) noexcept; ///< leaves nothing but destruction to the other
+    KRuleLine& operator=(KRuleLine&& other) noexcept; ///< as above
+
   private:
     struct Contents;
-    explicit KRuleLine(std::shared_ptr<const Contents> read) noexcept;
+    static Problem ProblemOf(const KRuleTypeInfo* info, std::size_t count) noexcept;
+    explicit KRuleLine(std::unique_ptr<Contents> read) noexcept;
+    Field* Find(KRuleField meaning) const noexcept;
 
-    std::shared_ptr<const Contents> contents; // never null, never changed
+    std::unique_ptr<Contents> contents; // never null, save in what was moved from
 };
 
 } // namespace KINS

@@ -80,7 +80,7 @@ KString KServiceRule::Description() const {
 }
 
 void KServiceRule::ParseRule(const std::vector<KString>& fields) {
-    const KRuleLine line = ReadFields(KRuleType::Service, fields);
+    KRuleLine line = ReadFields(KRuleType::Service, fields);
     if (line.GetProblem() != KRuleLine::Problem::None) {
         log << KLogPrefix(LogName()) << "Invalid service rule detected " << ruleLine
             << KLogTypes::EndEntry;
@@ -92,10 +92,10 @@ void KServiceRule::ParseRule(const std::vector<KString>& fields) {
         );
     }
     action = line.GetOperationText();
-    serviceName = line.Get(KRuleField::ServiceName);
-    displayName = line.Get(KRuleField::DisplayName);
-    program = line.Get(KRuleField::Program);
-    arguments = line.Get(KRuleField::Arguments);
+    serviceName = line.Take(KRuleField::ServiceName);
+    displayName = line.Take(KRuleField::DisplayName);
+    program = line.Take(KRuleField::Program);
+    arguments = line.Take(KRuleField::Arguments);
 }
 
 unsigned KServiceRule::InstallService() {
