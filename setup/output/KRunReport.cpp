@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/JsonText.h>
+#include <setup/output/KJsonObject.h>
 #include <setup/output/KRunReport.h>
-
-#include <nlohmann/json.hpp>
 
 namespace KSETUP {
 
@@ -10,36 +8,32 @@ namespace {
 
 constexpr int schemaVersion = 1;
 
-void AddUnlessEmpty(Json& object, const char* name, const std::string& text) {
+void PutUnlessEmpty(KJsonObject& object, const char* name, const std::string& text) {
     if (!text.empty()) {
-        object[name] = text;
+        object.Put(name, text);
     }
 }
 
 template <class Item>
-void AddUnlessEmpty(Json& object, const char* name, const std::vector<Item>& list) {
+void PutUnlessEmpty(KJsonObject& object, const char* name, const std::vector<Item>& list) {
     if (!list.empty()) {
-        object[name] = list;
+        object.Put(name, list);
     }
 }
 
-Json ErrorOf(const KRunReport& report) {
-    Json error;
+KJsonObject ErrorOf(const KRunReport& report) {
+    KJsonObject error;
     if (report.errorCode != 0) {
-        error["code"] = report.errorCode;
+        error.Put("code", report.errorCode);
     }
-    error["text"] = report.error;
-    AddUnlessEmpty(error, "place", report.place);
-    AddUnlessEmpty(error, "rule", report.rule);
-    AddUnlessEmpty(error, "logEnd", report.logEnd);
+    error.Put("text", report.error);
+    PutUnlessEmpty(error, "place", report.place);
+    PutUnlessEmpty(error, "rule", report.rule);
+    PutUnlessEmpty(error, "logEnd", report.logEnd);
     return error;
 }
 
 } // namespace
-
-std::string OneLine(const Json& object) {
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
 
 const char* ResultWord(KRunResult result) noexcept {
     switch (result) {
@@ -59,38 +53,42 @@ const char* ResultWord(KRunResult result) noexcept {
     return "";
 }
 
-Json ToJsonObject(const KRunReport& report) {
-    Json object;
-    object["schema"] = schemaVersion;
-    object["command"] = report.command;
-    object["result"] = ResultWord(report.result);
-    object["exitCode"] = report.exitCode;
-    AddUnlessEmpty(object, "product", report.product);
+KJsonObject ToJsonObject(const KRunReport& report) {
+    KJsonObject object;
+    object.Put("schema", schemaVersion);
+    object.Put("command", report.command);
+    object.Put("result", ResultWord(report.result));
+    object.Put("exitCode", report.exitCode);
+    PutUnlessEmpty(object, "product", report.product);
     if (!report.version.empty()) {
-        object["version"] = report.version;
-        object["buildNumber"] = report.buildNumber;
+        object.Put("version", report.version);
+        object.Put("buildNumber", report.buildNumber);
     }
-    AddUnlessEmpty(object, "formerVersion", report.formerVersion);
-    AddUnlessEmpty(object, "productPath", report.productPath);
+    PutUnlessEmpty(object, "formerVersion", report.formerVersion);
+    PutUnlessEmpty(object, "productPath", report.productPath);
     if (report.rulesAll != 0) {
-        object["rules"] = {{"done", report.rulesDone}, {"all", report.rulesAll}};
+        object.Put(
+            "rules", KJsonObject().Put("done", report.rulesDone).Put("all", report.rulesAll)
+        );
     }
     if (!report.error.empty()) {
-        object["error"] = ErrorOf(report);
+        object.Put("error", ErrorOf(report));
     }
-    AddUnlessEmpty(object, "log", report.log);
-    AddUnlessEmpty(object, "commandOutput", report.commandOutput);
-    AddUnlessEmpty(object, "notes", report.notes);
-    AddUnlessEmpty(object, "running", report.running);
-    AddUnlessEmpty(object, "leftBehind", report.leftBehind);
+    PutUnlessEmpty(object, "log", report.log);
+    PutUnlessEmpty(object, "commandOutput", report.commandOutput);
+    PutUnlessEmpty(object, "notes", report.notes);
+    PutUnlessEmpty(object, "running", report.running);
+    PutUnlessEmpty(object, "leftBehind", report.leftBehind);
+    std::vector<KJsonObject> differences;
     for (const auto& [path, what] : report.differences) {
-        object["differences"].push_back({{"path", path}, {"what", what}});
+        differences.push_back(KJsonObject().Put("path", path).Put("what", what));
     }
+    PutUnlessEmpty(object, "differences", differences);
     return object;
 }
 
 std::string ToJson(const KRunReport& report) {
-    return OneLine(ToJsonObject(report));
+    return ToJsonObject(report).ToText();
 }
 
 } // namespace KSETUP

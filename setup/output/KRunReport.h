@@ -7,6 +7,8 @@
 
 namespace KSETUP {
 
+class KJsonObject;
+
 enum class KRunResult { Done, Failed, Cancelled, Refused, NotInstalled, Differs };
 
 /// What became of a run or a question, for people and programs. Texts are as they came: whoever
@@ -44,5 +46,7 @@ const char* ResultWord(KRunResult result) noexcept;
 
 /// One JSON object in one line, with "schema": 1. Bytes that are no UTF-8 become U+FFFD.
 std::string ToJson(const KRunReport& report);
+/// The same, for further members beside it.
+KJsonObject ToJsonObject(const KRunReport& report);
 
 } // namespace KSETUP
