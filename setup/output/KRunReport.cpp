@@ -79,6 +79,25 @@ KJsonObject ToJsonObject(const KRunReport& report) {
     PutUnlessEmpty(object, "notes", report.notes);
     PutUnlessEmpty(object, "running", report.running);
     PutUnlessEmpty(object, "leftBehind", report.leftBehind);
+    PutUnlessEmpty(object, "keptForeign", report.keptForeign);
+    PutUnlessEmpty(object, "obsolete", report.obsolete);
+    std::vector<KJsonObject> kept;
+    for (const KRunReport::Kept& one : report.keptConfiguration) {
+        kept.push_back(KJsonObject().Put("path", one.path));
+        PutUnlessEmpty(kept.back(), "new", one.offered);
+    }
+    PutUnlessEmpty(object, "keptConfiguration", kept);
+    std::vector<KJsonObject> links;
+    for (const auto& [path, target] : report.replacedLinks) {
+        links.push_back(KJsonObject().Put("path", path).Put("target", target));
+    }
+    PutUnlessEmpty(object, "replacedLinks", links);
+    PutUnlessEmpty(object, "outdated", report.outdated);
+    std::vector<KJsonObject> services;
+    for (const auto& [name, state] : report.keptServices) {
+        services.push_back(KJsonObject().Put("service", name).Put("state", state));
+    }
+    PutUnlessEmpty(object, "keptServices", services);
     std::vector<KJsonObject> differences;
     for (const auto& [path, what] : report.differences) {
         differences.push_back(KJsonObject().Put("path", path).Put("what", what));

@@ -37,6 +37,19 @@ struct KRunReport {
     std::vector<std::string> notes;      ///< further sentences for the reader
     std::vector<std::string> running;    ///< programs that ran when their files were to go
     std::vector<std::string> leftBehind; ///< paths that a removal left
+    struct Kept {
+        std::string path;
+        std::string offered; ///< where the kit's newer one lies; empty without one
+    };
+    std::vector<Kept> keptConfiguration; ///< edited files, which stay
+    std::vector<std::string>
+        keptForeign;                   ///< what an install was to delete and is not the product's
+    std::vector<std::string> obsolete; ///< deleted, as this version does not have them any more
+    std::vector<std::string> outdated; ///< sentences on programs that use what was replaced
+    /// Services that stay as the administrator had them: name and "stopped", "disabled", "masked".
+    std::vector<std::pair<std::string, std::string>> keptServices;
+    /// Links that a file took the place of, and what they lead to.
+    std::vector<std::pair<std::string, std::string>> replacedLinks;
     /// Path and what is different, of `status --verify`.
     std::vector<std::pair<std::string, std::string>> differences;
 };

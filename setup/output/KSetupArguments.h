@@ -36,6 +36,9 @@ struct KSetupArguments {
     bool noCheck = false;         ///< install although the script has errors
     bool allowDowngrade = false;  ///< install over a newer version
     bool backup = false;          ///< keep what is overwritten or deleted
+    bool allowConflicts = false;  ///< change what is not the product's
+    bool startServices = false;   ///< also those that the administrator stopped
+    bool purge = false;           ///< remove all that the script says, edited configuration too
     bool yes = false;             ///< remove without being asked
     unsigned waitSeconds = 0;     ///< for another run to end
     bool verify = false;          ///< compare what is installed with what was

@@ -34,6 +34,9 @@ KJsonObject ToObject(const KPlannedAction& action) {
         object.Put("mode", mode.data());
         break;
     }
+    case Kind::KeepFile:
+        object.Put("reason", action.source);
+        break;
     case Kind::MakeLink:
         object.Put("target", action.source);
         break;
@@ -54,6 +57,15 @@ KJsonObject ToObject(const KPlannedAction& action) {
     }
     if (action.lacks) {
         object.Put("missing", true);
+    }
+    if (action.replacesLink) {
+        object.Put("replacesLink", true);
+    }
+    if (action.isConfiguration) {
+        object.Put("configuration", true);
+    }
+    if (!action.conflict.empty()) {
+        object.Put("conflict", action.conflict);
     }
     if (!action.obstacle.empty()) {
         object.Put("obstacle", action.obstacle);
@@ -106,6 +118,7 @@ KJsonObject ToObject(const KPlanTotals& totals) {
         .Put("created", totals.created)
         .Put("overwritten", totals.overwritten)
         .Put("deleted", totals.deleted)
+        .Put("kept", totals.kept)
         .Put("directoriesCreated", totals.directoriesCreated)
         .Put("directoriesDeleted", totals.directoriesDeleted)
         .Put("services", totals.services)
@@ -127,7 +140,11 @@ std::string ToJson(const KPlanReport& report, int exitCode) {
     object.Put("productPath", report.path);
     object.Put("script", report.script);
     object.Put("rules", ToObjects(report.plan->GetRules()));
+    object.Put("cleanup", ToObjects(report.plan->GetCleanup()));
     object.Put("totals", ToObject(CountTotals(*report.plan)));
+    if (!report.notes.empty()) {
+        object.Put("notes", report.notes);
+    }
     if (!report.refusal.empty()) {
         object.Put("refusal", report.refusal);
     }
