@@ -6,10 +6,10 @@ _ins_setup_options() { # COMMAND
     local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup'
     run+=' --offline-services'
     case $1 in
-    install) echo "$run --addProfileLine --no-check --allow-downgrade" ;;
+    install) echo "$run --addProfileLine --no-check --allow-downgrade --rollback" ;;
     remove) echo "$run --yes -y" ;;
     status) echo '--kit --json --verify' ;;
-    restore) echo '--kit --json --quiet -q --wait' ;;
+    restore) echo '--kit --json --quiet -q --wait --force' ;;
     check) echo '--kit --json --strict' ;;
     'plan install' | 'plan remove') echo '--kit --json --offline-services' ;;
     macros) echo '--kit --json' ;;

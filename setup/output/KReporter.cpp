@@ -38,6 +38,15 @@ void PrintCommandOutput(std::ostream& out, const KRunReport& report) {
     }
 }
 
+void PrintLeftBehind(std::ostream& out, const KRunReport& report) {
+    if (!report.leftBehind.empty()) {
+        out << "Still there:\n";
+        for (const std::string& path : report.leftBehind) {
+            out << "    " << Printable(path) << "\n";
+        }
+    }
+}
+
 void PrintNotes(std::ostream& out, const KRunReport& report) {
     PrintCommandOutput(out, report);
     for (const std::string& note : report.notes) {
@@ -131,7 +140,10 @@ void KReporter::Finish(const KRunReport& report) {
 
 void KReporter::PrintDone(const KRunReport& report) const {
     if (report.command == "restore") {
-        std::cout << Printable(report.product) << " is as it was before.\n";
+        std::cout << Printable(report.product)
+                  << (report.restored && report.restored->isComplete
+                          ? " is as it was before.\n"
+                          : ": what the last run replaced is put back.\n");
     } else if (report.result == KRunResult::NotInstalled) {
         std::cout << Printable(report.product) << " is not installed.\n";
     } else if (report.command == "install" || report.command == "status") {
@@ -147,12 +159,7 @@ void KReporter::PrintDone(const KRunReport& report) const {
     for (const auto& [path, what] : report.differences) {
         std::cout << "    " << Printable(path) << " " << Printable(what) << "\n";
     }
-    if (!report.leftBehind.empty()) {
-        std::cout << "Still there:\n";
-        for (const std::string& path : report.leftBehind) {
-            std::cout << "    " << Printable(path) << "\n";
-        }
-    }
+    PrintLeftBehind(std::cout, report);
     for (const std::string& note : report.notes) {
         std::cout << Printable(note) << "\n";
     }
@@ -193,6 +200,7 @@ void KReporter::PrintTrouble(const KRunReport& report) {
         PrintLogEnd(report);
     }
     PrintNotes(out, report);
+    PrintLeftBehind(out, report); // by a run that was rolled back
     out.flush();
 }
 

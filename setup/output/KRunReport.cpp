@@ -35,6 +35,19 @@ Json ErrorOf(const KRunReport& report) {
     return error;
 }
 
+Json RestoredOf(const KPutBackReport& restored) {
+    Json object = {
+        {"putBack", restored.putBack},
+        {"deleted", restored.deleted},
+        {"complete", restored.isComplete}};
+    for (const auto& [path, keptAs] : restored.edited) {
+        object["edited"].push_back({{"path", path}, {"keptAs", keptAs}});
+    }
+    AddUnlessEmpty(object, "restarted", restored.restarted);
+    AddUnlessEmpty(object, "stopped", restored.stopped);
+    return object;
+}
+
 } // namespace
 
 std::string OneLine(const Json& object) {
@@ -85,6 +98,12 @@ Json ToJsonObject(const KRunReport& report) {
     AddUnlessEmpty(object, "leftBehind", report.leftBehind);
     for (const auto& [path, what] : report.differences) {
         object["differences"].push_back({{"path", path}, {"what", what}});
+    }
+    if (report.restored) {
+        object["restored"] = RestoredOf(*report.restored);
+    }
+    if (report.rolledBack) {
+        object["rolledBack"] = *report.rolledBack;
     }
     return object;
 }

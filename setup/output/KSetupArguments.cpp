@@ -176,6 +176,9 @@ void Parser::AddInstall() {
         )
         ->type_name("LINE")
         ->allow_extra_args(false);
+    install->add_flag(
+        "--rollback", arguments.rollback, "Put everything back when it fails or is stopped"
+    );
     install->add_flag("--no-check", arguments.noCheck, "Install although the script has errors");
     install->add_flag(
         "--allow-downgrade", arguments.allowDowngrade, "Install over a newer version"
@@ -188,9 +191,12 @@ void Parser::AddRemove() {
     AddRunOptions(remove);
     remove->add_flag("-y,--yes", arguments.yes, "Do not ask");
     CLI::App* restore =
-        Add(app, "restore", "Put back what the last run with --backup replaced", Command::Restore);
+        Add(app, "restore", "Undo the last run, if it kept a backup", Command::Restore);
     AddKit(restore);
     AddCallerOptions(restore);
+    restore->add_flag(
+        "--force", arguments.force, "Also over what was edited since, which is kept as NAME.edited"
+    );
 }
 
 void Parser::AddQuestions() {

@@ -36,6 +36,8 @@ struct KSetupArguments {
     bool noCheck = false;         ///< install although the script has errors
     bool allowDowngrade = false;  ///< install over a newer version
     bool backup = false;          ///< keep what is overwritten or deleted
+    bool rollback = false;        ///< put back by itself when it fails or is stopped
+    bool force = false;           ///< restore although files were edited since
     bool yes = false;             ///< remove without being asked
     unsigned waitSeconds = 0;     ///< for another run to end
     bool verify = false;          ///< compare what is installed with what was

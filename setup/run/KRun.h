@@ -4,6 +4,7 @@
 #include <ins/KInstaller.h>
 #include <setup/run/KCheckedRun.h>
 #include <setup/run/KCommandOutput.h>
+#include <setup/run/KRunBackup.h>
 #include <setup/run/KRunWatch.h>
 #include <setup/state/KRunState.h>
 #include <setup/state/KWriteJournal.h>
@@ -37,7 +38,6 @@ class KRun {
     bool GoesOn() const noexcept;
     void OpenJournal();
     void CloseJournal();
-    void BackUp();
     void OpenLogs();
     void Remember();
     void StartRules();
@@ -45,10 +45,12 @@ class KRun {
     void SettleInstall();
     void SettleRemoval();
     KManifest MakeManifest();
+    void NameRun();
     std::vector<std::string> FindLeft() const;
     void Forget();
     void FillError(const KSUP::KError& error);
     void FillStopped();
+    bool IsRolledBack();
     std::string DescribeWhatStays() const;
     void FillLogEnd() const;
     void FillNotes();
@@ -57,7 +59,7 @@ class KRun {
     const KRunContext& context;
     KRunReport& report;
     KCommandOutput commandOutput;
-    bool hasBackup = false; // of what the run replaces, its own or that of the one it goes on with
+    KRunBackup backup;                      // of what the run replaces
     std::optional<KRunState> state;         // as the next
     std::unique_ptr<KWriteJournal> journal; // there once the run is remembered
     std::unique_ptr<KRunWatch> watch;
