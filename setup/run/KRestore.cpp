@@ -232,7 +232,8 @@ void Restore(const KRunContext& context) {
     if (!begun || begun->action != KRunDescription::Action::Restore) {
         RefuseWithout(product, store);
     }
-    // One that was killed behind its last step but one: the backup is deleted when all is put back.
+    // One that was killed while it deleted the backup, which it does when all is put back.
+    store.Delete(run);
     KWriteJournal::Discard(product.GetService());
     KRunState(product.GetService()).End();
     RemoveEmptyStateDirectory(product.GetService());

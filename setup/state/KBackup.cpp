@@ -372,8 +372,8 @@ void KBackup::Delete(const std::string& run) {
     for (const char* place : {nextName, directoryName}) {
         const auto store = product ? product->ExistingBelow(place) : std::nullopt;
         const std::optional<KBackupIndex> index = store ? LoadIndex(*store) : std::nullopt;
-        if (index && index->run == run) {
-            store->Delete(indexName); // half a backup is none
+        if (store && (!index || index->run == run)) {
+            store->Delete(indexName); // first: half a backup is none
             product->DeleteDirectory(place);
             product->Flush();
         }

@@ -105,7 +105,7 @@ class KBackup {
     ///
     /// Throws   KSetupFailure when the directory cannot be trusted
     bool Exists() const;
-    /// Deletes the backup of this run.
+    /// Deletes the backup of this run, and what is left of one that was being deleted.
     ///
     /// Throws   KSetupFailure
     void Delete(const std::string& run);

@@ -471,6 +471,16 @@ TEST_F(KBackupTest, WhatAKilledBackupLeftIsNoBackup) {
     EXPECT_FALSE(tree.Exists("base/dps/backup.new"));
 }
 
+TEST_F(KBackupTest, HalfADeletedBackupIsNoneAndGoesWithTheNextDeletion) {
+    Save();
+    backup.Commit();
+    tree.Remove("base/dps/backup/index");
+    EXPECT_FALSE(backup.Open("1"));
+    EXPECT_FALSE(backup.Exists());
+    backup.Delete("1");
+    EXPECT_FALSE(tree.Exists("base/dps/backup"));
+}
+
 TEST_F(KBackupTest, KeptFilesAreNotForOthers) {
     Save();
     EXPECT_EQ(tree.Mode("base/dps/backup.next"), 0700u);
