@@ -162,6 +162,7 @@ void Begin(const KLockedProduct& product, const std::string& run, KRunReport& re
     description.action = KRunDescription::Action::Restore;
     description.run = run;
     report.version = description.version;
+    report.buildNumber = product.GetRecord() ? product.GetRecord()->buildNumber : 0;
     report.productPath = description.path;
     report.log = product.GetInstaller().GetSetupLogPath().c_str();
     RequireSafeLog(report.log);

@@ -42,6 +42,18 @@ void AddTree(const std::string& directory, std::vector<std::string>& paths) {
     }
 }
 
+/// What an earlier run installed: a command may change it, too.
+void AddInstalled(const KLockedProduct& product, std::vector<std::string>& paths) {
+    try {
+        if (const auto manifest = product.LoadManifest()) {
+            for (const auto& [path, entry] : manifest->GetEntries()) {
+                paths.push_back(path);
+            }
+        }
+    } catch (const KSetupFailure&) { // damaged: what the rules change is kept all the same
+    }
+}
+
 /// What a run that was interrupted kept under its name; empty where it kept nothing that can be
 /// understood.
 std::string FormerRun(const KLockedProduct& product, const KBackup& store) {
@@ -95,6 +107,7 @@ std::vector<std::string> KRunBackup::FindPaths(const std::vector<KServiceBefore>
         const std::vector<std::string> entries = FindUnitEntries(service.name);
         paths.insert(paths.end(), entries.begin(), entries.end());
     }
+    AddInstalled(planned.GetProduct(), paths);
     paths.push_back(planned.GetProduct().GetMacros().Expand(KINS::Names::recordFile));
     const std::string own = store.GetBase() + "/" + store.GetName();
     paths.push_back(own + "/manifest");

@@ -254,8 +254,12 @@ void KRun::FillStopped() {
 
 /// Puts everything back where that was asked for; else notes what the run left.
 bool KRun::IsRolledBack() {
-    if (context.arguments.rollback && backup.RollBack()) {
-        return true;
+    if (context.arguments.rollback) {
+        const bool isWhole = backup.RollBack();
+        KAuditLog::RolledBack(report, installer.GetLog());
+        if (isWhole) {
+            return true;
+        }
     }
     backup.Fail(journal->GetMade());
     return false;

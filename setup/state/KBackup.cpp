@@ -4,8 +4,12 @@
 #include <setup/files/PathText.h>
 #include <setup/state/KBackup.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <future>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include <sys/files/FileContent.h>
@@ -32,10 +36,8 @@ KSetupFailure CannotKeep(const std::string& path, unsigned errorNumber) {
     );
 }
 
-/// The digest is that of the copy: what a restoration will read.
-///
 /// Returns  0 or errno
-unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored, KBackupEntry& entry) {
+unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored) {
     KSYS::KDescriptor source;
     KSYS::KDescriptor target;
     struct stat status {};
@@ -46,16 +48,7 @@ unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored, KBackupEn
     if (failed == 0) {
         failed = KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::Any);
     }
-    if (failed == 0) {
-        failed = KSYS::CopyExtendedAttributes(source.Get(), target.Get());
-    }
-    if (failed != 0) {
-        return failed;
-    }
-    const KFileDigest digest = DigestFile(stored);
-    entry.size = digest.size;
-    entry.digest = digest.sha256;
-    return digest.errorNumber;
+    return failed != 0 ? failed : KSYS::CopyExtendedAttributes(source.Get(), target.Get());
 }
 
 /// Of a path's parents only directories are made and taken away: a link there is the machine's own
@@ -84,7 +77,7 @@ void Note(const std::string& path, Of of, Making& making) {
         failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
         entry->stored = std::to_string(entries.size());
         if (failed == 0) {
-            failed = KeepFile(place, {making.store.Get(), entry->stored.c_str()}, *entry);
+            failed = KeepFile(place, {making.store.Get(), entry->stored.c_str()});
         }
     }
     if (failed != 0) {
@@ -93,13 +86,21 @@ void Note(const std::string& path, Of of, Making& making) {
     entries[path] = std::move(*entry);
 }
 
+bool HasFile(const KPrivateDirectory& store, const char* name) {
+    struct stat status {};
+    return KSYS::ReadStatus({store.Get(), name}, LastLink::Keep, status) == 0;
+}
+
+[[noreturn]] void Stopped() {
+    throw KSetupStop("stopped on request while keeping what would be replaced. Nothing was changed."
+    );
+}
+
 void NoteAll(const KBackupWish& wish, const std::function<bool()>& shallStop, Making& making) {
     for (const std::string& written : wish.paths) {
         const std::string path = NormalPath(written);
         if (shallStop && shallStop()) {
-            throw KSetupStop(
-                "stopped on request while keeping what would be replaced. Nothing was changed."
-            );
+            Stopped();
         }
         for (std::size_t end = path.find('/', 1); end != std::string::npos;
              end = path.find('/', end + 1)) {
@@ -118,10 +119,64 @@ void NoteAll(const KBackupWish& wish, const std::function<bool()>& shallStop, Ma
     }
 }
 
-bool HasFile(const KPrivateDirectory& store, const char* name) {
-    struct stat status {};
-    return KSYS::ReadStatus({store.Get(), name}, LastLink::Keep, status) == 0;
-}
+/// Digests the copies: what a restoration will read. It takes longer than copying them, so all
+/// processors do it.
+///
+/// Thread   this one asks `shallStop`, and works as the others do
+class KeptDigests {
+  public:
+    KeptDigests(const KPrivateDirectory& directory, KBackupEntries& entries) : store(directory) {
+        for (auto& [path, entry] : entries) {
+            if (!entry.stored.empty() && entry.digest.empty()) {
+                files.emplace_back(&path, &entry);
+            }
+        }
+    }
+    void Run(const std::function<bool()>& shallStop) {
+        std::vector<std::future<void>> others; // waited for in any case
+        const std::size_t count = std::min<std::size_t>(
+            {std::thread::hardware_concurrency(), files.size() / filesForOne, mostThreads}
+        );
+        for (std::size_t at = 1; at < count; ++at) {
+            others.push_back(std::async(std::launch::async, [this] { Work({}); }));
+        }
+        Work(shallStop);
+        for (std::future<void>& other : others) {
+            other.get();
+        }
+        if (isStopped) {
+            Stopped();
+        }
+    }
+
+  private:
+    static constexpr std::size_t filesForOne = 16;
+    static constexpr std::size_t mostThreads = 4; // for a disk it is enough
+
+    void Work(const std::function<bool()>& shallStop) {
+        const auto stops = [&] {
+            if (shallStop && shallStop()) {
+                isStopped = true;
+            }
+            return isStopped.load();
+        };
+        for (std::size_t at = next++; at < files.size() && !isStopped; at = next++) {
+            const auto& [path, entry] = files[at];
+            const KFileDigest digest = DigestFile({store.Get(), entry->stored.c_str()}, stops);
+            if (digest.errorNumber != 0 && digest.errorNumber != ECANCELED) {
+                isStopped = true; // for the others; what is thrown says why
+                throw CannotKeep(*path, digest.errorNumber);
+            }
+            entry->size = digest.size;
+            entry->digest = digest.sha256;
+        }
+    }
+
+    const KPrivateDirectory& store;
+    std::vector<std::pair<const std::string*, KBackupEntry*>> files;
+    std::atomic<std::size_t> next{0};
+    std::atomic<bool> isStopped{false};
+};
 
 KSetupFailure
 NotUnderstood(const KPrivateDirectory& store, const char* file, const std::invalid_argument& what) {
@@ -182,6 +237,7 @@ void KBackup::Save(const KBackupWish& wish, const std::function<bool()>& shallSt
         Making making{store, TakeOver(product.ExistingBelow(nextName), wish.run, store)};
         making.index.hasCommands = making.index.hasCommands || wish.hasCommands;
         NoteAll(wish, shallStop, making);
+        KeptDigests(store, making.index.entries).Run(shallStop);
         if (const unsigned failed = KSYS::FlushFileSystem(store.Get()); failed != 0) {
             throw CannotKeep(store.GetPath(), failed);
         }
