@@ -6,10 +6,10 @@ _ins_setup_options() { # COMMAND
     local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup'
     run+=' --offline-services --allow-conflicts'
     case $1 in
-    install) echo "$run --addProfileLine --no-check --allow-downgrade --start-services" ;;
+    install) echo "$run --addProfileLine --no-check --allow-downgrade --start-services --rollback" ;;
     remove) echo "$run --yes -y --purge" ;;
     status) echo '--kit --json --verify' ;;
-    restore) echo '--kit --json --quiet -q --wait' ;;
+    restore) echo '--kit --json --quiet -q --wait --force' ;;
     check) echo '--kit --json --strict' ;;
     'plan install') echo '--kit --json --offline-services --allow-conflicts' ;;
     'plan remove') echo '--kit --json --offline-services --allow-conflicts --purge' ;;

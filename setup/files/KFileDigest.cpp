@@ -41,11 +41,11 @@ std::string HexText(const unsigned char* bytes, unsigned count) {
 
 } // namespace
 
-KFileDigest DigestFile(const std::string& path, const std::function<bool()>& shallStop) {
+KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& shallStop) {
     KFileDigest result;
     KSYS::KDescriptor file;
     struct stat status {};
-    result.errorNumber = KSYS::OpenRegularEntry(path, O_RDONLY, file, status);
+    result.errorNumber = KSYS::OpenRegularEntry(entry, O_RDONLY, file, status);
     if (result.errorNumber != 0) {
         return result;
     }

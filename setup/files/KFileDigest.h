@@ -6,6 +6,8 @@
 #include <string>
 #include <unordered_map>
 
+#include <sys/files/DirectoryEntry.h>
+
 namespace KSETUP {
 
 struct KFileDigest {
@@ -21,6 +23,6 @@ using KDigests = std::unordered_map<std::string, KFileDigest>;
 /// for. `shallStop` is asked before each 1 MiB; the error is ECANCELED when it says so.
 ///
 /// Throws   KSetupFailure when libcrypto fails
-KFileDigest DigestFile(const std::string& path, const std::function<bool()>& shallStop = {});
+KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& shallStop = {});
 
 } // namespace KSETUP

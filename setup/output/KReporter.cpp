@@ -38,6 +38,15 @@ void PrintCommandOutput(std::ostream& out, const KRunReport& report) {
     }
 }
 
+void PrintLeftBehind(std::ostream& out, const KRunReport& report) {
+    if (!report.leftBehind.empty()) {
+        out << "Still there:\n";
+        for (const std::string& path : report.leftBehind) {
+            out << "    " << Printable(path) << "\n";
+        }
+    }
+}
+
 void PrintNotes(std::ostream& out, const KRunReport& report) {
     PrintCommandOutput(out, report);
     for (const std::string& note : report.notes) {
@@ -141,7 +150,10 @@ void KReporter::Finish(const KRunReport& report) {
 
 void KReporter::PrintDone(const KRunReport& report) const {
     if (report.command == "restore") {
-        std::cout << Printable(report.product) << " is as it was before.\n";
+        std::cout << Printable(report.product)
+                  << (report.restored && report.restored->isComplete
+                          ? " is as it was before.\n"
+                          : ": what the last run replaced is put back.\n");
     } else if (report.result == KRunResult::NotInstalled) {
         std::cout << Printable(report.product) << " is not installed.\n";
     } else if (report.command == "install" || report.command == "status") {
@@ -157,7 +169,7 @@ void KReporter::PrintDone(const KRunReport& report) const {
     for (const auto& [path, what] : report.differences) {
         std::cout << "    " << Printable(path) << " " << Printable(what) << "\n";
     }
-    PrintPaths("Still there:", report.leftBehind);
+    PrintLeftBehind(std::cout, report);
     PrintPaths("Not the product's, so it stays:", report.keptForeign);
     PrintPaths("Deleted, as this version does not have it any more:", report.obsolete);
     PrintConfiguration(report);
@@ -226,6 +238,7 @@ void KReporter::PrintTrouble(const KRunReport& report) {
         PrintLogEnd(report);
     }
     PrintNotes(out, report);
+    PrintLeftBehind(out, report); // by a run that was rolled back
     out.flush();
 }
 

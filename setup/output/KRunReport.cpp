@@ -33,6 +33,21 @@ KJsonObject ErrorOf(const KRunReport& report) {
     return error;
 }
 
+KJsonObject RestoredOf(const KPutBackReport& restored) {
+    KJsonObject object;
+    object.Put("putBack", restored.putBack)
+        .Put("deleted", restored.deleted)
+        .Put("complete", restored.isComplete);
+    std::vector<KJsonObject> edited;
+    for (const auto& [path, keptAs] : restored.edited) {
+        edited.push_back(KJsonObject().Put("path", path).Put("keptAs", keptAs));
+    }
+    PutUnlessEmpty(object, "edited", edited);
+    PutUnlessEmpty(object, "restarted", restored.restarted);
+    PutUnlessEmpty(object, "stopped", restored.stopped);
+    return object;
+}
+
 } // namespace
 
 const char* ResultWord(KRunResult result) noexcept {
@@ -103,6 +118,12 @@ KJsonObject ToJsonObject(const KRunReport& report) {
         differences.push_back(KJsonObject().Put("path", path).Put("what", what));
     }
     PutUnlessEmpty(object, "differences", differences);
+    if (report.restored) {
+        object.Put("restored", RestoredOf(*report.restored));
+    }
+    if (report.rolledBack) {
+        object.Put("rolledBack", *report.rolledBack);
+    }
     return object;
 }
 

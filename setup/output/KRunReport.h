@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -8,6 +9,17 @@
 namespace KSETUP {
 
 class KJsonObject;
+
+/// What a restoration, or a run that was rolled back, put back.
+struct KPutBackReport {
+    unsigned putBack = 0;    ///< files, links and directories
+    unsigned deleted = 0;    ///< that had not been there
+    bool isComplete = false; ///< nothing is known that is not as it was before
+    /// What was edited since the run, and where it lies now.
+    std::vector<std::pair<std::string, std::string>> edited;
+    std::vector<std::string> restarted; ///< services, with the program of before
+    std::vector<std::string> stopped;   ///< services that did not run before
+};
 
 enum class KRunResult { Done, Failed, Cancelled, Refused, NotInstalled, Differs };
 
@@ -52,6 +64,8 @@ struct KRunReport {
     std::vector<std::pair<std::string, std::string>> replacedLinks;
     /// Path and what is different, of `status --verify`.
     std::vector<std::pair<std::string, std::string>> differences;
+    std::optional<KPutBackReport> restored; ///< of "restore", and of a run that was rolled back
+    std::optional<bool> rolledBack;         ///< of a run that was to be, whether all was put back
 };
 
 /// The word for a result, as "failed".

@@ -189,6 +189,9 @@ void Parser::AddInstall() {
     install->add_flag(
         "--start-services", arguments.startServices, "Start also services that were stopped by hand"
     );
+    install->add_flag(
+        "--rollback", arguments.rollback, "Put everything back when it fails or is stopped"
+    );
     install->add_flag("--no-check", arguments.noCheck, "Install although the script has errors");
     install->add_flag(
         "--allow-downgrade", arguments.allowDowngrade, "Install over a newer version"
@@ -204,9 +207,12 @@ void Parser::AddRemove() {
     );
     remove->add_flag("-y,--yes", arguments.yes, "Do not ask");
     CLI::App* restore =
-        Add(app, "restore", "Put back what the last run with --backup replaced", Command::Restore);
+        Add(app, "restore", "Undo the last run, if it kept a backup", Command::Restore);
     AddKit(restore);
     AddCallerOptions(restore);
+    restore->add_flag(
+        "--force", arguments.force, "Also over what was edited since, which is kept as NAME.edited"
+    );
 }
 
 void Parser::AddQuestions() {

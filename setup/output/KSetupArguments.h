@@ -39,6 +39,8 @@ struct KSetupArguments {
     bool allowConflicts = false;  ///< change what is not the product's
     bool startServices = false;   ///< also those that the administrator stopped
     bool purge = false;           ///< remove all that the script says, edited configuration too
+    bool rollback = false;        ///< put back by itself when it fails or is stopped
+    bool force = false;           ///< restore although files were edited since
     bool yes = false;             ///< remove without being asked
     unsigned waitSeconds = 0;     ///< for another run to end
     bool verify = false;          ///< compare what is installed with what was

@@ -83,6 +83,14 @@ void KAuditLog::Begin(const KRunReport& report, const std::string& kit) {
     TellJournal(report, "Begin " + What(report), "started");
 }
 
+void KAuditLog::RolledBack(const KRunReport& report, KSUP::KLog& log) {
+    const KPutBackReport restored = report.restored.value_or(KPutBackReport());
+    log << KLogPrefix(Name()) << "Rolled back: " << restored.putBack << " put back, "
+        << restored.deleted << " deleted, "
+        << (report.rolledBack.value_or(false) ? "all done" : "not all of it could be done")
+        << KLogTypes::EndEntry;
+}
+
 void KAuditLog::End(const KRunReport& report, KSUP::KLog& log) {
     const std::string result = ResultWord(report.result);
     log << KLogPrefix(Name()) << "End " << What(report) << ": " << result << ", "

@@ -20,6 +20,8 @@ class KAuditLog {
   public:
     /// Throws   KSetupFailure when the setup log cannot be opened
     static void Begin(const KRunReport& report, const std::string& kit);
+    /// Before the end of a run that was to be put back, what became of that. `log` as below.
+    static void RolledBack(const KRunReport& report, KSUP::KLog& log);
     /// `log` is the installer's, which is open by now.
     static void End(const KRunReport& report, KSUP::KLog& log);
 };

@@ -50,7 +50,11 @@ class KLockedProduct {
     /// The run that did not come to its end; nothing without one.
     const std::optional<KInterruptedRun>& GetInterrupted() const noexcept { return interrupted; }
 
-    /// What is the product's, and what another's.
+    /// What was installed, as it is written down now; nothing without a manifest.
+    ///
+    /// Throws   KSetupFailure for one that cannot be understood
+    std::optional<KManifest> LoadManifest() const { return KManifest::Read(service); }
+    /// What was the product's when it was locked, and what is another's.
     KOwnership& GetOwnership() noexcept { return ownership; }
 
   private:

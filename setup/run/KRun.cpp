@@ -10,12 +10,9 @@
 #include <setup/run/KRun.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/run/RunFailure.h>
-#include <setup/state/KBackup.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 
-#include <algorithm>
-#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,15 +22,6 @@ namespace KSETUP {
 namespace {
 
 using KINS::KRunEvent;
-
-/// Commands and services may write into what is there, besides what the plan knows of.
-bool StartsPrograms(const KPlan& plan) {
-    const auto& rules = plan.GetRules();
-    return std::any_of(rules.begin(), rules.end(), [](const KPlannedRule& rule) {
-        return rule.rule.type == KINS::KRuleType::Process ||
-               rule.rule.type == KINS::KRuleType::Service;
-    });
-}
 
 /// The rules that count, as the engine will count them.
 std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
@@ -85,12 +73,13 @@ KRun::KRun(KCheckedRun&& checkedRun)
     : checked(std::move(checkedRun)),
       context(checked.GetContext()),
       report(context.report),
+      backup(checked.GetPlanned()),
       services(FindServicesBefore(GetPlanned())),
       ruleMaker(GetPlanned().GetPolicy(), services, changes),
       edited(FindEdited(GetPlanned().GetPolicy())) {
     OpenJournal();
     try {
-        BackUp();
+        backup.Save();
         OpenLogs();
     } catch (...) {
         CloseJournal(); // no rule was run
@@ -136,25 +125,6 @@ void KRun::CloseJournal() {
     }
 }
 
-/// Everything that the run may change, so that "restore" can put it back. A run that goes on after
-/// one with a backup adds to that, also without being told to: else it would put back a part only.
-void KRun::BackUp() {
-    KLockedProduct& product = GetPlanned().GetProduct();
-    const KPlan& plan = GetPlanned().GetPlan();
-    KBackupWay way;
-    way.addsToFormer = product.GetInterrupted() && product.GetInterrupted()->hasBackup;
-    way.filesMayBeWrittenTo = StartsPrograms(plan);
-    if (!context.arguments.backup && !way.addsToFormer) {
-        return;
-    }
-    std::vector<std::string> paths = ChangedPaths(plan);
-    paths.push_back(product.GetMacros().Expand(KINS::Names::recordFile));
-    paths.push_back(std::filesystem::path(stateBaseDirectory) / product.GetService() / "manifest");
-    KBackup(product.GetService()).Save(paths, context.ShallStop(), way);
-    hasBackup = true;
-    context.reporter.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
-}
-
 void KRun::OpenLogs() {
     KAuditLog::Begin(report, context.kit.GetDirectory());
     try {
@@ -175,7 +145,7 @@ void KRun::Remember() {
     run.version = report.version;
     run.path = report.productPath;
     run.ruleCount = report.rulesAll;
-    run.hasBackup = hasBackup;
+    run.run = backup.GetRun();
     run.services = services.ToText();
     state.emplace(service);
     state->Begin(run);

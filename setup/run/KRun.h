@@ -5,6 +5,7 @@
 #include <setup/rules/KRuleMaker.h>
 #include <setup/run/KCheckedRun.h>
 #include <setup/run/KCommandOutput.h>
+#include <setup/run/KRunBackup.h>
 #include <setup/run/KRunWatch.h>
 #include <setup/state/KRunState.h>
 #include <setup/state/KWriteJournal.h>
@@ -39,7 +40,6 @@ class KRun {
     bool GoesOn() const noexcept;
     void OpenJournal();
     void CloseJournal();
-    void BackUp();
     void OpenLogs();
     void Remember();
     void StartRules();
@@ -49,10 +49,12 @@ class KRun {
     KManifest MakeManifest();
     void CleanUp();
     void FillChanges();
+    void NameRun();
     std::vector<std::string> FindLeft() const;
     void Forget();
     void FillError(const KSUP::KError& error);
     void FillStopped();
+    bool IsRolledBack();
     std::string DescribeWhatStays() const;
     void FillLogEnd() const;
     void FillNotes();
@@ -61,7 +63,7 @@ class KRun {
     const KRunContext& context;
     KRunReport& report;
     KCommandOutput commandOutput;
-    bool hasBackup = false; // of what the run replaces, its own or that of the one it goes on with
+    KRunBackup backup;              // of what the run replaces
     std::optional<KRunState> state; // as the next
     KRunChanges changes;            // as its rules tell them
     KServicesBefore services;       // of an upgrade

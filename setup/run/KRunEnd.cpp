@@ -93,6 +93,7 @@ void KRun::Settle() {
         report.result = KRunResult::Failed;
         report.exitCode = failure.GetExitCode();
         report.error = failure.what();
+        static_cast<void>(IsRolledBack()); // else it stands as interrupted
     } catch (const std::exception& error) {
         report.result = KRunResult::Failed;
         report.exitCode = ExitCode::internal;
@@ -107,6 +108,7 @@ void KRun::SettleInstall() {
     KManifest manifest;
     try {
         manifest = MakeManifest();
+        manifest.SetRun(backup.GetRun());
         manifest.Write(GetPlanned().GetProduct().GetService());
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
@@ -115,8 +117,10 @@ void KRun::SettleInstall() {
                 " is installed, but not what it consists of written down: " + failure.what()
         );
     }
-    journal->End();
-    state->End();
+    backup.Conclude(journal->GetMade(), &manifest, [this] {
+        journal->End();
+        state->End();
+    });
     report.outdated = DescribeOutdatedPrograms(manifest);
 }
 
@@ -195,8 +199,11 @@ void KRun::FillChanges() {
 
 void KRun::SettleRemoval() {
     if (installer.IsProductInstalled()) {
-        journal->End(); // nothing is left of it to go on with
-        state->End();
+        NameRun();
+        backup.Conclude(journal->GetMade(), nullptr, [this] {
+            journal->End(); // nothing is left of it to go on with
+            state->End();
+        });
         throw KSetupFailure(
             ExitCode::ruleFailed,
             report.product +
@@ -212,6 +219,18 @@ void KRun::SettleRemoval() {
         );
     }
     Forget();
+}
+
+/// What is installed is what an earlier run left, but for what this one removed.
+void KRun::NameRun() {
+    const std::string& service = GetPlanned().GetProduct().GetService();
+    try {
+        if (std::optional<KManifest> manifest = GetPlanned().GetProduct().LoadManifest()) {
+            manifest->SetRun(backup.GetRun());
+            manifest->Write(service);
+        }
+    } catch (const KSetupFailure&) { // damaged, which is told by who needs it
+    }
 }
 
 /// What an earlier run installed, or began to, and this one left; where that is not known the
@@ -254,8 +273,10 @@ void KRun::Forget() {
     } else {
         KManifest::Remove(service);
     }
-    journal->End();
-    state->End();
+    backup.Conclude(journal->GetMade(), nullptr, [this] {
+        journal->End();
+        state->End();
+    });
     RemoveEmptyStateDirectory(service);
 }
 
@@ -275,6 +296,9 @@ void KRun::FillError(const KSUP::KError& error) {
     } else {
         report.notes.emplace_back("All rules were done; writing the record of the product failed.");
     }
+    if (IsRolledBack()) {
+        return;
+    }
     const std::string stays = DescribeWhatStays();
     report.notes.push_back(stays + (stays.empty() ? "" : ". ") + "Fix the cause and run it again.");
 }
@@ -284,6 +308,9 @@ void KRun::FillStopped() {
     report.result = KRunResult::Cancelled;
     report.exitCode = ExitCode::signalBase + (signal != 0 ? signal : SIGINT);
     report.error = "stopped on request";
+    if (IsRolledBack()) {
+        return;
+    }
     if (report.rulesDone > 0) { // a copy that was called off counts as done
         const unsigned last = report.rulesDone - 1;
         std::vector<std::string> missing = FindMissingCopies(GetPlanned().GetPlan(), last);
@@ -300,6 +327,19 @@ void KRun::FillStopped() {
     report.notes.push_back(
         stays.empty() ? "Run it again to go on." : stays + "; run it again to go on."
     );
+}
+
+/// Puts everything back where that was asked for; else notes what the run left.
+bool KRun::IsRolledBack() {
+    if (context.arguments.rollback) {
+        const bool isWhole = backup.RollBack();
+        KAuditLog::RolledBack(report, installer.GetLog());
+        if (isWhole) {
+            return true;
+        }
+    }
+    backup.Fail(journal->GetMade());
+    return false;
 }
 
 /// Empty when nothing was done, or there is no directory in which anything could stay.

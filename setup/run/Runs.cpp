@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: MIT
-#include <setup/ExitCode.h>
 #include <setup/run/KRun.h>
 #include <setup/run/Leftovers.h>
 #include <setup/run/Runs.h>
-#include <setup/state/KBackup.h>
 #include <setup/state/StateDirectory.h>
 
 #include <optional>
@@ -33,34 +31,6 @@ void Remove(const KRunContext& context) {
         );
     } else {
         SettleLeftovers(product);
-    }
-}
-
-void Restore(const KRunContext& context) {
-    const KLockedProduct product(context);
-    KRunReport& report = context.report;
-    const KRestored restored = KBackup(product.GetService()).Restore(context.ShallStop());
-    report.notes.push_back(
-        std::to_string(restored.putBack) + " put back, " + std::to_string(restored.deleted) +
-        " that had not been there deleted. Services are as they were once systemd has read their "
-        "files: systemctl daemon-reload."
-    );
-    report.leftBehind = restored.kept;
-    for (const std::string& failure : restored.failures) {
-        report.error += (report.error.empty() ? "" : "; ") + failure;
-    }
-    if (restored.stopped) {
-        report.result = KRunResult::Cancelled;
-        report.exitCode = ExitCode::signalBase + context.signals.GetFirst();
-        report.error = "stopped on request; run it again to go on";
-    } else if (!restored.failures.empty()) {
-        report.result = KRunResult::Failed;
-        report.exitCode = ExitCode::cannotWrite;
-    } else if (const auto& begun = product.GetInterrupted(); begun && !begun->hasBackup) {
-        report.notes.push_back(begun->ToWords()); // this backup is older than that run
-    } else {
-        KWriteJournal::Discard(product.GetService());
-        KRunState(product.GetService()).End(); // what was begun is undone
     }
 }
 

@@ -17,7 +17,7 @@ namespace KSETUP {
 void Install(const KRunContext& context);
 /// Does nothing for a product that is not installed: that is what was asked for.
 void Remove(const KRunContext& context);
-/// Puts back what the last run with --backup replaced.
+/// Undoes the last run, if it kept a backup (KRestore.cpp).
 void Restore(const KRunContext& context);
 
 } // namespace KSETUP

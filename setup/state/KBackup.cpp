@@ -4,13 +4,15 @@
 #include <setup/files/PathText.h>
 #include <setup/state/KBackup.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <optional>
+#include <future>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include <sys/files/FileContent.h>
-#include <sys/files/FileStatus.h>
 
 namespace KSETUP {
 
@@ -19,9 +21,10 @@ namespace {
 using KSYS::LastLink;
 using Kind = KBackupEntry::Kind;
 constexpr const char* directoryName = "backup";
-constexpr const char* newName = "backup.new";
+constexpr const char* nextName = "backup.next"; // of a run that did not come to its end yet
+constexpr const char* newName = "backup.new";   // that is being made
 constexpr const char* indexName = "index";
-constexpr off_t smallBytes = 65536;
+constexpr const char* leftName = "left";
 
 KSetupFailure CannotKeep(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
@@ -29,26 +32,12 @@ KSetupFailure CannotKeep(const std::string& path, unsigned errorNumber) {
         "cannot keep a copy of",
         path,
         errorNumber,
-        "Nothing was changed. Fix the cause, or install without --backup."
+        "Nothing was changed. Fix the cause, or install without --backup and --rollback."
     );
 }
 
-/// Makes `stored` a second name of the file that is open; false where there are no hard links, or
-/// that would be another file by now.
-bool HardLink(const KSYS::Place& place, const struct stat& opened, const KSYS::Entry& stored) {
-    struct stat linked {};
-    if (KSYS::MakeHardLink(place, stored) != 0) {
-        return false;
-    }
-    if (KSYS::ReadStatus(stored, LastLink::Keep, linked) == 0 && KSYS::IsSameFile(linked, opened)) {
-        return true;
-    }
-    static_cast<void>(KSYS::UnlinkEntry(stored)); // making the copy tells of one that stays
-    return false;
-}
-
 /// Returns  0 or errno
-unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored, const KBackupWay& way) {
+unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored) {
     KSYS::KDescriptor source;
     KSYS::KDescriptor target;
     struct stat status {};
@@ -56,46 +45,10 @@ unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored, const KBa
     if (failed == 0) {
         failed = KSYS::MakeFile(stored, target);
     }
-    if (failed != 0) {
-        return failed;
-    }
-    if (KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::ReflinkOnly) != 0) {
-        if (status.st_size > smallBytes && !way.filesMayBeWrittenTo) {
-            failed = KSYS::UnlinkEntry(stored);
-            if (failed == 0 && HardLink(place, status, stored)) {
-                return 0; // and so are its attributes
-            }
-            failed = failed == 0 ? KSYS::MakeFile(stored, target) : failed;
-        }
-        if (failed == 0) {
-            failed = KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::Any);
-        }
+    if (failed == 0) {
+        failed = KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::Any);
     }
     return failed != 0 ? failed : KSYS::CopyExtendedAttributes(source.Get(), target.Get());
-}
-
-/// What stands at a path, as far as its status tells; nothing for one that is not there.
-///
-/// Throws   KSetupFailure when that cannot be told
-std::optional<KBackupEntry> Look(const std::string& path, KSYS::Place& place, mode_t& type) {
-    struct stat status {};
-    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
-    if (failed == 0) {
-        failed = KSYS::ReadStatus(place, LastLink::Keep, status);
-    }
-    if (failed == ENOENT || failed == ENOTDIR) {
-        return std::nullopt;
-    }
-    if (failed != 0) {
-        throw CannotKeep(path, failed);
-    }
-    KBackupEntry entry;
-    entry.mode = status.st_mode & 07777U;
-    entry.owner = status.st_uid;
-    entry.group = status.st_gid;
-    entry.changed = status.st_mtim;
-    type = status.st_mode & S_IFMT;
-    return entry;
 }
 
 /// Of a path's parents only directories are made and taken away: a link there is the machine's own
@@ -105,73 +58,191 @@ enum class Of { Path, Parent };
 /// A backup that is being made.
 struct Making {
     const KPrivateDirectory& store;
-    const KBackupWay& way;
     KBackupIndex index;
 };
 
 void Note(const std::string& path, Of of, Making& making) {
-    KBackupIndex& index = making.index;
-    if (index.contains(path)) {
+    KBackupEntries& entries = making.index.entries;
+    if (entries.contains(path)) {
         return;
     }
-    KSYS::Place place;
-    mode_t type = 0;
-    std::optional<KBackupEntry> entry = Look(path, place, type);
-    unsigned failed = 0;
-    if (!entry) {
-        entry.emplace(); // nothing
-    } else if (type == S_IFDIR) {
-        entry->kind = Kind::Directory;
-    } else if (type == S_IFREG && of == Of::Path) {
-        entry->kind = Kind::File;
-        entry->stored = std::to_string(index.size());
-        failed = KeepFile(place, {making.store.Get(), entry->stored.c_str()}, making.way);
-    } else if (type == S_IFLNK && of == Of::Path) {
-        entry->kind = Kind::Link;
-        failed = KSYS::ReadLink(place, entry->target);
-    } else {
+    std::optional<KBackupEntry> entry;
+    unsigned failed = LookForBackup(path, entry);
+    if (failed == 0 && (!entry || (of == Of::Parent && entry->kind != Kind::Nothing &&
+                                   entry->kind != Kind::Directory))) {
         return; // the engine refuses to replace devices, queues and sockets
+    }
+    if (failed == 0 && entry->kind == Kind::File) {
+        KSYS::Place place;
+        failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
+        entry->stored = std::to_string(entries.size());
+        if (failed == 0) {
+            failed = KeepFile(place, {making.store.Get(), entry->stored.c_str()});
+        }
     }
     if (failed != 0) {
         throw CannotKeep(path, failed);
     }
-    index[path] = std::move(*entry);
+    entries[path] = std::move(*entry);
+}
+
+bool HasFile(const KPrivateDirectory& store, const char* name) {
+    struct stat status {};
+    return KSYS::ReadStatus({store.Get(), name}, LastLink::Keep, status) == 0;
+}
+
+[[noreturn]] void Stopped() {
+    throw KSetupStop("stopped on request while keeping what would be replaced. Nothing was changed."
+    );
+}
+
+void NoteAll(const KBackupWish& wish, const std::function<bool()>& shallStop, Making& making) {
+    for (const std::string& written : wish.paths) {
+        const std::string path = NormalPath(written);
+        if (shallStop && shallStop()) {
+            Stopped();
+        }
+        for (std::size_t end = path.find('/', 1); end != std::string::npos;
+             end = path.find('/', end + 1)) {
+            Note(path.substr(0, end), Of::Parent, making);
+        }
+        Note(path, Of::Path, making);
+    }
+    for (const KServiceBefore& service : wish.services) {
+        bool isKnown = false; // as it was before the first of these runs
+        for (const KServiceBefore& kept : making.index.services) {
+            isKnown = isKnown || kept.name == service.name;
+        }
+        if (!isKnown) {
+            making.index.services.push_back(service);
+        }
+    }
+}
+
+/// Digests the copies: what a restoration will read. It takes longer than copying them, so all
+/// processors do it.
+///
+/// Thread   this one asks `shallStop`, and works as the others do
+class KeptDigests {
+  public:
+    KeptDigests(const KPrivateDirectory& directory, KBackupEntries& entries) : store(directory) {
+        for (auto& [path, entry] : entries) {
+            if (!entry.stored.empty() && entry.digest.empty()) {
+                files.emplace_back(&path, &entry);
+            }
+        }
+    }
+    void Run(const std::function<bool()>& shallStop) {
+        std::vector<std::future<void>> others; // waited for in any case
+        const std::size_t count = std::min<std::size_t>(
+            {std::thread::hardware_concurrency(), files.size() / filesForOne, mostThreads}
+        );
+        for (std::size_t at = 1; at < count; ++at) {
+            others.push_back(std::async(std::launch::async, [this] { Work({}); }));
+        }
+        Work(shallStop);
+        for (std::future<void>& other : others) {
+            other.get();
+        }
+        if (isStopped) {
+            Stopped();
+        }
+    }
+
+  private:
+    static constexpr std::size_t filesForOne = 16;
+    static constexpr std::size_t mostThreads = 4; // for a disk it is enough
+
+    void Work(const std::function<bool()>& shallStop) {
+        const auto stops = [&] {
+            if (shallStop && shallStop()) {
+                isStopped = true;
+            }
+            return isStopped.load();
+        };
+        for (std::size_t at = next++; at < files.size() && !isStopped; at = next++) {
+            const auto& [path, entry] = files[at];
+            const KFileDigest digest = DigestFile({store.Get(), entry->stored.c_str()}, stops);
+            if (digest.errorNumber != 0 && digest.errorNumber != ECANCELED) {
+                isStopped = true; // for the others; what is thrown says why
+                throw CannotKeep(*path, digest.errorNumber);
+            }
+            entry->size = digest.size;
+            entry->digest = digest.sha256;
+        }
+    }
+
+    const KPrivateDirectory& store;
+    std::vector<std::pair<const std::string*, KBackupEntry*>> files;
+    std::atomic<std::size_t> next{0};
+    std::atomic<bool> isStopped{false};
+};
+
+KSetupFailure
+NotUnderstood(const KPrivateDirectory& store, const char* file, const std::invalid_argument& what) {
+    return {
+        ExitCode::malformedScript,
+        store.GetPath() + "/" + file + " cannot be understood (" + what.what() +
+            "). Nothing was changed. The kept files are beside it, under numbers."};
 }
 
 } // namespace
+
+unsigned LookForBackup(const std::string& path, std::optional<KBackupEntry>& entry) {
+    KSYS::Place place;
+    struct stat status {};
+    entry.emplace();
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
+    if (failed == 0) {
+        failed = KSYS::ReadStatus(place, LastLink::Keep, status);
+    }
+    if (failed != 0) {
+        return failed == ENOENT || failed == ENOTDIR ? 0 : failed;
+    }
+    entry->mode = status.st_mode & 07777U;
+    entry->owner = status.st_uid;
+    entry->group = status.st_gid;
+    entry->changed = status.st_mtim;
+    entry->inode = status.st_ino;
+    entry->statusChanged = status.st_ctim;
+    if (S_ISREG(status.st_mode)) {
+        entry->kind = Kind::File;
+        entry->size = static_cast<std::uint64_t>(status.st_size);
+    } else if (S_ISDIR(status.st_mode)) {
+        entry->kind = Kind::Directory;
+    } else if (S_ISLNK(status.st_mode)) {
+        entry->kind = Kind::Link;
+        failed = KSYS::ReadLink(place, entry->target);
+    } else {
+        entry.reset();
+    }
+    return failed;
+}
+
+std::string DigestForBackup(const std::string& path) {
+    KSYS::Place place;
+    return KSYS::FindPlace(path.c_str(), LastLink::Keep, place) == 0 ? DigestFile(place).sha256
+                                                                     : "";
+}
 
 KBackup::KBackup(std::string serviceName, std::string itsBase)
     : name(std::move(serviceName)),
       base(std::move(itsBase)) {}
 
-void KBackup::Save(
-    const std::vector<std::string>& paths,
-    const std::function<bool()>& shallStop,
-    const KBackupWay& way
-) {
+void KBackup::Save(const KBackupWish& wish, const std::function<bool()>& shallStop) {
     const KPrivateDirectory product(base, name);
     product.DeleteDirectory(newName);
     try {
         const KPrivateDirectory store = product.Below(newName);
-        Making making{store, way, way.addsToFormer ? TakeOver(product, store) : KBackupIndex()};
-        for (const std::string& written : paths) {
-            const std::string path = NormalPath(written);
-            if (shallStop && shallStop()) {
-                throw KSetupStop(
-                    "stopped on request while keeping what would be replaced. Nothing was changed."
-                );
-            }
-            for (std::size_t end = path.find('/', 1); end != std::string::npos;
-                 end = path.find('/', end + 1)) {
-                Note(path.substr(0, end), Of::Parent, making);
-            }
-            Note(path, Of::Path, making);
-        }
+        Making making{store, TakeOver(product.ExistingBelow(nextName), wish.run, store)};
+        making.index.hasCommands = making.index.hasCommands || wish.hasCommands;
+        NoteAll(wish, shallStop, making);
+        KeptDigests(store, making.index.entries).Run(shallStop);
         if (const unsigned failed = KSYS::FlushFileSystem(store.Get()); failed != 0) {
             throw CannotKeep(store.GetPath(), failed);
         }
         store.WriteDurably(indexName, ToText(making.index));
-        Replace(product);
+        Replace(product, newName, nextName);
     } catch (...) { // also when it was stopped
         try {
             product.DeleteDirectory(newName);
@@ -182,29 +253,33 @@ void KBackup::Save(
     }
 }
 
-std::optional<KBackupIndex> KBackup::LoadIndex(const std::optional<KPrivateDirectory>& store) {
-    const auto text = store ? store->Read(indexName) : std::nullopt;
+std::optional<KBackupIndex> KBackup::LoadIndex(const KPrivateDirectory& store) {
+    const auto text = store.Read(indexName);
     if (!text) {
         return std::nullopt;
     }
     try {
         return ToBackupIndex(*text);
     } catch (const std::invalid_argument& what) {
-        throw KSetupFailure(
-            ExitCode::malformedScript,
-            store->GetPath() + "/" + indexName + " cannot be understood (" + what.what() +
-                "). Nothing was changed. The kept files are beside it, under numbers."
-        );
+        throw NotUnderstood(store, indexName, what);
     }
 }
 
 /// Gives the kept files second names: until the new backup takes the former one's place, both are
-/// whole.
-KBackupIndex KBackup::TakeOver(const KPrivateDirectory& product, const KPrivateDirectory& store) {
-    const auto former = product.ExistingBelow(directoryName);
-    KBackupIndex index = LoadIndex(former).value_or(KBackupIndex());
-    for (const auto& [path, entry] : index) {
-        if (entry.kind == Kind::File) {
+/// whole. Nothing writes into a kept file.
+KBackupIndex KBackup::TakeOver(
+    const std::optional<KPrivateDirectory>& former,
+    const std::string& run,
+    const KPrivateDirectory& store
+) {
+    std::optional<KBackupIndex> index = former ? LoadIndex(*former) : std::nullopt;
+    if (!index || index->run != run) {
+        KBackupIndex begun;
+        begun.run = run;
+        return begun;
+    }
+    for (const auto& [path, entry] : index->entries) {
+        if (!entry.stored.empty()) {
             const char* stored = entry.stored.c_str();
             const unsigned failed =
                 KSYS::MakeHardLink({former->Get(), stored}, {store.Get(), stored});
@@ -213,38 +288,151 @@ KBackupIndex KBackup::TakeOver(const KPrivateDirectory& product, const KPrivateD
             }
         }
     }
-    return index;
+    return *index;
 }
 
-void KBackup::Replace(const KPrivateDirectory& product) const {
+/// The one in the place of another, which goes.
+void KBackup::Replace(const KPrivateDirectory& product, const char* from, const char* to) {
     const int at = product.Get();
-    unsigned failed = KSYS::ExchangeEntries(at, newName, directoryName);
+    unsigned failed = KSYS::ExchangeEntries(at, from, to);
     if (failed != 0) {
-        // No former one; or no such exchange here, and then a crash in between costs the former.
+        // Nothing to exchange it with; or no such exchange here, and then a crash in between costs
+        // the former.
         if (failed != ENOENT) {
-            product.DeleteDirectory(directoryName);
+            product.DeleteDirectory(to);
         }
-        failed = KSYS::RenameEntry(at, newName, directoryName);
+        failed = KSYS::RenameEntry(at, from, to);
         if (failed != 0) {
             throw CannotKeep(product.GetPath(), failed);
         }
     }
     product.Flush();
-    product.DeleteDirectory(newName); // the former one by now
+    product.DeleteDirectory(from); // the former one by now
 }
 
-bool KBackup::Exists() const {
+void KBackup::NoteLeft(const std::vector<std::string>& made, const KDigests& known) const {
     const auto product = KPrivateDirectory::OpenExisting(base, name);
-    const auto store = product ? product->ExistingBelow(directoryName) : std::nullopt;
-    struct stat index {};
-    return store && KSYS::ReadStatus({store->Get(), indexName}, LastLink::Keep, index) == 0;
+    const auto store = product ? product->ExistingBelow(nextName) : std::nullopt;
+    const std::optional<KBackupIndex> index = store ? LoadIndex(*store) : std::nullopt;
+    if (!index) {
+        return;
+    }
+    KBackupIndex left; // in the same form
+    left.run = index->run;
+    const auto note = [&](const std::string& path) {
+        std::optional<KBackupEntry> entry;
+        if (IsAtOrBelow(path, base) || LookForBackup(path, entry) != 0 || !entry) {
+            return; // what ins-setup keeps for itself nobody edits
+        }
+        if (entry->kind == Kind::File) {
+            const auto before = index->entries.find(path);
+            const auto found = known.find(path);
+            entry->digest = found != known.end() && found->second.size == entry->size
+                                ? found->second.sha256
+                            : before != index->entries.end() && entry->IsUntouched(before->second)
+                                ? before->second.digest
+                                : DigestForBackup(path);
+        }
+        left.entries[path] = std::move(*entry);
+    };
+    for (const auto& [path, entry] : index->entries) {
+        note(path);
+    }
+    for (const std::string& path : made) {
+        note(NormalPath(path));
+    }
+    store->WriteDurably(leftName, ToText(left));
+}
+
+void KBackup::Commit() {
+    if (const auto product = KPrivateDirectory::OpenExisting(base, name);
+        product && product->ExistingBelow(nextName)) {
+        Replace(*product, nextName, directoryName);
+    }
 }
 
 void KBackup::Discard() {
     if (const auto product = KPrivateDirectory::OpenExisting(base, name)) {
         product->DeleteDirectory(newName);
+        product->DeleteDirectory(nextName);
         product->DeleteDirectory(directoryName);
         product->Flush();
+    }
+}
+
+/// A run that was never begun has not noted what it left.
+void KBackup::Tidy(bool isInterrupted) {
+    const auto product = KPrivateDirectory::OpenExisting(base, name);
+    const auto store = product ? product->ExistingBelow(nextName) : std::nullopt;
+    if (!store) {
+        return;
+    }
+    if (!isInterrupted && HasFile(*store, indexName) && HasFile(*store, leftName)) {
+        Replace(*product, nextName, directoryName);
+    } else {
+        product->DeleteDirectory(nextName);
+    }
+}
+
+std::string KBackup::GetBegunRun() const {
+    const auto product = KPrivateDirectory::OpenExisting(base, name);
+    const auto store = product ? product->ExistingBelow(nextName) : std::nullopt;
+    const std::optional<KBackupIndex> index = store ? LoadIndex(*store) : std::nullopt;
+    return index ? index->run : "";
+}
+
+std::string KBackup::GetDoneRun() const {
+    const auto product = KPrivateDirectory::OpenExisting(base, name);
+    auto store = product ? product->ExistingBelow(nextName) : std::nullopt;
+    if (product && !(store && HasFile(*store, leftName))) {
+        store = product->ExistingBelow(directoryName);
+    }
+    const std::optional<KBackupIndex> index = store ? LoadIndex(*store) : std::nullopt;
+    return index ? index->run : "";
+}
+
+std::optional<KOpenBackup> KBackup::Open(const std::string& run) const {
+    const auto product = KPrivateDirectory::OpenExisting(base, name);
+    for (const char* place : {nextName, directoryName}) {
+        auto store = product ? product->ExistingBelow(place) : std::nullopt;
+        std::optional<KBackupIndex> index = store ? LoadIndex(*store) : std::nullopt;
+        if (!index || index->run != run) {
+            continue;
+        }
+        KOpenBackup backup{std::move(*store), std::move(*index), std::nullopt};
+        if (const auto text = backup.directory.Read(leftName)) {
+            try {
+                backup.left = ToBackupIndex(*text).entries;
+            } catch (const std::invalid_argument& what) {
+                throw NotUnderstood(backup.directory, leftName, what);
+            }
+        }
+        return backup;
+    }
+    return std::nullopt;
+}
+
+bool KBackup::Exists() const {
+    const auto product = KPrivateDirectory::OpenExisting(base, name);
+    for (const char* place : {nextName, directoryName}) {
+        const auto store = product ? product->ExistingBelow(place) : std::nullopt;
+        if (store && HasFile(*store, indexName)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void KBackup::Delete(const std::string& run) {
+    const auto product = KPrivateDirectory::OpenExisting(base, name);
+    for (const char* place : {nextName, directoryName}) {
+        const auto store = product ? product->ExistingBelow(place) : std::nullopt;
+        const std::optional<KBackupIndex> index = store ? LoadIndex(*store) : std::nullopt;
+        if (store && (!index || index->run == run)) {
+            store->Delete(indexName); // first: half a backup is none
+            product->DeleteDirectory(place);
+            product->Flush();
+        }
     }
 }
 

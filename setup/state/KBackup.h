@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/files/KFileDigest.h>
 #include <setup/state/KBackupIndex.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/StateDirectory.h>
@@ -12,84 +13,126 @@
 
 namespace KSETUP {
 
-/// What putting back came to.
-struct KRestored {
-    unsigned putBack = 0; ///< files, links and directories as they were
-    unsigned deleted = 0; ///< that were not there before the run
-    /// Directories that the run made and that hold something else by now.
-    std::vector<std::string> kept;
-    /// "cannot put back /opt/dps/x: No space left on device", one for each that failed.
-    std::vector<std::string> failures;
-    bool stopped = false;
+/// What a run is about to change.
+struct KBackupWish {
+    std::string run; ///< its name (RunId.h)
+    bool hasCommands = false;
+    std::vector<std::string> paths; ///< absolute
+    std::vector<KServiceBefore> services;
 };
 
-/// How a backup is made.
-struct KBackupWay {
-    /// A run goes on: what the one before kept is older than what stands there now, and stays; what
-    /// was not kept yet is added.
-    bool addsToFormer = false;
-    /// Something may write into files that are there, a command or a service: no file is kept as a
-    /// hard link then, which would follow.
-    bool filesMayBeWrittenTo = false;
+/// A backup that is whole, open for reading.
+struct KOpenBackup {
+    KPrivateDirectory directory;
+    KBackupIndex index;
+    /// What the run left at the paths of the index, where it came to its end, be it a failure.
+    std::optional<KBackupEntries> left;
 };
 
-/// Keeps what a run is about to overwrite or delete, in BASE/NAME/backup: kept files named by
-/// numbers, and an index that tells what stood at each path, "nothing" included.
+/// Keeps what a run is about to overwrite or delete: kept files named by numbers, an index that tells
+/// what stood at each path, "nothing" included, and, once the run has ended, a list "left" of what
+/// it left there.
 ///
-/// A kept file is a reflink where the file system has them. Else one of more than 64 KiB is a hard
-/// link, where it is on the same file system: the engine never writes into a file that is there, it
-/// makes a new one, so the link keeps the old bytes. Smaller ones are copied, because people write
-/// into them: among these are the configuration and scripts; and all are where commands or services
-/// may (KBackupWay).
+/// There are two places for one, because the backup of the last run is of use until a later one
+/// *succeeds*:
 ///
-/// A new backup takes the former one's place only when all of it is on the disk. It also keeps the
-/// directories above each path, so that they can be made again, or taken away when the run made
-/// them. Owner, mode, time of modification and extended attributes are kept.
+///     BASE/NAME/backup.next   of the run that goes on, or did not come to its end
+///     BASE/NAME/backup        of the last run that did
+///
+/// Which run one is of is in its index; that is what counts, not the place. A run that goes on after
+/// one that did not end bears the same name and adds what is not kept yet; what is kept stays.
+///
+/// A kept file is a reflink where the file system has them, else a copy; with its SHA-256. A hard
+/// link never is: whatever writes into the file in its place, a command of the script, a service or
+/// a person, would write into the backup. Owner, mode, time of modification and extended attributes
+/// are kept. It also keeps the directories above each path, so that they can be made again, or taken
+/// away when the run made them.
 ///
 /// Threads  one at a time; the caller holds the product's KRunLock
 ///
 ///     KBackup backup("dps");
-///     backup.Save(paths);                          // before the run
-///     const KRestored result = backup.Restore();   // perhaps, one day
+///     backup.Save({.run = MakeRunId(), .paths = paths});   // before the run
+///     backup.NoteLeft(made, digests);                      // behind its last rule
+///     backup.Commit();                                     // when it is done
 class KBackup {
   public:
     explicit KBackup(std::string serviceName, std::string base = stateBaseDirectory);
 
-    /// Keeps what stands at these absolute paths; also notes where nothing does. `shallStop` is
-    /// asked before each, during this call only.
+    /// Keeps what stands at the paths; also notes where nothing does. What was kept for the same
+    /// run before is added to, anything else of a run that did not end goes. `shallStop` is asked
+    /// before each path, during this call only.
     ///
     /// Throws   KSetupFailure when something cannot be kept (ExitCode::cannotWrite), KSetupStop when
-    ///          `shallStop` says so; the former backup is there still
-    void Save(
-        const std::vector<std::string>& paths,
-        const std::function<bool()>& shallStop = {},
-        const KBackupWay& way = KBackupWay()
-    );
+    ///          `shallStop` says so; what was kept before is there still
+    void Save(const KBackupWish& wish, const std::function<bool()>& shallStop = {});
 
-    /// Puts everything back, each file as a whole, and deletes what was not there. What fails is
-    /// noted and the rest goes on; it can be repeated, as the backup stays. What was put back is on
-    /// the disk when it returns.
+    /// Writes down what the run left at its paths, and at those that it made (`made`) besides.
+    /// `known` are digests by path, for files of that size, which are then not read.
     ///
-    /// Throws   KSetupFailure without a backup (ExitCode::noKit) or with one that cannot be
-    ///          understood (ExitCode::malformedScript); nothing was changed
-    KRestored Restore(const std::function<bool()>& shallStop = {}) const;
-
-    /// Whether there is a complete backup.
+    /// Throws   KSetupFailure; a restoration then does not know what was edited since
+    void NoteLeft(const std::vector<std::string>& made, const KDigests& known = {}) const;
+    /// The run that Save was for is done: its backup takes the place of the former one.
     ///
-    /// Throws   KSetupFailure when the directory cannot be trusted
-    bool Exists() const;
-    /// Deletes the backup, and what a killed run left of one.
+    /// Throws   KSetupFailure, both being whole
+    void Commit();
+    /// The same, of a run that had none: the former one is out of date.
     ///
     /// Throws   KSetupFailure
     void Discard();
 
+    /// Before a run that does not go on with the backup of the one before. Where a program was
+    /// killed behind the end of its run, which is no interrupted one then, the backup is committed;
+    /// any other of a run that did not end goes.
+    ///
+    /// Throws   KSetupFailure
+    void Tidy(bool isInterrupted);
+
+    /// The name of the run that did not come to its end, or whose end was not noted any more, and
+    /// for which there is a backup; empty without one.
+    ///
+    /// Throws   KSetupFailure when the directory cannot be trusted or the index understood
+    std::string GetBegunRun() const;
+    /// The name of the last run that ended well, as far as there is a backup of it; empty without
+    /// one. For a product without a manifest, which would know more.
+    ///
+    /// Throws   as above
+    std::string GetDoneRun() const;
+    /// The backup of this run; nothing when there is none.
+    ///
+    /// Throws   as above
+    std::optional<KOpenBackup> Open(const std::string& run) const;
+    /// Whether there is a backup, of whatever run.
+    ///
+    /// Throws   KSetupFailure when the directory cannot be trusted
+    bool Exists() const;
+    /// Deletes the backup of this run, and what is left of one that was being deleted.
+    ///
+    /// Throws   KSetupFailure
+    void Delete(const std::string& run);
+
+    const std::string& GetName() const noexcept { return name; }
+    const std::string& GetBase() const noexcept { return base; }
+
   private:
-    static std::optional<KBackupIndex> LoadIndex(const std::optional<KPrivateDirectory>& store);
-    static KBackupIndex TakeOver(const KPrivateDirectory& product, const KPrivateDirectory& store);
-    void Replace(const KPrivateDirectory& product) const;
+    static std::optional<KBackupIndex> LoadIndex(const KPrivateDirectory& store);
+    static KBackupIndex TakeOver(
+        const std::optional<KPrivateDirectory>& former,
+        const std::string& run,
+        const KPrivateDirectory& store
+    );
+    static void Replace(const KPrivateDirectory& product, const char* from, const char* to);
 
     std::string name;
     std::string base;
 };
+
+/// What stands at a path, without a digest; nothing for what is neither a file nor a directory nor a
+/// link. A link that another user laid on the way is not followed.
+///
+/// Returns  0 or errno; 0 with the kind Nothing for what is not there
+unsigned LookForBackup(const std::string& path, std::optional<KBackupEntry>& entry);
+
+/// The SHA-256 of a file, found as above; empty when it cannot be read.
+std::string DigestForBackup(const std::string& path);
 
 } // namespace KSETUP

@@ -143,6 +143,9 @@ void KManifest::Write(const std::string& serviceName, const std::string& base) c
     KJsonLine head;
     head.Put("format", format);
     head.Put("formatVersion", formatVersion);
+    if (!run.empty()) {
+        head.Put("run", run);
+    }
     std::string text = head.ToText();
     for (const auto& [path, entry] : entries) {
         KJsonLine line;
@@ -178,6 +181,7 @@ void KManifest::Parse(const std::string& text) {
                 line.GetNumber("formatVersion") != formatVersion) {
                 throw std::invalid_argument("written by another version of the program");
             }
+            run = line.Has("run") ? line.GetText("run") : "";
         } else if (complete) {
             throw std::invalid_argument("more than its last line");
         } else if (line.Has("entries")) {

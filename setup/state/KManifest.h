@@ -57,7 +57,7 @@ struct KManifestDifference {
 ///
 /// On the disk it is BASE/NAME/manifest, a JSON object a line, by path:
 ///
-///     {"format":"ins++ manifest","formatVersion":1}
+///     {"format":"ins++ manifest","formatVersion":1,"run":"20261122T050912.123456789Z-4711"}
 ///     {"kind":"file","mode":493,"path":"/opt/dps/lin/dpsd","sha256":"9f86…","size":70152}
 ///     {"kind":"directory","mode":493,"path":"/opt/dps/lin"}
 ///     {"kind":"link","path":"/etc/dps/dps","target":"/opt/dps/lin/x86_64/dpsd"}
@@ -92,6 +92,10 @@ class KManifest {
     /// Takes over what an earlier run installed and is still there, as it was installed then.
     void Merge(const KManifest& former);
 
+    /// The run that wrote it (RunId.h); empty in one of a version that gave runs no names.
+    const std::string& GetRun() const noexcept { return run; }
+    void SetRun(const std::string& name) { run = name; }
+
     const std::map<std::string, KManifestEntry>& GetEntries() const noexcept { return entries; }
     /// What is known of a path in its normal form; null for what is not the product's.
     const KManifestEntry* Find(const std::string& path) const;
@@ -120,6 +124,7 @@ class KManifest {
   private:
     void Parse(const std::string& text);
 
+    std::string run;
     std::map<std::string, KManifestEntry> entries;
 };
 

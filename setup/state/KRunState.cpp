@@ -20,6 +20,14 @@ constexpr const char* fileName = "state";
 constexpr std::size_t ruleDigits = 10;
 constexpr const char* installs = "install";
 constexpr const char* removes = "remove";
+constexpr const char* restores = "restore";
+
+/// The command that does it, and that goes on.
+const char* CommandOf(KRunDescription::Action action) noexcept {
+    return action == KRunDescription::Action::Install  ? installs
+           : action == KRunDescription::Action::Remove ? removes
+                                                       : restores;
+}
 
 std::array<char, ruleDigits + 1> RuleText(unsigned number) noexcept {
     std::array<char, ruleDigits + 1> text{};
@@ -43,16 +51,17 @@ KInterruptedRun Understood(const std::string& text) {
     }
     const KJsonLine line(std::string_view(text).substr(ruleDigits + 1));
     const std::string action = line.GetText("action");
-    if (action != installs && action != removes) {
+    if (action != installs && action != removes && action != restores) {
         throw std::invalid_argument("an unknown action");
     }
-    run.action =
-        action == installs ? KRunDescription::Action::Install : KRunDescription::Action::Remove;
+    run.action = action == installs  ? KRunDescription::Action::Install
+                 : action == removes ? KRunDescription::Action::Remove
+                                     : KRunDescription::Action::Restore;
     run.product = line.GetText("product");
     run.version = line.GetText("version");
     run.path = line.GetText("path");
     run.ruleCount = ToNumber(line.GetNumber("rules"));
-    run.hasBackup = line.Has("backup");
+    run.run = line.Has("run") ? line.GetText("run") : "";
     run.services = line.Has("services") ? line.GetText("services") : "";
     return run;
 }
@@ -64,6 +73,10 @@ std::string KInterruptedRun::ToWords() const {
         return damage + ": a run was interrupted, but which one is not known. Run \"ins-setup " +
                installs + "\" or \"" + removes + "\" again to go on.";
     }
+    if (action == Action::Restore) {
+        return "restoring " + product + " was interrupted. Run \"ins-setup " + restores +
+               "\" again to go on.";
+    }
     const bool install = action == Action::Install;
     const std::string count = std::to_string(ruleCount);
     const std::string place =
@@ -72,7 +85,7 @@ std::string KInterruptedRun::ToWords() const {
                        : " at rule " + std::to_string(std::min(rule, ruleCount)) + " of " + count;
     return std::string(install ? "installing " : "removing ") + product + " " + version +
            (install ? " in " : " from ") + path + " was interrupted" + place +
-           ". Run \"ins-setup " + (install ? installs : removes) + "\" again to go on.";
+           ". Run \"ins-setup " + CommandOf(action) + "\" again to go on.";
 }
 
 KRunState::KRunState(const std::string& serviceName, const std::string& base)
@@ -80,7 +93,7 @@ KRunState::KRunState(const std::string& serviceName, const std::string& base)
 
 void KRunState::Begin(const KRunDescription& run) {
     KJsonLine line;
-    line.Put("action", run.action == KRunDescription::Action::Install ? installs : removes);
+    line.Put("action", CommandOf(run.action));
     line.Put("product", run.product);
     line.Put("version", run.version);
     line.Put("path", run.path);
@@ -88,9 +101,7 @@ void KRunState::Begin(const KRunDescription& run) {
     if (!run.services.empty()) {
         line.Put("services", run.services);
     }
-    if (run.hasBackup) {
-        line.Put("backup", std::uint64_t{1});
-    }
+    line.Put("run", run.run);
     directory.WriteDurably(fileName, std::string(RuleText(0).data()) + "\n" + line.ToText());
     rule = 0;
     file = directory.Open(fileName, O_WRONLY);

@@ -12,14 +12,14 @@ namespace KSETUP {
 
 /// A run as it stands in the state file.
 struct KRunDescription {
-    enum class Action { Install, Remove };
+    enum class Action { Install, Remove, Restore };
     Action action = Action::Install;
     std::string product; ///< its name, such as "DPS"
     std::string version;
     std::string path; ///< of the product
     unsigned ruleCount = 0;
-    bool hasBackup = false; ///< what it replaces was kept before
-    std::string services;   ///< that were at rest before it, as KServicesBefore writes them
+    std::string run;      ///< its name (RunId.h); empty for one of a version that gave none
+    std::string services; ///< that were at rest before it, as KServicesBefore writes them
 };
 
 /// A run that began and did not come to its end: it failed, was stopped, killed, or the machine

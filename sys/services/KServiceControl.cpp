@@ -316,6 +316,11 @@ void KServiceControl::Stop(std::chrono::milliseconds limit) {
     });
 }
 
+void KServiceControl::Reload() {
+    RequireSystemd("reloaded");
+    WithUnit(limits.ask, [](KSystemdUnit& asked) { asked.Reload(); });
+}
+
 unsigned KServiceControl::GetState() {
     RequireSystemd("asked about");
     unsigned state = 1;

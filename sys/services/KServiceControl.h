@@ -53,6 +53,9 @@ class KServiceControl {
     void Stop();
     void Stop(std::chrono::milliseconds limit);
 
+    /// Has systemd read all unit files again.
+    void Reload();
+
     /// 1 stopped, 2 starting, 3 stopping, 4 running.
     unsigned GetState();
 

@@ -40,6 +40,19 @@ class ServicesSetupTest : public ServicesTest {
         );
     }
 
+    /// A newer program, and a script that removes the service before it is replaced and starts it.
+    void GivenUpgrade() const {
+        tree.Write("kit/program", "#!/bin/sh\nexec sleep 2000\n", 0755);
+        std::string script = tree.Read("kit/install.ini");
+        tree.Write(
+            "kit/install.ini",
+            script.insert(script.find("file=copy,program"), "service=remove,$serviceName$\n")
+        );
+    }
+    /// What the service runs, as in "sleep 1000 ".
+    static std::string RunningProgram() {
+        return Output("tr '\\0' ' ' < /proc/" + Property("MainPID") + "/cmdline");
+    }
     /// What the program prints, and its exit code in a last line.
     std::string Setup(const std::string& arguments) const {
         const std::string program =
@@ -110,6 +123,78 @@ TEST_F(ServicesSetupTest, RemovesFromAnImageWhenItIsToldTo) {
     );
     EXPECT_FALSE(fs::is_symlink(enablingLink));
     EXPECT_FALSE(fs::exists(unitPath));
+}
+
+// Undoing a run
+
+TEST_F(ServicesSetupTest, RestoringAnUpgradeRunsTheFormerProgramAgain) {
+    ASSERT_THAT(Setup("install"), HasSubstr("exit 0"));
+    GivenUpgrade();
+    ASSERT_THAT(Setup("install --backup"), HasSubstr("exit 0"));
+    ASSERT_EQ(RunningProgram(), "sleep 2000 ");
+    const std::string told = Setup("restore");
+    EXPECT_THAT(
+        told,
+        AllOf(
+            HasSubstr("Test is as it was before."),
+            HasSubstr("Started again with what was put back: inspp-test."),
+            HasSubstr("exit 0")
+        )
+    );
+    EXPECT_EQ(StateOfService(), "active running");
+    EXPECT_EQ(RunningProgram(), "sleep 1000 ");
+}
+
+TEST_F(ServicesSetupTest, RestoringStopsAndDisablesWhatWasStoppedAndDisabled) {
+    ASSERT_THAT(Setup("install"), HasSubstr("exit 0"));
+    ASSERT_EQ(
+        Output("systemctl --quiet disable --now inspp-test; systemctl is-enabled inspp-test"),
+        "disabled"
+    );
+    ASSERT_THAT(Setup("install --backup"), HasSubstr("exit 0"));
+    ASSERT_EQ(StateOfService(), "active running");
+    ASSERT_TRUE(fs::is_symlink(enablingLink));
+    EXPECT_THAT(
+        Setup("restore"),
+        AllOf(HasSubstr("Stopped, because it did not run before: inspp-test."), HasSubstr("exit 0"))
+    );
+    EXPECT_EQ(StateOfService(), "inactive dead");
+    EXPECT_EQ(Output("systemctl is-enabled inspp-test"), "disabled");
+}
+
+TEST_F(ServicesSetupTest, RestoringARemovalBringsTheServiceBack) {
+    ASSERT_THAT(Setup("install"), HasSubstr("exit 0"));
+    ASSERT_THAT(Setup("remove --backup"), HasSubstr("exit 0"));
+    ASSERT_EQ(Property("LoadState"), "not-found");
+    EXPECT_THAT(Setup("restore"), HasSubstr("exit 0"));
+    EXPECT_EQ(StateOfService(), "active running");
+    EXPECT_EQ(Output("systemctl is-enabled inspp-test"), "enabled");
+}
+
+TEST_F(ServicesSetupTest, AServiceThatDoesNotStartIsRolledBack) {
+    ASSERT_THAT(Setup("install"), HasSubstr("exit 0"));
+    GivenUpgrade();
+    tree.Write("kit/program", "#!/bin/sh\nexit 3\n", 0755);
+    EXPECT_THAT(
+        Setup("install --rollback"),
+        AllOf(HasSubstr("Everything was put back: Test is as it was before."), HasSubstr("exit 69"))
+    );
+    EXPECT_EQ(RunningProgram(), "sleep 1000 ");
+}
+
+TEST_F(ServicesSetupTest, ARollbackLeavesARunningServiceAloneThatNothingWasDoneTo) {
+    ASSERT_THAT(Setup("install"), HasSubstr("exit 0"));
+    const std::string before = Property("MainPID");
+    std::string script = tree.Read("kit/install.ini");
+    tree.Write(
+        "kit/install.ini",
+        script.insert(script.find("directory=create"), "file=copy,none,$pathSource$,/srv\n")
+    );
+    EXPECT_THAT(
+        Setup("install --no-check --rollback"),
+        AllOf(HasSubstr("\n0 put back, 0 that"), HasSubstr("exit 1"))
+    );
+    EXPECT_EQ(Property("MainPID"), before);
 }
 
 } // namespace

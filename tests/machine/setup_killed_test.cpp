@@ -255,4 +255,77 @@ TEST_F(SetupKilledRemovalTest, ARemovalThatIsKilledAnywhereIsPutRightByTheNext) 
     KillAtPlaces("remove", calls, undisturbed, 3);
 }
 
+/// An upgrade with a backup, and its restoration, both killed and repeated. Restoring has to lead to
+/// what was there before the upgrade, whatever was killed: the backup is never replaced by one of
+/// what the killed run left.
+class SetupKilledRestoreTest : public SetupKilledTest {
+  protected:
+    static constexpr unsigned fewerPlaces = 24; // four runs for each
+
+    void Upgrade() {
+        tree.Write("kit/many/large.bin", KTEST::ArbitraryBytes(700000, 4), 0600);
+        tree.Write("kit/files/f3", "edited", 0755);
+        std::string script = tree.Read("kit/install.ini");
+        script = KTEST::Replaced(script, "file=copy,f5,$pathSource$files,$pathTarget$share\n", "");
+        tree.Write(
+            "kit/install.ini",
+            KTEST::Replaced(
+                script,
+                "profile=create,",
+                "file=delete,f5,$pathTarget$share\nfile=copy,f4,$pathSource$files,$pathTarget$,"
+                "new\n"
+                "profile=create,"
+            )
+        );
+    }
+    void Restart() override {
+        Clean();
+        tree.Remove("kit");
+        fs::copy(tree.Path("kit.1"), tree.Path("kit"), fs::copy_options::recursive);
+        ASSERT_EQ(RunSetup("install", "--quiet").exitCode, 0);
+        before = Machine();
+        Upgrade();
+    }
+    std::vector<std::string> WordsOfUpgrade() const {
+        std::vector<std::string> words = Words("install");
+        words.emplace_back("--backup");
+        return words;
+    }
+    /// Kills a run and repeats it with the same words.
+    void KillAndRepeat(const std::vector<std::string>& words, unsigned nth, const char* action) {
+        SCOPED_TRACE(std::string(action) + " killed at call " + std::to_string(nth));
+        int status = 0;
+        RunUntil(words, nth, status);
+        if (words[1] == "install" && !fs::exists(stateFile) && tree.Exists("product/new")) {
+            return; // it was done, so the next one would be another run
+        }
+        const Outcome again = RunSetup(words[1], words.back());
+        // One that was killed behind its last step has nothing to repeat.
+        const bool isDone = words[1] == "restore" && again.exitCode == 66 && !fs::exists(stateFile);
+        ASSERT_TRUE(again.exitCode == 0 || isDone) << again.exitCode << again.err;
+    }
+
+    std::vector<std::string> before;
+};
+
+TEST_F(SetupKilledRestoreTest, ABackupLeadsBackToBeforeARunThatWasKilledAnywhere) {
+    fs::copy(tree.Path("kit"), tree.Path("kit.1"), fs::copy_options::recursive);
+    Restart();
+    int status = 0;
+    const unsigned callsOfUpgrade = RunUntil(WordsOfUpgrade(), 0, status);
+    ASSERT_EQ(status, 0);
+    ASSERT_THAT(KTEST::Changes(before, Machine()), Not(IsEmpty()));
+    const unsigned callsOfRestore = RunUntil(Words("restore"), 0, status);
+    ASSERT_EQ(status, 0) << RunSetup("restore").err;
+    ASSERT_THAT(KTEST::Changes(before, Machine()), IsEmpty());
+    ASSERT_GT(callsOfRestore, fewerPlaces);
+    for (unsigned place = 0; place < fewerPlaces && !HasFailure(); ++place) {
+        Restart();
+        KillAndRepeat(WordsOfUpgrade(), 1 + place * callsOfUpgrade / fewerPlaces, "install");
+        KillAndRepeat(Words("restore"), 1 + place * callsOfRestore / fewerPlaces, "restore");
+        EXPECT_THAT(KTEST::Changes(before, Machine()), IsEmpty());
+        EXPECT_THAT(RunSetup("status", "--verify").out, HasSubstr("It is as it was installed."));
+    }
+}
+
 } // namespace

@@ -70,7 +70,8 @@ TEST_F(SetupTruthTest, AnInstallThatWaitedRunsWhatItPlanned) {
         "ls TREE/product; SETUP restore --kit KIT; ls TREE/product; exit $code"
     );
     EXPECT_EQ(all.exitCode, 0) << all.err;
-    const std::size_t restored = all.out.find("Setup Test is as it was before.");
+    const std::size_t restored =
+        all.out.find("Setup Test: what the last run replaced is put back.");
     ASSERT_NE(restored, std::string::npos) << all.out;
     EXPECT_THAT(all.out.substr(0, restored), HasSubstr("\nwas-1.5-9\n"));
     // The backup knew the name under which the file was copied, so "restore" took it away again.

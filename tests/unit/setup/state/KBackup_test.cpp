@@ -4,13 +4,15 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/KSetupStop.h>
-#include <setup/state/KBackup.h>
+#include <setup/state/KRestoration.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
 #include <fstream>
+#include <functional>
+#include <stdexcept>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -20,9 +22,10 @@
 namespace {
 
 using KSETUP::KBackup;
+using KSETUP::KBackupWish;
+using KSETUP::KRestoration;
 using KSETUP::KRestored;
 using KSETUP::KSetupFailure;
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -35,13 +38,16 @@ class KBackupTest : public ::testing::Test {
         tree.SetOwner("p/conf\xFF", 12, 34);
         tree.Link("p/link", "lib/large");
     }
-    void Save() {
-        std::vector<std::string> paths;
-        for (const char* path :
-             {"p/lib/large", "p/conf\xFF", "p/link", "p/new", "p/made/sub/file"}) {
-            paths.push_back(tree.Path(path));
+    KBackupWish Wish(const std::string& run, const std::vector<const char*>& paths) const {
+        KBackupWish wish;
+        wish.run = run;
+        for (const char* path : paths) {
+            wish.paths.push_back(tree.Path(path));
         }
-        backup.Save(paths);
+        return wish;
+    }
+    void Save(const std::string& run = "1") {
+        backup.Save(Wish(run, {"p/lib/large", "p/conf\xFF", "p/link", "p/new", "p/made/sub/file"}));
     }
     /// Does to the tree what a run does: replaces by new files, deletes, makes.
     void Upgrade() {
@@ -53,6 +59,25 @@ class KBackupTest : public ::testing::Test {
         tree.Write("p/new", "new");
         tree.Write("p/made/sub/file", "new");
     }
+    /// A whole run, of which is known what it left.
+    void SaveAndUpgrade() {
+        Save();
+        Upgrade();
+        backup.NoteLeft({tree.Path("p/made/sub/file")});
+    }
+    KRestored
+    Restore(const std::string& run = "1", const std::function<bool()>& shallStop = {}) const {
+        const auto kept = backup.Open(run);
+        if (!kept) {
+            throw std::runtime_error("no backup");
+        }
+        KRestoration restoration(*kept, backup);
+        restoration.PutBack(shallStop);
+        return restoration.GetResult();
+    }
+    std::vector<std::string> Edited() const {
+        return KRestoration(*backup.Open("1"), backup).GetEdited();
+    }
 
     KTEST::TemporaryTree tree;
     const std::string large = KTEST::ArbitraryBytes(200000);
@@ -63,7 +88,7 @@ TEST_F(KBackupTest, RestoringPutsEverythingBack) {
     const std::vector<std::string> before = tree.List("p");
     Save();
     Upgrade();
-    const KRestored result = backup.Restore();
+    const KRestored result = Restore();
     EXPECT_EQ(tree.List("p"), before);
     EXPECT_THAT(result.failures, IsEmpty());
     EXPECT_THAT(result.kept, IsEmpty());
@@ -76,7 +101,7 @@ TEST_F(KBackupTest, RestoringKeepsOwnerAndTime) {
     const struct stat before = tree.Status("p/conf\xFF");
     Save();
     Upgrade();
-    backup.Restore();
+    Restore();
     const struct stat after = tree.Status("p/conf\xFF");
     EXPECT_EQ(after.st_uid, 12u);
     EXPECT_EQ(after.st_gid, 34u);
@@ -91,7 +116,7 @@ TEST_F(KBackupTest, RestoringKeepsExtendedAttributes) {
     }
     Save();
     Upgrade();
-    backup.Restore();
+    Restore();
     std::array<char, 8> value{};
     EXPECT_EQ(::getxattr(path.c_str(), "user.note", value.data(), value.size()), 4);
     EXPECT_STREQ(value.data(), "text");
@@ -101,9 +126,9 @@ TEST_F(KBackupTest, RestoringCanBeRepeated) {
     const std::vector<std::string> before = tree.List("p");
     Save();
     Upgrade();
-    backup.Restore();
+    Restore();
     tree.Write("p/lib/large", "written in place", 0755);
-    const KRestored result = backup.Restore();
+    const KRestored result = Restore();
     EXPECT_EQ(tree.List("p"), before);
     EXPECT_THAT(result.failures, IsEmpty());
     EXPECT_EQ(result.deleted, 0u);
@@ -113,7 +138,7 @@ TEST_F(KBackupTest, ASmallFileIsSafeFromBeingWrittenInPlace) {
     Save();
     const int file = ::open(tree.Path("p/conf\xFF").c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
     ::close(file);
-    backup.Restore();
+    Restore();
     EXPECT_EQ(tree.Read("p/conf\xFF"), "key=value\n");
 }
 
@@ -121,7 +146,7 @@ TEST_F(KBackupTest, AFileInAMadeDirectoryKeepsIt) {
     Save();
     Upgrade();
     tree.Write("p/made/sub/data", "the user's");
-    const KRestored result = backup.Restore();
+    const KRestored result = Restore();
     EXPECT_THAT(result.kept, ElementsAre(tree.Path("p/made/sub"), tree.Path("p/made")));
     EXPECT_THAT(tree.List("p/made"), ElementsAre("d 0755 sub", "f 0644 sub/data \"the user's\""));
     EXPECT_THAT(result.failures, IsEmpty());
@@ -132,7 +157,7 @@ TEST_F(KBackupTest, WhatFailsIsToldAndTheRestGoesOn) {
     Upgrade();
     tree.Remove("p/link");
     tree.Write("p/link/inside", "in the way");
-    const KRestored result = backup.Restore();
+    const KRestored result = Restore();
     EXPECT_THAT(
         result.failures, ElementsAre("cannot put back " + tree.Path("p/link") + ": Is a directory")
     );
@@ -145,14 +170,15 @@ TEST_F(KBackupTest, AnEmptyDirectoryInTheWayGoes) {
     Upgrade();
     tree.Remove("p/link");
     tree.Directory("p/link");
-    EXPECT_THAT(backup.Restore().failures, IsEmpty());
+    EXPECT_THAT(Restore().failures, IsEmpty());
     EXPECT_EQ(tree.LinkTarget("p/link"), "lib/large");
 }
 
 TEST_F(KBackupTest, WhatAKilledRestoreLeftIsNotInTheWay) {
     Save();
+    Upgrade();
     tree.Write("p/.ins++-restore", "half");
-    EXPECT_THAT(backup.Restore().failures, IsEmpty());
+    EXPECT_THAT(Restore().failures, IsEmpty());
     EXPECT_FALSE(tree.Exists("p/.ins++-restore"));
 }
 
@@ -165,31 +191,56 @@ TEST_F(KBackupTest, ALinkThatAnotherUserLaidIsNotFollowed) {
     tree.Link("p/made", tree.Path("elsewhere"));
     tree.Directory("elsewhere2");
     tree.Link("p/lib", tree.Path("elsewhere2"));
-    const KRestored result = backup.Restore();
+    EXPECT_THAT(Restore().failures, IsEmpty());
     EXPECT_EQ(tree.Read("elsewhere/sub/file"), "precious");
     EXPECT_THAT(tree.List("elsewhere2"), IsEmpty());
-    EXPECT_THAT(
-        result.failures, Contains(HasSubstr("cannot put back " + tree.Path("p/lib/large")))
-    );
+    EXPECT_EQ(tree.Read("p/lib/large"), large); // the directory is one again
 }
 
 TEST_F(KBackupTest, RestoringStopsOnRequest) {
     Save();
     Upgrade();
     const std::vector<std::string> upgraded = tree.List("p");
-    EXPECT_TRUE(backup.Restore([] { return true; }).stopped);
+    EXPECT_TRUE(Restore("1", [] { return true; }).stopped);
     EXPECT_EQ(tree.List("p"), upgraded);
 }
 
-TEST_F(KBackupTest, ANewBackupReplacesTheFormer) {
-    Save();
-    Upgrade();
-    const std::vector<std::string> upgraded = tree.List("p");
-    Save();
-    tree.Write("p/new", "newer");
-    backup.Restore();
-    EXPECT_EQ(tree.List("p"), upgraded);
-    EXPECT_FALSE(tree.Exists("base/dps/backup.new"));
+TEST_F(KBackupTest, TheBackupOfTheLastRunIsThereUntilALaterOneIsDone) {
+    const std::vector<std::string> before = tree.List("p");
+    SaveAndUpgrade();
+    backup.Commit();
+    Save("2");
+    EXPECT_TRUE(backup.Open("1"));
+    EXPECT_TRUE(backup.Open("2"));
+    EXPECT_EQ(backup.GetBegunRun(), "2");
+    Restore("1");
+    EXPECT_EQ(tree.List("p"), before);
+    backup.Commit();
+    EXPECT_FALSE(backup.Open("1"));
+    EXPECT_TRUE(backup.Open("2"));
+    EXPECT_EQ(backup.GetBegunRun(), "");
+}
+
+TEST_F(KBackupTest, ABackupThatWasNotCommittedAnyMoreIsCommittedBeforeTheNextRun) {
+    SaveAndUpgrade();
+    EXPECT_EQ(backup.GetDoneRun(), "1");
+    backup.Tidy(false);
+    EXPECT_EQ(backup.GetDoneRun(), "1");
+    EXPECT_TRUE(tree.Exists("base/dps/backup/index"));
+    EXPECT_FALSE(tree.Exists("base/dps/backup.next"));
+}
+
+TEST_F(KBackupTest, ABackupOfARunThatNeverBeganGoesBeforeTheNextRun) {
+    Save("1");
+    EXPECT_EQ(backup.GetDoneRun(), "");
+    backup.Tidy(false);
+    EXPECT_FALSE(backup.Exists());
+}
+
+TEST_F(KBackupTest, ABackupOfAnInterruptedRunThatIsNotGoneOnWithGoesBeforeTheNextRun) {
+    SaveAndUpgrade();
+    backup.Tidy(true);
+    EXPECT_FALSE(backup.Exists());
 }
 
 TEST_F(KBackupTest, AFailedBackupKeepsTheFormer) {
@@ -197,14 +248,14 @@ TEST_F(KBackupTest, AFailedBackupKeepsTheFormer) {
     Save();
     Upgrade();
     try {
-        backup.Save({tree.Path("p/new"), tree.Path(std::string(300, 'n'))});
+        backup.Save(Wish("1", {"p/new", std::string(300, 'n').c_str()}));
         ADD_FAILURE() << "a name that is too long was kept";
     } catch (const KSetupFailure& failure) {
         EXPECT_EQ(failure.GetExitCode(), KSETUP::ExitCode::cannotWrite);
         EXPECT_THAT(failure.what(), HasSubstr("cannot keep a copy of"));
     }
     EXPECT_FALSE(tree.Exists("base/dps/backup.new"));
-    backup.Restore();
+    Restore();
     EXPECT_EQ(tree.List("p"), before);
 }
 
@@ -212,7 +263,7 @@ TEST_F(KBackupTest, AStoppedBackupKeepsTheFormer) {
     Save();
     int asked = 0;
     EXPECT_THROW(
-        backup.Save({tree.Path("p/new"), tree.Path("p/link")}, [&] { return ++asked == 2; }),
+        backup.Save(Wish("1", {"p/new", "p/link"}), [&] { return ++asked == 2; }),
         KSETUP::KSetupStop
     );
     EXPECT_TRUE(backup.Exists());
@@ -224,21 +275,192 @@ TEST_F(KBackupTest, ARunThatGoesOnKeepsWhatTheFormerOneKeptAndAddsToIt) {
     const std::vector<std::string> before = tree.List("p");
     Save();
     Upgrade();
-    backup.Save(
-        {tree.Path("p/lib/large"), tree.Path("p/conf\xFF"), tree.Path("p/other")},
-        {},
-        {.addsToFormer = true}
-    );
+    backup.Save(Wish("1", {"p/lib/large", "p/conf\xFF", "p/other"}));
     tree.Write("p/other", "new");
-    EXPECT_THAT(backup.Restore().failures, IsEmpty());
+    EXPECT_THAT(Restore().failures, IsEmpty());
     EXPECT_EQ(tree.List("p"), before);
 }
 
-TEST_F(KBackupTest, AFileThatIsWrittenToInItsPlaceIsKeptAsItWas) {
-    backup.Save({tree.Path("p/lib/large")}, {}, {.filesMayBeWrittenTo = true});
+TEST_F(KBackupTest, ALargeFileThatIsWrittenToInItsPlaceIsKeptAsItWas) {
+    Save();
     std::ofstream(tree.Path("p/lib/large"), std::ios::app) << "more";
-    EXPECT_THAT(backup.Restore().failures, IsEmpty());
+    EXPECT_THAT(Restore().failures, IsEmpty());
     EXPECT_EQ(tree.Read("p/lib/large"), large);
+}
+
+TEST_F(KBackupTest, NothingIsEditedWhereTheRunLeftItOrItIsAsItWasBefore) {
+    SaveAndUpgrade();
+    EXPECT_THAT(Edited(), IsEmpty());
+    Restore();
+    EXPECT_THAT(Edited(), IsEmpty());
+}
+
+TEST_F(KBackupTest, WhatWasTouchedAndHasItsContentStillIsNotEdited) {
+    SaveAndUpgrade();
+    tree.Write("p/new", "new", 0600);
+    EXPECT_THAT(Edited(), IsEmpty());
+}
+
+TEST_F(KBackupTest, WhatWasEditedReplacedOrMadeAnewSinceIsNamed) {
+    SaveAndUpgrade();
+    tree.Write("p/new", "NEW"); // of the same size
+    tree.Remove("p/link");
+    tree.Link("p/link", "elsewhere");
+    tree.Write("p/lib/large", "made where the run deleted it");
+    EXPECT_THAT(
+        Edited(), ElementsAre(tree.Path("p/lib/large"), tree.Path("p/link"), tree.Path("p/new"))
+    );
+}
+
+TEST_F(KBackupTest, WhatWasEditedIsKeptBesideUnderAFreeName) {
+    SaveAndUpgrade();
+    tree.Write("p/conf\xFF", "mine\n");
+    tree.Write("p/conf\xFF.edited", "older\n");
+    tree.Write("p/made/sub/file", "mine too");
+    const KRestored result = Restore();
+    EXPECT_THAT(
+        result.edited,
+        ElementsAre(
+            std::pair(tree.Path("p/conf\xFF"), tree.Path("p/conf\xFF.edited.2")),
+            std::pair(tree.Path("p/made/sub/file"), tree.Path("p/made/sub/file.edited"))
+        )
+    );
+    EXPECT_EQ(tree.Read("p/conf\xFF"), "key=value\n");
+    EXPECT_EQ(tree.Read("p/conf\xFF.edited"), "older\n");
+    EXPECT_EQ(tree.Read("p/conf\xFF.edited.2"), "mine\n");
+    EXPECT_EQ(tree.Read("p/made/sub/file.edited"), "mine too");
+}
+
+TEST_F(KBackupTest, WhatOthersMadeWhereTheRunMadeNothingStays) {
+    Save(); // and the run came to nothing of it
+    backup.NoteLeft({});
+    tree.Write("p/new", "the user's");
+    tree.Write("p/made/sub/data", "the user's");
+    const KRestored result = Restore();
+    EXPECT_EQ(tree.Read("p/new"), "the user's");
+    EXPECT_EQ(tree.Read("p/made/sub/data"), "the user's");
+    EXPECT_EQ(result.deleted, 0u);
+    EXPECT_THAT(result.kept, IsEmpty());
+}
+
+TEST_F(KBackupTest, WhatTheRunMadeUnexpectedlyIsNamed) {
+    Save();
+    tree.Write("p/unexpected", "new");
+    backup.NoteLeft({tree.Path("p/unexpected")});
+    EXPECT_THAT(Restore().kept, ElementsAre(tree.Path("p/unexpected")));
+}
+
+TEST_F(KBackupTest, WhatNobodyTouchedIsLeftAlone) {
+    Save();
+    backup.NoteLeft({});
+    const struct stat before = tree.Status("p/lib/large");
+    const auto kept = backup.Open("1");
+    EXPECT_FALSE(KRestoration(*kept, backup).HasWork());
+    EXPECT_EQ(Restore().putBack, 0u);
+    EXPECT_EQ(tree.Status("p/lib/large").st_ino, before.st_ino);
+}
+
+TEST_F(KBackupTest, ADirectoryThatBecameALinkIsADirectoryAgainAndNothingGoesThroughTheLink) {
+    tree.Write("p/lib/small", "small");
+    const std::vector<std::string> before = tree.List("p");
+    backup.Save(Wish("1", {"p/lib/large", "p/lib/small", "p/lib/new"}));
+    tree.Remove("p/lib");
+    tree.Write("elsewhere/new", "precious");
+    tree.Link("p/lib", tree.Path("elsewhere"));
+    backup.NoteLeft({tree.Path("p/lib")});
+    EXPECT_THAT(Restore().failures, IsEmpty());
+    EXPECT_EQ(tree.List("p"), before);
+    EXPECT_EQ(tree.Read("elsewhere/new"), "precious");
+}
+
+TEST_F(KBackupTest, AFileThatBecameADirectoryIsAFileAgain) {
+    const std::vector<std::string> before = tree.List("p");
+    backup.Save(Wish("1", {"p/lib/large", "p/lib/large/sub/file"}));
+    tree.Remove("p/lib/large");
+    tree.Write("p/lib/large/sub/file", "new");
+    backup.NoteLeft({});
+    EXPECT_THAT(Restore().failures, IsEmpty());
+    EXPECT_EQ(tree.List("p"), before);
+}
+
+TEST_F(KBackupTest, TheRightsOfADirectoryAreAsTheyWere) {
+    Save();
+    ::chmod(tree.Path("p/lib").c_str(), 0700);
+    backup.NoteLeft({});
+    Restore();
+    EXPECT_EQ(tree.Mode("p/lib"), 0755u);
+}
+
+TEST_F(KBackupTest, TheRightsThatSomebodyGaveADirectorySinceStay) {
+    Save();
+    backup.NoteLeft({});
+    ::chmod(tree.Path("p/lib").c_str(), 0700);
+    Restore();
+    EXPECT_EQ(tree.Mode("p/lib"), 0700u);
+}
+
+TEST_F(KBackupTest, ADamagedBackupIsRefusedAndTheFileNamed) {
+    SaveAndUpgrade();
+    const std::vector<std::string> upgraded = tree.List("p");
+    std::string path;
+    const auto kept = backup.Open("1");
+    for (const auto& [of, entry] : kept->index.entries) {
+        if (of == tree.Path("p/lib/large")) {
+            path = "base/dps/backup.next/" + entry.stored;
+        }
+    }
+    std::ofstream(tree.Path(path), std::ios::app) << "x";
+    try {
+        Restore();
+        ADD_FAILURE() << "a damaged backup was put back";
+    } catch (const KSetupFailure& failure) {
+        EXPECT_EQ(failure.GetExitCode(), KSETUP::ExitCode::malformedScript);
+        EXPECT_EQ(
+            failure.what(),
+            "the backup is damaged: " + tree.Path(path) + " is not what was kept of " +
+                tree.Path("p/lib/large") + ". Nothing was changed."
+        );
+    }
+    EXPECT_EQ(tree.List("p"), upgraded);
+}
+
+TEST_F(KBackupTest, WhatTheProgramKeepsForItselfIsPutBackLastAndNotCounted) {
+    tree.Write("base/dps/manifest", "former", 0600);
+    tree.Write("base/dps/kit/install.ini", "former", 0600);
+    backup.Save(Wish("1", {"p/new", "base/dps/manifest", "base/dps/kit/install.ini"}));
+    tree.Write("base/dps/manifest", "newer!", 0600);
+    tree.Write("base/dps/kit/install.ini", "newer!", 0600);
+    tree.Write("base/dps/kit/added/file", "new", 0600);
+    backup.NoteLeft({});
+    const auto kept = backup.Open("1");
+    KRestoration restoration(*kept, backup);
+    EXPECT_FALSE(restoration.HasWork());
+    restoration.PutBack();
+    EXPECT_EQ(tree.Read("base/dps/manifest"), "newer!");
+    restoration.PutBackOwn();
+    EXPECT_EQ(tree.Read("base/dps/manifest"), "former");
+    EXPECT_EQ(tree.Read("base/dps/kit/install.ini"), "former");
+    EXPECT_FALSE(tree.Exists("base/dps/kit/added"));
+    EXPECT_EQ(restoration.GetResult().putBack, 0u);
+    EXPECT_EQ(restoration.GetResult().deleted, 0u);
+}
+
+TEST_F(KBackupTest, ServicesAreKnownAsTheyWereBeforeTheFirstOfTheseRuns) {
+    KBackupWish wish = Wish("1", {"p/new"});
+    wish.hasCommands = true;
+    wish.services = {{"one", true, true}, {"image", std::nullopt, false}};
+    backup.Save(wish);
+    wish.hasCommands = false;
+    wish.services = {{"one", false, true}, {"two", false, false}};
+    backup.Save(wish);
+    const auto kept = backup.Open("1");
+    EXPECT_TRUE(kept->index.hasCommands);
+    ASSERT_EQ(kept->index.services.size(), 3u);
+    EXPECT_EQ(kept->index.services[0].ran, true);
+    EXPECT_TRUE(kept->index.services[0].isInstalled);
+    EXPECT_EQ(kept->index.services[1].ran, std::nullopt);
+    EXPECT_EQ(kept->index.services[2].name, "two");
+    EXPECT_FALSE(kept->index.services[2].isInstalled);
 }
 
 TEST_F(KBackupTest, WhatAKilledBackupLeftIsNoBackup) {
@@ -249,10 +471,20 @@ TEST_F(KBackupTest, WhatAKilledBackupLeftIsNoBackup) {
     EXPECT_FALSE(tree.Exists("base/dps/backup.new"));
 }
 
+TEST_F(KBackupTest, HalfADeletedBackupIsNoneAndGoesWithTheNextDeletion) {
+    Save();
+    backup.Commit();
+    tree.Remove("base/dps/backup/index");
+    EXPECT_FALSE(backup.Open("1"));
+    EXPECT_FALSE(backup.Exists());
+    backup.Delete("1");
+    EXPECT_FALSE(tree.Exists("base/dps/backup"));
+}
+
 TEST_F(KBackupTest, KeptFilesAreNotForOthers) {
     Save();
-    EXPECT_EQ(tree.Mode("base/dps/backup"), 0700u);
-    EXPECT_EQ(tree.Mode("base/dps/backup/index"), 0600u);
+    EXPECT_EQ(tree.Mode("base/dps/backup.next"), 0700u);
+    EXPECT_EQ(tree.Mode("base/dps/backup.next/index"), 0600u);
 }
 
 TEST_F(KBackupTest, ADiscardedBackupIsGone) {
@@ -260,7 +492,7 @@ TEST_F(KBackupTest, ADiscardedBackupIsGone) {
     Save();
     backup.Discard();
     EXPECT_FALSE(backup.Exists());
-    EXPECT_THROW(backup.Restore(), KSetupFailure);
+    EXPECT_FALSE(backup.Open("1"));
 }
 
 class NoIndexTest : public KBackupTest, public ::testing::WithParamInterface<const char*> {};
@@ -269,10 +501,12 @@ TEST_P(NoIndexTest, IsAClearFailureThatChangesNothing) {
     Save();
     Upgrade();
     const std::vector<std::string> upgraded = tree.List("p");
-    tree.Write("base/dps/backup/index", GetParam(), 0600);
-    EXPECT_THROW(backup.Restore(), KSetupFailure);
+    tree.Write("base/dps/backup.next/index", GetParam(), 0600);
+    EXPECT_THROW(Restore(), KSetupFailure);
     EXPECT_EQ(tree.List("p"), upgraded);
 }
+
+#define HEAD "{\"format\":\"ins++ backup\",\"formatVersion\":2,\"run\":\"1\"}\n"
 
 INSTANTIATE_TEST_SUITE_P(
     Texts,
@@ -280,13 +514,16 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         "",
         "nonsense",
-        "{\"entries\":1}\n",
-        "{\"kind\":\"nothing\",\"path\":\"relative\"}\n{\"entries\":1}\n",
-        "{\"kind\":\"other\",\"path\":\"/a\"}\n{\"entries\":1}\n",
-        "{\"kind\":\"file\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        "{\"entries\":0}\n", // of a version that gave runs no names
+        HEAD "",
+        HEAD "{\"entries\":1}\n",
+        HEAD "{\"kind\":\"nothing\",\"path\":\"relative\"}\n{\"entries\":1}\n",
+        HEAD "{\"kind\":\"other\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        HEAD "{\"kind\":\"file\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        HEAD
         "{\"changed\":0,\"changedNs\":0,\"group\":0,\"kind\":\"file\",\"mode\":420,\"owner\":0,"
         "\"path\":\"/a\",\"stored\":\"../x\"}\n{\"entries\":1}\n",
-        "{\"entries\":0}\n{\"entries\":0}\n"
+        HEAD "{\"entries\":0}\n{\"entries\":0}\n"
     )
 );
 

@@ -22,7 +22,7 @@ class KRunStateTest : public ::testing::Test {
   protected:
     void SetUp() override { tree.Directory("lock", 01777); }
     static KRunDescription Run() {
-        return {KRunDescription::Action::Install, "DPS", "2.2", "/opt/d\xFF", 40, false, ""};
+        return {KRunDescription::Action::Install, "DPS", "2.2", "/opt/d\xFF", 40, "run 1", ""};
     }
     KRunState State() { return KRunState("dps", tree.Path("base")); }
     std::optional<KInterruptedRun> Read() {
@@ -48,6 +48,7 @@ TEST_F(KRunStateTest, ARunThatDidNotEndIsRemembered) {
     ASSERT_TRUE(run.has_value());
     EXPECT_EQ(run->rule, 14u);
     EXPECT_EQ(run->path, "/opt/d\xFF");
+    EXPECT_EQ(run->run, "run 1");
     EXPECT_EQ(run->ruleCount, 40u);
 }
 
@@ -67,6 +68,16 @@ TEST_F(KRunStateTest, ANumberBehindTheEndChangesNothing) {
     EXPECT_FALSE(tree.Exists("base/dps/state"));
 }
 
+TEST_F(KRunStateTest, ARestorationThatWasInterruptedIsToldAsOne) {
+    KRunDescription run = Run();
+    run.action = KRunDescription::Action::Restore;
+    State().Begin(run);
+    EXPECT_EQ(
+        Read()->ToWords(),
+        "restoring DPS was interrupted. Run \"ins-setup restore\" again to go on."
+    );
+}
+
 TEST_F(KRunStateTest, TheNextRunReplacesWhatWasRemembered) {
     {
         KRunState state = State();
@@ -74,7 +85,7 @@ TEST_F(KRunStateTest, TheNextRunReplacesWhatWasRemembered) {
         state.SetRule(14);
     }
     KRunState state = State();
-    state.Begin({KRunDescription::Action::Remove, "DPS", "2.2", "/opt/dps", 7, false, ""});
+    state.Begin({KRunDescription::Action::Remove, "DPS", "2.2", "/opt/dps", 7, "run 2", ""});
     EXPECT_EQ(Read()->rule, 0u);
     EXPECT_EQ(Read()->ruleCount, 7u);
 }

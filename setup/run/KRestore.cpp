@@ -1,0 +1,245 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/preflight/TrustedPlaces.h>
+#include <setup/run/KAuditLog.h>
+#include <setup/run/KLockedProduct.h>
+#include <setup/run/KRestore.h>
+#include <setup/run/Runs.h>
+#include <setup/run/ServicesBefore.h>
+#include <setup/state/KWriteJournal.h>
+#include <sup++/KLog.h>
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+namespace KSETUP {
+
+namespace {
+
+std::string Joined(const std::vector<std::string>& parts, const char* between) {
+    std::string text;
+    for (const std::string& part : parts) {
+        text += (text.empty() ? "" : between) + part;
+    }
+    return text;
+}
+
+/// What enables a service is as it was: links that are not in the backup go.
+void DeleteAddedLinks(const KBackupIndex& index, KRestoration& restoration) {
+    for (const KServiceBefore& service : index.services) {
+        if (!service.isInstalled) {
+            continue;
+        }
+        for (const std::string& path : FindUnitEntries(service.name)) {
+            if (!index.entries.contains(path)) {
+                restoration.DeleteLink(path);
+            }
+        }
+    }
+}
+
+} // namespace
+
+KUndone
+Undo(const KOpenBackup& backup, KRestoration& restoration, const std::function<bool()>& shallStop) {
+    KUndone undone;
+    const bool hasWork = restoration.HasWork(); // else those that run go on with what they have
+    const std::vector<KServiceBefore>& services = backup.index.services;
+    StopServices(services, hasWork, undone.report, undone.failures);
+    restoration.PutBack(shallStop);
+    DeleteAddedLinks(backup.index, restoration);
+    if (!restoration.GetResult().stopped) {
+        StartServices(services, undone.report, undone.failures);
+    }
+    const std::vector<std::string>& failures = restoration.GetResult().failures;
+    if (failures.empty() && undone.failures.empty() && !restoration.GetResult().stopped) {
+        restoration.PutBackOwn();
+    }
+    const KRestored& restored = restoration.GetResult();
+    undone.failures.insert(
+        undone.failures.end(), restored.failures.begin(), restored.failures.end()
+    );
+    undone.report.putBack = restored.putBack;
+    undone.report.deleted = restored.deleted;
+    undone.report.edited = restored.edited;
+    undone.leftBehind = restored.kept;
+    undone.stopped = restored.stopped;
+    undone.report.isComplete = undone.IsWhole() && !backup.index.hasCommands &&
+                               restored.kept.empty() && restored.edited.empty();
+    return undone;
+}
+
+void ForgetUndone(const KOpenBackup& backup, KBackup& store) {
+    const std::string& service = store.GetName();
+    store.Delete(backup.index.run); // first: without it a restoration that was begun is done
+    const std::string state = store.GetBase() + "/" + service + "/state";
+    const auto former = backup.index.entries.find(state);
+    if (former == backup.index.entries.end() || former->second.kind != KBackupEntry::Kind::File) {
+        KWriteJournal::Discard(service);
+        KRunState(service).End();
+    }
+    RemoveEmptyStateDirectory(service);
+}
+
+void FillUndone(const KUndone& undone, bool hasCommands, KRunReport& report) {
+    const KPutBackReport& restored = undone.report;
+    report.restored = restored;
+    report.leftBehind = undone.leftBehind;
+    report.notes.push_back(
+        std::to_string(restored.putBack) + " put back, " + std::to_string(restored.deleted) +
+        " that had not been there deleted."
+    );
+    for (const auto& [path, keptAs] : restored.edited) {
+        report.notes.push_back("Edited since, and kept: " + keptAs);
+    }
+    if (!restored.restarted.empty()) {
+        report.notes.push_back(
+            "Started again with what was put back: " + Joined(restored.restarted, ", ") + "."
+        );
+    }
+    if (!restored.stopped.empty()) {
+        report.notes.push_back(
+            "Stopped, because it did not run before: " + Joined(restored.stopped, ", ") + "."
+        );
+    }
+    if (hasCommands) {
+        report.notes.emplace_back("What commands of the script did besides is not undone.");
+    }
+}
+
+namespace {
+
+/// The run that a restoration would undo: the one that did not come to its end, or the last one.
+std::string FindRun(const KLockedProduct& product, const KBackup& store) {
+    if (const auto& begun = product.GetInterrupted()) {
+        // What is kept is of no other: a run deletes what is of others.
+        return begun->damage.empty() ? begun->run : store.GetBegunRun();
+    }
+    const std::optional<KManifest> manifest = product.LoadManifest();
+    return manifest ? manifest->GetRun() : store.GetDoneRun(); // that of a removal
+}
+
+[[noreturn]] void RefuseWithout(const KLockedProduct& product, const KBackup& store) {
+    const std::string& service = product.GetService();
+    std::string why = "there is no backup of the last run for " + service +
+                      ", so it cannot be undone. \"ins-setup install --backup\" makes one.";
+    if (product.GetInterrupted()) {
+        why = "there is no backup of the run that was interrupted, so it cannot be undone. Nothing "
+              "was changed. " +
+              product.GetInterrupted()->ToWords();
+    } else if (store.Exists()) {
+        why = "the backup for " + service +
+              " is not of the last run: others came after it. Nothing was changed. Install the "
+              "version that you want.";
+    }
+    throw KSetupFailure(ExitCode::noKit, why);
+}
+
+void RefuseEdited(const KRestoration& restoration, KRunReport& report) {
+    std::string paths;
+    for (const std::string& path : restoration.GetEdited()) {
+        report.differences.emplace_back(path, "was edited since the run");
+        paths += "\n    " + path;
+    }
+    throw KSetupFailure(
+        ExitCode::differs,
+        "edited since the run that is to be undone:" + paths +
+            "\nNothing was changed. --force keeps them beside, as NAME.edited, and goes on."
+    );
+}
+
+/// From here on it is remembered, so that one that is interrupted can be told and repeated.
+void Begin(const KLockedProduct& product, const std::string& run, KRunReport& report) {
+    KRunDescription description;
+    if (const auto& begun = product.GetInterrupted(); begun && begun->damage.empty()) {
+        description = *begun;
+    } else if (const auto& record = product.GetRecord()) {
+        description.version = record->version;
+        description.path = record->path;
+    }
+    description.product = report.product;
+    description.action = KRunDescription::Action::Restore;
+    description.run = run;
+    report.version = description.version;
+    report.buildNumber = product.GetRecord() ? product.GetRecord()->buildNumber : 0;
+    report.productPath = description.path;
+    report.log = product.GetInstaller().GetSetupLogPath().c_str();
+    RequireSafeLog(report.log);
+    KAuditLog::Begin(report, product.GetContext().kit.GetDirectory());
+    KRunState(product.GetService()).Begin(description);
+}
+
+void FillInstalled(const KINS::KInstaller& installer, KRunReport& report) {
+    const std::optional<KInstalledRecord> record = LoadRecord(installer);
+    report.version = record ? record->version : "";
+    report.buildNumber = record ? record->buildNumber : 0;
+    report.productPath = record ? record->path : "";
+}
+
+void End(KRunReport& report) {
+    KSUP::KLog log;
+    log.Open(report.log);
+    KAuditLog::End(report, log);
+}
+
+void RestoreRun(
+    const KLockedProduct& product, const KOpenBackup& backup, KBackup& store, KRunReport& report
+) {
+    const KRunContext& context = product.GetContext();
+    KRestoration restoration(backup, store, context.ShallStop());
+    if (!restoration.GetEdited().empty() && !context.arguments.force) {
+        RefuseEdited(restoration, report);
+    }
+    Begin(product, backup.index.run, report);
+    const KUndone undone = Undo(backup, restoration, context.ShallStop());
+    FillUndone(undone, backup.index.hasCommands, report);
+    if (!backup.left) {
+        report.notes.emplace_back(
+            "The run did not come to its end, so it is not known whether anything was edited since."
+        );
+    }
+    report.error = Joined(undone.failures, "; ");
+    if (undone.stopped) {
+        report.result = KRunResult::Cancelled;
+        report.exitCode = ExitCode::signalBase + context.signals.GetFirst();
+        report.error = "stopped on request; run it again to go on";
+    } else if (!undone.failures.empty()) {
+        report.result = KRunResult::Failed;
+        report.exitCode = ExitCode::cannotWrite;
+    } else {
+        ForgetUndone(backup, store);
+    }
+    End(report);
+    FillInstalled(product.GetInstaller(), report);
+    if (const auto before = KRunState::Read(product.GetService());
+        before && before->action != KRunDescription::Action::Restore) {
+        report.notes.push_back(before->ToWords()); // the run that had been interrupted before
+    }
+}
+
+} // namespace
+
+void Restore(const KRunContext& context) {
+    const KLockedProduct product(context);
+    KBackup store(product.GetService());
+    const std::string run = FindRun(product, store);
+    const std::optional<KOpenBackup> backup = run.empty() ? std::nullopt : store.Open(run);
+    if (backup) {
+        RestoreRun(product, *backup, store, context.report);
+        return;
+    }
+    const auto& begun = product.GetInterrupted();
+    if (!begun || begun->action != KRunDescription::Action::Restore) {
+        RefuseWithout(product, store);
+    }
+    // One that was killed while it deleted the backup, which it does when all is put back.
+    store.Delete(run);
+    KWriteJournal::Discard(product.GetService());
+    KRunState(product.GetService()).End();
+    RemoveEmptyStateDirectory(product.GetService());
+    FillUndone({}, false, context.report);
+    FillInstalled(product.GetInstaller(), context.report);
+}
+
+} // namespace KSETUP

@@ -1,0 +1,333 @@
+// SPDX-License-Identifier: MIT
+//
+// How a restoration changes the disk. Steps return 0 or errno.
+#include <setup/files/PathText.h>
+#include <setup/state/KRestoration.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include <sys/files/FileContent.h>
+
+namespace KSETUP {
+
+namespace {
+
+using KSYS::Entry;
+using KSYS::LastLink;
+using KSYS::Place;
+using Kind = KBackupEntry::Kind;
+/// Beside what it replaces. One restore runs at a time, so one name serves all.
+constexpr const char* temporaryName = ".ins++-restore";
+constexpr const char* kitName = "kit"; // what is kept of the kit, a tree
+constexpr const char* stateName = "state";
+
+/// Where `failed` says so, what was made beside the place goes instead.
+unsigned Rename(const Place& place, unsigned failed) {
+    const int at = place.directory.Get();
+    if (failed == 0) {
+        failed = KSYS::RenameEntry(at, temporaryName, place.name.c_str());
+        // A directory that the run made in its place goes, if nothing is in it.
+        if (failed == EISDIR && KSYS::RemoveDirectoryEntry(place) == 0) {
+            failed = KSYS::RenameEntry(at, temporaryName, place.name.c_str());
+        }
+    }
+    if (failed != 0) {
+        // The first failure is what counts.
+        static_cast<void>(KSYS::UnlinkEntry({at, temporaryName}));
+    }
+    return failed;
+}
+
+bool IsMissing(unsigned errorNumber) noexcept {
+    return errorNumber == ENOENT || errorNumber == ENOTDIR;
+}
+
+/// "NAME.edited", or the first of "NAME.edited.2" and so on that is free.
+unsigned MoveBeside(const Place& place, std::string& name) {
+    for (unsigned number = 1;; ++number) {
+        name = place.name + ".edited" + (number == 1 ? "" : "." + std::to_string(number));
+        struct stat status {};
+        const unsigned failed = KSYS::ReadStatus({place.directory, name}, LastLink::Keep, status);
+        if (failed == ENOENT) {
+            return KSYS::RenameEntry(place.directory.Get(), place.name.c_str(), name.c_str());
+        }
+        if (failed != 0) {
+            return failed;
+        }
+    }
+}
+
+} // namespace
+
+void KRestoration::Failed(const char* what, const std::string& path, unsigned errorNumber) {
+    result.failures.push_back(
+        std::string("cannot ") + what + " " + path + ": " +
+        std::generic_category().message(static_cast<int>(errorNumber))
+    );
+}
+
+void KRestoration::RemainToFlush(const Place& place) {
+    const Entry directory(place.directory.Get(), ".");
+    struct stat status {};
+    if (KSYS::ReadStatus(directory, LastLink::Keep, status) == 0 &&
+        !written.contains(status.st_dev)) {
+        // The place has it open by its path only, which is not enough to flush it.
+        static_cast<void>(KSYS::OpenDirectoryEntry(directory, written[status.st_dev]));
+    }
+}
+
+/// What the program keeps for itself nobody asks about.
+void KRestoration::Count(const std::string& path, unsigned& counter, const Place& place) {
+    counter += IsOwn(path) ? 0U : 1U;
+    RemainToFlush(place);
+}
+
+void KRestoration::Flush() {
+    for (const auto& [device, directory] : written) {
+        const unsigned failed = directory.IsOpen() ? KSYS::FlushFileSystem(directory.Get()) : 0;
+        if (failed != 0) {
+            Failed("flush", "what was put back", failed);
+        }
+    }
+    written.clear();
+}
+
+void KRestoration::PutBack(const std::function<bool()>& shallStop) {
+    const std::vector<std::string> toKeep = edited;
+    for (const std::string& path : toKeep) {
+        if (!KeepBeside(path)) {
+            states[path] = State::Foreign; // rather that than its loss
+        }
+    }
+    PutBackAll(false, shallStop);
+    FindKept();
+    Flush();
+}
+
+void KRestoration::PutBackOwn() {
+    DeleteUnlisted(ownDirectory + "/" + kitName);
+    PutBackAll(true, {});
+    Flush();
+}
+
+/// Directories come first, because a link in the place of one would lead elsewhere; what was not
+/// there goes before what was there comes, which it may be in the way of.
+void KRestoration::PutBackAll(bool own, const std::function<bool()>& shallStop) {
+    const std::string state = ownDirectory + "/" + stateName; // says that all this goes on: last
+    const auto isDue = [&](const std::string& path) {
+        result.stopped = result.stopped || (shallStop && shallStop());
+        const State found = states.at(path);
+        return !result.stopped && IsOwn(path) == own && path != state && found != State::AsBefore &&
+               found != State::Foreign;
+    };
+    const KBackupEntries& entries = backup.index.entries;
+    for (const auto& [path, entry] : entries) { // a directory stands before what is in it
+        if (entry.kind == Kind::Directory && isDue(path)) {
+            MakeDirectory(path, entry);
+        }
+    }
+    for (const auto& [path, entry] : entries) {
+        if (entry.kind == Kind::Nothing && isDue(path)) {
+            DeleteNew(path);
+        }
+    }
+    for (auto one = entries.rbegin(); one != entries.rend(); ++one) { // the deepest first
+        if (one->second.kind == Kind::Nothing && isDue(one->first)) {
+            DeleteNewDirectory(one->first);
+        }
+    }
+    for (const auto& [path, entry] : entries) {
+        if ((entry.kind == Kind::File || entry.kind == Kind::Link) && isDue(path)) {
+            PutBackOne(path, entry);
+        }
+    }
+    if (const auto found = entries.find(state);
+        own && found != entries.end() && found->second.kind == Kind::File) {
+        Flush();
+        PutBackOne(state, found->second);
+    }
+}
+
+bool KRestoration::KeepBeside(const std::string& path) {
+    Place place;
+    std::string name;
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
+    failed = failed == 0 ? MoveBeside(place, name) : failed;
+    if (failed != 0) {
+        Failed("keep", path, failed);
+        return false;
+    }
+    result.edited.emplace_back(path, JoinPath(ParentPath(path), name));
+    RemainToFlush(place);
+    return true;
+}
+
+/// Makes one that is gone, and gives one that is there its rights back.
+void KRestoration::MakeDirectory(const std::string& path, const KBackupEntry& entry) {
+    Place place;
+    KSYS::KDescriptor directory;
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
+    struct stat status {};
+    if (failed == 0) {
+        const bool isThere = KSYS::ReadStatus(place, LastLink::Keep, status) == 0;
+        if (isThere && !S_ISDIR(status.st_mode)) { // of the run, or it would be kept beside
+            failed = KSYS::UnlinkEntry(place);
+        }
+        if (failed == 0 && !(isThere && S_ISDIR(status.st_mode))) {
+            failed = KSYS::MakeDirectoryEntry(place, S_IRWXU);
+        }
+    }
+    if (failed == 0) {
+        failed = KSYS::OpenDirectoryEntry(place, directory);
+    }
+    if (failed == 0) {
+        failed = KSYS::SetOwner(directory.Get(), entry.owner, entry.group);
+    }
+    if (failed == 0) {
+        failed = KSYS::SetMode(directory.Get(), entry.mode);
+    }
+    if (failed != 0) {
+        Failed("put back", path, failed);
+        return;
+    }
+    Count(path, result.putBack, place);
+}
+
+/// Directories are left for later.
+void KRestoration::DeleteNew(const std::string& path) {
+    Place place;
+    struct stat status {};
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
+    if (failed == 0) {
+        failed = KSYS::ReadStatus(place, LastLink::Keep, status);
+    }
+    if (IsMissing(failed) || (failed == 0 && S_ISDIR(status.st_mode))) {
+        return;
+    }
+    if (failed == 0) {
+        failed = KSYS::UnlinkEntry(place);
+    }
+    if (failed != 0) {
+        Failed("delete", path, failed);
+        return;
+    }
+    Count(path, result.deleted, place);
+}
+
+void KRestoration::DeleteLink(const std::string& path) {
+    Place place;
+    struct stat status {};
+    if (KSYS::FindPlace(path.c_str(), LastLink::Keep, place) == 0 &&
+        KSYS::ReadStatus(place, LastLink::Keep, status) == 0 && S_ISLNK(status.st_mode)) {
+        DeleteNew(path);
+        Flush();
+    }
+}
+
+void KRestoration::DeleteNewDirectory(const std::string& path) {
+    Place place;
+    if (KSYS::FindPlace(path.c_str(), LastLink::Keep, place) != 0) {
+        return;
+    }
+    const unsigned failed = KSYS::RemoveDirectoryEntry(place);
+    if (failed == 0) {
+        Count(path, result.deleted, place);
+    } else if (failed == ENOTEMPTY || failed == EEXIST) {
+        result.kept.push_back(path);
+    } else if (!IsMissing(failed)) { // a file there failed, and was told of
+        Failed("delete", path, failed);
+    }
+}
+
+void KRestoration::PutBackOne(const std::string& path, const KBackupEntry& entry) {
+    Place place;
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
+    if (failed == 0) {
+        failed = entry.kind == Kind::File ? PutBackFile(place, entry) : PutBackLink(place, entry);
+    }
+    if (failed != 0) {
+        Failed("put back", path, failed);
+    } else {
+        Count(path, result.putBack, place);
+    }
+}
+
+unsigned KRestoration::PutBackFile(const Place& place, const KBackupEntry& entry) const {
+    const Entry beside(place.directory.Get(), temporaryName);
+    KSYS::KDescriptor source;
+    KSYS::KDescriptor target;
+    struct stat kept {};
+    unsigned failed = KSYS::OpenRegularEntry(
+        {backup.directory.Get(), entry.stored.c_str()}, O_RDONLY, source, kept
+    );
+    if (failed == 0) {
+        static_cast<void>(KSYS::UnlinkEntry(beside)); // left by a restore that was killed
+        failed = KSYS::MakeFile(beside, target);
+    }
+    if (failed != 0) {
+        return failed;
+    }
+    failed = KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::Any);
+    // In this order: a new owner takes set-id bits and capabilities away, bytes change the time.
+    if (failed == 0) {
+        failed = KSYS::SetOwner(target.Get(), entry.owner, entry.group);
+    }
+    if (failed == 0) {
+        failed = KSYS::CopyExtendedAttributes(source.Get(), target.Get());
+    }
+    if (failed == 0) {
+        failed = KSYS::SetMode(target.Get(), entry.mode);
+    }
+    if (failed == 0) {
+        failed = KSYS::SetTime(target.Get(), entry.changed);
+    }
+    return Rename(place, failed);
+}
+
+unsigned KRestoration::PutBackLink(const Place& place, const KBackupEntry& entry) {
+    const Entry beside(place.directory.Get(), temporaryName);
+    static_cast<void>(KSYS::UnlinkEntry(beside)); // left by a restore that was killed
+    if (const unsigned failed = KSYS::MakeLinkEntry(entry.target.c_str(), beside); failed != 0) {
+        return failed;
+    }
+    return Rename(place, KSYS::SetOwnerAndTime(beside, entry.owner, entry.group, entry.changed));
+}
+
+/// A tree of the program's own, in which nobody else writes: what the run added goes.
+void KRestoration::DeleteUnlisted(const std::string& directory) {
+    std::error_code unknown;
+    std::vector<std::string> paths = {directory};
+    std::filesystem::recursive_directory_iterator entry(directory, unknown);
+    for (; !unknown && entry != std::filesystem::recursive_directory_iterator();
+         entry.increment(unknown)) {
+        paths.push_back(entry->path().string());
+    }
+    std::sort(paths.rbegin(), paths.rend()); // what is in a directory before it
+    for (const std::string& path : paths) {
+        const auto listed = backup.index.entries.find(path);
+        if (listed == backup.index.entries.end() || listed->second.kind == Kind::Nothing) {
+            DeleteNew(path);
+            DeleteNewDirectory(path);
+        }
+    }
+}
+
+/// What the run made and no plan knew of, so that nobody knows whether something stood there.
+void KRestoration::FindKept() {
+    if (result.stopped || !backup.left) {
+        return;
+    }
+    for (const auto& [path, entry] : *backup.left) {
+        std::optional<KBackupEntry> now;
+        if (!backup.index.entries.contains(path) && LookForBackup(path, now) == 0 && now &&
+            now->kind != Kind::Nothing) {
+            result.kept.push_back(path);
+        }
+    }
+    std::sort(result.kept.begin(), result.kept.end());
+}
+
+} // namespace KSETUP
