@@ -11,6 +11,9 @@ namespace KSETUP::Checks {
 
 using Findings = std::vector<KFinding>;
 
+// What product.ini says. ProductChecks.cpp
+Findings ProductMistakes(const KCheckContext& context);
+
 // What a line says. LineChecks.cpp, WordChecks.cpp
 Findings UnknownTypes(const KCheckContext& context);
 Findings FieldCounts(const KCheckContext& context);
