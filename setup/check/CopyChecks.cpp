@@ -14,8 +14,7 @@ namespace {
 using Kind = KPlannedAction::Kind;
 
 bool IsCopy(const KScriptRule& rule) {
-    return rule.line.type == "file" && rule.fields.size() >= 3 && rule.fields.size() <= 5 &&
-           rule.fields[0] == "copy";
+    return rule.Is(KINS::KRuleType::File, KINS::KRuleOperation::Copy);
 }
 
 /// Calls `look` with every copy of an install and a removal. What a command ran before one may have

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <ins/KRuleLine.h>
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
 #include <setup/script/ScriptText.h>
@@ -69,17 +70,9 @@ bool IsOfAnotherMachine(const KCheckContext& context, const std::string& name) {
 
 /// Whether a section was written to be loaded: notes of the author's own may stand in others.
 bool HasRules(const KScript& script, const std::string& section) {
-    static constexpr std::array types = std::to_array<std::string_view>({
-        "file",
-        "directory",
-        "section",
-        "process",
-        "service",
-        "profile",
-    });
     const std::vector<KScriptLine> lines = script.GetLines(section);
     return std::any_of(lines.begin(), lines.end(), [](const KScriptLine& line) {
-        return std::find(types.begin(), types.end(), Lowered(line.type)) != types.end();
+        return KINS::KRuleLine::FindType(Lowered(line.type)) != nullptr;
     });
 }
 
@@ -142,7 +135,7 @@ Findings MissingSections(const KCheckContext& context) {
     const KScript& script = context.GetScript();
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        if (rule.line.type != "section") {
+        if (rule.type != KINS::KRuleType::Section) {
             continue;
         }
         const std::string& name = rule.fields.front();

@@ -89,7 +89,7 @@ void KCheckContext::FindLines() {
             }
             for (KScriptLine& line : script.GetLines(part)) {
                 KScriptRule rule = RuleOf(line, expand);
-                if (line.type == "section") {
+                if (rule.type == KINS::KRuleType::Section) {
                     const std::string pattern = PatternOf(line.value, macros);
                     open.emplace_back(Trimmed(rule.fields.front()));
                     for (const KScript::Header& header : script.GetHeaders()) {

@@ -12,6 +12,7 @@ namespace KSETUP::Checks {
 namespace {
 
 using KINS::KRuleLine;
+using KINS::KRuleOperation;
 using KINS::KRuleType;
 using KINS::KRuleTypeInfo;
 using KINS::KUnknownOperation;
@@ -83,7 +84,7 @@ bool HasUnknownOperation(const KScriptRule& rule, bool isIgnored) {
            (type->unknownOperation == KUnknownOperation::DoesNothing) == isIgnored &&
            KRuleLine::FindOperation(
                type->type, type->ignoresCase ? Lowered(rule.fields[0]) : rule.fields[0]
-           ) == KINS::KRuleOperation::None;
+           ) == KRuleOperation::None;
 }
 
 Findings Operations(const KCheckContext& context, bool areIgnored, const std::string& consequence) {
@@ -104,9 +105,8 @@ Findings Operations(const KCheckContext& context, bool areIgnored, const std::st
     return found;
 }
 
-bool IsProfile(const KScriptRule& rule, const char* operation) {
-    return rule.line.type == "profile" && !rule.fields.empty() &&
-           Lowered(rule.fields[0]) == operation;
+bool IsProfile(const KScriptRule& rule, KRuleOperation operation) {
+    return rule.Is(KRuleType::Profile, operation);
 }
 
 /// As many fields as the operation makes sense of. A "put" with too few is a finding of its own.
@@ -114,10 +114,10 @@ bool HasRightCount(const KScriptRule& rule, const KRuleTypeInfo& type) {
     const std::size_t count = rule.fields.size();
     const bool isAccepted = std::find(type.fieldCounts.begin(), type.fieldCounts.end(), count) !=
                             type.fieldCounts.end();
-    if (IsProfile(rule, "create")) {
+    if (IsProfile(rule, KRuleOperation::Create)) {
         return count == 2;
     }
-    if (IsProfile(rule, "remove_file")) {
+    if (IsProfile(rule, KRuleOperation::RemoveFile)) {
         return count == 4;
     }
     return isAccepted || type.fieldCounts.empty();
@@ -187,7 +187,7 @@ Findings EmptyFields(const KCheckContext& context) {
         if (KRuleLine::FindType(rule.line.type) == nullptr) {
             continue;
         }
-        const std::vector<std::string> fields = rule.line.type == "section"
+        const std::vector<std::string> fields = rule.type == KRuleType::Section
                                                     ? std::vector<std::string>{rule.line.value}
                                                     : WrittenFields(rule.line.value);
         // Behind the last field with anything in it nothing moves up.
@@ -227,7 +227,7 @@ Findings EmptyKeys(const KCheckContext& context) {
         const std::size_t count = rule.fields.size();
         const bool isShort = count == 2 || count == 4;
         const bool isBlank = count == 5 && Trimmed(rule.fields[3]).empty();
-        if (IsProfile(rule, "put") && (isShort || isBlank)) {
+        if (IsProfile(rule, KRuleOperation::Put) && (isShort || isBlank)) {
             found.push_back(context.AtField(
                 rule.line,
                 isBlank ? 3 : 0,

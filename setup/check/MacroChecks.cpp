@@ -14,8 +14,10 @@ namespace KSETUP::Checks {
 
 namespace {
 
+using KINS::KRuleType;
+
 bool IsCommand(const KScriptRule& rule) {
-    return rule.line.type == "process" && rule.fields.size() == 2 && rule.fields[0] == "start";
+    return rule.Is(KRuleType::Process, KINS::KRuleOperation::Start);
 }
 
 /// Whether what stands between two dollar signs looks like a name that somebody gave a macro.
@@ -73,8 +75,8 @@ std::vector<bool> QuotedBytes(const std::string& command) {
 
 /// Text for people, in which blanks are at home.
 bool IsFreeText(const KScriptRule& rule, std::size_t field) {
-    return (rule.line.type == "service" && field == 2) ||
-           (rule.line.type == "profile" && field == 4);
+    return (rule.type == KRuleType::Service && field == 2) ||
+           (rule.type == KRuleType::Profile && field == 4);
 }
 
 /// The macros that rules use where a blank, or a comma, does harm.

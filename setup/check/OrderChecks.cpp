@@ -38,7 +38,7 @@ bool IsOwn(const KCheckContext& context, const std::string& directory) {
 
 /// The field that has the directory in which something is made.
 std::size_t TargetField(const KScriptRule& rule) {
-    return rule.line.type == "file" ? 3 : 1;
+    return rule.type == KINS::KRuleType::File ? 3 : 1;
 }
 
 /// Uses what was made before, for all that is known.

@@ -13,27 +13,29 @@ namespace KSETUP::Checks {
 
 namespace {
 
+using KINS::KRuleOperation;
+using KINS::KRuleType;
 using Kind = KPlannedAction::Kind;
 
-bool IsFile(const KScriptRule& rule, const char* operation) {
-    return rule.line.type == "file" && rule.fields.size() >= 3 && rule.fields.size() <= 5 &&
-           rule.fields[0] == operation;
+bool IsFile(const KScriptRule& rule, KRuleOperation operation) {
+    return rule.Is(KRuleType::File, operation);
 }
 
 /// The fields of a rule that are paths of what it reads or changes. Where a link leads to may be
 /// relative on purpose.
 std::vector<std::size_t> PathFields(const KScriptRule& rule) {
-    if (rule.line.type == "directory" && rule.fields.size() == 2) {
+    if (rule.type == KRuleType::Directory && rule.fields.size() == 2) {
         return {1};
     }
-    if (rule.line.type == "profile" && rule.fields.size() >= 2) {
+    if (rule.type == KRuleType::Profile && rule.fields.size() >= 2) {
         return {1};
     }
     std::vector<std::size_t> fields;
-    if (IsFile(rule, "copy") || IsFile(rule, "delete")) {
+    if (IsFile(rule, KRuleOperation::Copy) || IsFile(rule, KRuleOperation::Delete)) {
         fields.push_back(2);
     }
-    if ((IsFile(rule, "copy") || IsFile(rule, "symlink")) && rule.fields.size() > 3) {
+    if ((IsFile(rule, KRuleOperation::Copy) || IsFile(rule, KRuleOperation::Symlink)) &&
+        rule.fields.size() > 3) {
         fields.push_back(3);
     }
     return fields;
@@ -42,7 +44,7 @@ std::vector<std::size_t> PathFields(const KScriptRule& rule) {
 /// The field of a rule that names what it changes; 0 for a rule that changes no files.
 std::size_t ChangedField(const KScriptRule& rule) {
     const std::vector<std::size_t> fields = PathFields(rule);
-    if (fields.empty() || (IsFile(rule, "copy") && rule.fields.size() == 3)) {
+    if (fields.empty() || (IsFile(rule, KRuleOperation::Copy) && rule.fields.size() == 3)) {
         return 0;
     }
     return fields.back();
@@ -79,8 +81,8 @@ Findings RelativePaths(const KCheckContext& context) {
 Findings NewNames(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        const bool isCopy = IsFile(rule, "copy");
-        if ((!isCopy && !IsFile(rule, "symlink")) || rule.fields.size() != 5) {
+        const bool isCopy = IsFile(rule, KRuleOperation::Copy);
+        if ((!isCopy && !IsFile(rule, KRuleOperation::Symlink)) || rule.fields.size() != 5) {
             continue;
         }
         if (isCopy && IsPattern(rule.fields[1])) {
@@ -106,7 +108,7 @@ Findings NewNames(const KCheckContext& context) {
 Findings WildcardLinks(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        if (IsFile(rule, "symlink") && IsPattern(rule.fields[1])) {
+        if (IsFile(rule, KRuleOperation::Symlink) && IsPattern(rule.fields[1])) {
             found.push_back(context.AtField(
                 rule.line,
                 1,
@@ -181,7 +183,7 @@ Findings ChangedKits(const KCheckContext& context) {
             !IsAtOrBelow(NormalPath(rule.fields[index]), context.GetKitDirectory())) {
             continue;
         }
-        const bool deletes = Lowered(rule.fields[0]) == "delete";
+        const bool deletes = rule.operation == KRuleOperation::Delete;
         found.push_back(context.AtField(
             rule.line,
             index,

@@ -2,7 +2,6 @@
 #include <setup/check/Checks.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/ProductPath.h>
-#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -13,6 +12,8 @@ namespace KSETUP::Checks {
 
 namespace {
 
+using KINS::KRuleOperation;
+using KINS::KRuleType;
 using Kind = KPlannedAction::Kind;
 
 constexpr std::size_t mostNamed = 3; // of what one rule leaves
@@ -62,11 +63,11 @@ bool IsInstalled(const KCheckContext& context, const std::string& path) {
 /// The directory that a deletion reaches into where it is one of the system's; else empty.
 std::string SystemDirectoryOf(const KCheckContext& context, const KScriptRule& rule) {
     const std::vector<std::string>& fields = rule.fields;
-    if (rule.line.type == "directory" && fields.size() == 2 && Lowered(fields[0]) == "delete") {
+    if (rule.Is(KRuleType::Directory, KRuleOperation::Delete)) {
         const std::string path = KPlannedTree::Normal(fields[1]);
         return IsOfTheSystem(path) && !IsOwnUnit(context, path) ? path : "";
     }
-    if (rule.line.type != "file" || fields.size() < 3 || fields[0] != "delete") {
+    if (!rule.Is(KRuleType::File, KRuleOperation::Delete)) {
         return "";
     }
     const std::string path = KPlannedTree::Normal(JoinPath(fields[2], fields[1]));
@@ -195,7 +196,7 @@ Findings SystemDeletions(const KCheckContext& context) {
         if (!directory.empty()) {
             found.push_back(context.AtField(
                 rule.line,
-                rule.line.type == "directory" ? 1 : 2,
+                rule.type == KRuleType::Directory ? 1 : 2,
                 "this deletes in \"" + directory + "\", which belongs to the system",
                 "delete only what the script installs, each file by its name"
             ));

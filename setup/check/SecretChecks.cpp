@@ -121,13 +121,12 @@ Findings Secrets(const KCheckContext& context) {
     for (const KScriptRule& rule : context.GetLines()) {
         const std::vector<std::string>& fields = rule.fields;
         const bool isSecretOption =
-            rule.line.type == "profile" && fields.size() == 5 &&
+            rule.type == KINS::KRuleType::Profile && fields.size() == 5 &&
             IsSecretOption(
                 Lowered(std::string(Trimmed(fields[3]))), Lowered(std::string(Trimmed(fields[4])))
             );
-        const bool isArgument = rule.line.type == "service" && fields.size() == 5;
-        const bool isCommand =
-            rule.line.type == "process" && fields.size() == 2 && fields[0] == "start";
+        const bool isArgument = rule.type == KINS::KRuleType::Service && fields.size() == 5;
+        const bool isCommand = rule.Is(KINS::KRuleType::Process, KINS::KRuleOperation::Start);
         std::size_t field = 0;
         if (isSecretOption || (isArgument && HoldsSecret(fields[4]))) {
             field = 4;

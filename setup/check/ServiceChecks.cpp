@@ -3,7 +3,6 @@
 #include <setup/check/PlanSteps.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlannedServices.h>
-#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>
@@ -17,18 +16,18 @@ namespace KSETUP::Checks {
 
 namespace {
 
+using KINS::KRuleOperation;
 using Kind = KPlannedAction::Kind;
 
-bool IsService(const KScriptRule& rule, const char* operation) {
-    return rule.line.type == "service" && rule.fields.size() >= 2 &&
-           Lowered(rule.fields[0]) == operation;
+bool IsService(const KScriptRule& rule, KRuleOperation operation) {
+    return rule.Is(KINS::KRuleType::Service, operation);
 }
 
 /// Whether a line of the script, for whatever machine or version, installs the service.
 bool IsInstalledBySomeLine(const KCheckContext& context, const std::string& name) {
     const auto& lines = context.GetLines();
     return std::any_of(lines.begin(), lines.end(), [&](const KScriptRule& rule) {
-        return IsService(rule, "install") && rule.fields[1] == name;
+        return IsService(rule, KRuleOperation::Install) && rule.fields[1] == name;
     });
 }
 
@@ -54,7 +53,7 @@ std::string WhyRefused(const KScriptRule& rule) {
     if (const std::string why = KSYS::WhyNotAServiceName(fields[1]); !why.empty()) {
         return "\"" + fields[1] + "\" cannot be the name of a service: " + why;
     }
-    return fields.size() == 5 && IsService(rule, "install") && !fields[3].empty()
+    return fields.size() == 5 && IsService(rule, KRuleOperation::Install) && !fields[3].empty()
                ? WhyNotAUnit(fields[2], fields[3], fields[4])
                : "";
 }
@@ -128,8 +127,9 @@ bool IsEndedBefore(
 Findings FailingServices(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        const bool isKnown =
-            IsService(rule, "install") || IsService(rule, "start") || IsService(rule, "stop");
+        const bool isKnown = IsService(rule, KRuleOperation::Install) ||
+                             IsService(rule, KRuleOperation::Start) ||
+                             IsService(rule, KRuleOperation::Stop);
         const std::string why = isKnown ? WhyRefused(rule) : "";
         if (!why.empty()) {
             const bool isName = !KSYS::WhyNotAServiceName(rule.fields[1]).empty();

@@ -4,10 +4,13 @@
 
 namespace KSETUP::Checks {
 
+using KINS::KRuleOperation;
+using KINS::KRuleType;
+
 Findings BlanksAfterCommas(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        if (rule.line.type == "section" || rule.line.type.starts_with("defaultPath")) {
+        if (rule.type == KRuleType::Section || rule.line.type.starts_with("defaultPath")) {
             continue; // no fields
         }
         const std::vector<std::string> fields = WrittenFields(rule.line.value);
@@ -30,8 +33,8 @@ Findings BlanksAfterCommas(const KCheckContext& context) {
 Findings CopiesToRoot(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        if (rule.line.type == "file" && rule.fields.size() == 3 &&
-            (rule.fields[0] == "copy" || rule.fields[0] == "symlink")) {
+        if (rule.fields.size() == 3 && (rule.Is(KRuleType::File, KRuleOperation::Copy) ||
+                                        rule.Is(KRuleType::File, KRuleOperation::Symlink))) {
             found.push_back(context.AtValue(
                 rule.line,
                 "a " + rule.fields[0] + " with three fields has \"/\" for its target",
@@ -45,7 +48,7 @@ Findings CopiesToRoot(const KCheckContext& context) {
 Findings SectionsInBrackets(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        if (rule.line.type != "profile" || rule.fields.size() < 4) {
+        if (rule.type != KRuleType::Profile || rule.fields.size() < 4) {
             continue;
         }
         const std::string_view name = Trimmed(rule.fields[2]);

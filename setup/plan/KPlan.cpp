@@ -5,7 +5,6 @@
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
-#include <array>
 #include <climits>
 #include <string_view>
 #include <utility>
@@ -17,6 +16,8 @@ namespace {
 using Kind = KPlannedAction::Kind;
 using Actions = std::vector<KPlannedAction>;
 using Fields = std::vector<std::string>;
+using KINS::KRuleOperation;
+using KINS::KRuleType;
 
 KPlannedAction Action(Kind kind, const std::string& path, const std::string& source = {}) {
     KPlannedAction action;
@@ -36,23 +37,23 @@ class Planner {
     Actions Plan(const KScriptRule& rule);
 
   private:
-    void PlanFile(const Fields& fields);
+    void PlanFile(KRuleOperation operation, const Fields& fields);
     void CopyMatches(const std::string& pattern, const std::string& target);
     void Copy(const std::string& source, const std::string& target);
     void Delete(const std::string& path);
     /// Of what a directory or a profile names: what cannot be deleted stays, without a word.
     void DeleteIfPossible(const std::string& path);
     void Link(const std::string& target, const std::string& path);
-    void PlanDirectory(const Fields& fields);
+    void PlanDirectory(KRuleOperation operation, const std::string& path);
     /// Whether above the path something stands that was there before and is no directory.
     bool IsBlockedByDisk(const std::string& path) const;
-    void PlanProfile(const Fields& fields);
+    void PlanProfile(KRuleOperation operation, const Fields& fields);
     void Create(const std::string& profile);
     void Put(const std::string& profile, const KPlannedTree::Option& option);
     void
     RemoveListed(const std::string& profile, const std::string& section, const std::string& text);
-    void PlanProcess(const Fields& fields);
-    void PlanService(const Fields& fields);
+    void PlanProcess(KRuleOperation operation, const std::string& command);
+    void PlanService(KRuleOperation operation, const Fields& fields);
     /// Why nothing can be made at the path, nor deleted: the way to it. Empty when it can.
     std::string WhyNoPlace(const std::string& path, KPlannedTree::Last last) const;
 
@@ -100,17 +101,28 @@ std::string WhyNotAnOption(const KPlannedTree::Option& option) {
 
 Actions Planner::Plan(const KScriptRule& rule) {
     actions.clear();
-    const std::string& type = rule.line.type;
-    if (type == "file") {
-        PlanFile(rule.fields);
-    } else if (type == "directory") {
-        PlanDirectory(rule.fields);
-    } else if (type == "profile") {
-        PlanProfile(rule.fields);
-    } else if (type == "process") {
-        PlanProcess(rule.fields);
-    } else if (type == "service") {
-        PlanService(rule.fields);
+    if (rule.operation == KRuleOperation::None) {
+        return {}; // it does nothing, or there is no run at all
+    }
+    switch (rule.type) {
+    case KRuleType::File:
+        PlanFile(rule.operation, rule.fields);
+        break;
+    case KRuleType::Directory:
+        PlanDirectory(rule.operation, rule.fields[1]);
+        break;
+    case KRuleType::Profile:
+        PlanProfile(rule.operation, rule.fields);
+        break;
+    case KRuleType::Process:
+        PlanProcess(rule.operation, rule.fields[1]);
+        break;
+    case KRuleType::Service:
+        PlanService(rule.operation, rule.fields);
+        break;
+    case KRuleType::Section:
+    case KRuleType::None:
+        break;
     }
     return std::move(actions);
 }
@@ -119,27 +131,23 @@ std::string Planner::WhyNoPlace(const std::string& path, KPlannedTree::Last last
     return Words(tree.Resolve(path, last, KPlannedTree::Links::Trusted), path);
 }
 
-void Planner::PlanFile(const Fields& fields) {
-    if (fields.size() < 3 || fields.size() > 5) {
-        return;
-    }
-    const std::string& operation = fields[0];
+void Planner::PlanFile(KRuleOperation operation, const Fields& fields) {
     const std::string& name = fields[1];
     const std::string& directory = fields[2];
     const std::string target = fields.size() > 3 ? fields[3] : "";
     const std::string& targetName = fields.size() == 5 ? fields[4] : name;
     const std::string path = JoinPath(directory, name);
-    if (operation == "copy" && IsPattern(name)) {
+    if (operation == KRuleOperation::Copy && IsPattern(name)) {
         CopyMatches(path, target);
-    } else if (operation == "copy") {
+    } else if (operation == KRuleOperation::Copy) {
         Copy(path, JoinPath(target, targetName));
-    } else if (operation == "delete" && IsPattern(name)) {
+    } else if (operation == KRuleOperation::Delete && IsPattern(name)) {
         for (const std::string& one : tree.List(directory, name)) {
             Delete(JoinPath(directory, one));
         }
-    } else if (operation == "delete") {
+    } else if (operation == KRuleOperation::Delete) {
         Delete(path);
-    } else if (operation == "symlink") {
+    } else if (operation == KRuleOperation::Symlink) {
         Link(path, JoinPath(target, targetName));
     }
 }
@@ -237,20 +245,15 @@ void Planner::Link(const std::string& target, const std::string& path) {
     actions.push_back(std::move(action));
 }
 
-void Planner::PlanDirectory(const Fields& fields) {
-    if (fields.size() != 2) {
-        return;
-    }
-    const std::string operation = Lowered(fields[0]);
-    const std::string& path = fields[1];
-    if (operation == "create") {
+void Planner::PlanDirectory(KRuleOperation operation, const std::string& path) {
+    if (operation == KRuleOperation::Create) {
         for (const std::string& made : tree.MakeDirectory(path)) {
             actions.push_back(Action(Kind::CreateDirectory, made));
         }
         if (IsBlockedByDisk(path)) { // the run is refused for it, so it is told
             actions.push_back(Action(Kind::CreateDirectory, path));
         }
-    } else if (operation == "delete") {
+    } else if (operation == KRuleOperation::Delete) {
         for (const std::string& name : tree.List(path, "*")) {
             DeleteIfPossible(JoinPath(path, name));
         }
@@ -276,20 +279,16 @@ bool Planner::IsBlockedByDisk(const std::string& path) const {
            !tree.GetChanges().contains(at);
 }
 
-void Planner::PlanProfile(const Fields& fields) {
+void Planner::PlanProfile(KRuleOperation operation, const Fields& fields) {
     const std::size_t count = fields.size();
-    if (count != 2 && count != 4 && count != 5) {
-        return;
-    }
-    const std::string operation = Lowered(fields[0]);
     const std::string& path = fields[1];
-    if (operation == "create") {
+    if (operation == KRuleOperation::Create) {
         Create(path);
-    } else if (operation == "put") {
+    } else if (operation == KRuleOperation::Put) {
         Put(path,
             count == 5 ? KPlannedTree::Option{fields[2], fields[3], fields[4]}
                        : KPlannedTree::Option{});
-    } else if (operation == "remove_file") {
+    } else if (operation == KRuleOperation::RemoveFile) {
         RemoveListed(path, count == 4 ? fields[2] : "", count == 4 ? fields[3] : "");
     }
 }
@@ -365,47 +364,31 @@ void Planner::RemoveListed(
     }
 }
 
-void Planner::PlanProcess(const Fields& fields) {
-    if (fields.size() != 2) {
-        return;
-    }
-    if (fields[0] == "start") {
+void Planner::PlanProcess(KRuleOperation operation, const std::string& command) {
+    if (operation == KRuleOperation::Start) {
         services.NoteCommand();
-        actions.push_back(Action(Kind::StartCommand, fields[1]));
-    } else if (fields[0] == "stop") {
-        actions.push_back(Action(Kind::StopProgram, fields[1]));
+        actions.push_back(Action(Kind::StartCommand, command));
+    } else if (operation == KRuleOperation::Stop) {
+        actions.push_back(Action(Kind::StopProgram, command));
     }
 }
 
-void Planner::PlanService(const Fields& fields) {
-    static constexpr std::array words = std::to_array<std::pair<const char*, Kind>>({
-        {"install", Kind::InstallService},
-        {"remove", Kind::RemoveService},
-        {"start", Kind::StartService},
-        {"stop", Kind::StopService},
-    });
-    if (fields.size() != 2 && fields.size() != 5) {
-        return;
-    }
-    const std::string operation = Lowered(fields[0]);
+void Planner::PlanService(KRuleOperation operation, const Fields& fields) {
     const std::string& name = fields[1];
-    for (const auto& [word, kind] : words) {
-        if (operation != word) {
-            continue;
-        }
-        KPlannedAction action = Action(kind, name, fields.size() == 5 ? fields[3] : "");
-        if (kind == Kind::InstallService) {
-            action.obstacle = fields.size() == 5
-                                  ? services.Install(name, fields[2], fields[3], fields[4])
-                                  : services.Install(name, "", "", "");
-        } else if (kind == Kind::StartService) {
-            action.obstacle = services.Start(name);
-        } else if (kind == Kind::StopService) {
-            action.obstacle = services.Stop(name);
-        } else {
-            services.Remove(name);
-        }
-        actions.push_back(std::move(action));
+    const bool isWhole = fields.size() == 5;
+    if (operation == KRuleOperation::Install) {
+        actions.push_back(Action(Kind::InstallService, name, isWhole ? fields[3] : ""));
+        actions.back().obstacle = isWhole ? services.Install(name, fields[2], fields[3], fields[4])
+                                          : services.Install(name, "", "", "");
+    } else if (operation == KRuleOperation::Start) {
+        actions.push_back(Action(Kind::StartService, name));
+        actions.back().obstacle = services.Start(name);
+    } else if (operation == KRuleOperation::Stop) {
+        actions.push_back(Action(Kind::StopService, name));
+        actions.back().obstacle = services.Stop(name);
+    } else if (operation == KRuleOperation::Remove) {
+        actions.push_back(Action(Kind::RemoveService, name));
+        services.Remove(name);
     }
 }
 

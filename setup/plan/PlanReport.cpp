@@ -129,7 +129,7 @@ std::string ToText(const KPlanReport& report) {
                        " would do this. Nothing is done now.\n\n";
     const std::string script = Printable(std::filesystem::path(report.script).filename().string());
     for (const KPlannedRule& planned : report.plan->GetRules()) {
-        if (planned.rule.line.type != "section") {
+        if (planned.rule.type != KINS::KRuleType::Section) {
             AppendRule(text, script, planned);
         }
     }

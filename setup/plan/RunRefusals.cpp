@@ -84,7 +84,7 @@ bool IsSystemdRunning() {
 bool HasServices(const KPlan& plan) {
     const auto& rules = plan.GetRules();
     return std::any_of(rules.begin(), rules.end(), [](const KPlannedRule& planned) {
-        return planned.rule.line.type == "service";
+        return planned.rule.type == KINS::KRuleType::Service;
     });
 }
 

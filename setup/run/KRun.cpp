@@ -30,7 +30,8 @@ using KINS::KRunEvent;
 bool StartsPrograms(const KPlan& plan) {
     const auto& rules = plan.GetRules();
     return std::any_of(rules.begin(), rules.end(), [](const KPlannedRule& rule) {
-        return rule.rule.line.type == "process" || rule.rule.line.type == "service";
+        return rule.rule.type == KINS::KRuleType::Process ||
+               rule.rule.type == KINS::KRuleType::Service;
     });
 }
 
@@ -40,7 +41,7 @@ std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
     std::vector<KWatchedRule> rules;
     for (const KPlannedRule& rule : planned.GetPlan().GetRules()) {
         const KScriptLine& line = rule.rule.line;
-        if (line.type != "section") {
+        if (rule.rule.type != KINS::KRuleType::Section) {
             rules.push_back(
                 {script + ":" + std::to_string(line.number), line.type + "=" + line.value}
             );

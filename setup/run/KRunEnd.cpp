@@ -30,7 +30,7 @@ constexpr std::size_t pathsShown = 5;
 std::vector<std::string> FindMissingCopies(const KPlan& plan, unsigned number) {
     std::vector<std::string> missing;
     for (const KPlannedRule& rule : plan.GetRules()) {
-        if (rule.rule.line.type == "section" || number-- != 0) {
+        if (rule.rule.type == KINS::KRuleType::Section || number-- != 0) {
             continue;
         }
         for (const KPlannedAction& action : rule.actions) {

@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <ins/KRuleLine.h>
 #include <ins/Names.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
@@ -152,7 +151,7 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
     for (KScriptRule rule : read->second) {
         const unsigned number = rule.line.number;
         rule.includedBy = state.includedBy;
-        if (rule.line.type == "section") {
+        if (rule.type == KINS::KRuleType::Section) {
             const std::string& name = rule.fields.front();
             const auto begin =
                 std::find_if(state.open.begin(), state.open.end(), [&](const std::string& one) {
@@ -182,7 +181,14 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
 
 KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand) {
     const KRuleLine read = KRuleLine::Read(line.type, line.value, expand);
-    return {line, TextsOf(read), {}, read.GetProblemText().c_str()};
+    return {
+        line,
+        read.GetType(),
+        read.GetOperation(),
+        TextsOf(read),
+        {},
+        read.GetProblemText().c_str(),
+    };
 }
 
 std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand) {

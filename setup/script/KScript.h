@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <ins/KRuleLine.h>
 #include <sup++/KProfile.h>
 #include <sup++/KString.h>
 
@@ -23,12 +24,21 @@ struct KScriptLine {
 /// A line as the engine makes a rule of it.
 struct KScriptRule {
     KScriptLine line;
+    KINS::KRuleType type = KINS::KRuleType::None; ///< None for a line that is no rule
+    /// None for a line that the engine would refuse, so with an operation the fields are as many as
+    /// its type takes; also for a word that the type does not know.
+    KINS::KRuleOperation operation = KINS::KRuleOperation::None;
     /// What the rule gets to see, macros expanded as its type expands them.
     std::vector<std::string> fields;
     /// The numbers of the "section" lines by which it was included, the outermost first.
     std::vector<unsigned> includedBy;
     /// Why the engine would refuse to load the line, in its words; empty for one that it takes.
     std::string problem;
+
+    /// Whether it would be loaded, as a rule of this type that does this.
+    bool Is(KINS::KRuleType itsType, KINS::KRuleOperation itsOperation) const noexcept {
+        return type == itsType && operation == itsOperation;
+    }
 };
 
 /// A section that includes itself, which would load without end.

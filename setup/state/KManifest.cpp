@@ -32,6 +32,34 @@ bool IsMissing(unsigned errorNumber) noexcept {
     return errorNumber == ENOENT || errorNumber == ENOTDIR;
 }
 
+/// What has a usual value, and is written where it has another.
+void PutOptional(KJsonLine& line, const KManifestEntry& entry) {
+    if (entry.owner != 0) {
+        line.Put("owner", std::uint64_t{entry.owner});
+    }
+    if (entry.group != 0) {
+        line.Put("group", std::uint64_t{entry.group});
+    }
+    if (entry.isConfiguration) {
+        line.Put("configuration", std::uint64_t{1});
+    }
+    if (!entry.kitDigest.empty()) {
+        line.Put("kitSha256", entry.kitDigest);
+    }
+}
+
+/// Older manifests have nothing of this.
+void ReadOptional(const KJsonLine& line, KManifestEntry& entry) {
+    const auto number = [&](const char* key) {
+        return line.Has(key) ? line.GetNumber(key) : std::uint64_t{0};
+    };
+    entry.modified = number("modified");
+    entry.owner = static_cast<unsigned>(number("owner"));
+    entry.group = static_cast<unsigned>(number("group"));
+    entry.isConfiguration = number("configuration") != 0;
+    entry.kitDigest = line.Has("kitSha256") ? line.GetText("kitSha256") : "";
+}
+
 KSetupFailure CannotLookAt(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
         ExitCode::cannotWrite,
@@ -69,6 +97,19 @@ KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& know
     }
 }
 
+const KManifestEntry* KManifest::Find(const std::string& path) const {
+    const auto found = entries.find(path);
+    return found != entries.end() ? &found->second : nullptr;
+}
+
+void KManifest::MarkConfiguration(const std::string& path, const std::string& kitDigest) {
+    const auto found = entries.find(path);
+    if (found != entries.end() && found->second.kind == Kind::File) {
+        found->second.isConfiguration = true;
+        found->second.kitDigest = kitDigest == found->second.digest ? "" : kitDigest;
+    }
+}
+
 void KManifest::Merge(const KManifest& former) {
     for (const auto& [path, entry] : former.entries) {
         unsigned whyMissing = 0;
@@ -95,7 +136,9 @@ void KManifest::Write(const std::string& serviceName, const std::string& base) c
         if (entry.kind == Kind::File) {
             line.Put("size", entry.size);
             line.Put("sha256", entry.digest);
+            line.Put("modified", entry.modified);
         }
+        PutOptional(line, entry);
         text += line.ToText();
     }
     KJsonLine end;
@@ -131,6 +174,7 @@ void KManifest::Parse(const std::string& text) {
                 entry.size = line.GetNumber("size");
                 entry.digest = line.GetText("sha256");
             }
+            ReadOptional(line, entry);
             entries[line.GetText("path")] = std::move(entry);
         }
     }

@@ -17,10 +17,23 @@ namespace KSETUP {
 struct KManifestEntry {
     enum class Kind { File, Directory, Link };
     Kind kind = Kind::File;
-    unsigned mode = 0;      ///< the bits 07777; 0 for links, which have none
-    std::uint64_t size = 0; ///< of files
-    std::string digest;     ///< SHA-256 of files, in hexadecimal
-    std::string target;     ///< of links
+    unsigned mode = 0;          ///< the bits 07777; 0 for links, which have none
+    std::uint64_t size = 0;     ///< of files
+    std::string digest;         ///< SHA-256 of files, in hexadecimal
+    std::string target;         ///< of links
+    std::uint64_t modified = 0; ///< of files: when, in nanoseconds since 1970; 0 when not known
+    unsigned owner = 0;         ///< user number
+    unsigned group = 0;         ///< group number
+    /// A file that the administrator is meant to edit: an upgrade and a removal keep the edits.
+    bool isConfiguration = false;
+    /// SHA-256 of the kit's file, where what was installed is another: an edited configuration, or
+    /// one that the run itself wrote options into. See GetKitDigest.
+    std::string kitDigest;
+
+    /// Of the file that the kit had for it.
+    const std::string& GetKitDigest() const noexcept {
+        return kitDigest.empty() ? digest : kitDigest;
+    }
 
     bool operator==(const KManifestEntry&) const = default;
 };
@@ -34,7 +47,7 @@ std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* why
 
 /// Something that is not as it was installed.
 struct KManifestDifference {
-    enum class Kind { Missing, Type, Content, Mode, Target, Unreadable };
+    enum class Kind { Missing, Type, Content, Mode, Owner, Target, Unreadable };
     std::string path;
     Kind kind = Kind::Missing;
     std::string words; ///< "has mode 0777 instead of 0755"
@@ -49,6 +62,9 @@ struct KManifestDifference {
 ///     {"kind":"directory","mode":493,"path":"/opt/dps/lin"}
 ///     {"kind":"link","path":"/etc/dps/dps","target":"/opt/dps/lin/x86_64/dpsd"}
 ///     {"entries":3}
+///
+/// with "modified" (nanoseconds since 1970) of a file, "owner" and "group" where they are not 0,
+/// "configuration":1 of a configuration, and "kitSha256" where the kit's file is another.
 ///
 /// A path or target that is not UTF-8 stands in hexadecimal as "pathHex" or "targetHex".
 ///
@@ -69,6 +85,11 @@ class KManifest {
     void Merge(const KManifest& former);
 
     const std::map<std::string, KManifestEntry>& GetEntries() const noexcept { return entries; }
+    /// What is known of a path in its normal form; null for what is not the product's.
+    const KManifestEntry* Find(const std::string& path) const;
+    /// The file at the path, if it is one of these, is a configuration for which the kit had a file
+    /// of this digest; empty for one that the kit did not have.
+    void MarkConfiguration(const std::string& path, const std::string& kitDigest);
 
     /// What is not as it was, by path. Of the files in `mayChange` (a configuration that is meant
     /// to be edited) the content is not looked at.

@@ -24,6 +24,16 @@ std::string ModeText(unsigned mode) {
     return text.data();
 }
 
+std::string OwnerText(const KManifestEntry& entry) {
+    return std::to_string(entry.owner) + ":" + std::to_string(entry.group);
+}
+
+std::uint64_t Nanoseconds(const timespec& time) {
+    constexpr std::uint64_t inSecond = 1'000'000'000;
+    return static_cast<std::uint64_t>(time.tv_sec) * inSecond +
+           static_cast<std::uint64_t>(time.tv_nsec);
+}
+
 /// Finds what is different with one entry, and appends it.
 class Comparison {
   public:
@@ -56,6 +66,7 @@ class Comparison {
                     "has mode " + ModeText(now->mode) + " instead of " + ModeText(was.mode)
                 );
             }
+            CompareOwner(*now);
             if (was.kind == Kind::File && !contentMayChange) {
                 CompareContent(*now);
             }
@@ -77,6 +88,15 @@ class Comparison {
             );
         } else {
             TellUnreadable(errorNumber);
+        }
+    }
+
+    void CompareOwner(const KManifestEntry& now) {
+        const bool isKnown = was.modified != 0 || was.owner != 0 || was.group != 0;
+        if (isKnown && (now.owner != was.owner || now.group != was.group)) {
+            Tell(
+                Different::Owner, "belongs to " + OwnerText(now) + " instead of " + OwnerText(was)
+            );
         }
     }
 
@@ -125,8 +145,11 @@ std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* why
     }
     KManifestEntry entry;
     entry.mode = status.st_mode & modeBits;
+    entry.owner = status.st_uid;
+    entry.group = status.st_gid;
     if (S_ISREG(status.st_mode)) {
         entry.size = static_cast<std::uint64_t>(status.st_size);
+        entry.modified = Nanoseconds(status.st_mtim);
     } else if (S_ISDIR(status.st_mode)) {
         entry.kind = Kind::Directory;
     } else if (S_ISLNK(status.st_mode)) {
@@ -147,7 +170,8 @@ std::vector<KManifestDifference> KManifest::Verify(const std::set<std::string>& 
         edited.insert(NormalPath(path));
     }
     for (const auto& [path, entry] : entries) {
-        Comparison(path, entry, differences).Compare(edited.contains(path));
+        Comparison(path, entry, differences)
+            .Compare(entry.isConfiguration || edited.contains(path));
     }
     return differences;
 }

@@ -151,6 +151,20 @@ TEST_F(KScriptTest, FieldsOfFilesAreExpandedOneByOne) {
     EXPECT_THAT(Fields("file", "$name$,$none$,b"), ElementsAre("$name$", "", "b"));
 }
 
+TEST_F(KScriptTest, ARuleHasTheOperationThatTheEngineReads) {
+    using KINS::KRuleOperation;
+    using KINS::KRuleType;
+    const auto read = [](const char* type, const char* value) {
+        return KSETUP::RuleOf(KScriptLine{1, "install", type, value}, Expand);
+    };
+    EXPECT_TRUE(read("file", "copy,a,b").Is(KRuleType::File, KRuleOperation::Copy));
+    EXPECT_TRUE(read("directory", "DELETE,/a").Is(KRuleType::Directory, KRuleOperation::Delete));
+    EXPECT_TRUE(read("file", "COPY,a,b").Is(KRuleType::File, KRuleOperation::None));
+    EXPECT_TRUE(read("file", "copy,a").Is(KRuleType::File, KRuleOperation::None));
+    EXPECT_TRUE(read("section", "copy").Is(KRuleType::Section, KRuleOperation::None));
+    EXPECT_TRUE(read("fiel", "copy,a,b").Is(KRuleType::None, KRuleOperation::None));
+}
+
 TEST_F(KScriptTest, LinesOfDirectoriesAndProfilesAreExpandedAsAWhole) {
     EXPECT_THAT(Fields("directory", "create,$two$,$none$"), ElementsAre("create", "1", "2"));
     EXPECT_THAT(Fields("profile", "put,$two$,$name$"), ElementsAre("put", "1", "2", "a"));
