@@ -74,4 +74,7 @@ Findings LeftRecordLinks(const KCheckContext& context);
 Findings SystemDeletions(const KCheckContext& context);
 Findings LeftBehind(const KCheckContext& context);
 
+// What a removal without the kit lacks. KeepChecks.cpp
+Findings FilesNotKept(const KCheckContext& context);
+
 } // namespace KSETUP::Checks

@@ -55,6 +55,7 @@ constexpr std::array table = std::to_array<Check>({
     {"unquoted-macro", warning, Checks::UnquotedMacros},
     {"secret", warning, Checks::Secrets},
     {"not-removed", warning, Checks::LeftBehind},
+    {"not-kept", warning, Checks::FilesNotKept},
     {"missing-directory", warning, Checks::MissingDirectories},
     {"relative-path", warning, Checks::RelativePaths},
     {"new-name", warning, Checks::NewNames},

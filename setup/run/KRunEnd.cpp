@@ -5,7 +5,9 @@
 #include <setup/KSetupFailure.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KRun.h>
+#include <setup/run/KeepKit.h>
 #include <setup/run/RunFailure.h>
+#include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KFileBase.h>
@@ -96,6 +98,7 @@ void KRun::Settle() {
 /// not come to its end, and stands as interrupted.
 void KRun::SettleInstall() {
     try {
+        KeepKit(GetPlanned()); // first: without the manifest the run goes on
         MakeManifest().Write(GetPlanned().GetProduct().GetService());
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
@@ -177,6 +180,7 @@ void KRun::Forget() {
     KManifest::Remove(service);
     journal->End();
     state->End();
+    KKeptKit::RemoveUnlessNeeded(service);
     RemoveEmptyStateDirectory(service);
 }
 
