@@ -10,6 +10,7 @@ _ins_setup_options() { # COMMAND
     remove) echo "$run --yes -y" ;;
     status) echo '--kit --json --verify' ;;
     restore) echo '--kit --json --quiet -q --wait' ;;
+    list) echo '--json' ;;
     check) echo '--kit --json --strict' ;;
     'plan install' | 'plan remove') echo '--kit --json --offline-services' ;;
     macros) echo '--kit --json' ;;
@@ -48,9 +49,10 @@ _ins_setup() {
         words=$(_ins_setup_options "$command")
     else
         case $command in
-        '') words='install remove status restore check plan macros kit' ;;
+        '') words='install remove status restore list check plan macros kit' ;;
         plan) words='install remove' ;;
         kit) words='new add seal bundle' ;;
+        remove | status | restore) words=$(ls /var/lib/ins++ 2>/dev/null) ;;
         install | 'plan install' | 'plan remove' | macros | 'kit new' | 'kit add')
             mapfile -t COMPREPLY < <(compgen -d -- "$current")
             return

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/KReporter.h>
+#include <setup/output/ProductTable.h>
 #include <setup/output/TextFormat.h>
 
 #include <iostream>
@@ -130,7 +131,11 @@ void KReporter::Finish(const KRunReport& report) {
 }
 
 void KReporter::PrintDone(const KRunReport& report) const {
-    if (report.command == "restore") {
+    if (report.command == "list") {
+        std::cout
+            << (report.products.empty() ? "No product is known that ins-setup installed.\n"
+                                        : ToTable(report.products));
+    } else if (report.command == "restore") {
         std::cout << Printable(report.product) << " is as it was before.\n";
     } else if (report.result == KRunResult::NotInstalled) {
         std::cout << Printable(report.product) << " is not installed.\n";

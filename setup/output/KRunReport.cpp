@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/JsonText.h>
 #include <setup/output/KRunReport.h>
+#include <setup/output/ProductTable.h>
+
+#include <array>
+#include <ctime>
 
 #include <nlohmann/json.hpp>
 
@@ -33,6 +37,37 @@ Json ErrorOf(const KRunReport& report) {
     AddUnlessEmpty(error, "rule", report.rule);
     AddUnlessEmpty(error, "logEnd", report.logEnd);
     return error;
+}
+
+/// As "2026-11-22T05:30:00Z".
+std::string TimeText(std::int64_t seconds) {
+    const std::time_t time = seconds;
+    std::tm parts{};
+    std::array<char, 32> text{};
+    if (::gmtime_r(&time, &parts) == nullptr) {
+        return "";
+    }
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+Json ToObject(const KListedProduct& product) {
+    Json object;
+    object["name"] = product.name;
+    object["product"] = product.product;
+    if (!product.version.empty()) {
+        object["version"] = product.version;
+    }
+    if (product.buildNumber) {
+        object["buildNumber"] = *product.buildNumber;
+    }
+    AddUnlessEmpty(object, "productPath", product.path);
+    object["lastRun"] = TimeText(product.lastRun);
+    object["state"] = StateOf(product);
+    object["installed"] = product.isInstalled;
+    object["interrupted"] = product.isInterrupted;
+    object["differs"] = product.differs.has_value() ? Json(*product.differs) : Json(nullptr);
+    object["configurationLeft"] = product.hasConfigurationLeft;
+    return object;
 }
 
 } // namespace
@@ -85,6 +120,12 @@ Json ToJsonObject(const KRunReport& report) {
     AddUnlessEmpty(object, "leftBehind", report.leftBehind);
     for (const auto& [path, what] : report.differences) {
         object["differences"].push_back({{"path", path}, {"what", what}});
+    }
+    if (report.command == "list" && report.error.empty()) {
+        object["products"] = Json::array();
+        for (const KListedProduct& product : report.products) {
+            object["products"].push_back(ToObject(product));
+        }
     }
     return object;
 }

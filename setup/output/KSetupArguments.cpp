@@ -77,6 +77,7 @@ class Parser {
     void AddQuestions();
     void AddAuthoring();
     void AddKit(CLI::App* command);
+    void AddKitOrName(CLI::App* command);
     void AddPath(CLI::App* command);
     void AddJson(CLI::App* command);
     void AddCallerOptions(CLI::App* command);
@@ -111,6 +112,18 @@ void Parser::AddKit(CLI::App* command) {
     command->add_option("--kit", arguments.kit, "The kit's directory; else the program's own")
         ->type_name("DIR")
         ->check(NotEmpty());
+}
+
+/// For what works without the kit, by what was kept of it.
+void Parser::AddKitOrName(CLI::App* command) {
+    AddKit(command);
+    command
+        ->add_option(
+            "name", arguments.product, "The installed product or its service, in place of a kit"
+        )
+        ->type_name("NAME")
+        ->check(NotEmpty())
+        ->excludes("--kit");
 }
 
 void Parser::AddPath(CLI::App* command) {
@@ -184,22 +197,23 @@ void Parser::AddInstall() {
 
 void Parser::AddRemove() {
     CLI::App* remove = Add(app, "remove", "Remove the installed product", Command::Remove);
-    AddKit(remove);
+    AddKitOrName(remove);
     AddRunOptions(remove);
     remove->add_flag("-y,--yes", arguments.yes, "Do not ask");
     CLI::App* restore =
         Add(app, "restore", "Put back what the last run with --backup replaced", Command::Restore);
-    AddKit(restore);
+    AddKitOrName(restore);
     AddCallerOptions(restore);
 }
 
 void Parser::AddQuestions() {
     CLI::App* status = Add(app, "status", "Tell whether the product is installed", Command::Status);
-    AddKit(status);
+    AddKitOrName(status);
     AddJson(status);
     status->add_flag(
         "--verify", arguments.verify, "Compare what is installed with what was; 4 if it differs"
     );
+    AddJson(Add(app, "list", "List what is installed", Command::List));
     CLI::App* plan = app.add_subcommand("plan", "Tell what a run would do, without doing it");
     plan->footer("");
     plan->require_subcommand(1);

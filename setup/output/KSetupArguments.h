@@ -11,6 +11,7 @@ enum class Command {
     Remove,
     Status,
     Restore,
+    List,
     Check,
     PlanInstall,
     PlanRemove,
@@ -25,6 +26,7 @@ enum class Command {
 struct KSetupArguments {
     Command command = Command::Status;
     std::string kit;         ///< the kit's directory; empty means the program's own
+    std::string product;     ///< a product by its name, whose kept kit is taken; empty for none
     std::string productPath; ///< where to install; empty leaves it to the record or the script
 
     bool quiet = false;         ///< no progress; only failures are said

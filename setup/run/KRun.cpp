@@ -8,9 +8,11 @@
 #include <setup/preflight/StaleTemporaries.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KRun.h>
+#include <setup/run/KeepKit.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/run/RunFailure.h>
 #include <setup/state/KBackup.h>
+#include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 
@@ -145,6 +147,9 @@ void KRun::Remember() {
     run.hasBackup = hasBackup;
     state.emplace(service);
     state->Begin(run);
+    if (GetPlanned().Installs() && !KKeptKit::FindDirectory(service)) {
+        KeepKit(GetPlanned()); // also one that does not come to its end can be removed
+    }
     if (GoesOn()) {
         DeleteStaleTemporaries(OwnDirectories(GetPlanned().GetPlan(), run.path, service));
     }
@@ -163,6 +168,7 @@ void KRun::StartRules() {
         if (!GoesOn()) { // nothing was begun
             journal->End();
             state->End();
+            KKeptKit::RemoveUnlessNeeded(GetPlanned().GetProduct().GetService());
         }
         throw KSetupFailure(
             isMalformed ? ExitCode::malformedScript : ExitCode::internal,
