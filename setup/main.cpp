@@ -85,6 +85,10 @@ int RunOnMachine(
             const int signal = signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT;
             Refuse(report, KSETUP::ExitCode::signalBase + signal, stop.what());
         }
+        if (arguments.detailedExitCode && report.exitCode == KSETUP::ExitCode::done &&
+            report.changed) {
+            report.exitCode = KSETUP::ExitCode::changed;
+        }
     });
 }
 

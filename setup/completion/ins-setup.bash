@@ -3,13 +3,13 @@
 # /usr/share/bash-completion/completions/ins-setup.
 
 _ins_setup_options() { # COMMAND
-    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup'
+    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --detailed-exit-code'
     run+=' --offline-services'
     case $1 in
-    install) echo "$run --addProfileLine --no-check --allow-downgrade" ;;
+    install) echo "$run --addProfileLine --reinstall --no-check --allow-downgrade" ;;
     remove) echo "$run --yes -y" ;;
     status) echo '--kit --json --verify' ;;
-    restore) echo '--kit --json --quiet -q --wait' ;;
+    restore) echo '--kit --json --quiet -q --wait --detailed-exit-code' ;;
     list) echo '--json' ;;
     check) echo '--kit --json --strict' ;;
     'plan install' | 'plan remove') echo '--kit --json --offline-services' ;;

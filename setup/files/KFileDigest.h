@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace KSETUP {
@@ -22,5 +23,10 @@ using KDigests = std::unordered_map<std::string, KFileDigest>;
 ///
 /// Throws   KSetupFailure when libcrypto fails
 KFileDigest DigestFile(const std::string& path, const std::function<bool()>& shallStop = {});
+
+/// SHA-256 of bytes, in hexadecimal.
+///
+/// Throws   KSetupFailure when libcrypto fails
+std::string DigestBytes(std::string_view bytes);
 
 } // namespace KSETUP

@@ -139,6 +139,9 @@ void KReporter::PrintDone(const KRunReport& report) const {
         std::cout << Printable(report.product) << " is as it was before.\n";
     } else if (report.result == KRunResult::NotInstalled) {
         std::cout << Printable(report.product) << " is not installed.\n";
+    } else if (report.command == "install" && !report.changed) {
+        std::cout << VersionText(report) << " is installed in " << Printable(report.productPath)
+                  << " already as this kit has it; nothing was done. --reinstall does it again.\n";
     } else if (report.command == "install" || report.command == "status") {
         std::cout << VersionText(report) << " is installed in " << Printable(report.productPath)
                   << ".\n";

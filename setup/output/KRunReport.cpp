@@ -39,6 +39,11 @@ Json ErrorOf(const KRunReport& report) {
     return error;
 }
 
+/// The others are questions.
+bool MayChange(const KRunReport& report) {
+    return report.command == "install" || report.command == "remove" || report.command == "restore";
+}
+
 /// As "2026-11-22T05:30:00Z".
 std::string TimeText(std::int64_t seconds) {
     const std::time_t time = seconds;
@@ -100,6 +105,9 @@ Json ToJsonObject(const KRunReport& report) {
     object["command"] = report.command;
     object["result"] = ResultWord(report.result);
     object["exitCode"] = report.exitCode;
+    if (MayChange(report)) {
+        object["changed"] = report.changed;
+    }
     AddUnlessEmpty(object, "product", report.product);
     if (!report.version.empty()) {
         object["version"] = report.version;

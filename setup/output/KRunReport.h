@@ -33,6 +33,7 @@ struct KRunReport {
     std::string command; ///< "install", "remove", "status", "restore", "list"
     KRunResult result = KRunResult::Done;
     int exitCode = 0;
+    bool changed = false; ///< whether an install, removal or restore changed anything
 
     std::string product;
     std::string version;

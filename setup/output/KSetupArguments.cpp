@@ -18,7 +18,9 @@ namespace {
 constexpr char footer[] =
     "A kit is a directory with product.ini, install.ini and the product's files.\n"
     "\n"
-    "Exit codes: 0 done; 1 a rule failed; 3 not installed; 4 what is installed differs; 64 usage;\n"
+    "Exit codes: 0 done; 1 a rule failed; 3 not installed; 4 what is installed differs; 5 "
+    "changed,\n"
+    "where asked for; 64 usage;\n"
     "65 the script is malformed; 66 kit or script not found; 69 no service manager, or a service\n"
     "failed; 70 internal; 73 no space, or a target that cannot be written; 75 another run goes "
     "on;\n"
@@ -143,6 +145,11 @@ void Parser::AddJson(CLI::App* command) {
 /// What whoever calls what changes the machine may want.
 void Parser::AddCallerOptions(CLI::App* command) {
     AddJson(command);
+    command->add_flag(
+        "--detailed-exit-code",
+        arguments.detailedExitCode,
+        "Answer 5 in place of 0 when something was changed"
+    );
     command->add_flag("-q,--quiet", arguments.quiet, "Say nothing but what fails");
     command
         ->add_option(
@@ -189,6 +196,9 @@ void Parser::AddInstall() {
         )
         ->type_name("LINE")
         ->allow_extra_args(false);
+    install->add_flag(
+        "--reinstall", arguments.reinstall, "Do it all again, also what is there already"
+    );
     install->add_flag("--no-check", arguments.noCheck, "Install although the script has errors");
     install->add_flag(
         "--allow-downgrade", arguments.allowDowngrade, "Install over a newer version"

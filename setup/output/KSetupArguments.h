@@ -37,11 +37,13 @@ struct KSetupArguments {
     bool offlineServices = false; ///< leave starts and stops for the next boot where systemd is off
     bool noCheck = false;         ///< install although the script has errors
     bool allowDowngrade = false;  ///< install over a newer version
-    bool backup = false;          ///< keep what is overwritten or deleted
-    bool yes = false;             ///< remove without being asked
-    unsigned waitSeconds = 0;     ///< for another run to end
-    bool verify = false;          ///< compare what is installed with what was
-    bool strict = false;          ///< warnings of the check are errors
+    bool reinstall = false;       ///< install also what is there already
+    bool detailedExitCode = false; ///< another exit code where something was changed
+    bool backup = false;           ///< keep what is overwritten or deleted
+    bool yes = false;              ///< remove without being asked
+    unsigned waitSeconds = 0;      ///< for another run to end
+    bool verify = false;           ///< compare what is installed with what was
+    bool strict = false;           ///< warnings of the check are errors
 
     std::string tree;   ///< kit add: what is to be installed
     std::string target; ///< kit new: the directory; kit bundle: the file

@@ -8,6 +8,7 @@
 #include <setup/run/KeepKit.h>
 #include <setup/run/RunFailure.h>
 #include <setup/state/KKeptKit.h>
+#include <setup/state/KKitFingerprint.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KFileBase.h>
@@ -65,6 +66,7 @@ void KRun::Finish() {
     const auto ended = watch->Wait();
     report.rulesDone = installer.GetCompletedCount();
     report.rulesAll = installer.GetMaxCount();
+    report.changed = WasBegun();
     if (ended) {
         FillError(*ended);
     } else {
@@ -180,6 +182,7 @@ void KRun::Forget() {
     KManifest::Remove(service);
     journal->End();
     state->End();
+    KInstalledKit::Remove(service);
     KKeptKit::RemoveUnlessNeeded(service);
     RemoveEmptyStateDirectory(service);
 }
@@ -227,10 +230,14 @@ void KRun::FillStopped() {
     );
 }
 
+/// Whether a rule may have changed something.
+bool KRun::WasBegun() const {
+    return report.rulesDone > 0 || !installer.GetStatus().IsEmpty();
+}
+
 /// Empty when nothing was done, or there is no directory in which anything could stay.
 std::string KRun::DescribeWhatStays() const {
-    const bool wasBegun = report.rulesDone > 0 || !installer.GetStatus().IsEmpty();
-    if (!wasBegun || !KSUP::KFileBase::DoesFileExist(report.productPath)) {
+    if (!WasBegun() || !KSUP::KFileBase::DoesFileExist(report.productPath)) {
         return {};
     }
     return (GetPlanned().Installs() ? "What was done stays in "

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/run/KRun.h>
+#include <setup/run/KSameInstall.h>
 #include <setup/run/Runs.h>
 #include <setup/state/KBackup.h>
+#include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 
 #include <optional>
@@ -13,8 +15,15 @@ namespace KSETUP {
 
 void Install(const KRunContext& context) {
     KLockedProduct product(context);
+    const KSameInstall same(product);
+    if (same.IsDone()) {
+        return;
+    }
     KRun run(KCheckedRun(KPlannedRun::OfInstall(product)));
     run.Finish();
+    if (context.report.result == KRunResult::Done) {
+        same.Remember(run.GetPlanned());
+    }
 }
 
 void Remove(const KRunContext& context) {
@@ -25,7 +34,9 @@ void Remove(const KRunContext& context) {
     } else if (product.GetInterrupted()) { // one that nobody can go on with: its file is damaged
         KWriteJournal::Discard(product.GetService());
         KRunState(product.GetService()).End();
+        KKeptKit::RemoveUnlessNeeded(product.GetService());
         RemoveEmptyStateDirectory(product.GetService());
+        context.report.changed = true;
         context.report.notes.emplace_back(
             "What was remembered of the interrupted run is deleted, so that it is not told again. "
             "Look for what it left where the product was to be installed."
@@ -42,6 +53,7 @@ void Restore(const KRunContext& context) {
         " that had not been there deleted. Services are as they were once systemd has read their "
         "files: systemctl daemon-reload."
     );
+    report.changed = restored.putBack + restored.deleted > 0;
     report.leftBehind = restored.kept;
     for (const std::string& failure : restored.failures) {
         report.error += (report.error.empty() ? "" : "; ") + failure;
