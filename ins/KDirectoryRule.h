@@ -24,8 +24,9 @@ class INS_EXPORT KDirectoryRule : public KInstallRule {
     void Create();
     void Delete();
 
-    KSUP::KString path;
-    KSUP::KString operation;
+  protected:
+    KSUP::KString path;      ///< the directory
+    KSUP::KString operation; ///< in lower case
 };
 
 } // namespace KINS

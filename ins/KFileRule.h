@@ -40,22 +40,24 @@ class INS_EXPORT KFileRule : public KInstallRule {
     /// Units    `percent` from 0 to 100
     void UpdateStatus(const KSUP::KString& path, double percent);
 
-  private:
-    /// The same with their directories, where these are held open.
+    /// CopyFile with the files' directories, where these are held open. For derived rules.
     void CopyHeld(
         const KSUP::KString& source,
         KSUP::KDirectory* fromDirectory,
         const KSUP::KString& target,
         KSUP::KDirectory* toDirectory
     );
+
+  private:
     void Link(const KSUP::KString& target, const KSUP::KString& link);
     void CopyChunks(const KSUP::KString& source, KSUP::KFileBase& to, const KSUP::KFileBase& from);
 
-    KSUP::KString operation;
-    KSUP::KString fileName;
-    KSUP::KString sourceDirectory;
-    KSUP::KString targetDirectory;
-    KSUP::KString targetName;
+  protected:
+    KSUP::KString operation;       ///< as the line has it
+    KSUP::KString fileName;        ///< or a pattern
+    KSUP::KString sourceDirectory; ///< of what is copied, deleted or linked to
+    KSUP::KString targetDirectory; ///< empty for a deletion
+    KSUP::KString targetName;      ///< the file's own where the line has none
 };
 
 } // namespace KINS

@@ -143,7 +143,7 @@ class INS_EXPORT KInstaller : public KSUP::KBase {
     // In front, where it takes no room: the size of this class is part of the binary interface.
     std::atomic<bool> messagesAreLoaded{false};
     std::atomic<MODE> mode{ModeNone}; // asked for by any thread
-    KSUP::KProfile installProfile; // assigned and copied under a lock of the source's own
+    KSUP::KProfile installProfile;    // assigned and copied under a lock of the source's own
     KSUP::KLog log;
     KInstallRuleManager ruleManager;
     KInstallPathManager pathManager;

@@ -38,8 +38,11 @@ class INS_EXPORT KServiceRule : public KInstallRule {
     KSUP::KString LogName() const;
     void SetStatus(unsigned messageId);
 
-    KSUP::KString action;
-    KSUP::KString serviceName;
+  protected:
+    KSUP::KString action;      ///< the operation, in lower case
+    KSUP::KString serviceName; ///< without ".service"
+
+  private:
     KSUP::KString displayName;
     KSUP::KString program;
     KSUP::KString arguments;

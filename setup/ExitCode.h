@@ -9,6 +9,8 @@ inline constexpr int ruleFailed = 1;
 inline constexpr int notInstalled = 3;
 inline constexpr int differs = 4; ///< status --verify: what is installed is not as it was left
 inline constexpr int changed = 5; ///< done, and something was changed: where that was asked for
+/// What is not the product's would be replaced or deleted: nothing was changed.
+inline constexpr int conflict = 6;
 inline constexpr int usage = 64;
 inline constexpr int malformedScript = 65; ///< also a record that cannot be trusted
 inline constexpr int noKit = 66;

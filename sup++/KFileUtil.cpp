@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <sup++/KErrorSource.h>
 #include <sup++/KFileUtil.h>
-#include <sys/files/FileCalls.h>
 
 #include <cerrno>
 #include <new>
+
+#include <sys/files/FileCalls.h>
 
 namespace KSUP {
 

@@ -2,6 +2,8 @@
 #include <setup/check/Checks.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/ProductPath.h>
+#include <setup/plan/SystemPlaces.h>
+#include <setup/state/KManifest.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -18,7 +20,7 @@ using Kind = KPlannedAction::Kind;
 
 constexpr std::size_t mostNamed = 3; // of what one rule leaves
 
-bool IsOfTheSystem(std::string path) {
+bool IsOfTheSystem(const KCheckContext& context, std::string path) {
     // Commas and the like are another reason not to be a product path, and none here.
     std::replace_if(
         path.begin(),
@@ -28,7 +30,16 @@ bool IsOfTheSystem(std::string path) {
         },
         '_'
     );
-    return path.starts_with('/') && !WhyNotAProductPath(path).empty();
+    return path.starts_with('/') &&
+           !WhyNotAProductPath(path, context.Expand("$serviceName$")).empty();
+}
+
+/// What the script makes itself is the product's, unless a package of this machine has it too.
+bool IsOfOthers(const KCheckContext& context, const std::string& path) {
+    const auto& changes = context.GetAfterInstall().GetChanges();
+    const bool isMade = changes.contains(path);
+    return (!isMade && IsOfTheSystem(context, path)) ||
+           (LookAtEntry(path) && !FindPackageManagerOf(path).empty());
 }
 
 /// What the actions of a kind are about: paths, services, commands.
@@ -65,14 +76,15 @@ std::string SystemDirectoryOf(const KCheckContext& context, const KScriptRule& r
     const std::vector<std::string>& fields = rule.fields;
     if (rule.Is(KRuleType::Directory, KRuleOperation::Delete)) {
         const std::string path = KPlannedTree::Normal(fields[1]);
-        return IsOfTheSystem(path) && !IsOwnUnit(context, path) ? path : "";
+        return IsOfOthers(context, path) && !IsOwnUnit(context, path) ? path : "";
     }
     if (!rule.Is(KRuleType::File, KRuleOperation::Delete)) {
         return "";
     }
     const std::string path = KPlannedTree::Normal(JoinPath(fields[2], fields[1]));
     const std::string directory = std::filesystem::path(path).parent_path().string();
-    return IsOfTheSystem(directory) && !IsInstalled(context, path) && !IsOwnUnit(context, path)
+    return IsOfTheSystem(context, directory) && !IsInstalled(context, path) &&
+                   !IsOwnUnit(context, path)
                ? directory
                : "";
 }
@@ -98,11 +110,14 @@ bool Names(const std::string& command, const std::string& path) {
 }
 
 /// Whether one of the commands takes care of a path, or of a directory that it is in.
-bool IsNamedBy(const std::set<std::string>& commands, const std::string& path) {
+bool IsNamedBy(
+    const KCheckContext& context, const std::set<std::string>& commands, const std::string& path
+) {
     if (commands.empty()) {
         return false;
     }
-    for (std::filesystem::path at(path); at.has_relative_path() && !IsOfTheSystem(at.string());
+    for (std::filesystem::path at(path);
+         at.has_relative_path() && !IsOfTheSystem(context, at.string());
          at = at.parent_path()) {
         for (const std::string& command : commands) {
             if (Names(command, at.string())) {
@@ -116,7 +131,7 @@ bool IsNamedBy(const std::set<std::string>& commands, const std::string& path) {
 /// Directories of the system, and those that the product shares with others by lying below them.
 bool IsShared(const KCheckContext& context, const std::string& path) {
     const std::string product = KPlannedTree::Normal(context.GetProductPath());
-    return IsOfTheSystem(path) || product.starts_with(path + "/");
+    return IsOfTheSystem(context, path) || product.starts_with(path + "/");
 }
 
 /// Whether the removal would delete a directory but for what is still in it, which is told by
@@ -139,7 +154,7 @@ bool IsLeft(
     return IsInstalled(context, path) && entry.kind != KEntryKind::Nothing &&
            !path.starts_with(context.GetKitDirectory() + "/") &&
            !(isDirectory && (IsShared(context, path) || IsHeldByContents(context, path))) &&
-           !IsNamedBy(commands, path);
+           !IsNamedBy(context, commands, path);
 }
 
 bool Makes(Kind kind) {

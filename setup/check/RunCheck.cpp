@@ -5,6 +5,7 @@
 #include <setup/check/KCheck.h>
 #include <setup/check/RunCheck.h>
 #include <setup/kit/KSetupKit.h>
+#include <setup/output/KJsonObject.h>
 #include <setup/output/KRunReport.h>
 #include <setup/output/TextFormat.h>
 #include <sup++/KError.h>
@@ -12,14 +13,11 @@
 #include <filesystem>
 #include <iostream>
 
-#include <nlohmann/json.hpp>
-
 namespace KSETUP {
 
 namespace {
 
 namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
 
 constexpr int schemaVersion = 1;
 
@@ -52,29 +50,29 @@ void Print(const KCheckResult& result, const fs::path& directory) {
 }
 
 void PrintJson(const KCheckResult& result, const KSetupKit& kit, int exitCode) {
-    Json object;
-    object["schema"] = schemaVersion;
-    object["command"] = "check";
-    object["result"] = result.HasErrors() ? "failed" : "done";
-    object["exitCode"] = exitCode;
-    object["kit"] = kit.GetDirectory();
-    object["errors"] = result.Count(KSeverity::Error);
-    object["warnings"] = result.Count(KSeverity::Warning);
-    object["findings"] = Json::array();
-    for (const KFinding& finding : result.findings) {
-        object["findings"].push_back({
-            {"severity", Word(finding.severity)},
-            {"file", finding.file},
-            {"line", finding.line},
-            {"column", finding.column},
-            {"text", finding.text},
-            {"rule", finding.rule},
-            {"message", finding.message},
-            {"advice", finding.advice},
-        });
-    }
     // As ASCII: no byte of a script gets to a terminal as it is.
-    std::cout << object.dump(-1, ' ', true, Json::error_handler_t::replace) << std::endl;
+    const KJsonObject ascii(KJsonObject::Characters::Ascii);
+    std::vector<KJsonObject> findings;
+    for (const KFinding& finding : result.findings) {
+        findings.push_back(KJsonObject(ascii)
+                               .Put("severity", Word(finding.severity))
+                               .Put("file", finding.file)
+                               .Put("line", finding.line)
+                               .Put("column", finding.column)
+                               .Put("text", finding.text)
+                               .Put("rule", finding.rule)
+                               .Put("message", finding.message)
+                               .Put("advice", finding.advice));
+    }
+    KJsonObject object(ascii);
+    object.Put("schema", schemaVersion);
+    object.Put("command", "check");
+    object.Put("result", result.HasErrors() ? "failed" : "done");
+    object.Put("exitCode", exitCode);
+    object.Put("kit", kit.GetDirectory());
+    object.Put("errors", result.Count(KSeverity::Error));
+    object.Put("warnings", result.Count(KSeverity::Warning));
+    std::cout << object.Put("findings", findings).ToText() << std::endl;
 }
 
 int Check(const KSetupArguments& arguments) {

@@ -4,15 +4,16 @@
 
 _ins_setup_options() { # COMMAND
     local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --detailed-exit-code'
-    run+=' --offline-services'
+    run+=' --offline-services --allow-conflicts'
     case $1 in
-    install) echo "$run --addProfileLine --reinstall --no-check --allow-downgrade" ;;
-    remove) echo "$run --yes -y" ;;
+    install) echo "$run --addProfileLine --reinstall --no-check --allow-downgrade --start-services" ;;
+    remove) echo "$run --yes -y --purge" ;;
     status) echo '--kit --json --verify' ;;
     restore) echo '--kit --json --quiet -q --wait --detailed-exit-code' ;;
     list) echo '--json' ;;
     check) echo '--kit --json --strict' ;;
-    'plan install' | 'plan remove') echo '--kit --json --offline-services' ;;
+    'plan install') echo '--kit --json --offline-services --allow-conflicts' ;;
+    'plan remove') echo '--kit --json --offline-services --allow-conflicts --purge' ;;
     macros) echo '--kit --json' ;;
     'kit add' | 'kit seal') echo '--kit' ;;
     'kit bundle') echo '--kit --output -o' ;;

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/JsonText.h>
 #include <setup/output/KEventStream.h>
+#include <setup/output/KJsonObject.h>
 
 #include <algorithm>
 
-#include <nlohmann/json.hpp>
 #include <sys/files/FileCalls.h>
 
 namespace KSETUP {
@@ -14,25 +13,27 @@ namespace {
 constexpr auto statusInterval = std::chrono::milliseconds(100);
 constexpr unsigned mostBeforeTheEnd = 99; // the record is still to be written
 
+KJsonObject EventOf(const char* name) {
+    return KJsonObject().Put("event", name);
+}
+
 } // namespace
 
 void KEventStream::Start(const std::string& command, const std::string& product, unsigned rules) {
     all = rules;
-    Write(OneLine(
-        {{"event", "start"},
-         {"schema", 1},
-         {"command", command},
-         {"product", product},
-         {"rules", rules}}
-    ));
+    Write(EventOf("start")
+              .Put("schema", 1)
+              .Put("command", command)
+              .Put("product", product)
+              .Put("rules", rules));
 }
 
 void KEventStream::RuleStarted(unsigned number, const std::string& place, const std::string& text) {
-    Write(OneLine({{"event", "rule started"}, {"rule", number}, {"place", place}, {"text", text}}));
+    Write(EventOf("rule started").Put("rule", number).Put("place", place).Put("text", text));
 }
 
 void KEventStream::RuleDone(unsigned number) {
-    Write(OneLine({{"event", "rule done"}, {"rule", number}, {"percentage", Advance(number)}}));
+    Write(EventOf("rule done").Put("rule", number).Put("percentage", Advance(number)));
 }
 
 void KEventStream::Status(unsigned done, const std::string& text, double part) {
@@ -45,14 +46,13 @@ void KEventStream::Status(unsigned done, const std::string& text, double part) {
     lastStatus = now;
     lastText = text;
     lastPercentage = reached;
-    Write(OneLine({{"event", "status"}, {"text", text}, {"percentage", reached}}));
+    Write(EventOf("status").Put("text", text).Put("percentage", reached));
 }
 
 void KEventStream::Result(const KRunReport& report) {
-    Json event{{"event", "result"}};
-    event.update(ToJsonObject(report));
-    event["percentage"] = report.result == KRunResult::Done ? 100 : percentage;
-    Write(OneLine(event));
+    Write(EventOf("result")
+              .PutAll(ToJsonObject(report))
+              .Put("percentage", report.result == KRunResult::Done ? 100 : percentage));
 }
 
 /// Several files of one rule each begin at nothing again; the whole does not.
@@ -63,8 +63,8 @@ unsigned KEventStream::Advance(double rulesDone) noexcept {
     return percentage;
 }
 
-void KEventStream::Write(const std::string& line) const {
-    const std::string whole = line + "\n"; // in one write, where that is possible
+void KEventStream::Write(const KJsonObject& event) const {
+    const std::string whole = event.ToText() + "\n"; // in one write, where that is possible
     // A reader who is gone stops nothing.
     static_cast<void>(KSYS::WriteAll(output, whole.data(), whole.size()));
 }

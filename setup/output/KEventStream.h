@@ -32,7 +32,7 @@ class KEventStream {
     using Clock = std::chrono::steady_clock;
 
     unsigned Advance(double rulesDone) noexcept;
-    void Write(const std::string& line) const;
+    void Write(const KJsonObject& event) const;
 
     int output;
     unsigned all = 0;

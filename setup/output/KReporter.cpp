@@ -46,6 +46,16 @@ void PrintNotes(std::ostream& out, const KRunReport& report) {
     }
 }
 
+void PrintPaths(const char* heading, const std::vector<std::string>& paths) {
+    if (paths.empty()) {
+        return;
+    }
+    std::cout << heading << "\n";
+    for (const std::string& path : paths) {
+        std::cout << "    " << Printable(path) << "\n";
+    }
+}
+
 } // namespace
 
 KReporter::KReporter(const KSetupArguments& arguments)
@@ -155,11 +165,12 @@ void KReporter::PrintDone(const KRunReport& report) const {
     for (const auto& [path, what] : report.differences) {
         std::cout << "    " << Printable(path) << " " << Printable(what) << "\n";
     }
-    if (!report.leftBehind.empty()) {
-        std::cout << "Still there:\n";
-        for (const std::string& path : report.leftBehind) {
-            std::cout << "    " << Printable(path) << "\n";
-        }
+    PrintPaths("Still there:", report.leftBehind);
+    PrintPaths("Not the product's, so it stays:", report.keptForeign);
+    PrintPaths("Deleted, as this version does not have it any more:", report.obsolete);
+    PrintConfiguration(report);
+    for (const std::string& sentence : report.outdated) {
+        std::cout << Printable(sentence) << "\n";
     }
     for (const std::string& note : report.notes) {
         std::cout << Printable(note) << "\n";
@@ -168,6 +179,28 @@ void KReporter::PrintDone(const KRunReport& report) const {
         std::cout << report.rulesDone << " rules done. Log: " << Printable(report.log) << "\n";
     }
     PrintCommandOutput(std::cout, report);
+}
+
+void KReporter::PrintConfiguration(const KRunReport& report) const {
+    if (!report.keptConfiguration.empty()) {
+        std::cout << "Edited configuration, which stays:\n";
+    }
+    for (const KRunReport::Kept& kept : report.keptConfiguration) {
+        std::cout << "    " << Printable(kept.path)
+                  << (kept.offered.empty() ? "" : "; the new one is " + Printable(kept.offered))
+                  << "\n";
+    }
+    if (report.command == "remove" && !report.keptConfiguration.empty()) {
+        std::cout << "\"ins-setup remove --purge\" deletes it.\n";
+    }
+    for (const auto& [name, state] : report.keptServices) {
+        std::cout << "The service " << Printable(name) << " was " << state
+                  << " before, and stays so. --start-services starts and enables it.\n";
+    }
+    for (const auto& [path, target] : report.replacedLinks) {
+        std::cout << "A file took the place of the link " << Printable(path) << ", which led to "
+                  << Printable(target) << ".\n";
+    }
 }
 
 void KReporter::PrintTrouble(const KRunReport& report) {

@@ -41,6 +41,7 @@ class KReporter {
 
   private:
     void PrintDone(const KRunReport& report) const;
+    void PrintConfiguration(const KRunReport& report) const;
     static void PrintTrouble(const KRunReport& report);
 
     bool text;

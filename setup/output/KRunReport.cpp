@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/JsonText.h>
+#include <setup/output/KJsonObject.h>
 #include <setup/output/KRunReport.h>
 #include <setup/output/ProductTable.h>
 
 #include <array>
 #include <ctime>
-
-#include <nlohmann/json.hpp>
 
 namespace KSETUP {
 
@@ -14,28 +12,28 @@ namespace {
 
 constexpr int schemaVersion = 1;
 
-void AddUnlessEmpty(Json& object, const char* name, const std::string& text) {
+void PutUnlessEmpty(KJsonObject& object, const char* name, const std::string& text) {
     if (!text.empty()) {
-        object[name] = text;
+        object.Put(name, text);
     }
 }
 
 template <class Item>
-void AddUnlessEmpty(Json& object, const char* name, const std::vector<Item>& list) {
+void PutUnlessEmpty(KJsonObject& object, const char* name, const std::vector<Item>& list) {
     if (!list.empty()) {
-        object[name] = list;
+        object.Put(name, list);
     }
 }
 
-Json ErrorOf(const KRunReport& report) {
-    Json error;
+KJsonObject ErrorOf(const KRunReport& report) {
+    KJsonObject error;
     if (report.errorCode != 0) {
-        error["code"] = report.errorCode;
+        error.Put("code", report.errorCode);
     }
-    error["text"] = report.error;
-    AddUnlessEmpty(error, "place", report.place);
-    AddUnlessEmpty(error, "rule", report.rule);
-    AddUnlessEmpty(error, "logEnd", report.logEnd);
+    error.Put("text", report.error);
+    PutUnlessEmpty(error, "place", report.place);
+    PutUnlessEmpty(error, "rule", report.rule);
+    PutUnlessEmpty(error, "logEnd", report.logEnd);
     return error;
 }
 
@@ -55,31 +53,24 @@ std::string TimeText(std::int64_t seconds) {
     return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
-Json ToObject(const KListedProduct& product) {
-    Json object;
-    object["name"] = product.name;
-    object["product"] = product.product;
-    if (!product.version.empty()) {
-        object["version"] = product.version;
-    }
+KJsonObject ToObject(const KListedProduct& product) {
+    KJsonObject object;
+    object.Put("name", product.name).Put("product", product.product);
+    PutUnlessEmpty(object, "version", product.version);
     if (product.buildNumber) {
-        object["buildNumber"] = *product.buildNumber;
+        object.Put("buildNumber", *product.buildNumber);
     }
-    AddUnlessEmpty(object, "productPath", product.path);
-    object["lastRun"] = TimeText(product.lastRun);
-    object["state"] = StateOf(product);
-    object["installed"] = product.isInstalled;
-    object["interrupted"] = product.isInterrupted;
-    object["differs"] = product.differs.has_value() ? Json(*product.differs) : Json(nullptr);
-    object["configurationLeft"] = product.hasConfigurationLeft;
+    PutUnlessEmpty(object, "productPath", product.path);
+    object.Put("lastRun", TimeText(product.lastRun)).Put("state", StateOf(product));
+    object.Put("installed", product.isInstalled).Put("interrupted", product.isInterrupted);
+    if (product.differs) {
+        object.Put("differs", *product.differs);
+    }
+    object.Put("configurationLeft", product.hasConfigurationLeft);
     return object;
 }
 
 } // namespace
-
-std::string OneLine(const Json& object) {
-    return object.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
 
 const char* ResultWord(KRunResult result) noexcept {
     switch (result) {
@@ -99,47 +90,71 @@ const char* ResultWord(KRunResult result) noexcept {
     return "";
 }
 
-Json ToJsonObject(const KRunReport& report) {
-    Json object;
-    object["schema"] = schemaVersion;
-    object["command"] = report.command;
-    object["result"] = ResultWord(report.result);
-    object["exitCode"] = report.exitCode;
+KJsonObject ToJsonObject(const KRunReport& report) {
+    KJsonObject object;
+    object.Put("schema", schemaVersion);
+    object.Put("command", report.command);
+    object.Put("result", ResultWord(report.result));
+    object.Put("exitCode", report.exitCode);
     if (MayChange(report)) {
-        object["changed"] = report.changed;
+        object.Put("changed", report.changed);
     }
-    AddUnlessEmpty(object, "product", report.product);
+    PutUnlessEmpty(object, "product", report.product);
     if (!report.version.empty()) {
-        object["version"] = report.version;
-        object["buildNumber"] = report.buildNumber;
+        object.Put("version", report.version);
+        object.Put("buildNumber", report.buildNumber);
     }
-    AddUnlessEmpty(object, "formerVersion", report.formerVersion);
-    AddUnlessEmpty(object, "productPath", report.productPath);
+    PutUnlessEmpty(object, "formerVersion", report.formerVersion);
+    PutUnlessEmpty(object, "productPath", report.productPath);
     if (report.rulesAll != 0) {
-        object["rules"] = {{"done", report.rulesDone}, {"all", report.rulesAll}};
+        object.Put(
+            "rules", KJsonObject().Put("done", report.rulesDone).Put("all", report.rulesAll)
+        );
     }
     if (!report.error.empty()) {
-        object["error"] = ErrorOf(report);
+        object.Put("error", ErrorOf(report));
     }
-    AddUnlessEmpty(object, "log", report.log);
-    AddUnlessEmpty(object, "commandOutput", report.commandOutput);
-    AddUnlessEmpty(object, "notes", report.notes);
-    AddUnlessEmpty(object, "running", report.running);
-    AddUnlessEmpty(object, "leftBehind", report.leftBehind);
+    PutUnlessEmpty(object, "log", report.log);
+    PutUnlessEmpty(object, "commandOutput", report.commandOutput);
+    PutUnlessEmpty(object, "notes", report.notes);
+    PutUnlessEmpty(object, "running", report.running);
+    PutUnlessEmpty(object, "leftBehind", report.leftBehind);
+    PutUnlessEmpty(object, "keptForeign", report.keptForeign);
+    PutUnlessEmpty(object, "obsolete", report.obsolete);
+    std::vector<KJsonObject> kept;
+    for (const KRunReport::Kept& one : report.keptConfiguration) {
+        kept.push_back(KJsonObject().Put("path", one.path));
+        PutUnlessEmpty(kept.back(), "new", one.offered);
+    }
+    PutUnlessEmpty(object, "keptConfiguration", kept);
+    std::vector<KJsonObject> links;
+    for (const auto& [path, target] : report.replacedLinks) {
+        links.push_back(KJsonObject().Put("path", path).Put("target", target));
+    }
+    PutUnlessEmpty(object, "replacedLinks", links);
+    PutUnlessEmpty(object, "outdated", report.outdated);
+    std::vector<KJsonObject> services;
+    for (const auto& [name, state] : report.keptServices) {
+        services.push_back(KJsonObject().Put("service", name).Put("state", state));
+    }
+    PutUnlessEmpty(object, "keptServices", services);
+    std::vector<KJsonObject> differences;
     for (const auto& [path, what] : report.differences) {
-        object["differences"].push_back({{"path", path}, {"what", what}});
+        differences.push_back(KJsonObject().Put("path", path).Put("what", what));
     }
+    PutUnlessEmpty(object, "differences", differences);
     if (report.command == "list" && report.error.empty()) {
-        object["products"] = Json::array();
+        std::vector<KJsonObject> products;
         for (const KListedProduct& product : report.products) {
-            object["products"].push_back(ToObject(product));
+            products.push_back(ToObject(product));
         }
+        object.Put("products", products);
     }
     return object;
 }
 
 std::string ToJson(const KRunReport& report) {
-    return OneLine(ToJsonObject(report));
+    return ToJsonObject(report).ToText();
 }
 
 } // namespace KSETUP

@@ -9,6 +9,8 @@
 
 namespace KSETUP {
 
+class KJsonObject;
+
 enum class KRunResult { Done, Failed, Cancelled, Refused, NotInstalled, Differs };
 
 /// A product that the machine remembers.
@@ -54,6 +56,19 @@ struct KRunReport {
     std::vector<std::string> notes;      ///< further sentences for the reader
     std::vector<std::string> running;    ///< programs that ran when their files were to go
     std::vector<std::string> leftBehind; ///< paths that a removal left
+    struct Kept {
+        std::string path;
+        std::string offered; ///< where the kit's newer one lies; empty without one
+    };
+    std::vector<Kept> keptConfiguration; ///< edited files, which stay
+    std::vector<std::string>
+        keptForeign;                   ///< what an install was to delete and is not the product's
+    std::vector<std::string> obsolete; ///< deleted, as this version does not have them any more
+    std::vector<std::string> outdated; ///< sentences on programs that use what was replaced
+    /// Services that stay as the administrator had them: name and "stopped", "disabled", "masked".
+    std::vector<std::pair<std::string, std::string>> keptServices;
+    /// Links that a file took the place of, and what they lead to.
+    std::vector<std::pair<std::string, std::string>> replacedLinks;
     /// Path and what is different, of `status --verify`.
     std::vector<std::pair<std::string, std::string>> differences;
     std::vector<KListedProduct> products; ///< of `list`
@@ -64,5 +79,7 @@ const char* ResultWord(KRunResult result) noexcept;
 
 /// One JSON object in one line, with "schema": 1. Bytes that are no UTF-8 become U+FFFD.
 std::string ToJson(const KRunReport& report);
+/// The same, for further members beside it.
+KJsonObject ToJsonObject(const KRunReport& report);
 
 } // namespace KSETUP

@@ -85,6 +85,7 @@ class Parser {
     void AddCallerOptions(CLI::App* command);
     void AddRunOptions(CLI::App* command);
     void AddOfflineServices(CLI::App* command);
+    void AddAllowConflicts(CLI::App* command);
 
     KSetupArguments& arguments;
     // Only taken in here: the engine reads these options from the saved command line itself.
@@ -166,6 +167,14 @@ void Parser::AddOfflineServices(CLI::App* command) {
     );
 }
 
+void Parser::AddAllowConflicts(CLI::App* command) {
+    command->add_flag(
+        "--allow-conflicts",
+        arguments.allowConflicts,
+        "Replace and delete also what is not the product's"
+    );
+}
+
 /// What whoever watches a run may want.
 void Parser::AddRunOptions(CLI::App* command) {
     AddCallerOptions(command);
@@ -179,6 +188,7 @@ void Parser::AddRunOptions(CLI::App* command) {
         ->type_name("N")
         ->check(CLI::Range(1, std::numeric_limits<int>::max()));
     AddOfflineServices(command);
+    AddAllowConflicts(command);
     command->add_flag(
         "--backup", arguments.backup, "Keep what is overwritten or deleted, for \"restore\""
     );
@@ -199,6 +209,9 @@ void Parser::AddInstall() {
     install->add_flag(
         "--reinstall", arguments.reinstall, "Do it all again, also what is there already"
     );
+    install->add_flag(
+        "--start-services", arguments.startServices, "Start also services that were stopped by hand"
+    );
     install->add_flag("--no-check", arguments.noCheck, "Install although the script has errors");
     install->add_flag(
         "--allow-downgrade", arguments.allowDowngrade, "Install over a newer version"
@@ -209,6 +222,9 @@ void Parser::AddRemove() {
     CLI::App* remove = Add(app, "remove", "Remove the installed product", Command::Remove);
     AddKitOrName(remove);
     AddRunOptions(remove);
+    remove->add_flag(
+        "--purge", arguments.purge, "Delete edited configuration and what is not the product's too"
+    );
     remove->add_flag("-y,--yes", arguments.yes, "Do not ask");
     CLI::App* restore =
         Add(app, "restore", "Put back what the last run with --backup replaced", Command::Restore);
@@ -229,11 +245,13 @@ void Parser::AddQuestions() {
     plan->require_subcommand(1);
     CLI::App* planInstall = Add(*plan, "install", "What installing would do", Command::PlanInstall);
     CLI::App* planRemove = Add(*plan, "remove", "What removing would do", Command::PlanRemove);
+    planRemove->add_flag("--purge", arguments.purge, "As with remove");
     for (CLI::App* one : {planInstall, planRemove}) {
         AddKit(one);
         AddPath(one);
         AddJson(one);
         AddOfflineServices(one);
+        AddAllowConflicts(one);
     }
 }
 

@@ -40,6 +40,9 @@ struct KSetupArguments {
     bool reinstall = false;       ///< install also what is there already
     bool detailedExitCode = false; ///< another exit code where something was changed
     bool backup = false;           ///< keep what is overwritten or deleted
+    bool allowConflicts = false;   ///< change what is not the product's
+    bool startServices = false;    ///< also those that the administrator stopped
+    bool purge = false;            ///< remove all that the script says, edited configuration too
     bool yes = false;              ///< remove without being asked
     unsigned waitSeconds = 0;      ///< for another run to end
     bool verify = false;           ///< compare what is installed with what was

@@ -14,6 +14,7 @@ bool KPlannedAction::IsOfEntry() const noexcept {
     case Kind::PutOption:
     case Kind::RemoveOption:
         return true;
+    case Kind::KeepFile:
     case Kind::StartCommand:
     case Kind::StopProgram:
     case Kind::InstallService:
@@ -33,6 +34,8 @@ const char* ActionWord(KPlannedAction::Kind kind) noexcept {
         return "delete directory";
     case KPlannedAction::Kind::CopyFile:
         return "copy file";
+    case KPlannedAction::Kind::KeepFile:
+        return "keep file";
     case KPlannedAction::Kind::DeleteFile:
         return "delete file";
     case KPlannedAction::Kind::MakeLink:

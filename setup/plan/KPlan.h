@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/plan/KChangePolicy.h>
 #include <setup/plan/KPlannedTree.h>
 #include <setup/script/KScript.h>
 
 #include <cstdint>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace KSETUP {
@@ -16,6 +18,7 @@ struct KPlannedAction {
         CreateDirectory,
         DeleteDirectory,
         CopyFile,
+        KeepFile, ///< what stands at the path stays; the source says why
         DeleteFile,
         MakeLink,
         CreateProfile,
@@ -29,16 +32,20 @@ struct KPlannedAction {
         StopService,
     };
     Kind kind = Kind::CopyFile;
-    std::string path;   ///< of what changes; a service's name; a command
-    std::string source; ///< what is copied; where a link leads; "[section] key=value" of an option
+    std::string path; ///< of what changes; a service's name; a command
+    /// What is copied; where a link leads; "[section] key=value" of an option; why a file is kept.
+    std::string source;
     std::uint64_t bytes = 0;
     unsigned mode = 0;
-    bool replaces = false; ///< something stands at the path
+    bool replaces = false;        ///< something stands at the path
+    bool replacesLink = false;    ///< a link does; what it leads to stays as it is
+    bool isConfiguration = false; ///< what is copied is for the administrator to edit
     /// What it needs is not there: the source of a copy, the file that is to be deleted. Whether
     /// that ends the run is the rule's affair.
     bool lacks = false;
     bool lacksDirectory = false; ///< what would be made has no directory to be made in
     std::string obstacle;        ///< why the rule would end the run here; empty when not
+    std::string conflict; ///< whose the thing is that would go: the run is refused; empty when not
 
     /// Whether it makes, changes or deletes a directory entry, rather than a process or a service.
     bool IsOfEntry() const noexcept;
@@ -67,11 +74,30 @@ class KPlan {
         const std::string& section,
         const MacroExpander& expand,
         KPlannedTree& tree,
+        const KChangePolicy& policy = KChangePolicy(),
         KServiceFate fate = KServiceFate::Managed
     );
 
     const std::vector<KPlannedRule>& GetRules() const noexcept { return rules; }
     const std::vector<KScriptCycle>& GetCycles() const noexcept { return cycles; }
+    /// What is done once the rules are: what the product owned, and neither has any more nor is to
+    /// be kept, is deleted.
+    const std::vector<KPlannedAction>& GetCleanup() const noexcept { return cleanup; }
+    /// Whether the rules make, or leave as it is, what stands at the path, or something below it:
+    /// a path as KOwnership::RealPath has it.
+    bool Wants(const std::string& realPath) const { return wanted.contains(realPath); }
+    /// Calls `take` with each action, in their order, those of the cleanup last.
+    template <class Take>
+    void ForEachAction(const Take& take) const {
+        for (const KPlannedRule& rule : rules) {
+            for (const KPlannedAction& action : rule.actions) {
+                take(action);
+            }
+        }
+        for (const KPlannedAction& action : cleanup) {
+            take(action);
+        }
+    }
 
     /// Bytes and files needed and free on a file system that files go to.
     struct Space {
@@ -101,10 +127,19 @@ class KPlan {
     std::vector<std::string> FindFilesThatGo() const;
 
   private:
+    void FindWanted(const KChangePolicy& policy);
+    void PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& policy);
+
     std::vector<KPlannedRule> rules;
+    std::vector<KPlannedAction> cleanup;
+    std::unordered_set<std::string> wanted;
     std::vector<KScriptCycle> cycles;
 };
 
+/// Whether an action of this kind makes a directory entry, or changes what it holds.
+bool MakesEntry(KPlannedAction::Kind kind) noexcept;
+/// The unit file of a service, and the link that enables it.
+std::vector<std::string> UnitPaths(const std::string& service);
 /// The word for a kind of action, as "create directory".
 const char* ActionWord(KPlannedAction::Kind kind) noexcept;
 

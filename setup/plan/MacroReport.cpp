@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/JsonText.h>
+#include <setup/output/KJsonObject.h>
 #include <setup/output/TextFormat.h>
 #include <setup/plan/MacroReport.h>
 
 #include <algorithm>
-
-#include <nlohmann/json.hpp>
 
 namespace KSETUP {
 
@@ -26,16 +24,13 @@ std::string MacrosToText(const KMacroList& macros) {
 }
 
 std::string MacrosToJson(const KMacroList& macros) {
-    Json object;
-    object["schema"] = 1;
-    object["command"] = "macros";
-    object["result"] = "done";
-    object["exitCode"] = 0;
-    object["macros"] = Json::object();
+    KJsonObject values;
     for (const auto& [name, value] : macros) {
-        object["macros"][name] = value;
+        values.Put(name, value);
     }
-    return OneLine(object);
+    KJsonObject object;
+    object.Put("schema", 1).Put("command", "macros").Put("result", "done").Put("exitCode", 0);
+    return object.Put("macros", values).ToText();
 }
 
 } // namespace KSETUP

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include <setup/output/JsonText.h>
+#include <setup/output/KJsonObject.h>
 #include <setup/plan/PlanReport.h>
 
 #include <array>
 #include <cstdio>
-
-#include <nlohmann/json.hpp>
 
 namespace KSETUP {
 
@@ -15,121 +13,145 @@ using Kind = KPlannedAction::Kind;
 
 constexpr int schemaVersion = 1;
 
-Json ToObject(const KPlannedAction& action) {
-    Json object;
-    object["action"] = ActionWord(action.kind);
+KJsonObject ToObject(const KPlannedAction& action) {
+    KJsonObject object;
+    object.Put("action", ActionWord(action.kind));
     const bool isService = action.kind == Kind::InstallService ||
                            action.kind == Kind::RemoveService ||
                            action.kind == Kind::StartService || action.kind == Kind::StopService;
-    object
-        [isService                           ? "service"
-         : action.kind == Kind::StartCommand ? "command"
-                                             : "path"] = action.path;
+    object.Put(
+        isService                           ? "service"
+        : action.kind == Kind::StartCommand ? "command"
+                                            : "path",
+        action.path
+    );
     switch (action.kind) {
     case Kind::CopyFile: {
         std::array<char, 8> mode{};
         std::snprintf(mode.data(), mode.size(), "%04o", action.mode & 07777U);
-        object["source"] = action.source;
-        object["bytes"] = action.bytes;
-        object["mode"] = mode.data();
+        object.Put("source", action.source);
+        object.Put("bytes", action.bytes);
+        object.Put("mode", mode.data());
         break;
     }
+    case Kind::KeepFile:
+        object.Put("reason", action.source);
+        break;
     case Kind::MakeLink:
-        object["target"] = action.source;
+        object.Put("target", action.source);
         break;
     case Kind::PutOption:
     case Kind::RemoveOption:
-        object["option"] = action.source;
+        object.Put("option", action.source);
         break;
     case Kind::InstallService:
         if (!action.source.empty()) {
-            object["program"] = action.source;
+            object.Put("program", action.source);
         }
         break;
     default:
         break;
     }
     if (action.replaces) {
-        object["replaces"] = true;
+        object.Put("replaces", true);
     }
     if (action.lacks) {
-        object["missing"] = true;
+        object.Put("missing", true);
+    }
+    if (action.replacesLink) {
+        object.Put("replacesLink", true);
+    }
+    if (action.isConfiguration) {
+        object.Put("configuration", true);
+    }
+    if (!action.conflict.empty()) {
+        object.Put("conflict", action.conflict);
     }
     if (!action.obstacle.empty()) {
-        object["obstacle"] = action.obstacle;
+        object.Put("obstacle", action.obstacle);
     }
     return object;
 }
 
-Json ToObject(const KPlannedRule& planned) {
+KJsonObject ToObject(const KPlannedRule& planned);
+KJsonObject ToObject(const KPlan::Space& space);
+
+/// Each as an object by itself.
+template <class Item>
+std::vector<KJsonObject> ToObjects(const std::vector<Item>& items) {
+    std::vector<KJsonObject> objects;
+    objects.reserve(items.size());
+    for (const Item& item : items) {
+        objects.push_back(ToObject(item));
+    }
+    return objects;
+}
+
+KJsonObject ToObject(const KPlannedRule& planned) {
     const KScriptLine& line = planned.rule.line;
-    Json object;
-    object["line"] = line.number;
-    object["section"] = line.section;
-    object["type"] = line.type;
-    object["value"] = line.value;
-    object["fields"] = planned.rule.fields;
-    object["actions"] = Json::array();
-    for (const KPlannedAction& action : planned.actions) {
-        object["actions"].push_back(ToObject(action));
+    KJsonObject object;
+    object.Put("line", line.number);
+    object.Put("section", line.section);
+    object.Put("type", line.type);
+    object.Put("value", line.value);
+    object.Put("fields", planned.rule.fields);
+    return object.Put("actions", ToObjects(planned.actions));
+}
+
+KJsonObject ToObject(const KPlan::Space& space) {
+    KJsonObject object;
+    object.Put("directory", space.directory);
+    object.Put("bytesNeeded", space.needed);
+    object.Put("bytesToSpare", KPlan::Space::spareBytes);
+    object.Put("bytesFree", space.available);
+    object.Put("filesNeeded", space.filesNeeded);
+    object.Put("filesToSpare", KPlan::Space::spareFiles);
+    if (!space.filesAreUnlimited) {
+        object.Put("filesFree", space.filesAvailable);
     }
+    object.Put("enough", space.HasRoom());
     return object;
 }
 
-Json ToObject(const KPlan::Space& space) {
-    Json object;
-    object["directory"] = space.directory;
-    object["bytesNeeded"] = space.needed;
-    object["bytesToSpare"] = KPlan::Space::spareBytes;
-    object["bytesFree"] = space.available;
-    object["filesNeeded"] = space.filesNeeded;
-    object["filesToSpare"] = KPlan::Space::spareFiles;
-    if (!space.filesAreUnlimited) {
-        object["filesFree"] = space.filesAvailable;
-    }
-    object["enough"] = space.HasRoom();
-    return object;
+KJsonObject ToObject(const KPlanTotals& totals) {
+    return KJsonObject()
+        .Put("created", totals.created)
+        .Put("overwritten", totals.overwritten)
+        .Put("deleted", totals.deleted)
+        .Put("kept", totals.kept)
+        .Put("directoriesCreated", totals.directoriesCreated)
+        .Put("directoriesDeleted", totals.directoriesDeleted)
+        .Put("services", totals.services)
+        .Put("commands", totals.commands)
+        .Put("obstacles", totals.obstacles);
 }
 
 } // namespace
 
 std::string ToJson(const KPlanReport& report, int exitCode) {
-    const KPlanTotals totals = CountTotals(*report.plan);
-    Json object;
-    object["schema"] = schemaVersion;
-    object["command"] = report.installs ? "plan install" : "plan remove";
-    object["result"] = exitCode == 0 ? "done" : "failed";
-    object["exitCode"] = exitCode;
-    object["product"] = report.product;
-    object["version"] = report.version;
-    object["buildNumber"] = report.buildNumber;
-    object["productPath"] = report.path;
-    object["script"] = report.script;
-    object["rules"] = Json::array();
-    for (const KPlannedRule& planned : report.plan->GetRules()) {
-        object["rules"].push_back(ToObject(planned));
+    KJsonObject object;
+    object.Put("schema", schemaVersion);
+    object.Put("command", report.installs ? "plan install" : "plan remove");
+    object.Put("result", exitCode == 0 ? "done" : "failed");
+    object.Put("exitCode", exitCode);
+    object.Put("product", report.product);
+    object.Put("version", report.version);
+    object.Put("buildNumber", report.buildNumber);
+    object.Put("productPath", report.path);
+    object.Put("script", report.script);
+    object.Put("rules", ToObjects(report.plan->GetRules()));
+    object.Put("cleanup", ToObjects(report.plan->GetCleanup()));
+    object.Put("totals", ToObject(CountTotals(*report.plan)));
+    if (!report.notes.empty()) {
+        object.Put("notes", report.notes);
     }
-    object["totals"] = {
-        {"created", totals.created},
-        {"overwritten", totals.overwritten},
-        {"deleted", totals.deleted},
-        {"directoriesCreated", totals.directoriesCreated},
-        {"directoriesDeleted", totals.directoriesDeleted},
-        {"services", totals.services},
-        {"commands", totals.commands},
-        {"obstacles", totals.obstacles},
-    };
     if (!report.refusal.empty()) {
-        object["refusal"] = report.refusal;
+        object.Put("refusal", report.refusal);
     }
     if (!report.recordObstacle.empty()) {
-        object["recordObstacle"] = report.recordObstacle;
+        object.Put("recordObstacle", report.recordObstacle);
     }
-    object["space"] = Json::array();
-    for (const KPlan::Space& space : report.space) {
-        object["space"].push_back(ToObject(space));
-    }
-    return OneLine(object);
+    return object.Put("space", ToObjects(report.space)).ToText();
 }
 
 } // namespace KSETUP

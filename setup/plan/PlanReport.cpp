@@ -15,8 +15,12 @@ std::string ActionText(const KPlannedAction& action) {
     const std::string source = Printable(action.source);
     switch (action.kind) {
     case Kind::CopyFile:
-        return (action.replaces ? "overwrite file " : "create file ") + path + " (" +
-               BytesInWords(action.bytes) + ") from " + source;
+        return (action.replacesLink ? "overwrite link "
+                : action.replaces   ? "overwrite file "
+                                    : "create file ") +
+               path + " (" + BytesInWords(action.bytes) + ") from " + source;
+    case Kind::KeepFile:
+        return "keep file " + path + " (" + source + ")";
     case Kind::MakeLink:
         return (action.replaces ? "overwrite link " : "create link ") + path + " to " + source;
     case Kind::CreateProfile:
@@ -40,6 +44,16 @@ std::string ActionText(const KPlannedAction& action) {
     }
 }
 
+void AppendAction(std::string& text, const KPlannedAction& action) {
+    text += "    " + ActionText(action) + "\n";
+    if (!action.obstacle.empty()) {
+        text += "    the run would end here: " + Printable(action.obstacle) + "\n";
+    }
+    if (!action.conflict.empty()) {
+        text += "    the run would be refused: " + Printable(action.conflict) + "\n";
+    }
+}
+
 void AppendRule(std::string& text, const std::string& script, const KPlannedRule& planned) {
     const KScriptLine& line = planned.rule.line;
     text += script + ":" + std::to_string(line.number) + ": " + Printable(line.type) + "=" +
@@ -48,17 +62,15 @@ void AppendRule(std::string& text, const std::string& script, const KPlannedRule
         text += "    nothing\n";
     }
     for (const KPlannedAction& action : planned.actions) {
-        text += "    " + ActionText(action) + "\n";
-        if (!action.obstacle.empty()) {
-            text += "    the run would end here: " + Printable(action.obstacle) + "\n";
-        }
+        AppendAction(text, action);
     }
 }
 
 void AppendTotals(std::string& text, const KPlanTotals& totals) {
     text += "Files and links: " + std::to_string(totals.created) + " created, " +
             std::to_string(totals.overwritten) + " overwritten, " + std::to_string(totals.deleted) +
-            " deleted. Directories: " + std::to_string(totals.directoriesCreated) + " created, " +
+            " deleted" + (totals.kept != 0 ? ", " + std::to_string(totals.kept) + " kept" : "") +
+            ". Directories: " + std::to_string(totals.directoriesCreated) + " created, " +
             std::to_string(totals.directoriesDeleted) + " deleted. " +
             Counted(totals.services, "service action", "service actions") + ", " +
             Counted(totals.commands, "command", "commands") + ".\n";
@@ -74,49 +86,54 @@ void AppendSpace(std::string& text, const KPlan::Space& space) {
             " free" + (space.HasRoom() ? ".\n" : ". That is not enough.\n");
 }
 
+void Count(const KPlannedAction& action, KPlanTotals& totals) {
+    switch (action.kind) {
+    case Kind::CopyFile:
+    case Kind::MakeLink:
+    case Kind::CreateProfile:
+        ++(action.replaces ? totals.overwritten : totals.created);
+        break;
+    case Kind::KeepFile:
+        ++totals.kept;
+        break;
+    case Kind::PutOption:
+        totals.created += action.replaces ? 0 : 1;
+        break;
+    case Kind::RemoveOption:
+        break;
+    case Kind::DeleteFile:
+        totals.deleted += action.lacks ? 0 : 1;
+        break;
+    case Kind::CreateDirectory:
+        ++totals.directoriesCreated;
+        break;
+    case Kind::DeleteDirectory:
+        totals.directoriesDeleted += action.lacks ? 0 : 1;
+        break;
+    case Kind::StartCommand:
+    case Kind::StopProgram:
+        ++totals.commands;
+        break;
+    case Kind::InstallService:
+    case Kind::RemoveService:
+    case Kind::StartService:
+    case Kind::StopService:
+        ++totals.services;
+        break;
+    }
+}
+
 } // namespace
 
 KPlanTotals CountTotals(const KPlan& plan) {
     KPlanTotals totals;
-    for (const KPlannedRule& rule : plan.GetRules()) {
-        for (const KPlannedAction& action : rule.actions) {
-            if (!action.obstacle.empty()) {
-                ++totals.obstacles;
-                continue;
-            }
-            switch (action.kind) {
-            case Kind::CopyFile:
-            case Kind::MakeLink:
-            case Kind::CreateProfile:
-                ++(action.replaces ? totals.overwritten : totals.created);
-                break;
-            case Kind::PutOption:
-                totals.created += action.replaces ? 0 : 1;
-                break;
-            case Kind::RemoveOption:
-                break;
-            case Kind::DeleteFile:
-                totals.deleted += action.lacks ? 0 : 1;
-                break;
-            case Kind::CreateDirectory:
-                ++totals.directoriesCreated;
-                break;
-            case Kind::DeleteDirectory:
-                totals.directoriesDeleted += action.lacks ? 0 : 1;
-                break;
-            case Kind::StartCommand:
-            case Kind::StopProgram:
-                ++totals.commands;
-                break;
-            case Kind::InstallService:
-            case Kind::RemoveService:
-            case Kind::StartService:
-            case Kind::StopService:
-                ++totals.services;
-                break;
-            }
+    plan.ForEachAction([&](const KPlannedAction& action) {
+        if (!action.obstacle.empty()) {
+            ++totals.obstacles;
+        } else {
+            Count(action, totals);
         }
-    }
+    });
     return totals;
 }
 
@@ -133,10 +150,20 @@ std::string ToText(const KPlanReport& report) {
             AppendRule(text, script, planned);
         }
     }
+    if (!report.plan->GetCleanup().empty()) {
+        text += report.installs ? "what this version does not have any more:\n"
+                                : "what no rule deletes:\n";
+    }
+    for (const KPlannedAction& action : report.plan->GetCleanup()) {
+        AppendAction(text, action);
+    }
     text += "\n";
     AppendTotals(text, totals);
     for (const KPlan::Space& space : report.space) {
         AppendSpace(text, space);
+    }
+    for (const std::string& note : report.notes) {
+        text += Printable(note) + "\n";
     }
     if (!report.refusal.empty()) {
         text += "The run would be refused: " + Printable(report.refusal) + ".\n";

@@ -18,6 +18,7 @@ struct KPlanReport {
     std::string script;
     const KPlan* plan = nullptr;
     std::vector<KPlan::Space> space;
+    std::vector<std::string> notes; ///< further sentences for the reader
     /// Why the run would be refused before its first rule; empty when it would not be.
     std::string refusal;
     /// Why the run would end when it writes the record, after its last rule; empty when not.
@@ -29,6 +30,7 @@ struct KPlanTotals {
     std::size_t created = 0; ///< files, links, profiles
     std::size_t overwritten = 0;
     std::size_t deleted = 0;
+    std::size_t kept = 0; ///< that a rule names, and that stay as they are
     std::size_t directoriesCreated = 0;
     std::size_t directoriesDeleted = 0;
     std::size_t services = 0;

@@ -12,7 +12,8 @@ namespace KSETUP {
 /// Why nothing may be installed in, or removed from, this directory; empty when it is fine. A
 /// removal deletes what its script names below the product path: with the path of the system
 /// itself, that would be what other programs own.
-std::string WhyNotAProductPath(const std::string& path);
+/// `service` is the product's, whose directory in /etc is its own.
+std::string WhyNotAProductPath(const std::string& path, const std::string& service = {});
 
 /// Where a run is to work: `given`, or else where the product is installed, or else where the script
 /// proposes.

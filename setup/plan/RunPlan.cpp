@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
+#include <utility>
 
 namespace KSETUP {
 
@@ -56,18 +57,12 @@ int Answer(
     }
 }
 
-bool IsOfService(const KPlannedAction& action) {
-    using Kind = KPlannedAction::Kind;
-    return action.kind == Kind::InstallService || action.kind == Kind::RemoveService ||
-           action.kind == Kind::StartService || action.kind == Kind::StopService;
-}
-
 /// What the run would answer where its first rule that cannot be done ends it.
 int ExitCodeOfRules(const KPlan& plan) {
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (!action.obstacle.empty()) {
-                return IsOfService(action) ? ExitCode::noService : ExitCode::ruleFailed;
+                return ExitCodeOf(action);
             }
         }
     }
@@ -75,7 +70,12 @@ int ExitCodeOfRules(const KPlan& plan) {
 }
 
 /// In the order in which a run would come to it.
-int FindEnd(KPlanReport& report, const KSetupArguments& arguments) {
+int FindEnd(
+    KPlanReport& report,
+    const KSetupArguments& arguments,
+    const KChangePolicy& policy,
+    const std::string& service
+) {
     if (report.refusal = WhyNotWritable(*report.plan); !report.refusal.empty()) {
         return ExitCode::cannotWrite;
     }
@@ -87,6 +87,15 @@ int FindEnd(KPlanReport& report, const KSetupArguments& arguments) {
     if (HasServices(*report.plan) && !arguments.offlineServices && !IsSystemdRunning()) {
         report.refusal = "the script has services, and systemd does not run here";
         return ExitCode::noService;
+    }
+    if (const std::string why = WhyConflict(*report.plan); !why.empty()) {
+        report.refusal = why + ". --allow-conflicts changes it all the same";
+        return ExitCode::conflict;
+    }
+    if (const std::string why = WhySystemPlace(*report.plan, policy, report.path, service);
+        !why.empty() && !arguments.allowConflicts) {
+        report.refusal = why + ". --allow-conflicts does it all the same";
+        return ExitCode::conflict;
     }
     const int exitCode = ExitCodeOfRules(*report.plan);
     return exitCode == ExitCode::done && !report.recordObstacle.empty() ? ExitCode::ruleFailed
@@ -125,11 +134,15 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     macros.SetProductPath(path);
     KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
     const bool isOffline = arguments.offlineServices && !IsSystemdRunning();
+    const std::string service = macros.Expand("$serviceName$");
+    const KOwnership ownership(service, installer.IsProductInstalled());
+    const KChangePolicy policy(ownership, path, OptionsOf(arguments));
     const KPlan plan(
         script,
         installs ? "install" : "remove",
         macros.GetExpander(),
         tree,
+        policy,
         isOffline ? KServiceFate::Offline : KServiceFate::Managed
     );
     if (const std::string why = DescribeLoadProblems(script.GetPath(), plan); !why.empty()) {
@@ -144,7 +157,20 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     report.plan = &plan;
     report.space = plan.ReadSpace(installs ? WrittenByEachInstall() : std::vector<std::string>());
     report.recordObstacle = installs ? WhyNoRecord(tree, macros) : "";
-    const int exitCode = FindEnd(report, arguments);
+    if (installs && !installer.IsProductInstalled()) {
+        if (std::string there = DescribeForeignContent(ownership, path); !there.empty()) {
+            report.notes.push_back(std::move(there));
+        }
+    }
+    if (ownership.GetKnown() == KOwnership::Known::Nothing) {
+        report.notes.emplace_back(followsScript);
+    } else if (ownership.GetKnown() == KOwnership::Known::Denied) {
+        report.notes.emplace_back(
+            "What is the product's can be seen by root only: this is what would "
+            "be done if all of it were."
+        );
+    }
+    const int exitCode = FindEnd(report, arguments, policy, service);
     std::cout << (arguments.json ? ToJson(report, exitCode) + "\n" : ToText(report)) << std::flush;
     return exitCode;
 }

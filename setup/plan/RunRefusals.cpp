@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <ins/Names.h>
+#include <setup/ExitCode.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/RunRefusals.h>
+#include <setup/plan/SystemPlaces.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -14,6 +16,9 @@
 namespace KSETUP {
 
 namespace {
+
+constexpr std::size_t conflictsShown = 5;
+constexpr std::size_t contentShown = 5;
 
 /// The directories in which entries come or go, each once, as far up as they are there.
 std::set<std::string> ChangedDirectories(const KPlan& plan) {
@@ -39,6 +44,22 @@ std::set<std::string> ChangedDirectories(const KPlan& plan) {
         }
     }
     return existing;
+}
+
+/// The directories that rules delete with all that is in them, or much of it.
+std::set<std::string> EmptiedDirectories(const KPlan& plan) {
+    using KINS::KRuleOperation;
+    using KINS::KRuleType;
+    std::set<std::string> directories;
+    for (const KPlannedRule& planned : plan.GetRules()) {
+        const KScriptRule& rule = planned.rule;
+        if (rule.Is(KRuleType::Directory, KRuleOperation::Delete)) {
+            directories.insert(NormalPath(rule.fields[1]));
+        } else if (rule.Is(KRuleType::File, KRuleOperation::Delete) && IsPattern(rule.fields[1])) {
+            directories.insert(NormalPath(rule.fields[2]));
+        }
+    }
+    return directories;
 }
 
 /// Why nothing can be made in a directory that is there; empty when something can.
@@ -74,6 +95,94 @@ std::string WhyNotWritable(const KPlan& plan) {
         }
     }
     return {};
+}
+
+int ExitCodeOf(const KPlannedAction& obstacle) noexcept {
+    using Kind = KPlannedAction::Kind;
+    const bool isOfService =
+        obstacle.kind == Kind::InstallService || obstacle.kind == Kind::RemoveService ||
+        obstacle.kind == Kind::StartService || obstacle.kind == Kind::StopService;
+    return isOfService ? ExitCode::noService : ExitCode::ruleFailed;
+}
+
+KChangePolicy::Options OptionsOf(const KSetupArguments& arguments) noexcept {
+    KChangePolicy::Options options;
+    options.purges = arguments.purge;
+    options.allowsConflicts = arguments.allowConflicts;
+    return options;
+}
+
+std::string WhySystemPlace(
+    const KPlan& plan,
+    const KChangePolicy& policy,
+    const std::string& productPath,
+    const std::string& service
+) {
+    const KOwnership& ownership = policy.GetOwnership();
+    if (IsSharedNameInEtc(service)) {
+        return "/etc/" + service +
+               ": many programs share this directory, so no service can be called " + service;
+    }
+    if (ownership.GetKnown() == KOwnership::Known::Manifest) {
+        for (const std::string& own : {NormalPath(productPath), "/etc/" + service}) {
+            const std::string manager =
+                LookAtEntry(own) && ownership.Find(own) == nullptr && !ownership.WasBegun(own)
+                    ? FindPackageManagerOf(own)
+                    : "";
+            if (!manager.empty()) {
+                return own + ": the directory belongs to a package of the system (" + manager + ")";
+            }
+        }
+    }
+    for (const std::string& emptied : EmptiedDirectories(plan)) {
+        if (!LookAtEntry(emptied) || ownership.Find(emptied) != nullptr) {
+            continue;
+        }
+        if (IsSystemDirectory(emptied, service)) {
+            return emptied + ": the script deletes what is in this directory of the system";
+        }
+        if (const std::string manager = FindPackageManagerOf(emptied); !manager.empty()) {
+            return emptied + ": the script deletes what is in this directory of a package (" +
+                   manager + ")";
+        }
+    }
+    return {};
+}
+
+std::string DescribeForeignContent(const KOwnership& ownership, const std::string& productPath) {
+    std::size_t count = 0;
+    std::string shown;
+    std::error_code none; // a directory that is not there, or cannot be read, holds nothing to tell
+    for (const auto& entry : std::filesystem::directory_iterator(productPath, none)) {
+        const std::string path = entry.path().string();
+        if (ownership.Find(path) != nullptr || ownership.WasBegun(path)) {
+            continue;
+        }
+        if (++count <= contentShown) {
+            shown += (count == 1 ? "" : ", ") + entry.path().filename().string();
+        }
+    }
+    if (count == 0) {
+        return {};
+    }
+    return "The directory " + NormalPath(productPath) +
+           " is there already, and what it holds stays and is not the product's: " + shown +
+           (count > contentShown ? " and " + std::to_string(count - contentShown) + " more" : "") +
+           ".";
+}
+
+std::string WhyConflict(const KPlan& plan) {
+    std::string words;
+    std::size_t count = 0;
+    plan.ForEachAction([&](const KPlannedAction& action) {
+        if (!action.conflict.empty() && ++count <= conflictsShown) {
+            words += (count == 1 ? "" : "; ") + action.path + ": " + action.conflict;
+        }
+    });
+    if (count > conflictsShown) {
+        words += "; and " + std::to_string(count - conflictsShown) + " more";
+    }
+    return words;
 }
 
 bool IsSystemdRunning() {

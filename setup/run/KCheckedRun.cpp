@@ -7,6 +7,7 @@
 #include <setup/output/TextFormat.h>
 #include <setup/plan/AddedLines.h>
 #include <setup/plan/LoadProblems.h>
+#include <setup/plan/RunRefusals.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/preflight/RunningPrograms.h>
 #include <setup/preflight/TrustedPlaces.h>
@@ -55,6 +56,44 @@ void RefuseErrors(const KPlannedRun& planned) {
     );
 }
 
+/// What the plan knows to fail is not begun. A command before it may make what is missing.
+void RefuseObstacles(const KPlannedRun& planned) {
+    const KPlan& plan = planned.GetPlan();
+    const std::string& name = planned.GetContext().report.product;
+    if (const std::string why = WhyConflict(plan); !why.empty()) {
+        throw KSetupFailure(
+            ExitCode::conflict,
+            name + " cannot have " + why +
+                ". Nothing was changed. Move it away, or use --allow-conflicts."
+        );
+    }
+    KLockedProduct& product = planned.GetProduct();
+    const std::string system =
+        WhySystemPlace(plan, planned.GetPolicy(), planned.GetProductPath(), product.GetService());
+    if (!system.empty() && !planned.GetContext().arguments.allowConflicts) {
+        throw KSetupFailure(
+            ExitCode::conflict,
+            system + ". Nothing was changed. --allow-conflicts does it all the same."
+        );
+    }
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        for (const KPlannedAction& action : rule.actions) {
+            if (action.kind == KPlannedAction::Kind::StartCommand) {
+                return;
+            }
+            if (!action.obstacle.empty()) {
+                throw KSetupFailure(
+                    ExitCodeOf(action),
+                    planned.GetContext().kit.GetScript().c_str() +
+                        (":" + std::to_string(rule.rule.line.number) + ": ") + rule.rule.line.type +
+                        "=" + rule.rule.line.value + " would fail: " + action.obstacle +
+                        ". Nothing was changed."
+                );
+            }
+        }
+    }
+}
+
 /// A signal until now changes nothing.
 void RefuseStopped(KSYS::KStopSignals& signals) {
     signals.Take();
@@ -75,11 +114,29 @@ KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRu
     SetOfflineServices(context.arguments.offlineServices);
     RequireScript();
     RunPreflight();
+    RefuseObstacles(planned);
     FindLogs();
+    TellOwnership();
     if (!planned.Installs()) {
         AskBeforeRemoval();
     }
     RefuseStopped(context.signals);
+}
+
+void KCheckedRun::TellOwnership() const {
+    KLockedProduct& product = planned.GetProduct();
+    std::vector<std::string>& notes = GetContext().report.notes;
+    if (planned.Installs() && !product.GetRecord() && !product.GetInterrupted()) {
+        if (std::string there =
+                DescribeForeignContent(product.GetOwnership(), planned.GetProductPath());
+            !there.empty()) {
+            notes.push_back(std::move(there));
+        }
+    }
+    if (product.GetOwnership().GetKnown() == KOwnership::Known::Nothing &&
+        product.GetOwnership().GetDamage().empty() && !planned.Installs()) {
+        notes.emplace_back(followsScript);
+    }
 }
 
 /// Refuses what the engine would refuse to load, too. The engine comes too late for that: when the
@@ -126,6 +183,23 @@ void KCheckedRun::FindLogs() {
     RequireSafeLog(commandLog);
 }
 
+/// Before the question: the files that are not the product's, and would go.
+void KCheckedRun::TellOfWhatGoesBesides() const {
+    constexpr std::size_t filesShown = 10;
+    const KOwnership& ownership = planned.GetProduct().GetOwnership();
+    std::size_t count = 0;
+    planned.GetPlan().ForEachAction([&](const KPlannedAction& action) {
+        const bool goes = action.kind == KPlannedAction::Kind::DeleteFile && !action.lacks;
+        if (goes && ownership.Find(action.path) == nullptr && ++count <= filesShown) {
+            std::cout << (count == 1 ? "Not the product's, and deleted too:\n    " : "    ")
+                      << Printable(action.path) << "\n";
+        }
+    });
+    if (count > filesShown) {
+        std::cout << "    and " << count - filesShown << " more\n";
+    }
+}
+
 /// Only where somebody sits: a run that nobody watches is never held up.
 void KCheckedRun::AskBeforeRemoval() const {
     const KRunContext& context = GetContext();
@@ -134,6 +208,7 @@ void KCheckedRun::AskBeforeRemoval() const {
         return;
     }
     const KRunReport& report = context.report;
+    TellOfWhatGoesBesides();
     std::cout << "Remove " << Printable(report.product) << " " << Printable(report.version)
               << " from " << Printable(report.productPath) << "? [y/N] " << std::flush;
     const std::optional<std::string> answer = context.signals.ReadLine(STDIN_FILENO);

@@ -29,6 +29,8 @@ class KCheckedRun {
     void RequireScript() const;
     void RunPreflight() const;
     void FindLogs();
+    void TellOwnership() const;
+    void TellOfWhatGoesBesides() const;
     void AskBeforeRemoval() const;
 
     KPlannedRun planned;

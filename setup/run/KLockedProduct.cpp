@@ -39,7 +39,8 @@ KLockedProduct::KLockedProduct(const KRunContext& given)
           [&reporter = given.reporter](const std::string& words) { reporter.Say(Printable(words)); }
       ),
       record(LoadRecord(installer)),
-      interrupted(KRunState::Read(service)) {
+      interrupted(KRunState::Read(service)),
+      ownership(service, record.has_value()) {
     if (interrupted) {
         context.reporter.Say(Printable(interrupted->ToWords()));
     }

@@ -4,7 +4,7 @@
 #include <ins/KInstaller.h>
 #include <setup/run/KRunContext.h>
 #include <setup/script/KMacroContext.h>
-#include <setup/state/KManifest.h>
+#include <setup/state/KOwnership.h>
 #include <setup/state/KRunLock.h>
 #include <setup/state/KRunState.h>
 
@@ -53,10 +53,8 @@ class KLockedProduct {
     /// The run that did not come to its end; nothing without one.
     const std::optional<KInterruptedRun>& GetInterrupted() const noexcept { return interrupted; }
 
-    /// What was installed, as it is written down; nothing without a manifest.
-    ///
-    /// Throws   KSetupFailure for one that cannot be understood
-    std::optional<KManifest> LoadManifest() const { return KManifest::Read(service); }
+    /// What is the product's, and what another's.
+    KOwnership& GetOwnership() noexcept { return ownership; }
 
   private:
     const KRunContext& context;
@@ -66,6 +64,7 @@ class KLockedProduct {
     KINS::KInstaller installer;
     std::optional<KInstalledRecord> record;
     std::optional<KInterruptedRun> interrupted;
+    KOwnership ownership;
 };
 
 } // namespace KSETUP

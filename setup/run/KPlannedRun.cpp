@@ -2,6 +2,7 @@
 #include <ins/Names.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/plan/ProductPath.h>
+#include <setup/plan/RunRefusals.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/preflight/TrustedPlaces.h>
 #include <setup/run/KPlannedRun.h>
@@ -60,7 +61,10 @@ KPlannedRun::KPlannedRun(KLockedProduct& locked, Action what, const std::string&
     macros.SetProductPath(productPath);
     KPlannedTree tree(KPlannedTree::Below::Disk, context.kit.GetDirectory(), view);
     const char* section = Installs() ? KINS::Names::installSection : KINS::Names::removeSection;
-    plan = std::make_unique<KPlan>(script, section, macros.GetExpander(), tree);
+    policy = std::make_unique<KChangePolicy>(
+        locked.GetOwnership(), productPath, OptionsOf(context.arguments)
+    );
+    plan = std::make_unique<KPlan>(script, section, macros.GetExpander(), tree, *policy);
 }
 
 /// From here on the kit is what it was made as.

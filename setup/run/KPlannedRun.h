@@ -36,6 +36,8 @@ class KPlannedRun {
     bool Installs() const noexcept { return action == Action::Install; }
     const KPlan& GetPlan() const noexcept { return *plan; }
     const std::string& GetProductPath() const noexcept { return productPath; }
+    /// What the run may do to what stands there already.
+    const KChangePolicy& GetPolicy() const noexcept { return *policy; }
     /// What the disk showed the plan, for further looks before the first change.
     const std::shared_ptr<KDiskView>& GetView() const noexcept { return view; }
     /// The digests of the kit's files, where its seal was read; once.
@@ -50,6 +52,7 @@ class KPlannedRun {
     KDigests sealed;
     std::string productPath;
     std::shared_ptr<KDiskView> view = std::make_shared<KDiskView>();
+    std::unique_ptr<KChangePolicy> policy;
     std::unique_ptr<KPlan> plan;
 };
 

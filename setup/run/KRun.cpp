@@ -57,12 +57,39 @@ std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
     return rules;
 }
 
+/// The configuration that is not as it was installed, and the digests of what was.
+std::map<std::string, std::string> FindEdited(const KChangePolicy& policy) {
+    std::map<std::string, std::string> edited;
+    for (const auto& [path, entry] : policy.GetOwnership().GetManifest().GetEntries()) {
+        if (policy.IsEdited(path)) {
+            edited.emplace(path, entry.digest);
+        }
+    }
+    return edited;
+}
+
+/// A run that goes on has what the first one saw: that one may have stopped a service itself.
+KServicesBefore FindServicesBefore(const KPlannedRun& planned) {
+    KLockedProduct& product = planned.GetProduct();
+    if (!planned.Installs() || planned.GetContext().arguments.startServices) {
+        return {};
+    }
+    if (const auto& begun = product.GetInterrupted()) {
+        return KServicesBefore::FromText(begun->services);
+    }
+    return product.GetRecord() ? KServicesBefore::Look(planned.GetPlan(), product.GetOwnership())
+                               : KServicesBefore();
+}
+
 } // namespace
 
 KRun::KRun(KCheckedRun&& checkedRun)
     : checked(std::move(checkedRun)),
       context(checked.GetContext()),
-      report(context.report) {
+      report(context.report),
+      services(FindServicesBefore(GetPlanned())),
+      ruleMaker(GetPlanned().GetPolicy(), services, changes),
+      edited(FindEdited(GetPlanned().GetPolicy())) {
     OpenJournal();
     try {
         BackUp();
@@ -73,6 +100,12 @@ KRun::KRun(KCheckedRun&& checkedRun)
     }
     watch = std::make_unique<KRunWatch>(installer, context, CountedRules(GetPlanned()));
     report.rulesAll = watch->GetRuleCount();
+    GetPlanned().GetProduct().GetOwnership().SetMadeNow([this](const std::string& path) {
+        return journal->IsMade(path);
+    });
+    installer.SetRuleFactory([this](auto& manager, const auto& type, const auto& line) {
+        return ruleMaker.Make(manager, type, line);
+    });
     installer.SetRunListener([this](const KRunEvent& event) {
         if (event.kind == KRunEvent::Kind::RuleStarted) {
             state->SetRule(event.rule + 1);
@@ -145,6 +178,7 @@ void KRun::Remember() {
     run.path = report.productPath;
     run.ruleCount = report.rulesAll;
     run.hasBackup = hasBackup;
+    run.services = services.ToText();
     state.emplace(service);
     state->Begin(run);
     if (GetPlanned().Installs() && !KKeptKit::FindDirectory(service)) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ins/KInstaller.h>
+#include <setup/rules/KRuleMaker.h>
 #include <setup/run/KCheckedRun.h>
 #include <setup/run/KCommandOutput.h>
 #include <setup/run/KRunWatch.h>
@@ -9,6 +10,7 @@
 #include <setup/state/KWriteJournal.h>
 #include <sup++/KError.h>
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -46,6 +48,8 @@ class KRun {
     void SettleInstall();
     void SettleRemoval();
     KManifest MakeManifest();
+    void CleanUp();
+    void FillChanges();
     std::vector<std::string> FindLeft() const;
     void Forget();
     void FillError(const KSUP::KError& error);
@@ -60,8 +64,12 @@ class KRun {
     KRunReport& report;
     KCommandOutput commandOutput;
     bool hasBackup = false; // of what the run replaces, its own or that of the one it goes on with
-    std::optional<KRunState> state;         // as the next
-    std::unique_ptr<KWriteJournal> journal; // there once the run is remembered
+    std::optional<KRunState> state; // as the next
+    KRunChanges changes;            // as its rules tell them
+    KServicesBefore services;       // of an upgrade
+    KRuleMaker ruleMaker;
+    std::map<std::string, std::string> edited; // configuration, and what it was installed as
+    std::unique_ptr<KWriteJournal> journal;    // there once the run is remembered
     std::unique_ptr<KRunWatch> watch;
     KINS::KInstaller installer; // last: its run uses the rest
 };

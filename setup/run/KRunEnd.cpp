@@ -3,15 +3,18 @@
 // A run from its first rule on: how it ends, what is remembered of it, and what is told.
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/PathText.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KRun.h>
 #include <setup/run/KeepKit.h>
+#include <setup/run/OutdatedPrograms.h>
 #include <setup/run/RunFailure.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/KKitFingerprint.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KFileBase.h>
+#include <sup++/SvcFile.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -27,6 +30,11 @@ namespace KSETUP {
 namespace {
 
 constexpr std::size_t pathsShown = 5;
+
+/// Units and the links that enable them are made anew by the rules of services.
+bool IsOfUnit(const std::string& path) {
+    return IsAtOrBelow(path, "/etc/systemd/system");
+}
 
 /// What a rule, by its number among those that count, was to copy and is not there. A stop takes
 /// away what is being copied, and so each further file of a wildcard, also one that had been there.
@@ -99,9 +107,12 @@ void KRun::Settle() {
 /// Without its manifest a product is installed, and nobody knows what it consists of: the run did
 /// not come to its end, and stands as interrupted.
 void KRun::SettleInstall() {
+    CleanUp();
+    KManifest manifest;
     try {
         KeepKit(GetPlanned()); // first: without the manifest the run goes on
-        MakeManifest().Write(GetPlanned().GetProduct().GetService());
+        manifest = MakeManifest();
+        manifest.Write(GetPlanned().GetProduct().GetService());
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
             failure.GetExitCode(),
@@ -111,22 +122,80 @@ void KRun::SettleInstall() {
     }
     journal->End();
     state->End();
+    report.outdated = DescribeOutdatedPrograms(manifest);
 }
 
 KManifest KRun::MakeManifest() {
     if (const int failed = journal->GetErrorNumber(); failed == ENOMEM) {
         throw KSetupFailure(ExitCode::internal, "there was no memory left to keep track of it.");
     }
+    const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
     KManifest manifest(journal->GetMade(), checked.TakeDigests());
-    try {
-        if (const auto former = GetPlanned().GetProduct().LoadManifest()) {
-            manifest.Merge(*former);
-        }
-    } catch (const KSetupFailure&) { // damaged, so lost; the new one is as true without it
+    manifest.Merge(ownership.GetManifest());
+    if (!ownership.GetDamage().empty()) { // so lost; the new one is as true without it
         report.notes.emplace_back("The former manifest could not be understood; it is written anew."
         );
     }
+    for (const std::string& path : journal->GetMade()) {
+        if (GetPlanned().GetPolicy().IsConfiguration(path) && !IsOfUnit(path)) {
+            manifest.MarkConfiguration(path, "");
+        }
+    }
+    for (const auto& [path, digest] : changes.kitDigests) {
+        manifest.MarkConfiguration(path, digest);
+    }
+    // Options that were put into an edited file are no reason to take it for the kit's next time.
+    for (const KRunChanges::Kept& kept : changes.configuration) {
+        edited.try_emplace(NormalPath(kept.path), changes.kitDigests[NormalPath(kept.path)]);
+    }
+    for (const auto& [path, digest] : edited) {
+        manifest.MarkEdited(path, digest);
+    }
     return manifest;
+}
+
+/// What the product owned, and neither has any more nor is to keep. What cannot be deleted stays,
+/// and stays the product's.
+void KRun::CleanUp() {
+    const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
+    std::set<std::string> made;
+    for (const std::string& path : journal->GetMade()) {
+        made.insert(ownership.RealPath(path));
+    }
+    for (const KPlannedAction& action : GetPlanned().GetPlan().GetCleanup()) {
+        if (made.contains(ownership.RealPath(action.path))) {
+            continue;
+        }
+        unsigned failed = ENOENT;
+        if (action.kind == KPlannedAction::Kind::DeleteFile) {
+            failed = SvcDeleteFile(0, action.path.c_str());
+        } else if (action.kind == KPlannedAction::Kind::DeleteDirectory) {
+            failed = SvcDeleteDirectory(0, action.path.c_str(), 0);
+        } else {
+            changes.configuration.push_back({action.path, ""});
+        }
+        if (failed == 0) {
+            report.obsolete.push_back(action.path);
+        }
+    }
+    if (!GetPlanned().Installs()) {
+        report.obsolete.clear(); // it is the removal itself
+    }
+}
+
+/// What the rules did otherwise than their lines say.
+void KRun::FillChanges() {
+    std::set<std::string> seen;
+    for (const KRunChanges::Kept& kept : changes.configuration) {
+        if (seen.insert(kept.path).second) {
+            report.keptConfiguration.push_back({kept.path, kept.offered});
+        }
+    }
+    report.keptServices.assign(changes.keptServices.begin(), changes.keptServices.end());
+    report.replacedLinks = changes.replacedLinks;
+    if (GetPlanned().Installs()) {
+        report.keptForeign = changes.foreign;
+    }
 }
 
 void KRun::SettleRemoval() {
@@ -140,6 +209,7 @@ void KRun::SettleRemoval() {
                 "product's link in /etc. Everything else that it names is removed."
         );
     }
+    CleanUp();
     report.leftBehind = FindLeft();
     if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.notes.emplace_back(
@@ -152,19 +222,22 @@ void KRun::SettleRemoval() {
 /// What an earlier run installed, or began to, and this one left; where that is not known the
 /// product path, if it is there.
 std::vector<std::string> KRun::FindLeft() const {
-    std::set<std::string> left;
+    std::set<std::string> left(changes.foreign.begin(), changes.foreign.end());
     for (const std::string& path : journal->GetMade()) { // by an install that did not end
         if (LookAtEntry(path)) {
             left.insert(path);
         }
     }
-    try {
-        if (const auto installed = GetPlanned().GetProduct().LoadManifest()) {
-            const std::vector<std::string> remaining = installed->FindRemaining();
-            left.insert(remaining.begin(), remaining.end());
-            return {left.begin(), left.end()};
+    const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
+    if (ownership.GetKnown() == KOwnership::Known::Manifest) {
+        const std::vector<std::string> remaining = ownership.GetManifest().FindRemaining();
+        left.insert(remaining.begin(), remaining.end());
+        for (const KRunChanges::Kept& kept : changes.configuration) {
+            left.erase(kept.path); // told with its own advice
         }
-    } catch (const KSetupFailure&) { // its advice is for those who keep the product
+        return {left.begin(), left.end()};
+    }
+    if (!ownership.GetDamage().empty()) { // its advice is for those who keep the product
         report.notes.push_back(
             std::string(stateBaseDirectory) + "/" + GetPlanned().GetProduct().GetService() +
             "/manifest could not be understood, so what was left is not known file by file."
@@ -176,10 +249,16 @@ std::vector<std::string> KRun::FindLeft() const {
     return {left.begin(), left.end()};
 }
 
-/// The product is gone, and what was remembered of it goes too, save a backup.
+/// The product is gone, and what was remembered of it goes too, save a backup; and save what it
+/// consisted of and is still there, so that a purge and the next install know whose it is.
 void KRun::Forget() {
     const std::string& service = GetPlanned().GetProduct().GetService();
-    KManifest::Remove(service);
+    const KManifest left = GetPlanned().GetProduct().GetOwnership().GetManifest().WithoutMissing();
+    if (left.HasFiles()) {
+        left.Write(service);
+    } else {
+        KManifest::Remove(service);
+    }
     journal->End();
     state->End();
     KInstalledKit::Remove(service);
@@ -246,6 +325,7 @@ std::string KRun::DescribeWhatStays() const {
 }
 
 void KRun::FillNotes() {
+    FillChanges();
     if (std::string left = DescribeLeftServices(); !left.empty()) {
         report.notes.push_back(std::move(left));
     }

@@ -58,7 +58,7 @@ bool KSameInstall::IsDone() const {
         return false;
     }
     const KInstalledRecord& record = *product.GetRecord();
-    const auto manifest = product.LoadManifest();
+    const auto manifest = KManifest::Read(product.GetService());
     if (!manifest || record.version != product.GetMacros().Expand("$verInfo$") ||
         record.buildNumber != SvcGetOEMDataEx()->buildNumber ||
         !LooksAsInstalled(*manifest, {RecordFile(product.GetInstaller(), record)})) {
@@ -87,7 +87,7 @@ void KSameInstall::Remember(const KPlannedRun& planned) const {
 void KSameInstall::WriteFingerprint(const KPlannedRun& planned) const {
     const std::string& service = product.GetService();
     const KKitFingerprint now(product.GetContext().kit.GetDirectory());
-    const auto manifest = product.LoadManifest();
+    const auto manifest = KManifest::Read(product.GetService());
     if (!manifest || now.GetLook() != kit.GetLook()) { // somebody wrote to it meanwhile
         KInstalledKit::Remove(service);
         return;

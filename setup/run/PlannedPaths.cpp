@@ -15,19 +15,6 @@ namespace {
 
 using Kind = KPlannedAction::Kind;
 
-constexpr const char* unitDirectory = "/etc/systemd/system/";
-
-bool MakesEntry(Kind kind) {
-    return kind == Kind::CreateDirectory || kind == Kind::CopyFile || kind == Kind::MakeLink ||
-           kind == Kind::CreateProfile || kind == Kind::PutOption;
-}
-
-/// The unit file of a service, and the link that enables it.
-void AddUnitPaths(const std::string& service, std::vector<std::string>& paths) {
-    paths.push_back(unitDirectory + service + ".service");
-    paths.push_back(std::string(unitDirectory) + "multi-user.target.wants/" + service + ".service");
-}
-
 /// Whether a directory, in its normal form, is nobody else's.
 bool IsOwn(
     const std::string& directory, const std::string& productPath, const std::string& serviceName
@@ -62,7 +49,8 @@ std::vector<std::string> ExpectedPaths(const KPlan& plan) {
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == Kind::InstallService) {
-                AddUnitPaths(action.path, units);
+                const std::vector<std::string> made = UnitPaths(action.path);
+                units.insert(units.end(), made.begin(), made.end());
             } else if (MakesEntry(action.kind) && !action.lacks && !action.replaces) {
                 paths.push_back(action.path);
             }
@@ -87,15 +75,14 @@ OwnDirectories(const KPlan& plan, const std::string& productPath, const std::str
 
 std::vector<std::string> ChangedPaths(const KPlan& plan) {
     std::vector<std::string> paths;
-    for (const KPlannedRule& rule : plan.GetRules()) {
-        for (const KPlannedAction& action : rule.actions) {
-            if (action.IsOfEntry()) {
-                paths.push_back(action.path);
-            } else if (action.kind == Kind::InstallService || action.kind == Kind::RemoveService) {
-                AddUnitPaths(action.path, paths);
-            }
+    plan.ForEachAction([&](const KPlannedAction& action) {
+        if (action.IsOfEntry()) {
+            paths.push_back(action.path);
+        } else if (action.kind == Kind::InstallService || action.kind == Kind::RemoveService) {
+            const std::vector<std::string> units = UnitPaths(action.path);
+            paths.insert(paths.end(), units.begin(), units.end());
         }
-    }
+    });
     return paths;
 }
 

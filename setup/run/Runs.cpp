@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/run/KRun.h>
 #include <setup/run/KSameInstall.h>
+#include <setup/run/Leftovers.h>
 #include <setup/run/Runs.h>
 #include <setup/state/KBackup.h>
 #include <setup/state/KKeptKit.h>
@@ -41,6 +42,8 @@ void Remove(const KRunContext& context) {
             "What was remembered of the interrupted run is deleted, so that it is not told again. "
             "Look for what it left where the product was to be installed."
         );
+    } else {
+        SettleLeftovers(product);
     }
 }
 

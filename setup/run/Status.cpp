@@ -3,6 +3,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/run/KLockedProduct.h>
+#include <setup/run/OutdatedPrograms.h>
 #include <setup/run/Status.h>
 #include <setup/state/KManifest.h>
 #include <setup/state/KRunLock.h>
@@ -64,6 +65,13 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     report.version = record->version;
     report.buildNumber = record->buildNumber;
     report.productPath = record->path;
+    try {
+        if (const auto manifest = KManifest::Read(service)) {
+            report.outdated = DescribeOutdatedPrograms(*manifest);
+        }
+    } catch (const KSETUP::KSetupFailure&) {
+        // who may not look, or a damaged manifest: --verify tells
+    }
     if (arguments.verify) {
         Verify(service, RecordFile(installer, *record), report);
     }

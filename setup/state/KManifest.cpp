@@ -110,6 +110,26 @@ void KManifest::MarkConfiguration(const std::string& path, const std::string& ki
     }
 }
 
+void KManifest::MarkEdited(const std::string& path, const std::string& digest) {
+    const auto found = entries.find(path);
+    if (found != entries.end() && found->second.kind == Kind::File) {
+        found->second.isConfiguration = true;
+        found->second.digest = digest;
+    }
+}
+
+KManifest KManifest::WithoutMissing() const {
+    KManifest there;
+    there.Merge(*this);
+    return there;
+}
+
+bool KManifest::HasFiles() const noexcept {
+    return std::any_of(entries.begin(), entries.end(), [](const auto& one) {
+        return one.second.kind != Kind::Directory;
+    });
+}
+
 void KManifest::Merge(const KManifest& former) {
     for (const auto& [path, entry] : former.entries) {
         unsigned whyMissing = 0;

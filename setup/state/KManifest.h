@@ -81,6 +81,14 @@ class KManifest {
     /// Throws   KSetupFailure for one that cannot be looked at or read
     explicit KManifest(const std::vector<std::string>& paths, const KDigests& known = {});
 
+    /// The file at the path is an edited one: what was installed is of these bytes, and the next run
+    /// is to see that.
+    void MarkEdited(const std::string& path, const std::string& digest);
+    /// Without what is not there any more.
+    KManifest WithoutMissing() const;
+    /// Whether anything but directories is in it.
+    bool HasFiles() const noexcept;
+
     /// Takes over what an earlier run installed and is still there, as it was installed then.
     void Merge(const KManifest& former);
 

@@ -53,6 +53,7 @@ KInterruptedRun Understood(const std::string& text) {
     run.path = line.GetText("path");
     run.ruleCount = ToNumber(line.GetNumber("rules"));
     run.hasBackup = line.Has("backup");
+    run.services = line.Has("services") ? line.GetText("services") : "";
     return run;
 }
 
@@ -84,6 +85,9 @@ void KRunState::Begin(const KRunDescription& run) {
     line.Put("version", run.version);
     line.Put("path", run.path);
     line.Put("rules", std::uint64_t{run.ruleCount});
+    if (!run.services.empty()) {
+        line.Put("services", run.services);
+    }
     if (run.hasBackup) {
         line.Put("backup", std::uint64_t{1});
     }

@@ -19,6 +19,7 @@ struct KRunDescription {
     std::string path; ///< of the product
     unsigned ruleCount = 0;
     bool hasBackup = false; ///< what it replaces was kept before
+    std::string services;   ///< that were at rest before it, as KServicesBefore writes them
 };
 
 /// A run that began and did not come to its end: it failed, was stopped, killed, or the machine

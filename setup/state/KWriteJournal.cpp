@@ -33,38 +33,9 @@ bool IsThere(const std::string& path) {
            (whyMissing != ENOENT && whyMissing != ENOTDIR);
 }
 
-} // namespace
-
-KWriteJournal::KWriteJournal(
-    const std::string& serviceName,
-    Begin begin,
-    const std::vector<std::string>& expected,
-    const std::string& base
-)
-    : directory(base, serviceName) {
-    if (begin == Begin::GoOn) {
-        Load(directory.Read(fileName).value_or(""));
-    }
-    std::string text;
-    for (const std::string& path : expected) {
-        text += Entry(expectedMark, NormalPath(path));
-    }
-    for (const std::string& path : made) {
-        text += Entry(madeMark, path);
-    }
-    directory.WriteDurably(fileName, text);
-    file = directory.Open(fileName, O_WRONLY | O_APPEND);
-    static_cast<void>(SvcSetWriteListener(&KWriteJournal::Listen, this)); // cannot fail
-}
-
-KWriteJournal::~KWriteJournal() {
-    static_cast<void>(SvcSetWriteListener(nullptr, nullptr)); // cannot fail
-    const KSYS::KScopedLock hold(guard);
-    SaveHeld(); // of a run that did not come to its end
-}
-
 /// The last entry may be cut off: a machine that went down had not flushed it.
-void KWriteJournal::Load(const std::string& text) {
+std::set<std::string> MadeIn(const std::string& text) {
+    std::set<std::string> made;
     std::set<std::string> expected;
     std::size_t at = 0;
     for (std::size_t end = text.find('\0'); end != std::string::npos;
@@ -89,6 +60,37 @@ void KWriteJournal::Load(const std::string& text) {
             made.insert(path);
         }
     }
+    return made;
+}
+
+} // namespace
+
+KWriteJournal::KWriteJournal(
+    const std::string& serviceName,
+    Begin begin,
+    const std::vector<std::string>& expected,
+    const std::string& base
+)
+    : directory(base, serviceName) {
+    if (begin == Begin::GoOn) {
+        made = MadeIn(directory.Read(fileName).value_or(""));
+    }
+    std::string text;
+    for (const std::string& path : expected) {
+        text += Entry(expectedMark, NormalPath(path));
+    }
+    for (const std::string& path : made) {
+        text += Entry(madeMark, path);
+    }
+    directory.WriteDurably(fileName, text);
+    file = directory.Open(fileName, O_WRONLY | O_APPEND);
+    static_cast<void>(SvcSetWriteListener(&KWriteJournal::Listen, this)); // cannot fail
+}
+
+KWriteJournal::~KWriteJournal() {
+    static_cast<void>(SvcSetWriteListener(nullptr, nullptr)); // cannot fail
+    const KSYS::KScopedLock hold(guard);
+    SaveHeld(); // of a run that did not come to its end
 }
 
 void KWriteJournal::Listen(void* journal, unsigned what, const char* path) noexcept {
@@ -137,6 +139,17 @@ void KWriteJournal::SaveHeld() noexcept {
         errorNumber = static_cast<int>(status);
     }
     pending.clear();
+}
+
+std::set<std::string>
+KWriteJournal::ReadMade(const std::string& serviceName, const std::string& base) {
+    const auto existing = KPrivateDirectory::OpenExisting(base, serviceName);
+    return existing ? MadeIn(existing->Read(fileName).value_or("")) : std::set<std::string>();
+}
+
+bool KWriteJournal::IsMade(const std::string& path) const {
+    const KSYS::KScopedLock hold(guard);
+    return made.contains(path);
 }
 
 std::vector<std::string> KWriteJournal::GetMade() const {

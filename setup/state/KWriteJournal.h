@@ -49,6 +49,14 @@ class KWriteJournal {
     KWriteJournal(const KWriteJournal&) = delete;
     KWriteJournal& operator=(const KWriteJournal&) = delete;
 
+    /// The same of a run that was interrupted; empty without one.
+    ///
+    /// Throws   KSetupFailure when the file cannot be read
+    static std::set<std::string>
+    ReadMade(const std::string& serviceName, const std::string& base = stateBaseDirectory);
+
+    /// Whether the path, in its normal form, was made and not deleted again.
+    bool IsMade(const std::string& path) const;
     /// The paths that were made and not deleted again, sorted.
     std::vector<std::string> GetMade() const;
     /// Why the file does not hold all of it; 0 when it does.
@@ -67,7 +75,6 @@ class KWriteJournal {
   private:
     static void Listen(void* journal, unsigned what, const char* path) noexcept;
     void Note(bool isMade, bool isSoon, const std::string& path) SUP_REQUIRES(guard);
-    void Load(const std::string& text) SUP_REQUIRES(guard);
     void SaveHeld() noexcept SUP_REQUIRES(guard);
 
     KPrivateDirectory directory;

@@ -3,14 +3,14 @@
 
 #include "../support/TemporaryTree.h"
 
-#include <sys/services/KServiceControl.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <functional>
 #include <string>
+
+#include <sys/services/KServiceControl.h>
 
 namespace KTEST {
 

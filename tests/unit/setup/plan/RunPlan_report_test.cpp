@@ -26,6 +26,7 @@ class PlanReportTest : public ::testing::Test {
         );
         arguments.kit = tree.Path("kit");
         arguments.productPath = tree.Path("product");
+        arguments.allowConflicts = true; // what stands there is nobody's
     }
 
     void GivenScript(const std::string& script) { tree.Write("kit/install.ini", script); }

@@ -22,7 +22,7 @@ class KRunStateTest : public ::testing::Test {
   protected:
     void SetUp() override { tree.Directory("lock", 01777); }
     static KRunDescription Run() {
-        return {KRunDescription::Action::Install, "DPS", "2.2", "/opt/d\xFF", 40};
+        return {KRunDescription::Action::Install, "DPS", "2.2", "/opt/d\xFF", 40, false, ""};
     }
     KRunState State() { return KRunState("dps", tree.Path("base")); }
     std::optional<KInterruptedRun> Read() {
@@ -74,7 +74,7 @@ TEST_F(KRunStateTest, TheNextRunReplacesWhatWasRemembered) {
         state.SetRule(14);
     }
     KRunState state = State();
-    state.Begin({KRunDescription::Action::Remove, "DPS", "2.2", "/opt/dps", 7});
+    state.Begin({KRunDescription::Action::Remove, "DPS", "2.2", "/opt/dps", 7, false, ""});
     EXPECT_EQ(Read()->rule, 0u);
     EXPECT_EQ(Read()->ruleCount, 7u);
 }

@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/KFileDigest.h>
+#include <setup/files/PathText.h>
+#include <setup/plan/KChangePolicy.h>
+
+#include <filesystem>
+#include <system_error>
+
+namespace KSETUP {
+
+namespace {
+
+const KOwnership& NobodysMachine() {
+    static const KOwnership nothing;
+    return nothing;
+}
+
+/// Empty for what cannot be read: it is like no other then.
+std::string DigestOf(const std::string& path) {
+    return path.empty() ? std::string() : DigestFile(path).sha256;
+}
+
+} // namespace
+
+KChangePolicy::KChangePolicy(
+    const KOwnership& whoOwns, const std::string& productPath, Options given
+)
+    : ownership(&whoOwns),
+      configDirectory(NormalPath(JoinPath(productPath, "config"))),
+      options(given) {}
+
+KChangePolicy::KChangePolicy() : ownership(&NobodysMachine()), options{true, true, true} {}
+
+bool KChangePolicy::IsConfiguration(const std::string& path, Treatment treatment) const {
+    if (treatment != Treatment::ByPlace) {
+        return treatment == Treatment::Configuration;
+    }
+    const std::string normal = NormalPath(path);
+    return IsAtOrBelow(normal, configDirectory) || IsAtOrBelow(normal, "/etc");
+}
+
+KChangePolicy::Copy KChangePolicy::DecideCopy(
+    const std::string& source,
+    const std::string& target,
+    const std::string& present,
+    Treatment treatment
+) const {
+    // What an interrupted run was at may be half a file.
+    if (present.empty() || options.replacesConfiguration || !IsConfiguration(target, treatment) ||
+        ownership->WasBegun(target)) {
+        return Copy::Write;
+    }
+    const std::string now = DigestOf(present);
+    const std::string offered = DigestOf(source);
+    if (now == offered) {
+        return Copy::Write;
+    }
+    const KManifestEntry* last = ownership->Find(target);
+    if (last == nullptr || last->kind != KManifestEntry::Kind::File) {
+        return Copy::Offer;
+    }
+    if (now == last->digest) {
+        return Copy::Write;
+    }
+    return offered == last->GetKitDigest() ? Copy::Keep : Copy::Offer;
+}
+
+std::string KChangePolicy::WhyNotReplace(const std::string& path, const std::string& source) const {
+    const bool isOwn = ownership->Find(path) != nullptr || ownership->WasBegun(path);
+    if (options.allowsConflicts || isOwn || !LookAtEntry(path)) {
+        return {};
+    }
+    if (const std::string other = ownership->FindOther(path); !other.empty()) {
+        return "it is a file of the product \"" + other + "\"";
+    }
+    if (ownership->Owns(path)) {
+        return {};
+    }
+    const std::string bytes = DigestOf(source);
+    const bool isSame = !bytes.empty() && bytes == DigestOf(path);
+    return isSame ? "" : "it is there already and not the product's";
+}
+
+bool KChangePolicy::IsEdited(const std::string& path) const {
+    const KManifestEntry* last = ownership->Find(path);
+    if (last == nullptr || last->kind != KManifestEntry::Kind::File ||
+        !(last->isConfiguration || IsConfiguration(path))) {
+        return false;
+    }
+    const auto now = LookAtEntry(NormalPath(path));
+    return now && (now->kind != last->kind || now->size != last->size ||
+                   DigestOf(NormalPath(path)) != last->digest);
+}
+
+bool KChangePolicy::MayDelete(const std::string& path, Named named) const {
+    if (options.purges) {
+        return true;
+    }
+    if (IsEdited(path)) {
+        return false;
+    }
+    return named == Named::ByScript ||
+           (ownership->Owns(path) &&
+            (ownership->GetKnown() == KOwnership::Known::Manifest || WhyNotDelete(path).empty()));
+}
+
+std::string KChangePolicy::WhyNotDelete(const std::string& path) const {
+    if (options.allowsConflicts || ownership->Find(path) != nullptr) {
+        return {};
+    }
+    const std::string other = ownership->FindOther(path);
+    return other.empty() ? "" : "it is a file of the product \"" + other + "\"";
+}
+
+bool KChangePolicy::IsRubbish(const std::string& path, const KManifestEntry& entry, bool installs)
+    const {
+    const auto now = LookAtEntry(path);
+    if (!now || now->kind != entry.kind) { // somebody laid something else there
+        return false;
+    }
+    if (installs) {
+        return true;
+    }
+    return !IsConfiguration(path) && now->target == entry.target && now->size == entry.size &&
+           (entry.kind != KManifestEntry::Kind::File || DigestOf(path) == entry.digest);
+}
+
+std::optional<std::vector<std::string>> KChangePolicy::FindWhatGivesWay(const std::string& path
+) const {
+    const std::string normal = NormalPath(path);
+    const auto isOwn = [&](const std::string& one) {
+        return ownership->Find(one) != nullptr && !IsEdited(one);
+    };
+    if (!isOwn(normal)) {
+        return std::nullopt;
+    }
+    std::vector<std::string> all;
+    std::error_code failed;
+    const std::filesystem::file_status status = std::filesystem::symlink_status(normal, failed);
+    if (!failed && std::filesystem::is_directory(status)) {
+        for (std::filesystem::recursive_directory_iterator at(normal, failed), end;
+             !failed && at != end;
+             at.increment(failed)) {
+            if (!isOwn(at->path().string())) {
+                return std::nullopt;
+            }
+            all.push_back(at->path().string());
+        }
+    }
+    if (failed) {
+        return std::nullopt;
+    }
+    std::vector<std::string> deepestFirst(all.rbegin(), all.rend());
+    deepestFirst.push_back(normal);
+    return deepestFirst;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/state/KOwnership.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace KSETUP {
+
+/// What a run may do to what stands there already, by who owns it: decided in one place for the plan,
+/// which tells it before, and for the rules, which do it.
+///
+/// Borrows the ownership. Paths may be written in any way; the disk is read at the call.
+///
+/// Threads  one at a time
+class KChangePolicy {
+  public:
+    struct Options {
+        bool purges = false;          ///< a removal does all that the script says
+        bool allowsConflicts = false; ///< what is not the product's may be replaced and deleted
+        bool replacesConfiguration = false; ///< also an edited one
+    };
+    KChangePolicy(const KOwnership& whoOwns, const std::string& productPath, Options given);
+    /// Everything may be changed: for the machine that a check of a kit imagines.
+    KChangePolicy();
+
+    const KOwnership& GetOwnership() const noexcept { return *ownership; }
+    bool Purges() const noexcept { return options.purges; }
+
+    /// How a rule that copies has its target taken.
+    enum class Treatment : std::uint8_t {
+        ByPlace,       ///< below the product's config/ or /etc it is a configuration
+        Configuration, ///< wherever it is
+        Program,       ///< never
+    };
+    bool IsConfiguration(const std::string& path, Treatment treatment = Treatment::ByPlace) const;
+
+    enum class Copy : std::uint8_t {
+        Write, ///< the target gets the kit's file
+        Keep,  ///< the administrator's stays: the kit has nothing newer for it
+        Offer, ///< it stays, and the kit's new one is put beside it: OfferedPath
+    };
+    /// What a copy does. `present` is the file whose bytes stand at the target, which is the target
+    /// itself unless a plan changed it; empty where nothing does.
+    Copy DecideCopy(
+        const std::string& source,
+        const std::string& target,
+        const std::string& present,
+        Treatment treatment
+    ) const;
+    /// Where a new configuration lies beside an edited one.
+    static std::string OfferedPath(const std::string& target) { return target + ".new"; }
+
+    /// Why what stands at the path must not be replaced: whose it is, in words. Empty when it may.
+    /// `source` is the file that takes its place; one with the same bytes is no loss.
+    std::string WhyNotReplace(const std::string& path, const std::string& source = {}) const;
+
+    enum class Named : std::uint8_t {
+        ByScript, ///< the script names this very file
+        BySweep,  ///< it is in a directory that is emptied, or matches a pattern
+    };
+    /// Whether a rule deletes it; if not, it stays.
+    bool MayDelete(const std::string& path, Named named) const;
+    /// Why a run that would delete it is refused: another product's. Empty when it is not.
+    std::string WhyNotDelete(const std::string& path) const;
+    /// Whether the path is a configuration that is not as it was installed.
+    bool IsEdited(const std::string& path) const;
+
+    /// Whether what the product owned and no rule made or deleted goes at the end of a run. Of a
+    /// removal only what can be had again: what is as it was installed, and no configuration.
+    bool IsRubbish(const std::string& path, const KManifestEntry& entry, bool installs) const;
+
+    /// What has to go so that something of another kind can take the path: of a file or link of the
+    /// product's itself, of a directory all below it, the deepest first, the path last. Nothing where
+    /// something of it is not the product's, and stays.
+    std::optional<std::vector<std::string>> FindWhatGivesWay(const std::string& path) const;
+
+  private:
+    const KOwnership* ownership;
+    std::string configDirectory; // of the product
+    Options options;
+};
+
+} // namespace KSETUP

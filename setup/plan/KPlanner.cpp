@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
+#include <setup/plan/KPlanner.h>
+
+#include <utility>
+
+namespace KSETUP {
+
+namespace {
+
+using Kind = KPlannedAction::Kind;
+using Fields = std::vector<std::string>;
+using KINS::KRuleOperation;
+using KINS::KRuleType;
+
+} // namespace
+
+KPlannedAction ActionOf(Kind kind, const std::string& path, const std::string& source) {
+    KPlannedAction action;
+    action.kind = kind;
+    action.path = path;
+    action.source = source;
+    return action;
+}
+
+std::string WhyNoPlace(const KPlannedPlace& place, const std::string& path) {
+    const std::string directory = ParentPath(NormalPath(path));
+    switch (place.problem) {
+    case KPathProblem::None:
+        return "";
+    case KPathProblem::Missing:
+        return "there is no directory " + directory;
+    case KPathProblem::NoDirectory:
+        return directory + " is no directory";
+    case KPathProblem::Link:
+        return "a symbolic link on the way is not followed: " + path;
+    case KPathProblem::TooLong:
+        return "a name or a path is too long: " + path;
+    }
+    return "";
+}
+
+std::vector<KPlannedAction> KPlanner::Plan(const KScriptRule& rule) {
+    actions.clear();
+    if (rule.operation == KRuleOperation::None) {
+        return {}; // it does nothing, or there is no run at all
+    }
+    switch (rule.type) {
+    case KRuleType::File:
+        PlanFile(rule.operation, rule.fields);
+        break;
+    case KRuleType::Directory:
+        PlanDirectory(rule.operation, rule.fields[1]);
+        break;
+    case KRuleType::Profile:
+        PlanProfile(rule.operation, rule.fields);
+        break;
+    case KRuleType::Process:
+        PlanProcess(rule.operation, rule.fields[1]);
+        break;
+    case KRuleType::Service:
+        PlanService(rule.operation, rule.fields);
+        break;
+    case KRuleType::Section:
+    case KRuleType::None:
+        break;
+    }
+    return std::move(actions);
+}
+
+std::string KPlanner::WhyNoPlace(const std::string& path, KPlannedTree::Last last) const {
+    return KSETUP::WhyNoPlace(tree.Resolve(path, last, KPlannedTree::Links::Trusted), path);
+}
+
+void KPlanner::PlanProcess(KRuleOperation operation, const std::string& command) {
+    if (operation == KRuleOperation::Start) {
+        services.NoteCommand();
+        actions.push_back(ActionOf(Kind::StartCommand, command));
+    } else if (operation == KRuleOperation::Stop) {
+        actions.push_back(ActionOf(Kind::StopProgram, command));
+    }
+}
+
+void KPlanner::PlanService(KRuleOperation operation, const Fields& fields) {
+    const std::string& name = fields[1];
+    const bool isWhole = fields.size() == 5;
+    if (operation == KRuleOperation::Install) {
+        actions.push_back(ActionOf(Kind::InstallService, name, isWhole ? fields[3] : ""));
+        actions.back().obstacle = isWhole ? services.Install(name, fields[2], fields[3], fields[4])
+                                          : services.Install(name, "", "", "");
+    } else if (operation == KRuleOperation::Start) {
+        actions.push_back(ActionOf(Kind::StartService, name));
+        actions.back().obstacle = services.Start(name);
+    } else if (operation == KRuleOperation::Stop) {
+        actions.push_back(ActionOf(Kind::StopService, name));
+        actions.back().obstacle = services.Stop(name);
+    } else if (operation == KRuleOperation::Remove) {
+        actions.push_back(ActionOf(Kind::RemoveService, name));
+        services.Remove(name);
+    }
+}
+
+} // namespace KSETUP

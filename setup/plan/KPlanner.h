@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/plan/KChangePolicy.h>
+#include <setup/plan/KPlan.h>
+#include <setup/plan/KPlannedServices.h>
+#include <setup/plan/KPlannedTree.h>
+
+#include <string>
+#include <vector>
+
+namespace KSETUP {
+
+/// Finds out what single rules do, on the tree that the ones before left. What stands there already
+/// is changed as the policy says. Borrows both.
+///
+/// Thread   one at a time
+class KPlanner {
+  public:
+    KPlanner(KPlannedTree& plannedTree, const KChangePolicy& changePolicy, KServiceFate fate)
+        : tree(plannedTree),
+          policy(changePolicy),
+          services(plannedTree, fate) {}
+
+    std::vector<KPlannedAction> Plan(const KScriptRule& rule);
+
+  private:
+    void PlanFile(KINS::KRuleOperation operation, const std::vector<std::string>& fields);
+    void CopyMatches(const std::string& pattern, const std::string& target);
+    void Copy(
+        const std::string& source,
+        const std::string& target,
+        KChangePolicy::Treatment treatment = KChangePolicy::Treatment::ByPlace
+    );
+    /// Whether what stands at the target stays; the new one may then lie beside it.
+    bool Keeps(const KPlannedAction& copy, const std::string& present);
+    void Delete(const std::string& path, KChangePolicy::Named named);
+    /// Deletes what is the product's own and in the way of something of another kind.
+    bool MakeWay(const std::string& path);
+    bool WasMadeByPlan(const std::string& path) const;
+    /// Of what a directory or a profile names: what cannot be deleted stays, without a word.
+    void DeleteIfPossible(const std::string& path, KChangePolicy::Named named);
+    void Link(const std::string& target, const std::string& path);
+    void PlanDirectory(KINS::KRuleOperation operation, const std::string& path);
+    /// Whether above the path something stands that was there before and is no directory.
+    bool IsBlockedByDisk(const std::string& path) const;
+    void PlanProfile(KINS::KRuleOperation operation, const std::vector<std::string>& fields);
+    void Create(const std::string& profile);
+    void Put(const std::string& profile, const KPlannedTree::Option& option);
+    void
+    RemoveListed(const std::string& profile, const std::string& section, const std::string& text);
+    void PlanProcess(KINS::KRuleOperation operation, const std::string& command);
+    void PlanService(KINS::KRuleOperation operation, const std::vector<std::string>& fields);
+    /// Why nothing can be made at the path, nor deleted: the way to it. Empty when it can.
+    std::string WhyNoPlace(const std::string& path, KPlannedTree::Last last) const;
+
+    KPlannedTree& tree;
+    const KChangePolicy& policy;
+    KPlannedServices services;
+    std::vector<KPlannedAction> actions;
+};
+
+/// An action of a kind, at a path.
+KPlannedAction
+ActionOf(KPlannedAction::Kind kind, const std::string& path, const std::string& source = {});
+
+/// What is wrong with the place that a path leads to, in words; empty for nothing.
+std::string WhyNoPlace(const KPlannedPlace& place, const std::string& path);
+
+} // namespace KSETUP

@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
+#include <setup/plan/KPlanner.h>
+
+#include <climits>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace KSETUP {
+
+namespace {
+
+using Kind = KPlannedAction::Kind;
+using Fields = std::vector<std::string>;
+using KINS::KRuleOperation;
+
+constexpr const char* keptForeign = "it is not the product's";
+constexpr const char* keptEdited = "it was edited";
+constexpr const char* keptWithNew = "it was edited; the kit's is put beside it";
+
+bool NamesDirectory(const std::string& path) {
+    return path.ends_with('/');
+}
+
+} // namespace
+
+void KPlanner::PlanFile(KRuleOperation operation, const Fields& fields) {
+    const std::string& name = fields[1];
+    const std::string& directory = fields[2];
+    const std::string target = fields.size() > 3 ? fields[3] : "";
+    const std::string& targetName = fields.size() == 5 ? fields[4] : name;
+    const std::string path = JoinPath(directory, name);
+    if (operation == KRuleOperation::Copy && IsPattern(name)) {
+        CopyMatches(path, target);
+    } else if (operation == KRuleOperation::Copy) {
+        Copy(path, JoinPath(target, targetName));
+    } else if (operation == KRuleOperation::Delete && IsPattern(name)) {
+        for (const std::string& one : tree.List(directory, name)) {
+            Delete(JoinPath(directory, one), KChangePolicy::Named::BySweep);
+        }
+    } else if (operation == KRuleOperation::Delete) {
+        Delete(path, KChangePolicy::Named::ByScript);
+    } else if (operation == KRuleOperation::Symlink) {
+        Link(path, JoinPath(target, targetName));
+    }
+}
+
+void KPlanner::CopyMatches(const std::string& pattern, const std::string& target) {
+    const std::string directory = pattern.substr(0, pattern.rfind('/') + 1);
+    const KPlannedPlace place =
+        tree.Resolve(directory, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
+    if (place.problem == KPathProblem::Link || place.problem == KPathProblem::TooLong) {
+        KPlannedAction action = ActionOf(Kind::CopyFile, target, pattern);
+        action.lacks = true;
+        action.obstacle = KSETUP::WhyNoPlace(place, directory);
+        actions.push_back(std::move(action));
+        return;
+    }
+    for (const std::string& one : tree.List(directory, std::string(NameOfPath(pattern)))) {
+        Copy(directory + one, JoinPath(target, one));
+    }
+}
+
+bool KPlanner::WasMadeByPlan(const std::string& path) const {
+    return tree.GetChanges().contains(NormalPath(path));
+}
+
+bool KPlanner::MakeWay(const std::string& path) {
+    const auto all = WasMadeByPlan(path) ? std::nullopt : policy.FindWhatGivesWay(path);
+    if (!all) {
+        return false;
+    }
+    for (const std::string& one : *all) {
+        const bool isDirectory = tree.Find(one).kind == KEntryKind::Directory;
+        actions.push_back(ActionOf(isDirectory ? Kind::DeleteDirectory : Kind::DeleteFile, one));
+        tree.Remove(one);
+    }
+    return true;
+}
+
+bool KPlanner::Keeps(const KPlannedAction& copy, const std::string& present) {
+    const auto treatment = copy.isConfiguration ? KChangePolicy::Treatment::Configuration
+                                                : KChangePolicy::Treatment::Program;
+    const auto decided =
+        policy.DecideCopy(tree.GetContent(copy.source), copy.path, present, treatment);
+    if (decided == KChangePolicy::Copy::Write) {
+        return false;
+    }
+    const bool isOffered = decided == KChangePolicy::Copy::Offer;
+    actions.push_back(ActionOf(
+        Kind::KeepFile, copy.path, isOffered ? keptWithNew : "it was edited; the kit's is no newer"
+    ));
+    if (isOffered) {
+        KPlannedAction beside = copy;
+        beside.path = KChangePolicy::OfferedPath(copy.path);
+        beside.replaces = tree.Exists(beside.path);
+        beside.conflict = policy.WhyNotReplace(beside.path, copy.source);
+        tree.PutCopy(beside.path, tree.FindTarget(copy.source), copy.source);
+        actions.push_back(std::move(beside));
+    }
+    return true;
+}
+
+void KPlanner::Copy(
+    const std::string& source, const std::string& target, KChangePolicy::Treatment treatment
+) {
+    KPlannedAction action = ActionOf(Kind::CopyFile, target, source);
+    const KPlannedEntry found = tree.FindTarget(source);
+    action.bytes = found.bytes;
+    action.mode = found.mode;
+    action.lacks = found.kind != KEntryKind::File;
+    action.isConfiguration = policy.IsConfiguration(target, treatment);
+    // A link that is there is replaced itself: what it leads to is not the product's. One that the
+    // script made is written through.
+    const bool isOurs = WasMadeByPlan(target);
+    const auto last = isOurs ? KPlannedTree::Last::Follow : KPlannedTree::Last::Keep;
+    const KPlannedPlace place = tree.Resolve(target, last, KPlannedTree::Links::Trusted);
+    KEntryKind former = tree.Find(place.path).kind;
+    action.replacesLink = former == KEntryKind::Link;
+    if (!action.lacks && !isOurs && former != KEntryKind::Nothing &&
+        former != KEntryKind::Directory) {
+        if (Keeps(action, place.path)) {
+            return;
+        }
+        action.conflict = policy.WhyNotReplace(target, tree.GetContent(source));
+    }
+    if (!action.lacks && former == KEntryKind::Directory && !NamesDirectory(target) &&
+        MakeWay(target)) {
+        former = KEntryKind::Nothing;
+    }
+    action.replaces = former != KEntryKind::Nothing;
+    if (action.lacks) {
+        action.obstacle = found.kind == KEntryKind::Nothing ? source + " is missing"
+                                                            : source + " is no regular file";
+    } else if (former == KEntryKind::Directory || NamesDirectory(target)) {
+        action.obstacle = target + " is a directory";
+    } else if (former == KEntryKind::Other) {
+        action.obstacle = target + " is no regular file";
+    } else {
+        action.obstacle = KSETUP::WhyNoPlace(place, target);
+    }
+    action.lacksDirectory = place.problem == KPathProblem::Missing;
+    // Also where its directory is missing: that is told once, not for all that follows.
+    if (!action.lacks && former != KEntryKind::Directory) {
+        tree.PutCopy(place.path, found, source);
+    }
+    actions.push_back(std::move(action));
+}
+
+void KPlanner::Delete(const std::string& path, KChangePolicy::Named named) {
+    KPlannedAction action = ActionOf(Kind::DeleteFile, path);
+    const KPlannedPlace place =
+        tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
+    const bool isPlace =
+        place.problem == KPathProblem::None || place.problem == KPathProblem::Missing;
+    const KPlannedEntry found = isPlace ? tree.Find(place.path) : KPlannedEntry();
+    action.bytes = found.bytes;
+    action.lacks = found.kind == KEntryKind::Nothing || found.kind == KEntryKind::Directory;
+    if (found.kind == KEntryKind::Directory || NamesDirectory(path)) {
+        action.lacks = true;
+        action.obstacle = path + " is a directory";
+    } else if (place.problem != KPathProblem::Missing) {
+        action.obstacle = KSETUP::WhyNoPlace(place, path);
+    }
+    if (!action.lacks && !WasMadeByPlan(path)) {
+        if (!policy.MayDelete(path, named)) {
+            actions.push_back(
+                ActionOf(Kind::KeepFile, path, policy.IsEdited(path) ? keptEdited : keptForeign)
+            );
+            return;
+        }
+        action.conflict = policy.WhyNotDelete(path);
+    }
+    if (!action.lacks) {
+        tree.Remove(place.path);
+    }
+    actions.push_back(std::move(action));
+}
+
+void KPlanner::DeleteIfPossible(const std::string& path, KChangePolicy::Named named) {
+    Delete(path, named);
+    actions.back().obstacle.clear();
+}
+
+void KPlanner::Link(const std::string& target, const std::string& path) {
+    KPlannedAction action = ActionOf(Kind::MakeLink, path, target);
+    KPlannedEntry former = tree.Find(path);
+    const bool isInTheWay = former.kind == KEntryKind::File || former.kind == KEntryKind::Directory;
+    if (isInTheWay && !NamesDirectory(path) && MakeWay(path)) {
+        former = KPlannedEntry();
+    }
+    action.replaces = former.kind != KEntryKind::Nothing;
+    if (action.replaces && former.kind != KEntryKind::Link) {
+        action.obstacle = path + " is no link, and a link replaces nothing else";
+    } else if (target.size() >= PATH_MAX) {
+        action.obstacle = "a link cannot lead to so long a path: " + target;
+    } else if (NamesDirectory(path)) {
+        action.obstacle = path + " names a directory";
+    } else {
+        action.obstacle = WhyNoPlace(path, KPlannedTree::Last::Keep);
+    }
+    if (action.obstacle.empty() && action.replaces && former.target != target &&
+        !WasMadeByPlan(path)) {
+        action.conflict = policy.WhyNotReplace(path);
+    }
+    action.lacksDirectory =
+        tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted).problem ==
+        KPathProblem::Missing;
+    KPlannedEntry entry;
+    entry.kind = KEntryKind::Link;
+    entry.target = target;
+    tree.Put(path, std::move(entry));
+    actions.push_back(std::move(action));
+}
+
+void KPlanner::PlanDirectory(KRuleOperation operation, const std::string& path) {
+    if (operation == KRuleOperation::Create) {
+        const KEntryKind former = tree.FindTarget(path).kind;
+        if (former != KEntryKind::Directory && tree.Exists(path)) {
+            MakeWay(path);
+        }
+        for (const std::string& made : tree.MakeDirectory(path)) {
+            actions.push_back(ActionOf(Kind::CreateDirectory, made));
+        }
+        if (IsBlockedByDisk(path)) { // the run is refused for it, so it is told
+            actions.push_back(ActionOf(Kind::CreateDirectory, path));
+        }
+    } else if (operation == KRuleOperation::Delete) {
+        for (const std::string& name : tree.List(path, "*")) {
+            DeleteIfPossible(JoinPath(path, name), KChangePolicy::Named::BySweep);
+        }
+        KPlannedAction action = ActionOf(Kind::DeleteDirectory, path);
+        const KPlannedPlace place =
+            tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
+        action.lacks = place.problem != KPathProblem::None ||
+                       tree.Find(path).kind != KEntryKind::Directory || !tree.IsEmpty(path);
+        if (!action.lacks) {
+            tree.Remove(path);
+        }
+        actions.push_back(std::move(action));
+    }
+}
+
+bool KPlanner::IsBlockedByDisk(const std::string& path) const {
+    std::string at = ParentPath(NormalPath(path));
+    while (!at.empty() && at != "/" && !tree.Exists(at)) {
+        at = ParentPath(at);
+    }
+    const KEntryKind kind = tree.FindTarget(at).kind;
+    return (kind == KEntryKind::File || kind == KEntryKind::Other) &&
+           !tree.GetChanges().contains(at);
+}
+
+} // namespace KSETUP

@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+#include <ins/KInstallRuleManagerBase.h>
+#include <setup/files/KFileDigest.h>
+#include <setup/files/PathText.h>
+#include <setup/plan/KPlannedTree.h>
+#include <setup/rules/KOwnedFileRule.h>
+#include <sup++/KFileBase.h>
+#include <sup++/KFileEnum.h>
+#include <sup++/KUtil.h>
+#include <sup++/SvcFile.h>
+
+namespace KSETUP {
+
+namespace {
+
+using KINS::KRuleOperation;
+using KSUP::KString;
+using Named = KChangePolicy::Named;
+using Purpose = KSUP::KDirectory::Purpose;
+
+KString Join(const KString& directory, const KString& name) {
+    return KSUP::KUtil::AppendPathSep(directory, "/") + name;
+}
+
+} // namespace
+
+bool MayDelete(
+    const KChangePolicy& policy, const std::string& path, Named named, KRunChanges& changes
+) {
+    if (policy.MayDelete(path, named)) {
+        return true;
+    }
+    if (policy.IsEdited(path)) {
+        changes.configuration.push_back({path, ""});
+    } else {
+        changes.foreign.push_back(path);
+    }
+    return false;
+}
+
+/// What cannot go keeps what is to come from being made, and that tells.
+void MakeWay(const KChangePolicy& policy, const std::string& path) {
+    const auto all = policy.FindWhatGivesWay(path);
+    if (!all) {
+        return;
+    }
+    for (const std::string& one : *all) {
+        const auto entry = LookAtEntry(one);
+        const bool isDirectory = entry && entry->kind == KManifestEntry::Kind::Directory;
+        static_cast<void>(
+            isDirectory ? SvcDeleteDirectory(0, one.c_str(), 0) : SvcDeleteFile(0, one.c_str())
+        );
+    }
+}
+
+KOwnedFileRule::KOwnedFileRule(
+    KINS::KInstallRuleManagerBase& owner,
+    const KString& line,
+    const KChangePolicy& changePolicy,
+    KRunChanges& runChanges
+)
+    : KFileRule(&owner, line),
+      policy(changePolicy),
+      changes(runChanges) {}
+
+KOwnedFileRule::~KOwnedFileRule() = default;
+
+KChangePolicy::Treatment KOwnedFileRule::GetTreatment() const {
+    return KChangePolicy::Treatment::ByPlace;
+}
+
+void KOwnedFileRule::Execute() {
+    const bool isPattern = IsPattern(fileName.c_str());
+    const KString source = Join(sourceDirectory, fileName);
+    switch (KINS::KRuleLine::FindOperation(KINS::KRuleType::File, operation)) {
+    case KRuleOperation::Copy:
+        if (isPattern) {
+            CopyMatches();
+        } else {
+            Copy(source, nullptr, Join(targetDirectory, targetName), nullptr);
+        }
+        break;
+    case KRuleOperation::Delete:
+        if (isPattern) {
+            DeleteMatches();
+        } else if (policy.GetOwnership().WasMadeNow(source.c_str()) || MayDelete(policy, source.c_str(), Named::ByScript, changes)) {
+            DeleteFile(source);
+        }
+        break;
+    case KRuleOperation::Symlink:
+        Lay();
+        break;
+    default:
+        break; // any other operation does nothing, and is meant to
+    }
+}
+
+void KOwnedFileRule::CopyMatches() {
+    const KString pattern = Join(sourceDirectory, fileName);
+    KSUP::KFileEnum files(pattern, false, false);
+    KSUP::KDirectory from(KSUP::KUtil::RemoveFileFromPath(pattern, "/"), Purpose::Read);
+    KSUP::KDirectory to(targetDirectory, Purpose::Write);
+    while (files.Enum()) {
+        const KString source = files.GetPath();
+        Copy(source, &from, to.GetPath() + KSUP::KUtil::GetFileFromPath(source, "/"), &to);
+    }
+}
+
+void KOwnedFileRule::Copy(
+    const KString& source,
+    KSUP::KDirectory* fromDirectory,
+    const KString& target,
+    KSUP::KDirectory* toDirectory
+) {
+    const std::string path = target.c_str();
+    const auto former = LookAtEntry(path);
+    // What this run made itself is its own affair, also a link that it writes through.
+    if (!former || policy.GetOwnership().WasMadeNow(path)) {
+        NoteConfiguration(source, path);
+        CopyHeld(source, fromDirectory, target, toDirectory);
+        return;
+    }
+    if (former->kind == KManifestEntry::Kind::Directory) {
+        MakeWay(policy, path);
+    } else if (Keeps(source.c_str(), path)) {
+        return;
+    } else if (former->kind == KManifestEntry::Kind::Link) {
+        changes.replacedLinks.emplace_back(path, former->target);
+        KSUP::KFileBase::DeleteFile(target);
+    }
+    CopyHeld(source, fromDirectory, target, toDirectory);
+}
+
+/// So that the next run knows what the kit had, and an edit from an upgrade.
+void KOwnedFileRule::NoteConfiguration(const KString& source, const std::string& target) {
+    if (policy.IsConfiguration(target, GetTreatment())) {
+        changes.kitDigests[NormalPath(target)] = DigestFile(source.c_str()).sha256;
+    }
+}
+
+bool KOwnedFileRule::Keeps(const std::string& source, const std::string& target) {
+    NoteConfiguration(source.c_str(), target);
+    const auto decided = policy.DecideCopy(source, target, target, GetTreatment());
+    if (decided == KChangePolicy::Copy::Write) {
+        return false;
+    }
+    if (decided == KChangePolicy::Copy::Keep) {
+        changes.configuration.push_back({target, ""});
+        return true;
+    }
+    const std::string offered = KChangePolicy::OfferedPath(target);
+    changes.configuration.push_back({target, offered});
+    changes.kitDigests[NormalPath(offered)] = changes.kitDigests[NormalPath(target)];
+    CopyFile(source.c_str(), offered.c_str());
+    return true;
+}
+
+void KOwnedFileRule::DeleteMatches() {
+    if (!KSUP::KFileBase::DoesFileExist(sourceDirectory)) {
+        return;
+    }
+    KSUP::KFileEnum files(sourceDirectory, fileName, false, false);
+    while (files.Enum()) {
+        if (MayDelete(policy, files.GetPath().c_str(), Named::BySweep, changes)) {
+            DeleteFile(files.GetPath());
+        }
+    }
+}
+
+void KOwnedFileRule::Lay() {
+    const std::string link = Join(targetDirectory, targetName).c_str();
+    const auto former = LookAtEntry(link);
+    if (former && former->kind != KManifestEntry::Kind::Link) {
+        MakeWay(policy, link);
+    }
+    KFileRule::Execute();
+}
+
+} // namespace KSETUP

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ins/KInstaller.h>
+#include <setup/plan/KChangePolicy.h>
+#include <setup/rules/KRunChanges.h>
+#include <setup/rules/KServicesBefore.h>
+
+#include <memory>
+
+namespace KSETUP {
+
+/// Makes the rules that ins-setup has in place of the engine's, or besides them.
+///
+/// Borrows all; it goes after the rules that it made.
+class KRuleMaker {
+  public:
+    KRuleMaker(
+        const KChangePolicy& changePolicy,
+        const KServicesBefore& servicesBefore,
+        KRunChanges& runChanges
+    )
+        : policy(changePolicy),
+          services(servicesBefore),
+          changes(runChanges) {}
+
+    /// Null for a line that is the engine's.
+    std::unique_ptr<KINS::KInstallRule> Make(
+        KINS::KInstallRuleManagerBase& manager, const KSUP::KString& type, const KSUP::KString& line
+    ) const;
+
+  private:
+    const KChangePolicy& policy;
+    const KServicesBefore& services;
+    KRunChanges& changes;
+};
+
+} // namespace KSETUP

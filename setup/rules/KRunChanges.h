@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace KSETUP {
+
+/// What the rules of a run did otherwise than their lines say, because of who owns what: filled by
+/// the rules, read when the run is over.
+///
+/// Threads  the run's while it goes on, then the main thread's
+struct KRunChanges {
+    struct Kept {
+        std::string path;
+        std::string offered; ///< where the kit's newer one lies; empty without one
+    };
+    std::vector<Kept> configuration;  ///< edited files that stay
+    std::vector<std::string> foreign; ///< what a sweep left, as it is not the product's
+    /// Links that were replaced themselves, and what they lead to.
+    std::vector<std::pair<std::string, std::string>> replacedLinks;
+    /// Services that stay as the administrator had them: "stopped", "disabled", "masked".
+    std::map<std::string, std::string> keptServices;
+    /// Configurations that were copied or kept, with the digest of the kit's file.
+    std::map<std::string, std::string> kitDigests;
+};
+
+} // namespace KSETUP

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+#include <setup/plan/RunRefusals.h>
+#include <setup/rules/KServicesBefore.h>
+
+#include <chrono>
+#include <filesystem>
+#include <sstream>
+#include <system_error>
+#include <utility>
+
+#include <sys/services/KServiceError.h>
+#include <sys/services/KSystemdUnit.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr std::chrono::seconds askFor{5};
+constexpr const char* unitDirectory = "/etc/systemd/system";
+constexpr const char* nowhere = "/dev/null";
+
+/// At rest without having failed: one that failed is what an upgrade may be for.
+bool IsStopped(const std::string& service) {
+    if (!IsSystemdRunning()) {
+        return false;
+    }
+    try {
+        KSYS::KSystemdUnit unit(service + ".service", KSYS::KSystemdUnit::Clock::now() + askFor);
+        unit.Open();
+        return unit.GetState().active == "inactive";
+    } catch (const KSYS::KServiceError&) {
+        return false;
+    }
+}
+
+} // namespace
+
+KServicesBefore KServicesBefore::Look(const KPlan& plan, const KOwnership& ownership) {
+    KServicesBefore before;
+    std::set<std::string> names;
+    plan.ForEachAction([&](const KPlannedAction& action) {
+        if (action.kind == KPlannedAction::Kind::InstallService ||
+            action.kind == KPlannedAction::Kind::StartService) {
+            names.insert(action.path);
+        }
+    });
+    for (const std::string& name : names) {
+        const std::string path = UnitPaths(name).front();
+        if (ownership.GetManifest().Find(path) == nullptr) {
+            continue;
+        }
+        const auto unit = LookAtEntry(path);
+        if (unit && unit->target == nowhere) {
+            before.masked.insert(name);
+        } else if (unit && FindEnablingLinks(name).empty()) {
+            before.disabled.insert(name);
+        }
+        if (unit && IsStopped(name)) {
+            before.stopped.insert(name);
+        }
+    }
+    return before;
+}
+
+std::vector<std::string> FindEnablingLinks(const std::string& service) {
+    std::vector<std::string> links;
+    std::error_code none; // what cannot be read enables nothing
+    for (const auto& target : std::filesystem::directory_iterator(unitDirectory, none)) {
+        const std::string link = (target.path() / (service + ".service")).string();
+        if (target.is_directory(none) && LookAtEntry(link)) {
+            links.push_back(link);
+        }
+    }
+    return links;
+}
+
+std::string KServicesBefore::ToText() const {
+    std::string text;
+    const auto append = [&](const char* what, const std::set<std::string>& names) {
+        for (const std::string& name : names) {
+            text += (text.empty() ? "" : " ") + (what + name);
+        }
+    };
+    append("stopped:", stopped);
+    append("disabled:", disabled);
+    append("masked:", masked);
+    return text;
+}
+
+KServicesBefore KServicesBefore::FromText(const std::string& text) {
+    KServicesBefore before;
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        const std::size_t colon = word.find(':');
+        const std::string what = word.substr(0, colon);
+        auto& names = what == "stopped"    ? before.stopped
+                      : what == "disabled" ? before.disabled
+                                           : before.masked;
+        names.insert(word.substr(colon + 1));
+    }
+    return before;
+}
+
+} // namespace KSETUP

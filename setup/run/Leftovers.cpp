@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/run/Leftovers.h>
+#include <setup/state/KKeptKit.h>
+#include <setup/state/StateDirectory.h>
+#include <sup++/SvcFile.h>
+
+namespace KSETUP {
+
+void SettleLeftovers(KLockedProduct& product) {
+    const KRunContext& context = product.GetContext();
+    const KManifest& manifest = product.GetOwnership().GetManifest();
+    if (!manifest.HasFiles()) {
+        return;
+    }
+    if (!context.arguments.purge) {
+        for (const std::string& path : manifest.FindRemaining()) {
+            context.report.leftBehind.push_back(path);
+        }
+        context.report.notes.emplace_back("\"ins-setup remove --purge\" deletes it.");
+        return;
+    }
+    const auto& entries = manifest.GetEntries();
+    for (auto at = entries.rbegin(); at != entries.rend(); ++at) { // what is in a directory first
+        const bool isDirectory = at->second.kind == KManifestEntry::Kind::Directory;
+        static_cast<void>(
+            isDirectory ? SvcDeleteDirectory(0, at->first.c_str(), 0)
+                        : SvcDeleteFile(0, at->first.c_str())
+        );
+    }
+    for (const std::string& path : manifest.FindRemaining()) {
+        context.report.leftBehind.push_back(path);
+    }
+    KManifest::Remove(product.GetService());
+    KKeptKit::RemoveUnlessNeeded(product.GetService());
+    RemoveEmptyStateDirectory(product.GetService());
+    context.report.changed = true;
+    context.report.notes.emplace_back("What an earlier removal left is deleted.");
+}
+
+} // namespace KSETUP

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/files/PathText.h>
+#include <setup/state/KOwnership.h>
+#include <setup/state/KWriteJournal.h>
+
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+namespace KSETUP {
+
+namespace {
+
+/// The services of which something is remembered.
+std::vector<std::string> KnownServices(const std::string& base) {
+    std::vector<std::string> names;
+    std::error_code unreadable; // then nothing is known
+    for (const auto& entry : std::filesystem::directory_iterator(base, unreadable)) {
+        names.push_back(entry.path().filename().string());
+    }
+    return names;
+}
+
+} // namespace
+
+KOwnership::KOwnership(const std::string& serviceName, bool isInstalled, const std::string& itsBase)
+    : service(serviceName),
+      base(itsBase) {
+    try {
+        if (auto read = KManifest::Read(service, base)) {
+            manifest = std::move(*read);
+        } else if (isInstalled) {
+            known = Known::Nothing;
+        }
+        begun = KWriteJournal::ReadMade(service, base);
+    } catch (const KSetupFailure& failure) {
+        const bool isDenied = failure.GetExitCode() == ExitCode::notRoot;
+        known = isDenied ? Known::Denied : Known::Nothing;
+        damage = isDenied ? "" : failure.what();
+    }
+}
+
+bool KOwnership::Owns(const std::string& path) const {
+    return known != Known::Manifest || Find(path) != nullptr || WasBegun(path) || WasMadeNow(path);
+}
+
+bool KOwnership::WasMadeNow(const std::string& path) const {
+    return madeNow && madeNow(NormalPath(path));
+}
+
+const KManifestEntry* KOwnership::Find(const std::string& path) const {
+    const std::string normal = NormalPath(path);
+    const KManifestEntry* entry = manifest.Find(normal);
+    return entry != nullptr || manifest.GetEntries().empty() ? entry : FindReal(normal);
+}
+
+bool KOwnership::WasBegun(const std::string& path) const {
+    return !begun.empty() && begun.contains(NormalPath(path));
+}
+
+std::string KOwnership::FindOther(const std::string& path) const {
+    if (known == Known::Denied) {
+        return {};
+    }
+    if (!others) {
+        LoadOthers();
+    }
+    if (others->empty()) {
+        return {};
+    }
+    const auto found = others->find(RealPath(path));
+    return found != others->end() ? found->second : std::string();
+}
+
+const std::string& KOwnership::RealPath(const std::string& path) const {
+    const std::string normal = NormalPath(path);
+    const std::string parent = ParentPath(normal);
+    const auto [at, isNew] = directories.try_emplace(parent);
+    if (isNew) {
+        std::error_code unknown; // it is what it is called, then
+        at->second = std::filesystem::weakly_canonical(parent, unknown).string();
+        if (unknown) {
+            at->second = parent;
+        }
+    }
+    joined = JoinPath(at->second, std::string(NameOfPath(normal)));
+    return joined;
+}
+
+const KManifestEntry* KOwnership::FindReal(const std::string& normal) const {
+    if (!real) {
+        real.emplace();
+        for (const auto& [path, entry] : manifest.GetEntries()) {
+            real->emplace(RealPath(path), &entry);
+        }
+    }
+    const auto found = real->find(RealPath(normal));
+    return found != real->end() ? found->second : nullptr;
+}
+
+void KOwnership::LoadOthers() const {
+    others.emplace();
+    for (const std::string& name : KnownServices(base)) {
+        if (name == service) {
+            continue;
+        }
+        try {
+            const auto read = KManifest::Read(name, base);
+            if (!read) {
+                continue;
+            }
+            for (const auto& [path, entry] : read->GetEntries()) {
+                if (entry.kind != KManifestEntry::Kind::Directory) {
+                    others->emplace(RealPath(path), name);
+                }
+            }
+        } catch (const KSetupFailure&) {
+            // a run of that product tells of it; nothing can be known here
+        }
+    }
+}
+
+} // namespace KSETUP
