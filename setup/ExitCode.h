@@ -8,6 +8,7 @@ inline constexpr int done = 0;
 inline constexpr int ruleFailed = 1;
 inline constexpr int notInstalled = 3;
 inline constexpr int differs = 4; ///< status --verify: what is installed is not as it was left
+inline constexpr int changed = 5; ///< done, and something was changed: where that was asked for
 /// What is not the product's would be replaced or deleted: nothing was changed.
 inline constexpr int conflict = 6;
 inline constexpr int usage = 64;

@@ -12,8 +12,10 @@
 #include <setup/plan/RunPlan.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/process/PrepareProcess.h>
+#include <setup/run/ListProducts.h>
 #include <setup/run/Runs.h>
 #include <setup/run/Status.h>
+#include <setup/state/KProductList.h>
 #include <sup++/KError.h>
 
 #include <csignal>
@@ -60,6 +62,11 @@ int Tell(
     return report.exitCode;
 }
 
+/// The kit that was named, or the one that is kept of a product that was.
+std::string KitOf(const KSetupArguments& arguments) {
+    return arguments.product.empty() ? arguments.kit : KSETUP::FindKeptKit(arguments.product);
+}
+
 /// A run takes note of signals from its first step on; one that is stopped before its first change
 /// answers with the signal.
 int RunOnMachine(
@@ -69,7 +76,7 @@ int RunOnMachine(
 ) {
     return Tell(arguments, command, [&](KSETUP::KReporter& reporter, KRunReport& report) {
         KSETUP::RequireRoot(); // said before anything is wrong with the kit
-        const KSETUP::KSetupKit kit(arguments.kit);
+        const KSETUP::KSetupKit kit(KitOf(arguments));
         report.product = KSETUP::KSetupKit::GetProductName().c_str();
         KSYS::KStopSignals signals;
         try {
@@ -77,6 +84,10 @@ int RunOnMachine(
         } catch (const KSETUP::KSetupStop& stop) {
             const int signal = signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT;
             Refuse(report, KSETUP::ExitCode::signalBase + signal, stop.what());
+        }
+        if (arguments.detailedExitCode && report.exitCode == KSETUP::ExitCode::done &&
+            report.changed) {
+            report.exitCode = KSETUP::ExitCode::changed;
         }
     });
 }
@@ -91,8 +102,12 @@ int Run(const KSetupArguments& arguments) {
         return RunOnMachine(arguments, "restore", &KSETUP::Restore);
     case Command::Status:
         return Tell(arguments, "status", [&](KSETUP::KReporter&, KRunReport& report) {
-            const KSETUP::KSetupKit kit(arguments.kit); // for the product that is asked about
+            const KSETUP::KSetupKit kit(KitOf(arguments)); // for the product that is asked about
             KSETUP::FillStatus(arguments, report);
+        });
+    case Command::List:
+        return Tell(arguments, "list", [](KSETUP::KReporter&, KRunReport& report) {
+            KSETUP::FillList(report);
         });
     case Command::Check:
         return KSETUP::RunCheck(arguments);
@@ -113,12 +128,12 @@ int Run(const KSetupArguments& arguments) {
 /// Whether the command works on the machine; the others work on files of who calls.
 bool WorksOnMachine(Command command) {
     return command == Command::Install || command == Command::Remove ||
-           command == Command::Status || command == Command::Restore;
+           command == Command::Status || command == Command::Restore || command == Command::List;
 }
 
 /// Whether the answer is all that the command is for.
 bool IsQuestion(Command command) {
-    return command == Command::Status || command == Command::Check ||
+    return command == Command::Status || command == Command::List || command == Command::Check ||
            command == Command::PlanInstall || command == Command::PlanRemove ||
            command == Command::Macros;
 }

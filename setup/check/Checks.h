@@ -11,6 +11,9 @@ namespace KSETUP::Checks {
 
 using Findings = std::vector<KFinding>;
 
+// What product.ini says. ProductChecks.cpp
+Findings ProductMistakes(const KCheckContext& context);
+
 // What a line says. LineChecks.cpp, WordChecks.cpp
 Findings UnknownTypes(const KCheckContext& context);
 Findings FieldCounts(const KCheckContext& context);
@@ -70,5 +73,8 @@ Findings DanglingRecordLinks(const KCheckContext& context);
 Findings LeftRecordLinks(const KCheckContext& context);
 Findings SystemDeletions(const KCheckContext& context);
 Findings LeftBehind(const KCheckContext& context);
+
+// What a removal without the kit lacks. KeepChecks.cpp
+Findings FilesNotKept(const KCheckContext& context);
 
 } // namespace KSETUP::Checks

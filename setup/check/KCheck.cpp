@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
 #include <setup/check/KCheck.h>
-#include <setup/check/MacroText.h>
 #include <setup/check/Suppressions.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>
@@ -26,6 +26,7 @@ Checks::Findings WrongSuppressions(const KCheckContext& context);
 
 /// docs/check.md has a row for each, with an example.
 constexpr std::array table = std::to_array<Check>({
+    {"product-data", error, Checks::ProductMistakes},
     {"unknown-type", error, Checks::UnknownTypes},
     {"field-count", error, Checks::FieldCounts},
     {"ignored-operation", error, Checks::IgnoredOperations},
@@ -54,6 +55,7 @@ constexpr std::array table = std::to_array<Check>({
     {"unquoted-macro", warning, Checks::UnquotedMacros},
     {"secret", warning, Checks::Secrets},
     {"not-removed", warning, Checks::LeftBehind},
+    {"not-kept", warning, Checks::FilesNotKept},
     {"missing-directory", warning, Checks::MissingDirectories},
     {"relative-path", warning, Checks::RelativePaths},
     {"new-name", warning, Checks::NewNames},

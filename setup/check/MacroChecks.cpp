@@ -2,6 +2,7 @@
 #include <ins/Names.h>
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>

@@ -76,7 +76,7 @@ void PrintJson(const KCheckResult& result, const KSetupKit& kit, int exitCode) {
 }
 
 int Check(const KSetupArguments& arguments) {
-    const KSetupKit kit(arguments.kit);
+    const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit), KSetupKit::Mistakes::Told);
     KCheckResult result = CheckKit(kit);
     for (KFinding& finding : result.findings) {
         finding.severity = arguments.strict ? KSeverity::Error : finding.severity;

@@ -3,13 +3,14 @@
 # /usr/share/bash-completion/completions/ins-setup.
 
 _ins_setup_options() { # COMMAND
-    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup'
+    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --detailed-exit-code'
     run+=' --offline-services --allow-conflicts'
     case $1 in
-    install) echo "$run --addProfileLine --no-check --allow-downgrade --start-services --rollback" ;;
+    install) echo "$run --addProfileLine --reinstall --no-check --allow-downgrade --start-services --rollback" ;;
     remove) echo "$run --yes -y --purge" ;;
     status) echo '--kit --json --verify' ;;
-    restore) echo '--kit --json --quiet -q --wait --force' ;;
+    restore) echo '--kit --json --quiet -q --wait --detailed-exit-code --force' ;;
+    list) echo '--json' ;;
     check) echo '--kit --json --strict' ;;
     'plan install') echo '--kit --json --offline-services --allow-conflicts' ;;
     'plan remove') echo '--kit --json --offline-services --allow-conflicts --purge' ;;
@@ -49,9 +50,10 @@ _ins_setup() {
         words=$(_ins_setup_options "$command")
     else
         case $command in
-        '') words='install remove status restore check plan macros kit' ;;
+        '') words='install remove status restore list check plan macros kit' ;;
         plan) words='install remove' ;;
         kit) words='new add seal bundle' ;;
+        remove | status | restore) words=$(ls /var/lib/ins++ 2>/dev/null) ;;
         install | 'plan install' | 'plan remove' | macros | 'kit new' | 'kit add')
             mapfile -t COMPREPLY < <(compgen -d -- "$current")
             return

@@ -39,7 +39,37 @@ std::string HexText(const unsigned char* bytes, unsigned count) {
     return text;
 }
 
+/// A digest that is being computed.
+class Sha256Sum {
+  public:
+    Sha256Sum() {
+        Check(context != nullptr ? 1 : 0);
+        Check(::EVP_DigestInit_ex(context.get(), Sha256(), nullptr));
+    }
+
+    void Add(const char* bytes, std::size_t count) {
+        Check(::EVP_DigestUpdate(context.get(), bytes, count));
+    }
+
+    std::string End() {
+        std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+        unsigned digestBytes = 0;
+        Check(::EVP_DigestFinal_ex(context.get(), digest.data(), &digestBytes));
+        return HexText(digest.data(), digestBytes);
+    }
+
+  private:
+    const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context{
+        ::EVP_MD_CTX_new(), ::EVP_MD_CTX_free};
+};
+
 } // namespace
+
+std::string DigestBytes(std::string_view bytes) {
+    Sha256Sum sum;
+    sum.Add(bytes.data(), bytes.size());
+    return sum.End();
+}
 
 KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& shallStop) {
     KFileDigest result;
@@ -49,11 +79,7 @@ KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& sh
     if (result.errorNumber != 0) {
         return result;
     }
-    const std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(
-        ::EVP_MD_CTX_new(), ::EVP_MD_CTX_free
-    );
-    Check(context != nullptr ? 1 : 0);
-    Check(::EVP_DigestInit_ex(context.get(), Sha256(), nullptr));
+    Sha256Sum sum;
     // One byte more than the file has: the read that finds its end needs room.
     const std::size_t room = std::min(static_cast<std::size_t>(status.st_size) + 1, chunkBytes);
     const auto chunk = std::make_unique_for_overwrite<char[]>(room);
@@ -70,13 +96,10 @@ KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& sh
         if (bytes == 0) {
             break;
         }
-        Check(::EVP_DigestUpdate(context.get(), chunk.get(), bytes));
+        sum.Add(chunk.get(), bytes);
         result.size += bytes;
     }
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    unsigned digestBytes = 0;
-    Check(::EVP_DigestFinal_ex(context.get(), digest.data(), &digestBytes));
-    result.sha256 = HexText(digest.data(), digestBytes);
+    result.sha256 = sum.End();
     return result;
 }
 

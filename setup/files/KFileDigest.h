@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include <sys/files/DirectoryEntry.h>
@@ -24,5 +25,10 @@ using KDigests = std::unordered_map<std::string, KFileDigest>;
 ///
 /// Throws   KSetupFailure when libcrypto fails
 KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& shallStop = {});
+
+/// SHA-256 of bytes, in hexadecimal.
+///
+/// Throws   KSetupFailure when libcrypto fails
+std::string DigestBytes(std::string_view bytes);
 
 } // namespace KSETUP

@@ -2,7 +2,8 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/kit/KSetupKit.h>
-#include <sup++/KErrorCode.h>
+#include <setup/kit/ProductData.h>
+#include <setup/output/TextFormat.h>
 #include <sup++/KUtil.h>
 #include <sup++/Svc.h>
 
@@ -28,10 +29,14 @@ std::string FindDirectory(const std::string& directory) {
     return found.string();
 }
 
+bool Has(const std::filesystem::path& directory, const char* name) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(directory / name, error);
+}
+
 KSUP::KString FindFile(const std::string& directory, const char* name) {
     const std::filesystem::path file = std::filesystem::path(directory) / name;
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(file, error)) {
+    if (!Has(directory, name)) {
         throw KSetupFailure(
             ExitCode::noKit,
             file.string() + ": missing. A kit is a directory with product.ini, install.ini and "
@@ -41,22 +46,60 @@ KSUP::KString FindFile(const std::string& directory, const char* name) {
     return file.string();
 }
 
+/// Nothing is done with a product that is perhaps another one.
+void RefuseMistakes(const KScript& productData) {
+    std::string words;
+    for (const KProductMistake& one : FindProductMistakes(productData)) {
+        words +=
+            "\n" + Printable(
+                       productData.GetPath() + ":" + std::to_string(one.line) + ":" +
+                       std::to_string(one.column) + ": error: " + one.message + "; " + one.advice
+                   );
+    }
+    if (!words.empty()) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            "the kit's product.ini has errors. Nothing was changed." + words
+        );
+    }
+}
+
 } // namespace
 
-KSetupKit::KSetupKit(const std::string& givenDirectory) : directory(FindDirectory(givenDirectory)) {
+KSetupKit::KSetupKit(const std::string& givenDirectory, Mistakes mistakes)
+    : directory(FindDirectory(givenDirectory)) {
     const KSUP::KString product = FindFile(directory, "product.ini");
     script = FindFile(directory, "install.ini");
-    if (const unsigned status = SvcLoadProductData(product.c_str()); status != 0) {
-        const bool malformed = status == KSUP::ErrorCode::invalidArgument;
+    const KScript productData(product);
+    if (mistakes == Mistakes::Refused) {
+        RefuseMistakes(productData);
+    }
+    const unsigned status = SvcLoadProductData(product.c_str());
+    if (status != 0 && mistakes == Mistakes::Refused) {
         throw KSetupFailure(
-            malformed ? ExitCode::malformedScript : ExitCode::noKit,
-            std::string(product.c_str()) +
-                (malformed ? ": name, serviceName and iniFile in section [product] must be names "
-                             "without \"/\", and buildNumber a number."
-                           : ": " + std::generic_category().message(static_cast<int>(status)))
+            ExitCode::noKit,
+            std::string(product.c_str()) + ": " +
+                std::generic_category().message(static_cast<int>(status))
         );
     }
     KSUP::KUtil::SetPathMap(sourceRoot, KSUP::KUtil::AppendPathSep(directory, "/"));
+}
+
+std::string KSetupKit::ChooseDirectory(const std::string& given) {
+    const std::string own = KSUP::KUtil::GetPathMap(sourceRoot).c_str();
+    if (!given.empty() || (Has(own, "product.ini") && Has(own, "install.ini"))) {
+        return given.empty() ? own : given;
+    }
+    if (Has(".", "product.ini") || Has(".", "install.ini")) { // what is missing will be told
+        return ".";
+    }
+    throw KSetupFailure(
+        ExitCode::noKit,
+        "no kit: neither the current directory nor " + own +
+            ", where the program is, has product.ini and install.ini. Name the kit's directory "
+            "with "
+            "--kit DIR, or make a kit with \"ins-setup kit new DIR\"."
+    );
 }
 
 KSUP::KString KSetupKit::GetProductName() {

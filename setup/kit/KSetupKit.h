@@ -10,11 +10,23 @@ namespace KSETUP {
 /// The directory that holds a product to install: product.ini, install.ini, and the files.
 class KSetupKit {
   public:
+    /// What is to come of mistakes in product.ini.
+    enum class Mistakes {
+        Refused,
+        Told, ///< by the caller, who finds them again; the product data may be another product's
+    };
+
     /// Takes the kit in `givenDirectory` (empty: the program's own): loads the product data and makes
     /// the directory the source root of the path map.
     ///
     /// Throws   KSetupFailure when it is no kit
-    explicit KSetupKit(const std::string& givenDirectory);
+    explicit KSetupKit(const std::string& givenDirectory, Mistakes mistakes = Mistakes::Refused);
+
+    /// Where the kit is that a command on kits means: `given`, or the program's own directory, or
+    /// else the current one.
+    ///
+    /// Throws   KSetupFailure where none of them holds a kit
+    static std::string ChooseDirectory(const std::string& given);
 
     /// The kit's directory, absolute, without a separator at its end.
     const std::string& GetDirectory() const noexcept { return directory; }

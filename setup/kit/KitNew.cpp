@@ -3,9 +3,13 @@
 #include <setup/KSetupFailure.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitNew.h>
+#include <setup/kit/ProductData.h>
 
+#include <algorithm>
 #include <array>
+#include <string>
 #include <system_error>
+#include <utility>
 
 namespace KSETUP {
 
@@ -26,10 +30,10 @@ constexpr std::array files = std::to_array<File>({
 ; Change all of it before you give the kit away.
 [product]
 ; As people read it.
-name=Hello
+name=@NAME@
 ; The product's directory below /etc, and the name of its service if it has one. A removal empties
 ; that directory, so it has to be the product's own: no other program may have this name.
-serviceName=hello
+serviceName=@SERVICE@
 ; The configuration file in the directory config/ below the product path.
 iniFile=hello.ini
 version=1.0
@@ -46,7 +50,7 @@ buildNumber=1
 [install]
 ; Where the product goes on a machine that does not have it yet, unless the setup program is told a
 ; path.
-defaultPath.$os$=/opt/hello
+defaultPath.$os$=/opt/@SERVICE@
 
 ; 1. Directories. A copy does not make the directory that it goes to.
 directory=create,$pathTargetBin$
@@ -103,6 +107,36 @@ Greeting=Hello, world.
 )"},
 });
 
+/// The product of a directory without a name of its own, as "/", is called as its program is.
+std::string NameOf(const fs::path& kit) {
+    std::error_code error;
+    const fs::path whole = fs::weakly_canonical(kit, error);
+    const std::string name = whole.filename().string();
+    return error || name.empty() || HasControlCharacter(name) ? "hello" : name;
+}
+
+/// The nearest name that a service can have.
+std::string ServiceNameOf(const std::string& name) {
+    std::string service = name;
+    std::replace_if(
+        service.begin(), service.end(), [](char byte) { return !IsServiceNameByte(byte); }, '-'
+    );
+    service.erase(0, service.find_first_not_of("-."));
+    return service.empty() ? "hello" : service;
+}
+
+std::string Filled(std::string text, const std::string& name) {
+    const std::array<std::pair<std::string, std::string>, 2> values{
+        {{"@NAME@", name}, {"@SERVICE@", ServiceNameOf(name)}}};
+    for (const auto& [mark, value] : values) {
+        for (std::size_t at = text.find(mark); at != std::string::npos;
+             at = text.find(mark, at + value.size())) {
+            text.replace(at, mark.size(), value);
+        }
+    }
+    return text;
+}
+
 } // namespace
 
 void MakeNewKit(const std::string& directory) {
@@ -129,10 +163,11 @@ void MakeNewKit(const std::string& directory) {
             );
         }
     }
+    const std::string name = NameOf(kit);
     for (const File& file : files) {
         const fs::path path = kit / file.name;
         MakeDirectories(path.parent_path());
-        WriteBytes(path, file.text, file.mode);
+        WriteBytes(path, Filled(file.text, name), file.mode);
     }
 }
 

@@ -26,7 +26,7 @@ int New(const std::string& directory) {
 }
 
 int Add(const KSetupArguments& arguments) {
-    const KSetupKit kit(arguments.kit);
+    const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
     const KAddedTree tree(arguments.tree);
     const std::vector<std::string> notes =
         AddTree(tree, kit.GetDirectory(), kit.GetScript().c_str());
@@ -41,7 +41,7 @@ int Add(const KSetupArguments& arguments) {
 }
 
 int Seal(const KSetupArguments& arguments) {
-    const KSetupKit kit(arguments.kit);
+    const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
     const std::size_t count = WriteSeal(kit.GetDirectory());
     std::cout << "The check sums of " << count << " files are in " << Printable(kit.GetDirectory())
               << "/SHA256SUMS. A run refuses the kit when they are not right; seal it again after "
@@ -50,7 +50,7 @@ int Seal(const KSetupArguments& arguments) {
 }
 
 int Bundle(const KSetupArguments& arguments) {
-    const KSetupKit kit(arguments.kit);
+    const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
     MakeBundle(kit.GetDirectory(), KSetupKit::GetProductName().c_str(), arguments.target);
     const std::string file = Printable(arguments.target);
     std::cout << file << " installs " << Printable(KSetupKit::GetProductName().c_str())

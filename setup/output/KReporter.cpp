@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/output/KReporter.h>
+#include <setup/output/ProductTable.h>
 #include <setup/output/TextFormat.h>
 
 #include <iostream>
@@ -149,13 +150,20 @@ void KReporter::Finish(const KRunReport& report) {
 }
 
 void KReporter::PrintDone(const KRunReport& report) const {
-    if (report.command == "restore") {
+    if (report.command == "list") {
+        std::cout
+            << (report.products.empty() ? "No product is known that ins-setup installed.\n"
+                                        : ToTable(report.products));
+    } else if (report.command == "restore") {
         std::cout << Printable(report.product)
                   << (report.restored && report.restored->isComplete
                           ? " is as it was before.\n"
                           : ": what the last run replaced is put back.\n");
     } else if (report.result == KRunResult::NotInstalled) {
         std::cout << Printable(report.product) << " is not installed.\n";
+    } else if (report.command == "install" && !report.changed) {
+        std::cout << VersionText(report) << " is installed in " << Printable(report.productPath)
+                  << " already as this kit has it; nothing was done. --reinstall does it again.\n";
     } else if (report.command == "install" || report.command == "status") {
         std::cout << VersionText(report) << " is installed in " << Printable(report.productPath)
                   << ".\n";

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/KJsonObject.h>
 #include <setup/output/KRunReport.h>
+#include <setup/output/ProductTable.h>
+
+#include <array>
+#include <ctime>
 
 namespace KSETUP {
 
@@ -48,6 +52,39 @@ KJsonObject RestoredOf(const KPutBackReport& restored) {
     return object;
 }
 
+/// The others are questions.
+bool MayChange(const KRunReport& report) {
+    return report.command == "install" || report.command == "remove" || report.command == "restore";
+}
+
+/// As "2026-11-22T05:30:00Z".
+std::string TimeText(std::int64_t seconds) {
+    const std::time_t time = seconds;
+    std::tm parts{};
+    std::array<char, 32> text{};
+    if (::gmtime_r(&time, &parts) == nullptr) {
+        return "";
+    }
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
+}
+
+KJsonObject ToObject(const KListedProduct& product) {
+    KJsonObject object;
+    object.Put("name", product.name).Put("product", product.product);
+    PutUnlessEmpty(object, "version", product.version);
+    if (product.buildNumber) {
+        object.Put("buildNumber", *product.buildNumber);
+    }
+    PutUnlessEmpty(object, "productPath", product.path);
+    object.Put("lastRun", TimeText(product.lastRun)).Put("state", StateOf(product));
+    object.Put("installed", product.isInstalled).Put("interrupted", product.isInterrupted);
+    if (product.differs) {
+        object.Put("differs", *product.differs);
+    }
+    object.Put("configurationLeft", product.hasConfigurationLeft);
+    return object;
+}
+
 } // namespace
 
 const char* ResultWord(KRunResult result) noexcept {
@@ -74,6 +111,9 @@ KJsonObject ToJsonObject(const KRunReport& report) {
     object.Put("command", report.command);
     object.Put("result", ResultWord(report.result));
     object.Put("exitCode", report.exitCode);
+    if (MayChange(report)) {
+        object.Put("changed", report.changed);
+    }
     PutUnlessEmpty(object, "product", report.product);
     if (!report.version.empty()) {
         object.Put("version", report.version);
@@ -123,6 +163,13 @@ KJsonObject ToJsonObject(const KRunReport& report) {
     }
     if (report.rolledBack) {
         object.Put("rolledBack", *report.rolledBack);
+    }
+    if (report.command == "list" && report.error.empty()) {
+        std::vector<KJsonObject> products;
+        for (const KListedProduct& product : report.products) {
+            products.push_back(ToObject(product));
+        }
+        object.Put("products", products);
     }
     return object;
 }

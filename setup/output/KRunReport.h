@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -23,12 +24,29 @@ struct KPutBackReport {
 
 enum class KRunResult { Done, Failed, Cancelled, Refused, NotInstalled, Differs };
 
+/// A product that the machine remembers.
+struct KListedProduct {
+    std::string name;    ///< of its service, by which commands take it
+    std::string product; ///< as people read it
+    std::string version; ///< empty where it is not known, as the path
+    std::optional<unsigned> buildNumber;
+    std::string path;
+    std::int64_t lastRun = 0; ///< in seconds since 1970
+    bool isRunning = false;
+    bool isInterrupted = false;
+    bool isInstalled = false;
+    bool hasConfigurationLeft = false; ///< of one that was removed
+    std::optional<bool> differs;       ///< from what was installed; nothing where it is not known
+    std::string trouble;               ///< why more is not known; empty without
+};
+
 /// What became of a run or a question, for people and programs. Texts are as they came: whoever
 /// shows them makes them harmless.
 struct KRunReport {
-    std::string command; ///< "install", "remove", "status", "restore"
+    std::string command; ///< "install", "remove", "status", "restore", "list"
     KRunResult result = KRunResult::Done;
     int exitCode = 0;
+    bool changed = false; ///< whether an install, removal or restore changed anything
 
     std::string product;
     std::string version;
@@ -66,6 +84,7 @@ struct KRunReport {
     std::vector<std::pair<std::string, std::string>> differences;
     std::optional<KPutBackReport> restored; ///< of "restore", and of a run that was rolled back
     std::optional<bool> rolledBack;         ///< of a run that was to be, whether all was put back
+    std::vector<KListedProduct> products; ///< of `list`
 };
 
 /// The word for a result, as "failed".

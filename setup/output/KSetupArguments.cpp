@@ -18,7 +18,9 @@ namespace {
 constexpr char footer[] =
     "A kit is a directory with product.ini, install.ini and the product's files.\n"
     "\n"
-    "Exit codes: 0 done; 1 a rule failed; 3 not installed; 4 what is installed differs; 64 usage;\n"
+    "Exit codes: 0 done; 1 a rule failed; 3 not installed; 4 what is installed differs; 5 "
+    "changed,\n"
+    "where asked for; 64 usage;\n"
     "65 the script is malformed; 66 kit or script not found; 69 no service manager, or a service\n"
     "failed; 70 internal; 73 no space, or a target that cannot be written; 75 another run goes "
     "on;\n"
@@ -77,6 +79,7 @@ class Parser {
     void AddQuestions();
     void AddAuthoring();
     void AddKit(CLI::App* command);
+    void AddKitOrName(CLI::App* command);
     void AddPath(CLI::App* command);
     void AddJson(CLI::App* command);
     void AddCallerOptions(CLI::App* command);
@@ -114,6 +117,18 @@ void Parser::AddKit(CLI::App* command) {
         ->check(NotEmpty());
 }
 
+/// For what works without the kit, by what was kept of it.
+void Parser::AddKitOrName(CLI::App* command) {
+    AddKit(command);
+    command
+        ->add_option(
+            "name", arguments.product, "The installed product or its service, in place of a kit"
+        )
+        ->type_name("NAME")
+        ->check(NotEmpty())
+        ->excludes("--kit");
+}
+
 void Parser::AddPath(CLI::App* command) {
     command
         ->add_option(
@@ -131,6 +146,11 @@ void Parser::AddJson(CLI::App* command) {
 /// What whoever calls what changes the machine may want.
 void Parser::AddCallerOptions(CLI::App* command) {
     AddJson(command);
+    command->add_flag(
+        "--detailed-exit-code",
+        arguments.detailedExitCode,
+        "Answer 5 in place of 0 when something was changed"
+    );
     command->add_flag("-q,--quiet", arguments.quiet, "Say nothing but what fails");
     command
         ->add_option(
@@ -187,6 +207,9 @@ void Parser::AddInstall() {
         ->type_name("LINE")
         ->allow_extra_args(false);
     install->add_flag(
+        "--reinstall", arguments.reinstall, "Do it all again, also what is there already"
+    );
+    install->add_flag(
         "--start-services", arguments.startServices, "Start also services that were stopped by hand"
     );
     install->add_flag(
@@ -200,7 +223,7 @@ void Parser::AddInstall() {
 
 void Parser::AddRemove() {
     CLI::App* remove = Add(app, "remove", "Remove the installed product", Command::Remove);
-    AddKit(remove);
+    AddKitOrName(remove);
     AddRunOptions(remove);
     remove->add_flag(
         "--purge", arguments.purge, "Delete edited configuration and what is not the product's too"
@@ -208,7 +231,7 @@ void Parser::AddRemove() {
     remove->add_flag("-y,--yes", arguments.yes, "Do not ask");
     CLI::App* restore =
         Add(app, "restore", "Undo the last run, if it kept a backup", Command::Restore);
-    AddKit(restore);
+    AddKitOrName(restore);
     AddCallerOptions(restore);
     restore->add_flag(
         "--force", arguments.force, "Also over what was edited since, which is kept as NAME.edited"
@@ -217,11 +240,12 @@ void Parser::AddRemove() {
 
 void Parser::AddQuestions() {
     CLI::App* status = Add(app, "status", "Tell whether the product is installed", Command::Status);
-    AddKit(status);
+    AddKitOrName(status);
     AddJson(status);
     status->add_flag(
         "--verify", arguments.verify, "Compare what is installed with what was; 4 if it differs"
     );
+    AddJson(Add(app, "list", "List what is installed", Command::List));
     CLI::App* plan = app.add_subcommand("plan", "Tell what a run would do, without doing it");
     plan->footer("");
     plan->require_subcommand(1);

@@ -11,6 +11,7 @@ enum class Command {
     Remove,
     Status,
     Restore,
+    List,
     Check,
     PlanInstall,
     PlanRemove,
@@ -25,6 +26,7 @@ enum class Command {
 struct KSetupArguments {
     Command command = Command::Status;
     std::string kit;         ///< the kit's directory; empty means the program's own
+    std::string product;     ///< a product by its name, whose kept kit is taken; empty for none
     std::string productPath; ///< where to install; empty leaves it to the record or the script
 
     bool quiet = false;         ///< no progress; only failures are said
@@ -35,6 +37,8 @@ struct KSetupArguments {
     bool offlineServices = false; ///< leave starts and stops for the next boot where systemd is off
     bool noCheck = false;         ///< install although the script has errors
     bool allowDowngrade = false;  ///< install over a newer version
+    bool reinstall = false;       ///< install also what is there already
+    bool detailedExitCode = false; ///< another exit code where something was changed
     bool backup = false;          ///< keep what is overwritten or deleted
     bool allowConflicts = false;  ///< change what is not the product's
     bool startServices = false;   ///< also those that the administrator stopped

@@ -118,7 +118,7 @@ void FillVersion(
 }
 
 int Plan(const KSetupArguments& arguments, bool installs) {
-    const KSetupKit kit(arguments.kit);
+    const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
     const KINS::KInstaller installer;
     if (!installs && arguments.productPath.empty() && !installer.IsProductInstalled()) {
         throw KSetupFailure(
@@ -186,7 +186,7 @@ int RunPlan(const KSetupArguments& arguments) {
 
 int RunMacros(const KSetupArguments& arguments) {
     return Answer(arguments, "macros", [&] {
-        const KSetupKit kit(arguments.kit);
+        const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
         const KINS::KInstaller installer;
         const KScript script(kit.GetScript());
         KMacroContext macros;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
 #include <setup/output/TextFormat.h>
 #include <setup/run/KLockedProduct.h>
 
@@ -21,6 +22,10 @@ std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer) {
     unsigned buildNumber = 0;
     installer.GetInstalledProductInformation(path, version, buildNumber);
     return KInstalledRecord{path.c_str(), version.c_str(), buildNumber};
+}
+
+std::string RecordFile(const KINS::KInstaller& installer, const KInstalledRecord& record) {
+    return JoinPath(record.path, "config/") + installer.ExpandMacros("$iniFile$").c_str();
 }
 
 KLockedProduct::KLockedProduct(const KRunContext& given)

@@ -25,6 +25,9 @@ struct KInstalledRecord {
 /// Throws   KSUP::KError for a record that cannot be read
 std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer);
 
+/// The configuration file of a product, which holds the record, and is there to be edited.
+std::string RecordFile(const KINS::KInstaller& installer, const KInstalledRecord& record);
+
 /// The kit's product while nobody else works on it: the only source of its macros, record, state
 /// and manifest for a run, so that none of them can be from before a wait for another run.
 ///

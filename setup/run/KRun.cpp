@@ -8,8 +8,10 @@
 #include <setup/preflight/StaleTemporaries.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KRun.h>
+#include <setup/run/KeepKit.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/run/RunFailure.h>
+#include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 
@@ -149,6 +151,9 @@ void KRun::Remember() {
     run.services = services.ToText();
     state.emplace(service);
     state->Begin(run);
+    if (GetPlanned().Installs() && !KKeptKit::FindDirectory(service)) {
+        KeepKit(GetPlanned()); // also one that does not come to its end can be removed
+    }
     if (GoesOn()) {
         DeleteStaleTemporaries(OwnDirectories(GetPlanned().GetPlan(), run.path, service));
     }
@@ -167,6 +172,7 @@ void KRun::StartRules() {
         if (!GoesOn()) { // nothing was begun
             journal->End();
             state->End();
+            KKeptKit::RemoveUnlessNeeded(GetPlanned().GetProduct().GetService());
         }
         throw KSetupFailure(
             isMalformed ? ExitCode::malformedScript : ExitCode::internal,

@@ -35,8 +35,9 @@ class KRun {
     /// Watches it to its end, settles what the machine knows of the product, and fills the report.
     void Finish();
 
-  private:
     const KPlannedRun& GetPlanned() const noexcept { return checked.GetPlanned(); }
+
+  private:
     bool GoesOn() const noexcept;
     void OpenJournal();
     void CloseJournal();
@@ -55,6 +56,7 @@ class KRun {
     void FillError(const KSUP::KError& error);
     void FillStopped();
     bool IsRolledBack();
+    bool WasBegun() const;
     std::string DescribeWhatStays() const;
     void FillLogEnd() const;
     void FillNotes();

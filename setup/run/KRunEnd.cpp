@@ -6,8 +6,11 @@
 #include <setup/files/PathText.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KRun.h>
+#include <setup/run/KeepKit.h>
 #include <setup/run/OutdatedPrograms.h>
 #include <setup/run/RunFailure.h>
+#include <setup/state/KKeptKit.h>
+#include <setup/state/KKitFingerprint.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KFileBase.h>
@@ -71,6 +74,7 @@ void KRun::Finish() {
     const auto ended = watch->Wait();
     report.rulesDone = installer.GetCompletedCount();
     report.rulesAll = installer.GetMaxCount();
+    report.changed = WasBegun();
     if (ended) {
         FillError(*ended);
     } else {
@@ -107,6 +111,7 @@ void KRun::SettleInstall() {
     CleanUp();
     KManifest manifest;
     try {
+        KeepKit(GetPlanned()); // first: without the manifest the run goes on
         manifest = MakeManifest();
         manifest.SetRun(backup.GetRun());
         manifest.Write(GetPlanned().GetProduct().GetService());
@@ -277,6 +282,8 @@ void KRun::Forget() {
         journal->End();
         state->End();
     });
+    KInstalledKit::Remove(service);
+    KKeptKit::RemoveUnlessNeeded(service);
     RemoveEmptyStateDirectory(service);
 }
 
@@ -342,10 +349,14 @@ bool KRun::IsRolledBack() {
     return false;
 }
 
+/// Whether a rule may have changed something.
+bool KRun::WasBegun() const {
+    return report.rulesDone > 0 || !installer.GetStatus().IsEmpty();
+}
+
 /// Empty when nothing was done, or there is no directory in which anything could stay.
 std::string KRun::DescribeWhatStays() const {
-    const bool wasBegun = report.rulesDone > 0 || !installer.GetStatus().IsEmpty();
-    if (!wasBegun || !KSUP::KFileBase::DoesFileExist(report.productPath)) {
+    if (!WasBegun() || !KSUP::KFileBase::DoesFileExist(report.productPath)) {
         return {};
     }
     return (GetPlanned().Installs() ? "What was done stays in "

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/run/Leftovers.h>
+#include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/SvcFile.h>
 
@@ -31,7 +32,9 @@ void SettleLeftovers(KLockedProduct& product) {
         context.report.leftBehind.push_back(path);
     }
     KManifest::Remove(product.GetService());
+    KKeptKit::RemoveUnlessNeeded(product.GetService());
     RemoveEmptyStateDirectory(product.GetService());
+    context.report.changed = true;
     context.report.notes.emplace_back("What an earlier removal left is deleted.");
 }
 

@@ -8,7 +8,6 @@
 #include <setup/state/KManifest.h>
 #include <setup/state/KRunLock.h>
 #include <setup/state/KRunState.h>
-#include <sup++/KUtil.h>
 
 namespace KSETUP {
 
@@ -30,7 +29,7 @@ void FillRuns(const std::string& service, KRunReport& report) {
 }
 
 /// What is installed beside what was. The configuration is there to be edited.
-void Verify(const KINS::KInstaller& installer, const std::string& service, KRunReport& report) {
+void Verify(const std::string& service, const std::string& configuration, KRunReport& report) {
     const auto manifest = KManifest::Read(service);
     if (!manifest) {
         throw KSetupFailure(
@@ -39,9 +38,7 @@ void Verify(const KINS::KInstaller& installer, const std::string& service, KRunR
                              "manifest: there is nothing to compare with. Install it again."
         );
     }
-    const KSUP::KString configuration = KSUP::KUtil::AppendPathSep(report.productPath, "/") +
-                                        "config/" + installer.ExpandMacros("$iniFile$");
-    for (const KManifestDifference& one : manifest->Verify({configuration.c_str()})) {
+    for (const KManifestDifference& one : manifest->Verify({configuration})) {
         report.differences.emplace_back(one.path, one.words);
     }
     if (report.differences.empty()) {
@@ -76,7 +73,7 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
         // who may not look, or a damaged manifest: --verify tells
     }
     if (arguments.verify) {
-        Verify(installer, service, report);
+        Verify(service, RecordFile(installer, *record), report);
     }
 }
 

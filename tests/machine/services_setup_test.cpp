@@ -17,7 +17,9 @@ class ServicesSetupTest : public ServicesTest {
   protected:
     ServicesSetupTest() {
         tree.Write(
-            "kit/product.ini", "[product]\nname=Test\nserviceName=inspp-test\niniFile=t.ini\n"
+            "kit/product.ini",
+            "[product]\nname=Test\nserviceName=inspp-test\niniFile=t.ini\nversion=1.0\n"
+            "buildNumber=1\n"
         );
         tree.Write("kit/program", "#!/bin/sh\nexec sleep 1000\n", 0755);
         tree.Write(

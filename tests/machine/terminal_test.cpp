@@ -40,7 +40,7 @@ class TerminalTest : public ::testing::Test {
         tree.Write(
             "kit/product.ini",
             "[product]\nname=Terminal Test\nserviceName=terminaltest\niniFile=tt.ini\n"
-            "version=1.0\n"
+            "version=1.0\nbuildNumber=1\n"
         );
         tree.Write("kit/lib/svc", "program", 0755);
         tree.Write(

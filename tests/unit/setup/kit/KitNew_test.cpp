@@ -41,7 +41,7 @@ TEST_F(KitNewTest, TheFirstKitIsPlannedWithoutAnObstacle) {
     EXPECT_EQ(KSETUP::RunPlan(arguments), 0);
     EXPECT_THAT(
         ::testing::internal::GetCapturedStdout(),
-        ::testing::HasSubstr("create link /etc/hello/hello to " + tree.Path("product"))
+        ::testing::HasSubstr("create link /etc/b/b to " + tree.Path("product"))
     );
     EXPECT_EQ(tree.Mode("a/b/payload/hello"), 0755U);
 }

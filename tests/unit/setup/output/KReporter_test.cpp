@@ -31,6 +31,7 @@ class KReporterTest : public ::testing::Test {
         report.productPath = "/opt/dps";
         report.rulesAll = 2;
         report.rulesDone = 2;
+        report.changed = true;
         report.log = "/var/log/DPS Setup Log.txt";
     }
     void GivenFailure() {
@@ -75,6 +76,19 @@ TEST_F(KReporterTest, TextHasALineARuleAndTheResult) {
         "2 rules done. Log: /var/log/DPS Setup Log.txt\n"
     );
     EXPECT_THAT(err, IsEmpty());
+}
+
+TEST_F(KReporterTest, AnInstallThatDidNothingSaysSo) {
+    report.rulesAll = report.rulesDone = 0;
+    report.changed = false;
+    Tell();
+    EXPECT_THAT(
+        out,
+        HasSubstr(
+            "\nDPS 2.2 (build 41) is installed in /opt/dps already as this kit has it; nothing "
+            "was done. --reinstall does it again.\n"
+        )
+    );
 }
 
 TEST_F(KReporterTest, AFailureIsToldOnStandardErrorWithoutControlCharacters) {

@@ -28,6 +28,7 @@ TEST(KRunReportTest, EverythingHasItsPlace) {
     report.command = "install";
     report.result = KRunResult::Failed;
     report.exitCode = 73;
+    report.changed = true;
     report.product = "DPS";
     report.version = "2.2";
     report.buildNumber = 41;
@@ -48,6 +49,7 @@ TEST(KRunReportTest, EverythingHasItsPlace) {
     report.differences = {{"/opt/dps/b", "missing"}};
     EXPECT_EQ(Json::parse(ToJson(report)), Json::parse(R"({
         "schema": 1, "command": "install", "result": "failed", "exitCode": 73,
+        "changed": true,
         "product": "DPS", "version": "2.2", "buildNumber": 41, "formerVersion": "2.1",
         "productPath": "/opt/dps", "rules": {"done": 3, "all": 7},
         "error": {"code": 28, "text": "cannot write /opt/dps/a: No space left on device",

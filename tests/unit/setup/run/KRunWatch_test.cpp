@@ -24,7 +24,10 @@ using ::testing::StartsWith;
 class KRunWatchTest : public ::testing::Test {
   protected:
     KRunWatchTest() {
-        tree.Write("kit/product.ini", "[product]\nname=T\nserviceName=t\niniFile=t.ini\n");
+        tree.Write(
+            "kit/product.ini",
+            "[product]\nname=T\nserviceName=t\niniFile=t.ini\nversion=1\nbuildNumber=1\n"
+        );
         tree.Write("kit/install.ini", "[install]\n");
         descriptor = ::open(tree.Path("events").c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
         arguments.jsonEvents = true;

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#include <setup/output/ProductTable.h>
+#include <setup/output/TextFormat.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr std::size_t columns = 6;
+using Row = std::array<std::string, columns>;
+
+/// In the machine's time zone.
+std::string TimeInWords(std::int64_t seconds) {
+    const std::time_t time = seconds;
+    std::tm parts{};
+    std::array<char, 32> text{};
+    if (::localtime_r(&time, &parts) == nullptr) {
+        return "-";
+    }
+    return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts)};
+}
+
+Row ToRow(const KListedProduct& product) {
+    const std::string build =
+        product.buildNumber ? " (build " + std::to_string(*product.buildNumber) + ")" : "";
+    return {
+        Printable(product.name),
+        Printable(product.product),
+        product.version.empty() ? "-" : Printable(product.version) + build,
+        product.path.empty() ? "-" : Printable(product.path),
+        TimeInWords(product.lastRun),
+        StateOf(product)};
+}
+
+/// Letters, of which one may be several bytes.
+std::size_t WidthOf(const std::string& text) {
+    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char byte) {
+        return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U;
+    }));
+}
+
+} // namespace
+
+std::string StateOf(const KListedProduct& product) {
+    if (product.isRunning) {
+        return "a run goes on";
+    }
+    if (product.isInterrupted) {
+        return "interrupted";
+    }
+    if (!product.isInstalled) {
+        return product.hasConfigurationLeft ? "removed, configuration left" : "removed";
+    }
+    return !product.differs.has_value() ? "unknown" : *product.differs ? "differs" : "as installed";
+}
+
+std::string ToTable(const std::vector<KListedProduct>& products) {
+    std::vector<Row> rows{{"NAME", "PRODUCT", "VERSION", "PATH", "LAST RUN", "STATE"}};
+    std::transform(products.begin(), products.end(), std::back_inserter(rows), ToRow);
+    std::array<std::size_t, columns> widths{};
+    for (const Row& row : rows) {
+        for (std::size_t at = 0; at < columns; ++at) {
+            widths[at] = std::max(widths[at], WidthOf(row[at]));
+        }
+    }
+    std::string table;
+    for (const Row& row : rows) {
+        for (std::size_t at = 0; at + 1 < columns; ++at) {
+            table += row[at] + std::string(widths[at] - WidthOf(row[at]) + 2, ' ');
+        }
+        table += row.back() + "\n";
+    }
+    return table;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#include <ins/Names.h>
+#include <setup/plan/KeptFiles.h>
+#include <setup/run/KeepKit.h>
+#include <setup/script/KMacroContext.h>
+#include <setup/script/KScript.h>
+#include <setup/state/KKeptKit.h>
+
+namespace KSETUP {
+
+void KeepKit(const KPlannedRun& planned) {
+    const KSetupKit& kit = planned.GetContext().kit;
+    const KScript script(kit.GetScript());
+    KMacroContext macros; // anew: a removal sees the version that is installed now
+    macros.SetProductPath(planned.GetProductPath());
+    KPlannedTree tree(KPlannedTree::Below::Kit, kit.GetDirectory());
+    const KPlan plan(script, KINS::Names::removeSection, macros.GetExpander(), tree);
+    KKeptKit::Write(
+        planned.GetProduct().GetService(),
+        kit.GetDirectory(),
+        FindKeptFiles(plan, kit.GetDirectory()).files
+    );
+}
+
+} // namespace KSETUP

@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/run/KPlannedRun.h>
+
+namespace KSETUP {
+
+/// Keeps what a removal of the product that was just installed needs of its kit.
+///
+/// Throws   KSetupFailure, what was kept before being there still
+void KeepKit(const KPlannedRun& planned);
+
+} // namespace KSETUP

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: MIT
+#include <ins/Names.h>
+#include <setup/KSetupFailure.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/run/KLockedProduct.h>
+#include <setup/run/ListProducts.h>
+#include <setup/state/KProductList.h>
+#include <setup/state/ManifestLook.h>
+#include <sup++/KError.h>
+
+namespace KSETUP {
+
+namespace {
+
+void FillRuns(KListedProduct& listed) {
+    listed.isRunning = KRunLock::FindHolder(listed.name).has_value();
+    if (const auto interrupted = KRunState::Read(listed.name)) {
+        listed.isInterrupted = true;
+        listed.product = interrupted->product.empty() ? listed.product : interrupted->product;
+        listed.version = interrupted->version;
+        listed.path = interrupted->path;
+    }
+}
+
+/// By the kept kit, which knows where the record is.
+void FillInstalled(const std::string& kit, KListedProduct& listed) {
+    const KSetupKit loaded(kit);
+    const KINS::KInstaller installer;
+    const std::optional<KInstalledRecord> record = LoadRecord(installer);
+    if (record) {
+        listed.isInstalled = true;
+        listed.path = record->path;
+        if (record->version != KINS::Names::noRecordedVersion) { // as one that was killed leaves it
+            listed.version = record->version;
+            listed.buildNumber = record->buildNumber;
+        }
+    }
+    const std::optional<KManifest> manifest = KManifest::Read(listed.name);
+    listed.hasConfigurationLeft = !record && manifest;
+    if (record && manifest) {
+        listed.differs = !LooksAsInstalled(*manifest, {RecordFile(installer, *record)});
+    }
+}
+
+KListedProduct ToListed(const KKnownProduct& known) {
+    KListedProduct listed;
+    listed.name = known.service;
+    listed.product = known.name;
+    listed.lastRun = known.lastRun;
+    try {
+        FillRuns(listed);
+        if (!known.kit.empty()) {
+            FillInstalled(known.kit, listed);
+        } else {
+            listed.isInstalled = KManifest::Read(known.service).has_value();
+        }
+    } catch (const KSetupFailure& failure) { // one that is damaged does not hide the others
+        listed.trouble = failure.what();
+    } catch (const KSUP::KError& error) {
+        listed.trouble = error.GetSummary().c_str();
+    }
+    return listed;
+}
+
+} // namespace
+
+void FillList(KRunReport& report) {
+    for (const KKnownProduct& known : FindKnownProducts()) {
+        report.products.push_back(ToListed(known));
+        if (const std::string& trouble = report.products.back().trouble; !trouble.empty()) {
+            report.notes.push_back(known.service + ": " + trouble);
+        }
+    }
+}
+
+} // namespace KSETUP

@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/kit/KitFiles.h>
+#include <setup/state/KKeptKit.h>
+#include <setup/state/KPrivateDirectory.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+#include <sys/files/DirectoryEntry.h>
+#include <sys/files/FileContent.h>
+
+namespace KSETUP {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* directoryName = "kit";
+constexpr const char* newName = "kit.new";
+
+void Require(unsigned failed, const char* what, const std::string& path) {
+    if (failed != 0) {
+        throw SystemFailure(
+            ExitCode::cannotWrite, what, path, failed, "Fix the cause and run it again."
+        );
+    }
+}
+
+/// Also where nothing stands.
+void RemoveTree(const KPrivateDirectory& directory, const char* name) {
+    const std::string path = directory.GetPath() + "/" + name;
+    std::error_code error;
+    fs::remove_all(path, error);
+    Require(static_cast<unsigned>(error.value()), "cannot delete", path);
+}
+
+/// In one step where the file system can.
+void PutInPlace(const KPrivateDirectory& directory) {
+    unsigned failed = KSYS::RenameEntry(directory.Get(), newName, directoryName);
+    if (failed == ENOTEMPTY || failed == EEXIST) {
+        failed = KSYS::ExchangeEntries(directory.Get(), newName, directoryName);
+    }
+    if (failed == EINVAL || failed == ENOSYS) {
+        RemoveTree(directory, directoryName);
+        failed = KSYS::RenameEntry(directory.Get(), newName, directoryName);
+    }
+    Require(failed, "cannot replace", directory.GetPath() + "/" + directoryName);
+    RemoveTree(directory, newName);
+    directory.Flush();
+}
+
+} // namespace
+
+void KKeptKit::Write(
+    const std::string& serviceName,
+    const std::string& kitDirectory,
+    const std::set<std::string>& files,
+    const std::string& base
+) {
+    const KPrivateDirectory directory(base, serviceName);
+    RemoveTree(directory, newName); // of a run that was killed
+    const KPrivateDirectory made = directory.Below(newName);
+    std::set<std::string> kept = files;
+    kept.insert({"product.ini", "install.ini"});
+    for (const std::string& file : kept) {
+        const fs::path target = fs::path(made.GetPath()) / file;
+        MakeDirectories(target.parent_path());
+        CopyBytes(fs::path(kitDirectory) / file, target);
+    }
+    Require(KSYS::FlushFileSystem(made.Get()), "cannot flush", made.GetPath());
+    PutInPlace(directory);
+}
+
+std::optional<std::string>
+KKeptKit::FindDirectory(const std::string& serviceName, const std::string& base) {
+    const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
+    const auto kit = directory ? directory->ExistingBelow(directoryName) : std::nullopt;
+    return kit ? std::optional(kit->GetPath()) : std::nullopt;
+}
+
+void KKeptKit::RemoveUnlessNeeded(const std::string& serviceName, const std::string& base) {
+    const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
+    std::vector<std::string> names;
+    if (!directory || KSYS::ListEntries({directory->Get(), "."}, names) != 0) {
+        return;
+    }
+    const bool isNeeded = std::any_of(names.begin(), names.end(), [](const std::string& name) {
+        return name != directoryName && name != newName;
+    });
+    if (!isNeeded) {
+        RemoveTree(*directory, newName);
+        RemoveTree(*directory, directoryName);
+    }
+}
+
+} // namespace KSETUP

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/state/StateDirectory.h>
+
+#include <optional>
+#include <set>
+#include <string>
+
+namespace KSETUP {
+
+/// What a removal needs of the kit, kept on the machine, so that a product whose kit is gone can
+/// still be removed: the directory BASE/NAME/kit, a kit of its own, with product.ini, install.ini
+/// and the files that the removal uses, at their places and with their modes.
+///
+/// Threads  one at a time
+class KKeptKit {
+  public:
+    /// Keeps `files`, by their paths in the kit, with product.ini and install.ini. What a crash
+    /// leaves is the former kept kit or the new one; it is on the disk when this returns.
+    ///
+    /// Throws   KSetupFailure, the former kept kit being there still
+    static void Write(
+        const std::string& serviceName,
+        const std::string& kitDirectory,
+        const std::set<std::string>& files,
+        const std::string& base = stateBaseDirectory
+    );
+    /// Its directory; nothing when no kit is kept.
+    ///
+    /// Throws   KSetupFailure with ExitCode::notRoot for a user who may not look
+    static std::optional<std::string>
+    FindDirectory(const std::string& serviceName, const std::string& base = stateBaseDirectory);
+    /// Takes it away, where nothing else is remembered of the product that would need it.
+    ///
+    /// Throws   KSetupFailure, a part of it being there still
+    static void RemoveUnlessNeeded(
+        const std::string& serviceName, const std::string& base = stateBaseDirectory
+    );
+};
+
+} // namespace KSETUP

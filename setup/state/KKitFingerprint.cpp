@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupStop.h>
+#include <setup/files/PathText.h>
+#include <setup/state/KJsonLine.h>
+#include <setup/state/KKitFingerprint.h>
+#include <setup/state/KPrivateDirectory.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <stdexcept>
+
+#include <sys/files/DirectoryEntry.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr const char* fileName = "fingerprint";
+constexpr const char* format = "ins++ fingerprint";
+constexpr std::uint64_t formatVersion = 1;
+
+void Require(unsigned failed, const std::string& path) {
+    if (failed != 0) {
+        throw SystemFailure(
+            ExitCode::noKit, "cannot read", path, failed, "All of a kit has to be readable."
+        );
+    }
+}
+
+/// Ends in a byte that no text has, so that no two lists of texts look the same.
+void Append(std::string& all, const std::string& text) {
+    all += text;
+    all += '\0';
+}
+
+} // namespace
+
+KKitFingerprint::KKitFingerprint(const std::string& kitDirectory) : directory(kitDirectory) {
+    Add("");
+    std::sort(entries.begin(), entries.end(), [](const Entry& left, const Entry& right) {
+        return left.path < right.path;
+    });
+    std::string all;
+    for (const Entry& entry : entries) {
+        Append(all, entry.path);
+        Append(all, std::to_string(entry.mode));
+        Append(all, std::to_string(entry.size));
+        Append(all, std::to_string(entry.seconds));
+        Append(all, std::to_string(entry.nanoseconds));
+        Append(all, entry.target);
+    }
+    look = DigestBytes(all);
+}
+
+void KKitFingerprint::Add(const std::string& below) {
+    std::vector<std::string> names;
+    const std::string parent = below.empty() ? directory : JoinPath(directory, below);
+    Require(KSYS::ListEntries(parent, names), parent);
+    for (const std::string& name : names) {
+        Entry entry;
+        entry.path = below.empty() ? name : below + "/" + name;
+        const std::string path = JoinPath(directory, entry.path);
+        struct stat status {};
+        Require(KSYS::ReadStatus(path, KSYS::LastLink::Keep, status), path);
+        entry.mode = status.st_mode;
+        entry.seconds = status.st_mtim.tv_sec;
+        entry.nanoseconds = status.st_mtim.tv_nsec;
+        if (S_ISREG(status.st_mode)) {
+            entry.size = static_cast<std::uint64_t>(status.st_size);
+        } else if (S_ISLNK(status.st_mode)) {
+            Require(KSYS::ReadLink(path, entry.target), path);
+        }
+        const bool isDirectory = S_ISDIR(status.st_mode);
+        const std::string itsPath = entry.path;
+        entries.push_back(std::move(entry));
+        if (isDirectory) {
+            Add(itsPath);
+        }
+    }
+}
+
+std::string
+KKitFingerprint::ReadContent(const KDigests& known, const std::function<bool()>& shallStop) const {
+    std::string all;
+    for (const Entry& entry : entries) {
+        Append(all, entry.path);
+        Append(all, std::to_string(entry.mode));
+        Append(all, entry.target);
+        if (S_ISREG(entry.mode)) {
+            const std::string path = JoinPath(directory, entry.path);
+            const auto found = known.find(path);
+            const KFileDigest digest = found != known.end() && found->second.size == entry.size
+                                           ? found->second
+                                           : DigestFile(path, shallStop);
+            if (digest.errorNumber == ECANCELED) {
+                throw KSetupStop("Stopped on request. Nothing was changed.");
+            }
+            Require(digest.errorNumber, path);
+            Append(all, digest.sha256);
+        }
+    }
+    return DigestBytes(all);
+}
+
+void KInstalledKit::Write(const std::string& serviceName, const std::string& base) const {
+    KJsonLine line;
+    line.Put("format", format);
+    line.Put("formatVersion", formatVersion);
+    line.Put("look", look);
+    line.Put("content", content);
+    line.Put("manifest", manifest);
+    KPrivateDirectory(base, serviceName).WriteDurably(fileName, line.ToText());
+}
+
+std::optional<KInstalledKit>
+KInstalledKit::Read(const std::string& serviceName, const std::string& base) {
+    const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
+    const auto text = directory ? directory->Read(fileName) : std::nullopt;
+    if (!text) {
+        return std::nullopt;
+    }
+    try {
+        const KJsonLine line(*text);
+        if (line.GetText("format") != format || line.GetNumber("formatVersion") != formatVersion) {
+            return std::nullopt;
+        }
+        return KInstalledKit{
+            line.GetText("look"), line.GetText("content"), line.GetText("manifest")};
+    } catch (const std::invalid_argument&) {
+        return std::nullopt;
+    }
+}
+
+void KInstalledKit::Remove(const std::string& serviceName, const std::string& base) {
+    if (const auto directory = KPrivateDirectory::OpenExisting(base, serviceName)) {
+        directory->Delete(fileName);
+    }
+}
+
+} // namespace KSETUP

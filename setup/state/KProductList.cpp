@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/output/TextFormat.h>
+#include <setup/script/KScript.h>
+#include <setup/state/KKeptKit.h>
+#include <setup/state/KPrivateDirectory.h>
+#include <setup/state/KProductList.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+
+#include <sys/files/DirectoryEntry.h>
+
+namespace KSETUP {
+
+namespace {
+
+std::vector<std::string> ListNames(const std::string& directory) {
+    std::vector<std::string> names;
+    const unsigned failed = KSYS::ListEntries(directory, names);
+    if (failed == EACCES) {
+        throw KSetupFailure(ExitCode::notRoot, "only root can look into " + directory + ".");
+    }
+    if (failed != 0 && failed != ENOENT) {
+        throw SystemFailure(
+            ExitCode::noKit, "cannot list", directory, failed, "Fix the cause and try again."
+        );
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+/// Nothing for what is no directory, or an empty one.
+std::optional<KKnownProduct> Look(const std::string& base, const std::string& service) {
+    struct stat status {};
+    const std::string directory = base + "/" + service;
+    if (KSYS::ReadStatus(directory, KSYS::LastLink::Keep, status) != 0 ||
+        !S_ISDIR(status.st_mode) || ListNames(directory).empty()) {
+        return std::nullopt;
+    }
+    KKnownProduct product{service, service, "", status.st_mtim.tv_sec};
+    try {
+        if (const auto kit = KKeptKit::FindDirectory(service, base)) {
+            product.kit = *kit;
+            product.name = KScript(*kit + "/product.ini").GetValue("product", "name", service);
+        }
+    } catch (const KSetupFailure&) { // told by whoever uses it: it does not hide the others
+    }
+    return product;
+}
+
+std::string NamesOf(const std::vector<KKnownProduct>& products) {
+    std::string names;
+    for (const KKnownProduct& product : products) {
+        names += (names.empty() ? "" : ", ") + product.service +
+                 (product.name == product.service ? "" : " (" + product.name + ")");
+    }
+    return Printable(names);
+}
+
+/// By the service's name, or by a product's that is no other's.
+const KKnownProduct* Choose(const std::vector<KKnownProduct>& products, const std::string& name) {
+    const KKnownProduct* found = nullptr;
+    for (const KKnownProduct& product : products) {
+        if (product.service == name) {
+            return &product;
+        }
+    }
+    for (const KKnownProduct& product : products) {
+        if (product.name == name) {
+            if (found != nullptr) {
+                throw KSetupFailure(
+                    ExitCode::usage,
+                    "several products are called \"" + Printable(name) +
+                        "\". Name the service of one; known: " + NamesOf(products) + "."
+                );
+            }
+            found = &product;
+        }
+    }
+    return found;
+}
+
+} // namespace
+
+std::vector<KKnownProduct> FindKnownProducts(const std::string& base) {
+    std::vector<KKnownProduct> products;
+    for (const std::string& service : ListNames(base)) {
+        if (auto product = Look(base, service)) {
+            products.push_back(std::move(*product));
+        }
+    }
+    return products;
+}
+
+std::string FindKeptKit(const std::string& name, const std::string& base) {
+    const std::vector<KKnownProduct> products = FindKnownProducts(base);
+    const KKnownProduct* product = Choose(products, name);
+    if (product == nullptr) {
+        throw KSetupFailure(
+            ExitCode::notInstalled,
+            "no product \"" + Printable(name) + "\" is known here. " +
+                (products.empty() ? "None is." : "Known: " + NamesOf(products) + ".")
+        );
+    }
+    if (product->kit.empty()) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            "no kit is kept of " + Printable(name) +
+                ": its first install did not come to its end, or was done by a version of "
+                "ins-setup that kept none. Name the kit with --kit DIR."
+        );
+    }
+    return product->kit;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#include "../../../support/TemporaryTree.h"
+
+#include <setup/KSetupFailure.h>
+#include <setup/state/KKeptKit.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using KSETUP::KKeptKit;
+
+class KKeptKitTest : public ::testing::Test {
+  protected:
+    KKeptKitTest() {
+        tree.Write("kit/product.ini", "first");
+        tree.Write("kit/install.ini", "script");
+        tree.Write("kit/a/b/tool", "bytes", 0755);
+        tree.Write("kit/other", "bytes");
+    }
+
+    void Write(const std::set<std::string>& files) {
+        KKeptKit::Write("svc", tree.Path("kit"), files, tree.Path("base"));
+    }
+
+    KTEST::TemporaryTree tree;
+};
+
+TEST_F(KKeptKitTest, HasTheFilesAtTheirPlacesWithTheirModes) {
+    Write({"a/b/tool"});
+    EXPECT_EQ(KKeptKit::FindDirectory("svc", tree.Path("base")), tree.Path("base/svc/kit"));
+    EXPECT_EQ(tree.Read("base/svc/kit/product.ini"), "first");
+    EXPECT_EQ(tree.Mode("base/svc/kit/a/b/tool"), 0755U);
+    EXPECT_EQ(tree.Mode("base/svc/kit"), 0700U);
+    EXPECT_FALSE(tree.Exists("base/svc/kit/other"));
+}
+
+TEST_F(KKeptKitTest, IsReplacedAsAWhole) {
+    Write({"a/b/tool"});
+    tree.Write("base/svc/kit.new/stale", "of a run that was killed");
+    tree.Write("kit/product.ini", "second");
+    Write({"other"});
+    EXPECT_EQ(tree.Read("base/svc/kit/product.ini"), "second");
+    EXPECT_TRUE(tree.Exists("base/svc/kit/other"));
+    EXPECT_FALSE(tree.Exists("base/svc/kit/a"));
+    EXPECT_FALSE(tree.Exists("base/svc/kit.new"));
+}
+
+TEST_F(KKeptKitTest, TheFormerOneStaysWhereAFileIsMissing) {
+    Write({});
+    EXPECT_THROW(Write({"missing"}), KSETUP::KSetupFailure);
+    EXPECT_EQ(tree.Read("base/svc/kit/product.ini"), "first");
+}
+
+TEST_F(KKeptKitTest, CanBeWrittenFromItself) {
+    Write({"other"});
+    KKeptKit::Write("svc", tree.Path("base/svc/kit"), {"other"}, tree.Path("base"));
+    EXPECT_TRUE(tree.Exists("base/svc/kit/other"));
+}
+
+TEST_F(KKeptKitTest, StaysWhileSomethingElseIsRemembered) {
+    Write({});
+    tree.Write("base/svc/manifest", "");
+    KKeptKit::RemoveUnlessNeeded("svc", tree.Path("base"));
+    EXPECT_TRUE(tree.Exists("base/svc/kit/product.ini"));
+}
+
+TEST_F(KKeptKitTest, GoesWithTheRest) {
+    Write({"a/b/tool"});
+    KKeptKit::RemoveUnlessNeeded("svc", tree.Path("base"));
+    EXPECT_FALSE(tree.Exists("base/svc/kit"));
+    KKeptKit::RemoveUnlessNeeded("svc", tree.Path("base"));
+    KKeptKit::RemoveUnlessNeeded("none", tree.Path("base"));
+    EXPECT_FALSE(KKeptKit::FindDirectory("none", tree.Path("base")).has_value());
+}
+
+} // namespace
