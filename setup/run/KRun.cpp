@@ -10,6 +10,7 @@
 #include <setup/run/KRun.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/run/RunFailure.h>
+#include <setup/script/KSetupRuleLine.h>
 #include <setup/state/KBackup.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
@@ -31,7 +32,8 @@ bool StartsPrograms(const KPlan& plan) {
     const auto& rules = plan.GetRules();
     return std::any_of(rules.begin(), rules.end(), [](const KPlannedRule& rule) {
         return rule.rule.type == KINS::KRuleType::Process ||
-               rule.rule.type == KINS::KRuleType::Service;
+               rule.rule.type == KINS::KRuleType::Service ||
+               SetupOperationOf(rule.rule) == KSetupOperation::RunCommand;
     });
 }
 

@@ -132,9 +132,13 @@ KManifest KRun::MakeManifest() {
         );
     }
     for (const std::string& path : journal->GetMade()) {
-        if (GetPlanned().GetPolicy().IsConfiguration(path) && !IsOfUnit(path)) {
+        if (GetPlanned().GetPolicy().IsConfiguration(path) && !IsOfUnit(path) &&
+            !changes.programs.contains(path)) {
             manifest.MarkConfiguration(path, "");
         }
+    }
+    for (const std::string& path : changes.rights) {
+        manifest.RefreshRights(path);
     }
     for (const auto& [path, digest] : changes.kitDigests) {
         manifest.MarkConfiguration(path, digest);
