@@ -3,6 +3,7 @@
 #include <setup/check/KCheck.h>
 #include <setup/check/MacroText.h>
 #include <setup/check/Suppressions.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>

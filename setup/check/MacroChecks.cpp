@@ -3,6 +3,7 @@
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
 #include <setup/script/KSetupRuleLine.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>

@@ -27,8 +27,4 @@ std::string PatternOf(const std::string& text, const KMacroContext& macros);
 /// The letters, digits and "_" with which a text begins.
 std::string_view IdentifierAt(std::string_view text) noexcept;
 
-/// The one of `known` that was meant by `written`: the same but for case, or for two letters at the
-/// most. Empty when there is none.
-std::string FindMeant(const std::string& written, const std::vector<std::string>& known);
-
 } // namespace KSETUP

@@ -1,11 +1,20 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/AccountNames.h>
+#include <setup/kit/KitFile.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitNew.h>
+#include <setup/kit/ProductData.h>
+#include <setup/script/ScriptText.h>
 
+#include <algorithm>
 #include <array>
+#include <map>
+#include <string>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace KSETUP {
 
@@ -13,23 +22,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct File {
-    const char* name;
-    mode_t mode;
-    const char* text;
-};
+constexpr std::string_view programOfAFirstKit = "payload/hello";
 
-constexpr std::array files = std::to_array<File>({
+constexpr std::array files = std::to_array<KKitFile>({
     {"product.ini",
      0644,
      R"(; What the setup program, and the script by its macros, know about the product.
 ; Change all of it before you give the kit away.
 [product]
 ; As people read it.
-name=Hello
+name=@NAME@
 ; The product's directory below /etc, and the name of its service if it has one. A removal empties
 ; that directory, so it has to be the product's own: no other program may have this name.
-serviceName=hello
+serviceName=@SERVICE@
 ; The configuration file in the directory config/ below the product path.
 iniFile=hello.ini
 version=1.0
@@ -46,7 +51,7 @@ buildNumber=1
 [install]
 ; Where the product goes on a machine that does not have it yet, unless the setup program is told a
 ; path.
-defaultPath.$os$=/opt/hello
+defaultPath.$os$=/opt/@SERVICE@
 
 ; 1. Directories. A copy does not make the directory that it goes to.
 directory=create,$pathTargetBin$
@@ -103,9 +108,71 @@ Greeting=Hello, world.
 )"},
 });
 
+/// The product of a directory without a name of its own, as "/", is called as its program is.
+std::string NameOf(const fs::path& kit) {
+    std::error_code error;
+    const fs::path whole = fs::weakly_canonical(kit, error);
+    const std::string name = whole.filename().string();
+    return error || name.empty() || HasControlCharacter(name) ? "hello" : name;
+}
+
+/// The nearest name that a service can have.
+std::string ServiceNameOf(const std::string& name) {
+    std::string service = name;
+    std::replace_if(
+        service.begin(), service.end(), [](char byte) { return !IsServiceNameByte(byte); }, '-'
+    );
+    service.erase(0, service.find_first_not_of("-."));
+    return service.empty() ? "hello" : service;
+}
+
+/// The nearest name that a user can have.
+std::string UserNameOf(const std::string& name) {
+    constexpr std::size_t mostLetters = 31;
+    std::string user = Lowered(ServiceNameOf(name)).substr(0, mostLetters - 1);
+    std::replace_if(
+        user.begin(),
+        user.end(),
+        [](char byte) {
+            return !IsAccountName({'a', byte});
+        },
+        '-'
+    );
+    return IsAccountName(user) ? user : "u" + user;
+}
+
+std::string Filled(std::string text, const std::string& name) {
+    const std::array<std::pair<std::string, std::string>, 3> values{
+        {{"@NAME@", name}, {"@SERVICE@", ServiceNameOf(name)}, {"@USER@", UserNameOf(name)}}};
+    for (const auto& [mark, value] : values) {
+        for (std::size_t at = text.find(mark); at != std::string::npos;
+             at = text.find(mark, at + value.size())) {
+            text.replace(at, mark.size(), value);
+        }
+    }
+    return text;
+}
+
+/// What the kit of a kind of product has: of two files of one name the later.
+std::map<std::string, const KKitFile*> FilesOf(KKitKind kind, const std::string& name) {
+    std::map<std::string, const KKitFile*> all;
+    for (const KKitFile& file : files) {
+        const bool isProgram = file.name == programOfAFirstKit;
+        if (kind != KKitKind::Service || !isProgram) {
+            all[file.name] = &file;
+        }
+    }
+    if (kind == KKitKind::Service) {
+        for (const KKitFile& file : ServiceKitFiles()) {
+            all[Filled(file.name, name)] = &file;
+        }
+    }
+    return all;
+}
+
 } // namespace
 
-void MakeNewKit(const std::string& directory) {
+void MakeNewKit(const std::string& directory, KKitKind kind) {
     const fs::path kit(directory);
     std::error_code error;
     const fs::file_status status = fs::status(kit, error);
@@ -129,10 +196,11 @@ void MakeNewKit(const std::string& directory) {
             );
         }
     }
-    for (const File& file : files) {
-        const fs::path path = kit / file.name;
+    const std::string name = NameOf(kit);
+    for (const auto& [fileName, file] : FilesOf(kind, name)) {
+        const fs::path path = kit / fileName;
         MakeDirectories(path.parent_path());
-        WriteBytes(path, file.text, file.mode);
+        WriteBytes(path, Filled(file->text, name), file->mode);
     }
 }
 

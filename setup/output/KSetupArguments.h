@@ -44,8 +44,9 @@ struct KSetupArguments {
     bool verify = false;          ///< compare what is installed with what was
     bool strict = false;          ///< warnings of the check are errors
 
-    std::string tree;   ///< kit add: what is to be installed
-    std::string target; ///< kit new: the directory; kit bundle: the file
+    bool service = false; ///< kit new: the kit of a service
+    std::string tree;     ///< kit add: what is to be installed
+    std::string target;   ///< kit new: the directory; kit bundle: the file
 };
 
 /// How a command line asks to be answered.

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace KSETUP {
 
@@ -16,5 +17,9 @@ std::string_view Trimmed(std::string_view text, std::string_view blanks = " \t")
 
 /// With ASCII letters lowered.
 std::string Lowered(const std::string& text);
+
+/// The one of `known` that was meant by `written`: the same but for case, or for two letters at the
+/// most. Empty when there is none.
+std::string FindMeant(const std::string& written, const std::vector<std::string>& known);
 
 } // namespace KSETUP
