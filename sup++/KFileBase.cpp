@@ -108,6 +108,14 @@ void KFileBase::Copy(
     }
 }
 
+void KFileBase::Write(const KString& text) {
+    const std::string_view bytes(text.c_str());
+    if (const unsigned status = KSYS::WriteAll(descriptor, bytes.data(), bytes.size());
+        status != 0) {
+        source.RaiseSystem(status, KOperation::Write, path);
+    }
+}
+
 void KFileBase::Close() {
     KSYS::KDescriptor file(std::exchange(descriptor, -1));
     if (!file.IsOpen()) {

@@ -40,6 +40,9 @@ class SUP_EXPORT KFileBase : public KBase {
     /// Throws   also when the source ends before that (EIO); part of it may then be written
     void Copy(const KFileBase& from, const unsigned long long& offset, unsigned int byteCount);
 
+    /// Appends a text to what was written to this file so far.
+    void Write(const KString& text);
+
     /// Throws   what the disk reports at the end; the file is closed all the same
     void Close();
 

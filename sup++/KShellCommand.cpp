@@ -6,6 +6,7 @@
 #include <boost/make_shared.hpp>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -28,6 +29,7 @@ constexpr KErrorSource source{"sup++/KShellCommand"};
 constexpr auto terminatePatience = std::chrono::seconds(2);
 constexpr auto killPatience = std::chrono::seconds(1);
 constexpr unsigned outputMode = 0640;
+constexpr int noStatus = -1;
 constexpr int groupLookMs = 20; // the kernel tells of a process's end, but not of a group's
 
 struct Output {
@@ -68,13 +70,15 @@ class KShellCommand::Child {
         if (IsStoppedBeforeItsEnd()) {
             EndGroup();
         }
-        process.Reap();
+        exitStatus = process.Reap();
     }
+
+    int GetExitStatus() const noexcept { return exitStatus; }
 
     /// For a command whose thread could not be made.
     void Abandon() {
         process.SignalGroup(SIGKILL);
-        process.Reap();
+        static_cast<void>(process.Reap()); // nobody asks
     }
 
   private:
@@ -118,6 +122,7 @@ class KShellCommand::Child {
 
     KSYS::KShellProcess process;
     KSYS::KDescriptor stopRequest;
+    std::atomic<int> exitStatus{noStatus}; // of the thread, for any
 };
 
 KShellCommand::KShellCommand() : KThread("Shell command") {}
@@ -154,6 +159,11 @@ void KShellCommand::Execute(const KString& commandLine) {
         throw;
     }
     child = started;
+}
+
+int KShellCommand::GetExitStatus() const {
+    const KSYS::KScopedLock hold(guard);
+    return child != nullptr ? child->GetExitStatus() : noStatus;
 }
 
 void KShellCommand::Stop(bool wait) {

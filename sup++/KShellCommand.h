@@ -18,7 +18,7 @@ namespace KSUP {
 /// terminal, no descriptor, signal setting or environment of the caller's (PATH, HOME and LANG are
 /// root's own), directory "/", umask 022, nothing to read, and its output goes where
 /// SvcSetCommandOutput says. It has ended when the shell has ended, also if it left a daemon
-/// behind. Its exit status is not looked at.
+/// behind. Its exit status is for who asks: no status is an error here.
 ///
 /// Thread   Execute and the destructor belong to the owner; everything else as KThread
 ///
@@ -39,6 +39,13 @@ class SUP_EXPORT KShellCommand : public KThread {
     ///          command is running. Nothing more runs then
     void Execute(const KString& commandLine);
 
+    /// How the command that was executed last ended: the shell's exit status, 128 and the signal for
+    /// one that a signal ended. -1 before its end, without a command, and where the program itself
+    /// has taken the status of its children.
+    ///
+    /// Thread   any
+    int GetExitStatus() const;
+
     using KThread::Stop;
     /// Ends the command with its whole process group: SIGTERM, SIGKILL after 2 s for what is left.
     void Stop(bool wait) override;
@@ -46,7 +53,7 @@ class SUP_EXPORT KShellCommand : public KThread {
   private:
     class Child;
     /// Recursive: what is raised under it is told to the program's trace hook, which may call Stop.
-    KAnnotatedMutex<std::recursive_mutex> guard;
+    mutable KAnnotatedMutex<std::recursive_mutex> guard;
     boost::shared_ptr<Child> child SUP_GUARDED_BY(guard); // the running thread holds it too
 };
 

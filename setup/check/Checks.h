@@ -66,6 +66,12 @@ Findings UnknownServices(const KCheckContext& context);
 Findings ServicePrograms(const KCheckContext& context);
 Findings RunningServices(const KCheckContext& context);
 
+// Rules of ins-setup's own types. OwnRuleChecks.cpp
+Findings InvalidRules(const KCheckContext& context);
+Findings UnknownOwners(const KCheckContext& context);
+Findings ModesOfNothing(const KCheckContext& context);
+Findings LinksOutOfTheProduct(const KCheckContext& context);
+
 // What the machine is left with. RecordChecks.cpp, RemovalChecks.cpp
 Findings MissingRecordLinks(const KCheckContext& context);
 Findings MissingRecordProfiles(const KCheckContext& context);

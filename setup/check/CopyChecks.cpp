@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <optional>
 #include <set>
 
 namespace KSETUP::Checks {
@@ -13,30 +14,28 @@ namespace {
 
 using Kind = KPlannedAction::Kind;
 
-bool IsCopy(const KScriptRule& rule) {
-    return rule.Is(KINS::KRuleType::File, KINS::KRuleOperation::Copy);
-}
-
 /// Calls `look` with every copy of an install and a removal. What a command ran before one may have
 /// made, no plan can know: such copies from elsewhere than the kit are left out.
 void ForEachCopy(
-    const KCheckContext& context, const std::function<void(const KPlannedRule&)>& look
+    const KCheckContext& context,
+    const std::function<void(const KPlannedRule&, const KCopyLine&)>& look
 ) {
     bool commandRan = false;
     for (const KPlan* plan : {&context.GetInstall(), &context.GetRemove()}) {
         for (const KPlannedRule& planned : plan->GetRules()) {
-            const KScriptRule& rule = planned.rule;
             commandRan = commandRan || std::any_of(
                                            planned.actions.begin(),
                                            planned.actions.end(),
                                            [](const KPlannedAction& action) {
-                                               return action.kind == Kind::StartCommand;
+                                               return action.kind == Kind::StartCommand ||
+                                                      action.kind == Kind::RunCommand;
                                            }
                                        );
-            if (IsCopy(rule) &&
+            const std::optional<KCopyLine> copy = CopyLineOf(planned.rule);
+            if (copy &&
                 (!commandRan ||
-                 IsAtOrBelow(KPlannedTree::Normal(rule.fields[2]), context.GetKitDirectory()))) {
-                look(planned);
+                 IsAtOrBelow(KPlannedTree::Normal(copy->from), context.GetKitDirectory()))) {
+                look(planned, *copy);
             }
         }
     }
@@ -46,8 +45,8 @@ void ForEachCopy(
 std::set<std::string> CopiedDirectories(const KCheckContext& context) {
     std::set<std::string> all;
     for (const KScriptRule& rule : context.GetLines()) {
-        if (IsCopy(rule)) {
-            all.insert(KPlannedTree::Normal(rule.fields[2]));
+        if (const std::optional<KCopyLine> copy = CopyLineOf(rule)) {
+            all.insert(KPlannedTree::Normal(copy->from));
         }
     }
     return all;
@@ -78,12 +77,11 @@ bool HasFiles(const KPlannedTree& tree, const std::string& directory) {
 /// Whether there is nothing to copy out of a subdirectory, and its counterpart is made by itself.
 bool IsMadeByItself(
     const KPlannedTree& tree,
-    const KScriptRule& rule,
+    const KCopyLine& copy,
     const std::string& from,
     const std::string& name
 ) {
-    return rule.fields.size() > 3 &&
-           tree.Find(JoinPath(rule.fields[3], name)).kind == KEntryKind::Directory &&
+    return !copy.to.empty() && tree.Find(JoinPath(copy.to, name)).kind == KEntryKind::Directory &&
            !HasFiles(tree, JoinPath(from, name));
 }
 
@@ -91,10 +89,9 @@ bool IsMadeByItself(
 
 Findings MissingSources(const KCheckContext& context) {
     Findings found;
-    ForEachCopy(context, [&](const KPlannedRule& planned) {
+    ForEachCopy(context, [&](const KPlannedRule& planned, const KCopyLine& copy) {
         const KScriptRule& rule = planned.rule;
-        if (IsPattern(rule.fields[1]) || planned.actions.empty() ||
-            !planned.actions.front().lacks) {
+        if (copy.isPattern || planned.actions.empty() || !planned.actions.front().lacks) {
             return;
         }
         const std::string& source = planned.actions.front().source;
@@ -102,7 +99,7 @@ Findings MissingSources(const KCheckContext& context) {
         const std::string name = "\"" + InKit(source, context) + "\"";
         found.push_back(context.AtField(
             rule.line,
-            1,
+            copy.nameField,
             kind == KEntryKind::Directory ? name + " is a directory, and only files are copied"
             : kind == KEntryKind::Nothing ? name + " is not in the kit"
                                           : name + " is no file of the kit",
@@ -115,14 +112,13 @@ Findings MissingSources(const KCheckContext& context) {
 
 Findings EmptyWildcards(const KCheckContext& context) {
     Findings found;
-    ForEachCopy(context, [&](const KPlannedRule& planned) {
+    ForEachCopy(context, [&](const KPlannedRule& planned, const KCopyLine& copy) {
         const KScriptRule& rule = planned.rule;
-        if (IsPattern(rule.fields[1]) && planned.actions.empty()) {
+        if (copy.isPattern && planned.actions.empty()) {
             found.push_back(context.AtField(
                 rule.line,
-                1,
-                "no file matches \"" + InKit(JoinPath(rule.fields[2], rule.fields[1]), context) +
-                    "\"",
+                copy.nameField,
+                "no file matches \"" + InKit(JoinPath(copy.from, copy.name), context) + "\"",
                 "add the files to the kit, or take the line out"
             ));
         }
@@ -134,15 +130,15 @@ Findings SkippedDirectories(const KCheckContext& context) {
     const std::set<std::string> copied = CopiedDirectories(context);
     const KPlannedTree& tree = context.GetAfterInstall();
     Findings found;
-    ForEachCopy(context, [&](const KPlannedRule& planned) {
+    ForEachCopy(context, [&](const KPlannedRule& planned, const KCopyLine& copy) {
         const KScriptRule& rule = planned.rule;
-        const std::string from = KPlannedTree::Normal(rule.fields[2]);
-        if (!IsPattern(rule.fields[1]) || !IsAtOrBelow(from, context.GetKitDirectory())) {
+        const std::string from = KPlannedTree::Normal(copy.from);
+        if (!copy.isPattern || !IsAtOrBelow(from, context.GetKitDirectory())) {
             return;
         }
-        for (const std::string& name : tree.ListDirectories(from, rule.fields[1])) {
+        for (const std::string& name : tree.ListDirectories(from, copy.name)) {
             const std::string directory = KPlannedTree::Normal(JoinPath(from, name));
-            if (HasAtOrBelow(copied, directory) || IsMadeByItself(tree, rule, from, name)) {
+            if (HasAtOrBelow(copied, directory) || IsMadeByItself(tree, copy, from, name)) {
                 continue;
             }
             found.push_back(context.AtField(
@@ -160,14 +156,12 @@ Findings SkippedDirectories(const KCheckContext& context) {
 Findings CopiesOntoThemselves(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        const std::vector<std::string>& fields = rule.fields;
-        if (!IsCopy(rule) || fields.size() < 4) {
+        const std::optional<KCopyLine> copy = CopyLineOf(rule);
+        if (!copy || copy->to.empty()) {
             continue;
         }
-        const bool isRenamed = fields.size() == 5 && !IsPattern(fields[1]);
-        const std::string& newName = isRenamed ? fields[4] : fields[1];
-        const std::string source = KPlannedTree::Normal(JoinPath(fields[2], fields[1]));
-        if (source == KPlannedTree::Normal(JoinPath(fields[3], newName))) {
+        const std::string source = KPlannedTree::Normal(JoinPath(copy->from, copy->name));
+        if (source == KPlannedTree::Normal(JoinPath(copy->to, copy->newName))) {
             found.push_back(context.AtValue(
                 rule.line,
                 "\"" + InKit(source, context) + "\" is copied onto itself",
@@ -181,12 +175,12 @@ Findings CopiesOntoThemselves(const KCheckContext& context) {
 Findings OverwrittenConfigurations(const KCheckContext& context) {
     const std::string profile = KPlannedTree::Normal(context.GetRecordProfile());
     Findings found;
-    ForEachCopy(context, [&](const KPlannedRule& planned) {
+    ForEachCopy(context, [&](const KPlannedRule& planned, const KCopyLine& copy) {
         for (const KPlannedAction& action : planned.actions) {
             if (KPlannedTree::Normal(action.path) == profile) {
                 found.push_back(context.AtField(
                     planned.rule.line,
-                    1,
+                    copy.nameField,
                     "an upgrade with this copy overwrites the configuration \"" + profile +
                         "\", which may have been edited",
                     "give the copy another name, and make the configuration with profile=put"

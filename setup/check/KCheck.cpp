@@ -48,6 +48,8 @@ constexpr std::array table = std::to_array<Check>({
     {"copy-before-create", error, Checks::LateDirectories},
     {"link-onto-file", error, Checks::LinksOntoFiles},
     {"failing-service", error, Checks::FailingServices},
+    {"invalid-rule", error, Checks::InvalidRules},
+    {"mode-of-nothing", error, Checks::ModesOfNothing},
     {"overwritten-configuration", warning, Checks::OverwrittenConfigurations},
     {"blank-after-comma", warning, Checks::BlanksAfterCommas},
     {"macro-value", warning, Checks::MacroValues},
@@ -70,6 +72,8 @@ constexpr std::array table = std::to_array<Check>({
     {"service-not-installed", warning, Checks::UnknownServices},
     {"service-program", warning, Checks::ServicePrograms},
     {"running-service", warning, Checks::RunningServices},
+    {"unknown-owner", warning, Checks::UnknownOwners},
+    {"link-out-of-product", warning, Checks::LinksOutOfTheProduct},
     {"wrong-suppression", warning, WrongSuppressions},
 });
 

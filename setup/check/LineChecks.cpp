@@ -3,6 +3,7 @@
 #include <ins/Names.h>
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
+#include <setup/script/KSetupRuleLine.h>
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
@@ -135,12 +136,18 @@ Findings UnknownTypes(const KCheckContext& context) {
         for (const KRuleTypeInfo& type : KRuleLine::GetTypes()) {
             names.emplace_back(type.keyword);
         }
+        for (const KSetupOperationInfo& own : KSetupRuleLine::GetOperations()) {
+            if (names.back() != own.keyword) {
+                names.emplace_back(own.keyword);
+            }
+        }
         return names;
     }();
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
         const std::string& type = rule.line.type;
-        if (KRuleLine::FindType(type) != nullptr || IsLikeDefaultPath(type)) {
+        if (KRuleLine::FindType(type) != nullptr || KSetupRuleLine::IsType(type) ||
+            IsLikeDefaultPath(type)) {
             continue;
         }
         found.push_back(

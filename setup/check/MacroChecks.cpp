@@ -2,6 +2,7 @@
 #include <ins/Names.h>
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
+#include <setup/script/KSetupRuleLine.h>
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
@@ -17,7 +18,8 @@ namespace {
 using KINS::KRuleType;
 
 bool IsCommand(const KScriptRule& rule) {
-    return rule.Is(KRuleType::Process, KINS::KRuleOperation::Start);
+    return rule.Is(KRuleType::Process, KINS::KRuleOperation::Start) ||
+           SetupOperationOf(rule) == KSetupOperation::RunCommand;
 }
 
 /// Whether what stands between two dollar signs looks like a name that somebody gave a macro.
@@ -43,6 +45,9 @@ std::string AdviceForMacro(const std::string& name, bool inCommand) {
 /// The second field, as it is written.
 std::pair<std::size_t, std::string> CommandOf(const KScriptLine& line) {
     const std::vector<std::string> fields = WrittenFields(line.value);
+    if (KSetupRuleLine::IsType(line.type)) { // to the end of the line
+        return {1, line.value.substr(std::min(fields.front().size() + 1, line.value.size()))};
+    }
     std::size_t nonEmpty = 0;
     for (std::size_t index = 0; index < fields.size(); ++index) {
         if (!fields[index].empty() && ++nonEmpty == 2) {

@@ -2,6 +2,7 @@
 #include <setup/check/Checks.h>
 #include <setup/check/PlanSteps.h>
 #include <setup/files/PathText.h>
+#include <setup/script/KSetupRuleLine.h>
 
 #include <algorithm>
 #include <map>
@@ -38,12 +39,17 @@ bool IsOwn(const KCheckContext& context, const std::string& directory) {
 
 /// The field that has the directory in which something is made.
 std::size_t TargetField(const KScriptRule& rule) {
+    if (rule.own != nullptr) {
+        const std::size_t to = rule.own->IndexOf(KSetupField::ToDirectory);
+        return to != 0 ? to : rule.own->IndexOf(KSetupField::Path);
+    }
     return rule.type == KINS::KRuleType::File ? 3 : 1;
 }
 
 /// Uses what was made before, for all that is known.
 bool IsUse(Kind kind) {
-    return kind == Kind::StartCommand || kind == Kind::InstallService || kind == Kind::StartService;
+    return kind == Kind::StartCommand || kind == Kind::RunCommand || kind == Kind::InstallService ||
+           kind == Kind::StartService;
 }
 
 /// A later line for one file is an exception from a wildcard before it.

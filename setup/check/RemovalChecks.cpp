@@ -3,6 +3,7 @@
 #include <setup/files/PathText.h>
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/SystemPlaces.h>
+#include <setup/script/KSetupRuleLine.h>
 #include <setup/state/KManifest.h>
 
 #include <algorithm>
@@ -78,10 +79,12 @@ std::string SystemDirectoryOf(const KCheckContext& context, const KScriptRule& r
         const std::string path = KPlannedTree::Normal(fields[1]);
         return IsOfOthers(context, path) && !IsOwnUnit(context, path) ? path : "";
     }
-    if (!rule.Is(KRuleType::File, KRuleOperation::Delete)) {
+    const bool isOwn = SetupOperationOf(rule) == KSetupOperation::DeleteEntry;
+    if (!isOwn && !rule.Is(KRuleType::File, KRuleOperation::Delete)) {
         return "";
     }
-    const std::string path = KPlannedTree::Normal(JoinPath(fields[2], fields[1]));
+    const std::string path =
+        KPlannedTree::Normal(isOwn ? fields[1] : JoinPath(fields[2], fields[1]));
     const std::string directory = std::filesystem::path(path).parent_path().string();
     return IsOfTheSystem(context, directory) && !IsInstalled(context, path) &&
                    !IsOwnUnit(context, path)
@@ -159,7 +162,7 @@ bool IsLeft(
 
 bool Makes(Kind kind) {
     return kind == Kind::CreateDirectory || kind == Kind::CopyFile || kind == Kind::MakeLink ||
-           kind == Kind::CreateProfile || kind == Kind::PutOption;
+           kind == Kind::CreateProfile || kind == Kind::PutOption || kind == Kind::CreateUser;
 }
 
 struct Left {
@@ -170,7 +173,8 @@ struct Left {
 /// What stays, by the rule that made it first.
 std::vector<Left> FindLeft(const KCheckContext& context) {
     const std::set<std::string> removed = PathsOf(context.GetRemove(), Kind::RemoveService);
-    const std::set<std::string> commands = PathsOf(context.GetRemove(), Kind::StartCommand);
+    std::set<std::string> commands = PathsOf(context.GetRemove(), Kind::StartCommand);
+    commands.merge(PathsOf(context.GetRemove(), Kind::RunCommand));
     std::set<std::string> told;
     std::vector<Left> all;
     for (const KPlannedRule& planned : context.GetInstall().GetRules()) {
@@ -211,7 +215,7 @@ Findings SystemDeletions(const KCheckContext& context) {
         if (!directory.empty()) {
             found.push_back(context.AtField(
                 rule.line,
-                rule.type == KRuleType::Directory ? 1 : 2,
+                rule.type == KRuleType::File ? 2 : 1,
                 "this deletes in \"" + directory + "\", which belongs to the system",
                 "delete only what the script installs, each file by its name"
             ));

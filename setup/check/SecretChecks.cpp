@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
+#include <setup/script/KSetupRuleLine.h>
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
@@ -126,7 +127,8 @@ Findings Secrets(const KCheckContext& context) {
                 Lowered(std::string(Trimmed(fields[3]))), Lowered(std::string(Trimmed(fields[4])))
             );
         const bool isArgument = rule.type == KINS::KRuleType::Service && fields.size() == 5;
-        const bool isCommand = rule.Is(KINS::KRuleType::Process, KINS::KRuleOperation::Start);
+        const bool isCommand = rule.Is(KINS::KRuleType::Process, KINS::KRuleOperation::Start) ||
+                               SetupOperationOf(rule) == KSetupOperation::RunCommand;
         std::size_t field = 0;
         if (isSecretOption || (isArgument && HoldsSecret(fields[4]))) {
             field = 4;

@@ -10,7 +10,8 @@ using KINS::KRuleType;
 Findings BlanksAfterCommas(const KCheckContext& context) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        if (rule.type == KRuleType::Section || rule.line.type.starts_with("defaultPath")) {
+        if (rule.type == KRuleType::Section || rule.line.type == "command" ||
+            rule.line.type.starts_with("defaultPath")) {
             continue; // no fields
         }
         const std::vector<std::string> fields = WrittenFields(rule.line.value);

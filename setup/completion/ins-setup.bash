@@ -16,6 +16,7 @@ _ins_setup_options() { # COMMAND
     'plan remove') echo '--kit --json --offline-services --allow-conflicts --purge' ;;
     macros) echo '--kit --json' ;;
     'kit add' | 'kit seal') echo '--kit' ;;
+    'kit new') echo '--service' ;;
     'kit bundle') echo '--kit --output -o' ;;
     '') echo '--version' ;;
     esac

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/AccountNames.h>
 #include <setup/kit/KAddedTree.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/output/TextFormat.h>
@@ -11,6 +12,7 @@
 #include <system_error>
 
 #include <sys/files/DirectoryEntry.h>
+#include <unistd.h>
 
 namespace KSETUP {
 
@@ -20,22 +22,51 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t namesShown = 50;
 
-/// Why a rule cannot hold the text; empty when it can.
+constexpr mode_t othersWrite = S_IWGRP | S_IWOTH;
+constexpr mode_t allBits = 07777;
+
+/// Why a rule cannot hold the text; empty when it can. All else can be written with escapes.
 std::string WhyNoField(std::string_view text) {
     for (const char letter : text) {
         if (static_cast<unsigned char>(letter) < 0x20 || letter == 0x7F) {
             return "has a control character";
         }
     }
-    return text.find(',') != std::string_view::npos   ? "has a comma"
-           : text.find('$') != std::string_view::npos ? "has a dollar sign"
-           : text.find_first_of("*?") != std::string_view::npos
-               ? "has a \"*\" or \"?\", which stand for other names"
-               : "";
+    return "";
 }
 
-bool IsBlankAtAnEnd(std::string_view text) {
-    return text.starts_with(' ') || text.ends_with(' ');
+/// Why no section can have the name of the tree.
+std::string WhyNoSection(const std::string& name) {
+    const bool isArchitecture = name.ends_with(".x86") || name.ends_with(".x86_64");
+    return !WhyNoField(name).empty()                       ? WhyNoField(name)
+           : name.find(',') != std::string::npos           ? "has a comma"
+           : name.find('$') != std::string::npos           ? "has a dollar sign"
+           : name.find_first_of("*?") != std::string::npos ? "has a \"*\" or \"?\""
+           : name.starts_with(' ') || name.ends_with(' ')  ? "begins or ends with a blank"
+           : name.find_first_of("[]") != std::string::npos ? "has a bracket"
+           : isArchitecture ? "ends as a section for one architecture does"
+           : name == "/" || name.empty() || name.front() == '.' ? "is none that a section can have"
+                                                                : "";
+}
+
+/// As it is to be installed. Who makes a kit is nobody on the machine that it is for, so what is
+/// theirs becomes root's, and who else may write it is theirs to say: a group of their own, which
+/// umask 002 lets write everything, would be root's group there. A directory keeps the right where
+/// it has a group of its own, or where the sticky bit goes with it.
+KAddedTree::Rights RightsOf(const struct stat& status) {
+    KAddedTree::Rights rights;
+    const uid_t caller = ::geteuid();
+    const gid_t callersGroup = ::getegid();
+    rights.owner = status.st_uid == 0 || status.st_uid == caller ? "root" : UserName(status.st_uid);
+    rights.group =
+        status.st_gid == 0 || status.st_gid == callersGroup ? "root" : GroupName(status.st_gid);
+    rights.mode = status.st_mode & allBits;
+    const bool isDirectory = S_ISDIR(status.st_mode);
+    const bool keeps = isDirectory && ((rights.mode & S_ISVTX) != 0 ||
+                                       ((rights.mode & S_IWOTH) == 0 && rights.group != "root"));
+    rights.lostWriting = !keeps && (rights.mode & othersWrite) != 0;
+    rights.mode &= keeps ? allBits : allBits & ~othersWrite;
+    return rights;
 }
 
 } // namespace
@@ -59,16 +90,7 @@ KAddedTree::KAddedTree(const std::string& directory) {
             ExitCode::noKit, root + ": there is nothing in it that could be installed."
         );
     }
-    const std::string name = GetName();
-    const bool isArchitecture = name.ends_with(".x86") || name.ends_with(".x86_64");
-    const std::string why = !WhyNoField(name).empty() ? WhyNoField(name)
-                            : IsBlankAtAnEnd(name)    ? "begins or ends with a blank"
-                            : name.find_first_of("[]") != std::string::npos ? "has a bracket"
-                            : isArchitecture ? "ends as a section for one architecture does"
-                            : name == "/" || name.empty() || name.front() == '.'
-                                ? "is none that a section can have"
-                                : "";
-    if (!why.empty()) {
+    if (const std::string why = WhyNoSection(GetName()); !why.empty()) {
         Complain("", "its name becomes the name of a section, and " + why);
     }
 }
@@ -89,7 +111,7 @@ void KAddedTree::Scan(const std::string& relative) {
         FailOn(path, static_cast<int>(failed));
     }
     Directory& directory = directories[relative];
-    directory.mode = status.st_mode & 07777;
+    directory.rights = RightsOf(status);
     std::vector<std::string> names;
     std::error_code error;
     for (fs::directory_iterator at(path, error), end; !error && at != end; at.increment(error)) {
@@ -126,7 +148,7 @@ void KAddedTree::ScanEntry(
         if (failed != 0) {
             Complain(relative, std::generic_category().message(static_cast<int>(failed)));
         }
-        directory.files.push_back(name);
+        directory.files.push_back({name, RightsOf(status)});
     } else if (S_ISLNK(status.st_mode)) {
         std::error_code error;
         const std::string target = fs::read_symlink(path, error).string();
@@ -134,11 +156,7 @@ void KAddedTree::ScanEntry(
         if (error) {
             Complain(relative, error.message());
         } else if (!why.empty()) {
-            Complain(relative, "where the link leads to, " + target + ", " + why);
-        } else if (name.ends_with(' ')) {
-            Complain(relative, "a link's name cannot end with a blank");
-        } else if (target.find_first_not_of('/') == std::string::npos) {
-            Complain(relative, "the link leads to the root directory");
+            Complain(relative, "where the link leads to, " + Printable(target) + ", " + why);
         } else if (target == root || target.starts_with(root + "/")) {
             Complain(
                 relative, "the link leads into this tree by its path here; make it a relative one"
@@ -149,6 +167,18 @@ void KAddedTree::ScanEntry(
     } else {
         Complain(relative, "neither a file, nor a directory, nor a link");
     }
+}
+
+bool KAddedTree::HasFile(const std::string& relative) const {
+    const fs::path path(relative);
+    const auto found = directories.find(path.parent_path().string());
+    const std::string name = path.filename().string();
+    return found != directories.end() && (found->second.links.contains(name) ||
+                                          std::any_of(
+                                              found->second.files.begin(),
+                                              found->second.files.end(),
+                                              [&](const File& file) { return file.name == name; }
+                                          ));
 }
 
 std::size_t KAddedTree::GetFileCount() const {

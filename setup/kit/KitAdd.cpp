@@ -6,11 +6,13 @@
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/kit/TreeRules.h>
+#include <setup/kit/TreeUnits.h>
 
-#include <array>
-#include <cstdio>
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
+
+#include <sys/stat.h>
 
 namespace KSETUP {
 
@@ -18,7 +20,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr mode_t usualMode = 0755;
+/// Of a file in a kit. What may be more than that a rule sets, where the file is installed: in a
+/// kit it would be anybody's, or refused.
+constexpr mode_t carriedModes = 0755;
+constexpr std::size_t namesShown = 5;
 
 void RefuseOverlap(const KAddedTree& tree, const std::string& kit) {
     if (IsAtOrBelow(tree.GetRoot(), kit) || IsAtOrBelow(kit, tree.GetRoot())) {
@@ -37,8 +42,9 @@ void CopyTree(const KAddedTree& tree, const fs::path& to) {
         if (!directory.files.empty()) {
             MakeDirectories(to / path);
         }
-        for (const std::string& name : directory.files) {
-            CopyBytes(fs::path(tree.GetRoot()) / path / name, to / path / name);
+        for (const KAddedTree::File& file : directory.files) {
+            const fs::path name = fs::path(path) / file.name;
+            CopyBytes(tree.GetRoot() / name, to / name, carriedModes & file.rights.mode);
         }
     }
 }
@@ -51,17 +57,74 @@ void Rename(const fs::path& from, const fs::path& to) {
     }
 }
 
-std::vector<std::string> Notes(const KAddedTree& tree, const std::string& kit) {
-    std::vector<std::string> notes;
+/// "a, b and 3 more"
+std::string ListOf(const std::vector<std::string>& names) {
+    std::string list;
+    for (std::size_t at = 0; at < std::min(names.size(), namesShown); ++at) {
+        list += (at == 0 ? "" : ", ") + names[at];
+    }
+    return names.size() <= namesShown
+               ? list
+               : list + " and " + std::to_string(names.size() - namesShown) + " more";
+}
+
+/// What of a tree is worth a look, each with the paths that it is true of.
+struct Findings {
+    std::vector<std::string> setId;
+    std::vector<std::string> lostWriting;
+    std::vector<std::string> owned;
+
+    void Note(const std::string& path, const KAddedTree::Rights& rights, bool isFile) {
+        if (isFile && (rights.mode & (S_ISUID | S_ISGID)) != 0) {
+            setId.push_back(path);
+        }
+        if (rights.lostWriting) {
+            lostWriting.push_back(path);
+        }
+        if (rights.owner != "root" || rights.group != "root") {
+            owned.push_back(path + " (" + rights.owner + ":" + rights.group + ")");
+        }
+    }
+};
+
+Findings FindingsOf(const KAddedTree& tree) {
+    Findings found;
     for (const auto& [path, directory] : tree.GetDirectories()) {
-        if (!path.empty() && directory.mode != usualMode) {
-            std::array<char, 8> mode{};
-            std::snprintf(mode.data(), mode.size(), "%04o", directory.mode);
-            notes.push_back(
-                path + " has the mode " + mode.data() +
-                ", but rules make directories with 0755. If that matters, change it by a program "
-                "of the kit that a process rule runs."
-            );
+        if (!path.empty()) {
+            found.Note(path, directory.rights, false);
+        }
+        for (const KAddedTree::File& file : directory.files) {
+            found.Note((fs::path(path) / file.name).string(), file.rights, true);
+        }
+    }
+    return found;
+}
+
+std::vector<std::string> Notes(const KAddedTree& tree, const std::string& kit) {
+    const Findings found = FindingsOf(tree);
+    std::vector<std::string> notes;
+    if (!found.lostWriting.empty()) {
+        notes.push_back(
+            "Group or others could write to these, which they cannot in the kit and where it is "
+            "installed: " +
+            ListOf(found.lostWriting) + "."
+        );
+    }
+    if (!found.setId.empty()) {
+        notes.push_back(
+            "Whoever runs these has the rights of their owner or group, by a rule mode=set: " +
+            ListOf(found.setId) + "."
+        );
+    }
+    if (!found.owned.empty()) {
+        notes.push_back(
+            "These have owners that the machine must know, or that a rule user=create makes: " +
+            ListOf(found.owned) + "."
+        );
+    }
+    for (const KTreeUnit& unit : FindUnits(tree)) {
+        if (!unit.objection.empty()) {
+            notes.push_back(unit.objection);
         }
     }
     if (IsSealed(kit)) {

@@ -82,7 +82,7 @@ void WriteBytes(const fs::path& path, const std::string& bytes, mode_t mode) {
     RequireWritten(KSYS::ReplaceEntry(AT_FDCWD, temporary, path.string(), bytes, mode), path);
 }
 
-void CopyBytes(const fs::path& from, const fs::path& to) {
+void CopyBytes(const fs::path& from, const fs::path& to, mode_t kept) {
     KSYS::KDescriptor source;
     KSYS::KDescriptor target;
     struct stat status {};
@@ -93,7 +93,7 @@ void CopyBytes(const fs::path& from, const fs::path& to) {
         KSYS::CopyContent(source.Get(), target.Get(), KSYS::CopyWay::Any),
         to.string() + " from " + from.string()
     );
-    RequireWritten(KSYS::SetMode(target.Get(), status.st_mode), to);
+    RequireWritten(KSYS::SetMode(target.Get(), status.st_mode & kept), to);
 }
 
 void MakeDirectories(const fs::path& path) {

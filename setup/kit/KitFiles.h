@@ -22,8 +22,11 @@ KKitListing ListKit(const std::filesystem::path& directory);
 std::string ReadBytes(const std::filesystem::path& path);
 /// Replaces a file whole or not at all; the new one has this mode.
 void WriteBytes(const std::filesystem::path& path, const std::string& bytes, mode_t mode);
-/// Copies a regular file with its permission bits, over a file that stands there.
-void CopyBytes(const std::filesystem::path& from, const std::filesystem::path& to);
+/// Copies a regular file with its permission bits, of those that are `kept`, over a file that stands
+/// there.
+void CopyBytes(
+    const std::filesystem::path& from, const std::filesystem::path& to, mode_t kept = 07777
+);
 /// Makes one directory, mode 0755, and missing parents.
 void MakeDirectories(const std::filesystem::path& path);
 

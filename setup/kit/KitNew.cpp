@@ -1,13 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/AccountNames.h>
+#include <setup/kit/KitFile.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitNew.h>
 #include <setup/kit/ProductData.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -17,13 +22,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct File {
-    const char* name;
-    mode_t mode;
-    const char* text;
-};
+constexpr std::string_view programOfAFirstKit = "payload/hello";
 
-constexpr std::array files = std::to_array<File>({
+constexpr std::array files = std::to_array<KKitFile>({
     {"product.ini",
      0644,
      R"(; What the setup program, and the script by its macros, know about the product.
@@ -125,9 +126,24 @@ std::string ServiceNameOf(const std::string& name) {
     return service.empty() ? "hello" : service;
 }
 
+/// The nearest name that a user can have.
+std::string UserNameOf(const std::string& name) {
+    constexpr std::size_t mostLetters = 31;
+    std::string user = Lowered(ServiceNameOf(name)).substr(0, mostLetters - 1);
+    std::replace_if(
+        user.begin(),
+        user.end(),
+        [](char byte) {
+            return !IsAccountName({'a', byte});
+        },
+        '-'
+    );
+    return IsAccountName(user) ? user : "u" + user;
+}
+
 std::string Filled(std::string text, const std::string& name) {
-    const std::array<std::pair<std::string, std::string>, 2> values{
-        {{"@NAME@", name}, {"@SERVICE@", ServiceNameOf(name)}}};
+    const std::array<std::pair<std::string, std::string>, 3> values{
+        {{"@NAME@", name}, {"@SERVICE@", ServiceNameOf(name)}, {"@USER@", UserNameOf(name)}}};
     for (const auto& [mark, value] : values) {
         for (std::size_t at = text.find(mark); at != std::string::npos;
              at = text.find(mark, at + value.size())) {
@@ -137,9 +153,26 @@ std::string Filled(std::string text, const std::string& name) {
     return text;
 }
 
+/// What the kit of a kind of product has: of two files of one name the later.
+std::map<std::string, const KKitFile*> FilesOf(KKitKind kind, const std::string& name) {
+    std::map<std::string, const KKitFile*> all;
+    for (const KKitFile& file : files) {
+        const bool isProgram = file.name == programOfAFirstKit;
+        if (kind != KKitKind::Service || !isProgram) {
+            all[file.name] = &file;
+        }
+    }
+    if (kind == KKitKind::Service) {
+        for (const KKitFile& file : ServiceKitFiles()) {
+            all[Filled(file.name, name)] = &file;
+        }
+    }
+    return all;
+}
+
 } // namespace
 
-void MakeNewKit(const std::string& directory) {
+void MakeNewKit(const std::string& directory, KKitKind kind) {
     const fs::path kit(directory);
     std::error_code error;
     const fs::file_status status = fs::status(kit, error);
@@ -164,10 +197,10 @@ void MakeNewKit(const std::string& directory) {
         }
     }
     const std::string name = NameOf(kit);
-    for (const File& file : files) {
-        const fs::path path = kit / file.name;
+    for (const auto& [fileName, file] : FilesOf(kind, name)) {
+        const fs::path path = kit / fileName;
         MakeDirectories(path.parent_path());
-        WriteBytes(path, Filled(file.text, name), file.mode);
+        WriteBytes(path, Filled(file->text, name), file->mode);
     }
 }
 

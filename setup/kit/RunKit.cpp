@@ -15,8 +15,8 @@ namespace KSETUP {
 
 namespace {
 
-int New(const std::string& directory) {
-    MakeNewKit(directory);
+int New(const std::string& directory, KKitKind kind) {
+    MakeNewKit(directory, kind);
     std::cout << "A first kit is in " << Printable(directory)
               << ". Read its install.ini, then try it:\n"
                  "    ins-setup check --kit "
@@ -65,7 +65,7 @@ int Bundle(const KSetupArguments& arguments) {
 int RunKit(const KSetupArguments& arguments) {
     switch (arguments.command) {
     case Command::KitNew:
-        return New(arguments.target);
+        return New(arguments.target, arguments.service ? KKitKind::Service : KKitKind::Program);
     case Command::KitAdd:
         return Add(arguments);
     case Command::KitSeal:

@@ -2,9 +2,13 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/kit/TreeRules.h>
+#include <setup/kit/TreeUnits.h>
+#include <setup/script/EscapedText.h>
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <string_view>
 #include <vector>
 
@@ -64,60 +68,166 @@ bool IsShared(const std::string& relative) {
     return relative.empty() || relative == "config";
 }
 
-void AppendLink(std::string& text, const std::string& to, const auto& link) {
-    const auto& [name, target] = link;
-    std::string_view rest = target;
-    while (rest.ends_with('/')) {
-        rest.remove_suffix(1);
-    }
-    const std::size_t slash = rest.rfind('/');
-    const std::string from = slash == std::string_view::npos ? "."
-                             : slash == 0                    ? "/"
-                                                             : std::string(rest.substr(0, slash));
-    const std::string last(rest.substr(slash == std::string_view::npos ? 0 : slash + 1));
-    text += "file=symlink," + last + "," + from + "," + to + "," + name + "\n";
+/// Configuration by its place in the tree, wherever the product path is.
+bool IsConfiguration(const std::string& relative) {
+    return relative == "etc" || relative.starts_with("etc/");
 }
 
-std::string InstallRules(const KAddedTree& tree) {
-    const std::string source =
-        std::string("$pathSource$") + payloadDirectory + "/" + tree.GetName() + "/";
-    std::string text;
-    for (const auto& [path, directory] : tree.GetDirectories()) {
-        text += "directory=create," + Below("$pathTarget$", path) + "\n";
+bool NeedsRights(const KAddedTree::Rights& rights, mode_t usual) {
+    return rights.mode != usual || rights.owner != "root" || rights.group != "root";
+}
+
+/// The rules of one tree.
+class TreeRules {
+  public:
+    explicit TreeRules(const KAddedTree& added)
+        : tree(added),
+          source(std::string("$pathSource$") + payloadDirectory + "/" + added.GetName() + "/"),
+          escapedSource(
+              std::string("$pathSource$") + payloadDirectory + "/" + Escaped(added.GetName()) + "/"
+          ),
+          units(FindUnits(added)) {
+        std::erase_if(units, [](const KTreeUnit& unit) { return !unit.objection.empty(); });
     }
-    for (const auto& [path, directory] : tree.GetDirectories()) {
-        if (!directory.files.empty()) {
+
+    std::string Install() {
+        text.clear();
+        for (const KTreeUnit& unit : units) {
+            text += "service=remove," + unit.service + "\n";
+        }
+        ForEach([&](const auto& path, const auto& /*directory*/) { CreateDirectory(path); });
+        ForEach([&](const auto& path, const auto& directory) { CopyFiles(path, directory); });
+        ForEach([&](const auto& path, const auto& directory) { MakeLinks(path, directory); });
+        ForEach([&](const auto& path, const auto& directory) { SetRights(path, directory); });
+        for (const KTreeUnit& unit : units) {
+            InstallUnit(unit);
+        }
+        return text;
+    }
+
+    std::string Remove() {
+        text.clear();
+        for (const KTreeUnit& unit : units) {
+            text += "service=remove," + unit.service + "\nfile=delete," + unit.service +
+                    ".service," + unitTarget + "\n";
+        }
+        const auto& directories = tree.GetDirectories();
+        for (auto at = directories.rbegin(); at != directories.rend(); ++at) {
+            RemoveDirectory(at->first, at->second);
+        }
+        return text;
+    }
+
+  private:
+    using Directory = KAddedTree::Directory;
+
+    template <class Use>
+    void ForEach(Use use) {
+        for (const auto& [path, directory] : tree.GetDirectories()) {
+            use(path, directory);
+        }
+    }
+
+    /// A name in the tree, as a field of ins-setup's own rules.
+    static std::string Target(const std::string& path, const std::string& name = {}) {
+        const std::string relative = path.empty() || name.empty() ? path + name : path + "/" + name;
+        return "$pathTarget$" + Escaped(relative);
+    }
+
+    /// Whether the engine's rules can name the directory.
+    static bool IsPlain(const std::string& path) { return !NeedsEscapes(path + "/"); }
+
+    void CreateDirectory(const std::string& path) {
+        text += IsPlain(path) ? "directory=create," + Below("$pathTarget$", path) + "\n"
+                              : "entry=create," + Target(path) + "\n";
+    }
+
+    void CopyFiles(const std::string& path, const Directory& directory) {
+        const std::string from = escapedSource + Escaped(path);
+        if (directory.files.empty()) {
+            return;
+        }
+        if (IsConfiguration(path)) {
+            text += "config=copy,*," + from + "," + Target(path) + "\n";
+            return;
+        }
+        if (IsPlain(path)) {
             text += "file=copy,*," + Below(source.c_str(), path) + "," +
                     Below("$pathTarget$", path) + "\n";
+            return;
+        }
+        for (const KAddedTree::File& file : directory.files) {
+            text += "entry=copy," + escapedSource + Escaped(path + "/" + file.name) + "," +
+                    Target(path, file.name) + "\n";
         }
     }
-    for (const auto& [path, directory] : tree.GetDirectories()) {
-        for (const auto& link : directory.links) {
-            AppendLink(text, Below("$pathTarget$", path), link);
-        }
-    }
-    return text;
-}
 
-std::string RemovalRules(const KAddedTree& tree) {
-    std::string text;
-    const auto& directories = tree.GetDirectories();
-    for (auto at = directories.rbegin(); at != directories.rend(); ++at) {
-        const auto& [path, directory] = *at;
-        const std::string target = Below("$pathTarget$", path);
-        if (!IsShared(path)) {
-            text += "file=delete,*," + target + "\ndirectory=delete," + target + "\n";
-            continue;
+    void MakeLinks(const std::string& path, const Directory& directory) {
+        for (const auto& [name, target] : directory.links) {
+            text += "link=create," + Escaped(target) + "," + Target(path, name) + "\n";
         }
-        for (const std::string& name : directory.files) {
-            text += "file=delete," + name + "," + target + "\n";
+    }
+
+    void SetRights(const std::string& path, const Directory& directory) {
+        constexpr mode_t usual = 0755;
+        constexpr mode_t carried = 0777; // by the files of a kit
+        if (!path.empty() && NeedsRights(directory.rights, usual)) {
+            AppendRights(Target(path), directory.rights);
+        }
+        for (const KAddedTree::File& file : directory.files) {
+            if (NeedsRights(file.rights, file.rights.mode & carried)) {
+                AppendRights(Target(path, file.name), file.rights);
+            }
+        }
+    }
+
+    void AppendRights(const std::string& target, const KAddedTree::Rights& rights) {
+        std::array<char, 8> mode{};
+        std::snprintf(mode.data(), mode.size(), "%04o", rights.mode);
+        text += "mode=set," + target + "," + mode.data();
+        if (rights.owner != "root" || rights.group != "root") {
+            text += "," + rights.owner + "," + rights.group;
+        }
+        text += "\n";
+    }
+
+    /// To where an administrator's units are: systemd looks nowhere else that a product may write to.
+    /// It is no configuration there, for what an administrator changes goes into a drop-in.
+    void InstallUnit(const KTreeUnit& unit) {
+        text += "config=replace," + unit.service + ".service," + escapedSource + unit.directory +
+                "," + unitTarget + "\nservice=install," + unit.service + "\n";
+        text += unit.isStarted ? "service=start," + unit.service + "\n" : "";
+    }
+
+    void RemoveDirectory(const std::string& path, const Directory& directory) {
+        const std::string target = Below("$pathTarget$", path);
+        if (!IsShared(path) && IsPlain(path)) {
+            text += "file=delete,*," + target + "\ndirectory=delete," + target + "\n";
+            return;
+        }
+        for (const KAddedTree::File& file : directory.files) {
+            RemoveFile(path, file.name);
         }
         for (const auto& [name, to] : directory.links) {
-            text += "file=delete," + name + "," + target + "\n";
+            RemoveFile(path, name);
         }
+        text += IsShared(path) ? "" : "entry=delete," + Target(path) + "\n";
     }
-    return text;
-}
+
+    void RemoveFile(const std::string& path, const std::string& name) {
+        text += !IsPlain(path) || NeedsEscapes(name)
+                    ? "entry=delete," + Target(path, name) + "\n"
+                    : "file=delete," + name + "," + Below("$pathTarget$", path) + "\n";
+    }
+
+    static constexpr const char* unitTarget = "/etc/systemd/system";
+
+    const KAddedTree& tree;
+    const std::string source;        // for rules of the engine
+    const std::string escapedSource; // for our own
+    std::vector<KTreeUnit> units;
+    std::string text;
+};
 
 /// Behind the header of a section's first piece; the number of lines without one.
 std::size_t FindSection(const Lines& lines, std::string_view name) {
@@ -182,12 +292,13 @@ void Include(Lines& lines, const std::string& section, const std::string& includ
 
 std::string WriteRules(const KAddedTree& tree) {
     const std::string name = tree.GetName();
+    TreeRules rules(tree);
     return BeginMark(name) +
            "\n; Written by \"ins-setup kit add\", which replaces all of it. Put rules of your own "
            "elsewhere.\n[files]\nsection=files " +
            name + "\n[remove files]\nsection=remove files " + name + "\n[files " + name + "]\n" +
-           InstallRules(tree) + "[remove files " + name + "]\n" + RemovalRules(tree) +
-           EndMark(name) + "\n";
+           rules.Install() + "[remove files " + name + "]\n" + rules.Remove() + EndMark(name) +
+           "\n";
 }
 
 bool HasRules(const std::string& script, const std::string& name) {

@@ -279,6 +279,9 @@ void Parser::AddAuthoring() {
         ->type_name("DIR")
         ->check(NotEmpty())
         ->required();
+    made->add_flag(
+        "--service", arguments.service, "Of a service, with a user, a unit and a data directory"
+    );
     CLI::App* add = Add(*kit, "add", "Add a directory tree to a kit", Command::KitAdd);
     AddKit(add);
     add->add_option("tree", arguments.tree, "What is to be installed")

@@ -39,19 +39,20 @@ struct KSetupArguments {
     bool allowDowngrade = false;  ///< install over a newer version
     bool reinstall = false;       ///< install also what is there already
     bool detailedExitCode = false; ///< another exit code where something was changed
-    bool backup = false;          ///< keep what is overwritten or deleted
-    bool allowConflicts = false;  ///< change what is not the product's
-    bool startServices = false;   ///< also those that the administrator stopped
-    bool purge = false;           ///< remove all that the script says, edited configuration too
-    bool rollback = false;        ///< put back by itself when it fails or is stopped
-    bool force = false;           ///< restore although files were edited since
-    bool yes = false;             ///< remove without being asked
-    unsigned waitSeconds = 0;     ///< for another run to end
-    bool verify = false;          ///< compare what is installed with what was
-    bool strict = false;          ///< warnings of the check are errors
+    bool backup = false;           ///< keep what is overwritten or deleted
+    bool allowConflicts = false;   ///< change what is not the product's
+    bool startServices = false;    ///< also those that the administrator stopped
+    bool purge = false;            ///< remove all that the script says, edited configuration too
+    bool rollback = false;         ///< put back by itself when it fails or is stopped
+    bool force = false;            ///< restore although files were edited since
+    bool yes = false;              ///< remove without being asked
+    unsigned waitSeconds = 0;      ///< for another run to end
+    bool verify = false;           ///< compare what is installed with what was
+    bool strict = false;           ///< warnings of the check are errors
 
-    std::string tree;   ///< kit add: what is to be installed
-    std::string target; ///< kit new: the directory; kit bundle: the file
+    bool service = false; ///< kit new: the kit of a service
+    std::string tree;     ///< kit add: what is to be installed
+    std::string target;   ///< kit new: the directory; kit bundle: the file
 };
 
 /// How a command line asks to be answered.

@@ -13,7 +13,10 @@ bool KPlannedAction::IsOfEntry() const noexcept {
     case Kind::CreateProfile:
     case Kind::PutOption:
     case Kind::RemoveOption:
+    case Kind::SetMode:
+    case Kind::CreateUser:
         return true;
+    case Kind::RunCommand:
     case Kind::KeepFile:
     case Kind::StartCommand:
     case Kind::StopProgram:
@@ -58,6 +61,12 @@ const char* ActionWord(KPlannedAction::Kind kind) noexcept {
         return "start service";
     case KPlannedAction::Kind::StopService:
         return "stop service";
+    case KPlannedAction::Kind::SetMode:
+        return "set mode";
+    case KPlannedAction::Kind::CreateUser:
+        return "create user";
+    case KPlannedAction::Kind::RunCommand:
+        return "run command";
     }
     return "";
 }

@@ -3,6 +3,7 @@
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlan.h>
 #include <setup/plan/KPlanner.h>
+#include <setup/script/KSetupRuleLine.h>
 
 #include <utility>
 
@@ -18,7 +19,7 @@ constexpr const char* unitDirectory = "/etc/systemd/system/";
 
 bool MakesEntry(Kind kind) noexcept {
     return kind == Kind::CreateDirectory || kind == Kind::CopyFile || kind == Kind::MakeLink ||
-           kind == Kind::CreateProfile || kind == Kind::PutOption;
+           kind == Kind::CreateProfile || kind == Kind::PutOption || kind == Kind::CreateUser;
 }
 
 std::vector<std::string> UnitPaths(const std::string& service) {
@@ -37,7 +38,7 @@ KPlan::KPlan(
 ) {
     KScript::Unfolded unfolded = script.Unfold(section, expand);
     cycles = std::move(unfolded.cycles);
-    KPlanner planner(tree, policy, fate);
+    KPlanner planner(tree, policy, fate, expand);
     for (KScriptRule& rule : unfolded.rules) {
         std::vector<KPlannedAction> actions = planner.Plan(rule);
         rules.push_back({std::move(rule), std::move(actions)});
@@ -57,6 +58,9 @@ void KPlan::FindWanted(const KChangePolicy& policy) {
         if (planned.rule.type == KINS::KRuleType::Directory &&
             planned.rule.operation == KINS::KRuleOperation::Create) {
             want(planned.rule.fields[1]); // it may be there already, and then nothing is done
+        }
+        if (SetupOperationOf(planned.rule) == KSetupOperation::CreateEntry) {
+            want(planned.rule.own->Get(KSetupField::Path)); // likewise
         }
         for (const KPlannedAction& action : planned.actions) {
             if (action.kind == Kind::InstallService) {

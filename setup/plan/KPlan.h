@@ -30,10 +30,14 @@ struct KPlannedAction {
         RemoveService,
         StartService,
         StopService,
+        SetMode,
+        CreateUser,
+        RunCommand,
     };
     Kind kind = Kind::CopyFile;
     std::string path; ///< of what changes; a service's name; a command
-    /// What is copied; where a link leads; "[section] key=value" of an option; why a file is kept.
+    /// What is copied; where a link leads; "[section] key=value" of an option; why a file is kept;
+    /// "OWNER[:GROUP]" of a mode, empty without; the user's name.
     std::string source;
     std::uint64_t bytes = 0;
     unsigned mode = 0;

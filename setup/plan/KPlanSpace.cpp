@@ -20,7 +20,8 @@ bool Makes(const KPlannedAction& action) {
     }
     return action.kind == Kind::CopyFile || action.kind == Kind::MakeLink ||
            action.kind == Kind::CreateDirectory || action.kind == Kind::CreateProfile ||
-           (action.kind == Kind::PutOption && !action.replaces);
+           ((action.kind == Kind::PutOption || action.kind == Kind::CreateUser) && !action.replaces
+           );
 }
 
 /// The file systems of directories. Each directory is looked at once: a product has many files in

@@ -42,6 +42,10 @@ std::string WhyNoPlace(const KPlannedPlace& place, const std::string& path) {
 
 std::vector<KPlannedAction> KPlanner::Plan(const KScriptRule& rule) {
     actions.clear();
+    if (rule.own != nullptr) {
+        PlanOwn(*rule.own);
+        return std::move(actions);
+    }
     if (rule.operation == KRuleOperation::None) {
         return {}; // it does nothing, or there is no run at all
     }

@@ -5,6 +5,8 @@
 #include <setup/plan/KPlan.h>
 #include <setup/plan/KPlannedServices.h>
 #include <setup/plan/KPlannedTree.h>
+#include <setup/plan/PlanOwnRules.h>
+#include <setup/script/KSetupRuleLine.h>
 
 #include <string>
 #include <vector>
@@ -17,16 +19,26 @@ namespace KSETUP {
 /// Thread   one at a time
 class KPlanner {
   public:
-    KPlanner(KPlannedTree& plannedTree, const KChangePolicy& changePolicy, KServiceFate fate)
+    KPlanner(
+        KPlannedTree& plannedTree,
+        const KChangePolicy& changePolicy,
+        KServiceFate fate,
+        const MacroExpander& expand
+    )
         : tree(plannedTree),
           policy(changePolicy),
-          services(plannedTree, fate) {}
+          services(plannedTree, fate),
+          ownRules(plannedTree, expand) {}
 
     std::vector<KPlannedAction> Plan(const KScriptRule& rule);
 
   private:
     void PlanFile(KINS::KRuleOperation operation, const std::vector<std::string>& fields);
-    void CopyMatches(const std::string& pattern, const std::string& target);
+    void CopyMatches(
+        const std::string& pattern,
+        const std::string& target,
+        KChangePolicy::Treatment treatment = KChangePolicy::Treatment::ByPlace
+    );
     void Copy(
         const std::string& source,
         const std::string& target,
@@ -42,6 +54,7 @@ class KPlanner {
     void DeleteIfPossible(const std::string& path, KChangePolicy::Named named);
     void Link(const std::string& target, const std::string& path);
     void PlanDirectory(KINS::KRuleOperation operation, const std::string& path);
+    void DeleteEmptyDirectory(const std::string& path);
     /// Whether above the path something stands that was there before and is no directory.
     bool IsBlockedByDisk(const std::string& path) const;
     void PlanProfile(KINS::KRuleOperation operation, const std::vector<std::string>& fields);
@@ -51,12 +64,18 @@ class KPlanner {
     RemoveListed(const std::string& profile, const std::string& section, const std::string& text);
     void PlanProcess(KINS::KRuleOperation operation, const std::string& command);
     void PlanService(KINS::KRuleOperation operation, const std::vector<std::string>& fields);
+    /// Of ins-setup's own types.
+    void PlanOwn(const KSetupRuleLine& line);
+    void CopyOwn(const KSetupRuleLine& line);
+    void DeleteOwn(const std::string& path);
+    void CreateUser(const KSetupRuleLine& line);
     /// Why nothing can be made at the path, nor deleted: the way to it. Empty when it can.
     std::string WhyNoPlace(const std::string& path, KPlannedTree::Last last) const;
 
     KPlannedTree& tree;
     const KChangePolicy& policy;
     KPlannedServices services;
+    KOwnRules ownRules;
     std::vector<KPlannedAction> actions;
 };
 

@@ -46,7 +46,9 @@ void KPlanner::PlanFile(KRuleOperation operation, const Fields& fields) {
     }
 }
 
-void KPlanner::CopyMatches(const std::string& pattern, const std::string& target) {
+void KPlanner::CopyMatches(
+    const std::string& pattern, const std::string& target, KChangePolicy::Treatment treatment
+) {
     const std::string directory = pattern.substr(0, pattern.rfind('/') + 1);
     const KPlannedPlace place =
         tree.Resolve(directory, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
@@ -58,7 +60,7 @@ void KPlanner::CopyMatches(const std::string& pattern, const std::string& target
         return;
     }
     for (const std::string& one : tree.List(directory, std::string(NameOfPath(pattern)))) {
-        Copy(directory + one, JoinPath(target, one));
+        Copy(directory + one, JoinPath(target, one), treatment);
     }
 }
 
@@ -230,16 +232,20 @@ void KPlanner::PlanDirectory(KRuleOperation operation, const std::string& path) 
         for (const std::string& name : tree.List(path, "*")) {
             DeleteIfPossible(JoinPath(path, name), KChangePolicy::Named::BySweep);
         }
-        KPlannedAction action = ActionOf(Kind::DeleteDirectory, path);
-        const KPlannedPlace place =
-            tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
-        action.lacks = place.problem != KPathProblem::None ||
-                       tree.Find(path).kind != KEntryKind::Directory || !tree.IsEmpty(path);
-        if (!action.lacks) {
-            tree.Remove(path);
-        }
-        actions.push_back(std::move(action));
+        DeleteEmptyDirectory(path);
     }
+}
+
+void KPlanner::DeleteEmptyDirectory(const std::string& path) {
+    KPlannedAction action = ActionOf(Kind::DeleteDirectory, path);
+    const KPlannedPlace place =
+        tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
+    action.lacks = place.problem != KPathProblem::None ||
+                   tree.Find(path).kind != KEntryKind::Directory || !tree.IsEmpty(path);
+    if (!action.lacks) {
+        tree.Remove(path);
+    }
+    actions.push_back(std::move(action));
 }
 
 bool KPlanner::IsBlockedByDisk(const std::string& path) const {

@@ -13,6 +13,12 @@ using Kind = KPlannedAction::Kind;
 
 constexpr int schemaVersion = 1;
 
+std::string ModeText(unsigned mode) {
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "%04o", mode & 07777U);
+    return text.data();
+}
+
 KJsonObject ToObject(const KPlannedAction& action) {
     KJsonObject object;
     object.Put("action", ActionWord(action.kind));
@@ -22,18 +28,25 @@ KJsonObject ToObject(const KPlannedAction& action) {
     object.Put(
         isService                           ? "service"
         : action.kind == Kind::StartCommand ? "command"
+        : action.kind == Kind::RunCommand   ? "command"
                                             : "path",
         action.path
     );
     switch (action.kind) {
-    case Kind::CopyFile: {
-        std::array<char, 8> mode{};
-        std::snprintf(mode.data(), mode.size(), "%04o", action.mode & 07777U);
+    case Kind::CopyFile:
         object.Put("source", action.source);
         object.Put("bytes", action.bytes);
-        object.Put("mode", mode.data());
+        object.Put("mode", ModeText(action.mode));
         break;
-    }
+    case Kind::SetMode:
+        object.Put("mode", ModeText(action.mode));
+        if (!action.source.empty()) {
+            object.Put("owner", action.source);
+        }
+        break;
+    case Kind::CreateUser:
+        object.Put("user", action.source);
+        break;
     case Kind::KeepFile:
         object.Put("reason", action.source);
         break;

@@ -2,6 +2,8 @@
 #include <setup/output/TextFormat.h>
 #include <setup/plan/PlanReport.h>
 
+#include <array>
+#include <cstdio>
 #include <filesystem>
 
 namespace KSETUP {
@@ -9,6 +11,14 @@ namespace KSETUP {
 namespace {
 
 using Kind = KPlannedAction::Kind;
+
+std::string ModeText(const KPlannedAction& action) {
+    std::array<char, 8> mode{};
+    std::snprintf(mode.data(), mode.size(), "%04o", action.mode & 07777U);
+    return std::string("set mode ") + mode.data() +
+           (action.source.empty() ? "" : " and owner " + Printable(action.source)) + " of " +
+           Printable(action.path);
+}
 
 std::string ActionText(const KPlannedAction& action) {
     const std::string path = Printable(action.path);
@@ -29,6 +39,10 @@ std::string ActionText(const KPlannedAction& action) {
         return (action.replaces ? "put into " : "create and put into ") + path + ": " + source;
     case Kind::RemoveOption:
         return "remove from " + path + ": " + source;
+    case Kind::SetMode:
+        return ModeText(action);
+    case Kind::CreateUser:
+        return "create user " + source + " by " + path;
     case Kind::InstallService:
         return "install service " + path + (source.empty() ? "" : ", which runs " + source);
     case Kind::DeleteFile:
@@ -97,9 +111,11 @@ void Count(const KPlannedAction& action, KPlanTotals& totals) {
         ++totals.kept;
         break;
     case Kind::PutOption:
+    case Kind::CreateUser:
         totals.created += action.replaces ? 0 : 1;
         break;
     case Kind::RemoveOption:
+    case Kind::SetMode:
         break;
     case Kind::DeleteFile:
         totals.deleted += action.lacks ? 0 : 1;
@@ -111,6 +127,7 @@ void Count(const KPlannedAction& action, KPlanTotals& totals) {
         totals.directoriesDeleted += action.lacks ? 0 : 1;
         break;
     case Kind::StartCommand:
+    case Kind::RunCommand:
     case Kind::StopProgram:
         ++totals.commands;
         break;

@@ -135,6 +135,8 @@ void KOwnedFileRule::Copy(
 void KOwnedFileRule::NoteConfiguration(const KString& source, const std::string& target) {
     if (policy.IsConfiguration(target, GetTreatment())) {
         changes.kitDigests[NormalPath(target)] = DigestFile(source.c_str()).sha256;
+    } else if (GetTreatment() == KChangePolicy::Treatment::Program) {
+        changes.programs.insert(NormalPath(target));
     }
 }
 

@@ -30,14 +30,17 @@ class KOwnedFileRule : public KINS::KFileRule {
     /// How what is copied is to be taken.
     virtual KChangePolicy::Treatment GetTreatment() const;
 
-  private:
+    /// Copies what matches the file name, or one file. For derived rules.
     void CopyMatches();
+    /// Null for a directory that is not held open.
     void Copy(
         const KSUP::KString& source,
         KSUP::KDirectory* fromDirectory,
         const KSUP::KString& target,
         KSUP::KDirectory* toDirectory
     );
+
+  private:
     void NoteConfiguration(const KSUP::KString& source, const std::string& target);
     bool Keeps(const std::string& source, const std::string& target);
     void DeleteMatches();

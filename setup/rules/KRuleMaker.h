@@ -5,6 +5,7 @@
 #include <setup/plan/KChangePolicy.h>
 #include <setup/rules/KRunChanges.h>
 #include <setup/rules/KServicesBefore.h>
+#include <setup/rules/KUsersFile.h>
 
 #include <memory>
 
@@ -27,12 +28,20 @@ class KRuleMaker {
     /// Null for a line that is the engine's.
     std::unique_ptr<KINS::KInstallRule> Make(
         KINS::KInstallRuleManagerBase& manager, const KSUP::KString& type, const KSUP::KString& line
-    ) const;
+    );
 
   private:
+    std::unique_ptr<KINS::KInstallRule> MakeOwn(
+        KINS::KInstallRuleManagerBase& manager, const KSUP::KString& type, const KSUP::KString& line
+    );
+    std::unique_ptr<KINS::KInstallRule> MakeUser(
+        KINS::KInstallRuleManagerBase& manager, const KSUP::KString& type, const KSUP::KString& line
+    );
+
     const KChangePolicy& policy;
     const KServicesBefore& services;
     KRunChanges& changes;
+    std::shared_ptr<KUsersFile> users; // of a run; there once it has a rule for a user
 };
 
 } // namespace KSETUP

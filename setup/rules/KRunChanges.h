@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,6 +26,10 @@ struct KRunChanges {
     std::map<std::string, std::string> keptServices;
     /// Configurations that were copied or kept, with the digest of the kit's file.
     std::map<std::string, std::string> kitDigests;
+    /// Files of which the rule that copied them says that they are no configuration.
+    std::set<std::string> programs;
+    /// What a rule gave its mode and owner, also of what was there before.
+    std::set<std::string> rights;
 };
 
 } // namespace KSETUP

@@ -78,7 +78,8 @@ void RefuseObstacles(const KPlannedRun& planned) {
     }
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
-            if (action.kind == KPlannedAction::Kind::StartCommand) {
+            if (action.kind == KPlannedAction::Kind::StartCommand ||
+                action.kind == KPlannedAction::Kind::RunCommand) {
                 return;
             }
             if (!action.obstacle.empty()) {

@@ -86,6 +86,7 @@ void FillUndone(const KUndone& undone, bool hasCommands, KRunReport& report) {
     const KPutBackReport& restored = undone.report;
     report.restored = restored;
     report.leftBehind = undone.leftBehind;
+    report.changed = restored.putBack + restored.deleted > 0;
     report.notes.push_back(
         std::to_string(restored.putBack) + " put back, " + std::to_string(restored.deleted) +
         " that had not been there deleted."

@@ -11,6 +11,7 @@
 #include <setup/run/KeepKit.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/run/RunFailure.h>
+#include <setup/script/KSetupRuleLine.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>

@@ -25,7 +25,8 @@ bool HasCommands(const KPlan& plan) {
             rule.actions.begin(),
             rule.actions.end(),
             [](const KPlannedAction& action) {
-                return action.kind == KPlannedAction::Kind::StartCommand;
+                return action.kind == KPlannedAction::Kind::StartCommand ||
+                       action.kind == KPlannedAction::Kind::RunCommand;
             }
         );
     });
@@ -111,6 +112,7 @@ std::vector<std::string> KRunBackup::FindPaths(const std::vector<KServiceBefore>
     paths.push_back(planned.GetProduct().GetMacros().Expand(KINS::Names::recordFile));
     const std::string own = store.GetBase() + "/" + store.GetName();
     paths.push_back(own + "/manifest");
+    paths.push_back(own + "/fingerprint");
     AddTree(own + "/kit", paths);
     if (planned.GetProduct().GetInterrupted() && !goesOn) { // undone, that one is interrupted again
         paths.push_back(own + "/state");

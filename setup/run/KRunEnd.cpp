@@ -141,9 +141,13 @@ KManifest KRun::MakeManifest() {
         );
     }
     for (const std::string& path : journal->GetMade()) {
-        if (GetPlanned().GetPolicy().IsConfiguration(path) && !IsOfUnit(path)) {
+        if (GetPlanned().GetPolicy().IsConfiguration(path) && !IsOfUnit(path) &&
+            !changes.programs.contains(path)) {
             manifest.MarkConfiguration(path, "");
         }
+    }
+    for (const std::string& path : changes.rights) {
+        manifest.RefreshRights(path);
     }
     for (const auto& [path, digest] : changes.kitDigests) {
         manifest.MarkConfiguration(path, digest);
@@ -272,8 +276,9 @@ std::vector<std::string> KRun::FindLeft() const {
 /// consisted of and is still there, so that a purge and the next install know whose it is.
 void KRun::Forget() {
     const std::string& service = GetPlanned().GetProduct().GetService();
-    const KManifest left = GetPlanned().GetProduct().GetOwnership().GetManifest().WithoutMissing();
+    KManifest left = GetPlanned().GetProduct().GetOwnership().GetManifest().WithoutMissing();
     if (left.HasFiles()) {
+        left.SetRun(backup.GetRun());
         left.Write(service);
     } else {
         KManifest::Remove(service);
@@ -342,6 +347,7 @@ bool KRun::IsRolledBack() {
         const bool isWhole = backup.RollBack();
         KAuditLog::RolledBack(report, installer.GetLog());
         if (isWhole) {
+            report.changed = false;
             return true;
         }
     }

@@ -93,7 +93,7 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
     std::unordered_set<std::string> links;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
-            if (action.kind == Kind::StartCommand) {
+            if (action.kind == Kind::StartCommand || action.kind == Kind::RunCommand) {
                 return {};
             }
             if (action.kind == Kind::MakeLink) {
@@ -104,7 +104,7 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
             if (action.kind == Kind::CopyFile && !action.lacks && IsAtOrBelow(source, kit) &&
                 !IsAtOrBelow(target, kit)) {
                 copies.push_back({std::move(source), std::move(target)});
-            } else if (action.IsOfEntry()) {
+            } else if (action.IsOfEntry() && action.kind != Kind::SetMode) {
                 written.insert(std::move(target));
             }
         }

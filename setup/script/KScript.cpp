@@ -3,6 +3,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/script/KScript.h>
+#include <setup/script/KSetupRuleLine.h>
 #include <setup/script/ScriptText.h>
 #include <sup++/KError.h>
 #include <sup++/SvcData.h>
@@ -11,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <utility>
 
 namespace KSETUP {
 
@@ -180,6 +182,17 @@ void KScript::LoadOne(const std::string& section, Unfolding& state) const {
 }
 
 KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand) {
+    if (KSetupRuleLine::IsType(line.type)) {
+        auto own = std::make_shared<const KSetupRuleLine>(
+            KSetupRuleLine::Read(line.type, line.value, expand)
+        );
+        KScriptRule rule;
+        rule.line = line;
+        rule.fields = own->GetFields();
+        rule.problem = own->GetProblemText();
+        rule.own = std::move(own);
+        return rule;
+    }
     const KRuleLine read = KRuleLine::Read(line.type, line.value, expand);
     return {
         line,
@@ -192,7 +205,7 @@ KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand) {
 }
 
 std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand) {
-    return TextsOf(KRuleLine::Read(line.type, line.value, expand));
+    return RuleOf(line, expand).fields;
 }
 
 unsigned ColumnOfField(std::string_view lineText, std::size_t field) noexcept {

@@ -7,11 +7,14 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace KSETUP {
+
+class KSetupRuleLine;
 
 /// A key line of a script and where it stands.
 struct KScriptLine {
@@ -24,7 +27,8 @@ struct KScriptLine {
 /// A line as the engine makes a rule of it.
 struct KScriptRule {
     KScriptLine line;
-    KINS::KRuleType type = KINS::KRuleType::None; ///< None for a line that is no rule
+    KINS::KRuleType type =
+        KINS::KRuleType::None; ///< None for a line that is no rule of the engine's
     /// None for a line that the engine would refuse, so with an operation the fields are as many as
     /// its type takes; also for a word that the type does not know.
     KINS::KRuleOperation operation = KINS::KRuleOperation::None;
@@ -32,8 +36,10 @@ struct KScriptRule {
     std::vector<std::string> fields;
     /// The numbers of the "section" lines by which it was included, the outermost first.
     std::vector<unsigned> includedBy;
-    /// Why the engine would refuse to load the line, in its words; empty for one that it takes.
+    /// Why the line would not be loaded, in the engine's words; empty for one that would.
     std::string problem;
+    /// The line, if it is of one of ins-setup's own types (KSetupRuleLine.h); else null.
+    std::shared_ptr<const KSetupRuleLine> own = nullptr;
 
     /// Whether it would be loaded, as a rule of this type that does this.
     bool Is(KINS::KRuleType itsType, KINS::KRuleOperation itsOperation) const noexcept {

@@ -102,6 +102,16 @@ const KManifestEntry* KManifest::Find(const std::string& path) const {
     return found != entries.end() ? &found->second : nullptr;
 }
 
+void KManifest::RefreshRights(const std::string& path) {
+    const auto found = entries.find(path);
+    const std::optional<KManifestEntry> now = LookAtEntry(path);
+    if (found != entries.end() && now && now->kind == found->second.kind) {
+        found->second.mode = now->mode;
+        found->second.owner = now->owner;
+        found->second.group = now->group;
+    }
+}
+
 void KManifest::MarkConfiguration(const std::string& path, const std::string& kitDigest) {
     const auto found = entries.find(path);
     if (found != entries.end() && found->second.kind == Kind::File) {

@@ -99,6 +99,8 @@ class KManifest {
     const std::map<std::string, KManifestEntry>& GetEntries() const noexcept { return entries; }
     /// What is known of a path in its normal form; null for what is not the product's.
     const KManifestEntry* Find(const std::string& path) const;
+    /// Takes mode and owner of what stands at the path, if it is one of these, as they are now.
+    void RefreshRights(const std::string& path);
     /// The file at the path, if it is one of these, is a configuration for which the kit had a file
     /// of this digest; empty for one that the kit did not have.
     void MarkConfiguration(const std::string& path, const std::string& kitDigest);

@@ -168,13 +168,22 @@ bool KShellProcess::IsReaped() const noexcept {
     return !endDescriptor.IsOpen() || !IsChild(endDescriptor);
 }
 
-void KShellProcess::Reap() noexcept {
-    // By descriptor: the number may be another child's where the program has reaped this one.
-    siginfo_t ignored{};
-    while (endDescriptor.IsOpen() &&
-           ::waitid(P_PIDFD, static_cast<id_t>(endDescriptor.Get()), &ignored, WEXITED) < 0 &&
-           errno == EINTR) {
+int KShellProcess::Reap() noexcept {
+    constexpr int unknown = -1;
+    constexpr int signalBase = 128; // as a shell says it of its own children
+    if (!endDescriptor.IsOpen()) {
+        return unknown;
     }
+    // By descriptor: the number may be another child's where the program has reaped this one.
+    siginfo_t end{};
+    int failed = 0;
+    do {
+        failed = ::waitid(P_PIDFD, static_cast<id_t>(endDescriptor.Get()), &end, WEXITED);
+    } while (failed < 0 && errno == EINTR);
+    if (failed < 0) {
+        return unknown;
+    }
+    return end.si_code == CLD_EXITED ? end.si_status : signalBase + end.si_status;
 }
 
 } // namespace KSYS

@@ -33,7 +33,10 @@ class KShellProcess {
     /// Whether anything but dead processes is left in the group; true when that cannot be told.
     bool IsGroupAlive() const noexcept;
     /// Waits for the shell's end and lets go of it.
-    void Reap() noexcept;
+    ///
+    /// Returns  its exit status, 128 and the signal for one that a signal ended; -1 when the program
+    ///          reaped it elsewhere
+    int Reap() noexcept;
 
   private:
     bool IsReaped() const noexcept;

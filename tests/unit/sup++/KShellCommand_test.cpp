@@ -106,6 +106,17 @@ TEST_F(KShellCommandTest, HowTheShellEndsDoesNotMatter) {
     }
 }
 
+TEST_F(KShellCommandTest, TellsHowTheShellEndedToWhoAsks) {
+    KShellCommand command;
+    EXPECT_EQ(command.GetExitStatus(), -1) << "nothing has run";
+    for (const auto& [text, status] :
+         {std::pair("exit 3", 3), std::pair("true", 0), std::pair("kill -TERM $$", 143)}) {
+        command.Execute(text);
+        WaitForEnd(command);
+        EXPECT_EQ(command.GetExitStatus(), status) << text;
+    }
+}
+
 TEST_F(KShellCommandTest, WaitsForWhatTheShellWaitsFor) {
     EXPECT_EQ(OutputOf("(sleep 0.2; echo late) & wait; echo last"), "late\nlast\n");
 }

@@ -31,7 +31,8 @@ TEST_F(LineChecksTest, ATypeThatNobodyKnowsIsUnknown) {
     EXPECT_THAT(
         TheFinding("unknown-type"),
         EndsWith(
-            "write \"file\", \"directory\", \"section\", \"process\", \"service\" or \"profile\""
+            "write \"file\", \"directory\", \"section\", \"process\", \"service\", \"profile\", "
+            "\"config\", \"link\", \"mode\", \"user\", \"command\" or \"entry\""
         )
     );
 }

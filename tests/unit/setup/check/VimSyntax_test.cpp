@@ -3,6 +3,8 @@
 // The syntax file for vim: it knows the words that the checker knows, and vim sees them.
 #include "GivenKit.h"
 
+#include <setup/script/KSetupRuleLine.h>
+
 #include <gmock/gmock.h>
 
 #include <cstdlib>
@@ -88,7 +90,7 @@ qall!
 TEST_F(VimSyntaxTest, ItsRuleTypesAreThoseOfTheChecker) {
     Install("qqqqqqqq=a,b");
     const Words types = Proposed("unknown-type", 1);
-    EXPECT_EQ(types.size(), 6U);
+    EXPECT_EQ(types.size(), 12U);
     EXPECT_EQ(WordsOf("insType"), types);
 }
 
@@ -97,6 +99,9 @@ TEST_F(VimSyntaxTest, ItsOperationsAreThoseOfTheChecker) {
             "service=qqqqqqqq,a\nprofile=qqqqqqqq,/a");
     Words operations = Proposed("ignored-operation", 3);
     operations.merge(Proposed("failing-operation", 2));
+    for (const KSETUP::KSetupOperationInfo& own : KSETUP::KSetupRuleLine::GetOperations()) {
+        operations.insert(own.word);
+    }
     EXPECT_EQ(WordsOf("insOperation"), operations);
 }
 

@@ -82,4 +82,28 @@ TEST_F(KitNewTest, WhatIsThereIsLeftAlone) {
     EXPECT_EQ(Refusal(tree.Path("file/kit")), KSETUP::ExitCode::cannotWrite);
 }
 
+TEST_F(KitNewTest, TheFirstKitOfAServiceIsRight) {
+    KSETUP::MakeNewKit(tree.Path("My.Tool"), KSETUP::KKitKind::Service);
+    const KSETUP::KSetupKit kit(tree.Path("My.Tool"));
+    for (const KSETUP::KFinding& finding : KSETUP::CheckKit(kit, "").findings) {
+        ADD_FAILURE() << finding.file << ":" << finding.line << ": " << finding.message;
+    }
+    EXPECT_THAT(
+        tree.Read("My.Tool/install.ini"),
+        ::testing::HasSubstr("mode=set,/var/lib/$serviceName$,0750,my-tool,my-tool\n")
+    );
+    const std::string unit = tree.Read("My.Tool/payload/My.Tool.service");
+    EXPECT_THAT(unit, ::testing::HasSubstr("User=my-tool\n"));
+    EXPECT_THAT(unit, ::testing::HasSubstr("ExecStart=/etc/My.Tool/My.Tool\n"));
+    EXPECT_FALSE(tree.Exists("My.Tool/payload/hello")) << "that is the other kit's program";
+}
+
+TEST_F(KitNewTest, AUserHasANameWhateverTheKitIsCalled) {
+    for (const char* const name : {"3d", "a-name-of-more-than-thirty-one-letters", "-x-"}) {
+        KSETUP::MakeNewKit(tree.Path(name), KSETUP::KKitKind::Service);
+        const KSETUP::KSetupKit kit(tree.Path(name));
+        EXPECT_EQ(KSETUP::CheckKit(kit, "").Count(KSETUP::KSeverity::Error), 0U) << name;
+    }
+}
+
 } // namespace

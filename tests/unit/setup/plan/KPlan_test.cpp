@@ -208,4 +208,58 @@ TEST_F(KPlanTest, SpaceIsCountedInWholeBlocksWhereFilesGo) {
     EXPECT_GT(spaces[0].available, 0U);
 }
 
+TEST_F(KPlanTest, RulesOfOwnTypesArePlanned) {
+    disk.Write("kit/a.conf", "1");
+    disk.Directory("disk/there");
+    EXPECT_THAT(
+        Actions("config=copy,*.conf,KIT,DISK/there\n"
+                "config=replace,a.conf,KIT,DISK/there,b%2Cc\n"
+                "entry=create,DISK/there/d%24\n"
+                "entry=copy,KIT/a.conf,DISK/there/d%24/x\n"
+                "link=create,../x/,DISK/there/l\n"
+                "mode=set,DISK/there,0750,daemon,adm\n"
+                "command=run,echo a, b\n"
+                "entry=delete,DISK/there/l\n"
+                "entry=delete,DISK/there/d%24\n"),
+        ElementsAre(
+            "copy file disk/there/a.conf < kit/a.conf",
+            "copy file disk/there/b,c < kit/a.conf",
+            "create directory disk/there/d$",
+            "copy file disk/there/d$/x < kit/a.conf",
+            "make link disk/there/l < ../x/",
+            "set mode disk/there < daemon:adm +",
+            "run command echo a, b",
+            "delete file disk/there/l",
+            "delete directory disk/there/d$ !"
+        )
+    );
+    EXPECT_EQ(tree.Find(disk.Path("disk/there")).mode, 0750U);
+}
+
+TEST_F(KPlanTest, ACopyKnowsWhetherItsRuleCallsItConfiguration) {
+    disk.Write("kit/a", "1");
+    const KPlan plan = Plan("config=copy,a,KIT,DISK\nconfig=replace,a,KIT,DISK\n");
+    std::vector<bool> all;
+    for (const KPlannedRule& rule : plan.GetRules()) {
+        all.push_back(rule.actions.front().isConfiguration);
+    }
+    EXPECT_THAT(all, ElementsAre(true, false));
+}
+
+TEST_F(KPlanTest, AModeNeedsAFileOrDirectoryAndAnOwner) {
+    disk.Directory("disk");
+    disk.Link("disk/link", "x");
+    const auto obstacle = [&](const std::string& line) {
+        return Plan(line).GetRules().back().actions.front().obstacle;
+    };
+    EXPECT_EQ(obstacle("mode=set,DISK/x,0755"), disk.Path("disk/x") + " is missing");
+    EXPECT_EQ(
+        obstacle("mode=set,DISK/link,0755"),
+        disk.Path("disk/link") + " is a link, which has no mode"
+    );
+    EXPECT_EQ(obstacle("mode=set,DISK,0755,nobodys-user"), "there is no user nobodys-user");
+    EXPECT_EQ(obstacle("mode=set,DISK,0755,0,nobodys-group"), "there is no group nobodys-group");
+    EXPECT_EQ(obstacle("user=create,nobodys-user\nmode=set,DISK,0755,nobodys-user"), "");
+}
+
 } // namespace

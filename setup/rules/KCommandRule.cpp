@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: MIT
+#include <setup/rules/KCommandRule.h>
+#include <sup++/KErrorSource.h>
+#include <sup++/KShellCommand.h>
+#include <sup++/SvcDispatch.h>
+
+#include <string>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr KSUP::KErrorSource errorSource{"setup/KCommandRule"};
+
+} // namespace
+
+void RunCommandLine(
+    const KINS::KInstallRuleManagerBase& manager,
+    const KSUP::KString& commandLine,
+    const KSUP::KString& what
+) {
+    KSUP::KShellCommand shell;
+    shell.Execute(commandLine);
+    bool isCancelled = false;
+    while (!isCancelled && shell.IsThreadActive()) {
+        SvcPollingDispatch();
+        isCancelled = manager.IsCancelled();
+    }
+    if (shell.IsThreadActive()) {
+        shell.Stop(true);
+        return; // the manager tells of the stop
+    }
+    if (const int code = shell.GetExitStatus(); code != 0) {
+        // Not of the kind Process, which says that it could not be started.
+        errorSource.RaiseAs(
+            {KSUP::KErrorKind::Own, KSUP::KOperation::Execute, {}, {}},
+            KSUP::TraceLevel::setup,
+            KSUP::ErrorCode::processFailed,
+            what + " failed with exit code " + std::to_string(code) + ": " + commandLine
+        );
+    }
+}
+
+void KCommandRule::Execute() {
+    const KSUP::KString command = Get(KSetupField::Command);
+    manager->SetCurrentRuleStatus("Running command " + command);
+    RunCommandLine(*manager, command, "the command");
+}
+
+} // namespace KSETUP

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/AccountNames.h>
+#include <setup/files/PathText.h>
+#include <setup/rules/KModeRule.h>
+#include <sup++/KErrorSource.h>
+
+#include <cerrno>
+
+#include <sys/files/FileContent.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr KSUP::KErrorSource errorSource{"setup/KModeRule"};
+
+/// Opens what the mode is of: by its place, so that nobody leads to another file.
+unsigned Open(const char* path, KSYS::KDescriptor& opened) {
+    KSYS::Place place;
+    if (const unsigned failed = KSYS::FindPlace(path, KSYS::LastLink::Keep, place); failed != 0) {
+        return failed;
+    }
+    struct stat status {};
+    if (const unsigned failed = KSYS::OpenEntry(place, O_RDONLY, opened); failed != 0) {
+        return failed;
+    }
+    const unsigned failed = KSYS::ReadStatus(opened.Get(), status);
+    return failed != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) ? failed : EINVAL;
+}
+
+template <class Id>
+Id Require(const std::optional<Id>& found, const char* what, const KSUP::KString& name) {
+    if (!found) {
+        errorSource.Raise(
+            KSUP::TraceLevel::rule,
+            KSUP::ErrorCode::notFound,
+            KSUP::KString("there is no ") + what + " " + name
+        );
+    }
+    return *found;
+}
+
+} // namespace
+
+void KModeRule::Execute() {
+    constexpr unsigned same = -1U; // to fchown(2)
+    const KSUP::KString path = Get(KSetupField::Path);
+    const std::string& user = GetLine().Get(KSetupField::Owner);
+    const std::string& group = GetLine().Get(KSetupField::Group);
+    Tell(path, "Setting mode of " + path);
+    const uid_t owner = user.empty() ? same : Require(FindUser(user), "user", user);
+    const gid_t owningGroup = group.empty() ? same : Require(FindGroup(group), "group", group);
+    KSYS::KDescriptor opened;
+    unsigned failed = Open(path.c_str(), opened);
+    // The owner first: a change of it takes set-id bits away.
+    if (failed == 0 && (owner != same || owningGroup != same)) {
+        failed = KSYS::SetOwner(opened.Get(), owner, owningGroup);
+    }
+    if (failed == 0) {
+        failed = KSYS::SetMode(opened.Get(), GetLine().GetMode());
+    }
+    if (failed != 0) {
+        errorSource.RaiseSystem(failed, KSUP::KOperation::Write, path);
+    }
+    changes.rights.insert(NormalPath(path.c_str()));
+}
+
+} // namespace KSETUP

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
+#include <setup/rules/KCommandRule.h>
+#include <setup/rules/KUsersFile.h>
+#include <setup/script/UsersFile.h>
+#include <sup++/KErrorSource.h>
+#include <sup++/KFile.h>
+#include <sup++/SvcFile.h>
+
+#include <cerrno>
+
+#include <sys/files/FileCalls.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr KSUP::KErrorSource errorSource{"setup/KUsersFile"};
+constexpr unsigned fileMode = 0644;
+
+/// Empty where there is none.
+std::string ReadFormer(const std::string& path) {
+    KSYS::KDescriptor file;
+    struct stat status {};
+    std::string text;
+    unsigned failed = KSYS::OpenRegular(path.c_str(), file, status);
+    if (failed == ENOENT) {
+        return text;
+    }
+    if (failed == 0) {
+        failed = KSYS::ReadAll(file.Get(), text);
+    }
+    if (failed != 0) {
+        errorSource.RaiseSystem(failed, KSUP::KOperation::Read, path);
+    }
+    return text;
+}
+
+std::string Quoted(const std::string& path) {
+    std::string quoted = "'";
+    for (const char letter : path) {
+        quoted += letter == '\'' ? "'\\''" : std::string(1, letter);
+    }
+    return quoted + "'";
+}
+
+} // namespace
+
+void KUsersFile::Add(const std::string& line) {
+    if (lines.find(line) == std::string::npos) {
+        lines += line;
+    }
+}
+
+void KUsersFile::Apply(const KINS::KInstallRuleManagerBase& manager) const {
+    const std::string text = usersFileMark + lines;
+    const std::string former = ReadFormer(path);
+    if (!former.empty() && !former.starts_with(usersFileMark)) {
+        errorSource.Raise(
+            KSUP::TraceLevel::rule,
+            KSUP::ErrorCode::invalidArgument,
+            KSUP::KString(
+                path + ": this file is another program's. Give the product a service name that is "
+                       "its alone."
+            )
+        );
+    }
+    if (former != text) {
+        static_cast<void>(SvcCreateDirectory(0, ParentPath(path).c_str(), 1)); // the file tells
+        KSUP::KFile file;
+        file.Create(path);
+        file.Write(text);
+        file.SetModeFlags(fileMode);
+        file.Close();
+    }
+    RunCommandLine(
+        manager, std::string(usersProgram) + " " + Quoted(path), "making the product's users"
+    );
+}
+
+} // namespace KSETUP
