@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/preflight/StaleTemporaries.h>
 #include <setup/preflight/TrustedPlaces.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KLockedProduct.h>
 #include <setup/run/KRestore.h>
+#include <setup/run/PlannedPaths.h>
 #include <setup/run/Runs.h>
 #include <setup/run/ServicesBefore.h>
 #include <setup/state/KWriteJournal.h>
@@ -171,6 +173,19 @@ void Begin(const KLockedProduct& product, const std::string& run, KRunReport& re
     KRunState(product.GetService()).Begin(description);
 }
 
+/// What a killed run had begun to write.
+void DeleteHalfWritten(
+    const KBackupIndex& index, const std::string& productPath, const std::string& service
+) {
+    std::vector<std::string> paths;
+    for (const auto& [path, entry] : index.entries) {
+        paths.push_back(path);
+    }
+    if (!productPath.empty()) {
+        DeleteStaleTemporaries(OwnDirectories(paths, productPath, service));
+    }
+}
+
 void FillInstalled(const KINS::KInstaller& installer, KRunReport& report) {
     const std::optional<KInstalledRecord> record = LoadRecord(installer);
     report.version = record ? record->version : "";
@@ -193,6 +208,9 @@ void RestoreRun(
         RefuseEdited(restoration, report);
     }
     Begin(product, backup.index.run, report);
+    if (product.GetInterrupted()) {
+        DeleteHalfWritten(backup.index, report.productPath, product.GetService());
+    }
     const KUndone undone = Undo(backup, restoration, context.ShallStop());
     FillUndone(undone, backup.index.hasCommands, report);
     if (!backup.left) {

@@ -156,7 +156,9 @@ void KRun::Remember() {
         KeepKit(GetPlanned()); // also one that does not come to its end can be removed
     }
     if (GoesOn()) {
-        DeleteStaleTemporaries(OwnDirectories(GetPlanned().GetPlan(), run.path, service));
+        DeleteStaleTemporaries(
+            OwnDirectories(ChangedPaths(GetPlanned().GetPlan()), run.path, service)
+        );
     }
 }
 

@@ -173,6 +173,13 @@ bool KRunBackup::RollBack() {
             return false;
         }
         KRestoration restoration(*backup, store);
+        KRunDescription description; // one that is killed from here on is done by "restore"
+        description.action = KRunDescription::Action::Restore;
+        description.product = report.product;
+        description.version = report.version;
+        description.path = report.productPath;
+        description.run = run;
+        KRunState(store.GetName()).Begin(description);
         const KUndone undone = Undo(*backup, restoration);
         report.rolledBack = undone.IsWhole();
         report.notes.emplace_back(

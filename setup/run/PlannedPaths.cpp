@@ -61,10 +61,13 @@ std::vector<std::string> ExpectedPaths(const KPlan& plan) {
     return paths;
 }
 
-std::vector<std::string>
-OwnDirectories(const KPlan& plan, const std::string& productPath, const std::string& serviceName) {
+std::vector<std::string> OwnDirectories(
+    const std::vector<std::string>& paths,
+    const std::string& productPath,
+    const std::string& serviceName
+) {
     std::set<std::string> directories;
-    for (const std::string& path : ChangedPaths(plan)) {
+    for (const std::string& path : paths) {
         const std::string parent = ParentPath(NormalPath(path));
         if (IsOwn(parent, productPath, serviceName)) {
             directories.insert(parent);

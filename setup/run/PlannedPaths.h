@@ -12,9 +12,12 @@ namespace KSETUP {
 /// What a plan makes where nothing stands: files, links, directories, profiles and unit files.
 std::vector<std::string> ExpectedPaths(const KPlan& plan);
 
-/// The directories of the product's own, in /etc too, in which a plan makes or replaces something.
-std::vector<std::string>
-OwnDirectories(const KPlan& plan, const std::string& productPath, const std::string& serviceName);
+/// The directories of the product's own, in /etc too, in which these paths are.
+std::vector<std::string> OwnDirectories(
+    const std::vector<std::string>& paths,
+    const std::string& productPath,
+    const std::string& serviceName
+);
 
 /// All that a plan may change: what it makes, overwrites or deletes, and the unit files of services.
 std::vector<std::string> ChangedPaths(const KPlan& plan);

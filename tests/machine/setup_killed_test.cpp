@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -158,9 +159,17 @@ class SetupKilledTest : public KTEST::SetupProgramTest {
     std::vector<std::string> Machine() const {
         std::vector<std::string> lines =
             KTEST::MachineTree({tree.Path("product"), "/etc", "/var/lib/ins++"});
-        std::erase_if(lines, [](const std::string& line) {
-            return line.ends_with("/var/lib/ins++") || line.ends_with("/ins++/setuptest");
+        const std::string manifest = "/var/lib/ins++/setuptest/manifest";
+        std::erase_if(lines, [&](const std::string& line) {
+            return line.ends_with("/var/lib/ins++") || line.ends_with("/ins++/setuptest") ||
+                   line.find(manifest) != std::string::npos;
         });
+        // Its first line has the name of the run.
+        std::istringstream text(KTEST::Slurp(manifest));
+        std::string line;
+        for (std::getline(text, line); std::getline(text, line);) {
+            lines.push_back(line);
+        }
         return lines;
     }
     std::vector<std::string> Words(const std::string& action) const {
@@ -260,7 +269,8 @@ TEST_F(SetupKilledRemovalTest, ARemovalThatIsKilledAnywhereIsPutRightByTheNext) 
 /// what the killed run left.
 class SetupKilledRestoreTest : public SetupKilledTest {
   protected:
-    static constexpr unsigned fewerPlaces = 24; // four runs for each
+    static constexpr unsigned fewerPlaces = 20; // four runs for each
+    static constexpr unsigned placesOfRollback = 12;
 
     void Upgrade() {
         tree.Write("kit/many/large.bin", KTEST::ArbitraryBytes(700000, 4), 0600);
@@ -325,6 +335,31 @@ TEST_F(SetupKilledRestoreTest, ABackupLeadsBackToBeforeARunThatWasKilledAnywhere
         KillAndRepeat(Words("restore"), 1 + place * callsOfRestore / fewerPlaces, "restore");
         EXPECT_THAT(KTEST::Changes(before, Machine()), IsEmpty());
         EXPECT_THAT(RunSetup("status", "--verify").out, HasSubstr("It is as it was installed."));
+    }
+}
+
+TEST_F(SetupKilledRestoreTest, ARollbackThatWasKilledAnywhereIsDoneByARestoration) {
+    fs::copy(tree.Path("kit"), tree.Path("kit.1"), fs::copy_options::recursive);
+    std::vector<std::string> words = Words("install");
+    words.insert(words.end(), {"--no-check", "--rollback"});
+    const auto restart = [&] {
+        Restart();
+        fs::remove(tree.Path("kit/files/f19")); // copied last
+    };
+    restart();
+    int status = 0;
+    const unsigned calls = RunUntil(words, 0, status);
+    ASSERT_EQ(WEXITSTATUS(status), 1);
+    ASSERT_THAT(KTEST::Changes(before, Machine()), IsEmpty());
+    for (unsigned place = 0; place < placesOfRollback && !HasFailure(); ++place) {
+        const unsigned nth = calls / 2 + place * calls / 2 / placesOfRollback;
+        SCOPED_TRACE("killed at call " + std::to_string(nth) + " of " + std::to_string(calls));
+        restart();
+        RunUntil(words, nth, status);
+        const int expected = fs::exists(stateFile) ? 0 : 66; // nothing more to undo
+        const Outcome restored = RunSetup("restore");
+        EXPECT_EQ(restored.exitCode, expected) << restored.err;
+        EXPECT_THAT(KTEST::Changes(before, Machine()), IsEmpty());
     }
 }
 

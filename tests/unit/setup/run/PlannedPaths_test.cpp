@@ -161,8 +161,9 @@ TEST_F(PlannedPathsTest, WhatStandsThereGoesOrRunsIsNotExpected) {
 TEST_F(PlannedPathsTest, OwnDirectoriesAreThoseInWhichSomethingChanges) {
     EXPECT_THAT(
         OwnDirectories(
-            PlanOf({"file=copy,a,K,P", "file=copy,b,K,P", "file=delete,x,P/d", "file=copy,a,K,/srv"}
-            ),
+            ChangedPaths(PlanOf(
+                {"file=copy,a,K,P", "file=copy,b,K,P", "file=delete,x,P/d", "file=copy,a,K,/srv"}
+            )),
             product,
             "svc"
         ),
