@@ -83,25 +83,25 @@ TEST_F(BundleOnMinimalSystemTest, ABundleInstallsVerifiesAndRemoves) {
     GivenBundle();
     const Outcome install = RunThere("sh /root/it.run --quiet");
     EXPECT_EQ(install.exitCode, 0) << install.out;
-    EXPECT_THAT(install.out, HasSubstr("is installed in /opt/hello"));
-    EXPECT_THAT(RunThere("/opt/hello/lin/x86_64/hello").out, HasSubstr("Hello"));
+    EXPECT_THAT(install.out, HasSubstr("is installed in /opt/kit"));
+    EXPECT_THAT(RunThere("/opt/kit/lin/x86_64/hello").out, HasSubstr("Hello"));
     EXPECT_EQ(RunThere("sh /root/it.run --quiet -- status --verify").exitCode, 0);
-    GivenStep("echo '# more' >> root/opt/hello/lin/x86_64/hello");
+    GivenStep("echo '# more' >> root/opt/kit/lin/x86_64/hello");
     const Outcome changed = RunThere("sh /root/it.run --quiet -- status --verify");
     EXPECT_EQ(changed.exitCode, 4) << changed.out;
     const Outcome remove = RunThere("sh /root/it.run --quiet -- remove --yes");
     EXPECT_EQ(remove.exitCode, 0) << remove.out;
-    EXPECT_FALSE(tree.Exists("root/opt/hello"));
+    EXPECT_FALSE(tree.Exists("root/opt/kit"));
     EXPECT_EQ(RunThere("sh /root/it.run --quiet -- status").exitCode, 3);
     EXPECT_THAT(RunThere("ls /tmp").out, IsEmpty());
 }
 
 TEST_F(BundleOnMinimalSystemTest, ABundleSpeaksTheLanguageOfItsUser) {
     GivenBundle("sed -i '/^.remove/i "
-                "service=install,$serviceName$,Hello,/opt/hello/lin/x86_64/hello,once' "
+                "service=install,$serviceName$,Hello,/opt/kit/lin/x86_64/hello,once' "
                 "kit/install.ini");
     const std::string install =
-        "sh /root/it.run --quiet -- install --offline-services --json-events";
+        "sh /root/it.run --quiet -- install --reinstall --offline-services --json-events";
     const Outcome german = RunThere("LANG=de_DE.UTF-8 " + install);
     EXPECT_EQ(german.exitCode, 0) << german.out;
     EXPECT_THAT(german.out, HasSubstr("\"Dienst wird installiert\""));

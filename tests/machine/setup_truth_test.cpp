@@ -64,11 +64,11 @@ TEST_F(SetupTruthTest, ARemovalThatWaitedRemovesWhatThatInstallLeft) {
 
 TEST_F(SetupTruthTest, AnInstallThatWaitedRunsWhatItPlanned) {
     GivenScriptThatWaits("", "file=copy,svc,$pathSource$lib,$pathTarget$,was-$targetVerInfo$\n");
-    const Outcome all = Run(
-        std::string("SETUP install --kit KIT > TREE/first 2>&1 & ") + whenStarted +
-        "(sleep 0.3; touch TREE/go) & SETUP install --backup --kit KIT --wait 60; code=$?; wait; "
-        "ls TREE/product; SETUP restore --kit KIT; ls TREE/product; exit $code"
-    );
+    const Outcome all =
+        Run(std::string("SETUP install --kit KIT > TREE/first 2>&1 & ") + whenStarted +
+            "(sleep 0.3; touch TREE/go) & SETUP install --reinstall --backup --kit KIT --wait 60; "
+            "code=$?; wait; "
+            "ls TREE/product; SETUP restore --kit KIT; ls TREE/product; exit $code");
     EXPECT_EQ(all.exitCode, 0) << all.err;
     const std::size_t restored =
         all.out.find("Setup Test: what the last run replaced is put back.");
