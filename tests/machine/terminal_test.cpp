@@ -157,7 +157,7 @@ TEST_F(TerminalTest, TheLineIsDrawnOverAndItsLastStateStays) {
     EXPECT_EQ(RunToEnd(), 0);
     ASSERT_FALSE(DrawnLines().empty());
     EXPECT_THAT(DrawnLines().back(), HasSubstr("[6/6]"));
-    EXPECT_THAT(shown, HasSubstr("Terminal Test 1.0 (build 0) is installed in "));
+    EXPECT_THAT(shown, HasSubstr("Terminal Test 1.0 (build 1) is installed in "));
 }
 
 TEST_F(TerminalTest, ANarrowTerminalGetsANarrowLine) {
