@@ -12,20 +12,23 @@ using ::testing::StartsWith;
 
 using SuppressionsTest = KTEST::GivenKit;
 
-constexpr char aWarning[] = "\nfile=delete, old,$pathTarget$";
+constexpr char aWarningLine[] = "\nfile=delete, old,$pathTarget$";
 
 TEST_F(SuppressionsTest, ACommentSilencesTheWarningOfTheNextLine) {
-    Install(std::string("; check: allow blank-after-comma") + aWarning);
+    Install(std::string("; check: allow blank-after-comma") + aWarningLine);
     EXPECT_THAT(Check().findings, IsEmpty());
 }
 
 TEST_F(SuppressionsTest, ItSilencesOneLineOnly) {
-    Install(std::string("; check: allow blank-after-comma") + aWarning + aWarning);
+    Install(std::string("; check: allow blank-after-comma") + aWarningLine + aWarningLine);
     EXPECT_THAT(TheFinding("blank-after-comma"), StartsWith("install.ini:4:13 warning"));
 }
 
 TEST_F(SuppressionsTest, ItSilencesNoLineBeforeItAndNoneBehindAnother) {
-    Install(std::string("; first") + aWarning + "\n; check: allow blank-after-comma\n" + aWarning);
+    Install(
+        std::string("; first") + aWarningLine + "\n; check: allow blank-after-comma\n" +
+        aWarningLine
+    );
     EXPECT_THAT(
         Findings("blank-after-comma"),
         ElementsAre(StartsWith("install.ini:3:"), StartsWith("install.ini:6:"))
@@ -58,7 +61,7 @@ TEST_F(SuppressionsTest, AnErrorCannotBeAllowed) {
 }
 
 TEST_F(SuppressionsTest, AMisspeltNameIsAWarningAndSilencesNothing) {
-    Install(std::string("; check: allow blank-after-coma") + aWarning);
+    Install(std::string("; check: allow blank-after-coma") + aWarningLine);
     EXPECT_TRUE(Finds("blank-after-comma"));
     EXPECT_EQ(
         TheFinding("wrong-suppression"),
@@ -75,7 +78,7 @@ TEST_F(SuppressionsTest, AnUnknownNameIsAWarning) {
 }
 
 TEST_F(SuppressionsTest, ACommentWithoutANameIsAWarning) {
-    Install(std::string("; check: allow") + aWarning);
+    Install(std::string("; check: allow") + aWarningLine);
     EXPECT_TRUE(Finds("blank-after-comma"));
     EXPECT_THAT(
         TheFinding("wrong-suppression"),
@@ -85,14 +88,15 @@ TEST_F(SuppressionsTest, ACommentWithoutANameIsAWarning) {
 
 TEST_F(SuppressionsTest, OtherCommentsMeanNothing) {
     Install(
-        std::string("; check: this allows blank-after-comma\n; allow blank-after-comma") + aWarning
+        std::string("; check: this allows blank-after-comma\n; allow blank-after-comma") +
+        aWarningLine
     );
     EXPECT_TRUE(Finds("blank-after-comma"));
     EXPECT_FALSE(Finds("wrong-suppression"));
 }
 
 TEST_F(SuppressionsTest, ARuleThatReadsSoIsNone) {
-    Install(std::string("check: allow blank-after-comma") + aWarning);
+    Install(std::string("check: allow blank-after-comma") + aWarningLine);
     EXPECT_TRUE(Finds("blank-after-comma"));
 }
 
