@@ -35,11 +35,13 @@ bool IsOfTheSystem(const KCheckContext& context, std::string path) {
            !WhyNotAProductPath(path, context.Expand("$serviceName$")).empty();
 }
 
-/// What the script makes itself is the product's, unless a package of this machine has it too.
+/// A directory in /etc that the script makes itself is the product's, unless many share it or a
+/// package of this machine has it too.
 bool IsOfOthers(const KCheckContext& context, const std::string& path) {
-    const auto& changes = context.GetAfterInstall().GetChanges();
-    const bool isMade = changes.contains(path);
-    return (!isMade && IsOfTheSystem(context, path)) ||
+    const bool isOwn = ParentPath(path) == "/etc" &&
+                       context.GetAfterInstall().GetChanges().contains(path) &&
+                       !IsSharedNameInEtc(std::string(NameOfPath(path)));
+    return (!isOwn && IsOfTheSystem(context, path)) ||
            (LookAtEntry(path) && !FindPackageManagerOf(path).empty());
 }
 

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/run/Leftovers.h>
 #include <setup/state/KKeptKit.h>
+#include <setup/state/KKitFingerprint.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/SvcFile.h>
 
@@ -10,7 +11,10 @@ namespace KSETUP {
 void SettleLeftovers(KLockedProduct& product) {
     const KRunContext& context = product.GetContext();
     const KManifest& manifest = product.GetOwnership().GetManifest();
-    if (!manifest.HasFiles()) {
+    if (!manifest.HasFiles()) { // at most what a removal that was killed at its very end left
+        KInstalledKit::Remove(product.GetService());
+        KKeptKit::RemoveUnlessNeeded(product.GetService());
+        RemoveEmptyStateDirectory(product.GetService());
         return;
     }
     if (!context.arguments.purge) {

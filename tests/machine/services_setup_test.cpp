@@ -127,6 +127,74 @@ TEST_F(ServicesSetupTest, RemovesFromAnImageWhenItIsToldTo) {
     EXPECT_FALSE(fs::exists(unitPath));
 }
 
+// The administrator's word
+
+TEST_F(ServicesSetupTest, AnUpgradeLeavesStoppedWhatWasStoppedByHand) {
+    ASSERT_THAT(Setup("install"), HasSubstr("exit 0"));
+    Output("systemctl stop inspp-test");
+    GivenUpgrade();
+    EXPECT_THAT(
+        Setup("install"),
+        AllOf(
+            HasSubstr("\nThe service inspp-test was stopped before, and stays so."),
+            HasSubstr("exit 0")
+        )
+    );
+    EXPECT_EQ(StateOfService(), "inactive dead");
+    EXPECT_THAT(Setup("install --reinstall --start-services"), HasSubstr("exit 0"));
+    EXPECT_EQ(RunningProgram(), "sleep 2000 ");
+}
+
+TEST_F(ServicesSetupTest, AnUpgradeLeavesDisabledWhatWasDisabledByHand) {
+    ASSERT_THAT(Setup("install"), HasSubstr("exit 0"));
+    Output("systemctl disable inspp-test 2>&1");
+    ASSERT_FALSE(fs::is_symlink(enablingLink));
+    GivenUpgrade();
+    EXPECT_THAT(
+        Setup("install"),
+        AllOf(
+            HasSubstr("\nThe service inspp-test was disabled before, and stays so."),
+            HasSubstr("exit 0")
+        )
+    );
+    EXPECT_FALSE(fs::is_symlink(enablingLink));
+    EXPECT_EQ(RunningProgram(), "sleep 2000 ");
+}
+
+TEST_F(ServicesSetupTest, AnUpgradeLeavesMaskedWhatWasMaskedByHand) {
+    ASSERT_THAT(Setup("install"), HasSubstr("exit 0"));
+    Output("systemctl stop inspp-test");
+    fs::remove(unitPath);
+    fs::create_symlink("/dev/null", unitPath);
+    GivenUpgrade();
+    EXPECT_THAT(
+        Setup("install"), HasSubstr("\nThe service inspp-test was masked before, and stays so.")
+    );
+    EXPECT_EQ(fs::read_symlink(unitPath), "/dev/null");
+}
+
+TEST_F(ServicesSetupTest, AServiceThatUsesWhatWasReplacedIsNamedUntilItIsStartedAgain) {
+    tree.Write("kit/program", "#!/bin/sh\nexec " + tree.Path("product") + "/worker 1000\n", 0755);
+    fs::copy_file("/bin/sleep", tree.Path("kit/worker"));
+    std::string script = tree.Read("kit/install.ini");
+    tree.Write(
+        "kit/install.ini",
+        script.insert(
+            script.find("file=copy,program"), "file=copy,worker,$pathSource$,$pathTarget$\n"
+        )
+    );
+    ASSERT_THAT(Setup("install"), HasSubstr("exit 0"));
+    Output("echo more >> " + tree.Path("kit/worker"));
+    const auto isNamed = HasSubstr(
+        "\nThe service inspp-test still uses the former " + tree.Path("product") +
+        "/worker; systemctl restart inspp-test.\n"
+    );
+    EXPECT_THAT(Setup("install"), AllOf(isNamed, HasSubstr("exit 0")));
+    EXPECT_THAT(Setup("status"), isNamed);
+    Output("systemctl restart inspp-test");
+    EXPECT_THAT(Setup("status"), Not(HasSubstr("still uses")));
+}
+
 // Undoing a run
 
 TEST_F(ServicesSetupTest, RestoringAnUpgradeRunsTheFormerProgramAgain) {
@@ -153,7 +221,7 @@ TEST_F(ServicesSetupTest, RestoringStopsAndDisablesWhatWasStoppedAndDisabled) {
         Output("systemctl --quiet disable --now inspp-test; systemctl is-enabled inspp-test"),
         "disabled"
     );
-    ASSERT_THAT(Setup("install --backup"), HasSubstr("exit 0"));
+    ASSERT_THAT(Setup("install --backup --reinstall --start-services"), HasSubstr("exit 0"));
     ASSERT_EQ(StateOfService(), "active running");
     ASSERT_TRUE(fs::is_symlink(enablingLink));
     EXPECT_THAT(
@@ -190,7 +258,10 @@ TEST_F(ServicesSetupTest, ARollbackLeavesARunningServiceAloneThatNothingWasDoneT
     std::string script = tree.Read("kit/install.ini");
     tree.Write(
         "kit/install.ini",
-        script.insert(script.find("directory=create"), "file=copy,none,$pathSource$,/srv\n")
+        script.insert(
+            script.find("directory=create"),
+            "process=start,true\nfile=copy,none,$pathSource$,/srv\n"
+        )
     );
     EXPECT_THAT(
         Setup("install --no-check --rollback"),

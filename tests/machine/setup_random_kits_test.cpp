@@ -100,9 +100,23 @@ class RandomKitsTest : public KTEST::SetupProgramTest {
     static std::vector<std::string> Look() {
         return KTEST::MachineTree({RandomKit::product, "/etc/setuptest"});
     }
+    /// What is known to fail is not begun, unless a command before it may change that.
+    static bool IsRefused(const Json& plan) {
+        for (const Json& rule : plan["rules"]) {
+            for (const Json& action : rule["actions"]) {
+                if (action["action"] == "start command") {
+                    return false;
+                }
+                if (action.contains("obstacle")) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
     /// Does what the plan says up to where it says that the run would end.
     static void Follow(const Json& plan) {
-        if (!plan.contains("rules") || plan.contains("refusal")) {
+        if (!plan.contains("rules") || plan.contains("refusal") || IsRefused(plan)) {
             return;
         }
         for (const Json& rule : plan["rules"]) {
@@ -138,14 +152,16 @@ TEST_F(RandomKitsTest, PlanAndRunAgree) {
         SCOPED_TRACE("seed " + std::to_string(seed) + "\n" + kit.GetMachine() + kit.GetScript());
         kit.WriteKit();
         kit.WriteMachine();
+        // Most machines have something in the way.
+        const std::string option = seed % 4 == 0 ? "" : "--allow-conflicts ";
         const Json plan =
-            Json::parse(Run("SETUP plan install --json --kit KIT").out, nullptr, false);
+            Json::parse(Run("SETUP plan install --json --kit KIT " + option).out, nullptr, false);
         ASSERT_TRUE(plan.is_object());
         Follow(plan);
         const std::vector<std::string> told = Look();
         RandomKit::Wipe();
         kit.WriteMachine();
-        const Outcome install = Run("SETUP install --no-check --quiet --kit KIT");
+        const Outcome install = Run("SETUP install --no-check --quiet --kit KIT " + option);
         EXPECT_EQ(plan.value("exitCode", -1), install.exitCode) << plan << "\n" << install.err;
         EXPECT_THAT(KTEST::Changes(told, Look()), IsEmpty()) << plan << "\n" << install.err;
         done += install.exitCode == 0 ? 1 : 0;

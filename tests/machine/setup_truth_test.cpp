@@ -187,11 +187,12 @@ TEST_F(SetupTruthTest, ABackupDoesNotFollowWhatACommandWritesInPlace) {
     const std::string copy = "file=copy,data,$pathSource$lib,$pathTargetBin$\n";
     GivenScript(copy);
     ASSERT_EQ(RunSetup("install").exitCode, 0);
-    GivenScript("process=start,echo more >> " + tree.Path("product/lin/x86_64/data") + "\n");
+    const std::string command =
+        "process=start,echo more >> " + tree.Path("product/lin/x86_64/data") + "\n";
+    GivenScript(copy + command);
     ASSERT_EQ(RunSetup("install", "--backup").exitCode, 0);
     ASSERT_EQ(tree.Read("product/lin/x86_64/data").size(), 100'005U);
-    // No rule names the file in this version: what a command writes to is not known.
-    GivenScript("process=start,echo more >> " + tree.Path("product/lin/x86_64/data") + "\n" + copy);
+    GivenScript(command + copy);
     ASSERT_EQ(RunSetup("install", "--backup").exitCode, 0);
     ASSERT_EQ(RunSetup("restore").exitCode, 0);
     EXPECT_EQ(tree.Read("product/lin/x86_64/data").size(), 100'005U);
