@@ -167,6 +167,8 @@ void KReporter::PrintDone(const KRunReport& report) const {
     } else if (report.command == "install" || report.command == "status") {
         std::cout << VersionText(report) << " is installed in " << Printable(report.productPath)
                   << ".\n";
+    } else if (report.command == "remove" && report.wasPurged) {
+        std::cout << Printable(report.product) << ": what an earlier removal left is deleted.\n";
     } else if (report.command == "remove" && report.rulesAll == 0) {
         std::cout << Printable(report.product)
                   << " is not installed: there is nothing to remove.\n";

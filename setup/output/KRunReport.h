@@ -46,7 +46,8 @@ struct KRunReport {
     std::string command; ///< "install", "remove", "status", "restore", "list"
     KRunResult result = KRunResult::Done;
     int exitCode = 0;
-    bool changed = false; ///< whether an install, removal or restore changed anything
+    bool wasPurged = false; ///< what an earlier removal left was deleted
+    bool changed = false;   ///< whether an install, removal or restore changed anything
 
     std::string product;
     std::string version;
@@ -84,7 +85,7 @@ struct KRunReport {
     std::vector<std::pair<std::string, std::string>> differences;
     std::optional<KPutBackReport> restored; ///< of "restore", and of a run that was rolled back
     std::optional<bool> rolledBack;         ///< of a run that was to be, whether all was put back
-    std::vector<KListedProduct> products; ///< of `list`
+    std::vector<KListedProduct> products;   ///< of `list`
 };
 
 /// The word for a result, as "failed".

@@ -85,9 +85,21 @@ void KPlanner::PlanProcess(KRuleOperation operation, const std::string& command)
     }
 }
 
+/// What the administrator masked stays so; what is another's is an obstacle.
+bool KPlanner::StaysMasked(const std::string& service) const {
+    const std::string unit = UnitPaths(service).front();
+    return policy.GetOwnership().GetManifest().Find(unit) != nullptr &&
+           tree.Find(unit).target == "/dev/null";
+}
+
 void KPlanner::PlanService(KRuleOperation operation, const Fields& fields) {
     const std::string& name = fields[1];
     const bool isWhole = fields.size() == 5;
+    const bool comesUp = operation == KRuleOperation::Install || operation == KRuleOperation::Start;
+    if (comesUp && StaysMasked(name)) {
+        actions.push_back(ActionOf(Kind::KeepFile, UnitPaths(name).front(), "it is masked"));
+        return;
+    }
     if (operation == KRuleOperation::Install) {
         actions.push_back(ActionOf(Kind::InstallService, name, isWhole ? fields[3] : ""));
         actions.back().obstacle = isWhole ? services.Install(name, fields[2], fields[3], fields[4])

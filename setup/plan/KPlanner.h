@@ -69,6 +69,7 @@ class KPlanner {
     void CopyOwn(const KSetupRuleLine& line);
     void DeleteOwn(const std::string& path);
     void CreateUser(const KSetupRuleLine& line);
+    bool StaysMasked(const std::string& service) const;
     /// Why nothing can be made at the path, nor deleted: the way to it. Empty when it can.
     std::string WhyNoPlace(const std::string& path, KPlannedTree::Last last) const;
 

@@ -15,6 +15,9 @@ namespace KSETUP {
 
 namespace {
 
+using KINS::KRuleOperation;
+using KINS::KRuleType;
+
 constexpr std::chrono::seconds askFor{5};
 constexpr const char* unitDirectory = "/etc/systemd/system";
 constexpr const char* nowhere = "/dev/null";
@@ -38,12 +41,12 @@ bool IsStopped(const std::string& service) {
 KServicesBefore KServicesBefore::Look(const KPlan& plan, const KOwnership& ownership) {
     KServicesBefore before;
     std::set<std::string> names;
-    plan.ForEachAction([&](const KPlannedAction& action) {
-        if (action.kind == KPlannedAction::Kind::InstallService ||
-            action.kind == KPlannedAction::Kind::StartService) {
-            names.insert(action.path);
+    for (const KPlannedRule& planned : plan.GetRules()) {
+        if (planned.rule.Is(KRuleType::Service, KRuleOperation::Install) ||
+            planned.rule.Is(KRuleType::Service, KRuleOperation::Start)) {
+            names.insert(planned.rule.fields[1]);
         }
-    });
+    }
     for (const std::string& name : names) {
         const std::string path = UnitPaths(name).front();
         if (ownership.GetManifest().Find(path) == nullptr) {

@@ -39,7 +39,7 @@ void SettleLeftovers(KLockedProduct& product) {
     KKeptKit::RemoveUnlessNeeded(product.GetService());
     RemoveEmptyStateDirectory(product.GetService());
     context.report.changed = true;
-    context.report.notes.emplace_back("What an earlier removal left is deleted.");
+    context.report.wasPurged = true;
 }
 
 } // namespace KSETUP

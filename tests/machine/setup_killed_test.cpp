@@ -170,8 +170,10 @@ class SetupKilledTest : public KTEST::SetupProgramTest {
         std::istringstream text(KTEST::Slurp(manifest));
         std::string line;
         for (std::getline(text, line); std::getline(text, line);) {
-            const std::size_t time = line.find("\"modified\":"); // another for each run
-            lines.push_back(line.erase(time, line.find(',', time) - time));
+            if (const std::size_t time = line.find("\"modified\":"); time != std::string::npos) {
+                line.erase(time, line.find(',', time) - time); // another for each run
+            }
+            lines.push_back(line);
         }
         return lines;
     }
