@@ -93,7 +93,7 @@ bool KChangePolicy::IsEdited(const std::string& path) const {
 }
 
 bool KChangePolicy::MayDelete(const std::string& path, Named named) const {
-    if (options.purges) {
+    if (options.purges || ownership->WasMadeNow(path)) {
         return true;
     }
     if (IsEdited(path)) {

@@ -4,10 +4,14 @@
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlannedTree.h>
 #include <setup/rules/KOwnedFileRule.h>
+#include <sup++/KErrorKind.h>
+#include <sup++/KErrorSource.h>
 #include <sup++/KFileBase.h>
 #include <sup++/KFileEnum.h>
 #include <sup++/KUtil.h>
 #include <sup++/SvcFile.h>
+
+#include <cerrno>
 
 namespace KSETUP {
 
@@ -17,6 +21,8 @@ using KINS::KRuleOperation;
 using KSUP::KString;
 using Named = KChangePolicy::Named;
 using Purpose = KSUP::KDirectory::Purpose;
+
+constexpr KSUP::KErrorSource errorSource{"setup/KOwnedFileRule"};
 
 KString Join(const KString& directory, const KString& name) {
     return KSUP::KUtil::AppendPathSep(directory, "/") + name;
@@ -83,7 +89,7 @@ void KOwnedFileRule::Execute() {
     case KRuleOperation::Delete:
         if (isPattern) {
             DeleteMatches();
-        } else if (policy.GetOwnership().WasMadeNow(source.c_str()) || MayDelete(policy, source.c_str(), Named::ByScript, changes)) {
+        } else if (MayDelete(policy, source.c_str(), Named::ByScript, changes)) {
             DeleteFile(source);
         }
         break;
@@ -124,11 +130,26 @@ void KOwnedFileRule::Copy(
         MakeWay(policy, path);
     } else if (Keeps(source.c_str(), path)) {
         return;
-    } else if (former->kind == KManifestEntry::Kind::Link) {
+    }
+    if (former->kind != KManifestEntry::Kind::Directory) {
+        RequireMayReplace(path, source.c_str());
+    }
+    if (former->kind == KManifestEntry::Kind::Link) {
         changes.replacedLinks.emplace_back(path, former->target);
         KSUP::KFileBase::DeleteFile(target);
     }
     CopyHeld(source, fromDirectory, target, toDirectory);
+}
+
+/// What the plan knew of was looked at before the run; a command may have made something since.
+void KOwnedFileRule::RequireMayReplace(const std::string& path, const std::string& source) const {
+    if (const std::string why = policy.WhyNotReplace(path, source); !why.empty()) {
+        errorSource.RaiseAs(
+            {KSUP::KErrorKind::System, KSUP::KOperation::Write, path.c_str(), why.c_str()},
+            KSUP::TraceLevel::rule,
+            EEXIST
+        );
+    }
 }
 
 /// So that the next run knows what the kit had, and an edit from an upgrade.
@@ -174,6 +195,9 @@ void KOwnedFileRule::Lay() {
     const auto former = LookAtEntry(link);
     if (former && former->kind != KManifestEntry::Kind::Link) {
         MakeWay(policy, link);
+    } else if (former && !policy.GetOwnership().WasMadeNow(link) &&
+               former->target != Join(sourceDirectory, fileName).c_str()) {
+        RequireMayReplace(link, "");
     }
     KFileRule::Execute();
 }

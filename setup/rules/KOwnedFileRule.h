@@ -41,6 +41,7 @@ class KOwnedFileRule : public KINS::KFileRule {
     );
 
   private:
+    void RequireMayReplace(const std::string& path, const std::string& source) const;
     void NoteConfiguration(const KSUP::KString& source, const std::string& target);
     bool Keeps(const std::string& source, const std::string& target);
     void DeleteMatches();
