@@ -63,7 +63,7 @@ void RefuseObstacles(const KPlannedRun& planned) {
     if (const std::string why = WhyConflict(plan); !why.empty()) {
         throw KSetupFailure(
             ExitCode::conflict,
-            name + " cannot have " + why +
+            name + " must not change " + why +
                 ". Nothing was changed. Move it away, or use --allow-conflicts."
         );
     }
