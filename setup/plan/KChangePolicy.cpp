@@ -40,29 +40,51 @@ bool KChangePolicy::IsConfiguration(const std::string& path, Treatment treatment
 }
 
 KChangePolicy::Copy KChangePolicy::DecideCopy(
-    const std::string& source,
-    const std::string& target,
-    const std::string& present,
-    Treatment treatment
+    const std::string& source, const std::string& target, Treatment treatment
 ) const {
-    // What an interrupted run was at may be half a file.
-    if (present.empty() || options.replacesConfiguration || !IsConfiguration(target, treatment) ||
-        ownership->WasBegun(target)) {
+    if (options.replacesConfiguration || !IsConfiguration(target, treatment) ||
+        !IsAdministrators(target)) {
         return Copy::Write;
     }
-    const std::string now = DigestOf(present);
     const std::string offered = DigestOf(source);
-    if (now == offered) {
+    if (offered == DigestOf(NormalPath(target))) {
         return Copy::Write;
     }
     const KManifestEntry* last = ownership->Find(target);
-    if (last == nullptr || last->kind != KManifestEntry::Kind::File) {
-        return Copy::Offer;
+    const bool isNoNews = last != nullptr && last->kind == KManifestEntry::Kind::File &&
+                          offered == last->GetKitDigest();
+    return isNoNews ? Copy::Keep : Copy::Offer;
+}
+
+bool KChangePolicy::IsAdministrators(const std::string& path) const {
+    const std::string normal = NormalPath(path);
+    const auto [at, isNew] = administrators.try_emplace(normal);
+    if (!isNew) {
+        return at->second;
     }
-    if (now == last->digest) {
-        return Copy::Write;
+    const auto now = LookAtEntry(normal);
+    const KManifestEntry* last = ownership->Find(path);
+    if (ownership->WasEdited(path)) {
+        at->second = now.has_value();
+    } else if (!now || ownership->WasBegun(path) || ownership->WasMadeNow(path)) {
+        at->second = false; // what an interrupted run was at may be half a file
+    } else if (last != nullptr && last->kind == KManifestEntry::Kind::File) {
+        at->second =
+            now->kind != last->kind || now->size != last->size || DigestOf(normal) != last->digest;
+    } else {
+        at->second = true;
     }
-    return offered == last->GetKitDigest() ? Copy::Keep : Copy::Offer;
+    return at->second;
+}
+
+std::vector<std::string> KChangePolicy::GetAdministrators() const {
+    std::vector<std::string> paths;
+    for (const auto& [path, isTheirs] : administrators) {
+        if (isTheirs) {
+            paths.push_back(path);
+        }
+    }
+    return paths;
 }
 
 std::string KChangePolicy::WhyNotReplace(const std::string& path, const std::string& source) const {
@@ -87,9 +109,7 @@ bool KChangePolicy::IsEdited(const std::string& path) const {
         !(last->isConfiguration || IsConfiguration(path))) {
         return false;
     }
-    const auto now = LookAtEntry(NormalPath(path));
-    return now && (now->kind != last->kind || now->size != last->size ||
-                   DigestOf(NormalPath(path)) != last->digest);
+    return IsAdministrators(path);
 }
 
 bool KChangePolicy::MayDelete(const std::string& path, Named named) const {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace KSETUP {
@@ -43,14 +44,10 @@ class KChangePolicy {
         Keep,  ///< the administrator's stays: the kit has nothing newer for it
         Offer, ///< it stays, and the kit's new one is put beside it: OfferedPath
     };
-    /// What a copy does. `present` is the file whose bytes stand at the target, which is the target
-    /// itself unless a plan changed it; empty where nothing does.
-    Copy DecideCopy(
-        const std::string& source,
-        const std::string& target,
-        const std::string& present,
-        Treatment treatment
-    ) const;
+    /// What a copy does to a target at which something stands; `source` is the file with the kit's
+    /// bytes.
+    Copy
+    DecideCopy(const std::string& source, const std::string& target, Treatment treatment) const;
     /// Where a new configuration lies beside an edited one.
     static std::string OfferedPath(const std::string& target) { return target + ".new"; }
 
@@ -68,6 +65,12 @@ class KChangePolicy {
     std::string WhyNotDelete(const std::string& path) const;
     /// Whether the path is a configuration that is not as it was installed.
     bool IsEdited(const std::string& path) const;
+    /// Whether the bytes at the path are not the product's: of an edited file, and of one that was
+    /// there before the product. Asked of the disk once, so that what a run does to the file is no
+    /// edit: a plan asks before.
+    bool IsAdministrators(const std::string& path) const;
+    /// The files of which that was the answer.
+    std::vector<std::string> GetAdministrators() const;
 
     /// Whether what the product owned and no rule made or deleted goes at the end of a run. Of a
     /// removal only what can be had again: what is as it was installed, and no configuration.
@@ -82,6 +85,7 @@ class KChangePolicy {
     const KOwnership* ownership;
     std::string configDirectory; // of the product
     Options options;
+    mutable std::unordered_map<std::string, bool> administrators; // by normal path
 };
 
 } // namespace KSETUP

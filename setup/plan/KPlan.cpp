@@ -3,6 +3,7 @@
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlan.h>
 #include <setup/plan/KPlanner.h>
+#include <setup/plan/UnitFiles.h>
 #include <setup/script/KSetupRuleLine.h>
 
 #include <utility>
@@ -13,19 +14,11 @@ namespace {
 
 using Kind = KPlannedAction::Kind;
 
-constexpr const char* unitDirectory = "/etc/systemd/system/";
-
 } // namespace
 
 bool MakesEntry(Kind kind) noexcept {
     return kind == Kind::CreateDirectory || kind == Kind::CopyFile || kind == Kind::MakeLink ||
            kind == Kind::CreateProfile || kind == Kind::PutOption || kind == Kind::CreateUser;
-}
-
-std::vector<std::string> UnitPaths(const std::string& service) {
-    return {
-        unitDirectory + service + ".service",
-        std::string(unitDirectory) + "multi-user.target.wants/" + service + ".service"};
 }
 
 KPlan::KPlan(

@@ -142,8 +142,6 @@ class KPlan {
 
 /// Whether an action of this kind makes a directory entry, or changes what it holds.
 bool MakesEntry(KPlannedAction::Kind kind) noexcept;
-/// The unit file of a service, and the link that enables it.
-std::vector<std::string> UnitPaths(const std::string& service);
 /// The word for a kind of action, as "create directory".
 const char* ActionWord(KPlannedAction::Kind kind) noexcept;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlanner.h>
+#include <setup/plan/UnitFiles.h>
 
 #include <utility>
 

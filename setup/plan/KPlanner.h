@@ -45,7 +45,7 @@ class KPlanner {
         KChangePolicy::Treatment treatment = KChangePolicy::Treatment::ByPlace
     );
     /// Whether what stands at the target stays; the new one may then lie beside it.
-    bool Keeps(const KPlannedAction& copy, const std::string& present);
+    bool Keeps(const KPlannedAction& copy);
     void Delete(const std::string& path, KChangePolicy::Named named);
     /// Deletes what is the product's own and in the way of something of another kind.
     bool MakeWay(const std::string& path);

@@ -81,11 +81,10 @@ bool KPlanner::MakeWay(const std::string& path) {
     return true;
 }
 
-bool KPlanner::Keeps(const KPlannedAction& copy, const std::string& present) {
+bool KPlanner::Keeps(const KPlannedAction& copy) {
     const auto treatment = copy.isConfiguration ? KChangePolicy::Treatment::Configuration
                                                 : KChangePolicy::Treatment::Program;
-    const auto decided =
-        policy.DecideCopy(tree.GetContent(copy.source), copy.path, present, treatment);
+    const auto decided = policy.DecideCopy(tree.GetContent(copy.source), copy.path, treatment);
     if (decided == KChangePolicy::Copy::Write) {
         return false;
     }
@@ -122,7 +121,7 @@ void KPlanner::Copy(
     action.replacesLink = former == KEntryKind::Link;
     if (!action.lacks && !isOurs && former != KEntryKind::Nothing &&
         former != KEntryKind::Directory) {
-        if (Keeps(action, place.path)) {
+        if (Keeps(action)) {
             return;
         }
         action.conflict = policy.WhyNotReplace(target, tree.GetContent(source));

@@ -51,8 +51,7 @@ void KEntryRule::Delete(const KSUP::KString& path) {
         static_cast<void>(SvcDeleteDirectory(0, path.c_str(), 0));
         return;
     }
-    const bool wasMadeNow = policy.GetOwnership().WasMadeNow(path.c_str());
-    if (!wasMadeNow && !MayDelete(policy, path.c_str(), KChangePolicy::Named::ByScript, changes)) {
+    if (!MayDelete(policy, path.c_str(), KChangePolicy::Named::ByScript, changes)) {
         return;
     }
     const unsigned status = SvcDeleteFile(0, path.c_str());

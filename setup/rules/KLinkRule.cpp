@@ -8,10 +8,7 @@ namespace KSETUP {
 void KLinkRule::Execute() {
     const KSUP::KString path = Get(KSetupField::Path);
     Tell(path, "Making link " + path);
-    const auto former = LookAtEntry(path.c_str());
-    if (former && former->kind != KManifestEntry::Kind::Link) {
-        MakeWay(policy, path.c_str());
-    }
+    MakeWayForLink(policy, path, Get(KSetupField::LinkTarget));
     KSUP::KFileUtil::CreateSymbolicLink(Get(KSetupField::LinkTarget), path);
 }
 

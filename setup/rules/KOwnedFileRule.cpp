@@ -24,6 +24,19 @@ using Purpose = KSUP::KDirectory::Purpose;
 
 constexpr KSUP::KErrorSource errorSource{"setup/KOwnedFileRule"};
 
+/// What the plan knew of was looked at before the run; a command may have made something since.
+void RequireMayReplace(
+    const KChangePolicy& policy, const std::string& path, const std::string& source
+) {
+    if (const std::string why = policy.WhyNotReplace(path, source); !why.empty()) {
+        errorSource.RaiseAs(
+            {KSUP::KErrorKind::System, KSUP::KOperation::Write, path.c_str(), why.c_str()},
+            KSUP::TraceLevel::rule,
+            EEXIST
+        );
+    }
+}
+
 KString Join(const KString& directory, const KString& name) {
     return KSUP::KUtil::AppendPathSep(directory, "/") + name;
 }
@@ -56,6 +69,16 @@ void MakeWay(const KChangePolicy& policy, const std::string& path) {
         static_cast<void>(
             isDirectory ? SvcDeleteDirectory(0, one.c_str(), 0) : SvcDeleteFile(0, one.c_str())
         );
+    }
+}
+
+void MakeWayForLink(const KChangePolicy& policy, const KString& link, const KString& target) {
+    const std::string path = link.c_str();
+    const auto former = LookAtEntry(path);
+    if (former && former->kind != KManifestEntry::Kind::Link) {
+        MakeWay(policy, path);
+    } else if (former && !policy.GetOwnership().WasMadeNow(path) && former->target != target.c_str()) {
+        RequireMayReplace(policy, path, "");
     }
 }
 
@@ -120,36 +143,28 @@ void KOwnedFileRule::Copy(
 ) {
     const std::string path = target.c_str();
     const auto former = LookAtEntry(path);
-    // What this run made itself is its own affair, also a link that it writes through.
-    if (!former || policy.GetOwnership().WasMadeNow(path)) {
+    // What this run made itself is its own affair, also a link that it writes through. A file that
+    // the administrator edited is theirs, also when an option was put into it.
+    const bool isTheirs =
+        former && policy.IsConfiguration(path, GetTreatment()) && policy.IsAdministrators(path);
+    if (!former || (policy.GetOwnership().WasMadeNow(path) && !isTheirs)) {
         NoteConfiguration(source, path);
         CopyHeld(source, fromDirectory, target, toDirectory);
         return;
     }
     if (former->kind == KManifestEntry::Kind::Directory) {
         MakeWay(policy, path);
-    } else if (Keeps(source.c_str(), path)) {
-        return;
-    }
-    if (former->kind != KManifestEntry::Kind::Directory) {
-        RequireMayReplace(path, source.c_str());
+    } else {
+        if (Keeps(source.c_str(), path)) {
+            return;
+        }
+        RequireMayReplace(policy, path, source.c_str());
     }
     if (former->kind == KManifestEntry::Kind::Link) {
         changes.replacedLinks.emplace_back(path, former->target);
         KSUP::KFileBase::DeleteFile(target);
     }
     CopyHeld(source, fromDirectory, target, toDirectory);
-}
-
-/// What the plan knew of was looked at before the run; a command may have made something since.
-void KOwnedFileRule::RequireMayReplace(const std::string& path, const std::string& source) const {
-    if (const std::string why = policy.WhyNotReplace(path, source); !why.empty()) {
-        errorSource.RaiseAs(
-            {KSUP::KErrorKind::System, KSUP::KOperation::Write, path.c_str(), why.c_str()},
-            KSUP::TraceLevel::rule,
-            EEXIST
-        );
-    }
 }
 
 /// So that the next run knows what the kit had, and an edit from an upgrade.
@@ -163,7 +178,7 @@ void KOwnedFileRule::NoteConfiguration(const KString& source, const std::string&
 
 bool KOwnedFileRule::Keeps(const std::string& source, const std::string& target) {
     NoteConfiguration(source.c_str(), target);
-    const auto decided = policy.DecideCopy(source, target, target, GetTreatment());
+    const auto decided = policy.DecideCopy(source, target, GetTreatment());
     if (decided == KChangePolicy::Copy::Write) {
         return false;
     }
@@ -191,14 +206,7 @@ void KOwnedFileRule::DeleteMatches() {
 }
 
 void KOwnedFileRule::Lay() {
-    const std::string link = Join(targetDirectory, targetName).c_str();
-    const auto former = LookAtEntry(link);
-    if (former && former->kind != KManifestEntry::Kind::Link) {
-        MakeWay(policy, link);
-    } else if (former && !policy.GetOwnership().WasMadeNow(link) &&
-               former->target != Join(sourceDirectory, fileName).c_str()) {
-        RequireMayReplace(link, "");
-    }
+    MakeWayForLink(policy, Join(targetDirectory, targetName), Join(sourceDirectory, fileName));
     KFileRule::Execute();
 }
 

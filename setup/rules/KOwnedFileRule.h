@@ -41,7 +41,6 @@ class KOwnedFileRule : public KINS::KFileRule {
     );
 
   private:
-    void RequireMayReplace(const std::string& path, const std::string& source) const;
     void NoteConfiguration(const KSUP::KString& source, const std::string& target);
     bool Keeps(const std::string& source, const std::string& target);
     void DeleteMatches();
@@ -53,6 +52,12 @@ class KOwnedFileRule : public KINS::KFileRule {
 
 /// Deletes what is in the way of something of another kind, where all of it is the product's.
 void MakeWay(const KChangePolicy& policy, const std::string& path);
+/// The same for a link that is to be laid, which replaces a link that is the product's.
+///
+/// Throws   KSUP::KError 17 (EEXIST) for another's link
+void MakeWayForLink(
+    const KChangePolicy& policy, const KSUP::KString& link, const KSUP::KString& target
+);
 /// Whether a rule deletes the path; notes it where not.
 bool MayDelete(
     const KChangePolicy& policy,

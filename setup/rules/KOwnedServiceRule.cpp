@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <ins/KInstallRuleManagerBase.h>
-#include <setup/plan/KPlan.h>
+#include <setup/plan/UnitFiles.h>
 #include <setup/rules/KOwnedServiceRule.h>
+#include <setup/state/KManifest.h>
 #include <sup++/SvcFile.h>
 
 namespace KSETUP {
@@ -11,7 +12,7 @@ using KINS::KRuleOperation;
 KOwnedServiceRule::KOwnedServiceRule(
     KINS::KInstallRuleManagerBase& owner,
     const KSUP::KString& line,
-    const KServicesBefore& servicesBefore,
+    const KServiceOverrides& servicesBefore,
     KRunChanges& runChanges
 )
     : KServiceRule(&owner, line),
@@ -35,8 +36,10 @@ void KOwnedServiceRule::Execute() {
     KServiceRule::Execute();
     if (does == KRuleOperation::Install && before.disabled.contains(name)) {
         // systemd reads it when the machine comes up; until then nothing asks for the link.
-        for (const std::string& link : FindEnablingLinks(name)) {
-            static_cast<void>(SvcDeleteFile(0, link.c_str()));
+        for (const std::string& entry : FindUnitEntries(name)) {
+            if (const auto link = LookAtEntry(entry); link && !link->target.empty()) {
+                static_cast<void>(SvcDeleteFile(0, entry.c_str()));
+            }
         }
         std::string& state = changes.keptServices[name];
         state = before.stopped.contains(name) ? "disabled and stopped" : "disabled";

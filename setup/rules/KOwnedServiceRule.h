@@ -3,7 +3,7 @@
 
 #include <ins/KServiceRule.h>
 #include <setup/rules/KRunChanges.h>
-#include <setup/rules/KServicesBefore.h>
+#include <setup/rules/KServiceOverrides.h>
 
 namespace KSETUP {
 
@@ -17,7 +17,7 @@ class KOwnedServiceRule : public KINS::KServiceRule {
     KOwnedServiceRule(
         KINS::KInstallRuleManagerBase& owner,
         const KSUP::KString& line,
-        const KServicesBefore& servicesBefore,
+        const KServiceOverrides& servicesBefore,
         KRunChanges& runChanges
     );
     ~KOwnedServiceRule() override;
@@ -25,7 +25,7 @@ class KOwnedServiceRule : public KINS::KServiceRule {
     void Execute() override;
 
   private:
-    const KServicesBefore& before;
+    const KServiceOverrides& before;
     KRunChanges& changes;
 };
 

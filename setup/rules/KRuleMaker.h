@@ -4,7 +4,7 @@
 #include <ins/KInstaller.h>
 #include <setup/plan/KChangePolicy.h>
 #include <setup/rules/KRunChanges.h>
-#include <setup/rules/KServicesBefore.h>
+#include <setup/rules/KServiceOverrides.h>
 #include <setup/rules/KUsersFile.h>
 
 #include <memory>
@@ -18,7 +18,7 @@ class KRuleMaker {
   public:
     KRuleMaker(
         const KChangePolicy& changePolicy,
-        const KServicesBefore& servicesBefore,
+        const KServiceOverrides& servicesBefore,
         KRunChanges& runChanges
     )
         : policy(changePolicy),
@@ -39,7 +39,7 @@ class KRuleMaker {
     );
 
     const KChangePolicy& policy;
-    const KServicesBefore& services;
+    const KServiceOverrides& services;
     KRunChanges& changes;
     std::shared_ptr<KUsersFile> users; // of a run; there once it has a rule for a user
 };

@@ -51,8 +51,8 @@ void RefuseErrors(const KPlannedRun& planned) {
     }
     throw KSetupFailure(
         ExitCode::malformedScript,
-        words + (found.hasCycle ? "\nMend the circle first: it would load without end."
-                                : "\nMend them, or install with --no-check.")
+        words + (found.hasCycle ? "\nFix the circle first: it would load without end."
+                                : "\nFix them, or install with --no-check.")
     );
 }
 

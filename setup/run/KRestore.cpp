@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/plan/UnitFiles.h>
 #include <setup/preflight/StaleTemporaries.h>
 #include <setup/preflight/TrustedPlaces.h>
 #include <setup/run/KAuditLog.h>

@@ -58,16 +58,16 @@ std::map<std::string, std::string> FindEdited(const KChangePolicy& policy) {
 }
 
 /// A run that goes on has what the first one saw: that one may have stopped a service itself.
-KServicesBefore FindServicesBefore(const KPlannedRun& planned) {
+KServiceOverrides FindServicesBefore(const KPlannedRun& planned) {
     KLockedProduct& product = planned.GetProduct();
     if (!planned.Installs() || planned.GetContext().arguments.startServices) {
         return {};
     }
     if (const auto& begun = product.GetInterrupted()) {
-        return KServicesBefore::FromText(begun->services);
+        return KServiceOverrides::FromText(begun->services);
     }
-    return product.GetRecord() ? KServicesBefore::Look(planned.GetPlan(), product.GetOwnership())
-                               : KServicesBefore();
+    return product.GetRecord() ? KServiceOverrides::Look(planned.GetPlan(), product.GetOwnership())
+                               : KServiceOverrides();
 }
 
 } // namespace
@@ -91,7 +91,7 @@ KRun::KRun(KCheckedRun&& checkedRun)
     watch = std::make_unique<KRunWatch>(installer, context, CountedRules(GetPlanned()));
     report.rulesAll = watch->GetRuleCount();
     GetPlanned().GetProduct().GetOwnership().SetMadeNow([this](const std::string& path) {
-        return journal->IsMade(path);
+        return journal->IsMadeNow(path);
     });
     installer.SetRuleFactory([this](auto& manager, const auto& type, const auto& line) {
         return ruleMaker.Make(manager, type, line);
@@ -116,7 +116,8 @@ void KRun::OpenJournal() {
     journal = std::make_unique<KWriteJournal>(
         GetPlanned().GetProduct().GetService(),
         GoesOn() ? KWriteJournal::Begin::GoOn : KWriteJournal::Begin::Anew,
-        ExpectedPaths(GetPlanned().GetPlan())
+        KWriteJournal::Beginning{
+            ExpectedPaths(GetPlanned().GetPlan()), GetPlanned().GetPolicy().GetAdministrators()}
     );
 }
 

@@ -68,7 +68,7 @@ class KRun {
     KRunBackup backup;              // of what the run replaces
     std::optional<KRunState> state; // as the next
     KRunChanges changes;            // as its rules tell them
-    KServicesBefore services;       // of an upgrade
+    KServiceOverrides services;     // of an upgrade
     KRuleMaker ruleMaker;
     std::map<std::string, std::string> edited; // configuration, and what it was installed as
     std::unique_ptr<KWriteJournal> journal;    // there once the run is remembered

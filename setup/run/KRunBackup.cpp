@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <ins/Names.h>
 #include <setup/KSetupFailure.h>
+#include <setup/plan/UnitFiles.h>
 #include <setup/run/KRestore.h>
 #include <setup/run/KRunBackup.h>
 #include <setup/run/PlannedPaths.h>

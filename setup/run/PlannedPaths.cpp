@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/PathText.h>
+#include <setup/plan/UnitFiles.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/state/KManifest.h>
 

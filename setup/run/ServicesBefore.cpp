@@ -5,8 +5,6 @@
 #include <setup/run/ServicesBefore.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 
 #include <sys/services/KServiceControl.h>
 
@@ -14,9 +12,7 @@ namespace KSETUP {
 
 namespace {
 
-namespace fs = std::filesystem;
 using Kind = KPlannedAction::Kind;
-constexpr const char* unitDirectory = "/etc/systemd/system";
 constexpr unsigned starting = 2;
 constexpr unsigned running = 4;
 
@@ -37,11 +33,6 @@ bool Runs(const std::string& service) {
         }
         throw;
     }
-}
-
-bool HoldsLinks(const fs::path& directory) {
-    const fs::path ending = directory.extension();
-    return ending == ".wants" || ending == ".requires" || ending == ".upholds";
 }
 
 } // namespace
@@ -78,28 +69,6 @@ std::vector<KServiceBefore> LookAtServices(const KPlan& plan) {
         );
     }
     return services;
-}
-
-std::vector<std::string> FindUnitEntries(const std::string& service) {
-    const std::string unit = service + ".service";
-    std::vector<std::string> entries;
-    std::error_code unknown; // what cannot be looked at has none
-    const auto add = [&](const fs::path& path) {
-        if (fs::exists(fs::symlink_status(path, unknown))) {
-            entries.push_back(path.string());
-        }
-    };
-    add(fs::path(unitDirectory) / unit);
-    for (fs::directory_iterator entry(unitDirectory, unknown), end; !unknown && entry != end;
-         entry.increment(unknown)) {
-        std::error_code none; // what is no link leads nowhere
-        if (HoldsLinks(entry->path())) {
-            add(entry->path() / unit);
-        } else if (entry->path().filename() != unit && fs::read_symlink(entry->path(), none).filename() == unit) {
-            add(entry->path());
-        }
-    }
-    return entries;
 }
 
 void StopServices(

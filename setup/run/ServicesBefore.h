@@ -20,10 +20,6 @@ namespace KSETUP {
 /// Throws   KSetupFailure (ExitCode::noService) when systemd does not tell
 std::vector<KServiceBefore> LookAtServices(const KPlan& plan);
 
-/// The unit file of a service's own, and the links in /etc/systemd/system that enable it or are
-/// other names of it, as far as they are there.
-std::vector<std::string> FindUnitEntries(const std::string& service);
-
 /// Stops those that run now and did not before; with `filesDiffer` all that run: their files are
 /// about to be others. What fails is appended to `failures`.
 void StopServices(

@@ -3,7 +3,6 @@
 #include <setup/KSetupFailure.h>
 #include <setup/files/PathText.h>
 #include <setup/state/KOwnership.h>
-#include <setup/state/KWriteJournal.h>
 
 #include <filesystem>
 #include <system_error>
@@ -34,7 +33,7 @@ KOwnership::KOwnership(const std::string& serviceName, bool isInstalled, const s
         } else if (isInstalled) {
             known = Known::Nothing;
         }
-        begun = KWriteJournal::ReadMade(service, base);
+        begun = KWriteJournal::Read(service, base);
     } catch (const KSetupFailure& failure) {
         const bool isDenied = failure.GetExitCode() == ExitCode::notRoot;
         known = isDenied ? Known::Denied : Known::Nothing;
@@ -57,7 +56,11 @@ const KManifestEntry* KOwnership::Find(const std::string& path) const {
 }
 
 bool KOwnership::WasBegun(const std::string& path) const {
-    return !begun.empty() && begun.contains(NormalPath(path));
+    return !begun.made.empty() && begun.made.contains(NormalPath(path));
+}
+
+bool KOwnership::WasEdited(const std::string& path) const {
+    return !begun.edited.empty() && begun.edited.contains(NormalPath(path));
 }
 
 std::string KOwnership::FindOther(const std::string& path) const {
@@ -74,7 +77,7 @@ std::string KOwnership::FindOther(const std::string& path) const {
     return found != others->end() ? found->second : std::string();
 }
 
-const std::string& KOwnership::RealPath(const std::string& path) const {
+std::string KOwnership::RealPath(const std::string& path) const {
     const std::string normal = NormalPath(path);
     const std::string parent = ParentPath(normal);
     const auto [at, isNew] = directories.try_emplace(parent);
@@ -85,8 +88,7 @@ const std::string& KOwnership::RealPath(const std::string& path) const {
             at->second = parent;
         }
     }
-    joined = JoinPath(at->second, std::string(NameOfPath(normal)));
-    return joined;
+    return JoinPath(at->second, std::string(NameOfPath(normal)));
 }
 
 const KManifestEntry* KOwnership::FindReal(const std::string& normal) const {

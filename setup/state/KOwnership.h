@@ -2,13 +2,13 @@
 #pragma once
 
 #include <setup/state/KManifest.h>
+#include <setup/state/KWriteJournal.h>
 #include <setup/state/StateDirectory.h>
 
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 
 namespace KSETUP {
@@ -46,12 +46,14 @@ class KOwnership {
     const KManifestEntry* Find(const std::string& path) const;
     /// Whether a run that was interrupted made it, so that what stands there may be half of it.
     bool WasBegun(const std::string& path) const;
+    /// Whether it had been edited before a run that was interrupted.
+    bool WasEdited(const std::string& path) const;
     /// The name of another product whose file or link it is; empty for none. The first call reads
     /// the manifests of all products.
     std::string FindOther(const std::string& path) const;
-    /// The same entry by a path without links in its directory; valid until the next call.
-    const std::string& RealPath(const std::string& path) const;
-    /// Whether the rules that run, or ran, made it.
+    /// The same entry by a path without links in its directory.
+    std::string RealPath(const std::string& path) const;
+    /// Whether the rules that run made it.
     bool WasMadeNow(const std::string& path) const;
     /// How to know that.
     void SetMadeNow(std::function<bool(const std::string&)> isMade) { madeNow = std::move(isMade); }
@@ -65,12 +67,11 @@ class KOwnership {
     std::string base;
     std::string damage;
     KManifest manifest;
-    std::set<std::string> begun;
+    KWriteJournal::Begun begun;
     std::function<bool(const std::string&)> madeNow;
     mutable std::map<std::string, std::string> directories; // with links -> without
     mutable std::optional<std::map<std::string, const KManifestEntry*>> real;
     mutable std::optional<std::map<std::string, std::string>> others; // path -> name
-    mutable std::string joined;
 };
 
 } // namespace KSETUP

@@ -19,7 +19,7 @@ struct KRunDescription {
     std::string path; ///< of the product
     unsigned ruleCount = 0;
     std::string run;      ///< its name (RunId.h); empty for one of a version that gave none
-    std::string services; ///< that were at rest before it, as KServicesBefore writes them
+    std::string services; ///< that were at rest before it, as KServiceOverrides writes them
 };
 
 /// A run that began and did not come to its end: it failed, was stopped, killed, or the machine

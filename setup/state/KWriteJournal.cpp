@@ -20,6 +20,7 @@ constexpr const char* fileName = "written";
 constexpr char madeMark = '+';
 constexpr char deletedMark = '-';
 constexpr char expectedMark = '?';
+constexpr char editedMark = '!';
 constexpr std::size_t mostPending = std::size_t{64} << 10U; // bytes
 
 std::string Entry(char mark, const std::string& path) {
@@ -34,8 +35,8 @@ bool IsThere(const std::string& path) {
 }
 
 /// The last entry may be cut off: a machine that went down had not flushed it.
-std::set<std::string> MadeIn(const std::string& text) {
-    std::set<std::string> made;
+KWriteJournal::Begun BegunIn(const std::string& text) {
+    KWriteJournal::Begun begun;
     std::set<std::string> expected;
     std::size_t at = 0;
     for (std::size_t end = text.find('\0'); end != std::string::npos;
@@ -46,10 +47,13 @@ std::set<std::string> MadeIn(const std::string& text) {
             expected.insert(std::move(path));
             break;
         case madeMark:
-            made.insert(std::move(path));
+            begun.made.insert(std::move(path));
             break;
         case deletedMark:
-            made.erase(path);
+            begun.made.erase(path);
+            break;
+        case editedMark:
+            begun.edited.insert(std::move(path));
             break;
         default:
             break;
@@ -57,27 +61,27 @@ std::set<std::string> MadeIn(const std::string& text) {
     }
     for (const std::string& path : expected) {
         if (IsThere(path)) {
-            made.insert(path);
+            begun.made.insert(path);
         }
     }
-    return made;
+    return begun;
 }
 
 } // namespace
 
 KWriteJournal::KWriteJournal(
-    const std::string& serviceName,
-    Begin begin,
-    const std::vector<std::string>& expected,
-    const std::string& base
+    const std::string& serviceName, Begin begin, const Beginning& beginning, const std::string& base
 )
     : directory(base, serviceName) {
     if (begin == Begin::GoOn) {
-        made = MadeIn(directory.Read(fileName).value_or(""));
+        made = BegunIn(directory.Read(fileName).value_or("")).made;
     }
     std::string text;
-    for (const std::string& path : expected) {
+    for (const std::string& path : beginning.expected) {
         text += Entry(expectedMark, NormalPath(path));
+    }
+    for (const std::string& path : beginning.edited) {
+        text += Entry(editedMark, NormalPath(path));
     }
     for (const std::string& path : made) {
         text += Entry(madeMark, path);
@@ -119,6 +123,11 @@ void KWriteJournal::Listen(void* journal, unsigned what, const char* path) noexc
 
 void KWriteJournal::Note(bool isMade, bool isSoon, const std::string& path) {
     const std::string normal = NormalPath(path);
+    if (isMade) {
+        madeNow.insert(normal);
+    } else {
+        madeNow.erase(normal);
+    }
     const bool isNews = isMade ? made.insert(normal).second : made.erase(normal) != 0;
     if (!isNews) {
         return;
@@ -141,15 +150,14 @@ void KWriteJournal::SaveHeld() noexcept {
     pending.clear();
 }
 
-std::set<std::string>
-KWriteJournal::ReadMade(const std::string& serviceName, const std::string& base) {
+KWriteJournal::Begun KWriteJournal::Read(const std::string& serviceName, const std::string& base) {
     const auto existing = KPrivateDirectory::OpenExisting(base, serviceName);
-    return existing ? MadeIn(existing->Read(fileName).value_or("")) : std::set<std::string>();
+    return existing ? BegunIn(existing->Read(fileName).value_or("")) : Begun();
 }
 
-bool KWriteJournal::IsMade(const std::string& path) const {
+bool KWriteJournal::IsMadeNow(const std::string& path) const {
     const KSYS::KScopedLock hold(guard);
-    return made.contains(path);
+    return madeNow.contains(path);
 }
 
 std::vector<std::string> KWriteJournal::GetMade() const {

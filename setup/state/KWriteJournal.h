@@ -36,27 +36,40 @@ class KWriteJournal {
         GoOn, ///< after a run that was interrupted: what it had made counts too
     };
 
-    /// Listens from here on. `expected` are paths that the run may make, at which nothing stands.
+    /// What the journal begins with.
+    struct Beginning {
+        /// Paths that the run may make, at which nothing stands.
+        std::vector<std::string> expected;
+        /// Files that the administrator edited before it: whatever the run does to them, one that goes
+        /// on is to know.
+        std::vector<std::string> edited;
+    };
+    /// Listens from here on.
     ///
     /// Throws   KSetupFailure when the file cannot be written
     KWriteJournal(
         const std::string& serviceName,
         Begin begin,
-        const std::vector<std::string>& expected = {},
+        const Beginning& beginning = {},
         const std::string& base = stateBaseDirectory
     );
     ~KWriteJournal();
     KWriteJournal(const KWriteJournal&) = delete;
     KWriteJournal& operator=(const KWriteJournal&) = delete;
 
-    /// The same of a run that was interrupted; empty without one.
+    /// What a run that was interrupted had made, and what had been edited before it.
+    struct Begun {
+        std::set<std::string> made;
+        std::set<std::string> edited;
+    };
+    /// Empty without such a run.
     ///
     /// Throws   KSetupFailure when the file cannot be read
-    static std::set<std::string>
-    ReadMade(const std::string& serviceName, const std::string& base = stateBaseDirectory);
+    static Begun Read(const std::string& serviceName, const std::string& base = stateBaseDirectory);
 
-    /// Whether the path, in its normal form, was made and not deleted again.
-    bool IsMade(const std::string& path) const;
+    /// Whether this run made the path, in its normal form, and did not delete it again. What one made
+    /// that it goes on with does not count.
+    bool IsMadeNow(const std::string& path) const;
     /// The paths that were made and not deleted again, sorted.
     std::vector<std::string> GetMade() const;
     /// Why the file does not hold all of it; 0 when it does.
@@ -82,7 +95,8 @@ class KWriteJournal {
     mutable KSYS::KAnnotatedMutex<std::mutex> guard;
     KSYS::KDescriptor file SUP_GUARDED_BY(guard);
     std::set<std::string> made SUP_GUARDED_BY(guard);
-    std::string pending SUP_GUARDED_BY(guard); // entries that are not in the file yet
+    std::set<std::string> madeNow SUP_GUARDED_BY(guard); // of these, by this run
+    std::string pending SUP_GUARDED_BY(guard);           // entries that are not in the file yet
     int errorNumber SUP_GUARDED_BY(guard) = 0;
 };
 

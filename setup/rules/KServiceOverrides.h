@@ -16,19 +16,16 @@ namespace KSETUP {
 ///     stopped   it was at rest, and had not failed
 ///     disabled  the link that starts it at boot was gone
 ///     masked    a link to /dev/null stood in the place of its unit file
-struct KServicesBefore {
+struct KServiceOverrides {
     std::set<std::string> stopped;
     std::set<std::string> disabled;
     std::set<std::string> masked;
 
     /// Asks systemd, and the disk. What cannot be asked about counts as running.
-    static KServicesBefore Look(const KPlan& plan, const KOwnership& ownership);
+    static KServiceOverrides Look(const KPlan& plan, const KOwnership& ownership);
     /// As one text for the state file, and back: "stopped:a disabled:a".
     std::string ToText() const;
-    static KServicesBefore FromText(const std::string& text);
+    static KServiceOverrides FromText(const std::string& text);
 };
-
-/// The links that start a service at boot, as "systemctl enable" lays them.
-std::vector<std::string> FindEnablingLinks(const std::string& service);
 
 } // namespace KSETUP

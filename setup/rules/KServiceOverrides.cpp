@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <setup/plan/RunRefusals.h>
-#include <setup/rules/KServicesBefore.h>
+#include <setup/plan/UnitFiles.h>
+#include <setup/rules/KServiceOverrides.h>
 
 #include <chrono>
-#include <filesystem>
 #include <sstream>
-#include <system_error>
 #include <utility>
 
 #include <sys/services/KServiceError.h>
@@ -19,7 +18,6 @@ using KINS::KRuleOperation;
 using KINS::KRuleType;
 
 constexpr std::chrono::seconds askFor{5};
-constexpr const char* unitDirectory = "/etc/systemd/system";
 constexpr const char* nowhere = "/dev/null";
 
 /// At rest without having failed: one that failed is what an upgrade may be for.
@@ -38,8 +36,8 @@ bool IsStopped(const std::string& service) {
 
 } // namespace
 
-KServicesBefore KServicesBefore::Look(const KPlan& plan, const KOwnership& ownership) {
-    KServicesBefore before;
+KServiceOverrides KServiceOverrides::Look(const KPlan& plan, const KOwnership& ownership) {
+    KServiceOverrides before;
     std::set<std::string> names;
     for (const KPlannedRule& planned : plan.GetRules()) {
         if (planned.rule.Is(KRuleType::Service, KRuleOperation::Install) ||
@@ -55,7 +53,7 @@ KServicesBefore KServicesBefore::Look(const KPlan& plan, const KOwnership& owner
         const auto unit = LookAtEntry(path);
         if (unit && unit->target == nowhere) {
             before.masked.insert(name);
-        } else if (unit && FindEnablingLinks(name).empty()) {
+        } else if (unit && FindUnitEntries(name).size() == 1) { // the file, and no link
             before.disabled.insert(name);
         }
         if (unit && IsStopped(name)) {
@@ -65,19 +63,7 @@ KServicesBefore KServicesBefore::Look(const KPlan& plan, const KOwnership& owner
     return before;
 }
 
-std::vector<std::string> FindEnablingLinks(const std::string& service) {
-    std::vector<std::string> links;
-    std::error_code none; // what cannot be read enables nothing
-    for (const auto& target : std::filesystem::directory_iterator(unitDirectory, none)) {
-        const std::string link = (target.path() / (service + ".service")).string();
-        if (target.is_directory(none) && LookAtEntry(link)) {
-            links.push_back(link);
-        }
-    }
-    return links;
-}
-
-std::string KServicesBefore::ToText() const {
+std::string KServiceOverrides::ToText() const {
     std::string text;
     const auto append = [&](const char* what, const std::set<std::string>& names) {
         for (const std::string& name : names) {
@@ -90,8 +76,8 @@ std::string KServicesBefore::ToText() const {
     return text;
 }
 
-KServicesBefore KServicesBefore::FromText(const std::string& text) {
-    KServicesBefore before;
+KServiceOverrides KServiceOverrides::FromText(const std::string& text) {
+    KServiceOverrides before;
     std::istringstream words(text);
     for (std::string word; words >> word;) {
         const std::size_t colon = word.find(':');
