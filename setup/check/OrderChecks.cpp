@@ -2,6 +2,7 @@
 #include <setup/check/Checks.h>
 #include <setup/check/PlanSteps.h>
 #include <setup/files/PathText.h>
+#include <setup/plan/SystemPlaces.h>
 #include <setup/script/KSetupRuleLine.h>
 
 #include <algorithm>
@@ -67,7 +68,9 @@ Findings LateDirectories(const KCheckContext& context) {
     Findings found;
     for (const KPlanStep& step : StepsWithoutDirectory(context)) {
         const std::string directory = ParentPath(step.path);
-        if (IsThereInTheEnd(context, directory)) {
+        // One of the system is there before, although the empty machine of a check does not have it.
+        const bool isSystems = IsSystemDirectory(directory, context.Expand("$serviceName$"));
+        if (!isSystems && IsThereInTheEnd(context, directory)) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 TargetField(step.rule->rule),

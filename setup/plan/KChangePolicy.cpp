@@ -66,7 +66,8 @@ bool KChangePolicy::IsAdministrators(const std::string& path) const {
     const KManifestEntry* last = ownership->Find(path);
     if (ownership->WasEdited(path)) {
         at->second = now.has_value();
-    } else if (!now || ownership->WasBegun(path) || ownership->WasMadeNow(path)) {
+    } else if (!now || ownership->WasBegun(path) || ownership->WasMadeNow(path) ||
+               (last == nullptr && ownership->WasBornNow(path))) {
         at->second = false; // what an interrupted run was at may be half a file
     } else if (last != nullptr && last->kind == KManifestEntry::Kind::File) {
         at->second =
@@ -95,7 +96,7 @@ std::string KChangePolicy::WhyNotReplace(const std::string& path, const std::str
     if (const std::string other = ownership->FindOther(path); !other.empty()) {
         return "it is a file of the product \"" + other + "\"";
     }
-    if (ownership->Owns(path)) {
+    if (ownership->Owns(path) || ownership->WasBornNow(path)) {
         return {};
     }
     const std::string bytes = DigestOf(source);

@@ -90,6 +90,7 @@ KRun::KRun(KCheckedRun&& checkedRun)
     }
     watch = std::make_unique<KRunWatch>(installer, context, CountedRules(GetPlanned()));
     report.rulesAll = watch->GetRuleCount();
+    GetPlanned().GetProduct().GetOwnership().NoteBegin();
     GetPlanned().GetProduct().GetOwnership().SetMadeNow([this](const std::string& path) {
         return journal->IsMadeNow(path);
     });

@@ -8,6 +8,8 @@
 #include <system_error>
 #include <vector>
 
+#include <sys/files/FileStatus.h>
+
 namespace KSETUP {
 
 namespace {
@@ -47,6 +49,14 @@ bool KOwnership::Owns(const std::string& path) const {
 
 bool KOwnership::WasMadeNow(const std::string& path) const {
     return madeNow && madeNow(NormalPath(path));
+}
+
+bool KOwnership::WasBornNow(const std::string& path) const {
+    return runBegan != 0 && KSYS::ReadBirthTime(NormalPath(path)) >= runBegan;
+}
+
+void KOwnership::NoteBegin() noexcept {
+    runBegan = KSYS::ReadFileClock();
 }
 
 const KManifestEntry* KOwnership::Find(const std::string& path) const {

@@ -55,7 +55,12 @@ class KOwnership {
     std::string RealPath(const std::string& path) const;
     /// Whether the rules that run made it.
     bool WasMadeNow(const std::string& path) const;
-    /// How to know that.
+    /// Whether it is there only since the run began, whoever made it: a command of the script, as far
+    /// as the file system tells.
+    bool WasBornNow(const std::string& path) const;
+    /// The run begins now.
+    void NoteBegin() noexcept;
+    /// How to know what the rules made.
     void SetMadeNow(std::function<bool(const std::string&)> isMade) { madeNow = std::move(isMade); }
 
   private:
@@ -69,6 +74,7 @@ class KOwnership {
     KManifest manifest;
     KWriteJournal::Begun begun;
     std::function<bool(const std::string&)> madeNow;
+    std::uint64_t runBegan = 0;                             // in nanoseconds since 1970
     mutable std::map<std::string, std::string> directories; // with links -> without
     mutable std::optional<std::map<std::string, const KManifestEntry*>> real;
     mutable std::optional<std::map<std::string, std::string>> others; // path -> name

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <cerrno>
+#include <ctime>
 
 #include <linux/stat.h>
 #include <sys/Retry.h>
@@ -8,6 +9,12 @@
 #include <unistd.h>
 
 namespace KSYS {
+
+namespace {
+
+constexpr std::uint64_t nanoseconds = 1'000'000'000; // in a second
+
+} // namespace
 
 bool IsSameFile(const struct stat& left, const struct stat& right) noexcept {
     return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
@@ -26,6 +33,24 @@ bool IsImmutable(const Entry& entry, LastLink last) noexcept {
     const int flags = last == LastLink::Follow ? 0 : AT_SYMLINK_NOFOLLOW;
     return ::statx(entry.GetDirectory(), entry.GetName(), flags, STATX_TYPE, &status) == 0 &&
            (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+}
+
+std::uint64_t ReadBirthTime(const Entry& entry) noexcept {
+    struct statx status {};
+    const bool isKnown =
+        ::statx(entry.GetDirectory(), entry.GetName(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, &status) ==
+            0 &&
+        (status.stx_mask & STATX_BTIME) != 0;
+    return isKnown ? static_cast<std::uint64_t>(status.stx_btime.tv_sec) * nanoseconds +
+                         status.stx_btime.tv_nsec
+                   : 0;
+}
+
+std::uint64_t ReadFileClock() noexcept {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &now); // cannot fail on Linux
+    return static_cast<std::uint64_t>(now.tv_sec) * nanoseconds +
+           static_cast<std::uint64_t>(now.tv_nsec);
 }
 
 unsigned ReadFileSystem(const char* path, FileSystemStatus& system) noexcept {

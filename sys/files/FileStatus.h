@@ -22,6 +22,12 @@ bool IsOwnAlone(const struct stat& status) noexcept;
 /// false where that cannot be told.
 bool IsImmutable(const Entry& entry, LastLink last) noexcept;
 
+/// When what stands there was made, in nanoseconds since 1970, as statx(2) knows it; a link is not
+/// followed. 0 where that cannot be told.
+std::uint64_t ReadBirthTime(const Entry& entry) noexcept;
+/// The present time by the clock that file systems use for that.
+std::uint64_t ReadFileClock() noexcept;
+
 /// Room on a file system. What is free counts for root.
 struct FileSystemStatus {
     bool isReadOnly = false;

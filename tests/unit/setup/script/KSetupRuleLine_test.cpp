@@ -14,7 +14,7 @@ using KSETUP::KSetupField;
 using KSETUP::KSetupOperation;
 using KSETUP::KSetupRuleLine;
 
-KSUP::KString Expand(const KSUP::KString& text) {
+KSUP::KString ExpandedText(const KSUP::KString& text) {
     KSUP::KString result(text);
     static_cast<void>(result.Replace("$pathTarget$", "/opt/p/", 0, 0, true));
     static_cast<void>(result.Replace("$empty$", "", 0, 0, true));
@@ -22,7 +22,7 @@ KSUP::KString Expand(const KSUP::KString& text) {
 }
 
 KSetupRuleLine Read(const std::string& keyword, const std::string& value) {
-    return KSetupRuleLine::Read(keyword, value, Expand);
+    return KSetupRuleLine::Read(keyword, value, ExpandedText);
 }
 
 TEST(KSetupRuleLineTest, AConfigurationIsCopiedToItsNameOrANewOne) {
