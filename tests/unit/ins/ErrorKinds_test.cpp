@@ -31,9 +31,9 @@ class ErrorKindsTest : public KTEST::RuleTest {
 };
 
 /// Looks for the record's link in a temporary tree instead of /etc.
-class RecordInTree : public KINS::KInstallPathManager {
+class RecordAtLink : public KINS::KInstallPathManager {
   public:
-    RecordInTree(KINS::KInstaller* installer, std::string link)
+    RecordAtLink(KINS::KInstaller* installer, std::string link)
         : KInstallPathManager(installer),
           linkPath(std::move(link)) {}
 
@@ -48,7 +48,7 @@ class RecordErrorTest : public KTEST::EngineTest {
     KError ErrorOfPut() {
         return ErrorOf([&] { paths.PutInstalledProductInformation("1.0", 1); });
     }
-    RecordInTree paths{installer.get(), tree.Path("link")};
+    RecordAtLink paths{installer.get(), tree.Path("link")};
 };
 
 TEST_F(RecordErrorTest, AMissingLinkIsToldWithItsPathAndTheSystemsWords) {

@@ -77,13 +77,13 @@ TEST_F(KFileRuleTest, ConstructingParsesNothing) {
 
 // Parsing
 
-struct RefusedLine {
+struct RefusedFileLine {
     const char* name;
     const char* line;
 };
 
 class KFileRuleRefusalTest : public KTEST::RuleTest,
-                             public ::testing::WithParamInterface<RefusedLine> {};
+                             public ::testing::WithParamInterface<RefusedFileLine> {};
 
 TEST_P(KFileRuleRefusalTest, IsError7000WithTheLineAndNoRule) {
     const std::string line = GetParam().line;
@@ -98,12 +98,12 @@ INSTANTIATE_TEST_SUITE_P(
     ALineWith,
     KFileRuleRefusalTest,
     ::testing::Values(
-        RefusedLine{"OneField", "copy"},
-        RefusedLine{"TwoFields", "copy,a"},
-        RefusedLine{"SixFields", "copy,a,b,c,d,e"},
-        RefusedLine{"ThreeFieldsOfWhichOneIsEmpty", "copy,,b"},
-        RefusedLine{"UnexpandedMacros", "copy,$os$"},
-        RefusedLine{"CommasOnly", ",,,,"}
+        RefusedFileLine{"OneField", "copy"},
+        RefusedFileLine{"TwoFields", "copy,a"},
+        RefusedFileLine{"SixFields", "copy,a,b,c,d,e"},
+        RefusedFileLine{"ThreeFieldsOfWhichOneIsEmpty", "copy,,b"},
+        RefusedFileLine{"UnexpandedMacros", "copy,$os$"},
+        RefusedFileLine{"CommasOnly", ",,,,"}
     ),
     KTEST::NameOfRow()
 );
@@ -112,14 +112,14 @@ TEST_F(KFileRuleTest, AnEmptyLineIsError7000WithAnEmptyText) {
     EXPECT_EQ(Place(RefusalOf("file", "")), "48 7000.0 ins/KFileRule:175 ParseRule \"\"");
 }
 
-struct DescribedLine {
+struct DescribedFileLine {
     const char* name;
     const char* line;
     const char* description;
 };
 
 class KFileRuleDescriptionTest : public KTEST::RuleTest,
-                                 public ::testing::WithParamInterface<DescribedLine> {};
+                                 public ::testing::WithParamInterface<DescribedFileLine> {};
 
 TEST_P(KFileRuleDescriptionTest, NamesOperationSourceAndTargetDirectory) {
     EXPECT_EQ(DescriptionOf("file", GetParam().line), GetParam().description);
@@ -129,17 +129,18 @@ INSTANTIATE_TEST_SUITE_P(
     Of,
     KFileRuleDescriptionTest,
     ::testing::Values(
-        DescribedLine{"ACopy", "copy,a.so,/s/lib,/t/lib", "File copy /s/lib/a.so to /t/lib"},
-        DescribedLine{"ACopyUnderAnotherNameLeavesItOut", "copy,a,/s,/t,b", "File copy /s/a to /t"},
-        DescribedLine{"ADelete", "delete,a,/s", "File delete /s/a to "},
-        DescribedLine{"ALink", "symlink,a,/s/,/t/,l", "File symlink /s/a to /t/"},
-        DescribedLine{"AnUnknownOperation", "Copy,a,/s,/t", "File Copy /s/a to /t"},
-        DescribedLine{"AnOperationWithAMacroLeavesIt", "$os$,a,/s,/t", "File $os$ /s/a to /t"},
-        DescribedLine{
+        DescribedFileLine{"ACopy", "copy,a.so,/s/lib,/t/lib", "File copy /s/lib/a.so to /t/lib"},
+        DescribedFileLine{
+            "ACopyUnderAnotherNameLeavesItOut", "copy,a,/s,/t,b", "File copy /s/a to /t"},
+        DescribedFileLine{"ADelete", "delete,a,/s", "File delete /s/a to "},
+        DescribedFileLine{"ALink", "symlink,a,/s/,/t/,l", "File symlink /s/a to /t/"},
+        DescribedFileLine{"AnUnknownOperation", "Copy,a,/s,/t", "File Copy /s/a to /t"},
+        DescribedFileLine{"AnOperationWithAMacroLeavesIt", "$os$,a,/s,/t", "File $os$ /s/a to /t"},
+        DescribedFileLine{
             "FieldsWithMacrosExpandsThem",
             "copy,$os$,/s/$os$,/t/$os$",
             "File copy /s/lin/lin to /t/lin"},
-        DescribedLine{"AWildcard", "copy,*.s?,/s,/t", "File copy /s/*.s? to /t"}
+        DescribedFileLine{"AWildcard", "copy,*.s?,/s,/t", "File copy /s/*.s? to /t"}
     ),
     KTEST::NameOfRow()
 );

@@ -27,7 +27,7 @@ using namespace std::chrono_literals;
 
 constexpr unsigned manyRules = 10000;
 
-std::string Lines(const char* section, const std::string& line, unsigned count) {
+std::string RepeatedLines(const char* section, const std::string& line, unsigned count) {
     std::string script = std::string("[") + section + "]\n";
     for (unsigned made = 0; made < count; ++made) {
         script += line + '\n';
@@ -37,7 +37,9 @@ std::string Lines(const char* section, const std::string& line, unsigned count) 
 
 class KInstallerConcurrencyTest : public KTEST::EngineTest {
   protected:
-    void GivenManyRules() { GivenScript(Lines("remove", "file=delete,none,@T@/kit", manyRules)); }
+    void GivenManyRules() {
+        GivenScript(RepeatedLines("remove", "file=delete,none,@T@/kit", manyRules));
+    }
     void GivenOneLongCopy() {
         tree.Write("kit/big", ArbitraryBytes(1000000));
         GivenScript("[remove]\nfile=copy,big,@T@/kit,@T@\ndirectory=create,@T@/later\n");
@@ -186,7 +188,7 @@ TEST_F(KInstallerConcurrencyTest, TheCountNeverRunsBehindTheCallback) {
 }
 
 TEST_F(KInstallerConcurrencyTest, AStopFromAnotherThreadEndsTheRunBeforeTheNextRule) {
-    GivenScript(Lines("remove", "file=delete,none,@T@/kit", 5));
+    GivenScript(RepeatedLines("remove", "file=delete,none,@T@/kit", 5));
     std::promise<void> inThird;
     std::promise<void> stopped;
     statuses.At(3, [&] {
@@ -230,7 +232,7 @@ TEST_F(KInstallerConcurrencyTest, AStopDuringACopyTakesEffectWithinAChunk) {
 TEST_F(KInstallerConcurrencyTest, AStopAtAnyMomentEndsTheRunOrComesTooLate) {
     for (int round = 0; round < 20; ++round) {
         installer = std::make_unique<KInstaller>();
-        GivenScript(Lines("remove", "file=delete,none,@T@/kit", 200));
+        GivenScript(RepeatedLines("remove", "file=delete,none,@T@/kit", 200));
         Start();
         std::thread stopper([&] {
             std::this_thread::sleep_for(std::chrono::microseconds(round * 97));
@@ -313,7 +315,7 @@ TEST_F(KInstallerConcurrencyTest, TwoInstallersOneAfterTheOtherEachRunTheirOwnSc
 }
 
 TEST_F(KInstallerConcurrencyTest, ACallbackThatThrowsEndsTheRunWithItsException) {
-    GivenScript(Lines("remove", "file=delete,none,@T@/kit", 5));
+    GivenScript(RepeatedLines("remove", "file=delete,none,@T@/kit", 5));
     statuses.At(2, [] { throw std::range_error("of the callback"); });
     Start();
     EXPECT_THROW(WaitForEnd(), std::range_error);
@@ -323,14 +325,14 @@ TEST_F(KInstallerConcurrencyTest, ACallbackThatThrowsEndsTheRunWithItsException)
 }
 
 TEST_F(KInstallerConcurrencyTest, AnExceptionThatIsNoClassIsKeptToo) {
-    GivenScript(Lines("remove", "file=delete,none,@T@/kit", 5));
+    GivenScript(RepeatedLines("remove", "file=delete,none,@T@/kit", 5));
     statuses.At(2, [] { throw 42; }); // NOLINT: what foreign code may do
     Start();
     EXPECT_THROW(WaitForEnd(), int);
 }
 
 TEST_F(KInstallerConcurrencyTest, TheCallbackMayAskEverything) {
-    GivenScript(Lines("remove", "file=delete,none,@T@/kit", 5));
+    GivenScript(RepeatedLines("remove", "file=delete,none,@T@/kit", 5));
     std::vector<std::string> seen;
     installer->SetCallback([&](const KString&, double) {
         seen.push_back(

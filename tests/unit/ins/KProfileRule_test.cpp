@@ -42,7 +42,7 @@ TEST_F(KProfileRuleTest, IsAnInstallRuleThatCounts) {
     EXPECT_FALSE(std::is_copy_constructible_v<KProfileRule>);
 }
 
-struct RefusedLine {
+struct RefusedProfileLine {
     const char* name;
     const char* line;
     unsigned atLine;
@@ -50,7 +50,7 @@ struct RefusedLine {
 };
 
 class KProfileRuleRefusalTest : public KTEST::RuleTest,
-                                public ::testing::WithParamInterface<RefusedLine> {};
+                                public ::testing::WithParamInterface<RefusedProfileLine> {};
 
 TEST_P(KProfileRuleRefusalTest, IsError7000AndNoRule) {
     const KSUP::KError error = RefusalOf("profile", GetParam().line);
@@ -68,28 +68,30 @@ INSTANTIATE_TEST_SUITE_P(
     ALineWith,
     KProfileRuleRefusalTest,
     ::testing::Values(
-        RefusedLine{"NoField", "", 57, ""},
-        RefusedLine{"OneField", "create", 57, "create"},
-        RefusedLine{"ThreeFields", "put,/etc/app.ini,General", 57, "put,/etc/app.ini,General"},
-        RefusedLine{"ThreeFieldsWithAMacro", "put,$os$,General", 57, "put,lin,General"},
-        RefusedLine{"ThreeFieldsOfAnUnknownOperation", "rename,a,b", 57, "rename,a,b"},
-        RefusedLine{"SixFields", "put,a,b,c,d,e", 57, "put,a,b,c,d,e"},
-        RefusedLine{"AValueThatIsEmpty", "remove_file,a,b,", 57, "remove_file,a,b,"},
-        RefusedLine{"AnUnknownOperation", "rename,/etc/app.ini", 75, "rename"},
-        RefusedLine{"AnUnknownOperationInUpperCase", "RENAME,/etc/app.ini,a,b,c", 75, "rename"},
-        RefusedLine{"ABlankInFrontOfTheOperation", " put,a,b,c,d", 75, " put"}
+        RefusedProfileLine{"NoField", "", 57, ""},
+        RefusedProfileLine{"OneField", "create", 57, "create"},
+        RefusedProfileLine{
+            "ThreeFields", "put,/etc/app.ini,General", 57, "put,/etc/app.ini,General"},
+        RefusedProfileLine{"ThreeFieldsWithAMacro", "put,$os$,General", 57, "put,lin,General"},
+        RefusedProfileLine{"ThreeFieldsOfAnUnknownOperation", "rename,a,b", 57, "rename,a,b"},
+        RefusedProfileLine{"SixFields", "put,a,b,c,d,e", 57, "put,a,b,c,d,e"},
+        RefusedProfileLine{"AValueThatIsEmpty", "remove_file,a,b,", 57, "remove_file,a,b,"},
+        RefusedProfileLine{"AnUnknownOperation", "rename,/etc/app.ini", 75, "rename"},
+        RefusedProfileLine{
+            "AnUnknownOperationInUpperCase", "RENAME,/etc/app.ini,a,b,c", 75, "rename"},
+        RefusedProfileLine{"ABlankInFrontOfTheOperation", " put,a,b,c,d", 75, " put"}
     ),
     KTEST::NameOfRow()
 );
 
-struct DescribedLine {
+struct DescribedProfileLine {
     const char* name;
     const char* line;
     const char* description;
 };
 
 class KProfileRuleDescriptionTest : public KTEST::RuleTest,
-                                    public ::testing::WithParamInterface<DescribedLine> {};
+                                    public ::testing::WithParamInterface<DescribedProfileLine> {};
 
 TEST_P(KProfileRuleDescriptionTest, NamesWhatTheLineFilled) {
     world.GivenKey("profileNested", "$os$");
@@ -101,31 +103,32 @@ INSTANTIATE_TEST_SUITE_P(
     Of,
     KProfileRuleDescriptionTest,
     ::testing::Values(
-        DescribedLine{"ACreation", "create,/etc/app.ini", "Create profile /etc/app.ini"},
-        DescribedLine{"ACreationInUpperCase", "CREATE,/etc/App.ini", "Create profile /etc/App.ini"},
-        DescribedLine{
+        DescribedProfileLine{"ACreation", "create,/etc/app.ini", "Create profile /etc/app.ini"},
+        DescribedProfileLine{
+            "ACreationInUpperCase", "CREATE,/etc/App.ini", "Create profile /etc/App.ini"},
+        DescribedProfileLine{
             "ACreationIgnoresFurtherFields", "create,/a,extra,fields", "Create profile /a"},
-        DescribedLine{"APut", "put,/a,General,LogLevel,3", "Put profile option LogLevel=3"},
-        DescribedLine{
+        DescribedProfileLine{"APut", "put,/a,General,LogLevel,3", "Put profile option LogLevel=3"},
+        DescribedProfileLine{
             "APutInUpperCase",
             "PUT,/a,General,LogLevel,Three",
             "Put profile option LogLevel=Three"},
-        DescribedLine{
+        DescribedProfileLine{
             "APutOfFourFieldsLeavesThemEmpty", "put,/a,General,LogLevel", "Put profile option ="},
-        DescribedLine{"APutOfTwoFieldsLeavesThemEmpty", "put,/a", "Put profile option ="},
-        DescribedLine{
+        DescribedProfileLine{"APutOfTwoFieldsLeavesThemEmpty", "put,/a", "Put profile option ="},
+        DescribedProfileLine{
             "ARemovalShowsTheMatch", "remove_file,/a,Files,.so", "Put profile option =.so"},
-        DescribedLine{
+        DescribedProfileLine{
             "ARemovalOfFiveFieldsLeavesThemEmpty", "remove_file,/a,b,c,d", "Put profile option ="},
-        DescribedLine{
+        DescribedProfileLine{
             "KeyAndValueExpandTwice",
             "put,/a,b,$profileNested$,x$profileNested$",
             "Put profile option lin=xlin"},
-        DescribedLine{
+        DescribedProfileLine{
             "KeyAndValueExpandNotThrice", "put,/a,b,$profileTwice$,v", "Put profile option $os$=v"},
-        DescribedLine{
+        DescribedProfileLine{
             "AMatchExpandsTwice", "remove_file,/a,b,$profileNested$", "Put profile option =lin"},
-        DescribedLine{"APathExpandsOnce", "create,/$profileNested$", "Create profile /$os$"}
+        DescribedProfileLine{"APathExpandsOnce", "create,/$profileNested$", "Create profile /$os$"}
     ),
     KTEST::NameOfRow()
 );

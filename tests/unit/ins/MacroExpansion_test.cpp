@@ -50,7 +50,7 @@ std::string OutcomeOf(When when) {
 }
 
 /// Where a field can be seen.
-enum class Place {
+enum class TextPlace {
     Description, ///< of the parsed rule
     Refusal,     ///< the information of the error with which the line is refused
     Status,      ///< the first status of the execution
@@ -64,16 +64,17 @@ Make(KINS::KInstallRuleManagerBase* manager, const std::string& line) {
     return std::make_unique<Rule>(manager, line);
 }
 
-struct Row {
+struct ExpansionRow {
     const char* name;
     std::unique_ptr<KInstallRule> (*make)(KINS::KInstallRuleManagerBase*, const std::string&);
     const char* line; ///< "X" stands for the text, "@T@" for the tree
     When when;
-    Place place;
+    TextPlace place;
     const char* seen; ///< "X" stands for what became of the text
 };
 
-class MacroExpansionTest : public KTEST::RuleTest, public ::testing::WithParamInterface<Row> {
+class MacroExpansionTest : public KTEST::RuleTest,
+                           public ::testing::WithParamInterface<ExpansionRow> {
   protected:
     MacroExpansionTest() {
         static int count = 0;
@@ -107,7 +108,7 @@ class MacroExpansionTest : public KTEST::RuleTest, public ::testing::WithParamIn
     }
 
     /// The whole life of a rule. What is thrown ends it and is kept.
-    void Live(const Row& row) {
+    void Live(const ExpansionRow& row) {
         try {
             GivenStage("c");
             const auto rule = row.make(&manager, Fill(row.line, When::Never));
@@ -129,15 +130,15 @@ class MacroExpansionTest : public KTEST::RuleTest, public ::testing::WithParamIn
         });
         return last != own.rend() ? *last : "";
     }
-    std::string Seen(Place place) const {
+    std::string Seen(TextPlace place) const {
         switch (place) {
-        case Place::Description:
+        case TextPlace::Description:
             return description;
-        case Place::Refusal:
+        case TextPlace::Refusal:
             return errorInfo;
-        case Place::Status:
+        case TextPlace::Status:
             return statuses.All().empty() ? "" : statuses.All().front().text;
-        case Place::Log:
+        case TextPlace::Log:
             return LastLog();
         default:
             return tree.Exists("profile") ? tree.Read("profile") : "";
@@ -151,8 +152,8 @@ class MacroExpansionTest : public KTEST::RuleTest, public ::testing::WithParamIn
 };
 
 TEST_P(MacroExpansionTest, OfAFieldIsDoneWhenItsRuleTypeSays) {
-    const Row& row = GetParam();
-    if (row.place == Place::Profile) { // for the rows that take a key away
+    const ExpansionRow& row = GetParam();
+    if (row.place == TextPlace::Profile) { // for the rows that take a key away
         tree.Write("profile", "[" + Fill("X", row.when) + "]\nkey=/nowhere/here\n");
     }
     Live(row);
@@ -172,173 +173,199 @@ INSTANTIATE_TEST_SUITE_P(
     MacroExpansionTest,
     ::testing::Values(
         // The line as it is stored
-        Row{"FileLine", file, "X", When::Never, Place::Refusal, "X"},
-        Row{"DirectoryLine", directory, "X", When::Constructor, Place::Refusal, "X"},
-        Row{"SectionLine",
+        ExpansionRow{"FileLine", file, "X", When::Never, TextPlace::Refusal, "X"},
+        ExpansionRow{"DirectoryLine", directory, "X", When::Constructor, TextPlace::Refusal, "X"},
+        ExpansionRow{
+            "SectionLine",
             section,
             "X",
             When::Constructor,
-            Place::Description,
+            TextPlace::Description,
             "Include section X"},
-        Row{"ProfileLine", profile, "X", When::Constructor, Place::Refusal, "X"},
-        Row{"ProcessLine", process, "X", When::Never, Place::Refusal, "X"},
-        Row{"ProcessDescription",
+        ExpansionRow{"ProfileLine", profile, "X", When::Constructor, TextPlace::Refusal, "X"},
+        ExpansionRow{"ProcessLine", process, "X", When::Never, TextPlace::Refusal, "X"},
+        ExpansionRow{
+            "ProcessDescription",
             process,
             "start,: X",
             When::Never,
-            Place::Description,
+            TextPlace::Description,
             "Execute command start,: X"},
-        Row{"ServiceLine",
+        ExpansionRow{
+            "ServiceLine",
             service,
             "X",
             When::Never,
-            Place::Log,
+            TextPlace::Log,
             "KINS::KServiceRule: Invalid service rule detected X"},
-        Row{"ServiceDescription",
+        ExpansionRow{
+            "ServiceDescription",
             service,
             "start,X",
             When::Never,
-            Place::Description,
+            TextPlace::Description,
             "Service control start,X"},
 
         // Operations
-        Row{"FileOperation",
+        ExpansionRow{
+            "FileOperation",
             file,
             "X,a,/b,/c",
             When::Never,
-            Place::Description,
+            TextPlace::Description,
             "File X /b/a to /c"},
-        Row{"DirectoryOperation",
+        ExpansionRow{
+            "DirectoryOperation",
             directory,
             "X,/a",
             When::Constructor,
-            Place::Description,
+            TextPlace::Description,
             "Create path /a"},
-        Row{"ProfileOperation", profile, "X,/a", When::Constructor, Place::Refusal, "X"},
-        Row{"ServiceAction",
+        ExpansionRow{
+            "ProfileOperation", profile, "X,/a", When::Constructor, TextPlace::Refusal, "X"},
+        ExpansionRow{
+            "ServiceAction",
             service,
             "X,a",
             When::Never,
-            Place::Log,
+            TextPlace::Log,
             "KINS::KServiceRule: Unrecognized service control rule X"},
 
         // Fields of a file rule
-        Row{"FileName",
+        ExpansionRow{
+            "FileName",
             file,
             "copy,X,/nowhere,/to",
             When::ParseRule,
-            Place::Description,
+            TextPlace::Description,
             "File copy /nowhere/X to /to"},
-        Row{"FileSource",
+        ExpansionRow{
+            "FileSource",
             file,
             "copy,a,/nowhere/X,/to",
             When::ParseRule,
-            Place::Description,
+            TextPlace::Description,
             "File copy /nowhere/X/a to /to"},
-        Row{"FileTarget",
+        ExpansionRow{
+            "FileTarget",
             file,
             "copy,a,/nowhere,/to/X",
             When::ParseRule,
-            Place::Description,
+            TextPlace::Description,
             "File copy /nowhere/a to /to/X"},
-        Row{"FileTargetName",
+        ExpansionRow{
+            "FileTargetName",
             file,
             "copy,a,/nowhere,/to,X",
             When::ParseRule,
-            Place::Status,
+            TextPlace::Status,
             "Copying file /to/X"},
-        Row{"FileTargetNameOfItsOwn",
+        ExpansionRow{
+            "FileTargetNameOfItsOwn",
             file,
             "copy,X,/nowhere,/to",
             When::ParseRule,
-            Place::Status,
+            TextPlace::Status,
             "Copying file /to/X"},
 
         // Fields of a directory rule
-        Row{"DirectoryPath",
+        ExpansionRow{
+            "DirectoryPath",
             directory,
             "delete,/nowhere/X",
             When::Constructor,
-            Place::Description,
+            TextPlace::Description,
             "Delete path /nowhere/X"},
-        Row{"DirectoryAtWork",
+        ExpansionRow{
+            "DirectoryAtWork",
             directory,
             "create,@T@/X",
             When::Constructor,
-            Place::Status,
+            TextPlace::Status,
             "Creating directory @T@/X"},
 
         // Fields of a profile rule
-        Row{"ProfilePath",
+        ExpansionRow{
+            "ProfilePath",
             profile,
             "create,@T@/X",
             When::Constructor,
-            Place::Description,
+            TextPlace::Description,
             "Create profile @T@/X"},
-        Row{"ProfileKey",
+        ExpansionRow{
+            "ProfileKey",
             profile,
             "put,@T@/p,s,X,v",
             When::ConstructorAndParseRule,
-            Place::Description,
+            TextPlace::Description,
             "Put profile option X=v"},
-        Row{"ProfileValue",
+        ExpansionRow{
+            "ProfileValue",
             profile,
             "put,@T@/p,s,k,X",
             When::ConstructorAndParseRule,
-            Place::Description,
+            TextPlace::Description,
             "Put profile option k=X"},
-        Row{"ProfileMatch",
+        ExpansionRow{
+            "ProfileMatch",
             profile,
             "remove_file,@T@/p,s,X",
             When::ConstructorAndParseRule,
-            Place::Description,
+            TextPlace::Description,
             "Put profile option =X"},
-        Row{"ProfileSection",
+        ExpansionRow{
+            "ProfileSection",
             profile,
             "put,@T@/profile,X,key,v",
             When::ConstructorAndParseRule,
-            Place::Profile,
+            TextPlace::Profile,
             "[X]\nkey=v\n"},
-        Row{"ProfileSectionOfFiles",
+        ExpansionRow{
+            "ProfileSectionOfFiles",
             profile,
             "remove_file,@T@/profile,X,here",
             When::ConstructorAndParseRule,
-            Place::Profile,
+            TextPlace::Profile,
             "[X]\n"},
 
         // Fields of a process rule
-        Row{"ProcessCommand",
+        ExpansionRow{
+            "ProcessCommand",
             process,
             "start,: X",
             When::ParseRuleAndExecute,
-            Place::Status,
+            TextPlace::Status,
             "Starting process : X"},
-        Row{"ProcessCommandInTheLog",
+        ExpansionRow{
+            "ProcessCommandInTheLog",
             process,
             "start,: X",
             When::ParseRuleAndExecute,
-            Place::Log,
+            TextPlace::Log,
             "KINS::KProcessRule: Starting process: : X"},
-        Row{"ProcessProgram",
+        ExpansionRow{
+            "ProcessProgram",
             process,
             "stop,@T@/X",
             When::ParseRuleAndExecute,
-            Place::Status,
+            TextPlace::Status,
             "Stopping process @T@/X"},
 
         // Fields of a service rule, seen where they are logged. No service can have these names, so
         // nothing comes of it.
-        Row{"ServiceName",
+        ExpansionRow{
+            "ServiceName",
             service,
             "start,/X",
             When::ParseRule,
-            Place::Log,
+            TextPlace::Log,
             "KINS::KServiceRule: Starting service: /X"},
-        Row{"ServiceNameToStop",
+        ExpansionRow{
+            "ServiceNameToStop",
             service,
             "stop,/X",
             When::ParseRule,
-            Place::Log,
+            TextPlace::Log,
             "KINS::KServiceRule: Stopping service: /X"}
     ),
     KTEST::NameOfRow()
@@ -348,7 +375,7 @@ INSTANTIATE_TEST_SUITE_P(
 class MacroExpansionOfACreationTest : public MacroExpansionTest {};
 
 TEST_P(MacroExpansionOfACreationTest, IsDoneWhenParsed) {
-    const Row& row = GetParam();
+    const ExpansionRow& row = GetParam();
     Live(row);
     EXPECT_THAT(LogLines(), ::testing::Contains(Fill(row.seen, row.when)));
 }
@@ -357,23 +384,26 @@ INSTANTIATE_TEST_SUITE_P(
     Of,
     MacroExpansionOfACreationTest,
     ::testing::Values(
-        Row{"ServiceDisplayName",
+        ExpansionRow{
+            "ServiceDisplayName",
             service,
             "install,/,X,b,c",
             When::ParseRule,
-            Place::Log,
+            TextPlace::Log,
             "KINS::KServiceRule: Installing service / X b c"},
-        Row{"ServiceProgram",
+        ExpansionRow{
+            "ServiceProgram",
             service,
             "install,/,a,X,c",
             When::ParseRule,
-            Place::Log,
+            TextPlace::Log,
             "KINS::KServiceRule: Installing service / a X c"},
-        Row{"ServiceArguments",
+        ExpansionRow{
+            "ServiceArguments",
             service,
             "install,/,a,b,X",
             When::ParseRule,
-            Place::Log,
+            TextPlace::Log,
             "KINS::KServiceRule: Installing service / a b X"}
     ),
     KTEST::NameOfRow()
@@ -383,14 +413,15 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(MacroExpansionTest, OfAnActionIsDoneForLinesThatAreExpandedWhole) {
     GivenKey("action", "delete");
-    const Row row{"", directory, "$action#$,/nowhere", When::Never, Place::Description, ""};
+    const ExpansionRow row{
+        "", directory, "$action#$,/nowhere", When::Never, TextPlace::Description, ""};
     Live(row);
     EXPECT_EQ(description, "Delete path /nowhere");
 }
 
 TEST_F(MacroExpansionTest, OfAnActionIsNeverDoneForProcesses) {
     GivenKey("action", "start");
-    const Row row{"", process, "$action#$,: X", When::Never, Place::Status, ""};
+    const ExpansionRow row{"", process, "$action#$,: X", When::Never, TextPlace::Status, ""};
     Live(row);
     EXPECT_EQ(errorCode, 0U);
     EXPECT_EQ(Seen(row.place), "");

@@ -14,7 +14,7 @@ using KSUP::KVariant;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-constexpr KSUP::KErrorSource source{"tests/KSample"};
+constexpr KSUP::KErrorSource sample{"tests/KSample"};
 
 class KErrorSourceTest : public testing::Test {
   protected:
@@ -25,11 +25,11 @@ unsigned lineOfRaise = 0;
 
 [[noreturn]] void RaiseFromHere() {
     lineOfRaise = __LINE__ + 1;
-    source.Raise(KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, "copy,only");
+    sample.Raise(KSUP::TraceLevel::rule, KSUP::ErrorCode::malformedRule, "copy,only");
 }
 
 TEST_F(KErrorSourceTest, RaisesWithWhatItIsGiven) {
-    const KError error = ErrorOf([] { source.Raise(400, 172, KVariant("info"), 57, "Execute"); });
+    const KError error = ErrorOf([] { sample.Raise(400, 172, KVariant("info"), 57, "Execute"); });
     EXPECT_EQ(error.GetLevel(), 400U);
     EXPECT_EQ(error.GetCode(), 172U);
     EXPECT_EQ(error.GetSubCode(), 0U);
@@ -47,7 +47,7 @@ TEST_F(KErrorSourceTest, NamesTheCallersOwnFunctionAndLine) {
 }
 
 TEST_F(KErrorSourceTest, AttachesNothingUnlessItIsGiven) {
-    EXPECT_FALSE(ErrorOf([] { source.Raise(48, 66); }).HasInfo());
+    EXPECT_FALSE(ErrorOf([] { sample.Raise(48, 66); }).HasInfo());
 }
 
 TEST_F(KErrorSourceTest, SaysTheSummaryOnceAtTheSameLevel) {
@@ -57,12 +57,12 @@ TEST_F(KErrorSourceTest, SaysTheSummaryOnceAtTheSameLevel) {
 }
 
 TEST_F(KErrorSourceTest, SaysTheSummaryAsItStands) {
-    ErrorOf([] { source.Raise(48, 7000, KVariant("100%s %n %d")); });
+    ErrorOf([] { sample.Raise(48, 7000, KVariant("100%s %n %d")); });
     EXPECT_THAT(trace.Texts(48), ElementsAre(HasSubstr("100%s %n %d")));
 }
 
 TEST_F(KErrorSourceTest, ExplainsASystemsErrorWithPathAndText) {
-    const KError error = ErrorOf([] { source.RaiseSystem(ENOSPC, "/opt/dps/x.so"); });
+    const KError error = ErrorOf([] { sample.RaiseSystem(ENOSPC, "/opt/dps/x.so"); });
     EXPECT_EQ(error.GetCode(), unsigned{ENOSPC});
     EXPECT_EQ(error.GetLevel(), 24U);
     EXPECT_STREQ(error.GetFile(), "tests/KSample");
@@ -72,13 +72,13 @@ TEST_F(KErrorSourceTest, ExplainsASystemsErrorWithPathAndText) {
 
 TEST_F(KErrorSourceTest, KeepsThePathOfASystemsErrorWhole) {
     const std::string path = "/opt/" + std::string(5000, 'd') + "/\n\xff";
-    const KError error = ErrorOf([&] { source.RaiseSystem(EACCES, path); });
+    const KError error = ErrorOf([&] { sample.RaiseSystem(EACCES, path); });
     EXPECT_EQ(error.GetInfo().GetString(), path + ": Permission denied");
     EXPECT_THAT(error.GetSummary().c_str(), testing::Not(HasSubstr("\n")));
 }
 
 TEST_F(KErrorSourceTest, NamesTheFunctionOfASystemsError) {
-    const KError error = ErrorOf([] { source.RaiseSystem(EIO, "/x", 12, "Close"); });
+    const KError error = ErrorOf([] { sample.RaiseSystem(EIO, "/x", 12, "Close"); });
     EXPECT_STREQ(error.GetFunction(), "Close");
     EXPECT_EQ(error.GetLine(), 12U);
 }

@@ -16,12 +16,12 @@ using KSUP::KString;
 using KSUP::KVariant;
 using testing::HasSubstr;
 
-KError Sample() {
+KError SampleError() {
     return {48, 7000, 3, 175, "ins/KFileRule", "ParseRule", nullptr};
 }
 
 TEST(KErrorTest, CarriesWhatItWasMadeOf) {
-    const KError error = Sample();
+    const KError error = SampleError();
     EXPECT_EQ(error.GetLevel(), 48U);
     EXPECT_EQ(error.GetCode(), 7000U);
     EXPECT_EQ(error.GetSubCode(), 3U);
@@ -55,7 +55,7 @@ TEST(KErrorTest, TakesNullTextsAsEmptyOnes) {
 }
 
 TEST(KErrorTest, HasNoInformationUntilSomeIsAttached) {
-    KError error = Sample();
+    KError error = SampleError();
     EXPECT_FALSE(error.HasInfo());
     EXPECT_EQ(error.GetInfo().GetType(), 0U);
     error.SetInfo(KVariant("file,copy"));
@@ -75,7 +75,7 @@ TEST(KErrorTest, CopyingNeverThrows) {
 }
 
 TEST(KErrorTest, ACopyCarriesTheSameAndKeepsItsOwnInformation) {
-    KError original = Sample();
+    KError original = SampleError();
     original.SetInfo(KVariant("first"));
     KError copy(original);
     KError assigned(1, 1, 1, 1, "", "", nullptr);
@@ -89,7 +89,7 @@ TEST(KErrorTest, ACopyCarriesTheSameAndKeepsItsOwnInformation) {
 }
 
 TEST(KErrorTest, IsUsableWhereItWasMovedFrom) {
-    KError original = Sample();
+    KError original = SampleError();
     const KError moved(std::move(original));
     EXPECT_EQ(moved.GetCode(), 7000U);
     EXPECT_STREQ(moved.GetFile(), "ins/KFileRule");
@@ -98,9 +98,9 @@ TEST(KErrorTest, IsUsableWhereItWasMovedFrom) {
 }
 
 TEST(KErrorTest, IsCaughtAsItselfAndAsItsBase) {
-    EXPECT_THROW(throw Sample(), KError);
+    EXPECT_THROW(throw SampleError(), KError);
     try {
-        throw Sample();
+        throw SampleError();
     } catch (const KErrorBase& error) {
         EXPECT_EQ(error.GetCode(), 7000U);
         EXPECT_STREQ(typeid(error).name(), typeid(KError).name());
@@ -111,7 +111,7 @@ TEST(KErrorTest, IsCaughtAsItselfAndAsItsBase) {
 }
 
 TEST(KErrorTest, TheSummaryTellsCodePlaceAndInformation) {
-    KError error = Sample();
+    KError error = SampleError();
     error.SetInfo(KVariant("copy,only"));
     const std::string summary = error.GetSummary().c_str();
     EXPECT_THAT(summary, HasSubstr("7000"));
@@ -122,7 +122,7 @@ TEST(KErrorTest, TheSummaryTellsCodePlaceAndInformation) {
 }
 
 TEST(KErrorTest, TheSummaryTellsCodeAndPlaceWithoutInformation) {
-    const std::string summary = Sample().GetSummary().c_str();
+    const std::string summary = SampleError().GetSummary().c_str();
     EXPECT_THAT(summary, HasSubstr("7000"));
     EXPECT_THAT(summary, HasSubstr("ins/KFileRule"));
     EXPECT_THAT(summary, HasSubstr("175"));
@@ -146,7 +146,7 @@ TEST(KErrorTest, TheSummaryHasNoControlCharacters) {
 }
 
 TEST(KErrorTest, TheSummaryKeepsEverythingElseAsItStands) {
-    KError error = Sample();
+    KError error = SampleError();
     const std::string info = "%s%n \xc3\xa9 \xff $macro$ " + std::string(100000, 'x') + "end";
     error.SetInfo(KVariant(KString(info)));
     EXPECT_THAT(error.GetSummary().c_str(), HasSubstr(info));

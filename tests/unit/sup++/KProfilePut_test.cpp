@@ -199,19 +199,20 @@ INSTANTIATE_TEST_SUITE_P(
 
 // What is refused
 
-struct RefusedRow {
+struct RefusedPutRow {
     const char* name;
     std::string section;
     std::string key;
     std::string value;
 
-    friend void PrintTo(const RefusedRow& row, std::ostream* out) { *out << row.name; }
+    friend void PrintTo(const RefusedPutRow& row, std::ostream* out) { *out << row.name; }
 };
 
-class KProfileRefusedTest : public KProfileTest, public testing::WithParamInterface<RefusedRow> {};
+class KProfileRefusedTest : public KProfileTest,
+                            public testing::WithParamInterface<RefusedPutRow> {};
 
 TEST_P(KProfileRefusedTest, IsAnErrorAndChangesNothing) {
-    const RefusedRow& row = GetParam();
+    const RefusedPutRow& row = GetParam();
     KProfile profile = Given("[s]\na=1\n");
     const auto inode = tree.Status("p.ini").st_ino;
     EXPECT_EQ(CodeOf([&] { profile.PutString(row.section, row.key, row.value); }), 36U);
@@ -222,7 +223,7 @@ TEST_P(KProfileRefusedTest, IsAnErrorAndChangesNothing) {
 INSTANTIATE_TEST_SUITE_P(
     Texts,
     KProfileRefusedTest,
-    testing::ValuesIn(std::vector<RefusedRow>{
+    testing::ValuesIn(std::vector<RefusedPutRow>{
         {"NewlineInTheSection", "a\nb", "k", "v"},
         {"NewlineInTheKey", "s", "a\nb", "v"},
         {"NewlineInTheValue", "s", "k", "a\nb"},
@@ -241,10 +242,10 @@ INSTANTIATE_TEST_SUITE_P(
     NameOfRow()
 );
 
-class KProfileOddTest : public KProfileTest, public testing::WithParamInterface<RefusedRow> {};
+class KProfileOddTest : public KProfileTest, public testing::WithParamInterface<RefusedPutRow> {};
 
 TEST_P(KProfileOddTest, ReadsBackAsItWasOrIsRefused) {
-    const RefusedRow& row = GetParam();
+    const RefusedPutRow& row = GetParam();
     for (const char* before : {"", "a=1\n[s]\nb=2\n"}) {
         KProfile profile = Given(before);
         if (CodeOf([&] { profile.PutString(row.section, row.key, row.value); }) == 36U) {
@@ -258,7 +259,7 @@ TEST_P(KProfileOddTest, ReadsBackAsItWasOrIsRefused) {
 INSTANTIATE_TEST_SUITE_P(
     Texts,
     KProfileOddTest,
-    testing::ValuesIn(std::vector<RefusedRow>{
+    testing::ValuesIn(std::vector<RefusedPutRow>{
         {"BracketInTheSection", "a]b", "k", "v"},
         {"BracketAtTheEndOfTheSection", "a]", "k", "v"},
         {"SectionThatIsABracket", "]", "k", "v"},

@@ -19,7 +19,7 @@ namespace {
 using KSUP::KString;
 using testing::ElementsAre;
 
-constexpr unsigned npos = std::numeric_limits<unsigned>::max();
+constexpr unsigned toTheEnd = std::numeric_limits<unsigned>::max();
 constexpr const char* nullText = nullptr;
 
 /// The remembered count, the last member: all ones while it is not counted.
@@ -60,8 +60,8 @@ TEST(KStringTest, ANullTextIsEmptyEverywhere) {
     EXPECT_EQ(text.Cat(nullptr, 3), "abc");
     EXPECT_EQ(text + nullText, "abc");
     EXPECT_EQ(nullText + text, "abc");
-    EXPECT_EQ(text.Replace(nullptr, "x", 0, npos, true), 0U);
-    EXPECT_EQ(text.Replace("b", nullptr, 0, npos, true), 1U);
+    EXPECT_EQ(text.Replace(nullptr, "x", 0, toTheEnd, true), 0U);
+    EXPECT_EQ(text.Replace("b", nullptr, 0, toTheEnd, true), 1U);
     EXPECT_EQ(text, "ac");
     EXPECT_EQ(text.Find(nullptr, 0, true), 0U);
     text = nullText;
@@ -153,7 +153,7 @@ TEST(KStringTest, SurvivesBeingGivenItself) {
     EXPECT_EQ(text, "ababababab");
     text = text.c_str() + 7;
     EXPECT_EQ(text, "bab");
-    EXPECT_EQ(text.Replace("a", text.c_str(), 0, npos, true), 1U);
+    EXPECT_EQ(text.Replace("a", text.c_str(), 0, toTheEnd, true), 1U);
     EXPECT_EQ(text, "bbabb");
 }
 
@@ -192,12 +192,12 @@ class KStringChangeTest : public testing::TestWithParam<ChangeRow> {
 };
 
 TEST_P(KStringChangeTest, ForgetsTheCount) {
-    EXPECT_EQ(RememberedCount(text), npos);
+    EXPECT_EQ(RememberedCount(text), toTheEnd);
     EXPECT_EQ(text.GetCount(), 4U);
     EXPECT_EQ(RememberedCount(text), 4U);
     GetParam().change(text);
     EXPECT_EQ(text, GetParam().result);
-    EXPECT_EQ(RememberedCount(text), npos);
+    EXPECT_EQ(RememberedCount(text), toTheEnd);
     EXPECT_EQ(text.GetCount(), KString(GetParam().result).GetCount());
 }
 
@@ -230,7 +230,7 @@ INSTANTIATE_TEST_SUITE_P(
          "Bcxy"},
         {"Assign", [](KString& text) { text = "other"; }, "other"},
         {"Replace",
-         [](KString& text) { text.Replace("a", "long", 0, npos, true); },
+         [](KString& text) { text.Replace("a", "long", 0, toTheEnd, true); },
          "long\xc3\xa9"
          "Bc"},
         {"Truncate", [](KString& text) { text.Truncate(2); }, "a\xc3\xa9"},
@@ -296,7 +296,7 @@ TEST(KStringTest, LeftGivesTheFirstCharacters) {
     EXPECT_EQ(text.Left(2), "a\xc3\xa9");
     EXPECT_EQ(text.Left(4), text);
     EXPECT_EQ(text.Left(5), text);
-    EXPECT_EQ(text.Left(npos), text);
+    EXPECT_EQ(text.Left(toTheEnd), text);
     EXPECT_EQ(KString().Left(3), "");
 }
 
@@ -312,7 +312,7 @@ TEST(KStringTest, RightGivesTheLastCharacters) {
     );
     EXPECT_EQ(text.Right(4), text);
     EXPECT_EQ(text.Right(5), text);
-    EXPECT_EQ(text.Right(npos), text);
+    EXPECT_EQ(text.Right(toTheEnd), text);
     EXPECT_EQ(KString().Right(3), "");
 }
 
@@ -352,7 +352,7 @@ TEST(KStringTest, LongTextsKeepTheirPositions) {
     KString text(bytes);
     EXPECT_EQ(text.GetCount(), 40000U);
     EXPECT_EQ(text.Find("x", 30000, true), 30001U);
-    EXPECT_EQ(text.Replace("x", "", 0, npos, true), 20000U);
+    EXPECT_EQ(text.Replace("x", "", 0, toTheEnd, true), 20000U);
     EXPECT_EQ(text.GetCount(), 20000U);
 }
 

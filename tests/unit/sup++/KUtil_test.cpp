@@ -220,16 +220,16 @@ TEST_F(KUtilPathMapTest, IsReadAndSetFromSeveralThreads) {
 
 // Numbers
 
-struct NumberRow {
+struct WrittenNumberRow {
     const char* name;
     const char* text;
     bool hex;
     unsigned value;
 
-    friend void PrintTo(const NumberRow& row, std::ostream* out) { *out << row.name; }
+    friend void PrintTo(const WrittenNumberRow& row, std::ostream* out) { *out << row.name; }
 };
 
-class KUtilNumberTest : public testing::TestWithParam<NumberRow> {};
+class KUtilNumberTest : public testing::TestWithParam<WrittenNumberRow> {};
 TEST_P(KUtilNumberTest, IsRead) {
     EXPECT_EQ(
         KUtil::StringToNumber<unsigned int>(GetParam().text, GetParam().hex), GetParam().value
@@ -238,7 +238,7 @@ TEST_P(KUtilNumberTest, IsRead) {
 INSTANTIATE_TEST_SUITE_P(
     Texts,
     KUtilNumberTest,
-    testing::ValuesIn(std::vector<NumberRow>{
+    testing::ValuesIn(std::vector<WrittenNumberRow>{
         {"Zero", "0", false, 0},
         {"Decimal", "42", false, 42},
         {"LeadingBlanks", "   42", false, 42},
@@ -266,7 +266,7 @@ INSTANTIATE_TEST_SUITE_P(
     NameOfRow()
 );
 
-class KUtilNoNumberTest : public testing::TestWithParam<NumberRow> {};
+class KUtilNoNumberTest : public testing::TestWithParam<WrittenNumberRow> {};
 TEST_P(KUtilNoNumberTest, IsAnErrorWithTheText) {
     TraceRecorder trace;
     const KSUP::KError error =
@@ -283,7 +283,7 @@ TEST_P(KUtilNoNumberTest, IsAnErrorWithTheText) {
 INSTANTIATE_TEST_SUITE_P(
     Texts,
     KUtilNoNumberTest,
-    testing::ValuesIn(std::vector<NumberRow>{
+    testing::ValuesIn(std::vector<WrittenNumberRow>{
         {"Empty", "", false, 0},
         {"Blanks", "   ", false, 0},
         {"Letters", "abc", false, 0},

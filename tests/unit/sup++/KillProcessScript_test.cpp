@@ -18,8 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 using KSUP::KUtil;
 
-constexpr unsigned longTime = 60000; ///< longer than any of this takes
-
 /// How a script is run; "@" stands for its path.
 struct Way {
     const char* name;

@@ -26,7 +26,6 @@ using KSUP::KError;
 using KSUP::KUtil;
 using std::chrono::milliseconds;
 
-constexpr unsigned longTime = 60000; ///< longer than any of this takes
 /// What a busy machine may add to a time that is kept.
 constexpr milliseconds delay(15000);
 

@@ -15,6 +15,8 @@ namespace KTEST {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr unsigned longTime = 60000; ///< milliseconds, longer than any of these tests takes
+
 std::chrono::milliseconds TimeOf(const boost::function<void()>& action);
 
 /// Makes the kernel refuse a system call from now on, on this thread and for what it starts, with

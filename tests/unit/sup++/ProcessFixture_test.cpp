@@ -20,7 +20,7 @@ namespace KTEST {
 
 namespace {
 
-void Check(long result, const char* call) {
+void CheckCall(long result, const char* call) {
     if (result < 0) {
         throw std::system_error(errno, std::generic_category(), call);
     }
@@ -29,8 +29,8 @@ void Check(long result, const char* call) {
 template <std::size_t Count>
 void Install(sock_filter (&filter)[Count]) {
     const sock_fprog program{static_cast<unsigned short>(Count), filter};
-    Check(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "prctl");
-    Check(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), "seccomp");
+    CheckCall(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "prctl");
+    CheckCall(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), "seccomp");
 }
 
 constexpr unsigned offsetOfNumber = offsetof(seccomp_data, nr);
@@ -104,7 +104,7 @@ pid_t ProcessTest::StartAs(
     pointers.push_back(nullptr);
     pid_t process = 0;
     errno = ::posix_spawn(&process, path.c_str(), nullptr, nullptr, pointers.data(), environ);
-    Check(errno == 0 ? 0 : -1, "posix_spawn");
+    CheckCall(errno == 0 ? 0 : -1, "posix_spawn");
     started.push_back(process);
     return process;
 }
