@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <cerrno>
-#include <chrono>
-#include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/Retry.h>
@@ -12,9 +11,6 @@ namespace KSYS {
 
 namespace {
 
-constexpr auto lockPatience = std::chrono::seconds(10);
-constexpr auto lockInterval = std::chrono::milliseconds(5);
-
 unsigned LastError() noexcept {
     return static_cast<unsigned>(errno);
 }
@@ -23,23 +19,6 @@ unsigned LastError() noexcept {
 bool ForbidsRename(unsigned status) noexcept {
     return status == EACCES || status == EPERM || status == EBUSY || status == EXDEV ||
            status == EROFS;
-}
-
-unsigned Lock(int directory) noexcept {
-    const auto end = std::chrono::steady_clock::now() + lockPatience;
-    while (::flock(directory, LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EBADF || errno == ENOLCK || errno == EOPNOTSUPP || errno == EINVAL) {
-            return 0; // a file system that has no such locks for directories, as over the network
-        }
-        if (errno != EWOULDBLOCK && errno != EINTR) {
-            return LastError();
-        }
-        if (std::chrono::steady_clock::now() > end) {
-            return EWOULDBLOCK;
-        }
-        std::this_thread::sleep_for(lockInterval);
-    }
-    return 0;
 }
 
 unsigned FlushFile(int file) noexcept {
@@ -74,6 +53,8 @@ unsigned ReadFile(const char* path, std::string& bytes, FileIdentity& identity) 
     return ReadAll(file.Get(), bytes);
 }
 
+KFileReplacement::KFileReplacement(LockPlaces keptIn) : lock(std::move(keptIn)) {}
+
 unsigned KFileReplacement::Take(const char* path) {
     if (const unsigned status = FindPlace(path, LastLink::Follow, place); status != 0) {
         return status;
@@ -81,11 +62,10 @@ unsigned KFileReplacement::Take(const char* path) {
     directory.Reset(Retry([&] {
         return ::openat(place.directory.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     }));
-    if (!directory.IsOpen()) {
-        // One may write in a directory that one may not list: no lock is to be had there.
-        return errno == EACCES ? 0 : LastError();
+    if (!directory.IsOpen() && errno != EACCES) { // one may write where one may not list
+        return LastError();
     }
-    return Lock(directory.Get());
+    return lock.Take(directory.IsOpen() ? directory.Get() : place.directory.Get());
 }
 
 bool KFileReplacement::IsStill(const FileIdentity& identity) const noexcept {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include <sys/files/FileCalls.h>
+#include <sys/files/KDirectoryLock.h>
 
 /// How the file of a profile is read, locked and replaced. All return 0 or errno and may throw
 /// std::bad_alloc.
@@ -27,9 +28,11 @@ struct FileIdentity {
 /// Changes of one file, one process at a time: held from reading it to writing it back.
 class KFileReplacement {
   public:
-    /// Finds the file (a trusted link is followed) and locks its directory. It waits for another
-    /// process for a while and then gives up with EWOULDBLOCK: whoever may read a directory can
-    /// hold such a lock for ever.
+    /// `keptIn` is where the locks are.
+    explicit KFileReplacement(LockPlaces keptIn = LockPlaces::OfThisUser());
+
+    /// Finds the file (a trusted link is followed) and locks the user's other processes out of its
+    /// directory; EWOULDBLOCK and ENOLCK as KDirectoryLock has them.
     [[nodiscard]] unsigned Take(const char* path);
 
     /// Whether the file is still the one; a missing one is that of an identity that never was.
@@ -51,7 +54,8 @@ class KFileReplacement {
     unsigned WriteOver(const std::string& bytes);
 
     Place place;
-    KDescriptor directory; // holds the lock; unlike place.directory it can be flushed
+    KDescriptor directory; // unlike place.directory it can be flushed
+    KDirectoryLock lock;   // last: it may be that of the directory
 };
 
 } // namespace KSYS

@@ -31,7 +31,7 @@ class KFileReplacementInterruptionTest : public testing::Test,
     ///
     /// Returns  the status of the step that failed, or 0
     unsigned Change(const std::string& text) const {
-        KFileReplacement lock;
+        KFileReplacement lock({::geteuid(), {tree.Path("locks")}});
         std::string former;
         FileIdentity identity;
         bool isReplaced = false;
@@ -57,6 +57,8 @@ TEST_P(KFileReplacementInterruptionTest, IsBegunAgain) {
         GiveToNobody(tree, "d/a.ini");
         GiveToNobody(tree, "d");
         tree.SetMode("d", row.isWrittenOver ? 0555 : 0755);
+        tree.Directory("locks", 0700);
+        GiveToNobody(tree, "locks");
         unsigned status = 0;
         AsNobody([&] {
             failcall_arm(row.call, nth, EINTR, 0);
