@@ -160,6 +160,9 @@ void KOwnedFileRule::Copy(
         }
         RequireMayReplace(policy, path, source.c_str());
     }
+    if (former->kind == KManifestEntry::Kind::File && former->owner != 0) {
+        changes.formerOwners.emplace(NormalPath(path), former->owner);
+    }
     if (former->kind == KManifestEntry::Kind::Link) {
         changes.replacedLinks.emplace_back(path, former->target);
         KSUP::KFileBase::DeleteFile(target);

@@ -30,6 +30,9 @@ struct KRunChanges {
     std::set<std::string> programs;
     /// What a rule gave its mode and owner, also of what was there before.
     std::set<std::string> rights;
+    /// The owners of files that may be replaced, where that is not root: the product's as they were
+    /// before the run, and any that a copy replaced.
+    std::map<std::string, unsigned> formerOwners;
 };
 
 } // namespace KSETUP

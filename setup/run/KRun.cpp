@@ -70,6 +70,19 @@ KServiceOverrides FindServicesBefore(const KPlannedRun& planned) {
                                : KServiceOverrides();
 }
 
+/// The owners of the product's files, where that is not root. Profiles are among them, of which no
+/// rule tells what it replaced.
+std::map<std::string, unsigned> FindOwners(const KChangePolicy& policy) {
+    std::map<std::string, unsigned> owners;
+    for (const auto& [path, was] : policy.GetOwnership().GetManifest().GetEntries()) {
+        const auto now = was.owner != 0 ? LookAtEntry(path) : std::nullopt;
+        if (now && now->kind == KManifestEntry::Kind::File && now->owner != 0) {
+            owners.emplace(path, now->owner);
+        }
+    }
+    return owners;
+}
+
 } // namespace
 
 KRun::KRun(KCheckedRun&& checkedRun)
@@ -103,6 +116,7 @@ KRun::KRun(KCheckedRun&& checkedRun)
         }
         watch->Take(event);
     });
+    changes.formerOwners = FindOwners(GetPlanned().GetPolicy());
     context.reporter.Start(report);
     Remember();
     StartRules();

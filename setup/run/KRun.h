@@ -49,6 +49,7 @@ class KRun {
     void SettleRemoval();
     KManifest MakeManifest();
     void CleanUp();
+    void TellLostOwners(const KManifest& manifest);
     void FillChanges();
     void NameRun();
     std::vector<std::string> FindLeft() const;

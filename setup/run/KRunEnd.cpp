@@ -151,6 +151,7 @@ KManifest KRun::MakeManifest() {
     }
     for (const auto& [path, digest] : changes.kitDigests) {
         manifest.MarkConfiguration(path, digest);
+    TellLostOwners(manifest);
     }
     // Options that were put into an edited file are no reason to take it for the kit's next time.
     for (const KRunChanges::Kept& kept : changes.configuration) {
@@ -164,6 +165,22 @@ KManifest KRun::MakeManifest() {
 
 /// What the product owned, and neither has any more nor is to keep. What cannot be deleted stays,
 /// and stays the product's.
+/// Where others may lay files a new one has not the owner of the one that it replaces.
+void KRun::TellLostOwners(const KManifest& manifest) {
+    const std::vector<std::string> made = journal->GetMade(); // sorted
+    for (const auto& [path, owner] : changes.formerOwners) {
+        const KManifestEntry* now = manifest.Find(path);
+        if (now != nullptr && now->kind == KManifestEntry::Kind::File && now->owner == 0 &&
+            !changes.rights.contains(path) && std::binary_search(made.begin(), made.end(), path)) {
+            report.notes.push_back(
+                path + " is root's now and no longer user " + std::to_string(owner) +
+                "'s: others than root may write in its directory, so a new file there takes over "
+                "no owner. Give it one in the script (mode=set)."
+            );
+        }
+    }
+}
+
 void KRun::CleanUp() {
     const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
     std::set<std::string> made;

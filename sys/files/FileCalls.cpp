@@ -11,6 +11,7 @@
 #include <sys/files/FileCalls.h>
 #include <sys/files/WriteReport.h>
 #include <sys/files/WriteTracking.h>
+#include <sys/files/FileStatus.h>
 
 namespace KSYS {
 
@@ -66,7 +67,12 @@ unsigned TryToReplace(
         isUnlinked = true;
         status = make();
     }
-    if (status == 0 && ::fchown(file.Get(), former.st_uid, former.st_gid) != 0) {
+    // Else whoever lays a file there would own what root puts in its place.
+    bool isKept = false;
+    if (status == 0) {
+        status = ReadClosedToOthers(directory, isKept);
+    }
+    if (isKept && ::fchown(file.Get(), former.st_uid, former.st_gid) != 0) {
         status = LastError();
     }
     return status;

@@ -4,7 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/Retry.h>
-#include <sys/file.h>
+#include <sys/files/FileStatus.h>
 #include <sys/files/KFileReplacement.h>
 
 namespace KSYS {
@@ -127,12 +127,18 @@ KFileReplacement::WriteBeside(const std::string& bytes, const struct stat* forme
         return LastError();
     }
     unsigned status = WriteAll(file.Get(), bytes.data(), bytes.size());
-    if (status == 0 && former != nullptr &&
-        ::fchown(file.Get(), former->st_uid, former->st_gid) != 0) {
+    bool isKept = false;
+    if (status == 0 && former != nullptr) {
+        status = ReadClosedToOthers(at, isKept);
+    }
+    if (isKept && ::fchown(file.Get(), former->st_uid, former->st_gid) != 0) {
         status = LastError();
     }
-    if (status == 0 &&
-        ::fchmod(file.Get(), former != nullptr ? former->st_mode & 07777 : mode) != 0) {
+    if (former != nullptr) {
+        // What others may have laid there makes no rights wider, and hides what it hid.
+        mode = former->st_mode & (isKept ? 07777 : mode);
+    }
+    if (status == 0 && ::fchmod(file.Get(), mode) != 0) {
         status = LastError();
     }
     if (status == 0) {

@@ -42,8 +42,9 @@ class KFileReplacement {
     [[nodiscard]] unsigned Read(std::string& bytes, FileIdentity& identity) const;
 
     /// Puts `bytes` in the file's place in one step: a new file with the owner and mode of the old
-    /// one, brought to the disk, renamed; `mode` is for a file that was missing. Where a directory
-    /// does not let files be renamed in it, the file itself is written over.
+    /// one, brought to the disk, renamed; `mode` is for a file that was missing. In a directory in
+    /// which others may lay files the new one has no owner of theirs, and what both modes allow.
+    /// Where a directory does not let files be renamed in it, the file itself is written over.
     ///
     /// `replaced` tells whether the file holds the new text; it may where the disk fails afterwards
     [[nodiscard]] unsigned
