@@ -31,7 +31,9 @@ class SUP_EXPORT KFileBase : public KBase {
     void OpenForRead(const KString& filePath, KDirectory* held = nullptr);
 
     /// Makes the file for writing, with mode 0600. A file that stands there is unlinked and made
-    /// anew with its owner, never emptied: programs that run from it or have it mapped keep theirs.
+    /// anew, never emptied: programs that run from it or have it mapped keep theirs. It keeps its
+    /// owner in a directory in which only root and this process's user may make files; in any other
+    /// it becomes this process's, for nobody knows who laid the former one there.
     void Create(const KString& filePath, KDirectory* held = nullptr);
 
     /// Appends `byteCount` bytes of `from`, from `offset` on, to what was written to this file so

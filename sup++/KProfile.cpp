@@ -54,11 +54,14 @@ bool ReadsBack(const KString& section, const KString& key, const KString& value)
     unsigned line = __builtin_LINE(),
     const char* function = __builtin_FUNCTION()
 ) {
-    if (status != EINVAL && status != EWOULDBLOCK) {
+    KString reason = "not a regular file";
+    if (status == EWOULDBLOCK) {
+        reason = "another program holds it locked";
+    } else if (status == ENOLCK) {
+        reason = KSYS::KDirectoryLock::WhyRefused();
+    } else if (status != EINVAL) {
         source.RaiseSystem(status, operation, path, line, function);
     }
-    const KString reason =
-        status == EINVAL ? "not a regular file" : "another program holds it locked";
     source.RaiseAs(
         {KErrorKind::System, operation, path, reason},
         TraceLevel::support,

@@ -16,8 +16,8 @@ namespace KSUP {
 
 /// What the copies of a profile share: the file's text and how it is written back.
 ///
-/// Thread   any; locks itself. Changes of several processes take turns by a lock on the directory,
-///          and each begins with what the file holds by then
+/// Thread   any; locks itself. Changes of a user's processes take turns (KSYS::KDirectoryLock), and
+///          each begins with what the file holds by then
 class KProfileContent {
   public:
     /// Reads the file. `mayBeMissing` makes a missing one empty content.

@@ -4,6 +4,7 @@
 #include <setup/KSetupStop.h>
 #include <setup/files/KFileDigest.h>
 #include <setup/kit/KitFiles.h>
+#include <setup/kit/KitLinks.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/output/TextFormat.h>
 
@@ -25,29 +26,28 @@ constexpr char sealName[] = "SHA256SUMS";
 constexpr std::size_t digestLetters = 64;
 constexpr std::size_t namesShown = 20;
 
-struct KReadFile {
-    std::string path; ///< without a link at its end
-    KFileDigest digest;
-};
-
-/// Reads a file, or the one that a link leads to.
-KReadFile ReadFile(const fs::path& path, const std::function<bool()>& shallStop = {}) {
-    KReadFile file{path.string(), DigestFile(path.string(), shallStop)};
-    if (file.digest.errorNumber == ELOOP) {
-        std::error_code error;
-        file.path = fs::canonical(path, error).string();
-        if (error) {
-            FailOn(path, error.value());
-        }
-        file.digest = DigestFile(file.path, shallStop);
+/// The path of a file in a kit, or of the one there that a link leads to; empty for a link that
+/// leads out of the kit: what it leads to is nothing that a seal can vouch for.
+std::string FindSealable(const fs::path& kit, const std::string& name) {
+    std::error_code unknown; // then reading it tells
+    const std::string path = (kit / name).string();
+    if (!fs::is_symlink(path, unknown)) {
+        return path;
     }
-    if (file.digest.errorNumber == ECANCELED) {
+    const std::string whole = fs::canonical(kit, unknown).string();
+    const KLinkWay way = FollowLink((fs::path(whole) / name).string());
+    return way.StaysIn(whole) ? way.end : "";
+}
+
+KFileDigest Digest(const std::string& path, const std::function<bool()>& shallStop = {}) {
+    KFileDigest digest = DigestFile(path, shallStop);
+    if (digest.errorNumber == ECANCELED) {
         throw KSetupStop("Stopped on request. Nothing was changed.");
     }
-    if (file.digest.errorNumber != 0) {
-        FailOn(path, static_cast<int>(file.digest.errorNumber));
+    if (digest.errorNumber != 0) {
+        FailOn(path, static_cast<int>(digest.errorNumber));
     }
-    return file;
+    return digest;
 }
 
 /// sha256sum marks a name with such letters by a backslash before the line.
@@ -149,8 +149,16 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
     std::string sums;
     for (const std::string& name : listing.files) {
         const std::string escaped = Escaped(name);
-        sums += (escaped == name ? "" : "\\") + ReadFile(kit / name).digest.sha256 + "  " +
-                escaped + "\n";
+        const std::string path = FindSealable(kit, name);
+        if (path.empty()) {
+            throw KSetupFailure(
+                ExitCode::noKit,
+                kitDirectory + "/" + Printable(name) +
+                    ": this link leads out of the kit, so nothing can vouch for what it leads to. "
+                    "Put the file itself in its place (cp -L LINK COPY, mv COPY LINK)."
+            );
+        }
+        sums += (escaped == name ? "" : "\\") + Digest(path).sha256 + "  " + escaped + "\n";
     }
     WriteBytes(kit / sealName, sums, 0644);
     return listing.files.size();
@@ -174,6 +182,14 @@ KDigests VerifySeal(
         return read;
     }
     const fs::path kit(kitDirectory);
+    if (FindSealable(kit, sealName).empty()) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            kitDirectory + "/" + sealName +
+                ": this link leads out of the kit, so the seal could be another one each time. Get "
+                "the kit again."
+        );
+    }
     std::map<std::string, std::string> digests = ReadSeal(kit / sealName);
     const KKitListing listing = ListSealable(kit);
     std::vector<std::string> wrong;
@@ -183,11 +199,17 @@ KDigests VerifySeal(
             Complain(wrong, name, "not listed");
             continue;
         }
-        KReadFile file = ReadFile(kit / name, shallStop);
-        if (file.digest.sha256 != sealed->second) {
-            Complain(wrong, name, "changed");
+        const std::string path = FindSealable(kit, name);
+        if (path.empty()) {
+            Complain(wrong, name, "a link that leads out of the kit");
+        } else {
+            KFileDigest file = Digest(path, shallStop);
+            if (file.sha256 != sealed->second) {
+                Complain(wrong, name, "changed");
+            }
+            read.insert_or_assign((kit / name).string(), file);
+            read.insert_or_assign(path, std::move(file));
         }
-        read.insert_or_assign(std::move(file.path), std::move(file.digest));
         digests.erase(sealed);
     }
     for (const std::string& name : listing.others) {

@@ -9,7 +9,8 @@
 namespace KSETUP {
 
 /// Writes SHA256SUMS into a kit, in the format of sha256sum(1), so that `sha256sum -c SHA256SUMS`
-/// there proves the same: every file save itself, sorted by name.
+/// there proves the same: every file save itself, sorted by name. A link that leads out of the kit is
+/// refused.
 ///
 /// Returns  the number of files
 /// Throws   KSetupFailure, with the former seal still in place
@@ -21,14 +22,14 @@ bool IsSealed(const std::string& kitDirectory);
 enum class KSealExtent { Whole, WhatIsThere };
 
 /// Holds a kit against its seal. A kit without one is fine; in one with a seal every file has to be
-/// listed and to be what it was, for a wildcard reads also what nobody listed. `shallStop` is asked
-/// before each file and each 1 MiB of one.
+/// listed and to be what it was, for a wildcard reads also what nobody listed. A link that leads out
+/// of the kit is refused. `shallStop` is asked before each file and each 1 MiB of one.
 ///
 /// For a removal the payload may be gone: its files need not be there, and are what they were where
 /// they are.
 ///
 /// Returns  the digests of the files that were read, by path: `kitDirectory` as it stands, and the
-///          name in it, or where a link leads to
+///          name in it; of a link also by where it leads to
 /// Throws   KSetupFailure that names what is missing, changed or not listed; also when the seal
 ///          cannot be read, or KSetupStop when `shallStop` said so
 KDigests VerifySeal(

@@ -2,13 +2,16 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/files/PathText.h>
+#include <setup/kit/KitLinks.h>
 #include <setup/preflight/TrustedPlaces.h>
 
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <sys/files/DirectoryEntry.h>
@@ -27,60 +30,117 @@ uid_t CallingUser() {
     return user;
 }
 
-/// Why others could change what is there; empty when they cannot. `isAbove` says that only what is
-/// below it counts.
-std::string WhyNotPrivate(const struct stat& status, bool isAbove) {
+/// Whether others could change what is there. `isAbove` says that only what is below it counts.
+bool IsOpenToOthers(const struct stat& status, bool isAbove) {
     const bool othersMayWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
     // In a directory with the sticky bit nobody takes another's entry away.
     const bool isSticky = (status.st_mode & S_ISVTX) != 0 && isAbove;
     const bool isTrusted = status.st_uid == 0 || status.st_uid == CallingUser();
-    if (isTrusted && (!othersMayWrite || isSticky || S_ISLNK(status.st_mode))) {
-        return "";
-    }
-    // What is above the kit may be somebody's home, whose owner and rights are to stay.
-    return std::string(": others than root can change it, and root would run that. Nothing was "
-                       "changed. Copy the kit to a directory of root's (cp -R KIT /root/)") +
-           (isAbove ? "." : ", or take the right away (chown -R root, chmod -R go-w).");
+    return !isTrusted || (othersMayWrite && !isSticky && !S_ISLNK(status.st_mode));
 }
 
-/// `path` is where the entry is.
-void RequirePrivateTree(const KSYS::Entry& entry, const std::string& path) {
-    struct stat status {};
-    KSYS::KDescriptor directory;
-    std::vector<std::string> names;
-    unsigned failed = KSYS::ReadStatus(entry, KSYS::LastLink::Keep, status);
-    const std::string why = failed == 0 ? WhyNotPrivate(status, false) : "";
-    if (!why.empty()) {
-        throw KSetupFailure(ExitCode::noKit, path + why);
-    }
-    if (failed == 0 && S_ISDIR(status.st_mode)) {
-        failed = KSYS::OpenDirectoryEntry(entry, directory);
-    }
-    if (failed == 0 && directory.IsOpen()) {
-        failed = KSYS::ListEntries({directory.Get(), "."}, names);
-    }
-    if (failed != 0) {
-        throw KSetupFailure(ExitCode::noKit, path + " cannot be read.");
-    }
-    for (const std::string& name : names) {
-        RequirePrivateTree({directory, name}, JoinPath(path, name));
-    }
+[[noreturn]] void Refuse(const std::string& path, bool isAbove) {
+    // What is above the kit may be somebody's home, whose owner and rights are to stay.
+    throw KSetupFailure(
+        ExitCode::noKit,
+        path +
+            ": others than root can change it, and root would run that. Nothing was "
+            "changed. Copy the kit to a directory of root's (cp -R KIT /root/)" +
+            (isAbove ? "." : ", or take the right away (chown -R root, chmod -R go-w).")
+    );
 }
+
+/// Looks at all of a kit, and at what links in it lead to.
+class PrivateKit {
+  public:
+    explicit PrivateKit(const std::string& directory) : kit(directory) {}
+
+    void Require() {
+        for (std::string at = ParentPath(kit); !at.empty(); at = at == "/" ? "" : ParentPath(at)) {
+            struct stat status {};
+            if (KSYS::ReadStatus(at, KSYS::LastLink::Keep, status) == 0 &&
+                IsOpenToOthers(status, true)) {
+                Refuse(at, true);
+            }
+        }
+        RequireTree(kit, kit);
+    }
+
+  private:
+    /// `path` is where the entry is.
+    void RequireTree(const KSYS::Entry& entry, const std::string& path) {
+        struct stat status {};
+        KSYS::KDescriptor directory;
+        std::vector<std::string> names;
+        unsigned failed = KSYS::ReadStatus(entry, KSYS::LastLink::Keep, status);
+        // A device has no content that somebody could put there; as /dev/null, which masks a unit.
+        if (failed == 0 && !S_ISCHR(status.st_mode) && IsOpenToOthers(status, false)) {
+            RefuseEntry(path);
+        }
+        if (failed == 0 && S_ISLNK(status.st_mode)) {
+            RequireTarget(path);
+        }
+        if (failed == 0 && S_ISDIR(status.st_mode)) {
+            failed = KSYS::OpenDirectoryEntry(entry, directory);
+        }
+        if (failed == 0 && directory.IsOpen()) {
+            failed = KSYS::ListEntries({directory.Get(), "."}, names);
+        }
+        if (failed != 0) {
+            throw KSetupFailure(ExitCode::noKit, path + " cannot be read.");
+        }
+        for (const std::string& name : names) {
+            RequireTree({directory, name}, JoinPath(path, name));
+        }
+    }
+
+    /// What a link out of the kit leads to is as good as in it, and so is all that decides about it.
+    void RequireTarget(const std::string& link) {
+        const KLinkWay way = FollowLink(link);
+        if (way.StaysIn(kit)) {
+            return;
+        }
+        const std::string former = std::exchange(through, through.empty() ? link : through);
+        for (const std::string& at : way.passed) {
+            RequireAbove(at, true);
+        }
+        if (!way.isThere) { // where others may make it, it will be theirs
+            RequireAbove(way.end, false);
+        } else if (!IsAtOrBelow(way.end, kit) && seen.insert(way.end).second) {
+            RequireTree(way.end, way.end);
+        }
+        through = former;
+    }
+
+    void RequireAbove(const std::string& path, bool isAbove) const {
+        struct stat status {};
+        if (KSYS::ReadStatus(path, KSYS::LastLink::Keep, status) != 0 ||
+            IsOpenToOthers(status, isAbove)) {
+            RefuseEntry(path);
+        }
+    }
+
+    [[noreturn]] void RefuseEntry(const std::string& path) const {
+        if (through.empty()) {
+            Refuse(path, false);
+        }
+        throw KSetupFailure(
+            ExitCode::noKit,
+            through + ": this link leads out of the kit, and others than root can change " + path +
+                " there; root would run that. Nothing was changed. Copy the kit with what its "
+                "links lead to to a directory of root's (cp -RL KIT /root/)."
+        );
+    }
+
+    const std::string kit;
+    std::string through;        // the link by which the walk left the kit; empty within
+    std::set<std::string> seen; // where links led to
+};
 
 } // namespace
 
 void RequirePrivate(const std::string& directory) {
-    for (std::string at = ParentPath(directory); !at.empty();
-         at = at == "/" ? "" : ParentPath(at)) {
-        struct stat status {};
-        const std::string why = KSYS::ReadStatus(at, KSYS::LastLink::Keep, status) == 0
-                                    ? WhyNotPrivate(status, true)
-                                    : "";
-        if (!why.empty()) {
-            throw KSetupFailure(ExitCode::noKit, at + why);
-        }
-    }
-    RequirePrivateTree(directory, directory);
+    PrivateKit(directory).Require();
 }
 
 void RequireSafeLog(const std::string& file) {

@@ -9,7 +9,8 @@ namespace KSETUP {
 /// Who else could change what root is about to believe, run or write to.
 
 /// Refuses a directory that others than root, or than who called sudo(8), could change: what is
-/// installed from there would be theirs. All that is in it counts, and the directories above it.
+/// installed from there would be theirs. All that is in it counts, the directories above it, and so
+/// do what links in it lead to and the way there. `directory` has no link in its path.
 ///
 /// Throws   KSetupFailure with ExitCode::noKit
 void RequirePrivate(const std::string& directory);

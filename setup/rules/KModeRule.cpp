@@ -2,11 +2,13 @@
 #include <setup/files/AccountNames.h>
 #include <setup/files/PathText.h>
 #include <setup/rules/KModeRule.h>
+#include <sup++/KErrorKind.h>
 #include <sup++/KErrorSource.h>
 
 #include <cerrno>
 
 #include <sys/files/FileContent.h>
+#include <sys/files/FileStatus.h>
 
 namespace KSETUP {
 
@@ -14,7 +16,8 @@ namespace {
 
 constexpr KSUP::KErrorSource errorSource{"setup/KModeRule"};
 
-/// Opens what the mode is of: by its place, so that nobody leads to another file.
+/// Opens what the mode is of: by its place, so that nobody leads to another file. EMLINK for a file
+/// to which others may have given its name here, to get at it.
 unsigned Open(const char* path, KSYS::KDescriptor& opened) {
     KSYS::Place place;
     if (const unsigned failed = KSYS::FindPlace(path, KSYS::LastLink::Keep, place); failed != 0) {
@@ -24,8 +27,29 @@ unsigned Open(const char* path, KSYS::KDescriptor& opened) {
     if (const unsigned failed = KSYS::OpenEntry(place, O_RDONLY, opened); failed != 0) {
         return failed;
     }
-    const unsigned failed = KSYS::ReadStatus(opened.Get(), status);
-    return failed != 0 || S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) ? failed : EINVAL;
+    if (const unsigned failed = KSYS::ReadStatus(opened.Get(), status); failed != 0) {
+        return failed;
+    }
+    if (S_ISREG(status.st_mode) && status.st_nlink > 1) {
+        bool isClosed = false;
+        const unsigned failed = KSYS::ReadClosedToOthers(place.directory.Get(), isClosed);
+        return failed != 0 || isClosed ? failed : EMLINK;
+    }
+    return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) ? 0 : EINVAL;
+}
+
+[[noreturn]] void RaiseFailure(unsigned failed, const KSUP::KString& path) {
+    if (failed != EMLINK) {
+        errorSource.RaiseSystem(failed, KSUP::KOperation::Write, path);
+    }
+    const KSUP::KString reason = "the file has another name (a hard link), and others may write in "
+                                 "its directory. Delete it there, or copy it";
+    errorSource.RaiseAs(
+        {KSUP::KErrorKind::System, KSUP::KOperation::Write, path, reason},
+        KSUP::TraceLevel::rule,
+        failed,
+        path + ": " + reason
+    );
 }
 
 template <class Id>
@@ -60,7 +84,7 @@ void KModeRule::Execute() {
         failed = KSYS::SetMode(opened.Get(), GetLine().GetMode());
     }
     if (failed != 0) {
-        errorSource.RaiseSystem(failed, KSUP::KOperation::Write, path);
+        RaiseFailure(failed, path);
     }
     changes.rights.insert(NormalPath(path.c_str()));
 }

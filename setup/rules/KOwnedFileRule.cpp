@@ -149,7 +149,7 @@ void KOwnedFileRule::Copy(
         former && policy.IsConfiguration(path, GetTreatment()) && policy.IsAdministrators(path);
     if (!former || (policy.GetOwnership().WasMadeNow(path) && !isTheirs)) {
         NoteConfiguration(source, path);
-        CopyHeld(source, fromDirectory, target, toDirectory);
+        CopyAndTell(source, fromDirectory, target, toDirectory);
         return;
     }
     if (former->kind == KManifestEntry::Kind::Directory) {
@@ -160,11 +160,26 @@ void KOwnedFileRule::Copy(
         }
         RequireMayReplace(policy, path, source.c_str());
     }
+    if (former->kind == KManifestEntry::Kind::File && former->owner != 0) {
+        changes.formerOwners.emplace(NormalPath(path), former->owner);
+    }
     if (former->kind == KManifestEntry::Kind::Link) {
         changes.replacedLinks.emplace_back(path, former->target);
         KSUP::KFileBase::DeleteFile(target);
     }
+    CopyAndTell(source, fromDirectory, target, toDirectory);
+}
+
+void KOwnedFileRule::CopyAndTell(
+    const KString& source,
+    KSUP::KDirectory* fromDirectory,
+    const KString& target,
+    KSUP::KDirectory* toDirectory
+) {
     CopyHeld(source, fromDirectory, target, toDirectory);
+    if (changes.copied && !manager->IsCancelled()) { // else it was taken away again
+        changes.copied(source.c_str(), target.c_str());
+    }
 }
 
 /// So that the next run knows what the kit had, and an edit from an upgrade.
@@ -189,7 +204,7 @@ bool KOwnedFileRule::Keeps(const std::string& source, const std::string& target)
     const std::string offered = KChangePolicy::OfferedPath(target);
     changes.configuration.push_back({target, offered});
     changes.kitDigests[NormalPath(offered)] = changes.kitDigests[NormalPath(target)];
-    CopyFile(source.c_str(), offered.c_str());
+    CopyAndTell(source.c_str(), nullptr, offered.c_str(), nullptr);
     return true;
 }
 

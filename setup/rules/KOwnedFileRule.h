@@ -41,6 +41,12 @@ class KOwnedFileRule : public KINS::KFileRule {
     );
 
   private:
+    void CopyAndTell(
+        const KSUP::KString& source,
+        KSUP::KDirectory* fromDirectory,
+        const KSUP::KString& target,
+        KSUP::KDirectory* toDirectory
+    );
     void NoteConfiguration(const KSUP::KString& source, const std::string& target);
     bool Keeps(const std::string& source, const std::string& target);
     void DeleteMatches();

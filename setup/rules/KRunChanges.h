@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -30,6 +31,11 @@ struct KRunChanges {
     std::set<std::string> programs;
     /// What a rule gave its mode and owner, also of what was there before.
     std::set<std::string> rights;
+    /// The owners of files that may be replaced, where that is not root: the product's as they were
+    /// before the run, and any that a copy replaced.
+    std::map<std::string, unsigned> formerOwners;
+    /// Told of each copy, its source and its target, when it is whole. On the run's thread.
+    std::function<void(const std::string& source, const std::string& target)> copied;
 };
 
 } // namespace KSETUP

@@ -107,11 +107,12 @@ void RefuseStopped(KSYS::KStopSignals& signals) {
 
 KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRun)) {
     const KRunContext& context = GetContext();
-    if (planned.Installs()) {
-        digests = std::make_unique<KDigestPrefetch>(
-            LastingCopies(planned.GetPlan(), context.kit.GetDirectory()), planned.TakeSealed()
-        );
-    }
+    const std::string kit = context.kit.GetDirectory();
+    copies = std::make_unique<KCopyDigests>(
+        planned.Installs() ? LastingCopies(planned.GetPlan(), kit) : std::vector<KCopy>(),
+        planned.TakeSealed(),
+        kit
+    );
     SetOfflineServices(context.arguments.offlineServices);
     RequireScript();
     RunPreflight();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <setup/preflight/KDigestPrefetch.h>
+#include <setup/files/KCopyDigests.h>
 #include <setup/run/KPlannedRun.h>
 
 #include <memory>
@@ -22,8 +22,9 @@ class KCheckedRun {
     const KRunContext& GetContext() const noexcept { return planned.GetContext(); }
     /// Where the run's commands write, beside the setup log.
     const std::string& GetCommandLog() const noexcept { return commandLog; }
-    /// Digests of what is about to be copied, by target; once. Waits for them.
-    KDigests TakeDigests() { return digests ? digests->Take() : KDigests(); }
+    /// What is told of each copy.
+    KCopyDigests& GetCopies() noexcept { return *copies; }
+    const KCopyDigests& GetCopies() const noexcept { return *copies; }
 
   private:
     void RequireScript() const;
@@ -34,7 +35,7 @@ class KCheckedRun {
     void AskBeforeRemoval() const;
 
     KPlannedRun planned;
-    std::unique_ptr<KDigestPrefetch> digests; // of an install: read beside everything that follows
+    std::unique_ptr<KCopyDigests> copies;
     std::string commandLog;
 };
 

@@ -35,7 +35,7 @@ KLockedProduct::KLockedProduct(const KRunContext& given)
           service,
           given.arguments.waitSeconds,
           given.ShallStop(),
-          lockDirectory,
+          KSYS::LockPlaces::Of(0),
           [&reporter = given.reporter](const std::string& words) { reporter.Say(Printable(words)); }
       ),
       record(LoadRecord(installer)),

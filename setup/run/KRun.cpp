@@ -15,7 +15,10 @@
 #include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
+#include <sup++/KErrorSource.h>
+#include <sup++/SvcFile.h>
 
+#include <cerrno>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,6 +29,14 @@ namespace {
 
 using KINS::KRunEvent;
 
+constexpr KSUP::KErrorSource errorSource{"setup/KRun"};
+
+/// Whether a rule of the line may run what was copied.
+bool StartsPrograms(const KScriptRule& rule) {
+    return rule.type == KINS::KRuleType::Process || rule.type == KINS::KRuleType::Service ||
+           SetupOperationOf(rule) == KSetupOperation::RunCommand;
+}
+
 /// The rules that count, as the engine will count them.
 std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
     const std::string script = planned.GetContext().kit.GetScript().c_str();
@@ -34,13 +45,15 @@ std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
         const KScriptLine& line = rule.rule.line;
         if (rule.rule.type != KINS::KRuleType::Section) {
             rules.push_back(
-                {script + ":" + std::to_string(line.number), line.type + "=" + line.value}
+                {script + ":" + std::to_string(line.number),
+                 line.type + "=" + line.value,
+                 StartsPrograms(rule.rule)}
             );
         }
     }
     if (planned.Installs()) {
         for (std::string& line : ReadAddedLines()) {
-            rules.push_back({"--addProfileLine", std::move(line)});
+            rules.push_back({"--addProfileLine", std::move(line), false});
         }
     }
     return rules;
@@ -55,6 +68,19 @@ std::map<std::string, std::string> FindEdited(const KChangePolicy& policy) {
         }
     }
     return edited;
+}
+
+/// The owners of the product's files, where that is not root. Profiles are among them, of which no
+/// rule tells what it replaced.
+std::map<std::string, unsigned> FindOwners(const KChangePolicy& policy) {
+    std::map<std::string, unsigned> owners;
+    for (const auto& [path, was] : policy.GetOwnership().GetManifest().GetEntries()) {
+        const auto now = was.owner != 0 ? LookAtEntry(path) : std::nullopt;
+        if (now && now->kind == KManifestEntry::Kind::File && now->owner != 0) {
+            owners.emplace(path, now->owner);
+        }
+    }
+    return owners;
 }
 
 /// A run that goes on has what the first one saw: that one may have stopped a service itself.
@@ -101,11 +127,44 @@ KRun::KRun(KCheckedRun&& checkedRun)
         if (event.kind == KRunEvent::Kind::RuleStarted) {
             state->SetRule(event.rule + 1);
         }
+        RequireSealed(event);
         watch->Take(event);
     });
+    changes.formerOwners = FindOwners(GetPlanned().GetPolicy());
+    changes.copied = [this](const std::string& source, const std::string& target) {
+        checked.GetCopies().Add(source, target);
+    };
     context.reporter.Start(report);
     Remember();
     StartRules();
+}
+
+/// What was copied from a sealed kit is what was sealed, or it goes before anything that was copied
+/// can run by a rule, and before the product counts as installed.
+void KRun::RequireSealed(const KRunEvent& event) {
+    const bool isDue =
+        event.kind == KRunEvent::Kind::RuleStarted
+            ? watch->GetRule(event.rule) == nullptr || watch->GetRule(event.rule)->startsPrograms
+            : event.kind == KRunEvent::Kind::RuleDone && event.rule + 1 >= watch->GetRuleCount();
+    if (!isDue || checked.GetCopies().GetSealed().empty()) {
+        return;
+    }
+    const std::vector<std::string> broken = checked.GetCopies().FindBroken();
+    for (const std::string& path : broken) {
+        static_cast<void>(SvcDeleteFile(0, path.c_str())); // the failure is told in any case
+    }
+    if (!broken.empty()) {
+        isSealBroken = true;
+        errorSource.Raise(
+            KSUP::TraceLevel::rule,
+            EBADMSG,
+            KSUP::KString(
+                broken.front() + " was not copied as the kit's SHA256SUMS lists it, and is deleted "
+                                 "again: somebody changed the kit during the run. Look who may, "
+                                 "and get the kit again."
+            )
+        );
+    }
 }
 
 bool KRun::GoesOn() const noexcept {
@@ -155,7 +214,9 @@ void KRun::Remember() {
     state.emplace(service);
     state->Begin(run);
     if (GetPlanned().Installs() && !KKeptKit::FindDirectory(service)) {
-        KeepKit(GetPlanned()); // also one that does not come to its end can be removed
+        KeepKit(
+            GetPlanned(), checked.GetCopies().GetSealed()
+        ); // also one that does not come to its end can be removed
     }
     if (GoesOn()) {
         DeleteStaleTemporaries(

@@ -39,6 +39,7 @@ class KRun {
 
   private:
     bool GoesOn() const noexcept;
+    void RequireSealed(const KINS::KRunEvent& event);
     void OpenJournal();
     void CloseJournal();
     void OpenLogs();
@@ -48,6 +49,7 @@ class KRun {
     void SettleInstall();
     void SettleRemoval();
     KManifest MakeManifest();
+    void TellLostOwners(const KManifest& manifest);
     void CleanUp();
     void FillChanges();
     void NameRun();
@@ -69,6 +71,7 @@ class KRun {
     std::optional<KRunState> state; // as the next
     KRunChanges changes;            // as its rules tell them
     KServiceOverrides services;     // of an upgrade
+    bool isSealBroken = false;      // set by the run's thread, read when it has ended
     KRuleMaker ruleMaker;
     std::map<std::string, std::string> edited; // configuration, and what it was installed as
     std::unique_ptr<KWriteJournal> journal;    // there once the run is remembered

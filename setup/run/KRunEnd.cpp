@@ -111,7 +111,9 @@ void KRun::SettleInstall() {
     CleanUp();
     KManifest manifest;
     try {
-        KeepKit(GetPlanned()); // first: without the manifest the run goes on
+        KeepKit(
+            GetPlanned(), checked.GetCopies().GetSealed()
+        ); // first: without the manifest the run goes on
         manifest = MakeManifest();
         manifest.SetRun(backup.GetRun());
         manifest.Write(GetPlanned().GetProduct().GetService());
@@ -134,7 +136,7 @@ KManifest KRun::MakeManifest() {
         throw KSetupFailure(ExitCode::internal, "there was no memory left to keep track of it.");
     }
     const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
-    KManifest manifest(journal->GetMade(), checked.TakeDigests());
+    KManifest manifest(journal->GetMade(), checked.GetCopies().Take());
     manifest.Merge(ownership.GetManifest());
     if (!ownership.GetDamage().empty()) { // so lost; the new one is as true without it
         report.notes.emplace_back("The former manifest could not be understood; it is written anew."
@@ -149,6 +151,7 @@ KManifest KRun::MakeManifest() {
     for (const std::string& path : changes.rights) {
         manifest.RefreshRights(path);
     }
+    TellLostOwners(manifest);
     for (const auto& [path, digest] : changes.kitDigests) {
         manifest.MarkConfiguration(path, digest);
     }
@@ -160,6 +163,22 @@ KManifest KRun::MakeManifest() {
         manifest.MarkEdited(path, digest);
     }
     return manifest;
+}
+
+/// Where others may lay files a new one has not the owner of the one that it replaces.
+void KRun::TellLostOwners(const KManifest& manifest) {
+    const std::vector<std::string> made = journal->GetMade(); // sorted
+    for (const auto& [path, owner] : changes.formerOwners) {
+        const KManifestEntry* now = manifest.Find(path);
+        if (now != nullptr && now->kind == KManifestEntry::Kind::File && now->owner == 0 &&
+            !changes.rights.contains(path) && std::binary_search(made.begin(), made.end(), path)) {
+            report.notes.push_back(
+                path + " is root's now and no longer user " + std::to_string(owner) +
+                "'s: others than root may write in its directory, so a new file there takes over "
+                "no owner. Give it one in the script (mode=set)."
+            );
+        }
+    }
 }
 
 /// What the product owned, and neither has any more nor is to keep. What cannot be deleted stays,
@@ -305,7 +324,7 @@ void KRun::FillError(const KSUP::KError& error) {
     if (const KWatchedRule* rule = watch->GetRule(report.rulesDone)) {
         report.place = rule->place;
         report.rule = rule->text;
-    } else {
+    } else if (!isSealBroken) {
         report.notes.emplace_back("All rules were done; writing the record of the product failed.");
     }
     if (IsRolledBack()) {

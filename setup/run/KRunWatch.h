@@ -18,8 +18,9 @@ namespace KSETUP {
 
 /// A rule that counts, for whoever watches.
 struct KWatchedRule {
-    std::string place; ///< "/kit/install.ini:12", or the option of the command line
-    std::string text;  ///< as it is written there
+    std::string place;           ///< "/kit/install.ini:12", or the option of the command line
+    std::string text;            ///< as it is written there
+    bool startsPrograms = false; ///< or services
 };
 
 /// Watches a run: tells which rule is at work and how far it is, answers signals, and ends with the

@@ -8,7 +8,7 @@
 
 namespace KSETUP {
 
-void KeepKit(const KPlannedRun& planned) {
+void KeepKit(const KPlannedRun& planned, const KDigests& sealed) {
     const KSetupKit& kit = planned.GetContext().kit;
     const KScript script(kit.GetScript());
     KMacroContext macros; // anew: a removal sees the version that is installed now
@@ -18,7 +18,8 @@ void KeepKit(const KPlannedRun& planned) {
     KKeptKit::Write(
         planned.GetProduct().GetService(),
         kit.GetDirectory(),
-        FindKeptFiles(plan, kit.GetDirectory()).files
+        FindKeptFiles(plan, kit.GetDirectory()).files,
+        sealed
     );
 }
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/files/KCopyDigests.h>
 #include <setup/plan/KPlan.h>
-#include <setup/preflight/KDigestPrefetch.h>
 
 #include <string>
 #include <vector>

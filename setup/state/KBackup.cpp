@@ -36,12 +36,53 @@ KSetupFailure CannotKeep(const std::string& path, unsigned errorNumber) {
     );
 }
 
+void TakeRights(const struct stat& status, KBackupEntry& entry) {
+    entry.mode = status.st_mode & 07777U;
+    entry.owner = status.st_uid;
+    entry.group = status.st_gid;
+    entry.changed = status.st_mtim;
+    entry.inode = status.st_ino;
+    entry.statusChanged = status.st_ctim;
+}
+
+/// What stands at the path, and where that is.
+///
+/// Returns  0 or errno; 0 with the kind Nothing for what is not there
+unsigned Look(const std::string& path, KSYS::Place& place, std::optional<KBackupEntry>& entry) {
+    struct stat status {};
+    entry.emplace();
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
+    if (failed == 0) {
+        failed = KSYS::ReadStatus(place, LastLink::Keep, status);
+    }
+    if (failed != 0) {
+        return failed == ENOENT || failed == ENOTDIR ? 0 : failed;
+    }
+    TakeRights(status, *entry);
+    if (S_ISREG(status.st_mode)) {
+        entry->kind = Kind::File;
+        entry->size = static_cast<std::uint64_t>(status.st_size);
+    } else if (S_ISDIR(status.st_mode)) {
+        entry->kind = Kind::Directory;
+    } else if (S_ISLNK(status.st_mode)) {
+        entry->kind = Kind::Link;
+        failed = KSYS::ReadLink(place, entry->target);
+    } else {
+        entry.reset();
+    }
+    return failed;
+}
+
+/// Keeps the bytes, and the owner and mode of the very file that has them: what stands there by now
+/// may be another one than was looked at, with an owner who must not get these bytes.
+///
 /// Returns  0 or errno
-unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored) {
+unsigned KeepFile(const KSYS::Place& place, const KSYS::Entry& stored, KBackupEntry& entry) {
     KSYS::KDescriptor source;
     KSYS::KDescriptor target;
     struct stat status {};
     unsigned failed = KSYS::OpenRegularEntry(place, O_RDONLY, source, status);
+    TakeRights(status, entry);
     if (failed == 0) {
         failed = KSYS::MakeFile(stored, target);
     }
@@ -66,19 +107,16 @@ void Note(const std::string& path, Of of, Making& making) {
     if (entries.contains(path)) {
         return;
     }
+    KSYS::Place place;
     std::optional<KBackupEntry> entry;
-    unsigned failed = LookForBackup(path, entry);
+    unsigned failed = Look(path, place, entry);
     if (failed == 0 && (!entry || (of == Of::Parent && entry->kind != Kind::Nothing &&
                                    entry->kind != Kind::Directory))) {
         return; // the engine refuses to replace devices, queues and sockets
     }
     if (failed == 0 && entry->kind == Kind::File) {
-        KSYS::Place place;
-        failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
         entry->stored = std::to_string(entries.size());
-        if (failed == 0) {
-            failed = KeepFile(place, {making.store.Get(), entry->stored.c_str()});
-        }
+        failed = KeepFile(place, {making.store.Get(), entry->stored.c_str()}, *entry);
     }
     if (failed != 0) {
         throw CannotKeep(path, failed);
@@ -190,33 +228,7 @@ NotUnderstood(const KPrivateDirectory& store, const char* file, const std::inval
 
 unsigned LookForBackup(const std::string& path, std::optional<KBackupEntry>& entry) {
     KSYS::Place place;
-    struct stat status {};
-    entry.emplace();
-    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
-    if (failed == 0) {
-        failed = KSYS::ReadStatus(place, LastLink::Keep, status);
-    }
-    if (failed != 0) {
-        return failed == ENOENT || failed == ENOTDIR ? 0 : failed;
-    }
-    entry->mode = status.st_mode & 07777U;
-    entry->owner = status.st_uid;
-    entry->group = status.st_gid;
-    entry->changed = status.st_mtim;
-    entry->inode = status.st_ino;
-    entry->statusChanged = status.st_ctim;
-    if (S_ISREG(status.st_mode)) {
-        entry->kind = Kind::File;
-        entry->size = static_cast<std::uint64_t>(status.st_size);
-    } else if (S_ISDIR(status.st_mode)) {
-        entry->kind = Kind::Directory;
-    } else if (S_ISLNK(status.st_mode)) {
-        entry->kind = Kind::Link;
-        failed = KSYS::ReadLink(place, entry->target);
-    } else {
-        entry.reset();
-    }
-    return failed;
+    return Look(path, place, entry);
 }
 
 std::string DigestForBackup(const std::string& path) {

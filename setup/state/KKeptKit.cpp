@@ -38,6 +38,21 @@ void RemoveTree(const KPrivateDirectory& directory, const char* name) {
     Require(static_cast<unsigned>(error.value()), "cannot delete", path);
 }
 
+/// What root will run at the removal is what was sealed, whatever the kit has by now.
+void RequireSealed(const std::string& kept, const std::string& source, const KDigests& sealed) {
+    if (sealed.empty()) {
+        return;
+    }
+    const auto known = sealed.find(source);
+    if (known == sealed.end() || DigestFile(kept).sha256 != known->second.sha256) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            source + " is not what the kit's SHA256SUMS lists: somebody changed the kit during the "
+                     "run. Look who may, get it again, and run it again."
+        );
+    }
+}
+
 /// In one step where the file system can.
 void PutInPlace(const KPrivateDirectory& directory) {
     unsigned failed = KSYS::RenameEntry(directory.Get(), newName, directoryName);
@@ -59,6 +74,7 @@ void KKeptKit::Write(
     const std::string& serviceName,
     const std::string& kitDirectory,
     const std::set<std::string>& files,
+    const KDigests& sealed,
     const std::string& base
 ) {
     const KPrivateDirectory directory(base, serviceName);
@@ -69,7 +85,9 @@ void KKeptKit::Write(
     for (const std::string& file : kept) {
         const fs::path target = fs::path(made.GetPath()) / file;
         MakeDirectories(target.parent_path());
-        CopyBytes(fs::path(kitDirectory) / file, target);
+        const std::string source = (fs::path(kitDirectory) / file).string();
+        CopyBytes(source, target);
+        RequireSealed(target.string(), source, sealed);
     }
     Require(KSYS::FlushFileSystem(made.Get()), "cannot flush", made.GetPath());
     PutInPlace(directory);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/files/KFileDigest.h>
 #include <setup/state/StateDirectory.h>
 
 #include <optional>
@@ -17,13 +18,15 @@ namespace KSETUP {
 class KKeptKit {
   public:
     /// Keeps `files`, by their paths in the kit, with product.ini and install.ini. What a crash
-    /// leaves is the former kept kit or the new one; it is on the disk when this returns.
+    /// leaves is the former kept kit or the new one; it is on the disk when this returns. Of a sealed
+    /// kit, whose digests are `sealed` by their paths, it keeps what was sealed.
     ///
     /// Throws   KSetupFailure, the former kept kit being there still
     static void Write(
         const std::string& serviceName,
         const std::string& kitDirectory,
         const std::set<std::string>& files,
+        const KDigests& sealed = {},
         const std::string& base = stateBaseDirectory
     );
     /// Its directory; nothing when no kit is kept.

@@ -5,11 +5,14 @@
 #include <setup/state/KRestoration.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
 #include <sys/files/FileContent.h>
+#include <sys/files/FileStatus.h>
 
 namespace KSETUP {
 
@@ -43,6 +46,30 @@ unsigned Rename(const Place& place, unsigned failed) {
 
 bool IsMissing(unsigned errorNumber) noexcept {
     return errorNumber == ENOENT || errorNumber == ENOTDIR;
+}
+
+/// Whether an open directory is to have the owner and mode that one at the place had. In a directory
+/// in which others may lay entries they may have put one of root's there, to be given it.
+bool MayHaveRights(
+    const Place& place, int directory, const struct stat& now, const KBackupEntry& entry
+) {
+    bool isClosed = false;
+    if ((KSYS::ReadClosedToOthers(place.directory.Get(), isClosed) == 0 && isClosed) ||
+        (entry.owner != 0 && now.st_uid == entry.owner && now.st_gid == entry.group)) {
+        return true;
+    }
+    std::vector<std::string> names; // of one that was just made, or is as good as that
+    return KSYS::IsOwn(now) && KSYS::ListEntries({directory, "."}, names) == 0 && names.empty();
+}
+
+std::string RefusedRights(const std::string& path, const KBackupEntry& entry) {
+    std::array<char, 8> mode{};
+    std::snprintf(mode.data(), mode.size(), "%04o", entry.mode & 07777U);
+    const std::string owner = std::to_string(entry.owner) + ":" + std::to_string(entry.group);
+    return "cannot put back the owner and mode of " + path +
+           ": others may put another directory there. See that it is the right one, set them "
+           "(chown " +
+           owner + ", chmod " + mode.data() + "), and run it again";
 }
 
 /// "NAME.edited", or the first of "NAME.edited.2" and so on that is free.
@@ -182,6 +209,13 @@ void KRestoration::MakeDirectory(const std::string& path, const KBackupEntry& en
     }
     if (failed == 0) {
         failed = KSYS::OpenDirectoryEntry(place, directory);
+    }
+    if (failed == 0) {
+        failed = KSYS::ReadStatus(directory.Get(), status);
+    }
+    if (failed == 0 && !MayHaveRights(place, directory.Get(), status, entry)) {
+        result.failures.push_back(RefusedRights(path, entry));
+        return;
     }
     if (failed == 0) {
         failed = KSYS::SetOwner(directory.Get(), entry.owner, entry.group);

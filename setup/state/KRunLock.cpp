@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupStop.h>
+#include <setup/files/PathText.h>
 #include <setup/output/TextFormat.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/KRunLock.h>
@@ -28,7 +29,7 @@ constexpr std::chrono::milliseconds betweenTries{100};
 constexpr std::chrono::milliseconds always{300};
 constexpr std::size_t commandBytes = 4096;
 
-std::string LockPath(const std::string& serviceName, const std::string& directory) {
+std::string LockName(const std::string& serviceName) {
     if (serviceName.empty() ||
         serviceName.find_first_of(std::string("/\0", 2)) != std::string::npos) {
         throw KSetupFailure(
@@ -38,7 +39,7 @@ std::string LockPath(const std::string& serviceName, const std::string& director
                 "name. Fix \"serviceName\" in product.ini."
         );
     }
-    return directory + "/ins++-" + serviceName + ".lock";
+    return serviceName + ".lock";
 }
 
 KSetupFailure CannotLock(const std::string& path, unsigned errorNumber) {
@@ -52,7 +53,36 @@ KSetupFailure CannotLock(const std::string& path, unsigned errorNumber) {
     );
 }
 
-/// The directory may be written by everybody (mode 1777), so anything may stand there.
+/// The directory of the locks, open.
+struct OpenPlace {
+    KSYS::KDescriptor directory;
+    std::string path;
+};
+
+/// Nothing where there is none and none is to be made.
+///
+/// Throws   KSetupFailure for one that cannot be trusted, opened or made
+std::optional<OpenPlace> Open(const KSYS::LockPlaces& places, KSYS::MissingPlace missing) {
+    OpenPlace place;
+    const unsigned failed = KSYS::OpenLockPlace(places, missing, place.directory, place.path);
+    if (failed == ENOENT && missing == KSYS::MissingPlace::StaysMissing) {
+        return std::nullopt;
+    }
+    if (failed == EACCES) {
+        throw KSetupFailure(ExitCode::notRoot, "only root can look into " + place.path + ".");
+    }
+    if (failed == ENOLCK) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite, KSYS::DescribeRefusedPlace(place.path) + ". Nothing was changed."
+        );
+    }
+    if (failed != 0) {
+        const std::string first = places.directories.front();
+        throw CannotLock(place.path.empty() ? first : place.path, failed);
+    }
+    return place;
+}
+
 void RefuseUnlessOurs(int file, const std::string& path) {
     struct stat status {};
     if (const unsigned failed = KSYS::ReadStatus(file, status); failed != 0) {
@@ -61,31 +91,31 @@ void RefuseUnlessOurs(int file, const std::string& path) {
     if (!S_ISREG(status.st_mode) || status.st_nlink > 1 || !KSYS::IsOwnAlone(status)) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
-            path + " is no plain file of root's alone. Somebody else laid it there: look who, "
-                   "delete it, and run it again."
+            path +
+                " is no plain file of root's alone. Look what it is, delete it, and run it again."
         );
     }
 }
 
-bool StillStandsAt(int file, const std::string& path) {
+bool StillStandsAt(int file, const KSYS::Entry& entry) {
     struct stat opened {};
     struct stat found {};
     return KSYS::ReadStatus(file, opened) == 0 &&
-           KSYS::ReadStatus(path, KSYS::LastLink::Keep, found) == 0 &&
+           KSYS::ReadStatus(entry, KSYS::LastLink::Keep, found) == 0 &&
            KSYS::IsSameFile(opened, found);
 }
 
-KSYS::KDescriptor OpenLockFile(const std::string& path) {
-    // Two steps: in a directory such as /run/lock, O_CREAT on a file of another user's fails with
-    // a reason that tells nobody what is wrong (fs.protected_regular).
+KSYS::KDescriptor OpenLockFile(const OpenPlace& place, const std::string& name) {
+    const KSYS::Entry entry(place.directory, name);
     KSYS::KDescriptor file;
     unsigned failed = EEXIST;
     while (failed == EEXIST) { // made by another run meanwhile
-        failed = KSYS::OpenEntry(path, O_RDWR, file);
+        failed = KSYS::OpenEntry(entry, O_RDWR, file);
         if (failed == ENOENT) {
-            failed = KSYS::MakeFile(path, file, O_RDWR);
+            failed = KSYS::MakeFile(entry, file, O_RDWR);
         }
     }
+    const std::string path = JoinPath(place.path, name);
     if (failed != 0) {
         throw CannotLock(path, failed);
     }
@@ -94,17 +124,17 @@ KSYS::KDescriptor OpenLockFile(const std::string& path) {
 }
 
 /// Takes the lock at once, or not. The file may be taken away and made anew by others.
-bool TryLock(KSYS::KDescriptor& file, const std::string& path) {
+bool TryLock(KSYS::KDescriptor& file, const OpenPlace& place, const std::string& name) {
     for (;;) {
-        file = OpenLockFile(path);
+        file = OpenLockFile(place, name);
         const unsigned failed = KSYS::TryLockFile(file.Get(), KSYS::LockKind::Exclusive);
         if (failed == EWOULDBLOCK) {
             return false;
         }
         if (failed != 0) {
-            throw CannotLock(path, failed);
+            throw CannotLock(JoinPath(place.path, name), failed);
         }
-        if (StillStandsAt(file.Get(), path)) {
+        if (StillStandsAt(file.Get(), {place.directory, name})) {
             return true;
         }
     }
@@ -158,15 +188,16 @@ KRunLock::KRunLock(
     const std::string& serviceName,
     unsigned waitSeconds,
     const std::function<bool()>& shallStop,
-    const std::string& directory,
+    const KSYS::LockPlaces& places,
     const std::function<void(const std::string&)>& tell
 ) {
-    const std::string path = LockPath(serviceName, directory);
+    const std::string name = LockName(serviceName);
+    const auto place = Open(places, KSYS::MissingPlace::IsMade);
     const Clock::time_point begin = Clock::now();
     const Clock::time_point end =
         begin + std::max<Clock::duration>(std::chrono::seconds(waitSeconds), always);
     bool isTold = !tell || waitSeconds == 0;
-    while (!TryLock(file, path)) {
+    while (!TryLock(file, *place, name)) {
         const KLockHolder holder = ReadHolder(file.Get());
         if (shallStop && shallStop()) {
             throw KSetupStop(
@@ -188,7 +219,7 @@ KRunLock::KRunLock(
         failed = KSYS::WriteAll(file.Get(), text.data(), text.size());
     }
     if (failed != 0) {
-        throw CannotLock(path, failed);
+        throw CannotLock(JoinPath(place->path, name), failed);
     }
 }
 
@@ -198,16 +229,16 @@ KRunLock::~KRunLock() {
 }
 
 std::optional<KLockHolder>
-KRunLock::FindHolder(const std::string& serviceName, const std::string& directory) {
-    const std::string path = LockPath(serviceName, directory);
+KRunLock::FindHolder(const std::string& serviceName, const KSYS::LockPlaces& places) {
+    const std::string name = LockName(serviceName);
+    const auto place = Open(places, KSYS::MissingPlace::StaysMissing);
     KSYS::KDescriptor looking;
-    const unsigned failed = KSYS::OpenEntry(path, O_RDONLY, looking);
+    const unsigned failed =
+        place ? KSYS::OpenEntry({place->directory, name}, O_RDONLY, looking) : ENOENT;
     if (failed == ENOENT) {
         return std::nullopt;
     }
-    if (failed == EACCES) {
-        throw KSetupFailure(ExitCode::notRoot, "only root can look at " + path + ".");
-    }
+    const std::string path = JoinPath(place->path, name);
     if (failed != 0) {
         throw CannotLock(path, failed);
     }

@@ -6,11 +6,10 @@
 #include <string>
 
 #include <sys/files/KDescriptor.h>
+#include <sys/files/LockPlaces.h>
 #include <sys/types.h>
 
 namespace KSETUP {
-
-inline constexpr const char* lockDirectory = "/run/lock";
 
 /// Who holds a product's lock.
 struct KLockHolder {
@@ -21,9 +20,10 @@ struct KLockHolder {
     std::string ToWords() const;
 };
 
-/// One run at a time for a product: a lock (flock(2)) on DIRECTORY/ins++-NAME.lock, held as long as
-/// the object lives. The file itself means nothing: it stays, and a holder that dies lets go. It
-/// holds the holder's process id and command line, a line each, for those who wait.
+/// One run at a time for a product: a lock (flock(2)) on NAME.lock in root's place for locks, which
+/// nobody else can enter (sys/files/LockPlaces.h), held as long as the object lives. The file itself
+/// means nothing: it stays, and a holder that dies lets go. It holds the holder's process id and
+/// command line, a line each, for those who wait.
 ///
 /// The file is closed on exec, so that a command of the script does not inherit the lock.
 ///
@@ -37,13 +37,13 @@ class KRunLock {
     /// which names the holder, once it is clear that there is something to wait for.
     ///
     /// Throws   KSetupFailure: ExitCode::anotherRun naming the holder, ExitCode::cannotWrite when
-    ///          the file is none of root's or cannot be made, KSetupStop when `shallStop`
-    ///          said so. Nothing is left behind but the file
+    ///          the place or the file is not root's alone or cannot be made, KSetupStop when
+    ///          `shallStop` said so. Nothing is left behind but the file
     explicit KRunLock(
         const std::string& serviceName,
         unsigned waitSeconds = 0,
         const std::function<bool()>& shallStop = {},
-        const std::string& directory = lockDirectory,
+        const KSYS::LockPlaces& places = KSYS::LockPlaces::Of(0),
         const std::function<void(const std::string&)>& tell = {}
     );
     /// Empties the file and lets go.
@@ -55,8 +55,9 @@ class KRunLock {
     ///
     /// Throws   KSetupFailure when the file cannot be trusted, ExitCode::notRoot for a user who
     ///          may not look
-    static std::optional<KLockHolder>
-    FindHolder(const std::string& serviceName, const std::string& directory = lockDirectory);
+    static std::optional<KLockHolder> FindHolder(
+        const std::string& serviceName, const KSYS::LockPlaces& places = KSYS::LockPlaces::Of(0)
+    );
 
   private:
     KSYS::KDescriptor file;

@@ -121,8 +121,9 @@ void KRunState::End() {
     directory.Delete(fileName);
 }
 
-std::optional<KInterruptedRun>
-KRunState::Read(const std::string& serviceName, const std::string& base, const std::string& locks) {
+std::optional<KInterruptedRun> KRunState::Read(
+    const std::string& serviceName, const std::string& base, const KSYS::LockPlaces& locks
+) {
     const auto found = KPrivateDirectory::OpenExisting(base, serviceName);
     if (!found || KRunLock::FindHolder(serviceName, locks)) {
         return std::nullopt;

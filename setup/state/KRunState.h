@@ -72,7 +72,7 @@ class KRunState {
     static std::optional<KInterruptedRun> Read(
         const std::string& serviceName,
         const std::string& base = stateBaseDirectory,
-        const std::string& locks = lockDirectory
+        const KSYS::LockPlaces& locks = KSYS::LockPlaces::Of(0)
     );
 
   private:

@@ -5,10 +5,13 @@
 #include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/Retry.h>
+#include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileCalls.h>
+#include <sys/files/FileStatus.h>
 #include <sys/files/WriteReport.h>
 #include <sys/files/WriteTracking.h>
 
@@ -66,7 +69,12 @@ unsigned TryToReplace(
         isUnlinked = true;
         status = make();
     }
-    if (status == 0 && ::fchown(file.Get(), former.st_uid, former.st_gid) != 0) {
+    // Else whoever lays a file there would own what root puts in its place.
+    bool isKept = false;
+    if (status == 0) {
+        status = ReadClosedToOthers(directory, isKept);
+    }
+    if (isKept && ::fchown(file.Get(), former.st_uid, former.st_gid) != 0) {
         status = LastError();
     }
     return status;
@@ -120,9 +128,15 @@ bool IsRefusal(int error) noexcept {
     return error == EXDEV || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
 }
 
+bool IsEmpty(int directory) {
+    std::vector<std::string> names;
+    return ListEntries({directory, "."}, names) == 0 && names.empty();
+}
+
 /// mkdir(2) obeys the umask, which of the caller's settings must not reach an installed product.
-unsigned AddModeBits(const Place& place, unsigned mode) noexcept {
-    // By descriptor: in a directory that others may write, the name may be another's by now.
+unsigned AddModeBits(const Place& place, unsigned mode) {
+    // By descriptor: in a directory that others may write, the name may be another's by now, or that
+    // of another directory of root's, which is not empty.
     KDescriptor made;
     struct stat status {};
     constexpr int asDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -132,7 +146,14 @@ unsigned AddModeBits(const Place& place, unsigned mode) noexcept {
     if (::fstat(made.Get(), &status) != 0) {
         return LastError();
     }
-    if ((status.st_mode & mode) == mode || status.st_uid != ::geteuid()) {
+    if ((status.st_mode & mode) == mode || !IsOwn(status)) {
+        return 0;
+    }
+    bool isSurelyIt = false;
+    if (const unsigned error = ReadClosedToOthers(place.directory.Get(), isSurelyIt); error != 0) {
+        return error;
+    }
+    if (!isSurelyIt && !IsEmpty(made.Get())) {
         return 0;
     }
     // Added to what the kernel gave, so that an inherited set-group-id bit stays.

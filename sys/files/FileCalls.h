@@ -27,8 +27,8 @@ OpenRegularAt(int directory, const char* name, KDescriptor& file, struct stat& s
 /// Opens the directory that holds `path`, to make files in it (see SysPath.h).
 [[nodiscard]] unsigned OpenPlace(const char* path, KDescriptor& directory) noexcept;
 
-/// Makes a file anew, unlinking a regular one that stands there and keeping its owner. EISDIR and
-/// EINVAL as above.
+/// Makes a file anew, unlinking a regular one that stands there. Its owner is kept where nobody but
+/// root and this process's user may lay files. EISDIR and EINVAL as above.
 [[nodiscard]] unsigned CreateAnew(const char* path, unsigned mode, KDescriptor& file);
 
 /// The same by its name in an open directory; ELOOP for a link that stands there. `path` is where

@@ -8,6 +8,7 @@
 #include <sys/Retry.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileContent.h>
+#include <sys/files/FileStatus.h>
 #include <sys/ioctl.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -107,15 +108,25 @@ unsigned SetTime(int file, const timespec& changed) noexcept {
 }
 
 unsigned
-SetOwnerAndTime(const Entry& entry, uid_t owner, gid_t group, const timespec& changed) noexcept {
-    const int directory = entry.GetDirectory();
-    const unsigned status =
-        StatusOf(::fchownat(directory, entry.GetName(), owner, group, AT_SYMLINK_NOFOLLOW));
-    return status != 0
-               ? status
-               : StatusOf(::utimensat(
-                     directory, entry.GetName(), OnlyChanged(changed).data(), AT_SYMLINK_NOFOLLOW
-                 ));
+SetOwnerAndTime(const Entry& link, uid_t owner, gid_t group, const timespec& changed) noexcept {
+    KDescriptor opened; // by its name it could be another file with each call
+    struct stat status {};
+    unsigned failed = OpenEntry(link, O_PATH, opened);
+    if (failed == 0) {
+        failed = ReadStatus(opened.Get(), status);
+    }
+    if (failed == 0 && (!S_ISLNK(status.st_mode) || !IsOwn(status))) {
+        failed = EEXIST;
+    }
+    if (failed == 0) {
+        failed = StatusOf(::fchownat(opened.Get(), "", owner, group, AT_EMPTY_PATH));
+    }
+    if (failed == 0) {
+        failed =
+            StatusOf(::utimensat(opened.Get(), "", OnlyChanged(changed).data(), AT_EMPTY_PATH));
+        failed = failed == EINVAL ? 0 : failed;
+    }
+    return failed;
 }
 
 unsigned Flush(int file) noexcept {

@@ -36,9 +36,10 @@ enum class CopyWay { Any, ReflinkOnly };
 [[nodiscard]] unsigned SetMode(int file, unsigned mode) noexcept;
 /// The time of the last modification.
 [[nodiscard]] unsigned SetTime(int file, const timespec& changed) noexcept;
-/// Owner and time of what stands there, of a link itself.
+/// Owner and time of a symbolic link that this process's user has just made; EEXIST for anything
+/// else, which others may have put in its place. Kernels before 5.8 leave the time.
 [[nodiscard]] unsigned
-SetOwnerAndTime(const Entry& entry, uid_t owner, gid_t group, const timespec& changed) noexcept;
+SetOwnerAndTime(const Entry& link, uid_t owner, gid_t group, const timespec& changed) noexcept;
 
 /// Brings a file, or the entries of a directory, to the disk.
 [[nodiscard]] unsigned Flush(int file) noexcept;

@@ -28,6 +28,14 @@ bool IsOwnAlone(const struct stat& status) noexcept {
     return IsOwn(status) && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
+unsigned ReadClosedToOthers(int directory, bool& isClosed) noexcept {
+    struct stat status {};
+    const unsigned failed = ReadStatus(directory, status);
+    isClosed = failed == 0 && (status.st_uid == 0 || IsOwn(status)) &&
+               (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return failed;
+}
+
 bool IsImmutable(const Entry& entry, LastLink last) noexcept {
     struct statx status {};
     const int flags = last == LastLink::Follow ? 0 : AT_SYMLINK_NOFOLLOW;

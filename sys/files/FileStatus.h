@@ -18,6 +18,12 @@ bool IsOwn(const struct stat& status) noexcept;
 /// Whether it belongs to this process's user, and nobody else may write to it.
 bool IsOwnAlone(const struct stat& status) noexcept;
 
+/// Whether an open directory belongs to root or to this process's user, and nobody else may write
+/// there: what stands in it is theirs, and so its owner is one that they gave it.
+///
+/// Returns  0 or errno; `isClosed` is false then
+[[nodiscard]] unsigned ReadClosedToOthers(int directory, bool& isClosed) noexcept;
+
 /// Whether the attribute is set that lets nobody change, replace or delete it (chattr(1)); also
 /// false where that cannot be told.
 bool IsImmutable(const Entry& entry, LastLink last) noexcept;

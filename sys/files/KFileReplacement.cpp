@@ -1,19 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <cerrno>
-#include <chrono>
-#include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/Retry.h>
-#include <sys/file.h>
+#include <sys/files/FileStatus.h>
 #include <sys/files/KFileReplacement.h>
 
 namespace KSYS {
 
 namespace {
-
-constexpr auto lockPatience = std::chrono::seconds(10);
-constexpr auto lockInterval = std::chrono::milliseconds(5);
 
 unsigned LastError() noexcept {
     return static_cast<unsigned>(errno);
@@ -23,23 +19,6 @@ unsigned LastError() noexcept {
 bool ForbidsRename(unsigned status) noexcept {
     return status == EACCES || status == EPERM || status == EBUSY || status == EXDEV ||
            status == EROFS;
-}
-
-unsigned Lock(int directory) noexcept {
-    const auto end = std::chrono::steady_clock::now() + lockPatience;
-    while (::flock(directory, LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EBADF || errno == ENOLCK || errno == EOPNOTSUPP || errno == EINVAL) {
-            return 0; // a file system that has no such locks for directories, as over the network
-        }
-        if (errno != EWOULDBLOCK && errno != EINTR) {
-            return LastError();
-        }
-        if (std::chrono::steady_clock::now() > end) {
-            return EWOULDBLOCK;
-        }
-        std::this_thread::sleep_for(lockInterval);
-    }
-    return 0;
 }
 
 unsigned FlushFile(int file) noexcept {
@@ -74,6 +53,8 @@ unsigned ReadFile(const char* path, std::string& bytes, FileIdentity& identity) 
     return ReadAll(file.Get(), bytes);
 }
 
+KFileReplacement::KFileReplacement(LockPlaces keptIn) : lock(std::move(keptIn)) {}
+
 unsigned KFileReplacement::Take(const char* path) {
     if (const unsigned status = FindPlace(path, LastLink::Follow, place); status != 0) {
         return status;
@@ -81,11 +62,10 @@ unsigned KFileReplacement::Take(const char* path) {
     directory.Reset(Retry([&] {
         return ::openat(place.directory.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     }));
-    if (!directory.IsOpen()) {
-        // One may write in a directory that one may not list: no lock is to be had there.
-        return errno == EACCES ? 0 : LastError();
+    if (!directory.IsOpen() && errno != EACCES) { // one may write where one may not list
+        return LastError();
     }
-    return Lock(directory.Get());
+    return lock.Take(directory.IsOpen() ? directory.Get() : place.directory.Get());
 }
 
 bool KFileReplacement::IsStill(const FileIdentity& identity) const noexcept {
@@ -147,12 +127,18 @@ KFileReplacement::WriteBeside(const std::string& bytes, const struct stat* forme
         return LastError();
     }
     unsigned status = WriteAll(file.Get(), bytes.data(), bytes.size());
-    if (status == 0 && former != nullptr &&
-        ::fchown(file.Get(), former->st_uid, former->st_gid) != 0) {
+    bool isKept = false;
+    if (status == 0 && former != nullptr) {
+        status = ReadClosedToOthers(at, isKept);
+    }
+    if (isKept && ::fchown(file.Get(), former->st_uid, former->st_gid) != 0) {
         status = LastError();
     }
-    if (status == 0 &&
-        ::fchmod(file.Get(), former != nullptr ? former->st_mode & 07777 : mode) != 0) {
+    if (former != nullptr) {
+        // What others may have laid there makes no rights wider, and hides what it hid.
+        mode = former->st_mode & (isKept ? 07777 : mode);
+    }
+    if (status == 0 && ::fchmod(file.Get(), mode) != 0) {
         status = LastError();
     }
     if (status == 0) {

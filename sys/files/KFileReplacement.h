@@ -5,6 +5,7 @@
 #include <string>
 
 #include <sys/files/FileCalls.h>
+#include <sys/files/KDirectoryLock.h>
 
 /// How the file of a profile is read, locked and replaced. All return 0 or errno and may throw
 /// std::bad_alloc.
@@ -27,9 +28,11 @@ struct FileIdentity {
 /// Changes of one file, one process at a time: held from reading it to writing it back.
 class KFileReplacement {
   public:
-    /// Finds the file (a trusted link is followed) and locks its directory. It waits for another
-    /// process for a while and then gives up with EWOULDBLOCK: whoever may read a directory can
-    /// hold such a lock for ever.
+    /// `keptIn` is where the locks are.
+    explicit KFileReplacement(LockPlaces keptIn = LockPlaces::OfThisUser());
+
+    /// Finds the file (a trusted link is followed) and locks the user's other processes out of its
+    /// directory; EWOULDBLOCK and ENOLCK as KDirectoryLock has them.
     [[nodiscard]] unsigned Take(const char* path);
 
     /// Whether the file is still the one; a missing one is that of an identity that never was.
@@ -39,8 +42,9 @@ class KFileReplacement {
     [[nodiscard]] unsigned Read(std::string& bytes, FileIdentity& identity) const;
 
     /// Puts `bytes` in the file's place in one step: a new file with the owner and mode of the old
-    /// one, brought to the disk, renamed; `mode` is for a file that was missing. Where a directory
-    /// does not let files be renamed in it, the file itself is written over.
+    /// one, brought to the disk, renamed; `mode` is for a file that was missing. In a directory in
+    /// which others may lay files the new one has no owner of theirs, and what both modes allow.
+    /// Where a directory does not let files be renamed in it, the file itself is written over.
     ///
     /// `replaced` tells whether the file holds the new text; it may where the disk fails afterwards
     [[nodiscard]] unsigned
@@ -51,7 +55,8 @@ class KFileReplacement {
     unsigned WriteOver(const std::string& bytes);
 
     Place place;
-    KDescriptor directory; // holds the lock; unlike place.directory it can be flushed
+    KDescriptor directory; // unlike place.directory it can be flushed
+    KDirectoryLock lock;   // last: it may be that of the directory
 };
 
 } // namespace KSYS

@@ -45,9 +45,10 @@ constexpr unsigned directoryMode = 0755;
 
 void Require(unsigned status, const std::string& path) {
     if (status != 0) {
-        throw KServiceError(
-            status, path + ": " + std::generic_category().message(static_cast<int>(status))
-        );
+        const std::string reason = status == ENOLCK
+                                       ? KDirectoryLock::WhyRefused()
+                                       : std::generic_category().message(static_cast<int>(status));
+        throw KServiceError(status, path + ": " + reason);
     }
 }
 

@@ -64,7 +64,8 @@ void LaySystem() {
     }
     MakeDirectory("proc", 0555);
     MountNew("proc", world / "proc", nullptr);
-    MountNew("tmpfs", world / "run/lock", "mode=1777");
+    MakeDirectory("run/ins++", 0700);
+    MountNew("tmpfs", world / "run/ins++", "mode=0700"); // locks of its own
 }
 
 /// What programs read there; nothing of the machine's own configuration.

@@ -134,7 +134,7 @@ void SetupProgramTest::Forget() {
     fs::remove_all("/var/lib/ins++/setuptest");
     fs::remove(setupLog);
     fs::remove(commandOutput);
-    fs::remove("/run/lock/ins++-setuptest.lock"); // it names the run that held it last
+    fs::remove("/run/ins++/setuptest.lock"); // it names the run that held it last
 }
 
 void SetupProgramTest::GivenScript(const std::string& more) {

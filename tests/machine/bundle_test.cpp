@@ -57,7 +57,7 @@ class BundleOnMinimalSystemTest : public ::testing::Test {
         tree.Write("root/root/step", line + "\n");
         return Run("exec unshare --mount --propagation private sh -c '"
                    "mount --rbind /dev root/dev && mount --rbind /proc root/proc && "
-                   "mount -t tmpfs none root/run && mkdir -p root/run/lock && "
+                   "mount -t tmpfs none root/run && "
                    "exec env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin chroot root sh /root/step'");
     }
 

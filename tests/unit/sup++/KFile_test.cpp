@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <fstream>
 #include <type_traits>
 
 #include <fcntl.h>
@@ -201,6 +202,27 @@ TEST_F(KFileTest, AMadeAnewFileKeepsItsOwner) {
     CreateWith("a", "new");
     EXPECT_EQ(tree.Status("a").st_uid, 1234U);
     EXPECT_EQ(tree.Status("a").st_gid, 2345U);
+}
+
+/// Whoever lays a file there would own what is put in its place; as by cp, which writes into it.
+TEST_F(KFileTest, AMadeAnewFileHasNoOwnerThatOthersCouldGiveIt) {
+    SKIP_UNLESS_ROOT("give a file away");
+    tree.Directory("d");
+    for (const mode_t mode : {01777U, 0777U, 0775U}) {
+        tree.Write("d/a", "former");
+        tree.SetOwner("d/a", 1234, 2345);
+        tree.SetMode("d", mode);
+        std::ofstream(tree.Path("d/a")) << "new";
+        EXPECT_EQ(tree.Status("d/a").st_uid, 1234U) << "the attack on a plain copy";
+        CreateWith("d/a", "new");
+        EXPECT_EQ(tree.Status("d/a").st_uid, 0U) << std::oct << mode;
+        EXPECT_EQ(tree.Status("d/a").st_gid, 0U) << std::oct << mode;
+        tree.SetMode("d", 0755);
+    }
+    tree.SetOwner("d/a", 1234, 2345);
+    tree.SetOwner("d", 1234, 0);
+    CreateWith("d/a", "new");
+    EXPECT_EQ(tree.Status("d/a").st_uid, 0U);
 }
 
 TEST_F(KFileTest, AMadeAnewFileDoesNotKeepItsSetIdBits) {

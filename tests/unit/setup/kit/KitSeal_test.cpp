@@ -54,10 +54,8 @@ TEST_F(KitSealTest, ASealIsSortedAndInTheFormatOfSha256sum) {
 TEST_F(KitSealTest, WhatWasReadIsKnownByItsPath) {
     tree.Link("kit/link", "bin/tool");
     tree.Link("kit/copy", tree.Path("kit/install.ini"));
-    tree.Write("beside", "outside");
-    tree.Link("kit/out", tree.Path("beside"));
     EXPECT_THAT(KSETUP::VerifySeal(tree.Path("kit")), IsEmpty()) << "it has no seal";
-    EXPECT_EQ(Seal(), 5U);
+    EXPECT_EQ(Seal(), 4U);
     std::map<std::string, std::string> sums;
     for (const auto& [path, digest] : KSETUP::VerifySeal(tree.Path("kit"))) {
         EXPECT_EQ(digest.size, std::filesystem::file_size(path));
@@ -68,7 +66,8 @@ TEST_F(KitSealTest, WhatWasReadIsKnownByItsPath) {
         UnorderedElementsAre(
             Pair(tree.Path("kit/bin/tool"), "2770"),
             Pair(tree.Path("kit/install.ini"), "490c"),
-            Pair(tree.Path("beside"), "3120")
+            Pair(tree.Path("kit/link"), "2770"),
+            Pair(tree.Path("kit/copy"), "490c")
         )
     );
 }
@@ -131,6 +130,32 @@ TEST_F(KitSealTest, ALinkInsteadOfAFileCountsByWhatItLeadsTo) {
     tree.Remove("kit/link");
     tree.Link("kit/link", "install.ini");
     EXPECT_THAT(Verify(), HasSubstr("\n    link: changed"));
+}
+
+/// Where a link leads to, the file can be another one by the time it is copied.
+TEST_F(KitSealTest, ALinkThatLeadsOutOfTheKitIsRefused) {
+    tree.Write("beside", "outside");
+    tree.Link("round", "kit/bin/tool");
+    tree.Write("kit/out", "outside");
+    EXPECT_EQ(Seal(), 3U);
+    EXPECT_EQ(Verify(), "");
+    for (const std::string& target : {tree.Path("beside"), std::string("../beside")}) {
+        tree.Remove("kit/out");
+        tree.Link("kit/out", target);
+        EXPECT_THAT(Verify(), HasSubstr("\n    out: a link that leads out of the kit")) << target;
+        EXPECT_THROW(Seal(), KSETUP::KSetupFailure) << target;
+    }
+    tree.Remove("kit/out");
+    tree.Link("kit/out", "../round"); // and in again
+    EXPECT_THAT(Verify(), HasSubstr("\n    out: a link that leads out of the kit"));
+}
+
+TEST_F(KitSealTest, ASealThatIsALinkOutOfTheKitIsRefused) {
+    Seal();
+    tree.Write("sums", tree.Read("kit/SHA256SUMS"));
+    tree.Remove("kit/SHA256SUMS");
+    tree.Link("kit/SHA256SUMS", "../sums");
+    EXPECT_THAT(Verify(), HasSubstr("SHA256SUMS: this link leads out of the kit"));
 }
 
 TEST_F(KitSealTest, WhatIsNoFileIsNeitherSealedNorPassedOver) {

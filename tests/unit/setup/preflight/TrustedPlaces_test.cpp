@@ -57,6 +57,59 @@ TEST_F(TrustedPlacesTest, WhatIsInTheDirectoryCountsToo) {
     EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), 0) << words;
 }
 
+TEST_F(TrustedPlacesTest, WhatALinkLeadsToCountsAsIfItWereInTheDirectory) {
+    tree.Write("home/install.ini", "", 0644);
+    tree.Link("kit/install.ini", "../home/install.ini");
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), 0) << words;
+    tree.SetOwner("home/install.ini", 1234, 1234);
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
+    EXPECT_THAT(words, HasSubstr(tree.Path("kit/install.ini") + ": this link leads out"));
+    EXPECT_THAT(words, HasSubstr(tree.Path("home/install.ini")));
+    tree.SetOwner("home/install.ini", 0, 0);
+    tree.SetOwner("home", 1234, 1234); // whose file it is today says nothing of tomorrow
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
+    EXPECT_THAT(words, HasSubstr("can change " + tree.Path("home") + " there"));
+}
+
+TEST_F(TrustedPlacesTest, WhatIsBelowALinkCountsToo) {
+    tree.Write("lib/deep/a.so", "A", 0666);
+    tree.Link("lib/again", "../lib");
+    tree.Link("kit/lib", tree.Path("lib"));
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
+    EXPECT_THAT(words, HasSubstr("can change " + tree.Path("lib/deep/a.so") + " there"));
+    tree.SetMode("lib/deep/a.so", 0644);
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), 0) << words;
+}
+
+TEST_F(TrustedPlacesTest, EachStepOfALinkCounts) {
+    tree.Write("mine/tool", "A");
+    tree.Link("theirs/step", "../mine/tool");
+    tree.Link("kit/tool", "../theirs/step");
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), 0) << words;
+    tree.SetOwner("theirs/step", 1234, 1234);
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
+    tree.SetOwner("theirs/step", 0, 0);
+    tree.SetOwner("theirs", 1234, 1234);
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
+}
+
+TEST_F(TrustedPlacesTest, ALinkToWhatOthersCouldYetMakeIsRefused) {
+    tree.Directory("open", 01777);
+    tree.Link("kit/tool", tree.Path("open/tool"));
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), ExitCode::noKit);
+    tree.SetMode("open", 0755);
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), 0) << words;
+}
+
+TEST_F(TrustedPlacesTest, LinksWithinAKitAndToDevicesAreFine) {
+    tree.Write("kit/bin/tool", "A");
+    tree.Link("kit/one", "bin/tool");
+    tree.Link("kit/two", tree.Path("kit/bin"));
+    tree.Link("kit/round", "round");
+    tree.Link("kit/masked.service", "/dev/null");
+    EXPECT_EQ(CodeOf([&] { RequirePrivate(tree.Path("kit")); }), 0) << words;
+}
+
 TEST_F(TrustedPlacesTest, ADirectoryOfLogsMayBeAGroups) {
     tree.Directory("log", 0775);
     EXPECT_EQ(CodeOf([&] { RequireSafeLog(tree.Path("log/Setup Log.txt")); }), 0) << words;

@@ -23,7 +23,7 @@ class KKeptKitTest : public ::testing::Test {
     }
 
     void Write(const std::set<std::string>& files) {
-        KKeptKit::Write("svc", tree.Path("kit"), files, tree.Path("base"));
+        KKeptKit::Write("svc", tree.Path("kit"), files, {}, tree.Path("base"));
     }
 
     KTEST::TemporaryTree tree;
@@ -57,7 +57,7 @@ TEST_F(KKeptKitTest, TheFormerOneStaysWhereAFileIsMissing) {
 
 TEST_F(KKeptKitTest, CanBeWrittenFromItself) {
     Write({"other"});
-    KKeptKit::Write("svc", tree.Path("base/svc/kit"), {"other"}, tree.Path("base"));
+    KKeptKit::Write("svc", tree.Path("base/svc/kit"), {"other"}, {}, tree.Path("base"));
     EXPECT_TRUE(tree.Exists("base/svc/kit/other"));
 }
 
@@ -75,6 +75,24 @@ TEST_F(KKeptKitTest, GoesWithTheRest) {
     KKeptKit::RemoveUnlessNeeded("svc", tree.Path("base"));
     KKeptKit::RemoveUnlessNeeded("none", tree.Path("base"));
     EXPECT_FALSE(KKeptKit::FindDirectory("none", tree.Path("base")).has_value());
+}
+
+/// Root runs what is kept at the removal, so it is held against the seal that the run read.
+TEST_F(KKeptKitTest, OfASealedKitOnlyWhatWasSealedIsKept) {
+    KSETUP::KDigests sealed;
+    for (const char* name : {"product.ini", "install.ini", "lib/off.sh"}) {
+        tree.Write(std::string("kit/") + name, name);
+        sealed[tree.Path("kit/") + name] = KSETUP::DigestFile(tree.Path("kit/") + name);
+    }
+    const auto keep = [&] {
+        KKeptKit::Write("svc", tree.Path("kit"), {"lib/off.sh"}, sealed, tree.Path("base"));
+    };
+    keep();
+    tree.Write("kit/lib/off.sh", "exchanged");
+    EXPECT_THROW(keep(), KSETUP::KSetupFailure);
+    EXPECT_EQ(tree.Read("base/svc/kit/lib/off.sh"), "lib/off.sh");
+    KKeptKit::Write("svc", tree.Path("kit"), {"lib/off.sh"}, {}, tree.Path("base"));
+    EXPECT_EQ(tree.Read("base/svc/kit/lib/off.sh"), "exchanged") << "the attack without a seal";
 }
 
 } // namespace

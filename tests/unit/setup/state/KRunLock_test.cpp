@@ -26,12 +26,12 @@ using ::testing::HasSubstr;
 /// A process that holds the lock until it is let go.
 class Holder {
   public:
-    explicit Holder(const std::string& directory) {
+    explicit Holder(const KSYS::LockPlaces& places) {
         std::array<int, 2> ready{};
         EXPECT_EQ(::pipe(ready.data()), 0);
         pid = ::fork();
         if (pid == 0) {
-            const KRunLock lock("dps", 0, {}, directory);
+            const KRunLock lock("dps", 0, {}, places);
             static_cast<void>(::write(ready[1], "x", 1) == 1);
             for (;;) {
                 ::pause();
@@ -57,7 +57,9 @@ class Holder {
 
 class KRunLockTest : public ::testing::Test {
   protected:
-    void SetUp() override { tree.Directory("lock", 01777); }
+    void SetUp() override { tree.Directory("lock", 0700); }
+
+    KSYS::LockPlaces Places() const { return {::geteuid(), {tree.Path("lock")}}; }
 
     /// The exit code and the text with which the lock is refused.
     std::string Refusal(
@@ -66,7 +68,7 @@ class KRunLockTest : public ::testing::Test {
         const std::string& name = "dps"
     ) {
         try {
-            const KRunLock lock(name, waitSeconds, stop, tree.Path("lock"));
+            const KRunLock lock(name, waitSeconds, stop, Places());
         } catch (const KSetupFailure& failure) {
             return std::to_string(failure.GetExitCode()) + " " + failure.what();
         } catch (const KSETUP::KSetupStop& stopped) {
@@ -79,25 +81,25 @@ class KRunLockTest : public ::testing::Test {
 };
 
 TEST_F(KRunLockTest, TheFileTellsWhoHoldsIt) {
-    const KRunLock lock("dps", 0, {}, tree.Path("lock"));
-    EXPECT_THAT(tree.Read("lock/ins++-dps.lock"), HasSubstr(std::to_string(::getpid()) + "\n"));
-    EXPECT_EQ(tree.Mode("lock/ins++-dps.lock"), 0600u);
+    const KRunLock lock("dps", 0, {}, Places());
+    EXPECT_THAT(tree.Read("lock/dps.lock"), HasSubstr(std::to_string(::getpid()) + "\n"));
+    EXPECT_EQ(tree.Mode("lock/dps.lock"), 0600u);
 }
 
 TEST_F(KRunLockTest, TheFileStaysAndMeansNothing) {
     EXPECT_EQ(Refusal(), "");
-    EXPECT_EQ(tree.Read("lock/ins++-dps.lock"), "");
+    EXPECT_EQ(tree.Read("lock/dps.lock"), "");
     EXPECT_EQ(Refusal(), "");
 }
 
 TEST_F(KRunLockTest, ATextThatAKilledRunLeftIsReplaced) {
-    tree.Write("lock/ins++-dps.lock", "1\n" + std::string(9000, 'x') + "\n", 0600);
-    const KRunLock lock("dps", 0, {}, tree.Path("lock"));
-    EXPECT_EQ(tree.Read("lock/ins++-dps.lock").find("xxx"), std::string::npos);
+    tree.Write("lock/dps.lock", "1\n" + std::string(9000, 'x') + "\n", 0600);
+    const KRunLock lock("dps", 0, {}, Places());
+    EXPECT_EQ(tree.Read("lock/dps.lock").find("xxx"), std::string::npos);
 }
 
 TEST_F(KRunLockTest, AnotherRunIsNamed) {
-    const Holder holder(tree.Path("lock"));
+    const Holder holder(Places());
     EXPECT_THAT(
         Refusal(),
         HasSubstr("75 another run for dps goes on: process " + std::to_string(holder.pid) + " (")
@@ -105,18 +107,18 @@ TEST_F(KRunLockTest, AnotherRunIsNamed) {
 }
 
 TEST_F(KRunLockTest, AnotherProductIsNotInTheWay) {
-    const Holder holder(tree.Path("lock"));
+    const Holder holder(Places());
     EXPECT_EQ(Refusal(0, {}, "other"), "");
 }
 
 TEST_F(KRunLockTest, AHolderThatIsKilledLetsGo) {
-    Holder holder(tree.Path("lock"));
+    Holder holder(Places());
     holder.Kill();
     EXPECT_EQ(Refusal(), "");
 }
 
 TEST_F(KRunLockTest, WhoWaitsIsToldOnceForWhom) {
-    Holder holder(tree.Path("lock"));
+    Holder holder(Places());
     std::vector<std::string> told;
     int asked = 0;
     const auto killAtThirdTry = [&] {
@@ -126,31 +128,26 @@ TEST_F(KRunLockTest, WhoWaitsIsToldOnceForWhom) {
         return false;
     };
     const std::string pid = std::to_string(holder.pid);
-    const KRunLock lock(
-        "dps",
-        60,
-        killAtThirdTry,
-        tree.Path("lock"),
-        [&](const std::string& words) { told.push_back(words); }
-    );
+    const KRunLock lock("dps", 60, killAtThirdTry, Places(), [&](const std::string& words) {
+        told.push_back(words);
+    });
     ASSERT_EQ(told.size(), 1U);
     EXPECT_THAT(told[0], HasSubstr("Waiting for another run for dps: process " + pid + " ("));
 }
 
 TEST_F(KRunLockTest, WhoDoesNotWaitIsNotToldThatItDoes) {
-    const int file = ::open(tree.Path("lock/ins++-dps.lock").c_str(), O_CREAT | O_RDWR, 0600);
+    const int file = ::open(tree.Path("lock/dps.lock").c_str(), O_CREAT | O_RDWR, 0600);
     ASSERT_EQ(::flock(file, LOCK_EX), 0); // as somebody would who does not say who it is
     bool told = false;
     EXPECT_THROW(
-        KRunLock("dps", 0, {}, tree.Path("lock"), [&](const std::string&) { told = true; }),
-        KSetupFailure
+        KRunLock("dps", 0, {}, Places(), [&](const std::string&) { told = true; }), KSetupFailure
     );
     EXPECT_FALSE(told);
     ::close(file);
 }
 
 TEST_F(KRunLockTest, WaitingEndsWhenTheHolderEnds) {
-    Holder holder(tree.Path("lock"));
+    Holder holder(Places());
     int asked = 0;
     const auto killAtThirdTry = [&] {
         if (++asked == 3) {
@@ -163,18 +160,18 @@ TEST_F(KRunLockTest, WaitingEndsWhenTheHolderEnds) {
 }
 
 TEST_F(KRunLockTest, WaitingEndsWithItsTime) {
-    const Holder holder(tree.Path("lock"));
+    const Holder holder(Places());
     EXPECT_THAT(Refusal(1), HasSubstr("75 another run"));
 }
 
 TEST_F(KRunLockTest, WaitingStopsOnRequest) {
-    const Holder holder(tree.Path("lock"));
+    const Holder holder(Places());
     EXPECT_THAT(Refusal(600, [] { return true; }), HasSubstr("stop stopped on request"));
 }
 
 TEST_F(KRunLockTest, SomebodyWhoOnlyLooksRefusesNoRun) {
-    tree.Write("lock/ins++-dps.lock", "", 0600);
-    const int looking = ::open(tree.Path("lock/ins++-dps.lock").c_str(), O_RDONLY | O_CLOEXEC);
+    tree.Write("lock/dps.lock", "", 0600);
+    const int looking = ::open(tree.Path("lock/dps.lock").c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(::flock(looking, LOCK_SH), 0);
     const auto letGo = [&] {
         ::flock(looking, LOCK_UN);
@@ -185,33 +182,51 @@ TEST_F(KRunLockTest, SomebodyWhoOnlyLooksRefusesNoRun) {
 }
 
 TEST_F(KRunLockTest, AFileThatWasTakenAwayWhileHeldIsNoLock) {
-    Holder holder(tree.Path("lock"));
-    tree.Remove("lock/ins++-dps.lock");
+    Holder holder(Places());
+    tree.Remove("lock/dps.lock");
     EXPECT_EQ(Refusal(), "");
-    EXPECT_TRUE(tree.Exists("lock/ins++-dps.lock"));
+    EXPECT_TRUE(tree.Exists("lock/dps.lock"));
 }
 
 TEST_F(KRunLockTest, ALinkIsRefusedAndWhatItLeadsToIsNotTouched) {
     tree.Write("precious", "bytes", 0600);
-    tree.Link("lock/ins++-dps.lock", tree.Path("precious"));
+    tree.Link("lock/dps.lock", tree.Path("precious"));
     EXPECT_THAT(Refusal(), HasSubstr("73 cannot lock"));
     EXPECT_EQ(tree.Read("precious"), "bytes");
 }
 
 TEST_F(KRunLockTest, AFileOfAnotherUserIsRefused) {
-    tree.Write("lock/ins++-dps.lock", "", 0600);
-    tree.SetOwner("lock/ins++-dps.lock", 65534, 65534);
+    tree.Write("lock/dps.lock", "", 0600);
+    tree.SetOwner("lock/dps.lock", 65534, 65534);
     EXPECT_THAT(Refusal(), HasSubstr("is no plain file of root's alone"));
 }
 
 TEST_F(KRunLockTest, AQueueIsRefused) {
-    tree.Fifo("lock/ins++-dps.lock", 0600);
+    tree.Fifo("lock/dps.lock", 0600);
     EXPECT_THAT(Refusal(), HasSubstr("73 "));
 }
 
-TEST_F(KRunLockTest, AMissingDirectoryIsToldOf) {
+TEST_F(KRunLockTest, AMissingDirectoryIsMadeForItsUserAlone) {
     tree.Remove("lock");
-    EXPECT_THAT(Refusal(), HasSubstr("No such file or directory"));
+    EXPECT_FALSE(KRunLock::FindHolder("dps", Places()).has_value());
+    EXPECT_FALSE(tree.Exists("lock"));
+    EXPECT_EQ(Refusal(), "");
+    EXPECT_EQ(tree.Mode("lock"), 0700U);
+}
+
+TEST_F(KRunLockTest, WhereNoDirectoryCanBeMadeThatIsToldOf) {
+    const KSYS::LockPlaces nowhere{::geteuid(), {tree.Path("missing/lock")}};
+    EXPECT_THROW(KRunLock("dps", 0, {}, nowhere), KSetupFailure);
+    EXPECT_FALSE(KRunLock::FindHolder("dps", nowhere).has_value());
+}
+
+/// Whoever may enter it could hold the lock for ever.
+TEST_F(KRunLockTest, ADirectoryThatOthersCanEnterIsRefused) {
+    tree.SetMode("lock", 0755);
+    EXPECT_THAT(Refusal(), HasSubstr("lock is not a directory of this user's alone (mode 0700)"));
+    EXPECT_THROW(KRunLock::FindHolder("dps", Places()), KSetupFailure);
+    tree.SetMode("lock", 0700);
+    EXPECT_EQ(Refusal(), "");
 }
 
 TEST_F(KRunLockTest, ANameWithASeparatorIsRefused) {
@@ -219,13 +234,13 @@ TEST_F(KRunLockTest, ANameWithASeparatorIsRefused) {
 }
 
 TEST_F(KRunLockTest, TheHolderIsFoundFromOutsideOnly) {
-    EXPECT_FALSE(KRunLock::FindHolder("dps", tree.Path("lock")).has_value());
+    EXPECT_FALSE(KRunLock::FindHolder("dps", Places()).has_value());
     {
-        const KRunLock own("dps", 0, {}, tree.Path("lock"));
-        EXPECT_FALSE(KRunLock::FindHolder("dps", tree.Path("lock")).has_value());
+        const KRunLock own("dps", 0, {}, Places());
+        EXPECT_FALSE(KRunLock::FindHolder("dps", Places()).has_value());
     }
-    const Holder holder(tree.Path("lock"));
-    const auto found = KRunLock::FindHolder("dps", tree.Path("lock"));
+    const Holder holder(Places());
+    const auto found = KRunLock::FindHolder("dps", Places());
     ASSERT_TRUE(found.has_value());
     EXPECT_EQ(found->pid, holder.pid);
     EXPECT_NE(found->command, "");
@@ -238,7 +253,7 @@ TEST_F(KRunLockTest, TwentyRunsAtOnceAreOneAfterTheOther) {
     for (int child = 0; child < 20; ++child) {
         children.push_back(::fork());
         if (children.back() == 0) {
-            const KRunLock lock("dps", 600, {}, tree.Path("lock"));
+            const KRunLock lock("dps", 600, {}, Places());
             const int count = std::stoi(tree.Read("count"));
             ::usleep(2000);
             tree.Write("count", std::to_string(count + 1));

@@ -20,13 +20,14 @@ using KSETUP::KRunState;
 
 class KRunStateTest : public ::testing::Test {
   protected:
-    void SetUp() override { tree.Directory("lock", 01777); }
+    void SetUp() override { tree.Directory("lock", 0700); }
     static KRunDescription Run() {
         return {KRunDescription::Action::Install, "DPS", "2.2", "/opt/d\xFF", 40, "run 1", ""};
     }
+    KSYS::LockPlaces Places() const { return {::geteuid(), {tree.Path("lock")}}; }
     KRunState State() { return KRunState("dps", tree.Path("base")); }
     std::optional<KInterruptedRun> Read() {
-        return KRunState::Read("dps", tree.Path("base"), tree.Path("lock"));
+        return KRunState::Read("dps", tree.Path("base"), Places());
     }
     void GivenText(const std::string& text) { tree.Write("base/dps/state", text, 0600); }
 
@@ -95,7 +96,7 @@ TEST_F(KRunStateTest, ARunThatGoesOnIsNotInterrupted) {
     ASSERT_EQ(::pipe(ready.data()), 0);
     const pid_t child = ::fork();
     if (child == 0) {
-        const KRunLock lock("dps", 0, {}, tree.Path("lock"));
+        const KRunLock lock("dps", 0, {}, Places());
         KRunState state = State();
         state.Begin(Run());
         static_cast<void>(::write(ready[1], "x", 1) == 1);
@@ -115,7 +116,7 @@ TEST_F(KRunStateTest, ARunThatGoesOnIsNotInterrupted) {
 
 TEST_F(KRunStateTest, TheNextRunLearnsOfItUnderItsOwnLock) {
     State().Begin(Run());
-    const KRunLock lock("dps", 0, {}, tree.Path("lock"));
+    const KRunLock lock("dps", 0, {}, Places());
     EXPECT_TRUE(Read().has_value());
 }
 

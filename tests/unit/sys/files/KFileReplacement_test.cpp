@@ -31,7 +31,7 @@ class KFileReplacementInterruptionTest : public testing::Test,
     ///
     /// Returns  the status of the step that failed, or 0
     unsigned Change(const std::string& text) const {
-        KFileReplacement lock;
+        KFileReplacement lock({::geteuid(), {tree.Path("locks")}});
         std::string former;
         FileIdentity identity;
         bool isReplaced = false;
@@ -57,6 +57,8 @@ TEST_P(KFileReplacementInterruptionTest, IsBegunAgain) {
         GiveToNobody(tree, "d/a.ini");
         GiveToNobody(tree, "d");
         tree.SetMode("d", row.isWrittenOver ? 0555 : 0755);
+        tree.Directory("locks", 0700);
+        GiveToNobody(tree, "locks");
         unsigned status = 0;
         AsNobody([&] {
             failcall_arm(row.call, nth, EINTR, 0);
@@ -82,6 +84,52 @@ INSTANTIATE_TEST_SUITE_P(
         InterruptionRow{"ThatFlushesANewFile", "fsync", false},
         InterruptionRow{"ThatFlushesTheFileItself", "fsync", true},
         InterruptionRow{"ThatLocks", "flock", false}
+    ),
+    NameOfRow()
+);
+
+struct OwnerRow {
+    const char* name;
+    uid_t owner; ///< of the directory
+    mode_t mode;
+    bool isKept;
+};
+
+class KFileReplacementOwnerTest : public testing::Test,
+                                  public testing::WithParamInterface<OwnerRow> {};
+
+/// A file that somebody laid there must not get them what is written in its place; where nobody else
+/// can lay one, its owner is the product's user.
+TEST_P(KFileReplacementOwnerTest, IsKeptWhereNobodyElseLaysFiles) {
+    if (!IsRoot()) {
+        GTEST_SKIP() << "needs root";
+    }
+    TemporaryTree tree;
+    tree.Write("d/a.ini", "former\n");
+    tree.SetOwner("d/a.ini", 1234, 2345);
+    tree.SetMode("d/a.ini", 04760);
+    tree.SetOwner("d", GetParam().owner, 0);
+    tree.SetMode("d", GetParam().mode);
+    KFileReplacement lock({0, {tree.Path("locks")}});
+    FileIdentity identity;
+    bool isReplaced = false;
+    ASSERT_EQ(lock.Take(tree.Path("d/a.ini").c_str()), 0U);
+    ASSERT_EQ(lock.Write("new\n", 0644, identity, isReplaced), 0U);
+    const struct stat status = tree.Status("d/a.ini");
+    EXPECT_EQ(status.st_uid, GetParam().isKept ? 1234U : 0U);
+    EXPECT_EQ(status.st_gid, GetParam().isKept ? 2345U : 0U);
+    EXPECT_EQ(tree.Mode("d/a.ini"), GetParam().isKept ? 04760U : 0640U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    InADirectory,
+    KFileReplacementOwnerTest,
+    testing::Values(
+        OwnerRow{"OfRoot", 0, 0755, true},
+        OwnerRow{"OfAnotherUser", 1234, 0755, false},
+        OwnerRow{"ThatItsGroupMayWrite", 0, 0775, false},
+        OwnerRow{"ThatAllMayWrite", 0, 0777, false},
+        OwnerRow{"ThatAllMayWriteWithTheStickyBit", 0, 01777, false}
     ),
     NameOfRow()
 );

@@ -1,0 +1,146 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/KCopyDigests.h>
+#include <setup/files/PathText.h>
+
+#include <cerrno>
+#include <exception>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include <sys/processes/BlockedSignals.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr const char* unlisted = "not listed"; // equals no digest
+
+/// Through a link at the end, where one was written through.
+KFileDigest DigestTarget(const std::string& path, const std::function<bool()>& shallStop) {
+    KFileDigest digest = DigestFile(path, shallStop);
+    KSYS::Place place;
+    if (digest.errorNumber == ELOOP &&
+        KSYS::FindPlace(path.c_str(), KSYS::LastLink::Follow, place) == 0) {
+        digest = DigestFile(place, shallStop);
+    }
+    return digest;
+}
+
+} // namespace
+
+KCopyDigests::KCopyDigests(
+    const std::vector<KCopy>& lasting, KDigests sealedFiles, std::string kitDirectory
+)
+    : sealed(std::move(sealedFiles)),
+      kit(NormalPath(kitDirectory)) {
+    for (const KCopy& copy : lasting) {
+        ++copiesTo[copy.target];
+    }
+}
+
+KCopyDigests::~KCopyDigests() {
+    {
+        const KSYS::KScopedLock hold(guard);
+        isStopped = true;
+        changed.notify_all();
+    }
+    if (thread.joinable()) {
+        thread.join();
+    }
+}
+
+/// What the seal says of a source; empty for what is no affair of a seal.
+std::string KCopyDigests::FindExpected(const std::string& source) const {
+    if (sealed.empty() || !IsAtOrBelow(source, kit)) {
+        return "";
+    }
+    const auto known = sealed.find(source);
+    return known != sealed.end() ? known->second.sha256 : unlisted;
+}
+
+void KCopyDigests::Add(const std::string& source, const std::string& target) {
+    Job job{NormalPath(target), FindExpected(NormalPath(source))};
+    const auto lasting = copiesTo.find(job.target);
+    // A target of two copies is another one by the time that the thread comes to the first.
+    const bool isLasting = lasting != copiesTo.end() && lasting->second == 1;
+    if (!isLasting && job.expected.empty()) {
+        return;
+    }
+    {
+        const KSYS::KScopedLock hold(guard);
+        Start();
+        if (isLasting && !isThreadless) {
+            jobs.push_back(std::move(job));
+            changed.notify_all();
+            return;
+        }
+    }
+    if (!job.expected.empty()) {
+        Digest(job);
+    }
+}
+
+void KCopyDigests::Start() {
+    if (thread.joinable() || isThreadless) {
+        return;
+    }
+    const KSYS::BlockedSignals
+        blocked; // for the thread that inherits them: they are the main one's
+    try {
+        thread = std::thread([this] { Run(); });
+    } catch (const std::system_error&) {
+        isThreadless = true; // the manifest reads the files itself
+    }
+}
+
+void KCopyDigests::Run() {
+    KSYS::KScopedLock hold(guard);
+    while (true) {
+        changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) {
+            return isStopped || !jobs.empty();
+        });
+        if (isStopped) {
+            return;
+        }
+        const Job job = jobs.front();
+        hold.Unlock();
+        Digest(job);
+        hold.Lock();
+        jobs.pop_front();
+        changed.notify_all();
+    }
+}
+
+void KCopyDigests::Digest(const Job& job) {
+    KFileDigest digest;
+    try {
+        digest = DigestTarget(job.target, [this] {
+            const KSYS::KScopedLock hold(guard);
+            return isStopped;
+        });
+    } catch (const std::exception&) {
+        digest.errorNumber = ENOMEM; // or libcrypto's; who needs it reads the file, and is told
+    }
+    const KSYS::KScopedLock hold(guard);
+    if (!job.expected.empty() && digest.sha256 != job.expected && !isStopped) {
+        broken.push_back(job.target);
+    }
+    if (digest.errorNumber == 0 && copiesTo.contains(job.target)) {
+        digests.insert_or_assign(job.target, std::move(digest));
+    }
+}
+
+std::vector<std::string> KCopyDigests::FindBroken() {
+    KSYS::KScopedLock hold(guard);
+    changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) { return jobs.empty(); });
+    return std::exchange(broken, {});
+}
+
+KDigests KCopyDigests::Take() {
+    KSYS::KScopedLock hold(guard);
+    changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) { return jobs.empty(); });
+    return std::exchange(digests, {});
+}
+
+} // namespace KSETUP

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
+#include <setup/kit/KitLinks.h>
+
+#include <algorithm>
+
+#include <sys/files/DirectoryEntry.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr unsigned mostLinks = 40; // as the kernel's own limit
+
+/// The first component, which goes; empty when there is none left.
+std::string TakeFirst(std::string& path) {
+    const std::size_t begin = std::min(path.find_first_not_of('/'), path.size());
+    const std::size_t end = std::min(path.find('/', begin), path.size());
+    std::string first = path.substr(begin, end - begin);
+    path.erase(0, end);
+    return first;
+}
+
+} // namespace
+
+bool KLinkWay::StaysIn(const std::string& kit) const {
+    return IsAtOrBelow(end, kit) &&
+           std::all_of(passed.begin(), passed.end(), [&](const std::string& path) {
+               return IsAtOrBelow(path, kit) || IsAtOrBelow(kit, path);
+           });
+}
+
+KLinkWay FollowLink(const std::string& link) {
+    KLinkWay way;
+    std::string rest = std::string(NameOfPath(link));
+    way.end = ParentPath(link);
+    unsigned linksLeft = mostLinks;
+    for (std::string name = TakeFirst(rest); !name.empty(); name = TakeFirst(rest)) {
+        if (name == ".") {
+            continue;
+        }
+        way.passed.push_back(way.end);
+        const std::string path = name == ".." ? ParentPath(way.end) : JoinPath(way.end, name);
+        struct stat status {};
+        way.isThere = KSYS::ReadStatus(path, KSYS::LastLink::Keep, status) == 0;
+        std::string target;
+        if (way.isThere && S_ISLNK(status.st_mode)) {
+            way.passed.push_back(path);
+            way.isThere = linksLeft-- > 0 && KSYS::ReadLink(path, target) == 0;
+        }
+        if (!way.isThere) {
+            return way;
+        }
+        if (target.empty()) {
+            way.end = path;
+        } else {
+            rest = target + "/" + rest;
+            way.end = target.front() == '/' ? "/" : way.end;
+        }
+    }
+    return way;
+}
+
+} // namespace KSETUP
