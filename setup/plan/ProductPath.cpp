@@ -49,13 +49,13 @@ std::string WhyNotAProductPath(const std::string& path, const std::string& servi
 }
 
 std::string ChooseProductPath(
-    const KINS::KInstaller& installer,
+    const std::optional<KInstalledRecord>& record,
     const KMacroContext& macros,
     const KScript& script,
     const std::string& given
 ) {
-    const bool installed = installer.IsProductInstalled();
-    const std::string recorded = installed ? installer.GetInstalledProductPath().c_str() : "";
+    const bool installed = record.has_value();
+    const std::string recorded = installed ? record->path : "";
     const std::string path = !given.empty() ? given
                              : installed    ? recorded
                                             : macros.ProposePath(script);

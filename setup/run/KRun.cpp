@@ -148,6 +148,7 @@ void KRun::Remember() {
     run.action = GetPlanned().GetAction();
     run.product = report.product;
     run.version = report.version;
+    run.buildNumber = report.buildNumber;
     run.path = report.productPath;
     run.ruleCount = report.rulesAll;
     run.run = backup.GetRun();
@@ -155,7 +156,9 @@ void KRun::Remember() {
     state.emplace(service);
     state->Begin(run);
     if (GetPlanned().Installs() && !KKeptKit::FindDirectory(service)) {
-        KeepKit(GetPlanned()); // also one that does not come to its end can be removed
+        KeepKit(
+            GetPlanned(), InstalledVersionText(product.GetRecord())
+        ); // also one that does not come to its end can be removed
     }
     if (GoesOn()) {
         DeleteStaleTemporaries(
@@ -165,6 +168,10 @@ void KRun::Remember() {
 }
 
 void KRun::StartRules() {
+    // The engine took it from the file as it stands.
+    if (const auto& record = GetPlanned().GetProduct().GetRecord()) {
+        KMacroContext::SetInstalledVersion(InstalledVersionText(record));
+    }
     try {
         if (GetPlanned().Installs()) {
             installer.StartInstall(report.productPath);

@@ -111,9 +111,16 @@ void KRun::SettleInstall() {
     CleanUp();
     KManifest manifest;
     try {
-        KeepKit(GetPlanned()); // first: without the manifest the run goes on
+        // First: without the manifest the run goes on.
+        KeepKit(GetPlanned(), report.version + "-" + std::to_string(report.buildNumber));
         manifest = MakeManifest();
         manifest.SetRun(backup.GetRun());
+        // The link that the script laid may lead to another name of the product path.
+        manifest.SetProduct(
+            {report.version,
+             report.buildNumber,
+             NormalPath(installer.GetInstalledProductPath().c_str())}
+        );
         manifest.Write(GetPlanned().GetProduct().GetService());
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
