@@ -208,6 +208,11 @@ void KRun::FillChanges() {
     }
     report.keptServices.assign(changes.keptServices.begin(), changes.keptServices.end());
     report.replacedLinks = changes.replacedLinks;
+    for (const KRunChanges::Listed& one : changes.listed) {
+        report.notes.push_back(
+            one.profile + " lists " + one.path + " to be deleted, which stays: " + one.why + "."
+        );
+    }
     if (GetPlanned().Installs()) {
         report.keptForeign = changes.foreign;
     }
