@@ -10,7 +10,9 @@
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/RunPlan.h>
 #include <setup/plan/RunRefusals.h>
+#include <setup/plan/SharedPlace.h>
 #include <setup/script/KMacroContext.h>
+#include <setup/state/KInstalledRecord.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KError.h>
 #include <sup++/KTraceLogger.h>
@@ -20,9 +22,9 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <utility>
 
-#include <optional>
 namespace KSETUP {
 
 namespace {
@@ -89,6 +91,10 @@ int FindEnd(
     if (HasServices(*report.plan) && !arguments.offlineServices && !IsSystemdRunning()) {
         report.refusal = "the script has services, and systemd does not run here";
         return ExitCode::noService;
+    }
+    if (report.refusal = WhySharedPlace(*report.plan, policy.GetOwnership(), report.path);
+        !report.refusal.empty()) {
+        return ExitCode::cannotWrite;
     }
     if (const std::string why = WhyConflict(*report.plan); !why.empty()) {
         report.refusal = why + ". --allow-conflicts changes it all the same";
@@ -161,6 +167,10 @@ int Plan(const KSetupArguments& arguments, bool installs) {
         if (std::string there = DescribeForeignContent(ownership, path); !there.empty()) {
             report.notes.push_back(std::move(there));
         }
+    }
+    if (std::string shared = DescribeSharedPlace(ownership, path);
+        !shared.empty() && !RunsPrograms(plan)) {
+        report.notes.push_back(std::move(shared));
     }
     if (ownership.GetKnown() == KOwnership::Known::Nothing) {
         report.notes.emplace_back(followsScript);
