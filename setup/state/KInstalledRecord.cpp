@@ -30,10 +30,11 @@ std::string VersionInWords(const std::string& version, unsigned buildNumber) {
 }
 
 /// Nothing for who may not look, and for a manifest that cannot be understood, which others tell.
-Installed ReadInstalled(const std::string& service) {
+Installed ReadInstalled(const std::string& service, bool& isDenied) {
     try {
         return KManifest::ReadProduct(service);
-    } catch (const KSetupFailure&) {
+    } catch (const KSetupFailure& failure) {
+        isDenied = failure.GetExitCode() == ExitCode::notRoot;
         return std::nullopt;
     }
 }
@@ -135,29 +136,41 @@ std::string WhyNotRoots(const std::string& link, const std::string& path, bool i
     return {};
 }
 
+void DistrustTarget(
+    KInstalledRecord& record,
+    const std::string& link,
+    const KManifestProduct& installed,
+    const std::string& service
+) {
+    const std::string target = TargetOf(link, service);
+    record.distrust = "the link " + link + " leads to a product in " + NormalPath(record.path) +
+                      ", and " + ProductName() + " was installed in " + installed.path;
+    record.advice =
+        "Look who laid it, and lay it as it was (" +
+        (target.empty() ? "to the program that it led to" : "ln -sfn " + target + " " + link) +
+        ").";
+    record.path = installed.path;
+}
+
 /// A run that was interrupted may have laid the link to where it worked.
 void SettlePlace(
     KInstalledRecord& record,
     const std::string& link,
     const Installed& installed,
+    bool isDenied,
     const std::string& service
 ) {
     const std::string path = NormalPath(record.path);
-    if (installed && NormalPath(installed->path) != path) {
+    bool isPathKnown = installed ? NormalPath(installed->path) == path : isDenied;
+    if (!isPathKnown) {
         const std::optional<KInterruptedRun> begun = ReadBegun(service);
-        if (!begun || NormalPath(begun->path) != path) {
-            const std::string target = TargetOf(link, service);
-            record.distrust = "the link " + link + " leads to a product in " + path + ", and " +
-                              ProductName() + " was installed in " + installed->path;
-            record.advice = "Look who laid it, and lay it as it was (" +
-                            (target.empty() ? "to the program that it led to"
-                                            : "ln -sfn " + target + " " + link) +
-                            ").";
-            record.path = installed->path;
-            return;
-        }
+        isPathKnown = begun && NormalPath(begun->path) == path;
     }
-    record.distrust = WhyNotRoots(link, path, installed.has_value());
+    if (installed && !isPathKnown) {
+        DistrustTarget(record, link, *installed, service);
+        return;
+    }
+    record.distrust = WhyNotRoots(link, path, isPathKnown);
     if (!record.distrust.empty()) {
         const std::string directory = ParentPath(link);
         record.advice = "Look whether " + link +
@@ -189,14 +202,19 @@ std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer) {
     record.path = path.c_str();
     record.version = version.c_str();
     const std::string service = installer.ExpandMacros("$serviceName$").c_str();
-    const Installed installed = ReadInstalled(service);
+    bool isDenied = false;
+    const Installed installed = ReadInstalled(service, isDenied);
     SettlePlace(
-        record, installer.ExpandMacros(KINS::Names::recordLink).c_str(), installed, service
+        record,
+        installer.ExpandMacros(KINS::Names::recordLink).c_str(),
+        installed,
+        isDenied,
+        service
     );
     if (installed && !record.distrust.empty()) { // nothing of the file counts, nor is told
         record.version = installed->version;
         record.buildNumber = installed->buildNumber;
-    } else {
+    } else if (!isDenied) { // who cannot know better is shown what there is, and runs nothing
         SettleVersion(record, RecordFile(installer, record), installed, service);
     }
     return record;
