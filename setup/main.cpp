@@ -6,6 +6,7 @@
 #include <setup/kit/KSetupKit.h>
 #include <setup/kit/RunKit.h>
 #include <setup/output/EarlyRefusal.h>
+#include <setup/output/KPrintableOutput.h>
 #include <setup/output/KReporter.h>
 #include <setup/output/KRunReport.h>
 #include <setup/output/KSetupArguments.h>
@@ -159,6 +160,8 @@ int RefuseEarly(int argc, char** argv, int exitCode, const std::string& why) {
 } // namespace
 
 int main(int argc, char** argv) {
+    const KSETUP::KPrintableOutput output(std::cout);
+    const KSETUP::KPrintableOutput errors(std::cerr);
     int exitCode = KSETUP::ExitCode::done;
     try {
         const std::string directory = KSETUP::PrepareProcess();

@@ -2,6 +2,7 @@
 #include <sup++/KErrorSource.h>
 #include <sup++/KLogBase.h>
 #include <sup++/KUtil.h>
+#include <sup++/Txt.h>
 
 #include <utf8.h>
 
@@ -65,30 +66,54 @@ std::string Digits(unsigned long long number, int base) {
     return {digits.data(), result.ptr};
 }
 
-bool HasControl(std::string_view bytes) noexcept {
-    // Hardly ever it has one. So every byte is looked at without a branch, and the type is that of
-    // the bytes: what compilers make vectors of.
+constexpr unsigned char hasControl = 1;
+constexpr unsigned char isAboveAscii = 0x80;
+
+/// hasControl, isAboveAscii, both or neither: what there is among the bytes.
+unsigned char LookAt(std::string_view bytes) noexcept {
+    // Hardly ever there is a control. So every byte is looked at without a branch, and the type is
+    // that of the bytes: what compilers make vectors of.
     unsigned char found = 0;
     for (const char byte : bytes) {
         const auto value = static_cast<unsigned char>(byte);
         const auto isLow = static_cast<unsigned char>(value < 0x20);
         const auto isDelete = static_cast<unsigned char>(value == 0x7F);
-        found = static_cast<unsigned char>(found | isLow | isDelete);
+        const auto high = static_cast<unsigned char>(value & isAboveAscii);
+        found = static_cast<unsigned char>(found | isLow | isDelete | high);
     }
-    return found != 0;
+    return found;
 }
 
-/// What a text holds must not end the line or look like the next entry.
+/// The controls above ASCII: in UTF-8, where they are C2 80 to C2 9F, and as single bytes, which
+/// terminals of eight bits obey.
+void BlankControlsAboveAscii(std::string& line) {
+    for (std::size_t at = 0; at < line.size();) {
+        const std::size_t size = std::max<std::size_t>(Txtchrsize(line.c_str() + at), 1);
+        const auto last = static_cast<unsigned char>(line[at + size - 1]);
+        const bool isPair = size == 2 && static_cast<unsigned char>(line[at]) == 0xC2;
+        if ((size == 1 || isPair) && last >= 0x80 && last < 0xA0) {
+            line.replace(at, size, size, ' ');
+        }
+        at += size;
+    }
+}
+
+/// What a text holds must not end the line, look like the next entry, or be obeyed by the terminal
+/// of who reads it.
 void BlankControls(std::string& line) {
-    if (HasControl(line)) {
+    const unsigned char found = LookAt(line);
+    if ((found & hasControl) != 0) {
         std::replace_if(
             line.begin(),
             line.end(),
             [](char byte) {
-                return HasControl({&byte, 1});
+                return (LookAt({&byte, 1}) & hasControl) != 0;
             },
             ' '
         );
+    }
+    if ((found & isAboveAscii) != 0) {
+        BlankControlsAboveAscii(line);
     }
 }
 

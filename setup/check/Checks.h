@@ -53,6 +53,7 @@ Findings WildcardLinks(const KCheckContext& context);
 Findings LinksOntoFiles(const KCheckContext& context);
 Findings MissingSeparators(const KCheckContext& context);
 Findings ChangedKits(const KCheckContext& context);
+Findings SharedProductPaths(const KCheckContext& context);
 
 // What comes too early, or twice. OrderChecks.cpp
 Findings LateDirectories(const KCheckContext& context);

@@ -64,6 +64,7 @@ constexpr std::array table = std::to_array<Check>({
     {"wildcard-link", warning, Checks::WildcardLinks},
     {"missing-separator", warning, Checks::MissingSeparators},
     {"changed-kit", warning, Checks::ChangedKits},
+    {"shared-path", warning, Checks::SharedProductPaths},
     {"double-copy", warning, Checks::DoubleCopies},
     {"deleted-again", warning, Checks::DeletionsOfNewFiles},
     {"unloaded-section", warning, Checks::UnloadedSections},

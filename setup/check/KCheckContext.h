@@ -8,6 +8,7 @@
 #include <setup/plan/KPlannedTree.h>
 #include <setup/script/KMacroContext.h>
 #include <setup/script/KScript.h>
+#include <setup/state/KInstalledRecord.h>
 
 #include <cstddef>
 #include <memory>
@@ -90,7 +91,7 @@ class KCheckContext {
     const KSetupKit& kit;
     KScript script;
     KScript productData;
-    KMacroContext macros;
+    KMacroContext macros{InstalledVersionText(LoadRecord(KINS::KInstaller()))};
     bool productPathIsGiven;
     std::string productPath;
     KPlannedTree afterInstall;

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include <ins/Names.h>
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
 #include <setup/check/PlanSteps.h>
 #include <setup/files/PathText.h>
+#include <setup/files/TrustedPath.h>
+#include <setup/plan/SharedPlace.h>
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
@@ -193,6 +196,27 @@ Findings ChangedKits(const KCheckContext& context) {
         ));
     }
     return found;
+}
+
+/// By the directories of this machine, as those of the administrator's will be alike.
+Findings SharedProductPaths(const KCheckContext& context) {
+    const std::string& path = context.GetProductPath();
+    const std::string why = WhyOthersCanExchange(path);
+    if (why.empty() || context.IsProductPathGiven() || !path.starts_with('/')) {
+        return {};
+    }
+    const std::string message =
+        why + ", so others than root can exchange what is installed in \"" + path + "\"" +
+        (RunsPrograms(context.GetInstall())
+             ? ": an install is refused, as the script has commands or services"
+             : "");
+    const std::string advice = "propose a directory below one of root's, as in /opt";
+    for (const KScriptRule& rule : context.GetLines()) {
+        if (rule.line.type == KINS::Names::defaultPathKey) {
+            return {context.AtValue(rule.line, message, advice)};
+        }
+    }
+    return {context.AtSection(KINS::Names::installSection, message, advice)};
 }
 
 } // namespace KSETUP::Checks

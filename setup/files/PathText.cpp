@@ -2,6 +2,7 @@
 #include <setup/files/PathText.h>
 #include <sup++/KUtil.h>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace KSETUP {
@@ -47,6 +48,17 @@ std::string_view NameOfPath(std::string_view path) noexcept {
 
 std::string JoinPath(const std::string& directory, const std::string& name) {
     return std::string(KSUP::KUtil::AppendPathSep(directory, "/").c_str()) + name;
+}
+
+bool HasParentStep(std::string_view path) noexcept {
+    for (std::size_t at = 0; at < path.size();) {
+        const std::size_t end = std::min(path.find('/', at), path.size());
+        if (path.substr(at, end - at) == "..") {
+            return true;
+        }
+        at = end + 1;
+    }
+    return false;
 }
 
 bool IsAtOrBelow(std::string_view path, std::string_view directory) noexcept {

@@ -18,6 +18,30 @@ std::string ArrayOf(const std::vector<Item>& items, ToJson toJson) {
     return array + "]";
 }
 
+/// JSON may hold these controls as they are, and a terminal would obey them: DEL, and those above
+/// ASCII, which are C2 80 to C2 9F in UTF-8.
+std::string WithoutControls(std::string json) {
+    constexpr unsigned char deleteCharacter = 0x7F;
+    static constexpr char digits[] = "0123456789abcdef";
+    if (json.find_first_of("\x7F\xC2") == std::string::npos) {
+        return json;
+    }
+    std::string escaped;
+    for (std::size_t at = 0; at < json.size(); ++at) {
+        auto byte = static_cast<unsigned char>(json[at]);
+        const bool isPair = byte == 0xC2 && static_cast<unsigned char>(json[at + 1]) < 0xA0;
+        if (!isPair && byte != deleteCharacter) {
+            escaped += json[at];
+            continue;
+        }
+        byte = isPair ? static_cast<unsigned char>(json[++at]) : byte;
+        escaped += "\\u00";
+        escaped += digits[byte / 16];
+        escaped += digits[byte % 16];
+    }
+    return escaped;
+}
+
 } // namespace
 
 KJsonObject& KJsonObject::Put(std::string_view key, std::string_view text) {
@@ -52,8 +76,8 @@ KJsonObject& KJsonObject::PutJson(std::string_view key, std::string_view json) {
 
 std::string KJsonObject::Quoted(std::string_view text) const {
     using Json = nlohmann::json;
-    return Json(text).dump(
-        -1, ' ', characters == Characters::Ascii, Json::error_handler_t::replace
+    return WithoutControls(
+        Json(text).dump(-1, ' ', characters == Characters::Ascii, Json::error_handler_t::replace)
     );
 }
 

@@ -48,8 +48,16 @@ void PrintLeftBehind(std::ostream& out, const KRunReport& report) {
     }
 }
 
+/// A refusal for it says it itself.
+void PrintRecordDamage(std::ostream& out, const KRunReport& report) {
+    if (!report.recordDamage.empty()) {
+        out << Printable(report.recordDamage) << "\n";
+    }
+}
+
 void PrintNotes(std::ostream& out, const KRunReport& report) {
     PrintCommandOutput(out, report);
+    PrintRecordDamage(out, report);
     for (const std::string& note : report.notes) {
         out << Printable(note) << "\n";
     }
@@ -186,6 +194,7 @@ void KReporter::PrintDone(const KRunReport& report) const {
     for (const std::string& sentence : report.outdated) {
         std::cout << Printable(sentence) << "\n";
     }
+    PrintRecordDamage(std::cout, report);
     for (const std::string& note : report.notes) {
         std::cout << Printable(note) << "\n";
     }

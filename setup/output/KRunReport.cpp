@@ -121,6 +121,7 @@ KJsonObject ToJsonObject(const KRunReport& report) {
     }
     PutUnlessEmpty(object, "formerVersion", report.formerVersion);
     PutUnlessEmpty(object, "productPath", report.productPath);
+    PutUnlessEmpty(object, "recordDamage", report.recordDamage);
     if (report.rulesAll != 0) {
         object.Put(
             "rules", KJsonObject().Put("done", report.rulesDone).Put("all", report.rulesAll)

@@ -2,21 +2,29 @@
 #include <setup/output/TextFormat.h>
 #include <sup++/Txt.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
 namespace KSETUP {
 
-std::string Printable(const std::string& text) {
+std::string Printable(const std::string& text, KLineEnds ends) {
     std::string shown;
-    for (const char* at = text.c_str(); *at != '\0'; at = Txtnext(at)) {
-        const std::size_t size = Txtchrsize(at);
+    shown.reserve(text.size());
+    const char* const end = text.c_str() + text.size();
+    for (const char* at = text.c_str(); at < end;) {
+        const std::size_t size = std::max<std::size_t>(Txtchrsize(at), 1); // 0 for a NUL
         const auto byte = static_cast<unsigned char>(*at);
         // A single byte above ASCII is no UTF-8; the second byte of C2 80 to C2 9F is a control
         // too.
         const bool control = size == 1 ? byte < 0x20 || byte >= 0x7F
                                        : byte == 0xC2 && static_cast<unsigned char>(at[1]) < 0xA0;
-        shown.append(control ? "?" : at, control ? 1 : size);
+        if (control && (byte != '\n' || ends == KLineEnds::Replaced)) {
+            shown += '?';
+        } else {
+            shown.append(at, size);
+        }
+        at += size;
     }
     return shown;
 }

@@ -9,9 +9,15 @@ namespace KSETUP {
 /// \file
 /// What people read, put together in one way everywhere.
 
-/// A text that may hold a file's name, as it may be shown: control characters and bytes that are no
-/// UTF-8 become "?".
-std::string Printable(const std::string& text);
+/// What becomes of the ends of lines in a text.
+enum class KLineEnds : std::uint8_t {
+    Replaced, ///< of one line: an end could only come from outside
+    Kept,     ///< of several lines
+};
+
+/// A text that may hold what comes from outside, as a file's name, as it may be shown: control
+/// characters and bytes that are no UTF-8 become "?".
+std::string Printable(const std::string& text, KLineEnds ends = KLineEnds::Replaced);
 
 /// As "512 bytes", "2.0 KiB", up to TiB.
 std::string BytesInWords(std::uint64_t bytes);

@@ -26,6 +26,7 @@ KChangePolicy::KChangePolicy(
     const KOwnership& whoOwns, const std::string& productPath, Options given
 )
     : ownership(&whoOwns),
+      productDirectory(NormalPath(productPath)),
       configDirectory(NormalPath(JoinPath(productPath, "config"))),
       options(given) {}
 
@@ -123,6 +124,25 @@ bool KChangePolicy::MayDelete(const std::string& path, Named named) const {
     return named == Named::ByScript ||
            (ownership->Owns(path) &&
             (ownership->GetKnown() == KOwnership::Known::Manifest || WhyNotDelete(path).empty()));
+}
+
+std::string KChangePolicy::WhyNotDeleteListed(const std::string& path) const {
+    if (HasParentStep(path)) {
+        return "it has \"..\" in it";
+    }
+    const std::string full = path.starts_with('/') ? path : "/" + path;
+    unsigned whyMissing = 0;
+    const bool isThere = LookAtEntry(full, &whyMissing) || whyMissing == 0;
+    if (!isThere || productDirectory.empty() || ownership->Find(full) != nullptr ||
+        ownership->WasBegun(full) || ownership->WasMadeNow(full)) {
+        return {};
+    }
+    if (const std::string other = ownership->FindOther(full); !other.empty()) {
+        return "it is a file of the product \"" + other + "\"";
+    }
+    // Links on the way count as where they lead to.
+    const std::string directory = ParentPath(ownership->RealPath(JoinPath(productDirectory, "x")));
+    return IsAtOrBelow(ownership->RealPath(full), directory) ? "" : "it is not the product's";
 }
 
 std::string KChangePolicy::WhyNotDelete(const std::string& path) const {

@@ -63,6 +63,10 @@ class KChangePolicy {
     bool MayDelete(const std::string& path, Named named) const;
     /// Why a run that would delete it is refused: another product's. Empty when it is not.
     std::string WhyNotDelete(const std::string& path) const;
+    /// Why a file stays that a profile lists to be deleted, perhaps because others than root wrote it
+    /// there: it has ".." in it, or is neither the product's nor in its directory. Empty when it goes,
+    /// or there is none. It counts from "/".
+    std::string WhyNotDeleteListed(const std::string& path) const;
     /// Whether the path is a configuration that is not as it was installed.
     bool IsEdited(const std::string& path) const;
     /// Whether the bytes at the path are not the product's: of an edited file, and of one that was
@@ -83,7 +87,8 @@ class KChangePolicy {
 
   private:
     const KOwnership* ownership;
-    std::string configDirectory; // of the product
+    std::string productDirectory; // empty on the machine that a check imagines
+    std::string configDirectory;  // of the product
     Options options;
     mutable std::unordered_map<std::string, bool> administrators; // by normal path
 };

@@ -3,6 +3,8 @@
 #include <setup/plan/KPlanner.h>
 #include <setup/plan/UnitFiles.h>
 
+#include <algorithm>
+#include <climits>
 #include <utility>
 
 namespace KSETUP {
@@ -13,6 +15,25 @@ using Kind = KPlannedAction::Kind;
 using Fields = std::vector<std::string>;
 using KINS::KRuleOperation;
 using KINS::KRuleType;
+
+constexpr std::size_t bytesShown = 60;
+
+/// The field of a rule of the engine's that is, or is a part of, a path that no call of the system
+/// takes by far; null for none. What is only just too long is told by the rule that meets it.
+const std::string* FindEndlessPath(const KScriptRule& rule) {
+    constexpr std::size_t mostBytes = 2 * PATH_MAX; // of a directory and a name, both too long
+    const bool hasPaths = rule.type == KRuleType::File || rule.type == KRuleType::Directory ||
+                          rule.type == KRuleType::Profile || rule.type == KRuleType::Service;
+    const std::size_t count = !hasPaths                         ? 0
+                              : rule.type == KRuleType::Profile ? 2 // then come section and key
+                                                                : rule.fields.size();
+    for (std::size_t index = 1; index < std::min(count, rule.fields.size()); ++index) {
+        if (rule.fields[index].size() >= mostBytes) {
+            return &rule.fields[index];
+        }
+    }
+    return nullptr;
+}
 
 } // namespace
 
@@ -43,6 +64,15 @@ std::string WhyNoPlace(const KPlannedPlace& place, const std::string& path) {
 
 std::vector<KPlannedAction> KPlanner::Plan(const KScriptRule& rule) {
     actions.clear();
+    if (const std::string* path = FindEndlessPath(rule)) {
+        // Never looked at: each step of its way would be remembered, which is more than memory holds.
+        actions.push_back(
+            ActionOf(Kind::KeepFile, path->substr(0, bytesShown) + "…", "it is too long")
+        );
+        actions.back().obstacle =
+            "a path of " + std::to_string(path->size()) + " bytes is longer than any can be";
+        return std::move(actions);
+    }
     if (rule.own != nullptr) {
         PlanOwn(*rule.own);
         return std::move(actions);

@@ -110,6 +110,10 @@ void KPlanner::RemoveListed(
     const std::vector<KPlannedTree::Option> all = tree.ReadOptions(profile, section);
     for (const KPlannedTree::Option& option : all) {
         if (option.value.find(text) != std::string::npos) {
+            if (std::string kept = policy.WhyNotDeleteListed(option.value); !kept.empty()) {
+                actions.push_back(ActionOf(Kind::KeepFile, option.value, kept));
+                continue;
+            }
             DeleteIfPossible(option.value, KChangePolicy::Named::ByScript);
             KPlannedAction action = ActionOf(
                 Kind::RemoveOption, profile, "[" + section + "] " + option.key + "=" + option.value

@@ -7,6 +7,7 @@
 #include <setup/plan/SystemPlaces.h>
 
 #include <algorithm>
+#include <climits>
 #include <filesystem>
 #include <system_error>
 
@@ -26,6 +27,9 @@ std::string WithoutEndSeparator(std::string path) {
 std::string WhyNotAProductPath(const std::string& path, const std::string& service) {
     if (path.empty()) {
         return "it is empty";
+    }
+    if (path.size() >= PATH_MAX) { // first: it would be looked at step by step
+        return "it is longer than a path can be";
     }
     if (path.front() != '/') {
         return "it does not begin with \"/\"";
@@ -49,13 +53,13 @@ std::string WhyNotAProductPath(const std::string& path, const std::string& servi
 }
 
 std::string ChooseProductPath(
-    const KINS::KInstaller& installer,
+    const std::optional<KInstalledRecord>& record,
     const KMacroContext& macros,
     const KScript& script,
     const std::string& given
 ) {
-    const bool installed = installer.IsProductInstalled();
-    const std::string recorded = installed ? installer.GetInstalledProductPath().c_str() : "";
+    const bool installed = record.has_value();
+    const std::string recorded = installed ? record->path : "";
     const std::string path = !given.empty() ? given
                              : installed    ? recorded
                                             : macros.ProposePath(script);
@@ -63,7 +67,7 @@ std::string ChooseProductPath(
         !why.empty()) {
         throw KSetupFailure(
             given.empty() ? ExitCode::malformedScript : ExitCode::usage,
-            "The product path \"" + path + "\" cannot be used: " + why +
+            "The product path \"" + path.substr(0, PATH_MAX) + "\" cannot be used: " + why +
                 (!given.empty() ? ". Give a directory of the product's own."
                  : installed    ? ". The record of the installed product is wrong; look at "
                                   "/etc/SERVICE/SERVICE."

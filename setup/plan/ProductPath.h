@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <ins/KInstaller.h>
 #include <setup/script/KMacroContext.h>
 #include <setup/script/KScript.h>
+#include <setup/state/KInstalledRecord.h>
 
+#include <optional>
 #include <string>
 
 namespace KSETUP {
@@ -20,7 +21,7 @@ std::string WhyNotAProductPath(const std::string& path, const std::string& servi
 ///
 /// Throws   KSetupFailure for an invalid path, and for one beside the installed product's
 std::string ChooseProductPath(
-    const KINS::KInstaller& installer,
+    const std::optional<KInstalledRecord>& record,
     const KMacroContext& macros,
     const KScript& script,
     const std::string& given

@@ -3,13 +3,16 @@
 #include <setup/KSetupFailure.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/output/KRunReport.h>
+#include <setup/output/TextFormat.h>
 #include <setup/plan/LoadProblems.h>
 #include <setup/plan/MacroReport.h>
 #include <setup/plan/PlanReport.h>
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/RunPlan.h>
 #include <setup/plan/RunRefusals.h>
+#include <setup/plan/SharedPlace.h>
 #include <setup/script/KMacroContext.h>
+#include <setup/state/KInstalledRecord.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KError.h>
 #include <sup++/KTraceLogger.h>
@@ -19,6 +22,7 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
+#include <optional>
 #include <utility>
 
 namespace KSETUP {
@@ -88,6 +92,10 @@ int FindEnd(
         report.refusal = "the script has services, and systemd does not run here";
         return ExitCode::noService;
     }
+    if (report.refusal = WhySharedPlace(*report.plan, policy.GetOwnership(), report.path);
+        !report.refusal.empty()) {
+        return ExitCode::cannotWrite;
+    }
     if (const std::string why = WhyConflict(*report.plan); !why.empty()) {
         report.refusal = why + ". --allow-conflicts changes it all the same";
         return ExitCode::conflict;
@@ -104,23 +112,18 @@ int FindEnd(
 
 /// A removal takes away what is installed, whatever version the kit is of.
 void FillVersion(
-    KPlanReport& report, const KINS::KInstaller& installer, const KMacroContext& macros
+    KPlanReport& report, const std::optional<KInstalledRecord>& record, const KMacroContext& macros
 ) {
-    if (report.installs || !installer.IsProductInstalled()) {
-        report.version = macros.Expand("$verInfo$");
-        report.buildNumber = SvcGetOEMDataEx()->buildNumber;
-        return;
-    }
-    KSUP::KString path;
-    KSUP::KString version;
-    installer.GetInstalledProductInformation(path, version, report.buildNumber);
-    report.version = version.c_str();
+    const bool isKits = report.installs || !record;
+    report.version = isKits ? macros.Expand("$verInfo$") : record->version;
+    report.buildNumber = isKits ? SvcGetOEMDataEx()->buildNumber : record->buildNumber;
 }
 
 int Plan(const KSetupArguments& arguments, bool installs) {
     const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
-    const KINS::KInstaller installer;
-    if (!installs && arguments.productPath.empty() && !installer.IsProductInstalled()) {
+    const std::optional<KInstalledRecord> record = LoadRecord(KINS::KInstaller());
+    RequireTrusted(record);
+    if (!installs && arguments.productPath.empty() && !record) {
         throw KSetupFailure(
             ExitCode::notInstalled,
             std::string(KSetupKit::GetProductName().c_str()) +
@@ -129,13 +132,13 @@ int Plan(const KSetupArguments& arguments, bool installs) {
         );
     }
     const KScript script(kit.GetScript());
-    KMacroContext macros;
-    const std::string path = ChooseProductPath(installer, macros, script, arguments.productPath);
+    KMacroContext macros(InstalledVersionText(record));
+    const std::string path = ChooseProductPath(record, macros, script, arguments.productPath);
     macros.SetProductPath(path);
     KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
     const bool isOffline = arguments.offlineServices && !IsSystemdRunning();
     const std::string service = macros.Expand("$serviceName$");
-    const KOwnership ownership(service, installer.IsProductInstalled());
+    const KOwnership ownership(service, record.has_value());
     const KChangePolicy policy(ownership, path, OptionsOf(arguments));
     const KPlan plan(
         script,
@@ -151,16 +154,23 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     KPlanReport report;
     report.installs = installs;
     report.product = KSetupKit::GetProductName().c_str();
-    FillVersion(report, installer, macros);
+    FillVersion(report, record, macros);
     report.path = path;
     report.script = script.GetPath();
     report.plan = &plan;
     report.space = plan.ReadSpace(installs ? WrittenByEachInstall() : std::vector<std::string>());
     report.recordObstacle = installs ? WhyNoRecord(tree, macros) : "";
-    if (installs && !installer.IsProductInstalled()) {
+    if (record && !record->IsSound()) {
+        report.notes.push_back(record->ToWords());
+    }
+    if (installs && !record) {
         if (std::string there = DescribeForeignContent(ownership, path); !there.empty()) {
             report.notes.push_back(std::move(there));
         }
+    }
+    if (std::string shared = DescribeSharedPlace(ownership, path);
+        !shared.empty() && !RunsPrograms(plan)) {
+        report.notes.push_back(std::move(shared));
     }
     if (ownership.GetKnown() == KOwnership::Known::Nothing) {
         report.notes.emplace_back(followsScript);
@@ -187,10 +197,13 @@ int RunPlan(const KSetupArguments& arguments) {
 int RunMacros(const KSetupArguments& arguments) {
     return Answer(arguments, "macros", [&] {
         const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
-        const KINS::KInstaller installer;
+        const std::optional<KInstalledRecord> record = LoadRecord(KINS::KInstaller());
         const KScript script(kit.GetScript());
-        KMacroContext macros;
-        macros.SetProductPath(ChooseProductPath(installer, macros, script, arguments.productPath));
+        KMacroContext macros(InstalledVersionText(record));
+        macros.SetProductPath(ChooseProductPath(record, macros, script, arguments.productPath));
+        if (record && !record->IsSound()) {
+            std::cerr << Printable(record->ToWords()) << std::endl;
+        }
         std::cout << (arguments.json ? MacrosToJson(macros.List()) + "\n"
                                      : MacrosToText(macros.List()))
                   << std::flush;

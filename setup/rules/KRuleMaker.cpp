@@ -7,6 +7,7 @@
 #include <setup/rules/KModeRule.h>
 #include <setup/rules/KOwnedDirectoryRule.h>
 #include <setup/rules/KOwnedFileRule.h>
+#include <setup/rules/KOwnedProfileRule.h>
 #include <setup/rules/KOwnedServiceRule.h>
 #include <setup/rules/KRuleMaker.h>
 #include <setup/rules/KUserRule.h>
@@ -25,6 +26,8 @@ std::unique_ptr<KINS::KInstallRule> KRuleMaker::Make(
         return std::make_unique<KOwnedFileRule>(manager, line, policy, changes);
     case KINS::KRuleType::Directory:
         return std::make_unique<KOwnedDirectoryRule>(manager, line, policy, changes);
+    case KINS::KRuleType::Profile:
+        return std::make_unique<KOwnedProfileRule>(manager, line, policy, changes);
     case KINS::KRuleType::Service:
         return std::make_unique<KOwnedServiceRule>(manager, line, services, changes);
     default:

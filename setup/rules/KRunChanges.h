@@ -21,6 +21,12 @@ struct KRunChanges {
     };
     std::vector<Kept> configuration;  ///< edited files that stay
     std::vector<std::string> foreign; ///< what a sweep left, as it is not the product's
+    struct Listed {
+        std::string profile;
+        std::string path; ///< as it stands there
+        std::string why;
+    };
+    std::vector<Listed> listed; ///< what profiles list to be deleted, and which stays
     /// Links that were replaced themselves, and what they lead to.
     std::vector<std::pair<std::string, std::string>> replacedLinks;
     /// Services that stay as the administrator had them: "stopped", "disabled", "masked".

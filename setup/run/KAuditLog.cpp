@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/output/TextFormat.h>
 #include <setup/run/KAuditLog.h>
 #include <sup++/KError.h>
 #include <sup++/KLogPrefix.h>
@@ -33,27 +34,32 @@ std::string What(const KRunReport& report) {
            std::to_string(report.buildNumber) + ")";
 }
 
+/// The journal shows a text with control characters as a count of bytes only.
+std::string ForJournal(const std::string& text) {
+    return Printable(text, KLineEnds::Kept);
+}
+
 void TellJournal(const KRunReport& report, const std::string& message, const char* result) {
     const int priority = report.result == KRunResult::Failed ? LOG_ERR : LOG_INFO;
     // Ignored: a system without a journal has the setup log.
     static_cast<void>(::sd_journal_send(
         "MESSAGE=%s",
-        message.c_str(),
+        ForJournal(message).c_str(),
         "PRIORITY=%i",
         priority,
         "SYSLOG_IDENTIFIER=ins-setup",
         "INSPP_COMMAND=%s",
         report.command.c_str(),
         "INSPP_PRODUCT=%s",
-        report.product.c_str(),
+        ForJournal(report.product).c_str(),
         "INSPP_VERSION=%s",
-        report.version.c_str(),
+        ForJournal(report.version).c_str(),
         "INSPP_PRODUCT_PATH=%s",
-        report.productPath.c_str(),
+        ForJournal(report.productPath).c_str(),
         "INSPP_RESULT=%s",
         result,
         "INSPP_ERROR=%s",
-        report.error.c_str(),
+        ForJournal(report.error).c_str(),
         nullptr
     ));
 }

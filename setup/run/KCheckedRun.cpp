@@ -8,6 +8,7 @@
 #include <setup/plan/AddedLines.h>
 #include <setup/plan/LoadProblems.h>
 #include <setup/plan/RunRefusals.h>
+#include <setup/plan/SharedPlace.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/preflight/RunningPrograms.h>
 #include <setup/preflight/TrustedPlaces.h>
@@ -160,6 +161,26 @@ void KCheckedRun::RequireScript() const {
     }
 }
 
+/// What root runs is to be what the kit has, and stay so.
+void KCheckedRun::RequirePlaceOfRoots() const {
+    const KOwnership& ownership = planned.GetProduct().GetOwnership();
+    const std::string& path = planned.GetProductPath();
+    if (const std::string why = WhySharedPlace(planned.GetPlan(), ownership, path); !why.empty()) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            why + ". Nothing was changed. " +
+                (planned.Installs() && !planned.GetProduct().GetRecord()
+                     ? "Choose a directory of the product's own below one of root's, as in /opt, "
+                       "or "
+                       "make that one root's (chown root, chmod go-w)."
+                     : "Make that one root's (chown root, chmod go-w).")
+        );
+    }
+    if (std::string shared = DescribeSharedPlace(ownership, path); !shared.empty()) {
+        GetContext().report.notes.push_back(std::move(shared));
+    }
+}
+
 void KCheckedRun::RunPreflight() const {
     const KRunContext& context = GetContext();
     const KPlan& plan = planned.GetPlan();
@@ -168,6 +189,7 @@ void KCheckedRun::RunPreflight() const {
     if (!context.arguments.offlineServices) {
         RequireServiceManager(plan);
     }
+    RequirePlaceOfRoots();
     const char* fate = planned.Installs() ? "replaced: " : "deleted: ";
     context.report.running = FindRunningPrograms(plan);
     for (const std::string& program : context.report.running) {

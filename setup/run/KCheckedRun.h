@@ -28,6 +28,7 @@ class KCheckedRun {
 
   private:
     void RequireScript() const;
+    void RequirePlaceOfRoots() const;
     void RunPreflight() const;
     void FindLogs();
     void TellOwnership() const;

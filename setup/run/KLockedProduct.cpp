@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <setup/files/PathText.h>
 #include <setup/output/TextFormat.h>
 #include <setup/run/KLockedProduct.h>
 
@@ -13,21 +12,6 @@ std::string ServiceName() {
 
 } // namespace
 
-std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer) {
-    if (!installer.IsProductInstalled()) {
-        return std::nullopt;
-    }
-    KSUP::KString path;
-    KSUP::KString version;
-    unsigned buildNumber = 0;
-    installer.GetInstalledProductInformation(path, version, buildNumber);
-    return KInstalledRecord{path.c_str(), version.c_str(), buildNumber};
-}
-
-std::string RecordFile(const KINS::KInstaller& installer, const KInstalledRecord& record) {
-    return JoinPath(record.path, "config/") + installer.ExpandMacros("$iniFile$").c_str();
-}
-
 KLockedProduct::KLockedProduct(const KRunContext& given)
     : context(given),
       service(ServiceName()),
@@ -39,8 +23,10 @@ KLockedProduct::KLockedProduct(const KRunContext& given)
           [&reporter = given.reporter](const std::string& words) { reporter.Say(Printable(words)); }
       ),
       record(LoadRecord(installer)),
+      macros(InstalledVersionText(record)),
       interrupted(KRunState::Read(service)),
       ownership(service, record.has_value()) {
+    context.report.recordDamage = record ? record->damage : "";
     if (interrupted) {
         context.reporter.Say(Printable(interrupted->ToWords()));
     }

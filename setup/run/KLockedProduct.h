@@ -4,6 +4,7 @@
 #include <ins/KInstaller.h>
 #include <setup/run/KRunContext.h>
 #include <setup/script/KMacroContext.h>
+#include <setup/state/KInstalledRecord.h>
 #include <setup/state/KOwnership.h>
 #include <setup/state/KRunLock.h>
 #include <setup/state/KRunState.h>
@@ -13,21 +14,6 @@
 
 namespace KSETUP {
 
-/// The record of the installed product.
-struct KInstalledRecord {
-    std::string path;
-    std::string version;
-    unsigned buildNumber = 0;
-};
-
-/// Nothing when the product is not installed.
-///
-/// Throws   KSUP::KError for a record that cannot be read
-std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer);
-
-/// The configuration file of a product, which holds the record, and is there to be edited.
-std::string RecordFile(const KINS::KInstaller& installer, const KInstalledRecord& record);
-
 /// The kit's product while nobody else works on it: the only source of its macros, record, state
 /// and manifest for a run, so that none of them can be from before a wait for another run.
 ///
@@ -36,7 +22,7 @@ std::string RecordFile(const KINS::KInstaller& installer, const KInstalledRecord
 class KLockedProduct {
   public:
     /// Takes the product's lock, waits for it as the arguments say, and tells of a run that was
-    /// interrupted.
+    /// interrupted, and of a record that is damaged.
     ///
     /// Throws   KSetupFailure for another run, KSetupStop while it is waited for
     explicit KLockedProduct(const KRunContext& given);
@@ -63,10 +49,10 @@ class KLockedProduct {
   private:
     const KRunContext& context;
     std::string service;
-    KRunLock lock;        // before all that is read under it
-    KMacroContext macros; // reads the record
+    KRunLock lock; // before all that is read under it
     KINS::KInstaller installer;
     std::optional<KInstalledRecord> record;
+    KMacroContext macros; // behind the record, which it knows
     std::optional<KInterruptedRun> interrupted;
     KOwnership ownership;
 };

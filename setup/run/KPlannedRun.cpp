@@ -14,6 +14,7 @@ namespace KSETUP {
 KPlannedRun KPlannedRun::OfInstall(KLockedProduct& locked) {
     const KRunContext& context = locked.GetContext();
     KRunReport& report = context.report;
+    RequireTrusted(locked.GetRecord());
     report.version = locked.GetMacros().Expand("$verInfo$");
     report.buildNumber = SvcGetOEMDataEx()->buildNumber;
     if (const auto& record = locked.GetRecord()) {
@@ -36,6 +37,7 @@ KPlannedRun KPlannedRun::OfInstall(KLockedProduct& locked) {
 
 std::optional<KPlannedRun> KPlannedRun::OfRemoval(KLockedProduct& locked) {
     KRunReport& report = locked.GetContext().report;
+    RequireTrusted(locked.GetRecord());
     if (const auto& record = locked.GetRecord()) {
         report.version = record->version;
         report.buildNumber = record->buildNumber;
@@ -56,7 +58,7 @@ KPlannedRun::KPlannedRun(KLockedProduct& locked, Action what, const std::string&
     const KRunContext& context = locked.GetContext();
     KMacroContext& macros = locked.GetMacros();
     const KScript script(context.kit.GetScript());
-    productPath = ChooseProductPath(locked.GetInstaller(), macros, script, wantedPath);
+    productPath = ChooseProductPath(locked.GetRecord(), macros, script, wantedPath);
     context.report.productPath = productPath;
     macros.SetProductPath(productPath);
     KPlannedTree tree(KPlannedTree::Below::Disk, context.kit.GetDirectory(), view);

@@ -158,8 +158,9 @@ void Begin(const KLockedProduct& product, const std::string& run, KRunReport& re
     KRunDescription description;
     if (const auto& begun = product.GetInterrupted(); begun && begun->damage.empty()) {
         description = *begun;
-    } else if (const auto& record = product.GetRecord()) {
+    } else if (const auto& record = product.GetRecord(); record && record->distrust.empty()) {
         description.version = record->version;
+        description.buildNumber = record->buildNumber;
         description.path = record->path;
     }
     description.product = report.product;
@@ -242,6 +243,9 @@ void RestoreRun(
 
 void Restore(const KRunContext& context) {
     const KLockedProduct product(context);
+    if (const auto& record = product.GetRecord()) {
+        context.report.recordDamage = record->ToWords(); // which a restoration may cure
+    }
     KBackup store(product.GetService());
     const std::string run = FindRun(product, store);
     const std::optional<KOpenBackup> backup = run.empty() ? std::nullopt : store.Open(run);

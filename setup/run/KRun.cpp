@@ -207,6 +207,7 @@ void KRun::Remember() {
     run.action = GetPlanned().GetAction();
     run.product = report.product;
     run.version = report.version;
+    run.buildNumber = report.buildNumber;
     run.path = report.productPath;
     run.ruleCount = report.rulesAll;
     run.run = backup.GetRun();
@@ -215,7 +216,9 @@ void KRun::Remember() {
     state->Begin(run);
     if (GetPlanned().Installs() && !KKeptKit::FindDirectory(service)) {
         KeepKit(
-            GetPlanned(), checked.GetCopies().GetSealed()
+            GetPlanned(),
+            InstalledVersionText(product.GetRecord()),
+            checked.GetCopies().GetSealed()
         ); // also one that does not come to its end can be removed
     }
     if (GoesOn()) {
@@ -226,6 +229,10 @@ void KRun::Remember() {
 }
 
 void KRun::StartRules() {
+    // The engine took it from the file as it stands.
+    if (const auto& record = GetPlanned().GetProduct().GetRecord()) {
+        KMacroContext::SetInstalledVersion(InstalledVersionText(record));
+    }
     try {
         if (GetPlanned().Installs()) {
             installer.StartInstall(report.productPath);

@@ -111,11 +111,20 @@ void KRun::SettleInstall() {
     CleanUp();
     KManifest manifest;
     try {
+        // First: without the manifest the run goes on.
         KeepKit(
-            GetPlanned(), checked.GetCopies().GetSealed()
-        ); // first: without the manifest the run goes on
+            GetPlanned(),
+            report.version + "-" + std::to_string(report.buildNumber),
+            checked.GetCopies().GetSealed()
+        );
         manifest = MakeManifest();
         manifest.SetRun(backup.GetRun());
+        // The link that the script laid may lead to another name of the product path.
+        manifest.SetProduct(
+            {report.version,
+             report.buildNumber,
+             NormalPath(installer.GetInstalledProductPath().c_str())}
+        );
         manifest.Write(GetPlanned().GetProduct().GetService());
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
@@ -220,6 +229,11 @@ void KRun::FillChanges() {
     }
     report.keptServices.assign(changes.keptServices.begin(), changes.keptServices.end());
     report.replacedLinks = changes.replacedLinks;
+    for (const KRunChanges::Listed& one : changes.listed) {
+        report.notes.push_back(
+            one.profile + " lists " + one.path + " to be deleted, which stays: " + one.why + "."
+        );
+    }
     if (GetPlanned().Installs()) {
         report.keptForeign = changes.foreign;
     }

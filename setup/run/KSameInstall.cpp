@@ -40,7 +40,7 @@ KSameInstall::KSameInstall(KLockedProduct& locked)
 bool KSameInstall::IsForTheSamePlace() const {
     const KSetupArguments& arguments = product.GetContext().arguments;
     const auto& record = product.GetRecord();
-    return record && !product.GetInterrupted() && !arguments.reinstall &&
+    return record && record->IsSound() && !product.GetInterrupted() && !arguments.reinstall &&
            ReadAddedLines().empty() &&
            (arguments.productPath.empty() ||
             NormalPath(arguments.productPath) == NormalPath(record->path));

@@ -8,10 +8,12 @@
 
 namespace KSETUP {
 
-void KeepKit(const KPlannedRun& planned, const KDigests& sealed) {
+void KeepKit(
+    const KPlannedRun& planned, const std::string& installedVersion, const KDigests& sealed
+) {
     const KSetupKit& kit = planned.GetContext().kit;
     const KScript script(kit.GetScript());
-    KMacroContext macros; // anew: a removal sees the version that is installed now
+    KMacroContext macros(installedVersion);
     macros.SetProductPath(planned.GetProductPath());
     KPlannedTree tree(KPlannedTree::Below::Kit, kit.GetDirectory());
     const KPlan plan(script, KINS::Names::removeSection, macros.GetExpander(), tree);

@@ -29,6 +29,7 @@ void FillInstalled(const std::string& kit, KListedProduct& listed) {
     const std::optional<KInstalledRecord> record = LoadRecord(installer);
     if (record) {
         listed.isInstalled = true;
+        listed.trouble = record->ToWords();
         listed.path = record->path;
         if (record->version != KINS::Names::noRecordedVersion) { // as one that was killed leaves it
             listed.version = record->version;

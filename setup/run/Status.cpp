@@ -65,6 +65,7 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     report.version = record->version;
     report.buildNumber = record->buildNumber;
     report.productPath = record->path;
+    report.recordDamage = record->ToWords();
     try {
         if (const auto manifest = KManifest::Read(service)) {
             report.outdated = DescribeOutdatedPrograms(*manifest);

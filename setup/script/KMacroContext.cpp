@@ -1,22 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include <ins/Names.h>
 #include <setup/script/KMacroContext.h>
-#include <sup++/KUtil.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
+#include <new>
 
 namespace KSETUP {
 
-KMacroContext::KMacroContext() : paths(&installer) {
-    if (installer.IsProductInstalled()) {
-        KSUP::KString path;
-        KSUP::KString version;
-        unsigned buildNumber = 0;
-        installer.GetInstalledProductInformation(path, version, buildNumber);
-        const KSUP::KString text = version + "-" + KSUP::KUtil::NumberToString(buildNumber, false);
-        // A failure leaves the macro unknown, as it does for a run.
-        static_cast<void>(SvcSetCustomKey(0, 0, KINS::Names::installedVersionMacro, text.c_str()));
+KMacroContext::KMacroContext(const std::string& installedVersion) : paths(&installer) {
+    if (!installedVersion.empty()) {
+        SetInstalledVersion(installedVersion);
+    }
+}
+
+void KMacroContext::SetInstalledVersion(const std::string& version) {
+    if (SvcSetCustomKey(0, 0, KINS::Names::installedVersionMacro, version.c_str()) != 0) {
+        throw std::bad_alloc(); // all that can fail
     }
 }
 
@@ -33,12 +33,9 @@ MacroExpander KMacroContext::GetExpander() const {
 }
 
 std::string KMacroContext::ProposePath(const KScript& script) const {
-    return installer.IsProductInstalled() ? installer.GetInstalledProductPath().c_str()
-                                          : Expand(script.GetValue(
-                                                KINS::Names::installSection,
-                                                KINS::Names::defaultPathKey,
-                                                KINS::Names::defaultProductPath
-                                            ));
+    return Expand(script.GetValue(
+        KINS::Names::installSection, KINS::Names::defaultPathKey, KINS::Names::defaultProductPath
+    ));
 }
 
 bool KMacroContext::IsKnown(const std::string& name) const {

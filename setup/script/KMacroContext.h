@@ -16,9 +16,9 @@ namespace KSETUP {
 /// Thread   one at a time
 class KMacroContext {
   public:
-    /// For the product data that is loaded (KSetupKit). Where the product is installed,
-    /// "targetVerInfo" is set as a run does.
-    KMacroContext();
+    /// For the product data that is loaded (KSetupKit). `installedVersion` is the value of
+    /// "targetVerInfo"; empty where the product is not installed.
+    explicit KMacroContext(const std::string& installedVersion);
     KMacroContext(const KMacroContext&) = delete;
     KMacroContext& operator=(const KMacroContext&) = delete;
 
@@ -28,8 +28,11 @@ class KMacroContext {
     /// Lifetime this object's
     MacroExpander GetExpander() const;
 
-    /// Where the kit's script would install to: the installed product's path, or the script's
-    /// default, expanded.
+    /// Gives "targetVerInfo" its value, for all of the process: what the engine takes from the
+    /// product's record, which others may write to, is not for commands.
+    static void SetInstalledVersion(const std::string& version);
+
+    /// Where the kit's script would install to for the first time: its default path, expanded.
     std::string ProposePath(const KScript& script) const;
 
     /// Whether the engine knows a macro of that name, without dollars, though perhaps only at times.

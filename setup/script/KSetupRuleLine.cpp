@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <string_view>
 #include <utility>
 
@@ -195,6 +196,13 @@ void KSetupRuleLine::FindPattern(const std::string& written) {
 void KSetupRuleLine::VerifyPaths() {
     for (const Field field : {Field::Path, Field::From, Field::FromDirectory, Field::ToDirectory}) {
         const std::string& path = Get(field);
+        if (path.size() >= PATH_MAX) { // also so that nobody goes through all of it
+            Refuse(
+                "a path of " + std::to_string(path.size()) + " bytes is longer than any can be",
+                "write one of " + std::to_string(PATH_MAX - 1) + " at the most"
+            );
+            return;
+        }
         // A macro that there is not is told by itself.
         if (!path.empty() && path.front() != '/' && path.front() != '$') {
             Refuse(

@@ -70,6 +70,26 @@ KSetupFailure CannotLookAt(const std::string& path, unsigned errorNumber) {
     );
 }
 
+/// What `parse` makes of the file; nothing when there is none.
+template <class Parsed, class Parse>
+std::optional<Parsed>
+ReadFile(const std::string& serviceName, const std::string& base, const Parse& parse) {
+    const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
+    const auto text = directory ? directory->Read(fileName) : std::nullopt;
+    if (!text) {
+        return std::nullopt;
+    }
+    try {
+        return parse(*text);
+    } catch (const std::invalid_argument& what) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            directory->GetPath() + "/" + fileName + " cannot be understood (" + what.what() +
+                "). Delete it and install the product again; that writes it anew."
+        );
+    }
+}
+
 } // namespace
 
 KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& known) {
@@ -156,6 +176,11 @@ void KManifest::Write(const std::string& serviceName, const std::string& base) c
     if (!run.empty()) {
         head.Put("run", run);
     }
+    if (product) {
+        head.Put("version", product->version);
+        head.Put("buildNumber", std::uint64_t{product->buildNumber});
+        head.Put("productPath", product->path);
+    }
     std::string text = head.ToText();
     for (const auto& [path, entry] : entries) {
         KJsonLine line;
@@ -179,6 +204,19 @@ void KManifest::Write(const std::string& serviceName, const std::string& base) c
     KPrivateDirectory(base, serviceName).WriteDurably(fileName, text + end.ToText());
 }
 
+void KManifest::ParseHead(const KJsonLine& line) {
+    if (line.GetText("format") != format || line.GetNumber("formatVersion") != formatVersion) {
+        throw std::invalid_argument("written by another version of the program");
+    }
+    run = line.Has("run") ? line.GetText("run") : "";
+    if (line.Has("productPath")) {
+        product = {
+            line.GetText("version"),
+            static_cast<unsigned>(line.GetNumber("buildNumber")),
+            line.GetText("productPath")};
+    }
+}
+
 void KManifest::Parse(const std::string& text) {
     bool complete = false;
     std::uint64_t number = 0;
@@ -187,11 +225,7 @@ void KManifest::Parse(const std::string& text) {
         const KJsonLine line(std::string_view(text).substr(at, end - at));
         at = end + 1;
         if (number == 0) {
-            if (line.GetText("format") != format ||
-                line.GetNumber("formatVersion") != formatVersion) {
-                throw std::invalid_argument("written by another version of the program");
-            }
-            run = line.Has("run") ? line.GetText("run") : "";
+            ParseHead(line);
         } else if (complete) {
             throw std::invalid_argument("more than its last line");
         } else if (line.Has("entries")) {
@@ -218,22 +252,20 @@ void KManifest::Parse(const std::string& text) {
 }
 
 std::optional<KManifest> KManifest::Read(const std::string& serviceName, const std::string& base) {
-    const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
-    const auto text = directory ? directory->Read(fileName) : std::nullopt;
-    if (!text) {
-        return std::nullopt;
-    }
-    try {
+    return ReadFile<KManifest>(serviceName, base, [](const std::string& text) {
         KManifest manifest;
-        manifest.Parse(*text);
+        manifest.Parse(text);
         return manifest;
-    } catch (const std::invalid_argument& what) {
-        throw KSetupFailure(
-            ExitCode::malformedScript,
-            directory->GetPath() + "/" + fileName + " cannot be understood (" + what.what() +
-                "). Delete it and install the product again; that writes it anew."
-        );
-    }
+    });
+}
+
+std::optional<KManifestProduct>
+KManifest::ReadProduct(const std::string& serviceName, const std::string& base) {
+    return ReadFile<KManifestProduct>(serviceName, base, [](const std::string& text) {
+        KManifest manifest;
+        manifest.ParseHead(KJsonLine(std::string_view(text).substr(0, text.find('\n'))));
+        return manifest.product;
+    });
 }
 
 void KManifest::Remove(const std::string& serviceName, const std::string& base) {

@@ -10,9 +10,12 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace KSETUP {
+
+class KJsonLine;
 
 struct KManifestEntry {
     enum class Kind { File, Directory, Link };
@@ -53,11 +56,21 @@ struct KManifestDifference {
     std::string words; ///< "has mode 0777 instead of 0755"
 };
 
+/// Which product, and where: what its record says too, in files that others may write.
+struct KManifestProduct {
+    std::string version;
+    unsigned buildNumber = 0;
+    std::string path;
+
+    bool operator==(const KManifestProduct&) const = default;
+};
+
 /// What a product consists of: what was installed, as it stood when the run was over.
 ///
 /// On the disk it is BASE/NAME/manifest, a JSON object a line, by path:
 ///
-///     {"format":"ins++ manifest","formatVersion":1,"run":"20261122T050912.123456789Z-4711"}
+///     {"buildNumber":4,"format":"ins++ manifest","formatVersion":1,"productPath":"/opt/dps",
+///      "run":"20261122T050912.123456789Z-4711","version":"2.1"} (in one line)
 ///     {"kind":"file","mode":493,"path":"/opt/dps/lin/dpsd","sha256":"9f86…","size":70152}
 ///     {"kind":"directory","mode":493,"path":"/opt/dps/lin"}
 ///     {"kind":"link","path":"/etc/dps/dps","target":"/opt/dps/lin/x86_64/dpsd"}
@@ -96,6 +109,10 @@ class KManifest {
     const std::string& GetRun() const noexcept { return run; }
     void SetRun(const std::string& name) { run = name; }
 
+    /// Nothing in one of a version that did not write it down, and once the product was removed.
+    const std::optional<KManifestProduct>& GetProduct() const noexcept { return product; }
+    void SetProduct(KManifestProduct installed) { product = std::move(installed); }
+
     const std::map<std::string, KManifestEntry>& GetEntries() const noexcept { return entries; }
     /// What is known of a path in its normal form; null for what is not the product's.
     const KManifestEntry* Find(const std::string& path) const;
@@ -119,14 +136,21 @@ class KManifest {
     ///          ExitCode::notRoot for a user who may not look
     static std::optional<KManifest>
     Read(const std::string& serviceName, const std::string& base = stateBaseDirectory);
+    /// GetProduct of it, without the rest of the file, which may be long.
+    ///
+    /// Throws   as Read
+    static std::optional<KManifestProduct>
+    ReadProduct(const std::string& serviceName, const std::string& base = stateBaseDirectory);
     /// Throws   KSetupFailure, the manifest being there still
     static void
     Remove(const std::string& serviceName, const std::string& base = stateBaseDirectory);
 
   private:
     void Parse(const std::string& text);
+    void ParseHead(const KJsonLine& line);
 
     std::string run;
+    std::optional<KManifestProduct> product;
     std::map<std::string, KManifestEntry> entries;
 };
 

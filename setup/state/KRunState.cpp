@@ -59,6 +59,7 @@ KInterruptedRun Understood(const std::string& text) {
                                      : KRunDescription::Action::Restore;
     run.product = line.GetText("product");
     run.version = line.GetText("version");
+    run.buildNumber = line.Has("buildNumber") ? ToNumber(line.GetNumber("buildNumber")) : 0;
     run.path = line.GetText("path");
     run.ruleCount = ToNumber(line.GetNumber("rules"));
     run.run = line.Has("run") ? line.GetText("run") : "";
@@ -96,6 +97,7 @@ void KRunState::Begin(const KRunDescription& run) {
     line.Put("action", CommandOf(run.action));
     line.Put("product", run.product);
     line.Put("version", run.version);
+    line.Put("buildNumber", std::uint64_t{run.buildNumber});
     line.Put("path", run.path);
     line.Put("rules", std::uint64_t{run.ruleCount});
     if (!run.services.empty()) {

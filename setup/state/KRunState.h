@@ -16,6 +16,7 @@ struct KRunDescription {
     Action action = Action::Install;
     std::string product; ///< its name, such as "DPS"
     std::string version;
+    unsigned buildNumber = 0;
     std::string path; ///< of the product
     unsigned ruleCount = 0;
     std::string run;      ///< its name (RunId.h); empty for one of a version that gave none

@@ -330,6 +330,15 @@ TEST_F(KLogTest, AStatusThatWasAnnouncedEndsWithItsEntry) {
     EXPECT_THAT(Entries(), ElementsAre(prefixText + " none", prefixText + " 28"));
 }
 
+TEST_F(KLogTest, ControlCharactersAboveAsciiBecomeBlanks) {
+    EXPECT_EQ(
+        Written("a\xC2\x9B"
+                "2Jb\x9B"
+                "c\xC3\x9F\xC2\xA0\xE4"),
+        "a  2Jb c\xC3\x9F\xC2\xA0\xE4"
+    );
+}
+
 TEST_F(KLogTest, ControlCharactersBecomeBlanks) {
     EXPECT_EQ(
         Written("a\nb\tc\rd\x1b"

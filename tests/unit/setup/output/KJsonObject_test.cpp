@@ -15,6 +15,13 @@ TEST(KJsonObjectTest, MembersStandInTheOrderInWhichTheyCame) {
     EXPECT_EQ(object.ToText(), R"({"z":"text","a":1,"m":true,"b":false,"c":18446744073709551615})");
 }
 
+TEST(KJsonObjectTest, NoControlStandsInItAsItIs) {
+    EXPECT_EQ(
+        KJsonObject().Put("a\x7f", "\x1b[2J\x7f\xC2\x9B\xC2\xA0").ToText(),
+        "{\"a\\u007f\":\"\\u001b[2J\\u007f\\u009b\xC2\xA0\"}"
+    );
+}
+
 TEST(KJsonObjectTest, NothingIsAnEmptyObject) {
     EXPECT_EQ(KJsonObject().ToText(), "{}");
     EXPECT_EQ(KJsonObject().Put("a", KJsonObject()).ToText(), R"({"a":{}})");

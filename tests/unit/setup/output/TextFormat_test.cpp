@@ -29,6 +29,14 @@ TEST(ShownTest, BytesThatAreNoUtf8AreNotShown) {
     EXPECT_EQ(Printable("a\xFF\xC3"), "a??");
 }
 
+TEST(ShownTest, WhatStandsBehindANulIsNotLost) {
+    EXPECT_EQ(Printable(std::string("a\0b", 3)), "a?b");
+}
+
+TEST(ShownTest, LinesAreKeptOnlyWhereTheyAreMeant) {
+    EXPECT_EQ(Printable("a\nb\r\t", KSETUP::KLineEnds::Kept), "a\nb??");
+}
+
 TEST(BytesInWordsTest, AmountsGoUpByTheirUnits) {
     EXPECT_EQ(BytesInWords(0), "0 bytes");
     EXPECT_EQ(BytesInWords(1023), "1023 bytes");

@@ -41,7 +41,7 @@ class KMacroContextTest : public ::testing::Test {
 
 TEST_F(KMacroContextTest, ExpandsAsARunForThePathWould) {
     const KSetupKit kit(tree.Path("kit"));
-    KMacroContext macros;
+    KMacroContext macros("");
     macros.SetProductPath("/opt/x");
     EXPECT_EQ(macros.Expand("$pathTarget$a$binext$"), "/opt/x/a");
     EXPECT_EQ(macros.Expand("$pathTargetConfig$$iniFile$"), "/opt/x/config/k.ini");
@@ -54,7 +54,7 @@ TEST_F(KMacroContextTest, ExpandsAsARunForThePathWould) {
 
 TEST_F(KMacroContextTest, ProposesTheScriptsPath) {
     const KSetupKit kit(tree.Path("kit"));
-    const KMacroContext macros;
+    const KMacroContext macros("");
     EXPECT_EQ(macros.ProposePath(KScript(kit.GetScript())), "/opt/Kmct");
     tree.Write("kit/install.ini", "[install]\ndefaultPath.lin=/opt/x\n");
     EXPECT_EQ(macros.ProposePath(KScript(kit.GetScript())), "/usr/local/korvane/dps");
@@ -62,7 +62,7 @@ TEST_F(KMacroContextTest, ProposesTheScriptsPath) {
 
 TEST_F(KMacroContextTest, KnowsMacrosThatHaveNoValueNow) {
     const KSetupKit kit(tree.Path("kit"));
-    const KMacroContext macros;
+    const KMacroContext macros("");
     EXPECT_TRUE(macros.IsKnown("targetVerInfo"));
     EXPECT_TRUE(macros.IsKnown("os"));
     EXPECT_FALSE(macros.IsKnown("OS"));
@@ -72,7 +72,7 @@ TEST_F(KMacroContextTest, KnowsMacrosThatHaveNoValueNow) {
 
 TEST_F(KMacroContextTest, ListsWhatHasAValue) {
     const KSetupKit kit(tree.Path("kit"));
-    KMacroContext macros;
+    KMacroContext macros("");
     macros.SetProductPath("/opt/x");
     const auto list = macros.List();
     EXPECT_THAT(list, Contains(Pair("pathTargetLin", "/opt/x/lin")));
@@ -86,7 +86,7 @@ TEST_F(KMacroContextTest, ListsWhatHasAValue) {
 
 TEST_F(KMacroContextTest, ListsEveryDirectoryThatTheEngineSets) {
     const KSetupKit kit(tree.Path("kit"));
-    KMacroContext macros;
+    KMacroContext macros("");
     macros.SetProductPath("/opt/x");
     // Others than before, and each another, so that no two can be taken for one.
     std::vector<std::string> marks;

@@ -55,6 +55,24 @@ TEST_F(KManifestTest, WhatWasWrittenIsRead) {
     EXPECT_EQ(tree.Mode("base/dps/manifest"), 0600u);
 }
 
+TEST_F(KManifestTest, TheProductIsReadWithoutTheRest) {
+    KManifest manifest(Paths());
+    manifest.Write("dps", Base());
+    EXPECT_EQ(KManifest::ReadProduct("dps", Base()), std::nullopt);
+    const KSETUP::KManifestProduct product{"2.1", 4, "/opt/dps"};
+    manifest.SetProduct(product);
+    manifest.Write("dps", Base());
+    EXPECT_EQ(KManifest::ReadProduct("dps", Base()), product);
+    EXPECT_EQ(KManifest::Read("dps", Base())->GetProduct(), product);
+    EXPECT_EQ(KManifest::ReadProduct("none", Base()), std::nullopt);
+}
+
+TEST_F(KManifestTest, WhatIsLeftOfAProductIsNoInstalledOne) {
+    KManifest manifest(Paths());
+    manifest.SetProduct({"2.1", 4, "/opt/dps"});
+    EXPECT_EQ(manifest.WithoutMissing().GetProduct(), std::nullopt);
+}
+
 TEST_F(KManifestTest, AFileHasItsDigest) {
     const auto entry = KManifest({tree.Path("p/file")}).GetEntries().at(tree.Path("p/file"));
     EXPECT_EQ(entry.digest, "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
@@ -194,7 +212,8 @@ INSTANTIATE_TEST_SUITE_P(
         "{\"format\":\"ins++ manifest\",\"formatVersion\":2}\n{\"entries\":0}\n",
         MANIFEST_HEAD "{\"kind\":\"pipe\",\"path\":\"/a\"}\n{\"entries\":1}\n",
         MANIFEST_HEAD "{\"kind\":\"link\",\"path\":\"/a\"}\n{\"entries\":1}\n",
-        MANIFEST_HEAD "{\"kind\":\"directory\",\"mode\":\"0755\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        MANIFEST_HEAD
+        "{\"kind\":\"directory\",\"mode\":\"0755\",\"path\":\"/a\"}\n{\"entries\":1}\n",
         MANIFEST_HEAD "{\"kind\":\"directory\",\"mode\":493}\n{\"entries\":1}\n"
     )
 );

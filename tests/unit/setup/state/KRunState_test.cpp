@@ -22,7 +22,7 @@ class KRunStateTest : public ::testing::Test {
   protected:
     void SetUp() override { tree.Directory("lock", 0700); }
     static KRunDescription Run() {
-        return {KRunDescription::Action::Install, "DPS", "2.2", "/opt/d\xFF", 40, "run 1", ""};
+        return {KRunDescription::Action::Install, "DPS", "2.2", 37, "/opt/d\xFF", 40, "run 1", ""};
     }
     KSYS::LockPlaces Places() const { return {::geteuid(), {tree.Path("lock")}}; }
     KRunState State() { return KRunState("dps", tree.Path("base")); }
@@ -48,6 +48,7 @@ TEST_F(KRunStateTest, ARunThatDidNotEndIsRemembered) {
     const auto run = Read();
     ASSERT_TRUE(run.has_value());
     EXPECT_EQ(run->rule, 14u);
+    EXPECT_EQ(run->buildNumber, 37u);
     EXPECT_EQ(run->path, "/opt/d\xFF");
     EXPECT_EQ(run->run, "run 1");
     EXPECT_EQ(run->ruleCount, 40u);
@@ -86,7 +87,7 @@ TEST_F(KRunStateTest, TheNextRunReplacesWhatWasRemembered) {
         state.SetRule(14);
     }
     KRunState state = State();
-    state.Begin({KRunDescription::Action::Remove, "DPS", "2.2", "/opt/dps", 7, "run 2", ""});
+    state.Begin({KRunDescription::Action::Remove, "DPS", "2.2", 37, "/opt/dps", 7, "run 2", ""});
     EXPECT_EQ(Read()->rule, 0u);
     EXPECT_EQ(Read()->ruleCount, 7u);
 }

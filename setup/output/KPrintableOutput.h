@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <ostream>
+#include <streambuf>
+#include <string>
+#include <string_view>
+
+namespace KSETUP {
+
+/// The one way out to a terminal: while it lives, all that is written to a stream is printable when
+/// it leaves (Printable, ends of lines kept), whoever wrote it: a name, a record or a script that
+/// somebody else made holds no sequence that moves the cursor or sets the title.
+///
+/// Borrows the stream, and gives it back as it was.
+/// Thread   that of the stream's writers
+///
+///     const KSETUP::KPrintableOutput out(std::cout);
+class KPrintableOutput : public std::streambuf {
+  public:
+    explicit KPrintableOutput(std::ostream& itsStream);
+    ~KPrintableOutput() override;
+    KPrintableOutput(const KPrintableOutput&) = delete;
+    KPrintableOutput& operator=(const KPrintableOutput&) = delete;
+
+  protected:
+    int_type overflow(int_type byte) override;
+    std::streamsize xsputn(const char* bytes, std::streamsize count) override;
+    int sync() override;
+
+  private:
+    bool Write(std::string_view bytes);
+
+    std::ostream& stream;
+    std::streambuf* target;
+    std::string begun; // of a character whose other bytes are still to come
+};
+
+} // namespace KSETUP

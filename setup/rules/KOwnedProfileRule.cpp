@@ -1,0 +1,67 @@
+// SPDX-License-Identifier: MIT
+#include <ins/KInstallRuleManagerBase.h>
+#include <setup/rules/KOwnedFileRule.h>
+#include <setup/rules/KOwnedProfileRule.h>
+#include <sup++/KFileUtil.h>
+#include <sup++/KProfile.h>
+#include <sup++/Txt.h>
+
+#include <string>
+
+namespace KSETUP {
+
+using KSUP::KString;
+
+KOwnedProfileRule::KOwnedProfileRule(
+    KINS::KInstallRuleManagerBase& owner,
+    const KString& line,
+    const KChangePolicy& changePolicy,
+    KRunChanges& runChanges
+)
+    : KProfileRule(&owner, line),
+      policy(changePolicy),
+      changes(runChanges) {}
+
+KOwnedProfileRule::~KOwnedProfileRule() = default;
+
+void KOwnedProfileRule::ParseRule(const std::vector<KString>& fields) {
+    KProfileRule::ParseRule(fields);
+    KINS::KRuleLine line = ReadFields(KINS::KRuleType::Profile, fields);
+    deletes = line.GetOperation() == KINS::KRuleOperation::RemoveFile;
+    profilePath = line.Take(KINS::KRuleField::ProfilePath);
+    section = line.Take(KINS::KRuleField::Section);
+    match = line.Take(KINS::KRuleField::Match);
+}
+
+void KOwnedProfileRule::Execute() {
+    if (deletes) {
+        manager->SetCurrentTarget(KSUP::KOperation::Write, profilePath);
+        DeleteListed();
+    } else {
+        KProfileRule::Execute();
+    }
+}
+
+void KOwnedProfileRule::DeleteListed() const {
+    KSUP::KProfile profile(profilePath);
+    profile.BeginKeyEnum(section, nullptr);
+    while (profile.EnumKey(nullptr, false)) {
+        if (Txtstr(profile.GetKeyValue().c_str(), match.c_str()) == nullptr) {
+            continue;
+        }
+        // Copies: the enumeration's own texts are not to be relied on once the key is gone.
+        const KString name = profile.GetKeyName();
+        const std::string file = profile.GetKeyValue().c_str();
+        if (const std::string why = policy.WhyNotDeleteListed(file); !why.empty()) {
+            changes.listed.push_back({profilePath.c_str(), file, why});
+            continue;
+        }
+        if (MayDelete(policy, file, KChangePolicy::Named::ByScript, changes)) {
+            // Ignored: a file that is gone already is no reason to keep its key.
+            static_cast<void>(KSUP::KFileUtil::DeleteFile(file.c_str()));
+        }
+        profile.DeleteKey(section, name);
+    }
+}
+
+} // namespace KSETUP

@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: MIT
+#include <ins/Names.h>
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/files/AccountNames.h>
+#include <setup/files/PathText.h>
+#include <setup/files/TrustedPath.h>
+#include <setup/state/KInstalledRecord.h>
+#include <setup/state/KManifest.h>
+#include <setup/state/KRunLock.h>
+#include <setup/state/KRunState.h>
+#include <sup++/SvcData.h>
+
+#include <algorithm>
+
+#include <sys/files/DirectoryEntry.h>
+
+namespace KSETUP {
+
+namespace {
+
+using Installed = std::optional<KManifestProduct>;
+
+std::string ProductName() {
+    return SvcGetProductText(SvcGetOEMDataEx()->product);
+}
+
+std::string VersionInWords(const std::string& version, unsigned buildNumber) {
+    return version + " (build " + std::to_string(buildNumber) + ")";
+}
+
+/// Nothing for who may not look, and for a manifest that cannot be understood, which others tell.
+Installed ReadInstalled(const std::string& service, bool& isDenied) {
+    try {
+        return KManifest::ReadProduct(service);
+    } catch (const KSetupFailure& failure) {
+        isDenied = failure.GetExitCode() == ExitCode::notRoot;
+        return std::nullopt;
+    }
+}
+
+/// A run that is between the record and the manifest, or before them.
+std::optional<KInterruptedRun> ReadBegun(const std::string& service) {
+    try {
+        std::optional<KInterruptedRun> begun = KRunState::Read(service);
+        return begun && begun->damage.empty() ? begun : std::nullopt;
+    } catch (const KSetupFailure&) { // who may not look
+        return std::nullopt;
+    }
+}
+
+bool IsRunning(const std::string& service) {
+    try {
+        return KRunLock::FindHolder(service).has_value();
+    } catch (const KSetupFailure&) { // who may not look
+        return false;
+    }
+}
+
+/// Whether the version is one that a run has just written, or a restoration put back.
+bool IsOfBegunRun(
+    const KInstalledRecord& record,
+    const std::optional<KInterruptedRun>& begun,
+    const std::string& service
+) {
+    if (!begun) {
+        return LooksLikeVersion(record.version) && IsRunning(service);
+    }
+    return begun->action == KRunDescription::Action::Restore
+               ? LooksLikeVersion(record.version)
+               : record.version == begun->version && record.buildNumber == begun->buildNumber;
+}
+
+std::string DescribeDamage(
+    const KInstalledRecord& record, const std::string& file, const Installed& installed
+) {
+    const std::string says = record.version == KINS::Names::noRecordedVersion
+                                 ? " has no version"
+                                 : " says version \"" + record.version + "\" (build " +
+                                       std::to_string(record.buildNumber) + ")";
+    return "The record of " + ProductName() + " is damaged: " + file + says +
+           (installed ? ", and " + VersionInWords(installed->version, installed->buildNumber) +
+                            " was installed, which counts."
+                      : ", which is no version, so it is not known which one is installed.") +
+           " An install writes the record anew.";
+}
+
+void SettleVersion(
+    KInstalledRecord& record,
+    const std::string& file,
+    const Installed& installed,
+    const std::string& service
+) {
+    const bool isAsInstalled = installed ? record.version == installed->version &&
+                                               record.buildNumber == installed->buildNumber
+                                         : LooksLikeVersion(record.version);
+    if (isAsInstalled) {
+        return;
+    }
+    const std::optional<KInterruptedRun> begun = ReadBegun(service);
+    if (IsOfBegunRun(record, begun, service)) {
+        return;
+    }
+    // A run that was interrupted before it wrote the record may have emptied the file.
+    if (!begun || record.version != KINS::Names::noRecordedVersion) {
+        record.damage = DescribeDamage(record, file, installed);
+    }
+    record.version = installed ? installed->version : KINS::Names::noRecordedVersion;
+    record.buildNumber = installed ? installed->buildNumber : 0;
+}
+
+std::string TargetOf(const std::string& link, const std::string& service) {
+    try {
+        const std::optional<KManifest> manifest = KManifest::Read(service);
+        const KManifestEntry* entry = manifest ? manifest->Find(link) : nullptr;
+        return entry != nullptr ? entry->target : "";
+    } catch (const KSetupFailure&) {
+        return {};
+    }
+}
+
+/// Why others than root may have laid the link, or what it leads to where nothing else tells it.
+std::string WhyNotRoots(const std::string& link, const std::string& path, bool isPathKnown) {
+    if (std::string why = WhyOthersCanExchange(ParentPath(link)); !why.empty()) {
+        return why;
+    }
+    struct stat status {};
+    if (KSYS::ReadStatus(link, KSYS::LastLink::Keep, status) == 0 && status.st_uid != 0) {
+        return "the link " + link + " belongs to the user " + UserName(status.st_uid);
+    }
+    if (!isPathKnown && KSYS::ReadStatus(path, KSYS::LastLink::Follow, status) == 0 &&
+        status.st_uid != 0) {
+        return "the link " + link + " leads to " + path + ", which belongs to the user " +
+               UserName(status.st_uid);
+    }
+    return {};
+}
+
+void DistrustTarget(
+    KInstalledRecord& record,
+    const std::string& link,
+    const KManifestProduct& installed,
+    const std::string& service
+) {
+    const std::string target = TargetOf(link, service);
+    record.distrust = "the link " + link + " leads to a product in " + NormalPath(record.path) +
+                      ", and " + ProductName() + " was installed in " + installed.path;
+    record.advice =
+        "Look who laid it, and lay it as it was (" +
+        (target.empty() ? "to the program that it led to" : "ln -sfn " + target + " " + link) +
+        ").";
+    record.path = installed.path;
+}
+
+/// A run that was interrupted may have laid the link to where it worked.
+void SettlePlace(
+    KInstalledRecord& record,
+    const std::string& link,
+    const Installed& installed,
+    bool isDenied,
+    const std::string& service
+) {
+    const std::string path = NormalPath(record.path);
+    bool isPathKnown = installed ? NormalPath(installed->path) == path : isDenied;
+    if (!isPathKnown) {
+        const std::optional<KInterruptedRun> begun = ReadBegun(service);
+        isPathKnown = begun && NormalPath(begun->path) == path;
+    }
+    if (installed && !isPathKnown) {
+        DistrustTarget(record, link, *installed, service);
+        return;
+    }
+    record.distrust = WhyNotRoots(link, path, isPathKnown);
+    if (!record.distrust.empty()) {
+        const std::string directory = ParentPath(link);
+        record.advice = "Look whether " + link +
+                        " leads to the product; if it does, make all root's (chown -h root " +
+                        directory + " " + link + " " + path + "; chmod go-w " + directory + " " +
+                        path + ").";
+    }
+}
+
+} // namespace
+
+std::string KInstalledRecord::ToWords() const {
+    std::string words = damage;
+    if (!distrust.empty()) {
+        words += (words.empty() ? "" : " ") + ("The record of " + ProductName()) +
+                 " cannot be trusted: " + distrust + ". " + advice;
+    }
+    return words;
+}
+
+std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer) {
+    if (!installer.IsProductInstalled()) {
+        return std::nullopt;
+    }
+    KSUP::KString path;
+    KSUP::KString version;
+    KInstalledRecord record;
+    installer.GetInstalledProductInformation(path, version, record.buildNumber);
+    record.path = path.c_str();
+    record.version = version.c_str();
+    const std::string service = installer.ExpandMacros("$serviceName$").c_str();
+    bool isDenied = false;
+    const Installed installed = ReadInstalled(service, isDenied);
+    SettlePlace(
+        record,
+        installer.ExpandMacros(KINS::Names::recordLink).c_str(),
+        installed,
+        isDenied,
+        service
+    );
+    if (installed && !record.distrust.empty()) { // nothing of the file counts, nor is told
+        record.version = installed->version;
+        record.buildNumber = installed->buildNumber;
+    } else if (!isDenied) { // who cannot know better is shown what there is, and runs nothing
+        SettleVersion(record, RecordFile(installer, record), installed, service);
+    }
+    return record;
+}
+
+std::string RecordFile(const KINS::KInstaller& installer, const KInstalledRecord& record) {
+    return JoinPath(record.path, "config/") + installer.ExpandMacros("$iniFile$").c_str();
+}
+
+std::string InstalledVersionText(const std::optional<KInstalledRecord>& record) {
+    return record ? record->version + "-" + std::to_string(record->buildNumber) : std::string();
+}
+
+bool LooksLikeVersion(std::string_view text) noexcept {
+    constexpr std::size_t mostBytes = 100;
+    const auto isPlain = [](char byte) {
+        return (byte >= '0' && byte <= '9') || (byte >= 'a' && byte <= 'z') ||
+               (byte >= 'A' && byte <= 'Z');
+    };
+    return !text.empty() && text.size() <= mostBytes && isPlain(text.front()) &&
+           std::all_of(text.begin(), text.end(), [&](char byte) {
+               return isPlain(byte) ||
+                      std::string_view(".+~:_-").find(byte) != std::string_view::npos;
+           });
+}
+
+void RequireTrusted(const std::optional<KInstalledRecord>& record) {
+    if (record && !record->distrust.empty()) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            "The record of " + ProductName() + " cannot be trusted: " + record->distrust +
+                ". Nothing was changed. " + record->advice
+        );
+    }
+}
+
+} // namespace KSETUP
