@@ -69,6 +69,7 @@ Findings RunningServices(const KCheckContext& context);
 // Rules of ins-setup's own types. OwnRuleChecks.cpp
 Findings InvalidRules(const KCheckContext& context);
 Findings UnknownOwners(const KCheckContext& context);
+Findings SetIdsWithoutOwner(const KCheckContext& context);
 Findings ModesOfNothing(const KCheckContext& context);
 Findings LinksOutOfTheProduct(const KCheckContext& context);
 

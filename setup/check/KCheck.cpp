@@ -73,6 +73,7 @@ constexpr std::array table = std::to_array<Check>({
     {"service-program", warning, Checks::ServicePrograms},
     {"running-service", warning, Checks::RunningServices},
     {"unknown-owner", warning, Checks::UnknownOwners},
+    {"set-id-owner", warning, Checks::SetIdsWithoutOwner},
     {"link-out-of-product", warning, Checks::LinksOutOfTheProduct},
     {"wrong-suppression", warning, WrongSuppressions},
 });

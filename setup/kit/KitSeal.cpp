@@ -8,11 +8,14 @@
 #include <setup/output/TextFormat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace KSETUP {
@@ -24,17 +27,31 @@ namespace fs = std::filesystem;
 constexpr char sealName[] = "SHA256SUMS";
 constexpr std::size_t digestLetters = 64;
 constexpr std::size_t namesShown = 20;
+/// A comment to sha256sum, in front of the line of the file that it is about.
+constexpr std::string_view comment = "#";
+constexpr char modeMark[] = "mode ";
+constexpr char linkMark[] = "link ";
+/// A run refuses a kit that group or others can write to, so a copy without these bits is the same kit.
+constexpr unsigned sealedBits = 07755;
 
 struct KReadFile {
     std::string path; ///< without a link at its end
     KFileDigest digest;
+    std::string kind; ///< as the seal has it: "mode 0755", or "link TARGET"
+};
+
+/// What a seal says of a file.
+struct KSealedFile {
+    std::string sha256;
+    std::string kind; ///< empty in one that sha256sum wrote
 };
 
 /// Reads a file, or the one that a link leads to.
 KReadFile ReadFile(const fs::path& path, const std::function<bool()>& shallStop = {}) {
-    KReadFile file{path.string(), DigestFile(path.string(), shallStop)};
+    KReadFile file{path.string(), DigestFile(path.string(), shallStop), ""};
     if (file.digest.errorNumber == ELOOP) {
         std::error_code error;
+        file.kind = linkMark + fs::read_symlink(path, error).string();
         file.path = fs::canonical(path, error).string();
         if (error) {
             FailOn(path, error.value());
@@ -46,6 +63,11 @@ KReadFile ReadFile(const fs::path& path, const std::function<bool()>& shallStop 
     }
     if (file.digest.errorNumber != 0) {
         FailOn(path, static_cast<int>(file.digest.errorNumber));
+    }
+    if (file.kind.empty()) {
+        std::array<char, 8> mode{};
+        std::snprintf(mode.data(), mode.size(), "%04o", file.digest.mode & sealedBits);
+        file.kind = std::string(modeMark) + mode.data();
     }
     return file;
 }
@@ -87,16 +109,30 @@ bool IsPlain(const std::string& path) {
            !path.starts_with("..");
 }
 
-/// Digests by path. Throws KSetupFailure for a line that is none.
-std::map<std::string, std::string> ReadSeal(const fs::path& seal) {
+bool IsKind(std::string_view text) {
+    return text.starts_with(modeMark) || text.starts_with(linkMark);
+}
+
+/// By path. Throws KSetupFailure for a line that is none.
+std::map<std::string, KSealedFile> ReadSeal(const fs::path& seal) {
     const std::string bytes = ReadBytes(seal);
-    std::map<std::string, std::string> digests;
+    std::map<std::string, KSealedFile> digests;
+    std::string kind; // of the next file
     std::size_t number = 0;
     for (std::size_t at = 0; at < bytes.size();) {
         const std::size_t end = std::min(bytes.find('\n', at), bytes.size());
         std::string_view line = std::string_view(bytes).substr(at, end - at);
         at = end + 1;
         ++number;
+        if (line.starts_with(comment)) {
+            line.remove_prefix(comment.size());
+            kind = line;
+            if (IsKind(line) && Unescape(kind)) {
+                continue;
+            }
+            kind.clear(); // anybody's comment
+            continue;
+        }
         const bool escaped = line.starts_with('\\');
         line.remove_prefix(escaped ? 1 : 0);
         const std::string digest(line.substr(0, std::min(digestLetters, line.size())));
@@ -106,7 +142,7 @@ std::map<std::string, std::string> ReadSeal(const fs::path& seal) {
         std::string name(rest.size() > 2 ? rest.substr(2) : "");
         if (!isDigest || (!rest.starts_with("  ") && !rest.starts_with(" *")) ||
             (escaped && !Unescape(name)) || !IsPlain(name) ||
-            !digests.emplace(name, digest).second) {
+            !digests.emplace(name, KSealedFile{digest, std::exchange(kind, {})}).second) {
             throw KSetupFailure(
                 ExitCode::malformedScript,
                 seal.string() + ":" + std::to_string(number) +
@@ -118,7 +154,7 @@ std::map<std::string, std::string> ReadSeal(const fs::path& seal) {
     return digests;
 }
 
-void Complain(std::vector<std::string>& wrong, const std::string& name, const char* what) {
+void Complain(std::vector<std::string>& wrong, const std::string& name, const std::string& what) {
     wrong.push_back(Printable(name) + ": " + what);
 }
 
@@ -149,8 +185,9 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
     std::string sums;
     for (const std::string& name : listing.files) {
         const std::string escaped = Escaped(name);
-        sums += (escaped == name ? "" : "\\") + ReadFile(kit / name).digest.sha256 + "  " +
-                escaped + "\n";
+        const KReadFile file = ReadFile(kit / name);
+        sums += std::string(comment) + Escaped(file.kind) + "\n" + (escaped == name ? "" : "\\") +
+                file.digest.sha256 + "  " + escaped + "\n";
     }
     WriteBytes(kit / sealName, sums, 0644);
     return listing.files.size();
@@ -174,7 +211,7 @@ KDigests VerifySeal(
         return read;
     }
     const fs::path kit(kitDirectory);
-    std::map<std::string, std::string> digests = ReadSeal(kit / sealName);
+    std::map<std::string, KSealedFile> digests = ReadSeal(kit / sealName);
     const KKitListing listing = ListSealable(kit);
     std::vector<std::string> wrong;
     for (const std::string& name : listing.files) {
@@ -184,8 +221,11 @@ KDigests VerifySeal(
             continue;
         }
         KReadFile file = ReadFile(kit / name, shallStop);
-        if (file.digest.sha256 != sealed->second) {
+        const std::string& kind = sealed->second.kind;
+        if (file.digest.sha256 != sealed->second.sha256) {
             Complain(wrong, name, "changed");
+        } else if (!kind.empty() && file.kind != kind) {
+            Complain(wrong, name, "sealed as " + Printable(kind) + ", now " + Printable(file.kind));
         }
         read.insert_or_assign(std::move(file.path), std::move(file.digest));
         digests.erase(sealed);
