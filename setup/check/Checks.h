@@ -65,6 +65,7 @@ Findings FailingServices(const KCheckContext& context);
 Findings UnknownServices(const KCheckContext& context);
 Findings ServicePrograms(const KCheckContext& context);
 Findings RunningServices(const KCheckContext& context);
+Findings UnconfinedServices(const KCheckContext& context);
 
 // Rules of ins-setup's own types. OwnRuleChecks.cpp
 Findings InvalidRules(const KCheckContext& context);
