@@ -17,16 +17,6 @@ namespace KSETUP {
 
 namespace {
 
-/// Who called sudo(8), which says so: their own files are theirs to run as root. Else root.
-uid_t CallingUser() {
-    const char* text = std::getenv("SUDO_UID"); // NOLINT: nobody changes the environment
-    uid_t user = 0;
-    if (text != nullptr) {
-        std::from_chars(text, text + std::strlen(text), user);
-    }
-    return user;
-}
-
 /// Why others could change what is there; empty when they cannot. `isAbove` says that only what is
 /// below it counts.
 std::string WhyNotPrivate(const struct stat& status, bool isAbove) {
@@ -68,6 +58,15 @@ void RequirePrivateTree(const KSYS::Entry& entry, const std::string& path) {
 }
 
 } // namespace
+
+uid_t CallingUser() {
+    const char* text = std::getenv("SUDO_UID"); // NOLINT: nobody changes the environment
+    uid_t user = 0;
+    if (text != nullptr) {
+        std::from_chars(text, text + std::strlen(text), user);
+    }
+    return user;
+}
 
 void RequirePrivate(const std::string& directory) {
     for (std::string at = ParentPath(directory); !at.empty();

@@ -2,10 +2,11 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/run/KAuditLog.h>
+#include <setup/script/SecretNames.h>
 #include <sup++/KError.h>
 #include <sup++/KLogPrefix.h>
-#include <sup++/SvcData.h>
 
+#include <sys/processes/OwnProcess.h>
 #include <sys/utsname.h>
 #include <syslog.h>
 #include <systemd/sd-journal.h>
@@ -31,6 +32,20 @@ std::string Machine() {
 std::string What(const KRunReport& report) {
     return report.command + " of " + report.product + " " + report.version + " (build " +
            std::to_string(report.buildNumber) + ")";
+}
+
+/// As the caller wrote them, each between quotes.
+std::string Arguments() {
+    std::string text;
+    for (const std::string& word : MaskedArguments(KSYS::ProgramArguments())) {
+        text += text.empty() ? "\"" : " \"";
+        for (const char letter : word) {
+            text += letter == '"' || letter == '\\' ? "\\" : "";
+            text += letter;
+        }
+        text += '"';
+    }
+    return text;
 }
 
 void TellJournal(const KRunReport& report, const std::string& message, const char* result) {
@@ -65,12 +80,10 @@ void KAuditLog::Begin(const KRunReport& report, const std::string& kit) {
         // Before the engine, which opens it for itself: the run begins with this.
         KSUP::KLog log;
         log.Open(report.log);
-        const char* arguments = SvcGetGlobalDataEx()->commandLine;
         log << KLogPrefix(Name()) << "Begin " << What(report) << " in " << report.productPath
             << (report.formerVersion.empty() ? "" : ", over ") << report.formerVersion
             << ", from kit " << kit << KLogTypes::EndEntry;
-        log << KLogPrefix(Name()) << "Arguments: " << (arguments != nullptr ? arguments : "")
-            << KLogTypes::EndEntry;
+        log << KLogPrefix(Name()) << "Arguments: " << Arguments() << KLogTypes::EndEntry;
         log << KLogPrefix(Name()) << "ins-setup " INSPP_VERSION " on " << Machine()
             << KLogTypes::EndEntry;
     } catch (const KSUP::KError& error) {

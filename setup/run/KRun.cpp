@@ -12,6 +12,7 @@
 #include <setup/run/PlannedPaths.h>
 #include <setup/run/RunFailure.h>
 #include <setup/script/KSetupRuleLine.h>
+#include <setup/script/SecretNames.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
@@ -34,13 +35,13 @@ std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
         const KScriptLine& line = rule.rule.line;
         if (rule.rule.type != KINS::KRuleType::Section) {
             rules.push_back(
-                {script + ":" + std::to_string(line.number), line.type + "=" + line.value}
+                {script + ":" + std::to_string(line.number), MaskedLine(line.type, line.value)}
             );
         }
     }
     if (planned.Installs()) {
-        for (std::string& line : ReadAddedLines()) {
-            rules.push_back({"--addProfileLine", std::move(line)});
+        for (KAddedLine& line : DescribeAddedLines()) {
+            rules.push_back({std::move(line.option), std::move(line.text)});
         }
     }
     return rules;

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupStop.h>
 #include <setup/output/TextFormat.h>
+#include <setup/script/SecretNames.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/KRunLock.h>
 
@@ -112,7 +113,7 @@ bool TryLock(KSYS::KDescriptor& file, const std::string& path) {
 
 std::string OwnCommandLine() {
     std::string text;
-    for (const std::string& word : KSYS::ProgramArguments()) {
+    for (const std::string& word : MaskedArguments(KSYS::ProgramArguments())) {
         text += (text.empty() ? "" : " ") + word;
     }
     return Printable(text.substr(0, commandBytes));

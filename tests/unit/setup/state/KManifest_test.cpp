@@ -180,7 +180,7 @@ TEST_P(NoManifestTest, IsAClearFailure) {
     }
 }
 
-#define HEAD "{\"format\":\"ins++ manifest\",\"formatVersion\":1}\n"
+#define MANIFEST_HEAD "{\"format\":\"ins++ manifest\",\"formatVersion\":1}\n"
 INSTANTIATE_TEST_SUITE_P(
     Texts,
     NoManifestTest,
@@ -188,14 +188,14 @@ INSTANTIATE_TEST_SUITE_P(
         "",
         "\n",
         "nonsense",
-        HEAD,
-        HEAD "{\"entries\":1}\n",
-        HEAD "{\"entries\":0}\n{\"entries\":0}\n",
+        MANIFEST_HEAD,
+        MANIFEST_HEAD "{\"entries\":1}\n",
+        MANIFEST_HEAD "{\"entries\":0}\n{\"entries\":0}\n",
         "{\"format\":\"ins++ manifest\",\"formatVersion\":2}\n{\"entries\":0}\n",
-        HEAD "{\"kind\":\"pipe\",\"path\":\"/a\"}\n{\"entries\":1}\n",
-        HEAD "{\"kind\":\"link\",\"path\":\"/a\"}\n{\"entries\":1}\n",
-        HEAD "{\"kind\":\"directory\",\"mode\":\"0755\",\"path\":\"/a\"}\n{\"entries\":1}\n",
-        HEAD "{\"kind\":\"directory\",\"mode\":493}\n{\"entries\":1}\n"
+        MANIFEST_HEAD "{\"kind\":\"pipe\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        MANIFEST_HEAD "{\"kind\":\"link\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        MANIFEST_HEAD "{\"kind\":\"directory\",\"mode\":\"0755\",\"path\":\"/a\"}\n{\"entries\":1}\n",
+        MANIFEST_HEAD "{\"kind\":\"directory\",\"mode\":493}\n{\"entries\":1}\n"
     )
 );
 
