@@ -14,6 +14,13 @@ set(INSPP_CMAKE_DIRECTORY ${CMAKE_INSTALL_LIBDIR}/cmake/inspp)
 # The list of headers that are not for others has one home; tools/structure checks uses against it.
 file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/private-headers.txt INSPP_PRIVATE_HEADERS REGEX "^[^#]")
 
+# What a build tree finds its libraries by (CMAKE_INSTALL_RPATH) means nothing where it is installed.
+function(inspp_remove_rpath target component directory)
+  install(CODE "file(RPATH_REMOVE FILE
+    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${directory}/$<TARGET_FILE_NAME:${target}>\")"
+    COMPONENT ${component})
+endfunction()
+
 # inspp_install_library(TARGET COMPONENT FOLDER NAME): a library, its headers and what finds them.
 function(inspp_install_library target component folder name)
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${name}
@@ -23,6 +30,7 @@ function(inspp_install_library target component folder name)
   install(TARGETS ${target} EXPORT inspp-${name}
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     COMPONENT ${component} NAMELINK_COMPONENT ${component}-dev)
+  inspp_remove_rpath(${target} ${component} ${CMAKE_INSTALL_LIBDIR})
   install(EXPORT inspp-${name} NAMESPACE inspp:: FILE inspp-${name}.cmake
     DESTINATION ${INSPP_CMAKE_DIRECTORY} COMPONENT ${component}-dev)
 
@@ -60,6 +68,7 @@ endfunction()
 inspp_install_library(dplinsup sup sup++ sup++)
 inspp_install_library(ins++ ins ins ins++)
 install(TARGETS ins-setup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT setup)
+inspp_remove_rpath(ins-setup setup ${CMAKE_INSTALL_SBINDIR})
 
 # What ins-setup is used with. Pages are compressed as Debian wants them, without name and time.
 foreach(page ins-setup.8 ins-script.5 ins++.7)

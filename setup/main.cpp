@@ -12,6 +12,7 @@
 #include <setup/output/KSetupArguments.h>
 #include <setup/plan/RunPlan.h>
 #include <setup/preflight/Preflight.h>
+#include <setup/preflight/ValuesFile.h>
 #include <setup/process/PrepareProcess.h>
 #include <setup/run/ListProducts.h>
 #include <setup/run/Runs.h>
@@ -77,6 +78,9 @@ int RunOnMachine(
 ) {
     return Tell(arguments, command, [&](KSETUP::KReporter& reporter, KRunReport& report) {
         KSETUP::RequireRoot(); // said before anything is wrong with the kit
+        KSETUP::TakeValues(
+            arguments.values, arguments.words
+        ); // before signals are held: somebody may type them
         const KSETUP::KSetupKit kit(KitOf(arguments));
         report.product = KSETUP::KSetupKit::GetProductName().c_str();
         KSYS::KStopSignals signals;
@@ -169,8 +173,12 @@ int main(int argc, char** argv) {
         if (!arguments) {
             return exitCode;
         }
+        KSETUP::HideSecrets(arguments->words, argv);
         if (WorksOnMachine(arguments->command)) {
             arguments->kit = KSETUP::FromDirectory(directory, arguments->kit);
+            if (arguments->values != KSETUP::standardInput) {
+                arguments->values = KSETUP::FromDirectory(directory, arguments->values);
+            }
         } else if (!directory.empty() && KSYS::EnterDirectory(directory.c_str()) != 0) {
             throw KSETUP::KSetupFailure(
                 KSETUP::ExitCode::noKit, directory + ": this directory cannot be entered again."

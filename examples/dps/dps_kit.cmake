@@ -32,7 +32,6 @@ function(add_binaries directory)
 endfunction()
 
 add_binaries(${KIT}/lin/${ARCHITECTURE} ${PRODUCT})
-# These need no libraries but the system's.
 copy_binaries(${KIT}/lin/${ARCHITECTURE}/plugins ${PLUGINS})
 # Last, the setup program the very last: where it is, the kit is whole.
 list(REVERSE SETUP)

@@ -66,10 +66,12 @@ Findings FailingServices(const KCheckContext& context);
 Findings UnknownServices(const KCheckContext& context);
 Findings ServicePrograms(const KCheckContext& context);
 Findings RunningServices(const KCheckContext& context);
+Findings UnconfinedServices(const KCheckContext& context);
 
 // Rules of ins-setup's own types. OwnRuleChecks.cpp
 Findings InvalidRules(const KCheckContext& context);
 Findings UnknownOwners(const KCheckContext& context);
+Findings SetIdsWithoutOwner(const KCheckContext& context);
 Findings ModesOfNothing(const KCheckContext& context);
 Findings LinksOutOfTheProduct(const KCheckContext& context);
 

@@ -73,7 +73,9 @@ constexpr std::array table = std::to_array<Check>({
     {"service-not-installed", warning, Checks::UnknownServices},
     {"service-program", warning, Checks::ServicePrograms},
     {"running-service", warning, Checks::RunningServices},
+    {"unconfined-service", warning, Checks::UnconfinedServices},
     {"unknown-owner", warning, Checks::UnknownOwners},
+    {"set-id-owner", warning, Checks::SetIdsWithoutOwner},
     {"link-out-of-product", warning, Checks::LinksOutOfTheProduct},
     {"wrong-suppression", warning, WrongSuppressions},
 });

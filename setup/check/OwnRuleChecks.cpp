@@ -81,6 +81,33 @@ Findings UnknownOwners(const KCheckContext& context) {
     return found;
 }
 
+Findings SetIdsWithoutOwner(const KCheckContext& context) {
+    constexpr unsigned setUser = 04000;
+    constexpr unsigned setGroup = 02000;
+    Findings found;
+    for (const KScriptRule& rule : context.GetLines()) {
+        if (SetupOperationOf(rule) != KSetupOperation::SetMode) {
+            continue;
+        }
+        const unsigned mode = rule.own->GetMode();
+        const bool isUser = (mode & setUser) != 0 && !rule.own->Has(KSetupField::Owner);
+        const bool isGroup = (mode & setGroup) != 0 && !rule.own->Has(KSetupField::Group);
+        const std::string path = NormalPath(rule.own->Get(KSetupField::Path));
+        // Of a directory the bits say whose the files in it become, not with whose rights they run.
+        if ((isUser || isGroup) &&
+            context.GetAfterInstall().FindTarget(path).kind != KEntryKind::Directory) {
+            found.push_back(context.AtField(
+                rule.line,
+                rule.own->IndexOf(KSetupField::Mode),
+                std::string("whoever runs this gets the rights of its ") +
+                    (isUser ? "owner" : "group") + ", which is root's unless the line says whose",
+                "write the owner and the group behind the mode, root,root where these are meant"
+            ));
+        }
+    }
+    return found;
+}
+
 Findings LinksOutOfTheProduct(const KCheckContext& context) {
     const std::string product = NormalPath(context.GetProductPath());
     Findings found;

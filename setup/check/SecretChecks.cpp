@@ -2,6 +2,7 @@
 #include <setup/check/Checks.h>
 #include <setup/script/KSetupRuleLine.h>
 #include <setup/script/ScriptText.h>
+#include <setup/script/SecretNames.h>
 
 #include <algorithm>
 #include <array>
@@ -12,27 +13,7 @@ namespace KSETUP::Checks {
 
 namespace {
 
-constexpr std::array secretWords = std::to_array<std::string_view>({
-    "password",
-    "passwd",
-    "passphrase",
-    "pwd",
-    "secret",
-    "token",
-    "credential",
-    "credentials",
-    "apikey",
-    "api_key",
-    "api-key",
-    "accesskey",
-    "access_key",
-    "access-key",
-    "privatekey",
-    "private_key",
-    "private-key",
-});
-constexpr std::string_view plainKey = "key"; // a part of too many other words
-constexpr std::size_t leastKeyBytes = 4;     // "--key=2" is a column
+constexpr std::size_t leastKeyBytes = 4; // "--key=2" is a column
 
 constexpr std::string_view blanks = " \t";
 
@@ -51,8 +32,8 @@ bool IsSecretName(std::string_view lowered) {
     while (!lowered.empty() && IsDigit(lowered.back())) {
         lowered.remove_suffix(1); // of several
     }
-    return std::any_of(secretWords.begin(), secretWords.end(), [&](std::string_view word) {
-        return lowered.ends_with(word);
+    return std::any_of(SecretWords().begin(), SecretWords().end(), [&](std::string_view word) {
+        return lowered.ends_with(word) || lowered.ends_with(std::string(word) + "s");
     });
 }
 
@@ -70,7 +51,7 @@ bool IsSecretKey(std::string_view value) {
 }
 
 bool IsSecretOption(const std::string& name, const std::string& value) {
-    return name == plainKey ? IsSecretKey(value) : IsSecretName(name) && IsSecretValue(value);
+    return name == secretKey ? IsSecretKey(value) : IsSecretName(name) && IsSecretValue(value);
 }
 
 /// Whether the shell's word in which a place of a text lies is an option.
@@ -109,8 +90,8 @@ bool HoldsSecret(const std::string& given) {
         }
         return false;
     };
-    return isGiven(plainKey, IsSecretKey) ||
-           std::any_of(secretWords.begin(), secretWords.end(), [&](std::string_view word) {
+    return isGiven(secretKey, IsSecretKey) ||
+           std::any_of(SecretWords().begin(), SecretWords().end(), [&](std::string_view word) {
                return isGiven(word, IsSecretValue);
            });
 }

@@ -3,10 +3,14 @@
 #include <setup/check/PlanSteps.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlannedServices.h>
+#include <setup/script/ScriptText.h>
 
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string_view>
 #include <system_error>
 
 #include <sys/services/KServiceError.h>
@@ -120,6 +124,52 @@ bool IsEndedBefore(
             return false;
         }
     });
+}
+
+/// What takes something away from a service, if only a part of what systemd.exec(5) has for it.
+constexpr std::array confinements = std::to_array<const char*>({
+    "User",
+    "DynamicUser",
+    "ProtectSystem",
+    "ProtectHome",
+    "PrivateTmp",
+    "PrivateDevices",
+    "PrivateUsers",
+    "NoNewPrivileges",
+    "CapabilityBoundingSet",
+    "SystemCallFilter",
+    "RestrictAddressFamilies",
+    "RestrictNamespaces",
+    "RootDirectory",
+    "RootImage",
+});
+
+/// Of one key the last line counts. An empty CapabilityBoundingSet is the strictest.
+bool Confines(const std::string& unit, const std::string& key) {
+    const std::vector<std::string> values = KSYS::UnitValues(unit, "Service", key);
+    if (values.empty()) {
+        return false;
+    }
+    const std::string value = Lowered(values.back());
+    static constexpr std::array none =
+        std::to_array<std::string_view>({"no", "false", "off", "0", "root"});
+    return (!value.empty() || key == "CapabilityBoundingSet") &&
+           std::find(none.begin(), none.end(), value) == none.end();
+}
+
+/// Of a unit file that is not the kit's nothing is known.
+bool RunsAsRootUnconfined(const KCheckContext& context, const KPlanStep& install) {
+    if (!install.action->source.empty()) {
+        return true; // by a unit file that names the program and no more
+    }
+    const std::string path =
+        context.GetAfterInstall().GetContent("/etc/systemd/system/" + install.path + ".service");
+    std::ifstream file(path, std::ios::binary);
+    const std::string unit{std::istreambuf_iterator<char>(file), {}};
+    return IsAtOrBelow(path, context.GetKitDirectory()) && file.is_open() &&
+           std::none_of(confinements.begin(), confinements.end(), [&](const char* key) {
+               return Confines(unit, key);
+           });
 }
 
 } // namespace
@@ -243,6 +293,26 @@ Findings RunningServices(const KCheckContext& context) {
                 "write service=remove," + step.path +
                     " in front of the copies: it stops the service, and does not fail where there "
                     "is none"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings UnconfinedServices(const KCheckContext& context) {
+    Findings found;
+    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+        if (step.action->kind == Kind::InstallService && step.action->obstacle.empty() &&
+            !step.commandRan && RunsAsRootUnconfined(context, step)) {
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                1,
+                "the service " + step.path + " runs as root, and nothing confines it",
+                "bring a unit file with User= and settings as ProtectSystem=strict, by "
+                "config=replace "
+                "into /etc/systemd/system and service=install,NAME; \"ins-setup kit new "
+                "--service\" "
+                "writes one"
             ));
         }
     }

@@ -6,7 +6,7 @@ _ins_setup_options() { # COMMAND
     local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --detailed-exit-code'
     run+=' --offline-services --allow-conflicts'
     case $1 in
-    install) echo "$run --addProfileLine --reinstall --no-check --allow-downgrade --start-services --rollback" ;;
+    install) echo "$run --addProfileLine --values --reinstall --no-check --allow-downgrade --start-services --rollback" ;;
     remove) echo "$run --yes -y --purge" ;;
     status) echo '--kit --json --verify' ;;
     restore) echo '--kit --json --quiet -q --wait --detailed-exit-code --force' ;;
@@ -32,7 +32,7 @@ _ins_setup() {
         mapfile -t COMPREPLY < <(compgen -d -- "$current")
         return
         ;;
-    --output | -o)
+    --output | -o | --values)
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
         ;;

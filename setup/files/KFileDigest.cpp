@@ -79,6 +79,8 @@ KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& sh
     if (result.errorNumber != 0) {
         return result;
     }
+    constexpr unsigned permissions = 07777;
+    result.mode = status.st_mode & permissions;
     Sha256Sum sum;
     // One byte more than the file has: the read that finds its end needs room.
     const std::size_t room = std::min(static_cast<std::size_t>(status.st_size) + 1, chunkBytes);

@@ -15,6 +15,7 @@ struct KFileDigest {
     unsigned errorNumber = 0; ///< 0 when the file was read to its end
     std::uint64_t size = 0;   ///< bytes that were read
     std::string sha256;       ///< in hexadecimal; empty when it was not read to its end
+    unsigned mode = 0;        ///< permission bits of the file that was read, 0 of one that was not
 };
 
 /// By path.

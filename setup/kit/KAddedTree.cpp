@@ -69,6 +69,26 @@ KAddedTree::Rights RightsOf(const struct stat& status) {
     return rights;
 }
 
+/// What would become of a set-id bit: the rights of who made the tree would be root's. A number without
+/// a name is anybody's on another machine. Empty for one whose owner a rule can say.
+std::string WhyNoSetId(const struct stat& status, const KAddedTree::Rights& rights) {
+    const auto describe = [&](mode_t bit, unsigned id, const std::string& written, char letter) {
+        const bool isLost = id != 0 && (written == "root" || IsAccountNumber(written));
+        if ((status.st_mode & bit) == 0 || !isLost) {
+            return std::string();
+        }
+        return std::string("it has the set-id bit of ") + (bit == S_ISUID ? "user " : "group ") +
+               std::to_string(id) + ", which on a machine would be " +
+               (written == "root" ? "root's" : "whose that number is there") +
+               "; take it away (chmod " + letter +
+               "-s), or add the tree as root or under fakeroot(1), with the owner and group that "
+               "the "
+               "file is to have";
+    };
+    const std::string why = describe(S_ISUID, status.st_uid, rights.owner, 'u');
+    return why.empty() ? describe(S_ISGID, status.st_gid, rights.group, 'g') : why;
+}
+
 } // namespace
 
 KAddedTree::KAddedTree(const std::string& directory) {
@@ -148,7 +168,11 @@ void KAddedTree::ScanEntry(
         if (failed != 0) {
             Complain(relative, std::generic_category().message(static_cast<int>(failed)));
         }
-        directory.files.push_back({name, RightsOf(status)});
+        const Rights rights = RightsOf(status);
+        if (const std::string why = WhyNoSetId(status, rights); !why.empty()) {
+            Complain(relative, why);
+        }
+        directory.files.push_back({name, rights});
     } else if (S_ISLNK(status.st_mode)) {
         std::error_code error;
         const std::string target = fs::read_symlink(path, error).string();

@@ -9,11 +9,14 @@
 #include <setup/output/TextFormat.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 namespace KSETUP {
@@ -25,29 +28,62 @@ namespace fs = std::filesystem;
 constexpr char sealName[] = "SHA256SUMS";
 constexpr std::size_t digestLetters = 64;
 constexpr std::size_t namesShown = 20;
+/// A comment to sha256sum, in front of the line of the file that it is about.
+constexpr std::string_view comment = "#";
+constexpr char modeMark[] = "mode ";
+constexpr char linkMark[] = "link ";
+/// A run refuses a kit that group or others can write to, so a copy without these bits is the same kit.
+constexpr unsigned sealedBits = 07755;
 
-/// The path of a file in a kit, or of the one there that a link leads to; empty for a link that
-/// leads out of the kit: what it leads to is nothing that a seal can vouch for.
-std::string FindSealable(const fs::path& kit, const std::string& name) {
+/// What a seal says of a file.
+struct KSealedFile {
+    std::string sha256;
+    std::string kind; ///< "mode 0755", or "link TARGET"; empty in one that sha256sum wrote
+};
+
+/// A file as it is now.
+struct KReadFile {
+    std::string path; ///< without a link at its end; empty for a link that leads out of the kit
+    KFileDigest digest;
+    std::string kind; ///< as the seal has it
+};
+
+/// Where a link in a kit leads to; empty when that is out of the kit.
+std::string FindInKit(const fs::path& kit, const std::string& name) {
     std::error_code unknown; // then reading it tells
-    const std::string path = (kit / name).string();
-    if (!fs::is_symlink(path, unknown)) {
-        return path;
-    }
     const std::string whole = fs::canonical(kit, unknown).string();
     const KLinkWay way = FollowLink((fs::path(whole) / name).string());
     return way.StaysIn(whole) ? way.end : "";
 }
 
-KFileDigest Digest(const std::string& path, const std::function<bool()>& shallStop = {}) {
-    KFileDigest digest = DigestFile(path, shallStop);
-    if (digest.errorNumber == ECANCELED) {
+/// Reads a file of a kit, or the one there that a link leads to. What a link out of the kit leads to
+/// is nothing that a seal can vouch for, and is not read.
+KReadFile ReadFile(
+    const fs::path& kit, const std::string& name, const std::function<bool()>& shallStop = {}
+) {
+    KReadFile file{(kit / name).string(), {}, {}};
+    std::error_code isNoLink;
+    const fs::path target = fs::read_symlink(file.path, isNoLink);
+    if (!isNoLink) {
+        file.kind = linkMark + target.string();
+        file.path = FindInKit(kit, name);
+        if (file.path.empty()) {
+            return file;
+        }
+    }
+    file.digest = DigestFile(file.path, shallStop);
+    if (file.digest.errorNumber == ECANCELED) {
         throw KSetupStop("Stopped on request. Nothing was changed.");
     }
-    if (digest.errorNumber != 0) {
-        FailOn(path, static_cast<int>(digest.errorNumber));
+    if (file.digest.errorNumber != 0) {
+        FailOn(file.path, static_cast<int>(file.digest.errorNumber));
     }
-    return digest;
+    if (isNoLink) {
+        std::array<char, 8> mode{};
+        std::snprintf(mode.data(), mode.size(), "%04o", file.digest.mode & sealedBits);
+        file.kind = std::string(modeMark) + mode.data();
+    }
+    return file;
 }
 
 /// sha256sum marks a name with such letters by a backslash before the line.
@@ -87,16 +123,30 @@ bool IsPlain(const std::string& path) {
            !path.starts_with("..");
 }
 
-/// Digests by path. Throws KSetupFailure for a line that is none.
-std::map<std::string, std::string> ReadSeal(const fs::path& seal) {
+bool IsKind(std::string_view text) {
+    return text.starts_with(modeMark) || text.starts_with(linkMark);
+}
+
+/// By path. Throws KSetupFailure for a line that is none.
+std::map<std::string, KSealedFile> ReadSeal(const fs::path& seal) {
     const std::string bytes = ReadBytes(seal);
-    std::map<std::string, std::string> digests;
+    std::map<std::string, KSealedFile> digests;
+    std::string kind; // of the next file
     std::size_t number = 0;
     for (std::size_t at = 0; at < bytes.size();) {
         const std::size_t end = std::min(bytes.find('\n', at), bytes.size());
         std::string_view line = std::string_view(bytes).substr(at, end - at);
         at = end + 1;
         ++number;
+        if (line.starts_with(comment)) {
+            line.remove_prefix(comment.size());
+            kind = line;
+            if (IsKind(line) && Unescape(kind)) {
+                continue;
+            }
+            kind.clear(); // anybody's comment
+            continue;
+        }
         const bool escaped = line.starts_with('\\');
         line.remove_prefix(escaped ? 1 : 0);
         const std::string digest(line.substr(0, std::min(digestLetters, line.size())));
@@ -106,7 +156,7 @@ std::map<std::string, std::string> ReadSeal(const fs::path& seal) {
         std::string name(rest.size() > 2 ? rest.substr(2) : "");
         if (!isDigest || (!rest.starts_with("  ") && !rest.starts_with(" *")) ||
             (escaped && !Unescape(name)) || !IsPlain(name) ||
-            !digests.emplace(name, digest).second) {
+            !digests.emplace(name, KSealedFile{digest, std::exchange(kind, {})}).second) {
             throw KSetupFailure(
                 ExitCode::malformedScript,
                 seal.string() + ":" + std::to_string(number) +
@@ -118,7 +168,7 @@ std::map<std::string, std::string> ReadSeal(const fs::path& seal) {
     return digests;
 }
 
-void Complain(std::vector<std::string>& wrong, const std::string& name, const char* what) {
+void Complain(std::vector<std::string>& wrong, const std::string& name, const std::string& what) {
     wrong.push_back(Printable(name) + ": " + what);
 }
 
@@ -149,8 +199,8 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
     std::string sums;
     for (const std::string& name : listing.files) {
         const std::string escaped = Escaped(name);
-        const std::string path = FindSealable(kit, name);
-        if (path.empty()) {
+        const KReadFile file = ReadFile(kit, name);
+        if (file.path.empty()) {
             throw KSetupFailure(
                 ExitCode::noKit,
                 kitDirectory + "/" + Printable(name) +
@@ -158,7 +208,8 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
                     "Put the file itself in its place (cp -L LINK COPY, mv COPY LINK)."
             );
         }
-        sums += (escaped == name ? "" : "\\") + Digest(path).sha256 + "  " + escaped + "\n";
+        sums += std::string(comment) + Escaped(file.kind) + "\n" + (escaped == name ? "" : "\\") +
+                file.digest.sha256 + "  " + escaped + "\n";
     }
     WriteBytes(kit / sealName, sums, 0644);
     return listing.files.size();
@@ -182,7 +233,9 @@ KDigests VerifySeal(
         return read;
     }
     const fs::path kit(kitDirectory);
-    if (FindSealable(kit, sealName).empty()) {
+    std::error_code isNoLink;
+    fs::read_symlink(kit / sealName, isNoLink);
+    if (!isNoLink && FindInKit(kit, sealName).empty()) {
         throw KSetupFailure(
             ExitCode::malformedScript,
             kitDirectory + "/" + sealName +
@@ -190,7 +243,7 @@ KDigests VerifySeal(
                 "the kit again."
         );
     }
-    std::map<std::string, std::string> digests = ReadSeal(kit / sealName);
+    std::map<std::string, KSealedFile> digests = ReadSeal(kit / sealName);
     const KKitListing listing = ListSealable(kit);
     std::vector<std::string> wrong;
     for (const std::string& name : listing.files) {
@@ -199,16 +252,18 @@ KDigests VerifySeal(
             Complain(wrong, name, "not listed");
             continue;
         }
-        const std::string path = FindSealable(kit, name);
-        if (path.empty()) {
+        KReadFile file = ReadFile(kit, name, shallStop);
+        const std::string& kind = sealed->second.kind;
+        if (file.path.empty()) {
             Complain(wrong, name, "a link that leads out of the kit");
-        } else {
-            KFileDigest file = Digest(path, shallStop);
-            if (file.sha256 != sealed->second) {
-                Complain(wrong, name, "changed");
-            }
-            read.insert_or_assign((kit / name).string(), file);
-            read.insert_or_assign(path, std::move(file));
+        } else if (file.digest.sha256 != sealed->second.sha256) {
+            Complain(wrong, name, "changed");
+        } else if (!kind.empty() && file.kind != kind) {
+            Complain(wrong, name, "sealed as " + Printable(kind) + ", now " + Printable(file.kind));
+        }
+        if (!file.path.empty()) {
+            read.insert_or_assign((kit / name).string(), file.digest);
+            read.insert_or_assign(std::move(file.path), std::move(file.digest));
         }
         digests.erase(sealed);
     }

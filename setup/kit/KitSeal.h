@@ -9,7 +9,8 @@
 namespace KSETUP {
 
 /// Writes SHA256SUMS into a kit, in the format of sha256sum(1), so that `sha256sum -c SHA256SUMS`
-/// there proves the same: every file save itself, sorted by name. A link that leads out of the kit is
+/// there proves the same of the bytes: every file save itself, sorted by name. In front of each
+/// stands a comment with its mode, or where the link leads to. A link that leads out of the kit is
 /// refused.
 ///
 /// Returns  the number of files

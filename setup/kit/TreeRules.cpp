@@ -12,6 +12,8 @@
 #include <string_view>
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace KSETUP {
 
 namespace {
@@ -185,7 +187,9 @@ class TreeRules {
         std::array<char, 8> mode{};
         std::snprintf(mode.data(), mode.size(), "%04o", rights.mode);
         text += "mode=set," + target + "," + mode.data();
-        if (rights.owner != "root" || rights.group != "root") {
+        // Whose rights a set-id bit gives is never left to what stands there.
+        const bool isSetId = (rights.mode & (S_ISUID | S_ISGID)) != 0;
+        if (isSetId || rights.owner != "root" || rights.group != "root") {
             text += "," + rights.owner + "," + rights.group;
         }
         text += "\n";

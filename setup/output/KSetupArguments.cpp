@@ -206,6 +206,12 @@ void Parser::AddInstall() {
         )
         ->type_name("LINE")
         ->allow_extra_args(false);
+    install
+        ->add_option(
+            "--values", arguments.values, "Write the options of an INI file into the configuration"
+        )
+        ->type_name("FILE")
+        ->check(NotEmpty());
     install->add_flag(
         "--reinstall", arguments.reinstall, "Do it all again, also what is there already"
     );
@@ -340,6 +346,7 @@ KAnswerForm ReadAnswerForm(int argc, const char* const* argv) {
 
 std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCode) {
     KSetupArguments arguments;
+    arguments.words.assign(argv, argv + argc);
     Parser parser(arguments);
     const auto refuse = [&](const CLI::ParseError& error) {
         exitCode = parser.Exit(error) == 0 ? ExitCode::done : ExitCode::usage;

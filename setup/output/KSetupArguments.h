@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace KSETUP {
 
@@ -29,9 +30,11 @@ struct KSetupArguments {
     std::string product;     ///< a product by its name, whose kept kit is taken; empty for none
     std::string productPath; ///< where to install; empty leaves it to the record or the script
 
-    bool quiet = false;         ///< no progress; only failures are said
-    bool json = false;          ///< one JSON object at the end instead of texts
-    bool jsonEvents = false;    ///< one JSON object a line while it goes on
+    std::vector<std::string> words; ///< the command line itself, the program's name first
+    std::string values;      ///< the file of values for the configuration; "-" for standard input
+    bool quiet = false;      ///< no progress; only failures are said
+    bool json = false;       ///< one JSON object at the end instead of texts
+    bool jsonEvents = false; ///< one JSON object a line while it goes on
     int progressDescriptor = 1; ///< where these lines go
 
     bool offlineServices = false; ///< leave starts and stops for the next boot where systemd is off

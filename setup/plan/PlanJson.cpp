@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/KJsonObject.h>
 #include <setup/plan/PlanReport.h>
+#include <setup/script/SecretNames.h>
 
 #include <array>
 #include <cstdio>
@@ -106,8 +107,8 @@ KJsonObject ToObject(const KPlannedRule& planned) {
     object.Put("line", line.number);
     object.Put("section", line.section);
     object.Put("type", line.type);
-    object.Put("value", line.value);
-    object.Put("fields", planned.rule.fields);
+    object.Put("value", MaskedLine(line.type, line.value).substr(line.type.size() + 1));
+    object.Put("fields", MaskedFields(line.type, planned.rule.fields));
     return object.Put("actions", ToObjects(planned.actions));
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/plan/KPlanner.h>
 #include <setup/script/ScriptText.h>
+#include <setup/script/SecretNames.h>
 
 #include <algorithm>
 #include <string_view>
@@ -68,7 +69,10 @@ void KPlanner::Create(const std::string& profile) {
 
 void KPlanner::Put(const std::string& profile, const KPlannedTree::Option& option) {
     KPlannedAction action = ActionOf(
-        Kind::PutOption, profile, "[" + option.section + "] " + option.key + "=" + option.value
+        Kind::PutOption,
+        profile,
+        "[" + option.section + "] " + option.key + "=" +
+            (MayBeSecret(option.section, option.key) ? maskedValue : option.value)
     );
     const KPlannedPlace place =
         tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);

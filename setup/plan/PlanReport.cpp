@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/TextFormat.h>
 #include <setup/plan/PlanReport.h>
+#include <setup/script/SecretNames.h>
 
 #include <array>
 #include <cstdio>
@@ -70,8 +71,8 @@ void AppendAction(std::string& text, const KPlannedAction& action) {
 
 void AppendRule(std::string& text, const std::string& script, const KPlannedRule& planned) {
     const KScriptLine& line = planned.rule.line;
-    text += script + ":" + std::to_string(line.number) + ": " + Printable(line.type) + "=" +
-            Printable(line.value) + "\n";
+    text += script + ":" + std::to_string(line.number) + ": " +
+            Printable(MaskedLine(line.type, line.value)) + "\n";
     if (planned.actions.empty()) {
         text += "    nothing\n";
     }

@@ -20,16 +20,6 @@ namespace KSETUP {
 
 namespace {
 
-/// Who called sudo(8), which says so: their own files are theirs to run as root. Else root.
-uid_t CallingUser() {
-    const char* text = std::getenv("SUDO_UID"); // NOLINT: nobody changes the environment
-    uid_t user = 0;
-    if (text != nullptr) {
-        std::from_chars(text, text + std::strlen(text), user);
-    }
-    return user;
-}
-
 /// Whether others could change what is there. `isAbove` says that only what is below it counts.
 bool IsOpenToOthers(const struct stat& status, bool isAbove) {
     const bool othersMayWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
@@ -138,6 +128,15 @@ class PrivateKit {
 };
 
 } // namespace
+
+uid_t CallingUser() {
+    const char* text = std::getenv("SUDO_UID"); // NOLINT: nobody changes the environment
+    uid_t user = 0;
+    if (text != nullptr) {
+        std::from_chars(text, text + std::strlen(text), user);
+    }
+    return user;
+}
 
 void RequirePrivate(const std::string& directory) {
     PrivateKit(directory).Require();

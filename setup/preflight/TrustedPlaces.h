@@ -3,10 +3,15 @@
 
 #include <string>
 
+#include <sys/types.h>
+
 namespace KSETUP {
 
 /// \file
 /// Who else could change what root is about to believe, run or write to.
+
+/// Who called sudo(8), which says so: their own files are theirs to run as root. Else root.
+uid_t CallingUser();
 
 /// Refuses a directory that others than root, or than who called sudo(8), could change: what is
 /// installed from there would be theirs. All that is in it counts, the directories above it, and so

@@ -2,7 +2,10 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/process/PrepareProcess.h>
+#include <setup/script/SecretNames.h>
+#include <sup++/SvcData.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <filesystem>
@@ -61,6 +64,18 @@ std::string PrepareProcess() {
         throw KSetupFailure(ExitCode::internal, "the root directory cannot be entered.");
     }
     return former;
+}
+
+void HideSecrets(const std::vector<std::string>& words, char** argv) {
+    static_cast<void>(SvcGetGlobalDataEx()); // reads it when it is called first
+    const std::vector<std::string> masked = MaskedArguments(words);
+    for (std::size_t at = 0; at < words.size(); ++at) {
+        const std::string& word = words[at];
+        const auto differ =
+            std::mismatch(word.begin(), word.end(), masked[at].begin(), masked[at].end());
+        // As long as before, for what stands behind it does not move. Also where they are the same.
+        std::fill(argv[at] + (differ.first - word.begin()), argv[at] + word.size(), '*');
+    }
 }
 
 std::string FromDirectory(const std::string& directory, const std::string& path) {

@@ -3,10 +3,11 @@
 #include <setup/KSetupFailure.h>
 #include <setup/output/TextFormat.h>
 #include <setup/run/KAuditLog.h>
+#include <setup/script/SecretNames.h>
 #include <sup++/KError.h>
 #include <sup++/KLogPrefix.h>
-#include <sup++/SvcData.h>
 
+#include <sys/processes/OwnProcess.h>
 #include <sys/utsname.h>
 #include <syslog.h>
 #include <systemd/sd-journal.h>
@@ -37,6 +38,20 @@ std::string What(const KRunReport& report) {
 /// The journal shows a text with control characters as a count of bytes only.
 std::string ForJournal(const std::string& text) {
     return Printable(text, KLineEnds::Kept);
+}
+
+/// As the caller wrote them, each between quotes.
+std::string Arguments() {
+    std::string text;
+    for (const std::string& word : MaskedArguments(KSYS::ProgramArguments())) {
+        text += text.empty() ? "\"" : " \"";
+        for (const char letter : word) {
+            text += letter == '"' || letter == '\\' ? "\\" : "";
+            text += letter;
+        }
+        text += '"';
+    }
+    return text;
 }
 
 void TellJournal(const KRunReport& report, const std::string& message, const char* result) {
@@ -71,12 +86,10 @@ void KAuditLog::Begin(const KRunReport& report, const std::string& kit) {
         // Before the engine, which opens it for itself: the run begins with this.
         KSUP::KLog log;
         log.Open(report.log);
-        const char* arguments = SvcGetGlobalDataEx()->commandLine;
         log << KLogPrefix(Name()) << "Begin " << What(report) << " in " << report.productPath
             << (report.formerVersion.empty() ? "" : ", over ") << report.formerVersion
             << ", from kit " << kit << KLogTypes::EndEntry;
-        log << KLogPrefix(Name()) << "Arguments: " << (arguments != nullptr ? arguments : "")
-            << KLogTypes::EndEntry;
+        log << KLogPrefix(Name()) << "Arguments: " << Arguments() << KLogTypes::EndEntry;
         log << KLogPrefix(Name()) << "ins-setup " INSPP_VERSION " on " << Machine()
             << KLogTypes::EndEntry;
     } catch (const KSUP::KError& error) {

@@ -14,6 +14,7 @@
 #include <setup/preflight/TrustedPlaces.h>
 #include <setup/run/KCheckedRun.h>
 #include <setup/run/PlannedPaths.h>
+#include <setup/script/SecretNames.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/SvcService.h>
 
@@ -87,9 +88,9 @@ void RefuseObstacles(const KPlannedRun& planned) {
                 throw KSetupFailure(
                     ExitCodeOf(action),
                     planned.GetContext().kit.GetScript().c_str() +
-                        (":" + std::to_string(rule.rule.line.number) + ": ") + rule.rule.line.type +
-                        "=" + rule.rule.line.value + " would fail: " + action.obstacle +
-                        ". Nothing was changed."
+                        (":" + std::to_string(rule.rule.line.number) + ": ") +
+                        MaskedLine(rule.rule.line.type, rule.rule.line.value) +
+                        " would fail: " + action.obstacle + ". Nothing was changed."
                 );
             }
         }

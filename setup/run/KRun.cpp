@@ -12,6 +12,7 @@
 #include <setup/run/PlannedPaths.h>
 #include <setup/run/RunFailure.h>
 #include <setup/script/KSetupRuleLine.h>
+#include <setup/script/SecretNames.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
@@ -46,14 +47,14 @@ std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
         if (rule.rule.type != KINS::KRuleType::Section) {
             rules.push_back(
                 {script + ":" + std::to_string(line.number),
-                 line.type + "=" + line.value,
+                 MaskedLine(line.type, line.value),
                  StartsPrograms(rule.rule)}
             );
         }
     }
     if (planned.Installs()) {
-        for (std::string& line : ReadAddedLines()) {
-            rules.push_back({"--addProfileLine", std::move(line), false});
+        for (KAddedLine& line : DescribeAddedLines()) {
+            rules.push_back({std::move(line.option), std::move(line.text), false});
         }
     }
     return rules;

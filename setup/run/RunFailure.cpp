@@ -18,8 +18,11 @@ constexpr unsigned runningState = 4; // of a service
 /// "cannot write /opt/p/a: No space left on device".
 std::string WordsOfSystem(const KSUP::KError& error) {
     const std::string path = error.GetPath().c_str();
-    const std::string text = error.HasInfo() ? error.GetInfo().GetString().c_str()
-                                             : path + ": " + error.GetReason().c_str();
+    std::string text = error.HasInfo() ? error.GetInfo().GetString().c_str()
+                                       : path + ": " + error.GetReason().c_str();
+    if (error.GetCode() == EFBIG) {
+        text += " (a limit of the caller, as ulimit -f sets it, or of the file system)";
+    }
     if (path.empty()) {
         return text;
     }

@@ -3,6 +3,7 @@
 #include <setup/KSetupStop.h>
 #include <setup/files/PathText.h>
 #include <setup/output/TextFormat.h>
+#include <setup/script/SecretNames.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/KRunLock.h>
 
@@ -142,7 +143,7 @@ bool TryLock(KSYS::KDescriptor& file, const OpenPlace& place, const std::string&
 
 std::string OwnCommandLine() {
     std::string text;
-    for (const std::string& word : KSYS::ProgramArguments()) {
+    for (const std::string& word : MaskedArguments(KSYS::ProgramArguments())) {
         text += (text.empty() ? "" : " ") + word;
     }
     return Printable(text.substr(0, commandBytes));

@@ -50,6 +50,7 @@ unsigned IsolateProcess(const EnvironmentVariables& environment) {
     static_cast<void>(::setrlimit(RLIMIT_CORE, &none));
     static_cast<void>(::prctl(PR_SET_DUMPABLE, 0));
     ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN); // write(2) answers EFBIG then, an error that is told as any other
     return 0;
 }
 

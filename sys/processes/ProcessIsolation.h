@@ -16,7 +16,8 @@ bool IsRoot() noexcept;
 using EnvironmentVariables = std::vector<std::pair<std::string, std::string>>;
 
 /// Opens descriptors 0 to 2 on /dev/null where they are closed, sets umask 022, replaces the
-/// environment, turns core dumps off and ignores SIGPIPE. While the process has one thread.
+/// environment, turns core dumps off and ignores SIGPIPE and SIGXFSZ, so that writing fails with EPIPE
+/// and EFBIG. While the process has one thread.
 ///
 /// Returns  0, or errno when /dev/null cannot be opened; nothing else is done then
 /// Throws   std::bad_alloc

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include <csignal>
+
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/Retry.h>
@@ -27,9 +29,19 @@ unsigned RunProgram(
         &actions, STDOUT_FILENO, output, O_WRONLY | O_CREAT | O_TRUNC, 0600
     );
     ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    posix_spawnattr_t attributes;
+    sigset_t ignored;
+    sigemptyset(&ignored);
+    // A program expects those that this process ignores as a login gives them.
+    sigaddset(&ignored, SIGPIPE);
+    sigaddset(&ignored, SIGXFSZ);
+    ::posix_spawnattr_init(&attributes);
+    ::posix_spawnattr_setsigdefault(&attributes, &ignored);
+    ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     pid_t child = 0;
     const int error =
-        ::posix_spawnp(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
+        ::posix_spawnp(&child, arguments[0], &actions, &attributes, arguments.data(), environ);
+    ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&actions);
     if (error != 0) {
         return static_cast<unsigned>(error);

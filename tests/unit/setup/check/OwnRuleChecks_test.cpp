@@ -47,6 +47,26 @@ INSTANTIATE_TEST_SUITE_P(
             0,
             "user=create,svcuser\nmode=set,/opt,0755,svcuser,svcuser"},
         KTEST::FindingRow{"OwnerOfEachSystem", "unknown-owner", 0, "mode=set,/opt,0755,daemon,adm"},
+        KTEST::FindingRow{
+            "SetUserIdOfNobody",
+            "set-id-owner",
+            3,
+            "directory=create,$pathTarget$\nmode=set,$pathTargetBinX86_64$svc,4755"},
+        KTEST::FindingRow{
+            "SetGroupIdWithoutAGroup",
+            "set-id-owner",
+            2,
+            "mode=set,$pathTargetBinX86_64$svc,2755,daemon"},
+        KTEST::FindingRow{
+            "SetIdsWithOwnerAndGroup",
+            "set-id-owner",
+            0,
+            "mode=set,$pathTargetBinX86_64$svc,6755,root,root"},
+        KTEST::FindingRow{
+            "SetGroupIdOfADirectory",
+            "set-id-owner",
+            0,
+            "directory=create,$pathTarget$d\nmode=set,$pathTarget$d,2755"},
         KTEST::FindingRow{"OwnerByNumber", "unknown-owner", 0, "mode=set,/opt,0755,1234,1234"},
         KTEST::FindingRow{
             "LinkOutOfTheProduct", "link-out-of-product", 2, "link=create,../usr,$pathTarget$a"},

@@ -45,6 +45,11 @@ INSTANTIATE_TEST_SUITE_P(
             "directory=create,$pathTargetBinX86_64$\n"
             "file=copy,svc,$pathSourceBinX86_64$,$pathTargetBinX86_64$\n"
             "service=install,svc,Service,$pathTargetBinX86_64$svc,-x 'a"},
+        KTEST::FindingRow{
+            "AProgramAndItsArguments",
+            "unconfined-service",
+            2,
+            "service=install,svc,Service,$pathTargetBinX86_64$svc,-x"},
         KTEST::FindingRow{"NameWithABlank", "failing-service", 2, "service=start,my svc"},
         KTEST::FindingRow{
             "RemoveBeforeInstall",
@@ -205,6 +210,45 @@ TEST_F(ServiceMessagesTest, AnEarlyStopIsAnErrorWithAWayOut) {
 TEST_F(ServiceMessagesTest, AWarningIsAllowedByItsName) {
     Install("; check: allow service-not-installed\nservice=start,inspp-none");
     EXPECT_FALSE(Finds("service-not-installed"));
+}
+
+/// A kit with a unit file of its own.
+class UnconfinedServicesTest : public KTEST::GivenKit {
+  protected:
+    bool IsFound(const std::string& lines) {
+        tree.Write("kit/unit/svc.service", "[Service]\nExecStart=/etc/svc/svc\n" + lines);
+        Install("config=replace,svc.service,$pathSource$unit,/etc/systemd/system\n"
+                "service=install,svc");
+        return Finds("unconfined-service");
+    }
+};
+
+TEST_F(UnconfinedServicesTest, OneThatOnlyNamesItsProgramIsTold) {
+    EXPECT_TRUE(IsFound(""));
+    EXPECT_THAT(
+        TheFinding("unconfined-service"), HasSubstr("the service svc runs as root, and nothing")
+    );
+}
+
+TEST_F(UnconfinedServicesTest, RootByItsNameIsRoot) {
+    EXPECT_TRUE(IsFound("User=root\nProtectSystem=no\n"));
+}
+
+TEST_F(UnconfinedServicesTest, SettingsOfAnotherSectionDoNotCount) {
+    EXPECT_TRUE(IsFound("[Install]\nUser=svc\n"));
+}
+
+TEST_F(UnconfinedServicesTest, AUserIsEnough) {
+    EXPECT_FALSE(IsFound("User=svc\n"));
+}
+
+TEST_F(UnconfinedServicesTest, RootThatMayDoLittleIsEnough) {
+    EXPECT_FALSE(IsFound("CapabilityBoundingSet=\n"));
+}
+
+TEST_F(UnconfinedServicesTest, OfAUnitFileThatIsNotTheKitsNothingIsTold) {
+    Install("service=install,inspp-none");
+    EXPECT_FALSE(Finds("unconfined-service"));
 }
 
 } // namespace

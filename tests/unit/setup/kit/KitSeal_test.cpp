@@ -38,6 +38,10 @@ class KitSealTest : public ::testing::Test {
         return {};
     }
 
+    static int Shell(const std::string& command) {
+        return std::system(command.c_str()); // NOLINT: the very program is the point
+    }
+
     KTEST::TemporaryTree tree;
 };
 
@@ -45,7 +49,9 @@ TEST_F(KitSealTest, ASealIsSortedAndInTheFormatOfSha256sum) {
     EXPECT_EQ(Seal(), 2U);
     EXPECT_EQ(
         tree.Read("kit/SHA256SUMS"),
+        "#mode 0755\n"
         "277089d91c0bdf4f2e6862ba7e4a07605119431f5d13f726dd352b06f1b206a9  bin/tool\n"
+        "#mode 0644\n"
         "490cd15464f572c67f425b1e7797ca92464fc380858d76aa8fad245ec33c0b97  install.ini\n"
     );
     EXPECT_EQ(Verify(), "");
@@ -97,7 +103,7 @@ TEST_F(KitSealTest, Sha256sumAgrees) {
     EXPECT_EQ(Verify(), "");
     const std::string command =
         "cd '" + tree.Path("kit") + "' && sha256sum --strict --quiet -c SHA256SUMS";
-    EXPECT_EQ(std::system(command.c_str()), 0); // NOLINT: the very program is the point
+    EXPECT_EQ(Shell(command), 0);
 }
 
 TEST_F(KitSealTest, AKitWithoutASealIsFine) {
@@ -109,6 +115,45 @@ TEST_F(KitSealTest, AChangedFileIsNamed) {
     Seal();
     tree.Write("kit/bin/tool", "Bytes", 0755);
     EXPECT_THAT(Verify(), HasSubstr("\n    bin/tool: changed"));
+}
+
+TEST_F(KitSealTest, AnotherModeIsNamedWhichSha256sumDoesNotSee) {
+    Seal();
+    tree.SetMode("kit/bin/tool", 04755);
+    EXPECT_THAT(Verify(), HasSubstr("\n    bin/tool: sealed as mode 0755, now mode 4755"));
+    const std::string command = "cd '" + tree.Path("kit") + "' && sha256sum --strict -c SHA256SUMS";
+    EXPECT_EQ(Shell(command + " > /dev/null"), 0);
+    tree.SetMode("kit/bin/tool", 0775); // which no run takes, and a copy has not
+    EXPECT_EQ(Verify(), "");
+}
+
+TEST_F(KitSealTest, ALinkToTheSameBytesElsewhereIsNamed) {
+    tree.Write("kit/bin/other", "bytes", 0755);
+    tree.Link("kit/link", "bin/tool");
+    Seal();
+    tree.Remove("kit/link");
+    tree.Link("kit/link", "bin/other");
+    EXPECT_THAT(Verify(), HasSubstr("link: sealed as link bin/tool, now link bin/other"));
+    tree.Remove("kit/link");
+    tree.Write("kit/link", "bytes", 0755);
+    EXPECT_THAT(Verify(), HasSubstr("link: sealed as link bin/tool, now mode 0755"));
+}
+
+TEST_F(KitSealTest, WhereALinkLeadsMayHaveAnyLetters) {
+    tree.Write("kit/a\nb\\", "1");
+    tree.Link("kit/link", "a\nb\\");
+    Seal();
+    EXPECT_EQ(Verify(), "");
+}
+
+TEST_F(KitSealTest, ASealOfSha256sumSaysNothingOfModes) {
+    const std::string command =
+        "cd '" + tree.Path("kit") +
+        "' && sha256sum bin/tool install.ini > sums && { echo '# mine'; cat "
+        "sums; } > SHA256SUMS && rm sums";
+    EXPECT_EQ(Shell(command), 0);
+    tree.SetMode("kit/bin/tool", 0700);
+    EXPECT_EQ(Verify(), "");
 }
 
 TEST_F(KitSealTest, AMissingFileIsNamed) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
@@ -10,6 +11,7 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -57,6 +59,16 @@ TEST(PrepareProcessTest, OpensDescriptorsThatAreClosed) {
         return ::stat("/dev/null", &null) == 0 && ::fstat(0, &opened) == 0 &&
                opened.st_rdev == null.st_rdev && ::fstat(2, &opened) == 0 &&
                opened.st_rdev == null.st_rdev;
+    }));
+}
+
+TEST(PrepareProcessTest, AFileThatGetsTooLargeIsAnError) {
+    EXPECT_TRUE(HoldsInChild([] {
+        const int file = ::memfd_create("file", MFD_CLOEXEC);
+        const rlimit least{1, 1};
+        PrepareProcess();
+        return ::setrlimit(RLIMIT_FSIZE, &least) == 0 && ::write(file, "ab", 2) == 1 &&
+               ::write(file, "b", 1) == -1 && errno == EFBIG;
     }));
 }
 

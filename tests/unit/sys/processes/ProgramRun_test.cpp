@@ -43,6 +43,15 @@ TEST_F(ProgramRunTest, TellsOfAProgramThatDies) {
     EXPECT_FALSE(succeeded);
 }
 
+TEST_F(ProgramRunTest, AProgramDoesNotIgnoreWhatThisProcessDoes) {
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        const auto former = ::signal(signal, SIG_IGN);
+        EXPECT_EQ(Run({"sh", "-c", "kill -" + std::to_string(signal) + " $$"}), 0U);
+        EXPECT_FALSE(succeeded) << signal;
+        ::signal(signal, former);
+    }
+}
+
 TEST_F(ProgramRunTest, TellsOfAProgramThatIsMissing) {
     EXPECT_EQ(Run({"no-program-of-this-name"}), unsigned{ENOENT});
 }

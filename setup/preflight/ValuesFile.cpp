@@ -1,0 +1,136 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/output/TextFormat.h>
+#include <setup/preflight/TrustedPlaces.h>
+#include <setup/preflight/ValuesFile.h>
+#include <setup/script/ScriptText.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+#include <sys/files/FileContent.h>
+#include <unistd.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr std::size_t mostBytes = std::size_t{1} << 20U; // of what people write by hand
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+
+[[noreturn]] void Refuse(const std::string& file, const std::string& why) {
+    throw KSetupFailure(ExitCode::usage, Printable(file) + ": " + why + " Nothing was changed.");
+}
+
+std::string Reason(unsigned errorNumber) {
+    if (errorNumber == EINVAL) {
+        return "it is no regular file.";
+    }
+    return std::generic_category().message(static_cast<int>(errorNumber)) + ".";
+}
+
+/// What can be read, from where the descriptor stands.
+std::string ReadText(int descriptor, const std::string& name) {
+    std::string text;
+    std::array<char, 4096> chunk{};
+    for (std::size_t bytes = 1; bytes != 0;) {
+        const unsigned failed = KSYS::ReadSome(descriptor, chunk.data(), chunk.size(), bytes);
+        if (failed != 0) {
+            Refuse(name, Reason(failed));
+        }
+        text.append(chunk.data(), bytes);
+        if (text.size() > mostBytes) {
+            Refuse(name, "more than 1 MiB of values. Name a file of sections and keys.");
+        }
+    }
+    return text;
+}
+
+/// By its place, and the rights of what was opened, so that nobody leads to another file.
+std::string ReadPrivateFile(const std::string& file) {
+    KSYS::Place place;
+    KSYS::KDescriptor opened;
+    struct stat status {};
+    unsigned failed = KSYS::FindPlace(file.c_str(), KSYS::LastLink::Follow, place);
+    if (failed == 0) {
+        failed = KSYS::OpenRegularEntry(place, O_RDONLY, opened, status);
+    }
+    if (failed != 0) {
+        Refuse(
+            file,
+            Reason(failed) +
+                " Name a regular file, or lead the values to standard input (--values -)."
+        );
+    }
+    if (status.st_uid != 0 && status.st_uid != CallingUser()) {
+        Refuse(file, "it is neither root's nor yours. Make it your own (chown).");
+    }
+    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        Refuse(
+            file,
+            "others can read or change it, and it is for passwords. Take the rights away (chmod "
+            "600)."
+        );
+    }
+    return ReadText(opened.Get(), file);
+}
+
+bool HasControl(std::string_view text) {
+    return std::any_of(text.begin(), text.end(), [](char byte) {
+        return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F;
+    });
+}
+
+/// Why a line, which is neither empty nor a comment nor a section, is no option; empty for one.
+std::string WhyNoOption(std::string_view line, const std::string& section) {
+    const std::size_t equals = line.find('=');
+    return section.empty()                    ? "stands in front of the first section, [NAME]"
+           : HasControl(line)                 ? "has a control character"
+           : equals == std::string_view::npos ? "is no KEY=VALUE"
+           : Trimmed(line.substr(0, equals)).empty() || line.starts_with('[') ? "has no key"
+                                                                              : "";
+}
+
+} // namespace
+
+std::vector<KAddedOption> ParseValues(std::string_view text, const std::string& nameForErrors) {
+    std::vector<KAddedOption> options;
+    std::string section;
+    text.remove_prefix(text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0);
+    for (unsigned number = 1; !text.empty(); ++number) {
+        const std::size_t end = std::min(text.find('\n'), text.size());
+        std::string_view line = text.substr(0, end);
+        text.remove_prefix(std::min(end + 1, text.size()));
+        line = Trimmed(line.substr(0, line.size() - (line.ends_with('\r') ? 1 : 0)));
+        if (line.empty() || line.front() == ';' || line.front() == '#') {
+            continue;
+        }
+        if (line.front() == '[' && line.back() == ']' && !HasControl(line)) {
+            section = Trimmed(line.substr(1, line.size() - 2));
+            continue;
+        }
+        if (const std::string why = WhyNoOption(line, section); !why.empty()) {
+            Refuse(nameForErrors + ":" + std::to_string(number), "the line " + why + ".");
+        }
+        const std::size_t equals = line.find('=');
+        options.push_back(
+            {section,
+             std::string(Trimmed(line.substr(0, equals))),
+             std::string(Trimmed(line.substr(equals + 1)))}
+        );
+    }
+    return options;
+}
+
+void TakeValues(const std::string& file, const std::vector<std::string>& words) {
+    if (file == standardInput) {
+        AddOptions(ParseValues(ReadText(STDIN_FILENO, "standard input"), "standard input"), words);
+    } else if (!file.empty()) {
+        AddOptions(ParseValues(ReadPrivateFile(file), file), words);
+    }
+}
+
+} // namespace KSETUP
