@@ -10,6 +10,7 @@
 #include <setup/script/KScript.h>
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -48,6 +49,8 @@ class KCheckContext {
     const std::vector<KScriptRule>& GetLines() const noexcept { return lines; }
     /// The names of the sections that these lines could come from.
     const std::set<std::string>& GetLoadedSections() const noexcept { return loadedSections; }
+    /// Whether a section is there that such a name could stand for (MacroText.h).
+    bool CouldBeASection(const std::string& pattern) const;
     /// Sections that include themselves, on a machine of either architecture.
     const std::vector<KScriptCycle>& GetCycles() const noexcept { return cycles; }
     const KPlan& GetInstall() const noexcept { return install; }
@@ -85,6 +88,7 @@ class KCheckContext {
   private:
     std::string ChooseProductPath(const std::string& givenPath);
     void FindLines();
+    const std::vector<std::string>& SectionsLike(const std::string& pattern);
     void FindCycles();
 
     const KSetupKit& kit;
@@ -99,6 +103,7 @@ class KCheckContext {
     KPlan remove;
     std::vector<KScriptRule> lines;
     std::set<std::string> loadedSections;
+    std::map<std::string, std::vector<std::string>> sectionsByPattern; // of those with "*"
     std::vector<KScriptCycle> cycles;
 };
 
