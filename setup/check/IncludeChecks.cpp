@@ -3,7 +3,6 @@
 #include <setup/check/Checks.h>
 #include <setup/check/MacroText.h>
 #include <setup/script/ScriptText.h>
-#include <sup++/KFileEnum.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
@@ -30,14 +29,6 @@ bool IsThere(const KScript& script, const std::string& name) {
     return script.HasSection(trimmed) || script.HasSection(trimmed + ".x86") ||
            script.HasSection(trimmed + ".x86_64") ||
            script.HasSection(trimmed + "." + SvcGetGlobalDataEx()->architecture);
-}
-
-/// Whether a section is there that this name could stand for.
-bool CouldBeThere(const KScript& script, const std::string& pattern) {
-    const auto& headers = script.GetHeaders();
-    return std::any_of(headers.begin(), headers.end(), [&](const KScript::Header& header) {
-        return KSUP::KFileEnum::Matches(header.name.c_str(), pattern.c_str());
-    });
 }
 
 /// What stands behind the last dot of a name.
@@ -77,7 +68,9 @@ bool HasRules(const KScript& script, const std::string& section) {
 }
 
 /// The loaded section that was meant by the name of one that is not; empty when there is none.
-std::string MeantByUnloaded(const KCheckContext& context, const std::string& name) {
+std::string MeantByUnloaded(
+    const KCheckContext& context, const std::vector<std::string>& loaded, const std::string& name
+) {
     const std::string ending = Lowered(EndingOf(name));
     const std::string base = name.substr(0, name.size() - std::min(name.size(), ending.size() + 1));
     static constexpr std::array of64 =
@@ -93,27 +86,29 @@ std::string MeantByUnloaded(const KCheckContext& context, const std::string& nam
             return base + ".x86";
         }
     }
-    const std::set<std::string>& loaded = context.GetLoadedSections();
-    return FindMeant(name, {loaded.begin(), loaded.end()});
+    return FindMeant(name, loaded);
 }
 
-std::string NamesOf(const KScript& script) {
-    std::string names;
+/// The first names of sections, each once: enough to choose from, however many there are.
+std::vector<std::string> SomeNames(const KScript& script) {
+    constexpr std::size_t most = 100;
+    std::vector<std::string> names;
+    std::set<std::string_view> seen;
     for (const KScript::Header& header : script.GetHeaders()) {
-        const std::string name = "[" + header.name + "]";
-        if (names.find(name) == std::string::npos) {
-            names += (names.empty() ? "" : ", ") + name;
+        if (names.size() < most && seen.insert(header.name).second) {
+            names.push_back(header.name);
         }
     }
-    return names.empty() ? "none" : names;
+    return names;
 }
 
-std::string MeantSection(const KScript& script, const std::string& name) {
-    std::vector<std::string> known;
-    for (const KScript::Header& header : script.GetHeaders()) {
-        known.push_back(header.name);
+std::string ListOf(const std::vector<std::string>& names) {
+    constexpr std::size_t most = 20;
+    std::string list;
+    for (std::size_t index = 0; index < std::min(names.size(), most); ++index) {
+        list += (list.empty() ? "[" : ", [") + names[index] + "]";
     }
-    return FindMeant(name, known);
+    return names.size() > most ? list + " and others" : names.empty() ? "none" : list;
 }
 
 } // namespace
@@ -133,23 +128,23 @@ Findings IncludeCycles(const KCheckContext& context) {
 
 Findings MissingSections(const KCheckContext& context) {
     const KScript& script = context.GetScript();
+    const std::vector<std::string> known = SomeNames(script);
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
         if (rule.type != KINS::KRuleType::Section) {
             continue;
         }
         const std::string& name = rule.fields.front();
-        const bool isForSomeVersions =
-            HasVersionMacro(rule.line.value, context.GetMacros()) &&
-            CouldBeThere(script, PatternOf(rule.line.value, context.GetMacros()));
-        if (Trimmed(name).empty() || IsThere(script, name) || isForSomeVersions) {
+        if (Trimmed(name).empty() || IsThere(script, name) ||
+            (HasVersionMacro(rule.line.value, context.GetMacros()) &&
+             context.CouldBeASection(PatternOf(rule.line.value, context.GetMacros())))) {
             continue;
         }
-        const std::string meant = MeantSection(script, std::string(Trimmed(name)));
+        const std::string meant = FindMeant(std::string(Trimmed(name)), known);
         found.push_back(context.AtValue(
             rule.line,
             "there is no section [" + name + "], so nothing is included",
-            meant.empty() ? "add it, take the line out, or name one of " + NamesOf(script)
+            meant.empty() ? "add it, take the line out, or name one of " + ListOf(known)
                           : "write \"" + meant + "\", or add the section"
         ));
     }
@@ -158,6 +153,8 @@ Findings MissingSections(const KCheckContext& context) {
 
 Findings UnloadedSections(const KCheckContext& context) {
     const KScript& script = context.GetScript();
+    const std::set<std::string>& all = context.GetLoadedSections();
+    const std::vector<std::string> loaded(all.begin(), all.end());
     std::set<std::string> told;
     Findings found;
     for (const KScript::Header& header : script.GetHeaders()) {
@@ -166,7 +163,7 @@ Findings UnloadedSections(const KCheckContext& context) {
             !told.insert(header.name).second) {
             continue;
         }
-        const std::string meant = MeantByUnloaded(context, header.name);
+        const std::string meant = MeantByUnloaded(context, loaded, header.name);
         KFinding finding;
         finding.line = header.line;
         finding.text = "[" + header.name + "]";

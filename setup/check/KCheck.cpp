@@ -134,9 +134,8 @@ KCheckResult Run(const KCheckContext& context, KSeverity least) {
         }
     }
     std::vector<KFinding>& all = result.findings;
-    std::erase_if(all, [suppressions = ReadSuppressions(context.GetScript())](const auto& finding) {
-        return IsAllowed(finding, suppressions);
-    });
+    const KAllowedWarnings allowed(context.GetScript());
+    std::erase_if(all, [&](const KFinding& finding) { return allowed.Has(finding); });
     std::stable_sort(all.begin(), all.end(), [](const auto& left, const auto& right) {
         return PlaceOf(left) < PlaceOf(right);
     });

@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <ins/Names.h>
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
 #include <setup/check/KCheckContext.h>
 #include <setup/check/MacroText.h>
 #include <setup/files/PathText.h>
@@ -15,6 +17,9 @@
 namespace KSETUP {
 
 namespace {
+
+constexpr std::size_t mostPatterns = 200; // each is held against all names of sections
+constexpr std::size_t longestName = 1024; // of a section that a pattern finds
 
 /// Those of machines that a kit may be for, this one too.
 std::set<std::string> Architectures() {
@@ -90,12 +95,9 @@ void KCheckContext::FindLines() {
             for (KScriptLine& line : script.GetLines(part)) {
                 KScriptRule rule = RuleOf(line, expand);
                 if (rule.type == KINS::KRuleType::Section) {
-                    const std::string pattern = PatternOf(line.value, macros);
                     open.emplace_back(Trimmed(rule.fields.front()));
-                    for (const KScript::Header& header : script.GetHeaders()) {
-                        if (KSUP::KFileEnum::Matches(header.name.c_str(), pattern.c_str())) {
-                            open.push_back(header.name);
-                        }
+                    for (const std::string& name : SectionsLike(PatternOf(line.value, macros))) {
+                        open.push_back(name);
                     }
                 }
                 lines.push_back(std::move(rule));
@@ -105,6 +107,38 @@ void KCheckContext::FindLines() {
     std::sort(lines.begin(), lines.end(), [](const auto& left, const auto& right) {
         return left.line.number < right.line.number;
     });
+}
+
+/// What a pattern finds, for the first line that has it; nothing for the others, so that each is held
+/// against all names once.
+const std::vector<std::string>& KCheckContext::SectionsLike(const std::string& pattern) {
+    static const std::vector<std::string> none; // a name without macros is the section itself
+    if (pattern.find_first_of("*?") == std::string::npos) {
+        return none;
+    }
+    const auto [at, isNew] = sectionsByPattern.try_emplace(pattern);
+    if (!isNew) {
+        return none;
+    }
+    if (sectionsByPattern.size() > mostPatterns) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            script.GetPath() + ": more than " + std::to_string(mostPatterns) +
+                " names of sections that depend on macros. Name the sections themselves."
+        );
+    }
+    for (const KScript::Header& header : script.GetHeaders()) {
+        if (header.name.size() <= longestName && pattern.size() <= longestName &&
+            KSUP::KFileEnum::Matches(header.name.c_str(), pattern.c_str())) {
+            at->second.push_back(header.name);
+        }
+    }
+    return at->second;
+}
+
+bool KCheckContext::CouldBeASection(const std::string& pattern) const {
+    const auto known = sectionsByPattern.find(pattern);
+    return known != sectionsByPattern.end() && !known->second.empty();
 }
 
 void KCheckContext::FindCycles() {

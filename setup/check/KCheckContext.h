@@ -11,6 +11,7 @@
 #include <setup/state/KInstalledRecord.h>
 
 #include <cstddef>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -49,6 +50,8 @@ class KCheckContext {
     const std::vector<KScriptRule>& GetLines() const noexcept { return lines; }
     /// The names of the sections that these lines could come from.
     const std::set<std::string>& GetLoadedSections() const noexcept { return loadedSections; }
+    /// Whether a section is there that such a name could stand for (MacroText.h).
+    bool CouldBeASection(const std::string& pattern) const;
     /// Sections that include themselves, on a machine of either architecture.
     const std::vector<KScriptCycle>& GetCycles() const noexcept { return cycles; }
     const KPlan& GetInstall() const noexcept { return install; }
@@ -86,6 +89,7 @@ class KCheckContext {
   private:
     std::string ChooseProductPath(const std::string& givenPath);
     void FindLines();
+    const std::vector<std::string>& SectionsLike(const std::string& pattern);
     void FindCycles();
 
     const KSetupKit& kit;
@@ -100,6 +104,7 @@ class KCheckContext {
     KPlan remove;
     std::vector<KScriptRule> lines;
     std::set<std::string> loadedSections;
+    std::map<std::string, std::vector<std::string>> sectionsByPattern; // of those with "*"
     std::vector<KScriptCycle> cycles;
 };
 

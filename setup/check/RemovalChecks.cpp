@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <string_view>
 
 namespace KSETUP::Checks {
 
@@ -58,14 +59,28 @@ std::set<std::string> PathsOf(const KPlan& plan, Kind kind) {
     return names;
 }
 
-/// A service's unit file, or the directory of its drop-ins.
-bool IsOwnUnit(const KCheckContext& context, const std::string& path) {
+/// The services that are the product's.
+std::set<std::string> OwnServices(const KCheckContext& context) {
     std::set<std::string> names = PathsOf(context.GetInstall(), Kind::InstallService);
     names.insert(context.Expand("$serviceName$"));
-    return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-        const std::string unit = "/etc/systemd/system/" + name + ".service";
-        return path == unit || path == unit + ".d" || path.starts_with(unit + ".d/");
-    });
+    return names;
+}
+
+/// A service's unit file, or the directory of its drop-ins, or something in that.
+bool IsUnitOf(const std::set<std::string>& services, const std::string& path) {
+    constexpr std::string_view units = "/etc/systemd/system/";
+    constexpr std::string_view dropIns = ".service.d";
+    if (!path.starts_with(units)) {
+        return false;
+    }
+    std::string name = path.substr(units.size(), path.find('/', units.size()) - units.size());
+    const bool isBelow = units.size() + name.size() < path.size();
+    const std::string_view ending = isBelow || name.ends_with(".d") ? dropIns : ".service";
+    if (!name.ends_with(ending)) {
+        return false;
+    }
+    name.resize(name.size() - ending.size());
+    return services.contains(name);
 }
 
 bool IsInstalled(const KCheckContext& context, const std::string& path) {
@@ -75,11 +90,13 @@ bool IsInstalled(const KCheckContext& context, const std::string& path) {
 }
 
 /// The directory that a deletion reaches into where it is one of the system's; else empty.
-std::string SystemDirectoryOf(const KCheckContext& context, const KScriptRule& rule) {
+std::string SystemDirectoryOf(
+    const KCheckContext& context, const std::set<std::string>& services, const KScriptRule& rule
+) {
     const std::vector<std::string>& fields = rule.fields;
     if (rule.Is(KRuleType::Directory, KRuleOperation::Delete)) {
         const std::string path = KPlannedTree::Normal(fields[1]);
-        return IsOfOthers(context, path) && !IsOwnUnit(context, path) ? path : "";
+        return IsOfOthers(context, path) && !IsUnitOf(services, path) ? path : "";
     }
     const bool isOwn = SetupOperationOf(rule) == KSetupOperation::DeleteEntry;
     if (!isOwn && !rule.Is(KRuleType::File, KRuleOperation::Delete)) {
@@ -89,45 +106,85 @@ std::string SystemDirectoryOf(const KCheckContext& context, const KScriptRule& r
         KPlannedTree::Normal(isOwn ? fields[1] : JoinPath(fields[2], fields[1]));
     const std::string directory = std::filesystem::path(path).parent_path().string();
     return IsOfTheSystem(context, directory) && !IsInstalled(context, path) &&
-                   !IsOwnUnit(context, path)
+                   !IsUnitOf(services, path)
                ? directory
                : "";
 }
 
-bool IsSeparator(char byte) {
-    return byte == ' ' || byte == '\t' || byte == '"' || byte == '\'' || byte == ';';
-}
+constexpr std::string_view separators = " \t\"';";
+constexpr std::string_view allBelow = "/*"; // of a directory, behind its path
 
 /// Whether a word of a command is the path, or all that is in it.
 bool Names(const std::string& command, const std::string& path) {
+    const auto isApart = [&](std::size_t at) {
+        return at >= command.size() || separators.find(command[at]) != std::string_view::npos;
+    };
     for (std::size_t at = command.find(path); at != std::string::npos;
          at = command.find(path, at + 1)) {
-        std::size_t end = at + path.size();
-        while (end < command.size() && (command[end] == '/' || command[end] == '*')) {
-            ++end;
-        }
-        if ((at == 0 || IsSeparator(command[at - 1])) &&
-            (end == command.size() || IsSeparator(command[end]))) {
+        const std::size_t end = command.find_first_not_of(allBelow, at + path.size());
+        if ((at == 0 || isApart(at - 1)) && isApart(end)) {
             return true;
         }
     }
     return false;
 }
 
+/// What the removal does.
+class Removal {
+  public:
+    explicit Removal(const KPlan& plan)
+        : services(PathsOf(plan, Kind::RemoveService)),
+          commands(PathsOf(plan, Kind::StartCommand)) {
+        commands.merge(PathsOf(plan, Kind::RunCommand));
+        for (const std::string& command : commands) {
+            AddWords(command);
+        }
+        for (const KPlannedRule& planned : plan.GetRules()) {
+            if (!planned.actions.empty() && planned.actions.back().kind == Kind::DeleteDirectory) {
+                directories.insert(KPlannedTree::Normal(planned.actions.back().path));
+            }
+        }
+    }
+
+    bool RemovesService(const std::string& name) const { return services.contains(name); }
+    bool HasCommands() const { return !commands.empty(); }
+    /// Whether a rule is to delete the directory as its last.
+    bool DeletesDirectory(const std::string& path) const { return directories.contains(path); }
+    bool Names(const std::string& path) const {
+        const bool isWord = path.find_first_of(separators) == std::string::npos &&
+                            allBelow.find(path.back()) == std::string_view::npos;
+        return isWord ? words.contains(path)
+                      : std::any_of(commands.begin(), commands.end(), [&](const auto& command) {
+                            return Checks::Names(command, path);
+                        });
+    }
+
+  private:
+    void AddWords(const std::string& command) {
+        for (std::size_t at = 0; at < command.size();) {
+            const std::size_t end = std::min(command.find_first_of(separators, at), command.size());
+            const std::string_view word = std::string_view(command).substr(at, end - at);
+            words.emplace(word.substr(0, word.find_last_not_of(allBelow) + 1));
+            at = end + 1;
+        }
+    }
+
+    std::set<std::string> services;
+    std::set<std::string> commands;
+    std::set<std::string> words; // of commands, as Names takes them apart
+    std::set<std::string> directories;
+};
+
 /// Whether one of the commands takes care of a path, or of a directory that it is in.
-bool IsNamedBy(
-    const KCheckContext& context, const std::set<std::string>& commands, const std::string& path
-) {
-    if (commands.empty()) {
+bool IsNamedBy(const KCheckContext& context, const Removal& removal, const std::string& path) {
+    if (!removal.HasCommands()) {
         return false;
     }
     for (std::filesystem::path at(path);
          at.has_relative_path() && !IsOfTheSystem(context, at.string());
          at = at.parent_path()) {
-        for (const std::string& command : commands) {
-            if (Names(command, at.string())) {
-                return true;
-            }
+        if (removal.Names(at.string())) {
+            return true;
         }
     }
     return false;
@@ -141,25 +198,20 @@ bool IsShared(const KCheckContext& context, const std::string& path) {
 
 /// Whether the removal would delete a directory but for what is still in it, which is told by
 /// itself. One that is empty in the end was deleted too early.
-bool IsHeldByContents(const KCheckContext& context, const std::string& path) {
-    const auto& rules = context.GetRemove().GetRules();
-    return !context.GetAfterRemove().IsEmpty(path) &&
-           std::any_of(rules.begin(), rules.end(), [&](const KPlannedRule& planned) {
-               return !planned.actions.empty() &&
-                      planned.actions.back().kind == Kind::DeleteDirectory &&
-                      KPlannedTree::Normal(planned.actions.back().path) == path;
-           });
+bool IsHeldByContents(
+    const KCheckContext& context, const Removal& removal, const std::string& path
+) {
+    return removal.DeletesDirectory(path) && !context.GetAfterRemove().IsEmpty(path);
 }
 
-bool IsLeft(
-    const KCheckContext& context, const std::set<std::string>& commands, const std::string& path
-) {
+bool IsLeft(const KCheckContext& context, const Removal& removal, const std::string& path) {
     const KPlannedEntry entry = context.GetAfterRemove().Find(path);
     const bool isDirectory = entry.kind == KEntryKind::Directory;
     return IsInstalled(context, path) && entry.kind != KEntryKind::Nothing &&
            !path.starts_with(context.GetKitDirectory() + "/") &&
-           !(isDirectory && (IsShared(context, path) || IsHeldByContents(context, path))) &&
-           !IsNamedBy(context, commands, path);
+           !(isDirectory && (IsShared(context, path) || IsHeldByContents(context, removal, path))
+           ) &&
+           !IsNamedBy(context, removal, path);
 }
 
 bool Makes(Kind kind) {
@@ -174,9 +226,7 @@ struct Left {
 
 /// What stays, by the rule that made it first.
 std::vector<Left> FindLeft(const KCheckContext& context) {
-    const std::set<std::string> removed = PathsOf(context.GetRemove(), Kind::RemoveService);
-    std::set<std::string> commands = PathsOf(context.GetRemove(), Kind::StartCommand);
-    commands.merge(PathsOf(context.GetRemove(), Kind::RunCommand));
+    const Removal removal(context.GetRemove());
     std::set<std::string> told;
     std::vector<Left> all;
     for (const KPlannedRule& planned : context.GetInstall().GetRules()) {
@@ -184,8 +234,8 @@ std::vector<Left> FindLeft(const KCheckContext& context) {
         for (const KPlannedAction& action : planned.actions) {
             const std::string path = KPlannedTree::Normal(action.path);
             const bool isService = action.kind == Kind::InstallService;
-            const bool stays = isService ? !removed.contains(action.path)
-                                         : Makes(action.kind) && IsLeft(context, commands, path);
+            const bool stays = isService ? !removal.RemovesService(action.path)
+                                         : Makes(action.kind) && IsLeft(context, removal, path);
             const std::string name = isService ? "service " + action.path : "\"" + path + "\"";
             if (stays && told.insert(name).second) {
                 left.names.push_back(name);
@@ -211,9 +261,10 @@ std::string ListOf(const std::vector<std::string>& names) {
 } // namespace
 
 Findings SystemDeletions(const KCheckContext& context) {
+    const std::set<std::string> services = OwnServices(context);
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        const std::string directory = SystemDirectoryOf(context, rule);
+        const std::string directory = SystemDirectoryOf(context, services, rule);
         if (!directory.empty()) {
             found.push_back(context.AtField(
                 rule.line,

@@ -10,6 +10,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
+#include <set>
+#include <string>
 #include <string_view>
 #include <system_error>
 
@@ -27,12 +30,15 @@ bool IsService(const KScriptRule& rule, KRuleOperation operation) {
     return rule.Is(KINS::KRuleType::Service, operation);
 }
 
-/// Whether a line of the script, for whatever machine or version, installs the service.
-bool IsInstalledBySomeLine(const KCheckContext& context, const std::string& name) {
-    const auto& lines = context.GetLines();
-    return std::any_of(lines.begin(), lines.end(), [&](const KScriptRule& rule) {
-        return IsService(rule, KRuleOperation::Install) && rule.fields[1] == name;
-    });
+/// The services that a line of the script installs, for whatever machine or version.
+std::set<std::string> InstalledBySomeLine(const KCheckContext& context) {
+    std::set<std::string> names;
+    for (const KScriptRule& rule : context.GetLines()) {
+        if (IsService(rule, KRuleOperation::Install)) {
+            names.insert(rule.fields[1]);
+        }
+    }
+    return names;
 }
 
 /// Whether a unit file of the name comes along, or belongs to this machine's system.
@@ -62,29 +68,73 @@ std::string WhyRefused(const KScriptRule& rule) {
                : "";
 }
 
-/// The steps of one kind about a service, before `end`.
-bool HasStep(
-    const std::vector<KPlanStep>& steps, const KPlanStep* end, Kind kind, const std::string& name
-) {
-    return std::any_of(steps.data(), end, [&](const KPlanStep& step) {
-        return step.action->kind == kind && step.path == name;
-    });
-}
-
-/// The program of a service that is installed before `end`; empty when it is not, or by a unit file.
-std::string
-ProgramOf(const std::vector<KPlanStep>& steps, const KPlanStep* end, const std::string& name) {
-    std::string program;
-    for (const KPlanStep* step = steps.data(); step != end; ++step) {
-        if (step->action->kind == Kind::InstallService && step->path == name) {
-            program = NormalPath(step->action->source);
+/// Where things are done first in an install, by what they are about: the numbers of its steps.
+class FirstSteps {
+  public:
+    explicit FirstSteps(const std::vector<KPlanStep>& steps) {
+        for (std::size_t index = 0; index < steps.size(); ++index) {
+            const KPlanStep& step = steps[index];
+            const bool ends =
+                step.action->kind == Kind::StopService || step.action->kind == Kind::RemoveService;
+            if (step.action->kind == Kind::InstallService) {
+                installed.emplace(step.path, index);
+            } else if (ends) {
+                ended.emplace(step.path, index);
+            } else if (step.action->kind == Kind::StopProgram) {
+                stopped.emplace(NameOfPath(step.path), index);
+            } else if (step.action->kind == Kind::StartCommand) {
+                commands += step.path + "\n";
+            }
+            if (MakesFile(*step.action)) {
+                made.emplace(step.path, index);
+            }
         }
     }
-    return program;
+
+    bool Installs(const std::string& service) const { return installed.contains(service); }
+    bool InstallsBefore(const std::string& service, std::size_t step) const {
+        return IsBefore(installed, service, step);
+    }
+    bool Makes(const std::string& path) const { return made.contains(path); }
+    bool MakesBefore(const std::string& path, std::size_t step) const {
+        return IsBefore(made, path, step);
+    }
+    /// Whether the run touches the running service before a step, so that it starts with its new
+    /// program. A command may do it behind, too: "systemctl restart NAME" for instance.
+    bool
+    EndsBefore(const std::string& service, const std::string& program, std::size_t step) const {
+        return IsBefore(ended, service, step) ||
+               IsBefore(stopped, std::string(NameOfPath(program)), step) ||
+               commands.find(service) != std::string::npos;
+    }
+
+  private:
+    using Steps = std::map<std::string, std::size_t>;
+    static bool IsBefore(const Steps& first, const std::string& what, std::size_t step) {
+        const auto found = first.find(what);
+        return found != first.end() && found->second < step;
+    }
+
+    Steps installed;
+    Steps ended;
+    Steps stopped; // programs, by their names
+    Steps made;    // files
+    std::string commands;
+};
+
+/// The programs of the services that are installed, as far as the steps were gone through; empty for
+/// a unit file.
+using Programs = std::map<std::string, std::string>;
+
+void Note(const KPlanStep& step, Programs& programs) {
+    if (step.action->kind == Kind::InstallService) {
+        programs[step.path] = NormalPath(step.action->source);
+    }
 }
 
-bool MakesPath(const KPlanStep& step, const std::string& path) {
-    return MakesFile(*step.action) && step.path == path;
+std::string ProgramOf(const Programs& programs, const std::string& service) {
+    const auto known = programs.find(service);
+    return known != programs.end() ? known->second : "";
 }
 
 /// Why a service's program cannot be run in the end; empty when nothing is known against it.
@@ -99,31 +149,6 @@ std::string WhyNoProgram(const KCheckContext& context, const std::string& progra
     return entry.kind == KEntryKind::File && (entry.mode & executable) != 0
                ? ""
                : "\"" + program + "\" is not executable";
-}
-
-/// Whether the run touches the running service before `start`, so that it starts with its new
-/// program.
-bool IsEndedBefore(
-    const std::vector<KPlanStep>& steps,
-    const KPlanStep& start,
-    const std::string& name,
-    const std::string& program
-) {
-    return std::any_of(steps.begin(), steps.end(), [&](const KPlanStep& step) {
-        const std::string& path = step.path;
-        const bool isBefore = &step < &start;
-        switch (step.action->kind) {
-        case Kind::StopService:
-        case Kind::RemoveService:
-            return isBefore && path == name;
-        case Kind::StopProgram:
-            return isBefore && NameOfPath(path) == NameOfPath(program);
-        case Kind::StartCommand: // "systemctl restart NAME" for instance, also behind it
-            return path.find(name) != std::string::npos;
-        default:
-            return false;
-        }
-    });
 }
 
 /// What takes something away from a service, if only a part of what systemd.exec(5) has for it.
@@ -195,11 +220,13 @@ Findings FailingServices(const KCheckContext& context) {
         }
     }
     const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
-    for (const KPlanStep& step : steps) {
+    const FirstSteps first(steps);
+    for (std::size_t index = 0; index < steps.size(); ++index) {
+        const KPlanStep& step = steps[index];
         const bool isEarly =
             (step.action->kind == Kind::StartService || step.action->kind == Kind::StopService) &&
-            !step.commandRan && !HasStep(steps, &step, Kind::InstallService, step.path) &&
-            HasStep(steps, steps.data() + steps.size(), Kind::InstallService, step.path);
+            !step.commandRan && !first.InstallsBefore(step.path, index) &&
+            first.Installs(step.path);
         if (isEarly && !step.action->obstacle.empty() &&
             KSYS::WhyNotAServiceName(step.path).empty()) {
             const bool isStop = step.action->kind == Kind::StopService;
@@ -219,13 +246,14 @@ Findings FailingServices(const KCheckContext& context) {
 }
 
 Findings UnknownServices(const KCheckContext& context) {
+    const std::set<std::string> installed = InstalledBySomeLine(context);
     Findings found;
     for (const KPlan* plan : {&context.GetInstall(), &context.GetRemove()}) {
         for (const KPlanStep& step : StepsOf(*plan)) {
             const bool isAsked =
                 step.action->kind == Kind::StartService || step.action->kind == Kind::StopService;
             if (!isAsked || step.commandRan || !KSYS::WhyNotAServiceName(step.path).empty() ||
-                IsInstalledBySomeLine(context, step.path) || HasUnitFile(context, step.path)) {
+                installed.contains(step.path) || HasUnitFile(context, step.path)) {
                 continue;
             }
             found.push_back(context.AtField(
@@ -243,19 +271,21 @@ Findings UnknownServices(const KCheckContext& context) {
 
 Findings ServicePrograms(const KCheckContext& context) {
     const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    const FirstSteps first(steps);
+    Programs programs;
     Findings found;
-    for (const KPlanStep& step : steps) {
+    for (std::size_t index = 0; index < steps.size(); ++index) {
+        const KPlanStep& step = steps[index];
+        Note(step, programs);
         const bool isStart = step.action->kind == Kind::StartService;
-        const std::string program = isStart ? ProgramOf(steps, &step, step.path)
+        const std::string program = isStart ? ProgramOf(programs, step.path)
                                     : step.action->kind == Kind::InstallService
                                         ? NormalPath(step.action->source)
                                         : "";
         if (!program.starts_with('/') || steps.back().commandRan || step.commandRan) {
             continue;
         }
-        const auto makes = [&](const KPlanStep& one) { return MakesPath(one, program); };
-        const bool isMade = std::any_of(steps.begin(), steps.end(), makes);
-        const bool isLate = isMade && std::none_of(steps.data(), &step, makes);
+        const bool isLate = first.Makes(program) && !first.MakesBefore(program, index);
         const std::string why = isLate
                                     ? "the program \"" + program + "\" is made only by a later line"
                                 : isStart ? ""
@@ -275,16 +305,17 @@ Findings ServicePrograms(const KCheckContext& context) {
 
 Findings RunningServices(const KCheckContext& context) {
     const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    const FirstSteps first(steps);
+    Programs programs;
     Findings found;
-    for (const KPlanStep& step : steps) {
+    for (std::size_t index = 0; index < steps.size(); ++index) {
+        const KPlanStep& step = steps[index];
+        Note(step, programs);
         if (step.action->kind != Kind::StartService) {
             continue;
         }
-        const std::string program = ProgramOf(steps, &step, step.path);
-        const bool isReplaced = std::any_of(steps.data(), &step, [&](const KPlanStep& one) {
-            return MakesPath(one, program);
-        });
-        if (isReplaced && !IsEndedBefore(steps, step, step.path, program)) {
+        const std::string program = ProgramOf(programs, step.path);
+        if (first.MakesBefore(program, index) && !first.EndsBefore(step.path, program, index)) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,

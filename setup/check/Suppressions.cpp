@@ -47,15 +47,15 @@ std::vector<KSuppression> ReadSuppressions(const KScript& script) {
     return suppressions;
 }
 
-bool IsAllowed(const KFinding& finding, const std::vector<KSuppression>& suppressions) {
+KAllowedWarnings::KAllowedWarnings(const KScript& script) {
+    for (KSuppression& suppression : ReadSuppressions(script)) {
+        allowed.emplace(suppression.line, std::move(suppression.name));
+    }
+}
+
+bool KAllowedWarnings::Has(const KFinding& finding) const {
     return finding.severity == KSeverity::Warning && finding.file == "install.ini" &&
-           std::any_of(
-               suppressions.begin(),
-               suppressions.end(),
-               [&](const KSuppression& suppression) {
-                   return suppression.line + 1 == finding.line && suppression.name == finding.rule;
-               }
-           );
+           finding.line > 0 && allowed.contains({finding.line - 1, finding.rule});
 }
 
 } // namespace KSETUP

@@ -4,7 +4,9 @@
 #include <setup/check/KFinding.h>
 #include <setup/script/KScript.h>
 
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace KSETUP {
@@ -20,7 +22,16 @@ struct KSuppression {
 /// All of a script, a name each, in the order of the file.
 std::vector<KSuppression> ReadSuppressions(const KScript& script);
 
-/// Whether one of them is for this finding. Errors cannot be allowed.
-bool IsAllowed(const KFinding& finding, const std::vector<KSuppression>& suppressions);
+/// What a script allows, to be asked for each of many findings.
+class KAllowedWarnings {
+  public:
+    explicit KAllowedWarnings(const KScript& script);
+
+    /// Whether a comment is for this finding. Errors cannot be allowed.
+    bool Has(const KFinding& finding) const;
+
+  private:
+    std::set<std::pair<unsigned, std::string>> allowed; // the comment's line and the name
+};
 
 } // namespace KSETUP

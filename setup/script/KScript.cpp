@@ -2,6 +2,7 @@
 #include <ins/Names.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/output/TextFormat.h>
 #include <setup/script/KScript.h>
 #include <setup/script/KSetupRuleLine.h>
 #include <setup/script/ScriptText.h>
@@ -11,7 +12,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
-#include <map>
+#include <unordered_map>
 #include <utility>
 
 namespace KSETUP {
@@ -29,10 +30,16 @@ std::vector<std::string> TextsOf(const KRuleLine& line) {
     return texts;
 }
 
-/// A script of so many rules is one that includes its sections over and over.
-constexpr std::size_t mostRules = 1'000'000;
+/// A script of more rules, or more bytes in rules, is one that includes its sections over and over.
+constexpr std::size_t someRules = 20'000;
+constexpr std::size_t someBytes = 16U << 20U;
+constexpr std::size_t rulesForLine = 20;
 
-/// Not a rule: it proposes the product path.
+/// Each level takes some of the stack of whoever loads the script after all.
+constexpr std::size_t deepest = 1000;
+
+constexpr std::size_t mostCycles = 100;
+constexpr std::size_t namesShown = 3; // at each end of a long way
 
 std::vector<std::string_view> SplitLines(std::string_view text) {
     std::vector<std::string_view> lines;
@@ -48,14 +55,24 @@ std::vector<std::string_view> SplitLines(std::string_view text) {
     return lines;
 }
 
+/// "[a] -> [b] -> [c]"; of many names the first and the last ones.
+std::string WayOf(const std::vector<std::string>& names) {
+    std::string words;
+    for (std::size_t index = 0; index < names.size(); ++index) {
+        const bool isLeftOut = index >= namesShown && index + namesShown < names.size();
+        if (!isLeftOut) {
+            words += (words.empty() ? "[" : " -> [") + Printable(names[index]) + "]";
+        } else if (index == namesShown) {
+            words += " -> (" + std::to_string(names.size() - 2 * namesShown) + " more)";
+        }
+    }
+    return words;
+}
+
 } // namespace
 
 std::string ToWords(const KScriptCycle& cycle) {
-    std::string words;
-    for (const std::string& name : cycle.names) {
-        words += (words.empty() ? "[" : " -> [") + name + "]";
-    }
-    return words;
+    return WayOf(cycle.names);
 }
 
 KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
@@ -76,10 +93,9 @@ KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
     for (std::size_t index = 0; index < lines.size(); ++index) {
         const std::string_view line = Trimmed(lines[index]);
         if (line.size() >= 2 && line.front() == '[' && line.back() == ']') {
-            headers.push_back(
-                {static_cast<unsigned>(index + 1),
-                 std::string(Trimmed(line.substr(1, line.size() - 2)))}
-            );
+            const std::string_view name = Trimmed(line.substr(1, line.size() - 2));
+            headers.push_back({static_cast<unsigned>(index + 1), std::string(name)});
+            sections.insert(name);
         }
     }
 }
@@ -95,9 +111,7 @@ std::string KScript::GetValue(
 }
 
 bool KScript::HasSection(std::string_view name) const noexcept {
-    return std::any_of(headers.begin(), headers.end(), [&](const Header& header) {
-        return header.name == Trimmed(name);
-    });
+    return sections.contains(Trimmed(name));
 }
 
 std::vector<KScriptLine> KScript::GetLines(const std::string& section) const {
@@ -112,14 +126,134 @@ std::vector<KScriptLine> KScript::GetLines(const std::string& section) const {
     return found;
 }
 
-struct KScript::Unfolding {
-    const std::string& architecture;
-    const MacroExpander& expand;
-    Unfolded result;
-    std::vector<std::string> open; // sections that are being loaded, the outermost first
-    std::vector<unsigned> includedBy;
+/// Loads sections without calling itself, however deep they are in each other.
+class KScript::Unfolding {
+  public:
+    Unfolding(
+        const KScript& loadedScript, const MacroExpander& expandMacros, const std::string& machine
+    )
+        : script(loadedScript),
+          expand(expandMacros),
+          ending("." + machine),
+          mostRules(someRules + rulesForLine * loadedScript.lines.size()),
+          mostBytes(someBytes + rulesForLine * loadedScript.bytes.size()) {}
+
+    Unfolded Load(const std::string& section) {
+        Open(section);
+        while (!open.empty()) {
+            Section& last = open.back();
+            if (last.next < last.rules->size()) {
+                Take((*last.rules)[last.next++]);
+            } else if (!last.isOfArchitecture) {
+                last.isOfArchitecture = true;
+                last.rules = &RulesOf(last.name + ending);
+                last.next = 0;
+            } else {
+                Close();
+            }
+        }
+        return std::move(result);
+    }
+
+  private:
+    /// One that is being loaded: its own lines, then those for the architecture.
+    struct Section {
+        std::string name;
+        const std::vector<KScriptRule>* rules;
+        std::size_t next = 0;
+        bool isOfArchitecture = false;
+    };
+
     /// The rules of a section, read once, however often it is included.
-    std::map<std::string, std::vector<KScriptRule>> rules = {};
+    const std::vector<KScriptRule>& RulesOf(const std::string& section) {
+        const auto [read, isNew] = known.try_emplace(section);
+        if (isNew) {
+            for (const KScriptLine& line : script.GetLines(section)) {
+                if (line.type != KINS::Names::defaultPathKey) {
+                    read->second.push_back(RuleOf(line, expand));
+                }
+            }
+        }
+        return read->second;
+    }
+
+    void Open(const std::string& name) {
+        depths.emplace(Trimmed(name), open.size());
+        open.push_back({name, &RulesOf(name)});
+    }
+
+    /// The line that included a section stands behind its rules.
+    void Close() {
+        depths.erase(std::string(Trimmed(open.back().name)));
+        open.pop_back();
+        if (!open.empty()) {
+            Append((*open.back().rules)[open.back().next - 1]);
+        }
+    }
+
+    void Take(const KScriptRule& rule) {
+        if (rule.type != KINS::KRuleType::Section) {
+            Append(rule);
+            return;
+        }
+        const std::string& name = rule.fields.front();
+        const auto circle = depths.find(std::string(Trimmed(name)));
+        if (circle != depths.end()) {
+            if (result.cycles.size() < mostCycles) {
+                result.cycles.push_back({rule.line, NamesFrom(circle->second, name)});
+            }
+            Append(rule);
+        } else if (open.size() < deepest) {
+            Open(name);
+        } else {
+            RefuseDepth(rule.line, name);
+        }
+    }
+
+    void Append(const KScriptRule& rule) {
+        bytes += rule.line.value.size();
+        result.rules.push_back(rule);
+        if (result.rules.size() > mostRules || bytes > mostBytes) {
+            throw KSetupFailure(
+                ExitCode::malformedScript,
+                PlaceOf(rule.line) + "the script becomes more than " + std::to_string(mostRules) +
+                    " rules, or very long ones; does it include its sections over and over?"
+            );
+        }
+    }
+
+    std::vector<std::string> NamesFrom(std::size_t depth, const std::string& last) const {
+        std::vector<std::string> names;
+        for (; depth < open.size(); ++depth) {
+            names.push_back(open[depth].name);
+        }
+        names.push_back(last);
+        return names;
+    }
+
+    std::string PlaceOf(const KScriptLine& line) const {
+        return script.path + ":" + std::to_string(line.number) + ": ";
+    }
+
+    [[noreturn]] void RefuseDepth(const KScriptLine& line, const std::string& last) const {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            PlaceOf(line) + "sections include each other more than " + std::to_string(deepest) +
+                " deep: " + WayOf(NamesFrom(0, last)) +
+                ". Include them one behind the other in the section that needs them."
+        );
+    }
+
+    const KScript& script;
+    const MacroExpander& expand;
+    const std::string ending; // of the names of sections for the architecture
+    const std::size_t mostRules;
+    const std::size_t mostBytes;
+    std::size_t bytes = 0; // of the lines that became rules
+    Unfolded result;
+    std::vector<Section> open;                           // the outermost first
+    std::unordered_map<std::string, std::size_t> depths; // of those that are open
+    std::unordered_map<std::string, std::vector<KScriptRule>> known;
 };
 
 KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpander& expand) const {
@@ -129,56 +263,7 @@ KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpande
 KScript::Unfolded KScript::Unfold(
     const std::string& section, const MacroExpander& expand, const std::string& architecture
 ) const {
-    Unfolding state{architecture, expand, {}, {}, {}};
-    Load(section, state);
-    return std::move(state.result);
-}
-
-void KScript::Load(const std::string& section, Unfolding& state) const {
-    state.open.push_back(section);
-    LoadOne(section, state);
-    LoadOne(section + "." + state.architecture, state);
-    state.open.pop_back();
-}
-
-void KScript::LoadOne(const std::string& section, Unfolding& state) const {
-    const auto [read, isNew] = state.rules.try_emplace(section);
-    if (isNew) {
-        for (const KScriptLine& line : GetLines(section)) {
-            if (line.type != KINS::Names::defaultPathKey) {
-                read->second.push_back(RuleOf(line, state.expand));
-            }
-        }
-    }
-    for (KScriptRule rule : read->second) {
-        const unsigned number = rule.line.number;
-        rule.includedBy = state.includedBy;
-        if (rule.type == KINS::KRuleType::Section) {
-            const std::string& name = rule.fields.front();
-            const auto begin =
-                std::find_if(state.open.begin(), state.open.end(), [&](const std::string& one) {
-                    return Trimmed(one) == Trimmed(name);
-                });
-            if (begin != state.open.end()) {
-                KScriptCycle cycle{rule.line, {begin, state.open.end()}};
-                cycle.names.push_back(name);
-                state.result.cycles.push_back(std::move(cycle));
-            } else {
-                state.includedBy.push_back(number);
-                Load(name, state);
-                state.includedBy.pop_back();
-            }
-        }
-        state.result.rules.push_back(std::move(rule));
-        if (state.result.rules.size() > mostRules) {
-            throw KSetupFailure(
-                ExitCode::malformedScript,
-                path + ":" + std::to_string(number) +
-                    ": the script becomes more than a million rules; does it include its sections "
-                    "over and over?"
-            );
-        }
-    }
+    return Unfolding(*this, expand, architecture).Load(section);
 }
 
 KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand) {
@@ -199,7 +284,6 @@ KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand) {
         read.GetType(),
         read.GetOperation(),
         TextsOf(read),
-        {},
         read.GetProblemText().c_str(),
     };
 }

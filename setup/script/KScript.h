@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace KSETUP {
@@ -34,8 +35,6 @@ struct KScriptRule {
     KINS::KRuleOperation operation = KINS::KRuleOperation::None;
     /// What the rule gets to see, macros expanded as its type expands them.
     std::vector<std::string> fields;
-    /// The numbers of the "section" lines by which it was included, the outermost first.
-    std::vector<unsigned> includedBy;
     /// Why the line would not be loaded, in the engine's words; empty for one that would.
     std::string problem;
     /// The line, if it is of one of ins-setup's own types (KSetupRuleLine.h); else null.
@@ -97,9 +96,12 @@ class KScript {
     };
     /// What loading a section gives: its lines, those of its section for this machine's
     /// architecture, and what they include in the place of the line that does. Where a section
-    /// includes itself, the engine would go round for ever; here the line is told and passed over.
+    /// includes itself, the engine would go round for ever; here the line is told and passed over,
+    /// the first hundred times.
     ///
-    /// Throws   KSetupFailure when it becomes more rules than any product has
+    /// Throws   KSetupFailure when sections are in each other more than a thousand deep, for which
+    ///          the engine's stack may not do, and when a script becomes far more rules than it has
+    ///          lines
     Unfolded Unfold(const std::string& section, const MacroExpander& expand) const;
     /// The same for a machine of another architecture; `expand` has to know it too.
     Unfolded Unfold(
@@ -107,15 +109,14 @@ class KScript {
     ) const;
 
   private:
-    struct Unfolding;
-    void Load(const std::string& section, Unfolding& state) const;
-    void LoadOne(const std::string& section, Unfolding& state) const;
+    class Unfolding;
 
     std::string path;
     KSUP::KProfile profile;
     std::string bytes;
     std::vector<std::string_view> lines; // into bytes
     std::vector<Header> headers;
+    std::unordered_set<std::string_view> sections; // the names of all headers, into bytes
 };
 
 /// A line as the engine reads it, included by nobody.

@@ -10,6 +10,15 @@ namespace KSETUP {
 namespace {
 
 constexpr std::size_t mostWrongLetters = 2;
+/// Nobody misses by two letters a name that is longer, nor needs a hint at one of more names.
+constexpr std::size_t longestMeant = 128;
+constexpr std::size_t mostKnown = 100;
+
+/// Whether two names can be as near as that.
+bool IsNear(const std::string& left, const std::string& right) noexcept {
+    const auto [less, more] = std::minmax(left.size(), right.size());
+    return more - less <= mostWrongLetters && more <= longestMeant;
+}
 
 /// How many letters are to be changed, added or taken away.
 std::size_t Distance(const std::string& left, const std::string& right) {
@@ -44,7 +53,11 @@ std::string FindMeant(const std::string& written, const std::vector<std::string>
     const std::string lowered = Lowered(written);
     std::string best;
     std::size_t bestDistance = mostWrongLetters + 1;
-    for (const std::string& one : known) {
+    for (std::size_t index = 0; index < std::min(known.size(), mostKnown); ++index) {
+        const std::string& one = known[index];
+        if (!IsNear(lowered, one)) {
+            continue;
+        }
         const std::size_t distance = Distance(lowered, Lowered(one));
         if (distance < bestDistance && distance < one.size()) {
             best = one;

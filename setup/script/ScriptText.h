@@ -19,7 +19,8 @@ std::string_view Trimmed(std::string_view text, std::string_view blanks = " \t")
 std::string Lowered(const std::string& text);
 
 /// The one of `known` that was meant by `written`: the same but for case, or for two letters at the
-/// most. Empty when there is none.
+/// most. Empty when there is none. Only the first hundred are looked at, so that a text with many
+/// mistakes takes no longer than one with many lines.
 std::string FindMeant(const std::string& written, const std::vector<std::string>& known);
 
 } // namespace KSETUP

@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+// Ten times the script is to take about ten times the work: a kit of a stranger's is checked before
+// anything else is known of it.
+#include "../unit/setup/check/GivenKit.h"
+
+#include <algorithm>
+#include <ctime>
+#include <functional>
+#include <iostream>
+#include <string>
+
+namespace {
+
+std::string Number(int number) {
+    return std::to_string(number);
+}
+
+/// `count` times what `make` makes of a number.
+std::string Repeated(int count, const std::function<std::string(int)>& make) {
+    std::string text;
+    for (int index = 0; index < count; ++index) {
+        text += make(index);
+    }
+    return text;
+}
+
+std::string Includes(int count) {
+    return Repeated(count, [](int index) { return "section=s" + Number(index) + "\n"; });
+}
+
+std::string Sections(int count) {
+    return Repeated(count, [](int index) {
+        return "[s" + Number(index) + "]\ndirectory=create,/opt/svc/" + Number(index) + "\n";
+    });
+}
+
+struct ScriptShape {
+    const char* name;
+    int lines; ///< of the shorter script, about
+    std::string (*make)(int count);
+
+    friend void PrintTo(const ScriptShape& shape, std::ostream* out) { *out << shape.name; }
+};
+
+const ScriptShape shapes[] = {
+    {"IncludedSections",
+     1000,
+     [](int count) { return "[install]\n" + Includes(count) + Sections(count); }},
+    {"MissingSections", 1000, [](int count) { return "[install]\n" + Includes(count); }},
+    {"UnloadedSections", 1000, [](int count) { return "[install]\n" + Sections(count); }},
+    {"SectionsOfVersions",
+     1000,
+     [](int count) {
+         return "[install]\n" + Repeated(count, [](int) { return "section=s$buildNumber$\n"; }) +
+                Sections(count);
+     }},
+    {"SectionsInEachOther",
+     1000,
+     [](int count) {
+         return "[install]\nsection=s0\n" + Repeated(count, [](int index) {
+                    const bool goesOn = (index + 1) % 500 != 0;
+                    return "[s" + Number(index) + "]\n" +
+                           (goesOn ? "section=s" + Number(index + 1) + "\n" : "");
+                });
+     }},
+    {"AllowedWarnings",
+     1000,
+     [](int count) {
+         return "[install]\n" + Repeated(count, [](int index) {
+                    return "; check: allow new-name missing-directory not-removed\n"
+                           "directory=create,/opt/svc/" +
+                           Number(index) + "\n";
+                });
+     }},
+    {"Services",
+     500,
+     [](int count) {
+         return "[install]\n" + Repeated(count, [](int index) {
+                    const std::string name = "svc" + Number(index);
+                    return "service=start," + name + "\nservice=install," + name + ",S,/opt/svc/" +
+                           name + ",-a\nservice=start," + name + "\n";
+                });
+     }},
+    {"CommandsOfTheRemoval",
+     500,
+     [](int count) {
+         return "[install]\n" +
+                Repeated(
+                    count,
+                    [](int index) { return "directory=create,/opt/svc/d" + Number(index) + "\n"; }
+                ) +
+                "[remove]\n" + Repeated(count, [](int index) {
+                    return "process=start,rm -rf /opt/svc/e" + Number(index) + "\n";
+                });
+     }},
+};
+
+/// Processor time of this thread, in seconds: what other programs do does not count.
+double TimeNow() {
+    timespec now{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+class LongScriptsTest : public KTEST::GivenKit, public ::testing::WithParamInterface<ScriptShape> {
+  protected:
+    /// The least of some tries.
+    double TimeOf(int count, int tries) {
+        Script(GetParam().make(count));
+        double least = 1e9;
+        for (int index = 0; index < tries; ++index) {
+            const double begin = TimeNow();
+            static_cast<void>(Check());
+            least = std::min(least, TimeNow() - begin);
+        }
+        return least;
+    }
+};
+
+TEST_P(LongScriptsTest, AreCheckedInTimeThatGrowsAsTheyDo) {
+    const int count = GetParam().lines;
+    const double ratio = TimeOf(count * 10, 1) / TimeOf(count, 3);
+    std::cout << GetParam().name << ": ten times the script, " << ratio << " times the time\n";
+    EXPECT_LT(ratio, 15);
+}
+INSTANTIATE_TEST_SUITE_P(Shapes, LongScriptsTest, ::testing::ValuesIn(shapes), KTEST::NameOfRow());
+
+} // namespace
