@@ -5,6 +5,7 @@
 #include <setup/kit/KitBundle.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
+#include <setup/kit/KitSigning.h>
 #include <setup/output/TextFormat.h>
 
 #include <array>
@@ -208,17 +209,57 @@ void RefuseTarget(const fs::path& target, const std::string& kit) {
     }
 }
 
+/// What is in the bundle is more than the kit, so it is sealed and signed anew.
+void Seal(const fs::path& kit, bool wasSealed, const std::string& secretKey) {
+    if (!secretKey.empty()) {
+        SealAndSign(kit.string(), secretKey);
+    } else if (wasSealed) {
+        WriteSeal(kit.string());
+    }
+}
+
+/// The signature first: one that does not fit is refused, a bundle without one may not be.
+void PutInPlace(const fs::path& made, const fs::path& target, bool isSigned) {
+    const fs::path signature = target.string() + signatureEnding;
+    std::error_code error;
+    fs::permissions(made, fs::perms(0755), error);
+    if (isSigned) {
+        fs::rename(made.string() + signatureEnding, signature, error);
+    } else {
+        fs::remove(signature, error);
+    }
+    if (error) {
+        FailOnWrite(signature, error.value());
+    }
+    fs::rename(made, target, error);
+    if (error) {
+        FailOnWrite(target, error.value());
+    }
+}
+
 } // namespace
 
 void MakeBundle(
-    const std::string& kitDirectory, const std::string& product, const std::string& file
+    const std::string& kitDirectory,
+    const std::string& product,
+    const std::string& file,
+    const std::string& secretKey
 ) {
     const fs::path target = fs::absolute(file);
     RefuseTarget(target, kitDirectory);
+    if (secretKey.empty() && IsSigned(kitDirectory)) {
+        throw KSetupFailure(
+            ExitCode::usage,
+            kitDirectory +
+                ": the kit is signed, and a bundle, which holds more than the kit, is to "
+                "be signed too. Name the key with --sign KEY."
+        );
+    }
     VerifySeal(kitDirectory);
     // Beside the target, so that it can take its place at once.
     const KTemporaryDirectory work(target.parent_path());
     const fs::path kit = work.GetPath() / "kit";
+    const fs::path made = work.GetPath() / "bundle.run";
     CopyKit(kitDirectory, kit);
     std::error_code unknown; // as good as missing
     if (!fs::exists(kit / program, unknown)) {
@@ -227,16 +268,12 @@ void MakeBundle(
         HoldToOwnDirectory(kit);
     }
     WriteBytes(kit / startName, startScript, 0755);
-    if (IsSealed(kitDirectory)) {
-        WriteSeal(kit.string());
-    }
+    Seal(kit, IsSealed(kitDirectory), secretKey);
     RunMakeself(work.GetPath(), Label(product));
-    std::error_code error;
-    fs::permissions(work.GetPath() / "bundle.run", fs::perms(0755), error);
-    fs::rename(work.GetPath() / "bundle.run", target, error);
-    if (error) {
-        FailOnWrite(target, error.value());
+    if (!secretKey.empty()) {
+        SignFile(made.string(), secretKey, KKitStatement::OfProductData());
     }
+    PutInPlace(made, target, !secretKey.empty());
 }
 
 } // namespace KSETUP

@@ -21,7 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char sealName[] = "SHA256SUMS";
 constexpr std::size_t digestLetters = 64;
 constexpr std::size_t namesShown = 20;
 
@@ -125,6 +124,7 @@ void Complain(std::vector<std::string>& wrong, const std::string& name, const ch
 KKitListing ListSealable(const fs::path& kit) {
     KKitListing listing = ListKit(kit);
     std::erase(listing.files, sealName);
+    std::erase(listing.files, sealSignatureName); // signs the seal, so it comes after it
     return listing;
 }
 

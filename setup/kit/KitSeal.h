@@ -8,8 +8,12 @@
 
 namespace KSETUP {
 
+/// The seal's file in a kit, and the one of its signature.
+inline constexpr const char* sealName = "SHA256SUMS";
+inline constexpr const char* sealSignatureName = "SHA256SUMS.minisig";
+
 /// Writes SHA256SUMS into a kit, in the format of sha256sum(1), so that `sha256sum -c SHA256SUMS`
-/// there proves the same: every file save itself, sorted by name.
+/// there proves the same: every file save itself and its signature, sorted by name.
 ///
 /// Returns  the number of files
 /// Throws   KSetupFailure, with the former seal still in place

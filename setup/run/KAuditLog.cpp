@@ -33,6 +33,17 @@ std::string What(const KRunReport& report) {
            std::to_string(report.buildNumber) + ")";
 }
 
+/// As "known key 0123456789ABCDEF (/etc/ins++/trusted.d/us.pub)"; empty where there is none.
+std::string SignatureWords(const KRunReport& report) {
+    if (!report.signer) {
+        return "";
+    }
+    const KSignerReport& signer = *report.signer;
+    return signer.state + (signer.key.empty() ? "" : " " + signer.key) +
+           (signer.knownFrom.empty() ? "" : " (" + signer.knownFrom + ")") +
+           (signer.why.empty() ? "" : ": " + signer.why);
+}
+
 void TellJournal(const KRunReport& report, const std::string& message, const char* result) {
     const int priority = report.result == KRunResult::Failed ? LOG_ERR : LOG_INFO;
     // Ignored: a system without a journal has the setup log.
@@ -54,6 +65,8 @@ void TellJournal(const KRunReport& report, const std::string& message, const cha
         result,
         "INSPP_ERROR=%s",
         report.error.c_str(),
+        "INSPP_SIGNATURE=%s",
+        SignatureWords(report).c_str(),
         nullptr
     ));
 }
@@ -71,6 +84,11 @@ void KAuditLog::Begin(const KRunReport& report, const std::string& kit) {
             << ", from kit " << kit << KLogTypes::EndEntry;
         log << KLogPrefix(Name()) << "Arguments: " << (arguments != nullptr ? arguments : "")
             << KLogTypes::EndEntry;
+        if (report.signer) {
+            log << KLogPrefix(Name()) << "Signature: " << SignatureWords(report)
+                << (report.signer->state == "not verified" ? ", allowed" : "")
+                << KLogTypes::EndEntry;
+        }
         log << KLogPrefix(Name()) << "ins-setup " INSPP_VERSION " on " << Machine()
             << KLogTypes::EndEntry;
     } catch (const KSUP::KError& error) {

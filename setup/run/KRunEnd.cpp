@@ -11,6 +11,7 @@
 #include <setup/run/RunFailure.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/KKitFingerprint.h>
+#include <setup/state/KPinnedKey.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KFileBase.h>
@@ -114,6 +115,7 @@ void KRun::SettleInstall() {
         KeepKit(GetPlanned()); // first: without the manifest the run goes on
         manifest = MakeManifest();
         manifest.SetRun(backup.GetRun());
+        GetPlanned().GetKit().PinKey();
         manifest.Write(GetPlanned().GetProduct().GetService());
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
@@ -288,6 +290,9 @@ void KRun::Forget() {
         state->End();
     });
     KInstalledKit::Remove(service);
+    if (context.arguments.purge) { // else the next install has to be by the same people
+        KPinnedKey::Remove(service);
+    }
     KKeptKit::RemoveUnlessNeeded(service);
     RemoveEmptyStateDirectory(service);
 }
