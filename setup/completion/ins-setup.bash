@@ -20,7 +20,7 @@ _ins_setup_options() { # COMMAND
     'kit key new') echo '--no-password' ;;
     'kit new') echo '--service' ;;
     'kit bundle') echo '--kit --output -o --sign' ;;
-    '') echo '--version' ;;
+    '') echo '--version --licences' ;;
     esac
     echo '--help -h'
 }

@@ -6,6 +6,7 @@
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/kit/KitSigning.h>
+#include <setup/output/Licences.h>
 #include <setup/output/TextFormat.h>
 
 #include <array>
@@ -35,6 +36,7 @@ static_assert(OPENSSL_SHLIB_VERSION == 3, "libcrypto has another name");
 /// languages, for the bundle's user may speak another than its author.
 constexpr std::string_view speakingLibrary = libraries[0];
 constexpr char catalogueBegin[] = "xxxins.";
+constexpr char licencesName[] = "licences";
 constexpr char startName[] = "bundle-start.sh";
 
 /// Run by the shell, so that it can speak where programs cannot run. The path of libraries is for
@@ -96,6 +98,18 @@ void AddProgram(const fs::path& kit) {
         CopyProgram(path, kit / name);
         if (name == speakingLibrary) {
             AddCatalogues(path, kit);
+        }
+    }
+}
+
+/// Whoever gives the bundle away gives the licences away; a kit may have notices of its own there.
+void AddLicences(const fs::path& kit) {
+    MakeDirectories(kit / licencesName);
+    for (const KLicence& licence : GetLicences()) {
+        const fs::path file = kit / licencesName / licence.name;
+        std::error_code unknown; // writing it tells
+        if (!fs::exists(file, unknown)) {
+            WriteBytes(file, std::string(licence.text), 0644);
         }
     }
 }
@@ -268,6 +282,7 @@ void MakeBundle(
         HoldToOwnDirectory(kit);
     }
     WriteBytes(kit / startName, startScript, 0755);
+    AddLicences(kit);
     Seal(kit, IsSealed(kitDirectory), secretKey);
     RunMakeself(work.GetPath(), Label(product));
     if (!secretKey.empty()) {

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/output/EarlyRefusal.h>
 #include <setup/output/KSetupArguments.h>
+#include <setup/output/Licences.h>
 
 #include <CLI/CLI.hpp>
 
@@ -99,6 +100,11 @@ class Parser {
 
 Parser::Parser(KSetupArguments& toFill) : arguments(toFill) {
     app.set_version_flag("--version", "ins-setup " INSPP_VERSION);
+    app.add_flag_callback(
+        "--licences",
+        [] { throw CLI::CallForVersion(LicencesToText(), 0); },
+        "Print the licences of what is in the program"
+    );
     app.require_subcommand(1);
     app.footer(footer);
     AddInstall();
