@@ -21,7 +21,14 @@ macro(inspp_package component name section depends description)
   set(CPACK_DEBIAN_${key}_PACKAGE_DEPENDS "${depends}")
   set(CPACK_COMPONENT_${key}_DESCRIPTION "${description}")
   list(APPEND CPACK_COMPONENTS_ALL ${component})
-  install(FILES ${documents}/changelog.gz ${PROJECT_SOURCE_DIR}/cmake/package/copyright
+  # A library or program holds code of other people's headers; what is for development does not.
+  set(copyright ${PROJECT_SOURCE_DIR}/cmake/package/copyright)
+  if(EXISTS ${copyright}.${component})
+    set(copyright ${copyright}.${component})
+  endif()
+  install(FILES ${documents}/changelog.gz
+    DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name} COMPONENT ${component})
+  install(FILES ${copyright} RENAME copyright
     DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name} COMPONENT ${component})
 endmacro()
 
@@ -63,6 +70,9 @@ install(FILES ${pages} DESTINATION ${doc}/docs COMPONENT ins-dev)
 install(DIRECTORY examples/changes examples/embed examples/mailbox examples/own_rule
   examples/rule_state
   DESTINATION ${doc}/examples COMPONENT ins-dev)
+
+# To make bundles and signatures.
+set(CPACK_DEBIAN_SETUP_PACKAGE_SUGGESTS "makeself, minisign")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)

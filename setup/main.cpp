@@ -11,20 +11,27 @@
 #include <setup/output/KRunReport.h>
 #include <setup/output/KSetupArguments.h>
 #include <setup/plan/RunPlan.h>
+#include <setup/preflight/KUnpackedBundle.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/preflight/ValuesFile.h>
 #include <setup/process/PrepareProcess.h>
 #include <setup/run/ListProducts.h>
 #include <setup/run/Runs.h>
 #include <setup/run/Status.h>
+#include <setup/run/Verify.h>
 #include <setup/state/KProductList.h>
 #include <sup++/KError.h>
 
 #include <csignal>
 #include <exception>
+#include <filesystem>
 #include <functional>
 #include <iostream>
+#include <memory>
+#include <optional>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include <sys/processes/ProcessIsolation.h>
 #include <sys/processes/Terminal.h>
@@ -69,6 +76,20 @@ std::string KitOf(const KSetupArguments& arguments) {
     return arguments.product.empty() ? arguments.kit : KSETUP::FindKeptKit(arguments.product);
 }
 
+/// A kit in one file is unpacked; nothing of it is run before it is verified.
+std::unique_ptr<KSETUP::KUnpackedBundle>
+Unpack(const KSetupArguments& arguments, KSYS::KStopSignals& signals) {
+    using Signature = KSETUP::KUnpackedBundle::Signature;
+    if (arguments.bundle.empty()) {
+        return nullptr;
+    }
+    return std::make_unique<KSETUP::KUnpackedBundle>(
+        arguments.bundle,
+        arguments.allowUnsigned ? Signature::Ignored : Signature::Required,
+        [&signals] { return signals.Take() != 0; }
+    );
+}
+
 /// A run takes note of signals from its first step on; one that is stopped before its first change
 /// answers with the signal.
 int RunOnMachine(
@@ -81,11 +102,13 @@ int RunOnMachine(
         KSETUP::TakeValues(
             arguments.values, arguments.words
         ); // before signals are held: somebody may type them
-        const KSETUP::KSetupKit kit(KitOf(arguments));
-        report.product = KSETUP::KSetupKit::GetProductName().c_str();
         KSYS::KStopSignals signals;
         try {
-            run({kit, arguments, reporter, signals, report});
+            const auto unpacked = Unpack(arguments, signals);
+            const KSETUP::KSetupKit kit(unpacked ? unpacked->GetKitDirectory() : KitOf(arguments));
+            report.product = KSETUP::KSetupKit::GetProductName().c_str();
+            const auto bundle = unpacked ? std::optional(unpacked->GetSigned()) : std::nullopt;
+            run({kit, arguments, reporter, signals, report, bundle});
         } catch (const KSETUP::KSetupStop& stop) {
             const int signal = signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT;
             Refuse(report, KSETUP::ExitCode::signalBase + signal, stop.what());
@@ -125,7 +148,12 @@ int Run(const KSetupArguments& arguments) {
     case Command::KitAdd:
     case Command::KitSeal:
     case Command::KitBundle:
+    case Command::KitKeyNew:
         return KSETUP::RunKit(arguments);
+    case Command::Verify:
+        return Tell(arguments, "verify", [&](KSETUP::KReporter&, KRunReport& report) {
+            KSETUP::Verify(arguments, report);
+        });
     }
     return KSETUP::ExitCode::internal;
 }
@@ -140,7 +168,7 @@ bool WorksOnMachine(Command command) {
 bool IsQuestion(Command command) {
     return command == Command::Status || command == Command::List || command == Command::Check ||
            command == Command::PlanInstall || command == Command::PlanRemove ||
-           command == Command::Macros;
+           command == Command::Macros || command == Command::Verify;
 }
 
 /// Half an answer looks whole to a program. (A run's result stands, whoever heard of it.)
@@ -152,6 +180,30 @@ int TellLostAnswer(Command command, int exitCode) {
                  "leads to, or lead it elsewhere."
               << std::endl;
     return KSETUP::ExitCode::cannotWrite;
+}
+
+/// A word behind "install" that names a file is a bundle: no product is installed into a file.
+void TellBundleFromPath(KSetupArguments& arguments, const std::string& directory) {
+    const std::string word = std::exchange(arguments.bundleOrPath, "");
+    const std::string path = KSETUP::FromDirectory(directory, word);
+    std::error_code unknown; // then it is no file
+    if (!word.empty() && std::filesystem::is_regular_file(path, unknown)) {
+        if (!arguments.kit.empty()) {
+            throw KSETUP::KSetupFailure(
+                KSETUP::ExitCode::usage, word + ": a bundle is a kit already. Leave --kit out."
+            );
+        }
+        arguments.bundle = path;
+        return;
+    }
+    if (!arguments.productPath.empty()) {
+        throw KSETUP::KSetupFailure(
+            KSETUP::ExitCode::usage,
+            word + ": no file. Of two words the first one is a bundle, the second one where to "
+                   "install."
+        );
+    }
+    arguments.productPath = word;
 }
 
 /// Without a reporter, which takes arguments that are understood.
@@ -179,6 +231,7 @@ int main(int argc, char** argv) {
             if (arguments->values != KSETUP::standardInput) {
                 arguments->values = KSETUP::FromDirectory(directory, arguments->values);
             }
+            TellBundleFromPath(*arguments, directory);
         } else if (!directory.empty() && KSYS::EnterDirectory(directory.c_str()) != 0) {
             throw KSETUP::KSetupFailure(
                 KSETUP::ExitCode::noKit, directory + ": this directory cannot be entered again."

@@ -5,6 +5,8 @@
 #include <setup/kit/KitBundle.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
+#include <setup/kit/KitSigning.h>
+#include <setup/output/Licences.h>
 #include <setup/output/TextFormat.h>
 
 #include <array>
@@ -34,6 +36,7 @@ static_assert(OPENSSL_SHLIB_VERSION == 3, "libcrypto has another name");
 /// languages, for the bundle's user may speak another than its author.
 constexpr std::string_view speakingLibrary = libraries[0];
 constexpr char catalogueBegin[] = "xxxins.";
+constexpr char licencesName[] = "licences";
 constexpr char startName[] = "bundle-start.sh";
 
 /// Run by the shell, so that it can speak where programs cannot run. The path of libraries is for
@@ -95,6 +98,18 @@ void AddProgram(const fs::path& kit) {
         CopyProgram(path, kit / name);
         if (name == speakingLibrary) {
             AddCatalogues(path, kit);
+        }
+    }
+}
+
+/// Whoever gives the bundle away gives the licences away; a kit may have notices of its own there.
+void AddLicences(const fs::path& kit) {
+    MakeDirectories(kit / licencesName);
+    for (const KLicence& licence : GetLicences()) {
+        const fs::path file = kit / licencesName / licence.name;
+        std::error_code unknown; // writing it tells
+        if (!fs::exists(file, unknown)) {
+            WriteBytes(file, std::string(licence.text), 0644);
         }
     }
 }
@@ -208,17 +223,57 @@ void RefuseTarget(const fs::path& target, const std::string& kit) {
     }
 }
 
+/// What is in the bundle is more than the kit, so it is sealed and signed anew.
+void Seal(const fs::path& kit, bool wasSealed, const std::string& secretKey) {
+    if (!secretKey.empty()) {
+        SealAndSign(kit.string(), secretKey);
+    } else if (wasSealed) {
+        WriteSeal(kit.string());
+    }
+}
+
+/// The signature first: one that does not fit is refused, a bundle without one may not be.
+void PutInPlace(const fs::path& made, const fs::path& target, bool isSigned) {
+    const fs::path signature = target.string() + signatureEnding;
+    std::error_code error;
+    fs::permissions(made, fs::perms(0755), error);
+    if (isSigned) {
+        fs::rename(made.string() + signatureEnding, signature, error);
+    } else {
+        fs::remove(signature, error);
+    }
+    if (error) {
+        FailOnWrite(signature, error.value());
+    }
+    fs::rename(made, target, error);
+    if (error) {
+        FailOnWrite(target, error.value());
+    }
+}
+
 } // namespace
 
 void MakeBundle(
-    const std::string& kitDirectory, const std::string& product, const std::string& file
+    const std::string& kitDirectory,
+    const std::string& product,
+    const std::string& file,
+    const std::string& secretKey
 ) {
     const fs::path target = fs::absolute(file);
     RefuseTarget(target, kitDirectory);
+    if (secretKey.empty() && IsSigned(kitDirectory)) {
+        throw KSetupFailure(
+            ExitCode::usage,
+            kitDirectory +
+                ": the kit is signed, and a bundle, which holds more than the kit, is to "
+                "be signed too. Name the key with --sign KEY."
+        );
+    }
     VerifySeal(kitDirectory);
     // Beside the target, so that it can take its place at once.
     const KTemporaryDirectory work(target.parent_path());
     const fs::path kit = work.GetPath() / "kit";
+    const fs::path made = work.GetPath() / "bundle.run";
     CopyKit(kitDirectory, kit);
     std::error_code unknown; // as good as missing
     if (!fs::exists(kit / program, unknown)) {
@@ -227,16 +282,13 @@ void MakeBundle(
         HoldToOwnDirectory(kit);
     }
     WriteBytes(kit / startName, startScript, 0755);
-    if (IsSealed(kitDirectory)) {
-        WriteSeal(kit.string());
-    }
+    AddLicences(kit);
+    Seal(kit, IsSealed(kitDirectory), secretKey);
     RunMakeself(work.GetPath(), Label(product));
-    std::error_code error;
-    fs::permissions(work.GetPath() / "bundle.run", fs::perms(0755), error);
-    fs::rename(work.GetPath() / "bundle.run", target, error);
-    if (error) {
-        FailOnWrite(target, error.value());
+    if (!secretKey.empty()) {
+        SignFile(made.string(), secretKey, KKitStatement::OfProductData());
     }
+    PutInPlace(made, target, !secretKey.empty());
 }
 
 } // namespace KSETUP

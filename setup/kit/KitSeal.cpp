@@ -25,7 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char sealName[] = "SHA256SUMS";
 constexpr std::size_t digestLetters = 64;
 constexpr std::size_t namesShown = 20;
 /// A comment to sha256sum, in front of the line of the file that it is about.
@@ -175,6 +174,7 @@ void Complain(std::vector<std::string>& wrong, const std::string& name, const st
 KKitListing ListSealable(const fs::path& kit) {
     KKitListing listing = ListKit(kit);
     std::erase(listing.files, sealName);
+    std::erase(listing.files, sealSignatureName); // signs the seal, so it comes after it
     return listing;
 }
 

@@ -8,10 +8,14 @@
 
 namespace KSETUP {
 
+/// The seal's file in a kit, and the one of its signature.
+inline constexpr const char* sealName = "SHA256SUMS";
+inline constexpr const char* sealSignatureName = "SHA256SUMS.minisig";
+
 /// Writes SHA256SUMS into a kit, in the format of sha256sum(1), so that `sha256sum -c SHA256SUMS`
-/// there proves the same of the bytes: every file save itself, sorted by name. In front of each
-/// stands a comment with its mode, or where the link leads to. A link that leads out of the kit is
-/// refused.
+/// there proves the same of the bytes: every file save itself and its signature, sorted by name. In
+/// front of each stands a comment with its mode, or where the link leads to. A link that leads out
+/// of the kit is refused.
 ///
 /// Returns  the number of files
 /// Throws   KSetupFailure, with the former seal still in place

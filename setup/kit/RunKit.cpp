@@ -6,6 +6,7 @@
 #include <setup/kit/KitBundle.h>
 #include <setup/kit/KitNew.h>
 #include <setup/kit/KitSeal.h>
+#include <setup/kit/KitSigning.h>
 #include <setup/kit/RunKit.h>
 #include <setup/output/TextFormat.h>
 
@@ -42,21 +43,57 @@ int Add(const KSetupArguments& arguments) {
 
 int Seal(const KSetupArguments& arguments) {
     const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
-    const std::size_t count = WriteSeal(kit.GetDirectory());
-    std::cout << "The check sums of " << count << " files are in " << Printable(kit.GetDirectory())
+    const std::string& directory = kit.GetDirectory();
+    const bool isSigned = !arguments.signKey.empty();
+    const bool wasSigned = !isSigned && RemoveSignature(directory); // which the new seal has not
+    const std::size_t count =
+        isSigned ? SealAndSign(directory, arguments.signKey) : WriteSeal(directory);
+    std::cout << "The check sums of " << count << " files are in " << Printable(directory)
               << "/SHA256SUMS. A run refuses the kit when they are not right; seal it again after "
                  "each change.\n";
+    if (isSigned) {
+        std::cout << "They are signed in " << Printable(directory) << "/" << sealSignatureName
+                  << " as " << Printable(KKitStatement::OfProductData().ToWords()) << ".\n";
+    } else if (wasSigned) {
+        std::cout << "The signature that the kit had is deleted, as it does not fit any more. Sign "
+                     "it with --sign KEY.\n";
+    }
     return ExitCode::done;
 }
 
 int Bundle(const KSetupArguments& arguments) {
     const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
-    MakeBundle(kit.GetDirectory(), KSetupKit::GetProductName().c_str(), arguments.target);
+    MakeBundle(
+        kit.GetDirectory(), KSetupKit::GetProductName().c_str(), arguments.target, arguments.signKey
+    );
     const std::string file = Printable(arguments.target);
     std::cout << file << " installs " << Printable(KSetupKit::GetProductName().c_str())
               << " when root runs it; what stands behind its name goes to ins-setup:\n    sh "
               << file << " status\nIt unpacks itself below /tmp. Where that is mounted noexec, "
               << "name another directory:\n    TMPDIR=/var/tmp sh " << file << "\n";
+    if (!arguments.signKey.empty()) {
+        std::cout
+            << "It is signed in " << file << signatureEnding
+            << ". Give both away: where ins-setup is installed, it verifies the bundle before "
+               "anything of it is run:\n    ins-setup install "
+            << file << "\n";
+    }
+    return ExitCode::done;
+}
+
+int NewKey(const KSetupArguments& arguments) {
+    MakeKeyPair(arguments.target, !arguments.noPassword);
+    const std::string name = Printable(arguments.target);
+    std::cout
+        << name << ".key signs: ins-setup kit seal --sign " << name
+        << ".key\n    Keep it secret, with a copy in a safe place: who has it signs as you do, and "
+           "without it\n    nobody can sign the next version."
+        << (arguments.noPassword ? " It has no password: the file is all that is needed." : "")
+        << "\n"
+        << name
+        << ".pub proves it: it goes into each kit that is signed.\n    Publish it where your users "
+           "look for it; an administrator puts it into\n    "
+           "/etc/ins++/trusted.d/SERVICE/.\n";
     return ExitCode::done;
 }
 
@@ -72,6 +109,8 @@ int RunKit(const KSetupArguments& arguments) {
         return Seal(arguments);
     case Command::KitBundle:
         return Bundle(arguments);
+    case Command::KitKeyNew:
+        return NewKey(arguments);
     default:
         return ExitCode::internal;
     }

@@ -5,7 +5,7 @@
 
 namespace KSETUP {
 
-/// `ins-setup kit new`, `kit add`, `kit seal` and `kit bundle`. Returns the exit code.
+/// `ins-setup kit new`, `kit add`, `kit seal`, `kit bundle` and `kit key new`. Returns the exit code.
 ///
 /// Throws   KSetupFailure when something is in the way; nothing that was there is changed then
 int RunKit(const KSetupArguments& arguments);

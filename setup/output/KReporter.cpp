@@ -73,6 +73,21 @@ void PrintPaths(const char* heading, const std::vector<std::string>& paths) {
     }
 }
 
+/// Only where the signature is right; all else is an error.
+void PrintSigner(const KRunReport& report) {
+    const KSignerReport signer = report.signer.value_or(KSignerReport());
+    std::cout << VersionText(report) << " is signed by key " << Printable(signer.key) << " ("
+              << Printable(signer.knownFrom) << ").\n";
+}
+
+void PrintKeys(const KRunReport& report) {
+    for (const KKeyReport& one : report.keys) {
+        std::cout << (&one == &report.keys.front() ? "Its kits have to be signed by key " : "  or ")
+                  << Printable(one.key) << " (" << Printable(one.knownFrom) << ")"
+                  << (&one == &report.keys.back() ? ".\n" : "\n");
+    }
+}
+
 } // namespace
 
 KReporter::KReporter(const KSetupArguments& arguments)
@@ -167,6 +182,8 @@ void KReporter::PrintDone(const KRunReport& report) const {
                   << (report.restored && report.restored->isComplete
                           ? " is as it was before.\n"
                           : ": what the last run replaced is put back.\n");
+    } else if (report.command == "verify") {
+        PrintSigner(report);
     } else if (report.result == KRunResult::NotInstalled) {
         std::cout << Printable(report.product) << " is not installed.\n";
     } else if (report.command == "install" && !report.changed) {
@@ -184,6 +201,7 @@ void KReporter::PrintDone(const KRunReport& report) const {
         std::cout << Printable(report.product) << " is removed from "
                   << Printable(report.productPath) << ".\n";
     }
+    PrintKeys(report);
     for (const auto& [path, what] : report.differences) {
         std::cout << "    " << Printable(path) << " " << Printable(what) << "\n";
     }

@@ -52,6 +52,15 @@ KJsonObject RestoredOf(const KPutBackReport& restored) {
     return object;
 }
 
+KJsonObject SignatureOf(const KSignerReport& signer) {
+    KJsonObject object;
+    object.Put("state", signer.state);
+    PutUnlessEmpty(object, "key", signer.key);
+    PutUnlessEmpty(object, "knownFrom", signer.knownFrom);
+    PutUnlessEmpty(object, "why", signer.why);
+    return object;
+}
+
 /// The others are questions.
 bool MayChange(const KRunReport& report) {
     return report.command == "install" || report.command == "remove" || report.command == "restore";
@@ -130,6 +139,14 @@ KJsonObject ToJsonObject(const KRunReport& report) {
     if (!report.error.empty()) {
         object.Put("error", ErrorOf(report));
     }
+    if (report.signer) {
+        object.Put("signature", SignatureOf(*report.signer));
+    }
+    std::vector<KJsonObject> keys;
+    for (const KKeyReport& one : report.keys) {
+        keys.push_back(KJsonObject().Put("key", one.key).Put("knownFrom", one.knownFrom));
+    }
+    PutUnlessEmpty(object, "keys", keys);
     PutUnlessEmpty(object, "log", report.log);
     PutUnlessEmpty(object, "commandOutput", report.commandOutput);
     PutUnlessEmpty(object, "notes", report.notes);

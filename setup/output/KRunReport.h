@@ -40,10 +40,25 @@ struct KListedProduct {
     std::string trouble;               ///< why more is not known; empty without
 };
 
+/// Who signed the kit of a run.
+struct KSignerReport {
+    /// "known key", "first use", "installed kit", "not verified"
+    std::string state;
+    std::string key;       ///< its id; empty where the kit has no signature
+    std::string knownFrom; ///< the file that the key is known from
+    std::string why;       ///< it is not verified
+};
+
+/// A key that a product's kits have to be signed with.
+struct KKeyReport {
+    std::string key;       ///< its id
+    std::string knownFrom; ///< the file of it
+};
+
 /// What became of a run or a question, for people and programs. Texts are as they came: whoever
 /// shows them makes them harmless.
 struct KRunReport {
-    std::string command; ///< "install", "remove", "status", "restore", "list"
+    std::string command; ///< "install", "remove", "status", "restore", "list", "verify"
     KRunResult result = KRunResult::Done;
     int exitCode = 0;
     bool wasPurged = false; ///< what an earlier removal left was deleted
@@ -87,6 +102,8 @@ struct KRunReport {
     std::optional<KPutBackReport> restored; ///< of "restore", and of a run that was rolled back
     std::optional<bool> rolledBack;         ///< of a run that was to be, whether all was put back
     std::vector<KListedProduct> products;   ///< of `list`
+    std::optional<KSignerReport> signer;    ///< where there is a signature, or should be one
+    std::vector<KKeyReport> keys;           ///< of `status`: those of which one has to sign
 };
 
 /// The word for a result, as "failed".

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/output/EarlyRefusal.h>
 #include <setup/output/KSetupArguments.h>
+#include <setup/output/Licences.h>
 
 #include <CLI/CLI.hpp>
 
@@ -86,6 +87,9 @@ class Parser {
     void AddRunOptions(CLI::App* command);
     void AddOfflineServices(CLI::App* command);
     void AddAllowConflicts(CLI::App* command);
+    void AddAllowUnsigned(CLI::App* command);
+    void AddSign(CLI::App* command);
+    void AddKeys(CLI::App& kit);
 
     KSetupArguments& arguments;
     // Only taken in here: the engine reads these options from the saved command line itself.
@@ -96,6 +100,11 @@ class Parser {
 
 Parser::Parser(KSetupArguments& toFill) : arguments(toFill) {
     app.set_version_flag("--version", "ins-setup " INSPP_VERSION);
+    app.add_flag_callback(
+        "--licences",
+        [] { throw CLI::CallForVersion(LicencesToText(), 0); },
+        "Print the licences of what is in the program"
+    );
     app.require_subcommand(1);
     app.footer(footer);
     AddInstall();
@@ -175,6 +184,20 @@ void Parser::AddAllowConflicts(CLI::App* command) {
     );
 }
 
+void Parser::AddAllowUnsigned(CLI::App* command) {
+    command->add_flag(
+        "--allow-unsigned",
+        arguments.allowUnsigned,
+        "Go on with a kit that is not signed as this machine wants it"
+    );
+}
+
+void Parser::AddSign(CLI::App* command) {
+    command->add_option("--sign", arguments.signKey, "Sign it with this secret key of minisign(1)")
+        ->type_name("KEY")
+        ->check(NotEmpty());
+}
+
 /// What whoever watches a run may want.
 void Parser::AddRunOptions(CLI::App* command) {
     AddCallerOptions(command);
@@ -198,8 +221,16 @@ void Parser::AddInstall() {
     CLI::App* install =
         Add(app, "install", "Install the product, or a newer version", Command::Install);
     AddKit(install);
+    install
+        ->add_option(
+            "bundle",
+            arguments.bundleOrPath,
+            "A bundle, whose kit is installed; else the path, as the next"
+        )
+        ->type_name("BUNDLE");
     AddPath(install);
     AddRunOptions(install);
+    AddAllowUnsigned(install);
     install
         ->add_option(
             "--addProfileLine", profileLines, "Write SECTION,KEY,VALUE into the configuration"
@@ -231,6 +262,7 @@ void Parser::AddRemove() {
     CLI::App* remove = Add(app, "remove", "Remove the installed product", Command::Remove);
     AddKitOrName(remove);
     AddRunOptions(remove);
+    AddAllowUnsigned(remove);
     remove->add_flag(
         "--purge", arguments.purge, "Delete edited configuration and what is not the product's too"
     );
@@ -252,6 +284,12 @@ void Parser::AddQuestions() {
         "--verify", arguments.verify, "Compare what is installed with what was; 4 if it differs"
     );
     AddJson(Add(app, "list", "List what is installed", Command::List));
+    CLI::App* verify = Add(app, "verify", "Tell who signed a kit or a bundle", Command::Verify);
+    verify->add_option("target", arguments.target, "The kit's directory, or the bundle")
+        ->type_name("KIT")
+        ->check(NotEmpty())
+        ->required();
+    AddJson(verify);
     CLI::App* plan = app.add_subcommand("plan", "Tell what a run would do, without doing it");
     plan->footer("");
     plan->require_subcommand(1);
@@ -294,7 +332,9 @@ void Parser::AddAuthoring() {
         ->type_name("TREE")
         ->check(NotEmpty())
         ->required();
-    AddKit(Add(*kit, "seal", "Write the check sums of a kit's files", Command::KitSeal));
+    CLI::App* seal = Add(*kit, "seal", "Write the check sums of a kit's files", Command::KitSeal);
+    AddKit(seal);
+    AddSign(seal);
     CLI::App* bundle =
         Add(*kit, "bundle", "Make one file of a kit that installs itself", Command::KitBundle);
     AddKit(bundle);
@@ -302,6 +342,22 @@ void Parser::AddAuthoring() {
         ->type_name("FILE")
         ->check(NotEmpty())
         ->required();
+    AddSign(bundle);
+    AddKeys(*kit);
+}
+
+void Parser::AddKeys(CLI::App& kit) {
+    CLI::App* key = kit.add_subcommand("key", "Make a key to sign kits with");
+    key->footer("");
+    key->require_subcommand(1);
+    CLI::App* made = Add(*key, "new", "Make a pair of keys", Command::KitKeyNew);
+    made->add_option("name", arguments.target, "The files' name, without .key and .pub")
+        ->type_name("NAME")
+        ->check(NotEmpty())
+        ->required();
+    made->add_flag(
+        "--no-password", arguments.noPassword, "For automation: whoever has the file can sign"
+    );
 }
 
 KAnswerForm Parser::GetAnswerForm() const {

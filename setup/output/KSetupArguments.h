@@ -21,6 +21,8 @@ enum class Command {
     KitAdd,
     KitSeal,
     KitBundle,
+    KitKeyNew,
+    Verify,
 };
 
 /// What the command line asks for. Options that a command does not have keep their defaults.
@@ -29,6 +31,9 @@ struct KSetupArguments {
     std::string kit;         ///< the kit's directory; empty means the program's own
     std::string product;     ///< a product by its name, whose kept kit is taken; empty for none
     std::string productPath; ///< where to install; empty leaves it to the record or the script
+    /// install: the first word behind it, of which it is not known yet what it is.
+    std::string bundleOrPath;
+    std::string bundle; ///< install: a bundle in place of a kit; empty for none
 
     std::vector<std::string> words; ///< the command line itself, the program's name first
     std::string values;      ///< the file of values for the configuration; "-" for standard input
@@ -40,6 +45,7 @@ struct KSetupArguments {
     bool offlineServices = false; ///< leave starts and stops for the next boot where systemd is off
     bool noCheck = false;         ///< install although the script has errors
     bool allowDowngrade = false;  ///< install over a newer version
+    bool allowUnsigned = false;   ///< go on although it is not known whose kit it is
     bool reinstall = false;       ///< install also what is there already
     bool detailedExitCode = false; ///< another exit code where something was changed
     bool backup = false;           ///< keep what is overwritten or deleted
@@ -55,7 +61,10 @@ struct KSetupArguments {
 
     bool service = false; ///< kit new: the kit of a service
     std::string tree;     ///< kit add: what is to be installed
-    std::string target;   ///< kit new: the directory; kit bundle: the file
+    /// kit new: the directory; kit bundle: the file; kit key new: the pair's; verify: what to look at
+    std::string target;
+    std::string signKey;     ///< kit seal, kit bundle: the secret key; empty for none
+    bool noPassword = false; ///< kit key new: whoever has the file can sign
 };
 
 /// How a command line asks to be answered.

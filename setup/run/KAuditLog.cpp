@@ -54,6 +54,17 @@ std::string Arguments() {
     return text;
 }
 
+/// As "known key 0123456789ABCDEF (/etc/ins++/trusted.d/us.pub)"; empty where there is none.
+std::string SignatureWords(const KRunReport& report) {
+    if (!report.signer) {
+        return "";
+    }
+    const KSignerReport& signer = *report.signer;
+    return signer.state + (signer.key.empty() ? "" : " " + signer.key) +
+           (signer.knownFrom.empty() ? "" : " (" + signer.knownFrom + ")") +
+           (signer.why.empty() ? "" : ": " + signer.why);
+}
+
 void TellJournal(const KRunReport& report, const std::string& message, const char* result) {
     const int priority = report.result == KRunResult::Failed ? LOG_ERR : LOG_INFO;
     // Ignored: a system without a journal has the setup log.
@@ -75,6 +86,8 @@ void TellJournal(const KRunReport& report, const std::string& message, const cha
         result,
         "INSPP_ERROR=%s",
         ForJournal(report.error).c_str(),
+        "INSPP_SIGNATURE=%s",
+        ForJournal(SignatureWords(report)).c_str(),
         nullptr
     ));
 }
@@ -90,6 +103,11 @@ void KAuditLog::Begin(const KRunReport& report, const std::string& kit) {
             << (report.formerVersion.empty() ? "" : ", over ") << report.formerVersion
             << ", from kit " << kit << KLogTypes::EndEntry;
         log << KLogPrefix(Name()) << "Arguments: " << Arguments() << KLogTypes::EndEntry;
+        if (report.signer) {
+            log << KLogPrefix(Name()) << "Signature: " << SignatureWords(report)
+                << (report.signer->state == "not verified" ? ", allowed" : "")
+                << KLogTypes::EndEntry;
+        }
         log << KLogPrefix(Name()) << "ins-setup " INSPP_VERSION " on " << Machine()
             << KLogTypes::EndEntry;
     } catch (const KSUP::KError& error) {

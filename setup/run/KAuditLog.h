@@ -12,8 +12,9 @@ namespace KSETUP {
 /// there, and in the system's journal as one structured entry each.
 ///
 /// The journal's entries have the fields INSPP_COMMAND, INSPP_PRODUCT, INSPP_VERSION,
-/// INSPP_PRODUCT_PATH, INSPP_RESULT ("started", "done", "failed", "cancelled") and, of a failure,
-/// INSPP_ERROR. A system without a journal has the log only.
+/// INSPP_PRODUCT_PATH, INSPP_RESULT ("started", "done", "failed", "cancelled"), of a failure
+/// INSPP_ERROR, and of a signed kit, or one that had to be, INSPP_SIGNATURE. A system without a
+/// journal has the log only.
 ///
 /// Thread   the main thread's
 class KAuditLog {

@@ -10,7 +10,7 @@
 namespace KSETUP {
 
 /// A planned run of which nothing is known that would end it half-way, and to which whoever sits
-/// there agreed. Step three: KRun takes it. Until here nothing was changed.
+/// there agreed. Step four: KRun takes it. Until here nothing was changed.
 ///
 /// Thread   the main thread's
 class KCheckedRun {

@@ -11,7 +11,8 @@
 
 namespace KSETUP {
 
-KPlannedRun KPlannedRun::OfInstall(KLockedProduct& locked) {
+KPlannedRun KPlannedRun::OfInstall(const KTrustedKit& kit) {
+    KLockedProduct& locked = kit.GetProduct();
     const KRunContext& context = locked.GetContext();
     KRunReport& report = context.report;
     RequireTrusted(locked.GetRecord());
@@ -32,29 +33,31 @@ KPlannedRun KPlannedRun::OfInstall(KLockedProduct& locked) {
     const auto& begun = locked.GetInterrupted();
     const bool goesOn = context.arguments.productPath.empty() && !locked.GetRecord() && begun &&
                         begun->damage.empty(); // where the interrupted run was at work
-    return {locked, Action::Install, goesOn ? begun->path : context.arguments.productPath};
+    return {kit, Action::Install, goesOn ? begun->path : context.arguments.productPath};
 }
 
-std::optional<KPlannedRun> KPlannedRun::OfRemoval(KLockedProduct& locked) {
+std::optional<KPlannedRun> KPlannedRun::OfRemoval(const KTrustedKit& kit) {
+    KLockedProduct& locked = kit.GetProduct();
     KRunReport& report = locked.GetContext().report;
     RequireTrusted(locked.GetRecord());
     if (const auto& record = locked.GetRecord()) {
         report.version = record->version;
         report.buildNumber = record->buildNumber;
-        return KPlannedRun(locked, Action::Remove, locked.GetContext().arguments.productPath);
+        return KPlannedRun(kit, Action::Remove, locked.GetContext().arguments.productPath);
     }
     const auto& begun = locked.GetInterrupted();
     if (!begun || !begun->damage.empty()) {
         return std::nullopt;
     }
     report.version = begun->version; // the link is not there; the state knows the rest
-    return KPlannedRun(locked, Action::Remove, begun->path);
+    return KPlannedRun(kit, Action::Remove, begun->path);
 }
 
-KPlannedRun::KPlannedRun(KLockedProduct& locked, Action what, const std::string& wantedPath)
-    : product(&locked),
+KPlannedRun::KPlannedRun(const KTrustedKit& trusted, Action what, const std::string& wantedPath)
+    : kit(&trusted),
       action(what) {
     VerifyKit();
+    KLockedProduct& locked = GetProduct();
     const KRunContext& context = locked.GetContext();
     KMacroContext& macros = locked.GetMacros();
     const KScript script(context.kit.GetScript());
@@ -73,6 +76,7 @@ KPlannedRun::KPlannedRun(KLockedProduct& locked, Action what, const std::string&
 void KPlannedRun::VerifyKit() {
     const KRunContext& context = GetContext();
     RequirePrivate(context.kit.GetDirectory());
+    kit->RequireSameSeal();
     const KSealExtent extent = Installs() ? KSealExtent::Whole : KSealExtent::WhatIsThere;
     sealed = VerifySeal(context.kit.GetDirectory(), extent, context.ShallStop());
 }

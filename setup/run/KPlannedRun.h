@@ -4,7 +4,7 @@
 #include <setup/files/KFileDigest.h>
 #include <setup/plan/KDiskView.h>
 #include <setup/plan/KPlan.h>
-#include <setup/run/KLockedProduct.h>
+#include <setup/run/KTrustedKit.h>
 #include <setup/state/KRunState.h>
 
 #include <memory>
@@ -13,9 +13,10 @@
 
 namespace KSETUP {
 
-/// What a run would do, found for a locked product without a change. Step two: KCheckedRun takes it.
+/// What a run would do, found for a locked product and a kit of an accepted signer without a change.
+/// Step three: KCheckedRun takes it.
 ///
-/// Borrows the locked product.
+/// Borrows the kit, and with it the locked product.
 /// Thread   the main thread's
 class KPlannedRun {
   public:
@@ -24,14 +25,15 @@ class KPlannedRun {
     /// Throws   KSetupFailure for a kit that others can change, whose seal is broken or whose version
     ///          is older than the installed one, and for a path that is none of a product's;
     ///          KSetupStop while the seal is checked
-    static KPlannedRun OfInstall(KLockedProduct& locked);
+    static KPlannedRun OfInstall(const KTrustedKit& kit);
     /// Nothing when there is nothing to remove: no product, and no run that was interrupted.
     ///
     /// Throws   as above
-    static std::optional<KPlannedRun> OfRemoval(KLockedProduct& locked);
+    static std::optional<KPlannedRun> OfRemoval(const KTrustedKit& kit);
 
-    KLockedProduct& GetProduct() const noexcept { return *product; }
-    const KRunContext& GetContext() const noexcept { return product->GetContext(); }
+    const KTrustedKit& GetKit() const noexcept { return *kit; }
+    KLockedProduct& GetProduct() const noexcept { return kit->GetProduct(); }
+    const KRunContext& GetContext() const noexcept { return GetProduct().GetContext(); }
     Action GetAction() const noexcept { return action; }
     bool Installs() const noexcept { return action == Action::Install; }
     const KPlan& GetPlan() const noexcept { return *plan; }
@@ -44,10 +46,10 @@ class KPlannedRun {
     KDigests TakeSealed() noexcept { return std::move(sealed); }
 
   private:
-    KPlannedRun(KLockedProduct& locked, Action what, const std::string& wantedPath);
+    KPlannedRun(const KTrustedKit& trusted, Action what, const std::string& wantedPath);
     void VerifyKit();
 
-    KLockedProduct* product;
+    const KTrustedKit* kit;
     Action action;
     KDigests sealed;
     std::string productPath;

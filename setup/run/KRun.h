@@ -18,7 +18,7 @@
 
 namespace KSETUP {
 
-/// A run that has begun: step four, and the last. It keeps what it is about to replace, where that
+/// A run that has begun: step five, and the last. It keeps what it is about to replace, where that
 /// was asked for, and remembers on the disk that it goes on, until it has come to its end.
 ///
 /// Thread   the main thread's; the engine has one of its own

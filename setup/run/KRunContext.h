@@ -5,8 +5,10 @@
 #include <setup/output/KReporter.h>
 #include <setup/output/KRunReport.h>
 #include <setup/output/KSetupArguments.h>
+#include <setup/preflight/KitSigner.h>
 
 #include <functional>
+#include <optional>
 
 #include <sys/processes/KStopSignals.h>
 
@@ -19,6 +21,7 @@ struct KRunContext {
     KReporter& reporter;
     KSYS::KStopSignals& signals;
     KRunReport& report; ///< gets what the steps find out, also when one of them throws
+    std::optional<KSignedFile> bundle = std::nullopt; ///< that the kit came in
 
     /// For work that can be stopped: whether a signal came.
     std::function<bool()> ShallStop() const {

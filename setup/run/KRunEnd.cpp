@@ -11,6 +11,7 @@
 #include <setup/run/RunFailure.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/KKitFingerprint.h>
+#include <setup/state/KPinnedKey.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KFileBase.h>
@@ -125,6 +126,7 @@ void KRun::SettleInstall() {
              report.buildNumber,
              NormalPath(installer.GetInstalledProductPath().c_str())}
         );
+        GetPlanned().GetKit().PinKey();
         manifest.Write(GetPlanned().GetProduct().GetService());
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
@@ -321,6 +323,9 @@ void KRun::Forget() {
         state->End();
     });
     KInstalledKit::Remove(service);
+    if (context.arguments.purge) { // else the next install has to be by the same people
+        KPinnedKey::Remove(service);
+    }
     KKeptKit::RemoveUnlessNeeded(service);
     RemoveEmptyStateDirectory(service);
 }

@@ -3,6 +3,7 @@
 #include <setup/run/Leftovers.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/KKitFingerprint.h>
+#include <setup/state/KPinnedKey.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/SvcFile.h>
 
@@ -11,6 +12,10 @@ namespace KSETUP {
 void SettleLeftovers(KLockedProduct& product) {
     const KRunContext& context = product.GetContext();
     const KManifest& manifest = product.GetOwnership().GetManifest();
+    if (context.arguments.purge && KPinnedKey::Remove(product.GetService())) {
+        context.report.changed = true;
+        context.report.wasPurged = true;
+    }
     if (!manifest.HasFiles()) { // at most what a removal that was killed at its very end left
         KInstalledKit::Remove(product.GetService());
         KKeptKit::RemoveUnlessNeeded(product.GetService());

@@ -14,11 +14,12 @@ namespace KSETUP {
 
 void Install(const KRunContext& context) {
     KLockedProduct product(context);
+    const KTrustedKit kit(product, KTrustedKit::Use::Install);
     const KSameInstall same(product);
     if (same.IsDone()) {
         return;
     }
-    KRun run(KCheckedRun(KPlannedRun::OfInstall(product)));
+    KRun run(KCheckedRun(KPlannedRun::OfInstall(kit)));
     run.Finish();
     if (context.report.result == KRunResult::Done) {
         same.Remember(run.GetPlanned());
@@ -27,7 +28,8 @@ void Install(const KRunContext& context) {
 
 void Remove(const KRunContext& context) {
     KLockedProduct product(context);
-    if (std::optional<KPlannedRun> planned = KPlannedRun::OfRemoval(product)) {
+    const KTrustedKit kit(product, KTrustedKit::Use::Removal);
+    if (std::optional<KPlannedRun> planned = KPlannedRun::OfRemoval(kit)) {
         KRun run(KCheckedRun(std::move(*planned)));
         run.Finish();
     } else if (product.GetInterrupted()) { // one that nobody can go on with: its file is damaged

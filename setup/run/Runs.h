@@ -7,9 +7,9 @@ namespace KSETUP {
 
 /// \file
 /// The runs of ins-setup, each from the lock to its end. The steps are types, of which each takes
-/// the one before: KLockedProduct, KPlannedRun, KCheckedRun, KRun. So nothing is looked at before it
-/// is locked, and nothing is changed before it is checked. What they learn goes into the report,
-/// which the caller tells.
+/// the one before: KLockedProduct, KTrustedKit, KPlannedRun, KCheckedRun, KRun. So nothing is looked
+/// at before it is locked, and nothing is changed before it is checked. What they learn goes into the
+/// report, which the caller tells.
 ///
 /// All throw KSetupFailure and KSetupStop when nothing was begun.
 /// Thread   the main thread's

@@ -5,9 +5,12 @@
 #include <setup/run/KLockedProduct.h>
 #include <setup/run/OutdatedPrograms.h>
 #include <setup/run/Status.h>
+#include <setup/state/KKnownKeys.h>
 #include <setup/state/KManifest.h>
 #include <setup/state/KRunLock.h>
 #include <setup/state/KRunState.h>
+
+#include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
 
@@ -24,6 +27,19 @@ void FillRuns(const std::string& service, KRunReport& report) {
     } catch (const KSetupFailure& failure) {
         if (failure.GetExitCode() != ExitCode::notRoot) { // who may not look is not told
             throw;
+        }
+    }
+}
+
+/// Whose kits may be installed, also of a product that was removed.
+void FillKeys(const std::string& service, KRunReport& report) {
+    try {
+        for (const KKnownKey& known : KKnownKeys::Find(service).keys) {
+            report.keys.push_back({known.key.GetId(), known.file});
+        }
+    } catch (const KSetupFailure& failure) {
+        if (KSYS::IsRoot()) { // who may not look is not told
+            report.notes.emplace_back(failure.what());
         }
     }
 }
@@ -56,6 +72,7 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     const std::string service = installer.ExpandMacros("$serviceName$").c_str();
     report.product = KSetupKit::GetProductName().c_str();
     FillRuns(service, report);
+    FillKeys(service, report);
     const std::optional<KInstalledRecord> record = LoadRecord(installer);
     if (!record) {
         report.result = KRunResult::NotInstalled;

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/state/KKeptKit.h>
+#include <setup/state/KPinnedKey.h>
 #include <setup/state/KPrivateDirectory.h>
 
 #include <algorithm>
@@ -107,7 +108,7 @@ void KKeptKit::RemoveUnlessNeeded(const std::string& serviceName, const std::str
         return;
     }
     const bool isNeeded = std::any_of(names.begin(), names.end(), [](const std::string& name) {
-        return name != directoryName && name != newName;
+        return name != directoryName && name != newName && name != KPinnedKey::fileName;
     });
     if (!isNeeded) {
         RemoveTree(*directory, newName);

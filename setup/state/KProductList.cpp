@@ -3,6 +3,7 @@
 #include <setup/output/TextFormat.h>
 #include <setup/script/KScript.h>
 #include <setup/state/KKeptKit.h>
+#include <setup/state/KPinnedKey.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/KProductList.h>
 
@@ -31,12 +32,18 @@ std::vector<std::string> ListNames(const std::string& directory) {
     return names;
 }
 
-/// Nothing for what is no directory, or an empty one.
+/// A product that was removed leaves the key of its kits.
+bool HoldsAtMostAKey(const std::string& directory) {
+    const std::vector<std::string> names = ListNames(directory);
+    return names.empty() || (names.size() == 1 && names.front() == KPinnedKey::fileName);
+}
+
+/// Nothing for what is no directory, or one that holds nothing of a product.
 std::optional<KKnownProduct> Look(const std::string& base, const std::string& service) {
     struct stat status {};
     const std::string directory = base + "/" + service;
     if (KSYS::ReadStatus(directory, KSYS::LastLink::Keep, status) != 0 ||
-        !S_ISDIR(status.st_mode) || ListNames(directory).empty()) {
+        !S_ISDIR(status.st_mode) || HoldsAtMostAKey(directory)) {
         return std::nullopt;
     }
     KKnownProduct product{service, service, "", status.st_mtim.tv_sec};

@@ -10,25 +10,17 @@
 
 namespace KSYS {
 
-unsigned RunProgram(
-    std::vector<std::string> words,
-    const std::string& directory,
-    const char* output,
-    bool& succeeded
+namespace {
+
+/// Ends `actions`, which are done in the new process before the program begins.
+unsigned SpawnAndWait(
+    std::vector<std::string>& words, posix_spawn_file_actions_t& actions, bool& succeeded
 ) {
     std::vector<char*> arguments;
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }
     arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
-    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    ::posix_spawn_file_actions_addopen(
-        &actions, STDOUT_FILENO, output, O_WRONLY | O_CREAT | O_TRUNC, 0600
-    );
-    ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     posix_spawnattr_t attributes;
     sigset_t ignored;
     sigemptyset(&ignored);
@@ -50,6 +42,31 @@ unsigned RunProgram(
     const pid_t ended = Retry([&] { return ::waitpid(child, &status, 0); });
     succeeded = ended == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
     return 0;
+}
+
+} // namespace
+
+unsigned RunProgram(
+    std::vector<std::string> words,
+    const std::string& directory,
+    const char* output,
+    bool& succeeded
+) {
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addchdir_np(&actions, directory.c_str());
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_addopen(
+        &actions, STDOUT_FILENO, output, O_WRONLY | O_CREAT | O_TRUNC, 0600
+    );
+    ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
+    return SpawnAndWait(words, actions, succeeded);
+}
+
+unsigned RunProgramHere(std::vector<std::string> words, bool& succeeded) {
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    return SpawnAndWait(words, actions, succeeded);
 }
 
 } // namespace KSYS

@@ -18,4 +18,8 @@ namespace KSYS {
     bool& succeeded
 );
 
+/// The same with this process's own input, output and working directory: for a program that asks
+/// who sits there.
+[[nodiscard]] unsigned RunProgramHere(std::vector<std::string> words, bool& succeeded);
+
 } // namespace KSYS

@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/files/KBlake2b.h>
+#include <setup/files/KFileDigest.h>
+#include <setup/kit/KitFiles.h>
+#include <setup/kit/KitSeal.h>
+#include <setup/kit/KitSigning.h>
+#include <setup/output/TextFormat.h>
+#include <setup/preflight/KitSigner.h>
+
+#include <cerrno>
+
+#include <sys/files/DirectoryEntry.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr const char* override = " --allow-unsigned goes on without knowing whose kit it is.";
+
+constexpr const char* unchanged = ". Nothing was changed. ";
+
+[[noreturn]] void Refuse(const std::string& why, const std::string& advice) {
+    throw KSetupFailure(ExitCode::malformedScript, why + unchanged + advice + override);
+}
+
+bool IsThere(const std::string& path) {
+    struct stat status {};
+    return KSYS::ReadStatus(path, KSYS::LastLink::Keep, status) != ENOENT;
+}
+
+std::optional<KPublicKey> ReadKey(const std::string& path) {
+    return IsThere(path) ? std::optional(KPublicKey::FromText(ReadBytes(path), path))
+                         : std::nullopt;
+}
+
+KSignature ParseSignature(const KSignedFile& file) {
+    return KSignature::FromText(*file.signature, file.path + signatureEnding);
+}
+
+/// A signature is for one product and version: none of another is to be put beside these files.
+void RequireMeant(const KSignedFile& file, const KKitStatement& productData) {
+    const std::string comment = ParseSignature(file).GetTrustedComment();
+    const auto says = KKitStatement::FromComment(comment);
+    const std::string where = file.path + signatureEnding;
+    if (!says) {
+        Refuse(
+            where + ": the signer does not say of which product and version this is a kit",
+            "Sign it with \"ins-setup kit seal --sign KEY\" if it is your own."
+        );
+    }
+    if (*says != productData) {
+        Refuse(
+            where + ": signed as " + Printable(says->ToWords()) + " of service " +
+                Printable(says->service) + ", but product.ini has " +
+                Printable(productData.ToWords()) + " of service " + Printable(productData.service),
+            "Get the kit again; if it is your own, sign it again."
+        );
+    }
+}
+
+void RequireNoKey(const std::string& where, const KKnownKeys& known) {
+    if (known.AreThereAny()) {
+        Refuse(
+            where + ": the kit is neither sealed nor signed, and has to be, by " + known.ToWords(),
+            "Get the signed kit from who makes it."
+        );
+    }
+}
+
+void VerifyByKnownKeys(
+    KKitSigner& signer,
+    const KSignedFile& seal,
+    const std::optional<KSignedFile>& bundle,
+    const KKnownKeys& known
+) {
+    const KKnownKey& key = RequireSigned(seal, known.keys, known.ToWords());
+    if (bundle) {
+        RequireSigned(*bundle, known.keys, known.ToWords());
+    }
+    signer.kind = KKitSigner::Kind::Known;
+    signer.key = key.key;
+    signer.knownFrom = key.file;
+}
+
+/// With the key that the kit brings, for want of a better one.
+void VerifyByOwnKey(
+    KKitSigner& signer,
+    const KSignedFile& seal,
+    const std::optional<KSignedFile>& bundle,
+    const std::string& kitDirectory
+) {
+    const std::string file = kitDirectory + "/" + kitKeyName;
+    const std::optional<KPublicKey> own = ReadKey(file);
+    if (!own) {
+        signer.kind = KKitSigner::Kind::Unverifiable;
+        return;
+    }
+    const std::vector<KKnownKey> keys = {{*own, file}};
+    const std::string words = "key " + own->GetId() + " (" + file + ")";
+    RequireSigned(seal, keys, words);
+    if (bundle && bundle->signature) {
+        RequireSigned(*bundle, keys, words);
+    }
+    signer.kind = KKitSigner::Kind::FirstUse;
+    signer.key = own;
+    signer.knownFrom = file;
+}
+
+} // namespace
+
+std::optional<std::string> ReadSignature(const std::string& file) {
+    const std::string path = file + signatureEnding;
+    return IsThere(path) ? std::optional(ReadBytes(path)) : std::nullopt;
+}
+
+std::string WhyNotSigned(const KSetupFailure& failure) {
+    const std::string words = failure.what();
+    return words.substr(0, words.find(unchanged));
+}
+
+const KKnownKey& RequireSigned(
+    const KSignedFile& file, const std::vector<KKnownKey>& keys, const std::string& keysInWords
+) {
+    if (!file.signature) {
+        Refuse(
+            file.path + " is not signed (there is no " + file.path + signatureEnding +
+                "), and has to be, by " + keysInWords,
+            "Get the signature too from who makes it."
+        );
+    }
+    const KSignature signature = ParseSignature(file);
+    bool isOfKnown = false;
+    for (const KKnownKey& known : keys) { // several may have one id
+        if (known.key.GetId() == signature.GetKeyId()) {
+            isOfKnown = true;
+            if (signature.Fits(known.key, file.blake2b)) {
+                return known;
+            }
+        }
+    }
+    if (isOfKnown) {
+        Refuse(
+            file.path + signatureEnding + " does not fit " + file.path +
+                ": one of them was changed, or key " + signature.GetKeyId() + " did not sign it",
+            "Get both again from who makes them."
+        );
+    }
+    Refuse(
+        file.path + " is signed by key " + signature.GetKeyId() + ", and has to be by " +
+            keysInWords,
+        "If its maker has a new key, install the version that brings it, or put the new key, which "
+        "you have from a source that you trust, into " +
+            std::string(trustDirectory) + "/trusted.d/SERVICE/."
+    );
+}
+
+KKitSigner FindSigner(
+    const std::string& kitDirectory,
+    const KKitStatement& productData,
+    const KKnownKeys& known,
+    const std::optional<KSignedFile>& bundle
+) {
+    KKitSigner signer;
+    if (!IsSealed(kitDirectory)) {
+        RequireNoKey(bundle ? bundle->path : kitDirectory, known);
+        return signer;
+    }
+    const std::string sealPath = kitDirectory + "/" + sealName;
+    const std::string sealText = ReadBytes(sealPath);
+    const KSignedFile seal{
+        bundle ? bundle->path + ":" + sealName : sealPath, // where whoever reads of it finds it
+        Blake2b(sealText),
+        ReadSignature(sealPath)};
+    signer.seal = DigestBytes(sealText);
+    signer.nextKey = ReadKey(kitDirectory + "/" + nextKeyName);
+    if (!known.areAdministrators && known.pinned && known.pinned->seal == signer.seal) {
+        signer.kind = KKitSigner::Kind::Installed;
+        signer.key = known.pinned->key;
+        signer.knownFrom = known.keys.front().file;
+        return signer;
+    }
+    if (seal.signature) {
+        signer.keyId = ParseSignature(seal).GetKeyId();
+    }
+    if (known.AreThereAny()) {
+        VerifyByKnownKeys(signer, seal, bundle, known);
+    } else if (seal.signature) {
+        VerifyByOwnKey(signer, seal, bundle, kitDirectory);
+    }
+    if (signer.IsVerified()) {
+        RequireMeant(seal, productData);
+        if (bundle && bundle->signature) {
+            RequireMeant(*bundle, productData);
+        }
+    }
+    return signer;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/files/KFileDigest.h>
+#include <setup/kit/KitFiles.h>
+#include <setup/kit/KitSeal.h>
+#include <setup/kit/KitSigning.h>
+#include <setup/run/KTrustedKit.h>
+#include <setup/state/KKeptKit.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+namespace KSETUP {
+
+namespace {
+
+const char* StateOf(KKitSigner::Kind kind) {
+    switch (kind) {
+    case KKitSigner::Kind::Known:
+        return "known key";
+    case KKitSigner::Kind::FirstUse:
+        return "first use";
+    case KKitSigner::Kind::Installed:
+        return "installed kit";
+    case KKitSigner::Kind::Unsigned:
+    case KKitSigner::Kind::Unverifiable:
+        break;
+    }
+    return "not verified";
+}
+
+} // namespace
+
+KTrustedKit::KTrustedKit(KLockedProduct& locked, Use use) : product(locked) {
+    if (use == Use::Removal && IsKept()) {
+        return;
+    }
+    known = KKnownKeys::Find(product.GetService());
+    hasKept = use == Use::Removal && KKeptKit::FindDirectory(product.GetService());
+    Verify();
+    Report();
+}
+
+/// It was written by an install whose kit was verified, where only root can write.
+bool KTrustedKit::IsKept() const {
+    const auto kept = KKeptKit::FindDirectory(product.GetService());
+    std::error_code unknown; // then it is another
+    return kept &&
+           std::filesystem::equivalent(*kept, product.GetContext().kit.GetDirectory(), unknown);
+}
+
+void KTrustedKit::Verify() {
+    const KRunContext& context = product.GetContext();
+    try {
+        signer = FindSigner(
+            context.kit.GetDirectory(), KKitStatement::OfProductData(), known, context.bundle
+        );
+    } catch (const KSetupFailure& failure) {
+        if (!context.arguments.allowUnsigned) {
+            throw KSetupFailure(failure.GetExitCode(), failure.what() + AdviceForRemoval());
+        }
+        const std::string why = WhyNotSigned(failure);
+        context.report.signer = KSignerReport{"not verified", "", "", why};
+        context.reporter.Warn("ins-setup: --allow-unsigned goes on although " + why + ".");
+    }
+}
+
+std::string KTrustedKit::AdviceForRemoval() const {
+    return hasKept ? " To remove it without the kit: ins-setup remove " + product.GetService() : "";
+}
+
+void KTrustedKit::Report() const {
+    std::optional<KSignerReport>& report = product.GetContext().report.signer;
+    if (report || signer.kind == KKitSigner::Kind::Unsigned) {
+        return;
+    }
+    report = KSignerReport{StateOf(signer.kind), signer.keyId, signer.knownFrom, ""};
+    if (signer.key) {
+        report->key = signer.key->GetId();
+    }
+    if (signer.kind == KKitSigner::Kind::Unverifiable) {
+        report->why = "no key is known here, and the kit brings none";
+        product.GetContext().report.notes.push_back(
+            "The kit is signed by key " + signer.keyId +
+            ", which was not verified: " + report->why + " (" + kitKeyName + ")."
+        );
+    }
+}
+
+void KTrustedKit::RequireSameSeal() const {
+    const std::string kit = product.GetContext().kit.GetDirectory();
+    if (signer.IsVerified() && DigestBytes(ReadBytes(kit + "/" + sealName)) != signer.seal) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            kit + "/" + sealName +
+                ": somebody wrote to it after its signature was verified. Nothing was changed. "
+                "Copy the kit to a directory of root's and run it again."
+        );
+    }
+}
+
+void KTrustedKit::PinKey() const {
+    if (!signer.IsVerified()) {
+        return;
+    }
+    const std::string& service = product.GetService();
+    const KPinnedKey pin{signer.nextKey.value_or(*signer.key), signer.seal};
+    pin.Write(service);
+    KRunReport& report = product.GetContext().report;
+    if (known.areAdministrators) {
+        const bool isKnown =
+            std::any_of(known.keys.begin(), known.keys.end(), [&](const KKnownKey& one) {
+                return one.key == pin.key;
+            });
+        if (!isKnown) {
+            report.notes.push_back(
+                "The next kits of " + report.product + " will be signed by key " + pin.key.GetId() +
+                ", which is not among the keys in " + trustDirectory +
+                "/trusted.d. Put the kit's " + nextKeyName + " there."
+            );
+        }
+    } else if (known.keys.empty() || !(known.keys.front().key == pin.key)) {
+        report.notes.push_back(
+            "From now on kits of " + report.product + " have to be signed by key " +
+            pin.key.GetId() + " (" + KPinnedKey::PathOf(service) + ")."
+        );
+    }
+}
+
+} // namespace KSETUP

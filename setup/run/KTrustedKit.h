@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <setup/preflight/KitSigner.h>
+#include <setup/run/KLockedProduct.h>
+
+namespace KSETUP {
+
+/// The kit of a run, signed by whom the machine wants the locked product's kits to be signed by, as
+/// far as it wants anybody. Step two: KPlannedRun takes it. Nothing of the kit but product.ini was
+/// read, and nothing was run.
+///
+/// Borrows the locked product.
+/// Thread   the main thread's
+class KTrustedKit {
+  public:
+    enum class Use { Install, Removal };
+
+    /// For a removal the kit that was kept is as good as the one that was installed.
+    ///
+    /// Throws   KSetupFailure with ExitCode::malformedScript for a kit that is not signed as it has
+    ///          to be, unless the arguments allow that
+    KTrustedKit(KLockedProduct& locked, Use use);
+
+    KLockedProduct& GetProduct() const noexcept { return product; }
+    /// To be asked when only root can write to the kit: what was verified is what is there.
+    ///
+    /// Throws   KSetupFailure
+    void RequireSameSeal() const;
+    /// Remembers the key, or the next one that the kit brings, for the product's next kits; nothing
+    /// where the kit is not verified.
+    ///
+    /// Throws   KSetupFailure
+    void PinKey() const;
+
+  private:
+    bool IsKept() const;
+    void Verify();
+    void Report() const;
+    std::string AdviceForRemoval() const;
+
+    KLockedProduct& product;
+    KKnownKeys known;
+    KKitSigner signer;
+    bool hasKept = false; // what a removal needs
+};
+
+} // namespace KSETUP

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/kit/KitSeal.h>
+#include <setup/preflight/KUnpackedBundle.h>
+#include <setup/run/Verify.h>
+
+#include <filesystem>
+#include <optional>
+
+#include <sys/processes/ProcessIsolation.h>
+
+namespace KSETUP {
+
+namespace {
+
+[[noreturn]] void Refuse(const std::string& why) {
+    throw KSetupFailure(ExitCode::malformedScript, why);
+}
+
+void RequireVerified(
+    const KKitSigner& signer, const std::string& target, const std::optional<KSignedFile>& bundle
+) {
+    if (signer.keyId.empty() && !signer.IsVerified()) {
+        Refuse(target + ": not signed: it is not known who made it.");
+    }
+    if (!signer.IsVerified()) {
+        Refuse(
+            target + ": signed by key " + signer.keyId +
+            ", which is not known here, and the kit does not bring it. Get the key from who makes "
+            "the kit and put it into " +
+            trustDirectory + "/trusted.d/SERVICE/."
+        );
+    }
+    if (bundle && !bundle->signature) {
+        Refuse(
+            target + ": the kit in it is signed by key " + signer.key->GetId() +
+            ", but the bundle is not: there is no " + target + ".minisig."
+        );
+    }
+}
+
+/// Only root can see all keys that count.
+KKitSigner Find(
+    const std::string& kit,
+    const KKitStatement& productData,
+    const std::optional<KSignedFile>& bundle
+) {
+    const KKnownKeys known = KSYS::IsRoot() ? KKnownKeys::Find(productData.service) : KKnownKeys();
+    try {
+        return FindSigner(kit, productData, known, bundle);
+    } catch (const KSetupFailure& failure) {
+        Refuse(WhyNotSigned(failure) + ".");
+    }
+}
+
+} // namespace
+
+void Verify(const KSetupArguments& arguments, KRunReport& report) {
+    std::error_code unknown; // then it is taken for a directory, and that tells
+    std::optional<KUnpackedBundle> unpacked;
+    std::optional<KSignedFile> bundle;
+    if (std::filesystem::is_regular_file(arguments.target, unknown)) {
+        unpacked.emplace(arguments.target, KUnpackedBundle::Signature::Ignored);
+        bundle = unpacked->GetSigned();
+    }
+    const KSetupKit kit(unpacked ? unpacked->GetKitDirectory() : arguments.target);
+    const KKitStatement productData = KKitStatement::OfProductData();
+    report.product = productData.product;
+    report.version = productData.version;
+    report.buildNumber = productData.buildNumber;
+    const KKnownKeys known = KSYS::IsRoot() ? KKnownKeys::Find(productData.service) : KKnownKeys();
+    const KKitSigner signer = Find(kit.GetDirectory(), productData, bundle);
+    RequireVerified(signer, arguments.target, bundle);
+    VerifySeal(kit.GetDirectory());
+    report.signer = KSignerReport{
+        signer.kind == KKitSigner::Kind::FirstUse ? "first use" : "known key",
+        signer.key->GetId(),
+        signer.knownFrom,
+        ""};
+    if (signer.kind == KKitSigner::Kind::FirstUse) {
+        report.signer->knownFrom = unpacked ? "in the bundle itself" : signer.knownFrom;
+        report.notes.emplace_back(
+            KSYS::IsRoot()
+                ? "Nothing on this machine vouches for the key: compare it with the one that the "
+                  "maker publishes."
+                : "Only root sees which keys this machine knows: compare it with the one that the "
+                  "maker publishes."
+        );
+    }
+}
+
+} // namespace KSETUP

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/state/KKnownKeys.h>
+#include <setup/state/KPrivateDirectory.h>
+
+#include <algorithm>
+
+#include <sys/files/DirectoryEntry.h>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr const char* keysDirectory = "trusted.d";
+constexpr const char* keyEnding = ".pub";
+
+std::vector<KKnownKey> ReadKeys(const KPrivateDirectory& directory) {
+    std::vector<std::string> names;
+    if (const unsigned failed = KSYS::ListEntries({directory.Get(), "."}, names)) {
+        throw SystemFailure(
+            ExitCode::malformedScript, "cannot list", directory.GetPath(), failed, "Fix the cause."
+        );
+    }
+    std::sort(names.begin(), names.end());
+    std::vector<KKnownKey> keys;
+    for (const std::string& name : names) {
+        struct stat status {};
+        const bool isKey =
+            name.ends_with(keyEnding) &&
+            KSYS::ReadStatus({directory.Get(), name.c_str()}, KSYS::LastLink::Keep, status) == 0 &&
+            !S_ISDIR(status.st_mode); // those of a product that is called so
+        if (isKey) {
+            const std::string path = directory.GetPath() + "/" + name;
+            keys.push_back({KPublicKey::FromText(directory.Read(name).value_or(""), path), path});
+        }
+    }
+    return keys;
+}
+
+/// What decides whose kits are run is looked at first: it is not passed over.
+template <class Find>
+std::vector<KKnownKey> FindOrRefuse(const Find& find) {
+    try {
+        return find();
+    } catch (const KSetupFailure& failure) {
+        throw KSetupFailure(
+            failure.GetExitCode() == ExitCode::notRoot ? ExitCode::notRoot
+                                                       : ExitCode::malformedScript,
+            std::string("it is not known whose kits may be installed. Nothing was changed. ") +
+                failure.what()
+        );
+    }
+}
+
+} // namespace
+
+KKnownKeys KKnownKeys::Find(
+    const std::string& serviceName, const std::string& trust, const std::string& state
+) {
+    KKnownKeys known;
+    known.pinned = KPinnedKey::Read(serviceName, state);
+    known.keys = FindOrRefuse([&]() -> std::vector<KKnownKey> {
+        const auto all = KPrivateDirectory::OpenExisting(trust, keysDirectory);
+        const auto own = all ? all->ExistingBelow(serviceName) : std::nullopt;
+        return own ? ReadKeys(*own) : std::vector<KKnownKey>();
+    });
+    if (known.keys.empty()) {
+        known.keys = FindForAll(trust);
+    }
+    known.areAdministrators = !known.keys.empty();
+    if (known.keys.empty() && known.pinned) {
+        known.keys.push_back({known.pinned->key, KPinnedKey::PathOf(serviceName, state)});
+    }
+    return known;
+}
+
+std::vector<KKnownKey> KKnownKeys::FindForAll(const std::string& trust) {
+    return FindOrRefuse([&]() -> std::vector<KKnownKey> {
+        const auto all = KPrivateDirectory::OpenExisting(trust, keysDirectory);
+        return all ? ReadKeys(*all) : std::vector<KKnownKey>();
+    });
+}
+
+std::string KKnownKeys::ToWords() const {
+    std::string words;
+    for (const KKnownKey& known : keys) {
+        words += (words.empty() ? "key " : ", key ") + known.key.GetId() + " (" + known.file + ")";
+    }
+    return words;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
+#include <setup/state/KJsonLine.h>
+#include <setup/state/KPinnedKey.h>
+#include <setup/state/KPrivateDirectory.h>
+
+#include <stdexcept>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr const char* format = "ins++ pinned key";
+constexpr std::uint64_t formatVersion = 1;
+
+} // namespace
+
+std::optional<KPinnedKey>
+KPinnedKey::Read(const std::string& serviceName, const std::string& base) {
+    const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
+    const auto text = directory ? directory->Read(fileName) : std::nullopt;
+    if (!text) {
+        return std::nullopt;
+    }
+    const std::string path = PathOf(serviceName, base);
+    try {
+        const KJsonLine line(*text);
+        if (line.GetText("format") != format || line.GetNumber("formatVersion") != formatVersion) {
+            throw std::invalid_argument("another format");
+        }
+        return KPinnedKey{KPublicKey::FromText(line.GetText("key"), path), line.GetText("seal")};
+    } catch (const std::invalid_argument& what) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            path + " cannot be understood (" + what.what() +
+                "), so it is not known whose kits may be installed. Nothing was changed. Get the "
+                "public key from who makes the kits, put it into /etc/ins++/trusted.d/" +
+                serviceName + "/, and delete the file."
+        );
+    }
+}
+
+void KPinnedKey::Write(const std::string& serviceName, const std::string& base) const {
+    KJsonLine line;
+    line.Put("format", format);
+    line.Put("formatVersion", formatVersion);
+    line.Put("key", key.ToText());
+    line.Put("seal", seal);
+    KPrivateDirectory(base, serviceName).WriteDurably(fileName, line.ToText());
+}
+
+bool KPinnedKey::Remove(const std::string& serviceName, const std::string& base) {
+    const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
+    const bool isThere = directory && directory->Read(fileName).has_value();
+    if (isThere) {
+        directory->Delete(fileName);
+    }
+    return isThere;
+}
+
+} // namespace KSETUP
