@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <ins/KInstallRuleManagerBase.h>
+#include <setup/plan/AddedLines.h>
 #include <setup/rules/KOwnedFileRule.h>
 #include <setup/rules/KOwnedProfileRule.h>
+#include <setup/script/SecretNames.h>
 #include <sup++/KFileUtil.h>
 #include <sup++/KProfile.h>
 #include <sup++/Txt.h>
@@ -24,6 +26,11 @@ KOwnedProfileRule::KOwnedProfileRule(
 
 KOwnedProfileRule::~KOwnedProfileRule() = default;
 
+KString KOwnedProfileRule::Description() const {
+    return maskedKey.IsEmpty() ? KProfileRule::Description()
+                               : "Put profile option " + maskedKey + "=" + maskedValue;
+}
+
 void KOwnedProfileRule::ParseRule(const std::vector<KString>& fields) {
     KProfileRule::ParseRule(fields);
     KINS::KRuleLine line = ReadFields(KINS::KRuleType::Profile, fields);
@@ -31,6 +38,16 @@ void KOwnedProfileRule::ParseRule(const std::vector<KString>& fields) {
     profilePath = line.Take(KINS::KRuleField::ProfilePath);
     section = line.Take(KINS::KRuleField::Section);
     match = line.Take(KINS::KRuleField::Match);
+    constexpr std::size_t sectionAt = 2;
+    constexpr std::size_t keyAt = 3;
+    constexpr std::size_t valueAt = 4;
+    if (fields.size() > valueAt) {
+        const KString key = ExpandMacros(fields[keyAt]);
+        if (IsAddedValue(fields[valueAt].c_str()) ||
+            MayBeSecret(ExpandMacros(fields[sectionAt]).c_str(), key.c_str())) {
+            maskedKey = key;
+        }
+    }
 }
 
 void KOwnedProfileRule::Execute() {

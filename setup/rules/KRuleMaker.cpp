@@ -4,7 +4,6 @@
 #include <setup/rules/KCopyRule.h>
 #include <setup/rules/KEntryRule.h>
 #include <setup/rules/KLinkRule.h>
-#include <setup/rules/KMaskedProfileRule.h>
 #include <setup/rules/KModeRule.h>
 #include <setup/rules/KOwnedDirectoryRule.h>
 #include <setup/rules/KOwnedFileRule.h>
@@ -31,8 +30,6 @@ std::unique_ptr<KINS::KInstallRule> KRuleMaker::Make(
         return std::make_unique<KOwnedProfileRule>(manager, line, policy, changes);
     case KINS::KRuleType::Service:
         return std::make_unique<KOwnedServiceRule>(manager, line, services, changes);
-    case KINS::KRuleType::Profile:
-        return std::make_unique<KMaskedProfileRule>(manager, line);
     default:
         return MakeOwn(manager, type, line);
     }
