@@ -33,7 +33,7 @@ bool IsSecretName(std::string_view lowered) {
         lowered.remove_suffix(1); // of several
     }
     return std::any_of(SecretWords().begin(), SecretWords().end(), [&](std::string_view word) {
-        return lowered.ends_with(word) || lowered.ends_with(std::string(word) + "s");
+        return lowered.ends_with(word);
     });
 }
 
