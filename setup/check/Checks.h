@@ -44,6 +44,7 @@ Findings MissingSources(const KCheckContext& context);
 Findings EmptyWildcards(const KCheckContext& context);
 Findings SkippedDirectories(const KCheckContext& context);
 Findings CopiesOntoThemselves(const KCheckContext& context);
+Findings CopiedSetIds(const KCheckContext& context);
 Findings OverwrittenConfigurations(const KCheckContext& context);
 
 // Paths that mean something else than they seem to. PathChecks.cpp

@@ -8,6 +8,8 @@
 #include <optional>
 #include <set>
 
+#include <sys/files/DirectoryEntry.h>
+
 namespace KSETUP::Checks {
 
 namespace {
@@ -166,6 +168,31 @@ Findings CopiesOntoThemselves(const KCheckContext& context) {
                 rule.line,
                 "\"" + InKit(source, context) + "\" is copied onto itself",
                 "fix the directory that it comes from, or the one that it goes to"
+            ));
+        }
+    }
+    return found;
+}
+
+Findings CopiedSetIds(const KCheckContext& context) {
+    Findings found;
+    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+        struct stat status {};
+        const bool isSetId =
+            step.action->kind == Kind::CopyFile && (step.action->mode & (S_ISUID | S_ISGID)) != 0 &&
+            KSYS::ReadStatus(step.action->source, KSYS::LastLink::Follow, status) == 0;
+        if (isSetId && (((status.st_mode & S_ISUID) != 0 && status.st_uid != 0) ||
+                        ((status.st_mode & S_ISGID) != 0 && status.st_gid != 0))) {
+            found.push_back(context.AtField(
+                step.rule->rule.line,
+                1,
+                "\"" + step.action->source +
+                    "\" has a set-id bit of somebody else's, and a copy is root's: the program "
+                    "would "
+                    "run as root",
+                "take the bit away in the kit (chmod ug-s), and write "
+                "mode=set,PATH,MODE,OWNER,GROUP "
+                "behind the copy"
             ));
         }
     }

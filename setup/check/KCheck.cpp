@@ -50,6 +50,7 @@ constexpr std::array table = std::to_array<Check>({
     {"failing-service", error, Checks::FailingServices},
     {"invalid-rule", error, Checks::InvalidRules},
     {"mode-of-nothing", error, Checks::ModesOfNothing},
+    {"copied-set-id", error, Checks::CopiedSetIds},
     {"overwritten-configuration", warning, Checks::OverwrittenConfigurations},
     {"blank-after-comma", warning, Checks::BlanksAfterCommas},
     {"macro-value", warning, Checks::MacroValues},

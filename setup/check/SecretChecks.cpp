@@ -33,7 +33,7 @@ bool IsSecretName(std::string_view lowered) {
         lowered.remove_suffix(1); // of several
     }
     return std::any_of(SecretWords().begin(), SecretWords().end(), [&](std::string_view word) {
-        return lowered.ends_with(word) || lowered.ends_with(std::string(word) + "s");
+        return lowered.ends_with(word);
     });
 }
 
@@ -121,8 +121,8 @@ Findings Secrets(const KCheckContext& context) {
         found.push_back(context.AtField(
             rule.line,
             field,
-            "this looks like a secret, and the log shows it to all who read it",
-            "let the administrator set it, or a program of the kit make it"
+            "this looks like a secret, and the kit shows it to all who read it",
+            "let the administrator set it (install --values), or a program of the kit make it"
         ));
     }
     return found;

@@ -47,6 +47,7 @@ const std::vector<std::string_view>& SecretWords() noexcept {
         "secret",
         "token",
         "credential",
+        "credentials",
         "apikey",
         "api_key",
         "api-key",

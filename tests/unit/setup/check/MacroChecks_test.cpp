@@ -134,8 +134,9 @@ TEST_F(MacroChecksTest, APasswordLooksLikeASecret) {
     Install("profile=put,$pathTargetConfig$$iniFile$,Database,Password,hunter2");
     EXPECT_EQ(
         TheFinding("secret"),
-        "install.ini:2:59 warning [hunter2] this looks like a secret, and the log shows it to all "
-        "who read it; let the administrator set it, or a program of the kit make it"
+        "install.ini:2:59 warning [hunter2] this looks like a secret, and the kit shows it to all "
+        "who read it; let the administrator set it (install --values), or a program of the kit "
+        "make it"
     );
 }
 
