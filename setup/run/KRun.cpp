@@ -191,7 +191,7 @@ void KRun::CloseJournal() {
 }
 
 void KRun::OpenLogs() {
-    KAuditLog::Begin(report, context.kit.GetDirectory());
+    KAuditLog::Begin(report, context.bundle ? context.bundle->path : context.kit.GetDirectory());
     try {
         installer.Initialize(context.kit.GetScript());
     } catch (const KSUP::KError& error) {
