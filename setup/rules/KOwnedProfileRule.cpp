@@ -42,10 +42,10 @@ void KOwnedProfileRule::ParseRule(const std::vector<KString>& fields) {
     constexpr std::size_t keyAt = 3;
     constexpr std::size_t valueAt = 4;
     if (fields.size() > valueAt) {
-        const KString key = ExpandMacros(fields[keyAt]);
+        const KString name = ExpandMacros(fields[keyAt]);
         if (IsAddedValue(fields[valueAt].c_str()) ||
-            MayBeSecret(ExpandMacros(fields[sectionAt]).c_str(), key.c_str())) {
-            maskedKey = key;
+            MayBeSecret(ExpandMacros(fields[sectionAt]).c_str(), name.c_str())) {
+            maskedKey = name;
         }
     }
 }
