@@ -16,7 +16,8 @@ constexpr std::size_t mostKnown = 100;
 
 /// Whether two names can be as near as that.
 bool IsNear(const std::string& left, const std::string& right) noexcept {
-    const auto [less, more] = std::minmax(left.size(), right.size());
+    const std::size_t less = std::min(left.size(), right.size());
+    const std::size_t more = std::max(left.size(), right.size());
     return more - less <= mostWrongLetters && more <= longestMeant;
 }
 

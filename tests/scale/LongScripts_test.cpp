@@ -11,8 +11,9 @@
 
 namespace {
 
+/// Of the same length, for longer names take longer.
 std::string Number(int number) {
-    return std::to_string(number);
+    return std::to_string(100000 + number);
 }
 
 /// `count` times what `make` makes of a number.
@@ -28,9 +29,9 @@ std::string Includes(int count) {
     return Repeated(count, [](int index) { return "section=s" + Number(index) + "\n"; });
 }
 
-std::string Sections(int count) {
-    return Repeated(count, [](int index) {
-        return "[s" + Number(index) + "]\ndirectory=create,/opt/svc/" + Number(index) + "\n";
+std::string Sections(int count, const std::string& name = "s") {
+    return Repeated(count, [&](int index) {
+        return "[" + name + Number(index) + "]\ndirectory=create,/opt/svc/" + Number(index) + "\n";
     });
 }
 
@@ -46,8 +47,14 @@ const ScriptShape shapes[] = {
     {"IncludedSections",
      1000,
      [](int count) { return "[install]\n" + Includes(count) + Sections(count); }},
-    {"MissingSections", 1000, [](int count) { return "[install]\n" + Includes(count); }},
-    {"UnloadedSections", 1000, [](int count) { return "[install]\n" + Sections(count); }},
+    {"MissingSections",
+     500,
+     [](int count) { return "[install]\n" + Includes(count) + Sections(count, "other"); }},
+    {"UnloadedSections",
+     500,
+     [](int count) {
+         return "[install]\n" + Includes(count) + Sections(count) + Sections(count, "other");
+     }},
     {"SectionsOfVersions",
      1000,
      [](int count) {
@@ -57,7 +64,7 @@ const ScriptShape shapes[] = {
     {"SectionsInEachOther",
      1000,
      [](int count) {
-         return "[install]\nsection=s0\n" + Repeated(count, [](int index) {
+         return "[install]\nsection=s" + Number(0) + "\n" + Repeated(count, [](int index) {
                     const bool goesOn = (index + 1) % 500 != 0;
                     return "[s" + Number(index) + "]\n" +
                            (goesOn ? "section=s" + Number(index + 1) + "\n" : "");
