@@ -70,34 +70,41 @@ bool Overwrite(const ElfFile& file, std::size_t offset) {
     return true;
 }
 
+/// The first one is the one that counts; a segment without bytes where there is none.
+ElfW(Phdr) FindDynamic(const ElfFile& file, const ElfW(Ehdr) & header) {
+    for (std::size_t index = 0; index < header.e_phnum; ++index) {
+        const auto segment = file.Get<ElfW(Phdr)>(header.e_phoff + index * header.e_phentsize);
+        if (segment.p_type == PT_DYNAMIC) {
+            return segment;
+        }
+    }
+    return {};
+}
+
 } // namespace
 
 bool SetRunPathToOrigin(std::string& bytes, const std::string& nameForErrors) {
     const ElfFile file(bytes, nameForErrors);
     const auto header = file.Get<ElfW(Ehdr)>(0);
     const unsigned char ownClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
-    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ownClass) {
+    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ownClass ||
+        header.e_phentsize != sizeof(ElfW(Phdr))) {
         file.Fail();
     }
+    const auto dynamic = FindDynamic(file, header);
     std::size_t strings = 0;
     std::size_t runPath = 0;
     bool found = false;
-    for (std::size_t index = 0; index < header.e_phnum; ++index) {
-        const auto segment = file.Get<ElfW(Phdr)>(header.e_phoff + index * header.e_phentsize);
-        if (segment.p_type != PT_DYNAMIC) {
-            continue;
-        }
-        for (std::size_t at = 0; at < segment.p_filesz; at += sizeof(ElfW(Dyn))) {
-            const auto entry = file.Get<ElfW(Dyn)>(segment.p_offset + at);
-            if (entry.d_tag == DT_STRTAB) {
-                strings = file.OffsetOf(entry.d_un.d_ptr);
-            } else if (entry.d_tag == DT_RUNPATH || entry.d_tag == DT_RPATH) {
-                runPath = entry.d_un.d_val;
-                found = true;
-            }
+    for (std::size_t at = 0; at < dynamic.p_filesz; at += sizeof(ElfW(Dyn))) {
+        const auto entry = file.Get<ElfW(Dyn)>(dynamic.p_offset + at);
+        if (entry.d_tag == DT_STRTAB) {
+            strings = entry.d_un.d_ptr;
+        } else if (entry.d_tag == DT_RUNPATH || entry.d_tag == DT_RPATH) {
+            runPath = entry.d_un.d_val;
+            found = true;
         }
     }
-    return found && Overwrite(file, strings + runPath);
+    return found && Overwrite(file, file.OffsetOf(strings) + runPath);
 }
 
 } // namespace KSETUP

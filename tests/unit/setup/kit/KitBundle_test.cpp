@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 
 #include <sys/wait.h>
 
@@ -117,6 +119,14 @@ TEST(ElfRunPathTest, WhatIsNoProgramIsRefused) {
           ) + std::string(100, '\xFF')}) {
         EXPECT_THROW(KSETUP::SetRunPathToOrigin(bytes, "x"), KSETUP::KSetupFailure);
     }
+}
+
+TEST(ElfRunPathTest, HeadersOfAnotherSizeAreRefused) {
+    std::ifstream file("/proc/self/exe", std::ios::binary);
+    std::string bytes(std::istreambuf_iterator<char>(file), {});
+    constexpr std::size_t sizeOfHeaders = 54; // e_phentsize; their number is behind it
+    bytes.replace(sizeOfHeaders, 4, std::string("\0\0\xFF\xFF", 4));
+    EXPECT_THROW(KSETUP::SetRunPathToOrigin(bytes, "x"), KSETUP::KSetupFailure);
 }
 
 } // namespace
