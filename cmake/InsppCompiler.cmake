@@ -71,6 +71,15 @@ if(INSPP_SANITIZE)
   target_link_options(inspp_compiler INTERFACE -fsanitize=${INSPP_SANITIZE})
 endif()
 
+# For libFuzzer, which wants its counters everywhere. The libraries become archives, in which private
+# code can be reached too.
+option(INSPP_FUZZ "Build the fuzz targets and nothing else; clang only" OFF)
+set(INSPP_LIBRARY SHARED)
+if(INSPP_FUZZ)
+  set(INSPP_LIBRARY STATIC)
+  target_compile_options(inspp_product INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
 option(INSPP_COVERAGE "Built with --coverage" OFF)
 if(INSPP_COVERAGE)
   # Threads that count at the same time would lose counts, and leave negative ones.
@@ -78,8 +87,8 @@ if(INSPP_COVERAGE)
 endif()
 
 # Reading headers is most of what a compilation costs. Those of others are read once for the product
-# and once for the tests. What is shipped, and what clang looks at, is compiled without: a source
-# that forgets an include is noticed there.
+# and once for the tests. What is shipped, and what the preset clang looks at, is compiled without: a
+# source that forgets an include is noticed there.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT CMAKE_BUILD_TYPE STREQUAL "Release")
   set(INSPP_PRECOMPILE_DEFAULT ON)
 endif()
