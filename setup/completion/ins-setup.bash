@@ -1,43 +1,31 @@
-#SPDX - License - Identifier : MIT
-#Completion of ins - setup for bash : source it, or put it into
-#/ usr / share / bash - completion / completions / ins - setup.
+# SPDX-License-Identifier: MIT
+# Completion of ins-setup for bash: source it, or put it into
+# /usr/share/bash-completion/completions/ins-setup.
 
-_ins_setup_options() {
-#COMMAND local run =
-        '--kit --json --quiet -q --json-events --progress-fd --wait --backup --detailed-exit-code' run +=
-        ' --offline-services --allow-conflicts' case $1 in install) echo
-        "$run --addProfileLine --values --reinstall --no-check --allow-downgrade --start-services --rollback" --allow -
-        unsigned;
-    ;
-    remove) echo "$run --yes -y --purge --allow-unsigned" ;
-    ;
-    status) echo '--kit --json --verify' ;
-    ;
-    restore) echo '--kit --json --quiet -q --wait --detailed-exit-code --force' ;
-    ;
-    list | verify) echo '--json' ;
-    ;
-    check) echo '--kit --json --strict' ;
-    ;
-    'plan install') echo '--kit --json --offline-services --allow-conflicts' ;
-    ;
-    'plan remove') echo '--kit --json --offline-services --allow-conflicts --purge' ;
-    ;
-    macros) echo '--kit --json' ;
-    ;
-    'kit add') echo '--kit' ;
-    ;
-    'kit seal') echo '--kit --sign' ;
-    ;
-    'kit key new') echo '--no-password' ;
-    ;
-    'kit new') echo '--service' ;
-    ;
-    'kit bundle') echo '--kit --output -o --sign' ;
-    ;
-    '') echo '--version --licences' ;
-    ;
-    esac echo '--help -h'
+_ins_setup_options() { # COMMAND
+    local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --detailed-exit-code'
+    run+=' --offline-services --allow-conflicts'
+    case $1 in
+    install)
+        run+=' --addProfileLine --values --reinstall --no-check --allow-downgrade --start-services --rollback'
+        echo "$run --allow-unsigned"
+        ;;
+    remove) echo "$run --yes -y --purge --allow-unsigned" ;;
+    status) echo '--kit --json --verify' ;;
+    restore) echo '--kit --json --quiet -q --wait --detailed-exit-code --force' ;;
+    list | verify) echo '--json' ;;
+    check) echo '--kit --json --strict' ;;
+    'plan install') echo '--kit --json --offline-services --allow-conflicts' ;;
+    'plan remove') echo '--kit --json --offline-services --allow-conflicts --purge' ;;
+    macros) echo '--kit --json' ;;
+    'kit add') echo '--kit' ;;
+    'kit seal') echo '--kit --sign' ;;
+    'kit key new') echo '--no-password' ;;
+    'kit new') echo '--service' ;;
+    'kit bundle') echo '--kit --output -o --sign' ;;
+    '') echo '--version --licences' ;;
+    esac
+    echo '--help -h'
 }
 
 _ins_setup() {
@@ -48,55 +36,42 @@ _ins_setup() {
     --kit)
         mapfile -t COMPREPLY < <(compgen -d -- "$current")
         return
-        ;
-    ;
-    --output | -o | --values | --sign)
+        ;;
+    --output | -o | --sign | --values)
         mapfile -t COMPREPLY < <(compgen -f -- "$current")
         return
-        ;
-    ;
-    --wait | --progress-fd | --addProfileLine) return ;
-    ;
+        ;;
+    --wait | --progress-fd | --addProfileLine) return ;;
     esac
-#The command is the first word that is no option, and a further one behind "plan",                 \
-    "kit" and "kit key".
-        for ((index = 1; index < COMP_CWORD; index++));
-    do
-        word = $ {
-            COMP_WORDS[index]
-        }
+    # The command is the first word that is no option, and a further one behind "plan", "kit" and "kit key".
+    for ((index = 1; index < COMP_CWORD; index++)); do
+        word=${COMP_WORDS[index]}
         case $command in
         '' | plan | kit | 'kit key')
-            [[ $word == -* ]] || command=${command:
-            +$command
-        }
-        $word;
-        ;
-        esac done if [[$current == -*]]; then
+            [[ $word == -* ]] || command=${command:+$command }$word
+            ;;
+        esac
+    done
+    if [[ $current == -* ]]; then
         words=$(_ins_setup_options "$command")
     else
         case $command in
-        '') words='install remove status restore list verify check plan macros kit' ;
-        ;
-        plan) words='install remove' ;
-        ;
-        kit) words='new add seal bundle key' ;
-        ;
-        'kit key') words='new' ;
-        ;
-        remove | status | restore) words=$(ls /var/lib/ins++ 2>/dev/null) ;
-        ;
+        '') words='install remove status restore list verify check plan macros kit' ;;
+        plan) words='install remove' ;;
+        kit) words='new add seal bundle key' ;;
+        'kit key') words='new' ;;
+        remove | status | restore) words=$(ls /var/lib/ins++ 2>/dev/null) ;;
         install | verify)
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             return
-            ;
-        ;
+            ;;
         'plan install' | 'plan remove' | macros | 'kit new' | 'kit add')
             mapfile -t COMPREPLY < <(compgen -d -- "$current")
             return
-            ;
-        ;
-        esac fi mapfile - t COMPREPLY < < (compgen - W "$words" --"$current")
-        }
+            ;;
+        esac
+    fi
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$current")
+}
 
-        complete - o filenames - F _ins_setup ins - setup
+complete -o filenames -F _ins_setup ins-setup

@@ -127,8 +127,7 @@ bool IsKind(std::string_view text) {
 }
 
 /// By path. Throws KSetupFailure for a line that is none.
-std::map<std::string, KSealedFile> ReadSeal(const fs::path& seal) {
-    const std::string bytes = ReadBytes(seal);
+std::map<std::string, KSealedFile> ReadSeal(const fs::path& seal, const std::string& bytes) {
     std::map<std::string, KSealedFile> digests;
     std::string kind; // of the next file
     std::size_t number = 0;
@@ -225,6 +224,20 @@ bool IsSealed(const std::string& kitDirectory) {
     return status.type() != fs::file_type::not_found;
 }
 
+std::string ReadSealText(const std::string& kitDirectory) {
+    const fs::path seal = fs::path(kitDirectory) / sealName;
+    std::error_code unknown; // then reading it tells
+    if (fs::is_symlink(seal, unknown) && FindInKit(kitDirectory, sealName).empty()) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            seal.string() +
+                ": this link leads out of the kit, so the seal could be another one each time. Get "
+                "the kit again."
+        );
+    }
+    return ReadBytes(seal);
+}
+
 KDigests VerifySeal(
     const std::string& kitDirectory, KSealExtent extent, const std::function<bool()>& shallStop
 ) {
@@ -233,16 +246,7 @@ KDigests VerifySeal(
         return read;
     }
     const fs::path kit(kitDirectory);
-    std::error_code unknown; // then reading it tells
-    if (fs::is_symlink(kit / sealName, unknown) && FindInKit(kit, sealName).empty()) {
-        throw KSetupFailure(
-            ExitCode::malformedScript,
-            kitDirectory + "/" + sealName +
-                ": this link leads out of the kit, so the seal could be another one each time. Get "
-                "the kit again."
-        );
-    }
-    std::map<std::string, KSealedFile> digests = ReadSeal(kit / sealName);
+    std::map<std::string, KSealedFile> digests = ReadSeal(kit / sealName, ReadSealText(kit));
     const KKitListing listing = ListSealable(kit);
     std::vector<std::string> wrong;
     for (const std::string& name : listing.files) {

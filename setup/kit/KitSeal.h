@@ -24,6 +24,12 @@ std::size_t WriteSeal(const std::string& kitDirectory);
 /// Whether a kit has a seal.
 bool IsSealed(const std::string& kitDirectory);
 
+/// The text of a kit's seal.
+///
+/// Throws   KSetupFailure, also for a seal that is a link out of the kit: it could be another one each
+///          time
+std::string ReadSealText(const std::string& kitDirectory);
+
 enum class KSealExtent { Whole, WhatIsThere };
 
 /// Holds a kit against its seal. A kit without one is fine; in one with a seal every file has to be

@@ -168,7 +168,7 @@ KKitSigner FindSigner(
         return signer;
     }
     const std::string sealPath = kitDirectory + "/" + sealName;
-    const std::string sealText = ReadBytes(sealPath);
+    const std::string sealText = ReadSealText(kitDirectory);
     const KSignedFile seal{
         bundle ? bundle->path + ":" + sealName : sealPath, // where whoever reads of it finds it
         Blake2b(sealText),

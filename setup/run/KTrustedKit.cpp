@@ -2,7 +2,6 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/files/KFileDigest.h>
-#include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/kit/KitSigning.h>
 #include <setup/run/KTrustedKit.h>
@@ -91,7 +90,7 @@ void KTrustedKit::Report() const {
 
 void KTrustedKit::RequireSameSeal() const {
     const std::string kit = product.GetContext().kit.GetDirectory();
-    if (signer.IsVerified() && DigestBytes(ReadBytes(kit + "/" + sealName)) != signer.seal) {
+    if (signer.IsVerified() && DigestBytes(ReadSealText(kit)) != signer.seal) {
         throw KSetupFailure(
             ExitCode::malformedScript,
             kit + "/" + sealName +
