@@ -12,18 +12,25 @@ namespace {
 
 constexpr unsigned usersAlone = S_IRWXU;
 
+bool IsAlone(const struct stat& status, uid_t user) noexcept {
+    return status.st_uid == user && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
 /// Opens what stands there if it is a directory of the user's alone.
 unsigned OpenOwned(const std::string& path, uid_t user, KDescriptor& directory) {
     const unsigned failed = OpenDirectoryEntry(path, directory);
-    if (failed == ENOTDIR || failed == ELOOP || (failed == EACCES && user == ::geteuid())) {
+    if (failed == ENOTDIR || failed == ELOOP) {
         return ENOLCK;
     }
     struct stat status {};
+    if (failed == EACCES) { // another's, or the system refuses what has nothing to do with owners
+        const bool isKnown = ReadStatus(path, LastLink::Keep, status) == 0;
+        return isKnown && !IsAlone(status, user) ? ENOLCK : failed;
+    }
     if (const unsigned unknown = failed != 0 ? failed : ReadStatus(directory.Get(), status)) {
         return unknown;
     }
-    const bool isOwn = status.st_uid == user && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
-    return isOwn ? 0 : ENOLCK;
+    return IsAlone(status, user) ? 0 : ENOLCK;
 }
 
 /// Whether the user can make something in the directory that is to hold the place. Who asks about
