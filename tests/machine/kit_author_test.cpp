@@ -31,6 +31,7 @@ std::vector<Step> ReadPage(const std::string& path) {
     std::ifstream page(path);
     std::vector<Step> steps;
     std::string text;
+    bool isOutput = false; // not the lines of a script, which prose comes before
     for (unsigned number = 1; std::getline(page, text); ++number) {
         if (text.starts_with("    $ ")) {
             Step step{number, text.substr(6), 0, {}};
@@ -39,8 +40,11 @@ std::vector<Step> ReadPage(const std::string& path) {
                 step.answers = std::stoi(step.command.substr(answers + 11));
             }
             steps.push_back(step);
-        } else if (text.starts_with("    ") && !steps.empty()) {
+            isOutput = true;
+        } else if (text.starts_with("    ") && isOutput) {
             steps.back().shown.push_back(text.substr(4));
+        } else if (!text.empty()) {
+            isOutput = false;
         }
     }
     return steps;
