@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <setup/plan/SystemPlaces.h>
 
-#include <filesystem>
 #include <gtest/gtest.h>
+
+#include <filesystem>
 
 namespace {
 
