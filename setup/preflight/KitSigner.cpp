@@ -177,7 +177,7 @@ KKitSigner FindSigner(
     signer.nextKey = ReadKey(kitDirectory + "/" + nextKeyName);
     if (!known.areAdministrators && known.pinned && known.pinned->seal == signer.seal) {
         signer.kind = KKitSigner::Kind::Installed;
-        signer.key = known.pinned->key;
+        signer.key = known.pinned->formerKey.value_or(known.pinned->key);
         signer.knownFrom = known.keys.front().file;
         return signer;
     }

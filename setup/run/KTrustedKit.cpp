@@ -105,7 +105,10 @@ void KTrustedKit::PinKey() const {
         return;
     }
     const std::string& service = product.GetService();
-    const KPinnedKey pin{signer.nextKey.value_or(*signer.key), signer.seal};
+    KPinnedKey pin{signer.nextKey.value_or(*signer.key), signer.seal, {}};
+    if (pin.key != *signer.key) {
+        pin.formerKey = signer.key;
+    }
     pin.Write(service);
     KRunReport& report = product.GetContext().report;
     if (known.areAdministrators) {
