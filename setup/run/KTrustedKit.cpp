@@ -33,7 +33,8 @@ const char* StateOf(KKitSigner::Kind kind) {
 } // namespace
 
 KTrustedKit::KTrustedKit(KLockedProduct& locked, Use use) : product(locked) {
-    if (use == Use::Removal && IsKept()) {
+    isKeptOne = use == Use::Removal && IsKept();
+    if (isKeptOne) {
         return;
     }
     known = KKnownKeys::Find(product.GetService());
