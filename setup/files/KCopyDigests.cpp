@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include <sys/files/FileStatus.h>
 #include <sys/processes/BlockedSignals.h>
 
 namespace KSETUP {
@@ -60,7 +61,8 @@ std::string KCopyDigests::FindExpected(const std::string& source) const {
 }
 
 void KCopyDigests::Add(const std::string& source, const std::string& target) {
-    Job job{NormalPath(target), FindExpected(NormalPath(source))};
+    Job job{NormalPath(source), NormalPath(target), {}};
+    job.expected = FindExpected(job.source);
     const auto lasting = copiesTo.find(job.target);
     // A target of two copies is another one by the time that the thread comes to the first.
     const bool isLasting = lasting != copiesTo.end() && lasting->second == 1;
@@ -112,6 +114,18 @@ void KCopyDigests::Run() {
     }
 }
 
+/// Who may write in the target's directory is not to end runs, by writing there.
+bool KCopyDigests::IsBroken(const Job& job, const std::string& sha256) const {
+    if (job.expected.empty() || sha256 == job.expected) {
+        return false;
+    }
+    KSYS::Place place;
+    bool isClosed = false;
+    const bool isOpen = KSYS::FindPlace(job.target.c_str(), KSYS::LastLink::Keep, place) == 0 &&
+                        KSYS::ReadClosedToOthers(place.directory.Get(), isClosed) == 0 && !isClosed;
+    return !isOpen || DigestTarget(job.source, {}).sha256 != job.expected;
+}
+
 void KCopyDigests::Digest(const Job& job) {
     KFileDigest digest;
     try {
@@ -122,8 +136,9 @@ void KCopyDigests::Digest(const Job& job) {
     } catch (const std::exception&) {
         digest.errorNumber = ENOMEM; // or libcrypto's; who needs it reads the file, and is told
     }
+    const bool isBroken = IsBroken(job, digest.sha256);
     const KSYS::KScopedLock hold(guard);
-    if (!job.expected.empty() && digest.sha256 != job.expected && !isStopped) {
+    if (isBroken && !isStopped) {
         broken.push_back(job.target);
     }
     if (digest.errorNumber == 0 && copiesTo.contains(job.target)) {

@@ -41,7 +41,9 @@ class KCopyDigests {
     void Add(const std::string& source, const std::string& target);
     /// Waits until all that was added is read.
     ///
-    /// Returns  the targets that are not what the kit's seal lists, whose sources somebody changed
+    /// Returns  the targets that are not what the kit's seal lists, whose sources somebody changed;
+    ///          in a directory in which others may write, where they may have changed the target, only
+    ///          those whose sources are not what it lists either
     std::vector<std::string> FindBroken();
 
     /// Waits for the end. By target: what lasts and could be read.
@@ -52,6 +54,7 @@ class KCopyDigests {
 
   private:
     struct Job {
+        std::string source;
         std::string target;
         std::string expected; ///< empty where nothing is known; a text that is no digest for "none"
     };
@@ -59,6 +62,7 @@ class KCopyDigests {
     void Start() SUP_REQUIRES(guard);
     void Run();
     void Digest(const Job& job);
+    bool IsBroken(const Job& job, const std::string& sha256) const;
 
     const KDigests sealed;
     const std::string kit;

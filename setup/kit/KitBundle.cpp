@@ -37,6 +37,8 @@ static_assert(OPENSSL_SHLIB_VERSION == 3, "libcrypto has another name");
 constexpr std::string_view speakingLibrary = libraries[0];
 constexpr char catalogueBegin[] = "xxxins.";
 constexpr char licencesName[] = "licences";
+/// A run refuses a kit that others can change, also one that an author with umask 002 made.
+constexpr mode_t closedToOthers = 07755;
 constexpr char startName[] = "bundle-start.sh";
 
 /// Run by the shell, so that it can speak where programs cannot run. The path of libraries is for
@@ -154,7 +156,7 @@ void CopyKit(const fs::path& from, const fs::path& to) {
         MakeDirectories(to / directory);
     }
     for (const std::string& name : listing.files) {
-        CopyBytes(from / name, to / name);
+        CopyBytes(from / name, to / name, closedToOthers);
     }
 }
 

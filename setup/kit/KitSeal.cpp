@@ -177,6 +177,17 @@ KKitListing ListSealable(const fs::path& kit) {
     return listing;
 }
 
+/// The seal and its signature, which it cannot list; a wildcard may copy them with the rest.
+void AddUnlisted(KDigests& read, const fs::path& kit, const std::string& seal) {
+    read.insert_or_assign(
+        (kit / sealName).string(), KFileDigest{0, seal.size(), DigestBytes(seal)}
+    );
+    const fs::path signature = kit / sealSignatureName;
+    if (KFileDigest digest = DigestFile(signature.string()); digest.errorNumber == 0) {
+        read.insert_or_assign(signature.string(), std::move(digest));
+    }
+}
+
 } // namespace
 
 std::size_t WriteSeal(const std::string& kitDirectory) {
@@ -246,7 +257,8 @@ KDigests VerifySeal(
         return read;
     }
     const fs::path kit(kitDirectory);
-    std::map<std::string, KSealedFile> digests = ReadSeal(kit / sealName, ReadSealText(kit));
+    const std::string seal = ReadSealText(kit);
+    std::map<std::string, KSealedFile> digests = ReadSeal(kit / sealName, seal);
     const KKitListing listing = ListSealable(kit);
     std::vector<std::string> wrong;
     for (const std::string& name : listing.files) {
@@ -280,6 +292,7 @@ KDigests VerifySeal(
         }
     }
     if (wrong.empty()) {
+        AddUnlisted(read, kit, seal);
         return read;
     }
     std::string all;

@@ -23,7 +23,7 @@ std::string WhyPlaceIsShared(const KOwnership& ownership, const std::string& pro
 std::string DescribeSharedPlace(const KOwnership& ownership, const std::string& productPath);
 
 /// Why the run is refused: it would run what others can exchange, there or, as the program of a service,
-/// elsewhere. Empty when it is not.
+/// elsewhere or in a directory there that the product did not make. Empty when it is not.
 std::string
 WhySharedPlace(const KPlan& plan, const KOwnership& ownership, const std::string& productPath);
 

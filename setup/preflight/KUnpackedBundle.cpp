@@ -128,21 +128,30 @@ void KUnpackedBundle::CopyPayload(const std::function<bool()>& shallStop) {
 }
 
 /// For whom the keys are is known from the signature, which is believed only with one of them; of
-/// what is unpacked it is asked again.
+/// what is unpacked it is asked again, also whether it is the kit that a former key may have signed.
 void KUnpackedBundle::RequireSignature() const {
-    std::vector<KKnownKey> keys;
+    KKnownKeys known;
     if (bundle.signature) {
         const auto says = KKitStatement::FromComment(
             KSignature::FromText(*bundle.signature, bundle.path + signatureEnding)
                 .GetTrustedComment()
         );
-        keys = says ? KKnownKeys::Find(says->service).keys : KKnownKeys::FindForAll();
+        if (says) {
+            known = KKnownKeys::Find(says->service);
+        } else {
+            known.keys = KKnownKeys::FindForAll();
+        }
     } else {
-        keys = KKnownKeys::FindForAll();
+        known.keys = KKnownKeys::FindForAll();
     }
-    if (!keys.empty()) {
-        RequireSigned(bundle, keys, KKnownKeys{keys, std::nullopt, true}.ToWords());
+    if (!known.AreThereAny()) {
+        return;
     }
+    std::vector<KKnownKey> keys = known.keys;
+    if (!known.areAdministrators && known.pinned && known.pinned->formerKey) {
+        keys.push_back({*known.pinned->formerKey, known.keys.front().file});
+    }
+    RequireSigned(bundle, keys, known.ToWords());
 }
 
 void KUnpackedBundle::Unpack() {

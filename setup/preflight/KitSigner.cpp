@@ -69,6 +69,17 @@ void RequireNoKey(const std::string& where, const KKnownKeys& known) {
     }
 }
 
+/// For the very kit that is installed, where it replaced the key that it is signed with.
+std::optional<KKnownKeys> KeysOfInstalled(const KKnownKeys& known, const std::string& seal) {
+    if (known.areAdministrators || !known.pinned || !known.pinned->formerKey ||
+        known.pinned->seal != seal) {
+        return std::nullopt;
+    }
+    KKnownKeys keys = known;
+    keys.keys.push_back({*known.pinned->formerKey, known.keys.front().file});
+    return keys;
+}
+
 void VerifyByKnownKeys(
     KKitSigner& signer,
     const KSignedFile& seal,
@@ -175,16 +186,13 @@ KKitSigner FindSigner(
         ReadSignature(sealPath)};
     signer.seal = DigestBytes(sealText);
     signer.nextKey = ReadKey(kitDirectory + "/" + nextKeyName);
-    if (!known.areAdministrators && known.pinned && known.pinned->seal == signer.seal) {
-        signer.kind = KKitSigner::Kind::Installed;
-        signer.key = known.pinned->key;
-        signer.knownFrom = known.keys.front().file;
-        return signer;
-    }
     if (seal.signature) {
         signer.keyId = ParseSignature(seal).GetKeyId();
     }
-    if (known.AreThereAny()) {
+    if (const auto installed = KeysOfInstalled(known, signer.seal)) {
+        VerifyByKnownKeys(signer, seal, bundle, *installed);
+        signer.kind = KKitSigner::Kind::Installed;
+    } else if (known.AreThereAny()) {
         VerifyByKnownKeys(signer, seal, bundle, known);
     } else if (seal.signature) {
         VerifyByOwnKey(signer, seal, bundle, kitDirectory);

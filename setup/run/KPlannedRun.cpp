@@ -76,6 +76,9 @@ KPlannedRun::KPlannedRun(const KTrustedKit& trusted, Action what, const std::str
 void KPlannedRun::VerifyKit() {
     const KRunContext& context = GetContext();
     RequirePrivate(context.kit.GetDirectory());
+    if (kit->IsKeptOne()) { // a wildcard may have kept the seal
+        return;
+    }
     kit->RequireSameSeal();
     const KSealExtent extent = Installs() ? KSealExtent::Whole : KSealExtent::WhatIsThere;
     sealed = VerifySeal(context.kit.GetDirectory(), extent, context.ShallStop());

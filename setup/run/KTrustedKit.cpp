@@ -33,7 +33,8 @@ const char* StateOf(KKitSigner::Kind kind) {
 } // namespace
 
 KTrustedKit::KTrustedKit(KLockedProduct& locked, Use use) : product(locked) {
-    if (use == Use::Removal && IsKept()) {
+    isKeptOne = use == Use::Removal && IsKept();
+    if (isKeptOne) {
         return;
     }
     known = KKnownKeys::Find(product.GetService());
@@ -105,7 +106,10 @@ void KTrustedKit::PinKey() const {
         return;
     }
     const std::string& service = product.GetService();
-    const KPinnedKey pin{signer.nextKey.value_or(*signer.key), signer.seal};
+    KPinnedKey pin{signer.nextKey.value_or(*signer.key), signer.seal, {}};
+    if (pin.key != *signer.key) {
+        pin.formerKey = signer.key;
+    }
     pin.Write(service);
     KRunReport& report = product.GetContext().report;
     if (known.areAdministrators) {

@@ -23,6 +23,9 @@ class KTrustedKit {
     KTrustedKit(KLockedProduct& locked, Use use);
 
     KLockedProduct& GetProduct() const noexcept { return product; }
+    /// Whether it is the one that was kept, for a removal: no seal says what that holds, for it has less
+    /// than the kit, and files in place of links.
+    bool IsKeptOne() const noexcept { return isKeptOne; }
     /// To be asked when only root can write to the kit: what was verified is what is there.
     ///
     /// Throws   KSetupFailure
@@ -43,6 +46,7 @@ class KTrustedKit {
     KKnownKeys known;
     KKitSigner signer;
     bool hasKept = false; // what a removal needs
+    bool isKeptOne = false;
 };
 
 } // namespace KSETUP

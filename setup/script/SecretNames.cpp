@@ -81,12 +81,19 @@ std::string MaskedLine(const std::string& type, const std::string& value) {
 }
 
 std::string MaskedAddedLine(const std::string& line) {
-    const std::size_t section = line.find(',');
-    const std::size_t key = section == std::string::npos ? section : line.find(',', section + 1);
-    return key != std::string::npos &&
-                   MayBeSecret(line.substr(0, section), line.substr(section + 1, key - section - 1))
-               ? line.substr(0, key + 1) + maskedValue
-               : line;
+    std::vector<std::string> names; // section and key; empty fields do not count, as in a rule
+    std::size_t value = 0;
+    while (names.size() < 2) {
+        const std::size_t end = line.find(',', value);
+        if (end == std::string::npos) {
+            return line;
+        }
+        if (end != value) {
+            names.push_back(line.substr(value, end - value));
+        }
+        value = end + 1;
+    }
+    return MayBeSecret(names[0], names[1]) ? line.substr(0, value) + maskedValue : line;
 }
 
 std::vector<std::string> MaskedArguments(const std::vector<std::string>& words) {

@@ -12,6 +12,7 @@ namespace {
 
 constexpr const char* format = "ins++ pinned key";
 constexpr std::uint64_t formatVersion = 1;
+constexpr const char* formerKeyName = "formerKey";
 
 } // namespace
 
@@ -28,7 +29,11 @@ KPinnedKey::Read(const std::string& serviceName, const std::string& base) {
         if (line.GetText("format") != format || line.GetNumber("formatVersion") != formatVersion) {
             throw std::invalid_argument("another format");
         }
-        return KPinnedKey{KPublicKey::FromText(line.GetText("key"), path), line.GetText("seal")};
+        KPinnedKey pin{KPublicKey::FromText(line.GetText("key"), path), line.GetText("seal"), {}};
+        if (line.Has(formerKeyName)) {
+            pin.formerKey = KPublicKey::FromText(line.GetText(formerKeyName), path);
+        }
+        return pin;
     } catch (const std::invalid_argument& what) {
         throw KSetupFailure(
             ExitCode::malformedScript,
@@ -46,6 +51,9 @@ void KPinnedKey::Write(const std::string& serviceName, const std::string& base) 
     line.Put("formatVersion", formatVersion);
     line.Put("key", key.ToText());
     line.Put("seal", seal);
+    if (formerKey) {
+        line.Put(formerKeyName, formerKey->ToText());
+    }
     KPrivateDirectory(base, serviceName).WriteDurably(fileName, line.ToText());
 }
 

@@ -20,6 +20,8 @@ struct KPinnedKey {
     /// SHA-256 of the seal of the kit that was installed with it. That kit may bring a new key, and
     /// is then itself signed by the former one.
     std::string seal;
+    /// The key that signed that kit, where it is not `key`.
+    std::optional<KPublicKey> formerKey;
 
     /// Throws   KSetupFailure for a file that cannot be understood, with ExitCode::malformedScript,
     ///          and with ExitCode::notRoot for a user who may not look

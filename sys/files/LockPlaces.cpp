@@ -45,10 +45,11 @@ bool CanBeMade(const std::string& path, uid_t user) noexcept {
 
 LockPlaces LockPlaces::Of(uid_t user) {
     const std::string number = std::to_string(user);
-    return {
-        user,
-        {user == 0 ? std::string("/run/ins++") : "/run/user/" + number + "/ins++",
-         "/tmp/ins++-" + number}};
+    const std::string forAnybody = "/tmp/ins++-" + number;
+    if (user == 0) {
+        return {user, {"/run/ins++", "/var/lib/ins++.locks", forAnybody}};
+    }
+    return {user, {"/run/user/" + number + "/ins++", forAnybody}};
 }
 
 LockPlaces LockPlaces::OfThisUser() {

@@ -17,8 +17,9 @@ struct LockPlaces {
     uid_t user = 0; ///< whose they have to be
     std::vector<std::string> directories;
 
-    /// Of root /run/ins++, of another user /run/user/UID/ins++; then /tmp/ins++-UID, for a system
-    /// that has no /run or one that is read-only, as where an image is made.
+    /// Of root /run/ins++, of another user /run/user/UID/ins++. For a system that has no /run or one
+    /// that is read-only, as where an image is made, of root /var/lib/ins++.locks; then /tmp/ins++-UID,
+    /// where others may lay something first, which is refused.
     static LockPlaces Of(uid_t user);
     static LockPlaces OfThisUser();
 };

@@ -66,6 +66,19 @@ TEST_F(KCopyDigestsTest, WhatCannotBeReadIsNotKnown) {
     EXPECT_THAT(copies.Take(), SizeIs(1));
 }
 
+TEST_F(KCopyDigestsTest, WhoMayWriteBesideTheTargetEndsNoRun) {
+    KCopyDigests copies({Copy("a")}, Sealed(), Kit());
+    tree.Write("opt/a", "exchanged");
+    Tell(copies, "a");
+    EXPECT_THAT(copies.FindBroken(), SizeIs(1)); // where nobody else may write
+    tree.SetMode("opt", 0777);
+    Tell(copies, "a");
+    EXPECT_THAT(copies.FindBroken(), IsEmpty());
+    tree.Write("kit/a", "exchanged");
+    Tell(copies, "a");
+    EXPECT_THAT(copies.FindBroken(), SizeIs(1));
+}
+
 TEST_F(KCopyDigestsTest, ACopyOfASealedFileIsWhatWasSealed) {
     KCopyDigests copies({Copy("a")}, Sealed(), Kit());
     Tell(copies, "a");

@@ -73,7 +73,11 @@ TEST_F(KitSealTest, WhatWasReadIsKnownByItsPath) {
             Pair(tree.Path("kit/bin/tool"), "2770"),
             Pair(tree.Path("kit/install.ini"), "490c"),
             Pair(tree.Path("kit/link"), "2770"),
-            Pair(tree.Path("kit/copy"), "490c")
+            Pair(tree.Path("kit/copy"), "490c"),
+            Pair(
+                tree.Path("kit/SHA256SUMS"),
+                KSETUP::DigestBytes(tree.Read("kit/SHA256SUMS")).substr(0, 4)
+            )
         )
     );
 }

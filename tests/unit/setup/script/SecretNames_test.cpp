@@ -48,6 +48,8 @@ TEST(SecretNamesTest, AnAddedLineIsMaskedAlsoWhereItIsNone) {
     EXPECT_EQ(MaskedAddedLine("Db,Password,hunter2"), "Db,Password,***");
     EXPECT_EQ(MaskedAddedLine("Db,Password,hun,ter2"), "Db,Password,***");
     EXPECT_EQ(MaskedAddedLine("Db,Level,2"), "Db,Level,2");
+    EXPECT_EQ(MaskedAddedLine("Db,,Password,hunter2"), "Db,,Password,***"); // none for the engine
+    EXPECT_EQ(MaskedAddedLine(",Db,Password,,hunter2"), ",Db,Password,***");
     EXPECT_EQ(MaskedAddedLine("Password"), "Password");
     EXPECT_EQ(MaskedAddedLine(""), "");
 }

@@ -26,7 +26,7 @@ class KKnownKeysTest : public ::testing::Test {
   protected:
     KKnownKeys Find() { return KKnownKeys::Find("hello", tree.Path("trust"), tree.Path("state")); }
     void Pin(const std::string& key) {
-        KPinnedKey{KPublicKey::FromText(key, "key"), "seal"}.Write("hello", tree.Path("state"));
+        KPinnedKey{KPublicKey::FromText(key, "key"), "seal", {}}.Write("hello", tree.Path("state"));
     }
     /// The file that the only key is known from.
     std::string FindFile() {

@@ -198,7 +198,10 @@ TEST_F(KDirectoryLockTest, ADirectoryOfAnotherUserIsRefusedAndNamed) {
 }
 
 TEST(LockPlacesTest, AreRootsInRunAndAnothersInTheirRuntimeDirectory) {
-    EXPECT_THAT(LockPlaces::Of(0).directories, testing::ElementsAre("/run/ins++", "/tmp/ins++-0"));
+    EXPECT_THAT(
+        LockPlaces::Of(0).directories,
+        testing::ElementsAre("/run/ins++", "/var/lib/ins++.locks", "/tmp/ins++-0")
+    );
     EXPECT_THAT(
         LockPlaces::Of(1000).directories,
         testing::ElementsAre("/run/user/1000/ins++", "/tmp/ins++-1000")
