@@ -180,6 +180,30 @@ void SettlePlace(
     }
 }
 
+/// Whoever may write to the file could have root read it until memory ends. So it is found without
+/// the engine, which reads it: the link leads to a program in a directory of the platform.
+void RequireReadableSize(const KINS::KInstaller& installer) {
+    constexpr off_t mostBytes = 64 * 1024 * 1024;
+    std::string program;
+    const std::string link = installer.ExpandMacros(KINS::Names::recordLink).c_str();
+    if (KSYS::ReadLink(link, program) != 0) {
+        return; // the engine tells
+    }
+    KInstalledRecord record;
+    record.path = ParentPath(ParentPath(ParentPath(NormalPath(program))));
+    const std::string file = RecordFile(installer, record);
+    struct stat status {};
+    if (KSYS::ReadStatus(file, KSYS::LastLink::Follow, status) == 0 && status.st_size > mostBytes) {
+        throw KSetupFailure(
+            ExitCode::malformedScript,
+            "The record of " + ProductName() + " cannot be read: " + file + " has " +
+                std::to_string(status.st_size) +
+                " bytes, which no configuration has. Nothing was changed. Look who wrote that, and "
+                "put the file right."
+        );
+    }
+}
+
 } // namespace
 
 std::string KInstalledRecord::ToWords() const {
@@ -198,6 +222,7 @@ std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer) {
     KSUP::KString path;
     KSUP::KString version;
     KInstalledRecord record;
+    RequireReadableSize(installer);
     installer.GetInstalledProductInformation(path, version, record.buildNumber);
     record.path = path.c_str();
     record.version = version.c_str();

@@ -29,7 +29,8 @@ struct KInstalledRecord {
 
 /// The product that is loaded; nothing when it is not installed.
 ///
-/// Throws   KSUP::KError for a record that cannot be read
+/// Throws   KSUP::KError for a record that cannot be read; KSetupFailure for one that is too large to be
+///          one
 std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer);
 
 /// The configuration file of a product, which holds the record, and is there to be edited.
