@@ -9,6 +9,9 @@
 
 #include <filesystem>
 
+#include <sys/files/LockPlaces.h>
+#include <unistd.h>
+
 namespace {
 
 using KTEST::Require;
@@ -25,10 +28,11 @@ class KStateBase {
         namespace fs = std::filesystem;
         fs::permissions(GetBase(), fs::perms(0700));
         fs::permissions(GetBase() + "/dps", fs::perms(0700));
+        fs::permissions(directory.GetPath() + "/locks", fs::perms(0700));
     }
 
     std::string GetBase() const { return directory.GetPath() + "/base"; }
-    std::string GetLocks() const { return directory.GetPath() + "/locks"; }
+    KSYS::LockPlaces GetLocks() const { return {::geteuid(), {directory.GetPath() + "/locks"}}; }
     void Write(const std::string& file, std::string_view bytes) const {
         directory.Write("base/dps/" + file, bytes, 0600);
     }
