@@ -8,6 +8,16 @@ namespace KSETUP {
 
 namespace {
 
+/// Without zeros in front: the shell that runs the bundle would take such a number for an octal one.
+std::optional<std::uint64_t> ReadNumber(std::string_view digits) {
+    std::uint64_t number = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto read = std::from_chars(digits.data(), end, number);
+    return read.ec == std::errc() && read.ptr == end && std::to_string(number) == digits
+               ? std::optional(number)
+               : std::nullopt;
+}
+
 /// The number in the only line NAME="NUMBER" among the first ones, where makeself writes it; nothing
 /// for none, for two, or for what is no number.
 std::optional<std::uint64_t> FindNumber(std::string_view begin, const std::string& name) {
@@ -20,12 +30,11 @@ std::optional<std::uint64_t> FindNumber(std::string_view begin, const std::strin
         if (!text.starts_with(assignment)) {
             continue;
         }
-        std::uint64_t number = 0;
-        const char* const first = text.data() + assignment.size();
-        const char* const last = text.data() + text.size() - 1;
-        const auto read = first < last ? std::from_chars(first, last, number)
-                                       : std::from_chars_result{first, std::errc::invalid_argument};
-        if (read.ec != std::errc() || read.ptr != last || *last != '"' || found) {
+        const std::string_view quoted = text.substr(assignment.size());
+        const auto number = quoted.ends_with('"') && !found
+                                ? ReadNumber(quoted.substr(0, quoted.size() - 1))
+                                : std::nullopt;
+        if (!number) {
             return std::nullopt;
         }
         found = number;

@@ -90,6 +90,8 @@ std::string WhyNoOption(std::string_view line, const std::string& section) {
     return section.empty()                    ? "stands in front of the first section, [NAME]"
            : HasControl(line)                 ? "has a control character"
            : equals == std::string_view::npos ? "is no KEY=VALUE"
+           // No profile takes such a key, and the run would find it out at its very end.
+           : line.starts_with(byteOrderMark) ? "begins with a byte order mark"
            : Trimmed(line.substr(0, equals)).empty() || line.starts_with('[') ? "has no key"
                                                                               : "";
 }

@@ -50,6 +50,8 @@ INSTANTIATE_TEST_SUITE_P(
         KOtherFile{"WithALineCountOfNone", "\"4\"", "\"0\""},
         KOtherFile{"WithANegativeLineCount", "\"4\"", "\"-4\""},
         KOtherFile{"WithALineCountThatIsNoNumber", "\"4\"", "\"4x\""},
+        KOtherFile{"WithALineCountWithZerosBefore", "\"4\"", "\"04\""},
+        KOtherFile{"WithASizeWithZerosBefore", "\"12\"", "\"012\""},
         KOtherFile{"WithoutANumber", "\"4\"", "\""},
         KOtherFile{"WithMoreLinesThanThereAre", "\"4\"", "\"5\""},
         KOtherFile{"WithACommandInTheNumber", "\"4\"", "\"$(id)\""}

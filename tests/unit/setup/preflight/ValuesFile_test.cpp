@@ -85,6 +85,9 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"NoOption", "[S]\n\nhunter2", "f:3: the line is no KEY=VALUE"},
         Row{"NoKey", "[S]\n = hunter2", "f:2: the line has no key"},
         Row{"HalfASection", "[S]\n[hunter2=", "f:2: the line has no key"},
+        Row{"ByteOrderMark",
+            "[S]\n\xEF\xBB\xBFPassword=hunter2",
+            "f:2: the line begins with a byte order mark"},
         Row{"Tab", "[S]\nPassword=hun\thunter2", "f:2: the line has a control character"}
     ),
     KTEST::NameOfRow()
