@@ -122,9 +122,9 @@ std::set<std::string> LinkedLibraries() {
     std::set<std::string> libraries;
     for (std::sregex_iterator at(text.begin(), text.end(), needed), end; at != end; ++at) {
         const std::string name = (*at)[1];
-        const bool isOursOrTests =
-            std::regex_search(name, std::regex("libins\\+\\+|libdplinsup|libg(test|mock)"));
-        if (!isOursOrTests) {
+        static const std::regex ours("libins\\+\\+|libdplinsup");
+        static const std::regex ofTests("libg(test|mock)|lib(a|t|ub)san"); // not shipped
+        if (!std::regex_search(name, ours) && !std::regex_search(name, ofTests)) {
             libraries.insert(name);
         }
     }
