@@ -5,21 +5,13 @@
 #include <algorithm>
 
 #include <sys/files/DirectoryEntry.h>
+#include <sys/files/KPendingPath.h>
 
 namespace KSETUP {
 
 namespace {
 
 constexpr unsigned mostLinks = 40; // as the kernel's own limit
-
-/// The first component, which goes; empty when there is none left.
-std::string TakeFirst(std::string& path) {
-    const std::size_t begin = std::min(path.find_first_not_of('/'), path.size());
-    const std::size_t end = std::min(path.find('/', begin), path.size());
-    std::string first = path.substr(begin, end - begin);
-    path.erase(0, end);
-    return first;
-}
 
 } // namespace
 
@@ -32,13 +24,12 @@ bool KLinkWay::StaysIn(const std::string& kit) const {
 
 KLinkWay FollowLink(const std::string& link) {
     KLinkWay way;
-    std::string rest = std::string(NameOfPath(link));
+    KSYS::KPendingPath pending;
+    pending.PushFront(NameOfPath(link));
     way.end = ParentPath(link);
     unsigned linksLeft = mostLinks;
-    for (std::string name = TakeFirst(rest); !name.empty(); name = TakeFirst(rest)) {
-        if (name == ".") {
-            continue;
-        }
+    while (!pending.IsEmpty()) {
+        const std::string name = pending.Pop();
         way.passed.push_back(way.end);
         const std::string path = name == ".." ? ParentPath(way.end) : JoinPath(way.end, name);
         struct stat status {};
@@ -54,7 +45,7 @@ KLinkWay FollowLink(const std::string& link) {
         if (target.empty()) {
             way.end = path;
         } else {
-            rest = target + "/" + rest;
+            pending.PushFront(target);
             way.end = target.front() == '/' ? "/" : way.end;
         }
     }

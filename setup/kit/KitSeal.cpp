@@ -9,9 +9,7 @@
 #include <setup/output/TextFormat.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <map>
 #include <string_view>
@@ -78,9 +76,7 @@ KReadFile ReadFile(
         FailOn(file.path, static_cast<int>(file.digest.errorNumber));
     }
     if (isNoLink) {
-        std::array<char, 8> mode{};
-        std::snprintf(mode.data(), mode.size(), "%04o", file.digest.mode & sealedBits);
-        file.kind = std::string(modeMark) + mode.data();
+        file.kind = modeMark + ModeText(file.digest.mode & sealedBits);
     }
     return file;
 }

@@ -3,12 +3,11 @@
 #include <setup/KSetupFailure.h>
 #include <setup/kit/TreeRules.h>
 #include <setup/kit/TreeUnits.h>
+#include <setup/output/TextFormat.h>
 #include <setup/script/EscapedText.h>
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <string_view>
 #include <vector>
 
@@ -184,9 +183,7 @@ class TreeRules {
     }
 
     void AppendRights(const std::string& target, const KAddedTree::Rights& rights) {
-        std::array<char, 8> mode{};
-        std::snprintf(mode.data(), mode.size(), "%04o", rights.mode);
-        text += "mode=set," + target + "," + mode.data();
+        text += "mode=set," + target + "," + ModeText(rights.mode);
         // Whose rights a set-id bit gives is never left to what stands there.
         const bool isSetId = (rights.mode & (S_ISUID | S_ISGID)) != 0;
         if (isSetId || rights.owner != "root" || rights.group != "root") {

@@ -41,6 +41,13 @@ std::string BytesInWords(std::uint64_t bytes) {
     return text.data();
 }
 
+std::string ModeText(unsigned mode) {
+    constexpr unsigned permissions = 07777;
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "%04o", mode & permissions);
+    return text.data();
+}
+
 std::string Counted(std::uint64_t count, const char* one, const char* many) {
     return std::to_string(count) + " " + (count == 1 ? one : many);
 }

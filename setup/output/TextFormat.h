@@ -22,6 +22,9 @@ std::string Printable(const std::string& text, KLineEnds ends = KLineEnds::Repla
 /// As "512 bytes", "2.0 KiB", up to TiB.
 std::string BytesInWords(std::uint64_t bytes);
 
+/// Permission bits as chmod(1) has them: "0755".
+std::string ModeText(unsigned mode);
+
 /// As "1 command" or "2 commands".
 std::string Counted(std::uint64_t count, const char* one, const char* many);
 

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/KJsonObject.h>
+#include <setup/output/TextFormat.h>
 #include <setup/plan/PlanReport.h>
 #include <setup/script/SecretNames.h>
-
-#include <array>
-#include <cstdio>
 
 namespace KSETUP {
 
@@ -13,12 +11,6 @@ namespace {
 using Kind = KPlannedAction::Kind;
 
 constexpr int schemaVersion = 1;
-
-std::string ModeText(unsigned mode) {
-    std::array<char, 8> text{};
-    std::snprintf(text.data(), text.size(), "%04o", mode & 07777U);
-    return text.data();
-}
 
 KJsonObject ToObject(const KPlannedAction& action) {
     KJsonObject object;

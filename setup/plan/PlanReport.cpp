@@ -3,8 +3,6 @@
 #include <setup/plan/PlanReport.h>
 #include <setup/script/SecretNames.h>
 
-#include <array>
-#include <cstdio>
 #include <filesystem>
 
 namespace KSETUP {
@@ -13,10 +11,8 @@ namespace {
 
 using Kind = KPlannedAction::Kind;
 
-std::string ModeText(const KPlannedAction& action) {
-    std::array<char, 8> mode{};
-    std::snprintf(mode.data(), mode.size(), "%04o", action.mode & 07777U);
-    return std::string("set mode ") + mode.data() +
+std::string DescribeMode(const KPlannedAction& action) {
+    return "set mode " + ModeText(action.mode) +
            (action.source.empty() ? "" : " and owner " + Printable(action.source)) + " of " +
            Printable(action.path);
 }
@@ -41,7 +37,7 @@ std::string ActionText(const KPlannedAction& action) {
     case Kind::RemoveOption:
         return "remove from " + path + ": " + source;
     case Kind::SetMode:
-        return ModeText(action);
+        return DescribeMode(action);
     case Kind::CreateUser:
         return "create user " + source + " by " + path;
     case Kind::InstallService:

@@ -70,7 +70,6 @@ void Verify(const KSetupArguments& arguments, KRunReport& report) {
     report.product = productData.product;
     report.version = productData.version;
     report.buildNumber = productData.buildNumber;
-    const KKnownKeys known = KSYS::IsRoot() ? KKnownKeys::Find(productData.service) : KKnownKeys();
     const KKitSigner signer = Find(kit.GetDirectory(), productData, bundle);
     RequireVerified(signer, arguments.target, bundle);
     VerifySeal(kit.GetDirectory());

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/KFileDigest.h>
 #include <setup/files/PathText.h>
+#include <setup/output/TextFormat.h>
 #include <setup/state/KManifest.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <system_error>
 
 #include <sys/files/DirectoryEntry.h>
@@ -17,12 +16,6 @@ namespace {
 using Kind = KManifestEntry::Kind;
 using Different = KManifestDifference::Kind;
 constexpr unsigned modeBits = 07777;
-
-std::string ModeText(unsigned mode) {
-    std::array<char, 8> text{};
-    std::snprintf(text.data(), text.size(), "%04o", mode & modeBits);
-    return text.data();
-}
 
 std::string OwnerText(const KManifestEntry& entry) {
     return std::to_string(entry.owner) + ":" + std::to_string(entry.group);

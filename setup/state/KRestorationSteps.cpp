@@ -2,12 +2,11 @@
 //
 // How a restoration changes the disk. Steps return 0 or errno.
 #include <setup/files/PathText.h>
+#include <setup/output/TextFormat.h>
 #include <setup/state/KRestoration.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <system_error>
 
@@ -63,13 +62,11 @@ bool MayHaveRights(
 }
 
 std::string RefusedRights(const std::string& path, const KBackupEntry& entry) {
-    std::array<char, 8> mode{};
-    std::snprintf(mode.data(), mode.size(), "%04o", entry.mode & 07777U);
     const std::string owner = std::to_string(entry.owner) + ":" + std::to_string(entry.group);
     return "cannot put back the owner and mode of " + path +
            ": others may put another directory there. See that it is the right one, set them "
            "(chown " +
-           owner + ", chmod " + mode.data() + "), and run it again";
+           owner + ", chmod " + ModeText(entry.mode) + "), and run it again";
 }
 
 /// "NAME.edited", or the first of "NAME.edited.2" and so on that is free.
