@@ -2,6 +2,9 @@
 #include <setup/files/PathText.h>
 #include <setup/files/TrustedPath.h>
 #include <setup/plan/SharedPlace.h>
+#include <setup/script/CommandWords.h>
+
+#include <vector>
 
 namespace KSETUP {
 
@@ -45,24 +48,43 @@ WhyShared(const KOwnership& ownership, const std::string& program, const std::st
     return why;
 }
 
-/// Of the programs of services.
+bool IsInProduct(const std::string& path, const std::string& productPath) {
+    return path != productPath && IsAtOrBelow(path, productPath);
+}
+
+/// What root is about to run: the program of a service; of a command the first word, and those that
+/// lie in the product, as the script that a shell is to run.
+std::vector<std::string> ProgramsOf(const KPlannedAction& action, const std::string& productPath) {
+    using Kind = KPlannedAction::Kind;
+    std::vector<std::string> programs;
+    if (action.kind == Kind::InstallService) {
+        programs.push_back(action.source);
+    } else if (action.kind == Kind::StartCommand || action.kind == Kind::RunCommand) {
+        for (const KCommandWord& word : WordsOf(action.path)) {
+            if (programs.empty() || IsInProduct(NormalPath(word.text), productPath)) {
+                programs.push_back(word.text);
+            }
+        }
+    }
+    std::erase_if(programs, [](const std::string& path) { return !path.starts_with('/'); });
+    return programs;
+}
+
+/// Of the programs of services and commands.
 std::string
 WhyProgramIsShared(const KPlan& plan, const KOwnership& ownership, const std::string& productPath) {
+    const std::string own = NormalPath(productPath);
     std::string found;
     plan.ForEachAction([&](const KPlannedAction& action) {
-        const std::string& program = action.source;
-        if (!found.empty() || action.kind != KPlannedAction::Kind::InstallService ||
-            !program.starts_with('/')) {
-            return;
-        }
-        const std::string path = NormalPath(program);
-        const std::string own = NormalPath(productPath);
-        const bool isBelow = path != own && IsAtOrBelow(path, own);
-        const std::string why =
-            isBelow ? WhyShared(ownership, path, own) : WhyOthersCanExchange(program);
-        if (!why.empty()) {
-            found = why + ", so others than root can exchange " + program + ", which the service " +
-                    action.path + " runs";
+        for (const std::string& program : ProgramsOf(action, own)) {
+            const std::string path = NormalPath(program);
+            const std::string why = IsInProduct(path, own) ? WhyShared(ownership, path, own)
+                                                           : WhyOthersCanExchange(program);
+            if (found.empty() && !why.empty()) {
+                const bool isService = action.kind == KPlannedAction::Kind::InstallService;
+                found = why + ", so others than root can exchange " + program + ", which " +
+                        (isService ? "the service " + action.path + " runs" : "a command uses");
+            }
         }
     });
     return found;

@@ -22,8 +22,9 @@ std::string WhyPlaceIsShared(const KOwnership& ownership, const std::string& pro
 /// What is told of it where nothing is run, or the run goes on all the same; empty where nobody could.
 std::string DescribeSharedPlace(const KOwnership& ownership, const std::string& productPath);
 
-/// Why the run is refused: it would run what others can exchange, there or, as the program of a service,
-/// elsewhere or in a directory there that the product did not make. Empty when it is not.
+/// Why the run is refused: it would run what others can exchange, there or, as the program of a service
+/// or of a command, elsewhere or in a directory there that the product did not make. Empty when it is
+/// not.
 std::string
 WhySharedPlace(const KPlan& plan, const KOwnership& ownership, const std::string& productPath);
 
