@@ -6,6 +6,7 @@
 #include <setup/run/KRunBackup.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/run/ServicesBefore.h>
+#include <setup/state/KPinnedKey.h>
 #include <setup/state/RunId.h>
 
 #include <algorithm>
@@ -114,6 +115,7 @@ std::vector<std::string> KRunBackup::FindPaths(const std::vector<KServiceBefore>
     const std::string own = store.GetBase() + "/" + store.GetName();
     paths.push_back(own + "/manifest");
     paths.push_back(own + "/fingerprint");
+    paths.push_back(own + "/" + KPinnedKey::fileName);
     AddTree(own + "/kit", paths);
     if (planned.GetProduct().GetInterrupted() && !goesOn) { // undone, that one is interrupted again
         paths.push_back(own + "/state");
