@@ -114,8 +114,15 @@ void KCopyDigests::Run() {
     }
 }
 
+std::function<bool()> KCopyDigests::ShallStop() {
+    return [this] {
+        const KSYS::KScopedLock hold(guard);
+        return isStopped;
+    };
+}
+
 /// Who may write in the target's directory is not to end runs, by writing there.
-bool KCopyDigests::IsBroken(const Job& job, const std::string& sha256) const {
+bool KCopyDigests::IsBroken(const Job& job, const std::string& sha256) {
     if (job.expected.empty() || sha256 == job.expected) {
         return false;
     }
@@ -123,20 +130,18 @@ bool KCopyDigests::IsBroken(const Job& job, const std::string& sha256) const {
     bool isClosed = false;
     const bool isOpen = KSYS::FindPlace(job.target.c_str(), KSYS::LastLink::Keep, place) == 0 &&
                         KSYS::ReadClosedToOthers(place.directory.Get(), isClosed) == 0 && !isClosed;
-    return !isOpen || DigestTarget(job.source, {}).sha256 != job.expected;
+    return !isOpen || DigestTarget(job.source, ShallStop()).sha256 != job.expected;
 }
 
 void KCopyDigests::Digest(const Job& job) {
     KFileDigest digest;
+    bool isBroken = !job.expected.empty(); // what could not be looked at may be anything
     try {
-        digest = DigestTarget(job.target, [this] {
-            const KSYS::KScopedLock hold(guard);
-            return isStopped;
-        });
+        digest = DigestTarget(job.target, ShallStop());
+        isBroken = IsBroken(job, digest.sha256);
     } catch (const std::exception&) {
         digest.errorNumber = ENOMEM; // or libcrypto's; who needs it reads the file, and is told
     }
-    const bool isBroken = IsBroken(job, digest.sha256);
     const KSYS::KScopedLock hold(guard);
     if (isBroken && !isStopped) {
         broken.push_back(job.target);

@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -62,7 +63,8 @@ class KCopyDigests {
     void Start() SUP_REQUIRES(guard);
     void Run();
     void Digest(const Job& job);
-    bool IsBroken(const Job& job, const std::string& sha256) const;
+    bool IsBroken(const Job& job, const std::string& sha256);
+    std::function<bool()> ShallStop();
 
     const KDigests sealed;
     const std::string kit;

@@ -41,6 +41,9 @@ std::optional<KKitStatement> KKitStatement::FromComment(std::string_view comment
         }
         comment.remove_prefix(isLast ? comment.size() : end + 1);
     }
+    if (!IsServiceName(values[1])) { // it becomes part of a path before product.ini is read
+        return std::nullopt;
+    }
     KKitStatement statement{
         std::string(values[0]), std::string(values[1]), std::string(values[2]), 0};
     const std::string_view build = values[3];

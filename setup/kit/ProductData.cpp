@@ -24,10 +24,8 @@ std::string WhyNoFileName(std::string_view value) {
 }
 
 std::string WhyNoServiceName(std::string_view value) {
-    const bool isName = std::all_of(value.begin(), value.end(), IsServiceNameByte);
-    return isName && value.front() != '-' && value.front() != '.' && value.size() <= mostNameBytes
-               ? ""
-               : "it becomes the name of a service and of a directory in /etc";
+    return IsServiceName(value) ? ""
+                                : "it becomes the name of a service and of a directory in /etc";
 }
 
 std::string WhyNoVersion(std::string_view value) {
@@ -185,6 +183,11 @@ class Search {
 bool IsServiceNameByte(char byte) noexcept {
     return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
            (byte >= '0' && byte <= '9') || byte == '-' || byte == '_' || byte == '.' || byte == ':';
+}
+
+bool IsServiceName(std::string_view name) noexcept {
+    return !name.empty() && std::all_of(name.begin(), name.end(), IsServiceNameByte) &&
+           name.front() != '-' && name.front() != '.' && name.size() <= mostNameBytes;
 }
 
 bool HasControlCharacter(std::string_view text) noexcept {

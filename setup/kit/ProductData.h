@@ -27,6 +27,9 @@ std::vector<KProductMistake> FindProductMistakes(const KScript& productData);
 /// template's unit is no service. It begins with neither "-", an option to every program, nor ".".
 bool IsServiceNameByte(char byte) noexcept;
 
+/// Whether a service can be called so.
+bool IsServiceName(std::string_view name) noexcept;
+
 /// No value has such: it would change what a log or a terminal shows.
 bool HasControlCharacter(std::string_view text) noexcept;
 

@@ -19,10 +19,23 @@ namespace {
 
 constexpr const char* override = " --allow-unsigned goes on without knowing whose kit it is.";
 
-constexpr const char* unchanged = ". Nothing was changed. ";
+/// Knows why by itself, too: who may have the kit all the same is told no advice.
+class KKitRefusal : public KSetupFailure {
+  public:
+    KKitRefusal(const std::string& itsWhy, const std::string& advice)
+        : KSetupFailure(
+              ExitCode::malformedScript, itsWhy + ". Nothing was changed. " + advice + override
+          ),
+          why(itsWhy) {}
+
+    const std::string& GetWhy() const noexcept { return why; }
+
+  private:
+    std::string why;
+};
 
 [[noreturn]] void Refuse(const std::string& why, const std::string& advice) {
-    throw KSetupFailure(ExitCode::malformedScript, why + unchanged + advice + override);
+    throw KKitRefusal(why, advice);
 }
 
 bool IsThere(const std::string& path) {
@@ -127,8 +140,12 @@ std::optional<std::string> ReadSignature(const std::string& file) {
 }
 
 std::string WhyNotSigned(const KSetupFailure& failure) {
-    const std::string words = failure.what();
-    return words.substr(0, words.find(unchanged));
+    const auto* refusal = dynamic_cast<const KKitRefusal*>(&failure);
+    std::string why = refusal != nullptr ? refusal->GetWhy() : failure.what();
+    if (why.ends_with('.')) {
+        why.pop_back();
+    }
+    return why;
 }
 
 const KKnownKey& RequireSigned(

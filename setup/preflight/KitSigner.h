@@ -58,7 +58,7 @@ KKitSigner FindSigner(
     const std::optional<KSignedFile>& bundle = std::nullopt
 );
 
-/// What is wrong with a kit, of what FindSigner says to who wanted to install it.
+/// What is wrong with a kit, of what FindSigner says to who wanted to install it; without a full stop.
 std::string WhyNotSigned(const KSetupFailure& failure);
 
 /// The one of `keys` that made the signature of `file`, over what it is.

@@ -4,7 +4,6 @@
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/RunRefusals.h>
 #include <setup/preflight/Preflight.h>
-#include <setup/preflight/TrustedPlaces.h>
 #include <setup/run/KPlannedRun.h>
 #include <setup/script/KScript.h>
 #include <sup++/SvcData.h>
@@ -75,11 +74,9 @@ KPlannedRun::KPlannedRun(const KTrustedKit& trusted, Action what, const std::str
 /// From here on the kit is what it was made as.
 void KPlannedRun::VerifyKit() {
     const KRunContext& context = GetContext();
-    RequirePrivate(context.kit.GetDirectory());
     if (kit->IsKeptOne()) { // a wildcard may have kept the seal
         return;
     }
-    kit->RequireSameSeal();
     const KSealExtent extent = Installs() ? KSealExtent::Whole : KSealExtent::WhatIsThere;
     sealed = VerifySeal(context.kit.GetDirectory(), extent, context.ShallStop());
 }

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/files/KFileDigest.h>
-#include <setup/kit/KitSeal.h>
 #include <setup/kit/KitSigning.h>
+#include <setup/preflight/TrustedPlaces.h>
 #include <setup/run/KTrustedKit.h>
 #include <setup/state/KKeptKit.h>
 
@@ -33,6 +32,7 @@ const char* StateOf(KKitSigner::Kind kind) {
 } // namespace
 
 KTrustedKit::KTrustedKit(KLockedProduct& locked, Use use) : product(locked) {
+    RequirePrivate(product.GetContext().kit.GetDirectory()); // what is verified stays as it is
     isKeptOne = use == Use::Removal && IsKept();
     if (isKeptOne) {
         return;
@@ -85,18 +85,6 @@ void KTrustedKit::Report() const {
         product.GetContext().report.notes.push_back(
             "The kit is signed by key " + signer.keyId +
             ", which was not verified: " + report->why + " (" + kitKeyName + ")."
-        );
-    }
-}
-
-void KTrustedKit::RequireSameSeal() const {
-    const std::string kit = product.GetContext().kit.GetDirectory();
-    if (signer.IsVerified() && DigestBytes(ReadSealText(kit)) != signer.seal) {
-        throw KSetupFailure(
-            ExitCode::malformedScript,
-            kit + "/" + sealName +
-                ": somebody wrote to it after its signature was verified. Nothing was changed. "
-                "Copy the kit to a directory of root's and run it again."
         );
     }
 }

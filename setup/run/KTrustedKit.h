@@ -18,18 +18,14 @@ class KTrustedKit {
 
     /// For a removal the kit that was kept is as good as the one that was installed.
     ///
-    /// Throws   KSetupFailure with ExitCode::malformedScript for a kit that is not signed as it has
-    ///          to be, unless the arguments allow that
+    /// Throws   KSetupFailure for a kit that others can change, and with ExitCode::malformedScript
+    ///          for one that is not signed as it has to be, unless the arguments allow that
     KTrustedKit(KLockedProduct& locked, Use use);
 
     KLockedProduct& GetProduct() const noexcept { return product; }
     /// Whether it is the one that was kept, for a removal: no seal says what that holds, for it has less
     /// than the kit, and files in place of links.
     bool IsKeptOne() const noexcept { return isKeptOne; }
-    /// To be asked when only root can write to the kit: what was verified is what is there.
-    ///
-    /// Throws   KSetupFailure
-    void RequireSameSeal() const;
     /// Remembers the key, or the next one that the kit brings, for the product's next kits; nothing
     /// where the kit is not verified.
     ///

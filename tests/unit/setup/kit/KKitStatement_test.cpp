@@ -42,6 +42,7 @@ INSTANTIATE_TEST_SUITE_P(
         KOtherComment{"WithATabMore", "product:a\tservice:b\tversion:1\tbuild:2\t"},
         KOtherComment{"WithSpacesBetween", "product:a service:b version:1 build:2"},
         KOtherComment{"OfNoProduct", "product:\tservice:b\tversion:1\tbuild:2"},
+        KOtherComment{"OfAServiceThatIsAPath", "product:a\tservice:../b\tversion:1\tbuild:2"},
         KOtherComment{"OfABuildThatIsNoNumber", "product:a\tservice:b\tversion:1\tbuild:2x"},
         KOtherComment{"OfABuildWithASign", "product:a\tservice:b\tversion:1\tbuild:+2"},
         KOtherComment{"OfABuildWithZerosBefore", "product:a\tservice:b\tversion:1\tbuild:02"},
