@@ -47,6 +47,26 @@ bool ReadsBack(const KString& section, const KString& key, const KString& value)
            !HasControlCharacter(value);
 }
 
+/// Throws   KError 36, from where the value is put
+void RequireReadsBack(
+    const KString& path,
+    const KString& section,
+    const KString& key,
+    const KString& value,
+    unsigned line = __builtin_LINE(),
+    const char* function = __builtin_FUNCTION()
+) {
+    if (!ReadsBack(section, key, value)) {
+        source.Raise(
+            TraceLevel::support,
+            ErrorCode::invalidArgument,
+            path + ": cannot hold [" + section + "] " + key + "=" + value,
+            line,
+            function
+        );
+    }
+}
+
 [[noreturn]] void RaiseFile(
     unsigned status,
     KOperation operation,
@@ -135,15 +155,35 @@ void KProfile::PutString(const KString& section, const KString& key, const KStri
         Msg(TraceLevel::support, "A profile without a file cannot keep %s", key.c_str());
         return;
     }
-    if (!ReadsBack(section, key, value)) {
-        source.Raise(
-            TraceLevel::support,
-            ErrorCode::invalidArgument,
-            content->GetPath() + ": cannot hold [" + section + "] " + key + "=" + value
-        );
-    }
+    RequireReadsBack(content->GetPath(), section, key, value);
     const unsigned status =
         content->Put(Name(section), Name(key), KProfileText::Trim(value.c_str()));
+    if (status != 0) {
+        RaiseFile(status, KOperation::Write, content->GetPath());
+    }
+}
+
+void KProfile::PutStrings(
+    const KString& section,
+    const KString& firstKey,
+    const KString& firstValue,
+    const KString& secondKey,
+    const KString& secondValue
+) {
+    if (content == nullptr) {
+        Msg(TraceLevel::support,
+            "A profile without a file cannot keep %s and %s",
+            firstKey.c_str(),
+            secondKey.c_str());
+        return;
+    }
+    RequireReadsBack(content->GetPath(), section, firstKey, firstValue);
+    RequireReadsBack(content->GetPath(), section, secondKey, secondValue);
+    const unsigned status = content->PutBoth(
+        Name(section),
+        {Name(firstKey), KProfileText::Trim(firstValue.c_str())},
+        {Name(secondKey), KProfileText::Trim(secondValue.c_str())}
+    );
     if (status != 0) {
         RaiseFile(status, KOperation::Write, content->GetPath());
     }

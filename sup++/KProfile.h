@@ -59,6 +59,18 @@ class SUP_EXPORT KProfile : public KBase {
     ///          change was in place
     void PutString(const KString& section, const KString& key, const KString& value);
 
+    /// PutString of two keys with one write of the file, so that nobody meets it with one of them: a
+    /// version and its build number. In the order given, where they are new.
+    ///
+    /// Throws   as PutString
+    void PutStrings(
+        const KString& section,
+        const KString& firstKey,
+        const KString& firstValue,
+        const KString& secondKey,
+        const KString& secondValue
+    );
+
     /// PutString with the number's text. Defined for unsigned int.
     ///
     /// Throws   as PutString, and KError 36 without content

@@ -67,7 +67,7 @@ void KProfileContent::ReadAgain(std::string bytes) {
 }
 
 /// Reads what another process wrote meanwhile, changes it, and writes it back, all under the lock.
-/// `change` returns the line that it added to the section, or 0.
+/// Keys that `change` adds are the section's.
 template <class Change>
 unsigned KProfileContent::Apply(GoneFile gone, std::string_view section, Change change) {
     KSYS::ReportedFile report(path.c_str()); // once the locks are released
@@ -94,11 +94,14 @@ unsigned KProfileContent::Apply(GoneFile gone, std::string_view section, Change 
     // On a copy, which takes the text's place when the file holds it: positions stay good either
     // way.
     KProfileText changed(text);
-    const unsigned added = change(changed);
+    const unsigned sizeBefore = changed.GetSize();
+    change(changed);
     status = lock.Write(changed.Compose(), newProfileMode, onDisk, report.isWritten);
     if (report.isWritten) {
         text = std::move(changed);
-        walks.Add(section, added);
+        for (unsigned added = sizeBefore; added < text.GetSize(); ++added) {
+            walks.Add(section, text.IsKey(added) ? added : 0);
+        }
     }
     return status;
 }
@@ -106,7 +109,16 @@ unsigned KProfileContent::Apply(GoneFile gone, std::string_view section, Change 
 unsigned
 KProfileContent::Put(std::string_view section, std::string_view key, std::string_view value) {
     return Apply(GoneFile::IsMade, section, [&](KProfileText& changed) {
-        return changed.Put(section, key, value);
+        changed.Put(section, key, value);
+    });
+}
+
+unsigned KProfileContent::PutBoth(
+    std::string_view section, const KProfileKey& first, const KProfileKey& second
+) {
+    return Apply(GoneFile::IsMade, section, [&](KProfileText& changed) {
+        changed.Put(section, first.name, first.value);
+        changed.Put(section, second.name, second.value);
     });
 }
 
@@ -121,7 +133,6 @@ unsigned KProfileContent::Delete(
             if (changed.IsKey(line)) {
                 changed.Remove(line);
             }
-            return 0U;
         });
     if (status == 0 && standsOnIt) {
         position = 0;

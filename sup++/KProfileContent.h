@@ -14,6 +14,11 @@
 
 namespace KSUP {
 
+struct KProfileKey {
+    std::string_view name;
+    std::string_view value;
+};
+
 /// What the copies of a profile share: the file's text and how it is written back.
 ///
 /// Thread   any; locks itself. Changes of a user's processes take turns (KSYS::KDirectoryLock), and
@@ -30,6 +35,8 @@ class KProfileContent {
     bool Find(std::string_view section, std::string_view key, KString& value);
     /// Returns 0 or errno; on a failure the text is as it was.
     unsigned Put(std::string_view section, std::string_view key, std::string_view value);
+    /// The same of two keys, with one write of the file.
+    unsigned PutBoth(std::string_view section, const KProfileKey& first, const KProfileKey& second);
     /// Removes the line at `position` if that is one of `key`, and then sets `position` to 0;
     /// nothing if it was one (`keyThere`) and others have removed it; else the first line of `key`.
     /// A file that is gone is not made again; the text alone changes then. Returns 0 or errno, as

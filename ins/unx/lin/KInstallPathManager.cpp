@@ -174,7 +174,16 @@ void KInstallPathManager::PutInstalledProductInformation(
     }
     const KString path = RecordPath(productPath);
     KProfile record = OpenRecord(path);
-    record.PutString(Names::recordSection, Names::recordVersionKey, version);
+    if (record.HasContent()) { // both at once: the version of one build has no other's number
+        record.PutStrings(
+            Names::recordSection,
+            Names::recordVersionKey,
+            version,
+            Names::recordBuildNumberKey,
+            KUtil::NumberToString(buildNumber, false)
+        );
+        return;
+    }
     try {
         record.PutNumber<unsigned int>(
             Names::recordSection, Names::recordBuildNumberKey, buildNumber, false

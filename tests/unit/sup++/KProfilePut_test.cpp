@@ -94,6 +94,29 @@ INSTANTIATE_TEST_SUITE_P(
     NameOfRow()
 );
 
+TEST_F(KProfileTest, PutsTwoValuesWithOneWriteAndAWalkMeetsBoth) {
+    KProfile profile = Given("[s]\nb=1\n[t]\n");
+    unsigned cursor = 0;
+    profile.BeginKeyEnum("s", &cursor);
+    ASSERT_TRUE(profile.EnumKey(&cursor, false));
+    tree.Write("p.ini", "[s]\nb=1\n[t]\n# by others\n"); // positions are followed from here on
+    profile.PutStrings("s", "x", "7", "y", "8");
+    EXPECT_EQ(Bytes(), "[s]\nb=1\nx=7\ny=8\n[t]\n# by others\n");
+    ASSERT_TRUE(profile.EnumKey(&cursor, false));
+    EXPECT_EQ(profile.GetKeyName(), "x");
+    ASSERT_TRUE(profile.EnumKey(&cursor, false));
+    EXPECT_EQ(profile.GetKeyName(), "y");
+    EXPECT_FALSE(profile.EnumKey(&cursor, false));
+    profile.PutStrings("u", "b", "2", "a", "1"); // a section that was not there
+    EXPECT_EQ(Reread("u", "a") + Reread("u", "b"), "12");
+}
+
+TEST_F(KProfileTest, TwoValuesOfWhichOneDoesNotReadBackChangeNothing) {
+    KProfile profile = Given("[s]\na=1\n");
+    EXPECT_THROW(profile.PutStrings("s", "a", "2", "b", "line\nline"), KError);
+    EXPECT_EQ(Bytes(), "[s]\na=1\n");
+}
+
 TEST_F(KProfileTest, AddsASectionAtTheEndOfTheFile) {
     KProfile profile = Given("[s]\na=1\n");
     profile.PutString("t", "b", "2");

@@ -7,6 +7,7 @@
 
 #include <ins/unx/lin/KInstallPathManager.h>
 #include <sup++/KUtil.h>
+#include <sup++/SvcFile.h>
 
 #include <gmock/gmock.h>
 
@@ -305,6 +306,27 @@ TEST_F(KInstallPathManagerTest, WritingReplacesTheValuesAndKeepsTheRestOfTheFile
         "theirs\n[General]\nLevel=3\n\n[installControl]\nbuildNumber=38\nx=y\ninstalledVersion=2."
         "2\n"
     );
+}
+
+/// What the record's file holds after each of its changes.
+struct SeenRecords {
+    static void Look(void* seen, unsigned what, const char* path) noexcept {
+        auto& self = *static_cast<SeenRecords*>(seen);
+        if (what == SvcWroteFile && path == self.tree.Path("p/config/dps.ini")) {
+            self.texts.push_back(self.tree.Read("p/config/dps.ini"));
+        }
+    }
+    const KTEST::TemporaryTree& tree;
+    std::vector<std::string> texts;
+};
+
+TEST_F(KInstallPathManagerTest, TheVersionOfOneBuildNeverStandsWithTheNumberOfAnother) {
+    GivenRecord("[installControl]\ninstalledVersion=2.1\nbuildNumber=37\n");
+    SeenRecords seen{tree, {}};
+    ASSERT_EQ(SvcSetWriteListener(&SeenRecords::Look, &seen), 0U);
+    manager.PutInstalledProductInformation("2.2", 4);
+    ASSERT_EQ(SvcSetWriteListener(nullptr, nullptr), 0U);
+    EXPECT_THAT(seen.texts, ElementsAre("[installControl]\ninstalledVersion=2.2\nbuildNumber=4\n"));
 }
 
 TEST_F(KInstallPathManagerTest, WithoutALinkWritingIsError64) {
