@@ -53,7 +53,9 @@ std::string StateOf(const KListedProduct& product) {
         return "interrupted";
     }
     if (!product.isInstalled) {
-        return product.hasConfigurationLeft ? "removed, configuration left" : "removed";
+        return product.hasConfigurationLeft ? "removed, configuration left"
+               : product.trouble.empty()    ? "removed"
+                                            : "unknown";
     }
     return !product.differs.has_value() ? "unknown" : *product.differs ? "differs" : "as installed";
 }

@@ -77,7 +77,11 @@ class PrivateKit {
             failed = KSYS::ListEntries({directory.Get(), "."}, names);
         }
         if (failed != 0) {
-            throw KSetupFailure(ExitCode::noKit, path + " cannot be read.");
+            throw KSetupFailure(
+                ExitCode::noKit,
+                path + " cannot be read: " +
+                    std::generic_category().message(static_cast<int>(failed)) + "."
+            );
         }
         for (const std::string& name : names) {
             RequireTree({directory, name}, JoinPath(path, name));

@@ -38,6 +38,9 @@ KOwnership::KOwnership(const std::string& serviceName, bool isInstalled, const s
         begun = KWriteJournal::Read(service, base);
     } catch (const KSetupFailure& failure) {
         const bool isDenied = failure.GetExitCode() == ExitCode::notRoot;
+        if (!isDenied && failure.GetExitCode() != ExitCode::malformedScript) {
+            throw; // it is there, and cannot be read now: that is not to be taken for none
+        }
         known = isDenied ? Known::Denied : Known::Nothing;
         damage = isDenied ? "" : failure.what();
     }

@@ -28,6 +28,8 @@ class KOwnership {
     /// Of nothing: a machine on which no product was ever installed.
     KOwnership() = default;
     /// Reads what is remembered of the service's product. `isInstalled` says that it has a record.
+    ///
+    /// Throws   KSetupFailure when that cannot be read; what is damaged is told by GetDamage
     KOwnership(
         const std::string& serviceName,
         bool isInstalled,

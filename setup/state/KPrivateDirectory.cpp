@@ -10,12 +10,19 @@
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileContent.h>
 #include <sys/files/FileStatus.h>
+#include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
 
 namespace {
 
-constexpr const char* roomAdvice = "Make room or fix the cause, and run it again.";
+constexpr const char* causeAdvice = "Fix the cause and run it again.";
+
+/// What helps against the failure: room where there is none.
+const char* AdviceFor(unsigned errorNumber) noexcept {
+    return errorNumber == ENOSPC || errorNumber == EDQUOT ? "Make room there and run it again."
+                                                          : causeAdvice;
+}
 
 KSetupFailure NotOurs(const std::string& path) {
     return {
@@ -81,29 +88,30 @@ KPrivateDirectory::OpenIn(int at, const std::string& name, const std::string& pa
     const KSYS::Entry entry(at, name.c_str());
     unsigned failed = make ? KSYS::MakeDirectoryEntry(entry, S_IRWXU) : 0;
     if (failed != 0 && failed != EEXIST) {
-        throw SystemFailure(ExitCode::cannotWrite, "cannot make", path, failed, roomAdvice);
+        throw SystemFailure(ExitCode::cannotWrite, "cannot make", path, failed, AdviceFor(failed));
     }
     KSYS::KDescriptor opened;
     failed = KSYS::OpenDirectoryEntry(entry, opened);
     if (failed == ENOENT && !make) {
         return std::nullopt;
     }
-    if (failed == EACCES) {
+    if (failed == EACCES && !KSYS::IsRoot()) {
         throw KSetupFailure(ExitCode::notRoot, "only root can look into " + path + ".");
     }
     if (failed != 0) {
+        const bool isOther = failed == ENOTDIR || failed == ELOOP; // it is no directory at all
         throw SystemFailure(
             ExitCode::cannotWrite,
             "cannot open the directory",
             path,
             failed,
-            "Delete what stands there, unless it is a directory of root's."
+            isOther ? "Delete what stands there." : causeAdvice
         );
     }
     struct stat status {};
     failed = KSYS::ReadStatus(opened.Get(), status);
     if (failed != 0) {
-        throw SystemFailure(ExitCode::cannotWrite, "cannot look at", path, failed, roomAdvice);
+        throw SystemFailure(ExitCode::cannotWrite, "cannot look at", path, failed, causeAdvice);
     }
     if (!KSYS::IsOwnAlone(status)) {
         throw NotOurs(path);
@@ -114,7 +122,7 @@ KPrivateDirectory::OpenIn(int at, const std::string& name, const std::string& pa
 void KPrivateDirectory::Require(unsigned failed, const char* what, const std::string& name) const {
     if (failed != 0) {
         const std::string whole = name.empty() ? path : path + "/" + name;
-        throw SystemFailure(ExitCode::cannotWrite, what, whole, failed, roomAdvice);
+        throw SystemFailure(ExitCode::cannotWrite, what, whole, failed, AdviceFor(failed));
     }
 }
 

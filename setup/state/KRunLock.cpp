@@ -18,6 +18,7 @@
 #include <sys/files/FileLock.h>
 #include <sys/files/FileStatus.h>
 #include <sys/processes/OwnProcess.h>
+#include <sys/processes/ProcessIsolation.h>
 #include <sys/processes/ProcessList.h>
 
 namespace KSETUP {
@@ -43,14 +44,27 @@ std::string LockName(const std::string& serviceName) {
     return serviceName + ".lock";
 }
 
+/// Only what is no file is to be deleted: another failure says nothing against what stands there.
+const char* AdviceFor(unsigned errorNumber) noexcept {
+    switch (errorNumber) {
+    case ELOOP:
+    case EISDIR:
+    case ENOTDIR:
+    case EINVAL:
+    case ENXIO:
+    case ENODEV:
+        return "Delete it when no run of ins-setup goes on, and run it again.";
+    case ENOENT:
+    case EROFS:
+        return "See to it that the directory is there and can be written.";
+    default:
+        return "Fix the cause and run it again.";
+    }
+}
+
 KSetupFailure CannotLock(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
-        ExitCode::cannotWrite,
-        "cannot lock",
-        path,
-        errorNumber,
-        "Delete it when no run of ins-setup goes on, and see to it that the directory is there and "
-        "can be written."
+        ExitCode::cannotWrite, "cannot lock", path, errorNumber, AdviceFor(errorNumber)
     );
 }
 
@@ -69,7 +83,7 @@ std::optional<OpenPlace> Open(const KSYS::LockPlaces& places, KSYS::MissingPlace
     if (failed == ENOENT && missing == KSYS::MissingPlace::StaysMissing) {
         return std::nullopt;
     }
-    if (failed == EACCES) {
+    if (failed == EACCES && !KSYS::IsRoot()) {
         throw KSetupFailure(ExitCode::notRoot, "only root can look into " + place.path + ".");
     }
     if (failed == ENOLCK) {

@@ -123,7 +123,8 @@ std::set<std::string> LinkedLibraries() {
     for (std::sregex_iterator at(text.begin(), text.end(), needed), end; at != end; ++at) {
         const std::string name = (*at)[1];
         static const std::regex ours("libins\\+\\+|libdplinsup");
-        static const std::regex ofTests("libg(test|mock)|lib(a|t|ub)san"); // not shipped
+        static const std::regex ofTests("libg(test|mock)|lib(a|t|ub)san|libfailcall"
+        ); // not shipped
         if (!std::regex_search(name, ours) && !std::regex_search(name, ofTests)) {
             libraries.insert(name);
         }

@@ -35,6 +35,8 @@ TEST(ProductTableTest, ColumnsAreAsWideAsTheirWidestText) {
 TEST(ProductTableTest, TheStateIsTheMostUrgentThing) {
     KListedProduct product;
     EXPECT_EQ(StateOf(product), "removed");
+    product.trouble = "something could not be read";
+    EXPECT_EQ(StateOf(product), "unknown");
     product.hasConfigurationLeft = true;
     EXPECT_EQ(StateOf(product), "removed, configuration left");
     product.isInstalled = true;

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/ExitCode.h>
@@ -7,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include <fcntl.h>
 
 namespace {
@@ -14,6 +17,7 @@ namespace {
 using KSETUP::KPrivateDirectory;
 using KSETUP::KSetupFailure;
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 
 class KPrivateDirectoryTest : public ::testing::Test {
@@ -62,6 +66,43 @@ TEST_F(KPrivateDirectoryTest, ALinkIsRefused) {
     tree.Directory("elsewhere", 0700);
     tree.Link("base/dps", tree.Path("elsewhere"));
     EXPECT_THAT(Refusal(), HasSubstr("73 cannot open the directory " + tree.Path("base/dps")));
+}
+
+TEST_F(KPrivateDirectoryTest, OnlyWhatIsNoDirectoryIsToBeDeleted) {
+    tree.Write("base/dps", "no directory");
+    tree.SetMode("base", 0700);
+    EXPECT_THAT(Refusal(), HasSubstr(": Not a directory. Delete what stands there."));
+    tree.Remove("base/dps");
+    tree.Link("base/dps", "elsewhere");
+    EXPECT_THAT(Refusal(), HasSubstr("Delete what stands there."));
+}
+
+class OpeningFailsTest : public KPrivateDirectoryTest, public ::testing::WithParamInterface<int> {};
+
+TEST_P(OpeningFailsTest, ItsAdviceDeletesNothing) {
+    tree.Directory("base/dps", 0700);
+    tree.SetMode("base", 0700);
+    failcall_arm("openat", 1, GetParam(), 0);
+    const std::string refusal = Refusal();
+    failcall_disarm();
+    EXPECT_THAT(refusal, HasSubstr("73 cannot open the directory " + tree.Path("base") + ": "));
+    EXPECT_THAT(refusal, EndsWith(". Fix the cause and run it again."));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Errors, OpeningFailsTest, ::testing::Values(EMFILE, ENFILE, ENOMEM, EIO, EACCES)
+);
+
+TEST_F(KPrivateDirectoryTest, RoomIsToBeMadeOnlyWhereItLacks) {
+    failcall_arm("write", 1, ENOSPC, 0);
+    std::string words;
+    try {
+        Open().WriteDurably("state", "new");
+    } catch (const KSetupFailure& failure) {
+        words = failure.what();
+    }
+    failcall_disarm();
+    EXPECT_THAT(words, EndsWith("No space left on device. Make room there and run it again."));
 }
 
 class UnfitNameTest : public KPrivateDirectoryTest,

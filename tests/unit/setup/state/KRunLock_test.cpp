@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/ExitCode.h>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <vector>
 
@@ -193,6 +195,16 @@ TEST_F(KRunLockTest, ALinkIsRefusedAndWhatItLeadsToIsNotTouched) {
     tree.Link("lock/dps.lock", tree.Path("precious"));
     EXPECT_THAT(Refusal(), HasSubstr("73 cannot lock"));
     EXPECT_EQ(tree.Read("precious"), "bytes");
+}
+
+TEST_F(KRunLockTest, WhatFailsForAnotherReasonIsNotToBeDeleted) {
+    tree.Link("lock/dps.lock", "elsewhere");
+    EXPECT_THAT(Refusal(), HasSubstr("Delete it when no run of ins-setup goes on"));
+    tree.Remove("lock/dps.lock");
+    failcall_arm("openat", 1, EMFILE, 1);
+    const std::string refusal = Refusal();
+    failcall_disarm();
+    EXPECT_THAT(refusal, HasSubstr("Too many open files. Fix the cause and run it again."));
 }
 
 TEST_F(KRunLockTest, AFileOfAnotherUserIsRefused) {
