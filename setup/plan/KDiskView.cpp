@@ -10,6 +10,7 @@
 #include <utility>
 
 #include <sys/files/DirectoryEntry.h>
+#include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
 
@@ -18,19 +19,20 @@ namespace {
 const KPlannedEntry nothing;
 
 KPlannedEntry LookAtDisk(const KSYS::Entry& at) {
-    struct stat status {};
-    if (KSYS::ReadStatus(at, KSYS::LastLink::Keep, status) != 0) {
+    KSYS::EntryStatus status;
+    if (KSYS::ReadEntryStatus(at, KSYS::LastLink::Keep, status) != 0) {
         return {};
     }
     KPlannedEntry entry;
-    entry.mode = status.st_mode & 07777;
-    if (S_ISREG(status.st_mode)) {
+    entry.mode = status.mode & 07777;
+    entry.attribute = status.attribute;
+    if (S_ISREG(status.mode)) {
         entry.kind = KEntryKind::File;
-        entry.bytes = static_cast<std::uint64_t>(status.st_size);
-    } else if (S_ISDIR(status.st_mode)) {
+        entry.bytes = status.bytes;
+    } else if (S_ISDIR(status.mode)) {
         entry.kind = KEntryKind::Directory;
-        entry.isShared = status.st_uid != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-    } else if (S_ISLNK(status.st_mode)) {
+        entry.isShared = status.owner != 0 || (status.mode & (S_IWGRP | S_IWOTH)) != 0;
+    } else if (S_ISLNK(status.mode)) {
         entry.kind = KEntryKind::Link;
         // Empty where the link is gone by now.
         static_cast<void>(KSYS::ReadLink(at, entry.target));
@@ -40,16 +42,13 @@ KPlannedEntry LookAtDisk(const KSYS::Entry& at) {
     return entry;
 }
 
-/// Missing or not to be read is as good as empty. Anything else, as a process without descriptors
-/// left, would be half a listing.
-void RequireWhole(const std::string& directory, unsigned error) {
-    if (error != 0 && error != ENOENT && error != ENOTDIR && error != EACCES) {
-        throw KSetupFailure(
-            ExitCode::noKit,
-            "cannot read " + directory + ": " +
-                std::generic_category().message(static_cast<int>(error)) + ". Nothing was changed."
-        );
-    }
+/// Half a listing, or none for want of descriptors, is not to be taken for a whole one.
+[[noreturn]] void RefuseUnread(const std::string& directory, unsigned error) {
+    throw KSetupFailure(
+        ExitCode::noKit,
+        "cannot read " + directory + ": " +
+            std::generic_category().message(static_cast<int>(error)) + ". Nothing was changed."
+    );
 }
 
 } // namespace
@@ -69,18 +68,41 @@ const KPlannedEntry& KDiskView::Look(const std::string& path) {
 }
 
 const std::vector<KDiskView::Name>& KDiskView::List(const std::string& directory) {
-    if (const auto known = listings.find(directory); known != listings.end()) {
-        return known->second;
+    const Listing& listing = Find(directory);
+    if (listing.whyUnread != 0 && (listing.whyUnread != EACCES || KSYS::IsRoot())) {
+        RefuseUnread(directory, listing.whyUnread);
     }
+    return listing.names;
+}
+
+const std::vector<KDiskView::Name>& KDiskView::ListSources(const std::string& directory) {
+    const Listing& listing = Find(directory);
+    if (listing.whyUnread != 0) {
+        RefuseUnread(directory, listing.whyUnread);
+    }
+    return listing.names;
+}
+
+const KDiskView::Listing& KDiskView::Find(const std::string& directory) {
+    const auto known = listings.find(directory);
+    return known != listings.end() ? known->second
+                                   : listings.emplace(directory, Read(directory)).first->second;
+}
+
+/// What is missing or no directory holds nothing.
+KDiskView::Listing KDiskView::Read(const std::string& directory) {
     std::vector<std::string> found;
     KSYS::KDescriptor open;
+    Listing listing;
     // With "/." also a directory that a link leads to.
     unsigned failed = KSYS::OpenDirectoryEntry(directory + "/.", open);
     if (failed == 0) {
         failed = KSYS::ListEntries({open.Get(), "."}, found);
     }
-    RequireWhole(directory, failed);
-    std::vector<Name> names;
+    if (failed != 0) {
+        listing.whyUnread = failed == ENOENT || failed == ENOTDIR ? 0 : failed;
+        return listing;
+    }
     for (std::string& name : found) {
         // By the open directory that costs a fraction, and who lists files looks at them too.
         std::string path = directory == "/" ? "/" : directory + "/";
@@ -88,12 +110,12 @@ const std::vector<KDiskView::Name>& KDiskView::List(const std::string& directory
         if (isNew) {
             entry->second = LookAtDisk({open, name});
         }
-        names.push_back({std::move(name), entry->second.kind == KEntryKind::Directory});
+        listing.names.push_back({std::move(name), entry->second.kind == KEntryKind::Directory});
     }
-    std::sort(names.begin(), names.end(), [](const Name& left, const Name& right) {
+    std::sort(listing.names.begin(), listing.names.end(), [](const Name& left, const Name& right) {
         return left.name < right.name;
     });
-    return listings.emplace(directory, std::move(names)).first->second;
+    return listing;
 }
 
 } // namespace KSETUP

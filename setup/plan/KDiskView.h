@@ -6,6 +6,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include <sys/files/FileStatus.h>
+
 namespace KSETUP {
 
 enum class KEntryKind : std::uint8_t { Nothing, File, Directory, Link, Other };
@@ -20,6 +22,8 @@ struct KPlannedEntry {
     /// Of a file that a plan made: where its bytes lie now; empty for one that begins empty.
     std::string content;
     bool isOurUnit = false; ///< a unit file that a plan made of a service rule
+    /// Of what is on the disk: what a plan made has none.
+    KSYS::ProtectingAttribute attribute = KSYS::ProtectingAttribute::None;
 };
 
 /// What is on the disk, as it was when it was first asked for: the looks at a kit before a run go
@@ -37,15 +41,26 @@ class KDiskView {
 
     /// Nothing is what cannot be looked at, too. Valid as long as this.
     const KPlannedEntry& Look(const std::string& path);
-    /// What is in a directory, sorted by byte; nothing where it is missing or cannot be read.
-    /// Valid as long as this.
+    /// What is in a directory, sorted by byte; nothing where it is missing, and for who may not look
+    /// into it. Valid as long as this.
+    ///
+    /// Throws   KSetupFailure when it cannot be read to its end, by root not at all
+    const std::vector<Name>& List(const std::string& directory);
+    /// The same of a directory that is copied from: who may not look into it cannot say what is.
     ///
     /// Throws   KSetupFailure when it cannot be read to its end
-    const std::vector<Name>& List(const std::string& directory);
+    const std::vector<Name>& ListSources(const std::string& directory);
 
   private:
+    struct Listing {
+        std::vector<Name> names;
+        unsigned whyUnread = 0; ///< errno
+    };
+    Listing Read(const std::string& directory);
+    const Listing& Find(const std::string& directory);
+
     std::unordered_map<std::string, KPlannedEntry> entries;
-    std::unordered_map<std::string, std::vector<Name>> listings;
+    std::unordered_map<std::string, Listing> listings;
 };
 
 } // namespace KSETUP

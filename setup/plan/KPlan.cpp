@@ -36,7 +36,20 @@ KPlan::KPlan(
         std::vector<KPlannedAction> actions = planner.Plan(rule);
         rules.push_back({std::move(rule), std::move(actions)});
     }
-    PlanCleanup(section == KINS::Names::installSection, tree, policy);
+    protectedPaths = planner.TakeProtected();
+    changedUnits = planner.TakeChangedUnits();
+    const bool installs = section == KINS::Names::installSection;
+    PlanCleanup(installs, tree, policy);
+    if (installs) {
+        const std::string record = expand("$pathTargetConfig$$iniFile$").c_str();
+        NoteChange(record, tree.FindTarget(record)); // also one that stays as it was edited
+    }
+}
+
+void KPlan::NoteChange(const std::string& path, const KPlannedEntry& former) {
+    if (former.attribute != KSYS::ProtectingAttribute::None) {
+        protectedPaths.push_back({path, former.attribute});
+    }
 }
 
 /// With the directories above: they are no rubbish as long as something is in them.
@@ -79,7 +92,8 @@ void KPlan::PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& 
     }
     for (auto at = entries.rbegin(); at != entries.rend(); ++at) { // what is in a directory first
         const auto& [path, entry] = *at;
-        const KEntryKind now = tree.Find(path).kind;
+        const KPlannedEntry found = tree.Find(path);
+        const KEntryKind now = found.kind;
         if (now == KEntryKind::Nothing || tree.GetChanges().contains(path) ||
             Wants(policy.GetOwnership().RealPath(path))) {
             continue;
@@ -87,12 +101,14 @@ void KPlan::PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& 
         if (entry.kind == KManifestEntry::Kind::Directory) {
             if (now == KEntryKind::Directory && tree.IsEmpty(path)) {
                 cleanup.push_back(ActionOf(Kind::DeleteDirectory, path));
+                NoteChange(path, found);
                 tree.Remove(path);
             }
         } else if (policy.IsEdited(path)) {
             cleanup.push_back(ActionOf(Kind::KeepFile, path, "it was edited"));
         } else if (policy.IsRubbish(path, entry, installs)) {
             cleanup.push_back(ActionOf(Kind::DeleteFile, path));
+            NoteChange(path, found);
             tree.Remove(path);
         }
     }

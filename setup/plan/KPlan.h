@@ -127,15 +127,29 @@ class KPlan {
     /// A run writes to some directories whatever its rules do: `alsoWritten`.
     std::vector<Space> ReadSpace(const std::vector<std::string>& alsoWritten = {}) const;
 
+    /// What cannot be changed, because of an attribute that the disk says of it.
+    struct Protected {
+        std::string path;
+        KSYS::ProtectingAttribute attribute = KSYS::ProtectingAttribute::None;
+    };
+    /// What the rules, the cleanup and the record write into, replace or delete, and cannot.
+    const std::vector<Protected>& GetProtected() const noexcept { return protectedPaths; }
+
+    /// The services whose unit files are written or deleted; those that others provide are not.
+    const std::vector<std::string>& GetChangedUnits() const noexcept { return changedUnits; }
+
     /// The files that are replaced or deleted, by their normal paths, one as often as rules do it.
     std::vector<std::string> FindFilesThatGo() const;
 
   private:
     void FindWanted(const KChangePolicy& policy);
     void PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& policy);
+    void NoteChange(const std::string& path, const KPlannedEntry& former);
 
     std::vector<KPlannedRule> rules;
     std::vector<KPlannedAction> cleanup;
+    std::vector<Protected> protectedPaths;
+    std::vector<std::string> changedUnits;
     std::unordered_set<std::string> wanted;
     std::vector<KScriptCycle> cycles;
 };

@@ -75,6 +75,17 @@ KPlannedEntry KPlannedTree::FindTarget(const std::string& path) const {
 
 std::vector<std::string>
 KPlannedTree::List(const std::string& directory, const std::string& pattern) const {
+    return ListBy(&KDiskView::List, directory, pattern);
+}
+
+std::vector<std::string>
+KPlannedTree::ListSources(const std::string& directory, const std::string& pattern) const {
+    return ListBy(&KDiskView::ListSources, directory, pattern);
+}
+
+std::vector<std::string> KPlannedTree::ListBy(
+    Lister lister, const std::string& directory, const std::string& pattern
+) const {
     std::set<std::string> names; // sorted by byte, as the engine sorts
     const KPlannedPlace place = Resolve(directory, Last::Follow, Links::Any);
     if (place.problem == KPathProblem::Link || place.problem == KPathProblem::TooLong) {
@@ -82,7 +93,7 @@ KPlannedTree::List(const std::string& directory, const std::string& pattern) con
     }
     const std::string& normal = place.path;
     if (Counts(normal)) {
-        for (const KDiskView::Name& one : disk->List(normal)) {
+        for (const KDiskView::Name& one : (disk.get()->*lister)(normal)) {
             if (!one.isDirectory && KSUP::KFileEnum::Matches(one.name.c_str(), pattern.c_str())) {
                 names.insert(names.end(), one.name);
             }
@@ -146,6 +157,7 @@ bool KPlannedTree::IsEmpty(const std::string& directory) const {
 }
 
 void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
+    entry.attribute = KSYS::ProtectingAttribute::None;
     const KEntryKind former = At(normal).kind;
     const auto isOnTheWay = [](KEntryKind kind) {
         return kind == KEntryKind::Directory || kind == KEntryKind::Link;

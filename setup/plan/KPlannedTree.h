@@ -59,6 +59,11 @@ class KPlannedTree {
     /// The names in a directory that are no directories and match the pattern, sorted, as the
     /// engine enumerates them.
     std::vector<std::string> List(const std::string& directory, const std::string& pattern) const;
+    /// The same in a directory that is copied from.
+    ///
+    /// Throws   KSetupFailure when it cannot be read: that is not to be taken for empty
+    std::vector<std::string>
+    ListSources(const std::string& directory, const std::string& pattern) const;
     /// The directories in a directory of the disk that match the pattern, sorted.
     std::vector<std::string>
     ListDirectories(const std::string& directory, const std::string& pattern) const;
@@ -99,6 +104,9 @@ class KPlannedTree {
     using Section = std::pair<std::string, std::string>; ///< profile and section
 
     bool Counts(const std::string& path) const;
+    using Lister = const std::vector<KDiskView::Name>& (KDiskView::*)(const std::string&);
+    std::vector<std::string>
+    ListBy(Lister lister, const std::string& directory, const std::string& pattern) const;
     KPlannedEntry At(const std::string& normal) const;
     KPlannedEntry AtPlace(const KPlannedPlace& place) const;
     KPlannedPlace Walk(const std::string& path, Last last, Links links) const;

@@ -103,6 +103,12 @@ std::vector<KPlannedAction> KPlanner::Plan(const KScriptRule& rule) {
     return std::move(actions);
 }
 
+void KPlanner::NoteChange(const std::string& path, const KPlannedEntry& former) {
+    if (former.attribute != KSYS::ProtectingAttribute::None) {
+        protectedPaths.push_back({path, former.attribute});
+    }
+}
+
 std::string KPlanner::WhyNoPlace(const std::string& path, KPlannedTree::Last last) const {
     return KSETUP::WhyNoPlace(tree.Resolve(path, last, KPlannedTree::Links::Trusted), path);
 }
@@ -132,9 +138,15 @@ void KPlanner::PlanService(KRuleOperation operation, const Fields& fields) {
         return;
     }
     if (operation == KRuleOperation::Install) {
+        const std::string unit = UnitPaths(name).front();
+        const KPlannedEntry former = tree.Find(unit);
         actions.push_back(ActionOf(Kind::InstallService, name, isWhole ? fields[3] : ""));
         actions.back().obstacle = isWhole ? services.Install(name, fields[2], fields[3], fields[4])
                                           : services.Install(name, "", "", "");
+        if (WasMadeByPlan(unit)) { // else it stays as it is
+            NoteChange(unit, former);
+            changedUnits.push_back(name);
+        }
     } else if (operation == KRuleOperation::Start) {
         actions.push_back(ActionOf(Kind::StartService, name));
         actions.back().obstacle = services.Start(name);
@@ -142,8 +154,14 @@ void KPlanner::PlanService(KRuleOperation operation, const Fields& fields) {
         actions.push_back(ActionOf(Kind::StopService, name));
         actions.back().obstacle = services.Stop(name);
     } else if (operation == KRuleOperation::Remove) {
+        const std::string unit = UnitPaths(name).front();
+        const KPlannedEntry former = tree.Find(unit);
         actions.push_back(ActionOf(Kind::RemoveService, name));
         services.Remove(name);
+        if (former.kind != KEntryKind::Nothing && !tree.Exists(unit)) { // else it is not ours
+            NoteChange(unit, former);
+            changedUnits.push_back(name);
+        }
     }
 }
 

@@ -9,6 +9,7 @@
 #include <setup/script/KSetupRuleLine.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace KSETUP {
@@ -31,8 +32,14 @@ class KPlanner {
           ownRules(plannedTree, expand) {}
 
     std::vector<KPlannedAction> Plan(const KScriptRule& rule);
+    /// What the rules so far would change and cannot: see KPlan::GetProtected.
+    std::vector<KPlan::Protected> TakeProtected() { return std::move(protectedPaths); }
+    /// See KPlan::GetChangedUnits.
+    std::vector<std::string> TakeChangedUnits() { return std::move(changedUnits); }
 
   private:
+    /// Of what stands at a path before it is written into, replaced or deleted.
+    void NoteChange(const std::string& path, const KPlannedEntry& former);
     void PlanFile(KINS::KRuleOperation operation, const std::vector<std::string>& fields);
     void CopyMatches(
         const std::string& pattern,
@@ -78,6 +85,8 @@ class KPlanner {
     KPlannedServices services;
     KOwnRules ownRules;
     std::vector<KPlannedAction> actions;
+    std::vector<KPlan::Protected> protectedPaths;
+    std::vector<std::string> changedUnits;
 };
 
 /// An action of a kind, at a path.

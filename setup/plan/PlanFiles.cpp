@@ -2,10 +2,14 @@
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlanner.h>
 
+#include <cerrno>
 #include <climits>
 #include <optional>
 #include <string_view>
+#include <system_error>
 #include <utility>
+
+#include <sys/files/DirectoryEntry.h>
 
 namespace KSETUP {
 
@@ -18,6 +22,16 @@ using KINS::KRuleOperation;
 constexpr const char* keptForeign = "it is not the product's";
 constexpr const char* keptEdited = "it was edited";
 constexpr const char* keptWithNew = "it was edited; the kit's is put beside it";
+
+/// "PATH is missing", or why that is not known.
+std::string WhyNothing(const std::string& path) {
+    struct stat status {};
+    const unsigned failed = KSYS::ReadStatus(path, KSYS::LastLink::Follow, status);
+    return failed == 0 || failed == ENOENT || failed == ENOTDIR
+               ? path + " is missing"
+               : path + " cannot be looked at: " +
+                     std::generic_category().message(static_cast<int>(failed));
+}
 
 bool NamesDirectory(const std::string& path) {
     return path.ends_with('/');
@@ -59,7 +73,7 @@ void KPlanner::CopyMatches(
         actions.push_back(std::move(action));
         return;
     }
-    for (const std::string& one : tree.List(directory, std::string(NameOfPath(pattern)))) {
+    for (const std::string& one : tree.ListSources(directory, std::string(NameOfPath(pattern)))) {
         Copy(directory + one, JoinPath(target, one), treatment);
     }
 }
@@ -74,7 +88,9 @@ bool KPlanner::MakeWay(const std::string& path) {
         return false;
     }
     for (const std::string& one : *all) {
-        const bool isDirectory = tree.Find(one).kind == KEntryKind::Directory;
+        const KPlannedEntry former = tree.Find(one);
+        const bool isDirectory = former.kind == KEntryKind::Directory;
+        NoteChange(one, former);
         actions.push_back(ActionOf(isDirectory ? Kind::DeleteDirectory : Kind::DeleteFile, one));
         tree.Remove(one);
     }
@@ -96,6 +112,7 @@ bool KPlanner::Keeps(const KPlannedAction& copy) {
         KPlannedAction beside = copy;
         beside.path = KChangePolicy::OfferedPath(copy.path);
         beside.replaces = tree.Exists(beside.path);
+        NoteChange(beside.path, tree.Find(beside.path));
         beside.conflict = policy.WhyNotReplace(beside.path, copy.source);
         tree.PutCopy(beside.path, tree.FindTarget(copy.source), copy.source);
         actions.push_back(std::move(beside));
@@ -117,7 +134,8 @@ void KPlanner::Copy(
     const bool isOurs = WasMadeByPlan(target);
     const auto last = isOurs ? KPlannedTree::Last::Follow : KPlannedTree::Last::Keep;
     const KPlannedPlace place = tree.Resolve(target, last, KPlannedTree::Links::Trusted);
-    KEntryKind former = tree.Find(place.path).kind;
+    const KPlannedEntry standing = tree.Find(place.path);
+    KEntryKind former = standing.kind;
     action.replacesLink = former == KEntryKind::Link;
     if (!action.lacks && !isOurs && former != KEntryKind::Nothing &&
         former != KEntryKind::Directory) {
@@ -132,8 +150,8 @@ void KPlanner::Copy(
     }
     action.replaces = former != KEntryKind::Nothing;
     if (action.lacks) {
-        action.obstacle = found.kind == KEntryKind::Nothing ? source + " is missing"
-                                                            : source + " is no regular file";
+        action.obstacle =
+            found.kind == KEntryKind::Nothing ? WhyNothing(source) : source + " is no regular file";
     } else if (former == KEntryKind::Directory || NamesDirectory(target)) {
         action.obstacle = target + " is a directory";
     } else if (former == KEntryKind::Other) {
@@ -144,6 +162,9 @@ void KPlanner::Copy(
     action.lacksDirectory = place.problem == KPathProblem::Missing;
     // Also where its directory is missing: that is told once, not for all that follows.
     if (!action.lacks && former != KEntryKind::Directory) {
+        if (former != KEntryKind::Nothing) {
+            NoteChange(target, standing);
+        }
         tree.PutCopy(place.path, found, source);
     }
     actions.push_back(std::move(action));
@@ -174,6 +195,7 @@ void KPlanner::Delete(const std::string& path, KChangePolicy::Named named) {
         action.conflict = policy.WhyNotDelete(path);
     }
     if (!action.lacks) {
+        NoteChange(path, found);
         tree.Remove(place.path);
     }
     actions.push_back(std::move(action));
@@ -239,9 +261,11 @@ void KPlanner::DeleteEmptyDirectory(const std::string& path) {
     KPlannedAction action = ActionOf(Kind::DeleteDirectory, path);
     const KPlannedPlace place =
         tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
-    action.lacks = place.problem != KPathProblem::None ||
-                   tree.Find(path).kind != KEntryKind::Directory || !tree.IsEmpty(path);
+    const KPlannedEntry found = tree.Find(path);
+    action.lacks = place.problem != KPathProblem::None || found.kind != KEntryKind::Directory ||
+                   !tree.IsEmpty(path);
     if (!action.lacks) {
+        NoteChange(path, found);
         tree.Remove(path);
     }
     actions.push_back(std::move(action));

@@ -127,8 +127,10 @@ void KPlanner::PlanOwn(const KSetupRuleLine& line) {
         return CreateUser(line);
     case KSetupOperation::RunCommand:
         services.NoteCommand();
-        [[fallthrough]];
+        actions.push_back(ownRules.Plan(line));
+        break;
     case KSetupOperation::SetMode:
+        NoteChange(line.Get(KSetupField::Path), tree.Find(line.Get(KSetupField::Path)));
         actions.push_back(ownRules.Plan(line));
         break;
     case KSetupOperation::None:
@@ -165,6 +167,7 @@ void KPlanner::DeleteOwn(const std::string& path) {
 
 void KPlanner::CreateUser(const KSetupRuleLine& line) {
     const bool isFirst = !WasMadeByPlan(ownRules.GetUsersFile());
+    NoteChange(ownRules.GetUsersFile(), tree.Find(ownRules.GetUsersFile()));
     actions.push_back(ownRules.Plan(line));
     if (isFirst && actions.back().replaces) {
         actions.back().conflict = policy.WhyNotReplace(ownRules.GetUsersFile());

@@ -52,7 +52,9 @@ void KPlanner::Create(const std::string& profile) {
     action.replaces = tree.Exists(profile);
     const KPlannedPlace place =
         tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
-    const KEntryKind former = tree.Find(place.path).kind;
+    const KPlannedEntry standing = tree.Find(place.path);
+    const KEntryKind former = standing.kind;
+    NoteChange(profile, standing);
     action.obstacle = former == KEntryKind::Directory ? profile + " is a directory"
                       : former == KEntryKind::Other   ? profile + " is no regular file"
                                                       : KSETUP::WhyNoPlace(place, profile);
@@ -62,7 +64,7 @@ void KPlanner::Create(const std::string& profile) {
     action.lacksDirectory = place.problem == KPathProblem::Missing;
     KPlannedEntry entry;
     entry.kind = KEntryKind::File;
-    entry.mode = former == KEntryKind::File ? tree.Find(place.path).mode : 0644;
+    entry.mode = former == KEntryKind::File ? standing.mode : 0644;
     tree.Put(place.path, std::move(entry));
     actions.push_back(std::move(action));
 }
@@ -76,7 +78,9 @@ void KPlanner::Put(const std::string& profile, const KPlannedTree::Option& optio
     );
     const KPlannedPlace place =
         tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
-    const KEntryKind former = tree.Find(place.path).kind;
+    const KPlannedEntry standing = tree.Find(place.path);
+    const KEntryKind former = standing.kind;
+    NoteChange(profile, standing);
     action.replaces = former != KEntryKind::Nothing;
     action.obstacle = former == KEntryKind::Directory ? profile + " is a directory"
                       : former == KEntryKind::Other   ? profile + " is no regular file"
@@ -124,6 +128,7 @@ void KPlanner::RemoveListed(
             );
             action.obstacle = WhyNoPlace(profile, KPlannedTree::Last::Follow);
             actions.push_back(std::move(action));
+            NoteChange(profile, tree.Find(place.path));
             tree.RemoveOption(profile, option);
         }
     }

@@ -4,12 +4,14 @@
 #include <setup/files/PathText.h>
 #include <setup/plan/RunRefusals.h>
 #include <setup/plan/SystemPlaces.h>
+#include <setup/plan/UnitFiles.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <system_error>
-#include <unordered_set>
+#include <unordered_map>
 
 #include <sys/files/FileStatus.h>
 
@@ -20,31 +22,62 @@ namespace {
 constexpr std::size_t conflictsShown = 5;
 constexpr std::size_t contentShown = 5;
 
+/// Whether an entry goes or is replaced, rather than only comes. Profiles are written beside and
+/// renamed, new ones too.
+bool TakesAway(const KPlannedAction& action) noexcept {
+    using Kind = KPlannedAction::Kind;
+    return action.replaces || action.kind == Kind::DeleteFile ||
+           action.kind == Kind::DeleteDirectory || action.kind == Kind::CreateProfile ||
+           action.kind == Kind::PutOption || action.kind == Kind::RemoveOption;
+}
+
 /// The directories in which entries come or go, each once, as far up as they are there.
-std::set<std::string> ChangedDirectories(const KPlan& plan) {
-    std::set<std::string> existing;
-    std::unordered_set<std::string> seen;
-    std::string last;
-    for (const KPlannedRule& rule : plan.GetRules()) {
-        for (const KPlannedAction& action : rule.actions) {
-            std::string parent =
-                action.IsOfEntry() && !action.lacks ? ParentPath(NormalPath(action.path)) : last;
-            if (parent == last) { // one rule copies many files to one directory
-                continue;
+class ChangedDirectories {
+  public:
+    explicit ChangedDirectories(const KPlan& plan) {
+        plan.ForEachAction([this](const KPlannedAction& action) {
+            if (action.IsOfEntry() && !action.lacks) {
+                Add(ParentPath(NormalPath(action.path)), TakesAway(action));
             }
-            last = parent;
-            std::error_code unknown; // as good as missing
-            while (!parent.empty() && seen.insert(parent).second) {
-                if (parent == "/" || std::filesystem::exists(parent, unknown)) {
-                    existing.insert(parent);
-                    break;
-                }
-                parent = ParentPath(parent);
+        });
+        for (const std::string& service : plan.GetChangedUnits()) {
+            for (const std::string& path : UnitPaths(service)) {
+                Add(ParentPath(path), true);
             }
         }
     }
-    return existing;
-}
+
+    /// And whether anything goes there.
+    const std::map<std::string, bool>& Get() const noexcept { return existing; }
+
+  private:
+    void Add(const std::string& parent, bool takesAway) {
+        if (parent == last && (lastTakesAway || !takesAway)) { // one rule copies many files to one
+            return;
+        }
+        last = parent;
+        lastTakesAway = takesAway;
+        std::string at = parent;
+        std::error_code unknown; // as good as missing
+        while (!at.empty()) {
+            const auto [known, isNew] = seen.try_emplace(at, takesAway);
+            if (!isNew && (known->second || !takesAway)) {
+                return;
+            }
+            known->second = takesAway;
+            if (at == "/" || std::filesystem::exists(at, unknown)) {
+                existing[at] = existing[at] || takesAway;
+                return;
+            }
+            at = ParentPath(at);
+        }
+    }
+
+    std::map<std::string, bool> existing;
+    std::unordered_map<std::string, bool> seen;
+    std::string last;
+    bool lastTakesAway = false;
+};
 
 /// The directories that rules delete with all that is in them, or much of it.
 std::set<std::string> EmptiedDirectories(const KPlan& plan) {
@@ -62,18 +95,22 @@ std::set<std::string> EmptiedDirectories(const KPlan& plan) {
     return directories;
 }
 
-/// Why nothing can be made in a directory that is there; empty when something can.
-std::string WhyNotADirectoryToChange(const std::string& directory) {
+/// Why nothing can be made, or taken away, in a directory that is there; empty when it can.
+std::string WhyNotADirectoryToChange(const std::string& directory, bool takesAway) {
+    using KSYS::ProtectingAttribute;
     KSYS::FileSystemStatus system;
-    struct stat status {};
-    if (KSYS::ReadStatus(directory, KSYS::LastLink::Follow, status) != 0) {
+    KSYS::EntryStatus status;
+    if (KSYS::ReadEntryStatus(directory, KSYS::LastLink::Follow, status) != 0) {
         return {}; // the run's own first step there will tell
     }
-    if (!S_ISDIR(status.st_mode)) {
+    if (!S_ISDIR(status.mode)) {
         return "it is no directory. Take it away, or choose another product path";
     }
-    if (KSYS::IsImmutable(directory, KSYS::LastLink::Follow)) {
-        return "it is immutable; chattr -i allows changes";
+    if (status.attribute == ProtectingAttribute::Immutable) {
+        return "it is immutable; chattr -i " + directory + " allows changes";
+    }
+    if (status.attribute == ProtectingAttribute::AppendOnly && takesAway) {
+        return "it is append-only; chattr -a " + directory + " allows changes";
     }
     if (KSYS::ReadFileSystem(directory.c_str(), system) == 0 && system.isReadOnly) {
         return "its file system is mounted read-only; mount -o remount,rw allows changes";
@@ -84,15 +121,18 @@ std::string WhyNotADirectoryToChange(const std::string& directory) {
 } // namespace
 
 std::string WhyNotWritable(const KPlan& plan) {
-    for (const std::string& directory : ChangedDirectories(plan)) {
-        if (const std::string why = WhyNotADirectoryToChange(directory); !why.empty()) {
+    const ChangedDirectories changed(plan);
+    for (const auto& [directory, takesAway] : changed.Get()) {
+        if (const std::string why = WhyNotADirectoryToChange(directory, takesAway); !why.empty()) {
             return directory + " cannot be written to: " + why;
         }
     }
-    for (const std::string& path : plan.FindFilesThatGo()) {
-        if (KSYS::IsImmutable(path, KSYS::LastLink::Keep)) {
-            return path + " cannot be replaced or deleted: it is immutable; chattr -i allows it";
-        }
+    if (!plan.GetProtected().empty()) {
+        const KPlan::Protected& first = plan.GetProtected().front();
+        const bool isImmutable = first.attribute == KSYS::ProtectingAttribute::Immutable;
+        return first.path + " cannot be changed or deleted: it is " +
+               (isImmutable ? "immutable; chattr -i " : "append-only; chattr -a ") + first.path +
+               " allows it";
     }
     return {};
 }

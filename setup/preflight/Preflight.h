@@ -20,7 +20,7 @@ void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten
 
 /// Throws   KSetupFailure with ExitCode::cannotWrite when something is to be made or deleted on a file
 ///          system that is mounted read-only, in a directory that is immutable, or below what is no
-///          directory
+///          directory; or what is to be changed or deleted is immutable or append-only
 void RequireWritable(const KPlan& plan);
 
 /// Throws   KSetupFailure with ExitCode::noService when the plan needs a service manager and none

@@ -36,11 +36,33 @@ unsigned ReadClosedToOthers(int directory, bool& isClosed) noexcept {
     return failed;
 }
 
-bool IsImmutable(const Entry& entry, LastLink last) noexcept {
-    struct statx status {};
+unsigned ReadEntryStatus(const Entry& entry, LastLink last, EntryStatus& status) noexcept {
+    struct statx found {};
     const int flags = last == LastLink::Follow ? 0 : AT_SYMLINK_NOFOLLOW;
-    return ::statx(entry.GetDirectory(), entry.GetName(), flags, STATX_TYPE, &status) == 0 &&
-           (status.stx_attributes & STATX_ATTR_IMMUTABLE) != 0;
+    constexpr unsigned wanted = STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_UID;
+    if (::statx(entry.GetDirectory(), entry.GetName(), flags, wanted, &found) == 0) {
+        status.mode = found.stx_mode;
+        status.bytes = found.stx_size;
+        status.owner = found.stx_uid;
+        status.attribute =
+            (found.stx_attributes & STATX_ATTR_IMMUTABLE) != 0 ? ProtectingAttribute::Immutable
+            : (found.stx_attributes & STATX_ATTR_APPEND) != 0  ? ProtectingAttribute::AppendOnly
+                                                               : ProtectingAttribute::None;
+        return 0;
+    }
+    if (errno != ENOSYS && errno != EPERM) {
+        return static_cast<unsigned>(errno);
+    }
+    struct stat plain {}; // a filter of system calls that is older than the call
+    if (const unsigned failed = ReadStatus(entry, last, plain); failed != 0) {
+        return failed;
+    }
+    status = {
+        plain.st_mode,
+        static_cast<std::uint64_t>(plain.st_size),
+        plain.st_uid,
+        ProtectingAttribute::None};
+    return 0;
 }
 
 std::uint64_t ReadBirthTime(const Entry& entry) noexcept {

@@ -24,9 +24,22 @@ bool IsOwnAlone(const struct stat& status) noexcept;
 /// Returns  0 or errno; `isClosed` is false then
 [[nodiscard]] unsigned ReadClosedToOthers(int directory, bool& isClosed) noexcept;
 
-/// Whether the attribute is set that lets nobody change, replace or delete it (chattr(1)); also
-/// false where that cannot be told.
-bool IsImmutable(const Entry& entry, LastLink last) noexcept;
+/// An attribute that chattr(1) sets, by which not even root may change what has it.
+enum class ProtectingAttribute : std::uint8_t {
+    None,      ///< also where that cannot be told
+    Immutable, ///< nothing: an entry of a directory neither comes nor goes
+    AppendOnly ///< a file grows, and entries come to a directory; nothing goes or is replaced
+};
+
+/// What stands at a path, and how it is protected, by one system call.
+struct EntryStatus {
+    unsigned mode = 0; ///< as st_mode
+    std::uint64_t bytes = 0;
+    uid_t owner = 0;
+    ProtectingAttribute attribute = ProtectingAttribute::None;
+};
+[[nodiscard]] unsigned
+ReadEntryStatus(const Entry& entry, LastLink last, EntryStatus& status) noexcept;
 
 /// When what stands there was made, in nanoseconds since 1970, as statx(2) knows it; a link is not
 /// followed. 0 where that cannot be told.

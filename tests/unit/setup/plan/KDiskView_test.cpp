@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/ExitCode.h>
@@ -9,10 +10,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -113,6 +116,39 @@ TEST_F(KDiskViewTest, AListingThatCannotBeBegunIsToldNotEmpty) {
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &former), 0);
     EXPECT_EQ(exitCode, KSETUP::ExitCode::noKit);
     EXPECT_THAT(words, HasSubstr("cannot read /: Too many open files. Nothing was changed."));
+}
+
+/// The words of a refusal, empty without one, where the directory cannot be opened.
+template <class List>
+std::string WordsWhereDenied(const List& list) {
+    failcall_arm("openat", 1, EACCES, 0);
+    std::string words;
+    try {
+        list();
+    } catch (const KSETUP::KSetupFailure& failure) {
+        words = failure.what();
+    }
+    failcall_disarm();
+    return words;
+}
+
+TEST_F(KDiskViewTest, WhatRootCannotReadIsNotEmpty) {
+    disk.Write("d/a", "");
+    EXPECT_THAT(
+        WordsWhereDenied([&] { view.List(At("d")); }),
+        HasSubstr("cannot read " + At("d") + ": Permission denied. Nothing was changed.")
+    );
+}
+
+TEST_F(KDiskViewTest, WhoMayNotLookFindsNothingSaveWhereItIsCopiedFrom) {
+    disk.Write("d/a", "");
+    ASSERT_EQ(::seteuid(65534), 0);
+    const std::string listed =
+        WordsWhereDenied([&] { EXPECT_THAT(view.List(At("d")), IsEmpty()); });
+    const std::string copied = WordsWhereDenied([&] { view.ListSources(At("d")); });
+    ASSERT_EQ(::seteuid(0), 0);
+    EXPECT_EQ(listed, "");
+    EXPECT_THAT(copied, HasSubstr("Permission denied"));
 }
 
 } // namespace
