@@ -11,7 +11,14 @@
 #include <sup++/KUtil.h>
 #include <sup++/SvcFile.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <optional>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <sys/files/DirectoryEntry.h>
 
 namespace KSETUP {
 
@@ -39,6 +46,47 @@ void RequireMayReplace(
 
 KString Join(const KString& directory, const KString& name) {
     return KSUP::KUtil::AppendPathSep(directory, "/") + name;
+}
+
+/// Why a directory cannot be read; 0 when it can.
+unsigned WhyUnread(const std::string& directory) {
+    KSYS::KDescriptor opened;
+    std::vector<std::string> names;
+    // With "/." also one that a link leads to.
+    const unsigned failed = KSYS::OpenDirectoryEntry(directory + "/.", opened);
+    return failed != 0 ? failed : KSYS::ListEntries({opened.Get(), "."}, names);
+}
+
+/// Refuses that planned files were not met. What a command took away was its affair.
+void RequireNone(
+    std::vector<std::string_view> missing, const std::string& directory, bool isBehindCommand
+) {
+    std::erase_if(missing, [&](std::string_view name) {
+        unsigned whyMissing = 0;
+        return isBehindCommand &&
+               !LookAtEntry(JoinPath(directory, std::string(name)), &whyMissing) &&
+               whyMissing == ENOENT;
+    });
+    if (missing.empty()) {
+        return;
+    }
+    constexpr std::size_t namesShown = 5;
+    std::string names;
+    for (std::size_t at = 0; at < std::min(missing.size(), namesShown); ++at) {
+        names += (at == 0 ? "" : ", ") + std::string(missing[at]);
+    }
+    if (missing.size() > namesShown) {
+        names += " and " + std::to_string(missing.size() - namesShown) + " more";
+    }
+    const unsigned failed = WhyUnread(directory);
+    const KString reason = std::generic_category().message(static_cast<int>(failed)).c_str();
+    errorSource.RaiseAs(
+        {KSUP::KErrorKind::System, KSUP::KOperation::Read, directory.c_str(), reason},
+        KSUP::TraceLevel::rule,
+        failed != 0 ? failed : ENOENT,
+        directory.c_str() + KString(failed != 0 ? ": " + reason : KString()) +
+            ". What was to be copied from there was not found: " + names.c_str()
+    );
 }
 
 } // namespace
@@ -124,14 +172,35 @@ void KOwnedFileRule::Execute() {
     }
 }
 
+/// The engine takes a directory that cannot be read for one without matches. What the plan found
+/// there has to be found again, or half a product would count as installed.
 void KOwnedFileRule::CopyMatches() {
     const KString pattern = Join(sourceDirectory, fileName);
+    std::optional<KRunChanges::Matches> planned;
+    if (!changes.planned.empty()) {
+        planned = std::move(changes.planned.front());
+        changes.planned.pop_front();
+    }
     KSUP::KFileEnum files(pattern, false, false);
     KSUP::KDirectory from(KSUP::KUtil::RemoveFileFromPath(pattern, "/"), Purpose::Read);
     KSUP::KDirectory to(targetDirectory, Purpose::Write);
+    std::vector<std::string_view> missing;
+    const std::vector<std::string_view> none;
+    const std::vector<std::string_view>& names = planned ? planned->names : none;
+    auto next = names.begin(); // as what is met, they are sorted
     while (files.Enum()) {
         const KString source = files.GetPath();
-        Copy(source, &from, to.GetPath() + KSUP::KUtil::GetFileFromPath(source, "/"), &to);
+        const KString name = KSUP::KUtil::GetFileFromPath(source, "/");
+        Copy(source, &from, to.GetPath() + name, &to);
+        for (; next != names.end() && *next <= name.c_str(); ++next) {
+            if (*next != name.c_str()) {
+                missing.push_back(*next);
+            }
+        }
+    }
+    if (planned && planned->pattern == NormalPath(pattern.c_str()) && !manager->IsCancelled()) {
+        missing.insert(missing.end(), next, names.end());
+        RequireNone(missing, ParentPath(planned->pattern), planned->isBehindCommand);
     }
 }
 

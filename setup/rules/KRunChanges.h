@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -45,3 +47,13 @@ struct KRunChanges {
 };
 
 } // namespace KSETUP
+    /// The names that the plan found for the copy of a pattern, sorted, and whether a command runs
+    /// before it, which may take some away.
+    ///
+    /// Lifetime the names are the plan's
+    struct Matches {
+        std::string pattern; ///< in its normal form, with its directory
+        std::vector<std::string_view> names;
+        bool isBehindCommand = false;
+    };
+    std::deque<Matches> planned; ///< of the copies of patterns that did not run yet, in their order

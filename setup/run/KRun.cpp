@@ -131,6 +131,7 @@ KRun::KRun(KCheckedRun&& checkedRun)
         RequireSealed(event);
         watch->Take(event);
     });
+    changes.planned = PlannedMatches(GetPlanned().GetPlan());
     changes.formerOwners = FindOwners(GetPlanned().GetPolicy());
     changes.copied = [this](const std::string& source, const std::string& target) {
         checked.GetCopies().Add(source, target);

@@ -2,10 +2,12 @@
 #include <setup/files/PathText.h>
 #include <setup/plan/UnitFiles.h>
 #include <setup/run/PlannedPaths.h>
+#include <setup/script/KSetupRuleLine.h>
 #include <setup/state/KManifest.h>
 
 #include <filesystem>
 #include <set>
+#include <string_view>
 #include <system_error>
 #include <unordered_set>
 #include <utility>
@@ -22,6 +24,20 @@ bool IsOwn(
 ) {
     return IsAtOrBelow(directory, NormalPath(productPath)) ||
            IsAtOrBelow(directory, "/etc/" + serviceName);
+}
+
+/// The pattern, with its directory, that a rule copies; empty for any other rule.
+std::string CopiedPattern(const KScriptRule& rule) {
+    if (rule.own != nullptr) {
+        const KSetupOperation operation = rule.own->GetOperation();
+        const bool copies = operation == KSetupOperation::CopyConfig ||
+                            operation == KSetupOperation::ReplaceFile ||
+                            operation == KSetupOperation::CopyEntry;
+        return copies && rule.own->IsPattern() ? rule.own->GetSource() : "";
+    }
+    return rule.Is(KINS::KRuleType::File, KINS::KRuleOperation::Copy) && IsPattern(rule.fields[1])
+               ? JoinPath(rule.fields[2], rule.fields[1])
+               : "";
 }
 
 /// Whether a link stands on the way to a target, on the disk or among those that rules lay.
@@ -88,6 +104,30 @@ std::vector<std::string> ChangedPaths(const KPlan& plan) {
         }
     });
     return paths;
+}
+
+std::deque<KRunChanges::Matches> PlannedMatches(const KPlan& plan) {
+    std::deque<KRunChanges::Matches> all;
+    bool isBehindCommand = false;
+    for (const KPlannedRule& planned : plan.GetRules()) {
+        const std::string pattern = CopiedPattern(planned.rule);
+        if (!pattern.empty()) {
+            all.push_back({NormalPath(pattern), {}, isBehindCommand});
+        }
+        for (const KPlannedAction& action : planned.actions) {
+            isBehindCommand = isBehindCommand || action.kind == Kind::StartCommand ||
+                              action.kind == Kind::RunCommand;
+            const std::string_view name = NameOfPath(action.path);
+            // What is offered beside an edited file has another name.
+            const bool isMatch =
+                action.kind == Kind::KeepFile ||
+                (action.kind == Kind::CopyFile && name == NameOfPath(action.source));
+            if (!pattern.empty() && isMatch && !action.lacks) {
+                all.back().names.push_back(name);
+            }
+        }
+    }
+    return all;
 }
 
 std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirectory) {

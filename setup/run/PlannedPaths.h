@@ -3,7 +3,9 @@
 
 #include <setup/files/KCopyDigests.h>
 #include <setup/plan/KPlan.h>
+#include <setup/rules/KRunChanges.h>
 
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -21,6 +23,11 @@ std::vector<std::string> OwnDirectories(
 
 /// All that a plan may change: what it makes, overwrites or deletes, and the unit files of services.
 std::vector<std::string> ChangedPaths(const KPlan& plan);
+
+/// What the copies of patterns are to find, in the order of their rules.
+///
+/// Lifetime the names are the plan's
+std::deque<KRunChanges::Matches> PlannedMatches(const KPlan& plan);
 
 /// The copies of which it is known before the run what they leave: from the kit's own files, to
 /// targets that nothing else writes to. None where a command runs, which may write anywhere.

@@ -182,4 +182,23 @@ TEST_F(PlannedPathsTest, AServiceChangesItsUnitAndWhatEnablesIt) {
     );
 }
 
+TEST_F(PlannedPathsTest, PatternsAreToFindWhatThePlanFoundInTheOrderOfTheirRules) {
+    tree.Write("kit/c.txt", "C");
+    const KPlan plan = PlanOf(
+        {"file=copy,?,K,P",
+         "file=copy,a,K,P,x",
+         "file=copy,*.none,K,P",
+         "process=start,true",
+         "config=copy,*.txt,K,P"}
+    );
+    const auto planned = PlannedMatches(plan);
+    ASSERT_EQ(planned.size(), 3U);
+    EXPECT_EQ(planned[0].pattern, kit + "/?");
+    EXPECT_THAT(planned[0].names, ElementsAre("a", "b"));
+    EXPECT_FALSE(planned[0].isBehindCommand);
+    EXPECT_THAT(planned[1].names, IsEmpty());
+    EXPECT_THAT(planned[2].names, ElementsAre("c.txt"));
+    EXPECT_TRUE(planned[2].isBehindCommand);
+}
+
 } // namespace
