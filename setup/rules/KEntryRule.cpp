@@ -48,7 +48,7 @@ void KEntryRule::Delete(const KSUP::KString& path) {
     manager->SetCurrentRuleStatus("Deleting " + path);
     if (IsDirectory(path)) {
         // As directory=delete: what holds something is to stay.
-        static_cast<void>(SvcDeleteDirectory(0, path.c_str(), 0));
+        changes.NoteDeletion(path.c_str(), SvcDeleteDirectory(0, path.c_str(), 0));
         return;
     }
     if (!MayDelete(policy, path.c_str(), KChangePolicy::Named::ByScript, changes)) {

@@ -59,11 +59,11 @@ void KOwnedDirectoryRule::DeleteOwned() {
         }
         manager->SetCurrentTarget(KSUP::KOperation::Delete, entry);
         manager->SetCurrentRuleStatus("Deleting file " + entry);
-        static_cast<void>(SvcDeleteFile(0, entry.c_str()));
+        changes.NoteDeletion(entry.c_str(), SvcDeleteFile(0, entry.c_str()));
     }
     manager->SetCurrentTarget(KSUP::KOperation::Delete, path);
     manager->SetCurrentRuleStatus("Deleting directory " + path);
-    static_cast<void>(SvcDeleteDirectory(0, path.c_str(), 0));
+    changes.NoteDeletion(path.c_str(), SvcDeleteDirectory(0, path.c_str(), 0));
 }
 
 } // namespace KSETUP

@@ -74,8 +74,8 @@ void KOwnedProfileRule::DeleteListed() const {
             continue;
         }
         if (MayDelete(policy, file, KChangePolicy::Named::ByScript, changes)) {
-            // Ignored: a file that is gone already is no reason to keep its key.
-            static_cast<void>(KSUP::KFileUtil::DeleteFile(file.c_str()));
+            // Told when the run is over; a file that is gone already is no reason to keep its key.
+            changes.NoteDeletion(file, KSUP::KFileUtil::DeleteFile(file.c_str()));
         }
         profile.DeleteKey(section, name);
     }

@@ -17,6 +17,12 @@ namespace KSETUP {
 ///
 /// Threads  the run's while it goes on, then the main thread's
 struct KRunChanges {
+    /// Notes what came of a deletion that the rule goes on without. `failed` is 0 or errno.
+    void NoteDeletion(const std::string& path, unsigned failed);
+
+    /// What could not be deleted, by its normal path, and errno. What was gone already, and
+    /// directories that hold something, are as they should be.
+    std::map<std::string, unsigned> resisted;
     struct Kept {
         std::string path;
         std::string offered; ///< where the kit's newer one lies; empty without one
@@ -42,11 +48,6 @@ struct KRunChanges {
     /// The owners of files that may be replaced, where that is not root: the product's as they were
     /// before the run, and any that a copy replaced.
     std::map<std::string, unsigned> formerOwners;
-    /// Told of each copy, its source and its target, when it is whole. On the run's thread.
-    std::function<void(const std::string& source, const std::string& target)> copied;
-};
-
-} // namespace KSETUP
     /// The names that the plan found for the copy of a pattern, sorted, and whether a command runs
     /// before it, which may take some away.
     ///
@@ -57,3 +58,8 @@ struct KRunChanges {
         bool isBehindCommand = false;
     };
     std::deque<Matches> planned; ///< of the copies of patterns that did not run yet, in their order
+    /// Told of each copy, its source and its target, when it is whole. On the run's thread.
+    std::function<void(const std::string& source, const std::string& target)> copied;
+};
+
+} // namespace KSETUP

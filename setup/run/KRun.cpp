@@ -137,6 +137,7 @@ KRun::KRun(KCheckedRun&& checkedRun)
         checked.GetCopies().Add(source, target);
     };
     context.reporter.Start(report);
+    NoteWhatMayGo();
     Remember();
     StartRules();
 }

@@ -14,7 +14,9 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 namespace KSETUP {
 
@@ -48,11 +50,15 @@ class KRun {
     void Settle();
     void SettleInstall();
     void SettleRemoval();
+    void RefuseLinkThatStays();
+    void NoteWhatMayGo();
     KManifest MakeManifest();
     void TellLostOwners(const KManifest& manifest);
     void CleanUp();
     void FillChanges();
+    void TellWhatResisted();
     void NameRun();
+    void AddPlannedToGo(std::set<std::string>& left) const;
     std::vector<std::string> FindLeft() const;
     void Forget();
     void FillError(const KSUP::KError& error);
@@ -67,11 +73,12 @@ class KRun {
     const KRunContext& context;
     KRunReport& report;
     KCommandOutput commandOutput;
-    KRunBackup backup;              // of what the run replaces
-    std::optional<KRunState> state; // as the next
-    KRunChanges changes;            // as its rules tell them
-    KServiceOverrides services;     // of an upgrade
-    bool isSealBroken = false;      // set by the run's thread, read when it has ended
+    KRunBackup backup;                // of what the run replaces
+    std::optional<KRunState> state;   // as the next
+    std::vector<std::string> toFlush; // once all is done: where something may have been deleted
+    KRunChanges changes;              // as its rules tell them
+    KServiceOverrides services;       // of an upgrade
+    bool isSealBroken = false;        // set by the run's thread, read when it has ended
     KRuleMaker ruleMaker;
     std::map<std::string, std::string> edited; // configuration, and what it was installed as
     std::unique_ptr<KWriteJournal> journal;    // there once the run is remembered

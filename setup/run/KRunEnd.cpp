@@ -4,13 +4,12 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/files/PathText.h>
+#include <setup/run/FlushDeletions.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KRun.h>
 #include <setup/run/KeepKit.h>
 #include <setup/run/OutdatedPrograms.h>
 #include <setup/run/RunFailure.h>
-#include <setup/state/KKeptKit.h>
-#include <setup/state/KKitFingerprint.h>
 #include <setup/state/KPinnedKey.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KErrorKind.h>
@@ -110,6 +109,7 @@ void KRun::Settle() {
 /// not come to its end, and stands as interrupted.
 void KRun::SettleInstall() {
     CleanUp();
+    FlushDeletions(toFlush);
     KManifest manifest;
     try {
         // First: without the manifest the run goes on.
@@ -201,7 +201,8 @@ void KRun::CleanUp() {
         made.insert(ownership.RealPath(path));
     }
     for (const KPlannedAction& action : GetPlanned().GetPlan().GetCleanup()) {
-        if (made.contains(ownership.RealPath(action.path))) {
+        const std::string real = ownership.RealPath(action.path);
+        if (made.contains(real)) {
             continue;
         }
         unsigned failed = ENOENT;
@@ -213,8 +214,10 @@ void KRun::CleanUp() {
             changes.configuration.push_back({action.path, ""});
         }
         if (failed == 0) {
+            toFlush.push_back(real);
             report.obsolete.push_back(action.path);
         }
+        changes.NoteDeletion(action.path, failed);
     }
     if (!GetPlanned().Installs()) {
         report.obsolete.clear(); // it is the removal itself
@@ -239,95 +242,23 @@ void KRun::FillChanges() {
     if (GetPlanned().Installs()) {
         report.keptForeign = changes.foreign;
     }
+    TellWhatResisted();
 }
 
-void KRun::SettleRemoval() {
-    if (installer.IsProductInstalled()) {
-        NameRun();
-        backup.Conclude(journal->GetMade(), nullptr, [this] {
-            journal->End(); // nothing is left of it to go on with
-            state->End();
-        });
-        throw KSetupFailure(
-            ExitCode::ruleFailed,
-            report.product +
-                " still counts as installed: the script's section [remove] does not delete the "
-                "product's link in /etc. Everything else that it names is removed."
-        );
-    }
-    CleanUp();
-    report.leftBehind = FindLeft();
-    if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
-        report.notes.emplace_back(
-            "The directory is still there: it holds what the script does not delete."
-        );
-    }
-    Forget();
-}
-
-/// What is installed is what an earlier run left, but for what this one removed.
-void KRun::NameRun() {
-    const std::string& service = GetPlanned().GetProduct().GetService();
-    try {
-        if (std::optional<KManifest> manifest = GetPlanned().GetProduct().LoadManifest()) {
-            manifest->SetRun(backup.GetRun());
-            manifest->Write(service);
-        }
-    } catch (const KSetupFailure&) { // damaged, which is told by who needs it
-    }
-}
-
-/// What an earlier run installed, or began to, and this one left; where that is not known the
-/// product path, if it is there.
-std::vector<std::string> KRun::FindLeft() const {
-    std::set<std::string> left(changes.foreign.begin(), changes.foreign.end());
-    for (const std::string& path : journal->GetMade()) { // by an install that did not end
-        if (LookAtEntry(path)) {
-            left.insert(path);
+/// Which the rules pass over, as those of the engine do.
+void KRun::TellWhatResisted() {
+    std::size_t count = 0;
+    for (const auto& [path, failed] : changes.resisted) {
+        if (LookAtEntry(path) && ++count <= pathsShown) { // another rule may have been able to
+            report.notes.push_back(
+                path + " could not be deleted: " +
+                std::generic_category().message(static_cast<int>(failed)) + "."
+            );
         }
     }
-    const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
-    if (ownership.GetKnown() == KOwnership::Known::Manifest) {
-        const std::vector<std::string> remaining = ownership.GetManifest().FindRemaining();
-        left.insert(remaining.begin(), remaining.end());
-        for (const KRunChanges::Kept& kept : changes.configuration) {
-            left.erase(kept.path); // told with its own advice
-        }
-        return {left.begin(), left.end()};
+    if (count > pathsShown) {
+        report.notes.push_back(std::to_string(count - pathsShown) + " more could not be deleted.");
     }
-    if (!ownership.GetDamage().empty()) { // its advice is for those who keep the product
-        report.notes.push_back(
-            std::string(stateBaseDirectory) + "/" + GetPlanned().GetProduct().GetService() +
-            "/manifest could not be understood, so what was left is not known file by file."
-        );
-    }
-    if (left.empty() && KSUP::KFileBase::DoesFileExist(report.productPath)) {
-        left.insert(report.productPath);
-    }
-    return {left.begin(), left.end()};
-}
-
-/// The product is gone, and what was remembered of it goes too, save a backup; and save what it
-/// consisted of and is still there, so that a purge and the next install know whose it is.
-void KRun::Forget() {
-    const std::string& service = GetPlanned().GetProduct().GetService();
-    KManifest left = GetPlanned().GetProduct().GetOwnership().GetManifest().WithoutMissing();
-    if (left.HasFiles()) {
-        left.SetRun(backup.GetRun());
-        left.Write(service);
-    } else {
-        KManifest::Remove(service);
-    }
-    backup.Conclude(journal->GetMade(), nullptr, [this] {
-        journal->End();
-        state->End();
-    });
-    KInstalledKit::Remove(service);
-    if (context.arguments.purge) { // else the next install has to be by the same people
-        KPinnedKey::Remove(service);
-    }
-    KKeptKit::RemoveUnlessNeeded(service);
-    RemoveEmptyStateDirectory(service);
 }
 
 void KRun::FillError(const KSUP::KError& error) {

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/run/FlushDeletions.h>
 #include <setup/run/Leftovers.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/KKitFingerprint.h>
 #include <setup/state/KPinnedKey.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/SvcFile.h>
+
+#include <string>
+#include <vector>
 
 namespace KSETUP {
 
@@ -30,7 +34,9 @@ void SettleLeftovers(KLockedProduct& product) {
         return;
     }
     const auto& entries = manifest.GetEntries();
+    std::vector<std::string> paths; // also those that a run deleted that was killed before this one
     for (auto at = entries.rbegin(); at != entries.rend(); ++at) { // what is in a directory first
+        paths.push_back(product.GetOwnership().RealPath(at->first));
         const bool isDirectory = at->second.kind == KManifestEntry::Kind::Directory;
         static_cast<void>(
             isDirectory ? SvcDeleteDirectory(0, at->first.c_str(), 0)
@@ -40,7 +46,12 @@ void SettleLeftovers(KLockedProduct& product) {
     for (const std::string& path : manifest.FindRemaining()) {
         context.report.leftBehind.push_back(path);
     }
-    KManifest::Remove(product.GetService());
+    FlushDeletions(paths);
+    if (const KManifest left = manifest.WithoutMissing(); left.HasFiles()) {
+        left.Write(product.GetService()); // for the next purge
+    } else {
+        KManifest::Remove(product.GetService());
+    }
     KKeptKit::RemoveUnlessNeeded(product.GetService());
     RemoveEmptyStateDirectory(product.GetService());
     context.report.changed = true;

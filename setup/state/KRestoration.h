@@ -93,7 +93,10 @@ class KRestoration {
     void DeleteUnlisted(const std::string& directory);
     void FindKept();
     void Count(const std::string& path, unsigned& counter, const KSYS::Place& place);
-    void RemainToFlush(const KSYS::Place& place);
+    /// Keeps the file system of a directory, of `path` or that holds it, to be flushed.
+    void RemainToFlush(const KSYS::Entry& directory, const std::string& path);
+    void RemainToFlush(const KSYS::Place& place, const std::string& path);
+    void RemainToFlushAll();
     void Flush();
     void Failed(const char* what, const std::string& path, unsigned errorNumber);
 

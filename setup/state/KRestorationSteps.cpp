@@ -93,26 +93,52 @@ void KRestoration::Failed(const char* what, const std::string& path, unsigned er
     );
 }
 
-void KRestoration::RemainToFlush(const Place& place) {
-    const Entry directory(place.directory.Get(), ".");
+void KRestoration::RemainToFlush(const Entry& directory, const std::string& path) {
     struct stat status {};
-    if (KSYS::ReadStatus(directory, LastLink::Keep, status) == 0 &&
-        !written.contains(status.st_dev)) {
-        // The place has it open by its path only, which is not enough to flush it.
-        static_cast<void>(KSYS::OpenDirectoryEntry(directory, written[status.st_dev]));
+    KSYS::KDescriptor opened;
+    unsigned failed = KSYS::ReadStatus(directory, LastLink::Keep, status);
+    if (failed == 0 && written.contains(status.st_dev)) {
+        return;
+    }
+    if (failed == 0) { // a place has it open by its path only, which is not enough to flush it
+        failed = KSYS::OpenDirectoryEntry(directory, opened);
+    }
+    if (failed != 0) {
+        Failed("flush what was put back: cannot open the directory of", path, failed);
+        return;
+    }
+    written.emplace(status.st_dev, std::move(opened));
+}
+
+void KRestoration::RemainToFlush(const Place& place, const std::string& path) {
+    RemainToFlush(Entry(place.directory.Get(), "."), path);
+}
+
+/// What one that was killed has put back may not be on the disk either, and is left alone now.
+void KRestoration::RemainToFlushAll() {
+    for (const auto& [path, entry] : backup.index.entries) {
+        if (entry.kind != Kind::Directory || IsOwn(path)) {
+            continue;
+        }
+        Place place;
+        struct stat status {};
+        // One that is not there, or no directory, could not be put back, which was told.
+        if (KSYS::FindPlace(path.c_str(), LastLink::Keep, place) == 0 &&
+            KSYS::ReadStatus(place, LastLink::Keep, status) == 0 && S_ISDIR(status.st_mode)) {
+            RemainToFlush(Entry(place), path);
+        }
     }
 }
 
 /// What the program keeps for itself nobody asks about.
 void KRestoration::Count(const std::string& path, unsigned& counter, const Place& place) {
     counter += IsOwn(path) ? 0U : 1U;
-    RemainToFlush(place);
+    RemainToFlush(place, path);
 }
 
 void KRestoration::Flush() {
     for (const auto& [device, directory] : written) {
-        const unsigned failed = directory.IsOpen() ? KSYS::FlushFileSystem(directory.Get()) : 0;
-        if (failed != 0) {
+        if (const unsigned failed = KSYS::FlushFileSystem(directory.Get()); failed != 0) {
             Failed("flush", "what was put back", failed);
         }
     }
@@ -128,6 +154,7 @@ void KRestoration::PutBack(const std::function<bool()>& shallStop) {
     }
     PutBackAll(false, shallStop);
     FindKept();
+    RemainToFlushAll();
     Flush();
 }
 
@@ -171,7 +198,9 @@ void KRestoration::PutBackAll(bool own, const std::function<bool()>& shallStop) 
     if (const auto found = entries.find(state);
         own && found != entries.end() && found->second.kind == Kind::File) {
         Flush();
-        PutBackOne(state, found->second);
+        if (result.failures.empty()) { // else it still has to go on
+            PutBackOne(state, found->second);
+        }
     }
 }
 
@@ -185,7 +214,7 @@ bool KRestoration::KeepBeside(const std::string& path) {
         return false;
     }
     result.edited.emplace_back(path, JoinPath(ParentPath(path), name));
-    RemainToFlush(place);
+    RemainToFlush(place, path);
     return true;
 }
 

@@ -4,6 +4,7 @@
 // run, and are then started again without any option: in the end everything has to be as if nothing
 // had happened.
 #include "SetupRig.h"
+#include "TracedRun.h"
 
 #include <algorithm>
 #include <array>
@@ -31,12 +32,6 @@ using ::testing::Not;
 
 constexpr unsigned places = 100;
 
-void Check(long result, const char* what) {
-    if (result < 0) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
-
 /// Whether a call may change a file, or brings a change to the disk.
 bool Changes(const __ptrace_syscall_info& call) {
     static const std::set<unsigned long> changing = {
@@ -51,63 +46,14 @@ bool Changes(const __ptrace_syscall_info& call) {
     return makes || changing.contains(call.entry.nr);
 }
 
-/// Runs a program up to its n-th such call, which is not made any more: there it is killed, with all
-/// its threads. 0 lets it run to its end. Returns the calls that were seen.
+/// Runs a program up to its n-th such call, which is not made any more. 0 lets it run to its end.
+/// Returns the calls that were seen.
 unsigned RunUntil(const std::vector<std::string>& words, unsigned nth, int& status) {
-    const pid_t first = ::fork();
-    Check(first, "fork");
-    if (first == 0) {
-        const int nowhere = ::open("/dev/null", O_RDWR); // NOLINT: inherited
-        for (const int descriptor : {0, 1, 2}) {
-            ::dup2(nowhere, descriptor);
-        }
-        std::vector<char*> arguments;
-        for (const std::string& word : words) {
-            arguments.push_back(const_cast<char*>(word.c_str())); // NOLINT: as execv has it
-        }
-        arguments.push_back(nullptr);
-        ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-        ::raise(SIGSTOP);
-        ::execv(arguments[0], arguments.data());
-        ::_exit(127);
-    }
-    Check(::waitpid(first, &status, 0), "waitpid");
-    Check(
-        ::ptrace(
-            PTRACE_SETOPTIONS,
-            first,
-            nullptr,
-            PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACECLONE | PTRACE_O_EXITKILL
-        ),
-        "ptrace options"
-    );
-    Check(::ptrace(PTRACE_SYSCALL, first, nullptr, nullptr), "ptrace");
     unsigned seen = 0;
-    for (;;) {
-        int stopped = 0;
-        const pid_t thread = ::waitpid(-1, &stopped, __WALL);
-        Check(thread, "waitpid");
-        if (!WIFSTOPPED(stopped)) {
-            if (thread == first) {
-                status = stopped;
-                return seen;
-            }
-            continue;
-        }
-        int signal = WSTOPSIG(stopped);
-        if (signal == (SIGTRAP | 0x80)) {
-            signal = 0;
-            __ptrace_syscall_info call{};
-            // Negative for a thread that was killed meanwhile.
-            if (::ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof(call), &call) > 0 &&
-                call.op == PTRACE_SYSCALL_INFO_ENTRY && Changes(call) && ++seen == nth) {
-                ::kill(first, SIGKILL);
-            }
-        } else if (signal == SIGTRAP || signal == SIGSTOP) { // of tracing itself
-            signal = 0;
-        }
-        ::ptrace(PTRACE_SYSCALL, thread, nullptr, signal);
-    }
+    status = KTEST::RunTraced(words, [&](pid_t, const __ptrace_syscall_info& call) {
+        return Changes(call) && ++seen == nth;
+    });
+    return seen;
 }
 
 /// A kit of sixty rules of all kinds, with files that take several calls to copy.

@@ -189,6 +189,7 @@ TEST_F(PlannedPathsTest, PatternsAreToFindWhatThePlanFoundInTheOrderOfTheirRules
          "file=copy,a,K,P,x",
          "file=copy,*.none,K,P",
          "process=start,true",
+         "directory=create,P/new",
          "config=copy,*.txt,K,P"}
     );
     const auto planned = PlannedMatches(plan);

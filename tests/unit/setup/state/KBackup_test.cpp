@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/ExitCode.h>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <fstream>
 #include <functional>
 #include <stdexcept>
@@ -443,6 +445,24 @@ TEST_F(KBackupTest, WhatTheProgramKeepsForItselfIsPutBackLastAndNotCounted) {
     EXPECT_FALSE(tree.Exists("base/dps/kit/added"));
     EXPECT_EQ(restoration.GetResult().putBack, 0u);
     EXPECT_EQ(restoration.GetResult().deleted, 0u);
+}
+
+TEST_F(KBackupTest, WhatFailsToBeFlushedIsToldAndTheFormerStateWaits) {
+    tree.Write("base/dps/state", "former", 0600);
+    backup.Save(Wish("1", {"p/conf\xFF", "base/dps/state"}));
+    tree.Write("base/dps/state", "restoring", 0600);
+    backup.NoteLeft({});
+    const auto kept = backup.Open("1");
+    KRestoration restoration(*kept, backup);
+    failcall_arm("syncfs", 1, EIO, 0);
+    restoration.PutBack(); // of which nothing is to do
+    restoration.PutBackOwn();
+    failcall_disarm();
+    EXPECT_THAT(
+        restoration.GetResult().failures,
+        ElementsAre("cannot flush what was put back: Input/output error")
+    );
+    EXPECT_EQ(tree.Read("base/dps/state"), "restoring");
 }
 
 TEST_F(KBackupTest, ServicesAreKnownAsTheyWereBeforeTheFirstOfTheseRuns) {
