@@ -25,14 +25,15 @@ constexpr int pathOnly = O_PATH | O_CLOEXEC;
 constexpr std::string_view temporaryPrefix = ".inspp-";
 constexpr int mostLinks = 40; // as the kernel's own limit
 
-/// 0 for a directory out of which a link may be followed, ELOOP for another, errno when unknown.
-unsigned CheckTrust(int directory) noexcept {
+/// 0 for a link that may be followed out of a directory, ELOOP for another, errno when unknown. A
+/// directory that became root's may still hold links that its former owner laid.
+unsigned CheckTrust(int directory, const struct stat& link) noexcept {
     struct stat status {};
     if (::fstat(directory, &status) != 0) {
         return static_cast<unsigned>(errno);
     }
     const bool trusted = status.st_uid == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
-    return trusted ? 0 : ELOOP;
+    return trusted && link.st_uid == 0 ? 0 : ELOOP;
 }
 
 unsigned ReadLink(int link, std::string& target) {
@@ -53,7 +54,7 @@ class Walk {
   private:
     unsigned StartAt(const char* directory);
     unsigned Enter(std::string name, bool isLast, Place& place);
-    unsigned Follow(int link);
+    unsigned Follow(int link, const struct stat& linkStatus);
 
     KDescriptor current;
     KPendingPath pending;
@@ -104,7 +105,7 @@ unsigned Walk::Enter(std::string name, bool isLast, Place& place) {
         return static_cast<unsigned>(errno);
     }
     if (S_ISLNK(status.st_mode)) {
-        return Follow(entry.Get());
+        return Follow(entry.Get(), status);
     }
     if (isLast && name != "..") {
         place.name = std::move(name);
@@ -118,9 +119,9 @@ unsigned Walk::Enter(std::string name, bool isLast, Place& place) {
     return 0;
 }
 
-unsigned Walk::Follow(int link) {
+unsigned Walk::Follow(int link, const struct stat& linkStatus) {
     std::string target;
-    unsigned status = linksLeft-- > 0 ? CheckTrust(current.Get()) : ELOOP;
+    unsigned status = linksLeft-- > 0 ? CheckTrust(current.Get(), linkStatus) : ELOOP;
     if (status == 0) {
         status = ReadLink(link, target);
     }

@@ -4,8 +4,8 @@
 /// \file
 /// Finding a place in the file system by descriptor. As root one must not be led astray by a
 /// symbolic link that another user laid, neither one that is there nor one that appears between a
-/// check and an open. So a link is followed only out of a directory that is root's and that nobody
-/// else may write; any other ends the walk with ELOOP.
+/// check and an open. So a link is followed only if it is root's, and out of a directory that is root's
+/// and that nobody else may write; any other ends the walk with ELOOP.
 
 #include <string>
 #include <string_view>

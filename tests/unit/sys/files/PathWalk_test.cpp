@@ -7,6 +7,7 @@
 
 #include <sys/files/PathWalk.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -50,6 +51,14 @@ TEST_F(PathWalkTest, ALinkThatOthersCouldHaveLaidIsNotFollowed) {
     tree.Directory("open", 01777);
     tree.Link("open/link", tree.Path("a"));
     EXPECT_EQ(Find(tree.Path("open/link/file")), unsigned{ELOOP});
+}
+
+TEST_F(PathWalkTest, ALinkOfOthersInADirectoryThatBecameRootsIsNotFollowed) {
+    constexpr uid_t somebody = 65534;
+    tree.Directory("a");
+    tree.Link("link", tree.Path("a"));
+    ASSERT_EQ(::lchown(tree.Path("link").c_str(), somebody, somebody), 0);
+    EXPECT_EQ(Find(tree.Path("link/file")), unsigned{ELOOP});
 }
 
 TEST_F(PathWalkTest, ALinkAtTheEndIsNotLookedAt) {
