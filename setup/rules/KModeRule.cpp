@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/AccountNames.h>
 #include <setup/files/PathText.h>
+#include <setup/files/TrustedPath.h>
 #include <setup/rules/KModeRule.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KErrorSource.h>
@@ -52,6 +53,29 @@ unsigned Open(const char* path, KSYS::KDescriptor& opened) {
     );
 }
 
+/// Who can lay a program of their own there would have it run as another user.
+void RequireNoSetIdForOthers(int file, const KSUP::KString& path, unsigned mode) {
+    struct stat status {};
+    if ((mode & (S_ISUID | S_ISGID)) == 0 ||
+        (KSYS::ReadStatus(file, status) == 0 && S_ISDIR(status.st_mode))) {
+        return;
+    }
+    // Its owner may be the product's own user; the way to it counts.
+    const std::string why =
+        WhyOthersCanExchange(NormalPath(path.c_str()), KPathEnd::IsOthersBusiness);
+    if (!why.empty()) {
+        const std::string reason =
+            "it would become set-id, and others than root can exchange it (" + why +
+            "). Install it below a directory of root's";
+        errorSource.RaiseAs(
+            {KSUP::KErrorKind::System, KSUP::KOperation::Write, path, reason.c_str()},
+            KSUP::TraceLevel::rule,
+            EPERM,
+            path + ": " + reason.c_str()
+        );
+    }
+}
+
 template <class Id>
 Id Require(const std::optional<Id>& found, const char* what, const KSUP::KString& name) {
     if (!found) {
@@ -76,6 +100,9 @@ void KModeRule::Execute() {
     const gid_t owningGroup = group.empty() ? same : Require(FindGroup(group), "group", group);
     KSYS::KDescriptor opened;
     unsigned failed = Open(path.c_str(), opened);
+    if (failed == 0) {
+        RequireNoSetIdForOthers(opened.Get(), path, GetLine().GetMode());
+    }
     // The owner first: a change of it takes set-id bits away.
     if (failed == 0 && (owner != same || owningGroup != same)) {
         failed = KSYS::SetOwner(opened.Get(), owner, owningGroup);
