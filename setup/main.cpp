@@ -23,6 +23,8 @@
 #include <sup++/KError.h>
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -213,9 +215,22 @@ int RefuseEarly(int argc, char** argv, int exitCode, const std::string& why) {
     return exitCode;
 }
 
+/// Where nothing can be caught: parts of the standard library end the program when there is no memory
+/// left. Nothing is allocated here.
+[[noreturn]] void EndUncaught() noexcept {
+    static_cast<void>(std::fputs(
+        "ins-setup: ended by an internal error, or because no memory was left. A run that was "
+        "begun "
+        "is remembered: see to the memory and run it again.\n",
+        stderr
+    ));
+    std::_Exit(KSETUP::ExitCode::internal);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    std::set_terminate(&EndUncaught);
     const KSETUP::KPrintableOutput output(std::cout);
     const KSETUP::KPrintableOutput errors(std::cerr);
     int exitCode = KSETUP::ExitCode::done;

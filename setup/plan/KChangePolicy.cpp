@@ -3,6 +3,7 @@
 #include <setup/files/PathText.h>
 #include <setup/plan/KChangePolicy.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
 
@@ -48,7 +49,7 @@ KChangePolicy::Copy KChangePolicy::DecideCopy(
         return Copy::Write;
     }
     const std::string offered = DigestOf(source);
-    if (offered == DigestOf(NormalPath(target))) {
+    if (!offered.empty() && offered == DigestOf(NormalPath(target))) { // else one cannot be read
         return Copy::Write;
     }
     const KManifestEntry* last = ownership->Find(target);
@@ -63,18 +64,23 @@ bool KChangePolicy::IsAdministrators(const std::string& path) const {
     if (!isNew) {
         return at->second;
     }
-    const auto now = LookAtEntry(normal);
+    unsigned whyMissing = 0;
+    const auto now = LookAtEntry(normal, &whyMissing);
+    const bool isGone = !now && (whyMissing == ENOENT || whyMissing == ENOTDIR);
     const KManifestEntry* last = ownership->Find(path);
+    const bool isFile = now && last != nullptr && last->kind == KManifestEntry::Kind::File &&
+                        now->kind == last->kind && now->size == last->size;
+    const std::string digest = isFile ? DigestOf(normal) : "";
     if (ownership->WasEdited(path)) {
-        at->second = now.has_value();
-    } else if (!now || ownership->WasBegun(path) || ownership->WasMadeNow(path) ||
-               (last == nullptr && ownership->WasBornNow(path))) {
+        at->second = !isGone;
+    } else if (isGone || ownership->WasBegun(path) || ownership->WasRewritten(path) ||
+               ownership->WasMadeNow(path) || (last == nullptr && ownership->WasBornNow(path))) {
         at->second = false; // what an interrupted run was at may be half a file
-    } else if (last != nullptr && last->kind == KManifestEntry::Kind::File) {
-        at->second =
-            now->kind != last->kind || now->size != last->size || DigestOf(normal) != last->digest;
+    } else if (!now || (isFile && digest.empty())) {
+        administrators.erase(at); // it cannot be looked at now, so rather kept than lost
+        return true;
     } else {
-        at->second = true;
+        at->second = !isFile || digest != last->digest;
     }
     return at->second;
 }

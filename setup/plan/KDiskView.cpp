@@ -18,12 +18,34 @@ namespace {
 
 const KPlannedEntry nothing;
 
-KPlannedEntry LookAtDisk(const KSYS::Entry& at) {
+/// Half a listing, or none for want of descriptors, is not to be taken for a whole one.
+[[noreturn]] void RefuseUnread(const std::string& directory, unsigned error) {
+    throw KSetupFailure(
+        ExitCode::noKit,
+        "cannot read " + directory + ": " +
+            std::generic_category().message(static_cast<int>(error)) + ". Nothing was changed."
+    );
+}
+
+/// Whether nothing is there that a run could meet, rather than that it is not known.
+bool IsNothing(unsigned error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG ||
+           (error == EACCES && !KSYS::IsRoot());
+}
+
+KPlannedEntry LookAtDisk(const KSYS::Entry& at, const std::string& path) {
     KSYS::EntryStatus status;
-    if (KSYS::ReadEntryStatus(at, KSYS::LastLink::Keep, status) != 0) {
+    KPlannedEntry entry;
+    unsigned failed = KSYS::ReadEntryStatus(at, KSYS::LastLink::Keep, status);
+    if (failed == 0 && S_ISLNK(status.mode)) {
+        failed = KSYS::ReadLink(at, entry.target);
+    }
+    if (IsNothing(failed)) {
         return {};
     }
-    KPlannedEntry entry;
+    if (failed != 0) {
+        RefuseUnread(path, failed);
+    }
     entry.mode = status.mode & 07777;
     entry.attribute = status.attribute;
     if (S_ISREG(status.mode)) {
@@ -34,21 +56,10 @@ KPlannedEntry LookAtDisk(const KSYS::Entry& at) {
         entry.isShared = status.owner != 0 || (status.mode & (S_IWGRP | S_IWOTH)) != 0;
     } else if (S_ISLNK(status.mode)) {
         entry.kind = KEntryKind::Link;
-        // Empty where the link is gone by now.
-        static_cast<void>(KSYS::ReadLink(at, entry.target));
     } else {
         entry.kind = KEntryKind::Other;
     }
     return entry;
-}
-
-/// Half a listing, or none for want of descriptors, is not to be taken for a whole one.
-[[noreturn]] void RefuseUnread(const std::string& directory, unsigned error) {
-    throw KSetupFailure(
-        ExitCode::noKit,
-        "cannot read " + directory + ": " +
-            std::generic_category().message(static_cast<int>(error)) + ". Nothing was changed."
-    );
 }
 
 } // namespace
@@ -64,7 +75,7 @@ const KPlannedEntry& KDiskView::Look(const std::string& path) {
             return nothing;
         }
     }
-    return entries.emplace(path, LookAtDisk(path)).first->second;
+    return entries.emplace(path, LookAtDisk(path, path)).first->second;
 }
 
 const std::vector<KDiskView::Name>& KDiskView::List(const std::string& directory) {
@@ -108,7 +119,7 @@ KDiskView::Listing KDiskView::Read(const std::string& directory) {
         std::string path = directory == "/" ? "/" : directory + "/";
         const auto [entry, isNew] = entries.try_emplace(path.append(name));
         if (isNew) {
-            entry->second = LookAtDisk({open, name});
+            entry->second = LookAtDisk({open, name}, entry->first);
         }
         listing.names.push_back({std::move(name), entry->second.kind == KEntryKind::Directory});
     }

@@ -84,7 +84,7 @@ void KPlan::FindWanted(const KChangePolicy& policy) {
 
 void KPlan::PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& policy) {
     const auto& entries = policy.GetOwnership().GetManifest().GetEntries();
-    if (entries.empty() || policy.Purges()) {
+    if (entries.empty()) {
         return;
     }
     if (installs) {
@@ -99,11 +99,13 @@ void KPlan::PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& 
             continue;
         }
         if (entry.kind == KManifestEntry::Kind::Directory) {
-            if (now == KEntryKind::Directory && tree.IsEmpty(path)) {
+            if (now == KEntryKind::Directory && tree.IsEmpty(path)) { // in a purge too
                 cleanup.push_back(ActionOf(Kind::DeleteDirectory, path));
                 NoteChange(path, found);
                 tree.Remove(path);
             }
+        } else if (policy.Purges()) {
+            continue; // files are the script's affair
         } else if (policy.IsEdited(path)) {
             cleanup.push_back(ActionOf(Kind::KeepFile, path, "it was edited"));
         } else if (policy.IsRubbish(path, entry, installs)) {

@@ -1,8 +1,14 @@
 // SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
 #include <setup/plan/UnitFiles.h>
+#include <setup/state/KManifest.h>
+#include <setup/state/KPrivateDirectory.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
+
+#include <sys/files/DirectoryEntry.h>
 
 namespace KSETUP {
 
@@ -17,6 +23,15 @@ bool HoldsLinks(const fs::path& directory) {
     return ending == ".wants" || ending == ".requires" || ending == ".upholds";
 }
 
+/// What cannot be looked at is not known to be missing.
+void RequireKnown(unsigned failed, const std::string& path) {
+    if (failed != 0 && failed != ENOENT && failed != ENOTDIR) {
+        throw SystemFailure(
+            ExitCode::cannotWrite, "cannot look at", path, failed, "Fix the cause and run it again."
+        );
+    }
+}
+
 } // namespace
 
 std::vector<std::string> UnitPaths(const std::string& service) {
@@ -28,20 +43,24 @@ std::vector<std::string> UnitPaths(const std::string& service) {
 std::vector<std::string> FindUnitEntries(const std::string& service) {
     const std::string unit = service + ".service";
     std::vector<std::string> entries;
-    std::error_code unknown; // what cannot be looked at has none
     const auto add = [&](const fs::path& path) {
-        if (fs::exists(fs::symlink_status(path, unknown))) {
+        unsigned whyMissing = 0;
+        if (LookAtEntry(path.string(), &whyMissing)) {
             entries.push_back(path.string());
+        } else {
+            RequireKnown(whyMissing, path.string());
         }
     };
     add(fs::path(unitDirectory) / unit);
-    for (fs::directory_iterator entry(unitDirectory, unknown), end; !unknown && entry != end;
-         entry.increment(unknown)) {
+    std::vector<std::string> names;
+    RequireKnown(KSYS::ListEntries(unitDirectory, names), unitDirectory);
+    for (const std::string& name : names) {
+        const fs::path path = fs::path(unitDirectory) / name;
         std::error_code none; // what is no link leads nowhere
-        if (HoldsLinks(entry->path())) {
-            add(entry->path() / unit);
-        } else if (entry->path().filename() != unit && fs::read_symlink(entry->path(), none).filename() == unit) {
-            add(entry->path());
+        if (HoldsLinks(path)) {
+            add(path / unit);
+        } else if (name != unit && fs::read_symlink(path, none).filename() == unit) {
+            add(path);
         }
     }
     return entries;

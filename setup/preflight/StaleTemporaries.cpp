@@ -5,7 +5,7 @@
 
 namespace KSETUP {
 
-void DeleteStaleTemporaries(const std::vector<std::string>& directories) {
+void DeleteStaleTemporaries(const std::set<std::string>& directories, std::uint32_t key) {
     for (const std::string& path : directories) {
         KSYS::KDescriptor directory;
         std::vector<std::string> names;
@@ -16,7 +16,7 @@ void DeleteStaleTemporaries(const std::vector<std::string>& directories) {
         for (const std::string& name : names) {
             const KSYS::Entry entry(directory, name);
             struct stat status {};
-            const bool isOurs = KSYS::IsTemporaryName(name) &&
+            const bool isOurs = KSYS::IsTemporaryName(name, key) &&
                                 KSYS::ReadStatus(entry, KSYS::LastLink::Keep, status) == 0 &&
                                 (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) &&
                                 KSYS::IsOwn(status);

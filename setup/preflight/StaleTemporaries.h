@@ -1,14 +1,16 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdint>
+#include <set>
 #include <string>
-#include <vector>
 
 namespace KSETUP {
 
-/// Deletes what a killed run had begun to write: the engine writes beside a file, under a name of its
-/// own (".inspp-" and digits), and gives it the file's name in the end. For directories in which
-/// nobody else's run is at work. Missing directories, links and what is not root's are passed over.
-void DeleteStaleTemporaries(const std::vector<std::string>& directories);
+/// Deletes what a killed run had begun to write: a file is written beside the one that it replaces,
+/// under a name of its own (".inspp-" and digits), and gets its name in the end. Only names with the
+/// `key` of that run go, so what others write in the same directories stays. Missing directories,
+/// links and what is not root's are passed over.
+void DeleteStaleTemporaries(const std::set<std::string>& directories, std::uint32_t key);
 
 } // namespace KSETUP

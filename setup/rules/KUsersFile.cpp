@@ -18,22 +18,27 @@ namespace {
 constexpr KSUP::KErrorSource errorSource{"setup/KUsersFile"};
 constexpr unsigned fileMode = 0644;
 
-/// Empty where there is none.
-std::string ReadFormer(const std::string& path) {
+struct Former {
+    std::string text; ///< empty where there is none
+    unsigned mode = 0;
+};
+
+Former ReadFormer(const std::string& path) {
     KSYS::KDescriptor file;
     struct stat status {};
-    std::string text;
+    Former former;
     unsigned failed = KSYS::OpenRegular(path.c_str(), file, status);
     if (failed == ENOENT) {
-        return text;
+        return former;
     }
+    former.mode = status.st_mode & 07777;
     if (failed == 0) {
-        failed = KSYS::ReadAll(file.Get(), text);
+        failed = KSYS::ReadAll(file.Get(), former.text);
     }
     if (failed != 0) {
         errorSource.RaiseSystem(failed, KSUP::KOperation::Read, path);
     }
-    return text;
+    return former;
 }
 
 std::string Quoted(const std::string& path) {
@@ -54,8 +59,8 @@ void KUsersFile::Add(const std::string& line) {
 
 void KUsersFile::Apply(const KINS::KInstallRuleManagerBase& manager) const {
     const std::string text = usersFileMark + lines;
-    const std::string former = ReadFormer(path);
-    if (!former.empty() && !former.starts_with(usersFileMark)) {
+    const Former former = ReadFormer(path);
+    if (!IsUsersFile(former.text)) {
         errorSource.Raise(
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::invalidArgument,
@@ -65,7 +70,7 @@ void KUsersFile::Apply(const KINS::KInstallRuleManagerBase& manager) const {
             )
         );
     }
-    if (former != text) {
+    if (former.text != text || former.mode != fileMode) { // also one that a kill left half
         static_cast<void>(SvcCreateDirectory(0, ParentPath(path).c_str(), 1)); // the file tells
         KSUP::KFile file;
         file.Create(path);

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <set>
 #include <utility>
 
 namespace KSETUP {
@@ -75,13 +76,13 @@ Undo(const KOpenBackup& backup, KRestoration& restoration, const std::function<b
 
 void ForgetUndone(const KOpenBackup& backup, KBackup& store) {
     const std::string& service = store.GetName();
-    store.Delete(backup.index.run); // first: without it a restoration that was begun is done
     const std::string state = store.GetBase() + "/" + service + "/state";
     const auto former = backup.index.entries.find(state);
     if (former == backup.index.entries.end() || former->second.kind != KBackupEntry::Kind::File) {
         KWriteJournal::Discard(service);
-        KRunState(service).End();
+        KRunState(service).End(); // it is done; a backup that stays goes with the next run
     }
+    store.Delete(backup.index.run);
     RemoveEmptyStateDirectory(service);
 }
 
@@ -175,17 +176,15 @@ void Begin(const KLockedProduct& product, const std::string& run, KRunReport& re
     KRunState(product.GetService()).Begin(description);
 }
 
-/// What a killed run had begun to write.
-void DeleteHalfWritten(
-    const KBackupIndex& index, const std::string& productPath, const std::string& service
-) {
+/// What a killed run had begun to write, while the state still says of which run it is.
+void DeleteHalfWritten(const KLockedProduct& product, const KBackupIndex& index) {
     std::vector<std::string> paths;
     for (const auto& [path, entry] : index.entries) {
         paths.push_back(path);
     }
-    if (!productPath.empty()) {
-        DeleteStaleTemporaries(OwnDirectories(paths, productPath, service));
-    }
+    std::set<std::string> directories = DirectoriesOf(paths);
+    directories.merge(KWriteJournal::Read(product.GetService()).directories);
+    DeleteStaleTemporaries(directories, product.GetInterrupted()->temporaries);
 }
 
 void FillInstalled(const KINS::KInstaller& installer, KRunReport& report) {
@@ -209,10 +208,10 @@ void RestoreRun(
     if (!restoration.GetEdited().empty() && !context.arguments.force) {
         RefuseEdited(restoration, report);
     }
-    Begin(product, backup.index.run, report);
     if (product.GetInterrupted()) {
-        DeleteHalfWritten(backup.index, report.productPath, product.GetService());
+        DeleteHalfWritten(product, backup.index);
     }
+    Begin(product, backup.index.run, report);
     const KUndone undone = Undo(backup, restoration, context.ShallStop());
     FillUndone(undone, backup.index.hasCommands, report);
     if (!backup.left) {

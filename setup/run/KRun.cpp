@@ -84,6 +84,21 @@ std::map<std::string, unsigned> FindOwners(const KChangePolicy& policy) {
     return owners;
 }
 
+/// What the run writes anew of what administrators may edit.
+std::vector<std::string> FindRewritten(const KPlannedRun& planned) {
+    const KChangePolicy& policy = planned.GetPolicy();
+    std::vector<std::string> paths = {
+        planned.GetProduct().GetMacros().Expand(KINS::Names::recordFile)};
+    planned.GetPlan().ForEachAction([&](const KPlannedAction& action) {
+        const bool isFile = action.IsOfEntry() && action.kind != KPlannedAction::Kind::SetMode;
+        if (isFile && action.replaces && policy.IsConfiguration(action.path)) {
+            paths.push_back(action.path);
+        }
+    });
+    std::erase_if(paths, [&](const std::string& path) { return policy.IsAdministrators(path); });
+    return paths;
+}
+
 /// A run that goes on has what the first one saw: that one may have stopped a service itself.
 KServiceOverrides FindServicesBefore(const KPlannedRun& planned) {
     KLockedProduct& product = planned.GetProduct();
@@ -180,7 +195,10 @@ void KRun::OpenJournal() {
         GetPlanned().GetProduct().GetService(),
         GoesOn() ? KWriteJournal::Begin::GoOn : KWriteJournal::Begin::Anew,
         KWriteJournal::Beginning{
-            ExpectedPaths(GetPlanned().GetPlan()), GetPlanned().GetPolicy().GetAdministrators()}
+            ExpectedPaths(GetPlanned().GetPlan()),
+            GetPlanned().GetPolicy().GetAdministrators(),
+            FindRewritten(GetPlanned()),
+            DirectoriesOf(ChangedPaths(GetPlanned().GetPlan()))}
     );
 }
 
@@ -202,7 +220,7 @@ void KRun::OpenLogs() {
     commandOutput.Begin(checked.GetCommandLog());
 }
 
-/// The first change is about to come. What an interrupted run had begun to write goes now.
+/// The first change is about to come.
 void KRun::Remember() {
     const KLockedProduct& product = GetPlanned().GetProduct();
     const std::string& service = product.GetService();
@@ -215,6 +233,9 @@ void KRun::Remember() {
     run.ruleCount = report.rulesAll;
     run.run = backup.GetRun();
     run.services = services.ToText();
+    if (GoesOn()) {
+        DeleteHalfWritten();
+    }
     state.emplace(service);
     state->Begin(run);
     if (GetPlanned().Installs() && !KKeptKit::FindDirectory(service)) {
@@ -224,11 +245,14 @@ void KRun::Remember() {
             checked.GetCopies().GetSealed()
         ); // also one that does not come to its end can be removed
     }
-    if (GoesOn()) {
-        DeleteStaleTemporaries(
-            OwnDirectories(ChangedPaths(GetPlanned().GetPlan()), run.path, service)
-        );
-    }
+}
+
+/// While the state still says of which run it is.
+void KRun::DeleteHalfWritten() const {
+    const KLockedProduct& product = GetPlanned().GetProduct();
+    DeleteStaleTemporaries(
+        KWriteJournal::Read(product.GetService()).directories, product.GetInterrupted()->temporaries
+    );
 }
 
 void KRun::StartRules() {

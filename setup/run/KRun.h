@@ -46,6 +46,7 @@ class KRun {
     void CloseJournal();
     void OpenLogs();
     void Remember();
+    void DeleteHalfWritten() const;
     void StartRules();
     void Settle();
     void SettleInstall();

@@ -174,14 +174,15 @@ void KRun::Forget() {
     } else {
         KManifest::Remove(service);
     }
-    backup.Conclude(journal->GetMade(), nullptr, [this] {
-        journal->End();
-        state->End();
-    });
     KInstalledKit::Remove(service);
     if (context.arguments.purge) { // else the next install has to be by the same people
         KPinnedKey::Remove(service);
     }
+    backup.Conclude(journal->GetMade(), nullptr, [this] {
+        journal->End();
+        state->End();
+    });
+    // Last: until here a removal that was killed needs it to go on.
     KKeptKit::RemoveUnlessNeeded(service);
     RemoveEmptyStateDirectory(service);
 }

@@ -4,9 +4,12 @@
 #include <setup/kit/KSetupKit.h>
 #include <setup/run/KLockedProduct.h>
 #include <setup/run/ListProducts.h>
+#include <setup/state/KBackup.h>
 #include <setup/state/KProductList.h>
 #include <setup/state/ManifestLook.h>
 #include <sup++/KError.h>
+
+#include <utility>
 
 namespace KSETUP {
 
@@ -63,11 +66,21 @@ KListedProduct ToListed(const KKnownProduct& known) {
     return listed;
 }
 
+/// What is left of a product that is gone is not worth a line, unless it can be put back.
+bool IsGone(const KListedProduct& listed) {
+    return !listed.isInstalled && !listed.isInterrupted && !listed.isRunning &&
+           !listed.hasConfigurationLeft && listed.trouble.empty() && !KBackup(listed.name).Exists();
+}
+
 } // namespace
 
 void FillList(KRunReport& report) {
     for (const KKnownProduct& known : FindKnownProducts()) {
-        report.products.push_back(ToListed(known));
+        KListedProduct listed = ToListed(known);
+        if (IsGone(listed)) {
+            continue;
+        }
+        report.products.push_back(std::move(listed));
         if (const std::string& trouble = report.products.back().trouble; !trouble.empty()) {
             report.notes.push_back(known.service + ": " + trouble);
         }

@@ -18,14 +18,6 @@ namespace {
 
 using Kind = KPlannedAction::Kind;
 
-/// Whether a directory, in its normal form, is nobody else's.
-bool IsOwn(
-    const std::string& directory, const std::string& productPath, const std::string& serviceName
-) {
-    return IsAtOrBelow(directory, NormalPath(productPath)) ||
-           IsAtOrBelow(directory, "/etc/" + serviceName);
-}
-
 /// The pattern, with its directory, that a rule copies; empty for any other rule.
 std::string CopiedPattern(const KScriptRule& rule) {
     if (rule.own != nullptr) {
@@ -66,8 +58,10 @@ std::vector<std::string> ExpectedPaths(const KPlan& plan) {
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == Kind::InstallService) {
-                const std::vector<std::string> made = UnitPaths(action.path);
-                units.insert(units.end(), made.begin(), made.end());
+                for (const std::string& made : UnitPaths(action.path)) {
+                    units.push_back(ParentPath(made)); // of the links that enable it
+                    units.push_back(made);
+                }
             } else if (MakesEntry(action.kind) && !action.lacks && !action.replaces) {
                 paths.push_back(action.path);
             }
@@ -78,19 +72,12 @@ std::vector<std::string> ExpectedPaths(const KPlan& plan) {
     return paths;
 }
 
-std::vector<std::string> OwnDirectories(
-    const std::vector<std::string>& paths,
-    const std::string& productPath,
-    const std::string& serviceName
-) {
+std::set<std::string> DirectoriesOf(const std::vector<std::string>& paths) {
     std::set<std::string> directories;
     for (const std::string& path : paths) {
-        const std::string parent = ParentPath(NormalPath(path));
-        if (IsOwn(parent, productPath, serviceName)) {
-            directories.insert(parent);
-        }
+        directories.insert(ParentPath(NormalPath(path)));
     }
-    return {directories.begin(), directories.end()};
+    return directories;
 }
 
 std::vector<std::string> ChangedPaths(const KPlan& plan) {

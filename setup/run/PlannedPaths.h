@@ -6,6 +6,7 @@
 #include <setup/rules/KRunChanges.h>
 
 #include <deque>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,12 +15,8 @@ namespace KSETUP {
 /// What a plan makes where nothing stands: files, links, directories, profiles and unit files.
 std::vector<std::string> ExpectedPaths(const KPlan& plan);
 
-/// The directories of the product's own, in /etc too, in which these paths are.
-std::vector<std::string> OwnDirectories(
-    const std::vector<std::string>& paths,
-    const std::string& productPath,
-    const std::string& serviceName
-);
+/// The directories that they are in.
+std::set<std::string> DirectoriesOf(const std::vector<std::string>& paths);
 
 /// All that a plan may change: what it makes, overwrites or deletes, and the unit files of services.
 std::vector<std::string> ChangedPaths(const KPlan& plan);

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
 #include <setup/run/KRun.h>
 #include <setup/run/KSameInstall.h>
 #include <setup/run/Leftovers.h>
 #include <setup/run/Runs.h>
+#include <setup/state/KBackup.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/StateDirectory.h>
 
@@ -12,8 +14,35 @@
 
 namespace KSETUP {
 
+namespace {
+
+/// Not without its backup, nor with one that is damaged.
+bool CanBeRestored(const std::string& service, const std::string& run) {
+    try {
+        return KBackup(service).Open(run).has_value();
+    } catch (const KSetupFailure&) {
+        return false;
+    }
+}
+
+/// What stands there is neither version, and what was put back of its configuration would count as
+/// edited. A removal can go on.
+void RefuseHalfRestored(const KLockedProduct& product) {
+    const auto& begun = product.GetInterrupted();
+    const bool isRestoring =
+        begun && begun->damage.empty() && begun->action == KRunDescription::Action::Restore;
+    if (isRestoring && CanBeRestored(product.GetService(), begun->run)) {
+        throw KSetupFailure(
+            ExitCode::differs, begun->ToWords() + " Nothing was changed. Install after that."
+        );
+    }
+}
+
+} // namespace
+
 void Install(const KRunContext& context) {
     KLockedProduct product(context);
+    RefuseHalfRestored(product);
     const KTrustedKit kit(product, KTrustedKit::Use::Install);
     const KSameInstall same(product);
     if (same.IsDone()) {

@@ -17,6 +17,11 @@ std::string WithoutSpecifiers(const std::string& text) {
 
 } // namespace
 
+bool IsUsersFile(std::string_view text) noexcept {
+    const std::string_view mark = usersFileMark;
+    return text.starts_with(mark) || mark.starts_with(text);
+}
+
 std::string UsersFileLine(const KSetupRuleLine& line) {
     const std::string& home = line.Get(KSetupField::Home);
     const std::string& description = line.Get(KSetupField::Description);

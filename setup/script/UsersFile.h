@@ -4,6 +4,7 @@
 #include <setup/script/KSetupRuleLine.h>
 
 #include <string>
+#include <string_view>
 
 namespace KSETUP {
 
@@ -15,6 +16,8 @@ namespace KSETUP {
 inline constexpr const char* usersFileMacro = "/usr/lib/sysusers.d/$serviceName$.conf";
 /// Its first line, by which a file is known as one that rules wrote.
 inline constexpr const char* usersFileMark = "# Written by ins-setup, of the rules user=create.\n";
+/// Whether a file with this text is one of them, also one that a killed run had begun to write.
+bool IsUsersFile(std::string_view text) noexcept;
 /// The program that reads it.
 inline constexpr const char* usersProgram = "/usr/bin/systemd-sysusers";
 

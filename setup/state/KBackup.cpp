@@ -333,8 +333,16 @@ void KBackup::NoteLeft(const std::vector<std::string>& made, const KDigests& kno
     left.run = index->run;
     const auto note = [&](const std::string& path) {
         std::optional<KBackupEntry> entry;
-        if (IsAtOrBelow(path, base) || LookForBackup(path, entry) != 0 || !entry) {
+        if (IsAtOrBelow(path, base)) {
             return; // what ins-setup keeps for itself nobody edits
+        }
+        if (const unsigned failed = LookForBackup(path, entry); failed != 0) {
+            throw SystemFailure( // what is not noted would count as edited
+                ExitCode::cannotWrite, "cannot look at", path, failed, "Fix the cause."
+            );
+        }
+        if (!entry) {
+            return;
         }
         if (entry->kind == Kind::File) {
             const auto before = index->entries.find(path);

@@ -7,13 +7,17 @@
 #include <setup/files/TrustedPath.h>
 #include <setup/state/KInstalledRecord.h>
 #include <setup/state/KManifest.h>
+#include <setup/state/KPrivateDirectory.h>
 #include <setup/state/KRunLock.h>
 #include <setup/state/KRunState.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include <sys/files/DirectoryEntry.h>
+#include <sys/files/FileCalls.h>
+#include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
 
@@ -180,20 +184,36 @@ void SettlePlace(
     }
 }
 
-/// Whoever may write to the file could have root read it until memory ends. So it is found without
-/// the engine, which reads it: the link leads to a program in a directory of the platform.
-void RequireReadableSize(const KINS::KInstaller& installer) {
+/// The machine's own trouble, in which nothing is known, and not what somebody laid there.
+void RequireKnown(unsigned failed, const std::string& path) {
+    const bool isTrouble = failed == EIO || failed == ENOMEM || failed == EMFILE ||
+                           failed == ENFILE || (failed == EACCES && KSYS::IsRoot());
+    if (isTrouble) {
+        throw SystemFailure(
+            ExitCode::cannotWrite, "cannot read", path, failed, "Fix the cause and try again."
+        );
+    }
+}
+
+/// Whoever may write to the file could have root read it until memory ends, and what the engine
+/// cannot read counts as none for it. So it is found without the engine: the link leads to a program
+/// in a directory of the platform.
+void RequireReadable(const KINS::KInstaller& installer) {
     constexpr off_t mostBytes = 64 * 1024 * 1024;
     std::string program;
     const std::string link = installer.ExpandMacros(KINS::Names::recordLink).c_str();
-    if (KSYS::ReadLink(link, program) != 0) {
-        return; // the engine tells
+    if (const unsigned failed = KSYS::ReadLink(link, program); failed != 0) {
+        RequireKnown(failed, link);
+        return; // there is none
     }
     KInstalledRecord record;
     record.path = ParentPath(ParentPath(ParentPath(NormalPath(program))));
     const std::string file = RecordFile(installer, record);
+    KSYS::KDescriptor opened;
     struct stat status {};
-    if (KSYS::ReadStatus(file, KSYS::LastLink::Follow, status) == 0 && status.st_size > mostBytes) {
+    const unsigned failed = KSYS::OpenRegular(file.c_str(), opened, status);
+    RequireKnown(failed, file);
+    if (failed == 0 && status.st_size > mostBytes) {
         throw KSetupFailure(
             ExitCode::malformedScript,
             "The record of " + ProductName() + " cannot be read: " + file + " has " +
@@ -216,13 +236,13 @@ std::string KInstalledRecord::ToWords() const {
 }
 
 std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer) {
+    RequireReadable(installer);
     if (!installer.IsProductInstalled()) {
         return std::nullopt;
     }
     KSUP::KString path;
     KSUP::KString version;
     KInstalledRecord record;
-    RequireReadableSize(installer);
     installer.GetInstalledProductInformation(path, version, record.buildNumber);
     record.path = path.c_str();
     record.version = version.c_str();

@@ -112,7 +112,11 @@ void KKeptKit::RemoveUnlessNeeded(const std::string& serviceName, const std::str
     });
     if (!isNeeded) {
         RemoveTree(*directory, newName);
-        RemoveTree(*directory, directoryName);
+        // Half of a kit counts as none.
+        const unsigned failed = KSYS::RenameEntry(directory->Get(), directoryName, newName);
+        Require(failed == ENOENT ? 0 : failed, "cannot delete", directory->GetPath() + "/kit");
+        RemoveTree(*directory, newName);
+        directory->Flush();
     }
 }
 

@@ -129,14 +129,17 @@ const char* KindWord(KManifestEntry::Kind kind) noexcept {
 
 std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* whyMissing) {
     struct stat status {};
-    const unsigned failed = KSYS::ReadStatus(path, KSYS::LastLink::Keep, status);
+    KManifestEntry entry;
+    unsigned failed = KSYS::ReadStatus(path, KSYS::LastLink::Keep, status);
+    if (failed == 0 && S_ISLNK(status.st_mode)) {
+        failed = KSYS::ReadLink(path, entry.target);
+    }
     if (whyMissing != nullptr) {
         *whyMissing = failed;
     }
     if (failed != 0) {
         return std::nullopt;
     }
-    KManifestEntry entry;
     entry.mode = status.st_mode & modeBits;
     entry.owner = status.st_uid;
     entry.group = status.st_gid;
@@ -148,8 +151,6 @@ std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* why
     } else if (S_ISLNK(status.st_mode)) {
         entry.kind = Kind::Link;
         entry.mode = 0;
-        // Empty where the link is gone by now.
-        static_cast<void>(KSYS::ReadLink(path, entry.target));
     } else {
         return std::nullopt;
     }

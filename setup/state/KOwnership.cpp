@@ -72,6 +72,10 @@ bool KOwnership::WasBegun(const std::string& path) const {
     return !begun.made.empty() && begun.made.contains(NormalPath(path));
 }
 
+bool KOwnership::WasRewritten(const std::string& path) const {
+    return !begun.rewritten.empty() && begun.rewritten.contains(NormalPath(path));
+}
+
 bool KOwnership::WasEdited(const std::string& path) const {
     return !begun.edited.empty() && begun.edited.contains(NormalPath(path));
 }

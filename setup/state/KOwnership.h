@@ -48,6 +48,8 @@ class KOwnership {
     const KManifestEntry* Find(const std::string& path) const;
     /// Whether a run that was interrupted made it, so that what stands there may be half of it.
     bool WasBegun(const std::string& path) const;
+    /// Whether a run that was interrupted was to write it anew, and nobody had edited it before.
+    bool WasRewritten(const std::string& path) const;
     /// Whether it had been edited before a run that was interrupted.
     bool WasEdited(const std::string& path) const;
     /// The name of another product whose file or link it is; empty for none. The first call reads

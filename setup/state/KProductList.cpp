@@ -3,7 +3,6 @@
 #include <setup/output/TextFormat.h>
 #include <setup/script/KScript.h>
 #include <setup/state/KKeptKit.h>
-#include <setup/state/KPinnedKey.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/KProductList.h>
 
@@ -33,18 +32,26 @@ std::vector<std::string> ListNames(const std::string& directory) {
     return names;
 }
 
-/// A product that was removed leaves the key of its kits.
-bool HoldsAtMostAKey(const std::string& directory) {
+/// A product that was removed leaves the key of its kits; a run that was killed before it changed
+/// anything the beginning of a journal.
+bool TellsOfAProduct(const std::string& directory) {
     const std::vector<std::string> names = ListNames(directory);
-    return names.empty() || (names.size() == 1 && names.front() == KPinnedKey::fileName);
+    return std::any_of(names.begin(), names.end(), [](const std::string& name) {
+        return name == "manifest" || name == "state" || name == "kit" || name == "backup";
+    });
 }
 
 /// Nothing for what is no directory, or one that holds nothing of a product.
 std::optional<KKnownProduct> Look(const std::string& base, const std::string& service) {
     struct stat status {};
     const std::string directory = base + "/" + service;
-    if (KSYS::ReadStatus(directory, KSYS::LastLink::Keep, status) != 0 ||
-        !S_ISDIR(status.st_mode) || HoldsAtMostAKey(directory)) {
+    const unsigned failed = KSYS::ReadStatus(directory, KSYS::LastLink::Keep, status);
+    if (failed != 0 && failed != ENOENT) {
+        throw SystemFailure(
+            ExitCode::noKit, "cannot look at", directory, failed, "Fix the cause and try again."
+        );
+    }
+    if (failed != 0 || !S_ISDIR(status.st_mode) || !TellsOfAProduct(directory)) {
         return std::nullopt;
     }
     KKnownProduct product{service, service, "", status.st_mtim.tv_sec};

@@ -21,24 +21,22 @@ using KSYS::Entry;
 using KSYS::LastLink;
 using KSYS::Place;
 using Kind = KBackupEntry::Kind;
-/// Beside what it replaces. One restore runs at a time, so one name serves all.
-constexpr const char* temporaryName = ".ins++-restore";
 constexpr const char* kitName = "kit"; // what is kept of the kit, a tree
 constexpr const char* stateName = "state";
 
 /// Where `failed` says so, what was made beside the place goes instead.
-unsigned Rename(const Place& place, unsigned failed) {
+unsigned Rename(const std::string& temporary, const Place& place, unsigned failed) {
     const int at = place.directory.Get();
     if (failed == 0) {
-        failed = KSYS::RenameEntry(at, temporaryName, place.name.c_str());
+        failed = KSYS::RenameEntry(at, temporary.c_str(), place.name.c_str());
         // A directory that the run made in its place goes, if nothing is in it.
         if (failed == EISDIR && KSYS::RemoveDirectoryEntry(place) == 0) {
-            failed = KSYS::RenameEntry(at, temporaryName, place.name.c_str());
+            failed = KSYS::RenameEntry(at, temporary.c_str(), place.name.c_str());
         }
     }
     if (failed != 0) {
         // The first failure is what counts.
-        static_cast<void>(KSYS::UnlinkEntry({at, temporaryName}));
+        static_cast<void>(KSYS::UnlinkEntry({at, temporary.c_str()}));
     }
     return failed;
 }
@@ -316,7 +314,8 @@ void KRestoration::PutBackOne(const std::string& path, const KBackupEntry& entry
 }
 
 unsigned KRestoration::PutBackFile(const Place& place, const KBackupEntry& entry) const {
-    const Entry beside(place.directory.Get(), temporaryName);
+    const std::string temporary = KSYS::TemporaryName();
+    const Entry beside(place.directory.Get(), temporary.c_str());
     KSYS::KDescriptor source;
     KSYS::KDescriptor target;
     struct stat kept {};
@@ -324,7 +323,6 @@ unsigned KRestoration::PutBackFile(const Place& place, const KBackupEntry& entry
         {backup.directory.Get(), entry.stored.c_str()}, O_RDONLY, source, kept
     );
     if (failed == 0) {
-        static_cast<void>(KSYS::UnlinkEntry(beside)); // left by a restore that was killed
         failed = KSYS::MakeFile(beside, target);
     }
     if (failed != 0) {
@@ -344,16 +342,21 @@ unsigned KRestoration::PutBackFile(const Place& place, const KBackupEntry& entry
     if (failed == 0) {
         failed = KSYS::SetTime(target.Get(), entry.changed);
     }
-    return Rename(place, failed);
+    if (failed == 0) { // a power cut must not leave the name with nothing behind it
+        failed = KSYS::Flush(target.Get());
+    }
+    return Rename(temporary, place, failed);
 }
 
 unsigned KRestoration::PutBackLink(const Place& place, const KBackupEntry& entry) {
-    const Entry beside(place.directory.Get(), temporaryName);
-    static_cast<void>(KSYS::UnlinkEntry(beside)); // left by a restore that was killed
+    const std::string temporary = KSYS::TemporaryName();
+    const Entry beside(place.directory.Get(), temporary.c_str());
     if (const unsigned failed = KSYS::MakeLinkEntry(entry.target.c_str(), beside); failed != 0) {
         return failed;
     }
-    return Rename(place, KSYS::SetOwnerAndTime(beside, entry.owner, entry.group, entry.changed));
+    return Rename(
+        temporary, place, KSYS::SetOwnerAndTime(beside, entry.owner, entry.group, entry.changed)
+    );
 }
 
 /// A tree of the program's own, in which nobody else writes: what the run added goes.

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include <sys/files/FileContent.h>
+#include <sys/files/PathWalk.h>
 
 namespace KSETUP {
 
@@ -64,6 +65,7 @@ KInterruptedRun Understood(const std::string& text) {
     run.ruleCount = ToNumber(line.GetNumber("rules"));
     run.run = line.Has("run") ? line.GetText("run") : "";
     run.services = line.Has("services") ? line.GetText("services") : "";
+    run.temporaries = line.Has("temporaries") ? ToNumber(line.GetNumber("temporaries")) : 0;
     return run;
 }
 
@@ -104,6 +106,7 @@ void KRunState::Begin(const KRunDescription& run) {
         line.Put("services", run.services);
     }
     line.Put("run", run.run);
+    line.Put("temporaries", std::uint64_t{KSYS::TemporaryKey()});
     directory.WriteDurably(fileName, std::string(RuleText(0).data()) + "\n" + line.ToText());
     rule = 0;
     file = directory.Open(fileName, O_WRONLY);

@@ -5,6 +5,7 @@
 #include <setup/state/KRunLock.h>
 #include <setup/state/StateDirectory.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -21,6 +22,8 @@ struct KRunDescription {
     unsigned ruleCount = 0;
     std::string run;      ///< its name (RunId.h); empty for one of a version that gave none
     std::string services; ///< that were at rest before it, as KServiceOverrides writes them
+    /// By which files are known that it had begun to write (KSYS::TemporaryKey); 0 when it is not.
+    std::uint32_t temporaries = 0;
 };
 
 /// A run that began and did not come to its end: it failed, was stopped, killed, or the machine
@@ -53,7 +56,7 @@ class KRunState {
         const std::string& serviceName, const std::string& base = stateBaseDirectory
     );
 
-    /// Brings the file to the disk.
+    /// Brings the file to the disk, with the temporary key of this process.
     ///
     /// Throws   KSetupFailure, a former file being there still
     void Begin(const KRunDescription& run);

@@ -21,6 +21,8 @@ constexpr char madeMark = '+';
 constexpr char deletedMark = '-';
 constexpr char expectedMark = '?';
 constexpr char editedMark = '!';
+constexpr char rewrittenMark = '*';
+constexpr char directoryMark = '/';
 constexpr std::size_t mostPending = std::size_t{64} << 10U; // bytes
 
 std::string Entry(char mark, const std::string& path) {
@@ -55,6 +57,12 @@ KWriteJournal::Begun BegunIn(const std::string& text) {
         case editedMark:
             begun.edited.insert(std::move(path));
             break;
+        case rewrittenMark:
+            begun.rewritten.insert(std::move(path));
+            break;
+        case directoryMark:
+            begun.directories.insert(std::move(path));
+            break;
         default:
             break;
         }
@@ -73,10 +81,21 @@ KWriteJournal::KWriteJournal(
     const std::string& serviceName, Begin begin, const Beginning& beginning, const std::string& base
 )
     : directory(base, serviceName) {
+    std::set<std::string> rewritten(beginning.rewritten.begin(), beginning.rewritten.end());
+    std::set<std::string> directories = beginning.directories;
     if (begin == Begin::GoOn) {
-        made = BegunIn(directory.Read(fileName).value_or("")).made;
+        Begun begun = BegunIn(directory.Read(fileName).value_or(""));
+        made = std::move(begun.made);
+        rewritten.merge(begun.rewritten);
+        directories.merge(begun.directories);
     }
     std::string text;
+    for (const std::string& path : rewritten) {
+        text += Entry(rewrittenMark, NormalPath(path));
+    }
+    for (const std::string& path : directories) {
+        text += Entry(directoryMark, path);
+    }
     for (const std::string& path : beginning.expected) {
         text += Entry(expectedMark, NormalPath(path));
     }

@@ -43,6 +43,11 @@ class KWriteJournal {
         /// Files that the administrator edited before it: whatever the run does to them, one that goes
         /// on is to know.
         std::vector<std::string> edited;
+        /// Files that nobody edited, that administrators may, and that the run writes anew: what is
+        /// there after a kill may be half of one, and is nobody's edit.
+        std::vector<std::string> rewritten;
+        /// Directories in which files are written, and where a killed run may leave some half.
+        std::set<std::string> directories;
     };
     /// Listens from here on.
     ///
@@ -57,10 +62,12 @@ class KWriteJournal {
     KWriteJournal(const KWriteJournal&) = delete;
     KWriteJournal& operator=(const KWriteJournal&) = delete;
 
-    /// What a run that was interrupted had made, and what had been edited before it.
+    /// What a run that was interrupted had made; the rest as it was at its beginning.
     struct Begun {
         std::set<std::string> made;
         std::set<std::string> edited;
+        std::set<std::string> rewritten;
+        std::set<std::string> directories;
     };
     /// Empty without such a run.
     ///

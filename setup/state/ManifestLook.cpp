@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
 #include <setup/files/KFileDigest.h>
 #include <setup/files/PathText.h>
+#include <setup/state/KPrivateDirectory.h>
 #include <setup/state/ManifestLook.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <optional>
 
 namespace KSETUP {
@@ -22,7 +25,17 @@ bool HasSameContent(const std::string& path, const KManifestEntry& was, const KM
 }
 
 bool IsSame(const std::string& path, const KManifestEntry& was, bool contentMayChange) {
-    const std::optional<KManifestEntry> now = LookAtEntry(path);
+    unsigned whyMissing = 0;
+    const std::optional<KManifestEntry> now = LookAtEntry(path, &whyMissing);
+    if (whyMissing != 0 && whyMissing != ENOENT && whyMissing != ENOTDIR) {
+        throw SystemFailure(
+            ExitCode::cannotWrite,
+            "cannot look at",
+            path,
+            whyMissing,
+            "Fix the cause and try again."
+        );
+    }
     const bool isOwnerKnown = was.modified != 0 || was.owner != 0 || was.group != 0;
     return now && now->kind == was.kind && now->mode == was.mode && now->target == was.target &&
            (!isOwnerKnown || (now->owner == was.owner && now->group == was.group)) &&

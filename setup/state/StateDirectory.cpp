@@ -6,6 +6,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include <sys/files/DirectoryEntry.h>
+#include <sys/files/FileContent.h>
+
 namespace KSETUP {
 
 std::vector<std::string> WrittenByEachInstall() {
@@ -15,6 +18,11 @@ std::vector<std::string> WrittenByEachInstall() {
 void RemoveEmptyStateDirectory(const std::string& serviceName) {
     std::error_code isNotEmpty; // then it stays
     std::filesystem::remove(std::filesystem::path(stateBaseDirectory) / serviceName, isNotEmpty);
+    KSYS::KDescriptor base;
+    if (KSYS::OpenDirectoryEntry(stateBaseDirectory, base) == 0) {
+        static_cast<void>(KSYS::Flush(base.Get())
+        ); // an empty directory that comes back harms nobody
+    }
     std::filesystem::remove(stateBaseDirectory, isNotEmpty);
 }
 

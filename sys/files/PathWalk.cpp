@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -11,6 +14,7 @@
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <sys/Retry.h>
+#include <sys/auxv.h>
 #include <sys/files/KPendingPath.h>
 #include <sys/files/PathWalk.h>
 #include <sys/random.h>
@@ -187,24 +191,49 @@ unsigned FindPlace(const char* path, LastLink last, Place& place) {
     return Walk().Run(path, last, place);
 }
 
-std::string TemporaryName() {
-    // Random: a killed run leaves its files, and process ids come again.
-    std::uint64_t bits = 0;
+namespace {
+
+constexpr unsigned keyShift = 32; // the key above, what tells its names apart below
+
+/// Random: a killed run leaves its files, and process ids come again.
+std::uint32_t RandomBits() noexcept {
+    std::uint32_t bits = 0;
     if (::getrandom(&bits, sizeof(bits), 0) != sizeof(bits)) {
-        static std::atomic<unsigned> counter{0};
-        bits = (static_cast<std::uint64_t>(::getpid()) << 32U) + counter.fetch_add(1);
+        static std::atomic<std::uint32_t> counter{0};
+        bits = (static_cast<std::uint32_t>(::getpid()) << 16U) + ++counter;
     }
-    return std::string(temporaryPrefix) + std::to_string(bits);
+    return bits;
 }
 
-bool IsTemporaryName(std::string_view name) noexcept {
-    constexpr std::size_t mostDigits = 20; // of 64 bits
+} // namespace
+
+/// The same in each library that this code is linked into: of the bytes that the kernel gives a
+/// program at its start (getauxval(3)). They guard its stack too, so what is made of them must not
+/// tell them.
+std::uint32_t TemporaryKey() noexcept {
+    std::array<std::uint64_t, 2> words{};
+    if (const auto* bytes = reinterpret_cast<const void*>(::getauxval(AT_RANDOM))) { // NOLINT
+        std::memcpy(words.data(), bytes, sizeof(words));
+    }
+    constexpr std::uint64_t odd = 0x9E3779B97F4A7C15; // mixes: 2^64 by the golden ratio
+    const std::uint64_t mixed = (words[0] * odd ^ words[1]) * odd;
+    return std::max(static_cast<std::uint32_t>(mixed >> keyShift), std::uint32_t{1});
+}
+
+std::string TemporaryName() {
+    const std::uint64_t key = TemporaryKey();
+    return std::string(temporaryPrefix) + std::to_string(key << keyShift | RandomBits());
+}
+
+bool IsTemporaryName(std::string_view name, std::uint32_t key) noexcept {
     if (!name.starts_with(temporaryPrefix)) {
         return false;
     }
-    const std::string_view digits = name.substr(temporaryPrefix.size());
-    return !digits.empty() && digits.size() <= mostDigits &&
-           digits.find_first_not_of("0123456789") == std::string_view::npos;
+    name.remove_prefix(temporaryPrefix.size());
+    std::uint64_t number = 0;
+    const auto read = std::from_chars(name.data(), name.data() + name.size(), number);
+    return read.ec == std::errc() && read.ptr == name.data() + name.size() &&
+           number >> keyShift == key;
 }
 
 } // namespace KSYS

@@ -39,10 +39,12 @@ enum class LastLink { Keep, Follow };
 [[nodiscard]] unsigned
 OpenWithoutLinks(const char* path, int flags, unsigned mode, KDescriptor& opened) noexcept;
 
-/// A name for a file that is about to be renamed; unlike any that this process made before. Not
-/// derived from the final name, which may be as long as a name can be.
+/// A name for a file that is about to be renamed, which nobody can foretell. Not derived from the
+/// final name, which may be as long as a name can be.
 std::string TemporaryName();
-/// Whether a name is one that TemporaryName makes.
-bool IsTemporaryName(std::string_view name) noexcept;
+/// By which the temporary names of this process are known, also when it is gone: never 0.
+std::uint32_t TemporaryKey() noexcept;
+/// Whether a name is one that TemporaryName made in a process with this key.
+bool IsTemporaryName(std::string_view name, std::uint32_t key) noexcept;
 
 } // namespace KSYS

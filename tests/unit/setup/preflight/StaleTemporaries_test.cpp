@@ -8,29 +8,31 @@
 
 namespace {
 
-TEST(StaleTemporariesTest, OnlyTheEngineSOwnNamesGo) {
+TEST(StaleTemporariesTest, OnlyTheNamesOfThatRunGo) {
+    constexpr std::uint32_t key = 7; // of 30064771072 to 34359738367
     KTEST::TemporaryTree tree;
-    tree.Write("in/.inspp-11475966662033457350", "half of a file");
-    tree.Link("in/.inspp-7", "/nowhere");
-    tree.Write("in/.inspp-", "");
-    tree.Write("in/.inspp-7a", "");
-    tree.Write("in/.inspp-123456789012345678901", "");
-    tree.Write("in/inspp-7", "");
-    tree.Directory("in/.inspp-8");
-    tree.Write("in/below/.inspp-9", "");
+    tree.Write("in/.inspp-30064771072", "half of a file");
+    tree.Link("in/.inspp-34359738367", "/nowhere");
+    const std::vector<const char*> others = {
+        "in/.inspp-30064771071",
+        "in/.inspp-34359738368",
+        "in/.inspp-30064771072a",
+        "in/inspp-30064771072",
+        "in/below/.inspp-30064771072",
+        "other/.inspp-30064771072"};
+    for (const char* other : others) {
+        tree.Write(other, "");
+    }
+    tree.Directory("in/.inspp-30064771073");
+    tree.Write("in/.inspp-30064771074", "");
+    tree.SetOwner("in/.inspp-30064771074", 65534, 65534);
     tree.Link("way", "other");
-    tree.Write("other/.inspp-9", "");
-    KSETUP::DeleteStaleTemporaries({tree.Path("in"), tree.Path("missing"), tree.Path("way")});
-    EXPECT_FALSE(tree.Exists("in/.inspp-11475966662033457350"));
-    EXPECT_FALSE(tree.Exists("in/.inspp-7"));
-    for (const char* stays :
-         {"in/.inspp-",
-          "in/.inspp-7a",
-          "in/.inspp-123456789012345678901",
-          "in/inspp-7",
-          "in/.inspp-8",
-          "in/below/.inspp-9",
-          "other/.inspp-9"}) {
+    KSETUP::DeleteStaleTemporaries({tree.Path("in"), tree.Path("missing"), tree.Path("way")}, key);
+    EXPECT_FALSE(tree.Exists("in/.inspp-30064771072"));
+    EXPECT_FALSE(tree.Exists("in/.inspp-34359738367"));
+    EXPECT_TRUE(tree.Exists("in/.inspp-30064771073"));
+    EXPECT_TRUE(tree.Exists("in/.inspp-30064771074"));
+    for (const char* stays : others) {
         EXPECT_TRUE(tree.Exists(stays)) << stays;
     }
 }

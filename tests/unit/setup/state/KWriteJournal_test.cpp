@@ -84,7 +84,9 @@ TEST_F(KWriteJournalTest, DirectoriesAreInTheFileAtOnce) {
 TEST_F(KWriteJournalTest, AChangeWhoseEntryAKillPreventedIsKnownByItsExpectation) {
     const std::vector<std::string> expected{tree.Path("made"), tree.Path("never")};
     {
-        const KWriteJournal killed("dps", KWriteJournal::Begin::Anew, {expected, {}}, Base());
+        const KWriteJournal killed(
+            "dps", KWriteJournal::Begin::Anew, {expected, {}, {}, {}}, Base()
+        );
         tree.Directory("made"); // by nobody whom the journal hears
     }
     EXPECT_THAT(MadeAfter(KWriteJournal::Begin::GoOn, Base()), ElementsAre(tree.Path("made")));

@@ -84,11 +84,17 @@ TEST_F(PathWalkTest, WhatIsInTheWayIsTold) {
 TEST_F(PathWalkTest, ANameForAFileThatIsRenamedIsKnownAgain) {
     const std::string name = KSYS::TemporaryName();
     EXPECT_NE(name, KSYS::TemporaryName());
-    EXPECT_TRUE(KSYS::IsTemporaryName(name));
-    EXPECT_FALSE(KSYS::IsTemporaryName(name + "x"));
-    EXPECT_FALSE(KSYS::IsTemporaryName(".inspp-"));
-    EXPECT_FALSE(KSYS::IsTemporaryName(".inspp-123456789012345678901"));
-    EXPECT_FALSE(KSYS::IsTemporaryName("inspp-1"));
+    const std::uint32_t key = KSYS::TemporaryKey();
+    EXPECT_NE(key, 0U);
+    EXPECT_TRUE(KSYS::IsTemporaryName(name, key));
+    EXPECT_FALSE(KSYS::IsTemporaryName(name, key + 1));
+    EXPECT_FALSE(KSYS::IsTemporaryName(name + "x", key));
+    EXPECT_FALSE(KSYS::IsTemporaryName(name.substr(1), key));
+    // 7 << 32 and one more; with more digits than 64 bits have; with none
+    EXPECT_TRUE(KSYS::IsTemporaryName(".inspp-30064771073", 7));
+    EXPECT_FALSE(KSYS::IsTemporaryName(".inspp-30064771073000000000", 7));
+    EXPECT_FALSE(KSYS::IsTemporaryName(".inspp-", 7));
+    EXPECT_FALSE(KSYS::IsTemporaryName(".inspp--30064771073", 7));
 }
 
 } // namespace
