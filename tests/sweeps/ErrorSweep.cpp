@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: MIT
+//
+// A run in which a system call fails: each call, once and from then on. The errors that a call can
+// give take turns, so that each is met at calls of each kind, and each call is met with two of them.
+#include "KAftermath.h"
+#include "Sweeps.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <vector>
+
+#include <sys/syscall.h>
+
+namespace KSWEEP {
+
+namespace {
+
+/// What calls can give, by their pages in section 2 of the manual, on a machine that works but for
+/// this: broken or full disks, missing rights, no memory, no descriptors, signals.
+const std::vector<int>& ErrorsOf(const KSeenCall& call) {
+    static const std::vector<int> none;
+    static const std::vector<int> opens = {EACCES, EIO, EMFILE, ENOMEM, EINTR, ENFILE};
+    static const std::vector<int> makes = {
+        ENOSPC, EROFS, EACCES, EIO, EMFILE, EDQUOT, EINTR, EPERM};
+    static const std::vector<int> looks = {EACCES, EIO, ENOMEM};
+    static const std::vector<int> reads = {EIO, EINTR};
+    static const std::vector<int> writes = {ENOSPC, EIO, EDQUOT, EINTR};
+    static const std::vector<int> entries = {EACCES, EIO, ENOSPC, EROFS, EPERM, EBUSY};
+    static const std::vector<int> rights = {EPERM, EIO, EROFS};
+    static const std::vector<int> flushes = {EIO, ENOSPC, EDQUOT};
+    static const std::map<long, const std::vector<int>*> errors = {
+        {SYS_open, &opens},
+        {SYS_openat, &opens},
+        {SYS_openat2, &opens},
+        {SYS_stat, &looks},
+        {SYS_lstat, &looks},
+        {SYS_newfstatat, &looks},
+        {SYS_statx, &looks},
+        {SYS_access, &looks},
+        {SYS_faccessat2, &looks},
+        {SYS_readlink, &looks},
+        {SYS_readlinkat, &looks},
+        {SYS_getdents64, &reads},
+        {SYS_read, &reads},
+        {SYS_pread64, &reads},
+        {SYS_write, &writes},
+        {SYS_pwrite64, &writes},
+        {SYS_copy_file_range, &writes},
+        {SYS_ftruncate, &writes},
+        {SYS_renameat, &entries},
+        {SYS_renameat2, &entries},
+        {SYS_unlink, &entries},
+        {SYS_unlinkat, &entries},
+        {SYS_rmdir, &entries},
+        {SYS_mkdir, &entries},
+        {SYS_mkdirat, &entries},
+        {SYS_symlinkat, &entries},
+        {SYS_linkat, &entries},
+        {SYS_fchmod, &rights},
+        {SYS_fchmodat, &rights},
+        {SYS_fchown, &rights},
+        {SYS_fchownat, &rights},
+        {SYS_utimensat, &rights},
+        {SYS_fsync, &flushes},
+        {SYS_fdatasync, &flushes},
+        {SYS_syncfs, &flushes},
+        {SYS_close, &flushes},
+    };
+    static const std::map<long, std::vector<int>> others = {
+        {SYS_fstat, {EIO, ENOMEM}},
+        {SYS_flock, {ENOLCK, EINTR, EIO}},
+        {SYS_statfs, {EIO, EACCES}},
+        {SYS_fstatfs, {EIO}},
+        {SYS_mmap, {ENOMEM}},
+
+        {SYS_clone3, {EAGAIN, ENOMEM}},
+        {SYS_clone, {EAGAIN, ENOMEM}},
+        {SYS_pipe2, {EMFILE, ENFILE}},
+        {SYS_socket, {EMFILE, ENOMEM}},
+        {SYS_connect, {ECONNREFUSED, EINTR}},
+        {SYS_wait4, {EINTR}},
+        {SYS_getrandom, {EINTR, ENOSYS}},
+    };
+    if (call.makes) {
+        return makes;
+    }
+    if (const auto found = errors.find(call.number); found != errors.end()) {
+        return *found->second;
+    }
+    const auto found = others.find(call.number);
+    return found != others.end() ? found->second : none;
+}
+
+/// The calls before the program's own are those that load it.
+class KOwnCalls {
+  public:
+    bool operator()(const KSeenCall& call) {
+        const bool isOfLoader = call.path.empty() || call.path.find(".so") != std::string::npos ||
+                                call.path.starts_with("/proc/") || call.path.starts_with("/lib") ||
+                                call.path.starts_with("/usr/lib");
+        hasBegun = hasBegun || !isOfLoader;
+        return hasBegun && !ErrorsOf(call).empty();
+    }
+
+  private:
+    bool hasBegun = false;
+};
+
+class KErrorPoint {
+  public:
+    KErrorPoint(const KSubject& itsSubject, const KWay& itsWay, const KBlow& itsBlow)
+        : subject(itsSubject),
+          way(itsWay),
+          blow(itsBlow) {}
+
+    std::string FindWrong() const {
+        subject.GetMachine().PutBack(way.from);
+        const KTracedEnd end = Trace(subject.Words(way.words), blow, KOwnCalls());
+        if (!end.wasStruck) {
+            return {};
+        }
+        const bool isMute = blow.onwards && end.calls.back().number == SYS_write;
+        return KAftermath(subject, way).FindWrong(end, ::strerrordesc_np(blow.errorNumber), isMute);
+    }
+
+  private:
+    const KSubject& subject;
+    const KWay& way;
+    const KBlow blow;
+};
+
+} // namespace
+
+void SweepErrors(const KSubject& subject, const KSelection& selection, KReport& report) {
+    unsigned number = 0;
+    for (const KWay& way : subject.GetWays()) {
+        if (!selection.HasWay(way.name)) {
+            continue;
+        }
+        report.Begin(way.name);
+        subject.GetMachine().PutBack(way.from);
+        const KTracedEnd whole = Trace(subject.Words(way.words), {}, KOwnCalls());
+        std::map<long, unsigned> turns; // by the number of the call
+        std::string named;
+        for (unsigned nth = 1; nth <= whole.calls.size(); ++nth) {
+            const KSeenCall& call = whole.calls[nth - 1];
+            named = call.path.empty() ? named : call.ToText();
+            const bool isCalled = selection.HasCall(call.ToText(), named);
+            const std::vector<int>& errors = ErrorsOf(call);
+            for (const bool onwards : {false, true}) {
+                const int error = errors[turns[call.number]++ % errors.size()];
+                const std::string name =
+                    way.name + ":" + std::to_string(nth) + (onwards ? "on" : "once");
+                // Interrupted for ever is no failure that a machine has.
+                if ((onwards && error == EINTR) || !selection.Has(number++, name) || !isCalled) {
+                    continue;
+                }
+                const KErrorPoint point(subject, way, {KBlow::Kind::Fail, nth, error, onwards});
+                report.Add(
+                    name,
+                    call.ToText() + " " + ::strerrorname_np(error) +
+                        (onwards ? " from then on" : ""),
+                    point.FindWrong()
+                );
+            }
+        }
+        report.End();
+    }
+}
+
+} // namespace KSWEEP

@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: MIT
+//
+// A run that is killed before any call that changes a file, or with half of its bytes written. Then
+// what is told has to be true, and both ways out have to lead where they lead without a kill.
+#include "KAftermath.h"
+#include "Sweeps.h"
+
+#include <csignal>
+
+namespace KSWEEP {
+
+namespace {
+
+class KKillPoint {
+  public:
+    KKillPoint(const KSubject& itsSubject, const KWay& itsWay, const KBlow& itsBlow)
+        : subject(itsSubject),
+          way(itsWay),
+          blow(itsBlow) {}
+
+    /// Empty when all was well, and when the run ended before the call: threads do not always make
+    /// the same calls.
+    std::string FindWrong() const {
+        if (!Kill()) {
+            return {};
+        }
+        const KAftermath aftermath(subject, way);
+        std::string wrong = aftermath.FindLie();
+        if (wrong.empty() && !way.asksOnly) {
+            wrong = aftermath.GoBackOrOn();
+        }
+        if (wrong.empty() && !way.otherWords.empty() && Kill()) {
+            wrong = aftermath.GoElsewhere();
+        }
+        return wrong;
+    }
+
+  private:
+    bool Kill() const {
+        subject.GetMachine().PutBack(way.from);
+        const KTracedEnd end = Trace(subject.Words(way.words), blow, ChangesFiles);
+        return end.wasStruck && end.signal == SIGKILL;
+    }
+
+    const KSubject& subject;
+    const KWay& way;
+    const KBlow blow;
+};
+
+} // namespace
+
+void SweepKills(const KSubject& subject, const KSelection& selection, KReport& report) {
+    unsigned number = 0;
+    for (const KWay& way : subject.GetWays()) {
+        if (!selection.HasWay(way.name)) {
+            continue;
+        }
+        report.Begin(way.name);
+        subject.GetMachine().PutBack(way.from);
+        const KTracedEnd whole = Trace(subject.Words(way.words), {}, ChangesFiles);
+        std::string named;
+        for (unsigned nth = 1; nth <= whole.calls.size(); ++nth) {
+            const KSeenCall& call = whole.calls[nth - 1];
+            named = call.path.empty() ? named : call.ToText();
+            const bool isCalled = selection.HasCall(call.ToText(), named);
+            for (const auto kind : {KBlow::Kind::Kill, KBlow::Kind::HalfWrite}) {
+                const bool isHalf = kind == KBlow::Kind::HalfWrite;
+                const std::string name =
+                    way.name + ":" + std::to_string(nth) + (isHalf ? "half" : "");
+                if ((isHalf && !WritesBytes(call)) || !selection.Has(number++, name) || !isCalled) {
+                    continue;
+                }
+                const KKillPoint point(subject, way, {kind, nth, 0, false});
+                report.Add(name, (isHalf ? "half of " : "") + call.ToText(), point.FindWrong());
+            }
+        }
+        report.End();
+    }
+}
+
+} // namespace KSWEEP
