@@ -338,7 +338,11 @@ void KBackup::NoteLeft(const std::vector<std::string>& made, const KDigests& kno
         }
         if (const unsigned failed = LookForBackup(path, entry); failed != 0) {
             throw SystemFailure( // what is not noted would count as edited
-                ExitCode::cannotWrite, "cannot look at", path, failed, "Fix the cause."
+                ExitCode::cannotWrite,
+                "cannot look at",
+                path,
+                failed,
+                "Fix the cause."
             );
         }
         if (!entry) {
