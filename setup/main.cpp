@@ -219,9 +219,8 @@ int RefuseEarly(int argc, char** argv, int exitCode, const std::string& why) {
 /// left. Nothing is allocated here.
 [[noreturn]] void EndUncaught() noexcept {
     static_cast<void>(std::fputs(
-        "ins-setup: ended by an internal error, or because no memory was left. A run that was "
-        "begun "
-        "is remembered: see to the memory and run it again.\n",
+        "ins-setup: ended by an internal error, or because no memory was left. What was begun is "
+        "remembered: make sure of enough memory, and run it again.\n",
         stderr
     ));
     std::_Exit(KSETUP::ExitCode::internal);

@@ -6,6 +6,9 @@
 namespace KSETUP {
 
 void DeleteStaleTemporaries(const std::set<std::string>& directories, std::uint32_t key) {
+    if (key == 0) { // it is not known which they were
+        return;
+    }
     for (const std::string& path : directories) {
         KSYS::KDescriptor directory;
         std::vector<std::string> names;

@@ -27,6 +27,9 @@ TEST(StaleTemporariesTest, OnlyTheNamesOfThatRunGo) {
     tree.Write("in/.inspp-30064771074", "");
     tree.SetOwner("in/.inspp-30064771074", 65534, 65534);
     tree.Link("way", "other");
+    tree.Write("in/.inspp-7", "");
+    KSETUP::DeleteStaleTemporaries({tree.Path("in")}, 0);
+    EXPECT_TRUE(tree.Exists("in/.inspp-7"));
     KSETUP::DeleteStaleTemporaries({tree.Path("in"), tree.Path("missing"), tree.Path("way")}, key);
     EXPECT_FALSE(tree.Exists("in/.inspp-30064771072"));
     EXPECT_FALSE(tree.Exists("in/.inspp-34359738367"));
