@@ -1,0 +1,54 @@
+// SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
+#include "../../../support/TemporaryTree.h"
+
+#include <setup/plan/KChangePolicy.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+
+namespace {
+
+using KSETUP::KChangePolicy;
+
+/// A configuration of nobody's, and another one that a kit would put there.
+class KChangePolicyTest : public ::testing::Test {
+  protected:
+    KChangePolicyTest() : ownership("dps", false, tree.Path("base")) {
+        tree.Write("kit/a.conf", "offered");
+        tree.Write("p/config/a.conf", "edited");
+    }
+    KChangePolicy::Copy Decide() const {
+        const KChangePolicy policy(ownership, tree.Path("p"), KChangePolicy::Options());
+        return policy.DecideCopy(
+            tree.Path("kit/a.conf"), tree.Path("p/config/a.conf"), KChangePolicy::Treatment::ByPlace
+        );
+    }
+
+    KTEST::TemporaryTree tree;
+    KSETUP::KOwnership ownership;
+};
+
+TEST_F(KChangePolicyTest, TheSameBytesAreWritten) {
+    tree.Write("p/config/a.conf", "offered");
+    EXPECT_EQ(Decide(), KChangePolicy::Copy::Write);
+}
+
+TEST_F(KChangePolicyTest, TwoFilesThatCannotBeReadAreNotTheSame) {
+    EXPECT_EQ(Decide(), KChangePolicy::Copy::Offer);
+    failcall_arm("read", 1, EIO, 1);
+    const KChangePolicy::Copy unread = Decide();
+    EXPECT_GT(failcall_disarm(), 0U);
+    EXPECT_EQ(unread, KChangePolicy::Copy::Offer);
+}
+
+TEST_F(KChangePolicyTest, WhatCannotBeLookedAtIsNotGone) {
+    failcall_arm("fstatat", 1, ENOMEM, 1);
+    const KChangePolicy::Copy unknown = Decide();
+    EXPECT_GT(failcall_disarm(), 0U);
+    EXPECT_EQ(unknown, KChangePolicy::Copy::Offer);
+}
+
+} // namespace
