@@ -151,4 +151,17 @@ TEST_F(KDiskViewTest, WhoMayNotLookFindsNothingSaveWhereItIsCopiedFrom) {
     EXPECT_THAT(copied, HasSubstr("Permission denied"));
 }
 
+TEST_F(KDiskViewTest, ALinkThatCannotBeReadIsNotOneThatLeadsNowhere) {
+    disk.Link("link", "a.txt");
+    bool isRefused = false;
+    failcall_arm("readlinkat", 1, EIO, 0);
+    try {
+        view.Look(At("link"));
+    } catch (const KSETUP::KSetupFailure&) {
+        isRefused = true;
+    }
+    failcall_disarm();
+    EXPECT_TRUE(isRefused);
+}
+
 } // namespace

@@ -541,4 +541,19 @@ INSTANTIATE_TEST_SUITE_P(
     )
 );
 
+TEST_F(KBackupTest, WhatCouldNotBeNotedIsNotTakenForEdited) {
+    Save();
+    Upgrade();
+    bool isRefused = false;
+    failcall_arm("fstatat", 1, ENOMEM, 1);
+    try {
+        backup.NoteLeft({tree.Path("p/made/sub/file")});
+    } catch (const KSETUP::KSetupFailure&) {
+        isRefused = true;
+    }
+    failcall_disarm();
+    EXPECT_TRUE(isRefused);
+    EXPECT_THAT(Edited(), IsEmpty());
+}
+
 } // namespace

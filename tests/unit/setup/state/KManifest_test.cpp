@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/ExitCode.h>
@@ -7,6 +8,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <cerrno>
 
 namespace {
 
@@ -217,5 +220,17 @@ INSTANTIATE_TEST_SUITE_P(
         MANIFEST_HEAD "{\"kind\":\"directory\",\"mode\":493}\n{\"entries\":1}\n"
     )
 );
+
+TEST_F(KManifestTest, ALinkThatCannotBeReadIsNotWrittenDownAsLeadingNowhere) {
+    std::string words;
+    failcall_arm("readlinkat", 1, EIO, 0);
+    try {
+        KManifest({tree.Path("p/link")});
+    } catch (const KSetupFailure& failure) {
+        words = failure.what();
+    }
+    failcall_disarm();
+    EXPECT_THAT(words, HasSubstr("cannot read " + tree.Path("p/link") + ": Input/output error"));
+}
 
 } // namespace

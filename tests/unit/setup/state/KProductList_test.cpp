@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/ExitCode.h>
@@ -8,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 
 namespace {
@@ -73,6 +75,16 @@ TEST_F(KProductListTest, ADamagedKitHidesNoOther) {
     EXPECT_EQ(products[0].name, "One");
     EXPECT_EQ(products[1].kit, "");
     EXPECT_GT(products[0].lastRun, 0);
+}
+
+TEST_F(KProductListTest, AProductThatCannotBeLookedAtIsNotUnknown) {
+    Given("one", "One");
+    failcall_arm("fstatat", 1, ENOMEM, 0);
+    const std::string found = Found("One");
+    failcall_disarm();
+    EXPECT_THAT(
+        found, HasSubstr("cannot look at " + tree.Path("base/one") + ": Cannot allocate memory")
+    );
 }
 
 } // namespace

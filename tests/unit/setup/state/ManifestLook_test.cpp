@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
+#include <setup/KSetupFailure.h>
 #include <setup/state/ManifestLook.h>
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <string>
 
@@ -61,6 +64,18 @@ TEST_F(ManifestLookTest, EachKindOfChangeIsADifference) {
     EXPECT_FALSE(LooksAsInstalled(manifest));
     tree.Link("p/link", "elsewhere");
     EXPECT_FALSE(LooksAsInstalled(manifest));
+}
+
+TEST_F(ManifestLookTest, WhatCannotBeLookedAtIsNotKnownToDiffer) {
+    bool isRefused = false;
+    failcall_arm("fstatat", 1, ENOMEM, 1);
+    try {
+        static_cast<void>(LooksAsInstalled(manifest));
+    } catch (const KSETUP::KSetupFailure&) {
+        isRefused = true;
+    }
+    failcall_disarm();
+    EXPECT_TRUE(isRefused);
 }
 
 } // namespace
