@@ -212,7 +212,8 @@ std::uint32_t RandomBits() noexcept {
 /// tell them.
 std::uint32_t TemporaryKey() noexcept {
     std::array<std::uint64_t, 2> words{};
-    if (const auto* bytes = reinterpret_cast<const void*>(::getauxval(AT_RANDOM))) { // NOLINT
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): as getauxval(3) has it
+    if (const auto* bytes = reinterpret_cast<const void*>(::getauxval(AT_RANDOM))) {
         std::memcpy(words.data(), bytes, sizeof(words));
     }
     constexpr std::uint64_t odd = 0x9E3779B97F4A7C15; // mixes: 2^64 by the golden ratio

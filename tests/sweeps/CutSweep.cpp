@@ -4,6 +4,7 @@
 // whose content is taken after each call that changes a file or flushes; the kernel may have written
 // back more than was asked for by then, so each run goes several times, with more or less of it.
 // Every content that leaves other files than those before it is mounted, and judged.
+#include "Files.h"
 #include "KAftermath.h"
 #include "KDiskMachine.h"
 #include "Sweeps.h"

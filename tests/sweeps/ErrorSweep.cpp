@@ -2,6 +2,7 @@
 //
 // A run in which a system call fails: each call, once and from then on. The errors that a call can
 // give take turns, so that each is met at calls of each kind, and each call is met with two of them.
+#include "CallPoints.h"
 #include "KAftermath.h"
 #include "Sweeps.h"
 
@@ -9,6 +10,8 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <sys/syscall.h>
@@ -135,39 +138,27 @@ class KErrorPoint {
 
 void SweepErrors(const KSubject& subject, const KSelection& selection, KReport& report) {
     unsigned number = 0;
-    for (const KWay& way : subject.GetWays()) {
-        if (!selection.HasWay(way.name)) {
-            continue;
-        }
-        report.Begin(way.name);
-        subject.GetMachine().PutBack(way.from);
-        const KTracedEnd whole = Trace(subject.Words(way.words), {}, KOwnCalls());
-        std::map<long, unsigned> turns; // by the number of the call
-        std::string named;
-        for (unsigned nth = 1; nth <= whole.calls.size(); ++nth) {
-            const KSeenCall& call = whole.calls[nth - 1];
-            named = call.path.empty() ? named : call.ToText();
-            const bool isCalled = selection.HasCall(call.ToText(), named);
-            const std::vector<int>& errors = ErrorsOf(call);
-            for (const bool onwards : {false, true}) {
-                const int error = errors[turns[call.number]++ % errors.size()];
-                const std::string name =
-                    way.name + ":" + std::to_string(nth) + (onwards ? "on" : "once");
-                // Interrupted for ever is no failure that a machine has.
-                if ((onwards && error == EINTR) || !selection.Has(number++, name) || !isCalled) {
-                    continue;
-                }
-                const KErrorPoint point(subject, way, {KBlow::Kind::Fail, nth, error, onwards});
-                report.Add(
-                    name,
-                    call.ToText() + " " + ::strerrorname_np(error) +
-                        (onwards ? " from then on" : ""),
-                    point.FindWrong()
-                );
+    std::map<std::pair<std::string, long>, unsigned>
+        turns; // by the way, and the number of the call
+    ForEachCall(subject, selection, report, KOwnCalls(), [&](const KCallPoint& at) {
+        const std::vector<int>& errors = ErrorsOf(at.call);
+        for (const bool onwards : {false, true}) {
+            const int error = errors[turns[{at.way.name, at.call.number}]++ % errors.size()];
+            const std::string name =
+                at.way.name + ":" + std::to_string(at.nth) + (onwards ? "on" : "once");
+            // Interrupted for ever is no failure that a machine has.
+            if ((onwards && error == EINTR) || !selection.Has(number++, name) || !at.isChosen) {
+                continue;
             }
+            const KErrorPoint point(subject, at.way, {KBlow::Kind::Fail, at.nth, error, onwards});
+            report.Add(
+                name,
+                at.call.ToText() + " " + ::strerrorname_np(error) +
+                    (onwards ? " from then on" : ""),
+                point.FindWrong()
+            );
         }
-        report.End();
-    }
+    });
 }
 
 } // namespace KSWEEP

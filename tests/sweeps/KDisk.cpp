@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "KDisk.h"
 
+#include "Files.h"
 #include "KMachineState.h"
 
 #include <algorithm>

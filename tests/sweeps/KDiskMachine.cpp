@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "KDiskMachine.h"
 
+#include "Files.h"
+
 #include <array>
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
-#include <regex>
 #include <system_error>
 
 #include <sys/mount.h>
@@ -35,19 +34,6 @@ constexpr std::array<const char*, 10> lookedPlaces = {
     "/etc/shadow",
     "/etc/gshadow"};
 
-/// Without what differs from run to run.
-std::string Steady(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!path.string().starts_with("/var/lib/ins++/")) {
-        return text;
-    }
-    static const std::regex varying("\"(run|modified|changed|inode|device)\":(\"[^\"]*\"|[0-9]+),?"
-    );
-    return path.filename() == "fingerprint" ? std::to_string(text.empty())
-                                            : std::regex_replace(text, varying, "");
-}
-
 std::string LineOf(const fs::path& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
@@ -58,7 +44,7 @@ std::string LineOf(const fs::path& path) {
     if (S_ISLNK(status.st_mode)) {
         line += fs::read_symlink(path).string();
     } else if (S_ISREG(status.st_mode)) {
-        line += Steady(path);
+        line += ReadSteady(path);
     }
     return line + "\n";
 }

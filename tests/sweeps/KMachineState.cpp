@@ -1,15 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "KMachineState.h"
 
+#include "Files.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <regex>
-#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -23,19 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t longestShown = 120; // bytes of a file in a difference
 
-std::string Slurp(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// What ins-setup writes down, without what differs from run to run.
-std::string Steady(std::string text) {
-    static const std::regex varying("\"(run|modified|changed|inode|device)\":(\"[^\"]*\"|[0-9]+),?"
-    );
-    return std::regex_replace(text, varying, "");
-}
-
-std::string LineOf(const fs::path& path, const std::string& stateDirectory) {
+std::string LineOf(const fs::path& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
         throw std::system_error(errno, std::generic_category(), path);
@@ -50,10 +35,7 @@ std::string LineOf(const fs::path& path, const std::string& stateDirectory) {
     if (!S_ISREG(status.st_mode)) {
         return head.data();
     }
-    const bool isOwn = path.parent_path() == stateDirectory;
-    return head.data() + (path.filename() == "fingerprint" && isOwn ? "" // of times and inodes
-                          : isOwn                                   ? Steady(Slurp(path))
-                                                                    : Slurp(path));
+    return head.data() + ReadSteady(path);
 }
 
 std::string Shown(const std::string& line, std::size_t from = 0) {
@@ -65,12 +47,6 @@ std::string Shown(const std::string& line, std::size_t from = 0) {
 }
 
 } // namespace
-
-void Shell(const std::string& line) {
-    if (std::system(line.c_str()) != 0) { // NOLINT(cert-env33-c): a test's own line
-        throw std::runtime_error("failed: " + line);
-    }
-}
 
 KMachineState::KMachineState(
     std::string itsService, std::string itsProduct, std::string itsStore, std::string itsPath
@@ -106,12 +82,12 @@ KLook KMachineState::Look() const {
         if (!fs::exists(status) || place.starts_with("/var/log/")) {
             continue;
         }
-        look[place] = LineOf(place, StateDirectory());
+        look[place] = LineOf(place);
         if (!fs::is_directory(status)) {
             continue;
         }
         for (fs::recursive_directory_iterator entry(place), end; entry != end; ++entry) {
-            look[entry->path()] = LineOf(entry->path(), StateDirectory());
+            look[entry->path()] = LineOf(entry->path());
             if (entry->path() == StateDirectory() + "/backup") { // tried by what it is for
                 entry.disable_recursion_pending();
             }

@@ -50,9 +50,4 @@ KLook ProductOf(KLook look);
 /// The lines that only one of two looks has, marked by "-" and "+", at most so many.
 std::string Difference(const KLook& expected, const KLook& got, std::size_t most = 6);
 
-/// A shell line that has to succeed.
-///
-/// Throws   std::runtime_error with the line
-void Shell(const std::string& line);
-
 } // namespace KSWEEP

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "KPlainProduct.h"
 
+#include "Files.h"
+
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <utility>
 
@@ -18,12 +19,6 @@ const std::string kitThatFails = store + "/1.2";
 
 constexpr std::size_t dataLength = 300000; // takes a while
 constexpr unsigned configurationParts = 12;
-
-void Write(const std::string& path, const std::string& bytes, unsigned mode = 0644) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
-    fs::permissions(path, static_cast<fs::perms>(mode));
-}
 
 constexpr const char* installed =
     "[install]\n"

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "KSubject.h"
 
+#include "Files.h"
+
 #include <filesystem>
-#include <fstream>
 #include <regex>
 #include <stdexcept>
 #include <utility>
@@ -19,12 +20,6 @@ const std::string kit2 = place + "/1.1";
 const std::string kitThatFails = place + "/1.2";
 
 constexpr std::size_t partLength = 90000; // more than one call copies
-
-void Write(const std::string& path, const std::string& bytes, unsigned mode = 0644) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
-    fs::permissions(path, static_cast<fs::perms>(mode));
-}
 
 std::string Product(const char* version) {
     return std::string("[product]\nname=Sweep\nserviceName=sweep\niniFile=sweep.ini\nversion=") +

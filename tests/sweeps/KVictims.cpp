@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "KVictims.h"
 
+#include "Files.h"
 #include "KSwapper.h"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <system_error>
 #include <utility>
 
@@ -24,16 +23,6 @@ namespace fs = std::filesystem;
 constexpr const char* victims = "/srv/victim";
 constexpr const char* secret = "[General]\nLevel=SECRET-OF-ROOT\n";
 constexpr const char* lure = "#!/bin/sh\n# BAIT\n";
-
-void Write(const std::string& path, const char* bytes, mode_t mode) {
-    std::ofstream(path, std::ios::binary) << bytes;
-    ::chmod(path.c_str(), mode);
-}
-
-std::string Slurp(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 bool IsDirectory(const std::string& line) { // of a look
     return line.starts_with("04");
@@ -51,7 +40,7 @@ KLook LookAtVictims() {
             head.data(), head.size(), "%06o %u:%u ", status.st_mode, status.st_uid, status.st_gid
         );
         const bool isFile = S_ISREG(status.st_mode);
-        look[path] = head.data() + (isFile ? std::to_string(status.st_nlink) + Slurp(path) : "");
+        look[path] = head.data() + (isFile ? std::to_string(status.st_nlink) + Read(path) : "");
     };
     add(victims);
     for (const auto& entry : fs::recursive_directory_iterator(victims)) {
@@ -71,7 +60,7 @@ std::string FindLeak(const fs::path& path) {
     if (!isReadable && !isSetId) {
         return {};
     }
-    const std::string bytes = Slurp(path);
+    const std::string bytes = Read(path);
     if (isReadable && bytes.find("SECRET-OF-ROOT") != std::string::npos) {
         return path.string() + " tells the secret";
     }

@@ -2,6 +2,7 @@
 //
 // A run that is killed before any call that changes a file, or with half of its bytes written. Then
 // what is told has to be true, and both ways out have to lead where they lead without a kill.
+#include "CallPoints.h"
 #include "KAftermath.h"
 #include "Sweeps.h"
 
@@ -51,31 +52,19 @@ class KKillPoint {
 
 void SweepKills(const KSubject& subject, const KSelection& selection, KReport& report) {
     unsigned number = 0;
-    for (const KWay& way : subject.GetWays()) {
-        if (!selection.HasWay(way.name)) {
-            continue;
-        }
-        report.Begin(way.name);
-        subject.GetMachine().PutBack(way.from);
-        const KTracedEnd whole = Trace(subject.Words(way.words), {}, ChangesFiles);
-        std::string named;
-        for (unsigned nth = 1; nth <= whole.calls.size(); ++nth) {
-            const KSeenCall& call = whole.calls[nth - 1];
-            named = call.path.empty() ? named : call.ToText();
-            const bool isCalled = selection.HasCall(call.ToText(), named);
-            for (const auto kind : {KBlow::Kind::Kill, KBlow::Kind::HalfWrite}) {
-                const bool isHalf = kind == KBlow::Kind::HalfWrite;
-                const std::string name =
-                    way.name + ":" + std::to_string(nth) + (isHalf ? "half" : "");
-                if ((isHalf && !WritesBytes(call)) || !selection.Has(number++, name) || !isCalled) {
-                    continue;
-                }
-                const KKillPoint point(subject, way, {kind, nth, 0, false});
-                report.Add(name, (isHalf ? "half of " : "") + call.ToText(), point.FindWrong());
+    ForEachCall(subject, selection, report, ChangesFiles, [&](const KCallPoint& at) {
+        for (const auto kind : {KBlow::Kind::Kill, KBlow::Kind::HalfWrite}) {
+            const bool isHalf = kind == KBlow::Kind::HalfWrite;
+            const std::string name =
+                at.way.name + ":" + std::to_string(at.nth) + (isHalf ? "half" : "");
+            if ((isHalf && !WritesBytes(at.call)) || !selection.Has(number++, name) ||
+                !at.isChosen) {
+                continue;
             }
+            const KKillPoint point(subject, at.way, {kind, at.nth, 0, false});
+            report.Add(name, (isHalf ? "half of " : "") + at.call.ToText(), point.FindWrong());
         }
-        report.End();
-    }
+    });
 }
 
 } // namespace KSWEEP

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Of the load sweep: what a machine may lack.
+#include "Files.h"
 #include "LoadParts.h"
 
 #include <algorithm>

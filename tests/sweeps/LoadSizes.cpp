@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Of the load sweep: more than usual.
+#include "Files.h"
 #include "LoadParts.h"
 
 #include <algorithm>

@@ -2,12 +2,12 @@
 //
 // Many runs at once, and a machine that lacks something or has too much of it: each run ends as it may,
 // and when the machine is as it should be, the same command leads where it leads without all that.
+#include "Files.h"
 #include "LoadParts.h"
 #include "Sweeps.h"
 
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -25,11 +25,6 @@ constexpr unsigned rounds = 20;
 constexpr int anotherRun = 75;
 constexpr unsigned files = 20;
 constexpr std::size_t fileLength = 20000;
-
-void Write(const std::string& path, const std::string& bytes) {
-    fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path, std::ios::binary) << bytes;
-}
 
 std::vector<KProcessEnd> RunAtOnce(const std::vector<std::vector<std::string>>& commands) {
     std::vector<KProcess> processes;

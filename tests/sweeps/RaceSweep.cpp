@@ -3,6 +3,7 @@
 // A user who may write to a directory on the way of a run swaps what is there, as fast as it goes, while
 // each command runs. Nothing of root's may change by that or be read. Beside each pattern a shell does
 // the same job, and has to be led astray: else the attack were none.
+#include "Files.h"
 #include "KPlainProduct.h"
 #include "KProcess.h"
 #include "KSwapper.h"
