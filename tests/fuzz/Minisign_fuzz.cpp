@@ -107,6 +107,14 @@ bool IsByte(char letter) {
     return byte >= 0x20 && byte != 0x7F;
 }
 
+/// Files of the product are called by its service: the name may neither lead elsewhere nor be too long.
+bool IsNameOfFiles(const std::string& service) {
+    static const std::string letters =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_.:";
+    return service.size() <= 200 && service.find_first_not_of(letters) == std::string::npos &&
+           service[0] != '.' && service[0] != '-';
+}
+
 bool IsStatement(const std::string& comment) {
     static const char* const names[] = {"product:", "service:", "version:", "build:"};
     const std::vector<std::string> fields = KTEST::PiecesOf(comment, '\t');
@@ -120,10 +128,11 @@ bool IsStatement(const std::string& comment) {
             return false;
         }
     }
+    const std::string service = fields[1].substr(8);
     const std::string build = fields[3].substr(6);
     const bool isLong = build.size() > 10 || (build.size() == 10 && build > "4294967295");
-    return build.find_first_not_of("0123456789") == std::string::npos && !isLong &&
-           (build == "0" || build[0] != '0');
+    return IsNameOfFiles(service) && !isLong && (build == "0" || build[0] != '0') &&
+           build.find_first_not_of("0123456789") == std::string::npos;
 }
 
 void ReadStatement(const std::string& comment) {
