@@ -36,14 +36,26 @@ bool IsOfTheSystem(const KCheckContext& context, std::string path) {
            !WhyNotAProductPath(path, context.Expand("$serviceName$")).empty();
 }
 
-/// A directory in /etc that the script makes itself is the product's, unless many share it or a
-/// package of this machine has it too.
+/// The directories that rules delete and packages of this machine have.
+std::map<std::string, std::string> FindThoseOfPackages(const KCheckContext& context) {
+    std::vector<std::string> directories;
+    for (const KScriptRule& rule : context.GetLines()) {
+        if (rule.Is(KRuleType::Directory, KRuleOperation::Delete)) {
+            std::string path = KPlannedTree::Normal(rule.fields[1]);
+            if (LookAtEntry(path)) {
+                directories.push_back(std::move(path));
+            }
+        }
+    }
+    return FindPackageManagers(directories);
+}
+
+/// A directory in /etc that the script makes itself is the product's, unless many share it.
 bool IsOfOthers(const KCheckContext& context, const std::string& path) {
     const bool isOwn = ParentPath(path) == "/etc" &&
                        context.GetAfterInstall().GetChanges().contains(path) &&
                        !IsSharedNameInEtc(std::string(NameOfPath(path)));
-    return (!isOwn && IsOfTheSystem(context, path)) ||
-           (LookAtEntry(path) && !FindPackageManagerOf(path).empty());
+    return !isOwn && IsOfTheSystem(context, path);
 }
 
 /// What the actions of a kind are about: paths, services, commands.
@@ -91,12 +103,16 @@ bool IsInstalled(const KCheckContext& context, const std::string& path) {
 
 /// The directory that a deletion reaches into where it is one of the system's; else empty.
 std::string SystemDirectoryOf(
-    const KCheckContext& context, const std::set<std::string>& services, const KScriptRule& rule
+    const KCheckContext& context,
+    const std::set<std::string>& services,
+    const std::map<std::string, std::string>& ofPackages,
+    const KScriptRule& rule
 ) {
     const std::vector<std::string>& fields = rule.fields;
     if (rule.Is(KRuleType::Directory, KRuleOperation::Delete)) {
         const std::string path = KPlannedTree::Normal(fields[1]);
-        return IsOfOthers(context, path) && !IsUnitOf(services, path) ? path : "";
+        const bool isOfOthers = IsOfOthers(context, path) || ofPackages.contains(path);
+        return isOfOthers && !IsUnitOf(services, path) ? path : "";
     }
     const bool isOwn = SetupOperationOf(rule) == KSetupOperation::DeleteEntry;
     if (!isOwn && !rule.Is(KRuleType::File, KRuleOperation::Delete)) {
@@ -262,9 +278,10 @@ std::string ListOf(const std::vector<std::string>& names) {
 
 Findings SystemDeletions(const KCheckContext& context) {
     const std::set<std::string> services = OwnServices(context);
+    const auto ofPackages = FindThoseOfPackages(context);
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
-        const std::string directory = SystemDirectoryOf(context, services, rule);
+        const std::string directory = SystemDirectoryOf(context, services, ofPackages, rule);
         if (!directory.empty()) {
             found.push_back(context.AtField(
                 rule.line,

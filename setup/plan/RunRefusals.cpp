@@ -163,27 +163,34 @@ std::string WhySystemPlace(
         return "/etc/" + service +
                ": many programs share this directory, so no service can be called " + service;
     }
+    std::vector<std::string> own; // that is there, and of nobody known
     if (ownership.GetKnown() == KOwnership::Known::Manifest) {
-        for (const std::string& own : {NormalPath(productPath), "/etc/" + service}) {
-            const std::string manager =
-                LookAtEntry(own) && ownership.Find(own) == nullptr && !ownership.WasBegun(own)
-                    ? FindPackageManagerOf(own)
-                    : "";
-            if (!manager.empty()) {
-                return own + ": the directory belongs to a package of the system (" + manager + ")";
-            }
+        own = {NormalPath(productPath), "/etc/" + service};
+        std::erase_if(own, [&](const std::string& path) {
+            return !LookAtEntry(path) || ownership.Find(path) != nullptr ||
+                   ownership.WasBegun(path);
+        });
+    }
+    std::set<std::string> emptied = EmptiedDirectories(plan);
+    std::erase_if(emptied, [&](const std::string& path) {
+        return !LookAtEntry(path) || ownership.Find(path) != nullptr;
+    });
+    std::vector<std::string> asked = own;
+    asked.insert(asked.end(), emptied.begin(), emptied.end());
+    const std::map<std::string, std::string> managers = FindPackageManagers(asked);
+    for (const std::string& path : own) {
+        if (const auto manager = managers.find(path); manager != managers.end()) {
+            return path + ": the directory belongs to a package of the system (" + manager->second +
+                   ")";
         }
     }
-    for (const std::string& emptied : EmptiedDirectories(plan)) {
-        if (!LookAtEntry(emptied) || ownership.Find(emptied) != nullptr) {
-            continue;
+    for (const std::string& path : emptied) {
+        if (IsSystemDirectory(path, service)) {
+            return path + ": the script deletes what is in this directory of the system";
         }
-        if (IsSystemDirectory(emptied, service)) {
-            return emptied + ": the script deletes what is in this directory of the system";
-        }
-        if (const std::string manager = FindPackageManagerOf(emptied); !manager.empty()) {
-            return emptied + ": the script deletes what is in this directory of a package (" +
-                   manager + ")";
+        if (const auto manager = managers.find(path); manager != managers.end()) {
+            return path + ": the script deletes what is in this directory of a package (" +
+                   manager->second + ")";
         }
     }
     return {};

@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <filesystem>
+#include <iterator>
 #include <string_view>
+#include <utility>
 
 #include <sys/processes/ProgramRun.h>
 
@@ -170,6 +173,9 @@ constexpr std::array sharedInEtc = std::to_array<std::string_view>({
     "yum.repos.d",
 });
 
+/// Paths in one question: the kernel limits the length of a command line.
+constexpr std::ptrdiff_t mostAsked = 200;
+
 /// The directories of libraries for one architecture, /usr/lib/x86_64-linux-gnu for instance.
 bool IsMultiarch(const std::string& path) {
     const std::filesystem::path directory(path);
@@ -180,6 +186,38 @@ bool IsMultiarch(const std::string& path) {
 /// A home directory itself; a product in one's own home is fine.
 bool IsHome(const std::string& path) {
     return std::filesystem::path(path).parent_path() == "/home";
+}
+
+std::string Answer(std::vector<std::string> words, const std::vector<std::string>& paths) {
+    words.insert(words.end(), paths.begin(), paths.end());
+    std::string answer;
+    return KSYS::ReadProgram(std::move(words), answer) == 0 ? answer : "";
+}
+
+/// Each line that dpkg-query(1) answers is "PACKAGE, PACKAGE: PATH".
+std::vector<std::string> PathsOfDpkg(const std::vector<std::string>& paths) {
+    const std::string answer = Answer({"dpkg-query", "--search"}, paths);
+    std::vector<std::string> owned;
+    std::copy_if(paths.begin(), paths.end(), std::back_inserter(owned), [&](const auto& path) {
+        return answer.find(": " + path + "\n") != std::string::npos;
+    });
+    return owned;
+}
+
+/// It names no paths, and a path of several packages has several lines, so each is asked about; but
+/// not where none has a package, which is the rule.
+std::vector<std::string> PathsOfRpm(const std::vector<std::string>& paths) {
+    const std::vector<std::string> question = {"rpm", "--query", "--queryformat", "=\n", "--file"};
+    const auto isOwned = [](const std::string& answer) {
+        return answer.starts_with("=\n") || answer.find("\n=\n") != std::string::npos;
+    };
+    std::vector<std::string> owned;
+    if (isOwned(Answer(question, paths))) {
+        std::copy_if(paths.begin(), paths.end(), std::back_inserter(owned), [&](const auto& path) {
+            return isOwned(Answer(question, {path}));
+        });
+    }
+    return owned;
 }
 
 } // namespace
@@ -197,15 +235,20 @@ bool IsSharedNameInEtc(const std::string& name) {
     return std::binary_search(sharedInEtc.begin(), sharedInEtc.end(), name);
 }
 
-std::string FindPackageManagerOf(const std::string& path) {
-    bool owns = false;
-    if (KSYS::RunProgram({"dpkg-query", "--search", path}, "/dev", "null", owns) == 0 && owns) {
-        return "dpkg";
+std::map<std::string, std::string> FindPackageManagers(const std::vector<std::string>& paths) {
+    std::map<std::string, std::string> managers;
+    for (auto begin = paths.begin(); begin != paths.end();) {
+        const auto end = begin + std::min(mostAsked, paths.end() - begin);
+        const std::vector<std::string> asked(begin, end);
+        for (const std::string& path : PathsOfDpkg(asked)) {
+            managers.emplace(path, "dpkg");
+        }
+        for (const std::string& path : PathsOfRpm(asked)) {
+            managers.emplace(path, "rpm");
+        }
+        begin = end;
     }
-    if (KSYS::RunProgram({"rpm", "--query", "--file", path}, "/dev", "null", owns) == 0 && owns) {
-        return "rpm";
-    }
-    return {};
+    return managers;
 }
 
 } // namespace KSETUP

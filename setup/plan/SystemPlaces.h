@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <map>
 #include <string>
+#include <vector>
 
 namespace KSETUP {
 
@@ -13,8 +15,8 @@ bool IsSystemDirectory(const std::string& path, const std::string& service);
 /// that: its record lies in /etc/NAME.
 bool IsSharedNameInEtc(const std::string& name);
 
-/// What manages the package that owns the path, "dpkg" or "rpm"; empty for a path of no package, and
-/// where neither can be asked. Takes some hundredths of a second.
-std::string FindPackageManagerOf(const std::string& path);
+/// What manages the packages that own paths, "dpkg" or "rpm", by path; without those of no package,
+/// and empty where neither can be asked. Takes some tenths of a second, however many they are.
+std::map<std::string, std::string> FindPackageManagers(const std::vector<std::string>& paths);
 
 } // namespace KSETUP

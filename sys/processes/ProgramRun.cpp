@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: MIT
+#include <array>
+#include <cerrno>
 #include <csignal>
 
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/Retry.h>
+#include <sys/files/FileContent.h>
+#include <sys/files/KDescriptor.h>
+#include <sys/mman.h>
 #include <sys/processes/ProgramRun.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -61,6 +66,30 @@ unsigned RunProgram(
     );
     ::posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
     return SpawnAndWait(words, actions, succeeded);
+}
+
+/// Into memory: a pipe that is full would hold the program up.
+unsigned ReadProgram(std::vector<std::string> words, std::string& output) {
+    const KDescriptor memory(::memfd_create("output", MFD_CLOEXEC));
+    if (!memory.IsOpen()) {
+        return static_cast<unsigned>(errno);
+    }
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    ::posix_spawn_file_actions_adddup2(&actions, memory.Get(), STDOUT_FILENO);
+    ::posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    bool succeeded = false;
+    unsigned failed = SpawnAndWait(words, actions, succeeded);
+    if (failed == 0 && ::lseek(memory.Get(), 0, SEEK_SET) < 0) {
+        failed = static_cast<unsigned>(errno);
+    }
+    std::array<char, 4096> bytes{};
+    for (std::size_t count = 1; failed == 0 && count != 0;) {
+        failed = ReadSome(memory.Get(), bytes.data(), bytes.size(), count);
+        output.append(bytes.data(), failed == 0 ? count : 0);
+    }
+    return failed;
 }
 
 unsigned RunProgramHere(std::vector<std::string> words, bool& succeeded) {

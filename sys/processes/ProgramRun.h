@@ -22,4 +22,11 @@ namespace KSYS {
 /// who sits there.
 [[nodiscard]] unsigned RunProgramHere(std::vector<std::string> words, bool& succeeded);
 
+/// Runs a program of the search path to its end, without input, and takes what it writes to its
+/// output, whatever it ends with. What it complains about goes nowhere.
+///
+/// Returns  0 or errno, ENOENT when there is no such program
+/// Throws   std::bad_alloc
+[[nodiscard]] unsigned ReadProgram(std::vector<std::string> words, std::string& output);
+
 } // namespace KSYS

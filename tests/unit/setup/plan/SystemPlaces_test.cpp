@@ -4,10 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
 
 namespace {
 
-using KSETUP::FindPackageManagerOf;
+using KSETUP::FindPackageManagers;
 using KSETUP::IsSharedNameInEtc;
 using KSETUP::IsSystemDirectory;
 
@@ -29,8 +32,25 @@ TEST(SystemPlacesTest, APackageOwnsItsDirectories) {
     if (!std::filesystem::exists("/usr/bin/dpkg-query")) {
         GTEST_SKIP() << "there is no dpkg to ask";
     }
-    EXPECT_EQ(FindPackageManagerOf("/usr/share/perl5"), "dpkg");
-    EXPECT_EQ(FindPackageManagerOf("/nowhere/at/all"), "");
+    using Managers = std::map<std::string, std::string>;
+    EXPECT_EQ(
+        FindPackageManagers({"/nowhere/at/all", "/usr/share/perl5", "/usr/share/perl"}),
+        (Managers{{"/usr/share/perl5", "dpkg"}, {"/usr/share/perl", "dpkg"}})
+    );
+    EXPECT_EQ(FindPackageManagers({"/nowhere/at/all"}), Managers{});
+    EXPECT_EQ(FindPackageManagers({}), Managers{});
+}
+
+TEST(SystemPlacesTest, MoreThanOneQuestionMayAskForAreAsked) {
+    if (!std::filesystem::exists("/usr/bin/dpkg-query")) {
+        GTEST_SKIP() << "there is no dpkg to ask";
+    }
+    std::vector<std::string> paths;
+    for (int number = 0; number < 500; ++number) {
+        paths.push_back("/nowhere/" + std::to_string(number));
+    }
+    paths.emplace_back("/usr/share/perl5");
+    EXPECT_TRUE(FindPackageManagers(paths).contains("/usr/share/perl5"));
 }
 
 } // namespace

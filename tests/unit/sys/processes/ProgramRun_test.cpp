@@ -33,6 +33,14 @@ TEST_F(ProgramRunTest, RunsInItsDirectoryAndKeepsWhatIsWritten) {
     EXPECT_EQ(tree.Read("log"), tree.Path() + "\ntrouble\n0\n");
 }
 
+TEST_F(ProgramRunTest, TakesWhatAProgramWritesWithoutItsComplaints) {
+    std::string output;
+    EXPECT_EQ(KSYS::ReadProgram({"sh", "-c", "seq 20000; echo trouble >&2; exit 1"}, output), 0U);
+    EXPECT_TRUE(output.starts_with("1\n2\n"));
+    EXPECT_TRUE(output.ends_with("\n20000\n"));
+    EXPECT_EQ(KSYS::ReadProgram({"no-program-of-this-name"}, output), unsigned{ENOENT});
+}
+
 TEST_F(ProgramRunTest, TellsOfAProgramThatFails) {
     EXPECT_EQ(Run({"sh", "-c", "exit 3"}), 0U);
     EXPECT_FALSE(succeeded);
