@@ -70,17 +70,19 @@ bool KChangePolicy::IsAdministrators(const std::string& path) const {
     const KManifestEntry* last = ownership->Find(path);
     const bool isFile = now && last != nullptr && last->kind == KManifestEntry::Kind::File &&
                         now->kind == last->kind && now->size == last->size;
-    const std::string digest = isFile ? DigestOf(normal) : "";
+    const KFileDigest digest = isFile ? DigestFile(normal) : KFileDigest();
+    const unsigned failed = now ? digest.errorNumber : whyMissing;
     if (ownership->WasEdited(path)) {
         at->second = !isGone;
     } else if (isGone || ownership->WasBegun(path) || ownership->WasRewritten(path) ||
                ownership->WasMadeNow(path) || (last == nullptr && ownership->WasBornNow(path))) {
         at->second = false; // what an interrupted run was at may be half a file
-    } else if (!now || (isFile && digest.empty())) {
-        administrators.erase(at); // it cannot be looked at now, so rather kept than lost
+    } else if (failed != 0) {
+        administrators.erase(at); // rather kept than lost
+        unread.emplace(normal, failed);
         return true;
     } else {
-        at->second = !isFile || digest != last->digest;
+        at->second = !isFile || digest.sha256 != last->digest;
     }
     return at->second;
 }

@@ -4,6 +4,7 @@
 #include <setup/state/KOwnership.h>
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -75,6 +76,9 @@ class KChangePolicy {
     bool IsAdministrators(const std::string& path) const;
     /// The files of which that was the answer.
     std::vector<std::string> GetAdministrators() const;
+    /// The files of which it was the answer because they could not be read, and errno: they are asked
+    /// about anew each time.
+    const std::map<std::string, unsigned>& GetUnread() const noexcept { return unread; }
 
     /// Whether what the product owned and no rule made or deleted goes at the end of a run. Of a
     /// removal only what can be had again: what is as it was installed, and no configuration.
@@ -91,6 +95,7 @@ class KChangePolicy {
     std::string configDirectory;  // of the product
     Options options;
     mutable std::unordered_map<std::string, bool> administrators; // by normal path
+    mutable std::map<std::string, unsigned> unread;               // likewise
 };
 
 } // namespace KSETUP

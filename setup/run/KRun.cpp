@@ -99,6 +99,20 @@ std::vector<std::string> FindRewritten(const KPlannedRun& planned) {
     return paths;
 }
 
+/// A guess would be remembered as what the administrator did.
+void RequireRead(const KPlannedRun& planned) {
+    const std::map<std::string, unsigned>& unread = planned.GetPolicy().GetUnread();
+    if (planned.Installs() && !unread.empty()) {
+        throw SystemFailure(
+            ExitCode::cannotWrite,
+            "cannot read",
+            unread.begin()->first,
+            unread.begin()->second,
+            "So it is not known whether somebody edited it. Nothing was changed."
+        );
+    }
+}
+
 /// A run that goes on has what the first one saw: that one may have stopped a service itself.
 KServiceOverrides FindServicesBefore(const KPlannedRun& planned) {
     KLockedProduct& product = planned.GetProduct();
@@ -191,13 +205,15 @@ bool KRun::GoesOn() const noexcept {
 
 /// First, because it can be refused and replaces nothing.
 void KRun::OpenJournal() {
+    std::vector<std::string> rewritten = FindRewritten(GetPlanned());
+    RequireRead(GetPlanned());
     journal = std::make_unique<KWriteJournal>(
         GetPlanned().GetProduct().GetService(),
         GoesOn() ? KWriteJournal::Begin::GoOn : KWriteJournal::Begin::Anew,
         KWriteJournal::Beginning{
             ExpectedPaths(GetPlanned().GetPlan()),
             GetPlanned().GetPolicy().GetAdministrators(),
-            FindRewritten(GetPlanned()),
+            std::move(rewritten),
             DirectoriesOf(ChangedPaths(GetPlanned().GetPlan()))}
     );
 }
