@@ -77,7 +77,6 @@ const std::vector<int>& ErrorsOf(const KSeenCall& call) {
         {SYS_statfs, {EIO, EACCES}},
         {SYS_fstatfs, {EIO}},
         {SYS_mmap, {ENOMEM}},
-
         {SYS_clone3, {EAGAIN, ENOMEM}},
         {SYS_clone, {EAGAIN, ENOMEM}},
         {SYS_pipe2, {EMFILE, ENFILE}},
@@ -96,18 +95,21 @@ const std::vector<int>& ErrorsOf(const KSeenCall& call) {
     return found != others.end() ? found->second : none;
 }
 
-/// The calls before the program's own are those that load it.
+/// The calls before the program's own are those that load it, up to the one that makes its thread
+/// known to the kernel.
 class KOwnCalls {
   public:
     bool operator()(const KSeenCall& call) {
+        isLoaded = isLoaded || call.number == SYS_set_tid_address;
         const bool isOfLoader = call.path.empty() || call.path.find(".so") != std::string::npos ||
                                 call.path.starts_with("/proc/") || call.path.starts_with("/lib") ||
                                 call.path.starts_with("/usr/lib");
-        hasBegun = hasBegun || !isOfLoader;
+        hasBegun = hasBegun || (isLoaded && !isOfLoader);
         return hasBegun && !ErrorsOf(call).empty();
     }
 
   private:
+    bool isLoaded = false;
     bool hasBegun = false;
 };
 

@@ -3,8 +3,8 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <regex>
+#include <sstream>
 #include <stdexcept>
 
 namespace KSWEEP {
@@ -19,7 +19,9 @@ void Write(const fs::path& path, const std::string& bytes, unsigned mode) {
 
 std::string Read(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream bytes;
+    bytes << file.rdbuf(); // much faster than letter by letter
+    return bytes.str();
 }
 
 std::string ReadSteady(const fs::path& path) {

@@ -237,6 +237,7 @@ class KTracer {
     void Leave(pid_t thread);
     void Strike(pid_t thread, const __ptrace_syscall_info& info, KPending& pending);
     bool IsTurnOf(const KSeenCall& call);
+    bool IsOver() const;
     KSeenCall Describe(pid_t thread, const __ptrace_syscall_info& info) const;
 
     const KBlow& blow;
@@ -287,8 +288,17 @@ void KTracer::Follow() {
         } else if (signal == SIGTRAP || signal == SIGSTOP) { // of tracing itself
             signal = 0;
         }
-        ::ptrace(PTRACE_SYSCALL, thread, nullptr, signal); // gone when it was killed meanwhile
+        // Gone when it was killed meanwhile.
+        ::ptrace(IsOver() ? PTRACE_CONT : PTRACE_SYSCALL, thread, nullptr, signal);
     }
+}
+
+/// Whether no further call is of interest, which lets the run go on at its own speed.
+bool KTracer::IsOver() const {
+    return end.wasStruck && !blow.onwards &&
+           std::none_of(pendings.begin(), pendings.end(), [](const auto& one) {
+               return one.second.fails || one.second.killsAfter;
+           });
 }
 
 void KTracer::AtCall(pid_t thread) {
@@ -383,7 +393,7 @@ void KTracer::Leave(pid_t thread) {
     if (found == pendings.end()) {
         return;
     }
-    const KPending& pending = found->second;
+    const KPending pending = std::exchange(found->second, {});
     if (pending.fails) {
         user_regs_struct registers{};
         Check(::ptrace(PTRACE_GETREGS, thread, nullptr, &registers), "registers");
