@@ -13,6 +13,7 @@
 #include <sup++/KLog.h>
 
 #include <algorithm>
+#include <exception>
 #include <optional>
 #include <set>
 #include <utility>
@@ -74,16 +75,23 @@ Undo(const KOpenBackup& backup, KRestoration& restoration, const std::function<b
     return undone;
 }
 
-void ForgetUndone(const KOpenBackup& backup, KBackup& store) {
+void ForgetUndone(const KOpenBackup& backup, KBackup& store, KRunReport& report) {
     const std::string& service = store.GetName();
     const std::string state = store.GetBase() + "/" + service + "/state";
     const auto former = backup.index.entries.find(state);
     if (former == backup.index.entries.end() || former->second.kind != KBackupEntry::Kind::File) {
         KWriteJournal::Discard(service);
-        KRunState(service).End(); // it is done; a backup that stays goes with the next run
+        KRunState(service).End(); // it is done
     }
-    store.Delete(backup.index.run);
-    RemoveEmptyStateDirectory(service);
+    try {
+        store.Delete(backup.index.run);
+        RemoveEmptyStateDirectory(service);
+    } catch (const std::exception& failure) {
+        report.notes.push_back(
+            std::string("The backup of the run that was undone is not deleted (") + failure.what() +
+            "). The next run that succeeds takes it away."
+        );
+    }
 }
 
 void FillUndone(const KUndone& undone, bool hasCommands, KRunReport& report) {
@@ -228,7 +236,7 @@ void RestoreRun(
         report.result = KRunResult::Failed;
         report.exitCode = ExitCode::cannotWrite;
     } else {
-        ForgetUndone(backup, store);
+        ForgetUndone(backup, store, report);
     }
     End(report);
     FillInstalled(product.GetInstaller(), report);

@@ -33,10 +33,10 @@ KUndone Undo(
 );
 
 /// Forgets the run that was undone: its backup, its journal and its state, save where the backup
-/// holds the state of one that had been interrupted before.
+/// holds the state of one that had been interrupted before. A backup that cannot be deleted is told.
 ///
 /// Throws   KSetupFailure, the state being there still
-void ForgetUndone(const KOpenBackup& backup, KBackup& store);
+void ForgetUndone(const KOpenBackup& backup, KBackup& store, KRunReport& report);
 
 /// Tells in the report what was put back.
 void FillUndone(const KUndone& undone, bool hasCommands, KRunReport& report);

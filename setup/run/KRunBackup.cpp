@@ -194,7 +194,7 @@ bool KRunBackup::RollBack() {
         report.notes.insert(report.notes.end(), undone.failures.begin(), undone.failures.end());
         FillUndone(undone, backup->index.hasCommands, report);
         if (undone.IsWhole()) {
-            ForgetUndone(*backup, store);
+            ForgetUndone(*backup, store, report);
         }
     } catch (const std::exception& error) {
         report.rolledBack = false;
