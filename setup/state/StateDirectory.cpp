@@ -16,14 +16,15 @@ std::vector<std::string> WrittenByEachInstall() {
 }
 
 void RemoveEmptyStateDirectory(const std::string& serviceName) {
+    const std::filesystem::path base = stateBaseDirectory;
     std::error_code isNotEmpty; // then it stays
-    std::filesystem::remove(std::filesystem::path(stateBaseDirectory) / serviceName, isNotEmpty);
-    KSYS::KDescriptor base;
-    if (KSYS::OpenDirectoryEntry(stateBaseDirectory, base) == 0) {
-        static_cast<void>(KSYS::Flush(base.Get())
-        ); // an empty directory that comes back harms nobody
+    std::filesystem::remove(base / serviceName, isNotEmpty);
+    const bool isGone = std::filesystem::remove(base, isNotEmpty);
+    KSYS::KDescriptor above;
+    if (KSYS::OpenDirectoryEntry((isGone ? base.parent_path() : base).c_str(), above) == 0) {
+        // An empty directory that comes back harms nobody.
+        static_cast<void>(KSYS::Flush(above.Get()));
     }
-    std::filesystem::remove(stateBaseDirectory, isNotEmpty);
 }
 
 } // namespace KSETUP
