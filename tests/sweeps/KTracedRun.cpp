@@ -11,6 +11,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
@@ -255,6 +256,8 @@ class KTracer {
 KTracedEnd KTracer::Run(const std::vector<std::string>& words) {
     const KOutput out;
     const KOutput err;
+    // What a run that is killed had started would go on behind the look at what it left.
+    Check(::prctl(PR_SET_CHILD_SUBREAPER, 1), "prctl");
     first = ::fork();
     Check(first, "fork");
     if (first == 0) {
@@ -265,6 +268,8 @@ KTracedEnd KTracer::Run(const std::vector<std::string>& words) {
     Check(::ptrace(PTRACE_SETOPTIONS, first, nullptr, options), "ptrace options");
     Check(::ptrace(PTRACE_SYSCALL, first, nullptr, nullptr), "ptrace");
     Follow();
+    while (end.wasStruck && ::waitpid(-1, nullptr, 0) > 0) {
+    }
     Fill(end, status, out, err);
     return std::move(end);
 }
