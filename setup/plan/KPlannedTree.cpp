@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <climits>
-#include <filesystem>
 #include <set>
+#include <string_view>
 #include <utility>
+
+#include <sys/files/KPendingPath.h>
 
 namespace KSETUP {
 
@@ -18,6 +20,13 @@ namespace {
 std::string Child(const std::string& directory, const std::string& name) {
     return directory == "/" ? "/" + name : directory + "/" + name;
 }
+
+const KPlannedEntry nothing;
+const KPlannedEntry wayToKit = [] {
+    KPlannedEntry directory;
+    directory.kind = KEntryKind::Directory;
+    return directory;
+}();
 
 } // namespace
 
@@ -42,7 +51,7 @@ bool KPlannedTree::Counts(const std::string& path) const {
 }
 
 /// On an empty machine the way to the kit is there, and nothing beside it.
-KPlannedEntry KPlannedTree::At(const std::string& normal) const {
+const KPlannedEntry& KPlannedTree::At(const std::string& normal) const {
     const auto change = changes.find(normal);
     if (change != changes.end()) {
         return change->second;
@@ -50,26 +59,24 @@ KPlannedEntry KPlannedTree::At(const std::string& normal) const {
     if (Counts(normal)) {
         return disk->Look(normal);
     }
-    KPlannedEntry entry;
-    entry.kind = IsAtOrBelow(kit, normal) ? KEntryKind::Directory : KEntryKind::Nothing;
-    return entry;
+    return IsAtOrBelow(kit, normal) ? wayToKit : nothing;
 }
 
 /// Where a path leads to no place the disk has nothing. But rules may have gone on as if a missing
 /// directory were there, which is told once.
-KPlannedEntry KPlannedTree::AtPlace(const KPlannedPlace& place) const {
+const KPlannedEntry& KPlannedTree::AtPlace(const KPlannedPlace& place) const {
     if (place.problem == KPathProblem::None) {
         return At(place.path);
     }
     const auto change = changes.find(place.path);
-    return change != changes.end() ? change->second : KPlannedEntry();
+    return change != changes.end() ? change->second : nothing;
 }
 
-KPlannedEntry KPlannedTree::Find(const std::string& path) const {
+const KPlannedEntry& KPlannedTree::Find(const std::string& path) const {
     return AtPlace(Resolve(path, Last::Keep, Links::Any));
 }
 
-KPlannedEntry KPlannedTree::FindTarget(const std::string& path) const {
+const KPlannedEntry& KPlannedTree::FindTarget(const std::string& path) const {
     return AtPlace(Resolve(path, Last::Follow, Links::Any));
 }
 
@@ -86,38 +93,40 @@ KPlannedTree::ListSources(const std::string& directory, const std::string& patte
 std::vector<std::string> KPlannedTree::ListBy(
     Lister lister, const std::string& directory, const std::string& pattern
 ) const {
-    std::set<std::string> names; // sorted by byte, as the engine sorts
     const KPlannedPlace place = Resolve(directory, Last::Follow, Links::Any);
     if (place.problem == KPathProblem::Link || place.problem == KPathProblem::TooLong) {
         return {};
     }
+    const auto matches = [&](const std::string& name) {
+        return KSUP::KFileEnum::Matches(name.c_str(), pattern.c_str());
+    };
     const std::string& normal = place.path;
+    std::vector<std::string> names; // sorted by byte, as the engine sorts
     if (Counts(normal)) {
         for (const KDiskView::Name& one : (disk.get()->*lister)(normal)) {
-            if (!one.isDirectory && KSUP::KFileEnum::Matches(one.name.c_str(), pattern.c_str())) {
-                names.insert(names.end(), one.name);
+            if (!one.isDirectory && matches(one.name)) {
+                names.push_back(one.name);
             }
         }
     }
-    const std::string prefix = Child(normal, "");
-    for (auto at = changes.lower_bound(prefix); at != changes.end(); ++at) {
-        const auto& [path, entry] = *at;
-        if (!path.starts_with(prefix)) {
-            break;
-        }
-        const std::string name = path.substr(prefix.size());
-        if (name.empty() || name.find('/') != std::string::npos) {
+    const auto changed = changedBelow.find(normal);
+    if (changed == changedBelow.end()) {
+        return names;
+    }
+    std::set<std::string> all(names.begin(), names.end());
+    for (const std::string& name : changed->second) {
+        const auto change = changes.find(Child(normal, name));
+        if (change == changes.end()) { // it is on the way to one
             continue;
         }
-        const bool isListed =
-            entry.kind != KEntryKind::Nothing && entry.kind != KEntryKind::Directory;
-        if (isListed && KSUP::KFileEnum::Matches(name.c_str(), pattern.c_str())) {
-            names.insert(name);
+        const KEntryKind kind = change->second.kind;
+        if (kind != KEntryKind::Nothing && kind != KEntryKind::Directory && matches(name)) {
+            all.insert(name);
         } else {
-            names.erase(name);
+            all.erase(name);
         }
     }
-    return {names.begin(), names.end()};
+    return {all.begin(), all.end()};
 }
 
 std::vector<std::string>
@@ -137,14 +146,8 @@ KPlannedTree::ListDirectories(const std::string& directory, const std::string& p
 
 bool KPlannedTree::IsEmpty(const std::string& directory) const {
     const std::string normal = Resolve(directory, Last::Follow, Links::Any).path;
-    const std::string prefix = Child(normal, "");
-    for (auto at = changes.lower_bound(prefix); at != changes.end(); ++at) {
-        if (!at->first.starts_with(prefix)) {
-            break;
-        }
-        if (at->second.kind != KEntryKind::Nothing) {
-            return false;
-        }
+    if (HasMadeBelow(normal)) {
+        return false;
     }
     if (!Counts(normal)) {
         return true;
@@ -156,22 +159,59 @@ bool KPlannedTree::IsEmpty(const std::string& directory) const {
     });
 }
 
+bool KPlannedTree::HasMadeBelow(const std::string& directory) const {
+    const auto changed = changedBelow.find(directory);
+    if (changed == changedBelow.end()) {
+        return false;
+    }
+    const std::vector<std::string>& names = changed->second;
+    return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+        const std::string child = Child(directory, name);
+        const auto change = changes.find(child);
+        const bool isMade = change != changes.end() && change->second.kind != KEntryKind::Nothing;
+        return isMade || HasMadeBelow(child);
+    });
+}
+
+/// What a path was found to lead to stays so, whatever is made where nothing was. A directory goes
+/// when it is empty, and who finds it resolved looks whether it is there.
 void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
     entry.attribute = KSYS::ProtectingAttribute::None;
     const KEntryKind former = At(normal).kind;
-    const auto isOnTheWay = [](KEntryKind kind) {
-        return kind == KEntryKind::Directory || kind == KEntryKind::Link;
-    };
-    if (isOnTheWay(former) || isOnTheWay(entry.kind)) {
-        lastDirectory = {};
+    const bool stays = entry.kind == KEntryKind::Directory || entry.kind == KEntryKind::Nothing;
+    if (former == KEntryKind::Link || (former == KEntryKind::Directory && !stays)) {
+        resolved = {};
     }
-    changes.insert_or_assign(normal, std::move(entry));
+    const auto [at, isNew] = changes.insert_or_assign(normal, std::move(entry));
+    if (isNew) {
+        NoteAbove(at->first);
+    }
+    if (options.empty()) {
+        return;
+    }
     const auto begin = options.lower_bound({normal, ""});
     auto end = begin;
     while (end != options.end() && end->first.first == normal) {
         ++end;
     }
     options.erase(begin, end);
+}
+
+/// Of a new change. What is on the way to an earlier one is noted already.
+void KPlannedTree::NoteAbove(const std::string& normal) {
+    if (changedBelow.contains(normal)) {
+        return;
+    }
+    std::string at = normal;
+    while (at.size() > 1) {
+        std::string parent = ParentPath(at);
+        const auto [names, isNew] = changedBelow.try_emplace(parent);
+        names->second.emplace_back(NameOfPath(at));
+        if (!isNew || changes.contains(parent)) {
+            return;
+        }
+        at = std::move(parent);
+    }
 }
 
 void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
@@ -186,8 +226,8 @@ void KPlannedTree::PutCopy(
     if (from == to) {
         return;
     }
-    entry.content = GetContent(from);
-    Put(path, std::move(entry));
+    entry.content = ContentAt(from);
+    Set(to, std::move(entry));
     std::vector<std::pair<Section, std::vector<Option>>> copied;
     for (auto at = options.lower_bound({from, ""}); at != options.end() && at->first.first == from;
          ++at) {
@@ -205,20 +245,29 @@ std::vector<std::string> KPlannedTree::MakeDirectory(const std::string& path) {
         return made;
     }
     std::string at = "/";
-    for (const std::filesystem::path& part : std::filesystem::path(path)) {
-        const std::string name = part.string();
-        if (name.empty() || name == "/" || name == ".") {
-            continue;
-        }
+    KSYS::KPendingPath names;
+    const std::string_view whole = std::string_view(path).substr(0, end + 1);
+    const KPlannedPlace* above = nullptr; // mostly it is there, and only the last one is to be made
+    if (const std::string parent = ParentPath(whole); !parent.empty() && !HasParentStep(path)) {
+        above = &ResolveDirectory(parent, Links::Trusted);
+    }
+    if (above != nullptr && above->problem == KPathProblem::None) {
+        at = above->path;
+        names.PushFront(NameOfPath(whole));
+    } else {
+        names.PushFront(path);
+    }
+    while (!names.IsEmpty()) {
+        const std::string name = names.Pop();
         const std::string child = name == ".." ? ParentPath(at) : Child(at, name);
         const KPlannedPlace place = Resolve(child, Last::Follow, Links::Trusted);
-        KPlannedEntry entry = At(place.path);
+        const KEntryKind kind = At(place.path).kind;
         if (place.problem != KPathProblem::None ||
-            (entry.kind != KEntryKind::Directory && Exists(child))) {
+            (kind != KEntryKind::Directory && Exists(child))) {
             break;
         }
-        if (entry.kind == KEntryKind::Nothing) {
-            entry = KPlannedEntry();
+        if (kind == KEntryKind::Nothing) {
+            KPlannedEntry entry;
             entry.kind = KEntryKind::Directory;
             entry.mode = 0755;
             Set(place.path, std::move(entry));
@@ -234,7 +283,10 @@ void KPlannedTree::Remove(const std::string& path) {
 }
 
 std::string KPlannedTree::GetContent(const std::string& path) const {
-    const std::string normal = Resolve(path, Last::Follow, Links::Any).path;
+    return ContentAt(Resolve(path, Last::Follow, Links::Any).path);
+}
+
+std::string KPlannedTree::ContentAt(const std::string& normal) const {
     const auto change = changes.find(normal);
     return change != changes.end() ? change->second.content : Counts(normal) ? normal : "";
 }

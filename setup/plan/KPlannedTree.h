@@ -3,10 +3,12 @@
 
 #include <setup/plan/KDiskView.h>
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -51,10 +53,10 @@ class KPlannedTree {
     enum class Links { Any, Trusted }; ///< Trusted: as where something is made or deleted
     KPlannedPlace Resolve(const std::string& path, Last last, Links links) const;
 
-    /// What stands at the path, which may be a link.
-    KPlannedEntry Find(const std::string& path) const;
-    /// What stands where the path leads to.
-    KPlannedEntry FindTarget(const std::string& path) const;
+    /// What stands at the path, which may be a link. Valid until something else is there.
+    const KPlannedEntry& Find(const std::string& path) const;
+    /// What stands where the path leads to. Valid as above.
+    const KPlannedEntry& FindTarget(const std::string& path) const;
     bool Exists(const std::string& path) const { return Find(path).kind != KEntryKind::Nothing; }
     /// The names in a directory that are no directories and match the pattern, sorted, as the
     /// engine enumerates them.
@@ -95,7 +97,9 @@ class KPlannedTree {
     ReadOptions(const std::string& profile, const std::string& section) const;
 
     /// What was made and still stands, and what was deleted (kind Nothing), by path.
-    const std::map<std::string, KPlannedEntry>& GetChanges() const noexcept { return changes; }
+    const std::unordered_map<std::string, KPlannedEntry>& GetChanges() const noexcept {
+        return changes;
+    }
 
     /// Without separators at the end, "." and "..".
     static std::string Normal(const std::string& path);
@@ -107,27 +111,30 @@ class KPlannedTree {
     using Lister = const std::vector<KDiskView::Name>& (KDiskView::*)(const std::string&);
     std::vector<std::string>
     ListBy(Lister lister, const std::string& directory, const std::string& pattern) const;
-    KPlannedEntry At(const std::string& normal) const;
-    KPlannedEntry AtPlace(const KPlannedPlace& place) const;
+    const KPlannedEntry& At(const std::string& normal) const;
+    const KPlannedEntry& AtPlace(const KPlannedPlace& place) const;
     KPlannedPlace Walk(const std::string& path, Last last, Links links) const;
+    KPlannedPlace WalkToDirectory(const std::string& path, Links links) const;
     const KPlannedPlace& ResolveDirectory(const std::string& path, Links links) const;
     bool Follows(const std::string& directory, Links links) const;
     void Set(const std::string& normal, KPlannedEntry entry);
+    void NoteAbove(const std::string& normal);
+    bool HasMadeBelow(const std::string& directory) const;
+    std::string ContentAt(const std::string& normal) const;
     std::vector<Option>& LoadOptions(const std::string& profile, const std::string& section) const;
 
     Below below;
     std::string kit;
     std::shared_ptr<KDiskView> disk;
-    std::map<std::string, KPlannedEntry> changes;
+    std::unordered_map<std::string, KPlannedEntry> changes;
+    /// The names in a directory at or below which something changed.
+    std::unordered_map<std::string, std::vector<std::string>> changedBelow;
     mutable std::map<Section, std::vector<Option>> options; // of sections that were asked for
 
-    /// The directory that was resolved last: one rule copies many files to one.
-    struct Resolved {
-        std::string path;
-        Links links = Links::Any;
-        KPlannedPlace place;
-    };
-    mutable Resolved lastDirectory;
+    /// Directories that paths led to, by the path: rules have many files in few of them. With links
+    /// of anybody's, and with trusted ones.
+    mutable std::array<std::unordered_map<std::string, KPlannedPlace>, 2> resolved;
+    mutable KPlannedPlace unresolved; // the last one
 };
 
 /// Whether rules take a name for a pattern, which KSUP::KFileEnum::Matches compares names with.

@@ -48,14 +48,14 @@ KPlannedPlace KPlannedTree::Walk(const std::string& path, Last lastLink, Links l
         if (name.size() > NAME_MAX) {
             return EndedAt(std::move(child), pending, KPathProblem::TooLong);
         }
-        const KPlannedEntry entry = At(child);
+        const KPlannedEntry& entry = At(child);
         const bool isLast = pending.IsEmpty();
         if (entry.kind == KEntryKind::Link && !(isLast && lastLink == Last::Keep)) {
             if (linksLeft-- == 0 || !Follows(at, links)) {
                 return EndedAt(std::move(child), pending, KPathProblem::Link);
             }
             pending.PushFront(entry.target);
-            at = entry.target.starts_with('/') ? "/" : at;
+            at = entry.target.starts_with('/') ? "/" : std::move(at);
             continue;
         }
         at = std::move(child);
@@ -71,29 +71,56 @@ KPlannedPlace KPlannedTree::Walk(const std::string& path, Last lastLink, Links l
     return {std::move(at), KPathProblem::None};
 }
 
-const KPlannedPlace& KPlannedTree::ResolveDirectory(const std::string& path, Links links) const {
-    if (lastDirectory.path != path || lastDirectory.links != links) {
-        KPlannedPlace place = Walk(path, Last::Follow, links);
-        if (place.problem == KPathProblem::None) {
-            const KEntryKind kind = At(place.path).kind;
-            place.problem = kind == KEntryKind::Directory ? KPathProblem::None
-                            : kind == KEntryKind::Nothing ? KPathProblem::Missing
-                                                          : KPathProblem::NoDirectory;
+KPlannedPlace KPlannedTree::WalkToDirectory(const std::string& path, Links links) const {
+    const std::string name(NameOfPath(path));
+    const bool isPlain =
+        name.size() + 1 < path.size() && !name.empty() && name != "." && name != "..";
+    if (isPlain && name.size() <= NAME_MAX) {
+        const KPlannedPlace& above = ResolveDirectory(ParentPath(path), links);
+        if (above.problem == KPathProblem::None) {
+            std::string child = Child(above.path, name);
+            if (At(child).kind == KEntryKind::Directory) {
+                return {std::move(child), KPathProblem::None};
+            }
         }
-        lastDirectory = {path, links, std::move(place)};
     }
-    return lastDirectory.place;
+    KPlannedPlace place = Walk(path, Last::Follow, links);
+    if (place.problem == KPathProblem::None) {
+        const KEntryKind kind = At(place.path).kind;
+        place.problem = kind == KEntryKind::Directory ? KPathProblem::None
+                        : kind == KEntryKind::Nothing ? KPathProblem::Missing
+                                                      : KPathProblem::NoDirectory;
+    }
+    return place;
+}
+
+/// Only what leads to a directory is kept: it is so until a link or a directory changes. With ".." it
+/// may also hang on another directory.
+const KPlannedPlace& KPlannedTree::ResolveDirectory(const std::string& path, Links links) const {
+    auto& known = resolved[links == Links::Any ? 0 : 1];
+    const auto found = known.find(path);
+    if (found != known.end() && At(found->second.path).kind == KEntryKind::Directory) {
+        return found->second;
+    }
+    KPlannedPlace place = WalkToDirectory(path, links);
+    if (place.problem != KPathProblem::None || HasParentStep(path)) {
+        unresolved = std::move(place);
+        return unresolved;
+    }
+    return known.insert_or_assign(path, std::move(place)).first->second;
 }
 
 KPlannedPlace KPlannedTree::Resolve(const std::string& path, Last lastLink, Links links) const {
     if ((lastLink == Last::Keep ? ParentPath(path) : path).size() >= PATH_MAX) {
         return {NormalPath(path), KPathProblem::TooLong};
     }
-    const std::string name(NameOfPath(path));
-    if (name.size() + 1 >= path.size() || name.empty() || name == "." || name == "..") {
+    const std::size_t end = path.find_last_not_of('/');
+    const std::string_view whole = std::string_view(path).substr(0, end + 1); // 0 for "/" alone
+    const std::string name(NameOfPath(whole));
+    if (name.size() + 1 >= whole.size() || name.empty() || name == "." || name == "..") {
         return Walk(path, lastLink, links);
     }
-    const KPlannedPlace& directory = ResolveDirectory(ParentPath(path), links);
+    const KPlannedPlace& directory = ResolveDirectory(ParentPath(whole), links);
     std::string child = Child(directory.path, name);
     if (directory.problem != KPathProblem::None) {
         return {std::move(child), directory.problem};

@@ -124,7 +124,7 @@ void KPlanner::Copy(
     const std::string& source, const std::string& target, KChangePolicy::Treatment treatment
 ) {
     KPlannedAction action = ActionOf(Kind::CopyFile, target, source);
-    const KPlannedEntry found = tree.FindTarget(source);
+    const KPlannedEntry& found = tree.FindTarget(source);
     action.bytes = found.bytes;
     action.mode = found.mode;
     action.lacks = found.kind != KEntryKind::File;
@@ -134,7 +134,7 @@ void KPlanner::Copy(
     const bool isOurs = WasMadeByPlan(target);
     const auto last = isOurs ? KPlannedTree::Last::Follow : KPlannedTree::Last::Keep;
     const KPlannedPlace place = tree.Resolve(target, last, KPlannedTree::Links::Trusted);
-    const KPlannedEntry standing = tree.Find(place.path);
+    const KPlannedEntry& standing = tree.Find(place.path);
     KEntryKind former = standing.kind;
     action.replacesLink = former == KEntryKind::Link;
     if (!action.lacks && !isOurs && former != KEntryKind::Nothing &&
