@@ -3,6 +3,7 @@
 #include <setup/KSetupFailure.h>
 #include <setup/KSetupStop.h>
 #include <setup/files/KBlake2b.h>
+#include <setup/files/LibCrypto.h>
 
 #include <array>
 #include <system_error>
@@ -39,6 +40,7 @@ void RequireRead(unsigned failed, const std::string& path) {
 } // namespace
 
 KBlake2b::KBlake2b() : context(::EVP_MD_CTX_new(), ::EVP_MD_CTX_free) {
+    RequireLibCrypto();
     Check(context != nullptr ? 1 : 0);
     Check(::EVP_DigestInit_ex(context.get(), ::EVP_blake2b512(), nullptr));
 }

@@ -2,6 +2,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/files/KFileDigest.h>
+#include <setup/files/LibCrypto.h>
 
 #include <algorithm>
 #include <array>
@@ -43,6 +44,7 @@ std::string HexText(const unsigned char* bytes, unsigned count) {
 class Sha256Sum {
   public:
     Sha256Sum() {
+        RequireLibCrypto();
         Check(context != nullptr ? 1 : 0);
         Check(::EVP_DigestInit_ex(context.get(), Sha256(), nullptr));
     }

@@ -35,7 +35,7 @@ std::vector<std::string> WithFailure(std::vector<std::string> words, unsigned lo
 unsigned long CountAllocations(const KSubject& subject, const KWay& way) {
     subject.GetMachine().PutBack(way.from);
     std::filesystem::remove(countFile);
-    Trace(WithFailure(subject.Words(way.words), 0), {}, [](const KSeenCall&) { return false; });
+    RunUntraced(WithFailure(subject.Words(way.words), 0));
     unsigned long count = 0;
     std::ifstream(countFile) >> count;
     if (count == 0) {
@@ -64,10 +64,7 @@ void SweepAllocations(const KSubject& subject, const KSelection& selection, KRep
                 continue;
             }
             subject.GetMachine().PutBack(way.from);
-            const KTracedEnd end =
-                Trace(WithFailure(subject.Words(way.words), nth), {}, [](const KSeenCall&) {
-                    return false;
-                });
+            const KTracedEnd end = RunUntraced(WithFailure(subject.Words(way.words), nth));
             report.Add(
                 name,
                 "allocation " + std::to_string(nth) + " of " + std::to_string(count),
