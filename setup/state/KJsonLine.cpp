@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <setup/state/KJsonLine.h>
 
+#include <algorithm>
 #include <charconv>
+#include <optional>
 #include <stdexcept>
 
 #include <nlohmann/json.hpp>
@@ -35,80 +37,173 @@ std::string FromHex(const std::string& text) {
     return bytes;
 }
 
-/// The object's text; throws when a text in it is no UTF-8.
-std::string Dump(const nlohmann::json& object) {
-    return object.dump();
-}
-
-bool IsUtf8(const std::string& text) {
+/// Appends a text as JSON has it; false for one that is no UTF-8.
+bool AppendQuoted(std::string& line, const std::string& text) {
+    const bool isPlain = std::all_of(text.begin(), text.end(), [](char byte) {
+        return byte >= ' ' && byte <= '~' && byte != '"' && byte != '\\';
+    });
+    if (isPlain) {
+        line.append(1, '"').append(text).append(1, '"');
+        return true;
+    }
     try {
-        Dump(nlohmann::json(text));
+        line += nlohmann::json(text).dump();
         return true;
     } catch (const nlohmann::json::type_error&) {
         return false;
     }
 }
 
+/// Takes the texts and numbers of an object as they are read, which costs a fraction of making it.
+class Reading : public nlohmann::json_sax<nlohmann::json> {
+  public:
+    using Value = std::variant<std::string, std::uint64_t>;
+
+    bool start_object(std::size_t /*count*/) override {
+        isObject = isObject || depth == 0;
+        return Open();
+    }
+    bool start_array(std::size_t /*count*/) override { return Open(); }
+    bool end_object() override { return Close(); }
+    bool end_array() override { return Close(); }
+    bool key(string_t& name) override {
+        last = depth == 1 ? name : last;
+        return true;
+    }
+    bool string(string_t& text) override { return Take(std::move(text)); }
+    bool number_unsigned(number_unsigned_t number) override { return Take(std::uint64_t{number}); }
+    bool number_integer(number_integer_t /*number*/) override { return Refuse(); }
+    bool number_float(number_float_t /*number*/, const string_t& /*text*/) override {
+        return Refuse();
+    }
+    bool boolean(bool /*value*/) override { return Refuse(); }
+    bool null() override { return Refuse(); }
+    bool binary(binary_t& /*bytes*/) override { return Refuse(); }
+    bool parse_error(std::size_t, const std::string&, const nlohmann::json::exception&) override {
+        return false;
+    }
+
+    bool isObject = false;
+    std::optional<std::string> refused; // the key of what is neither a text nor a number
+    std::vector<std::pair<std::string, Value>> values;
+
+  private:
+    bool Open() {
+        if (depth++ > 0) {
+            Refuse();
+        }
+        return true;
+    }
+    bool Close() {
+        --depth;
+        return true;
+    }
+    bool Refuse() {
+        refused = refused.value_or(last);
+        return true;
+    }
+    bool Take(Value value) {
+        if (depth == 1) {
+            values.emplace_back(last, std::move(value));
+        }
+        return true;
+    }
+
+    int depth = 0;
+    std::string last; // key
+};
+
 } // namespace
 
 KJsonLine::KJsonLine(std::string_view line) {
-    const nlohmann::json object = nlohmann::json::parse(line, nullptr, false);
-    if (!object.is_object()) {
+    Reading reading;
+    if (!nlohmann::json::sax_parse(line, &reading) || !reading.isObject) {
         throw std::invalid_argument("no JSON object");
     }
-    for (const auto& [key, value] : object.items()) {
-        if (value.is_number_unsigned()) {
-            values[key] = value.get<std::uint64_t>();
-        } else if (value.is_string() && key.ends_with(hexEnding)) {
-            values[key.substr(0, key.size() - 3)] = FromHex(value.get<std::string>());
-        } else if (value.is_string()) {
-            values[key] = value.get<std::string>();
+    if (reading.refused) {
+        throw std::invalid_argument("neither a text nor a number: " + *reading.refused);
+    }
+    for (auto& [key, value] : reading.values) {
+        auto* const text = std::get_if<std::string>(&value);
+        if (text != nullptr && key.ends_with(hexEnding)) {
+            Set(key.substr(0, key.size() - 3), FromHex(*text));
         } else {
-            throw std::invalid_argument("neither a text nor a number: " + key);
+            Set(key, std::move(value));
         }
+    }
+}
+
+void KJsonLine::Set(const std::string& key, Value value) {
+    const auto known = std::find_if(values.begin(), values.end(), [&](const auto& one) {
+        return one.first == key;
+    });
+    if (known != values.end()) {
+        known->second = std::move(value);
+    } else {
+        values.emplace_back(key, std::move(value));
     }
 }
 
 void KJsonLine::Put(const std::string& key, std::string_view text) {
-    values[key] = std::string(text);
+    Set(key, std::string(text));
 }
 
 void KJsonLine::Put(const std::string& key, std::uint64_t number) {
-    values[key] = number;
+    Set(key, number);
 }
 
 std::string KJsonLine::ToText() const {
-    nlohmann::json object = nlohmann::json::object();
-    for (const auto& [key, value] : values) {
+    std::vector<const std::pair<std::string, Value>*> sorted;
+    sorted.reserve(values.size());
+    for (const auto& one : values) {
+        sorted.push_back(&one);
+    }
+    std::sort(sorted.begin(), sorted.end(), [](const auto* left, const auto* right) {
+        return left->first < right->first;
+    });
+    std::string line;
+    for (const auto* one : sorted) {
+        const auto& [key, value] = *one;
+        line += line.empty() ? '{' : ',';
+        const std::size_t begin = line.size();
+        AppendQuoted(line, key);
+        line += ':';
         if (const auto* number = std::get_if<std::uint64_t>(&value)) {
-            object[key] = *number;
-        } else if (const auto& text = std::get<std::string>(value); IsUtf8(text)) {
-            object[key] = text;
-        } else {
-            object[key + hexEnding] = ToHex(text);
+            line += std::to_string(*number);
+        } else if (const auto& text = std::get<std::string>(value); !AppendQuoted(line, text)) {
+            line.resize(begin);
+            AppendQuoted(line, key + hexEnding);
+            line.append(":\"").append(ToHex(text)).append(1, '"');
         }
     }
-    return Dump(object) + "\n";
+    return (line.empty() ? "{" : line) + "}\n";
+}
+
+const KJsonLine::Value* KJsonLine::Find(const std::string& key) const noexcept {
+    const auto found = std::find_if(values.begin(), values.end(), [&](const auto& one) {
+        return one.first == key;
+    });
+    return found != values.end() ? &found->second : nullptr;
 }
 
 bool KJsonLine::Has(const std::string& key) const {
-    return values.contains(key);
+    return Find(key) != nullptr;
 }
 
 std::string KJsonLine::GetText(const std::string& key) const {
-    const auto found = values.find(key);
-    if (found == values.end() || !std::holds_alternative<std::string>(found->second)) {
+    const Value* const value = Find(key);
+    if (value == nullptr || !std::holds_alternative<std::string>(*value)) {
         throw std::invalid_argument("no text \"" + key + "\"");
     }
-    return std::get<std::string>(found->second);
+    return std::get<std::string>(*value);
 }
 
 std::uint64_t KJsonLine::GetNumber(const std::string& key) const {
-    const auto found = values.find(key);
-    if (found == values.end() || !std::holds_alternative<std::uint64_t>(found->second)) {
+    const Value* const value = Find(key);
+    if (value == nullptr || !std::holds_alternative<std::uint64_t>(*value)) {
         throw std::invalid_argument("no number \"" + key + "\"");
     }
-    return std::get<std::uint64_t>(found->second);
+    return std::get<std::uint64_t>(*value);
 }
 
 } // namespace KSETUP

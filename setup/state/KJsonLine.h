@@ -2,10 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <variant>
+#include <vector>
 
 namespace KSETUP {
 
@@ -32,7 +33,11 @@ class KJsonLine {
     std::uint64_t GetNumber(const std::string& key) const;
 
   private:
-    std::map<std::string, std::variant<std::string, std::uint64_t>> values;
+    using Value = std::variant<std::string, std::uint64_t>;
+    void Set(const std::string& key, Value value);
+    const Value* Find(const std::string& key) const noexcept;
+
+    std::vector<std::pair<std::string, Value>> values; // few, and lines by the thousand
 };
 
 } // namespace KSETUP
