@@ -5,6 +5,7 @@
 #include <setup/check/KCheckContext.h>
 #include <setup/check/MacroText.h>
 #include <setup/files/PathText.h>
+#include <setup/plan/ProductPath.h>
 #include <setup/script/ScriptText.h>
 #include <sup++/KFileEnum.h>
 #include <sup++/SvcData.h>
@@ -136,12 +137,36 @@ const std::vector<std::string>& KCheckContext::SectionsLike(const std::string& p
     return at->second;
 }
 
+bool KCheckContext::IsOfTheSystem(const std::string& path) const {
+    const auto [known, isNew] = ofTheSystem.try_emplace(path);
+    if (isNew) {
+        // Commas and the like are another reason not to be a product path, and none here.
+        std::string plain = path;
+        std::replace_if(
+            plain.begin(),
+            plain.end(),
+            [](char byte) {
+                return byte == ',' || byte == '$' || static_cast<signed char>(byte) < ' ';
+            },
+            '_'
+        );
+        known->second =
+            plain.starts_with('/') && !WhyNotAProductPath(plain, Expand("$serviceName$")).empty();
+    }
+    return known->second;
+}
+
 bool KCheckContext::CouldBeASection(const std::string& pattern) const {
     const auto known = sectionsByPattern.find(pattern);
     return known != sectionsByPattern.end() && !known->second.empty();
 }
 
 void KCheckContext::FindCycles() {
+    if (std::none_of(lines.begin(), lines.end(), [](const KScriptRule& rule) {
+            return rule.type == KINS::KRuleType::Section;
+        })) {
+        return;
+    }
     std::set<std::pair<unsigned, std::vector<std::string>>> seen;
     for (const std::string& architecture : Architectures()) {
         const MacroExpander expand = ExpanderFor(architecture, macros);

@@ -15,6 +15,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace KSETUP {
@@ -52,6 +53,8 @@ class KCheckContext {
     const std::set<std::string>& GetLoadedSections() const noexcept { return loadedSections; }
     /// Whether a section is there that such a name could stand for (MacroText.h).
     bool CouldBeASection(const std::string& pattern) const;
+    /// Whether a path is a directory of the system, or leads to one.
+    bool IsOfTheSystem(const std::string& path) const;
     /// Sections that include themselves, on a machine of either architecture.
     const std::vector<KScriptCycle>& GetCycles() const noexcept { return cycles; }
     const KPlan& GetInstall() const noexcept { return install; }
@@ -106,6 +109,7 @@ class KCheckContext {
     std::set<std::string> loadedSections;
     std::map<std::string, std::vector<std::string>> sectionsByPattern; // of those with "*"
     std::vector<KScriptCycle> cycles;
+    mutable std::unordered_map<std::string, bool> ofTheSystem; // by path, of those asked about
 };
 
 } // namespace KSETUP

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/check/Checks.h>
 #include <setup/files/PathText.h>
-#include <setup/plan/ProductPath.h>
 #include <setup/plan/SystemPlaces.h>
 #include <setup/script/KSetupRuleLine.h>
 #include <setup/state/KManifest.h>
@@ -22,20 +21,6 @@ using Kind = KPlannedAction::Kind;
 
 constexpr std::size_t mostNamed = 3; // of what one rule leaves
 
-bool IsOfTheSystem(const KCheckContext& context, std::string path) {
-    // Commas and the like are another reason not to be a product path, and none here.
-    std::replace_if(
-        path.begin(),
-        path.end(),
-        [](char byte) {
-            return byte == ',' || byte == '$' || static_cast<signed char>(byte) < ' ';
-        },
-        '_'
-    );
-    return path.starts_with('/') &&
-           !WhyNotAProductPath(path, context.Expand("$serviceName$")).empty();
-}
-
 /// The directories that rules delete and packages of this machine have.
 std::map<std::string, std::string> FindThoseOfPackages(const KCheckContext& context) {
     std::vector<std::string> directories;
@@ -55,7 +40,7 @@ bool IsOfOthers(const KCheckContext& context, const std::string& path) {
     const bool isOwn = ParentPath(path) == "/etc" &&
                        context.GetAfterInstall().GetChanges().contains(path) &&
                        !IsSharedNameInEtc(std::string(NameOfPath(path)));
-    return !isOwn && IsOfTheSystem(context, path);
+    return !isOwn && context.IsOfTheSystem(path);
 }
 
 /// What the actions of a kind are about: paths, services, commands.
@@ -121,7 +106,7 @@ std::string SystemDirectoryOf(
     const std::string path =
         KPlannedTree::Normal(isOwn ? fields[1] : JoinPath(fields[2], fields[1]));
     const std::string directory = std::filesystem::path(path).parent_path().string();
-    return IsOfTheSystem(context, directory) && !IsInstalled(context, path) &&
+    return context.IsOfTheSystem(directory) && !IsInstalled(context, path) &&
                    !IsUnitOf(services, path)
                ? directory
                : "";
@@ -197,7 +182,7 @@ bool IsNamedBy(const KCheckContext& context, const Removal& removal, const std::
         return false;
     }
     for (std::filesystem::path at(path);
-         at.has_relative_path() && !IsOfTheSystem(context, at.string());
+         at.has_relative_path() && !context.IsOfTheSystem(at.string());
          at = at.parent_path()) {
         if (removal.Names(at.string())) {
             return true;
@@ -209,7 +194,7 @@ bool IsNamedBy(const KCheckContext& context, const Removal& removal, const std::
 /// Directories of the system, and those that the product shares with others by lying below them.
 bool IsShared(const KCheckContext& context, const std::string& path) {
     const std::string product = KPlannedTree::Normal(context.GetProductPath());
-    return IsOfTheSystem(context, path) || product.starts_with(path + "/");
+    return context.IsOfTheSystem(path) || product.starts_with(path + "/");
 }
 
 /// Whether the removal would delete a directory but for what is still in it, which is told by

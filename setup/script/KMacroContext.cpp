@@ -40,7 +40,7 @@ std::string KMacroContext::ProposePath(const KScript& script) const {
 
 bool KMacroContext::IsKnown(const std::string& name) const {
     const std::string text = "$" + name + "$";
-    const std::vector<std::string> names = GetNames();
+    static const std::vector<std::string> names = GetNames(); // the same in each run
     return std::find(names.begin(), names.end(), name) != names.end() || Expand(text) != text;
 }
 
