@@ -125,23 +125,25 @@ Findings WildcardLinks(const KCheckContext& context) {
 }
 
 Findings LinksOntoFiles(const KCheckContext& context) {
-    std::vector<KPlanStep> files; // that are there by then
+    std::unordered_map<std::string, unsigned> files; // that are there by then, and their lines
     Findings found;
     for (const KPlanStep& step : StepsOf(context.GetInstall())) {
-        const auto isHere = [&](const KPlanStep& former) { return former.path == step.path; };
         if (step.action->kind == Kind::DeleteFile) {
-            std::erase_if(files, isHere);
-        } else if (MakesFile(*step.action) && step.action->kind != Kind::MakeLink) {
-            files.push_back(step);
+            files.erase(step.path);
+        } else if (step.action->kind != Kind::MakeLink) {
+            if (MakesFile(*step.action)) {
+                files.try_emplace(step.path, step.rule->rule.line.number);
+            }
+            continue;
         }
-        const auto file = std::find_if(files.begin(), files.end(), isHere);
+        const auto file = files.find(step.path);
         if (step.action->kind != Kind::MakeLink || file == files.end() || step.commandRan) {
             continue;
         }
         found.push_back(context.AtValue(
             step.rule->rule.line,
             "the link \"" + step.path + "\" would replace the file of line " +
-                std::to_string(file->rule->rule.line.number) + ", and a link replaces only links",
+                std::to_string(file->second) + ", and a link replaces only links",
             "write first the file that is there, then where the link goes: "
             "file=symlink,NAME,FROM,TO,NEWNAME makes TO/NEWNAME, which leads to FROM/NAME"
         ));

@@ -38,6 +38,8 @@ class KRun {
     void Finish();
 
     const KPlannedRun& GetPlanned() const noexcept { return checked.GetPlanned(); }
+    /// What was installed, of a run that is done.
+    const KManifest& GetManifest() const noexcept { return installed; }
 
   private:
     bool GoesOn() const noexcept;
@@ -82,6 +84,7 @@ class KRun {
     bool isSealBroken = false;        // set by the run's thread, read when it has ended
     KRuleMaker ruleMaker;
     std::map<std::string, std::string> edited; // configuration, and what it was installed as
+    KManifest installed;                       // once the run is settled
     std::unique_ptr<KWriteJournal> journal;    // there once the run is remembered
     std::unique_ptr<KRunWatch> watch;
     KINS::KInstaller installer; // last: its run uses the rest

@@ -110,7 +110,6 @@ void KRun::Settle() {
 void KRun::SettleInstall() {
     CleanUp();
     FlushDeletions(toFlush);
-    KManifest manifest;
     try {
         // First: without the manifest the run goes on.
         KeepKit(
@@ -118,16 +117,16 @@ void KRun::SettleInstall() {
             report.version + "-" + std::to_string(report.buildNumber),
             checked.GetCopies().GetSealed()
         );
-        manifest = MakeManifest();
-        manifest.SetRun(backup.GetRun());
+        installed = MakeManifest();
+        installed.SetRun(backup.GetRun());
         // The link that the script laid may lead to another name of the product path.
-        manifest.SetProduct(
+        installed.SetProduct(
             {report.version,
              report.buildNumber,
              NormalPath(installer.GetInstalledProductPath().c_str())}
         );
         GetPlanned().GetKit().PinKey();
-        manifest.Write(GetPlanned().GetProduct().GetService());
+        installed.Write(GetPlanned().GetProduct().GetService());
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
             failure.GetExitCode(),
@@ -135,11 +134,11 @@ void KRun::SettleInstall() {
                 " is installed, but not what it consists of written down: " + failure.what()
         );
     }
-    backup.Conclude(journal->GetMade(), &manifest, [this] {
+    backup.Conclude(journal->GetMade(), &installed, [this] {
         journal->End();
         state->End();
     });
-    report.outdated = DescribeOutdatedPrograms(manifest);
+    report.outdated = DescribeOutdatedPrograms(installed);
 }
 
 KManifest KRun::MakeManifest() {

@@ -72,9 +72,9 @@ bool KSameInstall::IsDone() const {
     return true;
 }
 
-void KSameInstall::Remember(const KPlannedRun& planned) const {
+void KSameInstall::Remember(const KPlannedRun& planned, const KManifest& manifest) const {
     try {
-        WriteFingerprint(planned);
+        WriteFingerprint(planned, manifest);
     } catch (const KSetupFailure& failure) {
         product.GetContext().report.notes.push_back(
             std::string("What kit it was could not be remembered, so the next install of it does "
@@ -84,16 +84,15 @@ void KSameInstall::Remember(const KPlannedRun& planned) const {
     }
 }
 
-void KSameInstall::WriteFingerprint(const KPlannedRun& planned) const {
+void KSameInstall::WriteFingerprint(const KPlannedRun& planned, const KManifest& manifest) const {
     const std::string& service = product.GetService();
     const KKitFingerprint now(product.GetContext().kit.GetDirectory());
-    const auto manifest = KManifest::Read(product.GetService());
-    if (!manifest || now.GetLook() != kit.GetLook()) { // somebody wrote to it meanwhile
+    if (now.GetLook() != kit.GetLook()) { // somebody wrote to it meanwhile
         KInstalledKit::Remove(service);
         return;
     }
     KInstalledKit{
-        now.GetLook(), now.ReadContent(KnownDigests(planned, *manifest)), DigestManifest(service)}
+        now.GetLook(), now.ReadContent(KnownDigests(planned, manifest)), DigestManifest(service)}
         .Write(service);
 }
 

@@ -14,7 +14,7 @@ namespace KSETUP {
 /// Thread   the main thread's
 ///
 ///     const KSameInstall same(product);
-///     if (!same.IsDone()) { … the run … same.Remember(run's plan); }
+///     if (!same.IsDone()) { … the run … same.Remember(run's plan, its manifest); }
 class KSameInstall {
   public:
     /// Throws   KSetupFailure when the kit cannot be read
@@ -28,12 +28,12 @@ class KSameInstall {
 
     /// Remembers the kit of a run that is done. What fails is a note: the next install does more
     /// than it need.
-    void Remember(const KPlannedRun& planned) const;
+    void Remember(const KPlannedRun& planned, const KManifest& manifest) const;
 
   private:
     bool IsSameKit() const;
     bool IsForTheSamePlace() const;
-    void WriteFingerprint(const KPlannedRun& planned) const;
+    void WriteFingerprint(const KPlannedRun& planned, const KManifest& manifest) const;
 
     KLockedProduct& product;
     KKitFingerprint kit;

@@ -51,7 +51,7 @@ void Install(const KRunContext& context) {
     KRun run(KCheckedRun(KPlannedRun::OfInstall(kit)));
     run.Finish();
     if (context.report.result == KRunResult::Done) {
-        same.Remember(run.GetPlanned());
+        same.Remember(run.GetPlanned(), run.GetManifest());
     }
 }
 

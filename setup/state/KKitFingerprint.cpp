@@ -53,30 +53,36 @@ KKitFingerprint::KKitFingerprint(const std::string& kitDirectory) : directory(ki
     look = DigestBytes(all);
 }
 
+/// By the open directory, which costs a fraction; and only one is open, however deep they are.
 void KKitFingerprint::Add(const std::string& below) {
     std::vector<std::string> names;
+    std::vector<std::string> directories;
     const std::string parent = below.empty() ? directory : JoinPath(directory, below);
-    Require(KSYS::ListEntries(parent, names), parent);
-    for (const std::string& name : names) {
-        Entry entry;
-        entry.path = below.empty() ? name : below + "/" + name;
-        const std::string path = JoinPath(directory, entry.path);
-        struct stat status {};
-        Require(KSYS::ReadStatus(path, KSYS::LastLink::Keep, status), path);
-        entry.mode = status.st_mode;
-        entry.seconds = status.st_mtim.tv_sec;
-        entry.nanoseconds = status.st_mtim.tv_nsec;
-        if (S_ISREG(status.st_mode)) {
-            entry.size = static_cast<std::uint64_t>(status.st_size);
-        } else if (S_ISLNK(status.st_mode)) {
-            Require(KSYS::ReadLink(path, entry.target), path);
+    {
+        KSYS::KDescriptor open;
+        Require(KSYS::OpenDirectoryEntry(parent + "/.", open), parent); // also by a link
+        Require(KSYS::ListEntries({open.Get(), "."}, names), parent);
+        for (const std::string& name : names) {
+            Entry entry;
+            entry.path = below.empty() ? name : below + "/" + name;
+            const KSYS::Entry at{open, name};
+            struct stat status {};
+            Require(KSYS::ReadStatus(at, KSYS::LastLink::Keep, status), parent + "/" + name);
+            entry.mode = status.st_mode;
+            entry.seconds = status.st_mtim.tv_sec;
+            entry.nanoseconds = status.st_mtim.tv_nsec;
+            if (S_ISREG(status.st_mode)) {
+                entry.size = static_cast<std::uint64_t>(status.st_size);
+            } else if (S_ISLNK(status.st_mode)) {
+                Require(KSYS::ReadLink(at, entry.target), parent + "/" + name);
+            } else if (S_ISDIR(status.st_mode)) {
+                directories.push_back(entry.path);
+            }
+            entries.push_back(std::move(entry));
         }
-        const bool isDirectory = S_ISDIR(status.st_mode);
-        const std::string itsPath = entry.path;
-        entries.push_back(std::move(entry));
-        if (isDirectory) {
-            Add(itsPath);
-        }
+    }
+    for (const std::string& one : directories) {
+        Add(one);
     }
 }
 

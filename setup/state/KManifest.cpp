@@ -201,7 +201,8 @@ void KManifest::Write(const std::string& serviceName, const std::string& base) c
     }
     KJsonLine end;
     end.Put("entries", std::uint64_t{entries.size()});
-    KPrivateDirectory(base, serviceName).WriteDurably(fileName, text + end.ToText());
+    text += end.ToText();
+    KPrivateDirectory(base, serviceName).WriteDurably(fileName, text);
 }
 
 void KManifest::ParseHead(const KJsonLine& line) {
