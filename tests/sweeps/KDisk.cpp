@@ -7,11 +7,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include <fcntl.h>
@@ -136,11 +138,17 @@ void KDisk::Format(const KFileSystem& fileSystem) const {
 }
 
 void KDisk::Mount(const KFileSystem& fileSystem) {
-    const char* const options = fileSystem.options.c_str();
-    Check(
-        ::mount(device.c_str(), root.c_str(), fileSystem.type.c_str(), 0, options),
-        "mount " + fileSystem.name
-    );
+    const auto mount = [&] {
+        const char* const options = fileSystem.options.c_str();
+        return ::mount(device.c_str(), root.c_str(), fileSystem.type.c_str(), 0, options);
+    };
+    int mounted = mount();
+    // btrfs knows a file system for a moment longer by the disk that it was on before.
+    for (int tries = 0; mounted < 0 && errno == EEXIST && tries < 50; ++tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        mounted = mount();
+    }
+    Check(mounted, "mount " + fileSystem.name);
     isMounted = true;
 }
 
