@@ -71,6 +71,7 @@ void KFileBase::OpenForRead(const KString& filePath, KDirectory* held) {
     KSYS::KDescriptor former(std::exchange(descriptor, file.Release()));
     length = static_cast<unsigned long long>(status.st_size);
     modeFlags = status.st_mode & permissionBits;
+    mayHaveHoles = KSYS::MayHaveHoles(status);
     path = filePath;
 }
 
@@ -92,14 +93,15 @@ void KFileBase::Create(const KString& filePath, KDirectory* held) {
     length = 0;
     modeFlags = newFileMode;
     kernelCopies = true;
+    mayHaveHoles = false;
     path = filePath;
 }
 
 void KFileBase::Copy(
     const KFileBase& from, const unsigned long long& offset, unsigned int byteCount
 ) {
-    const unsigned status =
-        KSYS::CopyRange(from.descriptor, offset, descriptor, byteCount, kernelCopies);
+    const auto copy = from.mayHaveHoles ? KSYS::CopyRangeWithHoles : KSYS::CopyRange;
+    const unsigned status = copy(from.descriptor, offset, descriptor, byteCount, kernelCopies);
     if (status == ENODATA) {
         RaiseInWords(EIO, KOperation::Read, from.path, "became shorter while it was copied");
     }

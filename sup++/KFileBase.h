@@ -37,7 +37,7 @@ class SUP_EXPORT KFileBase : public KBase {
     void Create(const KString& filePath, KDirectory* held = nullptr);
 
     /// Appends `byteCount` bytes of `from`, from `offset` on, to what was written to this file so
-    /// far.
+    /// far. Holes of `from` (lseek(2)) become holes.
     ///
     /// Throws   also when the source ends before that (EIO); part of it may then be written
     void Copy(const KFileBase& from, const unsigned long long& offset, unsigned int byteCount);
@@ -64,7 +64,8 @@ class SUP_EXPORT KFileBase : public KBase {
     int descriptor = -1;
     unsigned int modeFlags = 0;
     unsigned long long length = 0;
-    bool kernelCopies = true; // until the file systems refuse copy_file_range
+    bool kernelCopies = true;  // until the file systems refuse copy_file_range
+    bool mayHaveHoles = false; // of one that is read, as it was when it was opened
     KString path;
 };
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -122,6 +123,27 @@ ssize_t CopyThroughBuffer(int from, long long offset, int to, std::size_t length
         }
     }
     return bytes;
+}
+
+/// Whether a file has a hole there; `length` becomes how long it is, or how far the bytes go, but no
+/// more than it was. What cannot be told counts as bytes.
+bool IsHole(int file, off_t offset, std::size_t& length) noexcept {
+    const off_t bytes = ::lseek(file, offset, SEEK_DATA);
+    if (bytes < 0) { // none are left; or the file is shorter by now
+        struct stat status {};
+        return errno == ENXIO && ::fstat(file, &status) == 0 &&
+               status.st_size - offset >= static_cast<off_t>(length);
+    }
+    const off_t end = bytes > offset ? bytes : ::lseek(file, offset, SEEK_HOLE);
+    if (end > offset) {
+        length = std::min(length, static_cast<std::size_t>(end - offset));
+    }
+    return bytes > offset;
+}
+
+unsigned AppendHole(int file, std::size_t length) noexcept {
+    const off_t end = ::lseek(file, static_cast<off_t>(length), SEEK_CUR);
+    return end >= 0 && Retry([&] { return ::ftruncate(file, end); }) == 0 ? 0 : LastError();
 }
 
 bool IsRefusal(int error) noexcept {
@@ -312,6 +334,27 @@ unsigned CopyRange(
         length -= static_cast<std::size_t>(copied);
     }
     return 0;
+}
+
+bool MayHaveHoles(const struct stat& status) noexcept {
+    constexpr off_t smallestHole = 4096;
+    constexpr off_t unit = 512; // of st_blocks, stat(2)
+    return status.st_size > smallestHole && status.st_blocks * unit < status.st_size;
+}
+
+unsigned CopyRangeWithHoles(
+    int from, unsigned long long offset, int to, std::size_t length, bool& byKernel
+) noexcept {
+    unsigned status = 0;
+    while (status == 0 && length > 0) {
+        std::size_t step = length;
+        status = IsHole(from, static_cast<off_t>(offset), step)
+                     ? AppendHole(to, step)
+                     : CopyRange(from, offset, to, step, byKernel);
+        offset += step;
+        length -= step;
+    }
+    return status;
 }
 
 unsigned WriteAll(int file, const char* bytes, std::size_t byteCount) noexcept {

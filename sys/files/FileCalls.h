@@ -46,6 +46,13 @@ OpenRegularAt(int directory, const char* name, KDescriptor& file, struct stat& s
 [[nodiscard]] unsigned
 CopyRange(int from, unsigned long long offset, int to, std::size_t length, bool& byKernel) noexcept;
 
+/// Whether less of a file is on the disk than it is long: it may have holes, which read as zeros.
+bool MayHaveHoles(const struct stat& status) noexcept;
+/// As CopyRange, with holes for the holes of `from`, whose position it moves; `to` stands at its end.
+[[nodiscard]] unsigned CopyRangeWithHoles(
+    int from, unsigned long long offset, int to, std::size_t length, bool& byKernel
+) noexcept;
+
 [[nodiscard]] unsigned WriteAll(int file, const char* bytes, std::size_t byteCount) noexcept;
 [[nodiscard]] unsigned ReadAll(int file, std::string& bytes);
 /// Closes and tells what the disk reports.

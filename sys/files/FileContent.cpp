@@ -29,13 +29,23 @@ std::array<timespec, 2> OnlyChanged(const timespec& changed) noexcept {
 unsigned CopyByReading(int source, int target) noexcept {
     std::array<char, 65536> chunk; // NOLINT: filled before it is read
     std::size_t bytes = 0;
+    struct stat found {};
     unsigned status = 0;
-    do {
-        status = ReadSome(source, chunk.data(), chunk.size(), bytes);
-        if (status == 0) {
-            status = WriteAll(target, chunk.data(), bytes);
+    if (::fstat(source, &found) == 0 && MayHaveHoles(found)) {
+        bool byKernel = true;
+        const auto length = static_cast<std::size_t>(found.st_size);
+        status = CopyRangeWithHoles(source, 0, target, length, byKernel);
+        if (status == 0) { // it may be longer by now
+            status = StatusOf(::lseek(source, found.st_size, SEEK_SET));
         }
-    } while (status == 0 && bytes > 0);
+    }
+    while (status == 0) {
+        status = ReadSome(source, chunk.data(), chunk.size(), bytes);
+        if (status != 0 || bytes == 0) {
+            break;
+        }
+        status = WriteAll(target, chunk.data(), bytes);
+    }
     return status;
 }
 

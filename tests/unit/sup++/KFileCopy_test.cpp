@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -108,6 +109,44 @@ TEST_F(KFileTest, CopiesWhereTheSystemCannotCopyByItself) {
     });
     EXPECT_EQ(status, 0);
     EXPECT_EQ(tree.Read("target"), bytes);
+}
+
+/// A file of `size` bytes with only these in it.
+void WriteSparse(const std::string& path, off_t size, off_t at, const std::string& bytes) {
+    const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    EXPECT_EQ(::pwrite(file, bytes.data(), bytes.size(), at), static_cast<ssize_t>(bytes.size()));
+    EXPECT_EQ(::ftruncate(file, size), 0);
+    ::close(file);
+}
+
+bool IsSparse(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && status.st_blocks * 512 < status.st_size / 2;
+}
+
+TEST_F(KFileTest, HolesStayHoles) {
+    constexpr off_t size = 3'000'001;
+    for (const off_t at : {off_t{0}, off_t{70000}, off_t{1'000'000}, size - 5000}) {
+        WriteSparse(tree.Path("source"), size, at, ArbitraryBytes(5000));
+        if (!IsSparse(tree.Path("source"))) {
+            GTEST_SKIP() << "the file system here has no holes";
+        }
+        CopyFile("source", "target");
+        EXPECT_EQ(tree.Read("target"), tree.Read("source")) << at;
+        EXPECT_TRUE(IsSparse(tree.Path("target"))) << at;
+    }
+}
+
+TEST_F(KFileTest, ASourceWithHolesThatShrinksIsAnError) {
+    WriteSparse(tree.Path("source"), 3'000'000, 0, ArbitraryBytes(5000));
+    KFile source;
+    KFile target;
+    source.OpenForRead(tree.Path("source"));
+    target.Create(tree.Path("target"));
+    ASSERT_EQ(::truncate(tree.Path("source").c_str(), 100'000), 0);
+    target.Copy(source, 0, 100'000);
+    EXPECT_THROW(target.Copy(source, 100'000, 65536), KError);
+    EXPECT_THROW(target.Copy(source, 60'000, 65536), KError);
 }
 
 TEST_F(KFileTest, AnEmptySourceGivesAnEmptyTarget) {

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 
+#include <fcntl.h>
 #include <sys/files/FileContent.h>
 #include <sys/files/FileLock.h>
 #include <sys/files/FileStatus.h>
@@ -39,6 +40,24 @@ TEST_F(FileContentTest, ACopyHasAllBytes) {
     GivenFiles(bytes);
     EXPECT_EQ(CopyContent(from.Get(), to.Get(), CopyWay::Any), 0U);
     EXPECT_EQ(tree.Read("to"), bytes);
+}
+
+TEST_F(FileContentTest, HolesStayHoles) {
+    const std::string bytes = ArbitraryBytes(5000);
+    GivenFiles(bytes);
+    const int source = ::open(tree.Path("from").c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    ASSERT_EQ(::pwrite(source, bytes.data(), bytes.size(), 1'000'000), 5000);
+    ASSERT_EQ(Truncate(source, 3'000'001), 0U);
+    ::close(source);
+    struct stat status {};
+    ASSERT_EQ(ReadStatus(from.Get(), status), 0U);
+    if (status.st_blocks * 512 > 1'000'000) {
+        GTEST_SKIP() << "the file system here has no holes";
+    }
+    EXPECT_EQ(CopyContent(from.Get(), to.Get(), CopyWay::Any), 0U);
+    EXPECT_EQ(tree.Read("to"), tree.Read("from"));
+    ASSERT_EQ(ReadStatus(to.Get(), status), 0U);
+    EXPECT_LT(status.st_blocks * 512, 1'000'000);
 }
 
 TEST_F(FileContentTest, AReflinkIsMadeOrRefusedWithoutAByte) {
