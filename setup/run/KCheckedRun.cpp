@@ -110,6 +110,9 @@ void RefuseStopped(KSYS::KStopSignals& signals) {
 KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRun)) {
     const KRunContext& context = GetContext();
     const std::string kit = context.kit.GetDirectory();
+    readAhead = std::make_unique<KReadAhead>( // first: while the kit is checked the disk is idle
+        planned.Installs() ? CopiedFiles(planned.GetPlan()) : std::vector<std::string>()
+    );
     copies = std::make_unique<KCopyDigests>(
         planned.Installs() ? LastingCopies(planned.GetPlan(), kit) : std::vector<KCopy>(),
         planned.TakeSealed(),

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/files/KCopyDigests.h>
+#include <setup/files/KReadAhead.h>
 #include <setup/run/KPlannedRun.h>
 
 #include <memory>
@@ -25,6 +26,7 @@ class KCheckedRun {
     /// What is told of each copy.
     KCopyDigests& GetCopies() noexcept { return *copies; }
     const KCopyDigests& GetCopies() const noexcept { return *copies; }
+    KReadAhead& GetReadAhead() noexcept { return *readAhead; }
 
   private:
     void RequireScript() const;
@@ -37,6 +39,7 @@ class KCheckedRun {
 
     KPlannedRun planned;
     std::unique_ptr<KCopyDigests> copies;
+    std::unique_ptr<KReadAhead> readAhead;
     std::string commandLog;
 };
 

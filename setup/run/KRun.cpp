@@ -164,6 +164,7 @@ KRun::KRun(KCheckedRun&& checkedRun)
     changes.formerOwners = FindOwners(GetPlanned().GetPolicy());
     changes.copied = [this](const std::string& source, const std::string& target) {
         checked.GetCopies().Add(source, target);
+        checked.GetReadAhead().NoteCopied();
     };
     context.reporter.Start(report);
     NoteWhatMayGo();

@@ -117,6 +117,16 @@ std::deque<KRunChanges::Matches> PlannedMatches(const KPlan& plan) {
     return all;
 }
 
+std::vector<std::string> CopiedFiles(const KPlan& plan) {
+    std::vector<std::string> files;
+    plan.ForEachAction([&](const KPlannedAction& action) {
+        if (action.kind == Kind::CopyFile && !action.lacks) {
+            files.push_back(action.source);
+        }
+    });
+    return files;
+}
+
 std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirectory) {
     const std::string kit = NormalPath(kitDirectory);
     std::vector<KCopy> copies;

@@ -26,6 +26,9 @@ std::vector<std::string> ChangedPaths(const KPlan& plan);
 /// Lifetime the names are the plan's
 std::deque<KRunChanges::Matches> PlannedMatches(const KPlan& plan);
 
+/// The files that are copied, in the order of their copies.
+std::vector<std::string> CopiedFiles(const KPlan& plan);
+
 /// The copies of which it is known before the run what they leave: from the kit's own files, to
 /// targets that nothing else writes to. None where a command runs, which may write anywhere.
 std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirectory);

@@ -4,12 +4,14 @@
 #include <cstring>
 #include <vector>
 
+#include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/Retry.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileContent.h>
 #include <sys/files/FileStatus.h>
 #include <sys/ioctl.h>
+#include <sys/uio.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -78,6 +80,17 @@ unsigned WriteAt(int file, const char* bytes, std::size_t byteCount, off_t offse
 
 unsigned Truncate(int file, off_t size) noexcept {
     return StatusOf(Retry([&] { return ::ftruncate(file, size); }));
+}
+
+unsigned ReadAhead(int file, std::size_t byteCount, bool& wasThere) noexcept {
+    char byte = 0;
+    const iovec room{&byte, 1};
+    wasThere = ::preadv2(file, &room, 1, 0, RWF_NOWAIT) >= 0;
+    return wasThere
+               ? 0
+               : static_cast<unsigned>(
+                     ::posix_fadvise(file, 0, static_cast<off_t>(byteCount), POSIX_FADV_WILLNEED)
+                 );
 }
 
 unsigned CopyContent(int source, int target, CopyWay way) noexcept {

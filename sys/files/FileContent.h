@@ -21,6 +21,10 @@ ReadSome(int file, char* bytes, std::size_t room, std::size_t& byteCount) noexce
 WriteAt(int file, const char* bytes, std::size_t byteCount, off_t offset) noexcept;
 [[nodiscard]] unsigned Truncate(int file, off_t size) noexcept;
 
+/// Has the kernel read the first bytes of an open file into memory, without waiting for them. Where
+/// some of them are there already, it does nothing and `wasThere` says so.
+[[nodiscard]] unsigned ReadAhead(int file, std::size_t byteCount, bool& wasThere) noexcept;
+
 enum class CopyWay { Any, ReflinkOnly };
 
 /// Copies an open file's bytes into an empty one: by a reflink, which shares them until one is
