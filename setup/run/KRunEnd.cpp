@@ -195,11 +195,14 @@ void KRun::TellLostOwners(const KManifest& manifest) {
 /// and stays the product's.
 void KRun::CleanUp() {
     const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
+    const std::vector<KPlannedAction>& cleanup = GetPlanned().GetPlan().GetCleanup();
     std::set<std::string> made;
-    for (const std::string& path : journal->GetMade()) {
-        made.insert(ownership.RealPath(path));
+    if (!cleanup.empty()) {
+        for (const std::string& path : journal->GetMade()) {
+            made.insert(ownership.RealPath(path));
+        }
     }
-    for (const KPlannedAction& action : GetPlanned().GetPlan().GetCleanup()) {
+    for (const KPlannedAction& action : cleanup) {
         const std::string real = ownership.RealPath(action.path);
         if (made.contains(real)) {
             continue;

@@ -68,6 +68,7 @@ class KOwnership {
     void SetMadeNow(std::function<bool(const std::string&)> isMade) { madeNow = std::move(isMade); }
 
   private:
+    const std::string& RealDirectory(const std::string& directory) const;
     const KManifestEntry* FindReal(const std::string& normal) const;
     void LoadOthers() const;
 
