@@ -21,7 +21,12 @@ std::string FindDirectory(const std::string& directory) {
         directory.empty() ? KSUP::KUtil::GetPathMap(sourceRoot).c_str() : directory;
     std::error_code error;
     const std::filesystem::path found = std::filesystem::canonical(wanted, error);
-    if (error || !std::filesystem::is_directory(found, error)) {
+    const bool isDirectory = !error && std::filesystem::is_directory(found, error);
+    if (error && error != std::errc::no_such_file_or_directory &&
+        error != std::errc::not_a_directory) {
+        throw KSetupFailure(ExitCode::noKit, wanted + ": " + error.message() + ".");
+    }
+    if (!isDirectory) {
         throw KSetupFailure(
             ExitCode::noKit, wanted + ": no such directory. Name the kit's with --kit DIR."
         );

@@ -254,7 +254,11 @@ void KOwnedFileRule::CopyAndTell(
 /// So that the next run knows what the kit had, and an edit from an upgrade.
 void KOwnedFileRule::NoteConfiguration(const KString& source, const std::string& target) {
     if (policy.IsConfiguration(target, GetTreatment())) {
-        changes.kitDigests[NormalPath(target)] = DigestFile(source.c_str()).sha256;
+        const KFileDigest digest = DigestFile(source.c_str());
+        if (digest.errorNumber != 0 && digest.errorNumber != ELOOP) { // a link has none
+            errorSource.RaiseSystem(digest.errorNumber, KSUP::KOperation::Read, source);
+        }
+        changes.kitDigests[NormalPath(target)] = digest.sha256;
     } else if (GetTreatment() == KChangePolicy::Treatment::Program) {
         changes.programs.insert(NormalPath(target));
     }

@@ -17,6 +17,7 @@
 
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileCalls.h>
+#include <sys/files/FileContent.h>
 #include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
@@ -211,7 +212,11 @@ void RequireReadable(const KINS::KInstaller& installer) {
     const std::string file = RecordFile(installer, record);
     KSYS::KDescriptor opened;
     struct stat status {};
-    const unsigned failed = KSYS::OpenRegular(file.c_str(), opened, status);
+    unsigned failed = KSYS::OpenRegular(file.c_str(), opened, status);
+    if (char byte = 0; failed == 0) {
+        std::size_t count = 0;
+        failed = KSYS::ReadSome(opened.Get(), &byte, 1, count);
+    }
     RequireKnown(failed, file);
     if (failed == 0 && status.st_size > mostBytes) {
         throw KSetupFailure(
@@ -222,6 +227,33 @@ void RequireReadable(const KINS::KInstaller& installer) {
                 "put the file right."
         );
     }
+}
+
+/// The engine takes what it cannot read for none, so where it finds none it is asked once more.
+bool IsInstalled(const KINS::KInstaller& installer) {
+    for (int tries = 0; tries < 2; ++tries) {
+        RequireReadable(installer);
+        if (installer.IsProductInstalled()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+KInstalledRecord ReadRecord(const KINS::KInstaller& installer) {
+    KInstalledRecord record;
+    for (int tries = 0; tries < 2; ++tries) {
+        KSUP::KString path;
+        KSUP::KString version;
+        installer.GetInstalledProductInformation(path, version, record.buildNumber);
+        record.path = path.c_str();
+        record.version = version.c_str();
+        if (record.version != KINS::Names::noRecordedVersion) {
+            break;
+        }
+        RequireReadable(installer);
+    }
+    return record;
 }
 
 } // namespace
@@ -236,16 +268,10 @@ std::string KInstalledRecord::ToWords() const {
 }
 
 std::optional<KInstalledRecord> LoadRecord(const KINS::KInstaller& installer) {
-    RequireReadable(installer);
-    if (!installer.IsProductInstalled()) {
+    if (!IsInstalled(installer)) {
         return std::nullopt;
     }
-    KSUP::KString path;
-    KSUP::KString version;
-    KInstalledRecord record;
-    installer.GetInstalledProductInformation(path, version, record.buildNumber);
-    record.path = path.c_str();
-    record.version = version.c_str();
+    KInstalledRecord record = ReadRecord(installer);
     const std::string service = installer.ExpandMacros("$serviceName$").c_str();
     bool isDenied = false;
     const Installed installed = ReadInstalled(service, isDenied);

@@ -163,7 +163,11 @@ bool KManifest::HasFiles() const noexcept {
 void KManifest::Merge(const KManifest& former) {
     for (const auto& [path, entry] : former.entries) {
         unsigned whyMissing = 0;
-        if (LookAtEntry(path, &whyMissing) || !IsMissing(whyMissing)) {
+        const bool isThere = LookAtEntry(path, &whyMissing).has_value();
+        if (!isThere && whyMissing != 0 && !IsMissing(whyMissing)) {
+            throw CannotLookAt(path, whyMissing);
+        }
+        if (isThere || whyMissing == 0) {
             entries.try_emplace(path, entry);
         }
     }
