@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <map>
 #include <string>
 
 namespace {
@@ -49,6 +50,20 @@ TEST_F(KChangePolicyTest, WhatCannotBeLookedAtIsNotGone) {
     const KChangePolicy::Copy unknown = Decide();
     EXPECT_GT(failcall_disarm(), 0U);
     EXPECT_EQ(unknown, KChangePolicy::Copy::Offer);
+}
+
+TEST_F(KChangePolicyTest, AnAnswerThatIsAGuessIsToldAsOne) {
+    const KChangePolicy policy(ownership, tree.Path("p"), KChangePolicy::Options());
+    const std::string path = tree.Path("p/config/a.conf");
+    failcall_arm("fstatat", 1, ENOMEM, 1);
+    EXPECT_TRUE(policy.IsAdministrators(path));
+    EXPECT_GT(failcall_disarm(), 0U);
+    EXPECT_EQ(policy.GetUnread(), (std::map<std::string, unsigned>{{path, ENOMEM}}));
+    EXPECT_TRUE(policy.GetAdministrators().empty());
+
+    const KChangePolicy sure(ownership, tree.Path("p"), KChangePolicy::Options());
+    EXPECT_TRUE(sure.IsAdministrators(path));
+    EXPECT_TRUE(sure.GetUnread().empty());
 }
 
 } // namespace

@@ -221,6 +221,14 @@ INSTANTIATE_TEST_SUITE_P(
     )
 );
 
+TEST_F(KManifestTest, WhatCannotBeLookedAtIsNeitherThereNorGone) {
+    const KManifest manifest({tree.Path("p/file")});
+    failcall_arm("fstatat", 1, EIO, 1);
+    EXPECT_THROW(static_cast<void>(manifest.WithoutMissing()), KSetupFailure);
+    EXPECT_GT(failcall_disarm(), 0U);
+    EXPECT_TRUE(manifest.WithoutMissing().GetEntries().contains(tree.Path("p/file")));
+}
+
 TEST_F(KManifestTest, ALinkThatCannotBeReadIsNotWrittenDownAsLeadingNowhere) {
     std::string words;
     failcall_arm("readlinkat", 1, EIO, 0);
