@@ -14,11 +14,13 @@ namespace KSETUP {
 
 namespace {
 
-constexpr std::size_t mostFiles = 512;                        // ahead
-constexpr std::uint64_t mostBytes = std::uint64_t{64} << 20U; // likewise
-constexpr std::uint64_t mostOfOne = std::uint64_t{8}
-                                    << 20U; // the kernel itself reads on in a long one
-constexpr std::size_t knownFiles = 64;      // in memory one behind the other: so are the others
+// How far it goes ahead.
+constexpr std::size_t mostFiles = 512;
+constexpr std::uint64_t mostBytes = std::uint64_t{64} << 20U;
+/// Of one file: the kernel itself reads on in a long one.
+constexpr std::uint64_t mostOfOne = std::uint64_t{8} << 20U;
+/// So many in memory, one behind the other: so are the others.
+constexpr std::size_t knownFiles = 64;
 
 } // namespace
 

@@ -55,7 +55,9 @@ KPlannedPlace KPlannedTree::Walk(const std::string& path, Last lastLink, Links l
                 return EndedAt(std::move(child), pending, KPathProblem::Link);
             }
             pending.PushFront(entry.target);
-            at = entry.target.starts_with('/') ? "/" : std::move(at);
+            if (entry.target.starts_with('/')) {
+                at = "/";
+            }
             continue;
         }
         at = std::move(child);

@@ -67,7 +67,9 @@ class Reading : public nlohmann::json_sax<nlohmann::json> {
     bool end_object() override { return Close(); }
     bool end_array() override { return Close(); }
     bool key(string_t& name) override {
-        last = depth == 1 ? name : last;
+        if (depth == 1) {
+            last = std::move(name);
+        }
         return true;
     }
     bool string(string_t& text) override { return Take(std::move(text)); }
@@ -99,7 +101,9 @@ class Reading : public nlohmann::json_sax<nlohmann::json> {
         return true;
     }
     bool Refuse() {
-        refused = refused.value_or(last);
+        if (!refused) {
+            refused = last;
+        }
         return true;
     }
     bool Take(Value value) {

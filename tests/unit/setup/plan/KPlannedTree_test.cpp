@@ -55,6 +55,21 @@ TEST_F(KPlannedTreeTest, FindsWhatIsOnTheDisk) {
     EXPECT_FALSE(tree.Exists(At("none")));
 }
 
+TEST_F(KPlannedTreeTest, ADirectoryIsNotEmptyForWhatIsMadeDeepInIt) {
+    tree.Put(At("far/deep/in/x"), AFile()); // its directories are missing, which is told once
+    EXPECT_FALSE(tree.IsEmpty(At("far")));
+    tree.Remove(At("far/deep/in/x"));
+    EXPECT_TRUE(tree.IsEmpty(At("far")));
+}
+
+TEST_F(KPlannedTreeTest, AWayThroughADirectoryThatGoesIsNoneAnyMore) {
+    EXPECT_TRUE(tree.Exists(At("kit/deep/../a.txt")));
+    tree.Remove(At("kit/deep/c.txt"));
+    tree.Remove(At("kit/deep"));
+    EXPECT_FALSE(tree.Exists(At("kit/deep/../a.txt")));
+    EXPECT_TRUE(tree.Exists(At("kit/a.txt")));
+}
+
 TEST_F(KPlannedTreeTest, AnEmptyMachineHasTheKitOnly) {
     EXPECT_TRUE(onlyKit.Exists(At("kit/a.txt")));
     EXPECT_TRUE(onlyKit.Exists(At("kit")));

@@ -53,6 +53,13 @@ class PlannedPathsTest : public KTEST::GivenPlan {
     const std::string product = tree.Path("product");
 };
 
+TEST_F(PlannedPathsTest, FilesAreCopiedInTheOrderOfTheirLines) {
+    EXPECT_THAT(
+        CopiedFiles(PlanOf({"file=copy,b,K,P", "file=copy,none,K,P", "file=copy,a,K,P"})),
+        ElementsAre(kit + "/b", kit + "/a")
+    );
+}
+
 TEST_F(PlannedPathsTest, CopiesLastUnderTheNormalPathsOfTheirTargets) {
     EXPECT_THAT(
         Lasting({"file=copy,a,K,P", "file=copy,b,K,P/x/..//,c"}),
