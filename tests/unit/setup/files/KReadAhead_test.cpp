@@ -50,7 +50,7 @@ class KReadAheadTest : public ::testing::Test {
     }
     /// Nobody waits for the disk.
     static bool ComesIntoMemory(const std::string& path) {
-        for (int tries = 0; tries < 500 && !IsInMemory(path); ++tries) {
+        for (int tries = 0; tries < 3000 && !IsInMemory(path); ++tries) {
             ::usleep(10000);
         }
         return IsInMemory(path);
