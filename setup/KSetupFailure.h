@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/ExitCode.h>
+
 #include <stdexcept>
 #include <string>
 
@@ -14,6 +16,13 @@ class KSetupFailure : public std::runtime_error {
           exitCode(code) {}
 
     int GetExitCode() const noexcept { return exitCode; }
+
+    /// Something of ins-setup's own that this user may not see.
+    bool IsDenied() const noexcept { return exitCode == ExitCode::notRoot; }
+    /// Something of ins-setup's own that was read and means nothing: it stays so. What is neither
+    /// this nor denied is trouble of the moment, in which nothing is known: not to be taken for
+    /// "there is none".
+    bool IsDamage() const noexcept { return exitCode == ExitCode::malformedScript; }
 
   private:
     int exitCode;

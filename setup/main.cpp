@@ -16,6 +16,7 @@
 #include <setup/preflight/ValuesFile.h>
 #include <setup/process/PrepareProcess.h>
 #include <setup/run/ListProducts.h>
+#include <setup/run/RunFailure.h>
 #include <setup/run/Runs.h>
 #include <setup/run/Status.h>
 #include <setup/run/Verify.h>
@@ -65,7 +66,7 @@ int Tell(
     } catch (const KSETUP::KSetupFailure& failure) {
         Refuse(report, failure.GetExitCode(), failure.what());
     } catch (const KSUP::KError& error) {
-        Refuse(report, KSETUP::ExitCode::internal, error.GetSummary().c_str());
+        Refuse(report, KSETUP::ExitCode::internal, KSETUP::DescribeError(error));
     } catch (const std::exception& error) {
         Refuse(report, KSETUP::ExitCode::internal, error.what());
     }

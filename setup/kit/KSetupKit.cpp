@@ -34,9 +34,15 @@ std::string FindDirectory(const std::string& directory) {
     return found.string();
 }
 
+/// Throws where that cannot be known.
 bool Has(const std::filesystem::path& directory, const char* name) {
+    const std::filesystem::path file = directory / name;
     std::error_code error;
-    return std::filesystem::is_regular_file(directory / name, error);
+    const std::filesystem::file_status status = std::filesystem::status(file, error);
+    if (status.type() == std::filesystem::file_type::none) {
+        throw KSetupFailure(ExitCode::noKit, file.string() + ": " + error.message() + ".");
+    }
+    return std::filesystem::is_regular_file(status);
 }
 
 KSUP::KString FindFile(const std::string& directory, const char* name) {

@@ -53,7 +53,10 @@ void AddInstalled(const KLockedProduct& product, std::vector<std::string>& paths
                 paths.push_back(path);
             }
         }
-    } catch (const KSetupFailure&) { // damaged: what the rules change is kept all the same
+    } catch (const KSetupFailure& failure) {
+        if (!failure.IsDamage()) { // what the rules change is kept all the same
+            throw;
+        }
     }
 }
 
@@ -68,6 +71,9 @@ std::string FormerRun(const KLockedProduct& product, const KBackup& store) {
         const std::string kept = store.GetBegunRun();
         return !begun->damage.empty() || kept == begun->run ? kept : "";
     } catch (const KSetupFailure& failure) {
+        if (!failure.IsDamage()) {
+            throw;
+        }
         product.GetContext().report.notes.emplace_back(failure.what());
         return "";
     }

@@ -110,7 +110,10 @@ void KRun::NameRun() {
             manifest->SetRun(backup.GetRun());
             manifest->Write(service);
         }
-    } catch (const KSetupFailure&) { // damaged, which is told by who needs it
+    } catch (const KSetupFailure& failure) {
+        if (!failure.IsDamage()) { // which is told by who needs it
+            throw;
+        }
     }
 }
 

@@ -4,11 +4,13 @@
 #include <setup/kit/KSetupKit.h>
 #include <setup/run/KLockedProduct.h>
 #include <setup/run/ListProducts.h>
+#include <setup/run/RunFailure.h>
 #include <setup/state/KBackup.h>
 #include <setup/state/KProductList.h>
 #include <setup/state/ManifestLook.h>
 #include <sup++/KError.h>
 
+#include <optional>
 #include <utility>
 
 namespace KSETUP {
@@ -32,7 +34,9 @@ void FillInstalled(const std::string& kit, KListedProduct& listed) {
     const std::optional<KInstalledRecord> record = LoadRecord(installer);
     if (record) {
         listed.isInstalled = true;
-        listed.trouble = record->ToWords();
+        if (const std::string words = record->ToWords(); !words.empty()) {
+            listed.trouble = words;
+        }
         listed.path = record->path;
         if (record->version != KINS::Names::noRecordedVersion) { // as one that was killed leaves it
             listed.version = record->version;
@@ -46,11 +50,19 @@ void FillInstalled(const std::string& kit, KListedProduct& listed) {
     }
 }
 
-KListedProduct ToListed(const KKnownProduct& known) {
+/// What is left of a product that is gone is not worth a line, unless it can be put back.
+bool IsGone(const KListedProduct& listed) {
+    return !listed.isInstalled && !listed.isInterrupted && !listed.isRunning &&
+           !listed.hasConfigurationLeft && listed.trouble.empty() && !KBackup(listed.name).Exists();
+}
+
+/// Nothing for one that is gone.
+std::optional<KListedProduct> ToListed(const KKnownProduct& known) {
     KListedProduct listed;
     listed.name = known.service;
     listed.product = known.name;
     listed.lastRun = known.lastRun;
+    listed.trouble = known.trouble;
     try {
         FillRuns(listed);
         if (!known.kit.empty()) {
@@ -58,32 +70,29 @@ KListedProduct ToListed(const KKnownProduct& known) {
         } else {
             listed.isInstalled = KManifest::Read(known.service).has_value();
         }
+        if (IsGone(listed)) {
+            return std::nullopt;
+        }
     } catch (const KSetupFailure& failure) { // one that is damaged does not hide the others
         listed.trouble = failure.what();
     } catch (const KSUP::KError& error) {
-        listed.trouble = error.GetSummary().c_str();
+        listed.trouble = DescribeError(error);
     }
     return listed;
-}
-
-/// What is left of a product that is gone is not worth a line, unless it can be put back.
-bool IsGone(const KListedProduct& listed) {
-    return !listed.isInstalled && !listed.isInterrupted && !listed.isRunning &&
-           !listed.hasConfigurationLeft && listed.trouble.empty() && !KBackup(listed.name).Exists();
 }
 
 } // namespace
 
 void FillList(KRunReport& report) {
     for (const KKnownProduct& known : FindKnownProducts()) {
-        KListedProduct listed = ToListed(known);
-        if (IsGone(listed)) {
+        std::optional<KListedProduct> listed = ToListed(known);
+        if (!listed) {
             continue;
         }
-        report.products.push_back(std::move(listed));
-        if (const std::string& trouble = report.products.back().trouble; !trouble.empty()) {
-            report.notes.push_back(known.service + ": " + trouble);
+        if (!listed->trouble.empty()) {
+            report.notes.push_back(known.service + ": " + listed->trouble);
         }
+        report.products.push_back(std::move(*listed));
     }
 }
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <system_error>
 
 namespace KSETUP {
 
@@ -38,12 +39,21 @@ std::string WordsOfSystem(const KSUP::KError& error) {
     }
 }
 
-std::string WordsOfLink(unsigned code) {
-    return code == KSUP::ErrorCode::notFound
-               ? "The product's link is missing or no link. The script has to make "
-                 "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the "
-                 "product path."
-               : "The product's link /etc/SERVICE/SERVICE does not lead to an absolute path.";
+std::string WordsOfLink(const KSUP::KError& error) {
+    if (error.GetCode() != KSUP::ErrorCode::notFound) {
+        return "The product's link /etc/SERVICE/SERVICE does not lead to an absolute path.";
+    }
+    const std::string reason = error.GetReason().c_str();
+    const auto isFor = [&reason](int number) {
+        return reason == std::generic_category().message(number);
+    };
+    if (!isFor(ENOENT) && !isFor(ENOTDIR) && !isFor(EINVAL)) {
+        return std::string("cannot read ") + error.GetPath().c_str() + ": " + reason +
+               ". Fix the cause and try again.";
+    }
+    return "The product's link is missing or no link. The script has to make "
+           "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the product "
+           "path.";
 }
 
 /// Whether the target is in the way: there is no room, or nothing may be written.
@@ -63,7 +73,7 @@ std::string DescribeError(const KSUP::KError& error) {
     case KSUP::KErrorKind::Rule:
         return "The script has a line that is no rule" + (info.empty() ? "." : ": " + info);
     case KSUP::KErrorKind::RecordLink:
-        return WordsOfLink(error.GetCode());
+        return WordsOfLink(error);
     case KSUP::KErrorKind::RecordFile:
         return "The product's configuration file is missing, so there is no place for the record. "
                "The script has to make it, for instance with profile=put.";

@@ -20,7 +20,10 @@ namespace {
 bool CanBeRestored(const std::string& service, const std::string& run) {
     try {
         return KBackup(service).Open(run).has_value();
-    } catch (const KSetupFailure&) {
+    } catch (const KSetupFailure& failure) {
+        if (!failure.IsDamage()) {
+            throw;
+        }
         return false;
     }
 }

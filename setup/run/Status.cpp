@@ -25,7 +25,7 @@ void FillRuns(const std::string& service, KRunReport& report) {
             report.notes.push_back(interrupted->ToWords());
         }
     } catch (const KSetupFailure& failure) {
-        if (failure.GetExitCode() != ExitCode::notRoot) { // who may not look is not told
+        if (!failure.IsDenied()) { // who may not look is not told
             throw;
         }
     }
@@ -87,7 +87,10 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
         if (const auto manifest = KManifest::Read(service)) {
             report.outdated = DescribeOutdatedPrograms(*manifest);
         }
-    } catch (const KSETUP::KSetupFailure&) {
+    } catch (const KSetupFailure& failure) {
+        if (!failure.IsDenied() && !failure.IsDamage()) {
+            throw;
+        }
         // who may not look, or a damaged manifest: --verify tells
     }
     if (arguments.verify) {

@@ -10,10 +10,11 @@
 #include <sup++/SvcData.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
+#include <system_error>
 #include <unordered_map>
 #include <utility>
+
+#include <sys/files/FileCalls.h>
 
 namespace KSETUP {
 
@@ -84,8 +85,7 @@ KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
             error.HasInfo() ? error.GetInfo().GetString().c_str() : error.GetSummary().c_str()
         );
     }
-    std::ifstream file(path, std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(file), {});
+    ReadBytes();
     lines = SplitLines(bytes);
     if (!lines.empty() && lines.front().starts_with("\xEF\xBB\xBF")) {
         lines.front().remove_prefix(3);
@@ -97,6 +97,22 @@ KScript::KScript(const KSUP::KString& scriptPath) : path(scriptPath.c_str()) {
             headers.push_back({static_cast<unsigned>(index + 1), std::string(name)});
             sections.insert(name);
         }
+    }
+}
+
+void KScript::ReadBytes() {
+    KSYS::KDescriptor file;
+    struct stat status {};
+    unsigned failed = KSYS::OpenRegular(path.c_str(), file, status);
+    if (failed == 0) {
+        failed = KSYS::ReadAll(file.Get(), bytes);
+    }
+    if (failed != 0) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            "cannot read " + path + ": " +
+                std::generic_category().message(static_cast<int>(failed)) + "."
+        );
     }
 }
 

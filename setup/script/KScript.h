@@ -111,6 +111,9 @@ class KScript {
   private:
     class Unfolding;
 
+    /// Throws KSetupFailure.
+    void ReadBytes();
+
     std::string path;
     KSUP::KProfile profile;
     std::string bytes;

@@ -124,11 +124,6 @@ void Note(const std::string& path, Of of, Making& making) {
     entries[path] = std::move(*entry);
 }
 
-bool HasFile(const KPrivateDirectory& store, const char* name) {
-    struct stat status {};
-    return KSYS::ReadStatus({store.Get(), name}, LastLink::Keep, status) == 0;
-}
-
 [[noreturn]] void Stopped() {
     throw KSetupStop("stopped on request while keeping what would be replaced. Nothing was changed."
     );
@@ -391,7 +386,7 @@ void KBackup::Tidy(bool isInterrupted) {
     if (!store) {
         return;
     }
-    if (!isInterrupted && HasFile(*store, indexName) && HasFile(*store, leftName)) {
+    if (!isInterrupted && store->Has(indexName) && store->Has(leftName)) {
         Replace(*product, nextName, directoryName);
     } else {
         product->DeleteDirectory(nextName);
@@ -408,7 +403,7 @@ std::string KBackup::GetBegunRun() const {
 std::string KBackup::GetDoneRun() const {
     const auto product = KPrivateDirectory::OpenExisting(base, name);
     auto store = product ? product->ExistingBelow(nextName) : std::nullopt;
-    if (product && !(store && HasFile(*store, leftName))) {
+    if (product && !(store && store->Has(leftName))) {
         store = product->ExistingBelow(directoryName);
     }
     const std::optional<KBackupIndex> index = store ? LoadIndex(*store) : std::nullopt;
@@ -440,7 +435,7 @@ bool KBackup::Exists() const {
     const auto product = KPrivateDirectory::OpenExisting(base, name);
     for (const char* place : {nextName, directoryName}) {
         const auto store = product ? product->ExistingBelow(place) : std::nullopt;
-        if (store && HasFile(*store, indexName)) {
+        if (store && store->Has(indexName)) {
             return true;
         }
     }

@@ -39,7 +39,10 @@ Installed ReadInstalled(const std::string& service, bool& isDenied) {
     try {
         return KManifest::ReadProduct(service);
     } catch (const KSetupFailure& failure) {
-        isDenied = failure.GetExitCode() == ExitCode::notRoot;
+        isDenied = failure.IsDenied();
+        if (!isDenied && !failure.IsDamage()) {
+            throw;
+        }
         return std::nullopt;
     }
 }
@@ -49,7 +52,10 @@ std::optional<KInterruptedRun> ReadBegun(const std::string& service) {
     try {
         std::optional<KInterruptedRun> begun = KRunState::Read(service);
         return begun && begun->damage.empty() ? begun : std::nullopt;
-    } catch (const KSetupFailure&) { // who may not look
+    } catch (const KSetupFailure& failure) {
+        if (!failure.IsDenied()) {
+            throw;
+        }
         return std::nullopt;
     }
 }
@@ -57,7 +63,10 @@ std::optional<KInterruptedRun> ReadBegun(const std::string& service) {
 bool IsRunning(const std::string& service) {
     try {
         return KRunLock::FindHolder(service).has_value();
-    } catch (const KSetupFailure&) { // who may not look
+    } catch (const KSetupFailure& failure) {
+        if (!failure.IsDenied()) {
+            throw;
+        }
         return false;
     }
 }
@@ -119,7 +128,10 @@ std::string TargetOf(const std::string& link, const std::string& service) {
         const std::optional<KManifest> manifest = KManifest::Read(service);
         const KManifestEntry* entry = manifest ? manifest->Find(link) : nullptr;
         return entry != nullptr ? entry->target : "";
-    } catch (const KSetupFailure&) {
+    } catch (const KSetupFailure& failure) {
+        if (!failure.IsDenied() && !failure.IsDamage()) {
+            throw;
+        }
         return {};
     }
 }
@@ -199,13 +211,16 @@ void RequireKnown(unsigned failed, const std::string& path) {
 /// Whoever may write to the file could have root read it until memory ends, and what the engine
 /// cannot read counts as none for it. So it is found without the engine: the link leads to a program
 /// in a directory of the platform.
-void RequireReadable(const KINS::KInstaller& installer) {
+///
+/// Returns  whether there is such a link
+/// Throws   KSetupFailure for a record that nobody should read, or cannot now
+bool RequireReadable(const KINS::KInstaller& installer) {
     constexpr off_t mostBytes = 64 * 1024 * 1024;
     std::string program;
     const std::string link = installer.ExpandMacros(KINS::Names::recordLink).c_str();
     if (const unsigned failed = KSYS::ReadLink(link, program); failed != 0) {
         RequireKnown(failed, link);
-        return; // there is none
+        return false;
     }
     KInstalledRecord record;
     record.path = ParentPath(ParentPath(ParentPath(NormalPath(program))));
@@ -227,17 +242,14 @@ void RequireReadable(const KINS::KInstaller& installer) {
                 "put the file right."
         );
     }
+    return program.starts_with('/');
 }
 
-/// The engine takes what it cannot read for none, so where it finds none it is asked once more.
+/// The engine takes a link that it cannot read for none. Where there is one after all, it raises
+/// what was wrong when it is asked for more.
 bool IsInstalled(const KINS::KInstaller& installer) {
-    for (int tries = 0; tries < 2; ++tries) {
-        RequireReadable(installer);
-        if (installer.IsProductInstalled()) {
-            return true;
-        }
-    }
-    return false;
+    const bool isLinkThere = RequireReadable(installer);
+    return installer.IsProductInstalled() || isLinkThere;
 }
 
 KInstalledRecord ReadRecord(const KINS::KInstaller& installer) {
@@ -251,7 +263,7 @@ KInstalledRecord ReadRecord(const KINS::KInstaller& installer) {
         if (record.version != KINS::Names::noRecordedVersion) {
             break;
         }
-        RequireReadable(installer);
+        static_cast<void>(RequireReadable(installer));
     }
     return record;
 }

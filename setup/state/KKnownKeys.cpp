@@ -24,13 +24,23 @@ std::vector<KKnownKey> ReadKeys(const KPrivateDirectory& directory) {
     std::sort(names.begin(), names.end());
     std::vector<KKnownKey> keys;
     for (const std::string& name : names) {
+        if (!name.ends_with(keyEnding)) {
+            continue;
+        }
         struct stat status {};
-        const bool isKey =
-            name.ends_with(keyEnding) &&
-            KSYS::ReadStatus({directory.Get(), name.c_str()}, KSYS::LastLink::Keep, status) == 0 &&
-            !S_ISDIR(status.st_mode); // those of a product that is called so
-        if (isKey) {
-            const std::string path = directory.GetPath() + "/" + name;
+        const std::string path = directory.GetPath() + "/" + name;
+        const unsigned failed =
+            KSYS::ReadStatus({directory.Get(), name.c_str()}, KSYS::LastLink::Keep, status);
+        if (failed != 0 && failed != ENOENT) {
+            throw SystemFailure(
+                ExitCode::cannotWrite,
+                "cannot look at",
+                path,
+                failed,
+                "Fix the cause and try again."
+            );
+        }
+        if (failed == 0 && !S_ISDIR(status.st_mode)) { // those of a product that is called so
             keys.push_back({KPublicKey::FromText(directory.Read(name).value_or(""), path), path});
         }
     }
@@ -44,8 +54,7 @@ std::vector<KKnownKey> FindOrRefuse(const Find& find) {
         return find();
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
-            failure.GetExitCode() == ExitCode::notRoot ? ExitCode::notRoot
-                                                       : ExitCode::malformedScript,
+            failure.IsDenied() ? ExitCode::notRoot : ExitCode::malformedScript,
             std::string("it is not known whose kits may be installed. Nothing was changed. ") +
                 failure.what()
         );

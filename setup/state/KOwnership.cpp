@@ -38,12 +38,11 @@ KOwnership::KOwnership(const std::string& serviceName, bool isInstalled, const s
         }
         begun = KWriteJournal::Read(service, base);
     } catch (const KSetupFailure& failure) {
-        const bool isDenied = failure.GetExitCode() == ExitCode::notRoot;
-        if (!isDenied && failure.GetExitCode() != ExitCode::malformedScript) {
-            throw; // it is there, and cannot be read now: that is not to be taken for none
+        if (!failure.IsDenied() && !failure.IsDamage()) {
+            throw;
         }
-        known = isDenied ? Known::Denied : Known::Nothing;
-        damage = isDenied ? "" : failure.what();
+        known = failure.IsDenied() ? Known::Denied : Known::Nothing;
+        damage = failure.IsDenied() ? "" : failure.what();
     }
 }
 
@@ -145,7 +144,10 @@ void KOwnership::LoadOthers() const {
                     others->emplace(RealPath(path), name);
                 }
             }
-        } catch (const KSetupFailure&) {
+        } catch (const KSetupFailure& failure) {
+            if (!failure.IsDenied() && !failure.IsDamage()) {
+                throw;
+            }
             // a run of that product tells of it; nothing can be known here
         }
     }

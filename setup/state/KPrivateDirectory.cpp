@@ -146,9 +146,15 @@ KSYS::KDescriptor KPrivateDirectory::Open(const std::string& name, int flags) co
     return file;
 }
 
-std::optional<std::string> KPrivateDirectory::Read(const std::string& name) const {
+bool KPrivateDirectory::Has(const std::string& name) const {
     struct stat status {};
-    if (KSYS::ReadStatus({directory, name}, KSYS::LastLink::Keep, status) == ENOENT) {
+    const unsigned failed = KSYS::ReadStatus({directory, name}, KSYS::LastLink::Keep, status);
+    Require(failed == ENOENT ? 0 : failed, "cannot look at", name);
+    return failed == 0;
+}
+
+std::optional<std::string> KPrivateDirectory::Read(const std::string& name) const {
+    if (!Has(name)) {
         return std::nullopt;
     }
     std::string bytes;

@@ -44,6 +44,10 @@ class KPrivateDirectory {
     ///
     /// Throws   KSetupFailure, the former file being there still
     void WriteDurably(const std::string& name, std::string_view bytes) const;
+    /// Whether something of that name stands there.
+    ///
+    /// Throws   KSetupFailure when that cannot be known
+    bool Has(const std::string& name) const;
     /// A file's bytes, or nothing when it is not there.
     ///
     /// Throws   KSetupFailure when it cannot be read, or is no plain file of ours

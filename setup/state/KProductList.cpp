@@ -54,13 +54,17 @@ std::optional<KKnownProduct> Look(const std::string& base, const std::string& se
     if (failed != 0 || !S_ISDIR(status.st_mode) || !TellsOfAProduct(directory)) {
         return std::nullopt;
     }
-    KKnownProduct product{service, service, "", status.st_mtim.tv_sec};
+    KKnownProduct product{service, service, "", status.st_mtim.tv_sec, ""};
     try {
         if (const auto kit = KKeptKit::FindDirectory(service, base)) {
             product.kit = *kit;
             product.name = KScript(*kit + "/product.ini").GetValue("product", "name", service);
         }
-    } catch (const KSetupFailure&) { // told by whoever uses it: it does not hide the others
+    } catch (const KSetupFailure& failure) {
+        if (failure.IsDenied()) {
+            throw;
+        }
+        product.trouble = failure.what();
     }
     return product;
 }
@@ -113,11 +117,19 @@ std::string FindKeptKit(const std::string& name, const std::string& base) {
     const std::vector<KKnownProduct> products = FindKnownProducts(base);
     const KKnownProduct* product = Choose(products, name);
     if (product == nullptr) {
+        for (const KKnownProduct& one : products) { // it may be that one's name
+            if (!one.trouble.empty()) {
+                throw KSetupFailure(ExitCode::noKit, one.trouble);
+            }
+        }
         throw KSetupFailure(
             ExitCode::notInstalled,
             "no product \"" + Printable(name) + "\" is known here. " +
                 (products.empty() ? "None is." : "Known: " + NamesOf(products) + ".")
         );
+    }
+    if (product->kit.empty() && !product->trouble.empty()) {
+        throw KSetupFailure(ExitCode::noKit, product->trouble);
     }
     if (product->kit.empty()) {
         throw KSetupFailure(

@@ -112,12 +112,17 @@ void RefuseUnlessOurs(int file, const std::string& path) {
     }
 }
 
-bool StillStandsAt(int file, const KSYS::Entry& entry) {
+bool StillStandsAt(int file, const KSYS::Entry& entry, const std::string& path) {
     struct stat opened {};
     struct stat found {};
-    return KSYS::ReadStatus(file, opened) == 0 &&
-           KSYS::ReadStatus(entry, KSYS::LastLink::Keep, found) == 0 &&
-           KSYS::IsSameFile(opened, found);
+    unsigned failed = KSYS::ReadStatus(file, opened);
+    if (failed == 0) {
+        failed = KSYS::ReadStatus(entry, KSYS::LastLink::Keep, found);
+    }
+    if (failed != 0 && failed != ENOENT) {
+        throw CannotLock(path, failed);
+    }
+    return failed == 0 && KSYS::IsSameFile(opened, found);
 }
 
 KSYS::KDescriptor OpenLockFile(const OpenPlace& place, const std::string& name) {
@@ -149,7 +154,7 @@ bool TryLock(KSYS::KDescriptor& file, const OpenPlace& place, const std::string&
         if (failed != 0) {
             throw CannotLock(JoinPath(place.path, name), failed);
         }
-        if (StillStandsAt(file.Get(), {place.directory, name})) {
+        if (StillStandsAt(file.Get(), {place.directory, name}, JoinPath(place.path, name))) {
             return true;
         }
     }
@@ -258,8 +263,12 @@ KRunLock::FindHolder(const std::string& serviceName, const KSYS::LockPlaces& pla
         throw CannotLock(path, failed);
     }
     RefuseUnlessOurs(looking.Get(), path);
-    if (KSYS::TryLockFile(looking.Get(), KSYS::LockKind::Shared) == 0) {
+    const unsigned refused = KSYS::TryLockFile(looking.Get(), KSYS::LockKind::Shared);
+    if (refused == 0) {
         return std::nullopt;
+    }
+    if (refused != EWOULDBLOCK) {
+        throw CannotLock(path, refused);
     }
     const KLockHolder holder = ReadHolder(looking.Get());
     return holder.pid == ::getpid() ? std::nullopt : std::optional(holder);

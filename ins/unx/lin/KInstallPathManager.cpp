@@ -4,7 +4,6 @@
 #include <ins/unx/lin/KInstallPathManager.h>
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
-#include <sup++/KFileBase.h>
 #include <sup++/KProfile.h>
 #include <sup++/KUtil.h>
 #include <sup++/SvcData.h>
@@ -113,7 +112,7 @@ KString FindProductPath(const KInstallPathManagerBase& paths, const RaisingSite&
 /// No content when the file cannot be read: a product whose record file is gone is installed still.
 KProfile OpenRecord(const KString& path) {
     KProfile record;
-    if (!KSUP::KFileBase::DoesFileExist(path)) {
+    if (::access(path.c_str(), F_OK) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
         return record; // which is expected, and no error to be said
     }
     try {

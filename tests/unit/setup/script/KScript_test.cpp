@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/ExitCode.h>
@@ -8,6 +9,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <cerrno>
 
 namespace {
 
@@ -52,6 +55,23 @@ class KScriptTest : public ::testing::Test {
 
     KTEST::TemporaryTree tree;
 };
+
+TEST_F(KScriptTest, OneThatCannotBeReadNowIsNotTakenForEmpty) {
+    tree.Write("install.ini", "[install]\nfile=a\n");
+    unsigned nth = 1;
+    for (bool isReached = true; isReached; ++nth) {
+        std::string line;
+        failcall_arm("read", nth, EIO, 0);
+        try {
+            line = KScript(tree.Path("install.ini").c_str()).GetText(2);
+        } catch (const KSETUP::KSetupFailure& failure) {
+            line = failure.what();
+        }
+        isReached = failcall_disarm() >= nth;
+        EXPECT_THAT(line, ::testing::AnyOf("file=a", ::testing::HasSubstr("Input/output error")));
+    }
+    EXPECT_GT(nth, 3U);
+}
 
 TEST_F(KScriptTest, AMissingFileIsNoKit) {
     try {

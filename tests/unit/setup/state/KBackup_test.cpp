@@ -239,6 +239,22 @@ TEST_F(KBackupTest, ABackupOfAnInterruptedRunThatIsNotGoneOnWithGoesBeforeTheNex
     EXPECT_FALSE(backup.Exists());
 }
 
+TEST_F(KBackupTest, ABackupThatCannotBeLookedAtNowIsNotTakenForHalfOfOne) {
+    SaveAndUpgrade();
+    for (const unsigned nth : {1U, 2U}) { // its index, and what the run left
+        bool isRefused = false;
+        failcall_arm("fstatat", nth, EIO, 0);
+        try {
+            backup.Tidy(false);
+        } catch (const KSetupFailure&) {
+            isRefused = true;
+        }
+        failcall_disarm();
+        EXPECT_TRUE(isRefused) << nth;
+        EXPECT_EQ(backup.GetDoneRun(), "1") << nth;
+    }
+}
+
 TEST_F(KBackupTest, AFailedBackupKeepsTheFormer) {
     const std::vector<std::string> before = tree.List("p");
     Save();

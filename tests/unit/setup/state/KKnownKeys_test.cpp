@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/ExitCode.h>
@@ -8,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <string>
 
 namespace {
@@ -114,6 +116,14 @@ TEST_F(KKnownKeysTest, APinnedKeyThatIsDamagedIsRefusedAndNotPassedOver) {
     EXPECT_THAT(WhyRefused(), HasSubstr("hello/key cannot be understood"));
     tree.Write("state/hello/key", "");
     EXPECT_THAT(WhyRefused(), HasSubstr("hello/key cannot be understood"));
+}
+
+TEST_F(KKnownKeysTest, AKeyThatCannotBeLookedAtNowIsNotPassedOver) {
+    tree.Write("trust/trusted.d/us.pub", oneKey);
+    failcall_arm("fstatat", 1, EIO, 0);
+    const std::string why = WhyRefused();
+    failcall_disarm();
+    EXPECT_THAT(why, HasSubstr("cannot look at " + tree.Path("trust/trusted.d/us.pub")));
 }
 
 } // namespace

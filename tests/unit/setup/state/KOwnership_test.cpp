@@ -47,4 +47,19 @@ TEST_F(KOwnershipTest, AManifestThatCannotBeReadNowIsNotTakenForNone) {
     EXPECT_EQ(exitCode, KSETUP::ExitCode::cannotWrite);
 }
 
+TEST_F(KOwnershipTest, AnotherProductsManifestThatCannotBeReadNowIsNotTakenForNone) {
+    tree.Write("base/other/manifest", "no manifest", 0600);
+    EXPECT_EQ(Read().FindOther(tree.Path("p/file")), "");
+    const KOwnership own = Read();
+    int exitCode = 0;
+    failcall_arm("read", 1, EIO, 0);
+    try {
+        static_cast<void>(own.FindOther(tree.Path("p/file")));
+    } catch (const KSETUP::KSetupFailure& failure) {
+        exitCode = failure.GetExitCode();
+    }
+    failcall_disarm();
+    EXPECT_EQ(exitCode, KSETUP::ExitCode::cannotWrite);
+}
+
 } // namespace

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -85,6 +86,42 @@ TEST_F(KProductListTest, AProductThatCannotBeLookedAtIsNotUnknown) {
     EXPECT_THAT(
         found, HasSubstr("cannot look at " + tree.Path("base/one") + ": Cannot allocate memory")
     );
+}
+
+/// Every call of a kind fails once: the name that the kit has is told, or why it is not.
+TEST_F(KProductListTest, WhatCannotBeReadNowIsToldAndNoOtherNameTaken) {
+    Given("one", "One");
+    unsigned failures = 0;
+    for (const char* call : {"openat", "fstat", "fstatat", "stat", "read"}) {
+        for (unsigned nth = 1; nth <= 30; ++nth) {
+            std::vector<KSETUP::KKnownProduct> products;
+            std::string refused;
+            failcall_arm(call, nth, EIO, 0);
+            try {
+                products = KSETUP::FindKnownProducts(tree.Path("base"));
+            } catch (const KSETUP::KSetupFailure& failure) {
+                refused = failure.what();
+            }
+            if (failcall_disarm() < nth) {
+                break;
+            }
+            ++failures;
+            const std::string told = products.empty() ? refused : products[0].trouble;
+            const bool isKnown = !products.empty() && products[0].name == "One";
+            EXPECT_TRUE(isKnown || told.find("Input/output error") != std::string::npos)
+                << call << " " << nth << ": " << told;
+        }
+    }
+    EXPECT_GT(failures, 10U);
+}
+
+TEST_F(KProductListTest, OneThatCannotBeReadNowMayBeTheOneThatIsMeant) {
+    Given("one", "One");
+    tree.Write("base/two/kit/file", "");
+    ::chmod(tree.Path("base/two/kit").c_str(), 0777);
+    EXPECT_EQ(Found("one"), tree.Path("base/one/kit"));
+    EXPECT_THAT(Found("Two"), HasSubstr(tree.Path("base/two/kit") + " is not root's alone"));
+    EXPECT_THAT(Found("two"), HasSubstr(tree.Path("base/two/kit") + " is not root's alone"));
 }
 
 } // namespace

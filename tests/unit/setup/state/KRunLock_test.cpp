@@ -82,6 +82,19 @@ class KRunLockTest : public ::testing::Test {
     KTEST::TemporaryTree tree;
 };
 
+TEST_F(KRunLockTest, ALockThatCannotBeAskedNowIsNotTakenForARun) {
+    { const KRunLock former("dps", 0, {}, Places()); }
+    std::string told;
+    failcall_arm("flock", 1, ENOLCK, 0);
+    try {
+        told = KRunLock::FindHolder("dps", Places()) ? "a run" : "none";
+    } catch (const KSetupFailure& failure) {
+        told = failure.what();
+    }
+    failcall_disarm();
+    EXPECT_THAT(told, HasSubstr("cannot lock " + tree.Path("lock/dps.lock") + ": No locks"));
+}
+
 TEST_F(KRunLockTest, TheFileTellsWhoHoldsIt) {
     const KRunLock lock("dps", 0, {}, Places());
     EXPECT_THAT(tree.Read("lock/dps.lock"), HasSubstr(std::to_string(::getpid()) + "\n"));
