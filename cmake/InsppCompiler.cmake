@@ -57,8 +57,7 @@ add_library(inspp_product INTERFACE)
 add_library(inspp_test INTERFACE)
 target_link_libraries(inspp_product INTERFACE inspp_compiler)
 target_link_libraries(inspp_test INTERFACE inspp_compiler)
-# Programs as libraries: what is precompiled is for one kind of code only.
-target_compile_options(inspp_test INTERFACE -O0 -fPIC)
+target_compile_options(inspp_test INTERFACE -O0)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # A tenth of a test's compilation went into collecting what the compiler throws away at its end.
   target_compile_options(inspp_test INTERFACE --param=ggc-min-heapsize=400000)
@@ -108,6 +107,8 @@ function(inspp_use_precompiled name) # TARGET...
   if(INSPP_PRECOMPILE)
     foreach(target IN LISTS ARGN)
       target_precompile_headers(${target} REUSE_FROM ${name})
+      # Programs as libraries: what is precompiled is for one kind of code only.
+      target_compile_options(${target} PRIVATE -fPIC)
     endforeach()
   endif()
 endfunction()

@@ -10,15 +10,15 @@
 
 namespace {
 
-struct Row {
+struct CommandLine {
     const char* name;
     const char* command;
     const char* words; ///< each in "<>", with "!" behind one that the shell would fill in
 
-    friend void PrintTo(const Row& row, std::ostream* out) { *out << row.name; }
+    friend void PrintTo(const CommandLine& row, std::ostream* out) { *out << row.name; }
 };
 
-class CommandWordsTest : public ::testing::TestWithParam<Row> {};
+class CommandWordsTest : public ::testing::TestWithParam<CommandLine> {};
 
 TEST_P(CommandWordsTest, AreThoseOfTheShell) {
     std::string words;
@@ -28,7 +28,7 @@ TEST_P(CommandWordsTest, AreThoseOfTheShell) {
     EXPECT_EQ(words, GetParam().words);
 }
 
-constexpr Row rows[] = {
+constexpr CommandLine rows[] = {
     {"Empty", "", ""},
     {"Blanks", "  a \t b ", "<a><b>"},
     {"DoubleQuotes", "\"a b\" c", "<a b><c>"},
