@@ -144,6 +144,9 @@ std::string ToJson(const KPlanReport& report, int exitCode) {
     object.Put("version", report.version);
     object.Put("buildNumber", report.buildNumber);
     object.Put("productPath", report.path);
+    if (report.isUpToDate) {
+        object.Put("upToDate", true);
+    }
     object.Put("script", report.script);
     object.Put("rules", ToObjects(report.plan->GetRules()));
     object.Put("cleanup", ToObjects(report.plan->GetCleanup()));

@@ -23,6 +23,9 @@ struct KPlanReport {
     std::string refusal;
     /// Why the run would end when it writes the record, after its last rule; empty when not.
     std::string recordObstacle;
+    /// Whether an install would find this kit installed, with everything as it was left, and do
+    /// nothing. Also false where that cannot be known.
+    bool isUpToDate = false;
 };
 
 /// How often a plan does something, and what it takes.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/PathText.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/output/KRunReport.h>
 #include <setup/output/TextFormat.h>
@@ -10,9 +11,11 @@
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/RunPlan.h>
 #include <setup/plan/RunRefusals.h>
+#include <setup/plan/SameKit.h>
 #include <setup/plan/SharedPlace.h>
 #include <setup/script/KMacroContext.h>
 #include <setup/state/KInstalledRecord.h>
+#include <setup/state/KRunState.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/KError.h>
 #include <sup++/KTraceLogger.h>
@@ -119,6 +122,30 @@ void FillVersion(
     report.buildNumber = isKits ? SvcGetOEMDataEx()->buildNumber : record->buildNumber;
 }
 
+/// What an install would look at before it does anything (KSameInstall). Only root can be sure.
+bool IsUpToDate(
+    const KSetupKit& kit,
+    const std::optional<KInstalledRecord>& record,
+    const KMacroContext& macros,
+    const std::string& path
+) {
+    if (!record || !record->IsSound() || NormalPath(path) != NormalPath(record->path)) {
+        return false;
+    }
+    try {
+        const std::string service = macros.Expand("$serviceName$");
+        return !KRunState::Read(service) && IsInstalledFrom(
+                                                KKitFingerprint(kit.GetDirectory()),
+                                                KINS::KInstaller(),
+                                                *record,
+                                                service,
+                                                macros.Expand("$verInfo$")
+                                            );
+    } catch (const KSetupFailure&) { // it may not be looked at, so it is not known
+        return false;
+    }
+}
+
 int Plan(const KSetupArguments& arguments, bool installs) {
     const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
     const std::optional<KInstalledRecord> record = LoadRecord(KINS::KInstaller());
@@ -160,6 +187,13 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     report.plan = &plan;
     report.space = plan.ReadSpace(installs ? WrittenByEachInstall() : std::vector<std::string>());
     report.recordObstacle = installs ? WhyNoRecord(tree, macros) : "";
+    report.isUpToDate = installs && IsUpToDate(kit, record, macros, path);
+    if (report.isUpToDate) {
+        report.notes.emplace_back(
+            "This very kit is installed, and everything stands as it was left: an install does "
+            "nothing of this unless it is told to (--reinstall)."
+        );
+    }
     if (record && !record->IsSound()) {
         report.notes.push_back(record->ToWords());
     }

@@ -2,21 +2,13 @@
 #include <setup/KSetupFailure.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/AddedLines.h>
+#include <setup/plan/SameKit.h>
 #include <setup/run/KSameInstall.h>
 #include <setup/run/PlannedPaths.h>
-#include <setup/state/ManifestLook.h>
-#include <setup/state/StateDirectory.h>
-#include <sup++/SvcData.h>
 
 namespace KSETUP {
 
 namespace {
-
-/// A fingerprint is that of one manifest: where another run wrote one, or a restore put one back,
-/// it stands for nothing.
-std::string DigestManifest(const std::string& service) {
-    return DigestFile(std::string(stateBaseDirectory) + "/" + service + "/manifest").sha256;
-}
 
 /// Of the kit's files, as far as the manifest has them.
 KDigests KnownDigests(const KPlannedRun& planned, const KManifest& manifest) {
@@ -46,22 +38,19 @@ bool KSameInstall::IsForTheSamePlace() const {
             NormalPath(arguments.productPath) == NormalPath(record->path));
 }
 
-bool KSameInstall::IsSameKit() const {
-    const auto installed = KInstalledKit::Read(product.GetService());
-    return installed && installed->manifest == DigestManifest(product.GetService()) &&
-           (installed->look == kit.GetLook() ||
-            installed->content == kit.ReadContent({}, product.GetContext().ShallStop()));
-}
-
 bool KSameInstall::IsDone() const {
-    if (!IsForTheSamePlace() || !IsSameKit()) {
+    if (!IsForTheSamePlace()) {
         return false;
     }
     const KInstalledRecord& record = *product.GetRecord();
-    const auto manifest = KManifest::Read(product.GetService());
-    if (!manifest || record.version != product.GetMacros().Expand("$verInfo$") ||
-        record.buildNumber != SvcGetOEMDataEx()->buildNumber ||
-        !LooksAsInstalled(*manifest, {RecordFile(product.GetInstaller(), record)})) {
+    if (!IsInstalledFrom(
+            kit,
+            product.GetInstaller(),
+            record,
+            product.GetService(),
+            product.GetMacros().Expand("$verInfo$"),
+            product.GetContext().ShallStop()
+        )) {
         return false;
     }
     KRunReport& report = product.GetContext().report;

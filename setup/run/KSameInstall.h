@@ -31,7 +31,6 @@ class KSameInstall {
     void Remember(const KPlannedRun& planned, const KManifest& manifest) const;
 
   private:
-    bool IsSameKit() const;
     bool IsForTheSamePlace() const;
     void WriteFingerprint(const KPlannedRun& planned, const KManifest& manifest) const;
 
