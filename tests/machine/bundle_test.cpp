@@ -112,8 +112,9 @@ class BundleOnBusyboxTest : public BundleOnMinimalSystemTest {
   protected:
     BundleOnBusyboxTest() {
         GivenStep("rm -rf root && mkdir -p root/bin root/dev root/proc root/run root/root root/tmp "
-                  "root/opt root/var/tmp && cp /bin/busybox root/bin/ && "
-                  "for name in sh ls cat mount grep; do ln -s busybox root/bin/$name; done");
+                  "root/opt root/etc root/var/tmp root/var/lib root/var/log && cp /bin/busybox "
+                  "root/bin/ && "
+                  "for name in sh ls cat mount grep mkdir; do ln -s busybox root/bin/$name; done");
     }
 };
 
@@ -134,7 +135,7 @@ TEST_F(BundleOnBusyboxTest, ABundleInstallsVerifiesAndRemoves) {
 TEST_F(BundleOnBusyboxTest, ABundleNeedsNeitherProcNorTemporaryDirectories) {
     GivenBundle();
     GivenStep("rm -r root/tmp root/var/tmp && cp root/root/it.run root/it.run && "
-              "mkdir root/etc");
+              "rmdir root/proc");
     const Outcome plan =
         Run("mount --bind /dev root/dev; chroot root /it.run plan install; code=$?; "
             "umount root/dev; exit $code");
@@ -144,12 +145,12 @@ TEST_F(BundleOnBusyboxTest, ABundleNeedsNeitherProcNorTemporaryDirectories) {
 
 TEST_F(BundleOnBusyboxTest, AReadOnlyRootNeedsOnlyTheProductsPlaces) {
     GivenBundle();
-    GivenStep("mkdir -p root/etc root/var/lib root/var/log");
-    const Outcome install = RunThere(
-        "mount -t tmpfs none /opt && mount -t tmpfs none /etc && mount -t tmpfs none /var && "
-        "mount -o remount,bind,ro / 2> /dev/null; TMPDIR=/nowhere /root/it.run && "
-        "TMPDIR=/nowhere /root/it.run status --verify"
-    );
+    const Outcome install =
+        RunThere("mount -t tmpfs -o mode=755 none /opt && mount -t tmpfs -o mode=755 none /etc && "
+                 "mount -t tmpfs -o mode=755 none /var "
+                 "&& mkdir /var/log /var/lib && "
+                 "mount -o remount,bind,ro / 2> /dev/null; TMPDIR=/nowhere /root/it.run && "
+                 "TMPDIR=/nowhere /root/it.run status --verify");
     EXPECT_EQ(install.exitCode, 0) << install.out;
     EXPECT_THAT(install.out, HasSubstr("It is as it was installed."));
 }

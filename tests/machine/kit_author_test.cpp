@@ -90,6 +90,8 @@ TEST_P(BundleLibrariesTest, AreTakenFromItsOwnDirectoryOnly) {
         " kit bundle --kit kit -o it.run && ./it.run --extract t/kit && LD_DEBUG=libs "
         "LD_DEBUG_OUTPUT=\"$PWD/ld\" t/kit/ld-linux-x86-64.so.2 --inhibit-cache --library-path "
         "\"$PWD/t/kit\" t/kit/ins-setup --version > out 2>&1 && cat ld.* > trace";
+    const int status = std::system(line.c_str()); // NOLINT(concurrency-mt-unsafe): one thread
+    ASSERT_EQ(WEXITSTATUS(status), 0) << line;
     EXPECT_THAT(tree.Read("out"), HasSubstr("ins-setup "));
     const std::string trace = tree.Read("trace");
     EXPECT_THAT(trace, HasSubstr("libdplinsup.so.1"));
