@@ -69,6 +69,10 @@ inspp_install_library(dplinsup sup sup++ sup++)
 inspp_install_library(ins++ ins ins ins++)
 install(TARGETS ins-setup RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT setup)
 inspp_remove_rpath(ins-setup setup ${CMAKE_INSTALL_SBINDIR})
+# What bundles begin with; ins-setup finds it from its own directory.
+if(TARGET bundle-head)
+  install(TARGETS bundle-head RUNTIME DESTINATION lib/ins-setup COMPONENT setup)
+endif()
 
 # What ins-setup is used with. Pages are compressed as Debian wants them, without name and time.
 foreach(page ins-setup.8 ins-script.5 ins++.7)

@@ -71,8 +71,8 @@ install(DIRECTORY examples/changes examples/embed examples/mailbox examples/own_
   examples/rule_state
   DESTINATION ${doc}/examples COMPONENT ins-dev)
 
-# To make bundles and signatures.
-set(CPACK_DEBIAN_SETUP_PACKAGE_SUGGESTS "makeself, minisign")
+# To make signatures.
+set(CPACK_DEBIAN_SETUP_PACKAGE_SUGGESTS "minisign")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEB_COMPONENT_INSTALL ON)

@@ -70,6 +70,17 @@ bool Overwrite(const ElfFile& file, std::size_t offset) {
     return true;
 }
 
+/// Throws for what is none.
+ElfW(Ehdr) RequireElf(const ElfFile& file) {
+    const auto header = file.Get<ElfW(Ehdr)>(0);
+    const unsigned char ownClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
+    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ownClass ||
+        header.e_phentsize != sizeof(ElfW(Phdr))) {
+        file.Fail();
+    }
+    return header;
+}
+
 /// The first one is the one that counts; a segment without bytes where there is none.
 ElfW(Phdr) FindDynamic(const ElfFile& file, const ElfW(Ehdr) & header) {
     for (std::size_t index = 0; index < header.e_phnum; ++index) {
@@ -85,13 +96,7 @@ ElfW(Phdr) FindDynamic(const ElfFile& file, const ElfW(Ehdr) & header) {
 
 bool SetRunPathToOrigin(std::string& bytes, const std::string& nameForErrors) {
     const ElfFile file(bytes, nameForErrors);
-    const auto header = file.Get<ElfW(Ehdr)>(0);
-    const unsigned char ownClass = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
-    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0 || header.e_ident[EI_CLASS] != ownClass ||
-        header.e_phentsize != sizeof(ElfW(Phdr))) {
-        file.Fail();
-    }
-    const auto dynamic = FindDynamic(file, header);
+    const auto dynamic = FindDynamic(file, RequireElf(file));
     std::size_t strings = 0;
     std::size_t runPath = 0;
     bool found = false;
@@ -105,6 +110,28 @@ bool SetRunPathToOrigin(std::string& bytes, const std::string& nameForErrors) {
         }
     }
     return found && Overwrite(file, file.OffsetOf(strings) + runPath);
+}
+
+bool SetNoDefaultLibraries(std::string& bytes, const std::string& nameForErrors) {
+    const ElfFile file(bytes, nameForErrors);
+    const auto dynamic = FindDynamic(file, RequireElf(file));
+    for (std::size_t at = 0; at < dynamic.p_filesz; at += sizeof(ElfW(Dyn))) {
+        auto entry = file.Get<ElfW(Dyn)>(dynamic.p_offset + at);
+        // Linkers leave room for some entries: one is taken where another ends the list behind it.
+        const bool isRoom = entry.d_tag == DT_NULL;
+        if (isRoom &&
+            (at + 2 * sizeof(entry) > dynamic.p_filesz ||
+             file.Get<ElfW(Dyn)>(dynamic.p_offset + at + sizeof(entry)).d_tag != DT_NULL)) {
+            return false;
+        }
+        if (isRoom || entry.d_tag == DT_FLAGS_1) {
+            entry.d_un.d_val = (isRoom ? 0 : entry.d_un.d_val) | DF_1_NODEFLIB;
+            entry.d_tag = DT_FLAGS_1;
+            std::memcpy(bytes.data() + dynamic.p_offset + at, &entry, sizeof(entry));
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace KSETUP

@@ -12,4 +12,10 @@ namespace KSETUP {
 /// Throws   KSetupFailure for a file that is no 64-bit ELF file of this machine's byte order
 bool SetRunPathToOrigin(std::string& bytes, const std::string& nameForErrors);
 
+/// Has a program or library look for others where it was told to and in no directory of the system, also
+/// when it loads them while it runs. Returns false for one without room for that in its list.
+///
+/// Throws   KSetupFailure for what is not of this machine's kind
+bool SetNoDefaultLibraries(std::string& bytes, const std::string& nameForErrors);
+
 } // namespace KSETUP

@@ -1,24 +1,20 @@
 // SPDX-License-Identifier: MIT
+#include <ins/Names.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/kit/ElfRunPath.h>
+#include <setup/kit/BundleProgram.h>
 #include <setup/kit/KitBundle.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSeal.h>
 #include <setup/kit/KitSigning.h>
 #include <setup/output/Licences.h>
-#include <setup/output/TextFormat.h>
+#include <sup++/KProfile.h>
 
-#include <array>
-#include <cerrno>
 #include <filesystem>
 #include <system_error>
-#include <utility>
-#include <vector>
 
-#include <link.h>
-#include <openssl/opensslv.h>
-#include <sys/processes/ProgramRun.h>
+#include <bundle/KBundleError.h>
+#include <bundle/WriteBundle.h>
 
 namespace KSETUP {
 
@@ -26,84 +22,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char program[] = "ins-setup";
-/// Those that a system may be without. The other libraries that the program needs are on every
-/// Debian system: packages depend on them that none is without. That is not so of libcrypto.
-constexpr std::array libraries =
-    std::to_array<std::string_view>({"libins++.so.1", "libdplinsup.so.1", "libcrypto.so.3"});
-static_assert(OPENSSL_SHLIB_VERSION == 3, "libcrypto has another name");
-/// The library that has message catalogues beside it, and how their names begin: those of all
-/// languages, for the bundle's user may speak another than its author.
-constexpr std::string_view speakingLibrary = libraries[0];
-constexpr char catalogueBegin[] = "xxxins.";
 constexpr char licencesName[] = "licences";
 /// A run refuses a kit that others can change, also one that an author with umask 002 made.
 constexpr mode_t closedToOthers = 07755;
-constexpr char startName[] = "bundle-start.sh";
-
-/// Run by the shell, so that it can speak where programs cannot run. The path of libraries is for
-/// an ins-setup that names no directory for them; nothing but the bundle's own is on it.
-constexpr char startScript[] = R"(#!/bin/sh
-# Started by the bundle when it is unpacked.
-if ! [ -x ./ins-setup ]; then
-    echo "ins-setup: $PWD is on a file system that runs no programs (noexec). Name another directory:" >&2
-    echo "    TMPDIR=/var/tmp sh FILE" >&2
-    exit 73
-fi
-[ $# -gt 0 ] || set -- install
-LD_LIBRARY_PATH=$PWD
-export LD_LIBRARY_PATH
-exec ./ins-setup "$@"
-)";
-
-/// Those of the libraries that this process runs with: under which name programs look for them, and
-/// where they are.
-int CollectLibrary(dl_phdr_info* info, std::size_t /*size*/, void* list) {
-    const fs::path path(info->dlpi_name != nullptr ? info->dlpi_name : "");
-    for (const std::string_view name : libraries) {
-        if (path.filename().string().starts_with(name)) {
-            static_cast<std::vector<std::pair<std::string, fs::path>>*>(list)->emplace_back(
-                name, path
-            );
-        }
-    }
-    return 0;
-}
-
-void CopyProgram(const fs::path& from, const fs::path& to) {
-    std::string bytes = ReadBytes(from);
-    SetRunPathToOrigin(bytes, from.string());
-    WriteBytes(to, bytes, 0755);
-}
-
-void AddCatalogues(const fs::path& library, const fs::path& kit) {
-    std::error_code unknown; // as good as none, for English is built in
-    const fs::path directory = fs::canonical(library, unknown).parent_path();
-    for (const auto& entry : fs::directory_iterator(directory, unknown)) {
-        const std::string name = entry.path().filename().string();
-        if (name.starts_with(catalogueBegin) && name.ends_with(".cat")) {
-            CopyBytes(entry.path(), kit / name);
-        }
-    }
-}
-
-void AddProgram(const fs::path& kit) {
-    std::error_code error;
-    const fs::path own = fs::read_symlink("/proc/self/exe", error);
-    if (error) {
-        FailOn("/proc/self/exe", error.value());
-    }
-    CopyProgram(own, kit / program);
-    std::vector<std::pair<std::string, fs::path>> loaded;
-    ::dl_iterate_phdr(&CollectLibrary, &loaded);
-    for (const auto& [name, path] : loaded) {
-        CopyProgram(path, kit / name);
-        if (name == speakingLibrary) {
-            AddCatalogues(path, kit);
-        }
-    }
-}
-
 /// Whoever gives the bundle away gives the licences away; a kit may have notices of its own there.
 void AddLicences(const fs::path& kit) {
     MakeDirectories(kit / licencesName);
@@ -112,21 +33,6 @@ void AddLicences(const fs::path& kit) {
         std::error_code unknown; // writing it tells
         if (!fs::exists(file, unknown)) {
             WriteBytes(file, std::string(licence.text), 0644);
-        }
-    }
-}
-
-/// The same for a kit that brings its own, as a build leaves them: below /tmp, a directory beside the
-/// bundle's is anybody's.
-void HoldToOwnDirectory(const fs::path& kit) {
-    std::vector<std::string_view> names(libraries.begin(), libraries.end());
-    names.emplace_back(program);
-    for (const std::string_view name : names) {
-        std::error_code unknown; // as good as missing
-        const fs::path path = kit / name;
-        if (fs::exists(path, unknown) && ReadBytes(path).starts_with("\x7F"
-                                                                     "ELF")) {
-            CopyProgram(path, path);
         }
     }
 }
@@ -140,17 +46,6 @@ void CopyKit(const fs::path& from, const fs::path& to) {
                 ": neither a file nor a link to one. Take it out of the kit."
         );
     }
-    for (const auto* names : {&listing.files, &listing.directories}) {
-        for (const std::string& name : *names) {
-            if (name.find('\n') != std::string::npos) {
-                throw KSetupFailure(
-                    ExitCode::noKit,
-                    Printable((from / name).string()) +
-                        ": makeself cannot take a name with a line break. Rename it."
-                );
-            }
-        }
-    }
     MakeDirectories(to);
     for (const std::string& directory : listing.directories) {
         MakeDirectories(to / directory);
@@ -160,47 +55,23 @@ void CopyKit(const fs::path& from, const fs::path& to) {
     }
 }
 
-/// What makeself writes into a shell script between double quotes.
-std::string Label(const std::string& product) {
-    std::string label;
-    for (const char letter : Printable(product)) {
-        const bool means = letter == '"' || letter == '$' || letter == '`' || letter == '\\';
-        label += means ? '_' : letter;
-    }
-    return label.empty() || label.front() == '-' ? "_" + label : label;
+/// Where the script proposes to install, as far as that can be told without a machine: bundles are
+/// unpacked on that file system.
+std::string ProposedPlace(const std::string& script) {
+    const KSUP::KString path = KSUP::KProfile(script).GetString(
+        KINS::Names::installSection, KINS::Names::defaultPathKey, ""
+    );
+    const std::string place = path.c_str();
+    return place.starts_with('/') && place.find('$') == std::string::npos ? place : "";
 }
 
-/// Runs makeself in `directory`; what it says goes to a file there.
-void RunMakeself(const fs::path& directory, const std::string& label) {
-    const std::vector<std::string> words = {
-        "makeself",
-        "--sha256",
-        "--nox11",
-        "--tar-quietly",
-        // Root's, whoever makes the bundle: a run refuses a kit that others can change.
-        "--tar-extra",
-        "--owner=0 --group=0 --numeric-owner",
-        "kit",
-        "bundle.run",
-        label,
-        "sh",
-        std::string("./") + startName};
-    bool succeeded = false;
-    const unsigned error = KSYS::RunProgram(words, directory, "log", succeeded);
-    if (error == ENOENT) {
-        throw KSetupFailure(
-            ExitCode::noKit,
-            "makeself is missing, which makes the bundle. Install Debian's "
-            "package of that name: apt-get install makeself"
-        );
-    }
-    if (error != 0) {
-        FailOn("makeself", static_cast<int>(error));
-    }
-    if (!succeeded) {
-        throw KSetupFailure(
-            ExitCode::cannotWrite, "makeself failed. It says:\n" + ReadBytes(directory / "log")
-        );
+/// Packs, and says what is wrong in the words of this program.
+void Pack(const KBUNDLE::KBundleSource& source, const std::string& target) {
+    try {
+        KBUNDLE::WriteBundle(source, target);
+    } catch (const KBUNDLE::KBundleError& error) {
+        const bool isWrite = error.GetKind() == KBUNDLE::KBundleError::Kind::CannotWrite;
+        throw KSetupFailure(isWrite ? ExitCode::cannotWrite : ExitCode::noKit, error.what());
     }
 }
 
@@ -256,12 +127,10 @@ void PutInPlace(const fs::path& made, const fs::path& target, bool isSigned) {
 } // namespace
 
 void MakeBundle(
-    const std::string& kitDirectory,
-    const std::string& product,
-    const std::string& file,
-    const std::string& secretKey
+    const std::string& kitDirectory, const std::string& file, const std::string& secretKey
 ) {
     const fs::path target = fs::absolute(file);
+    const std::string head = FindBundleHead();
     RefuseTarget(target, kitDirectory);
     if (secretKey.empty() && IsSigned(kitDirectory)) {
         throw KSetupFailure(
@@ -277,16 +146,13 @@ void MakeBundle(
     const fs::path kit = work.GetPath() / "kit";
     const fs::path made = work.GetPath() / "bundle.run";
     CopyKit(kitDirectory, kit);
-    std::error_code unknown; // as good as missing
-    if (!fs::exists(kit / program, unknown)) {
-        AddProgram(kit);
-    } else {
-        HoldToOwnDirectory(kit);
-    }
-    WriteBytes(kit / startName, startScript, 0755);
+    AddProgram(kit);
     AddLicences(kit);
     Seal(kit, IsSealed(kitDirectory), secretKey);
-    RunMakeself(work.GetPath(), Label(product));
+    Pack(
+        {.head = head, .directory = kit.string(), .place = ProposedPlace(kit / "install.ini")},
+        made.string()
+    );
     if (!secretKey.empty()) {
         SignFile(made.string(), secretKey, KKitStatement::OfProductData());
     }

@@ -63,14 +63,13 @@ int Seal(const KSetupArguments& arguments) {
 
 int Bundle(const KSetupArguments& arguments) {
     const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
-    MakeBundle(
-        kit.GetDirectory(), KSetupKit::GetProductName().c_str(), arguments.target, arguments.signKey
-    );
+    MakeBundle(kit.GetDirectory(), arguments.target, arguments.signKey);
     const std::string file = Printable(arguments.target);
-    std::cout << file << " installs " << Printable(KSetupKit::GetProductName().c_str())
-              << " when root runs it; what stands behind its name goes to ins-setup:\n    sh "
-              << file << " status\nIt unpacks itself below /tmp. Where that is mounted noexec, "
-              << "name another directory:\n    TMPDIR=/var/tmp sh " << file << "\n";
+    std::cout
+        << file << " installs " << Printable(KSetupKit::GetProductName().c_str())
+        << " when root runs it, on any Linux of this architecture; what stands behind its name "
+           "goes to ins-setup:\n    "
+        << (file.find('/') == std::string::npos ? "./" : "") << file << " status\n";
     if (!arguments.signKey.empty()) {
         std::cout
             << "It is signed in " << file << signatureEnding

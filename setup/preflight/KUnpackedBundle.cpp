@@ -3,7 +3,6 @@
 #include <setup/KSetupFailure.h>
 #include <setup/KSetupStop.h>
 #include <setup/files/KBlake2b.h>
-#include <setup/kit/BundlePayload.h>
 #include <setup/kit/KKitStatement.h>
 #include <setup/kit/KitSigning.h>
 #include <setup/preflight/KUnpackedBundle.h>
@@ -14,10 +13,11 @@
 #include <memory>
 #include <system_error>
 
+#include <bundle/KBundleError.h>
+#include <bundle/UnpackBundle.h>
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileContent.h>
-#include <sys/processes/ProgramRun.h>
 
 namespace KSETUP {
 
@@ -27,7 +27,9 @@ namespace fs = std::filesystem;
 
 /// Not /tmp, which often runs no programs and is in memory.
 constexpr const char* parentDirectory = "/var/tmp";
-constexpr const char* payloadName = "payload";
+constexpr const char* copyName = "bundle";
+constexpr const char* stopped = "Stopped on request. Nothing was changed.";
+constexpr std::size_t chunkBytes = std::size_t{1} << 20U;
 
 /// Reads a file from its begin to its end, once, and knows what it was.
 class KHashedReader {
@@ -39,16 +41,14 @@ class KHashedReader {
         Require(KSYS::OpenRegular(path.c_str(), file, status));
     }
 
-    /// The next longestBundleScript bytes; fewer at the end only.
+    /// The next chunkBytes bytes; fewer at the end only.
     std::string_view Next() {
         if (shallStop && shallStop()) {
-            throw KSetupStop("Stopped on request. Nothing was changed.");
+            throw KSetupStop(stopped);
         }
         std::size_t count = 0;
-        for (std::size_t more = 1; more != 0 && count < longestBundleScript; count += more) {
-            Require(
-                KSYS::ReadSome(file.Get(), chunk.get() + count, longestBundleScript - count, more)
-            );
+        for (std::size_t more = 1; more != 0 && count < chunkBytes; count += more) {
+            Require(KSYS::ReadSome(file.Get(), chunk.get() + count, chunkBytes - count, more));
         }
         sum.Add({chunk.get(), count});
         return {chunk.get(), count};
@@ -66,15 +66,8 @@ class KHashedReader {
     const std::function<bool()>& shallStop;
     KSYS::KDescriptor file;
     KBlake2b sum;
-    std::unique_ptr<char[]> chunk = std::make_unique_for_overwrite<char[]>(longestBundleScript);
+    std::unique_ptr<char[]> chunk = std::make_unique_for_overwrite<char[]>(chunkBytes);
 };
-
-[[noreturn]] void RefuseDamaged(const std::string& file, const std::string& why) {
-    throw KSetupFailure(
-        ExitCode::malformedScript,
-        file + ": the bundle is damaged (" + why + "). Nothing was changed. Get it again."
-    );
-}
 
 } // namespace
 
@@ -90,41 +83,28 @@ KUnpackedBundle::KUnpackedBundle(
     if (signature == Signature::Required && !bundle.signature) {
         RequireSignature(); // before gigabytes are copied
     }
-    CopyPayload(shallStop);
+    CopyBundle(shallStop);
     if (signature == Signature::Required) {
         RequireSignature();
     }
-    Unpack();
+    Unpack(shallStop);
 }
 
 /// What is unpacked is what is hashed, also where somebody writes to the file meanwhile.
-void KUnpackedBundle::CopyPayload(const std::function<bool()>& shallStop) {
+void KUnpackedBundle::CopyBundle(const std::function<bool()>& shallStop) {
     KHashedReader reader(bundle.path, shallStop);
-    std::string_view bytes = reader.Next();
-    const auto payload = FindBundlePayload(bytes);
-    if (!payload) {
-        throw KSetupFailure(
-            ExitCode::noKit,
-            bundle.path + ": no bundle. Name a file that \"ins-setup kit bundle\" made; where to "
-                          "install stands behind it."
-        );
-    }
-    bytes.remove_prefix(payload->offset);
-    KSYS::KDescriptor target;
-    const fs::path copy = directory.GetPath() / payloadName;
-    unsigned failed = KSYS::MakeFile(copy.string(), target);
-    std::uint64_t count = 0;
-    for (; failed == 0 && !bytes.empty(); bytes = reader.Next()) {
-        failed = KSYS::WriteAll(target.Get(), bytes.data(), bytes.size());
-        count += bytes.size();
+    const fs::path copy = directory.GetPath() / copyName;
+    unsigned failed = KSYS::MakeFile(copy.string(), content, O_RDWR);
+    for (std::string_view bytes = reader.Next(); failed == 0 && !bytes.empty();
+         bytes = reader.Next()) {
+        failed = KSYS::WriteAll(content.Get(), bytes.data(), bytes.size());
     }
     if (failed != 0) {
         FailOnWrite(copy, static_cast<int>(failed));
     }
-    if (count != payload->byteCount) {
-        RefuseDamaged(bundle.path, "it is not as long as it says");
-    }
     bundle.blake2b = reader.EndSum();
+    // Read by its descriptor; the room is free again when that is closed.
+    static_cast<void>(KSYS::UnlinkEntry(copy.string()));
 }
 
 /// For whom the keys are is known from the signature, which is believed only with one of them; of
@@ -154,26 +134,33 @@ void KUnpackedBundle::RequireSignature() const {
     RequireSigned(bundle, keys, known.ToWords());
 }
 
-void KUnpackedBundle::Unpack() {
+void KUnpackedBundle::Unpack(const std::function<bool()>& shallStop) {
     MakeDirectories(kit);
-    bool succeeded = false;
-    const unsigned error = KSYS::RunProgram(
-        {"tar", "--extract", "--gzip", "--no-same-owner", "--file", payloadName, "--directory=kit"},
-        directory.GetPath(),
-        "log",
-        succeeded
-    );
-    if (error != 0) {
-        FailOn("tar", static_cast<int>(error), "It unpacks the bundle.");
-    }
-    if (!succeeded) {
-        const std::string said = ReadBytes(directory.GetPath() / "log");
-        if (said.find("No space left") != std::string::npos) {
-            FailOnWrite(kit, ENOSPC);
+    try {
+        const KBUNDLE::KBundleReader reader(content.Get(), bundle.path);
+        KBUNDLE::UnpackBundle(reader, kit, KBUNDLE::BundlePart::Everything, shallStop);
+    } catch (const KBUNDLE::KBundleError& error) {
+        switch (error.GetKind()) {
+        case KBUNDLE::KBundleError::Kind::NoBundle:
+            throw KSetupFailure(
+                ExitCode::noKit,
+                std::string(error.what()) +
+                    " Name a file that \"ins-setup kit bundle\" made; where to install stands "
+                    "behind it."
+            );
+        case KBUNDLE::KBundleError::Kind::Damaged:
+            throw KSetupFailure(
+                ExitCode::malformedScript, std::string(error.what()) + " Nothing was changed."
+            );
+        case KBUNDLE::KBundleError::Kind::CannotRead:
+            throw KSetupFailure(ExitCode::noKit, error.what());
+        case KBUNDLE::KBundleError::Kind::CannotWrite:
+            throw KSetupFailure(ExitCode::cannotWrite, error.what());
+        case KBUNDLE::KBundleError::Kind::Stopped:
+            throw KSetupStop(stopped);
         }
-        RefuseDamaged(bundle.path, "tar says: " + said.substr(0, said.find('\n')));
     }
-    static_cast<void>(KSYS::UnlinkEntry((directory.GetPath() / payloadName).string())); // for room
+    content.Reset();
 }
 
 } // namespace KSETUP

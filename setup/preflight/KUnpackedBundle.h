@@ -7,10 +7,12 @@
 #include <functional>
 #include <string>
 
+#include <sys/files/KDescriptor.h>
+
 namespace KSETUP {
 
-/// A bundle that is unpacked without being run: no line of its script is, and of what is in it
-/// neither. Its kit is in a directory of its own below /var/tmp, which nobody else can enter, and
+/// A bundle that is unpacked without being run: the program in front is not, nor
+/// anything that is in it. Its kit is in a directory of its own below /var/tmp, which nobody else can enter, and
 /// goes with the object.
 ///
 /// Thread   one at a time
@@ -35,13 +37,14 @@ class KUnpackedBundle {
     const KSignedFile& GetSigned() const noexcept { return bundle; }
 
   private:
-    void CopyPayload(const std::function<bool()>& shallStop);
+    void CopyBundle(const std::function<bool()>& shallStop);
     void RequireSignature() const;
-    void Unpack();
+    void Unpack(const std::function<bool()>& shallStop);
 
     KTemporaryDirectory directory;
     std::string kit;
     KSignedFile bundle;
+    KSYS::KDescriptor content; ///< what was verified
 };
 
 } // namespace KSETUP

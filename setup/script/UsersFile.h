@@ -18,8 +18,8 @@ inline constexpr const char* usersFileMacro = "/usr/lib/sysusers.d/$serviceName$
 inline constexpr const char* usersFileMark = "# Written by ins-setup, of the rules user=create.\n";
 /// Whether a file with this text is one of them, also one that a killed run had begun to write.
 bool IsUsersFile(std::string_view text) noexcept;
-/// The program that reads it.
-inline constexpr const char* usersProgram = "/usr/bin/systemd-sysusers";
+/// The program that reads it; on the path of a run, for not every system has it in /usr/bin.
+inline constexpr const char* usersProgram = "systemd-sysusers";
 
 /// The line of that file for a rule of user=create, with its end.
 std::string UsersFileLine(const KSetupRuleLine& line);

@@ -74,6 +74,13 @@ unsigned ReadSome(int file, char* bytes, std::size_t room, std::size_t& byteCoun
     return StatusOf(got);
 }
 
+unsigned
+ReadAt(int file, char* bytes, std::size_t room, off_t offset, std::size_t& byteCount) noexcept {
+    const ssize_t count = Retry([&] { return ::pread(file, bytes, room, offset); });
+    byteCount = count > 0 ? static_cast<std::size_t>(count) : 0;
+    return StatusOf(count);
+}
+
 unsigned WriteAt(int file, const char* bytes, std::size_t byteCount, off_t offset) noexcept {
     return StatusOf(Retry([&] { return ::pwrite(file, bytes, byteCount, offset); }));
 }

@@ -16,6 +16,9 @@ namespace KSYS {
 /// Reads what comes next, at most `room` bytes; 0 bytes at the end.
 [[nodiscard]] unsigned
 ReadSome(int file, char* bytes, std::size_t room, std::size_t& byteCount) noexcept;
+/// Reads at an offset, wherever the file stands, at most `room` bytes; 0 bytes at the end.
+[[nodiscard]] unsigned
+ReadAt(int file, char* bytes, std::size_t room, off_t offset, std::size_t& byteCount) noexcept;
 /// Writes at an offset, wherever the file stands; short ones are not continued.
 [[nodiscard]] unsigned
 WriteAt(int file, const char* bytes, std::size_t byteCount, off_t offset) noexcept;

@@ -89,6 +89,7 @@ unsigned ReadFileSystem(const char* path, FileSystemStatus& system) noexcept {
         return static_cast<unsigned>(errno);
     }
     system.isReadOnly = (status.f_flag & ST_RDONLY) != 0;
+    system.runsNoPrograms = (status.f_flag & ST_NOEXEC) != 0;
     system.blockBytes = status.f_frsize != 0 ? status.f_frsize : 1;
     system.bytesFree = std::uint64_t{status.f_bfree} * status.f_frsize;
     system.filesFree = status.f_ffree;

@@ -50,6 +50,7 @@ std::uint64_t ReadFileClock() noexcept;
 /// Room on a file system. What is free counts for root.
 struct FileSystemStatus {
     bool isReadOnly = false;
+    bool runsNoPrograms = false;  ///< mounted noexec
     std::uint64_t blockBytes = 1; ///< what a file takes is whole blocks of this size
     std::uint64_t bytesFree = 0;
     std::uint64_t filesFree = 0;

@@ -1,9 +1,16 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <climits>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <utility>
 
 #include <fcntl.h>
+#include <sys/auxv.h>
 #include <sys/files/FileCalls.h>
 #include <sys/mman.h>
 #include <sys/processes/OwnProcess.h>
@@ -16,6 +23,13 @@ std::string ProgramDirectory() {
     std::string path(PATH_MAX, '\0');
     const ssize_t bytes = ::readlink("/proc/self/exe", path.data(), path.size());
     path.resize(bytes > 0 ? static_cast<std::size_t>(bytes) : 0);
+    if (bytes <= 0) { // /proc is not mounted: the name by which the program was started
+        const char* const named = std::bit_cast<const char*>(::getauxval(AT_EXECFN));
+        const std::unique_ptr<char, void (*)(void*)> real(
+            named != nullptr ? ::realpath(named, nullptr) : nullptr, &std::free
+        );
+        path = real != nullptr ? real.get() : "";
+    }
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? "/" : path.substr(0, slash + 1);
 }
@@ -30,7 +44,30 @@ std::vector<std::string> ProgramArguments() {
             at += arguments.back().size() + 1;
         }
     }
-    return arguments;
+    return ::getauxval(AT_BASE) == 0 ? WithoutLoader(std::move(arguments)) : arguments;
+}
+
+std::vector<std::string> WithoutLoader(std::vector<std::string> words) {
+    static constexpr std::array withValue = {
+        "--library-path", "--argv0", "--preload", "--audit", "--inhibit-rpath"};
+    std::string name;
+    std::size_t at = 1;
+    for (; at < words.size() && words[at].starts_with("--"); ++at) {
+        const std::string& option = words[at];
+        const bool hasValue =
+            std::find(withValue.begin(), withValue.end(), option) != withValue.end();
+        if (hasValue && ++at < words.size() && option == "--argv0") {
+            name = words[at];
+        }
+    }
+    if (at >= words.size()) {
+        return words;
+    }
+    if (!name.empty()) {
+        words[at] = name;
+    }
+    words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(at));
+    return words;
 }
 
 std::string Architecture() {

@@ -11,8 +11,12 @@ namespace KSYS {
 /// The directory of the running program, with its separator; "/" when the system does not say.
 std::string ProgramDirectory();
 
-/// The arguments that the process was started with; none when the system does not say.
+/// The arguments that the process was started with; none when the system does not say. Those of a
+/// dynamic loader that was started with the program's name are left out.
 std::vector<std::string> ProgramArguments();
+/// The command line of a program without that of the dynamic loader (ld.so(8)) in front of it, under
+/// the name that the loader gave it.
+std::vector<std::string> WithoutLoader(std::vector<std::string> words);
 
 /// The architecture's directory name: "x86_64", "x86", or the system's own name for any other.
 std::string Architecture();

@@ -67,7 +67,7 @@ class BundleOnMinimalSystemTest : public ::testing::Test {
 /// Without this the others would prove little.
 TEST_F(BundleOnMinimalSystemTest, TheSystemHasNoCompilerAndNoneOfOurLibraries) {
     EXPECT_THAT(
-        RunThere("for name in cc c++ gcc g++ clang ld make cmake makeself; do command -v $name; "
+        RunThere("for name in cc c++ gcc g++ clang ld make cmake; do command -v $name; "
                  "done; find / -xdev \\( -name 'libcrypto.*' -o -name 'libins++*' -o -name "
                  "'libdplinsup*' -o -name '*.a' -o -name stdio.h \\) -not -path '/proc/*'")
             .out,
@@ -81,18 +81,18 @@ TEST_F(BundleOnMinimalSystemTest, TheSystemHasNoCompilerAndNoneOfOurLibraries) {
 
 TEST_F(BundleOnMinimalSystemTest, ABundleInstallsVerifiesAndRemoves) {
     GivenBundle();
-    const Outcome install = RunThere("sh /root/it.run --quiet");
+    const Outcome install = RunThere("/root/it.run");
     EXPECT_EQ(install.exitCode, 0) << install.out;
     EXPECT_THAT(install.out, HasSubstr("is installed in /opt/kit"));
     EXPECT_THAT(RunThere("/opt/kit/lin/x86_64/hello").out, HasSubstr("Hello"));
-    EXPECT_EQ(RunThere("sh /root/it.run --quiet -- status --verify").exitCode, 0);
+    EXPECT_EQ(RunThere("/root/it.run status --verify").exitCode, 0);
     GivenStep("echo '# more' >> root/opt/kit/lin/x86_64/hello");
-    const Outcome changed = RunThere("sh /root/it.run --quiet -- status --verify");
+    const Outcome changed = RunThere("/root/it.run status --verify");
     EXPECT_EQ(changed.exitCode, 4) << changed.out;
-    const Outcome remove = RunThere("sh /root/it.run --quiet -- remove --yes");
+    const Outcome remove = RunThere("/root/it.run remove --yes");
     EXPECT_EQ(remove.exitCode, 0) << remove.out;
     EXPECT_FALSE(tree.Exists("root/opt/kit"));
-    EXPECT_EQ(RunThere("sh /root/it.run --quiet -- status").exitCode, 3);
+    EXPECT_EQ(RunThere("/root/it.run status").exitCode, 3);
     EXPECT_THAT(RunThere("ls /tmp").out, IsEmpty());
 }
 
@@ -100,12 +100,59 @@ TEST_F(BundleOnMinimalSystemTest, ABundleSpeaksTheLanguageOfItsUser) {
     GivenBundle("sed -i '/^.remove/i "
                 "service=install,$serviceName$,Hello,/opt/kit/lin/x86_64/hello,once' "
                 "kit/install.ini");
-    const std::string install =
-        "sh /root/it.run --quiet -- install --reinstall --offline-services --json-events";
+    const std::string install = "/root/it.run install --reinstall --offline-services --json-events";
     const Outcome german = RunThere("LANG=de_DE.UTF-8 " + install);
     EXPECT_EQ(german.exitCode, 0) << german.out;
     EXPECT_THAT(german.out, HasSubstr("\"Dienst wird installiert\""));
     EXPECT_THAT(RunThere("LANG=fr_FR.UTF-8 " + install).out, HasSubstr("\"Installing service\""));
+}
+
+/// A root that holds busybox, the bundle and nothing else: no libraries, no loader, no accounts.
+class BundleOnBusyboxTest : public BundleOnMinimalSystemTest {
+  protected:
+    BundleOnBusyboxTest() {
+        GivenStep("rm -rf root && mkdir -p root/bin root/dev root/proc root/run root/root root/tmp "
+                  "root/opt root/etc root/var/tmp root/var/lib root/var/log && cp /bin/busybox "
+                  "root/bin/ && "
+                  "for name in sh ls cat mount grep mkdir; do ln -s busybox root/bin/$name; done");
+    }
+};
+
+TEST_F(BundleOnBusyboxTest, ABundleInstallsVerifiesAndRemoves) {
+    GivenBundle();
+    const Outcome install = RunThere("/root/it.run");
+    EXPECT_EQ(install.exitCode, 0) << install.out;
+    EXPECT_THAT(install.out, HasSubstr("is installed in /opt/kit"));
+    EXPECT_THAT(RunThere("/opt/kit/lin/x86_64/hello").out, HasSubstr("Hello"));
+    EXPECT_EQ(RunThere("/root/it.run status --verify").exitCode, 0);
+    const Outcome remove = RunThere("/root/it.run remove --yes");
+    EXPECT_EQ(remove.exitCode, 0) << remove.out;
+    EXPECT_FALSE(tree.Exists("root/opt/kit"));
+    EXPECT_EQ(RunThere("/root/it.run status").exitCode, 3);
+    EXPECT_THAT(RunThere("ls -A /opt /tmp /var/tmp").out, ::testing::Not(HasSubstr("bundle")));
+}
+
+TEST_F(BundleOnBusyboxTest, ABundleNeedsNeitherProcNorTemporaryDirectories) {
+    GivenBundle();
+    GivenStep("rm -r root/tmp root/var/tmp && cp root/root/it.run root/it.run && "
+              "rmdir root/proc");
+    const Outcome plan =
+        Run("mount --bind /dev root/dev; chroot root /it.run plan install; code=$?; "
+            "umount root/dev; exit $code");
+    EXPECT_EQ(plan.exitCode, 0) << plan.out;
+    EXPECT_THAT(plan.out, HasSubstr("create directory /opt/kit"));
+}
+
+TEST_F(BundleOnBusyboxTest, AReadOnlyRootNeedsOnlyTheProductsPlaces) {
+    GivenBundle();
+    const Outcome install =
+        RunThere("mount -t tmpfs -o mode=755 none /opt && mount -t tmpfs -o mode=755 none /etc && "
+                 "mount -t tmpfs -o mode=755 none /var "
+                 "&& mkdir /var/log /var/lib && "
+                 "mount -o remount,bind,ro / 2> /dev/null; TMPDIR=/nowhere /root/it.run && "
+                 "TMPDIR=/nowhere /root/it.run status --verify");
+    EXPECT_EQ(install.exitCode, 0) << install.out;
+    EXPECT_THAT(install.out, HasSubstr("It is as it was installed."));
 }
 
 } // namespace

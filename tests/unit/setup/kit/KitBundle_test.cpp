@@ -28,12 +28,14 @@ class KitBundleTest : public ::testing::Test {
         tree.Write("kit/sub/data", "bytes");
         tree.Write("kit/sub/ lead and 'quote\" $x", "odd");
         tree.Write(
-            "kit/ins-setup", "#!/bin/sh\npwd\ncat sub/data sub/\\ *\nprintf ' <%s>' \"$@\"\n", 0755
+            "kit/ins-setup",
+            "#!/bin/sh\ncd ${0%/*}\ncat sub/data sub/\\ *\nprintf ' <%s>' \"$@\"\n",
+            0755
         );
     }
     std::string Refusal(const std::string& file) {
         try {
-            KSETUP::MakeBundle(tree.Path("kit"), "Product", file);
+            KSETUP::MakeBundle(tree.Path("kit"), file);
         } catch (const KSETUP::KSetupFailure& failure) {
             return failure.what();
         }
@@ -50,31 +52,37 @@ class KitBundleTest : public ::testing::Test {
 };
 
 TEST_F(KitBundleTest, ABundleRunsTheSetupProgramWithItsArguments) {
-    KSETUP::MakeBundle(tree.Path("kit"), "A \"product\" $(exit 3)", tree.Path("it.run"));
+    KSETUP::MakeBundle(tree.Path("kit"), tree.Path("it.run"));
     EXPECT_EQ(tree.Mode("it.run"), 0755U);
-    EXPECT_EQ(Shell("./it.run --quiet"), 0) << tree.Read("err");
+    EXPECT_EQ(Shell("./it.run"), 0) << tree.Read("err");
     EXPECT_THAT(tree.Read("out"), HasSubstr("bytesodd <install>"));
-    EXPECT_EQ(Shell("./it.run --quiet -- status 'a b' '$HOME'"), 0) << tree.Read("err");
-    EXPECT_THAT(tree.Read("out"), HasSubstr("bytesodd <status> <a b> <$HOME>"));
-    EXPECT_THAT(tree.List(), ::testing::Not(::testing::Contains(HasSubstr(".bundle."))));
+    EXPECT_EQ(Shell("./it.run plan 'a b' '$HOME'"), 0) << tree.Read("err");
+    EXPECT_THAT(tree.Read("out"), HasSubstr("bytesodd <plan> <a b> <$HOME>"));
+    EXPECT_EQ(Shell("./it.run --json"), 0) << tree.Read("err");
+    EXPECT_THAT(tree.Read("out"), HasSubstr("bytesodd <install> <--json>"));
+    EXPECT_THAT(tree.List(), ::testing::Not(::testing::Contains(HasSubstr("bundle"))));
 }
 
 TEST_F(KitBundleTest, WhatABundleUnpacksIsRootsWhoeverMadeIt) {
     tree.SetOwner("kit/sub/data", 65534, 65534);
-    tree.Write("kit/ins-setup", "#!/bin/sh\nstat -c '%u %g' . sub sub/data\n", 0755);
+    tree.Write("kit/ins-setup", "#!/bin/sh\ncd ${0%/*}\nstat -c '%u %g' . sub sub/data\n", 0755);
     EXPECT_EQ(Refusal(tree.Path("it.run")), "");
-    EXPECT_EQ(Shell("./it.run --quiet"), 0) << tree.Read("err");
+    EXPECT_EQ(Shell("./it.run"), 0) << tree.Read("err");
     EXPECT_EQ(tree.Read("out"), "0 0\n0 0\n0 0\n");
 }
 
 TEST_F(KitBundleTest, ASealedKitIsASealedBundle) {
     KSETUP::WriteSeal(tree.Path("kit"));
-    tree.Write("kit/ins-setup", "#!/bin/sh\nexec sha256sum --strict --quiet -c SHA256SUMS\n", 0755);
+    tree.Write(
+        "kit/ins-setup",
+        "#!/bin/sh\ncd ${0%/*}\nexec sha256sum --strict --quiet -c SHA256SUMS\n",
+        0755
+    );
     EXPECT_THAT(Refusal(tree.Path("it.run")), HasSubstr("ins-setup: changed"));
     EXPECT_FALSE(tree.Exists("it.run"));
     KSETUP::WriteSeal(tree.Path("kit"));
     EXPECT_EQ(Refusal(tree.Path("it.run")), "");
-    EXPECT_EQ(Shell("./it.run --quiet"), 0) << tree.Read("err") << tree.Read("out");
+    EXPECT_EQ(Shell("./it.run"), 0) << tree.Read("err") << tree.Read("out");
 }
 
 TEST_F(KitBundleTest, FilesThatCannotBeABundleAreRefused) {
@@ -83,29 +91,39 @@ TEST_F(KitBundleTest, FilesThatCannotBeABundleAreRefused) {
     EXPECT_THAT(Refusal(tree.Path("kit/it.run")), HasSubstr("in the kit"));
     EXPECT_THAT(Refusal(tree.Path("kit/sub/it.run")), HasSubstr("in the kit"));
     EXPECT_THAT(Refusal(tree.Path("missing/it.run")), HasSubstr("has to be there"));
-    tree.Write("kit/new\nline", "");
-    EXPECT_THAT(Refusal(tree.Path("it.run")), HasSubstr("new?line: makeself cannot"));
     tree.Fifo("kit/pipe");
     EXPECT_THAT(Refusal(tree.Path("it.run")), HasSubstr("pipe: neither a file"));
 }
 
-TEST_F(KitBundleTest, AMissingMakeselfIsNamedWithItsPackage) {
-    const std::string path = std::getenv("PATH");      // NOLINT: one thread
-    ::setenv("PATH", tree.Path("nowhere").c_str(), 1); // NOLINT
-    const std::string why = Refusal(tree.Path("it.run"));
-    ::setenv("PATH", path.c_str(), 1); // NOLINT
-    EXPECT_THAT(why, HasSubstr("apt-get install makeself"));
+TEST_F(KitBundleTest, NamesOfAnyBytesArePacked) {
+    tree.Write("kit/new\nline", "odd");
+    EXPECT_EQ(Refusal(tree.Path("it.run")), "");
+    EXPECT_EQ(Shell("./it.run --extract new"), 0) << tree.Read("err");
+    EXPECT_EQ(tree.Read("new/new\nline"), "odd");
+    EXPECT_EQ(Shell("./it.run --list | grep -c 'new?line'"), 0);
 }
 
-TEST_F(KitBundleTest, AMakeselfThatFailsIsHeard) {
-    tree.Write("bin/makeself", "#!/bin/sh\necho no such luck\nexit 1\n", 0755);
-    const std::string path = std::getenv("PATH");                 // NOLINT: one thread
-    ::setenv("PATH", (tree.Path("bin") + ":" + path).c_str(), 1); // NOLINT
-    tree.Write("it.run", "former");
-    const std::string why = Refusal(tree.Path("it.run"));
-    ::setenv("PATH", path.c_str(), 1); // NOLINT
-    EXPECT_THAT(why, HasSubstr("no such luck"));
-    EXPECT_EQ(tree.Read("it.run"), "former");
+TEST_F(KitBundleTest, OnlyAnEmptyDirectoryIsExtractedTo) {
+    EXPECT_EQ(Refusal(tree.Path("it.run")), "");
+    tree.Write("full/mine", "");
+    EXPECT_EQ(Shell("./it.run --extract full"), 73);
+    EXPECT_THAT(tree.Read("err"), HasSubstr("full: this directory is not empty"));
+    tree.Directory("empty");
+    EXPECT_EQ(Shell("./it.run --extract empty"), 0) << tree.Read("err");
+    EXPECT_EQ(tree.Read("empty/sub/data"), "bytes");
+    EXPECT_EQ(Shell("./it.run --extract"), 64);
+}
+
+TEST(ElfRunPathTest, ALibraryLooksInNoDirectoryOfTheSystem) {
+    std::ifstream file("/proc/self/exe", std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    std::string changed = bytes;
+    ASSERT_TRUE(KSETUP::SetNoDefaultLibraries(changed, "x"));
+    KTEST::TemporaryTree tree;
+    tree.Write("it", changed, 0755);
+    const std::string look = "readelf -d '" + tree.Path("it") + "' | grep -q 'FLAGS_1.*NODEFLIB'";
+    EXPECT_EQ(std::system(look.c_str()), 0); // NOLINT(concurrency-mt-unsafe): one thread
+    EXPECT_EQ(changed.size(), bytes.size());
 }
 
 TEST(ElfRunPathTest, WhatIsNoProgramIsRefused) {

@@ -79,9 +79,9 @@ std::vector<KThirdParty> ReadTable() {
 /// What the product's sources include that is neither ours nor the C++ library's or the system's.
 std::set<std::string> IncludedFromElsewhere() {
     const std::regex include("(?:^|\n)#include <([^>]*)>");
-    const std::regex ours("(sup\\+\\+|ins|setup|sys|linux)/.*|[a-z_0-9]+|[a-z_]+\\.h");
+    const std::regex ours("(sup\\+\\+|ins|setup|sys|linux|bundle)/.*|[a-z_0-9]+|[a-z_]+\\.h");
     std::set<std::string> found;
-    for (const char* folder : {"sup++", "ins", "setup", "sys"}) {
+    for (const char* folder : {"sup++", "ins", "setup", "sys", "bundle"}) {
         for (const auto& entry :
              fs::recursive_directory_iterator(fs::path(INSPP_SOURCE) / folder)) {
             const std::string text = entry.is_regular_file() ? TextOfFile(entry.path()) : "";

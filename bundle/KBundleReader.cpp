@@ -1,0 +1,192 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <memory>
+
+#include <bundle/KBundleError.h>
+#include <bundle/KBundleReader.h>
+#include <sys/files/DirectoryEntry.h>
+#include <sys/files/FileContent.h>
+#include <zstd.h>
+
+namespace KBUNDLE {
+
+namespace {
+
+constexpr std::size_t chunkBytes = std::size_t{1} << 20U;
+/// A frame that asks for more memory is refused; the packer stays below.
+constexpr int largestWindowLog = 27;
+
+/// The frames of a part of a file, as what is in them.
+class KFrames {
+  public:
+    KFrames(int itsFile, std::string itsPath, std::uint64_t begin, std::uint64_t byteCount)
+        : file(itsFile),
+          path(std::move(itsPath)),
+          offset(begin),
+          left(byteCount) {
+        if (stream == nullptr) {
+            throw std::bad_alloc();
+        }
+        ::ZSTD_DCtx_setParameter(stream.get(), ZSTD_d_windowLogMax, largestWindowLog);
+    }
+
+    /// The next bytes, at most 1 MiB and `most`; none where the frames are wrong or at an end.
+    std::string_view Next(std::uint64_t most) {
+        ZSTD_outBuffer out{unpacked.get(), std::min<std::uint64_t>(most, chunkBytes), 0};
+        while (out.pos < out.size) {
+            if (in.pos == in.size && !Fill() && isDrained) {
+                break;
+            }
+            const std::size_t before = out.pos;
+            const std::size_t result = ::ZSTD_decompressStream(stream.get(), &out, &in);
+            if (::ZSTD_isError(result) != 0) {
+                return {};
+            }
+            isDrained = in.pos == in.size && out.pos == before;
+        }
+        return {unpacked.get(), out.pos};
+    }
+
+  private:
+    bool Fill() {
+        std::size_t count = 0;
+        const std::size_t wanted = std::min<std::uint64_t>(left, chunkBytes);
+        if (wanted == 0) {
+            return false;
+        }
+        const unsigned failed =
+            KSYS::ReadAt(file, packed.get(), wanted, static_cast<off_t>(offset), count);
+        if (failed != 0) {
+            FailOnRead(path, failed);
+        }
+        offset += count;
+        left = count == 0 ? 0 : left - count;
+        in = {packed.get(), count, 0};
+        isDrained = false;
+        return count != 0;
+    }
+
+    int file;
+    std::string path;
+    std::uint64_t offset;
+    std::uint64_t left;
+    bool isDrained = true; // nothing more comes without further input
+    std::unique_ptr<char[]> packed = std::make_unique_for_overwrite<char[]>(chunkBytes);
+    std::unique_ptr<char[]> unpacked = std::make_unique_for_overwrite<char[]>(chunkBytes);
+    ZSTD_inBuffer in{packed.get(), 0, 0};
+    std::unique_ptr<ZSTD_DCtx, std::size_t (*)(ZSTD_DCtx*)> stream{
+        ::ZSTD_createDCtx(), &::ZSTD_freeDCtx};
+};
+
+} // namespace
+
+KBundleReader::KBundleReader(int openFile, const std::string& itsPath)
+    : file(openFile),
+      path(itsPath) {
+    struct stat status {};
+    const unsigned failed = KSYS::ReadStatus(file, status);
+    if (failed != 0) {
+        FailOnRead(path, failed);
+    }
+    const auto fileBytes = static_cast<std::uint64_t>(status.st_size);
+    if (fileBytes < bundleEndBytes) {
+        throw KBundleError(KBundleError::Kind::NoBundle, path + ": no bundle.");
+    }
+    const auto found =
+        ReadBundleEnd(ReadPart(fileBytes - bundleEndBytes, bundleEndBytes), fileBytes);
+    if (!found) {
+        throw KBundleError(KBundleError::Kind::NoBundle, path + ": no bundle, or not all of one.");
+    }
+    end = *found;
+    ReadTable();
+}
+
+void KBundleReader::FailDamaged(const std::string& why) const {
+    throw KBundleError(
+        KBundleError::Kind::Damaged, path + ": the bundle is damaged (" + why + "). Get it again."
+    );
+}
+
+std::string KBundleReader::ReadPart(std::uint64_t offset, std::uint64_t byteCount) const {
+    std::string bytes(byteCount, '\0');
+    std::size_t have = 0;
+    for (std::size_t count = 1; have < bytes.size() && count != 0; have += count) {
+        const unsigned failed = KSYS::ReadAt(
+            file, bytes.data() + have, bytes.size() - have, static_cast<off_t>(offset + have), count
+        );
+        if (failed != 0) {
+            FailOnRead(path, failed);
+        }
+    }
+    bytes.resize(have);
+    return bytes;
+}
+
+void KBundleReader::ReadTable() {
+    const std::string frame = ReadPart(end.headBytes + end.dataBytes, end.tableBytes);
+    if (frame.size() != end.tableBytes || Sha256Of(frame) != end.tableSha256) {
+        FailDamaged("its table of files was changed");
+    }
+    std::string bytes(end.tableContentBytes, '\0');
+    const std::size_t count =
+        ::ZSTD_decompress(bytes.data(), bytes.size(), frame.data(), frame.size());
+    if (::ZSTD_isError(count) != 0 || count != bytes.size()) {
+        FailDamaged("its table of files is none");
+    }
+    try {
+        table = ReadBundleTable(bytes);
+    } catch (const KBundleError& error) {
+        FailDamaged(error.what());
+    }
+}
+
+void KBundleReader::ReadFiles(
+    std::size_t fileCount, KBundleSink& sink, const std::function<bool()>& shallStop
+) const {
+    KFrames frames(file, path, end.headBytes, end.dataBytes);
+    for (const KBundleEntry& entry : table.entries) {
+        if (entry.isDirectory) {
+            continue;
+        }
+        if (fileCount-- == 0) {
+            return;
+        }
+        sink.Begin(entry);
+        KSha256 sum;
+        for (std::uint64_t left = entry.byteCount; left != 0;) {
+            if (shallStop && shallStop()) {
+                throw KBundleError(KBundleError::Kind::Stopped, "Stopped on request.");
+            }
+            const std::string_view bytes = frames.Next(left);
+            if (bytes.empty()) {
+                FailDamaged(entry.name + " ends too early");
+            }
+            sum.Add(bytes);
+            sink.Add(bytes);
+            left -= bytes.size();
+        }
+        if (sum.End() != entry.sha256) {
+            FailDamaged(entry.name + " was changed");
+        }
+        sink.End(entry);
+    }
+    if (!frames.Next(1).empty()) {
+        FailDamaged("there is more in it than its table says");
+    }
+}
+
+bool KBundleReader::IsHeadWhole() const {
+    KSha256 sum;
+    for (std::uint64_t at = 0; at < end.headBytes;) {
+        const std::string bytes =
+            ReadPart(at, std::min<std::uint64_t>(end.headBytes - at, chunkBytes));
+        if (bytes.empty()) {
+            return false;
+        }
+        sum.Add(bytes);
+        at += bytes.size();
+    }
+    return sum.End() == end.headSha256;
+}
+
+} // namespace KBUNDLE

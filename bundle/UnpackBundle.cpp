@@ -1,0 +1,128 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+
+#include <bundle/KBundleError.h>
+#include <bundle/UnpackBundle.h>
+#include <sys/files/DirectoryEntry.h>
+#include <sys/files/FileCalls.h>
+#include <sys/files/FileContent.h>
+
+namespace KBUNDLE {
+
+namespace {
+
+void RequireWritten(unsigned failed, const std::string& path) {
+    if (failed != 0) {
+        FailOnWrite(path, failed);
+    }
+}
+
+timespec TimeOf(const KBundleEntry& entry) {
+    return {
+        .tv_sec = static_cast<time_t>(entry.seconds),
+        .tv_nsec = static_cast<long>(entry.nanoseconds)};
+}
+
+bool IsInFront(const KBundleEntry& entry) {
+    return entry.name.find('/') == std::string::npos;
+}
+
+class KFileSink : public KBundleSink {
+  public:
+    explicit KFileSink(const std::string& itsDirectory) : directory(itsDirectory) {}
+
+    void Begin(const KBundleEntry& entry) override {
+        path = directory + "/" + entry.name;
+        RequireWritten(KSYS::MakeFile(path, file), path);
+    }
+    void Add(std::string_view bytes) override {
+        RequireWritten(KSYS::WriteAll(file.Get(), bytes.data(), bytes.size()), path);
+    }
+    void End(const KBundleEntry& entry) override {
+        RequireWritten(KSYS::SetMode(file.Get(), entry.mode), path);
+        RequireWritten(KSYS::SetTime(file.Get(), TimeOf(entry)), path);
+        RequireWritten(KSYS::CloseReporting(file), path);
+    }
+
+  private:
+    const std::string& directory;
+    std::string path;
+    KSYS::KDescriptor file;
+};
+
+class KNoSink : public KBundleSink {
+  public:
+    void Begin(const KBundleEntry& /*entry*/) override {}
+    void Add(std::string_view /*bytes*/) override {}
+    void End(const KBundleEntry& /*entry*/) override {}
+};
+
+} // namespace
+
+std::size_t CountFiles(const KBundleTable& table, BundlePart part) {
+    std::size_t count = 0;
+    for (const KBundleEntry& entry : table.entries) {
+        if (entry.isDirectory) {
+            continue;
+        }
+        if (part == BundlePart::FilesInFront && !IsInFront(entry)) {
+            break;
+        }
+        ++count;
+    }
+    return count;
+}
+
+KBundleNeeds NeedsOf(const KBundleTable& table, BundlePart part, std::uint64_t blockBytes) {
+    KBundleNeeds needs;
+    const std::uint64_t block = std::max<std::uint64_t>(blockBytes, 1);
+    for (const KBundleEntry& entry : table.entries) {
+        if (part == BundlePart::FilesInFront && (entry.isDirectory || !IsInFront(entry))) {
+            continue;
+        }
+        needs.bytes += entry.isDirectory ? block : (entry.byteCount + block - 1) / block * block;
+        ++needs.entries;
+    }
+    return needs;
+}
+
+void UnpackBundle(
+    const KBundleReader& bundle,
+    const std::string& directory,
+    BundlePart part,
+    const std::function<bool()>& shallStop
+) {
+    const std::vector<KBundleEntry>& entries = bundle.GetTable().entries;
+    const bool isAll = part == BundlePart::Everything;
+    for (const KBundleEntry& entry : entries) {
+        if (isAll && entry.isDirectory) {
+            const std::string path = directory + "/" + entry.name;
+            RequireWritten(KSYS::MakeDirectoryEntry(path, S_IRWXU), path);
+        }
+    }
+    KFileSink sink(directory);
+    bundle.ReadFiles(CountFiles(bundle.GetTable(), part), sink, shallStop);
+    // The deepest first, when nothing is made in them any more.
+    for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+        if (isAll && entry->isDirectory) {
+            const std::string path = directory + "/" + entry->name;
+            KSYS::KDescriptor opened;
+            RequireWritten(KSYS::OpenDirectoryEntry(path, opened), path);
+            RequireWritten(KSYS::SetMode(opened.Get(), entry->mode), path);
+            RequireWritten(KSYS::SetTime(opened.Get(), TimeOf(*entry)), path);
+        }
+    }
+}
+
+void VerifyBundle(const KBundleReader& bundle, const std::function<bool()>& shallStop) {
+    if (!bundle.IsHeadWhole()) {
+        throw KBundleError(
+            KBundleError::Kind::Damaged,
+            "the bundle is damaged (the program in front of it was changed). Get it again."
+        );
+    }
+    KNoSink sink;
+    bundle.ReadFiles(CountFiles(bundle.GetTable(), BundlePart::Everything), sink, shallStop);
+}
+
+} // namespace KBUNDLE

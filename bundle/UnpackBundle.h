@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include <bundle/KBundleReader.h>
+
+namespace KBUNDLE {
+
+/// How much of a bundle is wanted.
+enum class BundlePart : std::uint8_t {
+    Everything,
+    FilesInFront ///< what lies in the kit's directory itself, not in those below: they come first
+};
+
+/// The entries of a table that are of a part, by their number: it is a begin of the files, but not of
+/// the directories.
+std::size_t CountFiles(const KBundleTable& table, BundlePart part);
+
+/// What unpacking takes on a file system with blocks of this size.
+struct KBundleNeeds {
+    std::uint64_t bytes = 0;
+    std::uint64_t entries = 0;
+};
+KBundleNeeds NeedsOf(const KBundleTable& table, BundlePart part, std::uint64_t blockBytes);
+
+/// Unpacks into a directory that is there, is empty, and that nobody else can write to: with the modes
+/// and times that were packed, each file held against its digest on its way.
+///
+/// Throws   KBundleError, as KBundleReader::ReadFiles; CannotWrite. What was unpacked until then is left.
+void UnpackBundle(
+    const KBundleReader& bundle,
+    const std::string& directory,
+    BundlePart part = BundlePart::Everything,
+    const std::function<bool()>& shallStop = {}
+);
+
+/// Reads everything and holds it against its digests, the program in front too.
+///
+/// Throws   KBundleError
+void VerifyBundle(const KBundleReader& bundle, const std::function<bool()>& shallStop = {});
+
+} // namespace KBUNDLE

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include <bundle/KBundleError.h>
+#include <bundle/head/KWorkPlace.h>
+#include <sys/files/DirectoryEntry.h>
+#include <sys/files/FileLock.h>
+#include <sys/files/FileStatus.h>
+
+namespace KBUNDLE {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* nameBegin = ".ins-setup-bundle-";
+constexpr std::uint64_t bytesToSpare = std::uint64_t{1} << 20U;
+constexpr unsigned permissions = 07777;
+
+/// The nearest directory above that is there.
+std::string NearestDirectory(fs::path path) {
+    std::error_code missing;
+    while (path.has_relative_path() && !fs::is_directory(path, missing)) {
+        path = path.parent_path();
+    }
+    return path.string();
+}
+
+/// Whether nobody else can exchange what is made in a directory: not in it, nor on the way to it.
+bool IsClosedToOthers(const std::string& directory) {
+    for (fs::path path = directory;; path = path.parent_path()) {
+        struct stat status {};
+        if (KSYS::ReadStatus(path.string(), KSYS::LastLink::Keep, status) != 0 ||
+            !(status.st_uid == 0 || KSYS::IsOwn(status)) ||
+            ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (status.st_mode & S_ISVTX) == 0)) {
+            return false;
+        }
+        if (!path.has_relative_path()) {
+            return true;
+        }
+    }
+}
+
+std::string Mebibytes(std::uint64_t bytes) {
+    constexpr unsigned shift = 20;
+    return std::to_string((bytes + (std::uint64_t{1} << shift) - 1) >> shift) + " MiB";
+}
+
+/// Why a directory is no place; empty for one that may be.
+std::string WhyNot(
+    const std::string& place, const std::function<KBundleNeeds(std::uint64_t blockBytes)>& needs
+) {
+    KSYS::FileSystemStatus system;
+    const unsigned failed = KSYS::ReadFileSystem(place.c_str(), system);
+    if (failed != 0) {
+        return std::generic_category().message(static_cast<int>(failed));
+    }
+    if (system.isReadOnly) {
+        return "read-only";
+    }
+    if (system.runsNoPrograms) {
+        return "runs no programs (mounted noexec)";
+    }
+    const KBundleNeeds needed = needs(system.blockBytes);
+    if (system.bytesFree < needed.bytes + bytesToSpare) {
+        return Mebibytes(system.bytesFree) + " free, " + Mebibytes(needed.bytes + bytesToSpare) +
+               " needed";
+    }
+    if (system.hasFileLimit && system.filesFree < needed.entries + 1) {
+        return std::to_string(system.filesFree) + " files free, " +
+               std::to_string(needed.entries + 1) + " needed";
+    }
+    return IsClosedToOthers(place) ? "" : "others can change it";
+}
+
+void RemoveLeftovers(const std::string& place) {
+    std::vector<std::string> names;
+    if (KSYS::ListEntries(place, names) != 0) {
+        return; // nothing can be there then, as nothing will be
+    }
+    for (const std::string& name : names) {
+        const std::string path = place + "/" + name;
+        KSYS::KDescriptor directory;
+        struct stat status {};
+        if (name.starts_with(nameBegin) && KSYS::OpenDirectoryEntry(path, directory) == 0 &&
+            KSYS::ReadStatus(directory.Get(), status) == 0 && KSYS::IsOwn(status) &&
+            (status.st_mode & permissions) == S_IRWXU &&
+            KSYS::TryLockFile(directory.Get(), KSYS::LockKind::Exclusive) == 0) {
+            std::error_code stays; // the next run tries again
+            fs::remove_all(path, stays);
+        }
+    }
+}
+
+} // namespace
+
+std::vector<std::string> WorkPlacesFor(const std::string& productPlace) {
+    std::vector<std::string> places;
+    const bool isKnown = productPlace.starts_with('/');
+    const fs::path product = fs::path(productPlace).lexically_normal();
+    const std::string above = isKnown ? NearestDirectory(product.parent_path()) : "/";
+    if (above != "/") {
+        places.push_back(above);
+    }
+    for (const char* usual : {"/var/tmp", "/opt", "/tmp", "/var/lib"}) {
+        places.emplace_back(usual);
+    }
+    if (isKnown) { // where nothing but the product's own place can be written to
+        places.push_back(NearestDirectory(product));
+    }
+    places.emplace_back("/dev/shm");
+    std::vector<std::string> real;
+    for (const std::string& place : places) {
+        std::error_code missing;
+        const std::string path = fs::canonical(place, missing).string();
+        if (!missing && std::find(real.begin(), real.end(), path) == real.end()) {
+            real.push_back(path);
+        }
+    }
+    return real;
+}
+
+KWorkPlace::KWorkPlace(
+    const std::vector<std::string>& places,
+    const std::function<KBundleNeeds(std::uint64_t blockBytes)>& needs
+) {
+    std::for_each(places.begin(), places.end(), &RemoveLeftovers);
+    std::string reasons;
+    for (const std::string& place : places) {
+        std::string why = WhyNot(place, needs);
+        if (why.empty()) {
+            const unsigned failed = MakeIn(place);
+            if (failed == 0) {
+                return;
+            }
+            why = std::generic_category().message(static_cast<int>(failed));
+        }
+        reasons += "\n    " + place + ": " + why;
+    }
+    throw KBundleError(
+        KBundleError::Kind::CannotWrite,
+        "there is no directory to unpack the bundle to:" + reasons +
+            "\nMake room, or name a directory that has it with --work DIR, in front of the command."
+    );
+}
+
+unsigned KWorkPlace::MakeIn(const std::string& place) {
+    // Again where somebody who clears up takes a new one for a leftover.
+    constexpr unsigned mostTries = 10;
+    for (unsigned tries = 0; tries < mostTries; ++tries) {
+        path = (place == "/" ? "" : place) + "/" + nameBegin + KSYS::TemporaryName();
+        unsigned failed = KSYS::MakeDirectoryEntry(path, S_IRWXU);
+        if (failed != 0) {
+            return failed;
+        }
+        struct stat made {};
+        struct stat there {};
+        failed = KSYS::OpenDirectoryEntry(path, lock);
+        if (failed == 0 &&
+            KSYS::TryLockFile(lock.Get(), KSYS::LockKind::Exclusive) != EWOULDBLOCK &&
+            KSYS::ReadStatus(lock.Get(), made) == 0 &&
+            KSYS::ReadStatus(path, KSYS::LastLink::Keep, there) == 0 &&
+            KSYS::IsSameFile(made, there)) {
+            return 0;
+        }
+    }
+    return EBUSY;
+}
+
+KWorkPlace::~KWorkPlace() {
+    std::error_code stays; // the next run deletes it
+    fs::remove_all(path, stays);
+}
+
+} // namespace KBUNDLE

@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+namespace KSYS {
+
+/// Holds back what ends a program (SIGHUP, SIGINT, SIGQUIT, SIGTERM) from its begin to its end, so
+/// that it can clear away what it made: it asks, or runs a program that gets them in its place.
+///
+/// Thread   the main one, before there are others
+class KHeldSignals {
+  public:
+    KHeldSignals() noexcept;
+
+    /// A signal that came since the last call, or 0.
+    int Take() noexcept;
+
+    /// Runs a program to its end, with this process's input, output and working directory, and passes
+    /// on what somebody sends to this process. What a terminal sends, it sends to both. `words` are the
+    /// program's path, its name and its arguments; the descriptor `kept` stays open in it.
+    ///
+    /// Returns  0 or errno, and then no program ran; `status` as waitpid(2) gives it
+    /// Throws   std::bad_alloc
+    [[nodiscard]] unsigned
+    Run(std::vector<std::string> words, std::vector<std::string> environment, int kept, int& status
+    );
+
+  private:
+    sigset_t held{};
+    sigset_t former{};
+};
+
+/// Ends this process as a program ended, of which waitpid(2) gave this status: with its exit code, or
+/// by the signal that ended it, without a core.
+[[noreturn]] void EndAs(int status) noexcept;
+
+} // namespace KSYS
