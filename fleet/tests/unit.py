@@ -79,12 +79,6 @@ class Plans(unittest.TestCase):
 
 class Programs(unittest.TestCase):
 
-    def test_a_bundle_that_is_a_program_is_called_as_such(self):
-        with tempfile.NamedTemporaryFile() as bundle:
-            bundle.write(b'\x7fELF...')
-            bundle.flush()
-            self.assertEqual(program.bundle_command(bundle.name), [bundle.name])
-
     def test_an_answer_is_the_last_object(self):
         self.assertEqual(program.last_object('prose\n{"a": 1}\n{"a": 2}\n'), {'a': 2})
         self.assertIsNone(program.last_object('prose\n{damaged\n'))

@@ -8,7 +8,6 @@ __metaclass__ = type
 import json
 import os
 
-ELF = b'\x7fELF'
 ENVIRONMENT = {'LANG': 'C.UTF-8', 'LC_ALL': 'C.UTF-8', 'LANGUAGE': ''}
 NOT_INSTALLED = 3
 DIFFERS = 4
@@ -16,15 +15,6 @@ DIFFERS = 4
 
 class NoProgram(Exception):
     """Says in words that there is nothing that could be run."""
-
-
-def bundle_command(path):
-    """How a bundle is called: a program of its own takes what ins-setup takes; one that is a shell
-    script has options of its own in front, and prints lines of its own without --quiet."""
-    with open(path, 'rb') as bundle:
-        if bundle.read(len(ELF)) == ELF:
-            return [path]
-    return ['sh', path, '--quiet', '--']
 
 
 class Program(object):
@@ -37,7 +27,8 @@ class Program(object):
 
     @classmethod
     def of_bundle(cls, module, path):
-        return cls(module, bundle_command(path))
+        """A bundle takes what ins-setup takes."""
+        return cls(module, [path])
 
     @classmethod
     def of_kit(cls, module, path, executable):
@@ -56,7 +47,7 @@ class Program(object):
         if found:
             return cls(module, [found])
         for path in cache.programs():
-            return cls(module, [path] if os.path.basename(path) == 'ins-setup' else bundle_command(path))
+            return cls(module, [path])
         raise NoProgram('there is no %s on this host, and no bundle in %s: install it, name it '
                         '(executable), or give the bundle' % (executable, cache.directory))
 
