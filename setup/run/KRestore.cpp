@@ -166,7 +166,8 @@ void RefuseEdited(const KRestoration& restoration, KRunReport& report) {
 void Begin(const KLockedProduct& product, const std::string& run, KRunReport& report) {
     KRunDescription description;
     if (const auto& begun = product.GetInterrupted(); begun && begun->damage.empty()) {
-        description = *begun;
+        description =
+            static_cast<const KRunDescription&>(*begun); // what it was, not how far it came
     } else if (const auto& record = product.GetRecord(); record && record->distrust.empty()) {
         description.version = record->version;
         description.buildNumber = record->buildNumber;
