@@ -100,7 +100,8 @@ TEST_F(KitBundleTest, NamesOfAnyBytesArePacked) {
     EXPECT_EQ(Refusal(tree.Path("it.run")), "");
     EXPECT_EQ(Shell("./it.run --extract new"), 0) << tree.Read("err");
     EXPECT_EQ(tree.Read("new/new\nline"), "odd");
-    EXPECT_EQ(Shell("./it.run --list | grep -c 'new?line'"), 0);
+    EXPECT_EQ(Shell("./it.run --list"), 0) << tree.Read("err");
+    EXPECT_THAT(tree.Read("out"), HasSubstr(" new?line\n"));
 }
 
 TEST_F(KitBundleTest, OnlyAnEmptyDirectoryIsExtractedTo) {
