@@ -11,7 +11,7 @@ import os
 import tarfile
 
 from ansible import constants as C
-from ansible.errors import AnsibleActionFail, AnsibleError
+from ansible.errors import AnsibleActionFail, AnsibleConnectionFailure, AnsibleError
 from ansible.module_utils.parsing.convert_bool import boolean
 from ansible.plugins.action import ActionBase
 
@@ -77,6 +77,14 @@ class ActionModule(ActionBase):
             answer = self._run_module(dict(arguments, _source=source), task_vars)
         result.update(answer)
         return result
+
+    def cleanup(self, force=False):
+        """A host that went away during the task is told as unreachable; that its temporary directory
+        cannot be deleted must not make a failure of it."""
+        try:
+            super(ActionModule, self).cleanup(force)
+        except AnsibleConnectionFailure:
+            pass
 
     def _run_module(self, arguments, task_vars):
         return self._execute_module(
