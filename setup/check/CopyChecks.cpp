@@ -176,7 +176,7 @@ Findings CopiesOntoThemselves(const KCheckContext& context) {
 
 Findings CopiedSetIds(const KCheckContext& context) {
     Findings found;
-    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+    for (const KPlanStep& step : context.GetInstallSteps()) {
         struct stat status {};
         const bool isSetId =
             step.action->kind == Kind::CopyFile && (step.action->mode & (S_ISUID | S_ISGID)) != 0 &&
@@ -215,7 +215,7 @@ Findings OverwrittenConfigurations(const KCheckContext& context) {
             }
         }
     });
-    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+    for (const KPlanStep& step : context.GetInstallSteps()) {
         if (step.action->kind == Kind::CreateProfile && step.path == profile) {
             found.push_back(context.AtField(
                 step.rule->rule.line,

@@ -56,10 +56,12 @@ KCheckContext::KCheckContext(
       productData(KSUP::KString(JoinPath(kit.GetDirectory(), "product.ini"))),
       productPathIsGiven(!givenPath.empty()),
       productPath(ChooseProductPath(givenPath)),
+      rules(std::make_shared<KScriptRules>(script, macros.GetExpander())),
       afterInstall(KPlannedTree::Below::Kit, kit.GetDirectory(), view),
-      install(script, "install", macros.GetExpander(), afterInstall),
+      install(script, rules, "install", afterInstall),
+      installSteps(install),
       afterRemove(afterInstall),
-      remove(script, "remove", macros.GetExpander(), afterRemove) {
+      remove(script, rules, "remove", afterRemove) {
     FindLines();
     FindCycles();
 }
@@ -80,7 +82,6 @@ std::string KCheckContext::ChooseProductPath(const std::string& givenPath) {
 /// Follows the "section" lines. Which section a name with macros stands for may depend on the
 /// machine or the version: all that it could be count.
 void KCheckContext::FindLines() {
-    const MacroExpander expand = macros.GetExpander();
     std::set<std::string>& seen = loadedSections;
     std::deque<std::string> open{"install", "remove"};
     while (!open.empty()) {
@@ -93,19 +94,19 @@ void KCheckContext::FindLines() {
             if (!seen.insert(part).second) {
                 continue;
             }
-            for (KScriptLine& line : script.GetLines(part)) {
-                KScriptRule rule = RuleOf(line, expand);
+            for (const KScriptRule& rule : rules->Of(part)) {
                 if (rule.type == KINS::KRuleType::Section) {
                     open.emplace_back(Trimmed(rule.fields.front()));
-                    for (const std::string& name : SectionsLike(PatternOf(line.value, macros))) {
+                    for (const std::string& name :
+                         SectionsLike(PatternOf(rule.line.value, macros))) {
                         open.push_back(name);
                     }
                 }
-                lines.push_back(std::move(rule));
+                lines.emplace_back(rule);
             }
         }
     }
-    std::sort(lines.begin(), lines.end(), [](const auto& left, const auto& right) {
+    std::sort(lines.begin(), lines.end(), [](const KScriptRule& left, const KScriptRule& right) {
         return left.line.number < right.line.number;
     });
 }

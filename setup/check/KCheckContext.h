@@ -3,14 +3,17 @@
 
 #include <ins/Names.h>
 #include <setup/check/KFinding.h>
+#include <setup/check/KPlanSteps.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/plan/KPlan.h>
 #include <setup/plan/KPlannedTree.h>
 #include <setup/script/KMacroContext.h>
 #include <setup/script/KScript.h>
+#include <setup/script/KScriptRules.h>
 #include <setup/state/KInstalledRecord.h>
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -48,7 +51,9 @@ class KCheckContext {
 
     /// Every line that a run could load, on a machine of either architecture and for any version,
     /// with the fields that it has here. In the order of the file.
-    const std::vector<KScriptRule>& GetLines() const noexcept { return lines; }
+    const std::vector<std::reference_wrapper<const KScriptRule>>& GetLines() const noexcept {
+        return lines;
+    }
     /// The names of the sections that these lines could come from.
     const std::set<std::string>& GetLoadedSections() const noexcept { return loadedSections; }
     /// Whether a section is there that such a name could stand for (MacroText.h).
@@ -58,6 +63,7 @@ class KCheckContext {
     /// Sections that include themselves, on a machine of either architecture.
     const std::vector<KScriptCycle>& GetCycles() const noexcept { return cycles; }
     const KPlan& GetInstall() const noexcept { return install; }
+    const std::vector<KPlanStep>& GetInstallSteps() const noexcept { return installSteps.Get(); }
     const KPlan& GetRemove() const noexcept { return remove; }
     const KPlannedTree& GetAfterInstall() const noexcept { return afterInstall; }
     const KPlannedTree& GetAfterRemove() const noexcept { return afterRemove; }
@@ -101,11 +107,13 @@ class KCheckContext {
     KMacroContext macros{InstalledVersionText(LoadRecord(KINS::KInstaller()))};
     bool productPathIsGiven;
     std::string productPath;
+    std::shared_ptr<KScriptRules> rules;
     KPlannedTree afterInstall;
     KPlan install;
+    KPlanSteps installSteps;
     KPlannedTree afterRemove;
     KPlan remove;
-    std::vector<KScriptRule> lines;
+    std::vector<std::reference_wrapper<const KScriptRule>> lines; // of rules
     std::set<std::string> loadedSections;
     std::map<std::string, std::vector<std::string>> sectionsByPattern; // of those with "*"
     std::vector<KScriptCycle> cycles;

@@ -6,7 +6,8 @@
 #include <setup/script/KSetupRuleLine.h>
 
 #include <algorithm>
-#include <map>
+#include <string_view>
+#include <unordered_map>
 
 namespace KSETUP::Checks {
 
@@ -17,10 +18,12 @@ using Kind = KPlannedAction::Kind;
 /// The steps of an install that make something in a directory that is not there by then, the first
 /// of each rule.
 std::vector<KPlanStep> StepsWithoutDirectory(const KCheckContext& context) {
-    std::vector<KPlanStep> all = StepsOf(context.GetInstall());
-    std::erase_if(all, [](const KPlanStep& step) {
-        return !step.action->lacksDirectory || step.action->lacks || step.commandRan;
-    });
+    std::vector<KPlanStep> all;
+    for (const KPlanStep& step : context.GetInstallSteps()) {
+        if (step.action->lacksDirectory && !step.action->lacks && !step.commandRan) {
+            all.push_back(step);
+        }
+    }
     const auto sameRule = [](const KPlanStep& left, const KPlanStep& right) {
         return left.rule == right.rule;
     };
@@ -101,9 +104,9 @@ Findings MissingDirectories(const KCheckContext& context) {
 }
 
 Findings DoubleCopies(const KCheckContext& context) {
-    std::map<std::string, KPlanStep> copies; // that nothing has used yet
+    std::unordered_map<std::string_view, KPlanStep> copies; // that nothing has used yet
     Findings found;
-    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+    for (const KPlanStep& step : context.GetInstallSteps()) {
         if (IsUse(step.action->kind)) {
             copies.clear();
         } else if (step.action->kind == Kind::DeleteFile) {
@@ -118,7 +121,7 @@ Findings DoubleCopies(const KCheckContext& context) {
             !IsException(former->second, step)) {
             found.push_back(context.AtValue(
                 step.rule->rule.line,
-                "\"" + step.path + "\" is copied by " + AtLine(former->second) +
+                "\"" + std::string(step.path) + "\" is copied by " + AtLine(former->second) +
                     " already, from \"" + InKit(former->second.action->source, context) +
                     "\", which is lost",
                 "give one of the two another name or directory, or take one out"
@@ -130,10 +133,10 @@ Findings DoubleCopies(const KCheckContext& context) {
 }
 
 Findings DeletionsOfNewFiles(const KCheckContext& context) {
-    std::map<std::string, KPlanStep> made; // that nothing has used yet
+    std::unordered_map<std::string_view, KPlanStep> made; // that nothing has used yet
     const KPlannedRule* told = nullptr;
     Findings found;
-    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+    for (const KPlanStep& step : context.GetInstallSteps()) {
         if (IsUse(step.action->kind)) {
             made.clear();
         } else if (MakesFile(*step.action)) {
@@ -146,7 +149,7 @@ Findings DeletionsOfNewFiles(const KCheckContext& context) {
         told = step.rule;
         found.push_back(context.AtValue(
             step.rule->rule.line,
-            "this deletes \"" + step.path + "\", which " + AtLine(former->second) +
+            "this deletes \"" + std::string(step.path) + "\", which " + AtLine(former->second) +
                 " has just made",
             "move the deletion in front of that line, or to section [remove]"
         ));

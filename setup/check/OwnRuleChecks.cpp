@@ -17,7 +17,7 @@ using Kind = KPlannedAction::Kind;
 /// The users that the install makes, each with a group of the same name.
 std::set<std::string> UsersMade(const KCheckContext& context) {
     std::set<std::string> users;
-    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+    for (const KPlanStep& step : context.GetInstallSteps()) {
         if (step.action->kind == Kind::CreateUser) {
             users.insert(step.action->source);
         }
@@ -41,13 +41,13 @@ Findings InvalidRules(const KCheckContext& context) {
 
 Findings ModesOfNothing(const KCheckContext& context) {
     Findings found;
-    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+    for (const KPlanStep& step : context.GetInstallSteps()) {
         const bool isOwn = IsAtOrBelow(step.path, NormalPath(context.GetProductPath()));
         if (step.action->kind == Kind::SetMode && step.action->lacks && isOwn && !step.commandRan) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "no rule has made \"" + step.path + "\" by then, so this fails",
+                "no rule has made \"" + std::string(step.path) + "\" by then, so this fails",
                 "move the line behind the rule that makes it, or fix the path"
             ));
         }

@@ -125,9 +125,9 @@ Findings WildcardLinks(const KCheckContext& context) {
 }
 
 Findings LinksOntoFiles(const KCheckContext& context) {
-    std::unordered_map<std::string, unsigned> files; // that are there by then, and their lines
+    std::unordered_map<std::string_view, unsigned> files; // that are there by then, and their lines
     Findings found;
-    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+    for (const KPlanStep& step : context.GetInstallSteps()) {
         if (step.action->kind == Kind::DeleteFile) {
             files.erase(step.path);
         } else if (step.action->kind != Kind::MakeLink) {
@@ -142,7 +142,7 @@ Findings LinksOntoFiles(const KCheckContext& context) {
         }
         found.push_back(context.AtValue(
             step.rule->rule.line,
-            "the link \"" + step.path + "\" would replace the file of line " +
+            "the link \"" + std::string(step.path) + "\" would replace the file of line " +
                 std::to_string(file->second) + ", and a link replaces only links",
             "write first the file that is there, then where the link goes: "
             "file=symlink,NAME,FROM,TO,NEWNAME makes TO/NEWNAME, which leads to FROM/NAME"

@@ -12,24 +12,6 @@ using Kind = KPlannedAction::Kind;
 
 } // namespace
 
-std::vector<KPlanStep> StepsOf(const KPlan& plan) {
-    std::vector<KPlanStep> steps;
-    bool commandRan = false;
-    for (const KPlannedRule& rule : plan.GetRules()) {
-        for (const KPlannedAction& action : rule.actions) {
-            steps.push_back(
-                {&rule,
-                 &action,
-                 action.IsOfEntry() ? NormalPath(action.path) : action.path,
-                 commandRan}
-            );
-            commandRan =
-                commandRan || action.kind == Kind::StartCommand || action.kind == Kind::RunCommand;
-        }
-    }
-    return steps;
-}
-
 bool MakesFile(const KPlannedAction& action) noexcept {
     return !action.lacks && (action.kind == Kind::CopyFile || action.kind == Kind::MakeLink ||
                              action.kind == Kind::CreateProfile || action.kind == Kind::PutOption ||

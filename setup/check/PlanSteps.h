@@ -10,20 +10,6 @@
 
 namespace KSETUP {
 
-/// One action of a plan, in its place.
-struct KPlanStep {
-    const KPlannedRule* rule;
-    const KPlannedAction* action;
-    std::string path; ///< the action's, normal where it is one of a file
-    /// A command stood before it: what commands make and change is not known.
-    bool commandRan;
-};
-
-/// All actions of a plan in their order.
-///
-/// Lifetime the plan's
-std::vector<KPlanStep> StepsOf(const KPlan& plan);
-
 /// Whether the action makes a file or a link.
 bool MakesFile(const KPlannedAction& action) noexcept;
 

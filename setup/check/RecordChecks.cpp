@@ -91,7 +91,7 @@ Findings DanglingRecordLinks(const KCheckContext& context) {
     const std::string path = KPlannedTree::Normal(context.GetRecordLink());
     const KPlannedEntry entry = context.GetAfterInstall().Find(path);
     const KScriptLine* line = FindLinkLine(context.GetInstall(), path);
-    const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    const std::vector<KPlanStep>& steps = context.GetInstallSteps();
     const bool commandRuns = std::any_of(steps.begin(), steps.end(), [](const KPlanStep& step) {
         return step.action->kind == KPlannedAction::Kind::StartCommand;
     });

@@ -206,7 +206,7 @@ bool IsHeldByContents(
 }
 
 bool IsLeft(const KCheckContext& context, const Removal& removal, const std::string& path) {
-    const KPlannedEntry entry = context.GetAfterRemove().Find(path);
+    const KPlannedEntry& entry = context.GetAfterRemove().Find(path);
     const bool isDirectory = entry.kind == KEntryKind::Directory;
     return IsInstalled(context, path) && entry.kind != KEntryKind::Nothing &&
            !path.starts_with(context.GetKitDirectory() + "/") &&
@@ -237,9 +237,12 @@ std::vector<Left> FindLeft(const KCheckContext& context) {
             const bool isService = action.kind == Kind::InstallService;
             const bool stays = isService ? !removal.RemovesService(action.path)
                                          : Makes(action.kind) && IsLeft(context, removal, path);
-            const std::string name = isService ? "service " + action.path : "\"" + path + "\"";
-            if (stays && told.insert(name).second) {
-                left.names.push_back(name);
+            if (!stays) {
+                continue;
+            }
+            std::string name = isService ? "service " + action.path : "\"" + path + "\"";
+            if (told.insert(name).second) {
+                left.names.push_back(std::move(name));
             }
         }
         if (!left.names.empty()) {

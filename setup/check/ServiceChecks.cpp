@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <unordered_map>
 
 #include <sys/services/KServiceError.h>
 #include <sys/services/UnitText.h>
@@ -83,7 +84,7 @@ class FirstSteps {
             } else if (step.action->kind == Kind::StopProgram) {
                 stopped.emplace(NameOfPath(step.path), index);
             } else if (step.action->kind == Kind::StartCommand) {
-                commands += step.path + "\n";
+                commands.append(step.path).append(1, '\n');
             }
             if (MakesFile(*step.action)) {
                 made.emplace(step.path, index);
@@ -91,26 +92,24 @@ class FirstSteps {
         }
     }
 
-    bool Installs(const std::string& service) const { return installed.contains(service); }
-    bool InstallsBefore(const std::string& service, std::size_t step) const {
+    bool Installs(std::string_view service) const { return installed.contains(service); }
+    bool InstallsBefore(std::string_view service, std::size_t step) const {
         return IsBefore(installed, service, step);
     }
-    bool Makes(const std::string& path) const { return made.contains(path); }
-    bool MakesBefore(const std::string& path, std::size_t step) const {
+    bool Makes(std::string_view path) const { return made.contains(path); }
+    bool MakesBefore(std::string_view path, std::size_t step) const {
         return IsBefore(made, path, step);
     }
     /// Whether the run touches the running service before a step, so that it starts with its new
     /// program. A command may do it behind, too: "systemctl restart NAME" for instance.
-    bool
-    EndsBefore(const std::string& service, const std::string& program, std::size_t step) const {
-        return IsBefore(ended, service, step) ||
-               IsBefore(stopped, std::string(NameOfPath(program)), step) ||
+    bool EndsBefore(std::string_view service, std::string_view program, std::size_t step) const {
+        return IsBefore(ended, service, step) || IsBefore(stopped, NameOfPath(program), step) ||
                commands.find(service) != std::string::npos;
     }
 
   private:
-    using Steps = std::map<std::string, std::size_t>;
-    static bool IsBefore(const Steps& first, const std::string& what, std::size_t step) {
+    using Steps = std::unordered_map<std::string_view, std::size_t>;
+    static bool IsBefore(const Steps& first, std::string_view what, std::size_t step) {
         const auto found = first.find(what);
         return found != first.end() && found->second < step;
     }
@@ -128,7 +127,7 @@ using Programs = std::map<std::string, std::string>;
 
 void Note(const KPlanStep& step, Programs& programs) {
     if (step.action->kind == Kind::InstallService) {
-        programs[step.path] = NormalPath(step.action->source);
+        programs[std::string(step.path)] = NormalPath(step.action->source);
     }
 }
 
@@ -187,8 +186,9 @@ bool RunsAsRootUnconfined(const KCheckContext& context, const KPlanStep& install
     if (!install.action->source.empty()) {
         return true; // by a unit file that names the program and no more
     }
-    const std::string path =
-        context.GetAfterInstall().GetContent("/etc/systemd/system/" + install.path + ".service");
+    const std::string path = context.GetAfterInstall().GetContent(
+        "/etc/systemd/system/" + std::string(install.path) + ".service"
+    );
     std::ifstream file(path, std::ios::binary);
     const std::string unit{std::istreambuf_iterator<char>(file), {}};
     return IsAtOrBelow(path, context.GetKitDirectory()) && file.is_open() &&
@@ -219,7 +219,7 @@ Findings FailingServices(const KCheckContext& context) {
             ));
         }
     }
-    const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    const std::vector<KPlanStep>& steps = context.GetInstallSteps();
     const FirstSteps first(steps);
     for (std::size_t index = 0; index < steps.size(); ++index) {
         const KPlanStep& step = steps[index];
@@ -233,10 +233,10 @@ Findings FailingServices(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "a first install has no service " + step.path +
+                "a first install has no service " + std::string(step.path) +
                     " here: it is installed only by a "
                     "later line, so this fails",
-                isStop ? "write service=remove," + step.path +
+                isStop ? "write service=remove," + std::string(step.path) +
                              " here, which stops it too and does not fail where there is none"
                        : "move it behind the line that installs the service"
             ));
@@ -249,17 +249,19 @@ Findings UnknownServices(const KCheckContext& context) {
     const std::set<std::string> installed = InstalledBySomeLine(context);
     Findings found;
     for (const KPlan* plan : {&context.GetInstall(), &context.GetRemove()}) {
-        for (const KPlanStep& step : StepsOf(*plan)) {
+        const KPlanSteps steps(*plan);
+        for (const KPlanStep& step : steps.Get()) {
             const bool isAsked =
                 step.action->kind == Kind::StartService || step.action->kind == Kind::StopService;
             if (!isAsked || step.commandRan || !KSYS::WhyNotAServiceName(step.path).empty() ||
-                installed.contains(step.path) || HasUnitFile(context, step.path)) {
+                installed.contains(std::string(step.path)) ||
+                HasUnitFile(context, std::string(step.path))) {
                 continue;
             }
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "no rule installs a service " + step.path +
+                "no rule installs a service " + std::string(step.path) +
                     ", and this machine has none of that "
                     "name: where there is none, this fails",
                 "install it before by service=install, or use the name of the one that is installed"
@@ -270,7 +272,7 @@ Findings UnknownServices(const KCheckContext& context) {
 }
 
 Findings ServicePrograms(const KCheckContext& context) {
-    const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    const std::vector<KPlanStep>& steps = context.GetInstallSteps();
     const FirstSteps first(steps);
     Programs programs;
     Findings found;
@@ -278,7 +280,7 @@ Findings ServicePrograms(const KCheckContext& context) {
         const KPlanStep& step = steps[index];
         Note(step, programs);
         const bool isStart = step.action->kind == Kind::StartService;
-        const std::string program = isStart ? ProgramOf(programs, step.path)
+        const std::string program = isStart ? ProgramOf(programs, std::string(step.path))
                                     : step.action->kind == Kind::InstallService
                                         ? NormalPath(step.action->source)
                                         : "";
@@ -304,7 +306,7 @@ Findings ServicePrograms(const KCheckContext& context) {
 }
 
 Findings RunningServices(const KCheckContext& context) {
-    const std::vector<KPlanStep> steps = StepsOf(context.GetInstall());
+    const std::vector<KPlanStep>& steps = context.GetInstallSteps();
     const FirstSteps first(steps);
     Programs programs;
     Findings found;
@@ -314,14 +316,14 @@ Findings RunningServices(const KCheckContext& context) {
         if (step.action->kind != Kind::StartService) {
             continue;
         }
-        const std::string program = ProgramOf(programs, step.path);
+        const std::string program = ProgramOf(programs, std::string(step.path));
         if (first.MakesBefore(program, index) && !first.EndsBefore(step.path, program, index)) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "in an upgrade the service " + step.path +
+                "in an upgrade the service " + std::string(step.path) +
                     " runs, and this leaves it running with its former program",
-                "write service=remove," + step.path +
+                "write service=remove," + std::string(step.path) +
                     " in front of the copies: it stops the service, and does not fail where there "
                     "is none"
             ));
@@ -332,13 +334,13 @@ Findings RunningServices(const KCheckContext& context) {
 
 Findings UnconfinedServices(const KCheckContext& context) {
     Findings found;
-    for (const KPlanStep& step : StepsOf(context.GetInstall())) {
+    for (const KPlanStep& step : context.GetInstallSteps()) {
         if (step.action->kind == Kind::InstallService && step.action->obstacle.empty() &&
             !step.commandRan && RunsAsRootUnconfined(context, step)) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "the service " + step.path + " runs as root, and nothing confines it",
+                "the service " + std::string(step.path) + " runs as root, and nothing confines it",
                 "bring a unit file with User= and settings as ProtectSystem=strict, by "
                 "config=replace "
                 "into /etc/systemd/system and service=install,NAME; \"ins-setup kit new "

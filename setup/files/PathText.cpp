@@ -1,16 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <setup/files/PathText.h>
-#include <sup++/KUtil.h>
 
 #include <algorithm>
 #include <filesystem>
 
 namespace KSETUP {
 
-namespace {
-
-/// Whether nothing is to be done: no component is empty or begins with a dot.
-bool IsNormal(std::string_view path) noexcept {
+bool IsNormalPath(std::string_view path) noexcept {
     if (path.empty() || path.front() != '/' || (path.size() > 1 && path.back() == '/')) {
         return false;
     }
@@ -22,10 +18,8 @@ bool IsNormal(std::string_view path) noexcept {
     return true;
 }
 
-} // namespace
-
 std::string NormalPath(const std::string& path) {
-    if (IsNormal(path)) {
+    if (IsNormalPath(path)) {
         return path;
     }
     std::string normal = std::filesystem::path(path).lexically_normal().string();
@@ -47,7 +41,10 @@ std::string_view NameOfPath(std::string_view path) noexcept {
 }
 
 std::string JoinPath(const std::string& directory, const std::string& name) {
-    return std::string(KSUP::KUtil::AppendPathSep(directory, "/").c_str()) + name;
+    std::string path;
+    path.reserve(directory.size() + 1 + name.size());
+    path.append(directory, 0, directory.find_last_not_of('/') + 1);
+    return path.append(1, '/').append(name);
 }
 
 bool HasParentStep(std::string_view path) noexcept {

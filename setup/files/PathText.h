@@ -10,6 +10,9 @@ namespace KSETUP {
 /// Absolute paths by their letters alone. A plan looks at tens of thousands, so nothing is taken
 /// apart that need not be.
 
+/// Whether NormalPath surely has nothing to do: no component is empty or begins with a dot.
+bool IsNormalPath(std::string_view path) noexcept;
+
 /// Without separators at the end or twice in a row, "." and "..".
 std::string NormalPath(const std::string& path);
 

@@ -28,13 +28,25 @@ KPlan::KPlan(
     KPlannedTree& tree,
     const KChangePolicy& policy,
     KServiceFate fate
+)
+    : KPlan(script, std::make_shared<KScriptRules>(script, expand), section, tree, policy, fate) {}
+
+KPlan::KPlan(
+    const KScript& script,
+    const std::shared_ptr<KScriptRules>& scriptRules,
+    const std::string& section,
+    KPlannedTree& tree,
+    const KChangePolicy& policy,
+    KServiceFate fate
 ) {
-    KScript::Unfolded unfolded = script.Unfold(section, expand);
+    const MacroExpander& expand = scriptRules->GetExpander();
+    KScript::Unfolded unfolded = script.Unfold(section, scriptRules);
+    sections = std::move(unfolded.sections);
     cycles = std::move(unfolded.cycles);
     KPlanner planner(tree, policy, fate, expand);
-    for (KScriptRule& rule : unfolded.rules) {
-        std::vector<KPlannedAction> actions = planner.Plan(rule);
-        rules.push_back({std::move(rule), std::move(actions)});
+    rules.reserve(unfolded.rules.size());
+    for (const KScriptRule& rule : unfolded.rules) {
+        rules.push_back({rule, planner.Plan(rule)});
     }
     protectedPaths = planner.TakeProtected();
     changedUnits = planner.TakeChangedUnits();

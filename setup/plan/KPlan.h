@@ -4,8 +4,10 @@
 #include <setup/plan/KChangePolicy.h>
 #include <setup/plan/KPlannedTree.h>
 #include <setup/script/KScript.h>
+#include <setup/script/KScriptRules.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -62,7 +64,7 @@ enum class KServiceFate : std::uint8_t {
 };
 
 struct KPlannedRule {
-    KScriptRule rule;
+    const KScriptRule& rule;             ///< of a section that the plan holds
     std::vector<KPlannedAction> actions; ///< empty for a rule that does nothing
 };
 
@@ -77,6 +79,17 @@ class KPlan {
         const KScript& script,
         const std::string& section,
         const MacroExpander& expand,
+        KPlannedTree& tree,
+        const KChangePolicy& policy = KChangePolicy(),
+        KServiceFate fate = KServiceFate::Managed
+    );
+
+    /// The same with the rules of the script that were read already, which several plans of it may
+    /// share.
+    KPlan(
+        const KScript& script,
+        const std::shared_ptr<KScriptRules>& scriptRules,
+        const std::string& section,
         KPlannedTree& tree,
         const KChangePolicy& policy = KChangePolicy(),
         KServiceFate fate = KServiceFate::Managed
@@ -146,6 +159,7 @@ class KPlan {
     void PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& policy);
     void NoteChange(const std::string& path, const KPlannedEntry& former);
 
+    std::shared_ptr<const KScriptRules> sections; // of which the rules are
     std::vector<KPlannedRule> rules;
     std::vector<KPlannedAction> cleanup;
     std::vector<Protected> protectedPaths;

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include <sys/files/FileData.h>
 #include <sys/files/FileStatus.h>
 
 namespace KSETUP {
@@ -22,6 +23,20 @@ bool Makes(const KPlannedAction& action) {
            action.kind == Kind::CreateDirectory || action.kind == Kind::CreateProfile ||
            ((action.kind == Kind::PutOption || action.kind == Kind::CreateUser) && !action.replaces
            );
+}
+
+/// Of files from this size on it is asked whether they have holes, which a copy keeps: of smaller
+/// ones a product has thousands, and a hole in them changes little.
+constexpr std::uint64_t leastSparse = 1U << 20U;
+
+/// What an action allocates on a file system of such blocks.
+std::uint64_t BytesOf(const KPlannedAction& action, std::uint64_t block) {
+    std::uint64_t bytes = (action.bytes + block - 1) / block * block;
+    if (action.kind == Kind::CopyFile && action.bytes >= leastSparse) {
+        // What cannot be read counts whole: the copy will tell.
+        static_cast<void>(KSYS::ReadDataBytes(action.source.c_str(), block, bytes));
+    }
+    return bytes;
 }
 
 /// The file systems of directories. Each directory is looked at once: a product has many files in
@@ -99,9 +114,7 @@ std::vector<KPlan::Space> KPlan::ReadSpace(const std::vector<std::string>& alsoW
                 space = systems.Of(directory);
             }
             if (space != nullptr) {
-                // What a file takes is whole blocks.
-                const std::uint64_t block = systems.GetBlock(space);
-                space->needed += (action.bytes + block - 1) / block * block;
+                space->needed += BytesOf(action, systems.GetBlock(space));
                 space->filesNeeded += action.replaces ? 0 : 1;
             }
         }

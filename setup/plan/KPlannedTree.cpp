@@ -114,7 +114,7 @@ std::vector<std::string> KPlannedTree::ListBy(
         return names;
     }
     std::set<std::string> all(names.begin(), names.end());
-    for (const std::string& name : changed->second) {
+    for (const std::string& name : changed->second.names) {
         const auto change = changes.find(Child(normal, name));
         if (change == changes.end()) { // it is on the way to one
             continue;
@@ -159,18 +159,14 @@ bool KPlannedTree::IsEmpty(const std::string& directory) const {
     });
 }
 
+bool KPlannedTree::IsMade(const std::string& normal) const {
+    const auto change = changes.find(normal);
+    return change != changes.end() && change->second.kind != KEntryKind::Nothing;
+}
+
 bool KPlannedTree::HasMadeBelow(const std::string& directory) const {
     const auto changed = changedBelow.find(directory);
-    if (changed == changedBelow.end()) {
-        return false;
-    }
-    const std::vector<std::string>& names = changed->second;
-    return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
-        const std::string child = Child(directory, name);
-        const auto change = changes.find(child);
-        const bool isMade = change != changes.end() && change->second.kind != KEntryKind::Nothing;
-        return isMade || HasMadeBelow(child);
-    });
+    return changed != changedBelow.end() && changed->second.madeCount != 0;
 }
 
 /// What a path was found to lead to stays so, whatever is made where nothing was. A directory goes
@@ -182,10 +178,13 @@ void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
     if (former == KEntryKind::Link || (former == KEntryKind::Directory && !stays)) {
         resolved = {};
     }
+    const bool wasMade = IsMade(normal);
+    const bool isMade = entry.kind != KEntryKind::Nothing;
     const auto [at, isNew] = changes.insert_or_assign(normal, std::move(entry));
     if (isNew) {
         NoteAbove(at->first);
     }
+    NoteMade(at->first, wasMade, isMade);
     if (options.empty()) {
         return;
     }
@@ -206,8 +205,25 @@ void KPlannedTree::NoteAbove(const std::string& normal) {
     while (at.size() > 1) {
         std::string parent = ParentPath(at);
         const auto [names, isNew] = changedBelow.try_emplace(parent);
-        names->second.emplace_back(NameOfPath(at));
+        names->second.names.emplace_back(NameOfPath(at));
         if (!isNew || changes.contains(parent)) {
+            return;
+        }
+        at = std::move(parent);
+    }
+}
+
+/// Tells the directories above, as far up as it is news: mostly one, which is made itself.
+void KPlannedTree::NoteMade(const std::string& normal, bool wasMade, bool isMade) {
+    if (wasMade == isMade || HasMadeBelow(normal)) {
+        return;
+    }
+    std::string at = normal;
+    while (at.size() > 1) {
+        std::string parent = ParentPath(at);
+        std::size_t& count = changedBelow.at(parent).madeCount;
+        const bool isAlone = (isMade ? count++ : --count) == 0;
+        if (!isAlone || IsMade(parent)) {
             return;
         }
         at = std::move(parent);

@@ -4,6 +4,7 @@
 #include <setup/plan/KDiskView.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -119,6 +120,8 @@ class KPlannedTree {
     bool Follows(const std::string& directory, Links links) const;
     void Set(const std::string& normal, KPlannedEntry entry);
     void NoteAbove(const std::string& normal);
+    void NoteMade(const std::string& normal, bool wasMade, bool isMade);
+    bool IsMade(const std::string& normal) const;
     bool HasMadeBelow(const std::string& directory) const;
     std::string ContentAt(const std::string& normal) const;
     std::vector<Option>& LoadOptions(const std::string& profile, const std::string& section) const;
@@ -127,8 +130,11 @@ class KPlannedTree {
     std::string kit;
     std::shared_ptr<KDiskView> disk;
     std::unordered_map<std::string, KPlannedEntry> changes;
-    /// The names in a directory at or below which something changed.
-    std::unordered_map<std::string, std::vector<std::string>> changedBelow;
+    struct Changed {
+        std::vector<std::string> names; ///< at or below which something changed
+        std::size_t madeCount = 0;      ///< of those at or below which something is made
+    };
+    std::unordered_map<std::string, Changed> changedBelow;  // by directory
     mutable std::map<Section, std::vector<Option>> options; // of sections that were asked for
 
     /// Directories that paths led to, by the path: rules have many files in few of them. With links

@@ -27,6 +27,13 @@ KPlannedPlace EndedAt(std::string at, KSYS::KPendingPath& pending, KPathProblem 
     return {NormalPath(at), problem};
 }
 
+/// Of what is to be a directory.
+KPathProblem ProblemOf(KEntryKind kind) {
+    return kind == KEntryKind::Directory ? KPathProblem::None
+           : kind == KEntryKind::Nothing ? KPathProblem::Missing
+                                         : KPathProblem::NoDirectory;
+}
+
 } // namespace
 
 bool KPlannedTree::Follows(const std::string& directory, Links links) const {
@@ -79,19 +86,17 @@ KPlannedPlace KPlannedTree::WalkToDirectory(const std::string& path, Links links
         name.size() + 1 < path.size() && !name.empty() && name != "." && name != "..";
     if (isPlain && name.size() <= NAME_MAX) {
         const KPlannedPlace& above = ResolveDirectory(ParentPath(path), links);
-        if (above.problem == KPathProblem::None) {
-            std::string child = Child(above.path, name);
-            if (At(child).kind == KEntryKind::Directory) {
-                return {std::move(child), KPathProblem::None};
-            }
+        KPlannedPlace place{Child(above.path, name), above.problem};
+        const bool isFound = place.problem == KPathProblem::None;
+        const KEntryKind kind = isFound ? At(place.path).kind : KEntryKind::Nothing;
+        if (kind != KEntryKind::Link) { // which may lead anywhere
+            place.problem = isFound ? ProblemOf(kind) : place.problem;
+            return place;
         }
     }
     KPlannedPlace place = Walk(path, Last::Follow, links);
     if (place.problem == KPathProblem::None) {
-        const KEntryKind kind = At(place.path).kind;
-        place.problem = kind == KEntryKind::Directory ? KPathProblem::None
-                        : kind == KEntryKind::Nothing ? KPathProblem::Missing
-                                                      : KPathProblem::NoDirectory;
+        place.problem = ProblemOf(At(place.path).kind);
     }
     return place;
 }

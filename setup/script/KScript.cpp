@@ -4,6 +4,7 @@
 #include <setup/KSetupFailure.h>
 #include <setup/output/TextFormat.h>
 #include <setup/script/KScript.h>
+#include <setup/script/KScriptRules.h>
 #include <setup/script/KSetupRuleLine.h>
 #include <setup/script/ScriptText.h>
 #include <sup++/KError.h>
@@ -146,13 +147,17 @@ std::vector<KScriptLine> KScript::GetLines(const std::string& section) const {
 class KScript::Unfolding {
   public:
     Unfolding(
-        const KScript& loadedScript, const MacroExpander& expandMacros, const std::string& machine
+        const KScript& loadedScript,
+        const std::shared_ptr<KScriptRules>& knownSections,
+        const std::string& machine
     )
         : script(loadedScript),
-          expand(expandMacros),
+          sections(*knownSections),
           ending("." + machine),
           mostRules(someRules + rulesForLine * loadedScript.lines.size()),
-          mostBytes(someBytes + rulesForLine * loadedScript.bytes.size()) {}
+          mostBytes(someBytes + rulesForLine * loadedScript.bytes.size()) {
+        result.sections = knownSections;
+    }
 
     Unfolded Load(const std::string& section) {
         Open(section);
@@ -162,7 +167,7 @@ class KScript::Unfolding {
                 Take((*last.rules)[last.next++]);
             } else if (!last.isOfArchitecture) {
                 last.isOfArchitecture = true;
-                last.rules = &RulesOf(last.name + ending);
+                last.rules = &sections.Of(last.name + ending);
                 last.next = 0;
             } else {
                 Close();
@@ -180,22 +185,9 @@ class KScript::Unfolding {
         bool isOfArchitecture = false;
     };
 
-    /// The rules of a section, read once, however often it is included.
-    const std::vector<KScriptRule>& RulesOf(const std::string& section) {
-        const auto [read, isNew] = known.try_emplace(section);
-        if (isNew) {
-            for (const KScriptLine& line : script.GetLines(section)) {
-                if (line.type != KINS::Names::defaultPathKey) {
-                    read->second.push_back(RuleOf(line, expand));
-                }
-            }
-        }
-        return read->second;
-    }
-
     void Open(const std::string& name) {
         depths.emplace(Trimmed(name), open.size());
-        open.push_back({name, &RulesOf(name)});
+        open.push_back({name, &sections.Of(name)});
     }
 
     /// The line that included a section stands behind its rules.
@@ -208,6 +200,9 @@ class KScript::Unfolding {
     }
 
     void Take(const KScriptRule& rule) {
+        if (rule.line.type == KINS::Names::defaultPathKey) { // no rule
+            return;
+        }
         if (rule.type != KINS::KRuleType::Section) {
             Append(rule);
             return;
@@ -228,7 +223,7 @@ class KScript::Unfolding {
 
     void Append(const KScriptRule& rule) {
         bytes += rule.line.value.size();
-        result.rules.push_back(rule);
+        result.rules.emplace_back(rule);
         if (result.rules.size() > mostRules || bytes > mostBytes) {
             throw KSetupFailure(
                 ExitCode::malformedScript,
@@ -261,7 +256,7 @@ class KScript::Unfolding {
     }
 
     const KScript& script;
-    const MacroExpander& expand;
+    KScriptRules& sections;
     const std::string ending; // of the names of sections for the architecture
     const std::size_t mostRules;
     const std::size_t mostBytes;
@@ -269,7 +264,6 @@ class KScript::Unfolding {
     Unfolded result;
     std::vector<Section> open;                           // the outermost first
     std::unordered_map<std::string, std::size_t> depths; // of those that are open
-    std::unordered_map<std::string, std::vector<KScriptRule>> known;
 };
 
 KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpander& expand) const {
@@ -279,16 +273,22 @@ KScript::Unfolded KScript::Unfold(const std::string& section, const MacroExpande
 KScript::Unfolded KScript::Unfold(
     const std::string& section, const MacroExpander& expand, const std::string& architecture
 ) const {
-    return Unfolding(*this, expand, architecture).Load(section);
+    return Unfolding(*this, std::make_shared<KScriptRules>(*this, expand), architecture)
+        .Load(section);
 }
 
-KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand) {
+KScript::Unfolded
+KScript::Unfold(const std::string& section, const std::shared_ptr<KScriptRules>& known) const {
+    return Unfolding(*this, known, SvcGetGlobalDataEx()->architecture).Load(section);
+}
+
+KScriptRule RuleOf(KScriptLine line, const MacroExpander& expand) {
     if (KSetupRuleLine::IsType(line.type)) {
         auto own = std::make_shared<const KSetupRuleLine>(
             KSetupRuleLine::Read(line.type, line.value, expand)
         );
         KScriptRule rule;
-        rule.line = line;
+        rule.line = std::move(line);
         rule.fields = own->GetFields();
         rule.problem = own->GetProblemText();
         rule.own = std::move(own);
@@ -296,7 +296,7 @@ KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand) {
     }
     const KRuleLine read = KRuleLine::Read(line.type, line.value, expand);
     return {
-        line,
+        std::move(line),
         read.GetType(),
         read.GetOperation(),
         TextsOf(read),

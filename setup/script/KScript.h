@@ -15,6 +15,7 @@
 
 namespace KSETUP {
 
+class KScriptRules;
 class KSetupRuleLine;
 
 /// A key line of a script and where it stands.
@@ -91,7 +92,9 @@ class KScript {
     std::vector<KScriptLine> GetLines(const std::string& section) const;
 
     struct Unfolded {
-        std::vector<KScriptRule> rules; ///< in the order in which they would run
+        std::shared_ptr<const KScriptRules> sections; ///< whose the rules are
+        /// In the order in which they would run.
+        std::vector<std::reference_wrapper<const KScriptRule>> rules;
         std::vector<KScriptCycle> cycles;
     };
     /// What loading a section gives: its lines, those of its section for this machine's
@@ -107,6 +110,8 @@ class KScript {
     Unfolded Unfold(
         const std::string& section, const MacroExpander& expand, const std::string& architecture
     ) const;
+    /// The same with the rules of this script that were read already, for this machine.
+    Unfolded Unfold(const std::string& section, const std::shared_ptr<KScriptRules>& known) const;
 
   private:
     class Unfolding;
@@ -123,7 +128,7 @@ class KScript {
 };
 
 /// A line as the engine reads it, included by nobody.
-KScriptRule RuleOf(const KScriptLine& line, const MacroExpander& expand);
+KScriptRule RuleOf(KScriptLine line, const MacroExpander& expand);
 
 /// The fields of a line as its rule gets to see them: empty ones are gone, macros expanded.
 std::vector<std::string> FieldsOf(const KScriptLine& line, const MacroExpander& expand);

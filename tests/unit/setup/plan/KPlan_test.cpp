@@ -6,6 +6,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 
 using KSETUP::ActionWord;
@@ -206,6 +209,21 @@ TEST_F(KPlanTest, SpaceIsCountedInWholeBlocksWhereFilesGo) {
     EXPECT_EQ(spaces[0].needed % 512, 0U);
     EXPECT_EQ(spaces[0].filesNeeded, 2U); // the directory and one file; the other is replaced
     EXPECT_GT(spaces[0].available, 0U);
+}
+
+TEST_F(KPlanTest, HolesNeedNoSpace) {
+    disk.Write("kit/image", "12345");
+    disk.Directory("disk");
+    ASSERT_EQ(::truncate(disk.Path("kit/image").c_str(), off_t{64} << 20U), 0);
+    struct stat status {};
+    ASSERT_EQ(::stat(disk.Path("kit/image").c_str(), &status), 0);
+    if (status.st_blocks * 512 >= status.st_size) {
+        GTEST_SKIP() << "the file system keeps no holes: " << disk.Path();
+    }
+    const auto spaces = Plan("file=copy,image,KIT,DISK\n").ReadSpace();
+    ASSERT_EQ(spaces.size(), 1U);
+    EXPECT_GE(spaces[0].needed, 5U);
+    EXPECT_LT(spaces[0].needed, 1U << 20U);
 }
 
 TEST_F(KPlanTest, RulesOfOwnTypesArePlanned) {

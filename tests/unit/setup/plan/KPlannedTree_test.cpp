@@ -62,6 +62,22 @@ TEST_F(KPlannedTreeTest, ADirectoryIsNotEmptyForWhatIsMadeDeepInIt) {
     EXPECT_TRUE(tree.IsEmpty(At("far")));
 }
 
+TEST_F(KPlannedTreeTest, ADirectoryIsEmptyOnlyWhenAllThatWasMadeBelowItIsGone) {
+    static_cast<void>(tree.MakeDirectory(At("far/deep")));
+    tree.Put(At("far/deep/x"), AFile());
+    tree.Put(At("far/deep/y"), AFile());
+    tree.Put(At("far/deep/y"), AFile());
+    tree.Remove(At("far/deep/x"));
+    EXPECT_FALSE(tree.IsEmpty(At("far/deep")));
+    tree.Remove(At("far/deep/y"));
+    EXPECT_TRUE(tree.IsEmpty(At("far/deep")));
+    EXPECT_FALSE(tree.IsEmpty(At("far")));
+    tree.Remove(At("far/deep"));
+    EXPECT_TRUE(tree.IsEmpty(At("far")));
+    tree.Put(At("far/deep/x"), AFile()); // although its directory went
+    EXPECT_FALSE(tree.IsEmpty(At("far")));
+}
+
 TEST_F(KPlannedTreeTest, AWayThroughADirectoryThatGoesIsNoneAnyMore) {
     EXPECT_TRUE(tree.Exists(At("kit/deep/../a.txt")));
     tree.Remove(At("kit/deep/c.txt"));
