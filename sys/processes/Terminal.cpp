@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <cerrno>
+
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/processes/Terminal.h>
@@ -13,6 +16,11 @@ bool IsTerminal(int descriptor) noexcept {
 unsigned TerminalColumns(int descriptor) noexcept {
     winsize size{};
     return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0U;
+}
+
+unsigned OpenControllingTerminal(KDescriptor& opened) noexcept {
+    opened.Reset(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
+    return opened.IsOpen() ? 0 : static_cast<unsigned>(errno);
 }
 
 bool IsReaderGone(int descriptor) noexcept {
