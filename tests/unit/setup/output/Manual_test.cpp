@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // What "--help" tells, the manual page and the completion know too.
+#include "../../../support/TemporaryTree.h"
+
 #include <setup/output/KSetupArguments.h>
 
 #include <gmock/gmock.h>
@@ -8,6 +10,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -149,6 +152,27 @@ TEST(ManualTest, TheCompletionKnowsEveryCommandAndItsOptionsAndNoOthers) {
 TEST(ManualTest, TheCompletionOffersOptionsBehindOthers) {
     EXPECT_THAT(CompletionsOf("install --quiet", "--ba"), ::testing::ElementsAre("--backup"));
     EXPECT_THAT(CompletionsOf("kit bundle --kit /x", "--o"), ::testing::ElementsAre("--output"));
+}
+
+TEST(ManualTest, TheCompletionKnowsKitsAmongOtherDirectories) {
+    KTEST::TemporaryTree tree;
+    tree.Write("kit one/product.ini", "");
+    tree.Write("other/readme", "");
+    const std::string begun = tree.Path("") + "/";
+    EXPECT_THAT(CompletionsOf("check --kit", begun), ::testing::ElementsAre(tree.Path("kit one")));
+    EXPECT_THAT(
+        CompletionsOf("check --kit", tree.Path("o")), ::testing::ElementsAre(tree.Path("other"))
+    );
+}
+
+TEST(ManualTest, TheCompletionKnowsProducts) {
+    KTEST::TemporaryTree tree;
+    tree.Write("state/hello/manifest", "");
+    tree.Write("state/help/manifest", "");
+    ::setenv("INSPP_STATE", tree.Path("state").c_str(), 1); // NOLINT: one thread
+    EXPECT_THAT(CompletionsOf("remove", "hell"), ::testing::ElementsAre("hello"));
+    EXPECT_THAT(CompletionsOf("status", "he"), ::testing::ElementsAre("hello", "help"));
+    ::unsetenv("INSPP_STATE"); // NOLINT: one thread
 }
 
 TEST(ManualTest, EveryExitCodeOfTheHelpIsOnThePage) {
