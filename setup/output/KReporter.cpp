@@ -150,7 +150,9 @@ void KReporter::Progress(const KProgressView& view, bool now) {
         events->Status(view.status, view.percent);
     }
     if (text) {
-        last = now ? view : last;
+        if (now) {
+            last = view;
+        }
         progress.Show(view, now);
     }
 }

@@ -10,7 +10,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -81,8 +80,10 @@ std::vector<std::string> CommandsOf(const std::string& command) {
 }
 
 /// What the completion proposes behind these words.
-std::set<std::string> CompletionsOf(const std::string& words, const std::string& begun) {
+std::set<std::string>
+CompletionsOf(const std::string& words, const std::string& begun, const std::string& given = "") {
     const std::string script =
+        given +
         "source '" INSPP_SOURCE "/setup/completion/ins-setup.bash'; COMP_WORDS=(ins-setup " +
         words + " \"" + begun +
         "\"); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _ins_setup; printf '%s\\n' "
@@ -169,10 +170,9 @@ TEST(ManualTest, TheCompletionKnowsProducts) {
     KTEST::TemporaryTree tree;
     tree.Write("state/hello/manifest", "");
     tree.Write("state/help/manifest", "");
-    ::setenv("INSPP_STATE", tree.Path("state").c_str(), 1); // NOLINT: one thread
-    EXPECT_THAT(CompletionsOf("remove", "hell"), ::testing::ElementsAre("hello"));
-    EXPECT_THAT(CompletionsOf("status", "he"), ::testing::ElementsAre("hello", "help"));
-    ::unsetenv("INSPP_STATE"); // NOLINT: one thread
+    const std::string given = "INSPP_STATE='" + tree.Path("state") + "'; ";
+    EXPECT_THAT(CompletionsOf("remove", "hell", given), ::testing::ElementsAre("hello"));
+    EXPECT_THAT(CompletionsOf("status", "he", given), ::testing::ElementsAre("hello", "help"));
 }
 
 TEST(ManualTest, EveryExitCodeOfTheHelpIsOnThePage) {
