@@ -122,6 +122,8 @@ KString KErrorBase::GetSummary() const {
     summary.append(", ").append(GetFunction()).append(")");
     if (HasInfo()) {
         summary.append(": ").append(contents->info.GetString().c_str());
+    } else if (!contents->detail.reason.IsEmpty()) {
+        summary.append(": ").append(contents->detail.reason.c_str());
     }
     BlankControlCharacters(summary);
     return KString(std::move(summary));

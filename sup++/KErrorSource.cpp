@@ -27,6 +27,20 @@ KErrorKind KindOf(unsigned code) noexcept {
     }
 }
 
+/// What a code says that is raised without information.
+const char* WordsOf(unsigned code) noexcept {
+    switch (code) {
+    case ErrorCode::cancelled:
+        return "the run was stopped on request";
+    case ErrorCode::notSuperuser:
+        return "only root can install and remove";
+    case ErrorCode::serviceFailed:
+        return "systemd or the service refused";
+    default:
+        return "";
+    }
+}
+
 } // namespace
 
 void KErrorSource::Raise(
@@ -34,6 +48,7 @@ void KErrorSource::Raise(
 ) const {
     KErrorDetail detail;
     detail.kind = KindOf(code);
+    detail.reason = WordsOf(code);
     RaiseAs(detail, level, code, info, line, function);
 }
 

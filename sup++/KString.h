@@ -9,6 +9,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -146,5 +147,12 @@ SUP_EXPORT bool operator==(const KString& left, const char* right) noexcept;
 SUP_EXPORT bool operator<(const KString& left, const KString& right) noexcept;
 SUP_EXPORT bool operator<(const KString& left, const char* right) noexcept;
 SUP_EXPORT bool operator<(const char* left, const KString& right) noexcept;
+
+/// Writes the bytes, as a stream writes any text.
+template <class Traits>
+std::basic_ostream<char, Traits>&
+operator<<(std::basic_ostream<char, Traits>& stream, const KString& text) {
+    return stream << text.c_str();
+}
 
 } // namespace KSUP

@@ -4,7 +4,7 @@
 
 _ins_setup_options() { # COMMAND
     local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --detailed-exit-code'
-    run+=' --offline-services --allow-conflicts'
+    run+=' --offline-services --allow-conflicts --color'
     case $1 in
     install)
         run+=' --addProfileLine --values --reinstall --no-check --allow-downgrade --start-services --rollback'
@@ -12,7 +12,7 @@ _ins_setup_options() { # COMMAND
         ;;
     remove) echo "$run --yes -y --purge --allow-unsigned" ;;
     status) echo '--kit --json --verify' ;;
-    restore) echo '--kit --json --quiet -q --wait --detailed-exit-code --force' ;;
+    restore) echo '--kit --json --color --quiet -q --wait --detailed-exit-code --force' ;;
     list | verify) echo '--json' ;;
     check) echo '--kit --json --strict' ;;
     'plan install') echo '--kit --json --offline-services --allow-conflicts' ;;
@@ -28,13 +28,43 @@ _ins_setup_options() { # COMMAND
     echo '--help -h'
 }
 
+# Whoever may not look at what is remembered sees the links of what is installed.
+_ins_setup_products() {
+    local directory name
+    if [[ -r ${INSPP_STATE:-/var/lib/ins++} ]]; then
+        ls "${INSPP_STATE:-/var/lib/ins++}"
+        return
+    fi
+    for directory in /etc/*/; do
+        name=$(basename "$directory")
+        [[ -L $directory$name ]] && echo "$name"
+    done
+}
+
+# Kits where there are some, else the directories on the way to one.
+_ins_setup_kits() { # BEGUN
+    local directory found=()
+    while IFS= read -r directory; do
+        [[ -f $directory/product.ini ]] && found+=("$directory")
+    done < <(compgen -d -- "$1")
+    if ((${#found[@]})); then
+        printf '%s\n' "${found[@]}"
+    else
+        compgen -d -- "$1"
+    fi
+}
+
 _ins_setup() {
     local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]}
     local command='' word index words=''
     COMPREPLY=()
     case $before in
     --kit)
-        mapfile -t COMPREPLY < <(compgen -d -- "$current")
+        mapfile -t COMPREPLY < <(_ins_setup_kits "$current")
+        return
+        ;;
+    --color)
+        mapfile -t COMPREPLY < <(compgen -W 'auto always never' -- "$current")
         return
         ;;
     --output | -o | --sign | --values)
@@ -47,7 +77,7 @@ _ins_setup() {
     for ((index = 1; index < COMP_CWORD; index++)); do
         word=${COMP_WORDS[index]}
         case $command in
-        '' | plan | kit | 'kit key')
+        '' | plan | kit | 'kit key' | help | 'help plan' | 'help kit' | 'help kit key' | 'help check')
             [[ $word == -* ]] || command=${command:+$command }$word
             ;;
         esac
@@ -56,12 +86,23 @@ _ins_setup() {
         words=$(_ins_setup_options "$command")
     else
         case $command in
-        '') words='install remove status restore list verify check plan macros kit' ;;
-        plan) words='install remove' ;;
-        kit) words='new add seal bundle key' ;;
-        'kit key') words='new' ;;
-        remove | status | restore) words=$(ls /var/lib/ins++ 2>/dev/null) ;;
-        install | verify)
+        '') words='install remove status restore list verify check plan macros kit help' ;;
+        help) words='install remove status restore list verify check plan macros kit' ;;
+        'help check')
+            words=$(ins-setup help check 2>/dev/null | sed -n 's/^    \([a-z-]*\)  *\(error\|warning\)$/\1/p')
+            ;;
+        plan | 'help plan') words='install remove' ;;
+        kit | 'help kit') words='new add seal bundle key' ;;
+        'kit key' | 'help kit key') words='new' ;;
+        remove | status | restore) words=$(_ins_setup_products 2>/dev/null) ;;
+        verify)
+            mapfile -t COMPREPLY < <(
+                _ins_setup_kits "$current"
+                compgen -f -X '!*.run' -- "$current"
+            )
+            return
+            ;;
+        install)
             mapfile -t COMPREPLY < <(compgen -f -- "$current")
             return
             ;;

@@ -21,22 +21,18 @@ class KEventStream {
     void Start(const std::string& command, const std::string& product, unsigned rules);
     /// `number` counts from 1. `place` is where the script has the rule.
     void RuleStarted(unsigned number, const std::string& place, const std::string& text);
-    void RuleDone(unsigned number);
+    void RuleDone(unsigned number, unsigned percent);
     /// What the rule that runs reports; at most ten times a second.
-    ///
-    /// Units    `part` of the rule from 0 to 1
-    void Status(unsigned done, const std::string& text, double part);
+    void Status(const std::string& text, unsigned percent);
     void Result(const KRunReport& report);
 
   private:
     using Clock = std::chrono::steady_clock;
 
-    unsigned Advance(double rulesDone) noexcept;
     void Write(const KJsonObject& event) const;
 
     int output;
-    unsigned all = 0;
-    unsigned percentage = 0;
+    unsigned percentage = 0; // as told last
     std::string lastText;
     unsigned lastPercentage = 0;
     Clock::time_point lastStatus;

@@ -3,21 +3,18 @@
 #include <setup/KSetupFailure.h>
 #include <setup/output/KReporter.h>
 #include <setup/output/ProductTable.h>
+#include <setup/output/RunSummary.h>
 #include <setup/output/TextFormat.h>
 
 #include <iostream>
 #include <string_view>
 
 #include <sys/files/FileContent.h>
+#include <unistd.h>
 
 namespace KSETUP {
 
 namespace {
-
-std::string VersionText(const KRunReport& report) {
-    return Printable(report.product) + " " + Printable(report.version) + " (build " +
-           std::to_string(report.buildNumber) + ")";
-}
 
 std::string_view Gerund(const KRunReport& report) {
     return report.command == "remove" ? "Removing" : "Installing";
@@ -31,6 +28,22 @@ void PrintLogEnd(const KRunReport& report) {
     for (const std::string& line : report.logEnd) {
         std::cerr << "    " << Printable(line) << "\n";
     }
+}
+
+/// "exit status 1" alone helps nobody.
+void PrintJournal(const KRunReport& report) {
+    if (report.service.empty()) {
+        return;
+    }
+    const std::string unit = Printable(report.service);
+    if (!report.journal.empty()) {
+        std::cerr << "The journal of " << unit << " ends with\n";
+    }
+    for (const std::string& line : report.journal) {
+        std::cerr << "    " << Printable(line) << "\n";
+    }
+    std::cerr << "\"journalctl -u " << unit << "\" and \"systemctl status " << unit
+              << "\" tell more.\n";
 }
 
 void PrintCommandOutput(std::ostream& out, const KRunReport& report) {
@@ -92,7 +105,9 @@ void PrintKeys(const KRunReport& report) {
 
 KReporter::KReporter(const KSetupArguments& arguments)
     : text(!arguments.json && !arguments.quiet),
-      json(arguments.json) {
+      json(arguments.json),
+      colour(arguments.colour),
+      progress(HasColour(colour, STDOUT_FILENO)) {
     const bool elsewhere = arguments.progressDescriptor != STDOUT_FILENO;
     if (!arguments.jsonEvents && !elsewhere) {
         return;
@@ -110,33 +125,35 @@ KReporter::KReporter(const KSetupArguments& arguments)
 }
 
 void KReporter::Start(const KRunReport& report) {
-    all = report.rulesAll;
     if (events) {
-        events->Start(report.command, report.product, all);
+        events->Start(report.command, report.product, report.rulesAll);
     }
 }
 
-void KReporter::RuleStarted(unsigned number, const std::string& place, const std::string& words) {
+void KReporter::RuleStarted(const KProgressView& view, const std::string& place) {
     if (events) {
-        events->RuleStarted(number, place, words);
+        events->RuleStarted(view.rule, place, view.words);
     }
     if (text) {
-        progress.WriteLine(number, all, words);
+        progress.BeginRule(view);
     }
 }
 
-void KReporter::RuleDone(unsigned number) {
+void KReporter::RuleDone(unsigned number, unsigned percent) {
     if (events) {
-        events->RuleDone(number);
+        events->RuleDone(number, percent);
     }
 }
 
-void KReporter::Status(unsigned done, const KSUP::KString& status, double part, bool now) {
+void KReporter::Progress(const KProgressView& view, bool now) {
     if (events) {
-        events->Status(done, status.c_str(), part);
+        events->Status(view.status, view.percent);
     }
-    if (text && !status.IsEmpty()) { // nothing is at work yet
-        progress.Draw(done, all, status, now);
+    if (text) {
+        if (now) {
+            last = view;
+        }
+        progress.Show(view, now);
     }
 }
 
@@ -154,6 +171,10 @@ void KReporter::Warn(const std::string& words) {
 }
 
 void KReporter::Finish(const KRunReport& report) {
+    if (report.result == KRunResult::Done) {
+        last.percent = 100; // the record is written
+        progress.End(last);
+    }
     progress.Finish();
     if (report.error.empty()) {
         if (text) {
@@ -172,34 +193,61 @@ void KReporter::Finish(const KRunReport& report) {
     std::cout << std::flush;
 }
 
+/// What became of it, in a sentence; empty where the rest says it.
+std::string KReporter::Headline(const KRunReport& report) {
+    const std::string product = Printable(report.product);
+    if (report.command == "restore") {
+        return product + (report.restored && report.restored->isComplete
+                              ? " is as it was before."
+                              : ": what the last run replaced is put back.");
+    }
+    if (report.result == KRunResult::NotInstalled) {
+        return product + " is not installed.";
+    }
+    const std::string installed =
+        VersionText(report) + " is installed in " + Printable(report.productPath);
+    if (report.command == "status") {
+        return installed + ".";
+    }
+    if (report.command == "install") {
+        const bool isUpgrade =
+            !report.formerVersion.empty() && report.formerVersion != report.version;
+        return !report.changed
+                   ? installed + " already as this kit has it; nothing was done. --reinstall does "
+                                 "it again."
+                   : installed +
+                         (isUpgrade ? (report.wasNewer ? ", in place of " : ", upgraded from ") +
+                                          Printable(report.formerVersion)
+                                    : "") +
+                         ".";
+    }
+    if (report.command == "remove") {
+        return product + (report.wasPurged ? ": what an earlier removal left is deleted."
+                          : report.rulesAll == 0
+                              ? " is not installed: there is nothing to remove."
+                              : " is removed from " + Printable(report.productPath) + ".");
+    }
+    return {};
+}
+
 void KReporter::PrintDone(const KRunReport& report) const {
     if (report.command == "list") {
         std::cout
             << (report.products.empty() ? "No product is known that ins-setup installed.\n"
                                         : ToTable(report.products));
-    } else if (report.command == "restore") {
-        std::cout << Printable(report.product)
-                  << (report.restored && report.restored->isComplete
-                          ? " is as it was before.\n"
-                          : ": what the last run replaced is put back.\n");
     } else if (report.command == "verify") {
         PrintSigner(report);
-    } else if (report.result == KRunResult::NotInstalled) {
-        std::cout << Printable(report.product) << " is not installed.\n";
-    } else if (report.command == "install" && !report.changed) {
-        std::cout << VersionText(report) << " is installed in " << Printable(report.productPath)
-                  << " already as this kit has it; nothing was done. --reinstall does it again.\n";
-    } else if (report.command == "install" || report.command == "status") {
-        std::cout << VersionText(report) << " is installed in " << Printable(report.productPath)
-                  << ".\n";
-    } else if (report.command == "remove" && report.wasPurged) {
-        std::cout << Printable(report.product) << ": what an earlier removal left is deleted.\n";
-    } else if (report.command == "remove" && report.rulesAll == 0) {
-        std::cout << Printable(report.product)
-                  << " is not installed: there is nothing to remove.\n";
-    } else if (report.command == "remove") {
-        std::cout << Printable(report.product) << " is removed from "
-                  << Printable(report.productPath) << ".\n";
+    }
+    if (const std::string headline = Headline(report); !headline.empty()) {
+        const bool isDone = report.changed && HasColour(colour, STDOUT_FILENO);
+        isDone ? WriteColoured(std::cout, STDOUT_FILENO, "1;32", headline)
+               : static_cast<void>(std::cout << headline);
+        std::cout << "\n";
+    }
+    if (report.rulesAll != 0) {
+        std::cout << WorkLine(report) << "\n";
+        const std::string changes = ChangesLine(report);
+        std::cout << changes << (changes.empty() ? "" : "\n");
     }
     PrintKeys(report);
     for (const auto& [path, what] : report.differences) {
@@ -217,7 +265,7 @@ void KReporter::PrintDone(const KRunReport& report) const {
         std::cout << Printable(note) << "\n";
     }
     if (report.rulesAll != 0) {
-        std::cout << report.rulesDone << " rules done. Log: " << Printable(report.log) << "\n";
+        std::cout << "Log: " << Printable(report.log) << "\n";
     }
     PrintCommandOutput(std::cout, report);
 }
@@ -244,34 +292,40 @@ void KReporter::PrintConfiguration(const KRunReport& report) const {
     }
 }
 
-void KReporter::PrintTrouble(const KRunReport& report) {
+void KReporter::PrintTrouble(const KRunReport& report) const {
     std::ostream& out = std::cerr;
+    const auto head = [&](const std::string& words) {
+        HasColour(colour, STDERR_FILENO) ? WriteColoured(out, STDERR_FILENO, "1;31", words)
+                                         : static_cast<void>(out << words);
+    };
     if (report.result == KRunResult::Refused) {
-        out << "ins-setup: " << report.error << "\n"; // our own words, over several lines
+        head("ins-setup:");
+        out << " " << report.error << "\n"; // our own words, over several lines
         PrintLogEnd(report);
         PrintNotes(out, report);
         out.flush();
         return;
     }
     if (report.command == "restore") {
-        out << Printable(report.product)
-            << ": not everything was put back: " << Printable(report.error) << "\n";
+        head(Printable(report.product) + ": not everything was put back:");
+        out << " " << Printable(report.error) << "\n";
         PrintNotes(out, report);
         out.flush();
         return;
     }
+    const std::string run = VersionText(report) + ": " + std::string(Gerund(report));
     if (report.result == KRunResult::Cancelled) {
-        out << VersionText(report) << ": " << Gerund(report) << " was stopped on request after "
-            << report.rulesDone << " of " << report.rulesAll << " rules.\n"
-            << "Log: " << Printable(report.log) << "\n";
+        head(run + " was stopped on request " + PlaceOfEnd(report) + ".");
+        out << "\nLog: " << Printable(report.log) << "\n";
     } else {
-        out << VersionText(report) << ": " << Gerund(report) << " failed after " << report.rulesDone
-            << " of " << report.rulesAll << " rules.\n"
+        head(run + " failed " + PlaceOfEnd(report) + ".");
+        out << "\n"
             << (report.errorCode != 0 ? "Error " + std::to_string(report.errorCode) + ": " : "")
             << Printable(report.error) << "\n";
         if (!report.rule.empty()) {
             out << "Rule: " << Printable(report.place) << ": " << Printable(report.rule) << "\n";
         }
+        PrintJournal(report);
         PrintLogEnd(report);
     }
     PrintNotes(out, report);

@@ -5,15 +5,15 @@
 #include <setup/output/KRunReport.h>
 #include <setup/output/KSetupArguments.h>
 #include <setup/output/KSetupProgress.h>
-#include <sup++/KString.h>
+#include <setup/output/TerminalColour.h>
 
 #include <optional>
 #include <string>
 
 namespace KSETUP {
 
-/// Says what happens, in the way that was asked for: as text (with a progress line on a terminal,
-/// else a plain line a rule), quietly, as one JSON object at the end, or as a line of JSON for each
+/// Says what happens, in the way that was asked for: as text (with a bar on a terminal, else in plain
+/// lines), quietly, as one JSON object at the end, or as a line of JSON for each
 /// event. What went wrong is said on standard error in every way.
 ///
 /// Thread   the main thread's
@@ -27,11 +27,11 @@ class KReporter {
     bool IsTerminal() const noexcept { return progress.IsTerminal(); }
 
     void Start(const KRunReport& report);
-    void RuleStarted(unsigned number, const std::string& place, const std::string& words);
-    void RuleDone(unsigned number);
-    /// The status of the rule that runs, with the part of it that is done, from 0 to 1. `now`
-    /// draws it in any case.
-    void Status(unsigned done, const KSUP::KString& status, double part, bool now);
+    /// The rule of the view began; `place` is where the script has it.
+    void RuleStarted(const KProgressView& view, const std::string& place);
+    void RuleDone(unsigned number, unsigned percent);
+    /// How far it is now; `now` shows it in any case.
+    void Progress(const KProgressView& view, bool now);
     /// A sentence for whoever watches.
     void Say(const std::string& words);
     /// The same for whoever looks for trouble.
@@ -42,11 +42,13 @@ class KReporter {
   private:
     void PrintDone(const KRunReport& report) const;
     void PrintConfiguration(const KRunReport& report) const;
-    static void PrintTrouble(const KRunReport& report);
+    void PrintTrouble(const KRunReport& report) const;
+    static std::string Headline(const KRunReport& report);
 
     bool text;
     bool json;
-    unsigned all = 0;
+    KColourChoice colour;
+    KProgressView last; // that was shown
     KSetupProgress progress;
     std::optional<KEventStream> events;
 };

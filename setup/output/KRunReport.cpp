@@ -34,6 +34,8 @@ KJsonObject ErrorOf(const KRunReport& report) {
     PutUnlessEmpty(error, "place", report.place);
     PutUnlessEmpty(error, "rule", report.rule);
     PutUnlessEmpty(error, "logEnd", report.logEnd);
+    PutUnlessEmpty(error, "service", report.service);
+    PutUnlessEmpty(error, "journal", report.journal);
     return error;
 }
 

@@ -73,6 +73,12 @@ struct KRunReport {
 
     unsigned rulesDone = 0;
     unsigned rulesAll = 0;
+    unsigned ruleAtWork = 0;   ///< from 1, when the run ended before its end; 0 for none
+    unsigned filesCopied = 0;  ///< with those that replaced another
+    unsigned filesDeleted = 0; ///< of the product, by a removal
+    std::uint64_t bytesCopied = 0;
+    double seconds = 0;    ///< from its first rule on
+    bool wasNewer = false; ///< what was installed before
 
     unsigned errorCode = 0;              ///< of the engine's error; 0 for none
     std::string error;                   ///< in words; of a refusal too
@@ -80,6 +86,8 @@ struct KRunReport {
     std::string rule;                    ///< the failed rule's line
     std::string log;                     ///< the setup log's path; empty when there is none yet
     std::vector<std::string> logEnd;     ///< its last lines, without their time
+    std::string service;                 ///< that failed; empty for none
+    std::vector<std::string> journal;    ///< its last lines there, of this run
     std::string commandOutput;           ///< where commands wrote to; empty when they wrote nothing
     std::vector<std::string> notes;      ///< further sentences for the reader
     std::vector<std::string> running;    ///< programs that ran when their files were to go

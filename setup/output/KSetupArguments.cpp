@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/output/CommandHelp.h>
 #include <setup/output/EarlyRefusal.h>
 #include <setup/output/KSetupArguments.h>
 #include <setup/output/Licences.h>
@@ -9,6 +10,9 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <map>
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -72,6 +76,9 @@ class Parser {
     int Exit(const CLI::ParseError& error) { return app.exit(error); }
     /// The words that nothing was found for.
     std::vector<std::string> GetUnknown() const { return app.remaining(true); }
+    const CLI::App& GetApp() const { return app; }
+    /// What "help" was asked about; nothing for another command.
+    const std::optional<std::vector<std::string>>& GetAskedAbout() const { return askedAbout; }
     KAnswerForm GetAnswerForm() const;
 
   private:
@@ -84,6 +91,7 @@ class Parser {
     void AddKitOrName(CLI::App* command);
     void AddPath(CLI::App* command);
     void AddJson(CLI::App* command);
+    void AddColour(CLI::App* command);
     void AddCallerOptions(CLI::App* command);
     void AddRunOptions(CLI::App* command);
     void AddOfflineServices(CLI::App* command);
@@ -91,10 +99,13 @@ class Parser {
     void AddAllowUnsigned(CLI::App* command);
     void AddSign(CLI::App* command);
     void AddKeys(CLI::App& kit);
+    void AddHelp();
 
     KSetupArguments& arguments;
     // Only taken in here: the engine reads these options from the saved command line itself.
     std::vector<std::string> profileLines;
+    std::vector<std::string> helpWords;
+    std::optional<std::vector<std::string>> askedAbout;
     std::vector<std::string> ahead; // after a parse: words that it did not come to
     CLI::App app{"Installs and removes the product of a kit.", "ins-setup"};
 };
@@ -112,6 +123,7 @@ Parser::Parser(KSetupArguments& toFill) : arguments(toFill) {
     AddRemove();
     AddQuestions();
     AddAuthoring();
+    AddHelp();
 }
 
 CLI::App* Parser::Add(CLI::App& parent, const char* name, const char* words, Command command) {
@@ -125,6 +137,17 @@ void Parser::AddKit(CLI::App* command) {
     command->add_option("--kit", arguments.kit, "The kit's directory; else the program's own")
         ->type_name("DIR")
         ->check(NotEmpty());
+}
+
+/// For what people look at.
+void Parser::AddColour(CLI::App* command) {
+    static const std::map<std::string, KColourChoice> choices{
+        {"auto", KColourChoice::Automatic},
+        {"always", KColourChoice::Always},
+        {"never", KColourChoice::Never}};
+    command->add_option("--color", arguments.colour, "Colours: auto, always or never")
+        ->type_name("WHEN")
+        ->transform(CLI::CheckedTransformer(choices).description(""));
 }
 
 /// For what works without the kit, by what was kept of it.
@@ -156,6 +179,7 @@ void Parser::AddJson(CLI::App* command) {
 /// What whoever calls what changes the machine may want.
 void Parser::AddCallerOptions(CLI::App* command) {
     AddJson(command);
+    AddColour(command);
     command->add_flag(
         "--detailed-exit-code",
         arguments.detailedExitCode,
@@ -361,6 +385,14 @@ void Parser::AddKeys(CLI::App& kit) {
     );
 }
 
+void Parser::AddHelp() {
+    CLI::App* help = app.add_subcommand("help", "Tell about a command, or what check finds");
+    help->footer("");
+    help->add_option("command", helpWords, "The command; behind \"check\" also a finding's name")
+        ->type_name("COMMAND");
+    help->callback([this] { askedAbout = helpWords; });
+}
+
 KAnswerForm Parser::GetAnswerForm() const {
     KAnswerForm form;
     const CLI::App* command = &app;
@@ -413,14 +445,27 @@ std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCod
     };
     try {
         parser.Parse(argc, argv);
+        if (parser.GetAskedAbout()) {
+            KSetupArguments ignored; // a parser that has parsed would tell about "help" itself
+            PrintHelp(Parser(ignored).GetApp(), *parser.GetAskedAbout());
+            exitCode = ExitCode::done;
+            return std::nullopt;
+        }
     } catch (const CLI::RequiredError& error) {
         // A misspelt command says more than that one is missing.
         const std::vector<std::string> unknown = parser.GetUnknown();
         if (unknown.empty()) {
             refuse(error);
         } else {
-            refuse(CLI::ExtrasError({unknown.front()}));
+            refuse(UnexpectedWord(parser.GetApp(), unknown.front()));
         }
+        return std::nullopt;
+    } catch (const CLI::ExtrasError& error) {
+        const std::vector<std::string> unknown = parser.GetUnknown();
+        refuse(
+            unknown.empty() ? CLI::ParseError(error)
+                            : UnexpectedWord(parser.GetApp(), unknown.front())
+        );
         return std::nullopt;
     } catch (const CLI::ParseError& error) {
         refuse(error);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/output/TerminalColour.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,10 +38,11 @@ struct KSetupArguments {
     std::string bundle; ///< install: a bundle in place of a kit; empty for none
 
     std::vector<std::string> words; ///< the command line itself, the program's name first
-    std::string values;      ///< the file of values for the configuration; "-" for standard input
-    bool quiet = false;      ///< no progress; only failures are said
-    bool json = false;       ///< one JSON object at the end instead of texts
-    bool jsonEvents = false; ///< one JSON object a line while it goes on
+    std::string values; ///< the file of values for the configuration; "-" for standard input
+    KColourChoice colour = KColourChoice::Automatic;
+    bool quiet = false;         ///< no progress; only failures are said
+    bool json = false;          ///< one JSON object at the end instead of texts
+    bool jsonEvents = false;    ///< one JSON object a line while it goes on
     int progressDescriptor = 1; ///< where these lines go
 
     bool offlineServices = false; ///< leave starts and stops for the next boot where systemd is off

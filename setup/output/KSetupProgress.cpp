@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/KSetupProgress.h>
+#include <setup/output/ProgressLines.h>
+#include <setup/output/TerminalColour.h>
 #include <setup/output/TextFormat.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <string_view>
+#include <utility>
 
 #include <sys/files/FileCalls.h>
 #include <sys/processes/Terminal.h>
@@ -13,16 +16,13 @@ namespace KSETUP {
 namespace {
 
 constexpr auto drawInterval = std::chrono::milliseconds(100);
+constexpr auto lineInterval = std::chrono::seconds(10); // of a rule that takes long
 constexpr unsigned usualColumns = 80;
 
-bool IsTerminalOutput() {
-    const char* type = std::getenv("TERM"); // NOLINT: before there are other threads
-    return KSYS::IsTerminal(STDOUT_FILENO) && type != nullptr && std::string_view(type) != "dumb";
-}
-
-unsigned Columns() {
+/// One column stays free: a terminal would go to the next line when the last one is written.
+std::size_t Cells() {
     const unsigned columns = KSYS::TerminalColumns(STDOUT_FILENO);
-    return columns > 0 ? columns : usualColumns;
+    return std::max(columns > 0 ? columns : usualColumns, 2U) - 1;
 }
 
 /// One write, so that a line is whole however it is read.
@@ -31,39 +31,64 @@ void Write(std::string_view text) {
     static_cast<void>(KSYS::WriteAll(STDOUT_FILENO, text.data(), text.size()));
 }
 
-std::string Line(unsigned done, unsigned all, const KSUP::KString& status) {
-    return "[" + std::to_string(done) + "/" + std::to_string(all) + "] " +
-           Printable(status.c_str());
+std::string Numbered(const KProgressView& view, const std::string& words) {
+    return "[" + std::to_string(view.rule) + "/" + std::to_string(view.rules) + "] " +
+           Printable(words);
 }
 
 } // namespace
 
-KSetupProgress::KSetupProgress() : terminal(IsTerminalOutput()) {}
+KSetupProgress::KSetupProgress(bool isColoured)
+    : terminal(CanDraw(STDOUT_FILENO)),
+      colour(isColoured) {}
 
-void KSetupProgress::Draw(unsigned done, unsigned all, const KSUP::KString& status, bool now) {
-    const Clock::time_point time = Clock::now();
-    if (!terminal || (!now && time - lastDrawn < drawInterval)) {
+void KSetupProgress::BeginRule(const KProgressView& view, Clock::time_point time) {
+    if (!terminal) {
+        Write(Numbered(view, view.words) + "\n");
+        lastShown = time;
+    }
+}
+
+void KSetupProgress::Show(const KProgressView& view, bool now, Clock::time_point time) {
+    if (terminal) {
+        if (now || time - lastShown >= drawInterval) {
+            lastShown = time;
+            rate.Note(time, view.bytesDone);
+            Draw(ProgressLines(view, rate, {Cells(), colour}));
+        }
+    } else if (!now && time - lastShown >= lineInterval) {
+        lastShown = time;
+        Write(Numbered(view, view.status) + ", " + std::to_string(view.percent) + "% of all\n");
+    }
+}
+
+void KSetupProgress::End(const KProgressView& view) {
+    if (terminal && !shown.empty()) {
+        Draw({ProgressBar(view, rate, {Cells(), colour})});
+        Finish();
+    }
+}
+
+/// The cursor rests behind the last line, where what is typed does the least harm.
+void KSetupProgress::Draw(std::vector<std::string> lines) {
+    if (lines == shown) {
         return;
     }
-    lastDrawn = time;
-    // One column stays free: a terminal would go to the next line when the last one is written.
-    const KSUP::KString line = KSUP::KString(Line(done, all, status)).Left(Columns() - 1);
-    if (line != shown.c_str()) {
-        shown = line.c_str();
-        Write("\r" + shown + "\x1b[K");
+    std::string text = shown.empty() ? "" : "\r";
+    for (std::size_t line = 1; line < shown.size(); ++line) {
+        text += "\x1b[A";
     }
+    for (std::size_t line = 0; line < lines.size(); ++line) {
+        text += (line == 0 ? "" : "\r\n") + lines[line] + "\x1b[K";
+    }
+    Write(text + (shown.size() > lines.size() ? "\x1b[J" : ""));
+    shown = std::move(lines);
 }
 
 void KSetupProgress::Finish() {
     if (!shown.empty()) {
         Write("\n");
         shown.clear();
-    }
-}
-
-void KSetupProgress::WriteLine(unsigned number, unsigned all, const KSUP::KString& text) {
-    if (!terminal) {
-        Write(Line(number, all, text) + "\n");
     }
 }
 

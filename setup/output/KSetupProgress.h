@@ -1,36 +1,46 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <sup++/KString.h>
+#include <setup/output/KProgressRate.h>
+#include <setup/output/KProgressView.h>
 
 #include <chrono>
+#include <cstddef>
 #include <string>
+#include <vector>
 
 namespace KSETUP {
 
-/// Shows how far a run is: on a terminal one line that is drawn over, at most ten times a second;
-/// anywhere else one plain line for each rule.
+/// Shows how far a run is: on a terminal a bar that is drawn over, at most ten times a second;
+/// anywhere else one plain line for each rule, and one every ten seconds for a rule that takes long.
 ///
 /// Thread   the main thread's
 class KSetupProgress {
   public:
-    KSetupProgress();
+    using Clock = KProgressRate::Clock;
+
+    /// Units    `isColoured` of the terminal
+    explicit KSetupProgress(bool isColoured = false);
 
     bool IsTerminal() const noexcept { return terminal; }
 
-    /// Draws the line, if it is time or `now` says so. Nothing where there is no terminal.
-    void Draw(unsigned done, unsigned all, const KSUP::KString& status, bool now);
-    /// Ends the line, so that other text can follow.
+    /// A rule began.
+    void BeginRule(const KProgressView& view, Clock::time_point time = Clock::now());
+    /// Shows how far it is, if it is time or `now` says so.
+    void Show(const KProgressView& view, bool now, Clock::time_point time = Clock::now());
+    /// The run is over: the bar stays as it is, without a rule.
+    void End(const KProgressView& view);
+    /// Goes behind what is drawn, so that other text can follow.
     void Finish();
-    /// Writes a line for a rule. Nothing on a terminal.
-    void WriteLine(unsigned number, unsigned all, const KSUP::KString& text);
 
   private:
-    using Clock = std::chrono::steady_clock;
+    void Draw(std::vector<std::string> lines);
 
     const bool terminal;
-    Clock::time_point lastDrawn;
-    std::string shown;
+    const bool colour;
+    Clock::time_point lastShown;
+    KProgressRate rate;
+    std::vector<std::string> shown;
 };
 
 } // namespace KSETUP

@@ -24,6 +24,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/files/FileCalls.h>
+#include <sys/files/KDescriptor.h>
 #include <sys/processes/Terminal.h>
 #include <unistd.h>
 
@@ -212,36 +214,51 @@ void KCheckedRun::FindLogs() {
 }
 
 /// Before the question: the files that are not the product's, and would go.
-void KCheckedRun::TellOfWhatGoesBesides() const {
+std::string KCheckedRun::DescribeWhatGoesBesides() const {
     constexpr std::size_t filesShown = 10;
     const KOwnership& ownership = planned.GetProduct().GetOwnership();
     std::size_t count = 0;
+    std::string text;
     planned.GetPlan().ForEachAction([&](const KPlannedAction& action) {
         const bool goes = action.kind == KPlannedAction::Kind::DeleteFile && !action.lacks;
         if (goes && ownership.Find(action.path) == nullptr && ++count <= filesShown) {
-            std::cout << (count == 1 ? "Not the product's, and deleted too:\n    " : "    ")
-                      << Printable(action.path) << "\n";
+            text += (count == 1 ? "Not the product's, and deleted too:\n    " : "    ") +
+                    Printable(action.path) + "\n";
         }
     });
-    if (count > filesShown) {
-        std::cout << "    and " << count - filesShown << " more\n";
-    }
+    return count > filesShown ? text + "    and " + std::to_string(count - filesShown) + " more\n"
+                              : text;
 }
 
-/// Only where somebody sits: a run that nobody watches is never held up.
+/// Only where somebody sits: a run that nobody watches is never held up. Who watches through a pipe
+/// is asked all the same, on the terminal itself.
 void KCheckedRun::AskBeforeRemoval() const {
     const KRunContext& context = GetContext();
-    if (context.arguments.yes || !context.reporter.IsText() || !KSYS::IsTerminal(STDIN_FILENO) ||
-        !KSYS::IsTerminal(STDOUT_FILENO)) {
+    if (context.arguments.yes || !context.reporter.IsText() || !KSYS::IsTerminal(STDIN_FILENO)) {
         return;
     }
+    KSYS::KDescriptor opened;
+    const bool isTerminalsOwn = KSYS::OpenControllingTerminal(opened) == 0;
+    if (!isTerminalsOwn && !KSYS::IsTerminal(STDOUT_FILENO)) {
+        throw KSetupFailure(
+            ExitCode::usage,
+            "there is no terminal to ask on whether to remove " +
+                Printable(context.report.product) +
+                ". Nothing was removed. --yes removes it without being asked."
+        );
+    }
     const KRunReport& report = context.report;
-    TellOfWhatGoesBesides();
-    std::cout << "Remove " << Printable(report.product) << " " << Printable(report.version)
-              << " from " << Printable(report.productPath) << "? [y/N] " << std::flush;
-    const std::optional<std::string> answer = context.signals.ReadLine(STDIN_FILENO);
-    if (!answer) {
-        std::cout << std::endl; // the end of the line that nobody wrote
+    const std::string question = DescribeWhatGoesBesides() + "Remove " + Printable(report.product) +
+                                 " " + Printable(report.version) + " from " +
+                                 Printable(report.productPath) + "? [y/N] ";
+    const int asked = isTerminalsOwn ? opened.Get() : STDOUT_FILENO;
+    std::cout << std::flush; // in the order in which things happened
+    // One that goes away now ends the answer, too.
+    static_cast<void>(KSYS::WriteAll(asked, question.data(), question.size()));
+    const std::optional<std::string> answer =
+        context.signals.ReadLine(isTerminalsOwn ? opened.Get() : STDIN_FILENO);
+    if (!answer) { // the end of the line that nobody wrote
+        static_cast<void>(KSYS::WriteAll(asked, "\n", 1));
     }
     if (answer != "y" && answer != "Y" && answer != "yes") {
         throw KSetupStop("Nothing was removed.");

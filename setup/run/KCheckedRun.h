@@ -34,7 +34,7 @@ class KCheckedRun {
     void RunPreflight() const;
     void FindLogs();
     void TellOwnership() const;
-    void TellOfWhatGoesBesides() const;
+    std::string DescribeWhatGoesBesides() const;
     void AskBeforeRemoval() const;
 
     KPlannedRun planned;

@@ -10,6 +10,7 @@
 #include <setup/run/KRun.h>
 #include <setup/run/KeepKit.h>
 #include <setup/run/PlannedPaths.h>
+#include <setup/run/RuleWords.h>
 #include <setup/run/RunFailure.h>
 #include <setup/script/KSetupRuleLine.h>
 #include <setup/script/SecretNames.h>
@@ -48,13 +49,18 @@ std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
             rules.push_back(
                 {script + ":" + std::to_string(line.number),
                  MaskedLine(line.type, line.value),
-                 StartsPrograms(rule.rule)}
+                 StartsPrograms(rule.rule),
+                 DescribeRule(rule),
+                 &rule}
             );
         }
     }
     if (planned.Installs()) {
         for (KAddedLine& line : DescribeAddedLines()) {
-            rules.push_back({std::move(line.option), std::move(line.text), false});
+            const std::size_t value = line.text.rfind(',');
+            std::string words = "Setting " + line.text.substr(0, value) + " in the configuration";
+            rules.push_back({std::move(line.option), std::move(line.text), false, std::move(words)}
+            );
         }
     }
     return rules;
@@ -165,10 +171,13 @@ KRun::KRun(KCheckedRun&& checkedRun)
     changes.copied = [this](const std::string& source, const std::string& target) {
         checked.GetCopies().Add(source, target);
         checked.GetReadAhead().NoteCopied();
+        copiedCount.fetch_add(1, std::memory_order_relaxed);
     };
     context.reporter.Start(report);
     NoteWhatMayGo();
     Remember();
+    begun = std::chrono::system_clock::now();
+    begunAt = std::chrono::steady_clock::now();
     StartRules();
 }
 

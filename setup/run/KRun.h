@@ -11,6 +11,8 @@
 #include <setup/state/KWriteJournal.h>
 #include <sup++/KError.h>
 
+#include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -66,6 +68,8 @@ class KRun {
     void Forget();
     void FillError(const KSUP::KError& error);
     void FillStopped();
+    void FillService(const KWatchedRule& rule);
+    void FillWork();
     bool IsRolledBack();
     bool WasBegun() const;
     std::string DescribeWhatStays() const;
@@ -80,8 +84,11 @@ class KRun {
     std::optional<KRunState> state;   // as the next
     std::vector<std::string> toFlush; // once all is done: where something may have been deleted
     KRunChanges changes;              // as its rules tell them
-    KServiceOverrides services;       // of an upgrade
-    bool isSealBroken = false;        // set by the run's thread, read when it has ended
+    std::atomic<unsigned> copiedCount = 0;
+    std::chrono::system_clock::time_point begun; // the first rule
+    std::chrono::steady_clock::time_point begunAt;
+    KServiceOverrides services; // of an upgrade
+    bool isSealBroken = false;  // set by the run's thread, read when it has ended
     KRuleMaker ruleMaker;
     std::map<std::string, std::string> edited; // configuration, and what it was installed as
     KManifest installed;                       // once the run is settled

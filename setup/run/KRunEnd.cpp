@@ -4,6 +4,7 @@
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/files/PathText.h>
+#include <setup/preflight/VersionOrder.h>
 #include <setup/run/FlushDeletions.h>
 #include <setup/run/KAuditLog.h>
 #include <setup/run/KRun.h>
@@ -24,6 +25,8 @@
 #include <system_error>
 #include <utility>
 #include <vector>
+
+#include <sys/services/ServiceJournal.h>
 
 namespace KSETUP {
 
@@ -72,9 +75,11 @@ std::string TakenAway(const std::vector<std::string>& paths) {
 
 void KRun::Finish() {
     const auto ended = watch->Wait();
-    report.rulesDone = installer.GetCompletedCount();
-    report.rulesAll = installer.GetMaxCount();
+    // A rule that is called off counts as done for the engine.
+    report.rulesDone = installer.IsCancelled() ? watch->GetDone() : installer.GetCompletedCount();
+    report.rulesAll = watch->GetRuleCount();
     report.changed = WasBegun();
+    FillWork();
     if (ended) {
         FillError(*ended);
     } else {
@@ -82,6 +87,16 @@ void KRun::Finish() {
     }
     FillNotes();
     KAuditLog::End(report, installer.GetLog());
+}
+
+/// What the rules did. The bytes are those of the plan.
+void KRun::FillWork() {
+    report.filesCopied = copiedCount.load(std::memory_order_relaxed);
+    report.bytesCopied = watch->GetBytesDone();
+    report.wasNewer =
+        !report.formerVersion.empty() && CompareVersions(report.formerVersion, report.version) > 0;
+    report.seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - begunAt).count();
 }
 
 /// Settles what is remembered of the product. From the record on the run is not to be stopped: a
@@ -276,6 +291,10 @@ void KRun::FillError(const KSUP::KError& error) {
     if (const KWatchedRule* rule = watch->GetRule(report.rulesDone)) {
         report.place = rule->place;
         report.rule = rule->text;
+        report.ruleAtWork = report.rulesDone + 1;
+        if (error.GetKind() == KSUP::KErrorKind::Service) {
+            FillService(*rule);
+        }
     } else if (!isSealBroken) {
         report.notes.emplace_back("All rules were done; writing the record of the product failed.");
     }
@@ -286,16 +305,32 @@ void KRun::FillError(const KSUP::KError& error) {
     report.notes.push_back(stays + (stays.empty() ? "" : ". ") + "Fix the cause and run it again.");
 }
 
+/// What the service said itself.
+void KRun::FillService(const KWatchedRule& rule) {
+    constexpr std::size_t linesShown = 5;
+    if (rule.planned == nullptr) {
+        return;
+    }
+    for (const KPlannedAction& action : rule.planned->actions) {
+        if (action.kind == KPlannedAction::Kind::StartService ||
+            action.kind == KPlannedAction::Kind::StopService) {
+            report.service = action.path;
+            report.journal = KSYS::ReadServiceJournal(action.path, begun, linesShown);
+        }
+    }
+}
+
 void KRun::FillStopped() {
     const int signal = context.signals.GetFirst();
     report.result = KRunResult::Cancelled;
     report.exitCode = ExitCode::signalBase + (signal != 0 ? signal : SIGINT);
     report.error = "stopped on request";
+    report.ruleAtWork = watch->GetStarted() > report.rulesDone ? report.rulesDone + 1 : 0;
     if (IsRolledBack()) {
         return;
     }
-    if (report.rulesDone > 0) { // a copy that was called off counts as done
-        const unsigned last = report.rulesDone - 1;
+    if (report.ruleAtWork != 0) { // which was called off
+        const unsigned last = report.rulesDone;
         std::vector<std::string> missing = FindMissingCopies(GetPlanned().GetPlan(), last);
         const std::string copied = watch->GetCopied(last);
         // A command may have made what no plan could know of.
@@ -328,7 +363,7 @@ bool KRun::IsRolledBack() {
 
 /// Whether a rule may have changed something.
 bool KRun::WasBegun() const {
-    return report.rulesDone > 0 || !installer.GetStatus().IsEmpty();
+    return installer.GetCompletedCount() > 0 || !installer.GetStatus().IsEmpty();
 }
 
 /// Empty when nothing was done, or there is no directory in which anything could stay.

@@ -149,6 +149,10 @@ std::vector<std::string> KRun::FindLeft() const {
     if (isKnown) {
         const std::vector<std::string> remaining = ownership.GetManifest().FindRemaining();
         left.insert(remaining.begin(), remaining.end());
+        for (const auto& [path, entry] : ownership.GetManifest().GetEntries()) {
+            report.filesDeleted +=
+                entry.kind != KManifestEntry::Kind::Directory && !left.contains(path) ? 1U : 0U;
+        }
     }
     for (const KRunChanges::Kept& kept : changes.configuration) {
         left.erase(NormalPath(kept.path)); // told with its own advice

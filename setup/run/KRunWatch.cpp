@@ -12,6 +12,14 @@ namespace {
 
 using Kind = KINS::KRunEvent::Kind;
 
+KRunWork WorkOf(const std::vector<KWatchedRule>& rules) {
+    std::vector<KRunWork::Rule> counted;
+    for (const KWatchedRule& rule : rules) {
+        counted.push_back({rule.planned, rule.startsPrograms});
+    }
+    return KRunWork(counted);
+}
+
 } // namespace
 
 KRunWatch::KRunWatch(
@@ -19,7 +27,11 @@ KRunWatch::KRunWatch(
 )
     : installer(watched),
       context(given),
-      rules(std::move(countedRules)) {}
+      rules(std::move(countedRules)),
+      work(WorkOf(rules)) {
+    view.rules = GetRuleCount();
+    view.bytesAll = work.GetBytesAll();
+}
 
 void KRunWatch::Take(const KINS::KRunEvent& event) {
     const KSYS::KScopedLock hold(guard);
@@ -35,7 +47,15 @@ void KRunWatch::Take(const KINS::KRunEvent& event) {
         queue.back().percentage = event.percentage;
         return;
     }
-    queue.push_back({event.kind, event.rule, event.text.c_str(), event.percentage});
+    const bool begins = event.kind == Kind::Status && event.percentage == KINS::noPercentage;
+    queue.push_back(
+        {event.kind,
+         event.rule,
+         event.kind == Kind::Status ? event.text.c_str() : "",
+         event.percentage,
+         begins ? event.path.c_str() : "",
+         event.kind == Kind::RuleDone && installer.IsCancelled()}
+    );
 }
 
 std::optional<KSUP::KError> KRunWatch::Wait() {
@@ -70,39 +90,57 @@ void KRunWatch::TellQueued() {
     }
 }
 
-/// Most rules say at once what they do, and are told by that; those that say nothing by their line.
+/// Most rules say at once what they do, and are told by that; the others by what is planned.
 void KRunWatch::Tell(const Event& event) {
     switch (event.kind) {
     case Kind::RuleStarted:
+        work.BeginRule(event.rule);
+        view.rule = event.rule + 1;
+        view.words = rules[event.rule].words;
+        view.status = view.words;
         break;
     case Kind::Status:
-        TellStarted(event.rule, event.text);
-        status = event.text;
-        part = 0;
+        view.status = event.text;
         if (event.percentage != KINS::noPercentage) {
-            status += " (" + std::to_string(std::lround(std::ceil(event.percentage))) + "%)";
-            part = event.percentage / 100;
+            view.status += " (" + std::to_string(std::lround(std::ceil(event.percentage))) + "%)";
+            work.SetPart(event.percentage / 100);
+        } else {
+            view.words = event.text;
+            work.BeginEntry(event.path);
         }
+        TellStarted(event.rule);
         break;
     case Kind::RuleDone:
-        TellStarted(event.rule, rules[event.rule].text);
+        TellStarted(event.rule);
+        if (event.isStopped) {
+            return; // it may have been called off, and says nothing of that
+        }
         toldDone = event.rule + 1;
-        part = 0;
-        context.reporter.RuleDone(toldDone);
-        break;
+        work.BeginRule(toldDone);
+        NoteProgress();
+        context.reporter.RuleDone(toldDone, view.percent);
+        return;
     }
+    NoteProgress();
 }
 
-void KRunWatch::TellStarted(unsigned rule, const std::string& words) {
+void KRunWatch::NoteProgress() {
+    view.percent = work.GetPercent();
+    view.bytesDone = work.GetBytesDone();
+}
+
+void KRunWatch::TellStarted(unsigned rule) {
     if (rule == toldStarted) {
-        context.reporter.RuleStarted(++toldStarted, rules[rule].place, words);
+        ++toldStarted;
+        context.reporter.RuleStarted(view, rules[rule].place);
     }
 }
 
 void KRunWatch::TellStatus(bool isLast) {
-    // What is called off reports that it is done, and nothing follows.
-    if (!installer.IsCancelled()) {
-        context.reporter.Status(toldDone, KSUP::KString(status), part, isLast);
+    // What is called off reports that it is done, and nothing follows. A rule that has not said yet
+    // what it does has not begun for whoever listens.
+    if (!installer.IsCancelled() && toldStarted > 0 && toldStarted == view.rule) {
+        context.reporter.Progress(view, isLast);
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <ins/KInstaller.h>
 #include <setup/run/KRunContext.h>
+#include <setup/run/KRunWork.h>
 #include <sup++/KError.h>
 #include <sup++/ThreadSafety.h>
 
@@ -21,10 +22,12 @@ struct KWatchedRule {
     std::string place;           ///< "/kit/install.ini:12", or the option of the command line
     std::string text;            ///< as it is written there
     bool startsPrograms = false; ///< or services
+    std::string words{};         ///< what it does, if it says nothing of itself
+    const KPlannedRule* planned = nullptr; ///< null where no plan has it
 };
 
 /// Watches a run: tells which rule is at work and how far it is, answers signals, and ends with the
-/// run. What the engine tells is queued on its thread and told on in the same order.
+/// run. A rule that is at work when the run is stopped is not done, whatever it says. What the engine tells is queued on its thread and told on in the same order.
 ///
 /// Borrows everything that it is given.
 /// Thread   the main thread's; the engine calls Take on the worker thread
@@ -42,6 +45,12 @@ class KRunWatch {
     /// Returns when the run has ended: with nothing, or with what ended it.
     std::optional<KSUP::KError> Wait();
 
+    /// How many rules were done, before any stop.
+    unsigned GetDone() const noexcept { return toldDone; }
+    /// Of what was to be copied, as it was planned.
+    std::uint64_t GetBytesDone() const noexcept { return view.bytesDone; }
+    /// How many began, or said that they do.
+    unsigned GetStarted() const noexcept { return toldStarted; }
     unsigned GetRuleCount() const noexcept { return static_cast<unsigned>(rules.size()); }
     /// The rule behind those that are done; nothing when all are.
     const KWatchedRule* GetRule(unsigned done) const noexcept;
@@ -54,11 +63,14 @@ class KRunWatch {
         unsigned rule;
         std::string text;
         double percentage;
+        std::string path; // of a status that begins with it
+        bool isStopped;   // a stop was asked for before
     };
 
     void TellQueued();
     void Tell(const Event& event);
-    void TellStarted(unsigned rule, const std::string& words);
+    void TellStarted(unsigned rule);
+    void NoteProgress();
     void TellStatus(bool isLast);
     void AnswerSignal();
 
@@ -67,8 +79,8 @@ class KRunWatch {
     std::vector<KWatchedRule> rules; // fixed
     unsigned toldStarted = 0;
     unsigned toldDone = 0;
-    std::string status; // as the engine has it, with its percentage
-    double part = 0;    // of the rule at work that is done, from 0 to 1
+    KRunWork work;
+    KProgressView view;
 
     // What the worker thread told.
     mutable KSYS::KAnnotatedMutex<std::mutex> guard;

@@ -157,7 +157,7 @@ class Step {
 
     /// Takes a section that belongs to a command; false for any other.
     bool Take(const CaseSection& section);
-    void Run(const std::string& text, const std::string& input);
+    void Run(const std::string& text, const std::string& input, unsigned columns);
     /// What differs; "" for nothing.
     std::string Description() const;
     /// The sections with what came, for the case's file.
@@ -198,16 +198,19 @@ bool Step::Take(const CaseSection& section) {
 
 std::string Step::WithMarks(std::string line) const {
     static const std::regex version("ins-setup [0-9]+\\.[0-9]+\\.[0-9]+");
+    static const std::regex seconds("in [0-9]+\\.[0-9] s\\b");
     static const std::regex time("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:.]+Z");
     line = Replaced(line, SvcGetGlobalDataEx()->architecture, "@ARCH@");
     line = std::regex_replace(line, time, "@TIME@");
+    line = std::regex_replace(line, seconds, "in @SECONDS@ s");
     return std::regex_replace(line, version, "ins-setup @VERSION@");
 }
 
-void Step::Run(const std::string& text, const std::string& input) {
+void Step::Run(const std::string& text, const std::string& input, unsigned columns) {
     const std::map<std::string, std::string> before = ListWorld();
     const std::size_t logBefore = LogLines().size();
-    ShellOutcome outcome = RunShell(text, input);
+    ShellOutcome outcome =
+        columns == 0 ? RunShell(text, input) : RunShellOnTerminal(text, input, columns);
     Lines log = LogLines();
     log.erase(
         log.begin(), log.begin() + static_cast<std::ptrdiff_t>(std::min(logBefore, log.size()))
@@ -293,8 +296,19 @@ class Case {
 
     const CaseFile& file;
     const StandardKit& kit;
+    unsigned ColumnsOf(const CaseSection& section) const;
+
     std::string input;
+    unsigned columns = 0; // of the terminal of the next command; 0 for none
 };
+
+unsigned Case::ColumnsOf(const CaseSection& section) const {
+    const std::string& number = section.arguments;
+    if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) {
+        file.Refuse(section.lineNumber, "how many columns? As in: == terminal 80");
+    }
+    return static_cast<unsigned>(std::stoul(number));
+}
 
 void Case::LayKit(const CaseSection& section) {
     for (const auto& [name, one] : kit.files) {
@@ -345,6 +359,8 @@ bool Case::Prepare(const CaseSection& section) {
         Given(section);
     } else if (section.name == "input") {
         input = Joined(section.lines);
+    } else if (section.name == "terminal") {
+        columns = ColumnsOf(section);
     } else {
         return section.name == "describe";
     }
@@ -368,7 +384,9 @@ Verdict Case::Try() {
         while (at < file.sections.size() && step.Take(file.sections[at])) {
             ++at;
         }
-        step.Run(WithPlaces(Joined(section.lines)), std::exchange(input, ""));
+        step.Run(
+            WithPlaces(Joined(section.lines)), std::exchange(input, ""), std::exchange(columns, 0)
+        );
         isTried = true;
         verdict.text += step.Description();
         for (CaseSection& part : step.Accepted()) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ShellStep.h"
 
+#include "../support/TerminalScreen.h"
 #include "SetupWorld.h"
 
 #include <cerrno>
@@ -8,6 +9,7 @@
 #include <sstream>
 #include <system_error>
 
+#include <pty.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -18,6 +20,7 @@ namespace KTEST {
 namespace {
 
 constexpr unsigned longestStepSeconds = 60;
+constexpr const char* question = "[y/N] "; // keys are pressed behind one
 
 /// A file without a name, for one stream.
 class Stream {
@@ -88,18 +91,14 @@ std::vector<std::string> LinesOf(const std::string& bytes) {
     return lines;
 }
 
-[[noreturn]] void
-Become(const std::string& text, const Stream& in, const Stream& out, const Stream& err) {
-    ::setsid();
-    ::dup2(in.Get(), STDIN_FILENO);
-    ::dup2(out.Get(), STDOUT_FILENO);
-    ::dup2(err.Get(), STDERR_FILENO);
+/// Becomes the shell, of which the streams are in place.
+[[noreturn]] void Become(const std::string& text, const char* terminal) {
     ::close_range(STDERR_FILENO + 1, ~0U, 0);
     ::alarm(longestStepSeconds);
     const std::string path =
         std::string("PATH=") + programDirectory + ":/usr/sbin:/usr/bin:/sbin:/bin";
     const char* arguments[] = {"sh", "-c", text.c_str(), nullptr};
-    const char* environment[] = {path.c_str(), "HOME=/root", "LANG=C.UTF-8", nullptr};
+    const char* environment[] = {path.c_str(), "HOME=/root", "LANG=C.UTF-8", terminal, nullptr};
     ::execve(
         "/bin/sh",
         const_cast<char* const*>(arguments
@@ -108,6 +107,14 @@ Become(const std::string& text, const Stream& in, const Stream& out, const Strea
         ) // NOLINT(cppcoreguidelines-pro-type-const-cast): as execve has it
     );
     ::_exit(127);
+}
+
+int WaitFor(pid_t child) {
+    int status = 0;
+    // Processes that lost their parent come to this one; nobody asks how they ended.
+    while (::waitpid(-1, &status, 0) != child) {
+    }
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }
 
 } // namespace
@@ -121,16 +128,51 @@ ShellOutcome RunShell(const std::string& text, const std::string& input) {
         throw std::system_error(errno, std::generic_category(), "fork");
     }
     if (child == 0) {
-        Become(text, in, out, err);
+        ::setsid();
+        ::dup2(in.Get(), STDIN_FILENO);
+        ::dup2(out.Get(), STDOUT_FILENO);
+        ::dup2(err.Get(), STDERR_FILENO);
+        Become(text, nullptr);
     }
-    int status = 0;
-    // Processes that lost their parent come to this one; nobody asks how they ended.
-    while (::waitpid(-1, &status, 0) != child) {
+    const int code = WaitFor(child);
+    return {code, LinesOf(out.Read()), LinesOf(err.Read())};
+}
+
+ShellOutcome
+RunShellOnTerminal(const std::string& text, const std::string& keys, unsigned columns) {
+    winsize size{};
+    size.ws_row = 24;
+    size.ws_col = static_cast<unsigned short>(columns);
+    int terminal = -1;
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
+    if (child < 0) {
+        throw std::system_error(errno, std::generic_category(), "forkpty");
     }
-    return {
-        WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status),
-        LinesOf(out.Read()),
-        LinesOf(err.Read())};
+    if (child == 0) {
+        Become(text, "TERM=xterm");
+    }
+    TerminalScreen screen(columns);
+    std::string shown;
+    bool isAnswered = keys.empty();
+    char buffer[4096];
+    // The last one who has the terminal open ends it.
+    for (ssize_t got = 0; (got = ::read(terminal, buffer, sizeof(buffer))) > 0;) {
+        shown.append(buffer, static_cast<std::size_t>(got));
+        screen.Write({buffer, static_cast<std::size_t>(got)});
+        if (!isAnswered && shown.find(question) != std::string::npos) {
+            isAnswered = true;
+            if (::write(terminal, keys.data(), keys.size()) < 0) {
+                throw std::system_error(errno, std::generic_category(), "write to a terminal");
+            }
+        }
+    }
+    const int code = WaitFor(child);
+    ::close(terminal);
+    std::string lines;
+    for (const std::string& line : screen.GetLines()) {
+        lines += line + "\n";
+    }
+    return {code, LinesOf(lines), {}};
 }
 
 } // namespace KTEST

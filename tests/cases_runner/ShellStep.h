@@ -19,4 +19,10 @@ struct ShellOutcome {
 /// Throws   std::system_error
 ShellOutcome RunShell(const std::string& text, const std::string& input);
 
+/// The same on a terminal of its own, of which `out` is what stands there at the end, standard error
+/// too, as TerminalScreen tells it. The keys are pressed once something is asked.
+///
+/// Throws   std::system_error
+ShellOutcome RunShellOnTerminal(const std::string& text, const std::string& keys, unsigned columns);
+
 } // namespace KTEST

@@ -23,12 +23,13 @@ struct Outcome {
     std::string text;
 };
 
-/// Runs an example with a kit; both outputs in one.
-Outcome RunExample(const std::string& example, const std::string& kit) {
-    const std::string program =
-        std::filesystem::canonical("/proc/self/exe").parent_path().string() + "/" + example;
-    FILE* output =
-        ::popen((program + " " + kit + " 2>&1").c_str(), "r"); // NOLINT: no untrusted text
+std::string Programs() {
+    return std::filesystem::canonical("/proc/self/exe").parent_path().string();
+}
+
+/// Runs a command; both outputs in one.
+Outcome RunCommand(const std::string& command) {
+    FILE* output = ::popen((command + " 2>&1").c_str(), "r"); // NOLINT: no untrusted text
     std::string text;
     char buffer[4096];
     for (std::size_t got = 0; (got = std::fread(buffer, 1, sizeof(buffer), output)) > 0;) {
@@ -36,6 +37,11 @@ Outcome RunExample(const std::string& example, const std::string& kit) {
     }
     const int status = ::pclose(output);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text};
+}
+
+/// Runs an example with a kit.
+Outcome RunExample(const std::string& example, const std::string& kit) {
+    return RunCommand(Programs() + "/" + example + " " + kit);
 }
 Outcome RunExample(const std::string& example) {
     return RunExample(example, INSPP_EXAMPLES "/" + example + "/kit");
@@ -55,6 +61,29 @@ TEST(ExamplesTest, TheEngineIsEmbeddedInTenLines) {
 
 TEST(ExamplesTest, AnEmbeddedEngineReportsAKitThatIsNone) {
     EXPECT_EQ(RunExample("embed", "/nowhere").exitCode, 66);
+}
+
+/// Runs the example in Python, which finds the library by the loader's own path.
+Outcome RunPython(const std::string& arguments) {
+    return RunCommand(
+        "LD_LIBRARY_PATH=" + Programs() + "/../lib python3 " INSPP_EXAMPLES "/python/install.py " +
+        arguments
+    );
+}
+
+TEST(ExamplesTest, AnotherLanguageInstallsAndRemovesByTheFunctionsOfC) {
+    const Outcome installed = RunPython(INSPP_EXAMPLES "/python/kit");
+    EXPECT_EQ(installed.exitCode, 0) << installed.text;
+    EXPECT_THAT(installed.text, HasSubstr("\nCopying file /opt/example-python/lin/"));
+    EXPECT_THAT(installed.text, EndsWith(" rules done\n"));
+    EXPECT_TRUE(std::filesystem::exists("/opt/example-python/lin/x86_64/hello"));
+    const Outcome removed = RunPython(INSPP_EXAMPLES "/python/kit remove");
+    EXPECT_EQ(removed.exitCode, 0) << removed.text;
+    EXPECT_FALSE(std::filesystem::exists("/opt/example-python/lin/x86_64/hello"));
+    const Outcome again = RunPython(INSPP_EXAMPLES "/python/kit remove");
+    EXPECT_EQ(again.exitCode, 1) << again.text;
+    EXPECT_THAT(again.text, HasSubstr("\nError 64 "));
+    EXPECT_EQ(RunPython("/nowhere").exitCode, 66);
 }
 
 TEST(ExamplesTest, AMailboxCarriesTheCallbackToAnotherThread) {

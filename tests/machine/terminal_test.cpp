@@ -3,6 +3,7 @@
 // ins-setup on a terminal: the line that is drawn over, keys, and a terminal that changes or goes.
 #include "../support/NameOfRow.h"
 #include "../support/TemporaryTree.h"
+#include "../support/TerminalScreen.h"
 #include "SetupRig.h"
 
 #include <gmock/gmock.h>
@@ -31,6 +32,7 @@ using ::testing::HasSubstr;
 using ::testing::Le;
 using ::testing::Not;
 using ::testing::SizeIs;
+using ::testing::StartsWith;
 
 constexpr auto patience = std::chrono::seconds(60);
 
@@ -134,15 +136,21 @@ class TerminalTest : public ::testing::Test {
         ReadUntil("(what never comes)");
         return End();
     }
-    /// Each state of the line that is drawn over, without what clears the rest of it.
+    /// Each state of the line that tells the rule at work, without what clears the rest of it.
     std::vector<std::string> DrawnLines() const {
         std::vector<std::string> lines;
-        for (std::size_t at = 0; (at = shown.find("\r[", at)) != std::string::npos;) {
+        for (std::size_t at = 0; (at = shown.find("\r\n[", at)) != std::string::npos;) {
             const std::size_t end = std::min(shown.find("\x1b[K", at), shown.size());
-            lines.push_back(shown.substr(at + 1, end - at - 1));
+            lines.push_back(shown.substr(at + 2, end - at - 2));
             at = end;
         }
         return lines;
+    }
+    /// What stands there after all that came.
+    std::vector<std::string> Screen(std::size_t columns) const {
+        KTEST::TerminalScreen screen(columns);
+        screen.Write(shown);
+        return screen.GetLines();
     }
 
     KTEST::TemporaryTree tree;
@@ -152,34 +160,42 @@ class TerminalTest : public ::testing::Test {
     std::size_t seen = 0; // of shown
 };
 
-TEST_F(TerminalTest, TheLineIsDrawnOverAndItsLastStateStays) {
+TEST_F(TerminalTest, TheBarIsDrawnOverAndStaysWhole) {
     Start("install", 80);
     EXPECT_EQ(RunToEnd(), 0);
     ASSERT_FALSE(DrawnLines().empty());
-    EXPECT_THAT(DrawnLines().back(), HasSubstr("[6/6]"));
-    EXPECT_THAT(shown, HasSubstr("Terminal Test 1.0 (build 1) is installed in "));
+    EXPECT_THAT(DrawnLines().back(), HasSubstr("[6/6] Making link /etc/terminaltest/terminaltest"));
+    ASSERT_GE(Screen(80).size(), 4U);
+    EXPECT_THAT(
+        Screen(80)[0], StartsWith("<1>100%<0> [<32>####################<0>] 7 bytes of 7 bytes")
+    );
+    EXPECT_THAT(Screen(80)[1], StartsWith("<1;32>Terminal Test 1.0 (build 1) is installed in "));
 }
 
-TEST_F(TerminalTest, ANarrowTerminalGetsANarrowLine) {
+TEST_F(TerminalTest, ANarrowTerminalGetsNarrowLines) {
     Start("install", 20);
     EXPECT_EQ(RunToEnd(), 0);
     ASSERT_FALSE(DrawnLines().empty());
     EXPECT_THAT(DrawnLines(), Each(SizeIs(Le(19U))));
 }
 
-TEST_F(TerminalTest, AWideTerminalGetsTheWholeLine) {
+TEST_F(TerminalTest, AWideTerminalGetsTheRuleBesideTheBar) {
     GivenLongCopy();
     Start("install", 200);
-    EXPECT_TRUE(ReadUntil("Copying file svc ("));
-    EXPECT_THAT(DrawnLines().back(), HasSubstr("%)"));
+    ASSERT_TRUE(ReadUntil("Copying file "));
+    ASSERT_TRUE(ReadUntil("svc\x1b[K"));
+    EXPECT_THAT(
+        Screen(200).at(0),
+        AllOf(HasSubstr("] "), HasSubstr(" of 4.0 GiB"), HasSubstr("[4/6] Copying file "))
+    );
 }
 
-TEST_F(TerminalTest, TheLineFollowsATerminalThatChangesItsWidth) {
+TEST_F(TerminalTest, TheLinesFollowATerminalThatChangesItsWidth) {
     GivenLongCopy();
-    Start("install", 200);
-    ASSERT_TRUE(ReadUntil("Copying file svc ("));
+    Start("install", 80);
+    ASSERT_TRUE(ReadUntil("[4/6] Copying file "));
     Resize(20);
-    EXPECT_TRUE(ReadUntil("\r[3/6] Copying file \x1b[K"));
+    EXPECT_TRUE(ReadUntil("\r\n[4/6] Copying file \x1b[K"));
 }
 
 TEST_F(TerminalTest, ADumbTerminalGetsPlainLines) {
@@ -187,11 +203,11 @@ TEST_F(TerminalTest, ADumbTerminalGetsPlainLines) {
     EXPECT_EQ(RunToEnd(), 0);
     EXPECT_THAT(
         shown,
-        AllOf(HasSubstr("[4/6] Copying file "), Not(HasSubstr("\x1b")), Not(HasSubstr("\r[")))
+        AllOf(HasSubstr("[4/6] Copying file "), Not(HasSubstr("\x1b")), Not(HasSubstr("% [")))
     );
 }
 
-TEST_F(TerminalTest, TheLineIsDrawnAtMostTenTimesASecond) {
+TEST_F(TerminalTest, TheBarIsDrawnAtMostTenTimesASecond) {
     GivenLongCopy();
     const auto start = std::chrono::steady_clock::now();
     Start("install", 80);
@@ -204,7 +220,7 @@ TEST_F(TerminalTest, TheLineIsDrawnAtMostTenTimesASecond) {
 TEST_F(TerminalTest, CtrlCStopsAndSaysWhatBecameOfTheFile) {
     GivenLongCopy();
     Start("install", 80);
-    ASSERT_TRUE(ReadUntil("Copying file svc ("));
+    ASSERT_TRUE(ReadUntil("Copying file "));
     Press("\x03");
     ASSERT_TRUE(ReadUntil("Stopping."));
     EXPECT_EQ(RunToEnd(), 130);
@@ -215,7 +231,7 @@ TEST_F(TerminalTest, CtrlCStopsAndSaysWhatBecameOfTheFile) {
     );
     EXPECT_FALSE(tree.Exists("product/lin/x86_64/svc"));
     // A copy that is called off reports all of it.
-    EXPECT_THAT(shown.substr(shown.find("Stopping.")), Not(HasSubstr("\r[")));
+    EXPECT_THAT(shown.substr(shown.find("Stopping.")), Not(HasSubstr("% [")));
 }
 
 TEST_F(TerminalTest, ASecondCtrlCIsAnsweredToo) {
@@ -242,7 +258,7 @@ TEST_F(TerminalTest, ASecondCtrlCIsAnsweredToo) {
 TEST_F(TerminalTest, ATerminalThatGoesStopsTheRun) {
     GivenLongCopy();
     Start("install", 80);
-    ASSERT_TRUE(ReadUntil("Copying file svc ("));
+    ASSERT_TRUE(ReadUntil("Copying file "));
     Close();
     EXPECT_EQ(End(), 129);
     EXPECT_FALSE(tree.Exists("product/lin/x86_64/svc"));
@@ -284,7 +300,7 @@ TEST_P(UnansweredTest, RemovesNothing) {
     if (GetParam().signal != 0) {
         ASSERT_EQ(::kill(process, GetParam().signal), 0);
     }
-    ASSERT_TRUE(ReadUntil("\r\nins-setup: Nothing was removed.\r\n"));
+    ASSERT_TRUE(ReadUntil("\r\n\x1b[1;31mins-setup:\x1b[0m Nothing was removed.\r\n"));
     EXPECT_EQ(RunToEnd(), GetParam().exitCode);
     EXPECT_THAT(
         KTEST::Changes(before, KTEST::WholeMachine({tree.Path("product")})), ::testing::IsEmpty()

@@ -245,7 +245,7 @@ class KRace {
         if (end.err.empty() && end.out.empty()) {
             return "it does not say why: " + end.ToText();
         }
-        const bool hasBegun = end.err.find("failed after") != std::string::npos ||
+        const bool hasBegun = end.err.find("ing failed ") != std::string::npos ||
                               end.err.find("What was done") != std::string::npos ||
                               end.err.find("restor") != std::string::npos;
         ++(hasBegun ? told : refused);

@@ -2,6 +2,7 @@
 #include "Common.h"
 
 #include <sup++/KError.h>
+#include <sup++/KErrorSource.h>
 
 #include <cctype>
 #include <type_traits>
@@ -127,6 +128,22 @@ TEST(KErrorTest, TheSummaryTellsCodeAndPlaceWithoutInformation) {
     EXPECT_THAT(summary, HasSubstr("ins/KFileRule"));
     EXPECT_THAT(summary, HasSubstr("175"));
     EXPECT_THAT(summary, HasSubstr("ParseRule"));
+}
+
+TEST(KErrorTest, AStopAndTheLackOfRightsAreToldInWords) {
+    const auto summaryOf = [](unsigned code) -> std::string {
+        constexpr KSUP::KErrorSource source{"a source"};
+        try {
+            source.Raise(KSUP::TraceLevel::rule, code);
+        } catch (const KError& error) {
+            EXPECT_FALSE(error.HasInfo());
+            return error.GetSummary().c_str();
+        }
+    };
+    EXPECT_THAT(summaryOf(66), HasSubstr("): the run was stopped on request"));
+    EXPECT_THAT(summaryOf(99), HasSubstr("): only root can install and remove"));
+    EXPECT_THAT(summaryOf(182), HasSubstr("): systemd or the service refused"));
+    EXPECT_THAT(summaryOf(64), testing::EndsWith(")"));
 }
 
 TEST(KErrorTest, TheSummaryHasNoControlCharacters) {

@@ -8,8 +8,10 @@
 
 #include <boost/shared_ptr.hpp>
 
+#include <iomanip>
 #include <limits>
 #include <map>
+#include <sstream>
 #include <thread>
 #include <type_traits>
 
@@ -357,4 +359,10 @@ TEST(KStringTest, LongTextsKeepTheirPositions) {
 }
 
 } // namespace
+TEST(KStringTest, IsWrittenToAStreamAsAnyTextIs) {
+    std::ostringstream stream;
+    stream << KString("a") << '|' << std::setw(3) << KString("b") << '|' << KString() << '|';
+    EXPECT_EQ(stream.str(), "a|  b||");
+}
+
 } // namespace KTEST

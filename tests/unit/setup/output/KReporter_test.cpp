@@ -51,8 +51,12 @@ class KReporterTest : public ::testing::Test {
         {
             KReporter reporter(arguments);
             reporter.Start(report);
-            reporter.RuleStarted(1, "/kit/install.ini:11", "Creating directory /opt/dps");
-            reporter.RuleDone(1);
+            KSETUP::KProgressView view;
+            view.rule = 1;
+            view.rules = 2;
+            view.words = "Creating directory /opt/dps";
+            reporter.RuleStarted(view, "/kit/install.ini:11");
+            reporter.RuleDone(1, 50);
             reporter.Say("a sentence");
             reporter.Finish(report);
         }
@@ -73,7 +77,8 @@ TEST_F(KReporterTest, TextHasALineARuleAndTheResult) {
         "[1/2] Creating directory /opt/dps\n"
         "a sentence\n"
         "DPS 2.2 (build 41) is installed in /opt/dps.\n"
-        "2 rules done. Log: /var/log/DPS Setup Log.txt\n"
+        "2 rules done in 0.0 s.\n"
+        "Log: /var/log/DPS Setup Log.txt\n"
     );
     EXPECT_THAT(err, IsEmpty());
 }
@@ -171,8 +176,56 @@ TEST_F(KReporterTest, WhatARemovalLeavesIsListed) {
     report.notes = {"A note."};
     Tell();
     EXPECT_THAT(
-        out, HasSubstr("DPS is removed from /opt/dps.\nStill there:\n    /opt/dps/mine\nA note.\n")
+        out,
+        HasSubstr("DPS is removed from /opt/dps.\n2 rules done in 0.0 s.\nStill there:\n    "
+                  "/opt/dps/mine\nA note.\nLog: /var/log/DPS Setup Log.txt\n")
     );
+}
+
+TEST_F(KReporterTest, AnUpgradeIsToldInThreeLinesAndWhereItsLogIs) {
+    report.formerVersion = "2.1";
+    report.filesCopied = 312;
+    report.bytesCopied = 800ULL << 20U;
+    report.seconds = 4.04;
+    report.keptConfiguration = {{"/opt/dps/config/dps.ini", ""}};
+    report.obsolete = {"/opt/dps/old", "/opt/dps/older"};
+    report.outdated = {"dps.service still runs the former program."};
+    Tell();
+    EXPECT_THAT(
+        out,
+        HasSubstr("DPS 2.2 (build 41) is installed in /opt/dps, upgraded from 2.1.\n"
+                  "2 rules done: 312 files (800.0 MiB) copied in 4.0 s.\n"
+                  "1 edited file kept, 2 obsolete entries deleted, 1 program or service still uses "
+                  "what was replaced.\n")
+    );
+    EXPECT_THAT(out, testing::EndsWith("\nLog: /var/log/DPS Setup Log.txt\n"));
+}
+
+TEST_F(KReporterTest, AnOlderVersionIsNoUpgrade) {
+    report.formerVersion = "2.3";
+    report.wasNewer = true;
+    Tell();
+    EXPECT_THAT(out, HasSubstr("is installed in /opt/dps, in place of 2.3.\n"));
+}
+
+TEST_F(KReporterTest, AServiceThatFailsIsToldWithItsJournal) {
+    GivenFailure();
+    report.ruleAtWork = 2;
+    report.service = "dps";
+    report.journal = {"dps: cannot open /etc/dps.key", "dps.service: Failed"};
+    Tell();
+    EXPECT_THAT(
+        err,
+        HasSubstr("The journal of dps ends with\n    dps: cannot open /etc/dps.key\n"
+                  "    dps.service: Failed\n"
+                  "\"journalctl -u dps\" and \"systemctl status dps\" tell more.\n")
+    );
+}
+
+TEST_F(KReporterTest, ColoursComeWhereTheyAreAskedFor) {
+    arguments.colour = KSETUP::KColourChoice::Always;
+    Tell();
+    EXPECT_THAT(out, HasSubstr("\x1b[1;32mDPS 2.2 (build 41) is installed in /opt/dps.\x1b[0m\n"));
 }
 
 TEST_F(KReporterTest, NotInstalledIsSaid) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // What "--help" tells, the manual page and the completion know too.
+#include "../../../support/TemporaryTree.h"
+
 #include <setup/output/KSetupArguments.h>
 
 #include <gmock/gmock.h>
@@ -78,8 +80,10 @@ std::vector<std::string> CommandsOf(const std::string& command) {
 }
 
 /// What the completion proposes behind these words.
-std::set<std::string> CompletionsOf(const std::string& words, const std::string& begun) {
+std::set<std::string>
+CompletionsOf(const std::string& words, const std::string& begun, const std::string& given = "") {
     const std::string script =
+        given +
         "source '" INSPP_SOURCE "/setup/completion/ins-setup.bash'; COMP_WORDS=(ins-setup " +
         words + " \"" + begun +
         "\"); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _ins_setup; printf '%s\\n' "
@@ -149,6 +153,26 @@ TEST(ManualTest, TheCompletionKnowsEveryCommandAndItsOptionsAndNoOthers) {
 TEST(ManualTest, TheCompletionOffersOptionsBehindOthers) {
     EXPECT_THAT(CompletionsOf("install --quiet", "--ba"), ::testing::ElementsAre("--backup"));
     EXPECT_THAT(CompletionsOf("kit bundle --kit /x", "--o"), ::testing::ElementsAre("--output"));
+}
+
+TEST(ManualTest, TheCompletionKnowsKitsAmongOtherDirectories) {
+    KTEST::TemporaryTree tree;
+    tree.Write("kit one/product.ini", "");
+    tree.Write("other/readme", "");
+    const std::string begun = tree.Path("") + "/";
+    EXPECT_THAT(CompletionsOf("check --kit", begun), ::testing::ElementsAre(tree.Path("kit one")));
+    EXPECT_THAT(
+        CompletionsOf("check --kit", tree.Path("o")), ::testing::ElementsAre(tree.Path("other"))
+    );
+}
+
+TEST(ManualTest, TheCompletionKnowsProducts) {
+    KTEST::TemporaryTree tree;
+    tree.Write("state/hello/manifest", "");
+    tree.Write("state/help/manifest", "");
+    const std::string given = "INSPP_STATE='" + tree.Path("state") + "'; ";
+    EXPECT_THAT(CompletionsOf("remove", "hell", given), ::testing::ElementsAre("hello"));
+    EXPECT_THAT(CompletionsOf("status", "he", given), ::testing::ElementsAre("hello", "help"));
 }
 
 TEST(ManualTest, EveryExitCodeOfTheHelpIsOnThePage) {

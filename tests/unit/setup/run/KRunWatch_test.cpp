@@ -71,7 +71,11 @@ TEST_F(KRunWatchTest, NoStatusIsToldBeforeItsRuleBegan) {
     KRunReport report;
     const KRunContext context{kit, arguments, reporter, signals, report};
     KINS::KInstaller installer; // not started: it counts as ended
-    KRunWatch watch(installer, context, {{"a:1", "file=1"}, {"a:2", "file=2"}, {"a:3", "file=3"}});
+    KRunWatch watch(
+        installer,
+        context,
+        {{"a:1", "file=1"}, {"a:2", "file=2", false, "Making link b"}, {"a:3", "file=3"}}
+    );
     Push(watch, KRunEvent::Kind::RuleStarted, 0, "first");
     Push(watch, KRunEvent::Kind::Status, 0, "Copying one");
     Push(watch, KRunEvent::Kind::RuleDone, 0, "first");
@@ -85,7 +89,7 @@ TEST_F(KRunWatchTest, NoStatusIsToldBeforeItsRuleBegan) {
         ElementsAre(
             StartsWith("rule started 1 Copying one"),
             StartsWith("rule done 1"),
-            StartsWith("rule started 2 file=2"), // which said nothing of itself
+            StartsWith("rule started 2 Making link b"), // which said nothing of itself
             StartsWith("rule done 2"),
             StartsWith("rule started 3 Copying three"),
             StartsWith("status Copying three")

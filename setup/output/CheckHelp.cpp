@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: MIT
+#include <setup/output/CheckHelp.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+
+namespace KSETUP {
+
+namespace {
+
+constexpr std::size_t cellCount = 4; // of a row
+constexpr std::size_t textWidth = 78;
+
+/// "| a | b |" as its cells; a line that is no such row as none.
+std::vector<std::string> CellsOf(std::string_view line) {
+    constexpr std::string_view border = " | ";
+    std::vector<std::string> cells;
+    if (!line.starts_with("| `") || !line.ends_with(" |")) {
+        return cells;
+    }
+    line.remove_prefix(2);
+    line.remove_suffix(1);
+    while (!line.empty()) {
+        // An empty cell has one blank only, which is that of its border too.
+        const std::size_t end = line.starts_with("| ") ? 0 : line.find(border);
+        const std::size_t taken = end == 0 ? 2 : border.size();
+        cells.emplace_back(line.substr(0, std::min(end, line.find_last_not_of(" |") + 1)));
+        line.remove_prefix(end == std::string_view::npos ? line.size() : end + taken);
+    }
+    return cells;
+}
+
+/// Words in lines, all but the first with this margin.
+std::string Wrapped(const std::string& heading, const std::string& text, std::size_t margin) {
+    std::string line = heading + std::string(margin - std::min(margin, heading.size()), ' ');
+    std::string whole;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find(' ', at), text.size());
+        const std::string word = text.substr(at, end - at);
+        if (line.size() > margin && line.size() + word.size() + 1 > textWidth) {
+            whole += line + "\n";
+            line = std::string(margin, ' ');
+        }
+        line += (line.size() > margin ? " " : "") + word;
+        at = end + 1;
+    }
+    return whole + line + "\n";
+}
+
+} // namespace
+
+std::vector<KCheckHelp> ReadCheckHelp(std::string_view page) {
+    std::vector<KCheckHelp> all;
+    bool isError = false;
+    while (!page.empty()) {
+        const std::size_t end = std::min(page.find('\n'), page.size());
+        const std::string_view line = page.substr(0, end);
+        page.remove_prefix(std::min(end + 1, page.size()));
+        if (line.starts_with("## ")) {
+            isError = line == "## Errors";
+        }
+        std::vector<std::string> cells = CellsOf(line);
+        if (cells.size() == cellCount) {
+            for (std::string& cell : cells) {
+                std::erase(cell, '`');
+            }
+            all.push_back({cells[0], isError, cells[1], cells[2], cells[3]});
+        }
+    }
+    return all;
+}
+
+std::string ToText(const KCheckHelp& help) {
+    constexpr std::size_t margin = 12;
+    std::string text = help.name + (help.isError ? " (error)\n\n" : " (warning)\n\n") +
+                       Wrapped("Found when", help.found, margin);
+    if (!help.example.empty()) {
+        text += Wrapped("Example", help.example, margin);
+    }
+    text += Wrapped("Instead", help.instead, margin);
+    return help.isError ? text
+                        : text +
+                              "\nA comment in the line before silences it where it is meant "
+                              "so:\n    ; check: allow " +
+                              help.name + "\n";
+}
+
+std::string ToText(const std::vector<KCheckHelp>& all) {
+    constexpr std::size_t margin = 28;
+    std::string text;
+    for (const KCheckHelp& one : all) {
+        const std::string kind = one.isError ? "error" : "warning";
+        text += "    " + one.name +
+                std::string(margin - std::min(margin, one.name.size() + 1), ' ') + " " + kind +
+                "\n";
+    }
+    return text;
+}
+
+} // namespace KSETUP

@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include <setup/output/CheckHelp.h>
+#include <setup/output/CommandHelp.h>
+#include <setup/output/WordDistance.h>
+
+#include <iostream>
+
+namespace KSETUP {
+
+namespace {
+
+std::string Meant(const std::string& nearest) {
+    return nearest.empty() ? "" : "\nDid you mean \"" + nearest + "\"?";
+}
+
+const CLI::App& LastCommand(const CLI::App& app) {
+    const CLI::App* command = &app;
+    while (!command->get_subcommands().empty()) {
+        command = command->get_subcommands().front();
+    }
+    return *command;
+}
+
+std::vector<std::string> CommandsBelow(const CLI::App& command) {
+    std::vector<std::string> names;
+    for (const CLI::App* one : command.get_subcommands([](const CLI::App*) { return true; })) {
+        names.push_back(one->get_name());
+    }
+    return names;
+}
+
+void PrintFinding(const std::string& asked) {
+    std::vector<std::string> names;
+    for (const KCheckHelp& one : ReadCheckHelp(GetCheckPage())) {
+        if (one.name == asked) {
+            std::cout << ToText(one);
+            return;
+        }
+        names.push_back(one.name);
+    }
+    const std::string nearest = NearestWord(asked, names);
+    throw CLI::ParseError(
+        "check finds nothing that is called \"" + asked + "\"." +
+            (nearest.empty() ? " \"ins-setup help check\" lists what it finds." : Meant(nearest)),
+        CLI::ExitCodes::ExtrasError
+    );
+}
+
+} // namespace
+
+CLI::ParseError UnexpectedWord(const CLI::App& app, const std::string& word) {
+    const CLI::App& command = LastCommand(app);
+    std::vector<std::string> known;
+    const bool isOption = word.starts_with('-');
+    if (isOption) {
+        for (const CLI::Option* one : command.get_options()) {
+            for (const std::string& name : one->get_lnames()) {
+                known.push_back("--" + name);
+            }
+        }
+    } else {
+        known = CommandsBelow(command);
+    }
+    const std::string nearest = NearestWord(word.substr(0, word.find('=')), known);
+    return {
+        "The following argument was not expected: " + word + Meant(nearest),
+        CLI::ExitCodes::ExtrasError};
+}
+
+void PrintHelp(const CLI::App& app, const std::vector<std::string>& words) {
+    const CLI::App* command = &app;
+    std::string name = app.get_name();
+    for (auto word = words.begin(); word != words.end(); ++word) {
+        if (command->get_name() == "check") {
+            PrintFinding(*word);
+            return;
+        }
+        const std::vector<const CLI::App*> found =
+            command->get_subcommands([&](const CLI::App* one) { return one->check_name(*word); });
+        const CLI::App* below = found.empty() ? nullptr : found.front();
+        if (below == nullptr) {
+            const std::string nearest = NearestWord(*word, CommandsBelow(*command));
+            throw CLI::ParseError(
+                name + (command == &app ? "" : " " + command->get_name()) + " has no command \"" +
+                    *word + "\"." + Meant(nearest),
+                CLI::ExitCodes::ExtrasError
+            );
+        }
+        name += command == &app ? "" : " " + command->get_name();
+        command = below;
+    }
+    std::cout << command->help(command == &app ? "" : name);
+    if (command->get_name() == "check") {
+        std::cout << "\nFindings, of which \"ins-setup help check NAME\" tells more:\n"
+                  << ToText(ReadCheckHelp(GetCheckPage()));
+    }
+}
+
+} // namespace KSETUP
