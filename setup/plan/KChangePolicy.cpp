@@ -99,7 +99,9 @@ std::vector<std::string> KChangePolicy::GetAdministrators() const {
 
 std::string KChangePolicy::WhyNotReplace(const std::string& path, const std::string& source) const {
     const bool isOwn = ownership->Find(path) != nullptr || ownership->WasBegun(path);
-    if (options.allowsConflicts || isOwn || !LookAtEntry(path)) {
+    unsigned whyMissing = 0;
+    if (options.allowsConflicts || isOwn ||
+        (!LookAtEntry(path, &whyMissing) && CountsAsMissing(whyMissing))) {
         return {};
     }
     if (const std::string other = ownership->FindOther(path); !other.empty()) {
@@ -163,7 +165,11 @@ std::string KChangePolicy::WhyNotDelete(const std::string& path) const {
 
 bool KChangePolicy::IsRubbish(const std::string& path, const KManifestEntry& entry, bool installs)
     const {
-    const auto now = LookAtEntry(path);
+    unsigned whyMissing = 0;
+    const auto now = LookAtEntry(path, &whyMissing);
+    if (!now && !CountsAsMissing(whyMissing)) {
+        unread.emplace(path, whyMissing);
+    }
     if (!now || now->kind != entry.kind) { // somebody laid something else there
         return false;
     }

@@ -163,17 +163,20 @@ std::string WhySystemPlace(
         return "/etc/" + service +
                ": many programs share this directory, so no service can be called " + service;
     }
+    const auto isMissing = [](const std::string& path) {
+        unsigned why = 0;
+        return !LookAtEntry(path, &why) && CountsAsMissing(why);
+    };
     std::vector<std::string> own; // that is there, and of nobody known
     if (ownership.GetKnown() == KOwnership::Known::Manifest) {
         own = {NormalPath(productPath), "/etc/" + service};
         std::erase_if(own, [&](const std::string& path) {
-            return !LookAtEntry(path) || ownership.Find(path) != nullptr ||
-                   ownership.WasBegun(path);
+            return isMissing(path) || ownership.Find(path) != nullptr || ownership.WasBegun(path);
         });
     }
     std::set<std::string> emptied = EmptiedDirectories(plan);
     std::erase_if(emptied, [&](const std::string& path) {
-        return !LookAtEntry(path) || ownership.Find(path) != nullptr;
+        return isMissing(path) || ownership.Find(path) != nullptr;
     });
     std::vector<std::string> asked = own;
     asked.insert(asked.end(), emptied.begin(), emptied.end());

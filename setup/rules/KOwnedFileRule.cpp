@@ -44,6 +44,16 @@ void RequireMayReplace(
     }
 }
 
+/// What stands where something is to come. Without knowing it nothing is replaced.
+std::optional<KManifestEntry> LookAtTarget(const std::string& path) {
+    unsigned whyMissing = 0;
+    auto entry = LookAtEntry(path, &whyMissing);
+    if (!entry && !CountsAsMissing(whyMissing)) {
+        errorSource.RaiseSystem(whyMissing, KSUP::KOperation::Write, path);
+    }
+    return entry;
+}
+
 KString Join(const KString& directory, const KString& name) {
     return KSUP::KUtil::AppendPathSep(directory, "/") + name;
 }
@@ -122,7 +132,7 @@ void MakeWay(const KChangePolicy& policy, const std::string& path) {
 
 void MakeWayForLink(const KChangePolicy& policy, const KString& link, const KString& target) {
     const std::string path = link.c_str();
-    const auto former = LookAtEntry(path);
+    const auto former = LookAtTarget(path);
     if (former && former->kind != KManifestEntry::Kind::Link) {
         MakeWay(policy, path);
     } else if (former && !policy.GetOwnership().WasMadeNow(path) && former->target != target.c_str()) {
@@ -211,7 +221,7 @@ void KOwnedFileRule::Copy(
     KSUP::KDirectory* toDirectory
 ) {
     const std::string path = target.c_str();
-    const auto former = LookAtEntry(path);
+    const auto former = LookAtTarget(path);
     // What this run made itself is its own affair, also a link that it writes through. A file that
     // the administrator edited is theirs, also when an option was put into it.
     const bool isTheirs =

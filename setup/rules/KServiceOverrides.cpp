@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
+#include <setup/ExitCode.h>
 #include <setup/plan/RunRefusals.h>
 #include <setup/plan/UnitFiles.h>
 #include <setup/rules/KServiceOverrides.h>
+#include <setup/state/KPrivateDirectory.h>
 
 #include <chrono>
 #include <sstream>
@@ -50,7 +52,17 @@ KServiceOverrides KServiceOverrides::Look(const KPlan& plan, const KOwnership& o
         if (ownership.GetManifest().Find(path) == nullptr) {
             continue;
         }
-        const auto unit = LookAtEntry(path);
+        unsigned whyMissing = 0;
+        const auto unit = LookAtEntry(path, &whyMissing);
+        if (!unit && !CountsAsMissing(whyMissing)) {
+            throw SystemFailure(
+                ExitCode::cannotWrite,
+                "cannot look at",
+                path,
+                whyMissing,
+                "Nothing was changed. Fix the cause and run it again."
+            );
+        }
         if (unit && unit->target == nowhere) {
             before.masked.insert(name);
         } else if (unit && FindUnitEntries(name).size() == 1) { // the file, and no link

@@ -28,10 +28,6 @@ Kind ToKind(const std::string& word) {
     throw std::invalid_argument("the unknown kind \"" + word + "\"");
 }
 
-bool IsMissing(unsigned errorNumber) noexcept {
-    return errorNumber == ENOENT || errorNumber == ENOTDIR;
-}
-
 /// What has a usual value, and is written where it has another.
 void PutOptional(KJsonLine& line, const KManifestEntry& entry) {
     if (entry.owner != 0) {
@@ -98,7 +94,7 @@ KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& know
         unsigned whyMissing = 0;
         std::optional<KManifestEntry> entry = LookAtEntry(path, &whyMissing);
         if (!entry) {
-            if (whyMissing != 0 && !IsMissing(whyMissing)) {
+            if (!CountsAsMissing(whyMissing)) {
                 throw CannotLookAt(path, whyMissing);
             }
             continue;
@@ -164,7 +160,7 @@ void KManifest::Merge(const KManifest& former) {
     for (const auto& [path, entry] : former.entries) {
         unsigned whyMissing = 0;
         const bool isThere = LookAtEntry(path, &whyMissing).has_value();
-        if (!isThere && whyMissing != 0 && !IsMissing(whyMissing)) {
+        if (!isThere && !CountsAsMissing(whyMissing)) {
             throw CannotLookAt(path, whyMissing);
         }
         if (isThere || whyMissing == 0) {

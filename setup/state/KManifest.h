@@ -47,6 +47,10 @@ const char* KindWord(KManifestEntry::Kind kind) noexcept;
 /// What stands at a path, without a digest; nothing for what is not there. `whyMissing` is errno
 /// then, and 0 for what is of no kind that is installed.
 std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* whyMissing = nullptr);
+/// Whether what LookAtEntry did not find is not there: anything else is trouble of the moment, in
+/// which nothing is known. Who is not root changes nothing, and takes what may not be seen for
+/// missing.
+bool CountsAsMissing(unsigned whyMissing) noexcept;
 
 /// Something that is not as it was installed.
 struct KManifestDifference {

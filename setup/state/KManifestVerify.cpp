@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include <sys/files/DirectoryEntry.h>
+#include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
 
@@ -155,6 +156,11 @@ std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* why
         return std::nullopt;
     }
     return entry;
+}
+
+bool CountsAsMissing(unsigned whyMissing) noexcept {
+    return whyMissing == 0 || whyMissing == ENOENT || whyMissing == ENOTDIR ||
+           (whyMissing == EACCES && !KSYS::IsRoot());
 }
 
 std::vector<KManifestDifference> KManifest::Verify(const std::set<std::string>& mayChange) const {

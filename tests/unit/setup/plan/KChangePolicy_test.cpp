@@ -66,4 +66,28 @@ TEST_F(KChangePolicyTest, AnAnswerThatIsAGuessIsToldAsOne) {
     EXPECT_TRUE(sure.GetUnread().empty());
 }
 
+TEST_F(KChangePolicyTest, WhatCannotBeLookedAtIsNoRubbishAndThatIsKnown) {
+    const KChangePolicy policy(ownership, tree.Path("p"), KChangePolicy::Options());
+    const std::string path = tree.Path("p/config/a.conf");
+    KSETUP::KManifestEntry entry;
+    EXPECT_TRUE(policy.IsRubbish(path, entry, true));
+    failcall_arm("fstatat", 1, ENOMEM, 0);
+    EXPECT_FALSE(policy.IsRubbish(path, entry, true));
+    failcall_disarm();
+    EXPECT_EQ(policy.GetUnread(), (std::map<std::string, unsigned>{{path, ENOMEM}}));
+    EXPECT_FALSE(policy.IsRubbish(tree.Path("p/none"), entry, true));
+    EXPECT_EQ(policy.GetUnread().size(), 1U);
+}
+
+TEST_F(KChangePolicyTest, WhatCannotBeLookedAtIsNotReplacedLikeNothing) {
+    const KChangePolicy policy(ownership, tree.Path("p"), KChangePolicy::Options());
+    tree.Write("p/other", "somebody's");
+    EXPECT_EQ(policy.WhyNotReplace(tree.Path("p/none"), tree.Path("kit/other")), "");
+    const std::string why = policy.WhyNotReplace(tree.Path("p/other"), tree.Path("kit/other"));
+    EXPECT_NE(why, "");
+    failcall_arm("fstatat", 1, EIO, 0);
+    EXPECT_EQ(policy.WhyNotReplace(tree.Path("p/other"), tree.Path("kit/other")), why);
+    failcall_disarm();
+}
+
 } // namespace
