@@ -56,7 +56,8 @@ FUZZ_TARGET(BundleFile) {
     }
     std::size_t beside = 0;
     for (const auto& entry : std::filesystem::directory_iterator(scratch.GetPath())) {
-        beside += entry.path().filename() == "bundle" || entry.path().filename() == "out" ? 0 : 1;
+        const bool isOurs = entry.path().filename() == "bundle" || entry.path().filename() == "out";
+        beside += isOurs ? 0U : 1U;
     }
     Require(beside == 0, "nothing is written beside the directory");
 }

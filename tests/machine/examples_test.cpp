@@ -82,7 +82,7 @@ TEST(ExamplesTest, AnotherLanguageInstallsAndRemovesByTheFunctionsOfC) {
     EXPECT_FALSE(std::filesystem::exists("/opt/example-python/lin/x86_64/hello"));
     const Outcome again = RunPython(INSPP_EXAMPLES "/python/kit remove");
     EXPECT_EQ(again.exitCode, 1) << again.text;
-    EXPECT_THAT(again.text, HasSubstr("\nError 64 "));
+    EXPECT_THAT(again.text, HasSubstr("Error 64 ("));
     EXPECT_EQ(RunPython("/nowhere").exitCode, 66);
 }
 

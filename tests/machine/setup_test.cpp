@@ -19,11 +19,14 @@ using Json = nlohmann::json;
 
 using KTEST::SetupProgramTest;
 
-TEST_F(SetupProgramTest, ATerminalGetsOneLineThatIsDrawnOver) {
+TEST_F(SetupProgramTest, ATerminalGetsTwoLinesThatAreDrawnOver) {
     const Outcome installed = Run("TERM=xterm script -qec 'SETUP install --kit KIT' /dev/null");
     EXPECT_EQ(installed.exitCode, 0);
-    EXPECT_THAT(installed.out, HasSubstr("\r[6/6] "));
-    EXPECT_THAT(installed.out, Not(HasSubstr("\n[")));
+    EXPECT_THAT(installed.out, HasSubstr("[6/6] "));
+    EXPECT_THAT(installed.out, HasSubstr("\r\x1B[A")); // up to the bar again
+    const std::string last = installed.out.substr(installed.out.rfind("\x1B[A"));
+    EXPECT_THAT(last, HasSubstr("100%"));
+    EXPECT_THAT(last, Not(HasSubstr("[6/6] "))); // no rule stays below a bar that is full
 }
 
 struct Way {

@@ -12,7 +12,8 @@ using KSETUP::KPlannedRule;
 using KSETUP::KRunWork;
 
 KPlannedRule CopyOf(const std::vector<std::pair<std::string, std::uint64_t>>& files) {
-    KPlannedRule rule;
+    static const KSETUP::KScriptRule line;
+    KPlannedRule rule{line, {}};
     for (const auto& [path, bytes] : files) {
         KPlannedAction action;
         action.kind = KPlannedAction::Kind::CopyFile;
