@@ -32,6 +32,7 @@ class KBundleReader {
     /// Throws   KBundleError: NoBundle for a file without an end of one, Damaged, CannotRead
     KBundleReader(int file, const std::string& path);
 
+    const std::string& GetPath() const noexcept { return path; }
     const KBundleTable& GetTable() const noexcept { return table; }
     const KBundleEnd& GetEnd() const noexcept { return end; }
 

@@ -118,7 +118,8 @@ void VerifyBundle(const KBundleReader& bundle, const std::function<bool()>& shal
     if (!bundle.IsHeadWhole()) {
         throw KBundleError(
             KBundleError::Kind::Damaged,
-            "the bundle is damaged (the program in front of it was changed). Get it again."
+            bundle.GetPath() +
+                ": the bundle is damaged (the program in front of it was changed). Get it again."
         );
     }
     KNoSink sink;

@@ -110,10 +110,14 @@ int Tell(const KHeadArguments& arguments, const KFailure& failure) {
     return failure.exitCode;
 }
 
-/// This file: also where /proc is not mounted.
-KSYS::KDescriptor OpenOwnFile(std::string& path) {
+/// This file as it was called.
+std::string OwnPath() {
     const char* const named = std::bit_cast<const char*>(::getauxval(AT_EXECFN));
-    path = named != nullptr ? named : "/proc/self/exe";
+    return named != nullptr ? named : "/proc/self/exe";
+}
+
+/// This file: also where /proc is not mounted.
+KSYS::KDescriptor OpenOwnFile(const std::string& path) {
     KSYS::KDescriptor file;
     struct stat status {};
     // The kernel's own link leads to the file, whatever its name is by now.
@@ -272,7 +276,7 @@ int Answer(const KHeadArguments& arguments) {
         );
     }
     KSYS::KHeldSignals signals;
-    std::string path;
+    const std::string path = OwnPath();
     const KSYS::KDescriptor file = OpenOwnFile(path);
     const KBUNDLE::KBundleReader bundle(file.Get(), path);
     int signal = 0;
@@ -321,8 +325,10 @@ int main(int argc, char** argv) {
         // This file is one, as its begin runs.
         const bool isCut = error.GetKind() == KBundleError::Kind::NoBundle;
         const std::string why =
-            isCut ? "the bundle is damaged (its end is missing or was changed). Get it again."
-                  : error.what();
+            isCut
+                ? OwnPath() + ": the bundle is damaged (its end is missing or was changed). Get it "
+                              "again."
+                : error.what();
         return Tell(arguments, {CodeOf(error), why});
     } catch (const std::exception& error) {
         return Tell(arguments, {internalCode, error.what()});
