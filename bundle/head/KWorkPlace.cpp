@@ -78,8 +78,9 @@ std::string WhyNot(
 
 void RemoveLeftovers(const std::string& place) {
     std::vector<std::string> names;
-    if (KSYS::ListEntries(place, names) != 0) {
-        return; // nothing can be there then, as nothing will be
+    // Where others can rename, what was looked at need not be what is deleted.
+    if (!IsClosedToOthers(place) || KSYS::ListEntries(place, names) != 0) {
+        return;
     }
     for (const std::string& name : names) {
         const std::string path = place + "/" + name;

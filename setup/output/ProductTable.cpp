@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/ProductTable.h>
+#include <setup/output/TextCells.h>
 #include <setup/output/TextFormat.h>
 
 #include <algorithm>
@@ -36,13 +37,6 @@ Row ToRow(const KListedProduct& product) {
         StateOf(product)};
 }
 
-/// Letters, of which one may be several bytes.
-std::size_t WidthOf(const std::string& text) {
-    return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char byte) {
-        return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U;
-    }));
-}
-
 } // namespace
 
 std::string StateOf(const KListedProduct& product) {
@@ -66,13 +60,13 @@ std::string ToTable(const std::vector<KListedProduct>& products) {
     std::array<std::size_t, columns> widths{};
     for (const Row& row : rows) {
         for (std::size_t at = 0; at < columns; ++at) {
-            widths[at] = std::max(widths[at], WidthOf(row[at]));
+            widths[at] = std::max(widths[at], TextCells(row[at]));
         }
     }
     std::string table;
     for (const Row& row : rows) {
         for (std::size_t at = 0; at + 1 < columns; ++at) {
-            table += row[at] + std::string(widths[at] - WidthOf(row[at]) + 2, ' ');
+            table += row[at] + std::string(widths[at] - TextCells(row[at]) + 2, ' ');
         }
         table += row.back() + "\n";
     }

@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: MIT
+#include <setup/run/RunFailure.h>
+#include <sup++/KError.h>
+#include <sup++/KErrorCode.h>
+#include <sup++/KErrorSource.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+namespace {
+
+using ::testing::StartsWith;
+
+/// Of a link of the record that could not be read.
+std::string WordsFor(int errorNumber) {
+    try {
+        KSUP::KErrorSource{"test"}.RaiseAs(
+            {KSUP::KErrorKind::RecordLink,
+             KSUP::KOperation::Read,
+             "/etc/dps/dps",
+             std::generic_category().message(errorNumber)},
+            KSUP::TraceLevel::rule,
+            KSUP::ErrorCode::notFound
+        );
+    } catch (const KSUP::KError& error) {
+        return KSETUP::DescribeError(error);
+    }
+}
+
+TEST(DescribeErrorTest, ALinkThatCannotBeReadIsNotCalledMissing) {
+    EXPECT_EQ(
+        WordsFor(EIO), "cannot read /etc/dps/dps: Input/output error. Fix the cause and try again."
+    );
+    for (const int missing : {ENOENT, ENOTDIR, EINVAL}) {
+        EXPECT_THAT(WordsFor(missing), StartsWith("The product's link is missing or no link."));
+    }
+}
+
+} // namespace
