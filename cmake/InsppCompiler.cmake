@@ -112,3 +112,18 @@ function(inspp_use_precompiled name) # TARGET...
     endforeach()
   endif()
 endfunction()
+
+# Sources that are compiled as one read each header and instantiate each template once: in batches of
+# BATCH a target takes about half the time. Their anonymous namespaces become one, so names in them differ;
+# what one source includes hides what another forgot, which the preset clang shows.
+option(INSPP_UNITY "Compile several sources of one target as one" OFF)
+add_library(inspp_together INTERFACE)
+target_compile_options(inspp_together INTERFACE -Wno-shadow) # of names that another source has
+function(inspp_compile_together batch) # TARGET...
+  if(INSPP_UNITY)
+    foreach(target IN LISTS ARGN)
+      set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${batch})
+      target_link_libraries(${target} PRIVATE inspp_together) # last: its options win
+    endforeach()
+  endif()
+endfunction()

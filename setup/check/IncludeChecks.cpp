@@ -102,7 +102,7 @@ std::vector<std::string> SomeNames(const KScript& script) {
     return names;
 }
 
-std::string ListOf(const std::vector<std::string>& names) {
+std::string SectionList(const std::vector<std::string>& names) {
     constexpr std::size_t most = 20;
     std::string list;
     for (std::size_t index = 0; index < std::min(names.size(), most); ++index) {
@@ -144,7 +144,7 @@ Findings MissingSections(const KCheckContext& context) {
         found.push_back(context.AtValue(
             rule.line,
             "there is no section [" + name + "], so nothing is included",
-            meant.empty() ? "add it, take the line out, or name one of " + ListOf(known)
+            meant.empty() ? "add it, take the line out, or name one of " + SectionList(known)
                           : "write \"" + meant + "\", or add the section"
         ));
     }

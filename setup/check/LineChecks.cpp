@@ -54,7 +54,7 @@ std::string Quoted(const std::string& text) {
     return "\"" + text + "\"";
 }
 
-std::string ListOf(const std::vector<std::string>& words) {
+std::string ChoiceOf(const std::vector<std::string>& words) {
     std::string list;
     for (std::size_t index = 0; index < words.size(); ++index) {
         list += index == 0 ? "" : index + 1 == words.size() ? " or " : ", ";
@@ -70,7 +70,7 @@ std::string WriteInstead(const std::string& written, const std::vector<std::stri
         return "write a \"stop\", and a \"start\" behind it";
     }
     const std::string meant = FindMeant(written, known);
-    return "write " + (meant.empty() ? ListOf(known) : Quoted(meant));
+    return "write " + (meant.empty() ? ChoiceOf(known) : Quoted(meant));
 }
 
 /// The key that proposes the product path, or one that was meant for it.

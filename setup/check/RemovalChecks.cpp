@@ -252,7 +252,7 @@ std::vector<Left> FindLeft(const KCheckContext& context) {
     return all;
 }
 
-std::string ListOf(const std::vector<std::string>& names) {
+std::string FirstOf(const std::vector<std::string>& names) {
     std::string list;
     for (std::size_t index = 0; index < std::min(names.size(), mostNamed); ++index) {
         list += (index == 0 ? "" : ", ") + names[index];
@@ -287,7 +287,7 @@ Findings LeftBehind(const KCheckContext& context) {
     for (const Left& left : FindLeft(context)) {
         found.push_back(context.AtValue(
             *left.line,
-            "section [remove] does not remove " + ListOf(left.names) + ", made here",
+            "section [remove] does not remove " + FirstOf(left.names) + ", made here",
             "add a rule that does"
         ));
     }

@@ -16,9 +16,9 @@ namespace KSETUP {
 
 namespace {
 
-constexpr std::size_t chunkBytes = std::size_t{1} << 20U;
+constexpr std::size_t blockBytes = std::size_t{1} << 20U;
 
-void Check(int result) {
+void RequireBlake(int result) {
     if (result != 1) {
         throw KSetupFailure(
             ExitCode::internal,
@@ -41,18 +41,18 @@ void RequireRead(unsigned failed, const std::string& path) {
 
 KBlake2b::KBlake2b() : context(::EVP_MD_CTX_new(), ::EVP_MD_CTX_free) {
     RequireLibCrypto();
-    Check(context != nullptr ? 1 : 0);
-    Check(::EVP_DigestInit_ex(context.get(), ::EVP_blake2b512(), nullptr));
+    RequireBlake(context != nullptr ? 1 : 0);
+    RequireBlake(::EVP_DigestInit_ex(context.get(), ::EVP_blake2b512(), nullptr));
 }
 
 void KBlake2b::Add(std::string_view bytes) {
-    Check(::EVP_DigestUpdate(context.get(), bytes.data(), bytes.size()));
+    RequireBlake(::EVP_DigestUpdate(context.get(), bytes.data(), bytes.size()));
 }
 
 std::string KBlake2b::End() {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned digestBytes = 0;
-    Check(::EVP_DigestFinal_ex(context.get(), digest.data(), &digestBytes));
+    RequireBlake(::EVP_DigestFinal_ex(context.get(), digest.data(), &digestBytes));
     return {digest.begin(), digest.begin() + digestBytes};
 }
 
@@ -67,13 +67,13 @@ std::string Blake2bOfFile(const std::string& path, const std::function<bool()>& 
     struct stat status {};
     RequireRead(KSYS::OpenRegular(path.c_str(), file, status), path);
     KBlake2b sum;
-    const auto chunk = std::make_unique_for_overwrite<char[]>(chunkBytes);
+    const auto chunk = std::make_unique_for_overwrite<char[]>(blockBytes);
     for (;;) {
         if (shallStop && shallStop()) {
             throw KSetupStop("Stopped on request. Nothing was changed.");
         }
         std::size_t bytes = 0;
-        RequireRead(KSYS::ReadSome(file.Get(), chunk.get(), chunkBytes, bytes), path);
+        RequireRead(KSYS::ReadSome(file.Get(), chunk.get(), blockBytes, bytes), path);
         if (bytes == 0) {
             return sum.End();
         }

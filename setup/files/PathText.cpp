@@ -47,6 +47,10 @@ std::string JoinPath(const std::string& directory, const std::string& name) {
     return path.append(1, '/').append(name);
 }
 
+std::string ChildPath(const std::string& directory, const std::string& name) {
+    return directory == "/" ? "/" + name : directory + "/" + name;
+}
+
 bool HasParentStep(std::string_view path) noexcept {
     for (std::size_t at = 0; at < path.size();) {
         const std::size_t end = std::min(path.find('/', at), path.size());

@@ -25,6 +25,9 @@ std::string_view NameOfPath(std::string_view path) noexcept;
 /// The path of a name in a directory, as rules put the two together.
 std::string JoinPath(const std::string& directory, const std::string& name);
 
+/// The path of a name in a normal directory, which may be "/".
+std::string ChildPath(const std::string& directory, const std::string& name);
+
 /// Whether "..", a step up, is a component of a path.
 bool HasParentStep(std::string_view path) noexcept;
 

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 /// Of a file in a kit. What may be more than that a rule sets, where the file is installed: in a
 /// kit it would be anybody's, or refused.
 constexpr mode_t carriedModes = 0755;
-constexpr std::size_t namesShown = 5;
+constexpr std::size_t patternsShown = 5;
 
 void RefuseOverlap(const KAddedTree& tree, const std::string& kit) {
     if (IsAtOrBelow(tree.GetRoot(), kit) || IsAtOrBelow(kit, tree.GetRoot())) {
@@ -60,12 +60,12 @@ void Rename(const fs::path& from, const fs::path& to) {
 /// "a, b and 3 more"
 std::string ListOf(const std::vector<std::string>& names) {
     std::string list;
-    for (std::size_t at = 0; at < std::min(names.size(), namesShown); ++at) {
+    for (std::size_t at = 0; at < std::min(names.size(), patternsShown); ++at) {
         list += (at == 0 ? "" : ", ") + names[at];
     }
-    return names.size() <= namesShown
+    return names.size() <= patternsShown
                ? list
-               : list + " and " + std::to_string(names.size() - namesShown) + " more";
+               : list + " and " + std::to_string(names.size() - patternsShown) + " more";
 }
 
 /// What of a tree is worth a look, each with the paths that it is true of.

@@ -24,9 +24,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t digestLetters = 64;
-constexpr std::size_t namesShown = 20;
+constexpr std::size_t changesShown = 20;
 /// A comment to sha256sum, in front of the line of the file that it is about.
-constexpr std::string_view comment = "#";
+constexpr std::string_view commentMark = "#";
 constexpr char modeMark[] = "mode ";
 constexpr char linkMark[] = "link ";
 /// A run refuses a kit that group or others can write to, so a copy without these bits is the same kit.
@@ -132,13 +132,13 @@ std::map<std::string, KSealedFile> ReadSeal(const fs::path& seal, const std::str
         std::string_view line = std::string_view(bytes).substr(at, end - at);
         at = end + 1;
         ++number;
-        if (line.starts_with(comment)) {
-            line.remove_prefix(comment.size());
+        if (line.starts_with(commentMark)) {
+            line.remove_prefix(commentMark.size());
             kind = line;
             if (IsKind(line) && Unescape(kind)) {
                 continue;
             }
-            kind.clear(); // anybody's comment
+            kind.clear(); // anybody's commentMark
             continue;
         }
         const bool escaped = line.starts_with('\\');
@@ -214,8 +214,8 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
                     "Put the file itself in its place (cp -L LINK COPY, mv COPY LINK)."
             );
         }
-        sums += std::string(comment) + Escaped(file.kind) + "\n" + (escaped == name ? "" : "\\") +
-                file.digest.sha256 + "  " + escaped + "\n";
+        sums += std::string(commentMark) + Escaped(file.kind) + "\n" +
+                (escaped == name ? "" : "\\") + file.digest.sha256 + "  " + escaped + "\n";
     }
     WriteBytes(kit / sealName, sums, 0644);
     return listing.files.size();
@@ -292,11 +292,11 @@ KDigests VerifySeal(
         return read;
     }
     std::string all;
-    for (std::size_t index = 0; index < std::min(wrong.size(), namesShown); ++index) {
+    for (std::size_t index = 0; index < std::min(wrong.size(), changesShown); ++index) {
         all += "\n    " + wrong[index];
     }
-    if (wrong.size() > namesShown) {
-        all += "\n    and " + std::to_string(wrong.size() - namesShown) + " more";
+    if (wrong.size() > changesShown) {
+        all += "\n    and " + std::to_string(wrong.size() - changesShown) + " more";
     }
     throw KSetupFailure(
         ExitCode::malformedScript,

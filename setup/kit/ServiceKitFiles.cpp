@@ -7,7 +7,7 @@ namespace KSETUP {
 
 namespace {
 
-constexpr std::array files = std::to_array<KKitFile>({
+constexpr std::array serviceKitFiles = std::to_array<KKitFile>({
     {"install.ini",
      0644,
      R"(; How the product, a service, is installed and removed. A line is a rule, the rules run in the order of
@@ -40,8 +40,8 @@ file=copy,serve,$pathSource$payload,$pathTargetBin$
 file=copy,$iniFile$,$pathSource$payload,$pathTargetConfig$,$iniFile$.default
 profile=put,$pathTargetConfig$$iniFile$,Product,Defaults,$pathTargetConfig$$iniFile$.default
 
-; 5. What "ins-setup kit add TREE" brings along; it writes to section [files] below.
-section=files
+; 5. What "ins-setup kit add TREE" brings along; it writes to section [serviceKitFiles] below.
+section=serviceKitFiles
 
 ; 6. The unit of the kit's own. It is no configuration though it lies in /etc: an administrator changes it
 ; by a drop-in, "systemctl edit @SERVICE@", which stays when this file is replaced.
@@ -60,7 +60,7 @@ service=start,$serviceName$
 [remove]
 service=remove,$serviceName$
 file=delete,$serviceName$.service,/etc/systemd/system
-section=remove files
+section=remove serviceKitFiles
 file=delete,serve,$pathTargetBin$
 directory=delete,$pathTargetBin$
 directory=delete,$pathTargetLin$
@@ -75,9 +75,9 @@ file=delete,$serviceName$,/etc/$serviceName$
 directory=delete,/etc/$serviceName$
 
 ; Filled by "ins-setup kit add TREE".
-[files]
+[serviceKitFiles]
 
-[remove files]
+[remove serviceKitFiles]
 )"},
     {"payload/@SERVICE@.service",
      0644,
@@ -139,7 +139,7 @@ Greeting=Hello, world.
 } // namespace
 
 std::span<const KKitFile> ServiceKitFiles() noexcept {
-    return files;
+    return serviceKitFiles;
 }
 
 } // namespace KSETUP

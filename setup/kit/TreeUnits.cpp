@@ -57,7 +57,7 @@ Unit ReadUnit(const std::string& text) {
     return unit;
 }
 
-bool IsServiceName(std::string_view name) {
+bool IsUnitOfService(std::string_view name) {
     constexpr std::string_view others = ":-_.\\";
     return !name.empty() && std::all_of(name.begin(), name.end(), [&](char letter) {
         const bool isLetter = (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z');
@@ -93,7 +93,7 @@ std::vector<KTreeUnit> FindUnits(const KAddedTree& tree) {
         for (const KAddedTree::File& file : found->second.files) {
             const std::string_view name = file.name;
             if (!name.ends_with(suffix) ||
-                !IsServiceName(name.substr(0, name.size() - suffix.size()))) {
+                !IsUnitOfService(name.substr(0, name.size() - suffix.size()))) {
                 continue; // no service, or a template
             }
             const Unit unit =

@@ -17,11 +17,7 @@ namespace KSETUP {
 
 namespace {
 
-std::string Child(const std::string& directory, const std::string& name) {
-    return directory == "/" ? "/" + name : directory + "/" + name;
-}
-
-const KPlannedEntry nothing;
+const KPlannedEntry noEntry;
 const KPlannedEntry wayToKit = [] {
     KPlannedEntry directory;
     directory.kind = KEntryKind::Directory;
@@ -59,7 +55,7 @@ const KPlannedEntry& KPlannedTree::At(const std::string& normal) const {
     if (Counts(normal)) {
         return disk->Look(normal);
     }
-    return IsAtOrBelow(kit, normal) ? wayToKit : nothing;
+    return IsAtOrBelow(kit, normal) ? wayToKit : noEntry;
 }
 
 /// Where a path leads to no place the disk has nothing. But rules may have gone on as if a missing
@@ -69,7 +65,7 @@ const KPlannedEntry& KPlannedTree::AtPlace(const KPlannedPlace& place) const {
         return At(place.path);
     }
     const auto change = changes.find(place.path);
-    return change != changes.end() ? change->second : nothing;
+    return change != changes.end() ? change->second : noEntry;
 }
 
 const KPlannedEntry& KPlannedTree::Find(const std::string& path) const {
@@ -115,7 +111,7 @@ std::vector<std::string> KPlannedTree::ListBy(
     }
     std::set<std::string> all(names.begin(), names.end());
     for (const std::string& name : changed->second.names) {
-        const auto change = changes.find(Child(normal, name));
+        const auto change = changes.find(ChildPath(normal, name));
         if (change == changes.end()) { // it is on the way to one
             continue;
         }
@@ -154,7 +150,7 @@ bool KPlannedTree::IsEmpty(const std::string& directory) const {
     }
     const std::vector<KDiskView::Name>& all = disk->List(normal);
     return std::all_of(all.begin(), all.end(), [&](const KDiskView::Name& one) {
-        const auto change = changes.find(Child(normal, one.name));
+        const auto change = changes.find(ChildPath(normal, one.name));
         return change != changes.end() && change->second.kind == KEntryKind::Nothing;
     });
 }
@@ -275,7 +271,7 @@ std::vector<std::string> KPlannedTree::MakeDirectory(const std::string& path) {
     }
     while (!names.IsEmpty()) {
         const std::string name = names.Pop();
-        const std::string child = name == ".." ? ParentPath(at) : Child(at, name);
+        const std::string child = name == ".." ? ParentPath(at) : ChildPath(at, name);
         const KPlannedPlace place = Resolve(child, Last::Follow, Links::Trusted);
         const KEntryKind kind = At(place.path).kind;
         if (place.problem != KPathProblem::None ||

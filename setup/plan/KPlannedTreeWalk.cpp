@@ -15,14 +15,10 @@ namespace {
 
 constexpr int mostLinks = 40; // as the kernel's own limit
 
-std::string Child(const std::string& directory, const std::string& name) {
-    return directory == "/" ? "/" + name : directory + "/" + name;
-}
-
 /// By its letters from where the walk ended.
 KPlannedPlace EndedAt(std::string at, KSYS::KPendingPath& pending, KPathProblem problem) {
     while (!pending.IsEmpty()) {
-        at = Child(at, pending.Pop());
+        at = ChildPath(at, pending.Pop());
     }
     return {NormalPath(at), problem};
 }
@@ -51,7 +47,7 @@ KPlannedPlace KPlannedTree::Walk(const std::string& path, Last lastLink, Links l
             at = ParentPath(at);
             continue;
         }
-        std::string child = Child(at, name);
+        std::string child = ChildPath(at, name);
         if (name.size() > NAME_MAX) {
             return EndedAt(std::move(child), pending, KPathProblem::TooLong);
         }
@@ -86,7 +82,7 @@ KPlannedPlace KPlannedTree::WalkToDirectory(const std::string& path, Links links
         name.size() + 1 < path.size() && !name.empty() && name != "." && name != "..";
     if (isPlain && name.size() <= NAME_MAX) {
         const KPlannedPlace& above = ResolveDirectory(ParentPath(path), links);
-        KPlannedPlace place{Child(above.path, name), above.problem};
+        KPlannedPlace place{ChildPath(above.path, name), above.problem};
         const bool isFound = place.problem == KPathProblem::None;
         const KEntryKind kind = isFound ? At(place.path).kind : KEntryKind::Nothing;
         if (kind != KEntryKind::Link) { // which may lead anywhere
@@ -128,7 +124,7 @@ KPlannedPlace KPlannedTree::Resolve(const std::string& path, Last lastLink, Link
         return Walk(path, lastLink, links);
     }
     const KPlannedPlace& directory = ResolveDirectory(ParentPath(whole), links);
-    std::string child = Child(directory.path, name);
+    std::string child = ChildPath(directory.path, name);
     if (directory.problem != KPathProblem::None) {
         return {std::move(child), directory.problem};
     }

@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t mostBytes = std::size_t{1} << 20U; // of what people write by hand
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
-[[noreturn]] void Refuse(const std::string& file, const std::string& why) {
+[[noreturn]] void RefuseValues(const std::string& file, const std::string& why) {
     throw KSetupFailure(ExitCode::usage, Printable(file) + ": " + why + " Nothing was changed.");
 }
 
@@ -39,11 +39,11 @@ std::string ReadText(int descriptor, const std::string& name) {
     for (std::size_t bytes = 1; bytes != 0;) {
         const unsigned failed = KSYS::ReadSome(descriptor, chunk.data(), chunk.size(), bytes);
         if (failed != 0) {
-            Refuse(name, Reason(failed));
+            RefuseValues(name, Reason(failed));
         }
         text.append(chunk.data(), bytes);
         if (text.size() > mostBytes) {
-            Refuse(name, "more than 1 MiB of values. Name a file of sections and keys.");
+            RefuseValues(name, "more than 1 MiB of values. Name a file of sections and keys.");
         }
     }
     return text;
@@ -59,17 +59,17 @@ std::string ReadPrivateFile(const std::string& file) {
         failed = KSYS::OpenRegularEntry(place, O_RDONLY, opened, status);
     }
     if (failed != 0) {
-        Refuse(
+        RefuseValues(
             file,
             Reason(failed) +
                 " Name a regular file, or lead the values to standard input (--values -)."
         );
     }
     if (status.st_uid != 0 && status.st_uid != CallingUser()) {
-        Refuse(file, "it is neither root's nor yours. Make it your own (chown).");
+        RefuseValues(file, "it is neither root's nor yours. Make it your own (chown).");
     }
     if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        Refuse(
+        RefuseValues(
             file,
             "others can read or change it, and it is for passwords. Take the rights away (chmod "
             "600)."
@@ -115,7 +115,7 @@ std::vector<KAddedOption> ParseValues(std::string_view text, const std::string& 
             continue;
         }
         if (const std::string why = WhyNoOption(line, section); !why.empty()) {
-            Refuse(nameForErrors + ":" + std::to_string(number), "the line " + why + ".");
+            RefuseValues(nameForErrors + ":" + std::to_string(number), "the line " + why + ".");
         }
         const std::size_t equals = line.find('=');
         options.push_back(

@@ -14,7 +14,7 @@ namespace KSETUP {
 
 namespace {
 
-constexpr KSUP::KErrorSource errorSource{"setup/KEntryRule"};
+constexpr KSUP::KErrorSource entryRule{"setup/KEntryRule"};
 
 bool IsDirectory(const KSUP::KString& path) {
     struct stat status {};
@@ -39,7 +39,7 @@ void KEntryRule::Create(const KSUP::KString& path) {
         MakeWay(policy, path.c_str());
     }
     if (const unsigned status = SvcCreateDirectory(0, path.c_str(), 1); status != 0) {
-        errorSource.RaiseSystem(status, KSUP::KOperation::Write, path);
+        entryRule.RaiseSystem(status, KSUP::KOperation::Write, path);
     }
 }
 
@@ -56,7 +56,7 @@ void KEntryRule::Delete(const KSUP::KString& path) {
     }
     const unsigned status = SvcDeleteFile(0, path.c_str());
     if (status != 0 && status != ENOENT && status != ENOTDIR) {
-        errorSource.RaiseSystem(status, KSUP::KOperation::Delete, path);
+        entryRule.RaiseSystem(status, KSUP::KOperation::Delete, path);
     }
 }
 

@@ -15,7 +15,7 @@ namespace KSETUP {
 
 namespace {
 
-constexpr KSUP::KErrorSource errorSource{"setup/KModeRule"};
+constexpr KSUP::KErrorSource modeRule{"setup/KModeRule"};
 
 /// Opens what the mode is of: by its place, so that nobody leads to another file. EMLINK for a file
 /// to which others may have given its name here, to get at it.
@@ -41,11 +41,11 @@ unsigned Open(const char* path, KSYS::KDescriptor& opened) {
 
 [[noreturn]] void RaiseFailure(unsigned failed, const KSUP::KString& path) {
     if (failed != EMLINK) {
-        errorSource.RaiseSystem(failed, KSUP::KOperation::Write, path);
+        modeRule.RaiseSystem(failed, KSUP::KOperation::Write, path);
     }
     const KSUP::KString reason = "the file has another name (a hard link), and others may write in "
                                  "its directory. Delete it there, or copy it";
-    errorSource.RaiseAs(
+    modeRule.RaiseAs(
         {KSUP::KErrorKind::System, KSUP::KOperation::Write, path, reason},
         KSUP::TraceLevel::rule,
         failed,
@@ -67,7 +67,7 @@ void RequireNoSetIdForOthers(int file, const KSUP::KString& path, unsigned mode)
         const std::string reason =
             "it would become set-id, and others than root can exchange it (" + why +
             "). Install it below a directory of root's";
-        errorSource.RaiseAs(
+        modeRule.RaiseAs(
             {KSUP::KErrorKind::System, KSUP::KOperation::Write, path, reason.c_str()},
             KSUP::TraceLevel::rule,
             EPERM,
@@ -79,7 +79,7 @@ void RequireNoSetIdForOthers(int file, const KSUP::KString& path, unsigned mode)
 template <class Id>
 Id Require(const std::optional<Id>& found, const char* what, const KSUP::KString& name) {
     if (!found) {
-        errorSource.Raise(
+        modeRule.Raise(
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::notFound,
             KSUP::KString("there is no ") + what + " " + name

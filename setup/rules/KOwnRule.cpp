@@ -6,7 +6,7 @@ namespace KSETUP {
 
 namespace {
 
-constexpr KSUP::KErrorSource errorSource{"setup/KOwnRule"};
+constexpr KSUP::KErrorSource ownRule{"setup/KOwnRule"};
 
 } // namespace
 
@@ -19,7 +19,7 @@ KSetupRuleLine ReadOwnLine(
         return manager.ExpandMacros(text);
     });
     if (!line.GetProblem().empty()) {
-        errorSource.RaiseAs(
+        ownRule.RaiseAs(
             {KSUP::KErrorKind::Rule, KSUP::KOperation::None, {}, line.GetProblemText()},
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::malformedRule,

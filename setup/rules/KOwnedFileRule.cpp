@@ -29,14 +29,14 @@ using KSUP::KString;
 using Named = KChangePolicy::Named;
 using Purpose = KSUP::KDirectory::Purpose;
 
-constexpr KSUP::KErrorSource errorSource{"setup/KOwnedFileRule"};
+constexpr KSUP::KErrorSource ownedFileRule{"setup/KOwnedFileRule"};
 
 /// What the plan knew of was looked at before the run; a command may have made something since.
 void RequireMayReplace(
     const KChangePolicy& policy, const std::string& path, const std::string& source
 ) {
     if (const std::string why = policy.WhyNotReplace(path, source); !why.empty()) {
-        errorSource.RaiseAs(
+        ownedFileRule.RaiseAs(
             {KSUP::KErrorKind::System, KSUP::KOperation::Write, path.c_str(), why.c_str()},
             KSUP::TraceLevel::rule,
             EEXIST
@@ -49,7 +49,7 @@ std::optional<KManifestEntry> LookAtTarget(const std::string& path) {
     unsigned whyMissing = 0;
     auto entry = LookAtEntry(path, &whyMissing);
     if (!entry && !CountsAsMissing(whyMissing)) {
-        errorSource.RaiseSystem(whyMissing, KSUP::KOperation::Write, path);
+        ownedFileRule.RaiseSystem(whyMissing, KSUP::KOperation::Write, path);
     }
     return entry;
 }
@@ -90,7 +90,7 @@ void RequireNone(
     }
     const unsigned failed = WhyUnread(directory);
     const KString reason = std::generic_category().message(static_cast<int>(failed)).c_str();
-    errorSource.RaiseAs(
+    ownedFileRule.RaiseAs(
         {KSUP::KErrorKind::System, KSUP::KOperation::Read, directory.c_str(), reason},
         KSUP::TraceLevel::rule,
         failed != 0 ? failed : ENOENT,
@@ -266,7 +266,7 @@ void KOwnedFileRule::NoteConfiguration(const KString& source, const std::string&
     if (policy.IsConfiguration(target, GetTreatment())) {
         const KFileDigest digest = DigestFile(source.c_str());
         if (digest.errorNumber != 0 && digest.errorNumber != ELOOP) { // a link has none
-            errorSource.RaiseSystem(digest.errorNumber, KSUP::KOperation::Read, source);
+            ownedFileRule.RaiseSystem(digest.errorNumber, KSUP::KOperation::Read, source);
         }
         changes.kitDigests[NormalPath(target)] = digest.sha256;
     } else if (GetTreatment() == KChangePolicy::Treatment::Program) {

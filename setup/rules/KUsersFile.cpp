@@ -15,7 +15,7 @@ namespace KSETUP {
 
 namespace {
 
-constexpr KSUP::KErrorSource errorSource{"setup/KUsersFile"};
+constexpr KSUP::KErrorSource usersFile{"setup/KUsersFile"};
 constexpr unsigned fileMode = 0644;
 
 struct Former {
@@ -36,7 +36,7 @@ Former ReadFormer(const std::string& path) {
         failed = KSYS::ReadAll(file.Get(), former.text);
     }
     if (failed != 0) {
-        errorSource.RaiseSystem(failed, KSUP::KOperation::Read, path);
+        usersFile.RaiseSystem(failed, KSUP::KOperation::Read, path);
     }
     return former;
 }
@@ -61,7 +61,7 @@ void KUsersFile::Apply(const KINS::KInstallRuleManagerBase& manager) const {
     const std::string text = usersFileMark + lines;
     const Former former = ReadFormer(path);
     if (!IsUsersFile(former.text)) {
-        errorSource.Raise(
+        usersFile.Raise(
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::invalidArgument,
             KSUP::KString(

@@ -10,7 +10,7 @@ namespace KSETUP {
 
 namespace {
 
-using Kind = KINS::KRunEvent::Kind;
+using EventKind = KINS::KRunEvent::Kind;
 
 KRunWork WorkOf(const std::vector<KWatchedRule>& rules) {
     std::vector<KRunWork::Rule> counted;
@@ -42,19 +42,19 @@ void KRunWatch::Take(const KINS::KRunEvent& event) {
     }
     // Chunks of a copy come by the thousand: only the last one counts.
     if (event.percentage != KINS::noPercentage && !queue.empty() &&
-        queue.back().kind == Kind::Status && queue.back().rule == event.rule &&
+        queue.back().kind == EventKind::Status && queue.back().rule == event.rule &&
         queue.back().percentage != KINS::noPercentage) {
         queue.back().percentage = event.percentage;
         return;
     }
-    const bool begins = event.kind == Kind::Status && event.percentage == KINS::noPercentage;
+    const bool begins = event.kind == EventKind::Status && event.percentage == KINS::noPercentage;
     queue.push_back(
         {event.kind,
          event.rule,
-         event.kind == Kind::Status ? event.text.c_str() : "",
+         event.kind == EventKind::Status ? event.text.c_str() : "",
          event.percentage,
          begins ? event.path.c_str() : "",
-         event.kind == Kind::RuleDone && installer.IsCancelled()}
+         event.kind == EventKind::RuleDone && installer.IsCancelled()}
     );
 }
 
@@ -93,13 +93,13 @@ void KRunWatch::TellQueued() {
 /// Most rules say at once what they do, and are told by that; the others by what is planned.
 void KRunWatch::Tell(const Event& event) {
     switch (event.kind) {
-    case Kind::RuleStarted:
+    case EventKind::RuleStarted:
         work.BeginRule(event.rule);
         view.rule = event.rule + 1;
         view.words = rules[event.rule].words;
         view.status = view.words;
         break;
-    case Kind::Status:
+    case EventKind::Status:
         view.status = event.text;
         if (event.percentage != KINS::noPercentage) {
             view.status += " (" + std::to_string(std::lround(std::ceil(event.percentage))) + "%)";
@@ -110,7 +110,7 @@ void KRunWatch::Tell(const Event& event) {
         }
         TellStarted(event.rule);
         break;
-    case Kind::RuleDone:
+    case EventKind::RuleDone:
         TellStarted(event.rule);
         if (event.isStopped) {
             return; // it may have been called off, and says nothing of that

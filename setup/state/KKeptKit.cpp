@@ -20,8 +20,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* directoryName = "kit";
-constexpr const char* newName = "kit.new";
+constexpr const char* keptName = "kit";
+constexpr const char* newKeptName = "kit.new";
 
 void Require(unsigned failed, const char* what, const std::string& path) {
     if (failed != 0) {
@@ -56,16 +56,16 @@ void RequireSealed(const std::string& kept, const std::string& source, const KDi
 
 /// In one step where the file system can.
 void PutInPlace(const KPrivateDirectory& directory) {
-    unsigned failed = KSYS::RenameEntry(directory.Get(), newName, directoryName);
+    unsigned failed = KSYS::RenameEntry(directory.Get(), newKeptName, keptName);
     if (failed == ENOTEMPTY || failed == EEXIST) {
-        failed = KSYS::ExchangeEntries(directory.Get(), newName, directoryName);
+        failed = KSYS::ExchangeEntries(directory.Get(), newKeptName, keptName);
     }
     if (failed == EINVAL || failed == ENOSYS) {
-        RemoveTree(directory, directoryName);
-        failed = KSYS::RenameEntry(directory.Get(), newName, directoryName);
+        RemoveTree(directory, keptName);
+        failed = KSYS::RenameEntry(directory.Get(), newKeptName, keptName);
     }
-    Require(failed, "cannot replace", directory.GetPath() + "/" + directoryName);
-    RemoveTree(directory, newName);
+    Require(failed, "cannot replace", directory.GetPath() + "/" + keptName);
+    RemoveTree(directory, newKeptName);
     directory.Flush();
 }
 
@@ -79,8 +79,8 @@ void KKeptKit::Write(
     const std::string& base
 ) {
     const KPrivateDirectory directory(base, serviceName);
-    RemoveTree(directory, newName); // of a run that was killed
-    const KPrivateDirectory made = directory.Below(newName);
+    RemoveTree(directory, newKeptName); // of a run that was killed
+    const KPrivateDirectory made = directory.Below(newKeptName);
     std::set<std::string> kept = files;
     kept.insert({"product.ini", "install.ini"});
     for (const std::string& file : kept) {
@@ -97,7 +97,7 @@ void KKeptKit::Write(
 std::optional<std::string>
 KKeptKit::FindDirectory(const std::string& serviceName, const std::string& base) {
     const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
-    const auto kit = directory ? directory->ExistingBelow(directoryName) : std::nullopt;
+    const auto kit = directory ? directory->ExistingBelow(keptName) : std::nullopt;
     return kit ? std::optional(kit->GetPath()) : std::nullopt;
 }
 
@@ -108,14 +108,14 @@ void KKeptKit::RemoveUnlessNeeded(const std::string& serviceName, const std::str
         return;
     }
     const bool isNeeded = std::any_of(names.begin(), names.end(), [](const std::string& name) {
-        return name != directoryName && name != newName && name != KPinnedKey::fileName;
+        return name != keptName && name != newKeptName && name != KPinnedKey::fileName;
     });
     if (!isNeeded) {
-        RemoveTree(*directory, newName);
+        RemoveTree(*directory, newKeptName);
         // Half of a kit counts as none.
-        const unsigned failed = KSYS::RenameEntry(directory->Get(), directoryName, newName);
+        const unsigned failed = KSYS::RenameEntry(directory->Get(), keptName, newKeptName);
         Require(failed == ENOENT ? 0 : failed, "cannot delete", directory->GetPath() + "/kit");
-        RemoveTree(*directory, newName);
+        RemoveTree(*directory, newKeptName);
         directory->Flush();
     }
 }

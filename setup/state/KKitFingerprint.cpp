@@ -17,8 +17,8 @@ namespace KSETUP {
 namespace {
 
 constexpr const char* fileName = "fingerprint";
-constexpr const char* format = "ins++ fingerprint";
-constexpr std::uint64_t formatVersion = 1;
+constexpr const char* fingerprintFormat = "ins++ fingerprint";
+constexpr std::uint64_t fingerprintVersion = 1;
 
 void Require(unsigned failed, const std::string& path) {
     if (failed != 0) {
@@ -111,8 +111,8 @@ KKitFingerprint::ReadContent(const KDigests& known, const std::function<bool()>&
 
 void KInstalledKit::Write(const std::string& serviceName, const std::string& base) const {
     KJsonLine line;
-    line.Put("format", format);
-    line.Put("formatVersion", formatVersion);
+    line.Put("format", fingerprintFormat);
+    line.Put("formatVersion", fingerprintVersion);
     line.Put("look", look);
     line.Put("content", content);
     line.Put("manifest", manifest);
@@ -128,7 +128,8 @@ KInstalledKit::Read(const std::string& serviceName, const std::string& base) {
     }
     try {
         const KJsonLine line(*text);
-        if (line.GetText("format") != format || line.GetNumber("formatVersion") != formatVersion) {
+        if (line.GetText("format") != fingerprintFormat ||
+            line.GetNumber("formatVersion") != fingerprintVersion) {
             return std::nullopt;
         }
         return KInstalledKit{

@@ -13,14 +13,14 @@ namespace KSETUP {
 
 namespace {
 
-using Kind = KManifestEntry::Kind;
-constexpr const char* fileName = "manifest";
-constexpr const char* format = "ins++ manifest";
-constexpr std::uint64_t formatVersion = 1;
-constexpr unsigned modeBits = 07777;
+using EntryKind = KManifestEntry::Kind;
+constexpr const char* manifestName = "manifest";
+constexpr const char* manifestFormat = "ins++ manifest";
+constexpr std::uint64_t manifestVersion = 1;
+constexpr unsigned keptBits = 07777;
 
-Kind ToKind(const std::string& word) {
-    for (const Kind kind : {Kind::File, Kind::Directory, Kind::Link}) {
+EntryKind ToEntryKind(const std::string& word) {
+    for (const EntryKind kind : {EntryKind::File, EntryKind::Directory, EntryKind::Link}) {
         if (word == KindWord(kind)) {
             return kind;
         }
@@ -71,7 +71,7 @@ template <class Parsed, class Parse>
 std::optional<Parsed>
 ReadFile(const std::string& serviceName, const std::string& base, const Parse& parse) {
     const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
-    const auto text = directory ? directory->Read(fileName) : std::nullopt;
+    const auto text = directory ? directory->Read(manifestName) : std::nullopt;
     if (!text) {
         return std::nullopt;
     }
@@ -80,7 +80,7 @@ ReadFile(const std::string& serviceName, const std::string& base, const Parse& p
     } catch (const std::invalid_argument& what) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            directory->GetPath() + "/" + fileName + " cannot be understood (" + what.what() +
+            directory->GetPath() + "/" + manifestName + " cannot be understood (" + what.what() +
                 "). Delete it and install the product again; that writes it anew."
         );
     }
@@ -99,7 +99,7 @@ KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& know
             }
             continue;
         }
-        if (entry->kind == Kind::File) {
+        if (entry->kind == EntryKind::File) {
             const auto copied = known.find(path);
             const bool isKnown = copied != known.end() && copied->second.size == entry->size;
             const KFileDigest digest = isKnown ? copied->second : DigestFile(path);
@@ -130,7 +130,7 @@ void KManifest::RefreshRights(const std::string& path) {
 
 void KManifest::MarkConfiguration(const std::string& path, const std::string& kitDigest) {
     const auto found = entries.find(path);
-    if (found != entries.end() && found->second.kind == Kind::File) {
+    if (found != entries.end() && found->second.kind == EntryKind::File) {
         found->second.isConfiguration = true;
         found->second.kitDigest = kitDigest == found->second.digest ? "" : kitDigest;
     }
@@ -138,7 +138,7 @@ void KManifest::MarkConfiguration(const std::string& path, const std::string& ki
 
 void KManifest::MarkEdited(const std::string& path, const std::string& digest) {
     const auto found = entries.find(path);
-    if (found != entries.end() && found->second.kind == Kind::File) {
+    if (found != entries.end() && found->second.kind == EntryKind::File) {
         found->second.isConfiguration = true;
         found->second.digest = digest;
     }
@@ -152,7 +152,7 @@ KManifest KManifest::WithoutMissing() const {
 
 bool KManifest::HasFiles() const noexcept {
     return std::any_of(entries.begin(), entries.end(), [](const auto& one) {
-        return one.second.kind != Kind::Directory;
+        return one.second.kind != EntryKind::Directory;
     });
 }
 
@@ -171,8 +171,8 @@ void KManifest::Merge(const KManifest& former) {
 
 void KManifest::Write(const std::string& serviceName, const std::string& base) const {
     KJsonLine head;
-    head.Put("format", format);
-    head.Put("formatVersion", formatVersion);
+    head.Put("format", manifestFormat);
+    head.Put("formatVersion", manifestVersion);
     if (!run.empty()) {
         head.Put("run", run);
     }
@@ -186,12 +186,12 @@ void KManifest::Write(const std::string& serviceName, const std::string& base) c
         KJsonLine line;
         line.Put("path", path);
         line.Put("kind", KindWord(entry.kind));
-        if (entry.kind == Kind::Link) {
+        if (entry.kind == EntryKind::Link) {
             line.Put("target", entry.target);
         } else {
             line.Put("mode", std::uint64_t{entry.mode});
         }
-        if (entry.kind == Kind::File) {
+        if (entry.kind == EntryKind::File) {
             line.Put("size", entry.size);
             line.Put("sha256", entry.digest);
             line.Put("modified", entry.modified);
@@ -202,11 +202,12 @@ void KManifest::Write(const std::string& serviceName, const std::string& base) c
     KJsonLine end;
     end.Put("entries", std::uint64_t{entries.size()});
     text += end.ToText();
-    KPrivateDirectory(base, serviceName).WriteDurably(fileName, text);
+    KPrivateDirectory(base, serviceName).WriteDurably(manifestName, text);
 }
 
 void KManifest::ParseHead(const KJsonLine& line) {
-    if (line.GetText("format") != format || line.GetNumber("formatVersion") != formatVersion) {
+    if (line.GetText("format") != manifestFormat ||
+        line.GetNumber("formatVersion") != manifestVersion) {
         throw std::invalid_argument("written by another version of the program");
     }
     run = line.Has("run") ? line.GetText("run") : "";
@@ -233,13 +234,13 @@ void KManifest::Parse(const std::string& text) {
             complete = line.GetNumber("entries") == entries.size();
         } else {
             KManifestEntry entry;
-            entry.kind = ToKind(line.GetText("kind"));
-            if (entry.kind == Kind::Link) {
+            entry.kind = ToEntryKind(line.GetText("kind"));
+            if (entry.kind == EntryKind::Link) {
                 entry.target = line.GetText("target");
             } else {
-                entry.mode = static_cast<unsigned>(line.GetNumber("mode") & modeBits);
+                entry.mode = static_cast<unsigned>(line.GetNumber("mode") & keptBits);
             }
-            if (entry.kind == Kind::File) {
+            if (entry.kind == EntryKind::File) {
                 entry.size = line.GetNumber("size");
                 entry.digest = line.GetText("sha256");
             }
@@ -271,7 +272,7 @@ KManifest::ReadProduct(const std::string& serviceName, const std::string& base) 
 
 void KManifest::Remove(const std::string& serviceName, const std::string& base) {
     if (const auto directory = KPrivateDirectory::OpenExisting(base, serviceName)) {
-        directory->Delete(fileName);
+        directory->Delete(manifestName);
     }
 }
 

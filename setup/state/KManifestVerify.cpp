@@ -14,7 +14,7 @@ namespace KSETUP {
 
 namespace {
 
-using Kind = KManifestEntry::Kind;
+using EntryKind = KManifestEntry::Kind;
 using Different = KManifestDifference::Kind;
 constexpr unsigned modeBits = 07777;
 
@@ -61,7 +61,7 @@ class Comparison {
                 );
             }
             CompareOwner(*now);
-            if (was.kind == Kind::File && !contentMayChange) {
+            if (was.kind == EntryKind::File && !contentMayChange) {
                 CompareContent(*now);
             }
         }
@@ -125,7 +125,7 @@ class Comparison {
 } // namespace
 
 const char* KindWord(KManifestEntry::Kind kind) noexcept {
-    return kind == Kind::File ? "file" : kind == Kind::Directory ? "directory" : "link";
+    return kind == EntryKind::File ? "file" : kind == EntryKind::Directory ? "directory" : "link";
 }
 
 std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* whyMissing) {
@@ -148,9 +148,9 @@ std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* why
         entry.size = static_cast<std::uint64_t>(status.st_size);
         entry.modified = Nanoseconds(status.st_mtim);
     } else if (S_ISDIR(status.st_mode)) {
-        entry.kind = Kind::Directory;
+        entry.kind = EntryKind::Directory;
     } else if (S_ISLNK(status.st_mode)) {
-        entry.kind = Kind::Link;
+        entry.kind = EntryKind::Link;
         entry.mode = 0;
     } else {
         return std::nullopt;

@@ -10,8 +10,8 @@ namespace KSETUP {
 
 namespace {
 
-constexpr const char* format = "ins++ pinned key";
-constexpr std::uint64_t formatVersion = 1;
+constexpr const char* pinFormat = "ins++ pinned key";
+constexpr std::uint64_t pinVersion = 1;
 constexpr const char* formerKeyName = "formerKey";
 
 } // namespace
@@ -26,7 +26,7 @@ KPinnedKey::Read(const std::string& serviceName, const std::string& base) {
     const std::string path = PathOf(serviceName, base);
     try {
         const KJsonLine line(*text);
-        if (line.GetText("format") != format || line.GetNumber("formatVersion") != formatVersion) {
+        if (line.GetText("format") != pinFormat || line.GetNumber("formatVersion") != pinVersion) {
             throw std::invalid_argument("another format");
         }
         KPinnedKey pin{KPublicKey::FromText(line.GetText("key"), path), line.GetText("seal"), {}};
@@ -47,8 +47,8 @@ KPinnedKey::Read(const std::string& serviceName, const std::string& base) {
 
 void KPinnedKey::Write(const std::string& serviceName, const std::string& base) const {
     KJsonLine line;
-    line.Put("format", format);
-    line.Put("formatVersion", formatVersion);
+    line.Put("format", pinFormat);
+    line.Put("formatVersion", pinVersion);
     line.Put("key", key.ToText());
     line.Put("seal", seal);
     if (formerKey) {

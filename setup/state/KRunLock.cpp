@@ -45,7 +45,7 @@ std::string LockName(const std::string& serviceName) {
 }
 
 /// Only what is no file is to be deleted: another failure says nothing against what stands there.
-const char* AdviceFor(unsigned errorNumber) noexcept {
+const char* LockAdvice(unsigned errorNumber) noexcept {
     switch (errorNumber) {
     case ELOOP:
     case EISDIR:
@@ -64,7 +64,7 @@ const char* AdviceFor(unsigned errorNumber) noexcept {
 
 KSetupFailure CannotLock(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
-        ExitCode::cannotWrite, "cannot lock", path, errorNumber, AdviceFor(errorNumber)
+        ExitCode::cannotWrite, "cannot lock", path, errorNumber, LockAdvice(errorNumber)
     );
 }
 

@@ -17,7 +17,7 @@ namespace KSETUP {
 
 namespace {
 
-constexpr const char* fileName = "state";
+constexpr const char* stateName = "state";
 constexpr std::size_t ruleDigits = 10;
 constexpr const char* installs = "install";
 constexpr const char* removes = "remove";
@@ -107,9 +107,9 @@ void KRunState::Begin(const KRunDescription& run) {
     }
     line.Put("run", run.run);
     line.Put("temporaries", std::uint64_t{KSYS::TemporaryKey()});
-    directory.WriteDurably(fileName, std::string(RuleText(0).data()) + "\n" + line.ToText());
+    directory.WriteDurably(stateName, std::string(RuleText(0).data()) + "\n" + line.ToText());
     rule = 0;
-    file = directory.Open(fileName, O_WRONLY);
+    file = directory.Open(stateName, O_WRONLY);
 }
 
 void KRunState::SetRule(unsigned number) noexcept {
@@ -123,7 +123,7 @@ void KRunState::SetRule(unsigned number) noexcept {
 
 void KRunState::End() {
     file.Reset();
-    directory.Delete(fileName);
+    directory.Delete(stateName);
 }
 
 std::optional<KInterruptedRun> KRunState::Read(
@@ -133,7 +133,7 @@ std::optional<KInterruptedRun> KRunState::Read(
     if (!found || KRunLock::FindHolder(serviceName, locks)) {
         return std::nullopt;
     }
-    const std::optional<std::string> text = found->Read(fileName);
+    const std::optional<std::string> text = found->Read(stateName);
     if (!text) {
         return std::nullopt;
     }
@@ -142,7 +142,7 @@ std::optional<KInterruptedRun> KRunState::Read(
     } catch (const std::invalid_argument& what) {
         KInterruptedRun unknown;
         unknown.damage =
-            found->GetPath() + "/" + fileName + " cannot be understood (" + what.what() + ")";
+            found->GetPath() + "/" + stateName + " cannot be understood (" + what.what() + ")";
         return unknown;
     }
 }

@@ -16,7 +16,7 @@ namespace KSETUP {
 
 namespace {
 
-constexpr const char* fileName = "written";
+constexpr const char* journalName = "written";
 constexpr char madeMark = '+';
 constexpr char deletedMark = '-';
 constexpr char expectedMark = '?';
@@ -84,7 +84,7 @@ KWriteJournal::KWriteJournal(
     std::set<std::string> rewritten(beginning.rewritten.begin(), beginning.rewritten.end());
     std::set<std::string> directories = beginning.directories;
     if (begin == Begin::GoOn) {
-        Begun begun = BegunIn(directory.Read(fileName).value_or(""));
+        Begun begun = BegunIn(directory.Read(journalName).value_or(""));
         made = std::move(begun.made);
         rewritten.merge(begun.rewritten);
         directories.merge(begun.directories);
@@ -105,8 +105,8 @@ KWriteJournal::KWriteJournal(
     for (const std::string& path : made) {
         text += Entry(madeMark, path);
     }
-    directory.WriteDurably(fileName, text);
-    file = directory.Open(fileName, O_WRONLY | O_APPEND);
+    directory.WriteDurably(journalName, text);
+    file = directory.Open(journalName, O_WRONLY | O_APPEND);
     static_cast<void>(SvcSetWriteListener(&KWriteJournal::Listen, this)); // cannot fail
 }
 
@@ -171,7 +171,7 @@ void KWriteJournal::SaveHeld() noexcept {
 
 KWriteJournal::Begun KWriteJournal::Read(const std::string& serviceName, const std::string& base) {
     const auto existing = KPrivateDirectory::OpenExisting(base, serviceName);
-    return existing ? BegunIn(existing->Read(fileName).value_or("")) : Begun();
+    return existing ? BegunIn(existing->Read(journalName).value_or("")) : Begun();
 }
 
 bool KWriteJournal::IsMadeNow(const std::string& path) const {
@@ -195,12 +195,12 @@ void KWriteJournal::End() {
         file.Reset();
         pending.clear();
     }
-    directory.Delete(fileName);
+    directory.Delete(journalName);
 }
 
 void KWriteJournal::Discard(const std::string& serviceName, const std::string& base) {
     if (const auto existing = KPrivateDirectory::OpenExisting(base, serviceName)) {
-        existing->Delete(fileName);
+        existing->Delete(journalName);
     }
 }
 

@@ -6,16 +6,13 @@
 #include <cerrno>
 
 #include <sys/Retry.h>
+#include <sys/files/CallStatus.h>
 #include <sys/files/FileCalls.h>
 #include <unistd.h>
 
 namespace KSYS {
 
 namespace {
-
-unsigned LastError() noexcept {
-    return static_cast<unsigned>(errno);
-}
 
 ssize_t CopyThroughBuffer(int from, long long offset, int to, std::size_t length) noexcept {
     std::array<char, 65536> buffer; // filled before it is read

@@ -6,6 +6,7 @@
 
 #include <dirent.h>
 #include <sys/Retry.h>
+#include <sys/files/CallStatus.h>
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileContent.h>
@@ -15,11 +16,6 @@ namespace KSYS {
 namespace {
 
 constexpr int always = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-
-/// The status of a call that answers with less than 0 and errno.
-unsigned StatusOf(long result) noexcept {
-    return result >= 0 ? 0 : static_cast<unsigned>(errno);
-}
 
 unsigned Open(const Entry& entry, int flags, unsigned mode, KDescriptor& opened) noexcept {
     const int result =

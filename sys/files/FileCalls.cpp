@@ -8,6 +8,7 @@
 
 #include <fcntl.h>
 #include <sys/Retry.h>
+#include <sys/files/CallStatus.h>
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileStatus.h>
@@ -19,10 +20,6 @@ namespace KSYS {
 namespace {
 
 constexpr int makeNew = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY;
-
-unsigned LastError() noexcept {
-    return static_cast<unsigned>(errno);
-}
 
 unsigned OpenAt(const Place& place, int flags, unsigned mode, KDescriptor& file) noexcept {
     file.Reset(Retry([&] {

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/Retry.h>
+#include <sys/files/CallStatus.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileContent.h>
 #include <sys/files/FileStatus.h>
@@ -18,11 +19,6 @@
 namespace KSYS {
 
 namespace {
-
-/// The status of a call that answers with less than 0 and errno.
-unsigned StatusOf(long result) noexcept {
-    return result >= 0 ? 0 : static_cast<unsigned>(errno);
-}
 
 std::array<timespec, 2> OnlyChanged(const timespec& changed) noexcept {
     return {timespec{0, UTIME_OMIT}, changed};

@@ -4,16 +4,13 @@
 
 #include <fcntl.h>
 #include <sys/Retry.h>
+#include <sys/files/CallStatus.h>
 #include <sys/files/FileStatus.h>
 #include <sys/files/KFileReplacement.h>
 
 namespace KSYS {
 
 namespace {
-
-unsigned LastError() noexcept {
-    return static_cast<unsigned>(errno);
-}
 
 /// Whether a failure to put a file beside another means that the other has to be written over.
 bool ForbidsRename(unsigned status) noexcept {

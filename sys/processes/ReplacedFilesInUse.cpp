@@ -13,7 +13,7 @@ namespace KSYS {
 
 namespace {
 
-constexpr std::string_view deletedMark = " (deleted)";
+constexpr std::string_view replacedMark = " (deleted)";
 
 /// Empty for what cannot be read, as of a process that has ended.
 std::string TextOf(const std::string& path) {
@@ -43,10 +43,10 @@ FirstReplaced(const std::string& maps, const std::function<bool(const std::strin
         const std::string_view line = std::string_view(maps).substr(at, end - at);
         at = end + 1;
         const std::size_t slash = line.find('/');
-        if (slash == std::string_view::npos || !line.ends_with(deletedMark)) {
+        if (slash == std::string_view::npos || !line.ends_with(replacedMark)) {
             continue;
         }
-        std::string path(line.substr(slash, line.size() - slash - deletedMark.size()));
+        std::string path(line.substr(slash, line.size() - slash - replacedMark.size()));
         if (isOurs(path)) {
             return path;
         }

@@ -4,6 +4,7 @@
 #include "../support/SetupLog.h"
 #include "../support/StatusRecorder.h"
 #include "../support/TemporaryTree.h"
+#include "Calls.h"
 
 #include <ins/KInstaller.h>
 #include <sup++/KTraceLogger.h>
@@ -38,20 +39,6 @@ struct RunPlan {
     bool stopBeforeStart = false;
     unsigned user = 0;
 };
-
-std::string Replaced(std::string text, const std::string& from, const std::string& to) {
-    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at)) {
-        text.replace(at, from.size(), to);
-        at += to.size();
-    }
-    return text;
-}
-
-void Check(int result, const char* what) {
-    if (result < 0) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
 
 void Require(unsigned status, const char* what) {
     if (status != 0) {

@@ -3,6 +3,7 @@
 
 #include "../support/SetupLog.h"
 #include "../support/TemporaryTree.h"
+#include "Calls.h"
 #include "Difference.h"
 #include "JsonLines.h"
 #include "SetupWorld.h"
@@ -30,14 +31,6 @@ constexpr const char* logDirectory = "/var/log";
 constexpr const char* logEnding = " Setup Log.txt";
 constexpr const char* statusEvent = "\"event\":\"status\"";  // how many is a question of speed
 constexpr const char* recordRule = "directory=create,/etc/"; // more rules stand in front of it
-
-std::string Replaced(std::string text, const std::string& from, const std::string& to) {
-    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at)) {
-        text.replace(at, from.size(), to);
-        at += to.size();
-    }
-    return text;
-}
 
 std::string Joined(const Lines& lines) {
     std::string text;

@@ -2,6 +2,7 @@
 #include "SetupWorld.h"
 
 #include "../support/TemporaryTree.h"
+#include "Calls.h"
 #include "CaseFile.h"
 
 #include <algorithm>
@@ -30,12 +31,6 @@ const fs::path world = "/run/inspp-cases/world";
 constexpr const char* journal = "/var/log/journal";
 constexpr std::size_t longestText = 300;            // a record is told as it is
 constexpr std::uintmax_t mostBytesRead = 1U << 20U; // sparse files may be of any size
-
-void Check(long result, const std::string& what) {
-    if (result < 0) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
 
 void Mount(const fs::path& what, const fs::path& where, unsigned long flags) {
     Check(::mount(what.c_str(), where.c_str(), nullptr, flags, nullptr), "mount " + where.string());

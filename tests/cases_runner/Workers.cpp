@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "Workers.h"
 
+#include "Calls.h"
 #include "SetupWorld.h"
 
 #include <algorithm>
@@ -23,12 +24,6 @@ using Clock = std::chrono::steady_clock;
 constexpr auto longestCase = std::chrono::minutes(2);
 constexpr char passedMark = 'P';
 constexpr char failedMark = 'F';
-
-void Check(int result, const char* what) {
-    if (result < 0) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
 
 void WriteAll(int end, const std::string& bytes) {
     for (std::size_t sent = 0; sent < bytes.size();) {

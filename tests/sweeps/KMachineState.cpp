@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t longestShown = 120; // bytes of a file in a difference
 
-std::string LineOf(const fs::path& path) {
+std::string EntryLine(const fs::path& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
         throw std::system_error(errno, std::generic_category(), path);
@@ -82,12 +82,12 @@ KLook KMachineState::Look() const {
         if (!fs::exists(status) || place.starts_with("/var/log/")) {
             continue;
         }
-        look[place] = LineOf(place);
+        look[place] = EntryLine(place);
         if (!fs::is_directory(status)) {
             continue;
         }
         for (fs::recursive_directory_iterator entry(place), end; entry != end; ++entry) {
-            look[entry->path()] = LineOf(entry->path());
+            look[entry->path()] = EntryLine(entry->path());
             if (entry->path() == StateDirectory() + "/backup") { // tried by what it is for
                 entry.disable_recursion_pending();
             }

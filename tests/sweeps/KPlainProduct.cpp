@@ -15,12 +15,12 @@ namespace fs = std::filesystem;
 
 const std::string store = "/srv/plain";
 const std::string kitAfter = store + "/1.1";
-const std::string kitThatFails = store + "/1.2";
+const std::string failingKit = store + "/1.2";
 
 constexpr std::size_t dataLength = 300000; // takes a while
 constexpr unsigned configurationParts = 12;
 
-constexpr const char* installed =
+constexpr const char* installSection =
     "[install]\n"
     "defaultPath.$os$=/home/sweeper/deep/app\n"
     "directory=create,$pathTargetBin$\n"
@@ -47,25 +47,25 @@ constexpr const char* installed =
     "mode=set,$pathTarget$data/b.dat,0640,daemon,daemon\n"
     "mode=set,$pathTarget$data/deep,0750,daemon,daemon\n";
 
-constexpr const char* removed = "file=symlink,helper,$pathTargetBin$,/etc/$serviceName$,"
-                                "$serviceName$\n"
-                                "[remove]\n"
-                                "entry=delete,$pathTarget$data/deep/entry\n"
-                                "entry=delete,$pathTarget$data/deep\n"
-                                "file=delete,newest,$pathTarget$\n"
-                                "file=delete,other,$pathTarget$\n"
-                                "file=delete,*,$pathTarget$data\n"
-                                "directory=delete,$pathTarget$data\n"
-                                "file=delete,*,$pathTargetBin$\n"
-                                "directory=delete,$pathTargetBin$\n"
-                                "directory=delete,$pathTargetLin$\n"
-                                "file=delete,*,$pathTargetConfig$\n"
-                                "directory=delete,$pathTargetConfig$\n"
-                                "directory=delete,$pathTarget$\n"
-                                "file=delete,*,/etc/$serviceName$/more\n"
-                                "directory=delete,/etc/$serviceName$/more\n"
-                                "file=delete,*,/etc/$serviceName$\n"
-                                "directory=delete,/etc/$serviceName$\n";
+constexpr const char* removeSection = "file=symlink,helper,$pathTargetBin$,/etc/$serviceName$,"
+                                      "$serviceName$\n"
+                                      "[remove]\n"
+                                      "entry=delete,$pathTarget$data/deep/entry\n"
+                                      "entry=delete,$pathTarget$data/deep\n"
+                                      "file=delete,newest,$pathTarget$\n"
+                                      "file=delete,other,$pathTarget$\n"
+                                      "file=delete,*,$pathTarget$data\n"
+                                      "directory=delete,$pathTarget$data\n"
+                                      "file=delete,*,$pathTargetBin$\n"
+                                      "directory=delete,$pathTargetBin$\n"
+                                      "directory=delete,$pathTargetLin$\n"
+                                      "file=delete,*,$pathTargetConfig$\n"
+                                      "directory=delete,$pathTargetConfig$\n"
+                                      "directory=delete,$pathTarget$\n"
+                                      "file=delete,*,/etc/$serviceName$/more\n"
+                                      "directory=delete,/etc/$serviceName$/more\n"
+                                      "file=delete,*,/etc/$serviceName$\n"
+                                      "directory=delete,/etc/$serviceName$\n";
 
 void WriteKit(const std::string& kit, const char* version, const std::string& more) {
     const char mark = version[2];
@@ -86,7 +86,7 @@ void WriteKit(const std::string& kit, const char* version, const std::string& mo
         parts += "profile=put,$pathTargetConfig$part" + std::to_string(part) +
                  ".ini,General,Level,$verInfo$\n";
     }
-    Write(kit + "/install.ini", installed + parts + more + removed);
+    Write(kit + "/install.ini", installSection + parts + more + removeSection);
 }
 
 } // namespace
@@ -101,13 +101,13 @@ KPlainProduct::KPlainProduct(std::string itsProgram)
 void KPlainProduct::MakeKits() const {
     WriteKit(Kit(), "1.0", "");
     WriteKit(kitAfter, "1.1", "file=delete,listed.dat,$pathTarget$data\n");
-    WriteKit(kitThatFails, "1.2", "file=copy,missing,$pathSource$,$pathTarget$\n");
+    WriteKit(failingKit, "1.2", "file=copy,missing,$pathSource$,$pathTarget$\n");
     WriteKit(EvilKit(), "1.0", "entry=copy,$pathSource$plain.conf,/srv/victim/evil\n");
     Write(EvilKit() + "/rules", "echo evil > /srv/victim/evil\n");
     Shell(
         "cd " + store + " && rm -f maker.* && minisign -G -W -s maker.key -p maker.pub >maker.out"
     );
-    for (const std::string& kit : {Kit(), kitAfter, kitThatFails}) {
+    for (const std::string& kit : {Kit(), kitAfter, failingKit}) {
         Shell(program + " kit seal --sign " + store + "/maker.key --kit " + kit + " >maker.out");
     }
     Shell("chown -R 65534:65534 " + EvilKit());
@@ -139,7 +139,7 @@ void KPlainProduct::MakeStates() {
     const Words install = {"install", "--quiet", "--kit", Kit()};
     const Words upgrade = {"install", "--quiet", "--kit", kitAfter};
     const Words backup = {"install", "--quiet", "--backup", "--kit", kitAfter};
-    const Words fails = {"install", "--quiet", "--no-check", "--rollback", "--kit", kitThatFails};
+    const Words fails = {"install", "--quiet", "--no-check", "--rollback", "--kit", failingKit};
     const Words remove = {"remove", "--quiet", "--yes", "--kit", Kit()};
     const Words purge = {"remove", "--quiet", "--yes", "--purge", "--kit", Kit()};
     const Words restore = {"restore", "--quiet", "--kit", kitAfter};
