@@ -176,7 +176,9 @@ unsigned KFileReplacement::WriteOver(const std::string& bytes) {
         return static_cast<unsigned>(room);
     }
     unsigned status = WriteAll(file.Get(), bytes.data(), bytes.size());
-    if (status == 0 && Retry([&] { return ::ftruncate(file.Get(), size); }) != 0) {
+    // Zeros where the room was taken would be read as the text's last line.
+    const off_t whole = status == 0 ? size : found.st_size;
+    if (Retry([&] { return ::ftruncate(file.Get(), whole); }) != 0 && status == 0) {
         status = LastError();
     }
     if (status == 0) {

@@ -152,7 +152,9 @@ void SweepErrors(const KSubject& subject, const KSelection& selection, KReport& 
             if ((onwards && error == EINTR) || !selection.Has(number++, name) || !at.isChosen) {
                 continue;
             }
-            const KErrorPoint point(subject, at.way, {KBlow::Kind::Fail, at.nth, error, onwards});
+            const KErrorPoint point(
+                subject, at.way, {KBlow::Kind::Fail, at.nth, error, onwards, at.call.number}
+            );
             report.Add(
                 name,
                 at.call.ToText() + " " + ::strerrorname_np(error) +

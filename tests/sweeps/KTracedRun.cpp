@@ -358,7 +358,11 @@ bool KTracer::IsTurnOf(const KSeenCall& call) {
     if (end.wasStruck) {
         return blow.kind == KBlow::Kind::Fail && blow.onwards && call.number == struckCall;
     }
-    return blow.kind != KBlow::Kind::None && counts(call) && ++number == blow.nth;
+    if (blow.kind == KBlow::Kind::None || !counts(call)) {
+        return false;
+    }
+    ++number;
+    return blow.number < 0 ? number == blow.nth : number >= blow.nth && call.number == blow.number;
 }
 
 void KTracer::Strike(pid_t thread, const __ptrace_syscall_info& info, KPending& pending) {

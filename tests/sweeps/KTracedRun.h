@@ -29,6 +29,9 @@ struct KBlow {
     unsigned nth = 0;     ///< counted from 1 among the calls that count
     int errorNumber = 0;  ///< of Fail
     bool onwards = false; ///< of Fail: and all calls of the same number after it
+    /// Of Fail: threads do not always make their calls in the same order, so the first of this number
+    /// from the nth call on is meant. Another one cannot give every error.
+    long number = -1;
 };
 
 /// How a run ended, and what it said.

@@ -88,6 +88,24 @@ INSTANTIATE_TEST_SUITE_P(
     NameOfRow()
 );
 
+/// Room for a longer text is taken before it is written.
+TEST_F(KFileReplacementInterruptionTest, LeavesNoEmptyRoomWhereItCannotWrite) {
+    tree.Write("d/a.ini", "former\n");
+    GiveToNobody(tree, "d/a.ini");
+    GiveToNobody(tree, "d");
+    tree.SetMode("d", 0555);
+    tree.Directory("locks", 0700);
+    GiveToNobody(tree, "locks");
+    unsigned status = 0;
+    AsNobody([&] {
+        failcall_arm("write", 1, EIO, 0);
+        status = Change("a text that is longer than the former\n");
+        static_cast<void>(failcall_disarm());
+    });
+    EXPECT_EQ(status, EIO);
+    EXPECT_EQ(tree.Read("d/a.ini"), "former\n");
+}
+
 struct OwnerRow {
     const char* name;
     uid_t owner; ///< of the directory
