@@ -6,13 +6,12 @@
 #include <setup/run/KRunBackup.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/run/ServicesBefore.h>
+#include <setup/state/KKeptKit.h>
 #include <setup/state/KPinnedKey.h>
 #include <setup/state/RunId.h>
 
 #include <algorithm>
 #include <exception>
-#include <filesystem>
-#include <system_error>
 #include <utility>
 
 namespace KSETUP {
@@ -32,17 +31,6 @@ bool HasCommands(const KPlan& plan) {
             }
         );
     });
-}
-
-/// A directory and all that is in it, if it is there.
-void AddTree(const std::string& directory, std::vector<std::string>& paths) {
-    paths.push_back(directory);
-    std::error_code isMissing;
-    std::filesystem::recursive_directory_iterator entry(directory, isMissing);
-    for (; !isMissing && entry != std::filesystem::recursive_directory_iterator();
-         entry.increment(isMissing)) {
-        paths.push_back(entry->path().string());
-    }
 }
 
 /// What an earlier run installed: a command may change it, too.
@@ -122,7 +110,8 @@ std::vector<std::string> KRunBackup::FindPaths(const std::vector<KServiceBefore>
     paths.push_back(own + "/manifest");
     paths.push_back(own + "/fingerprint");
     paths.push_back(own + "/" + KPinnedKey::fileName);
-    AddTree(own + "/kit", paths);
+    const std::vector<std::string> kit = KKeptKit::ListPaths(store.GetName(), store.GetBase());
+    paths.insert(paths.end(), kit.begin(), kit.end());
     if (planned.GetProduct().GetInterrupted() && !goesOn) { // undone, that one is interrupted again
         paths.push_back(own + "/state");
         paths.push_back(own + "/written");

@@ -13,6 +13,7 @@
 
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileContent.h>
+#include <sys/files/FileStatus.h>
 
 namespace KSETUP {
 
@@ -51,6 +52,22 @@ void RequireSealed(const std::string& kept, const std::string& source, const KDi
             source + " is not what the kit's SHA256SUMS lists: somebody changed the kit during the "
                      "run. Look who may, get it again, and run it again."
         );
+    }
+}
+
+/// Nothing where the directory itself is missing.
+void AddBelow(const std::string& directory, std::vector<std::string>& paths) {
+    std::vector<std::string> names;
+    const unsigned failed = KSYS::ListEntries(directory, names);
+    Require(failed == ENOENT ? 0 : failed, "cannot list", directory);
+    for (const std::string& name : names) {
+        const std::string path = directory + "/" + name;
+        struct stat status {};
+        Require(KSYS::ReadStatus(path, KSYS::LastLink::Keep, status), "cannot look at", path);
+        paths.push_back(path);
+        if (S_ISDIR(status.st_mode)) {
+            AddBelow(path, paths);
+        }
     }
 }
 
@@ -99,6 +116,14 @@ KKeptKit::FindDirectory(const std::string& serviceName, const std::string& base)
     const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
     const auto kit = directory ? directory->ExistingBelow(keptName) : std::nullopt;
     return kit ? std::optional(kit->GetPath()) : std::nullopt;
+}
+
+std::vector<std::string>
+KKeptKit::ListPaths(const std::string& serviceName, const std::string& base) {
+    const std::string kept = base + "/" + serviceName + "/" + keptName;
+    std::vector<std::string> paths = {kept};
+    AddBelow(kept, paths);
+    return paths;
 }
 
 void KKeptKit::RemoveUnlessNeeded(const std::string& serviceName, const std::string& base) {

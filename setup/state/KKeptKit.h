@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace KSETUP {
 
@@ -34,6 +35,12 @@ class KKeptKit {
     /// Throws   KSetupFailure with ExitCode::notRoot for a user who may not look
     static std::optional<std::string>
     FindDirectory(const std::string& serviceName, const std::string& base = stateBaseDirectory);
+    /// The path of its directory, whether it is there or not, and of all that is in it; what is in a
+    /// directory stands behind it.
+    ///
+    /// Throws   KSetupFailure where that cannot be read, which says nothing of what there is
+    static std::vector<std::string>
+    ListPaths(const std::string& serviceName, const std::string& base = stateBaseDirectory);
     /// Takes it away, where nothing else is remembered of the product that would need it.
     ///
     /// Throws   KSetupFailure, a part of it being there still

@@ -3,24 +3,29 @@
 #include <setup/KSetupFailure.h>
 #include <setup/files/PathText.h>
 #include <setup/state/KOwnership.h>
+#include <setup/state/KPrivateDirectory.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <system_error>
 #include <vector>
 
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileStatus.h>
+#include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
 
 namespace {
 
-/// The services of which something is remembered.
+/// The services of which something is remembered; nothing for a user who may not look.
 std::vector<std::string> KnownServices(const std::string& base) {
     std::vector<std::string> names;
-    std::error_code unreadable; // then nothing is known
-    for (const auto& entry : std::filesystem::directory_iterator(base, unreadable)) {
-        names.push_back(entry.path().filename().string());
+    const unsigned failed = KSYS::ListEntries(base, names);
+    if (failed != 0 && failed != ENOENT && (failed != EACCES || KSYS::IsRoot())) {
+        throw SystemFailure(
+            ExitCode::cannotWrite, "cannot list", base, failed, "Fix the cause and run it again."
+        );
     }
     return names;
 }

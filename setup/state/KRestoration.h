@@ -90,7 +90,7 @@ class KRestoration {
     unsigned PutBackFile(const KSYS::Place& place, const KBackupEntry& entry) const;
     static unsigned PutBackLink(const KSYS::Place& place, const KBackupEntry& entry);
     bool KeepBeside(const std::string& path);
-    void DeleteUnlisted(const std::string& directory);
+    void DeleteUnlistedOfKit();
     void FindKept();
     void Count(const std::string& path, unsigned& counter, const KSYS::Place& place);
     /// Keeps the file system of a directory, of `path` or that holds it, to be flushed.

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
 // How a restoration changes the disk. Steps return 0 or errno.
+#include <setup/KSetupFailure.h>
 #include <setup/files/PathText.h>
 #include <setup/output/TextFormat.h>
+#include <setup/state/KKeptKit.h>
 #include <setup/state/KRestoration.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <system_error>
 
 #include <sys/files/FileContent.h>
@@ -21,7 +22,6 @@ using KSYS::Entry;
 using KSYS::LastLink;
 using KSYS::Place;
 using Kind = KBackupEntry::Kind;
-constexpr const char* kitName = "kit"; // what is kept of the kit, a tree
 constexpr const char* stateName = "state";
 
 /// Where `failed` says so, what was made beside the place goes instead.
@@ -157,7 +157,7 @@ void KRestoration::PutBack(const std::function<bool()>& shallStop) {
 }
 
 void KRestoration::PutBackOwn() {
-    DeleteUnlisted(ownDirectory + "/" + kitName);
+    DeleteUnlistedOfKit();
     PutBackAll(true, {});
     Flush();
 }
@@ -360,15 +360,15 @@ unsigned KRestoration::PutBackLink(const Place& place, const KBackupEntry& entry
 }
 
 /// A tree of the program's own, in which nobody else writes: what the run added goes.
-void KRestoration::DeleteUnlisted(const std::string& directory) {
-    std::error_code unknown;
-    std::vector<std::string> paths = {directory};
-    std::filesystem::recursive_directory_iterator entry(directory, unknown);
-    for (; !unknown && entry != std::filesystem::recursive_directory_iterator();
-         entry.increment(unknown)) {
-        paths.push_back(entry->path().string());
+void KRestoration::DeleteUnlistedOfKit() {
+    std::vector<std::string> paths;
+    try {
+        paths = KKeptKit::ListPaths(std::string(NameOfPath(ownDirectory)), base);
+    } catch (const KSetupFailure& failure) {
+        result.failures.emplace_back(failure.what());
+        return;
     }
-    std::sort(paths.rbegin(), paths.rend()); // what is in a directory before it
+    std::reverse(paths.begin(), paths.end()); // what is in a directory before it
     for (const std::string& path : paths) {
         const auto listed = backup.index.entries.find(path);
         if (listed == backup.index.entries.end() || listed->second.kind == Kind::Nothing) {

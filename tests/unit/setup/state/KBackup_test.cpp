@@ -457,6 +457,23 @@ TEST_F(KBackupTest, WhatTheProgramKeepsForItselfIsPutBackLastAndNotCounted) {
     EXPECT_EQ(restoration.GetResult().deleted, 0u);
 }
 
+TEST_F(KBackupTest, AKeptKitThatCannotBeListedIsToldAndTheFormerStateWaits) {
+    tree.Write("base/dps/state", "former", 0600);
+    backup.Save(Wish("1", {"base/dps/state"}));
+    tree.Write("base/dps/state", "restoring", 0600);
+    tree.Write("base/dps/kit/added", "new", 0600);
+    backup.NoteLeft({});
+    const auto kept = backup.Open("1");
+    KRestoration restoration(*kept, backup);
+    failcall_arm("readdir", 1, EIO, 0);
+    restoration.PutBackOwn();
+    failcall_disarm();
+    EXPECT_THAT(
+        restoration.GetResult().failures, ElementsAre(HasSubstr("/dps/kit: Input/output error"))
+    );
+    EXPECT_EQ(tree.Read("base/dps/state"), "restoring");
+}
+
 TEST_F(KBackupTest, WhatFailsToBeFlushedIsToldAndTheFormerStateWaits) {
     tree.Write("base/dps/state", "former", 0600);
     backup.Save(Wish("1", {"p/conf\xFF", "base/dps/state"}));

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "../../../faults/failcall.h"
 #include "../../../support/TemporaryTree.h"
 
 #include <setup/KSetupFailure.h>
@@ -7,6 +8,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <string>
 
 namespace {
@@ -93,6 +96,29 @@ TEST_F(KKeptKitTest, OfASealedKitOnlyWhatWasSealedIsKept) {
     EXPECT_EQ(tree.Read("base/svc/kit/lib/off.sh"), "lib/off.sh");
     KKeptKit::Write("svc", tree.Path("kit"), {"lib/off.sh"}, {}, tree.Path("base"));
     EXPECT_EQ(tree.Read("base/svc/kit/lib/off.sh"), "exchanged") << "the attack without a seal";
+}
+
+TEST_F(KKeptKitTest, ListsADirectoryBeforeWhatIsInIt) {
+    EXPECT_THAT(
+        KKeptKit::ListPaths("svc", tree.Path("base")),
+        ::testing::ElementsAre(tree.Path("base/svc/kit"))
+    );
+    Write({"a/b/tool"});
+    const auto paths = KKeptKit::ListPaths("svc", tree.Path("base"));
+    EXPECT_EQ(paths.front(), tree.Path("base/svc/kit"));
+    EXPECT_THAT(paths, ::testing::Contains(tree.Path("base/svc/kit/a/b/tool")));
+    const auto at = [&](const std::string& path) {
+        return std::find(paths.begin(), paths.end(), tree.Path(path));
+    };
+    EXPECT_LT(at("base/svc/kit/a/b"), at("base/svc/kit/a/b/tool"));
+}
+
+/// What is taken for none would not be kept by a backup, and be deleted when it is put back.
+TEST_F(KKeptKitTest, ThatCannotBeListedNowIsNotTakenForNone) {
+    Write({});
+    failcall_arm("readdir", 1, EIO, 0);
+    EXPECT_THROW(KKeptKit::ListPaths("svc", tree.Path("base")), KSETUP::KSetupFailure);
+    failcall_disarm();
 }
 
 } // namespace

@@ -62,4 +62,12 @@ TEST_F(KOwnershipTest, AnotherProductsManifestThatCannotBeReadNowIsNotTakenForNo
     EXPECT_EQ(exitCode, KSETUP::ExitCode::cannotWrite);
 }
 
+TEST_F(KOwnershipTest, ProductsThatCannotBeListedNowAreNotTakenForNone) {
+    tree.Write("base/other/manifest", "no manifest", 0600);
+    const KOwnership own = Read();
+    failcall_arm("readdir", 1, EIO, 0);
+    EXPECT_THROW(static_cast<void>(own.FindOther(tree.Path("p/file"))), KSETUP::KSetupFailure);
+    failcall_disarm();
+}
+
 } // namespace
