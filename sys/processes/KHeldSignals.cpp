@@ -62,14 +62,33 @@ unsigned KHeldSignals::Run(
     );
     ::posix_spawnattr_destroy(&attributes);
     ::posix_spawn_file_actions_destroy(&actions);
-    while (error == 0 && ::waitpid(child, &status, WNOHANG) != child) {
+    if (error == 0) {
+        WaitFor(child, status);
+    }
+    return static_cast<unsigned>(error);
+}
+
+void KHeldSignals::WaitFor(pid_t child, int& status) noexcept {
+    for (;;) {
+        int how = 0;
+        const pid_t ended = ::waitpid(-1, &how, WNOHANG);
+        if (ended == child) {
+            status = how;
+            return;
+        }
+        if (ended > 0) {
+            continue;
+        }
         siginfo_t signal{};
         const int number = Retry([&] { return ::sigwaitinfo(&held, &signal); });
         if (number > 0 && number != SIGCHLD && signal.si_code <= 0) { // sent by a process
             ::kill(child, number); // which is there: nobody has waited for it
         }
     }
-    return static_cast<unsigned>(error);
+}
+
+void KHeldSignals::Release() noexcept {
+    ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
 }
 
 void EndAs(int status) noexcept {

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 namespace KSYS {
 
 /// Holds back what ends a program (SIGHUP, SIGINT, SIGQUIT, SIGTERM) from its begin to its end, so
@@ -27,6 +29,13 @@ class KHeldSignals {
     [[nodiscard]] unsigned
     Run(std::vector<std::string> words, std::vector<std::string> environment, int kept, int& status
     );
+
+    /// Waits for the end of a child, as waitpid(2) gives it, and passes signals on to it in the same way.
+    /// Other children that end meanwhile are reaped.
+    void WaitFor(pid_t child, int& status) noexcept;
+
+    /// For a process that was forked from the one that holds them: it gets its signals again.
+    void Release() noexcept;
 
   private:
     sigset_t held{};

@@ -19,6 +19,12 @@
 
 namespace KSYS {
 
+namespace {
+
+pid_t knownId = 0; // 0 for the process's own
+
+} // namespace
+
 std::string ProgramDirectory() {
     std::string path(PATH_MAX, '\0');
     const ssize_t bytes = ::readlink("/proc/self/exe", path.data(), path.size());
@@ -68,6 +74,14 @@ std::vector<std::string> WithoutLoader(std::vector<std::string> words) {
     }
     words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(at));
     return words;
+}
+
+pid_t KnownProcessId() noexcept {
+    return knownId != 0 ? knownId : ::getpid();
+}
+
+void SetKnownProcessId(pid_t id) noexcept {
+    knownId = id;
 }
 
 std::string Architecture() {

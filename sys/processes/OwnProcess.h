@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 /// What the system says about this process and itself.
 namespace KSYS {
 
@@ -17,6 +19,12 @@ std::vector<std::string> ProgramArguments();
 /// The command line of a program without that of the dynamic loader (ld.so(8)) in front of it, under
 /// the name that the loader gave it.
 std::vector<std::string> WithoutLoader(std::vector<std::string> words);
+
+/// The number by which this process is known on the machine: its own, or in a process namespace of its
+/// own that of the process which waits for it outside.
+pid_t KnownProcessId() noexcept;
+/// For a process whose number means nothing outside; while it has one thread.
+void SetKnownProcessId(pid_t id) noexcept;
 
 /// The architecture's directory name: "x86_64", "x86", or the system's own name for any other.
 std::string Architecture();
