@@ -14,6 +14,7 @@
 #include <setup/preflight/KUnpackedBundle.h>
 #include <setup/preflight/Preflight.h>
 #include <setup/preflight/ValuesFile.h>
+#include <setup/process/ImageRoot.h>
 #include <setup/process/PrepareProcess.h>
 #include <setup/run/ListProducts.h>
 #include <setup/run/RunFailure.h>
@@ -61,6 +62,7 @@ int Tell(
     KSETUP::KReporter reporter(arguments);
     KRunReport report;
     report.command = command;
+    report.root = arguments.root;
     try {
         work(reporter, report);
     } catch (const KSETUP::KSetupFailure& failure) {
@@ -89,7 +91,9 @@ Unpack(const KSetupArguments& arguments, KSYS::KStopSignals& signals) {
     return std::make_unique<KSETUP::KUnpackedBundle>(
         arguments.bundle,
         arguments.allowUnsigned ? Signature::Ignored : Signature::Required,
-        [&signals] { return signals.Take() != 0; }
+        [&signals] { return signals.Take() != 0; },
+        arguments.unpackParent.empty() ? KSETUP::KUnpackedBundle::usualParent
+                                       : arguments.unpackParent
     );
 }
 
@@ -251,6 +255,12 @@ int main(int argc, char** argv) {
             throw KSETUP::KSetupFailure(
                 KSETUP::ExitCode::noKit, directory + ": this directory cannot be entered again."
             );
+        }
+        if (!arguments->root.empty()) {
+            arguments->root = KSETUP::FromDirectory(directory, arguments->root);
+            if (const std::optional<int> ended = KSETUP::GoIntoImageRoot(*arguments)) {
+                return *ended; // of the process that went there, which has told it
+            }
         }
         return TellLostAnswer(arguments->command, Run(*arguments));
     } catch (const KSETUP::KSetupFailure& failure) {

@@ -95,4 +95,10 @@ std::string PlaceIn(const std::vector<std::string>& words) {
     return hasPlace ? words.back() : "";
 }
 
+bool WorksInTree(const std::vector<std::string>& words) {
+    return std::any_of(words.begin(), words.end(), [](const std::string& word) {
+        return word == "--root" || word.starts_with("--root=");
+    });
+}
+
 } // namespace KBUNDLE

@@ -29,6 +29,9 @@ BundlePart PartFor(const std::vector<std::string>& words);
 /// its options; empty if not.
 std::string PlaceIn(const std::vector<std::string>& words);
 
+/// Whether they are about a directory tree that is to be a system: what goes where is said of that.
+bool WorksInTree(const std::vector<std::string>& words);
+
 /// What is told of the bundle's own options, behind the help of ins-setup.
 bool AsksForHelp(const std::vector<std::string>& words);
 

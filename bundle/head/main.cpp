@@ -216,7 +216,9 @@ int Run(
 ) {
     const KBUNDLE::BundlePart part = KBUNDLE::PartFor(arguments.words);
     const std::string given = KBUNDLE::PlaceIn(arguments.words);
-    const std::string product = given.empty() ? bundle.GetTable().place : given;
+    const std::string product = KBUNDLE::WorksInTree(arguments.words) ? ""
+                                : given.empty()                       ? bundle.GetTable().place
+                                                                      : given;
     std::vector<std::string> places;
     if (arguments.work.empty()) {
         places = KBUNDLE::WorkPlacesFor(product);

@@ -4,19 +4,20 @@
 
 _ins_setup_options() { # COMMAND
     local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --detailed-exit-code'
-    run+=' --offline-services --allow-conflicts --color'
+    run+=' --offline-services --allow-conflicts --color --root'
     case $1 in
     install)
         run+=' --addProfileLine --values --reinstall --no-check --allow-downgrade --start-services --rollback'
         echo "$run --allow-unsigned"
         ;;
     remove) echo "$run --yes -y --purge --allow-unsigned" ;;
-    status) echo '--kit --json --verify' ;;
-    restore) echo '--kit --json --color --quiet -q --wait --detailed-exit-code --force' ;;
-    list | verify) echo '--json' ;;
+    status) echo '--kit --json --verify --root' ;;
+    restore) echo '--kit --json --color --quiet -q --wait --detailed-exit-code --force --root' ;;
+    list) echo '--json --root' ;;
+    verify) echo '--json' ;;
     check) echo '--kit --json --strict' ;;
-    'plan install') echo '--kit --json --offline-services --allow-conflicts' ;;
-    'plan remove') echo '--kit --json --offline-services --allow-conflicts --purge' ;;
+    'plan install') echo '--kit --json --offline-services --allow-conflicts --root' ;;
+    'plan remove') echo '--kit --json --offline-services --allow-conflicts --purge --root' ;;
     macros) echo '--kit --json' ;;
     'kit add') echo '--kit' ;;
     'kit seal') echo '--kit --sign' ;;
@@ -61,6 +62,10 @@ _ins_setup() {
     case $before in
     --kit)
         mapfile -t COMPREPLY < <(_ins_setup_kits "$current")
+        return
+        ;;
+    --root)
+        mapfile -t COMPREPLY < <(compgen -d -- "$current")
         return
         ;;
     --color)

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <grp.h>
+#include <nss.h>
 #include <pwd.h>
 
 namespace KSETUP {
@@ -80,6 +81,16 @@ bool IsAccountName(const std::string& name) noexcept {
            std::all_of(name.begin(), name.end(), [](char byte) {
                return IsLetter(byte) || IsDigit(byte) || byte == '-';
            });
+}
+
+void UseLocalAccounts() {
+    for (const char* database : {"passwd", "group"}) {
+        // Fails only for a database that is none.
+        static_cast<void>(::__nss_configure_lookup(database, "files"));
+    }
+    // C libraries before 2.34 have a module for files too, which is loaded with the first question.
+    static_cast<void>(UserName(0));
+    static_cast<void>(GroupName(0));
 }
 
 std::optional<uid_t> FindUser(const std::string& nameOrNumber) {

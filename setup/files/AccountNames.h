@@ -11,6 +11,10 @@
 /// Thread   any
 namespace KSETUP {
 
+/// From now on names are looked for in /etc/passwd and /etc/group alone, whatever nsswitch.conf(5) says:
+/// for a root that may be of another system, of which no modules are loaded. While there is one thread.
+void UseLocalAccounts();
+
 /// The user of this name or, of digits alone, of this number; nothing for a name that there is not.
 std::optional<uid_t> FindUser(const std::string& nameOrNumber);
 /// The group, likewise.

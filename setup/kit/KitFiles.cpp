@@ -111,7 +111,9 @@ KTemporaryDirectory::KTemporaryDirectory(const fs::path& parent)
 
 KTemporaryDirectory::~KTemporaryDirectory() {
     std::error_code stays; // nobody is left to hear of it
-    fs::remove_all(path, stays);
+    if (!path.empty()) {
+        fs::remove_all(path, stays);
+    }
 }
 
 } // namespace KSETUP

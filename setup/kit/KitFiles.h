@@ -43,6 +43,8 @@ class KTemporaryDirectory {
     KTemporaryDirectory(const KTemporaryDirectory&) = delete;
     KTemporaryDirectory& operator=(const KTemporaryDirectory&) = delete;
     const std::filesystem::path& GetPath() const noexcept { return path; }
+    /// Leaves it to the process that this one was forked from.
+    void Leave() noexcept { path.clear(); }
 
   private:
     std::filesystem::path path;

@@ -132,6 +132,7 @@ KJsonObject ToJsonObject(const KRunReport& report) {
     }
     PutUnlessEmpty(object, "formerVersion", report.formerVersion);
     PutUnlessEmpty(object, "productPath", report.productPath);
+    PutUnlessEmpty(object, "root", report.root);
     PutUnlessEmpty(object, "recordDamage", report.recordDamage);
     if (report.rulesAll != 0) {
         object.Put(

@@ -69,6 +69,7 @@ struct KRunReport {
     unsigned buildNumber = 0;
     std::string formerVersion; ///< that was installed before; empty for none
     std::string productPath;
+    std::string root;         ///< the directory tree in which all paths are; empty for this machine
     std::string recordDamage; ///< what is wrong with the record of what is installed: a sentence
 
     unsigned rulesDone = 0;

@@ -91,6 +91,7 @@ class Parser {
     void AddKitOrName(CLI::App* command);
     void AddPath(CLI::App* command);
     void AddJson(CLI::App* command);
+    void AddRoot(CLI::App* command);
     void AddColour(CLI::App* command);
     void AddCallerOptions(CLI::App* command);
     void AddRunOptions(CLI::App* command);
@@ -176,9 +177,20 @@ void Parser::AddJson(CLI::App* command) {
     command->add_flag(jsonOption, arguments.json, "Answer with one JSON object");
 }
 
+/// For what works on the machine.
+void Parser::AddRoot(CLI::App* command) {
+    command
+        ->add_option(
+            "--root", arguments.root, "Work on the system in this directory tree, as for an image"
+        )
+        ->type_name("DIR")
+        ->check(NotEmpty());
+}
+
 /// What whoever calls what changes the machine may want.
 void Parser::AddCallerOptions(CLI::App* command) {
     AddJson(command);
+    AddRoot(command);
     AddColour(command);
     command->add_flag(
         "--detailed-exit-code",
@@ -305,10 +317,13 @@ void Parser::AddQuestions() {
     CLI::App* status = Add(app, "status", "Tell whether the product is installed", Command::Status);
     AddKitOrName(status);
     AddJson(status);
+    AddRoot(status);
     status->add_flag(
         "--verify", arguments.verify, "Compare what is installed with what was; 4 if it differs"
     );
-    AddJson(Add(app, "list", "List what is installed", Command::List));
+    CLI::App* list = Add(app, "list", "List what is installed", Command::List);
+    AddJson(list);
+    AddRoot(list);
     CLI::App* verify = Add(app, "verify", "Tell who signed a kit or a bundle", Command::Verify);
     verify->add_option("target", arguments.target, "The kit's directory, or the bundle")
         ->type_name("KIT")
@@ -325,6 +340,7 @@ void Parser::AddQuestions() {
         AddKit(one);
         AddPath(one);
         AddJson(one);
+        AddRoot(one);
         AddOfflineServices(one);
         AddAllowConflicts(one);
     }

@@ -35,7 +35,9 @@ struct KSetupArguments {
     std::string productPath; ///< where to install; empty leaves it to the record or the script
     /// install: the first word behind it, of which it is not known yet what it is.
     std::string bundleOrPath;
-    std::string bundle; ///< install: a bundle in place of a kit; empty for none
+    std::string bundle;       ///< install: a bundle in place of a kit; empty for none
+    std::string unpackParent; ///< where a bundle is unpacked; empty for the usual place
+    std::string root; ///< the directory tree that is worked on as a machine; empty for this one
 
     std::vector<std::string> words; ///< the command line itself, the program's name first
     std::string values; ///< the file of values for the configuration; "-" for standard input

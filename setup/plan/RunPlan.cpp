@@ -7,6 +7,7 @@
 #include <setup/output/TextFormat.h>
 #include <setup/plan/LoadProblems.h>
 #include <setup/plan/MacroReport.h>
+#include <setup/plan/NeededPrograms.h>
 #include <setup/plan/PlanReport.h>
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/RunPlan.h>
@@ -107,6 +108,12 @@ int FindEnd(
         !why.empty() && !arguments.allowConflicts) {
         report.refusal = why + ". --allow-conflicts does it all the same";
         return ExitCode::conflict;
+    }
+    const std::optional<KMissingProgram> missing =
+        arguments.root.empty() ? std::nullopt : FindMissingProgram(*report.plan, report.script);
+    if (missing) {
+        report.refusal = missing->words + ". " + missing->advice;
+        return ExitCode::ruleFailed;
     }
     const int exitCode = ExitCodeOfRules(*report.plan);
     return exitCode == ExitCode::done && !report.recordObstacle.empty() ? ExitCode::ruleFailed

@@ -25,8 +25,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Not /tmp, which often runs no programs and is in memory.
-constexpr const char* parentDirectory = "/var/tmp";
 constexpr const char* copyName = "bundle";
 constexpr const char* stopped = "Stopped on request. Nothing was changed.";
 constexpr std::size_t chunkBytes = std::size_t{1} << 20U;
@@ -72,9 +70,12 @@ class KHashedReader {
 } // namespace
 
 KUnpackedBundle::KUnpackedBundle(
-    const std::string& file, Signature signature, const std::function<bool()>& shallStop
+    const std::string& file,
+    Signature signature,
+    const std::function<bool()>& shallStop,
+    const std::string& parent
 )
-    : directory(parentDirectory),
+    : directory(parent),
       kit((directory.GetPath() / "kit").string()) {
     std::error_code unknown; // reading it tells
     const fs::path real = fs::canonical(file, unknown);

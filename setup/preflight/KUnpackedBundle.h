@@ -12,24 +12,30 @@
 namespace KSETUP {
 
 /// A bundle that is unpacked without being run: the program in front is not, nor
-/// anything that is in it. Its kit is in a directory of its own below /var/tmp, which nobody else can enter, and
-/// goes with the object.
+/// anything that is in it. Its kit is in a directory of its own, which nobody else can enter, and goes with
+/// the object.
 ///
 /// Thread   one at a time
 class KUnpackedBundle {
   public:
+    /// Not /tmp, which often runs no programs and is in memory.
+    static constexpr const char* usualParent = "/var/tmp";
+
     enum class Signature {
         Required, ///< before anything is unpacked, where a key is known for what it claims to be
         Ignored,  ///< here; it is looked at by whoever looks at the kit
     };
 
-    /// `shallStop` is asked before each 1 MiB.
+    /// `shallStop` is asked before each 1 MiB; `parent` is where the directory is made.
     ///
     /// Throws   KSetupFailure: ExitCode::noKit where it is no bundle or cannot be read,
     ///          ExitCode::malformedScript for one that is damaged or not signed as it has to be,
     ///          ExitCode::cannotWrite where there is no room; KSetupStop. Nothing is left then.
     KUnpackedBundle(
-        const std::string& file, Signature signature, const std::function<bool()>& shallStop = {}
+        const std::string& file,
+        Signature signature,
+        const std::function<bool()>& shallStop = {},
+        const std::string& parent = usualParent
     );
 
     const std::string& GetKitDirectory() const noexcept { return kit; }

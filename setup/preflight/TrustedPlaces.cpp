@@ -46,13 +46,7 @@ class PrivateKit {
     explicit PrivateKit(const std::string& directory) : kit(directory) {}
 
     void Require() {
-        for (std::string at = ParentPath(kit); !at.empty(); at = at == "/" ? "" : ParentPath(at)) {
-            struct stat status {};
-            if (KSYS::ReadStatus(at, KSYS::LastLink::Keep, status) == 0 &&
-                IsOpenToOthers(status, true)) {
-                Refuse(at, true);
-            }
-        }
+        RequirePrivateWay(kit);
         RequireTree(kit, kit);
     }
 
@@ -140,6 +134,23 @@ uid_t CallingUser() {
         std::from_chars(text, text + std::strlen(text), user);
     }
     return user;
+}
+
+std::string FindOpenWay(const std::string& path) {
+    for (std::string at = ParentPath(path); !at.empty(); at = at == "/" ? "" : ParentPath(at)) {
+        struct stat status {};
+        if (KSYS::ReadStatus(at, KSYS::LastLink::Keep, status) == 0 &&
+            IsOpenToOthers(status, true)) {
+            return at;
+        }
+    }
+    return {};
+}
+
+void RequirePrivateWay(const std::string& directory) {
+    if (const std::string open = FindOpenWay(directory); !open.empty()) {
+        Refuse(open, true);
+    }
 }
 
 void RequirePrivate(const std::string& directory) {

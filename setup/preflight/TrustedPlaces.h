@@ -20,6 +20,13 @@ uid_t CallingUser();
 /// Throws   KSetupFailure with ExitCode::noKit
 void RequirePrivate(const std::string& directory);
 
+/// The same of the directories above it alone, for what is looked at where these do not count.
+void RequirePrivateWay(const std::string& directory);
+
+/// The first directory above an absolute path without links that others than root, or than who called
+/// sudo(8), could change so that something else stands at the path; empty without one.
+std::string FindOpenWay(const std::string& path);
+
 /// The same of the directory of a log, where a group of the system's own may write. The log itself
 /// is to be a regular file, or missing.
 ///

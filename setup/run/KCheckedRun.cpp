@@ -7,6 +7,7 @@
 #include <setup/output/TextFormat.h>
 #include <setup/plan/AddedLines.h>
 #include <setup/plan/LoadProblems.h>
+#include <setup/plan/NeededPrograms.h>
 #include <setup/plan/RunRefusals.h>
 #include <setup/plan/SharedPlace.h>
 #include <setup/preflight/Preflight.h>
@@ -58,6 +59,20 @@ void RefuseErrors(const KPlannedRun& planned) {
         words + (found.hasCycle ? "\nFix the circle first: it would load without end."
                                 : "\nFix them, or install with --no-check.")
     );
+}
+
+/// A machine has what the administrator put there; a tree that is to be one may lack even the shell.
+void RefuseMissingPrograms(const KPlannedRun& planned) {
+    const KRunContext& context = planned.GetContext();
+    if (context.arguments.root.empty()) {
+        return;
+    }
+    if (const std::optional<KMissingProgram> missing =
+            FindMissingProgram(planned.GetPlan(), context.kit.GetScript().c_str())) {
+        throw KSetupFailure(
+            ExitCode::ruleFailed, missing->words + ". Nothing was changed. " + missing->advice + "."
+        );
+    }
 }
 
 /// What the plan knows to fail is not begun. A command before it may make what is missing.
@@ -124,6 +139,7 @@ KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRu
     RequireScript();
     RunPreflight();
     RefuseObstacles(planned);
+    RefuseMissingPrograms(planned);
     FindLogs();
     TellOwnership();
     if (!planned.Installs()) {

@@ -199,7 +199,8 @@ std::string KLockHolder::ToWords() const {
         return ".";
     }
     KSYS::KDescriptor process;
-    const bool lives = KSYS::OpenProcess(pid, process) != 0 || process.IsOpen();
+    const bool isKnown = KSYS::KnownProcessId() == ::getpid(); // else it is none of this namespace
+    const bool lives = !isKnown || KSYS::OpenProcess(pid, process) != 0 || process.IsOpen();
     return ": process " + std::to_string(pid) + " (" + command + ")" +
            (lives ? "." : ", which ended and left a process of its own behind.");
 }
@@ -233,7 +234,8 @@ KRunLock::KRunLock(
         }
         std::this_thread::sleep_for(betweenTries);
     }
-    const std::string text = std::to_string(::getpid()) + "\n" + OwnCommandLine() + "\n";
+    const std::string text =
+        std::to_string(KSYS::KnownProcessId()) + "\n" + OwnCommandLine() + "\n";
     unsigned failed = KSYS::Truncate(file.Get(), 0);
     if (failed == 0) {
         failed = KSYS::WriteAll(file.Get(), text.data(), text.size());
@@ -271,7 +273,7 @@ KRunLock::FindHolder(const std::string& serviceName, const KSYS::LockPlaces& pla
         throw CannotLock(path, refused);
     }
     const KLockHolder holder = ReadHolder(looking.Get());
-    return holder.pid == ::getpid() ? std::nullopt : std::optional(holder);
+    return holder.pid == KSYS::KnownProcessId() ? std::nullopt : std::optional(holder);
 }
 
 } // namespace KSETUP

@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: MIT
+#include <ins/KInstaller.h>
+#include <setup/ExitCode.h>
+#include <setup/KSetupFailure.h>
+#include <setup/files/AccountNames.h>
+#include <setup/files/KFileDigest.h>
+#include <setup/files/PathText.h>
+#include <setup/kit/KSetupKit.h>
+#include <setup/kit/KitFiles.h>
+#include <setup/kit/KitSigning.h>
+#include <setup/preflight/KUnpackedBundle.h>
+#include <setup/preflight/Preflight.h>
+#include <setup/preflight/TrustedPlaces.h>
+#include <setup/preflight/ValuesFile.h>
+#include <setup/process/ImageRoot.h>
+#include <setup/state/KRootLocks.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+#include <vector>
+
+#include <sys/files/FileStatus.h>
+#include <sys/processes/KHeldSignals.h>
+#include <sys/processes/OwnProcess.h>
+#include <sys/processes/PrivateRoot.h>
+#include <sys/processes/ProcessIsolation.h>
+#include <sys/wait.h>
+
+namespace KSETUP {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string Reason(unsigned errorNumber) {
+    return std::generic_category().message(static_cast<int>(errorNumber));
+}
+
+[[noreturn]] void Refuse(int exitCode, const std::string& path, const std::string& why) {
+    throw KSetupFailure(exitCode, path + ": " + why + " Nothing was changed.");
+}
+
+/// What the process inside gets of this machine.
+struct Shown {
+    std::vector<KSYS::ShownEntry> entries;
+    std::unique_ptr<KTemporaryDirectory> unpacked;
+
+    /// Returns  the path that it has inside
+    std::string Add(const KSYS::ShownEntry& entry) {
+        entries.push_back(entry);
+        return KSYS::privateRootPlace + entry.source;
+    }
+};
+
+void ShowBundle(KSetupArguments& arguments, Shown& shown) {
+    std::error_code missing;
+    const std::string file = fs::canonical(arguments.bundle, missing).string();
+    if (missing) {
+        Refuse(ExitCode::noKit, arguments.bundle, missing.message() + ".");
+    }
+    arguments.bundle = shown.Add({file, false, true});
+    const std::string signature = file + signatureEnding;
+    if (fs::is_regular_file(signature, missing)) {
+        shown.Add({signature, false, true});
+    }
+    // Not in the tree, which may have no room for it.
+    shown.unpacked = std::make_unique<KTemporaryDirectory>(KUnpackedBundle::usualParent);
+    arguments.unpackParent = shown.Add({shown.unpacked->GetPath().string(), true, false});
+}
+
+void ShowKit(KSetupArguments& arguments, Shown& shown) {
+    const bool isPlan =
+        arguments.command == Command::PlanInstall || arguments.command == Command::PlanRemove;
+    // Loaded here too, so that a mistake is told of the file that its author knows.
+    const KSetupKit kit(isPlan ? KSetupKit::ChooseDirectory(arguments.kit) : arguments.kit);
+    RequirePrivateWay(kit.GetDirectory());
+    arguments.kit = shown.Add({kit.GetDirectory(), true, true});
+}
+
+Shown TakeAlong(KSetupArguments& arguments) {
+    Shown shown;
+    TakeValues(arguments.values, arguments.words);
+    arguments.values.clear();
+    if (!arguments.bundle.empty()) {
+        ShowBundle(arguments, shown);
+    } else if (arguments.product.empty() && arguments.command != Command::List) {
+        ShowKit(arguments, shown);
+    }
+    return shown;
+}
+
+/// What is loaded when it is first needed would be taken from the tree, which may be of another
+/// system.
+void LoadBeforehand() {
+    static_cast<void>(PrvInsLoadMessage()); // the engine asks again, and tells
+    static_cast<void>(DigestBytes(""));
+    UseLocalAccounts();
+}
+
+bool IsQuestion(Command command) noexcept {
+    return command != Command::Install && command != Command::Remove && command != Command::Restore;
+}
+
+[[noreturn]] void RefuseStep(const KSYS::FailedStep& failed, const std::string& root) {
+    if (failed.error == EPERM || failed.error == EACCES) {
+        Refuse(
+            ExitCode::notRoot,
+            root,
+            "it cannot be made the root of a process: " + Reason(failed.error) +
+                ". That takes the right to mount (CAP_SYS_ADMIN), which containers are without. "
+                "Run "
+                "it on the machine itself, or in a container that has all rights (--privileged)."
+        );
+    }
+    const bool isOfSystem = (failed.error == ENOENT || failed.error == ENOTDIR) &&
+                            ParentPath(failed.path) == root; // /run, /dev and /proc
+    Refuse(
+        ExitCode::cannotWrite,
+        failed.path.empty() ? root : failed.path,
+        isOfSystem
+            ? "a system has a directory there, which is no link, to mount on. Make it (mkdir)."
+            : "it cannot be mounted: " + Reason(failed.error) + "."
+    );
+}
+
+/// Process 1 of the namespace: it waits for all others, and takes the locks away after them.
+std::optional<int> BeginInside(
+    const std::string& root, const Shown& shown, bool isQuestion, KSYS::KHeldSignals& signals
+) {
+    const KSYS::FailedStep failed = KSYS::EnterPrivateRoot(root, shown.entries);
+    if (failed.error != 0) {
+        RefuseStep(failed, root);
+    }
+    KRootLocks locks(isQuestion ? KRootLocks::Use::Looked : KRootLocks::Use::Taken);
+    pid_t child = 0;
+    if (const unsigned error = KSYS::ForkProcess(child); error != 0) {
+        throw KSetupFailure(ExitCode::internal, "no process can be started: " + Reason(error));
+    }
+    if (child == 0) {
+        locks.Leave();
+        signals.Release();
+        return std::nullopt;
+    }
+    int status = 0;
+    signals.WaitFor(child, status);
+    locks.RemoveUnused();
+    std::_Exit(WIFSIGNALED(status) ? ExitCode::signalBase + WTERMSIG(status) : WEXITSTATUS(status));
+}
+
+} // namespace
+
+std::string FindImageRoot(const std::string& given) {
+    std::error_code missing;
+    const std::string root = fs::canonical(given, missing).string();
+    struct stat status {};
+    struct stat own {};
+    unsigned failed = missing ? static_cast<unsigned>(missing.value())
+                              : KSYS::ReadStatus(root, KSYS::LastLink::Keep, status);
+    if (failed == 0 && !S_ISDIR(status.st_mode)) {
+        failed = ENOTDIR;
+    }
+    if (failed != 0) {
+        Refuse(
+            ExitCode::usage,
+            given,
+            Reason(failed) + ". Behind --root stands the directory of a system that is to be."
+        );
+    }
+    if (KSYS::ReadStatus("/", KSYS::LastLink::Keep, own) == 0 && KSYS::IsSameFile(status, own)) {
+        Refuse(
+            ExitCode::usage,
+            given,
+            "this is the root of the running machine. Leave --root out for that."
+        );
+    }
+    if (const std::string open = FindOpenWay(root); !open.empty()) {
+        Refuse(
+            ExitCode::cannotWrite,
+            open,
+            "others than root can change it, and with it what is in " + root +
+                ". Build the tree below directories of root's, as in /srv, or make this one root's "
+                "(chown root, chmod go-w)."
+        );
+    }
+    if (status.st_uid != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        Refuse(
+            ExitCode::cannotWrite,
+            root,
+            "others than root can change what is in it, which the root of a system does not allow. "
+            "Make it root's (chown root, chmod go-w)."
+        );
+    }
+    return root;
+}
+
+std::optional<int> GoIntoImageRoot(KSetupArguments& arguments) {
+    if (IsQuestion(arguments.command) && !KSYS::IsRoot()) {
+        throw KSetupFailure(
+            ExitCode::notRoot, "--root takes the right to mount, which root has. Try it with sudo."
+        );
+    }
+    RequireRoot();
+    const std::string root = FindImageRoot(arguments.root);
+    arguments.root = root;
+    Shown shown = TakeAlong(arguments);
+    LoadBeforehand();
+    arguments.offlineServices = true;
+    if (const unsigned failed = KSYS::SeparateProcesses(); failed != 0) {
+        RefuseStep({failed, ""}, root);
+    }
+    KSYS::SetKnownProcessId(KSYS::KnownProcessId());
+    KSYS::KHeldSignals signals;
+    pid_t child = 0;
+    if (const unsigned failed = KSYS::ForkProcess(child); failed != 0) {
+        throw KSetupFailure(ExitCode::internal, "no process can be started: " + Reason(failed));
+    }
+    if (child == 0) {
+        if (shown.unpacked) {
+            shown.unpacked->Leave();
+        }
+        return BeginInside(root, shown, IsQuestion(arguments.command), signals);
+    }
+    int status = 0;
+    signals.WaitFor(child, status);
+    return WIFSIGNALED(status) ? ExitCode::signalBase + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+} // namespace KSETUP
