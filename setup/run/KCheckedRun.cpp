@@ -264,9 +264,10 @@ void KCheckedRun::AskBeforeRemoval() const {
         );
     }
     const KRunReport& report = context.report;
-    const std::string question = DescribeWhatGoesBesides() + "Remove " + Printable(report.product) +
-                                 " " + Printable(report.version) + " from " +
-                                 Printable(report.productPath) + "? [y/N] ";
+    const std::string question =
+        DescribeWhatGoesBesides() + "Remove " + Printable(report.product) + " " +
+        Printable(report.version) + " from " + Printable(report.productPath) +
+        (report.root.empty() ? "" : " in " + Printable(report.root)) + "? [y/N] ";
     const int asked = isTerminalsOwn ? opened.Get() : STDOUT_FILENO;
     std::cout << std::flush; // in the order in which things happened
     // One that goes away now ends the answer, too.
