@@ -80,6 +80,22 @@ void ShowKit(KSetupArguments& arguments, Shown& shown) {
     arguments.kit = shown.Add({kit.GetDirectory(), true, true});
 }
 
+/// The run has some directories of the tree for itself.
+void RequireShowable(const Shown& shown, const std::string& root) {
+    for (const KSYS::ShownEntry& entry : shown.entries) {
+        for (const char* own : {"run", "dev", "proc"}) {
+            if (IsAtOrBelow(entry.source, JoinPath(root, own))) {
+                Refuse(
+                    ExitCode::noKit,
+                    entry.source,
+                    "what is in " + JoinPath(root, own) +
+                        " is hidden while that tree is worked on. Move it to another place."
+                );
+            }
+        }
+    }
+}
+
 Shown TakeAlong(KSetupArguments& arguments) {
     Shown shown;
     TakeValues(arguments.values, arguments.words);
@@ -113,6 +129,15 @@ bool IsQuestion(Command command) noexcept {
                 ". That takes the right to mount (CAP_SYS_ADMIN), which containers are without. "
                 "Run "
                 "it on the machine itself, or in a container that has all rights (--privileged)."
+        );
+    }
+    if (failed.error == EINVAL && failed.path == "/") {
+        Refuse(
+            ExitCode::cannotWrite,
+            root,
+            "nothing can be mounted in private, as this process is in a chroot, whose root is no "
+            "mount. Run it outside of that, or mount that directory on itself before it is "
+            "entered (mount --bind)."
         );
     }
     const bool isOfSystem = (failed.error == ENOENT || failed.error == ENOTDIR) &&
@@ -206,6 +231,7 @@ std::optional<int> GoIntoImageRoot(KSetupArguments& arguments) {
     const std::string root = FindImageRoot(arguments.root);
     arguments.root = root;
     Shown shown = TakeAlong(arguments);
+    RequireShowable(shown, root);
     LoadBeforehand();
     arguments.offlineServices = true;
     if (const unsigned failed = KSYS::SeparateProcesses(); failed != 0) {

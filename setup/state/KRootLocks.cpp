@@ -57,6 +57,13 @@ KRootLocks::KRootLocks(Use use) {
     if (failed == ENOLCK) {
         Refuse(KSYS::DescribeRefusedPlace(inTree));
     }
+    if (failed == ENOENT) {
+        Refuse(
+            std::string(inTree) + " cannot be made in the root, for the lock: /var/lib is missing "
+                                  "there, or read-only. Make it (mkdir -p), or mount it to be "
+                                  "written"
+        );
+    }
     if (failed == 0) {
         failed = KSYS::MakeDirectoryEntry(whereSought, S_IRWXU);
     }
@@ -67,7 +74,7 @@ KRootLocks::KRootLocks(Use use) {
         Refuse(
             std::string(inTree) + " cannot be made in the root: " +
             std::generic_category().message(static_cast<int>(failed)) +
-            ". Make /var/lib there (mkdir -p), and see to it that it can be written"
+            ". Fix the cause and run it again"
         );
     }
     if (!isTaken) {

@@ -170,11 +170,13 @@ FailedStep EnterPrivateRoot(const std::string& directory, const std::vector<Show
     if (failed == 0) {
         failed = Answer(::unshare(CLONE_NEWNS | CLONE_NEWIPC | CLONE_NEWUTS));
     }
-    if (failed == 0) {
-        failed = Answer(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
-    }
     if (failed != 0) {
         return {failed, ""};
+    }
+    // EINVAL where the root is no mount, so that mounts would be seen outside.
+    if (const unsigned shared =
+            Answer(::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr))) {
+        return {shared, "/"};
     }
     RootMaker maker(directory);
     maker.BeginAtRoot();
