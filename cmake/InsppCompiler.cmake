@@ -113,17 +113,33 @@ function(inspp_use_precompiled name) # TARGET...
   endif()
 endfunction()
 
-# Sources that are compiled as one read each header and instantiate each template once: in batches of
-# BATCH a target takes about half the time. Their anonymous namespaces become one, so names in them differ;
-# what one source includes hides what another forgot, which the preset clang shows.
+# Sources that are compiled as one read each header and instantiate each template once, in a third of the time.
+# Their anonymous namespaces become one, so names in them differ; what one source includes hides what another
+# forgot, which the preset clang shows.
 option(INSPP_UNITY "Compile several sources of one target as one" OFF)
 add_library(inspp_together INTERFACE)
 target_compile_options(inspp_together INTERFACE -Wno-shadow) # of names that another source has
-function(inspp_compile_together batch) # TARGET...
+
+# Those of each folder. With batches in its place, a source that is added would meet other neighbours.
+function(inspp_compile_folders_together target)
+  if(INSPP_UNITY)
+    get_target_property(sources ${target} SOURCES)
+    foreach(source IN LISTS sources)
+      get_filename_component(folder ${source} DIRECTORY)
+      string(MAKE_C_IDENTIFIER "${folder}" group)
+      set_source_files_properties(${source} PROPERTIES UNITY_GROUP ${group})
+    endforeach()
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+    target_link_libraries(${target} PRIVATE inspp_together) # last: its options win
+  endif()
+endfunction()
+
+# Those of a program of tests, whose folders differ in size, in batches.
+function(inspp_compile_batches_together batch) # TARGET...
   if(INSPP_UNITY)
     foreach(target IN LISTS ARGN)
       set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${batch})
-      target_link_libraries(${target} PRIVATE inspp_together) # last: its options win
+      target_link_libraries(${target} PRIVATE inspp_together)
     endforeach()
   endif()
 endfunction()

@@ -38,7 +38,7 @@ std::string ProgramOf(const std::string& command) {
     return isSimple ? words.front().text : "";
 }
 
-class Search {
+class ProgramSearch {
   public:
     void NoteMade(const std::string& path) { made.insert(NormalPath(path)); }
 
@@ -101,7 +101,7 @@ std::optional<std::string> ProgramFor(const KPlannedAction& action) {
 } // namespace
 
 std::optional<KMissingProgram> FindMissingProgram(const KPlan& plan, const std::string& script) {
-    Search search;
+    ProgramSearch search;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == Kind::CopyFile || action.kind == Kind::MakeLink) {

@@ -6,6 +6,7 @@
 #include <setup/output/TextFormat.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/KRestoration.h>
+#include <setup/state/KRunState.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -22,7 +23,6 @@ using KSYS::Entry;
 using KSYS::LastLink;
 using KSYS::Place;
 using Kind = KBackupEntry::Kind;
-constexpr const char* stateName = "state";
 
 /// Where `failed` says so, what was made beside the place goes instead.
 unsigned Rename(const std::string& temporary, const Place& place, unsigned failed) {
@@ -165,7 +165,8 @@ void KRestoration::PutBackOwn() {
 /// Directories come first, because a link in the place of one would lead elsewhere; what was not
 /// there goes before what was there comes, which it may be in the way of.
 void KRestoration::PutBackAll(bool own, const std::function<bool()>& shallStop) {
-    const std::string state = ownDirectory + "/" + stateName; // says that all this goes on: last
+    const std::string state =
+        ownDirectory + "/" + KRunState::fileName; // says that all this goes on: last
     const auto isDue = [&](const std::string& path) {
         result.stopped = result.stopped || (shallStop && shallStop());
         const State found = states.at(path);

@@ -22,7 +22,7 @@ namespace {
 
 constexpr const char* inTree = "/var/lib/ins++.locks";
 constexpr const char* whereSought = "/run/ins++";
-constexpr std::chrono::milliseconds betweenTries{10};
+constexpr std::chrono::milliseconds betweenLooks{10};
 
 /// That of another run which is about to take them away is not used.
 unsigned OpenUsed(KSYS::MissingPlace missing, KSYS::KDescriptor& place) {
@@ -37,7 +37,7 @@ unsigned OpenUsed(KSYS::MissingPlace missing, KSYS::KDescriptor& place) {
             status.st_nlink > 0) {
             return 0; // also where the file system has no such locks, and nobody takes them away
         }
-        std::this_thread::sleep_for(betweenTries);
+        std::this_thread::sleep_for(betweenLooks);
     }
 }
 

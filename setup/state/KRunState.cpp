@@ -17,7 +17,6 @@ namespace KSETUP {
 
 namespace {
 
-constexpr const char* stateName = "state";
 constexpr std::size_t ruleDigits = 10;
 constexpr const char* installs = "install";
 constexpr const char* removes = "remove";
@@ -107,9 +106,9 @@ void KRunState::Begin(const KRunDescription& run) {
     }
     line.Put("run", run.run);
     line.Put("temporaries", std::uint64_t{KSYS::TemporaryKey()});
-    directory.WriteDurably(stateName, std::string(RuleText(0).data()) + "\n" + line.ToText());
+    directory.WriteDurably(fileName, std::string(RuleText(0).data()) + "\n" + line.ToText());
     rule = 0;
-    file = directory.Open(stateName, O_WRONLY);
+    file = directory.Open(fileName, O_WRONLY);
 }
 
 void KRunState::SetRule(unsigned number) noexcept {
@@ -123,7 +122,7 @@ void KRunState::SetRule(unsigned number) noexcept {
 
 void KRunState::End() {
     file.Reset();
-    directory.Delete(stateName);
+    directory.Delete(fileName);
 }
 
 std::optional<KInterruptedRun> KRunState::Read(
@@ -133,7 +132,7 @@ std::optional<KInterruptedRun> KRunState::Read(
     if (!found || KRunLock::FindHolder(serviceName, locks)) {
         return std::nullopt;
     }
-    const std::optional<std::string> text = found->Read(stateName);
+    const std::optional<std::string> text = found->Read(fileName);
     if (!text) {
         return std::nullopt;
     }
@@ -142,7 +141,7 @@ std::optional<KInterruptedRun> KRunState::Read(
     } catch (const std::invalid_argument& what) {
         KInterruptedRun unknown;
         unknown.damage =
-            found->GetPath() + "/" + stateName + " cannot be understood (" + what.what() + ")";
+            found->GetPath() + "/" + fileName + " cannot be understood (" + what.what() + ")";
         return unknown;
     }
 }

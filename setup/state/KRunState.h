@@ -51,6 +51,8 @@ struct KInterruptedRun : KRunDescription {
 ///     state.End();               // the record is written
 class KRunState {
   public:
+    inline static constexpr const char* fileName = "state"; ///< in the product's directory
+
     /// Throws   KSetupFailure when the directory cannot be made or is not ours alone
     explicit KRunState(
         const std::string& serviceName, const std::string& base = stateBaseDirectory
