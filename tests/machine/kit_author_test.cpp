@@ -2,13 +2,13 @@
 //
 // A new author's way, as docs/kit-author.md tells it: the page is what is run.
 #include "../support/TemporaryTree.h"
+#include "PageSteps.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -18,60 +18,12 @@ namespace {
 
 using ::testing::HasSubstr;
 
-struct Step {
-    unsigned line;
-    std::string command;
-    int answers = 0;
-    std::vector<std::string> shown; ///< parts of what it prints
-};
-
-/// The commands of a page: indented lines that begin with "$ ", below them what they print. A comment
-/// "# answers N" is the exit code of one that does not answer 0.
-std::vector<Step> ReadPage(const std::string& path) {
-    std::ifstream page(path);
-    std::vector<Step> steps;
-    std::string text;
-    bool isOutput = false; // not the lines of a script, which prose comes before
-    for (unsigned number = 1; std::getline(page, text); ++number) {
-        if (text.starts_with("    $ ")) {
-            Step step{number, text.substr(6), 0, {}};
-            const std::size_t answers = step.command.find(" # answers ");
-            if (answers != std::string::npos) {
-                step.answers = std::stoi(step.command.substr(answers + 11));
-            }
-            steps.push_back(step);
-            isOutput = true;
-        } else if (text.starts_with("    ") && isOutput) {
-            steps.back().shown.push_back(text.substr(4));
-        } else if (!text.empty()) {
-            isOutput = false;
-        }
-    }
-    return steps;
-}
-
 TEST(KitAuthorTest, EveryCommandOfThePageDoesWhatThePageSays) {
     KTEST::TemporaryTree tree;
     tree.Directory("work");
-    const std::string programs =
-        std::filesystem::canonical("/proc/self/exe").parent_path().string();
-    ::setenv("PATH", (programs + ":" + std::getenv("PATH")).c_str(), 1); // NOLINT: one thread
-    const std::vector<Step> steps = ReadPage(INSPP_SOURCE "/docs/kit-author.md");
+    const std::vector<KTEST::PageStep> steps = KTEST::ReadPageSteps("docs/kit-author.md");
     ASSERT_GT(steps.size(), 20U);
-    for (const Step& step : steps) {
-        SCOPED_TRACE("docs/kit-author.md:" + std::to_string(step.line) + ": " + step.command);
-        // A file of its own: no quoting of the page's commands by the test.
-        tree.Write("step", step.command + "\n");
-        const std::string line = "cd '" + tree.Path("work") +
-                                 "' && sh ../step > ../out 2>&1 < "
-                                 "/dev/null";
-        const int status = std::system(line.c_str()); // NOLINT: what authors do
-        const std::string out = tree.Read("out");
-        ASSERT_EQ(WEXITSTATUS(status), step.answers) << out;
-        for (const std::string& part : step.shown) {
-            ASSERT_THAT(out, HasSubstr(part));
-        }
-    }
+    KTEST::ExpectPageSteps(tree, steps);
 }
 
 /// A bundle must not let a directory beside the one it is unpacked in give it libraries.
