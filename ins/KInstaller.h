@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <vector>
 
+/// The installer engine: what runs install scripts, and the rules that they are made of.
 namespace KINS {
 
 /// What a run does. Values 4 and 5 are install modes for callers of Start; the engine treats them

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <new>
 
+/// The support library: what programs that install software need of the system.
 namespace KSUP {
 
 /// The common base of the classes of both libraries: names the class in dumps and traces, and takes

@@ -115,9 +115,11 @@ class SUP_EXPORT KString {
     const unsigned short* GetWideCopy();
 
   private:
+    /// \cond they are told of below
     friend SUP_EXPORT KString operator+(const KString& left, const KString& right);
     friend SUP_EXPORT KString operator+(const KString& left, const char* right);
     friend SUP_EXPORT KString operator+(const char* left, const KString& right);
+    /// \endcond
     /// Two runs of bytes without NUL, one behind the other.
     static KString
     Join(const char* left, std::size_t leftBytes, const char* right, std::size_t rightBytes);
@@ -135,18 +137,23 @@ class SUP_EXPORT KString {
     mutable std::atomic<std::uint32_t> characterCount{npos};
 };
 
+/// A text with the other one behind it. A temporary one is reused.
+//!@{
 SUP_EXPORT KString operator+(const KString& left, const KString& right);
 SUP_EXPORT KString operator+(const KString& left, const char* right);
 SUP_EXPORT KString operator+(const char* left, const KString& right);
 SUP_EXPORT KString operator+(KString&& left, const KString& right);
 SUP_EXPORT KString operator+(KString&& left, const char* right);
+//!@}
 
 /// Comparison is byte-wise, as unsigned bytes.
+//!@{
 SUP_EXPORT bool operator==(const KString& left, const KString& right) noexcept;
 SUP_EXPORT bool operator==(const KString& left, const char* right) noexcept;
 SUP_EXPORT bool operator<(const KString& left, const KString& right) noexcept;
 SUP_EXPORT bool operator<(const KString& left, const char* right) noexcept;
 SUP_EXPORT bool operator<(const char* left, const KString& right) noexcept;
+//!@}
 
 /// Writes the bytes, as a stream writes any text.
 template <class Traits>
