@@ -74,10 +74,14 @@ if(TARGET bundle-head)
   install(TARGETS bundle-head RUNTIME DESTINATION lib/ins-setup COMPONENT setup)
 endif()
 
-# What ins-setup is used with. Pages are compressed as Debian wants them, without name and time.
+# What ins-setup is used with. Pages tell their version at their end, and are compressed as Debian wants them,
+# without name and time.
 foreach(page ins-setup.8 ins-script.5 ins++.7)
   set(compressed ${CMAKE_CURRENT_BINARY_DIR}/man/${page}.gz)
-  execute_process(COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/docs/man/${page}
+  file(READ ${PROJECT_SOURCE_DIR}/docs/man/${page} text)
+  string(REPLACE "\n.Os\n" "\n.Os Ins++ ${PROJECT_VERSION}\n" text "${text}")
+  file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/man/${page} "${text}")
+  execute_process(COMMAND gzip -9nc ${CMAKE_CURRENT_BINARY_DIR}/man/${page}
     OUTPUT_FILE ${compressed}.new COMMAND_ERROR_IS_FATAL ANY)
   file(COPY_FILE ${compressed}.new ${compressed} ONLY_IF_DIFFERENT)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
