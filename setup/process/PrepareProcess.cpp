@@ -20,16 +20,7 @@ namespace {
 
 /// What a run may follow: how to speak and to whom. Nothing here names a file.
 constexpr std::array keptVariables = std::to_array<std::string_view>(
-    {"TERM",
-     "COLUMNS",
-     "NO_COLOR",
-     "LANG",
-     "LANGUAGE",
-     "LC_ALL",
-     "LC_CTYPE",
-     "LC_MESSAGES",
-     "TZ",
-     "SUDO_UID"}
+    {"TERM", "NO_COLOR", "LANG", "LANGUAGE", "LC_ALL", "LC_CTYPE", "LC_MESSAGES", "TZ", "SUDO_UID"}
 );
 
 KSYS::EnvironmentVariables ReducedEnvironment() {
