@@ -63,13 +63,75 @@ script copies), shows progress, tells what is installed, and removes it.")
 foreach(key SUP INS)
   set(CPACK_DEBIAN_${key}_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/package/triggers)
 endforeach()
-set(doc ${CMAKE_INSTALL_DATAROOTDIR}/doc/libins++-dev)
-install(FILES README.md ARCHITECTURE.md DESTINATION ${doc} COMPONENT ins-dev)
-file(GLOB pages docs/*.md)
-install(FILES ${pages} DESTINATION ${doc}/docs COMPONENT ins-dev)
-install(DIRECTORY examples/changes examples/embed examples/mailbox examples/own_rule
-  examples/rule_state
-  DESTINATION ${doc}/examples COMPONENT ins-dev)
+
+# inspp_package_pages(COMPONENT NAME FILE-OR-DIRECTORY...): documents of a package, below its directory as they
+# are in the source. Of a link to what the package does not have, only the text stays.
+function(inspp_package_pages component name)
+  foreach(document IN LISTS ARGN)
+    get_filename_component(directory ${document} DIRECTORY)
+    set(destination ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name}/${directory})
+    if(document MATCHES "\\.md$")
+      inspp_without_links(${document} ${documents}/${name}/${document} ${ARGN})
+      install(FILES ${documents}/${name}/${document} DESTINATION ${destination} COMPONENT ${component})
+    elseif(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/${document})
+      inspp_package_directory(${component} ${document} ${CMAKE_INSTALL_DATAROOTDIR}/doc/${name})
+    else()
+      install(FILES ${document} DESTINATION ${destination} COMPONENT ${component})
+    endif()
+  endforeach()
+endfunction()
+
+# inspp_package_directory(COMPONENT DIRECTORY BELOW): its files, programs as programs. Their modes are those of a
+# package, whatever umask the sources were fetched with.
+function(inspp_package_directory component directory below)
+  file(GLOB_RECURSE files RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS ${directory}/*)
+  foreach(file IN LISTS files)
+    get_filename_component(place ${file} DIRECTORY)
+    execute_process(COMMAND test -x ${PROJECT_SOURCE_DIR}/${file} RESULT_VARIABLE is_data)
+    if(is_data)
+      install(FILES ${file} DESTINATION ${below}/${place} COMPONENT ${component})
+    else()
+      install(PROGRAMS ${file} DESTINATION ${below}/${place} COMPONENT ${component})
+    endif()
+  endforeach()
+endfunction()
+
+# inspp_without_links(PAGE OUTPUT KEPT...): PAGE, with links only to what is KEPT, or lies in it.
+function(inspp_without_links page output)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${page})
+  get_filename_component(directory ${page} DIRECTORY)
+  file(READ ${page} text)
+  string(REPLACE "]" ">" matched "${text}") # brackets mean something in lists
+  string(REPLACE "[" "<" matched "${matched}")
+  string(REGEX MATCHALL ">\\([^()\n ]+\\)" links "${matched}")
+  list(REMOVE_DUPLICATES links)
+  foreach(link IN LISTS links)
+    string(REGEX REPLACE "^>\\((.*)\\)$" "\\1" link "${link}")
+    string(REGEX REPLACE "#.*" "" target "${directory}/${link}")
+    cmake_path(NORMAL_PATH target)
+    string(REGEX REPLACE "^/" "" target "${target}") # of a page at the top
+    set(kept FALSE)
+    foreach(document ${page} ${ARGN})
+      string(FIND "${target}/" "${document}/" at)
+      if(at EQUAL 0 OR link MATCHES "^(#|[a-z]+:)")
+        set(kept TRUE)
+      endif()
+    endforeach()
+    if(NOT kept)
+      string(REGEX REPLACE "([.+])" "\\\\\\1" escaped "${link}")
+      string(REGEX REPLACE "\\[([^]]*)\\]\\(${escaped}\\)" "\\1" text "${text}")
+    endif()
+  endforeach()
+  file(WRITE ${output} "${text}")
+endfunction()
+
+file(GLOB pages RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS docs/*.md)
+inspp_package_pages(ins-dev libins++-dev README.md ARCHITECTURE.md CHANGELOG.md ${pages} docs/pictures
+  examples/changes examples/embed examples/mailbox examples/own_rule examples/python examples/rule_state)
+# What authors of kits read, and what they and administrators look up.
+inspp_package_pages(setup ins-setup docs/kit-author.md docs/cookbook.md docs/script.md docs/check.md docs/errors.md
+  docs/automation.md docs/bundle.md docs/glossary.md docs/log.md docs/promises.md docs/restore.md docs/trust.md
+  examples/cookbook)
 
 # To make signatures.
 set(CPACK_DEBIAN_SETUP_PACKAGE_SUGGESTS "minisign")
