@@ -82,7 +82,7 @@ KReadFile ReadFile(
 }
 
 /// sha256sum marks a name with such letters by a backslash before the line.
-std::string Escaped(const std::string& name) {
+std::string SumLineText(const std::string& name) {
     std::string text;
     for (const char letter : name) {
         text += letter == '\\'   ? "\\\\"
@@ -204,7 +204,7 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
     }
     std::string sums;
     for (const std::string& name : listing.files) {
-        const std::string escaped = Escaped(name);
+        const std::string escaped = SumLineText(name);
         const KReadFile file = ReadFile(kit, name);
         if (file.path.empty()) {
             throw KSetupFailure(
@@ -214,7 +214,7 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
                     "Put the file itself in its place (cp -L LINK COPY, mv COPY LINK)."
             );
         }
-        sums += std::string(commentMark) + Escaped(file.kind) + "\n" +
+        sums += std::string(commentMark) + SumLineText(file.kind) + "\n" +
                 (escaped == name ? "" : "\\") + file.digest.sha256 + "  " + escaped + "\n";
     }
     WriteBytes(kit / sealName, sums, 0644);

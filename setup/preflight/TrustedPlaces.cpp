@@ -29,7 +29,7 @@ bool IsOpenToOthers(const struct stat& status, bool isAbove) {
     return !isTrusted || (othersMayWrite && !isSticky && !S_ISLNK(status.st_mode));
 }
 
-[[noreturn]] void Refuse(const std::string& path, bool isAbove) {
+[[noreturn]] void RefuseOpen(const std::string& path, bool isAbove) {
     // What is above the kit may be somebody's home, whose owner and rights are to stay.
     throw KSetupFailure(
         ExitCode::noKit,
@@ -110,7 +110,7 @@ class PrivateKit {
 
     [[noreturn]] void RefuseEntry(const std::string& path) const {
         if (through.empty()) {
-            Refuse(path, false);
+            RefuseOpen(path, false);
         }
         throw KSetupFailure(
             ExitCode::noKit,
@@ -149,7 +149,7 @@ std::string FindOpenWay(const std::string& path) {
 
 void RequirePrivateWay(const std::string& directory) {
     if (const std::string open = FindOpenWay(directory); !open.empty()) {
-        Refuse(open, true);
+        RefuseOpen(open, true);
     }
 }
 
