@@ -75,23 +75,36 @@ Undo(const KOpenBackup& backup, KRestoration& restoration, const std::function<b
     return undone;
 }
 
-void ForgetUndone(const KOpenBackup& backup, KBackup& store, KRunReport& report) {
-    const std::string& service = store.GetName();
-    const std::string state = store.GetBase() + "/" + service + "/state";
-    const auto former = backup.index.entries.find(state);
-    if (former == backup.index.entries.end() || former->second.kind != KBackupEntry::Kind::File) {
-        KWriteJournal::Discard(service);
-        KRunState(service).End(); // it is done
-    }
+void DeleteUndone(const std::string& run, KBackup& store, KRunReport& report) {
     try {
-        store.Delete(backup.index.run);
-        RemoveEmptyStateDirectory(service);
+        store.Delete(run);
+        RemoveEmptyStateDirectory(store.GetName());
     } catch (const std::exception& failure) {
         report.notes.push_back(
             std::string("The backup of the run that was undone is not deleted (") + failure.what() +
             "). The next run that succeeds takes it away."
         );
     }
+}
+
+void ForgetUndone(const KOpenBackup& backup, KBackup& store, KRunReport& report) {
+    const std::string& service = store.GetName();
+    const std::string& run = backup.index.run;
+    const std::string state = store.GetBase() + "/" + service + "/" + KRunState::fileName;
+    const auto former = backup.index.entries.find(state);
+    if (former == backup.index.entries.end() || former->second.kind != KBackupEntry::Kind::File) {
+        try {
+            KWriteJournal::Discard(service);
+            KRunState(service).End(); // it is done
+        } catch (const KSetupFailure&) {
+            // Without a state a backup would count as that of a run that came to its end.
+            if (!KRunState::Read(service)) {
+                DeleteUndone(run, store, report);
+            }
+            throw;
+        }
+    }
+    DeleteUndone(run, store, report);
 }
 
 void FillUndone(const KUndone& undone, bool hasCommands, KRunReport& report) {

@@ -126,7 +126,9 @@ class KErrorPoint {
         if (!end.wasStruck) {
             return {};
         }
-        const bool isMute = blow.onwards && end.calls.back().number == SYS_write;
+        // What it says goes into a file without a name; it may be the very line that says why.
+        const KSeenCall& struck = end.calls.back();
+        const bool isMute = struck.number == SYS_write && (blow.onwards || struck.path.empty());
         return KAftermath(subject, way).FindWrong(end, ::strerrordesc_np(blow.errorNumber), isMute);
     }
 
