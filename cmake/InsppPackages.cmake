@@ -127,7 +127,7 @@ endfunction()
 
 file(GLOB pages RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS docs/*.md)
 inspp_package_pages(ins-dev libins++-dev README.md ARCHITECTURE.md CHANGELOG.md ${pages} docs/pictures
-  examples/changes examples/embed examples/mailbox examples/own_rule examples/python examples/rule_state)
+  examples/changes examples/embed examples/frontend examples/mailbox examples/own_rule examples/python examples/rule_state)
 # What authors of kits read, and what they and administrators look up.
 inspp_package_pages(setup ins-setup docs/kit-author.md docs/cookbook.md docs/script.md docs/check.md docs/errors.md
   docs/automation.md docs/bundle.md docs/glossary.md docs/log.md docs/promises.md docs/restore.md docs/trust.md

@@ -2,9 +2,8 @@
 //
 // ins-setup on a terminal: the line that is drawn over, keys, and a terminal that changes or goes.
 #include "../support/NameOfRow.h"
-#include "../support/TemporaryTree.h"
-#include "../support/TerminalScreen.h"
 #include "SetupRig.h"
+#include "TerminalRig.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,16 +11,11 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include <poll.h>
-#include <pty.h>
-#include <sys/ioctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -34,108 +28,10 @@ using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::StartsWith;
 
-constexpr auto patience = std::chrono::seconds(60);
+constexpr auto patience = std::chrono::seconds(60); // with a command that is to begin
 
-class TerminalTest : public ::testing::Test {
+class TerminalTest : public KTEST::TerminalTest {
   protected:
-    TerminalTest() {
-        tree.Write(
-            "kit/product.ini",
-            "[product]\nname=Terminal Test\nserviceName=terminaltest\niniFile=tt.ini\n"
-            "version=1.0\nbuildNumber=1\n"
-        );
-        tree.Write("kit/lib/svc", "program", 0755);
-        tree.Write(
-            "kit/install.ini",
-            "[install]\ndefaultPath.$os$=" + tree.Path("product") +
-                "\ndirectory=create,$pathTargetBin$\ndirectory=create,$pathTargetConfig$\n"
-                "profile=put,$pathTargetConfig$$iniFile$,General,A,1\n"
-                "file=copy,svc,$pathSource$lib,$pathTargetBin$\n"
-                "directory=create,/etc/$serviceName$\n"
-                "file=symlink,svc,$pathTargetBin$,/etc/$serviceName$,$serviceName$\n"
-                "[remove]\nfile=delete,tt.ini,$pathTargetConfig$\n"
-                "directory=delete,$pathTargetConfig$\ndirectory=delete,$pathTargetBin$\n"
-                "directory=delete,$pathTargetLin$\ndirectory=delete,$pathTarget$\n"
-                "file=delete,$serviceName$,/etc/$serviceName$\n"
-                "directory=delete,/etc/$serviceName$\n"
-        );
-    }
-    ~TerminalTest() override {
-        if (process > 0) {
-            ::kill(process, SIGKILL);
-            ::waitpid(process, nullptr, 0);
-        }
-        Close();
-        std::filesystem::remove_all("/etc/terminaltest");
-        std::filesystem::remove_all("/var/lib/ins++/terminaltest");
-    }
-
-    /// Sparse: takes long to copy and no room in the kit.
-    void GivenLongCopy() { std::filesystem::resize_file(tree.Path("kit/lib/svc"), 4ULL << 30U); }
-
-    void Start(const std::string& action, unsigned short columns, const char* type = "xterm") {
-        const std::string program =
-            std::filesystem::canonical("/proc/self/exe").parent_path().string() + "/ins-setup";
-        const std::string kit = tree.Path("kit");
-        winsize size{};
-        size.ws_row = 24;
-        size.ws_col = columns;
-        process = ::forkpty(&terminal, nullptr, nullptr, &size);
-        ASSERT_GE(process, 0);
-        if (process == 0) {
-            ::setenv("TERM", type, 1); // NOLINT: a child with one thread
-            ::execl(program.c_str(), "ins-setup", action.c_str(), "--kit", kit.c_str(), nullptr);
-            ::_exit(127);
-        }
-    }
-    void Resize(unsigned short columns) const {
-        winsize size{};
-        size.ws_row = 24;
-        size.ws_col = columns;
-        ASSERT_EQ(::ioctl(terminal, TIOCSWINSZ, &size), 0);
-    }
-    void Press(const std::string& keys) const {
-        ASSERT_EQ(::write(terminal, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
-    }
-    void Close() {
-        if (terminal >= 0) {
-            ::close(terminal);
-            terminal = -1;
-        }
-    }
-
-    /// Reads on until the text has come, behind the one that was read until before, or the program
-    /// has ended.
-    bool ReadUntil(const std::string& text) {
-        const auto end = std::chrono::steady_clock::now() + patience;
-        while (std::chrono::steady_clock::now() < end) {
-            if (const std::size_t at = shown.find(text, seen); at != std::string::npos) {
-                seen = at + text.size();
-                return true;
-            }
-            pollfd ready{terminal, POLLIN, 0};
-            char buffer[4096];
-            if (::poll(&ready, 1, 100) > 0) {
-                const ssize_t got = ::read(terminal, buffer, sizeof(buffer));
-                if (got <= 0) { // the other side is closed
-                    return false;
-                }
-                shown.append(buffer, static_cast<std::size_t>(got));
-            }
-        }
-        return false;
-    }
-    int End() {
-        int status = 0;
-        const pid_t ended = ::waitpid(process, &status, 0);
-        EXPECT_EQ(ended, process);
-        process = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    }
-    int RunToEnd() {
-        ReadUntil("(what never comes)");
-        return End();
-    }
     /// Each state of the line that tells the rule at work, without what clears the rest of it.
     std::vector<std::string> DrawnLines() const {
         std::vector<std::string> lines;
@@ -146,18 +42,6 @@ class TerminalTest : public ::testing::Test {
         }
         return lines;
     }
-    /// What stands there after all that came.
-    std::vector<std::string> Screen(std::size_t columns) const {
-        KTEST::TerminalScreen screen(columns);
-        screen.Write(shown);
-        return screen.GetLines();
-    }
-
-    KTEST::TemporaryTree tree;
-    int terminal = -1;
-    pid_t process = -1;
-    std::string shown;
-    std::size_t seen = 0; // of shown
 };
 
 TEST_F(TerminalTest, TheBarIsDrawnOverAndStaysWhole) {
@@ -288,7 +172,8 @@ std::ostream& operator<<(std::ostream& out, const NoAnswer& row) {
     return out << row.name;
 }
 
-class UnansweredTest : public TerminalTest, public ::testing::WithParamInterface<NoAnswer> {};
+class UnansweredTest : public KTEST::TerminalTest,
+                       public ::testing::WithParamInterface<NoAnswer> {};
 
 TEST_P(UnansweredTest, RemovesNothing) {
     Start("install", 80);
