@@ -2,19 +2,21 @@
 #pragma once
 
 #include <setup/ExitCode.h>
+#include <setup/text/KText.h>
 
 #include <stdexcept>
-#include <string>
 
 namespace KSETUP {
 
 /// Ends the program with a message for its user: what is wrong, where, and what to do.
 class KSetupFailure : public std::runtime_error {
   public:
-    KSetupFailure(int code, const std::string& message)
-        : std::runtime_error(message),
-          exitCode(code) {}
+    KSetupFailure(int code, const KText& message)
+        : std::runtime_error(message.English()),
+          exitCode(code),
+          text(message) {}
 
+    const KText& GetText() const noexcept { return text; } // what() has its English
     int GetExitCode() const noexcept { return exitCode; }
 
     /// Something of ins-setup's own that this user may not see.
@@ -26,6 +28,7 @@ class KSetupFailure : public std::runtime_error {
 
   private:
     int exitCode;
+    KText text;
 };
 
 } // namespace KSETUP

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <stdexcept>
-#include <string>
 
 namespace KSETUP {
 
@@ -11,7 +12,12 @@ namespace KSETUP {
 class KSetupStop : public std::runtime_error {
   public:
     /// `words` say where it was stopped, and that nothing was changed.
-    explicit KSetupStop(const std::string& words) : std::runtime_error(words) {}
+    explicit KSetupStop(const KText& words) : std::runtime_error(words.English()), text(words) {}
+
+    const KText& GetText() const noexcept { return text; } // what() has its English
+
+  private:
+    KText text;
 };
 
 } // namespace KSETUP

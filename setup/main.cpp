@@ -47,7 +47,7 @@ using KSETUP::Command;
 using KSETUP::KRunReport;
 using KSETUP::KSetupArguments;
 
-void Refuse(KRunReport& report, int exitCode, const std::string& why) {
+void Refuse(KRunReport& report, int exitCode, const KSETUP::KText& why) {
     report.result = KSETUP::KRunResult::Refused;
     report.exitCode = exitCode;
     report.error = why;
@@ -66,7 +66,7 @@ int Tell(
     try {
         work(reporter, report);
     } catch (const KSETUP::KSetupFailure& failure) {
-        Refuse(report, failure.GetExitCode(), failure.what());
+        Refuse(report, failure.GetExitCode(), failure.GetText());
     } catch (const KSUP::KError& error) {
         Refuse(report, KSETUP::ExitCode::internal, KSETUP::DescribeError(error));
     } catch (const std::exception& error) {
@@ -118,7 +118,7 @@ int RunOnMachine(
             run({kit, arguments, reporter, signals, report, bundle});
         } catch (const KSETUP::KSetupStop& stop) {
             const int signal = signals.GetFirst() != 0 ? signals.GetFirst() : SIGINT;
-            Refuse(report, KSETUP::ExitCode::signalBase + signal, stop.what());
+            Refuse(report, KSETUP::ExitCode::signalBase + signal, stop.GetText());
         }
         if (arguments.detailedExitCode && report.exitCode == KSETUP::ExitCode::done &&
             report.changed) {
@@ -183,8 +183,10 @@ int TellLostAnswer(Command command, int exitCode) {
     if (!IsQuestion(command) || std::cout.flush() || KSYS::IsReaderGone(STDOUT_FILENO)) {
         return exitCode;
     }
-    std::cerr << "ins-setup: the answer could not be written. Make room where standard output "
-                 "leads to, or lead it elsewhere."
+    std::cerr << KSETUP::Text(
+                     "ins-setup: the answer could not be written. Make room where standard output "
+                     "leads to, or lead it elsewhere."
+                 )
               << std::endl;
     return KSETUP::ExitCode::cannotWrite;
 }
@@ -197,7 +199,8 @@ void TellBundleFromPath(KSetupArguments& arguments, const std::string& directory
     if (!word.empty() && std::filesystem::is_regular_file(path, unknown)) {
         if (!arguments.kit.empty()) {
             throw KSETUP::KSetupFailure(
-                KSETUP::ExitCode::usage, word + ": a bundle is a kit already. Leave --kit out."
+                KSETUP::ExitCode::usage,
+                KSETUP::Text("%s: a bundle is a kit already. Leave --kit out.", word)
             );
         }
         arguments.bundle = path;
@@ -206,15 +209,18 @@ void TellBundleFromPath(KSetupArguments& arguments, const std::string& directory
     if (!arguments.productPath.empty()) {
         throw KSETUP::KSetupFailure(
             KSETUP::ExitCode::usage,
-            word + ": no file. Of two words the first one is a bundle, the second one where to "
-                   "install."
+            KSETUP::Text(
+                "%s: no file. Of two words the first one is a bundle, the second one where to "
+                "install.",
+                word
+            )
         );
     }
     arguments.productPath = word;
 }
 
 /// Without a reporter, which takes arguments that are understood.
-int RefuseEarly(int argc, char** argv, int exitCode, const std::string& why) {
+int RefuseEarly(int argc, char** argv, int exitCode, const KSETUP::KText& why) {
     std::cerr << "ins-setup: " << why << std::endl;
     KSETUP::TellEarlyRefusal(argc, argv, exitCode, why);
     return exitCode;
@@ -224,8 +230,8 @@ int RefuseEarly(int argc, char** argv, int exitCode, const std::string& why) {
 /// left. Nothing is allocated here.
 [[noreturn]] void EndUncaught() noexcept {
     static_cast<void>(std::fputs(
-        "ins-setup: ended by an internal error, or because no memory was left. What was begun is "
-        "remembered: make sure of enough memory, and run it again.\n",
+        "ins-setup: ended by an internal error, or because no memory was left. What was begun "
+        "is remembered: make sure of enough memory, and run it again.\n",
         stderr
     ));
     std::_Exit(KSETUP::ExitCode::internal);
@@ -253,7 +259,8 @@ int main(int argc, char** argv) {
             TellBundleFromPath(*arguments, directory);
         } else if (!directory.empty() && KSYS::EnterDirectory(directory.c_str()) != 0) {
             throw KSETUP::KSetupFailure(
-                KSETUP::ExitCode::noKit, directory + ": this directory cannot be entered again."
+                KSETUP::ExitCode::noKit,
+                KSETUP::Text("%s: this directory cannot be entered again.", directory)
             );
         }
         if (!arguments->root.empty()) {
@@ -264,7 +271,7 @@ int main(int argc, char** argv) {
         }
         return TellLostAnswer(arguments->command, Run(*arguments));
     } catch (const KSETUP::KSetupFailure& failure) {
-        return RefuseEarly(argc, argv, failure.GetExitCode(), failure.what());
+        return RefuseEarly(argc, argv, failure.GetExitCode(), failure.GetText());
     } catch (const KSUP::KError& error) {
         return RefuseEarly(argc, argv, KSETUP::ExitCode::internal, error.GetSummary().c_str());
     } catch (const std::exception& error) {

@@ -102,11 +102,12 @@ Findings MissingSources(const KCheckContext& context) {
         found.push_back(context.AtField(
             rule.line,
             copy.nameField,
-            kind == KEntryKind::Directory ? name + " is a directory, and only files are copied"
-            : kind == KEntryKind::Nothing ? name + " is not in the kit"
-                                          : name + " is no file of the kit",
-            kind == KEntryKind::Directory ? "copy its files, with \"*\" for the name"
-                                          : "add the file to the kit, or fix its name"
+            kind == KEntryKind::Directory
+                ? Text("%s is a directory, and only files are copied", name)
+            : kind == KEntryKind::Nothing ? Text("%s is not in the kit", name)
+                                          : Text("%s is no file of the kit", name),
+            kind == KEntryKind::Directory ? Text("copy its files, with \"*\" for the name")
+                                          : Text("add the file to the kit, or fix its name")
         ));
     });
     return found;
@@ -120,8 +121,8 @@ Findings EmptyWildcards(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 copy.nameField,
-                "no file matches \"" + InKit(JoinPath(copy.from, copy.name), context) + "\"",
-                "add the files to the kit, or take the line out"
+                Text("no file matches \"%s\"", InKit(JoinPath(copy.from, copy.name), context)),
+                Text("add the files to the kit, or take the line out")
             ));
         }
     });
@@ -146,9 +147,10 @@ Findings SkippedDirectories(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 1,
-                "\"" + InKit(directory, context) + "\" matches, but a directory is not copied",
-                HasFiles(tree, directory) ? "add a \"create\" and a \"copy\" of its own for it"
-                                          : "add a \"create\" of its own for it"
+                Text("\"%s\" matches, but a directory is not copied", InKit(directory, context)),
+                HasFiles(tree, directory)
+                    ? Text("add a \"create\" and a \"copy\" of its own for it")
+                    : Text("add a \"create\" of its own for it")
             ));
         }
     });
@@ -166,8 +168,8 @@ Findings CopiesOntoThemselves(const KCheckContext& context) {
         if (source == KPlannedTree::Normal(JoinPath(copy->to, copy->newName))) {
             found.push_back(context.AtValue(
                 rule.line,
-                "\"" + InKit(source, context) + "\" is copied onto itself",
-                "fix the directory that it comes from, or the one that it goes to"
+                Text("\"%s\" is copied onto itself", InKit(source, context)),
+                Text("fix the directory that it comes from, or the one that it goes to")
             ));
         }
     }
@@ -186,13 +188,13 @@ Findings CopiedSetIds(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "\"" + step.action->source +
-                    "\" has a set-id bit of somebody else's, and a copy is root's: the program "
-                    "would "
-                    "run as root",
-                "take the bit away in the kit (chmod ug-s), and write "
-                "mode=set,PATH,MODE,OWNER,GROUP "
-                "behind the copy"
+                Text(
+                    "\"%s\" has a set-id bit of somebody else's, and a copy is root's: the program "
+                    "would run as root",
+                    step.action->source
+                ),
+                Text("take the bit away in the kit (chmod ug-s), and write "
+                     "mode=set,PATH,MODE,OWNER,GROUP behind the copy")
             ));
         }
     }
@@ -208,9 +210,12 @@ Findings OverwrittenConfigurations(const KCheckContext& context) {
                 found.push_back(context.AtField(
                     planned.rule.line,
                     copy.nameField,
-                    "an upgrade with this copy overwrites the configuration \"" + profile +
-                        "\", which may have been edited",
-                    "give the copy another name, and make the configuration with profile=put"
+                    Text(
+                        "an upgrade with this copy overwrites the configuration \"%s\", which may "
+                        "have been edited",
+                        profile
+                    ),
+                    Text("give the copy another name, and make the configuration with profile=put")
                 ));
             }
         }
@@ -220,9 +225,12 @@ Findings OverwrittenConfigurations(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 0,
-                "an upgrade with this \"create\" empties the configuration \"" + profile +
-                    "\", which may have been edited",
-                "take it out: a \"put\" makes the file where it is missing"
+                Text(
+                    "an upgrade with this \"create\" empties the configuration \"%s\", which may "
+                    "have been edited",
+                    profile
+                ),
+                Text("take it out: a \"put\" makes the file where it is missing")
             ));
         }
     }

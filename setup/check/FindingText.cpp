@@ -6,13 +6,14 @@
 
 namespace KSETUP {
 
-std::string ToLine(const KFinding& finding, const std::string& directory) {
+KText ToLine(const KFinding& finding, const std::string& directory) {
     const std::string file =
         (std::filesystem::path(directory) / finding.file).lexically_normal().string();
+    // Editors and other programs read the place and the word "error".
+    const char* word = finding.severity == KSeverity::Error ? "error" : "warning";
     return Printable(
-        file + ":" + std::to_string(finding.line) + ":" + std::to_string(finding.column) +
-        (finding.severity == KSeverity::Error ? ": error: " : ": warning: ") + finding.message +
-        "; " + finding.advice + " [" + finding.rule + "]"
+        KText(file) + ":" + finding.line + ":" + finding.column + ": " + word + ": " +
+        finding.message + "; " + finding.advice + " [" + finding.rule + "]"
     );
 }
 

@@ -102,13 +102,15 @@ std::vector<std::string> SomeNames(const KScript& script) {
     return names;
 }
 
-std::string SectionList(const std::vector<std::string>& names) {
+KText SectionList(const std::vector<std::string>& names) {
     constexpr std::size_t most = 20;
     std::string list;
     for (std::size_t index = 0; index < std::min(names.size(), most); ++index) {
         list += (list.empty() ? "[" : ", [") + names[index] + "]";
     }
-    return names.size() > most ? list + " and others" : names.empty() ? "none" : list;
+    return names.size() > most ? Text("%s and others", list)
+           : names.empty()     ? Text("none")
+                               : KText(list);
 }
 
 } // namespace
@@ -118,9 +120,12 @@ Findings IncludeCycles(const KCheckContext& context) {
     for (const KScriptCycle& cycle : context.GetCycles()) {
         found.push_back(context.AtValue(
             cycle.line,
-            "section [" + cycle.names.back() +
-                "] includes itself and never ends: " + ToWords(cycle),
-            "take this line out, or move what both need to a section of its own"
+            Text(
+                "section [%s] includes itself and never ends: %s",
+                cycle.names.back(),
+                ToWords(cycle)
+            ),
+            Text("take this line out, or move what both need to a section of its own")
         ));
     }
     return found;
@@ -143,9 +148,9 @@ Findings MissingSections(const KCheckContext& context) {
         const std::string meant = FindMeant(std::string(Trimmed(name)), known);
         found.push_back(context.AtValue(
             rule.line,
-            "there is no section [" + name + "], so nothing is included",
-            meant.empty() ? "add it, take the line out, or name one of " + SectionList(known)
-                          : "write \"" + meant + "\", or add the section"
+            Text("there is no section [%s], so nothing is included", name),
+            meant.empty() ? Text("add it, take the line out, or name one of %s", SectionList(known))
+                          : Text("write \"%s\", or add the section", meant)
         ));
     }
     return found;
@@ -167,9 +172,12 @@ Findings UnloadedSections(const KCheckContext& context) {
         KFinding finding;
         finding.line = header.line;
         finding.text = "[" + header.name + "]";
-        finding.message = "nothing loads section [" + header.name + "], so its lines do nothing";
-        finding.advice = (meant.empty() ? "" : "write \"[" + meant + "]\", or ") +
-                         "include it by section=" + header.name + " where its lines belong";
+        finding.message = Text("nothing loads section [%s], so its lines do nothing", header.name);
+        finding.advice = Text(
+            "%sinclude it by section=%s where its lines belong",
+            (meant.empty() ? "" : Text("write \"[%s]\", or ", meant)),
+            header.name
+        );
         found.push_back(std::move(finding));
     }
     return found;

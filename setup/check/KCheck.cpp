@@ -102,20 +102,26 @@ Checks::Findings WrongSuppressions(const KCheckContext& context) {
         finding.line = suppression.line;
         finding.column = suppression.column;
         finding.text = name;
-        finding.message = name.empty() ? "this comment allows no warning"
-                                       : "\"" + name + "\" is " +
-                                             (isError ? "an error, which nothing allows"
-                                                      : "no warning of the check");
-        finding.advice = isError          ? "fix the line instead"
-                         : !meant.empty() ? "write \"" + meant + "\""
-                                          : "write the name that stands behind the warning";
+        finding.message = name.empty() ? Text("this comment allows no warning")
+                                       : Text(
+                                             isError ? TextFormat("\"%s\" is an error, which "
+                                                                  "nothing allows")
+                                                     : TextFormat("\"%s\" is no warning of the "
+                                                                  "check"),
+                                             name
+                                         );
+        finding.advice = isError          ? Text("fix the line instead")
+                         : !meant.empty() ? Text("write \"%s\"", meant)
+                                          : Text("write the name that stands behind the warning");
         found.push_back(std::move(finding));
     }
     return found;
 }
 
 auto PlaceOf(const KFinding& finding) {
-    return std::tie(finding.file, finding.line, finding.column, finding.rule, finding.message);
+    return std::tie(
+        finding.file, finding.line, finding.column, finding.rule, finding.message.English()
+    );
 }
 
 KCheckResult Run(const KCheckContext& context, KSeverity least) {

@@ -125,8 +125,12 @@ const std::vector<std::string>& KCheckContext::SectionsLike(const std::string& p
     if (sectionsByPattern.size() > mostPatterns) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            script.GetPath() + ": more than " + std::to_string(mostPatterns) +
-                " names of sections that depend on macros. Name the sections themselves."
+            Text(
+                "%s: more than %s names of sections that depend on macros. Name the sections "
+                "themselves.",
+                script.GetPath(),
+                mostPatterns
+            )
         );
     }
     for (const KScript::Header& header : script.GetHeaders()) {
@@ -181,8 +185,7 @@ void KCheckContext::FindCycles() {
     }
 }
 
-KFinding
-KCheckContext::AtType(const KScriptLine& line, std::string message, std::string advice) const {
+KFinding KCheckContext::AtType(const KScriptLine& line, KText message, KText advice) const {
     const std::size_t begin = script.GetText(line.number).find_first_not_of(" \t");
     KFinding finding;
     finding.line = line.number;
@@ -193,13 +196,12 @@ KCheckContext::AtType(const KScriptLine& line, std::string message, std::string 
     return finding;
 }
 
-KFinding
-KCheckContext::AtValue(const KScriptLine& line, std::string message, std::string advice) const {
+KFinding KCheckContext::AtValue(const KScriptLine& line, KText message, KText advice) const {
     return AtWritten(line, 0, 0, line.value, std::move(message), std::move(advice));
 }
 
 KFinding KCheckContext::AtField(
-    const KScriptLine& line, std::size_t field, std::string message, std::string advice
+    const KScriptLine& line, std::size_t field, KText message, KText advice
 ) const {
     const std::vector<std::string> written = WrittenFields(line.value);
     const std::size_t index = WrittenIndex(written, field);
@@ -213,8 +215,8 @@ KFinding KCheckContext::AtWritten(
     std::size_t field,
     std::size_t offset,
     std::string text,
-    std::string message,
-    std::string advice
+    KText message,
+    KText advice
 ) const {
     KFinding finding;
     finding.line = line.number;
@@ -226,9 +228,7 @@ KFinding KCheckContext::AtWritten(
     return finding;
 }
 
-KFinding KCheckContext::AtSection(
-    const std::string& section, std::string message, std::string advice
-) const {
+KFinding KCheckContext::AtSection(const std::string& section, KText message, KText advice) const {
     KFinding finding;
     for (const KScript::Header& header : script.GetHeaders()) {
         if (header.name == section) {

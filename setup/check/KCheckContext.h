@@ -11,6 +11,7 @@
 #include <setup/script/KScript.h>
 #include <setup/script/KScriptRules.h>
 #include <setup/state/KInstalledRecord.h>
+#include <setup/text/KText.h>
 
 #include <cstddef>
 #include <functional>
@@ -76,24 +77,22 @@ class KCheckContext {
     // Findings of the script, without severity and rule, which the check's row has.
 
     /// At a line's key.
-    KFinding AtType(const KScriptLine& line, std::string message, std::string advice) const;
+    KFinding AtType(const KScriptLine& line, KText message, KText advice) const;
     /// At a line's value.
-    KFinding AtValue(const KScriptLine& line, std::string message, std::string advice) const;
+    KFinding AtValue(const KScriptLine& line, KText message, KText advice) const;
     /// At a field as the rule counts them, without empty ones.
-    KFinding AtField(
-        const KScriptLine& line, std::size_t field, std::string message, std::string advice
-    ) const;
+    KFinding AtField(const KScriptLine& line, std::size_t field, KText message, KText advice) const;
     /// At a field as it is written, empty ones counted, `offset` bytes into it.
     KFinding AtWritten(
         const KScriptLine& line,
         std::size_t field,
         std::size_t offset,
         std::string text,
-        std::string message,
-        std::string advice
+        KText message,
+        KText advice
     ) const;
     /// At a section's header, or the file's begin.
-    KFinding AtSection(const std::string& section, std::string message, std::string advice) const;
+    KFinding AtSection(const std::string& section, KText message, KText advice) const;
 
   private:
     std::string ChooseProductPath(const std::string& givenPath);

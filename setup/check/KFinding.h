@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <cstdint>
 #include <string>
 
@@ -17,8 +19,8 @@ struct KFinding {
     unsigned column = 1; ///< in bytes
     std::string text;    ///< what is wrong there
     std::string rule;    ///< the check that found it, as "unknown-type"
-    std::string message;
-    std::string advice; ///< what to do instead
+    KText message;
+    KText advice; ///< what to do instead
 };
 
 } // namespace KSETUP

@@ -10,9 +10,12 @@ Findings FilesNotKept(const KCheckContext& context) {
          FindKeptFiles(context.GetRemove(), context.GetKitDirectory()).untold) {
         found.push_back(context.AtValue(
             *untold.line,
-            "the removal uses the kit, and \"" + untold.text +
-                "\" does not tell which file of it; without the kit this rule will not work",
-            "name each file by itself, as \"$pathSource$cleanup.sh\""
+            Text(
+                "the removal uses the kit, and \"%s\" does not tell which file of it; without the "
+                "kit this rule will not work",
+                untold.text
+            ),
+            Text("name each file by itself, as \"$pathSource$cleanup.sh\"")
         ));
     }
     return found;

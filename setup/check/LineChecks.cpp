@@ -19,23 +19,24 @@ using KINS::KRuleTypeInfo;
 using KINS::KUnknownOperation;
 
 /// How a line of a type is written.
-const char* ShapeOf(KRuleType type) noexcept {
+KText ShapeOf(KRuleType type) noexcept {
     switch (type) {
     case KRuleType::File:
-        return "file=copy,NAME,FROM,TO[,NEWNAME], file=delete,NAME,FROM or "
-               "file=symlink,NAME,FROM,TO[,NEWNAME]";
+        return Text("file=copy,NAME,FROM,TO[,NEWNAME], file=delete,NAME,FROM or "
+                    "file=symlink,NAME,FROM,TO[,NEWNAME]");
     case KRuleType::Directory:
-        return "directory=create,PATH or directory=delete,PATH";
+        return Text("directory=create,PATH or directory=delete,PATH");
     case KRuleType::Section:
         return "section=NAME";
     case KRuleType::Process:
-        return "process=start,COMMAND or process=stop,PROGRAM; what needs a comma goes into a file "
-               "of the kit that the command runs";
+        return Text("process=start,COMMAND or process=stop,PROGRAM; what needs a comma goes into a "
+                    "file of the kit that the command runs");
     case KRuleType::Service:
-        return "service=OPERATION,NAME or service=install,NAME,DISPLAY NAME,PROGRAM,ARGUMENTS";
+        return Text("service=OPERATION,NAME or service=install,NAME,DISPLAY NAME,PROGRAM,ARGUMENTS"
+        );
     case KRuleType::Profile:
-        return "profile=create,FILE or profile=put,FILE,SECTION,KEY,VALUE or "
-               "profile=remove_file,FILE,SECTION,TEXT";
+        return Text("profile=create,FILE or profile=put,FILE,SECTION,KEY,VALUE or "
+                    "profile=remove_file,FILE,SECTION,TEXT");
     case KRuleType::None:
         break;
     }
@@ -54,23 +55,23 @@ std::string Quoted(const std::string& text) {
     return "\"" + text + "\"";
 }
 
-std::string ChoiceOf(const std::vector<std::string>& words) {
-    std::string list;
+KText ChoiceOf(const std::vector<std::string>& words) {
+    KText list;
     for (std::size_t index = 0; index < words.size(); ++index) {
-        list += index == 0 ? "" : index + 1 == words.size() ? " or " : ", ";
+        list += index == 0 ? "" : index + 1 == words.size() ? Text(" or ") : ", ";
         list += Quoted(words[index]);
     }
     return list;
 }
 
 /// What to write instead of a word that is none of `known`.
-std::string WriteInstead(const std::string& written, const std::vector<std::string>& known) {
+KText WriteInstead(const std::string& written, const std::vector<std::string>& known) {
     // Close to "start", which leaves the former program running.
     if (Lowered(written) == "restart") {
-        return "write a \"stop\", and a \"start\" behind it";
+        return Text("write a \"stop\", and a \"start\" behind it");
     }
     const std::string meant = FindMeant(written, known);
-    return "write " + (meant.empty() ? ChoiceOf(known) : Quoted(meant));
+    return Text("write %s", meant.empty() ? ChoiceOf(known) : Quoted(meant));
 }
 
 /// The key that proposes the product path, or one that was meant for it.
@@ -88,7 +89,7 @@ bool HasUnknownOperation(const KScriptRule& rule, bool isIgnored) {
            ) == KRuleOperation::None;
 }
 
-Findings Operations(const KCheckContext& context, bool areIgnored, const std::string& consequence) {
+Findings Operations(const KCheckContext& context, bool areIgnored, const KText& consequence) {
     Findings found;
     for (const KScriptRule& rule : context.GetLines()) {
         if (HasUnknownOperation(rule, areIgnored)) {
@@ -96,7 +97,7 @@ Findings Operations(const KCheckContext& context, bool areIgnored, const std::st
             found.push_back(context.AtField(
                 rule.line,
                 0,
-                "unknown operation " + Quoted(word) + " of " + rule.line.type + ", " + consequence,
+                Text("unknown operation %s of %s, %s", Quoted(word), rule.line.type, consequence),
                 WriteInstead(
                     std::string(Trimmed(word)), OperationsOf(*KRuleLine::FindType(rule.line.type))
                 )
@@ -124,8 +125,8 @@ bool HasRightCount(const KScriptRule& rule, const KRuleTypeInfo& type) {
     return isAccepted || type.fieldCounts.empty();
 }
 
-std::string CountText(std::size_t count) {
-    return std::to_string(count) + (count == 1 ? " field" : " fields");
+KText CountText(std::size_t count) {
+    return Counted(count, "%s field", "%s fields");
 }
 
 } // namespace
@@ -151,15 +152,16 @@ Findings UnknownTypes(const KCheckContext& context) {
             continue;
         }
         found.push_back(
-            type.starts_with('[')
-                ? context.AtType(
-                      rule.line,
-                      Quoted(type) + " is no section header and no rule",
-                      "write the header alone in its line, as \"[install]\""
-                  )
-                : context.AtType(
-                      rule.line, "unknown rule type " + Quoted(type), WriteInstead(type, known)
-                  )
+            type.starts_with('[') ? context.AtType(
+                                        rule.line,
+                                        Text("%s is no section header and no rule", Quoted(type)),
+                                        Text("write the header alone in its line, as \"[install]\"")
+                                    )
+                                  : context.AtType(
+                                        rule.line,
+                                        Text("unknown rule type %s", Quoted(type)),
+                                        WriteInstead(type, known)
+                                    )
         );
     }
     return found;
@@ -172,8 +174,8 @@ Findings FieldCounts(const KCheckContext& context) {
         if (type != nullptr && !HasRightCount(rule, *type)) {
             found.push_back(context.AtValue(
                 rule.line,
-                "a " + rule.line.type + " rule cannot have " + CountText(rule.fields.size()),
-                std::string("write ") + ShapeOf(type->type)
+                Text("a %s rule cannot have %s", rule.line.type, CountText(rule.fields.size())),
+                Text("write %s", ShapeOf(type->type))
             ));
         }
     }
@@ -181,11 +183,11 @@ Findings FieldCounts(const KCheckContext& context) {
 }
 
 Findings IgnoredOperations(const KCheckContext& context) {
-    return Operations(context, true, "which does nothing");
+    return Operations(context, true, Text("which does nothing"));
 }
 
 Findings FailingOperations(const KCheckContext& context) {
-    return Operations(context, false, "which fails");
+    return Operations(context, false, Text("which fails"));
 }
 
 Findings EmptyFields(const KCheckContext& context) {
@@ -203,15 +205,15 @@ Findings EmptyFields(const KCheckContext& context) {
             --count;
         }
         for (std::size_t index = 0; index < count; ++index) {
-            const std::string number = "field " + std::to_string(index + 1);
+            const KText number = Text("field %s", index + 1);
             if (fields[index].empty()) {
                 found.push_back(context.AtWritten(
                     rule.line,
                     index,
                     0,
                     "",
-                    number + " is empty and does not count, so those behind it move up",
-                    "fill it, or take the comma out"
+                    Text("%s is empty and does not count, so those behind it move up", number),
+                    Text("fill it, or take the comma out")
                 ));
             } else if (context.Expand(fields[index]).empty()) {
                 found.push_back(context.AtWritten(
@@ -219,8 +221,8 @@ Findings EmptyFields(const KCheckContext& context) {
                     index,
                     0,
                     fields[index],
-                    number + " is empty, for " + Quoted(fields[index]) + " has no value",
-                    "write something beside the macro, or take the field out"
+                    Text("%s is empty, for %s has no value", number, Quoted(fields[index])),
+                    Text("write something beside the macro, or take the field out")
                 ));
             }
         }
@@ -238,9 +240,9 @@ Findings EmptyKeys(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 isBlank ? 3 : 0,
-                isBlank ? "this \"put\" writes an empty key"
-                        : "a \"put\" with " + CountText(count) + " writes an empty key",
-                "write profile=put,FILE,SECTION,KEY,VALUE"
+                isBlank ? Text("this \"put\" writes an empty key")
+                        : Text("a \"put\" with %s writes an empty key", CountText(count)),
+                Text("write profile=put,FILE,SECTION,KEY,VALUE")
             ));
         }
     }
@@ -257,14 +259,14 @@ Findings DefaultPaths(const KCheckContext& context) {
         if (type != KINS::Names::defaultPathKey) {
             found.push_back(context.AtType(
                 rule.line,
-                Quoted(type) + " does not propose the product path",
-                "write \"defaultPath.$os$\", dollars and all"
+                Text("%s does not propose the product path", Quoted(type)),
+                Text("write \"defaultPath.$os$\", dollars and all")
             ));
         } else if (Trimmed(rule.line.section) != "install") {
             found.push_back(context.AtType(
                 rule.line,
-                Quoted(type) + " is not looked for in section [" + rule.line.section + "]",
-                "put it into section [install]"
+                Text("%s is not looked for in section [%s]", Quoted(type), rule.line.section),
+                Text("put it into section [install]")
             ));
         }
     }

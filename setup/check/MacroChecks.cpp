@@ -34,11 +34,11 @@ bool IsLikeName(const std::string& name, bool inCommand) {
     });
 }
 
-std::string AdviceForMacro(const std::string& name, bool inCommand) {
+KText AdviceForMacro(const std::string& name, bool inCommand) {
     const std::string meant = FindMeant(name, KMacroContext::GetNames());
-    const std::string shell = inCommand ? "; a variable of the shell is ${" + name + "}" : "";
-    return (meant.empty() ? "\"ins-setup macros\" lists those that there are"
-                          : "write \"$" + meant + "$\"") +
+    const KText shell = inCommand ? Text("; a variable of the shell is ${%s}", name) : "";
+    return (meant.empty() ? Text("\"ins-setup macros\" lists those that there are")
+                          : Text("write \"$%s$\"", meant)) +
            shell;
 }
 
@@ -142,10 +142,14 @@ KFinding AboutValue(const ValueLine& one, const char* what) {
     finding.file = one.fileName;
     finding.line = one.line.number;
     finding.text = one.line.value;
-    finding.message =
-        "$" + one.macro + "$ has a " + what + " in its value, and rules use it: " +
-        (*what == 'c' ? "commas separate their fields" : "commands and arguments are split there");
-    finding.advice = std::string("choose a value without a ") + what;
+    finding.message = Text(
+        "$%s$ has a %s in its value, and rules use it: %s",
+        one.macro,
+        what,
+        (*what == 'c' ? Text("commas separate their fields")
+                      : Text("commands and arguments are split there"))
+    );
+    finding.advice = Text("choose a value without a %s", what);
     return finding;
 }
 
@@ -167,8 +171,8 @@ Findings UnknownMacros(const KCheckContext& context) {
                     0,
                     mention.offset,
                     "$" + begin,
-                    "\"$" + begin + "\" is no macro without a dollar sign at its end",
-                    "write \"$" + begin + "$\""
+                    Text("\"$%s\" is no macro without a dollar sign at its end", begin),
+                    Text("write \"$%s$\"", begin)
                 ));
             } else if (!mention.isKnown && mention.isClosed && IsLikeName(mention.name, inCommand)) {
                 found.push_back(context.AtWritten(
@@ -176,7 +180,7 @@ Findings UnknownMacros(const KCheckContext& context) {
                     0,
                     mention.offset,
                     "$" + mention.name + "$",
-                    "unknown macro \"$" + mention.name + "$\", which stays as it stands",
+                    Text("unknown macro \"$%s$\", which stays as it stands", mention.name),
                     AdviceForMacro(mention.name, inCommand)
                 ));
             }
@@ -219,8 +223,8 @@ Findings UnquotedMacros(const KCheckContext& context) {
                     field,
                     mention.offset,
                     macro,
-                    "the shell splits the value of " + macro + " at blanks",
-                    "put double quotes around the word that it stands in"
+                    Text("the shell splits the value of %s at blanks", macro),
+                    Text("put double quotes around the word that it stands in")
                 ));
             }
         }

@@ -61,8 +61,8 @@ bool IsException(const KPlanStep& former, const KPlanStep& step) {
     return IsPattern(former.rule->rule.fields[1]) && !IsPattern(step.rule->rule.fields[1]);
 }
 
-std::string AtLine(const KPlanStep& step) {
-    return "line " + std::to_string(step.rule->rule.line.number);
+KText AtLine(const KPlanStep& step) {
+    return Text("line %s", step.rule->rule.line.number);
 }
 
 } // namespace
@@ -77,8 +77,8 @@ Findings LateDirectories(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 TargetField(step.rule->rule),
-                "the directory \"" + directory + "\" is made only by a later line, so this fails",
-                "move its directory=create in front of this line"
+                Text("the directory \"%s\" is made only by a later line, so this fails", directory),
+                Text("move its directory=create in front of this line")
             ));
         }
     }
@@ -93,10 +93,11 @@ Findings MissingDirectories(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 TargetField(step.rule->rule),
-                "no rule makes the directory \"" + directory + "\", and without it this fails",
-                "write directory=create," + directory +
-                    " in front of it, with the macros that it "
-                    "is made of"
+                Text("no rule makes the directory \"%s\", and without it this fails", directory),
+                Text(
+                    "write directory=create,%s in front of it, with the macros that it is made of",
+                    directory
+                )
             ));
         }
     }
@@ -121,10 +122,13 @@ Findings DoubleCopies(const KCheckContext& context) {
             !IsException(former->second, step)) {
             found.push_back(context.AtValue(
                 step.rule->rule.line,
-                "\"" + std::string(step.path) + "\" is copied by " + AtLine(former->second) +
-                    " already, from \"" + InKit(former->second.action->source, context) +
-                    "\", which is lost",
-                "give one of the two another name or directory, or take one out"
+                Text(
+                    "\"%s\" is copied by %s already, from \"%s\", which is lost",
+                    step.path,
+                    AtLine(former->second),
+                    InKit(former->second.action->source, context)
+                ),
+                Text("give one of the two another name or directory, or take one out")
             ));
         }
         former->second = step;
@@ -149,9 +153,8 @@ Findings DeletionsOfNewFiles(const KCheckContext& context) {
         told = step.rule;
         found.push_back(context.AtValue(
             step.rule->rule.line,
-            "this deletes \"" + std::string(step.path) + "\", which " + AtLine(former->second) +
-                " has just made",
-            "move the deletion in front of that line, or to section [remove]"
+            Text("this deletes \"%s\", which %s has just made", step.path, AtLine(former->second)),
+            Text("move the deletion in front of that line, or to section [remove]")
         ));
     }
     return found;

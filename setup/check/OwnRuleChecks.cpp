@@ -47,8 +47,8 @@ Findings ModesOfNothing(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "no rule has made \"" + std::string(step.path) + "\" by then, so this fails",
-                "move the line behind the rule that makes it, or fix the path"
+                Text("no rule has made \"%s\" by then, so this fails", step.path),
+                Text("move the line behind the rule that makes it, or fix the path")
             ));
         }
     }
@@ -71,9 +71,13 @@ Findings UnknownOwners(const KCheckContext& context) {
                 found.push_back(context.AtField(
                     rule.line,
                     rule.own->IndexOf(field),
-                    std::string(isUser ? "the user" : "the group") + " \"" + name +
-                        "\" is made by no rule, and is on no machine from the beginning",
-                    "write user=create,NAME in front of it, which makes a group of that name too"
+                    Text(
+                        "%s \"%s\" is made by no rule, and is on no machine from the beginning",
+                        isUser ? Text("the user") : Text("the group"),
+                        name
+                    ),
+                    Text("write user=create,NAME in front of it, which makes a group of that name "
+                         "too")
                 ));
             }
         }
@@ -99,9 +103,14 @@ Findings SetIdsWithoutOwner(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 rule.own->IndexOf(KSetupField::Mode),
-                std::string("whoever runs this gets the rights of its ") +
-                    (isUser ? "owner" : "group") + ", which is root's unless the line says whose",
-                "write the owner and the group behind the mode, root,root where these are meant"
+                Text(
+                    "whoever runs this gets the rights of its %s, which is root's unless the line "
+                    "says whose",
+                    (isUser ? "owner" : "group")
+                ),
+                Text(
+                    "write the owner and the group behind the mode, root,root where these are meant"
+                )
             ));
         }
     }
@@ -125,9 +134,12 @@ Findings LinksOutOfTheProduct(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 1,
-                "the link leads out of the product, to \"" + led +
-                    "\" here and elsewhere for another product path",
-                "write an absolute path, or one that stays below the product path"
+                Text(
+                    "the link leads out of the product, to \"%s\" here and elsewhere for another "
+                    "product path",
+                    led
+                ),
+                Text("write an absolute path, or one that stays below the product path")
             ));
         }
     }

@@ -73,8 +73,9 @@ Findings RelativePaths(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 index,
-                "\"" + path + "\" is relative, so it is \"/" + path + "\" for the run",
-                "begin it with \"/\" or with a directory's macro, as $pathTarget$ or $pathSource$"
+                Text("\"%s\" is relative, so it is \"/%s\" for the run", path, path),
+                Text("begin it with \"/\" or with a directory's macro, as $pathTarget$ or "
+                     "$pathSource$")
             ));
         }
     }
@@ -92,16 +93,18 @@ Findings NewNames(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 4,
-                "files that a wildcard copies keep their names, so this field does not count",
-                "take it out, or copy the one file by its name"
+                Text("files that a wildcard copies keep their names, so this field does not count"),
+                Text("take it out, or copy the one file by its name")
             ));
         } else if (rule.fields[4].find('/') != std::string::npos) {
             found.push_back(context.AtField(
                 rule.line,
                 4,
-                "the last field is a name, and this one leads to \"" +
-                    NormalPath(JoinPath(rule.fields[3], rule.fields[4])) + "\"",
-                "put the directory into the field before, and the name alone here"
+                Text(
+                    "the last field is a name, and this one leads to \"%s\"",
+                    NormalPath(JoinPath(rule.fields[3], rule.fields[4]))
+                ),
+                Text("put the directory into the field before, and the name alone here")
             ));
         }
     }
@@ -115,9 +118,12 @@ Findings WildcardLinks(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 1,
-                "a \"symlink\" knows no wildcards: this makes one link to a file of the name \"" +
-                    rule.fields[1] + "\"",
-                "write a line for each link"
+                Text(
+                    "a \"symlink\" knows no wildcards: this makes one link to a file of the name "
+                    "\"%s\"",
+                    rule.fields[1]
+                ),
+                Text("write a line for each link")
             ));
         }
     }
@@ -142,10 +148,13 @@ Findings LinksOntoFiles(const KCheckContext& context) {
         }
         found.push_back(context.AtValue(
             step.rule->rule.line,
-            "the link \"" + std::string(step.path) + "\" would replace the file of line " +
-                std::to_string(file->second) + ", and a link replaces only links",
-            "write first the file that is there, then where the link goes: "
-            "file=symlink,NAME,FROM,TO,NEWNAME makes TO/NEWNAME, which leads to FROM/NAME"
+            Text(
+                "the link \"%s\" would replace the file of line %s, and a link replaces only links",
+                step.path,
+                file->second
+            ),
+            Text("write first the file that is there, then where the link goes: "
+                 "file=symlink,NAME,FROM,TO,NEWNAME makes TO/NEWNAME, which leads to FROM/NAME")
         ));
     }
     return found;
@@ -171,9 +180,12 @@ Findings MissingSeparators(const KCheckContext& context) {
                 0,
                 mention.offset,
                 macro,
-                macro + " is a directory without a separator at its end, so what stands behind it "
-                        "becomes a part of its name",
-                "write \"" + macro + "/\""
+                Text(
+                    "%s is a directory without a separator at its end, so what stands behind it "
+                    "becomes a part of its name",
+                    macro
+                ),
+                Text("write \"%s/\"", macro)
             ));
         }
     }
@@ -192,9 +204,11 @@ Findings ChangedKits(const KCheckContext& context) {
         found.push_back(context.AtField(
             rule.line,
             index,
-            std::string(deletes ? "this deletes in the kit" : "this changes the kit") +
-                ", which then cannot be installed a second time as it was",
-            "name a directory of the product, as $pathTarget$"
+            Text(
+                "%s, which then cannot be installed a second time as it was",
+                deletes ? Text("this deletes in the kit") : Text("this changes the kit")
+            ),
+            Text("name a directory of the product, as $pathTarget$")
         ));
     }
     return found;
@@ -203,16 +217,19 @@ Findings ChangedKits(const KCheckContext& context) {
 /// By the directories of this machine, as those of the administrator's will be alike.
 Findings SharedProductPaths(const KCheckContext& context) {
     const std::string& path = context.GetProductPath();
-    const std::string why = WhyOthersCanExchange(path);
+    const KText why = WhyOthersCanExchange(path);
     if (why.empty() || context.IsProductPathGiven() || !path.starts_with('/')) {
         return {};
     }
-    const std::string message =
-        why + ", so others than root can exchange what is installed in \"" + path + "\"" +
+    const KText message = Text(
+        "%s, so others than root can exchange what is installed in \"%s\"%s",
+        why,
+        path,
         (RunsPrograms(context.GetInstall())
-             ? ": an install is refused, as the script has commands or services"
-             : "");
-    const std::string advice = "propose a directory below one of root's, as in /opt";
+             ? Text(": an install is refused, as the script has commands or services")
+             : "")
+    );
+    const KText advice = Text("propose a directory below one of root's, as in /opt");
     for (const KScriptRule& rule : context.GetLines()) {
         if (rule.line.type == KINS::Names::defaultPathKey) {
             return {context.AtValue(rule.line, message, advice)};

@@ -13,9 +13,9 @@ namespace {
 constexpr int levelsBelowProduct = 3; // at which the engine looks for the link's target
 
 /// Why a link does not lead back to the product path; empty when it does.
-std::string WhyNotARecord(const std::string& target, const std::string& productPath) {
+KText WhyNotARecord(const std::string& target, const std::string& productPath) {
     if (!target.starts_with('/')) {
-        return "\"" + target + "\" is not absolute";
+        return Text("\"%s\" is not absolute", target);
     }
     std::filesystem::path path(KPlannedTree::Normal(target));
     for (int level = 0; level < levelsBelowProduct; ++level) {
@@ -23,8 +23,11 @@ std::string WhyNotARecord(const std::string& target, const std::string& productP
     }
     return path == KPlannedTree::Normal(productPath)
                ? ""
-               : "\"" + target + "\" is not three levels below the product path, as in \"" +
-                     JoinPath(productPath, "lin/x86_64/program") + "\"";
+               : Text(
+                     "\"%s\" is not three levels below the product path, as in \"%s\"",
+                     target,
+                     JoinPath(productPath, "lin/x86_64/program")
+                 );
 }
 
 /// The rule that laid a link last.
@@ -59,31 +62,33 @@ const KScriptLine* FindLinkTo(const KPlan& plan, const std::string& path) {
 Findings MissingRecordLinks(const KCheckContext& context) {
     const std::string path = KPlannedTree::Normal(context.GetRecordLink());
     const KPlannedEntry entry = context.GetAfterInstall().Find(path);
-    const std::string advice =
-        "write file=symlink,PROGRAM,$pathTargetBin$,/etc/$serviceName$,$serviceName$";
+    const KText advice =
+        Text("write file=symlink,PROGRAM,$pathTargetBin$,/etc/$serviceName$,$serviceName$");
     if (entry.kind != KEntryKind::Link) {
         if (const KScriptLine* reversed = FindLinkTo(context.GetInstall(), path)) {
             return {context.AtValue(
                 *reversed,
-                "this link leads to \"" + path +
-                    "\", by which the product counts as installed and where a link has to stand: "
-                    "its fields are reversed",
+                Text(
+                    "this link leads to \"%s\", by which the product counts as installed and where "
+                    "a link has to stand: its fields are reversed",
+                    path
+                ),
                 advice
             )};
         }
         return {context.AtSection(
             "install",
-            "no rule makes the link \"" + path + "\", by which the product counts as installed",
+            Text("no rule makes the link \"%s\", by which the product counts as installed", path),
             advice
         )};
     }
-    const std::string why = WhyNotARecord(entry.target, context.GetProductPath());
+    const KText why = WhyNotARecord(entry.target, context.GetProductPath());
     const KScriptLine* line = FindLinkLine(context.GetInstall(), path);
     if (why.empty() || line == nullptr) {
         return {};
     }
     return {context.AtField(
-        *line, 2, "the link \"" + path + "\" does not lead to the product: " + why, advice
+        *line, 2, Text("the link \"%s\" does not lead to the product: %s", path, why), advice
     )};
 }
 
@@ -103,8 +108,8 @@ Findings DanglingRecordLinks(const KCheckContext& context) {
     return {context.AtField(
         *line,
         1,
-        "the link \"" + path + "\" leads to \"" + entry.target + "\", which no rule makes",
-        "name the program as it is copied, or copy it"
+        Text("the link \"%s\" leads to \"%s\", which no rule makes", path, entry.target),
+        Text("name the program as it is copied, or copy it")
     )};
 }
 
@@ -115,10 +120,13 @@ Findings MissingRecordProfiles(const KCheckContext& context) {
     }
     return {context.AtSection(
         "install",
-        "no rule makes the configuration file \"" + path +
-            "\", in which the record of the product is kept",
-        "write directory=create,$pathTargetConfig$ and "
-        "profile=put,$pathTargetConfig$$iniFile$,SECTION,KEY,VALUE"
+        Text(
+            "no rule makes the configuration file \"%s\", in which the record of the product is "
+            "kept",
+            path
+        ),
+        Text("write directory=create,$pathTargetConfig$ and "
+             "profile=put,$pathTargetConfig$$iniFile$,SECTION,KEY,VALUE")
     )};
 }
 
@@ -129,9 +137,11 @@ Findings LeftRecordLinks(const KCheckContext& context) {
     }
     return {context.AtSection(
         "remove",
-        "the removal leaves the link \"" + path + "\", so the product still counts as installed",
-        std::string(context.GetScript().HasSection("remove") ? "" : "add a section [remove] and ") +
-            "write file=delete,$serviceName$,/etc/$serviceName$ as its last deletion"
+        Text("the removal leaves the link \"%s\", so the product still counts as installed", path),
+        Text(
+            "%swrite file=delete,$serviceName$,/etc/$serviceName$ as its last deletion",
+            context.GetScript().HasSection("remove") ? "" : Text("add a section [remove] and ")
+        )
     )};
 }
 

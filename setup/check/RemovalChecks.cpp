@@ -222,7 +222,7 @@ bool Makes(Kind kind) {
 
 struct Left {
     const KScriptLine* line;
-    std::vector<std::string> names;
+    std::vector<KText> names;
 };
 
 /// What stays, by the rule that made it first.
@@ -240,8 +240,8 @@ std::vector<Left> FindLeft(const KCheckContext& context) {
             if (!stays) {
                 continue;
             }
-            std::string name = isService ? "service " + action.path : "\"" + path + "\"";
-            if (told.insert(name).second) {
+            KText name = isService ? Text("service %s", action.path) : KText("\"" + path + "\"");
+            if (told.insert(name.English()).second) {
                 left.names.push_back(std::move(name));
             }
         }
@@ -252,14 +252,12 @@ std::vector<Left> FindLeft(const KCheckContext& context) {
     return all;
 }
 
-std::string FirstOf(const std::vector<std::string>& names) {
-    std::string list;
+KText FirstOf(const std::vector<KText>& names) {
+    KText list;
     for (std::size_t index = 0; index < std::min(names.size(), mostNamed); ++index) {
         list += (index == 0 ? "" : ", ") + names[index];
     }
-    return names.size() > mostNamed
-               ? list + " and " + std::to_string(names.size() - mostNamed) + " more"
-               : list;
+    return names.size() > mostNamed ? Text("%s and %s more", list, names.size() - mostNamed) : list;
 }
 
 } // namespace
@@ -274,8 +272,8 @@ Findings SystemDeletions(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 rule.type == KRuleType::File ? 2 : 1,
-                "this deletes in \"" + directory + "\", which belongs to the system",
-                "delete only what the script installs, each file by its name"
+                Text("this deletes in \"%s\", which belongs to the system", directory),
+                Text("delete only what the script installs, each file by its name")
             ));
         }
     }
@@ -287,8 +285,8 @@ Findings LeftBehind(const KCheckContext& context) {
     for (const Left& left : FindLeft(context)) {
         found.push_back(context.AtValue(
             *left.line,
-            "section [remove] does not remove " + FirstOf(left.names) + ", made here",
-            "add a rule that does"
+            Text("section [remove] does not remove %s, made here", FirstOf(left.names)),
+            Text("add a rule that does")
         ));
     }
     return found;

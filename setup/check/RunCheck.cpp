@@ -41,12 +41,17 @@ void Print(const KCheckResult& result, const fs::path& directory) {
         std::cout << ToLine(finding, directory.string()) << "\n";
     }
     const std::string kit = directory.lexically_normal().string();
-    const std::string end =
-        result.findings.empty()
-            ? "nothing is wrong with its script."
-            : Counted(result.Count(KSeverity::Error), "error", "errors") + ", " +
-                  Counted(result.Count(KSeverity::Warning), "warning", "warnings") + ".";
-    std::cout << "Kit " << Printable(kit) << ": " << end << std::endl;
+    if (result.findings.empty()) {
+        std::cout << Text("Kit %s: nothing is wrong with its script.", Printable(kit)) << std::endl;
+        return;
+    }
+    std::cout << Text(
+                     "Kit %s: %s, %s.",
+                     Printable(kit),
+                     Counted(result.Count(KSeverity::Error), "%s error", "%s errors"),
+                     Counted(result.Count(KSeverity::Warning), "%s warning", "%s warnings")
+                 )
+              << std::endl;
 }
 
 void PrintJson(const KCheckResult& result, const KSetupKit& kit, int exitCode) {
@@ -91,7 +96,7 @@ int Check(const KSetupArguments& arguments) {
 }
 
 /// Programs that asked for an object get one, also when there is no answer.
-int Refuse(int exitCode, const std::string& why) {
+int Refuse(int exitCode, const KText& why) {
     KRunReport report;
     report.command = "check";
     report.result = KRunResult::Refused;
@@ -111,7 +116,7 @@ int RunCheck(const KSetupArguments& arguments) {
     try {
         return Check(arguments);
     } catch (const KSetupFailure& failure) {
-        return Refuse(failure.GetExitCode(), failure.what());
+        return Refuse(failure.GetExitCode(), failure.GetText());
     } catch (const KSUP::KError& error) {
         return Refuse(ExitCode::internal, error.GetSummary().c_str());
     }

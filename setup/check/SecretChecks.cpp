@@ -121,8 +121,8 @@ Findings Secrets(const KCheckContext& context) {
         found.push_back(context.AtField(
             rule.line,
             field,
-            "this looks like a secret, and the kit shows it to all who read it",
-            "let the administrator set it (install --values), or a program of the kit make it"
+            Text("this looks like a secret, and the kit shows it to all who read it"),
+            Text("let the administrator set it (install --values), or a program of the kit make it")
         ));
     }
     return found;

@@ -59,10 +59,10 @@ bool HasUnitFile(const KCheckContext& context, const std::string& name) {
 }
 
 /// What the support library would refuse of a service's name and unit file, on any machine.
-std::string WhyRefused(const KScriptRule& rule) {
+KText WhyRefused(const KScriptRule& rule) {
     const std::vector<std::string>& fields = rule.fields;
-    if (const std::string why = KSYS::WhyNotAServiceName(fields[1]); !why.empty()) {
-        return "\"" + fields[1] + "\" cannot be the name of a service: " + why;
+    if (const KText why = KSYS::WhyNotAServiceName(fields[1]); !why.empty()) {
+        return Text("\"%s\" cannot be the name of a service: %s", fields[1], why);
     }
     return fields.size() == 5 && IsService(rule, KRuleOperation::Install) && !fields[3].empty()
                ? WhyNotAUnit(fields[2], fields[3], fields[4])
@@ -137,17 +137,17 @@ std::string ProgramOf(const Programs& programs, const std::string& service) {
 }
 
 /// Why a service's program cannot be run in the end; empty when nothing is known against it.
-std::string WhyNoProgram(const KCheckContext& context, const std::string& program) {
+KText WhyNoProgram(const KCheckContext& context, const std::string& program) {
     const KPlannedEntry entry = context.GetAfterInstall().FindTarget(program);
     if (entry.kind == KEntryKind::Nothing) {
         return IsAtOrBelow(program, NormalPath(context.GetProductPath()))
-                   ? "no rule makes the program \"" + program + "\""
+                   ? Text("no rule makes the program \"%s\"", program)
                    : ""; // the system's, perhaps
     }
     constexpr unsigned executable = 0111;
     return entry.kind == KEntryKind::File && (entry.mode & executable) != 0
                ? ""
-               : "\"" + program + "\" is not executable";
+               : Text("\"%s\" is not executable", program);
 }
 
 /// What takes something away from a service, if only a part of what systemd.exec(5) has for it.
@@ -205,17 +205,16 @@ Findings FailingServices(const KCheckContext& context) {
         const bool isKnown = IsService(rule, KRuleOperation::Install) ||
                              IsService(rule, KRuleOperation::Start) ||
                              IsService(rule, KRuleOperation::Stop);
-        const std::string why = isKnown ? WhyRefused(rule) : "";
+        const KText why = isKnown ? WhyRefused(rule) : "";
         if (!why.empty()) {
             const bool isName = !KSYS::WhyNotAServiceName(rule.fields[1]).empty();
             found.push_back(context.AtField(
                 rule.line,
                 isName ? 1 : 3,
                 why,
-                isName
-                    ? "choose a name of letters, digits and \"-\""
-                    : "write service=install,NAME,DISPLAY NAME,PROGRAM,ARGUMENTS, with an absolute "
-                      "path and closed quotes"
+                isName ? Text("choose a name of letters, digits and \"-\"")
+                       : Text("write service=install,NAME,DISPLAY NAME,PROGRAM,ARGUMENTS, with an "
+                              "absolute path and closed quotes")
             ));
         }
     }
@@ -233,12 +232,17 @@ Findings FailingServices(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "a first install has no service " + std::string(step.path) +
-                    " here: it is installed only by a "
-                    "later line, so this fails",
-                isStop ? "write service=remove," + std::string(step.path) +
-                             " here, which stops it too and does not fail where there is none"
-                       : "move it behind the line that installs the service"
+                Text(
+                    "a first install has no service %s here: it is installed only by a later line, "
+                    "so this fails",
+                    step.path
+                ),
+                isStop ? Text(
+                             "write service=remove,%s here, which stops it too and does not fail "
+                             "where there is none",
+                             step.path
+                         )
+                       : Text("move it behind the line that installs the service")
             ));
         }
     }
@@ -261,10 +265,13 @@ Findings UnknownServices(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "no rule installs a service " + std::string(step.path) +
-                    ", and this machine has none of that "
-                    "name: where there is none, this fails",
-                "install it before by service=install, or use the name of the one that is installed"
+                Text(
+                    "no rule installs a service %s, and this machine has none of that name: where "
+                    "there is none, this fails",
+                    step.path
+                ),
+                Text("install it before by service=install, or use the name of the one that is "
+                     "installed")
             ));
         }
     }
@@ -288,17 +295,16 @@ Findings ServicePrograms(const KCheckContext& context) {
             continue;
         }
         const bool isLate = first.Makes(program) && !first.MakesBefore(program, index);
-        const std::string why = isLate
-                                    ? "the program \"" + program + "\" is made only by a later line"
-                                : isStart ? ""
-                                          : WhyNoProgram(context, program);
+        const KText why = isLate ? Text("the program \"%s\" is made only by a later line", program)
+                          : isStart ? ""
+                                    : WhyNoProgram(context, program);
         if (!why.empty()) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 isStart ? 1 : 3,
-                why + ", so the service cannot start",
-                isLate ? "move this line behind it"
-                       : "copy an executable file there, or name the one that is copied"
+                Text("%s, so the service cannot start", why),
+                isLate ? Text("move this line behind it")
+                       : Text("copy an executable file there, or name the one that is copied")
             ));
         }
     }
@@ -321,11 +327,16 @@ Findings RunningServices(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "in an upgrade the service " + std::string(step.path) +
-                    " runs, and this leaves it running with its former program",
-                "write service=remove," + std::string(step.path) +
-                    " in front of the copies: it stops the service, and does not fail where there "
-                    "is none"
+                Text(
+                    "in an upgrade the service %s runs, and this leaves it running with its former "
+                    "program",
+                    step.path
+                ),
+                Text(
+                    "write service=remove,%s in front of the copies: it stops the service, and "
+                    "does not fail where there is none",
+                    step.path
+                )
             ));
         }
     }
@@ -340,12 +351,10 @@ Findings UnconfinedServices(const KCheckContext& context) {
             found.push_back(context.AtField(
                 step.rule->rule.line,
                 1,
-                "the service " + std::string(step.path) + " runs as root, and nothing confines it",
-                "bring a unit file with User= and settings as ProtectSystem=strict, by "
-                "config=replace "
-                "into /etc/systemd/system and service=install,NAME; \"ins-setup kit new "
-                "--service\" "
-                "writes one"
+                Text("the service %s runs as root, and nothing confines it", step.path),
+                Text("bring a unit file with User= and settings as ProtectSystem=strict, by "
+                     "config=replace into /etc/systemd/system and service=install,NAME; "
+                     "\"ins-setup kit new --service\" writes one")
             ));
         }
     }

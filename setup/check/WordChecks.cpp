@@ -22,8 +22,8 @@ Findings BlanksAfterCommas(const KCheckContext& context) {
                     index,
                     0,
                     fields[index],
-                    "the blank after the comma is a part of the field",
-                    "take it out"
+                    Text("the blank after the comma is a part of the field"),
+                    Text("take it out")
                 ));
             }
         }
@@ -38,8 +38,8 @@ Findings CopiesToRoot(const KCheckContext& context) {
                                         rule.Is(KRuleType::File, KRuleOperation::Symlink))) {
             found.push_back(context.AtValue(
                 rule.line,
-                "a " + rule.fields[0] + " with three fields has \"/\" for its target",
-                "add the directory it goes to, which is \"/\" if that is meant"
+                Text("a %s with three fields has \"/\" for its target", rule.fields[0]),
+                Text("add the directory it goes to, which is \"/\" if that is meant")
             ));
         }
     }
@@ -58,9 +58,8 @@ Findings SectionsInBrackets(const KCheckContext& context) {
             found.push_back(context.AtField(
                 rule.line,
                 2,
-                "the section of this option is called \"" + std::string(name) +
-                    "\", brackets and all",
-                "write \"" + bare + "\""
+                Text("the section of this option is called \"%s\", brackets and all", name),
+                Text("write \"%s\"", bare)
             ));
         }
     }

@@ -22,8 +22,8 @@ void RequireBlake(int result) {
     if (result != 1) {
         throw KSetupFailure(
             ExitCode::internal,
-            "libcrypto does not compute BLAKE2b-512 here, without which no signature can be "
-            "checked. Look at the system's OpenSSL configuration."
+            Text("libcrypto does not compute BLAKE2b-512 here, without which no signature can be "
+                 "checked. Look at the system's OpenSSL configuration.")
         );
     }
 }
@@ -70,7 +70,7 @@ std::string Blake2bOfFile(const std::string& path, const std::function<bool()>& 
     const auto chunk = std::make_unique_for_overwrite<char[]>(blockBytes);
     for (;;) {
         if (shallStop && shallStop()) {
-            throw KSetupStop("Stopped on request. Nothing was changed.");
+            throw KSetupStop(Text("Stopped on request. Nothing was changed."));
         }
         std::size_t bytes = 0;
         RequireRead(KSYS::ReadSome(file.Get(), chunk.get(), blockBytes, bytes), path);

@@ -20,7 +20,7 @@ constexpr std::size_t chunkBytes = std::size_t{1} << 20U;
 
 void Check(int result) {
     if (result != 1) {
-        throw KSetupFailure(ExitCode::internal, "libcrypto does not compute SHA-256 here.");
+        throw KSetupFailure(ExitCode::internal, Text("libcrypto does not compute SHA-256 here."));
     }
 }
 

@@ -17,20 +17,20 @@ bool OthersMayWrite(const struct stat& status) noexcept {
 }
 
 /// `isLast` says that what is in the directory counts, not only that it stays what it is.
-std::string WhyNotRoots(const std::string& path, const struct stat& status, bool isLast) {
-    const std::string name = (S_ISLNK(status.st_mode) ? "the link " : "") + path;
+KText WhyNotRoots(const std::string& path, const struct stat& status, bool isLast) {
+    const KText name = S_ISLNK(status.st_mode) ? Text("the link %s", path) : KText(path);
     if (status.st_uid != 0) {
-        return name + " belongs to the user " + UserName(status.st_uid);
+        return Text("%s belongs to the user %s", name, UserName(status.st_uid));
     }
     const bool isSticky = S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
     return OthersMayWrite(status) && (isLast || !isSticky)
-               ? name + " can be written to by others than root"
+               ? Text("%s can be written to by others than root", name)
                : "";
 }
 
 } // namespace
 
-std::string WhyOthersCanExchange(const std::string& path, KPathEnd end) {
+KText WhyOthersCanExchange(const std::string& path, KPathEnd end) {
     KSYS::KPendingPath pending;
     pending.PushFront(path);
     int linksLeft = mostLinks;
@@ -45,11 +45,11 @@ std::string WhyOthersCanExchange(const std::string& path, KPathEnd end) {
         const std::string child = JoinPath(at, name);
         struct stat status {};
         if (KSYS::ReadStatus(child, KSYS::LastLink::Keep, status) != 0) {
-            return anybodyMayLay ? "anybody can lay " + child : "";
+            return anybodyMayLay ? Text("anybody can lay %s", child) : "";
         }
         const bool isLast = pending.IsEmpty();
         const bool counts = !isLast || end == KPathEnd::Counts || S_ISLNK(status.st_mode);
-        if (std::string why = WhyNotRoots(child, status, isLast); counts && !why.empty()) {
+        if (KText why = WhyNotRoots(child, status, isLast); counts && !why.empty()) {
             return why;
         }
         std::string target;

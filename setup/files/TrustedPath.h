@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <cstdint>
 #include <string>
 
@@ -17,6 +19,6 @@ enum class KPathEnd : std::uint8_t {
 ///
 /// Each directory on the way counts, and each link that is followed. In a directory with the sticky bit
 /// nobody takes another's entry away, but anybody lays one that is not there.
-std::string WhyOthersCanExchange(const std::string& path, KPathEnd end = KPathEnd::Counts);
+KText WhyOthersCanExchange(const std::string& path, KPathEnd end = KPathEnd::Counts);
 
 } // namespace KSETUP

@@ -89,9 +89,11 @@ std::string FindBundleHead() {
     if (missing) {
         throw KSetupFailure(
             ExitCode::noKit,
-            path.lexically_normal().string() +
-                ": missing; a bundle begins with it. Make bundles with an ins-setup that is "
-                "installed as its package lays it down: apt-get install ins-setup"
+            Text(
+                "%s: missing; a bundle begins with it. Make bundles with an ins-setup that is "
+                "installed as its package lays it down: apt-get install ins-setup",
+                path.lexically_normal().string()
+            )
         );
     }
     return found.string();

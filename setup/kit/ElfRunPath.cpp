@@ -35,7 +35,8 @@ class ElfFile {
     std::size_t OffsetOf(std::size_t address) const;
     [[noreturn]] void Fail() const {
         throw KSetupFailure(
-            ExitCode::noKit, name + ": not a program or library of this machine's architecture."
+            ExitCode::noKit,
+            Text("%s: not a program or library of this machine's architecture.", name)
         );
     }
     std::string& bytes;

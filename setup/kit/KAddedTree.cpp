@@ -26,27 +26,28 @@ constexpr mode_t othersWrite = S_IWGRP | S_IWOTH;
 constexpr mode_t allBits = 07777;
 
 /// Why a rule cannot hold the text; empty when it can. All else can be written with escapes.
-std::string WhyNoField(std::string_view text) {
+KText WhyNoField(std::string_view text) {
     for (const char letter : text) {
         if (static_cast<unsigned char>(letter) < 0x20 || letter == 0x7F) {
-            return "has a control character";
+            return Text("has a control character");
         }
     }
     return "";
 }
 
 /// Why no section can have the name of the tree.
-std::string WhyNoSection(const std::string& name) {
+KText WhyNoSection(const std::string& name) {
     const bool isArchitecture = name.ends_with(".x86") || name.ends_with(".x86_64");
     return !WhyNoField(name).empty()                       ? WhyNoField(name)
-           : name.find(',') != std::string::npos           ? "has a comma"
-           : name.find('$') != std::string::npos           ? "has a dollar sign"
-           : name.find_first_of("*?") != std::string::npos ? "has a \"*\" or \"?\""
-           : name.starts_with(' ') || name.ends_with(' ')  ? "begins or ends with a blank"
-           : name.find_first_of("[]") != std::string::npos ? "has a bracket"
-           : isArchitecture ? "ends as a section for one architecture does"
-           : name == "/" || name.empty() || name.front() == '.' ? "is none that a section can have"
-                                                                : "";
+           : name.find(',') != std::string::npos           ? Text("has a comma")
+           : name.find('$') != std::string::npos           ? Text("has a dollar sign")
+           : name.find_first_of("*?") != std::string::npos ? Text("has a \"*\" or \"?\"")
+           : name.starts_with(' ') || name.ends_with(' ')  ? Text("begins or ends with a blank")
+           : name.find_first_of("[]") != std::string::npos ? Text("has a bracket")
+           : isArchitecture ? Text("ends as a section for one architecture does")
+           : name == "/" || name.empty() || name.front() == '.'
+               ? Text("is none that a section can have")
+               : "";
 }
 
 /// As it is to be installed. Who makes a kit is nobody on the machine that it is for, so what is
@@ -71,21 +72,29 @@ KAddedTree::Rights RightsOf(const struct stat& status) {
 
 /// What would become of a set-id bit: the rights of who made the tree would be root's. A number without
 /// a name is anybody's on another machine. Empty for one whose owner a rule can say.
-std::string WhyNoSetId(const struct stat& status, const KAddedTree::Rights& rights) {
+KText WhyNoSetId(const struct stat& status, const KAddedTree::Rights& rights) {
     const auto describe = [&](mode_t bit, unsigned id, const std::string& written, char letter) {
         const bool isLost = id != 0 && (written == "root" || IsAccountNumber(written));
         if ((status.st_mode & bit) == 0 || !isLost) {
-            return std::string();
+            return KText();
         }
-        return std::string("it has the set-id bit of ") + (bit == S_ISUID ? "user " : "group ") +
-               std::to_string(id) + ", which on a machine would be " +
-               (written == "root" ? "root's" : "whose that number is there") +
-               "; take it away (chmod " + letter +
-               "-s), or add the tree as root or under fakeroot(1), with the owner and group that "
-               "the "
-               "file is to have";
+        const KText whose = bit == S_ISUID ? Text("user %s", id) : Text("group %s", id);
+        return Text(
+            written == "root"
+                ? TextFormat(
+                      "it has the set-id bit of %s, which on a machine would be root's; take "
+                      "it away (chmod %s-s), or add the tree as root or under fakeroot(1), "
+                      "with the owner and group that the file is to have"
+                  )
+                : TextFormat("it has the set-id bit of %s, which on a machine would be whose that "
+                             "number is there; take it away (chmod %s-s), or add the tree as root "
+                             "or under fakeroot(1), with the owner and group that the file is to "
+                             "have"),
+            whose,
+            std::string(1, letter)
+        );
     };
-    const std::string why = describe(S_ISUID, status.st_uid, rights.owner, 'u');
+    const KText why = describe(S_ISUID, status.st_uid, rights.owner, 'u');
     return why.empty() ? describe(S_ISGID, status.st_gid, rights.group, 'g') : why;
 }
 
@@ -95,23 +104,23 @@ KAddedTree::KAddedTree(const std::string& directory) {
     std::error_code error;
     const fs::path found = fs::canonical(directory, error);
     if (error) {
-        FailOn(directory, error.value(), "Name the directory that is to be installed.");
+        FailOn(directory, error.value(), Text("Name the directory that is to be installed."));
     }
     if (!fs::is_directory(found, error)) {
         throw KSetupFailure(
             ExitCode::noKit,
-            directory + ": no directory. Name the directory that is to be installed."
+            Text("%s: no directory. Name the directory that is to be installed.", directory)
         );
     }
     root = found.string();
     Scan("");
     if (GetFileCount() + GetLinkCount() + directories.size() == 1 && complaints.empty()) {
         throw KSetupFailure(
-            ExitCode::noKit, root + ": there is nothing in it that could be installed."
+            ExitCode::noKit, Text("%s: there is nothing in it that could be installed.", root)
         );
     }
-    if (const std::string why = WhyNoSection(GetName()); !why.empty()) {
-        Complain("", "its name becomes the name of a section, and " + why);
+    if (const KText why = WhyNoSection(GetName()); !why.empty()) {
+        Complain("", Text("its name becomes the name of a section, and %s", why));
     }
 }
 
@@ -119,7 +128,7 @@ std::string KAddedTree::GetName() const {
     return fs::path(root).filename().string();
 }
 
-void KAddedTree::Complain(const std::string& relative, const std::string& why) {
+void KAddedTree::Complain(const std::string& relative, const KText& why) {
     complaints.push_back(Printable((fs::path(root) / relative).string()) + ": " + why);
 }
 
@@ -144,8 +153,8 @@ void KAddedTree::Scan(const std::string& relative) {
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
         const std::string child = relative.empty() ? name : relative + "/" + name;
-        if (const std::string why = WhyNoField(name); !why.empty()) {
-            Complain(child, "the name " + why);
+        if (const KText why = WhyNoField(name); !why.empty()) {
+            Complain(child, Text("the name %s", why));
         } else {
             ScanEntry(directory, child, name);
         }
@@ -169,27 +178,28 @@ void KAddedTree::ScanEntry(
             Complain(relative, std::generic_category().message(static_cast<int>(failed)));
         }
         const Rights rights = RightsOf(status);
-        if (const std::string why = WhyNoSetId(status, rights); !why.empty()) {
+        if (const KText why = WhyNoSetId(status, rights); !why.empty()) {
             Complain(relative, why);
         }
         directory.files.push_back({name, rights});
     } else if (S_ISLNK(status.st_mode)) {
         std::error_code error;
         const std::string target = fs::read_symlink(path, error).string();
-        const std::string why = WhyNoField(target);
+        const KText why = WhyNoField(target);
         if (error) {
             Complain(relative, error.message());
         } else if (!why.empty()) {
-            Complain(relative, "where the link leads to, " + Printable(target) + ", " + why);
+            Complain(relative, Text("where the link leads to, %s, %s", Printable(target), why));
         } else if (target == root || target.starts_with(root + "/")) {
             Complain(
-                relative, "the link leads into this tree by its path here; make it a relative one"
+                relative,
+                Text("the link leads into this tree by its path here; make it a relative one")
             );
         } else {
             directory.links.emplace(name, target);
         }
     } else {
-        Complain(relative, "neither a file, nor a directory, nor a link");
+        Complain(relative, Text("neither a file, nor a directory, nor a link"));
     }
 }
 
@@ -225,19 +235,21 @@ void KAddedTree::RefuseUnlessExpressible() const {
     if (complaints.empty()) {
         return;
     }
-    std::string all;
+    KText all;
     for (std::size_t index = 0; index < std::min(complaints.size(), namesShown); ++index) {
         all += "\n    " + complaints[index];
     }
     if (complaints.size() > namesShown) {
-        all += "\n    and " + std::to_string(complaints.size() - namesShown) + " more";
+        all += "\n    " + Text("and %s more", complaints.size() - namesShown);
     }
     throw KSetupFailure(
         ExitCode::malformedScript,
-        root +
-            ": the tree holds what rules of a script cannot. Rename it or take it out; nothing "
-            "was changed." +
+        Text(
+            "%s: the tree holds what rules of a script cannot. Rename it or take it out; nothing "
+            "was changed.%s",
+            root,
             all
+        )
     );
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -51,11 +53,11 @@ class KAddedTree {
   private:
     void Scan(const std::string& relative);
     void ScanEntry(Directory& directory, const std::string& relative, const std::string& name);
-    void Complain(const std::string& relative, const std::string& why);
+    void Complain(const std::string& relative, const KText& why);
 
     std::string root;
     std::map<std::string, Directory> directories;
-    std::vector<std::string> complaints;
+    std::vector<KText> complaints;
 };
 
 } // namespace KSETUP

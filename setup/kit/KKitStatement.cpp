@@ -60,8 +60,8 @@ std::string KKitStatement::ToComment() const {
            std::to_string(buildNumber);
 }
 
-std::string KKitStatement::ToWords() const {
-    return product + " " + version + " (build " + std::to_string(buildNumber) + ")";
+KText KKitStatement::ToWords() const {
+    return Text("%s %s (build %s)", product, version, buildNumber);
 }
 
 } // namespace KSETUP

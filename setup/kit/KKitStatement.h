@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,7 +25,7 @@ struct KKitStatement {
     /// which no value has.
     std::string ToComment() const;
     /// As "Hello 1.5 (build 9)".
-    std::string ToWords() const;
+    KText ToWords() const;
 
     bool operator==(const KKitStatement&) const = default;
 };

@@ -28,7 +28,7 @@ std::string FindDirectory(const std::string& directory) {
     }
     if (!isDirectory) {
         throw KSetupFailure(
-            ExitCode::noKit, wanted + ": no such directory. Name the kit's with --kit DIR."
+            ExitCode::noKit, Text("%s: no such directory. Name the kit's with --kit DIR.", wanted)
         );
     }
     return found.string();
@@ -50,8 +50,11 @@ KSUP::KString FindFile(const std::string& directory, const char* name) {
     if (!Has(directory, name)) {
         throw KSetupFailure(
             ExitCode::noKit,
-            file.string() + ": missing. A kit is a directory with product.ini, install.ini and "
-                            "the product's files; name it with --kit DIR."
+            Text(
+                "%s: missing. A kit is a directory with product.ini, install.ini and the product's "
+                "files; name it with --kit DIR.",
+                file.string()
+            )
         );
     }
     return file.string();
@@ -59,18 +62,21 @@ KSUP::KString FindFile(const std::string& directory, const char* name) {
 
 /// Nothing is done with a product that is perhaps another one.
 void RefuseMistakes(const KScript& productData) {
-    std::string words;
+    KText words;
     for (const KProductMistake& one : FindProductMistakes(productData)) {
-        words +=
-            "\n" + Printable(
-                       productData.GetPath() + ":" + std::to_string(one.line) + ":" +
-                       std::to_string(one.column) + ": error: " + one.message + "; " + one.advice
-                   );
+        words += "\n" + Printable(Text(
+                            "%s:%s:%s: error: %s; %s",
+                            productData.GetPath(),
+                            one.line,
+                            one.column,
+                            one.message,
+                            one.advice
+                        ));
     }
     if (!words.empty()) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            "the kit's product.ini has errors. Nothing was changed." + words
+            Text("the kit's product.ini has errors. Nothing was changed.%s", words)
         );
     }
 }
@@ -106,10 +112,12 @@ std::string KSetupKit::ChooseDirectory(const std::string& given) {
     }
     throw KSetupFailure(
         ExitCode::noKit,
-        "no kit: neither the current directory nor " + own +
-            ", where the program is, has product.ini and install.ini. Name the kit's directory "
-            "with "
-            "--kit DIR, or make a kit with \"ins-setup kit new DIR\"."
+        Text(
+            "no kit: neither the current directory nor %s, where the program is, has product.ini "
+            "and install.ini. Name the kit's directory with --kit DIR, or make a kit with "
+            "\"ins-setup kit new DIR\".",
+            own
+        )
     );
 }
 

@@ -29,8 +29,12 @@ void RefuseOverlap(const KAddedTree& tree, const std::string& kit) {
     if (IsAtOrBelow(tree.GetRoot(), kit) || IsAtOrBelow(kit, tree.GetRoot())) {
         throw KSetupFailure(
             ExitCode::usage,
-            tree.GetRoot() + ": the tree and the kit " + kit +
-                " lie in each other. The files are copied into the kit; keep the tree elsewhere."
+            Text(
+                "%s: the tree and the kit %s lie in each other. The files are copied into the kit; "
+                "keep the tree elsewhere.",
+                tree.GetRoot(),
+                kit
+            )
         );
     }
 }
@@ -58,14 +62,13 @@ void Rename(const fs::path& from, const fs::path& to) {
 }
 
 /// "a, b and 3 more"
-std::string ListOf(const std::vector<std::string>& names) {
+KText ListOf(const std::vector<std::string>& names) {
     std::string list;
     for (std::size_t at = 0; at < std::min(names.size(), patternsShown); ++at) {
         list += (at == 0 ? "" : ", ") + names[at];
     }
-    return names.size() <= patternsShown
-               ? list
-               : list + " and " + std::to_string(names.size() - patternsShown) + " more";
+    return names.size() <= patternsShown ? KText(list)
+                                      : Text("%s and %s more", list, names.size() - patternsShown);
 }
 
 /// What of a tree is worth a look, each with the paths that it is true of.
@@ -100,27 +103,27 @@ Findings FindingsOf(const KAddedTree& tree) {
     return found;
 }
 
-std::vector<std::string> Notes(const KAddedTree& tree, const std::string& kit) {
+std::vector<KText> Notes(const KAddedTree& tree, const std::string& kit) {
     const Findings found = FindingsOf(tree);
-    std::vector<std::string> notes;
+    std::vector<KText> notes;
     if (!found.lostWriting.empty()) {
-        notes.push_back(
+        notes.push_back(Text(
             "Group or others could write to these, which they cannot in the kit and where it is "
-            "installed: " +
-            ListOf(found.lostWriting) + "."
-        );
+            "installed: %s.",
+            ListOf(found.lostWriting)
+        ));
     }
     if (!found.setId.empty()) {
-        notes.push_back(
-            "Whoever runs these has the rights of their owner or group, by a rule mode=set: " +
-            ListOf(found.setId) + "."
-        );
+        notes.push_back(Text(
+            "Whoever runs these has the rights of their owner or group, by a rule mode=set: %s.",
+            ListOf(found.setId)
+        ));
     }
     if (!found.owned.empty()) {
-        notes.push_back(
-            "These have owners that the machine must know, or that a rule user=create makes: " +
-            ListOf(found.owned) + "."
-        );
+        notes.push_back(Text(
+            "These have owners that the machine must know, or that a rule user=create makes: %s.",
+            ListOf(found.owned)
+        ));
     }
     for (const KTreeUnit& unit : FindUnits(tree)) {
         if (!unit.objection.empty()) {
@@ -129,7 +132,7 @@ std::vector<std::string> Notes(const KAddedTree& tree, const std::string& kit) {
     }
     if (IsSealed(kit)) {
         notes.emplace_back(
-            "The kit's seal does not fit any more: seal it again with \"ins-setup kit seal\"."
+            Text("The kit's seal does not fit any more: seal it again with \"ins-setup kit seal\".")
         );
     }
     return notes;
@@ -137,7 +140,7 @@ std::vector<std::string> Notes(const KAddedTree& tree, const std::string& kit) {
 
 } // namespace
 
-std::vector<std::string>
+std::vector<KText>
 AddTree(const KAddedTree& tree, const std::string& kitDirectory, const std::string& scriptPath) {
     RefuseOverlap(tree, kitDirectory);
     tree.RefuseUnlessExpressible();
@@ -151,8 +154,11 @@ AddTree(const KAddedTree& tree, const std::string& kitDirectory, const std::stri
     if (replaces && !HasRules(script, name)) {
         throw KSetupFailure(
             ExitCode::usage,
-            target.string() + ": this is yours, no tree of that name was added before. Give the "
-                              "tree another name, or move this away."
+            Text(
+                "%s: this is yours, no tree of that name was added before. Give the tree another "
+                "name, or move this away.",
+                target.string()
+            )
         );
     }
     MakeDirectories(payload);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/kit/KAddedTree.h>
+#include <setup/text/KText.h>
 
 #include <string>
 #include <vector>
@@ -13,7 +14,7 @@ namespace KSETUP {
 ///
 /// Returns  what the reader should know, as sentences
 /// Throws   KSetupFailure with the kit as it was
-std::vector<std::string>
+std::vector<KText>
 AddTree(const KAddedTree& tree, const std::string& kitDirectory, const std::string& scriptPath);
 
 } // namespace KSETUP

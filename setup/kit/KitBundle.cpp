@@ -42,8 +42,10 @@ void CopyKit(const fs::path& from, const fs::path& to) {
     if (!listing.others.empty()) {
         throw KSetupFailure(
             ExitCode::noKit,
-            (from / listing.others.front()).string() +
-                ": neither a file nor a link to one. Take it out of the kit."
+            Text(
+                "%s: neither a file nor a link to one. Take it out of the kit.",
+                (from / listing.others.front()).string()
+            )
         );
     }
     MakeDirectories(to);
@@ -79,19 +81,24 @@ void RefuseTarget(const fs::path& target, const std::string& kit) {
     std::error_code error; // a missing one is what it should be
     const fs::path directory = fs::canonical(target.parent_path(), error);
     if (error) {
-        FailOn(target.parent_path(), error.value(), "The bundle's directory has to be there.");
+        FailOn(
+            target.parent_path(), error.value(), Text("The bundle's directory has to be there.")
+        );
     }
     if (directory == kit || directory.string().starts_with(kit + "/")) {
         throw KSetupFailure(
             ExitCode::usage,
-            target.string() + ": this is in the kit, which would hold its own bundle. Name a file "
-                              "elsewhere."
+            Text(
+                "%s: this is in the kit, which would hold its own bundle. Name a file elsewhere.",
+                target.string()
+            )
         );
     }
     const fs::file_status status = fs::symlink_status(target, error);
     if (fs::exists(status) && !fs::is_regular_file(status)) {
         throw KSetupFailure(
-            ExitCode::usage, target.string() + ": there is something that is no file. Name another."
+            ExitCode::usage,
+            Text("%s: there is something that is no file. Name another.", target.string())
         );
     }
 }
@@ -135,9 +142,11 @@ void MakeBundle(
     if (secretKey.empty() && IsSigned(kitDirectory)) {
         throw KSetupFailure(
             ExitCode::usage,
-            kitDirectory +
-                ": the kit is signed, and a bundle, which holds more than the kit, is to "
-                "be signed too. Name the key with --sign KEY."
+            Text(
+                "%s: the kit is signed, and a bundle, which holds more than the kit, is to be "
+                "signed too. Name the key with --sign KEY.",
+                kitDirectory
+            )
         );
     }
     VerifySeal(kitDirectory);

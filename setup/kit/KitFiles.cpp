@@ -29,7 +29,7 @@ void RequireWritten(unsigned failed, const fs::path& path) {
 
 } // namespace
 
-void FailOn(const fs::path& path, int error, const std::string& advice) {
+void FailOn(const fs::path& path, int error, const KText& advice) {
     throw KSetupFailure(
         ExitCode::noKit,
         path.string() + ": " + std::generic_category().message(error) + "." +
@@ -40,7 +40,7 @@ void FailOn(const fs::path& path, int error, const std::string& advice) {
 void FailOnWrite(const fs::path& path, int error) {
     throw KSetupFailure(
         ExitCode::cannotWrite,
-        "cannot write " + path.string() + ": " + std::generic_category().message(error) + "."
+        Text("cannot write %s: %s.", path.string(), std::generic_category().message(error))
     );
 }
 
@@ -60,7 +60,7 @@ KKitListing ListKit(const fs::path& directory) {
         }
     }
     if (error) {
-        FailOn(directory, error.value(), "All of it has to be readable.");
+        FailOn(directory, error.value(), Text("All of it has to be readable."));
     }
     for (auto* list : {&listing.files, &listing.directories, &listing.others}) {
         std::sort(list->begin(), list->end());

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -31,8 +33,7 @@ void CopyBytes(
 void MakeDirectories(const std::filesystem::path& path);
 
 /// "PATH: REASON. ADVICE", for a system call that failed: to read, or to write.
-[[noreturn]] void
-FailOn(const std::filesystem::path& path, int error, const std::string& advice = {});
+[[noreturn]] void FailOn(const std::filesystem::path& path, int error, const KText& advice = {});
 [[noreturn]] void FailOnWrite(const std::filesystem::path& path, int error);
 
 /// A new directory in another, deleted with all it holds when it goes out of scope.

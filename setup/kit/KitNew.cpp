@@ -180,8 +180,11 @@ void MakeNewKit(const std::string& directory, KKitKind kind) {
         if (!fs::is_directory(status)) {
             throw KSetupFailure(
                 ExitCode::usage,
-                directory + ": there is something that is no directory. Name a "
-                            "directory that is not there yet, or empty."
+                Text(
+                    "%s: there is something that is no directory. Name a directory that is not "
+                    "there yet, or empty.",
+                    directory
+                )
             );
         }
         const bool isEmpty = fs::is_empty(kit, error);
@@ -191,8 +194,11 @@ void MakeNewKit(const std::string& directory, KKitKind kind) {
         if (!isEmpty) {
             throw KSetupFailure(
                 ExitCode::usage,
-                directory + ": the directory is not empty, so it is left alone. "
-                            "Name one that is not there yet, or empty."
+                Text(
+                    "%s: the directory is not empty, so it is left alone. Name one that is not "
+                    "there yet, or empty.",
+                    directory
+                )
             );
         }
     }

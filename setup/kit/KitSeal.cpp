@@ -70,7 +70,7 @@ KReadFile ReadFile(
     }
     file.digest = DigestFile(file.path, shallStop);
     if (file.digest.errorNumber == ECANCELED) {
-        throw KSetupStop("Stopped on request. Nothing was changed.");
+        throw KSetupStop(Text("Stopped on request. Nothing was changed."));
     }
     if (file.digest.errorNumber != 0) {
         FailOn(file.path, static_cast<int>(file.digest.errorNumber));
@@ -153,16 +153,19 @@ std::map<std::string, KSealedFile> ReadSeal(const fs::path& seal, const std::str
             !digests.emplace(name, KSealedFile{digest, std::exchange(kind, {})}).second) {
             throw KSetupFailure(
                 ExitCode::malformedScript,
-                seal.string() + ":" + std::to_string(number) +
-                    ": not a line of check sums. Get the kit again, or seal it with \"ins-setup "
-                    "kit seal\" if it is your own."
+                Text(
+                    "%s:%s: not a line of check sums. Get the kit again, or seal it with "
+                    "\"ins-setup kit seal\" if it is your own.",
+                    seal.string(),
+                    number
+                )
             );
         }
     }
     return digests;
 }
 
-void Complain(std::vector<std::string>& wrong, const std::string& name, const std::string& what) {
+void Complain(std::vector<KText>& wrong, const std::string& name, const KText& what) {
     wrong.push_back(Printable(name) + ": " + what);
 }
 
@@ -196,10 +199,12 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
         }
         throw KSetupFailure(
             ExitCode::noKit,
-            kitDirectory +
-                ": these are neither files nor links to files, so nothing can vouch for "
-                "them. Take them out of the kit:" +
+            Text(
+                "%s: these are neither files nor links to files, so nothing can vouch for them. "
+                "Take them out of the kit:%s",
+                kitDirectory,
                 all
+            )
         );
     }
     std::string sums;
@@ -209,9 +214,12 @@ std::size_t WriteSeal(const std::string& kitDirectory) {
         if (file.path.empty()) {
             throw KSetupFailure(
                 ExitCode::noKit,
-                kitDirectory + "/" + Printable(name) +
-                    ": this link leads out of the kit, so nothing can vouch for what it leads to. "
-                    "Put the file itself in its place (cp -L LINK COPY, mv COPY LINK)."
+                Text(
+                    "%s/%s: this link leads out of the kit, so nothing can vouch for what it leads "
+                    "to. Put the file itself in its place (cp -L LINK COPY, mv COPY LINK).",
+                    kitDirectory,
+                    Printable(name)
+                )
             );
         }
         sums += std::string(commentMark) + SumLineText(file.kind) + "\n" +
@@ -237,9 +245,11 @@ std::string ReadSealText(const std::string& kitDirectory) {
     if (fs::is_symlink(seal, unknown) && FindInKit(kitDirectory, sealName).empty()) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            seal.string() +
-                ": this link leads out of the kit, so the seal could be another one each time. Get "
-                "the kit again."
+            Text(
+                "%s: this link leads out of the kit, so the seal could be another one each time. "
+                "Get the kit again.",
+                seal.string()
+            )
         );
     }
     return ReadBytes(seal);
@@ -256,21 +266,23 @@ KDigests VerifySeal(
     const std::string seal = ReadSealText(kit);
     std::map<std::string, KSealedFile> digests = ReadSeal(kit / sealName, seal);
     const KKitListing listing = ListSealable(kit);
-    std::vector<std::string> wrong;
+    std::vector<KText> wrong;
     for (const std::string& name : listing.files) {
         const auto sealed = digests.find(name);
         if (sealed == digests.end()) {
-            Complain(wrong, name, "not listed");
+            Complain(wrong, name, Text("not listed"));
             continue;
         }
         KReadFile file = ReadFile(kit, name, shallStop);
         const std::string& kind = sealed->second.kind;
         if (file.path.empty()) {
-            Complain(wrong, name, "a link that leads out of the kit");
+            Complain(wrong, name, Text("a link that leads out of the kit"));
         } else if (file.digest.sha256 != sealed->second.sha256) {
-            Complain(wrong, name, "changed");
+            Complain(wrong, name, Text("changed"));
         } else if (!kind.empty() && file.kind != kind) {
-            Complain(wrong, name, "sealed as " + Printable(kind) + ", now " + Printable(file.kind));
+            Complain(
+                wrong, name, Text("sealed as %s, now %s", Printable(kind), Printable(file.kind))
+            );
         }
         if (!file.path.empty()) {
             read.insert_or_assign((kit / name).string(), file.digest);
@@ -279,29 +291,34 @@ KDigests VerifySeal(
         digests.erase(sealed);
     }
     for (const std::string& name : listing.others) {
-        Complain(wrong, name, "neither a file nor a link to one");
+        Complain(wrong, name, Text("neither a file nor a link to one"));
         digests.erase(name);
     }
     if (extent == KSealExtent::Whole) {
         for (const auto& [name, digest] : digests) {
-            Complain(wrong, name, "missing");
+            Complain(wrong, name, Text("missing"));
         }
     }
     if (wrong.empty()) {
         AddUnlisted(read, kit, seal);
         return read;
     }
-    std::string all;
+    KText all;
     for (std::size_t index = 0; index < std::min(wrong.size(), changesShown); ++index) {
         all += "\n    " + wrong[index];
     }
     if (wrong.size() > changesShown) {
-        all += "\n    and " + std::to_string(wrong.size() - changesShown) + " more";
+        all += "\n    " + Text("and %s more", wrong.size() - changesShown);
     }
     throw KSetupFailure(
         ExitCode::malformedScript,
-        kitDirectory + ": the kit is not what was sealed with " + sealName +
-            ". Get it again; if it is your own, seal it again with \"ins-setup kit seal\"." + all
+        Text(
+            "%s: the kit is not what was sealed with %s. Get it again; if it is your own, seal it "
+            "again with \"ins-setup kit seal\".%s",
+            kitDirectory,
+            sealName,
+            all
+        )
     );
 }
 

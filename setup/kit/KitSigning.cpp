@@ -25,22 +25,22 @@ constexpr const char* secretEnding = ".key";
 constexpr const char* publicEnding = ".pub";
 
 /// What it asks and why it fails it says itself.
-void RunMinisign(std::vector<std::string> words, const std::string& failed) {
+void RunMinisign(std::vector<std::string> words, const KText& failed) {
     words.insert(words.begin(), "minisign");
     bool succeeded = false;
     const unsigned error = KSYS::RunProgramHere(std::move(words), succeeded);
     if (error == ENOENT) {
         throw KSetupFailure(
             ExitCode::noKit,
-            "minisign is missing, which makes keys and signatures. Install Debian's package of "
-            "that name: apt-get install minisign"
+            Text("minisign is missing, which makes keys and signatures. Install Debian's package "
+                 "of that name: apt-get install minisign")
         );
     }
     if (error != 0) {
         FailOn("minisign", static_cast<int>(error));
     }
     if (!succeeded) {
-        throw KSetupFailure(ExitCode::cannotWrite, "minisign failed: " + failed);
+        throw KSetupFailure(ExitCode::cannotWrite, Text("minisign failed: %s", failed));
     }
 }
 
@@ -54,9 +54,14 @@ KPublicKey ReadPublicHalf(const std::string& secretKey) {
     if (!fs::exists(file, unknown)) {
         throw KSetupFailure(
             ExitCode::noKit,
-            file.string() + ": missing. It is the public half of " + secretKey +
-                ", and goes into the kit. \"minisign -R -s " + secretKey + " -p " + file.string() +
-                "\" makes it again."
+            Text(
+                "%s: missing. It is the public half of %s, and goes into the kit. \"minisign -R -s "
+                "%s -p %s\" makes it again.",
+                file.string(),
+                secretKey,
+                secretKey,
+                file.string()
+            )
         );
     }
     return KPublicKey::FromText(ReadBytes(file), file.string());
@@ -67,13 +72,16 @@ void RefuseSecretInKit(const std::string& kitDirectory, const std::string& secre
     std::error_code error;
     const fs::path secret = fs::canonical(secretKey, error);
     if (error) {
-        FailOn(secretKey, error.value(), "Make a key with \"ins-setup kit key new NAME\".");
+        FailOn(secretKey, error.value(), Text("Make a key with \"ins-setup kit key new NAME\"."));
     }
     if (secret.string().starts_with(fs::canonical(kitDirectory, error).string() + "/")) {
         throw KSetupFailure(
             ExitCode::usage,
-            secret.string() + ": the secret key is in the kit, and would go to everybody who gets "
-                              "that. Move it out."
+            Text(
+                "%s: the secret key is in the kit, and would go to everybody who gets that. Move "
+                "it out.",
+                secret.string()
+            )
         );
     }
 }
@@ -87,8 +95,10 @@ void PutKey(const fs::path& kit, const KPublicKey& key) {
         } catch (const KSetupFailure& failure) {
             throw KSetupFailure(
                 ExitCode::noKit,
-                std::string(failure.what()) +
-                    " The kit's public key is to lie there. Move the file into payload/."
+                Text(
+                    "%s The kit's public key is to lie there. Move the file into payload/.",
+                    failure.GetText()
+                )
             );
         }
     }
@@ -105,8 +115,11 @@ void MakeKeyPair(const std::string& name, bool hasPassword) {
         if (KSYS::ReadStatus(file, KSYS::LastLink::Keep, status) != ENOENT) {
             throw KSetupFailure(
                 ExitCode::usage,
-                file + ": there is something already, and a lost key cannot be made again. Choose "
-                       "another name."
+                Text(
+                    "%s: there is something already, and a lost key cannot be made again. Choose "
+                    "another name.",
+                    file
+                )
             );
         }
     }
@@ -114,7 +127,7 @@ void MakeKeyPair(const std::string& name, bool hasPassword) {
     if (!hasPassword) {
         words.emplace_back("-W");
     }
-    RunMinisign(words, "no key was made.");
+    RunMinisign(words, Text("no key was made."));
     static_cast<void>(ReadPublicHalf(secret));
 }
 
@@ -139,14 +152,19 @@ void SignFile(
          "made by ins-setup",
          "-m",
          file},
-        file + " is not signed."
+        Text("%s is not signed.", file)
     );
     const std::string text = ReadBytes(made);
     if (!KSignature::FromText(text, made).Fits(key, Blake2bOfFile(file))) {
         throw KSetupFailure(
             ExitCode::noKit,
-            PublicHalfOf(secretKey).string() + " is not the public half of " + secretKey + ". " +
-                file + " is not signed. Put the two halves of one key side by side."
+            Text(
+                "%s is not the public half of %s. %s is not signed. Put the two halves of one key "
+                "side by side.",
+                PublicHalfOf(secretKey).string(),
+                secretKey,
+                file
+            )
         );
     }
     WriteBytes(target, text, 0644);

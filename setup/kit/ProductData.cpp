@@ -16,43 +16,47 @@ constexpr const char* sectionName = "product";
 constexpr std::size_t mostNameBytes = 200; // of a file's 255: logs and units have more behind it
 
 /// Each of these says what a value has to be; empty for one that is.
-std::string WhyNoFileName(std::string_view value) {
+KText WhyNoFileName(std::string_view value) {
     const bool isName = value.find('/') == std::string_view::npos && value != "." &&
                         value != ".." && !HasControlCharacter(value) &&
                         value.size() <= mostNameBytes;
-    return isName ? "" : "it becomes the name of a file";
+    return isName ? "" : Text("it becomes the name of a file");
 }
 
-std::string WhyNoServiceName(std::string_view value) {
-    return IsServiceName(value) ? ""
-                                : "it becomes the name of a service and of a directory in /etc";
+KText WhyNoServiceName(std::string_view value) {
+    return IsServiceName(value)
+               ? ""
+               : Text("it becomes the name of a service and of a directory in /etc");
 }
 
-std::string WhyNoVersion(std::string_view value) {
-    return HasControlCharacter(value) ? "it is shown in messages" : "";
+KText WhyNoVersion(std::string_view value) {
+    return HasControlCharacter(value) ? Text("it is shown in messages") : "";
 }
 
-std::string WhyNoNumber(std::string_view value) {
+KText WhyNoNumber(std::string_view value) {
     std::uint32_t number = 0;
     const char* const end = value.data() + value.size();
     const auto read = std::from_chars(value.data(), end, number);
-    return read.ec == std::errc() && read.ptr == end ? "" : "versions are ordered by it";
+    return read.ec == std::errc() && read.ptr == end ? "" : Text("versions are ordered by it");
 }
 
 struct Key {
     const char* name;
-    std::string (*whyNot)(std::string_view value);
+    KText (*whyNot)(std::string_view value);
     const char* advice;
 };
 
 constexpr std::array keys = std::to_array<Key>({
-    {"name", WhyNoFileName, "write a name without \"/\", of 200 bytes at the most"},
+    {"name", WhyNoFileName, TextFormat("write a name without \"/\", of 200 bytes at the most")},
     {"serviceName",
      WhyNoServiceName,
-     "write letters, digits, \"-\", \"_\", \".\" and \":\", with a letter or digit first"},
-    {"iniFile", WhyNoFileName, "write a file's name without \"/\", of 200 bytes at the most"},
-    {"version", WhyNoVersion, "write it without control characters"},
-    {"buildNumber", WhyNoNumber, "write a whole number from 0 to 4294967295"},
+     TextFormat("write letters, digits, \"-\", \"_\", \".\" and \":\", with a letter or digit first"
+     )},
+    {"iniFile",
+     WhyNoFileName,
+     TextFormat("write a file's name without \"/\", of 200 bytes at the most")},
+    {"version", WhyNoVersion, TextFormat("write it without control characters")},
+    {"buildNumber", WhyNoNumber, TextFormat("write a whole number from 0 to 4294967295")},
 });
 
 std::vector<std::string> KeyNames() {
@@ -99,13 +103,18 @@ class Search {
                 Tell(
                     header.line,
                     "[" + header.name + "]",
-                    "no section is called \"" + header.name + "\"",
+                    Text("no section is called \"%s\"", header.name),
                     "write [product]"
                 );
                 return;
             }
         }
-        Tell(1, "", "section [product] is missing", "put a line [product] before the keys");
+        Tell(
+            1,
+            "",
+            Text("section [product] is missing"),
+            Text("put a line [product] before the keys")
+        );
     }
 
     /// A key that nothing reads may be the author's own, unless one like it is missing.
@@ -121,8 +130,8 @@ class Search {
             Tell(
                 line.number,
                 line.type,
-                "no key is called \"" + line.type + "\"",
-                "write \"" + meant + "\""
+                Text("no key is called \"%s\"", line.type),
+                Text("write \"%s\"", meant)
             );
         }
     }
@@ -132,7 +141,7 @@ class Search {
             return one.type == key.name; // the first one counts
         });
         if (line != lines.end()) {
-            const std::string why = line->value.empty() ? "" : key.whyNot(line->value);
+            const KText why = line->value.empty() ? "" : key.whyNot(line->value);
             if (line->value.empty() || !why.empty()) {
                 TellValue(*line, why, key.advice);
             }
@@ -141,15 +150,15 @@ class Search {
         }
     }
 
-    void TellValue(const KScriptLine& line, const std::string& why, const std::string& advice) {
+    void TellValue(const KScriptLine& line, const KText& why, const KText& advice) {
         const std::string_view text = data.GetText(line.number);
         const std::size_t value = text.find_first_not_of(" \t", text.find('=') + 1);
         Tell(
             line.number,
             line.value,
-            line.value.empty() ? line.type + " is empty"
-                               : "invalid " + line.type + " \"" + line.value + "\": " + why,
-            line.value.empty() ? "write one" : advice
+            line.value.empty() ? Text("%s is empty", line.type)
+                               : Text("invalid %s \"%s\": %s", line.type, line.value, why),
+            line.value.empty() ? Text("write one") : advice
         );
         found.back().column =
             static_cast<unsigned>(value == std::string_view::npos ? text.size() : value) + 1;
@@ -161,15 +170,15 @@ class Search {
                 Tell(
                     header.line,
                     "[product]",
-                    "key \"" + key + "\" is missing",
-                    "add a line " + key + "=… to this section"
+                    Text("key \"%s\" is missing", key),
+                    Text("add a line %s=… to this section", key)
                 );
                 return;
             }
         }
     }
 
-    void Tell(unsigned line, std::string text, std::string message, std::string advice) {
+    void Tell(unsigned line, std::string text, KText message, KText advice) {
         found.push_back({line, 1, std::move(text), std::move(message), std::move(advice)});
     }
 

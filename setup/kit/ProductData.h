@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/script/KScript.h>
+#include <setup/text/KText.h>
 
 #include <string>
 #include <string_view>
@@ -14,8 +15,8 @@ struct KProductMistake {
     unsigned line = 1;   ///< in the file
     unsigned column = 1; ///< in bytes
     std::string text;    ///< what is wrong there
-    std::string message;
-    std::string advice;
+    KText message;
+    KText advice;
 };
 
 /// What is wrong with a kit's product data: a section or key that is missing or misspelt, a value

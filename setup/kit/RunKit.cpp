@@ -18,24 +18,34 @@ namespace {
 
 int New(const std::string& directory, KKitKind kind) {
     MakeNewKit(directory, kind);
-    std::cout << "A first kit is in " << Printable(directory)
-              << ". Read its install.ini, then try it:\n"
-                 "    ins-setup check --kit "
-              << Printable(directory) << "\n    ins-setup plan install --kit "
-              << Printable(directory) << "\n";
+    const std::string shown = Printable(directory);
+    std::cout << Text(
+                     "A first kit is in %s. Read its install.ini, then try it:\n"
+                     "    ins-setup check --kit %s\n"
+                     "    ins-setup plan install --kit %s",
+                     shown,
+                     shown,
+                     shown
+                 )
+              << "\n";
     return ExitCode::done;
 }
 
 int Add(const KSetupArguments& arguments) {
     const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
     const KAddedTree tree(arguments.tree);
-    const std::vector<std::string> notes =
-        AddTree(tree, kit.GetDirectory(), kit.GetScript().c_str());
-    std::cout << Printable(tree.GetRoot()) << " is in the kit as payload/"
-              << Printable(tree.GetName()) << ": " << tree.GetFileCount() << " files, "
-              << tree.GetLinkCount() << " links, " << tree.GetDirectories().size() - 1
-              << " directories below the product path.\n";
-    for (const std::string& note : notes) {
+    const std::vector<KText> notes = AddTree(tree, kit.GetDirectory(), kit.GetScript().c_str());
+    const std::size_t directories = tree.GetDirectories().size() - 1;
+    std::cout << Text(
+                     "%s is in the kit as payload/%s: %s, %s, %s below the product path.",
+                     Printable(tree.GetRoot()),
+                     Printable(tree.GetName()),
+                     Counted(tree.GetFileCount(), "%s file", "%s files"),
+                     Counted(tree.GetLinkCount(), "%s link", "%s links"),
+                     Counted(directories, "%s directory", "%s directories")
+                 )
+              << "\n";
+    for (const KText& note : notes) {
         std::cout << Printable(note) << "\n";
     }
     return ExitCode::done;
@@ -48,15 +58,28 @@ int Seal(const KSetupArguments& arguments) {
     const bool wasSigned = !isSigned && RemoveSignature(directory); // which the new seal has not
     const std::size_t count =
         isSigned ? SealAndSign(directory, arguments.signKey) : WriteSeal(directory);
-    std::cout << "The check sums of " << count << " files are in " << Printable(directory)
-              << "/SHA256SUMS. A run refuses the kit when they are not right; seal it again after "
-                 "each change.\n";
+    std::cout << Counted(
+                     count,
+                     "The check sum of %s file is in %s/SHA256SUMS.",
+                     "The check sums of %s files are in %s/SHA256SUMS.",
+                     Printable(directory)
+                 )
+              << " "
+              << Text("A run refuses the kit when they are not right; seal it again after each "
+                      "change.")
+              << "\n";
     if (isSigned) {
-        std::cout << "They are signed in " << Printable(directory) << "/" << sealSignatureName
-                  << " as " << Printable(KKitStatement::OfProductData().ToWords()) << ".\n";
+        std::cout << Text(
+                         "They are signed in %s/%s as %s.",
+                         Printable(directory),
+                         sealSignatureName,
+                         Printable(KKitStatement::OfProductData().ToWords())
+                     )
+                  << "\n";
     } else if (wasSigned) {
-        std::cout << "The signature that the kit had is deleted, as it does not fit any more. Sign "
-                     "it with --sign KEY.\n";
+        std::cout << Text("The signature that the kit had is deleted, as it does not fit any more. "
+                          "Sign it with --sign KEY.")
+                  << "\n";
     }
     return ExitCode::done;
 }
@@ -65,17 +88,23 @@ int Bundle(const KSetupArguments& arguments) {
     const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
     MakeBundle(kit.GetDirectory(), arguments.target, arguments.signKey);
     const std::string file = Printable(arguments.target);
-    std::cout
-        << file << " installs " << Printable(KSetupKit::GetProductName().c_str())
-        << " when root runs it, on any Linux of this architecture; what stands behind its name "
-           "goes to ins-setup:\n    "
-        << (file.find('/') == std::string::npos ? "./" : "") << file << " status\n";
+    std::cout << Text(
+                     "%s installs %s when root runs it, on any Linux of this architecture; what "
+                     "stands behind its name goes to ins-setup:\n    %s status",
+                     file,
+                     Printable(KSetupKit::GetProductName().c_str()),
+                     (file.find('/') == std::string::npos ? "./" : "") + file
+                 )
+              << "\n";
     if (!arguments.signKey.empty()) {
-        std::cout
-            << "It is signed in " << file << signatureEnding
-            << ". Give both away: where ins-setup is installed, it verifies the bundle before "
-               "anything of it is run:\n    ins-setup install "
-            << file << "\n";
+        std::cout << Text(
+                         "It is signed in %s. Give both away: where ins-setup is installed, it "
+                         "verifies the bundle before anything of it is run:\n"
+                         "    ins-setup install %s",
+                         file + signatureEnding,
+                         file
+                     )
+                  << "\n";
     }
     return ExitCode::done;
 }
@@ -83,16 +112,25 @@ int Bundle(const KSetupArguments& arguments) {
 int NewKey(const KSetupArguments& arguments) {
     MakeKeyPair(arguments.target, !arguments.noPassword);
     const std::string name = Printable(arguments.target);
-    std::cout
-        << name << ".key signs: ins-setup kit seal --sign " << name
-        << ".key\n    Keep it secret, with a copy in a safe place: who has it signs as you do, and "
-           "without it\n    nobody can sign the next version."
-        << (arguments.noPassword ? " It has no password: the file is all that is needed." : "")
-        << "\n"
-        << name
-        << ".pub proves it: it goes into each kit that is signed.\n    Publish it where your users "
-           "look for it; an administrator puts it into\n    "
-           "/etc/ins++/trusted.d/SERVICE/.\n";
+    std::cout << Text(
+                     "%s.key signs: ins-setup kit seal --sign %s.key\n"
+                     "    Keep it secret, with a copy in a safe place: who has it signs as you do, "
+                     "and without it\n"
+                     "    nobody can sign the next version.",
+                     name,
+                     name
+                 )
+              << (arguments.noPassword
+                      ? " " + Text("It has no password: the file is all that is needed.")
+                      : "")
+              << "\n"
+              << Text(
+                     "%s.pub proves it: it goes into each kit that is signed.\n"
+                     "    Publish it where your users look for it; an administrator puts it into\n"
+                     "    /etc/ins++/trusted.d/SERVICE/.",
+                     name
+                 )
+              << "\n";
     return ExitCode::done;
 }
 

@@ -315,9 +315,15 @@ MergeRules(const std::string& script, const std::string& name, const std::string
     if ((begin < lines.size()) != (end < lines.size()) || begin > end) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            "The script's marks for the tree " + name + " do not match: it needs a line \"" +
-                BeginMark(name) + "\" and behind it one \"" + EndMark(name) +
-                "\". Put them back, or take that part out of the script. Nothing was changed."
+            Text(
+                "The script's marks for the tree %s do not match: it needs a line \"%s\" and "
+                "behind "
+                "it one \"%s\". Put them back, or take that part out of the script. Nothing was "
+                "changed.",
+                name,
+                BeginMark(name),
+                EndMark(name)
+            )
         );
     }
     const Lines part = Split(rules);

@@ -66,17 +66,21 @@ bool IsUnitOfService(std::string_view name) {
     });
 }
 
-std::string WhyNoRules(const KAddedTree& tree, const std::string& file, const Unit& unit) {
+KText WhyNoRules(const KAddedTree& tree, const std::string& file, const Unit& unit) {
     if (!unit.isEnabled) {
-        return file +
-               " says in no section [Install] when it is to be started, so it has no service "
-               "rules: something else of the system is to start it.";
+        return Text(
+            "%s says in no section [Install] when it is to be started, so it has no service rules: "
+            "something else of the system is to start it.",
+            file
+        );
     }
     if (unit.program.starts_with('/') && tree.HasFile(unit.program.substr(1))) {
-        return file + " runs " + unit.program +
-               ", and the tree is installed below the product path. So it has no service rules: "
-               "let "
-               "the unit name the program where it will be, and add the tree again.";
+        return Text(
+            "%s runs %s, and the tree is installed below the product path. So it has no service "
+            "rules: let the unit name the program where it will be, and add the tree again.",
+            file,
+            unit.program
+        );
     }
     return "";
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/kit/KAddedTree.h>
+#include <setup/text/KText.h>
 
 #include <string>
 #include <vector>
@@ -15,7 +16,7 @@ struct KTreeUnit {
     std::string service;   ///< its name, without ".service"
     bool isStarted = true; ///< by the rules; a program that ends by itself is left to the next boot
     /// Why no rules are made for it, as a sentence for its author; empty when they are.
-    std::string objection;
+    KText objection;
 };
 
 /// The service units of a tree, without templates and without links.

@@ -2,12 +2,28 @@
 #include <setup/output/CheckHelp.h>
 #include <setup/output/CommandHelp.h>
 #include <setup/output/WordDistance.h>
+#include <setup/text/KText.h>
+#include <setup/text/Translation.h>
 
 #include <iostream>
 
 namespace KSETUP {
 
 namespace {
+
+constexpr const char* footer = TextFormat(
+    "A kit is a directory with product.ini, install.ini and the product's files.\n"
+    "\n"
+    "Exit codes: 0 done; 1 a rule failed; 3 not installed; 4 what is installed differs; 5 "
+    "changed,\n"
+    "where asked for; 6 what is not the product's would be changed; 64 usage; 65 the script, its\n"
+    "seal or its signature is not right; 66 kit or script not found; 69 no service manager, or a "
+    "service\n"
+    "failed; 70 internal; 73 no space, or a target that cannot be written; 75 another run goes "
+    "on;\n"
+    "77 not root; 130, 143 and 129 cancelled by Ctrl-C, SIGTERM or SIGHUP.\n"
+    "See ins-setup(8) and, for scripts, ins-script(5)."
+);
 
 std::string Meant(const std::string& nearest) {
     return nearest.empty() ? "" : "\nDid you mean \"" + nearest + "\"?";
@@ -47,6 +63,26 @@ void PrintFinding(const std::string& asked) {
 }
 
 } // namespace
+
+std::string Help(const char* english) {
+    return FindTranslation(english);
+}
+
+void UseLanguage(CLI::App& app) {
+    const auto formatter = app.get_formatter();
+    formatter->label("Usage", Help("Usage"));
+    formatter->label("OPTIONS", Help("OPTIONS"));
+    formatter->label("SUBCOMMAND", Help("SUBCOMMAND"));
+    formatter->label("SUBCOMMANDS", Help("SUBCOMMANDS"));
+    formatter->label("Positionals", Help("Positionals"));
+    formatter->label("POSITIONALS", Help("POSITIONALS"));
+    formatter->label("REQUIRED", Help("REQUIRED"));
+    formatter->label("Excludes", Help("Excludes"));
+    app.option_defaults()->group(Help("Options"));
+    app.set_help_flag("-h,--help", Help("Print this help message and exit"))
+        ->group(Help("Options"));
+    app.footer(Help(footer));
+}
 
 CLI::ParseError UnexpectedWord(const CLI::App& app, const std::string& word) {
     const CLI::App& command = LastCommand(app);
@@ -91,7 +127,8 @@ void PrintHelp(const CLI::App& app, const std::vector<std::string>& words) {
     }
     std::cout << command->help(command == &app ? "" : name);
     if (command->get_name() == "check") {
-        std::cout << "\nFindings, of which \"ins-setup help check NAME\" tells more:\n"
+        std::cout << "\n"
+                  << Text("Findings, of which \"ins-setup help check NAME\" tells more:") << "\n"
                   << ToText(ReadCheckHelp(GetCheckPage()));
     }
 }

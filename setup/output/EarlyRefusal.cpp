@@ -11,7 +11,7 @@
 
 namespace KSETUP {
 
-void TellEarlyRefusal(const KAnswerForm& form, int exitCode, const std::string& why) {
+void TellEarlyRefusal(const KAnswerForm& form, int exitCode, const KText& why) {
     KRunReport report;
     report.command = form.command;
     report.result = KRunResult::Refused;
@@ -25,7 +25,7 @@ void TellEarlyRefusal(const KAnswerForm& form, int exitCode, const std::string& 
     }
 }
 
-void TellEarlyRefusal(int argc, const char* const* argv, int exitCode, const std::string& why) {
+void TellEarlyRefusal(int argc, const char* const* argv, int exitCode, const KText& why) {
     TellEarlyRefusal(ReadAnswerForm(argc, argv), exitCode, why);
 }
 

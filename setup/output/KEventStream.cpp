@@ -24,7 +24,7 @@ void KEventStream::Start(const std::string& command, const std::string& product,
               .Put("rules", rules));
 }
 
-void KEventStream::RuleStarted(unsigned number, const std::string& place, const std::string& text) {
+void KEventStream::RuleStarted(unsigned number, const std::string& place, const KText& text) {
     Write(EventOf("rule started").Put("rule", number).Put("place", place).Put("text", text));
 }
 
@@ -33,9 +33,9 @@ void KEventStream::RuleDone(unsigned number, unsigned percent) {
     Write(EventOf("rule done").Put("rule", number).Put("percentage", percent));
 }
 
-void KEventStream::Status(const std::string& text, unsigned percent) {
+void KEventStream::Status(const KText& text, unsigned percent) {
     const Clock::time_point now = Clock::now();
-    const bool isNews = text != lastText || percent != lastPercentage;
+    const bool isNews = !(text == lastText) || percent != lastPercentage;
     if (!isNews || now - lastStatus < statusInterval) {
         return;
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/output/KRunReport.h>
+#include <setup/text/KText.h>
 
 #include <chrono>
 #include <string>
@@ -20,10 +21,10 @@ class KEventStream {
 
     void Start(const std::string& command, const std::string& product, unsigned rules);
     /// `number` counts from 1. `place` is where the script has the rule.
-    void RuleStarted(unsigned number, const std::string& place, const std::string& text);
+    void RuleStarted(unsigned number, const std::string& place, const KText& text);
     void RuleDone(unsigned number, unsigned percent);
     /// What the rule that runs reports; at most ten times a second.
-    void Status(const std::string& text, unsigned percent);
+    void Status(const KText& text, unsigned percent);
     void Result(const KRunReport& report);
 
   private:
@@ -33,7 +34,7 @@ class KEventStream {
 
     int output;
     unsigned percentage = 0; // as told last
-    std::string lastText;
+    KText lastText;
     unsigned lastPercentage = 0;
     Clock::time_point lastStatus;
 };

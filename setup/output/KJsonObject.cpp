@@ -56,6 +56,12 @@ KJsonObject& KJsonObject::Put(std::string_view key, const std::vector<std::strin
     return PutJson(key, ArrayOf(texts, [this](const std::string& text) { return Quoted(text); }));
 }
 
+KJsonObject& KJsonObject::Put(std::string_view key, const std::vector<KText>& texts) {
+    return PutJson(key, ArrayOf(texts, [this](const KText& text) {
+                       return Quoted(text.English());
+                   }));
+}
+
 KJsonObject& KJsonObject::Put(std::string_view key, const std::vector<KJsonObject>& objects) {
     return PutJson(key, ArrayOf(objects, [](const KJsonObject& one) { return one.ToText(); }));
 }

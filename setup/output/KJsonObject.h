@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <concepts>
 #include <cstdint>
 #include <string>
@@ -30,6 +32,15 @@ class KJsonObject {
     explicit KJsonObject(Characters written = Characters::Utf8) noexcept : characters(written) {}
 
     KJsonObject& Put(std::string_view key, std::string_view text);
+    /// In English, whatever the language is.
+    KJsonObject& Put(std::string_view key, const KText& text) { return Put(key, text.English()); }
+    KJsonObject& Put(std::string_view key, const char* text) {
+        return Put(key, std::string_view(text));
+    }
+    KJsonObject& Put(std::string_view key, const std::string& text) {
+        return Put(key, std::string_view(text));
+    }
+    KJsonObject& Put(std::string_view key, const std::vector<KText>& texts);
     /// A number, or true and false.
     template <std::integral Value>
     KJsonObject& Put(std::string_view key, Value value) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <cstdint>
 #include <string>
 
@@ -13,8 +15,8 @@ struct KProgressView {
     unsigned percent = 0; ///< of bytes and rules; 100 only when all is done
     std::uint64_t bytesDone = 0;
     std::uint64_t bytesAll = 0; ///< that are to be copied
-    std::string words;          ///< what the rule does, and to what
-    std::string status;         ///< the same as the engine has it, with the file's percentage
+    KText words;                ///< what the rule does, and to what
+    KText status;               ///< the same as the engine has it, with the file's percentage
 };
 
 } // namespace KSETUP

@@ -16,15 +16,16 @@ namespace KSETUP {
 
 namespace {
 
-std::string_view Gerund(const KRunReport& report) {
-    return report.command == "remove" ? "Removing" : "Installing";
+/// Whether the run installs, for sentences that have a form for each.
+bool Installs(const KRunReport& report) {
+    return report.command != "remove";
 }
 
 void PrintLogEnd(const KRunReport& report) {
     if (report.logEnd.empty()) {
         return;
     }
-    std::cerr << "Log: " << Printable(report.log) << ", which ends with\n";
+    std::cerr << Text("Log: %s, which ends with", Printable(report.log)) << "\n";
     for (const std::string& line : report.logEnd) {
         std::cerr << "    " << Printable(line) << "\n";
     }
@@ -37,28 +38,37 @@ void PrintJournal(const KRunReport& report) {
     }
     const std::string unit = Printable(report.service);
     if (!report.journal.empty()) {
-        std::cerr << "The journal of " << unit << " ends with\n";
+        std::cerr << Text("The journal of %s ends with", unit) << "\n";
     }
     for (const std::string& line : report.journal) {
         std::cerr << "    " << Printable(line) << "\n";
     }
-    std::cerr << "\"journalctl -u " << unit << "\" and \"systemctl status " << unit
-              << "\" tell more.\n";
+    std::cerr << Text("\"journalctl -u %s\" and \"systemctl status %s\" tell more.", unit, unit)
+              << "\n";
+}
+
+void PrintLog(std::ostream& out, const KRunReport& report) {
+    out << Text("Log: %s", Printable(report.log)) << "\n";
 }
 
 void PrintCommandOutput(std::ostream& out, const KRunReport& report) {
     if (!report.commandOutput.empty()) {
-        out << "What commands wrote: " << Printable(report.commandOutput) << "\n";
+        out << Text("What commands wrote: %s", Printable(report.commandOutput)) << "\n";
+    }
+}
+
+void PrintPaths(std::ostream& out, const KText& heading, const std::vector<std::string>& paths) {
+    if (paths.empty()) {
+        return;
+    }
+    out << heading << "\n";
+    for (const std::string& path : paths) {
+        out << "    " << Printable(path) << "\n";
     }
 }
 
 void PrintLeftBehind(std::ostream& out, const KRunReport& report) {
-    if (!report.leftBehind.empty()) {
-        out << "Still there:\n";
-        for (const std::string& path : report.leftBehind) {
-            out << "    " << Printable(path) << "\n";
-        }
-    }
+    PrintPaths(out, Text("Still there:"), report.leftBehind);
 }
 
 /// A refusal for it says it itself.
@@ -71,34 +81,105 @@ void PrintRecordDamage(std::ostream& out, const KRunReport& report) {
 void PrintNotes(std::ostream& out, const KRunReport& report) {
     PrintCommandOutput(out, report);
     PrintRecordDamage(out, report);
-    for (const std::string& note : report.notes) {
+    for (const KText& note : report.notes) {
         out << Printable(note) << "\n";
-    }
-}
-
-void PrintPaths(const char* heading, const std::vector<std::string>& paths) {
-    if (paths.empty()) {
-        return;
-    }
-    std::cout << heading << "\n";
-    for (const std::string& path : paths) {
-        std::cout << "    " << Printable(path) << "\n";
     }
 }
 
 /// Only where the signature is right; all else is an error.
 void PrintSigner(const KRunReport& report) {
     const KSignerReport signer = report.signer.value_or(KSignerReport());
-    std::cout << VersionText(report) << " is signed by key " << Printable(signer.key) << " ("
-              << Printable(signer.knownFrom) << ").\n";
+    std::cout << Text(
+                     "%s is signed by key %s (%s).",
+                     VersionText(report),
+                     Printable(signer.key),
+                     Printable(signer.knownFrom)
+                 )
+              << "\n";
 }
 
 void PrintKeys(const KRunReport& report) {
+    KText text;
     for (const KKeyReport& one : report.keys) {
-        std::cout << (&one == &report.keys.front() ? "Its kits have to be signed by key " : "  or ")
-                  << Printable(one.key) << " (" << Printable(one.knownFrom) << ")"
-                  << (&one == &report.keys.back() ? ".\n" : "\n");
+        text += Text(
+            text.empty() ? TextFormat("Its kits have to be signed by key %s (%s)")
+                         : TextFormat("\n  or %s (%s)"),
+            Printable(one.key),
+            Printable(one.knownFrom)
+        );
     }
+    std::cout << text << (text.empty() ? "" : ".\n");
+}
+
+KText RestoreHeadline(const KRunReport& report) {
+    const std::string product = Printable(report.product);
+    return report.restored && report.restored->isComplete
+               ? Text("%s is as it was before.", product)
+               : Text("%s: what the last run replaced is put back.", product);
+}
+
+KText InstallHeadline(const KRunReport& report) {
+    const KText version = VersionText(report);
+    const std::string path = Printable(report.productPath);
+    if (!report.changed) {
+        return Text(
+            "%s is installed in %s already as this kit has it; nothing was done. --reinstall does "
+            "it again.",
+            version,
+            path
+        );
+    }
+    const std::string former = Printable(report.formerVersion);
+    if (former.empty() || report.formerVersion == report.version) {
+        return Text("%s is installed in %s.", version, path);
+    }
+    return report.wasNewer
+               ? Text("%s is installed in %s, in place of %s.", version, path, former)
+               : Text("%s is installed in %s, upgraded from %s.", version, path, former);
+}
+
+KText RemoveHeadline(const KRunReport& report) {
+    const std::string product = Printable(report.product);
+    return report.wasPurged ? Text("%s: what an earlier removal left is deleted.", product)
+           : report.rulesAll == 0
+               ? Text("%s is not installed: there is nothing to remove.", product)
+               : Text("%s is removed from %s.", product, Printable(report.productPath));
+}
+
+/// What became of it, in a sentence; empty where the rest says it.
+KText Headline(const KRunReport& report) {
+    if (report.command == "restore") {
+        return RestoreHeadline(report);
+    }
+    if (report.result == KRunResult::NotInstalled) {
+        return Text("%s is not installed.", Printable(report.product));
+    }
+    if (report.command == "status") {
+        return Text("%s is installed in %s.", VersionText(report), Printable(report.productPath));
+    }
+    return report.command == "install"  ? InstallHeadline(report)
+           : report.command == "remove" ? RemoveHeadline(report)
+                                        : KText();
+}
+
+/// How a run that failed or was stopped ended.
+KText TroubleHeadline(const KRunReport& report) {
+    const bool isCancelled = report.result == KRunResult::Cancelled;
+    const KText version = VersionText(report);
+    const KText place = PlaceOfEnd(report);
+    if (Installs(report)) {
+        return isCancelled ? Text("%s: Installing was stopped on request %s.", version, place)
+                           : Text("%s: Installing failed %s.", version, place);
+    }
+    return isCancelled ? Text("%s: Removing was stopped on request %s.", version, place)
+                       : Text("%s: Removing failed %s.", version, place);
+}
+
+KText StateInWords(const std::string& state) {
+    return state == "stopped"    ? Text("stopped")
+           : state == "disabled" ? Text("disabled")
+           : state == "masked"   ? Text("masked")
+                                 : KText(state);
 }
 
 } // namespace
@@ -115,9 +196,11 @@ KReporter::KReporter(const KSetupArguments& arguments)
     if (!KSYS::IsOpenDescriptor(arguments.progressDescriptor)) {
         throw KSetupFailure(
             ExitCode::usage,
-            "--progress-fd " + std::to_string(arguments.progressDescriptor) +
-                ": no open descriptor. Open it for the program, as in: 3>events ins-setup … "
-                "--progress-fd 3"
+            Text(
+                "--progress-fd %s: no open descriptor. Open it for the program, as in: 3>events "
+                "ins-setup … --progress-fd 3",
+                arguments.progressDescriptor
+            )
         );
     }
     events.emplace(arguments.progressDescriptor);
@@ -157,14 +240,14 @@ void KReporter::Progress(const KProgressView& view, bool now) {
     }
 }
 
-void KReporter::Say(const std::string& words) {
+void KReporter::Say(const KText& words) {
     if (text) {
         progress.Finish();
         std::cout << words << std::endl; // a reader waits for it
     }
 }
 
-void KReporter::Warn(const std::string& words) {
+void KReporter::Warn(const KText& words) {
     progress.Finish();
     std::cout << std::flush; // in the order in which things happened
     std::cerr << words << std::endl;
@@ -193,60 +276,25 @@ void KReporter::Finish(const KRunReport& report) {
     std::cout << std::flush;
 }
 
-/// What became of it, in a sentence; empty where the rest says it.
-std::string KReporter::Headline(const KRunReport& report) {
-    const std::string product = Printable(report.product);
-    if (report.command == "restore") {
-        return product + (report.restored && report.restored->isComplete
-                              ? " is as it was before."
-                              : ": what the last run replaced is put back.");
-    }
-    if (report.result == KRunResult::NotInstalled) {
-        return product + " is not installed.";
-    }
-    const std::string installed =
-        VersionText(report) + " is installed in " + Printable(report.productPath);
-    if (report.command == "status") {
-        return installed + ".";
-    }
-    if (report.command == "install") {
-        const bool isUpgrade =
-            !report.formerVersion.empty() && report.formerVersion != report.version;
-        return !report.changed
-                   ? installed + " already as this kit has it; nothing was done. --reinstall does "
-                                 "it again."
-                   : installed +
-                         (isUpgrade ? (report.wasNewer ? ", in place of " : ", upgraded from ") +
-                                          Printable(report.formerVersion)
-                                    : "") +
-                         ".";
-    }
-    if (report.command == "remove") {
-        return product + (report.wasPurged ? ": what an earlier removal left is deleted."
-                          : report.rulesAll == 0
-                              ? " is not installed: there is nothing to remove."
-                              : " is removed from " + Printable(report.productPath) + ".");
-    }
-    return {};
-}
-
 void KReporter::PrintDone(const KRunReport& report) const {
     if (report.command == "list") {
-        std::cout
-            << (report.products.empty() ? "No product is known that ins-setup installed.\n"
-                                        : ToTable(report.products));
+        if (report.products.empty()) {
+            std::cout << Text("No product is known that ins-setup installed.") << "\n";
+        } else {
+            std::cout << ToTable(report.products);
+        }
     } else if (report.command == "verify") {
         PrintSigner(report);
     }
-    if (const std::string headline = Headline(report); !headline.empty()) {
+    if (const KText headline = Headline(report); !headline.empty()) {
         const bool isDone = report.changed && HasColour(colour, STDOUT_FILENO);
-        isDone ? WriteColoured(std::cout, STDOUT_FILENO, "1;32", headline)
+        isDone ? WriteColoured(std::cout, STDOUT_FILENO, "1;32", headline.Translated())
                : static_cast<void>(std::cout << headline);
         std::cout << "\n";
     }
     if (report.rulesAll != 0) {
         std::cout << WorkLine(report) << "\n";
-        const std::string changes = ChangesLine(report);
+        const KText changes = ChangesLine(report);
         std::cout << changes << (changes.empty() ? "" : "\n");
     }
     PrintKeys(report);
@@ -254,49 +302,64 @@ void KReporter::PrintDone(const KRunReport& report) const {
         std::cout << "    " << Printable(path) << " " << Printable(what) << "\n";
     }
     PrintLeftBehind(std::cout, report);
-    PrintPaths("Not the product's, so it stays:", report.keptForeign);
-    PrintPaths("Deleted, as this version does not have it any more:", report.obsolete);
+    PrintPaths(std::cout, Text("Not the product's, so it stays:"), report.keptForeign);
+    PrintPaths(
+        std::cout, Text("Deleted, as this version does not have it any more:"), report.obsolete
+    );
     PrintConfiguration(report);
-    for (const std::string& sentence : report.outdated) {
+    for (const KText& sentence : report.outdated) {
         std::cout << Printable(sentence) << "\n";
     }
     PrintRecordDamage(std::cout, report);
-    for (const std::string& note : report.notes) {
+    for (const KText& note : report.notes) {
         std::cout << Printable(note) << "\n";
     }
     if (report.rulesAll != 0) {
-        std::cout << "Log: " << Printable(report.log) << "\n";
+        PrintLog(std::cout, report);
     }
     PrintCommandOutput(std::cout, report);
 }
 
 void KReporter::PrintConfiguration(const KRunReport& report) const {
     if (!report.keptConfiguration.empty()) {
-        std::cout << "Edited configuration, which stays:\n";
+        std::cout << Text("Edited configuration, which stays:") << "\n";
     }
     for (const KRunReport::Kept& kept : report.keptConfiguration) {
-        std::cout << "    " << Printable(kept.path)
-                  << (kept.offered.empty() ? "" : "; the new one is " + Printable(kept.offered))
+        const std::string path = Printable(kept.path);
+        std::cout << "    "
+                  << (kept.offered.empty()
+                          ? KText(path)
+                          : Text("%s; the new one is %s", path, Printable(kept.offered)))
                   << "\n";
     }
     if (report.command == "remove" && !report.keptConfiguration.empty()) {
-        std::cout << "\"ins-setup remove --purge\" deletes it.\n";
+        std::cout << Text("\"ins-setup remove --purge\" deletes it.") << "\n";
     }
     for (const auto& [name, state] : report.keptServices) {
-        std::cout << "The service " << Printable(name) << " was " << state
-                  << " before, and stays so. --start-services starts and enables it.\n";
+        std::cout << Text(
+                         "The service %s was %s before, and stays so. --start-services starts and "
+                         "enables it.",
+                         Printable(name),
+                         StateInWords(state)
+                     )
+                  << "\n";
     }
     for (const auto& [path, target] : report.replacedLinks) {
-        std::cout << "A file took the place of the link " << Printable(path) << ", which led to "
-                  << Printable(target) << ".\n";
+        std::cout << Text(
+                         "A file took the place of the link %s, which led to %s.",
+                         Printable(path),
+                         Printable(target)
+                     )
+                  << "\n";
     }
 }
 
 void KReporter::PrintTrouble(const KRunReport& report) const {
     std::ostream& out = std::cerr;
-    const auto head = [&](const std::string& words) {
-        HasColour(colour, STDERR_FILENO) ? WriteColoured(out, STDERR_FILENO, "1;31", words)
-                                         : static_cast<void>(out << words);
+    const auto head = [&](const KText& words) {
+        HasColour(colour, STDERR_FILENO)
+            ? WriteColoured(out, STDERR_FILENO, "1;31", words.Translated())
+            : static_cast<void>(out << words);
     };
     if (report.result == KRunResult::Refused) {
         head("ins-setup:");
@@ -307,23 +370,23 @@ void KReporter::PrintTrouble(const KRunReport& report) const {
         return;
     }
     if (report.command == "restore") {
-        head(Printable(report.product) + ": not everything was put back:");
+        head(Text("%s: not everything was put back:", Printable(report.product)));
         out << " " << Printable(report.error) << "\n";
         PrintNotes(out, report);
         out.flush();
         return;
     }
-    const std::string run = VersionText(report) + ": " + std::string(Gerund(report));
+    head(TroubleHeadline(report));
+    out << "\n";
     if (report.result == KRunResult::Cancelled) {
-        head(run + " was stopped on request " + PlaceOfEnd(report) + ".");
-        out << "\nLog: " << Printable(report.log) << "\n";
+        PrintLog(out, report);
     } else {
-        head(run + " failed " + PlaceOfEnd(report) + ".");
-        out << "\n"
-            << (report.errorCode != 0 ? "Error " + std::to_string(report.errorCode) + ": " : "")
-            << Printable(report.error) << "\n";
+        if (report.errorCode != 0) {
+            out << Text("Error %s: ", report.errorCode);
+        }
+        out << Printable(report.error) << "\n";
         if (!report.rule.empty()) {
-            out << "Rule: " << Printable(report.place) << ": " << Printable(report.rule) << "\n";
+            out << Text("Rule: %s: %s", Printable(report.place), Printable(report.rule)) << "\n";
         }
         PrintJournal(report);
         PrintLogEnd(report);

@@ -6,6 +6,7 @@
 #include <setup/output/KSetupArguments.h>
 #include <setup/output/KSetupProgress.h>
 #include <setup/output/TerminalColour.h>
+#include <setup/text/KText.h>
 
 #include <optional>
 #include <string>
@@ -33,9 +34,9 @@ class KReporter {
     /// How far it is now; `now` shows it in any case.
     void Progress(const KProgressView& view, bool now);
     /// A sentence for whoever watches.
-    void Say(const std::string& words);
+    void Say(const KText& words);
     /// The same for whoever looks for trouble.
-    void Warn(const std::string& words);
+    void Warn(const KText& words);
     /// The end, by which everything of the report is told.
     void Finish(const KRunReport& report);
 
@@ -43,7 +44,6 @@ class KReporter {
     void PrintDone(const KRunReport& report) const;
     void PrintConfiguration(const KRunReport& report) const;
     void PrintTrouble(const KRunReport& report) const;
-    static std::string Headline(const KRunReport& report);
 
     bool text;
     bool json;

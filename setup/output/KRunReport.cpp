@@ -18,6 +18,10 @@ void PutUnlessEmpty(KJsonObject& object, const char* name, const std::string& te
     }
 }
 
+void PutUnlessEmpty(KJsonObject& object, const char* name, const KText& text) {
+    PutUnlessEmpty(object, name, text.English());
+}
+
 template <class Item>
 void PutUnlessEmpty(KJsonObject& object, const char* name, const std::vector<Item>& list) {
     if (!list.empty()) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -37,7 +39,7 @@ struct KListedProduct {
     bool isInstalled = false;
     bool hasConfigurationLeft = false; ///< of one that was removed
     std::optional<bool> differs;       ///< from what was installed; nothing where it is not known
-    std::string trouble;               ///< why more is not known; empty without
+    KText trouble;                     ///< why more is not known; empty without
 };
 
 /// Who signed the kit of a run.
@@ -46,7 +48,7 @@ struct KSignerReport {
     std::string state;
     std::string key;       ///< its id; empty where the kit has no signature
     std::string knownFrom; ///< the file that the key is known from
-    std::string why;       ///< it is not verified
+    KText why;             ///< it is not verified
 };
 
 /// A key that a product's kits have to be signed with.
@@ -69,8 +71,8 @@ struct KRunReport {
     unsigned buildNumber = 0;
     std::string formerVersion; ///< that was installed before; empty for none
     std::string productPath;
-    std::string root;         ///< the directory tree in which all paths are; empty for this machine
-    std::string recordDamage; ///< what is wrong with the record of what is installed: a sentence
+    std::string root;   ///< the directory tree in which all paths are; empty for this machine
+    KText recordDamage; ///< what is wrong with the record of what is installed: a sentence
 
     unsigned rulesDone = 0;
     unsigned rulesAll = 0;
@@ -82,7 +84,7 @@ struct KRunReport {
     bool wasNewer = false; ///< what was installed before
 
     unsigned errorCode = 0;              ///< of the engine's error; 0 for none
-    std::string error;                   ///< in words; of a refusal too
+    KText error;                         ///< in words; of a refusal too
     std::string place;                   ///< of the failed rule, as "/kit/install.ini:12"
     std::string rule;                    ///< the failed rule's line
     std::string log;                     ///< the setup log's path; empty when there is none yet
@@ -90,7 +92,7 @@ struct KRunReport {
     std::string service;                 ///< that failed; empty for none
     std::vector<std::string> journal;    ///< its last lines there, of this run
     std::string commandOutput;           ///< where commands wrote to; empty when they wrote nothing
-    std::vector<std::string> notes;      ///< further sentences for the reader
+    std::vector<KText> notes;            ///< further sentences for the reader
     std::vector<std::string> running;    ///< programs that ran when their files were to go
     std::vector<std::string> leftBehind; ///< paths that a removal left
     struct Kept {
@@ -101,13 +103,13 @@ struct KRunReport {
     std::vector<std::string>
         keptForeign;                   ///< what an install was to delete and is not the product's
     std::vector<std::string> obsolete; ///< deleted, as this version does not have them any more
-    std::vector<std::string> outdated; ///< sentences on programs that use what was replaced
+    std::vector<KText> outdated;       ///< sentences on programs that use what was replaced
     /// Services that stay as the administrator had them: name and "stopped", "disabled", "masked".
     std::vector<std::pair<std::string, std::string>> keptServices;
     /// Links that a file took the place of, and what they lead to.
     std::vector<std::pair<std::string, std::string>> replacedLinks;
     /// Path and what is different, of `status --verify`.
-    std::vector<std::pair<std::string, std::string>> differences;
+    std::vector<std::pair<std::string, KText>> differences;
     std::optional<KPutBackReport> restored; ///< of "restore", and of a run that was rolled back
     std::optional<bool> rolledBack;         ///< of a run that was to be, whether all was put back
     std::vector<KListedProduct> products;   ///< of `list`

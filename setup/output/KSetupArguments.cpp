@@ -20,19 +20,6 @@ namespace KSETUP {
 
 namespace {
 
-constexpr char footer[] =
-    "A kit is a directory with product.ini, install.ini and the product's files.\n"
-    "\n"
-    "Exit codes: 0 done; 1 a rule failed; 3 not installed; 4 what is installed differs; 5 "
-    "changed,\n"
-    "where asked for; 6 what is not the product's would be changed; 64 usage; 65 the script, its\n"
-    "seal or its signature is not right; 66 kit or script not found; 69 no service manager, or a "
-    "service\n"
-    "failed; 70 internal; 73 no space, or a target that cannot be written; 75 another run goes "
-    "on;\n"
-    "77 not root; 130, 143 and 129 cancelled by Ctrl-C, SIGTERM or SIGHUP.\n"
-    "See ins-setup(8) and, for scripts, ins-script(5).";
-
 /// For a path: an empty one is a variable that a script forgot to set.
 CLI::Validator NotEmpty() {
     return {[](const std::string& text) { return text.empty() ? "is empty" : ""; }, ""};
@@ -82,7 +69,8 @@ class Parser {
     KAnswerForm GetAnswerForm() const;
 
   private:
-    CLI::App* Add(CLI::App& parent, const char* name, const char* words, Command command);
+    static CLI::App* AddBelow(CLI::App& parent, const char* name, const std::string& words);
+    CLI::App* Add(CLI::App& above, const char* name, const std::string& told, Command command);
     void AddInstall();
     void AddRemove();
     void AddQuestions();
@@ -108,18 +96,18 @@ class Parser {
     std::vector<std::string> helpWords;
     std::optional<std::vector<std::string>> askedAbout;
     std::vector<std::string> ahead; // after a parse: words that it did not come to
-    CLI::App app{"Installs and removes the product of a kit.", "ins-setup"};
+    CLI::App app{Help("Installs and removes the product of a kit."), "ins-setup"};
 };
 
 Parser::Parser(KSetupArguments& toFill) : arguments(toFill) {
-    app.set_version_flag("--version", "ins-setup " INSPP_VERSION);
+    UseLanguage(app);
+    app.set_version_flag("--version", "ins-setup " INSPP_VERSION, Help("Print the version"));
     app.add_flag_callback(
         "--licences",
         [] { throw CLI::CallForVersion(LicencesToText(), 0); },
-        "Print the licences of what is in the program"
+        Help("Print the licences of what is in the program")
     );
     app.require_subcommand(1);
-    app.footer(footer);
     AddInstall();
     AddRemove();
     AddQuestions();
@@ -127,15 +115,21 @@ Parser::Parser(KSetupArguments& toFill) : arguments(toFill) {
     AddHelp();
 }
 
-CLI::App* Parser::Add(CLI::App& parent, const char* name, const char* words, Command command) {
-    CLI::App* added = parent.add_subcommand(name, words);
+CLI::App* Parser::AddBelow(CLI::App& parent, const char* name, const std::string& words) {
+    CLI::App* added = parent.add_subcommand(name, words)->group(Help("Subcommands"));
     added->footer(""); // else the program's own is said again
+    added->get_help_ptr()->group(Help("Options"));
+    return added;
+}
+
+CLI::App* Parser::Add(CLI::App& above, const char* name, const std::string& told, Command command) {
+    CLI::App* added = AddBelow(above, name, told);
     added->callback([this, command] { arguments.command = command; });
     return added;
 }
 
 void Parser::AddKit(CLI::App* command) {
-    command->add_option("--kit", arguments.kit, "The kit's directory; else the program's own")
+    command->add_option("--kit", arguments.kit, Help("The kit's directory; else the program's own"))
         ->type_name("DIR")
         ->check(NotEmpty());
 }
@@ -146,7 +140,7 @@ void Parser::AddColour(CLI::App* command) {
         {"auto", KColourChoice::Automatic},
         {"always", KColourChoice::Always},
         {"never", KColourChoice::Never}};
-    command->add_option("--color", arguments.colour, "Colours: auto, always or never")
+    command->add_option("--color", arguments.colour, Help("Colours: auto, always or never"))
         ->type_name("WHEN")
         ->transform(CLI::CheckedTransformer(choices).description(""));
 }
@@ -156,7 +150,9 @@ void Parser::AddKitOrName(CLI::App* command) {
     AddKit(command);
     command
         ->add_option(
-            "name", arguments.product, "The installed product or its service, in place of a kit"
+            "name",
+            arguments.product,
+            Help("The installed product or its service, in place of a kit")
         )
         ->type_name("NAME")
         ->check(NotEmpty())
@@ -168,20 +164,22 @@ void Parser::AddPath(CLI::App* command) {
         ->add_option(
             "path",
             arguments.productPath,
-            "Where to; else where it is installed, or the kit's default"
+            Help("Where to; else where it is installed, or the kit's default")
         )
         ->type_name("PATH");
 }
 
 void Parser::AddJson(CLI::App* command) {
-    command->add_flag(jsonOption, arguments.json, "Answer with one JSON object");
+    command->add_flag(jsonOption, arguments.json, Help("Answer with one JSON object"));
 }
 
 /// For what works on the machine.
 void Parser::AddRoot(CLI::App* command) {
     command
         ->add_option(
-            "--root", arguments.root, "Work on the system in this directory tree, as for an image"
+            "--root",
+            arguments.root,
+            Help("Work on the system in this directory tree, as for an image")
         )
         ->type_name("DIR")
         ->check(NotEmpty());
@@ -195,12 +193,14 @@ void Parser::AddCallerOptions(CLI::App* command) {
     command->add_flag(
         "--detailed-exit-code",
         arguments.detailedExitCode,
-        "Answer 5 in place of 0 when something was changed"
+        Help("Answer 5 in place of 0 when something was changed")
     );
-    command->add_flag("-q,--quiet", arguments.quiet, "Say nothing but what fails");
+    command->add_flag("-q,--quiet", arguments.quiet, Help("Say nothing but what fails"));
     command
         ->add_option(
-            "--wait", arguments.waitSeconds, "Wait so long for another run of the product to end"
+            "--wait",
+            arguments.waitSeconds,
+            Help("Wait so long for another run of the product to end")
         )
         ->type_name("SECONDS");
 }
@@ -209,7 +209,7 @@ void Parser::AddOfflineServices(CLI::App* command) {
     command->add_flag(
         "--offline-services",
         arguments.offlineServices,
-        "Where systemd does not run, as in an image: leave services for the next boot"
+        Help("Where systemd does not run, as in an image: leave services for the next boot")
     );
 }
 
@@ -217,7 +217,7 @@ void Parser::AddAllowConflicts(CLI::App* command) {
     command->add_flag(
         "--allow-conflicts",
         arguments.allowConflicts,
-        "Replace and delete also what is not the product's"
+        Help("Replace and delete also what is not the product's")
     );
 }
 
@@ -225,12 +225,15 @@ void Parser::AddAllowUnsigned(CLI::App* command) {
     command->add_flag(
         "--allow-unsigned",
         arguments.allowUnsigned,
-        "Go on with a kit that is not signed as this machine wants it"
+        Help("Go on with a kit that is not signed as this machine wants it")
     );
 }
 
 void Parser::AddSign(CLI::App* command) {
-    command->add_option("--sign", arguments.signKey, "Sign it with this secret key of minisign(1)")
+    command
+        ->add_option(
+            "--sign", arguments.signKey, Help("Sign it with this secret key of minisign(1)")
+        )
         ->type_name("KEY")
         ->check(NotEmpty());
 }
@@ -239,30 +242,32 @@ void Parser::AddSign(CLI::App* command) {
 void Parser::AddRunOptions(CLI::App* command) {
     AddCallerOptions(command);
     command->add_flag(
-        eventsOption, arguments.jsonEvents, "One JSON object a line while it goes on"
+        eventsOption, arguments.jsonEvents, Help("One JSON object a line while it goes on")
     );
     command
         ->add_option(
-            descriptorOption, arguments.progressDescriptor, "The open descriptor for these lines"
+            descriptorOption,
+            arguments.progressDescriptor,
+            Help("The open descriptor for these lines")
         )
         ->type_name("N")
         ->check(CLI::Range(1, std::numeric_limits<int>::max()));
     AddOfflineServices(command);
     AddAllowConflicts(command);
     command->add_flag(
-        "--backup", arguments.backup, "Keep what is overwritten or deleted, for \"restore\""
+        "--backup", arguments.backup, Help("Keep what is overwritten or deleted, for \"restore\"")
     );
 }
 
 void Parser::AddInstall() {
     CLI::App* install =
-        Add(app, "install", "Install the product, or a newer version", Command::Install);
+        Add(app, "install", Help("Install the product, or a newer version"), Command::Install);
     AddKit(install);
     install
         ->add_option(
             "bundle",
             arguments.bundleOrPath,
-            "A bundle, whose kit is installed; else the path, as the next"
+            Help("A bundle, whose kit is installed; else the path, as the next")
         )
         ->type_name("BUNDLE");
     AddPath(install);
@@ -270,72 +275,87 @@ void Parser::AddInstall() {
     AddAllowUnsigned(install);
     install
         ->add_option(
-            "--addProfileLine", profileLines, "Write SECTION,KEY,VALUE into the configuration"
+            "--addProfileLine", profileLines, Help("Write SECTION,KEY,VALUE into the configuration")
         )
         ->type_name("LINE")
         ->allow_extra_args(false);
     install
         ->add_option(
-            "--values", arguments.values, "Write the options of an INI file into the configuration"
+            "--values",
+            arguments.values,
+            Help("Write the options of an INI file into the configuration")
         )
         ->type_name("FILE")
         ->check(NotEmpty());
     install->add_flag(
-        "--reinstall", arguments.reinstall, "Do it all again, also what is there already"
+        "--reinstall", arguments.reinstall, Help("Do it all again, also what is there already")
     );
     install->add_flag(
-        "--start-services", arguments.startServices, "Start also services that were stopped by hand"
+        "--start-services",
+        arguments.startServices,
+        Help("Start also services that were stopped by hand")
     );
     install->add_flag(
-        "--rollback", arguments.rollback, "Put everything back when it fails or is stopped"
+        "--rollback", arguments.rollback, Help("Put everything back when it fails or is stopped")
     );
-    install->add_flag("--no-check", arguments.noCheck, "Install although the script has errors");
     install->add_flag(
-        "--allow-downgrade", arguments.allowDowngrade, "Install over a newer version"
+        "--no-check", arguments.noCheck, Help("Install although the script has errors")
+    );
+    install->add_flag(
+        "--allow-downgrade", arguments.allowDowngrade, Help("Install over a newer version")
     );
 }
 
 void Parser::AddRemove() {
-    CLI::App* remove = Add(app, "remove", "Remove the installed product", Command::Remove);
+    CLI::App* remove = Add(app, "remove", Help("Remove the installed product"), Command::Remove);
     AddKitOrName(remove);
     AddRunOptions(remove);
     AddAllowUnsigned(remove);
     remove->add_flag(
-        "--purge", arguments.purge, "Delete edited configuration and what is not the product's too"
+        "--purge",
+        arguments.purge,
+        Help("Delete edited configuration and what is not the product's too")
     );
-    remove->add_flag("-y,--yes", arguments.yes, "Do not ask");
+    remove->add_flag("-y,--yes", arguments.yes, Help("Do not ask"));
     CLI::App* restore =
-        Add(app, "restore", "Undo the last run, if it kept a backup", Command::Restore);
+        Add(app, "restore", Help("Undo the last run, if it kept a backup"), Command::Restore);
     AddKitOrName(restore);
     AddCallerOptions(restore);
     restore->add_flag(
-        "--force", arguments.force, "Also over what was edited since, which is kept as NAME.edited"
+        "--force",
+        arguments.force,
+        Help("Also over what was edited since, which is kept as NAME.edited")
     );
 }
 
 void Parser::AddQuestions() {
-    CLI::App* status = Add(app, "status", "Tell whether the product is installed", Command::Status);
+    CLI::App* status =
+        Add(app, "status", Help("Tell whether the product is installed"), Command::Status);
     AddKitOrName(status);
     AddJson(status);
     AddRoot(status);
     status->add_flag(
-        "--verify", arguments.verify, "Compare what is installed with what was; 4 if it differs"
+        "--verify",
+        arguments.verify,
+        Help("Compare what is installed with what was; 4 if it differs")
     );
-    CLI::App* list = Add(app, "list", "List what is installed", Command::List);
+    CLI::App* list = Add(app, "list", Help("List what is installed"), Command::List);
     AddJson(list);
     AddRoot(list);
-    CLI::App* verify = Add(app, "verify", "Tell who signed a kit or a bundle", Command::Verify);
-    verify->add_option("target", arguments.target, "The kit's directory, or the bundle")
+    CLI::App* verify =
+        Add(app, "verify", Help("Tell who signed a kit or a bundle"), Command::Verify);
+    verify->add_option("target", arguments.target, Help("The kit's directory, or the bundle"))
         ->type_name("KIT")
         ->check(NotEmpty())
         ->required();
     AddJson(verify);
-    CLI::App* plan = app.add_subcommand("plan", "Tell what a run would do, without doing it");
-    plan->footer("");
+    CLI::App* plan = AddBelow(app, "plan", Help("Tell what a run would do, without doing it"));
     plan->require_subcommand(1);
-    CLI::App* planInstall = Add(*plan, "install", "What installing would do", Command::PlanInstall);
-    CLI::App* planRemove = Add(*plan, "remove", "What removing would do", Command::PlanRemove);
-    planRemove->add_flag("--purge", arguments.purge, "As with remove");
+    CLI::App* planInstall =
+        Add(*plan, "install", Help("What installing would do"), Command::PlanInstall);
+    CLI::App* planRemove =
+        Add(*plan, "remove", Help("What removing would do"), Command::PlanRemove);
+    planRemove->add_flag("--purge", arguments.purge, Help("As with remove"));
     for (CLI::App* one : {planInstall, planRemove}) {
         AddKit(one);
         AddPath(one);
@@ -347,39 +367,44 @@ void Parser::AddQuestions() {
 }
 
 void Parser::AddAuthoring() {
-    CLI::App* check = Add(app, "check", "Look for mistakes in a kit's script", Command::Check);
+    CLI::App* check =
+        Add(app, "check", Help("Look for mistakes in a kit's script"), Command::Check);
     AddKit(check);
     AddJson(check);
-    check->add_flag("--strict", arguments.strict, "Warnings are errors");
-    CLI::App* macros = Add(app, "macros", "List the macros with their values", Command::Macros);
+    check->add_flag("--strict", arguments.strict, Help("Warnings are errors"));
+    CLI::App* macros =
+        Add(app, "macros", Help("List the macros with their values"), Command::Macros);
     AddKit(macros);
     AddPath(macros);
     AddJson(macros);
 
-    CLI::App* kit = app.add_subcommand("kit", "Make a kit");
-    kit->footer("");
+    CLI::App* kit = AddBelow(app, "kit", Help("Make a kit"));
     kit->require_subcommand(1);
-    CLI::App* made = Add(*kit, "new", "Make a first kit", Command::KitNew);
-    made->add_option("directory", arguments.target, "Where; not there yet, or empty")
+    CLI::App* made = Add(*kit, "new", Help("Make a first kit"), Command::KitNew);
+    made->add_option("directory", arguments.target, Help("Where; not there yet, or empty"))
         ->type_name("DIR")
         ->check(NotEmpty())
         ->required();
     made->add_flag(
-        "--service", arguments.service, "Of a service, with a user, a unit and a data directory"
+        "--service",
+        arguments.service,
+        Help("Of a service, with a user, a unit and a data directory")
     );
-    CLI::App* add = Add(*kit, "add", "Add a directory tree to a kit", Command::KitAdd);
+    CLI::App* add = Add(*kit, "add", Help("Add a directory tree to a kit"), Command::KitAdd);
     AddKit(add);
-    add->add_option("tree", arguments.tree, "What is to be installed")
+    add->add_option("tree", arguments.tree, Help("What is to be installed"))
         ->type_name("TREE")
         ->check(NotEmpty())
         ->required();
-    CLI::App* seal = Add(*kit, "seal", "Write the check sums of a kit's files", Command::KitSeal);
+    CLI::App* seal =
+        Add(*kit, "seal", Help("Write the check sums of a kit's files"), Command::KitSeal);
     AddKit(seal);
     AddSign(seal);
     CLI::App* bundle =
-        Add(*kit, "bundle", "Make one file of a kit that installs itself", Command::KitBundle);
+        Add(*kit, "bundle", Help("Make one file of a kit that installs itself"), Command::KitBundle
+        );
     AddKit(bundle);
-    bundle->add_option("-o,--output", arguments.target, "The file")
+    bundle->add_option("-o,--output", arguments.target, Help("The file"))
         ->type_name("FILE")
         ->check(NotEmpty())
         ->required();
@@ -388,23 +413,23 @@ void Parser::AddAuthoring() {
 }
 
 void Parser::AddKeys(CLI::App& kit) {
-    CLI::App* key = kit.add_subcommand("key", "Make a key to sign kits with");
-    key->footer("");
+    CLI::App* key = AddBelow(kit, "key", Help("Make a key to sign kits with"));
     key->require_subcommand(1);
-    CLI::App* made = Add(*key, "new", "Make a pair of keys", Command::KitKeyNew);
-    made->add_option("name", arguments.target, "The files' name, without .key and .pub")
+    CLI::App* made = Add(*key, "new", Help("Make a pair of keys"), Command::KitKeyNew);
+    made->add_option("name", arguments.target, Help("The files' name, without .key and .pub"))
         ->type_name("NAME")
         ->check(NotEmpty())
         ->required();
     made->add_flag(
-        "--no-password", arguments.noPassword, "For automation: whoever has the file can sign"
+        "--no-password", arguments.noPassword, Help("For automation: whoever has the file can sign")
     );
 }
 
 void Parser::AddHelp() {
-    CLI::App* help = app.add_subcommand("help", "Tell about a command, or what check finds");
-    help->footer("");
-    help->add_option("command", helpWords, "The command; behind \"check\" also a finding's name")
+    CLI::App* help = AddBelow(app, "help", Help("Tell about a command, or what check finds"));
+    help->add_option(
+            "command", helpWords, Help("The command; behind \"check\" also a finding's name")
+    )
         ->type_name("COMMAND");
     help->callback([this] { askedAbout = helpWords; });
 }

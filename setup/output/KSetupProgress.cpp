@@ -31,7 +31,7 @@ void Write(std::string_view text) {
     static_cast<void>(KSYS::WriteAll(STDOUT_FILENO, text.data(), text.size()));
 }
 
-std::string Numbered(const KProgressView& view, const std::string& words) {
+KText Numbered(const KProgressView& view, const KText& words) {
     return "[" + std::to_string(view.rule) + "/" + std::to_string(view.rules) + "] " +
            Printable(words);
 }
@@ -44,7 +44,7 @@ KSetupProgress::KSetupProgress(bool isColoured)
 
 void KSetupProgress::BeginRule(const KProgressView& view, Clock::time_point time) {
     if (!terminal) {
-        Write(Numbered(view, view.words) + "\n");
+        Write(Numbered(view, view.words).Translated() + "\n");
         lastShown = time;
     }
 }
@@ -58,7 +58,9 @@ void KSetupProgress::Show(const KProgressView& view, bool now, Clock::time_point
         }
     } else if (!now && time - lastShown >= lineInterval) {
         lastShown = time;
-        Write(Numbered(view, view.status) + ", " + std::to_string(view.percent) + "% of all\n");
+        Write(
+            Text("%s, %s%% of all", Numbered(view, view.status), view.percent).Translated() + "\n"
+        );
     }
 }
 

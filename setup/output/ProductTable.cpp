@@ -26,36 +26,45 @@ std::string TimeInWords(std::int64_t seconds) {
 }
 
 Row ToRow(const KListedProduct& product) {
-    const std::string build =
-        product.buildNumber ? " (build " + std::to_string(*product.buildNumber) + ")" : "";
+    const std::string version = Printable(product.version);
     return {
         Printable(product.name),
         Printable(product.product),
-        product.version.empty() ? "-" : Printable(product.version) + build,
+        product.version.empty() ? "-"
+        : product.buildNumber   ? Text("%s (build %s)", version, *product.buildNumber).Translated()
+                                : version,
         product.path.empty() ? "-" : Printable(product.path),
         TimeInWords(product.lastRun),
-        StateOf(product)};
+        StateOf(product).Translated()};
 }
 
 } // namespace
 
-std::string StateOf(const KListedProduct& product) {
+KText StateOf(const KListedProduct& product) {
     if (product.isRunning) {
-        return "a run goes on";
+        return Text("a run goes on");
     }
     if (product.isInterrupted) {
-        return "interrupted";
+        return Text("interrupted");
     }
     if (!product.isInstalled) {
-        return product.hasConfigurationLeft ? "removed, configuration left"
-               : product.trouble.empty()    ? "removed"
-                                            : "unknown";
+        return product.hasConfigurationLeft ? Text("removed, configuration left")
+               : product.trouble.empty()    ? Text("removed")
+                                            : Text("unknown");
     }
-    return !product.differs.has_value() ? "unknown" : *product.differs ? "differs" : "as installed";
+    return !product.differs.has_value() ? Text("unknown")
+           : *product.differs           ? Text("differs")
+                                        : Text("as installed");
 }
 
 std::string ToTable(const std::vector<KListedProduct>& products) {
-    std::vector<Row> rows{{"NAME", "PRODUCT", "VERSION", "PATH", "LAST RUN", "STATE"}};
+    std::vector<Row> rows{
+        {Text("NAME").Translated(),
+         Text("PRODUCT").Translated(),
+         Text("VERSION").Translated(),
+         Text("PATH").Translated(),
+         Text("LAST RUN").Translated(),
+         Text("STATE").Translated()}};
     std::transform(products.begin(), products.end(), std::back_inserter(rows), ToRow);
     std::array<std::size_t, columns> widths{};
     for (const Row& row : rows) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/output/KRunReport.h>
+#include <setup/text/KText.h>
 
 #include <string>
 #include <vector>
@@ -12,6 +13,6 @@ namespace KSETUP {
 std::string ToTable(const std::vector<KListedProduct>& products);
 
 /// In one or two words how it is with a product, as "interrupted".
-std::string StateOf(const KListedProduct& product);
+KText StateOf(const KListedProduct& product);
 
 } // namespace KSETUP

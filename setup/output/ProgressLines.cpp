@@ -58,13 +58,16 @@ Details(const KProgressView& view, const KProgressRate& rate) {
         return {};
     }
     const std::string bytes =
-        " " + BytesInWords(view.bytesDone) + " of " + BytesInWords(view.bytesAll);
+        " " +
+        Text("%s of %s", BytesInWords(view.bytesDone), BytesInWords(view.bytesAll)).Translated();
     const auto speed = rate.Get();
     const auto time = rate.GetTimeFor(view.bytesAll - std::min(view.bytesDone, view.bytesAll));
     const bool goesOn = view.bytesDone < view.bytesAll;
     const std::string fast =
-        speed && goesOn ? ", " + BytesInWords(static_cast<std::uint64_t>(*speed)) + "/s" : "";
-    const std::string left = time && goesOn ? TimeText(*time) + " left" : "";
+        speed && goesOn
+            ? ", " + BytesInWords(static_cast<std::uint64_t>(*speed)).Translated() + "/s"
+            : "";
+    const std::string left = time && goesOn ? Text("%s left", TimeText(*time)).Translated() : "";
     const std::string comma = left.empty() ? "" : ", ";
     const std::string blank = left.empty() ? "" : " ";
     return {bytes + fast + comma + left, bytes + comma + left, blank + left, ""};
@@ -87,7 +90,7 @@ ProgressBar(const KProgressView& view, const KProgressRate& rate, const KTermina
     const std::size_t room = look.cells - percent.size() - around;
     std::size_t chosen = view.bytesAll == 0 ? reserved.size() - 1 : 0;
     const std::array<std::string, reserved.size()> details = Details(view, rate);
-    while (reserved[chosen] + leastBar > room || details[chosen].size() > reserved[chosen]) {
+    while (reserved[chosen] + leastBar > room || TextCells(details[chosen]) > reserved[chosen]) {
         ++chosen; // the last one takes nothing
     }
     const std::size_t bar = std::min(mostBar, room - reserved[chosen]);
@@ -100,7 +103,7 @@ ProgressBar(const KProgressView& view, const KProgressRate& rate, const KTermina
 std::string RuleLine(const KProgressView& view, std::size_t cells) {
     const std::string number =
         "[" + std::to_string(view.rule) + "/" + std::to_string(view.rules) + "] ";
-    const std::string words = Printable(view.words);
+    const std::string words = Printable(view.words.Translated());
     if (TextCells(number + words) <= cells) {
         return number + words;
     }

@@ -16,53 +16,78 @@ std::string SecondsText(double seconds) {
     return text.data();
 }
 
-void AddPart(
-    std::string& line, std::size_t count, const char* one, const char* many, const char* fate
-) {
-    if (count != 0) {
-        line += (line.empty() ? "" : ", ") + Counted(count, one, many) + fate;
-    }
+void AddPart(KText& line, const KText& part) {
+    line += (line.empty() ? "" : ", ") + part;
 }
 
 } // namespace
 
-std::string VersionText(const KRunReport& report) {
-    return Printable(report.product) + " " + Printable(report.version) + " (build " +
-           std::to_string(report.buildNumber) + ")";
+KText VersionText(const KRunReport& report) {
+    return Text(
+        "%s %s (build %s)", Printable(report.product), Printable(report.version), report.buildNumber
+    );
 }
 
-std::string WorkLine(const KRunReport& report) {
-    std::string line = Counted(report.rulesDone, "rule", "rules") + " done";
+KText WorkLine(const KRunReport& report) {
+    KText files;
     if (report.filesCopied != 0) {
-        line += ": " + Counted(report.filesCopied, "file", "files") + " (" +
-                BytesInWords(report.bytesCopied) + ") copied";
+        AddPart(
+            files,
+            Counted(
+                report.filesCopied,
+                "%s file (%s) copied",
+                "%s files (%s) copied",
+                BytesInWords(report.bytesCopied)
+            )
+        );
     }
     if (report.filesDeleted != 0) {
-        line += (report.filesCopied != 0 ? ", " : ": ") +
-                Counted(report.filesDeleted, "file", "files") + " deleted";
+        AddPart(files, Counted(report.filesDeleted, "%s file deleted", "%s files deleted"));
     }
-    return line + " in " + SecondsText(report.seconds) + ".";
+    const std::string time = SecondsText(report.seconds);
+    return files.empty()
+               ? Counted(report.rulesDone, "%s rule done in %s.", "%s rules done in %s.", time)
+               : Counted(
+                     report.rulesDone,
+                     "%s rule done: %s in %s.",
+                     "%s rules done: %s in %s.",
+                     files,
+                     time
+                 );
 }
 
-std::string ChangesLine(const KRunReport& report) {
-    std::string line;
-    AddPart(line, report.keptConfiguration.size(), "edited file", "edited files", " kept");
-    AddPart(line, report.obsolete.size(), "obsolete entry", "obsolete entries", " deleted");
-    AddPart(
-        line,
-        report.outdated.size(),
-        "program or service still uses",
-        "programs or services still use",
-        " what was replaced"
-    );
-    AddPart(line, report.keptServices.size(), "service", "services", " left as it was");
+KText ChangesLine(const KRunReport& report) {
+    KText line;
+    if (const std::size_t count = report.keptConfiguration.size(); count != 0) {
+        AddPart(line, Counted(count, "%s edited file kept", "%s edited files kept"));
+    }
+    if (const std::size_t count = report.obsolete.size(); count != 0) {
+        AddPart(line, Counted(count, "%s obsolete entry deleted", "%s obsolete entries deleted"));
+    }
+    if (const std::size_t count = report.outdated.size(); count != 0) {
+        AddPart(
+            line,
+            Counted(
+                count,
+                "%s program or service still uses what was replaced",
+                "%s programs or services still use what was replaced"
+            )
+        );
+    }
+    if (const std::size_t count = report.keptServices.size(); count != 0) {
+        AddPart(line, Counted(count, "%s service left as it was", "%s services left as they were"));
+    }
     return line.empty() ? line : line + ".";
 }
 
-std::string PlaceOfEnd(const KRunReport& report) {
-    const std::string all = " of " + std::to_string(report.rulesAll);
-    return report.ruleAtWork != 0 ? "in rule " + std::to_string(report.ruleAtWork) + all
-                                  : "after " + std::to_string(report.rulesDone) + all + " rules";
+KText PlaceOfEnd(const KRunReport& report) {
+    return report.ruleAtWork != 0 ? Text("in rule %s of %s", report.ruleAtWork, report.rulesAll)
+                                  : Counted(
+                                        report.rulesAll,
+                                        "after %2$s of %1$s rule",
+                                        "after %2$s of %1$s rules",
+                                        report.rulesDone
+                                    );
 }
 
 } // namespace KSETUP

@@ -29,15 +29,23 @@ std::string Printable(const std::string& text, KLineEnds ends) {
     return shown;
 }
 
-std::string BytesInWords(std::uint64_t bytes) {
-    static constexpr std::array units = {"bytes", "KiB", "MiB", "GiB", "TiB"};
-    auto value = static_cast<double>(bytes);
+KText Printable(const KText& text, KLineEnds ends) {
+    return {Printable(text.English(), ends), Printable(text.Translated(), ends)};
+}
+
+KText BytesInWords(std::uint64_t bytes) {
+    static constexpr std::array units = {"KiB", "MiB", "GiB", "TiB"};
+    constexpr double step = 1024;
+    if (bytes < static_cast<std::uint64_t>(step)) {
+        return Counted(bytes, "%s byte", "%s bytes");
+    }
+    auto value = static_cast<double>(bytes) / step;
     std::size_t unit = 0;
-    for (; value >= 1024 && unit + 1 < units.size(); ++unit) {
-        value /= 1024;
+    for (; value >= step && unit + 1 < units.size(); ++unit) {
+        value /= step;
     }
     std::array<char, 48> text{};
-    std::snprintf(text.data(), text.size(), unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
+    std::snprintf(text.data(), text.size(), "%.1f %s", value, units[unit]);
     return text.data();
 }
 
@@ -46,10 +54,6 @@ std::string ModeText(unsigned mode) {
     std::array<char, 8> text{};
     std::snprintf(text.data(), text.size(), "%04o", mode & permissions);
     return text.data();
-}
-
-std::string Counted(std::uint64_t count, const char* one, const char* many) {
-    return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
 } // namespace KSETUP

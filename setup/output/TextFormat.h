@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <cstdint>
 #include <string>
 
@@ -19,13 +21,15 @@ enum class KLineEnds : std::uint8_t {
 /// characters and bytes that are no UTF-8 become "?".
 std::string Printable(const std::string& text, KLineEnds ends = KLineEnds::Replaced);
 
+inline std::string Printable(const char* text, KLineEnds ends = KLineEnds::Replaced) {
+    return Printable(std::string(text), ends);
+}
+KText Printable(const KText& text, KLineEnds ends = KLineEnds::Replaced);
+
 /// As "512 bytes", "2.0 KiB", up to TiB.
-std::string BytesInWords(std::uint64_t bytes);
+KText BytesInWords(std::uint64_t bytes);
 
 /// Permission bits as chmod(1) has them: "0755".
 std::string ModeText(unsigned mode);
-
-/// As "1 command" or "2 commands".
-std::string Counted(std::uint64_t count, const char* one, const char* many);
 
 } // namespace KSETUP

@@ -97,8 +97,11 @@ std::vector<std::string> ReadAddedLines() {
         if (status != 0) {
             throw KSetupFailure(
                 ExitCode::usage,
-                std::string("--") + option + ": a value is missing, or is longer than " +
-                    std::to_string(mostBytes) + " bytes. Nothing was changed."
+                Text(
+                    "--%s: a value is missing, or is longer than %s bytes. Nothing was changed.",
+                    option,
+                    mostBytes
+                )
             );
         }
         lines.emplace_back(buffer);
@@ -119,9 +122,12 @@ void RequireAddedLines(const MacroExpander& expand) {
         if (FieldsOf(line, expand).size() != ruleFields) {
             throw KSetupFailure(
                 ExitCode::usage,
-                std::string("--") + option + " " + Printable(MaskedAddedLine(value)) +
-                    ": a line is SECTION,KEY,VALUE, none of them empty or with a comma in it. "
-                    "Nothing was changed."
+                Text(
+                    "--%s %s: a line is SECTION,KEY,VALUE, none of them empty or with a comma in "
+                    "it. Nothing was changed.",
+                    option,
+                    Printable(MaskedAddedLine(value))
+                )
             );
         }
     }

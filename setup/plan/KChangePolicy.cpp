@@ -97,7 +97,7 @@ std::vector<std::string> KChangePolicy::GetAdministrators() const {
     return paths;
 }
 
-std::string KChangePolicy::WhyNotReplace(const std::string& path, const std::string& source) const {
+KText KChangePolicy::WhyNotReplace(const std::string& path, const std::string& source) const {
     const bool isOwn = ownership->Find(path) != nullptr || ownership->WasBegun(path);
     unsigned whyMissing = 0;
     if (options.allowsConflicts || isOwn ||
@@ -105,14 +105,14 @@ std::string KChangePolicy::WhyNotReplace(const std::string& path, const std::str
         return {};
     }
     if (const std::string other = ownership->FindOther(path); !other.empty()) {
-        return "it is a file of the product \"" + other + "\"";
+        return Text("it is a file of the product \"%s\"", other);
     }
     if (ownership->Owns(path) || ownership->WasBornNow(path)) {
         return {};
     }
     const std::string bytes = DigestOf(source);
     const bool isSame = !bytes.empty() && bytes == DigestOf(path);
-    return isSame ? "" : "it is there already and not the product's";
+    return isSame ? "" : Text("it is there already and not the product's");
 }
 
 bool KChangePolicy::IsEdited(const std::string& path) const {
@@ -136,9 +136,9 @@ bool KChangePolicy::MayDelete(const std::string& path, Named named) const {
             (ownership->GetKnown() == KOwnership::Known::Manifest || WhyNotDelete(path).empty()));
 }
 
-std::string KChangePolicy::WhyNotDeleteListed(const std::string& path) const {
+KText KChangePolicy::WhyNotDeleteListed(const std::string& path) const {
     if (HasParentStep(path)) {
-        return "it has \"..\" in it";
+        return Text("it has \"..\" in it");
     }
     const std::string full = path.starts_with('/') ? path : "/" + path;
     unsigned whyMissing = 0;
@@ -148,19 +148,19 @@ std::string KChangePolicy::WhyNotDeleteListed(const std::string& path) const {
         return {};
     }
     if (const std::string other = ownership->FindOther(full); !other.empty()) {
-        return "it is a file of the product \"" + other + "\"";
+        return Text("it is a file of the product \"%s\"", other);
     }
     // Links on the way count as where they lead to.
     const std::string directory = ParentPath(ownership->RealPath(JoinPath(productDirectory, "x")));
-    return IsAtOrBelow(ownership->RealPath(full), directory) ? "" : "it is not the product's";
+    return IsAtOrBelow(ownership->RealPath(full), directory) ? "" : Text("it is not the product's");
 }
 
-std::string KChangePolicy::WhyNotDelete(const std::string& path) const {
+KText KChangePolicy::WhyNotDelete(const std::string& path) const {
     if (options.allowsConflicts || ownership->Find(path) != nullptr) {
         return {};
     }
     const std::string other = ownership->FindOther(path);
-    return other.empty() ? "" : "it is a file of the product \"" + other + "\"";
+    return other.empty() ? "" : Text("it is a file of the product \"%s\"", other);
 }
 
 bool KChangePolicy::IsRubbish(const std::string& path, const KManifestEntry& entry, bool installs)

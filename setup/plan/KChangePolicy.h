@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/state/KOwnership.h>
+#include <setup/text/KText.h>
 
 #include <cstdint>
 #include <map>
@@ -54,7 +55,7 @@ class KChangePolicy {
 
     /// Why what stands at the path must not be replaced: whose it is, in words. Empty when it may.
     /// `source` is the file that takes its place; one with the same bytes is no loss.
-    std::string WhyNotReplace(const std::string& path, const std::string& source = {}) const;
+    KText WhyNotReplace(const std::string& path, const std::string& source = {}) const;
 
     enum class Named : std::uint8_t {
         ByScript, ///< the script names this very file
@@ -63,11 +64,11 @@ class KChangePolicy {
     /// Whether a rule deletes it; if not, it stays.
     bool MayDelete(const std::string& path, Named named) const;
     /// Why a run that would delete it is refused: another product's. Empty when it is not.
-    std::string WhyNotDelete(const std::string& path) const;
+    KText WhyNotDelete(const std::string& path) const;
     /// Why a file stays that a profile lists to be deleted, perhaps because others than root wrote it
     /// there: it has ".." in it, or is neither the product's nor in its directory. Empty when it goes,
     /// or there is none. It counts from "/".
-    std::string WhyNotDeleteListed(const std::string& path) const;
+    KText WhyNotDeleteListed(const std::string& path) const;
     /// Whether the path is a configuration that is not as it was installed.
     bool IsEdited(const std::string& path) const;
     /// Whether the bytes at the path are not the product's: of an edited file, and of one that was

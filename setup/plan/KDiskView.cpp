@@ -22,8 +22,11 @@ const KPlannedEntry nothing;
 [[noreturn]] void RefuseUnread(const std::string& directory, unsigned error) {
     throw KSetupFailure(
         ExitCode::noKit,
-        "cannot read " + directory + ": " +
-            std::generic_category().message(static_cast<int>(error)) + ". Nothing was changed."
+        Text(
+            "cannot read %s: %s. Nothing was changed.",
+            directory,
+            std::generic_category().message(static_cast<int>(error))
+        )
     );
 }
 

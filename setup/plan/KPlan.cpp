@@ -119,7 +119,7 @@ void KPlan::PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& 
         } else if (policy.Purges()) {
             continue; // files are the script's affair
         } else if (policy.IsEdited(path)) {
-            cleanup.push_back(ActionOf(Kind::KeepFile, path, "it was edited"));
+            cleanup.push_back(KeepOf(path, Text("it was edited")));
         } else if (policy.IsRubbish(path, entry, installs)) {
             cleanup.push_back(ActionOf(Kind::DeleteFile, path));
             NoteChange(path, found);

@@ -5,6 +5,7 @@
 #include <setup/plan/KPlannedTree.h>
 #include <setup/script/KScript.h>
 #include <setup/script/KScriptRules.h>
+#include <setup/text/KText.h>
 
 #include <cstdint>
 #include <memory>
@@ -41,6 +42,7 @@ struct KPlannedAction {
     /// What is copied; where a link leads; "[section] key=value" of an option; why a file is kept;
     /// "OWNER[:GROUP]" of a mode, empty without; the user's name.
     std::string source;
+    KText whyKept; ///< the same for people, of a file that is kept
     std::uint64_t bytes = 0;
     unsigned mode = 0;
     bool replaces = false;        ///< something stands at the path
@@ -50,8 +52,8 @@ struct KPlannedAction {
     /// that ends the run is the rule's affair.
     bool lacks = false;
     bool lacksDirectory = false; ///< what would be made has no directory to be made in
-    std::string obstacle;        ///< why the rule would end the run here; empty when not
-    std::string conflict; ///< whose the thing is that would go: the run is refused; empty when not
+    KText obstacle;              ///< why the rule would end the run here; empty when not
+    KText conflict; ///< whose the thing is that would go: the run is refused; empty when not
 
     /// Whether it makes, changes or deletes a directory entry, rather than a process or a service.
     bool IsOfEntry() const noexcept;

@@ -73,9 +73,9 @@ bool KPlannedServices::IsOurs(const std::string& name) const {
     return std::getline(file, line) && line.starts_with(marker);
 }
 
-std::string KPlannedServices::WhyUnknown(const std::string& name) const {
+KText KPlannedServices::WhyUnknown(const std::string& name) const {
     if (const std::string why = KSYS::WhyNotAServiceName(name); !why.empty()) {
-        return "\"" + name + "\" cannot be the name of a service: " + why;
+        return Text("\"%s\" cannot be the name of a service: %s", name, why);
     }
     if (commandRan || !FindUnit(name).empty()) {
         return "";
@@ -94,29 +94,32 @@ std::string KPlannedServices::WhyUnknown(const std::string& name) const {
     return "there is no service " + name + " by then";
 }
 
-std::string KPlannedServices::Install(
+KText KPlannedServices::Install(
     const std::string& name,
     const std::string& displayName,
     const std::string& program,
     const std::string& arguments
 ) {
     if (const std::string why = KSYS::WhyNotAServiceName(name); !why.empty()) {
-        return "\"" + name + "\" cannot be the name of a service: " + why;
+        return Text("\"%s\" cannot be the name of a service: %s", name, why);
     }
     const std::string found = FindUnit(name);
     const std::string link = "/etc/" + name + "/" + name;
     if (program.empty() && !found.empty()) {
-        return tree.Find(found).target == "/dev/null" ? found + ": the unit is masked" : "";
+        return tree.Find(found).target == "/dev/null" ? Text("%s: the unit is masked", found) : "";
     }
     if (program.empty() && !tree.Exists(link) && !commandRan) {
-        return "no program is given for " + name +
-               ", and there is neither a unit file nor the link " + link;
+        return Text(
+            "no program is given for %s, and there is neither a unit file nor the link %s",
+            name,
+            link
+        );
     }
     if (!found.empty() && !IsOurs(name)) {
-        return "there is a unit file that is not ours, and it stays as it is: " + found;
+        return Text("there is a unit file that is not ours, and it stays as it is: %s", found);
     }
     const std::string& chosen = program.empty() ? link : program;
-    if (std::string why = WhyNotAUnit(displayName, chosen, arguments); !why.empty()) {
+    if (KText why = WhyNotAUnit(displayName, chosen, arguments); !why.empty()) {
         return why;
     }
     if (found.empty()) {
@@ -132,30 +135,30 @@ std::string KPlannedServices::Install(
 }
 
 /// A service that runs already is left as it is, whatever became of its program.
-std::string KPlannedServices::WhyProgramCannotRun(const std::string& name) const {
+KText KPlannedServices::WhyProgramCannotRun(const std::string& name) const {
     const auto program = programs.find(name);
     if (program == programs.end() || !atRest.contains(name) || commandRan ||
         fate == KServiceFate::Offline) {
         return "";
     }
     const KPlannedEntry entry = tree.FindTarget(program->second);
-    const std::string what = "the program of " + name + ", " + program->second;
+    const KText what = Text("the program of %s, %s", name, program->second);
     constexpr unsigned executable = 0111;
-    return entry.kind == KEntryKind::Nothing ? what + ", is missing by then"
-           : entry.kind != KEntryKind::File  ? what + ", is no file"
-           : (entry.mode & executable) == 0  ? what + ", is not executable"
+    return entry.kind == KEntryKind::Nothing ? Text("%s, is missing by then", what)
+           : entry.kind != KEntryKind::File  ? Text("%s, is no file", what)
+           : (entry.mode & executable) == 0  ? Text("%s, is not executable", what)
                                              : "";
 }
 
-std::string KPlannedServices::Start(const std::string& name) {
-    std::string why = WhyUnknown(name);
+KText KPlannedServices::Start(const std::string& name) {
+    KText why = WhyUnknown(name);
     why = why.empty() ? WhyProgramCannotRun(name) : why;
     atRest.erase(name);
     return why;
 }
 
-std::string KPlannedServices::Stop(const std::string& name) {
-    std::string why = WhyUnknown(name);
+KText KPlannedServices::Stop(const std::string& name) {
+    KText why = WhyUnknown(name);
     if (why.empty()) {
         atRest.insert(name);
     }
@@ -173,7 +176,7 @@ void KPlannedServices::Remove(const std::string& name) {
     atRest.insert(name);
 }
 
-std::string WhyNotAUnit(
+KText WhyNotAUnit(
     const std::string& displayName, const std::string& program, const std::string& arguments
 ) {
     try {

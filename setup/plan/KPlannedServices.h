@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/plan/KPlannedTree.h>
+#include <setup/text/KText.h>
 
 #include <map>
 #include <set>
@@ -22,14 +23,14 @@ class KPlannedServices {
   public:
     KPlannedServices(KPlannedTree& plannedTree, KServiceFate servicesFate);
 
-    std::string Install(
+    KText Install(
         const std::string& name,
         const std::string& displayName,
         const std::string& program,
         const std::string& arguments
     );
-    std::string Start(const std::string& name);
-    std::string Stop(const std::string& name);
+    KText Start(const std::string& name);
+    KText Stop(const std::string& name);
     /// Never fails: a removal goes on.
     void Remove(const std::string& name);
     /// A command ran: what it made, or made executable, is not known.
@@ -38,8 +39,8 @@ class KPlannedServices {
   private:
     std::string FindUnit(const std::string& name) const;
     bool IsOurs(const std::string& name) const;
-    std::string WhyUnknown(const std::string& name) const;
-    std::string WhyProgramCannotRun(const std::string& name) const;
+    KText WhyUnknown(const std::string& name) const;
+    KText WhyProgramCannotRun(const std::string& name) const;
 
     KPlannedTree& tree;
     KServiceFate fate;
@@ -49,7 +50,7 @@ class KPlannedServices {
 };
 
 /// Why no unit file can be made of these: what systemd would refuse to read. Empty when one can.
-std::string WhyNotAUnit(
+KText WhyNotAUnit(
     const std::string& displayName, const std::string& program, const std::string& arguments
 );
 

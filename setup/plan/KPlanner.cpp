@@ -45,19 +45,25 @@ KPlannedAction ActionOf(Kind kind, const std::string& path, const std::string& s
     return action;
 }
 
-std::string WhyNoPlace(const KPlannedPlace& place, const std::string& path) {
+KPlannedAction KeepOf(const std::string& path, const KText& why) {
+    KPlannedAction action = ActionOf(KPlannedAction::Kind::KeepFile, path, why.English());
+    action.whyKept = why;
+    return action;
+}
+
+KText WhyNoPlace(const KPlannedPlace& place, const std::string& path) {
     const std::string directory = ParentPath(NormalPath(path));
     switch (place.problem) {
     case KPathProblem::None:
         return "";
     case KPathProblem::Missing:
-        return "there is no directory " + directory;
+        return Text("there is no directory %s", directory);
     case KPathProblem::NoDirectory:
-        return directory + " is no directory";
+        return Text("%s is no directory", directory);
     case KPathProblem::Link:
-        return "a symbolic link on the way is not followed: " + path;
+        return Text("a symbolic link on the way is not followed: %s", path);
     case KPathProblem::TooLong:
-        return "a name or a path is too long: " + path;
+        return Text("a name or a path is too long: %s", path);
     }
     return "";
 }
@@ -66,11 +72,9 @@ std::vector<KPlannedAction> KPlanner::Plan(const KScriptRule& rule) {
     actions.clear();
     if (const std::string* path = FindEndlessPath(rule)) {
         // Never looked at: each step of its way would be remembered, which is more than memory holds.
-        actions.push_back(
-            ActionOf(Kind::KeepFile, path->substr(0, bytesShown) + "…", "it is too long")
-        );
+        actions.push_back(KeepOf(path->substr(0, bytesShown) + "…", Text("it is too long")));
         actions.back().obstacle =
-            "a path of " + std::to_string(path->size()) + " bytes is longer than any can be";
+            Text("a path of %s bytes is longer than any can be", path->size());
         return std::move(actions);
     }
     if (rule.own != nullptr) {
@@ -109,7 +113,7 @@ void KPlanner::NoteChange(const std::string& path, const KPlannedEntry& former) 
     }
 }
 
-std::string KPlanner::WhyNoPlace(const std::string& path, KPlannedTree::Last last) const {
+KText KPlanner::WhyNoPlace(const std::string& path, KPlannedTree::Last last) const {
     return KSETUP::WhyNoPlace(tree.Resolve(path, last, KPlannedTree::Links::Trusted), path);
 }
 
@@ -134,7 +138,7 @@ void KPlanner::PlanService(KRuleOperation operation, const Fields& fields) {
     const bool isWhole = fields.size() == 5;
     const bool comesUp = operation == KRuleOperation::Install || operation == KRuleOperation::Start;
     if (comesUp && StaysMasked(name)) {
-        actions.push_back(ActionOf(Kind::KeepFile, UnitPaths(name).front(), "it is masked"));
+        actions.push_back(KeepOf(UnitPaths(name).front(), Text("it is masked")));
         return;
     }
     if (operation == KRuleOperation::Install) {

@@ -7,6 +7,7 @@
 #include <setup/plan/KPlannedTree.h>
 #include <setup/plan/PlanOwnRules.h>
 #include <setup/script/KSetupRuleLine.h>
+#include <setup/text/KText.h>
 
 #include <string>
 #include <utility>
@@ -78,7 +79,7 @@ class KPlanner {
     void CreateUser(const KSetupRuleLine& line);
     bool StaysMasked(const std::string& service) const;
     /// Why nothing can be made at the path, nor deleted: the way to it. Empty when it can.
-    std::string WhyNoPlace(const std::string& path, KPlannedTree::Last last) const;
+    KText WhyNoPlace(const std::string& path, KPlannedTree::Last last) const;
 
     KPlannedTree& tree;
     const KChangePolicy& policy;
@@ -92,8 +93,10 @@ class KPlanner {
 /// An action of a kind, at a path.
 KPlannedAction
 ActionOf(KPlannedAction::Kind kind, const std::string& path, const std::string& source = {});
+/// A file that stays, and why.
+KPlannedAction KeepOf(const std::string& path, const KText& why);
 
 /// What is wrong with the place that a path leads to, in words; empty for nothing.
-std::string WhyNoPlace(const KPlannedPlace& place, const std::string& path);
+KText WhyNoPlace(const KPlannedPlace& place, const std::string& path);
 
 } // namespace KSETUP

@@ -4,19 +4,22 @@
 
 namespace KSETUP {
 
-std::string DescribeLoadProblems(const std::string& scriptPath, const KPlan& plan) {
+KText DescribeLoadProblems(const std::string& scriptPath, const KPlan& plan) {
     const auto place = [&](const KScriptLine& line) {
         return Printable(scriptPath) + ":" + std::to_string(line.number) + ": ";
     };
     if (!plan.GetCycles().empty()) {
         const KScriptCycle& cycle = plan.GetCycles().front();
-        return place(cycle.line) +
-               "a section includes itself, and a run would load it without end: " +
-               Printable(ToWords(cycle)) + ". Take one of these \"section\" lines out.";
+        return Text(
+            "%sa section includes itself, and a run would load it without end: %s. Take one of "
+            "these \"section\" lines out.",
+            place(cycle.line),
+            Printable(ToWords(cycle))
+        );
     }
-    std::string all;
+    KText all;
     for (const KPlannedRule& planned : plan.GetRules()) {
-        if (const std::string& why = planned.rule.problem; !why.empty()) {
+        if (const KText& why = planned.rule.problem; !why.empty()) {
             all += (all.empty() ? "" : "\n") + place(planned.rule.line) + Printable(why);
         }
     }

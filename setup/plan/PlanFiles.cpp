@@ -19,18 +19,21 @@ using Kind = KPlannedAction::Kind;
 using Fields = std::vector<std::string>;
 using KINS::KRuleOperation;
 
-constexpr const char* keptForeign = "it is not the product's";
-constexpr const char* keptEdited = "it was edited";
-constexpr const char* keptWithNew = "it was edited; the kit's is put beside it";
+constexpr const char* keptForeign = TextFormat("it is not the product's");
+constexpr const char* keptEdited = TextFormat("it was edited");
+constexpr const char* keptWithNew = TextFormat("it was edited; the kit's is put beside it");
 
 /// "PATH is missing", or why that is not known.
-std::string WhyNothing(const std::string& path) {
+KText WhyNothing(const std::string& path) {
     struct stat status {};
     const unsigned failed = KSYS::ReadStatus(path, KSYS::LastLink::Follow, status);
     return failed == 0 || failed == ENOENT || failed == ENOTDIR
-               ? path + " is missing"
-               : path + " cannot be looked at: " +
-                     std::generic_category().message(static_cast<int>(failed));
+               ? Text("%s is missing", path)
+               : Text(
+                     "%s cannot be looked at: %s",
+                     path,
+                     std::generic_category().message(static_cast<int>(failed))
+                 );
 }
 
 bool NamesDirectory(const std::string& path) {
@@ -105,8 +108,8 @@ bool KPlanner::Keeps(const KPlannedAction& copy) {
         return false;
     }
     const bool isOffered = decided == KChangePolicy::Copy::Offer;
-    actions.push_back(ActionOf(
-        Kind::KeepFile, copy.path, isOffered ? keptWithNew : "it was edited; the kit's is no newer"
+    actions.push_back(KeepOf(
+        copy.path, isOffered ? Text(keptWithNew) : Text("it was edited; the kit's is no newer")
     ));
     if (isOffered) {
         KPlannedAction beside = copy;
@@ -150,12 +153,12 @@ void KPlanner::Copy(
     }
     action.replaces = former != KEntryKind::Nothing;
     if (action.lacks) {
-        action.obstacle =
-            found.kind == KEntryKind::Nothing ? WhyNothing(source) : source + " is no regular file";
+        action.obstacle = found.kind == KEntryKind::Nothing ? WhyNothing(source)
+                                                            : Text("%s is no regular file", source);
     } else if (former == KEntryKind::Directory || NamesDirectory(target)) {
-        action.obstacle = target + " is a directory";
+        action.obstacle = Text("%s is a directory", target);
     } else if (former == KEntryKind::Other) {
-        action.obstacle = target + " is no regular file";
+        action.obstacle = Text("%s is no regular file", target);
     } else {
         action.obstacle = KSETUP::WhyNoPlace(place, target);
     }
@@ -181,15 +184,13 @@ void KPlanner::Delete(const std::string& path, KChangePolicy::Named named) {
     action.lacks = found.kind == KEntryKind::Nothing || found.kind == KEntryKind::Directory;
     if (found.kind == KEntryKind::Directory || NamesDirectory(path)) {
         action.lacks = true;
-        action.obstacle = path + " is a directory";
+        action.obstacle = Text("%s is a directory", path);
     } else if (place.problem != KPathProblem::Missing) {
         action.obstacle = KSETUP::WhyNoPlace(place, path);
     }
     if (!action.lacks && !WasMadeByPlan(path)) {
         if (!policy.MayDelete(path, named)) {
-            actions.push_back(
-                ActionOf(Kind::KeepFile, path, policy.IsEdited(path) ? keptEdited : keptForeign)
-            );
+            actions.push_back(KeepOf(path, Text(policy.IsEdited(path) ? keptEdited : keptForeign)));
             return;
         }
         action.conflict = policy.WhyNotDelete(path);
@@ -203,7 +204,7 @@ void KPlanner::Delete(const std::string& path, KChangePolicy::Named named) {
 
 void KPlanner::DeleteIfPossible(const std::string& path, KChangePolicy::Named named) {
     Delete(path, named);
-    actions.back().obstacle.clear();
+    actions.back().obstacle = {};
 }
 
 void KPlanner::Link(const std::string& target, const std::string& path) {
@@ -215,11 +216,11 @@ void KPlanner::Link(const std::string& target, const std::string& path) {
     }
     action.replaces = former.kind != KEntryKind::Nothing;
     if (action.replaces && former.kind != KEntryKind::Link) {
-        action.obstacle = path + " is no link, and a link replaces nothing else";
+        action.obstacle = Text("%s is no link, and a link replaces nothing else", path);
     } else if (target.size() >= PATH_MAX) {
-        action.obstacle = "a link cannot lead to so long a path: " + target;
+        action.obstacle = Text("a link cannot lead to so long a path: %s", target);
     } else if (NamesDirectory(path)) {
-        action.obstacle = path + " names a directory";
+        action.obstacle = Text("%s names a directory", path);
     } else {
         action.obstacle = WhyNoPlace(path, KPlannedTree::Last::Keep);
     }

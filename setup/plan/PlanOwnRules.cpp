@@ -62,32 +62,32 @@ KPlannedAction KOwnRules::SetMode(const KSetupRuleLine& line) {
     return action;
 }
 
-std::string KOwnRules::WhyNoMode(const KSetupRuleLine& line, const KPlannedPlace& place) const {
+KText KOwnRules::WhyNoMode(const KSetupRuleLine& line, const KPlannedPlace& place) const {
     const std::string& path = line.Get(KSetupField::Path);
     switch (tree.Find(place.path).kind) {
     case KEntryKind::Nothing:
-        return path + " is missing";
+        return Text("%s is missing", path);
     case KEntryKind::Link:
-        return path + " is a link, which has no mode";
+        return Text("%s is a link, which has no mode", path);
     case KEntryKind::Other:
-        return path + " is neither a file nor a directory";
+        return Text("%s is neither a file nor a directory", path);
     case KEntryKind::File:
     case KEntryKind::Directory:
         break;
     }
     return place.problem == KPathProblem::None
                ? WhyNoOwner(line)
-               : "a symbolic link on the way is not followed: " + path;
+               : Text("a symbolic link on the way is not followed: %s", path);
 }
 
-std::string KOwnRules::WhyNoOwner(const KSetupRuleLine& line) const {
+KText KOwnRules::WhyNoOwner(const KSetupRuleLine& line) const {
     const std::string& user = line.Get(KSetupField::Owner);
     const std::string& group = line.Get(KSetupField::Group);
     if (!user.empty() && !users.contains(user) && !FindUser(user)) {
-        return "there is no user " + user;
+        return Text("there is no user %s", user);
     }
     if (!group.empty() && !users.contains(group) && !FindGroup(group)) {
-        return "there is no group " + group;
+        return Text("there is no group %s", group);
     }
     return "";
 }
@@ -101,7 +101,7 @@ KPlannedAction KOwnRules::CreateUser(const KSetupRuleLine& line) {
     const KPlannedEntry former = tree.Find(usersFile);
     action.replaces = former.kind != KEntryKind::Nothing;
     if (action.replaces && former.kind != KEntryKind::File) {
-        action.obstacle = usersFile + " is no regular file";
+        action.obstacle = Text("%s is no regular file", usersFile);
         return action;
     }
     KPlannedEntry entry;

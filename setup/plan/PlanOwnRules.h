@@ -5,6 +5,7 @@
 #include <setup/plan/KPlan.h>
 #include <setup/plan/KPlannedTree.h>
 #include <setup/script/KSetupRuleLine.h>
+#include <setup/text/KText.h>
 
 #include <set>
 #include <string>
@@ -26,8 +27,8 @@ class KOwnRules {
   private:
     KPlannedAction SetMode(const KSetupRuleLine& line);
     KPlannedAction CreateUser(const KSetupRuleLine& line);
-    std::string WhyNoMode(const KSetupRuleLine& line, const KPlannedPlace& place) const;
-    std::string WhyNoOwner(const KSetupRuleLine& line) const;
+    KText WhyNoMode(const KSetupRuleLine& line, const KPlannedPlace& place) const;
+    KText WhyNoOwner(const KSetupRuleLine& line) const;
 
     KPlannedTree& tree;
     std::string usersFile;

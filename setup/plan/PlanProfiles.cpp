@@ -16,19 +16,19 @@ using Fields = std::vector<std::string>;
 using KINS::KRuleOperation;
 
 /// What the engine's profiles refuse to write, because it would not read back.
-std::string WhyNotAnOption(const KPlannedTree::Option& option) {
+KText WhyNotAnOption(const KPlannedTree::Option& option) {
     const std::string_view key = Trimmed(option.key);
     const auto isControl = [](char byte) {
         return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7F;
     };
     const std::string all = option.section + option.key + option.value;
     if (std::any_of(all.begin(), all.end(), isControl)) {
-        return "a profile holds no control characters, as tabs";
+        return Text("a profile holds no control characters, as tabs");
     }
     const bool looksOtherwise = key.starts_with("\xEF\xBB\xBF") || key.starts_with('[') ||
                                 key.starts_with(';') || key.starts_with('#') ||
                                 key.find('=') != std::string_view::npos;
-    return looksOtherwise ? "a profile holds no key such as " + option.key : "";
+    return looksOtherwise ? Text("a profile holds no key such as %s", option.key) : "";
 }
 
 } // namespace
@@ -55,8 +55,8 @@ void KPlanner::Create(const std::string& profile) {
     const KPlannedEntry standing = tree.Find(place.path);
     const KEntryKind former = standing.kind;
     NoteChange(profile, standing);
-    action.obstacle = former == KEntryKind::Directory ? profile + " is a directory"
-                      : former == KEntryKind::Other   ? profile + " is no regular file"
+    action.obstacle = former == KEntryKind::Directory ? Text("%s is a directory", profile)
+                      : former == KEntryKind::Other   ? Text("%s is no regular file", profile)
                                                       : KSETUP::WhyNoPlace(place, profile);
     if (action.replaces && !WasMadeByPlan(profile)) {
         action.conflict = policy.WhyNotReplace(profile);
@@ -82,8 +82,8 @@ void KPlanner::Put(const std::string& profile, const KPlannedTree::Option& optio
     const KEntryKind former = standing.kind;
     NoteChange(profile, standing);
     action.replaces = former != KEntryKind::Nothing;
-    action.obstacle = former == KEntryKind::Directory ? profile + " is a directory"
-                      : former == KEntryKind::Other   ? profile + " is no regular file"
+    action.obstacle = former == KEntryKind::Directory ? Text("%s is a directory", profile)
+                      : former == KEntryKind::Other   ? Text("%s is no regular file", profile)
                                                       : KSETUP::WhyNoPlace(place, profile);
     if (action.obstacle.empty()) {
         action.obstacle = WhyNotAnOption(option);
@@ -105,11 +105,10 @@ void KPlanner::RemoveListed(
     const KPlannedPlace place =
         tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
     const KEntryKind kind = tree.Find(place.path).kind;
-    const std::string why = kind == KEntryKind::Directory ? profile + " is a directory"
-                            : kind == KEntryKind::Other   ? profile + " is no regular file"
-                            : place.problem != KPathProblem::Missing
-                                ? KSETUP::WhyNoPlace(place, profile)
-                                : "";
+    const KText why = kind == KEntryKind::Directory ? Text("%s is a directory", profile)
+                      : kind == KEntryKind::Other   ? Text("%s is no regular file", profile)
+                      : place.problem != KPathProblem::Missing ? KSETUP::WhyNoPlace(place, profile)
+                                                               : "";
     if (!why.empty()) {
         actions.push_back(ActionOf(Kind::RemoveOption, profile, "[" + section + "]"));
         actions.back().obstacle = why;
@@ -118,8 +117,8 @@ void KPlanner::RemoveListed(
     const std::vector<KPlannedTree::Option> all = tree.ReadOptions(profile, section);
     for (const KPlannedTree::Option& option : all) {
         if (option.value.find(text) != std::string::npos) {
-            if (std::string kept = policy.WhyNotDeleteListed(option.value); !kept.empty()) {
-                actions.push_back(ActionOf(Kind::KeepFile, option.value, kept));
+            if (KText kept = policy.WhyNotDeleteListed(option.value); !kept.empty()) {
+                actions.push_back(KeepOf(option.value, kept));
                 continue;
             }
             DeleteIfPossible(option.value, KChangePolicy::Named::ByScript);

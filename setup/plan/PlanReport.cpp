@@ -11,90 +11,162 @@ namespace {
 
 using Kind = KPlannedAction::Kind;
 
-std::string DescribeMode(const KPlannedAction& action) {
-    return "set mode " + ModeText(action.mode) +
-           (action.source.empty() ? "" : " and owner " + Printable(action.source)) + " of " +
-           Printable(action.path);
+using Form = const char*;
+
+/// What is said of an action on `path`, where nothing else belongs to it.
+Form FormOf(const KPlannedAction& action) {
+    switch (action.kind) {
+    case Kind::CreateDirectory:
+        return TextFormat("create directory %s");
+    case Kind::DeleteDirectory:
+        return TextFormat("delete directory %s");
+    case Kind::DeleteFile:
+        return TextFormat("delete file %s");
+    case Kind::CreateProfile:
+        return action.replaces ? TextFormat("empty profile %s") : TextFormat("create profile %s");
+    case Kind::StartCommand:
+        return TextFormat("start command %s");
+    case Kind::RunCommand:
+        return TextFormat("run command %s");
+    case Kind::StopProgram:
+        return TextFormat("stop program %s");
+    case Kind::InstallService:
+        return TextFormat("install service %s");
+    case Kind::RemoveService:
+        return TextFormat("remove service %s");
+    case Kind::StartService:
+        return TextFormat("start service %s");
+    case Kind::StopService:
+        return TextFormat("stop service %s");
+    default:
+        return "%s";
+    }
 }
 
-std::string ActionText(const KPlannedAction& action) {
+KText DescribeMode(const KPlannedAction& action) {
     const std::string path = Printable(action.path);
-    const std::string source = Printable(action.source);
+    return action.source.empty() ? Text("set mode %s of %s", ModeText(action.mode), path)
+                                 : Text(
+                                       "set mode %s and owner %s of %s",
+                                       ModeText(action.mode),
+                                       Printable(action.source),
+                                       path
+                                   );
+}
+
+KText DescribeCopy(const KPlannedAction& action) {
+    return Text(
+        action.replacesLink ? TextFormat("overwrite link %s (%s) from %s")
+        : action.replaces   ? TextFormat("overwrite file %s (%s) from %s")
+                            : TextFormat("create file %s (%s) from %s"),
+        Printable(action.path),
+        BytesInWords(action.bytes),
+        Printable(action.source)
+    );
+}
+
+KText ActionText(const KPlannedAction& action) {
+    const std::string path = Printable(action.path);
+    const KText source = Printable(action.source);
     switch (action.kind) {
     case Kind::CopyFile:
-        return (action.replacesLink ? "overwrite link "
-                : action.replaces   ? "overwrite file "
-                                    : "create file ") +
-               path + " (" + BytesInWords(action.bytes) + ") from " + source;
+        return DescribeCopy(action);
     case Kind::KeepFile:
-        return "keep file " + path + " (" + source + ")";
+        return Text("keep file %s (%s)", path, Printable(action.whyKept));
     case Kind::MakeLink:
-        return (action.replaces ? "overwrite link " : "create link ") + path + " to " + source;
-    case Kind::CreateProfile:
-        return (action.replaces ? "empty profile " : "create profile ") + path;
+        return Text(
+            action.replaces ? TextFormat("overwrite link %s to %s")
+                            : TextFormat("create link %s to %s"),
+            path,
+            source
+        );
     case Kind::PutOption:
-        return (action.replaces ? "put into " : "create and put into ") + path + ": " + source;
+        return Text(
+            action.replaces ? TextFormat("put into %s: %s")
+                            : TextFormat("create and put into %s: %s"),
+            path,
+            source
+        );
     case Kind::RemoveOption:
-        return "remove from " + path + ": " + source;
+        return Text("remove from %s: %s", path, source);
     case Kind::SetMode:
         return DescribeMode(action);
     case Kind::CreateUser:
-        return "create user " + source + " by " + path;
+        return Text("create user %s by %s", source, path);
     case Kind::InstallService:
-        return "install service " + path + (source.empty() ? "" : ", which runs " + source);
-    case Kind::DeleteFile:
-    case Kind::DeleteDirectory: {
-        const char* reason = action.kind == Kind::DeleteDirectory
-                                 ? " (stays: not empty, or not there)"
-                                 : " (not there)";
-        return ActionWord(action.kind) + (" " + path) +
-               (action.lacks && action.obstacle.empty() ? reason : "");
+        return source.empty() ? Text(FormOf(action), path)
+                              : Text("install service %s, which runs %s", path, source);
+    default: {
+        const KText text = Text(FormOf(action), path);
+        if (!action.lacks || !action.obstacle.empty()) {
+            return text;
+        }
+        return action.kind == Kind::DeleteDirectory
+                   ? text + " " + Text("(stays: not empty, or not there)")
+               : action.kind == Kind::DeleteFile ? text + " " + Text("(not there)")
+                                                 : text;
     }
-    default:
-        return ActionWord(action.kind) + (" " + path);
     }
 }
 
-void AppendAction(std::string& text, const KPlannedAction& action) {
-    text += "    " + ActionText(action) + "\n";
+/// Below a rule.
+KText Line(const KText& text) {
+    return "    " + text + "\n";
+}
+
+void AppendAction(KText& text, const KPlannedAction& action) {
+    text += Line(ActionText(action));
     if (!action.obstacle.empty()) {
-        text += "    the run would end here: " + Printable(action.obstacle) + "\n";
+        text += Line(Text("the run would end here: %s", Printable(action.obstacle)));
     }
     if (!action.conflict.empty()) {
-        text += "    the run would be refused: " + Printable(action.conflict) + "\n";
+        text += Line(Text("the run would be refused: %s", Printable(action.conflict)));
     }
 }
 
-void AppendRule(std::string& text, const std::string& script, const KPlannedRule& planned) {
+void AppendRule(KText& text, const std::string& script, const KPlannedRule& planned) {
     const KScriptLine& line = planned.rule.line;
     text += script + ":" + std::to_string(line.number) + ": " +
             Printable(MaskedLine(line.type, line.value)) + "\n";
     if (planned.actions.empty()) {
-        text += "    nothing\n";
+        text += Line(Text("nothing"));
     }
     for (const KPlannedAction& action : planned.actions) {
         AppendAction(text, action);
     }
 }
 
-void AppendTotals(std::string& text, const KPlanTotals& totals) {
-    text += "Files and links: " + std::to_string(totals.created) + " created, " +
-            std::to_string(totals.overwritten) + " overwritten, " + std::to_string(totals.deleted) +
-            " deleted" + (totals.kept != 0 ? ", " + std::to_string(totals.kept) + " kept" : "") +
-            ". Directories: " + std::to_string(totals.directoriesCreated) + " created, " +
-            std::to_string(totals.directoriesDeleted) + " deleted. " +
-            Counted(totals.services, "service action", "service actions") + ", " +
-            Counted(totals.commands, "command", "commands") + ".\n";
+void AppendTotals(KText& text, const KPlanTotals& totals) {
+    text += Text(
+        "Files and links: %s created, %s overwritten, %s deleted",
+        totals.created,
+        totals.overwritten,
+        totals.deleted
+    );
+    text += totals.kept != 0 ? Text(", %s kept", totals.kept) : "";
+    text += ". " + Text(
+                       "Directories: %s created, %s deleted. %s, %s.",
+                       totals.directoriesCreated,
+                       totals.directoriesDeleted,
+                       Counted(totals.services, "%s service action", "%s service actions"),
+                       Counted(totals.commands, "%s command", "%s commands")
+                   );
+    text += "\n";
 }
 
-void AppendSpace(std::string& text, const KPlan::Space& space) {
-    text += "File system of " + Printable(space.directory) + ": " + BytesInWords(space.needed) +
-            " needed and " + BytesInWords(KPlan::Space::spareBytes) + " to spare, " +
-            BytesInWords(space.available) + " free; " +
-            Counted(space.filesNeeded, "file", "files") + " needed and " +
-            std::to_string(KPlan::Space::spareFiles) + " to spare, " +
-            (space.filesAreUnlimited ? "unlimited" : std::to_string(space.filesAvailable)) +
-            " free" + (space.HasRoom() ? ".\n" : ". That is not enough.\n");
+void AppendSpace(KText& text, const KPlan::Space& space) {
+    text += Text(
+        "File system of %s: %s needed and %s to spare, %s free; %s needed and %s to spare, %s "
+        "free.",
+        Printable(space.directory),
+        BytesInWords(space.needed),
+        BytesInWords(KPlan::Space::spareBytes),
+        BytesInWords(space.available),
+        Counted(space.filesNeeded, "%s file", "%s files"),
+        KPlan::Space::spareFiles,
+        space.filesAreUnlimited ? Text("unlimited") : KText(space.filesAvailable)
+    );
+    text += (space.HasRoom() ? "" : " " + Text("That is not enough.")) + "\n";
 }
 
 void Count(const KPlannedAction& action, KPlanTotals& totals) {
@@ -151,13 +223,19 @@ KPlanTotals CountTotals(const KPlan& plan) {
     return totals;
 }
 
-std::string ToText(const KPlanReport& report) {
+KText ToText(const KPlanReport& report) {
     const KPlanTotals totals = CountTotals(*report.plan);
-    std::string text = (report.installs ? "Installing " : "Removing ") + Printable(report.product) +
-                       " " + Printable(report.version) + " (build " +
-                       std::to_string(report.buildNumber) + ")" +
-                       (report.installs ? " in " : " from ") + Printable(report.path) +
-                       " would do this. Nothing is done now.\n\n";
+    KText text = Text(
+        report.installs ? TextFormat("Installing %s %s (build %s) in %s would do this. Nothing is "
+                                     "done now.")
+                        : TextFormat("Removing %s %s (build %s) from %s would do this. Nothing is "
+                                     "done now."),
+        Printable(report.product),
+        Printable(report.version),
+        report.buildNumber,
+        Printable(report.path)
+    );
+    text += "\n\n";
     const std::string script = Printable(std::filesystem::path(report.script).filename().string());
     for (const KPlannedRule& planned : report.plan->GetRules()) {
         if (planned.rule.type != KINS::KRuleType::Section) {
@@ -165,8 +243,9 @@ std::string ToText(const KPlanReport& report) {
         }
     }
     if (!report.plan->GetCleanup().empty()) {
-        text += report.installs ? "what this version does not have any more:\n"
-                                : "what no rule deletes:\n";
+        text += report.installs ? Text("what this version does not have any more:")
+                                : Text("what no rule deletes:");
+        text += "\n";
     }
     for (const KPlannedAction& action : report.plan->GetCleanup()) {
         AppendAction(text, action);
@@ -176,20 +255,27 @@ std::string ToText(const KPlanReport& report) {
     for (const KPlan::Space& space : report.space) {
         AppendSpace(text, space);
     }
-    for (const std::string& note : report.notes) {
+    for (const KText& note : report.notes) {
         text += Printable(note) + "\n";
     }
     if (!report.refusal.empty()) {
-        text += "The run would be refused: " + Printable(report.refusal) + ".\n";
+        text += Text("The run would be refused: %s.", Printable(report.refusal)) + "\n";
     }
     if (!report.recordObstacle.empty()) {
-        text += "The run would end when it writes the record: " + Printable(report.recordObstacle) +
-                ".\n";
+        text += Text(
+            "The run would end when it writes the record: %s.", Printable(report.recordObstacle)
+        );
+        text += "\n";
     }
     if (totals.obstacles != 0) {
-        text += "The run would end at the first of " +
-                Counted(totals.obstacles, "place", "places") +
-                " that cannot be done; look for \"would end here\".\n";
+        text += Counted(
+            totals.obstacles,
+            "The run would end at the first of %s place that cannot be done; look for \"would end "
+            "here\".",
+            "The run would end at the first of %s places that cannot be done; look for \"would end "
+            "here\"."
+        );
+        text += "\n";
     }
     return text;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/plan/KPlan.h>
+#include <setup/text/KText.h>
 
 #include <string>
 #include <vector>
@@ -18,11 +19,11 @@ struct KPlanReport {
     std::string script;
     const KPlan* plan = nullptr;
     std::vector<KPlan::Space> space;
-    std::vector<std::string> notes; ///< further sentences for the reader
+    std::vector<KText> notes; ///< further sentences for the reader
     /// Why the run would be refused before its first rule; empty when it would not be.
-    std::string refusal;
+    KText refusal;
     /// Why the run would end when it writes the record, after its last rule; empty when not.
-    std::string recordObstacle;
+    KText recordObstacle;
     /// Whether an install would find this kit installed, with everything as it was left, and do
     /// nothing. Also false where that cannot be known.
     bool isUpToDate = false;
@@ -44,7 +45,7 @@ struct KPlanTotals {
 KPlanTotals CountTotals(const KPlan& plan);
 
 /// For people: each rule with its line in the script, under it what it would do, then the sums.
-std::string ToText(const KPlanReport& report);
+KText ToText(const KPlanReport& report);
 /// One object in one line, with "schema": 1. Bytes that are no UTF-8 become U+FFFD.
 std::string ToJson(const KPlanReport& report, int exitCode);
 

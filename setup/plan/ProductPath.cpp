@@ -24,22 +24,23 @@ std::string WithoutEndSeparator(std::string path) {
 
 } // namespace
 
-std::string WhyNotAProductPath(const std::string& path, const std::string& service) {
+KText WhyNotAProductPath(const std::string& path, const std::string& service) {
     if (path.empty()) {
-        return "it is empty";
+        return Text("it is empty");
     }
     if (path.size() >= PATH_MAX) { // first: it would be looked at step by step
-        return "it is longer than a path can be";
+        return Text("it is longer than a path can be");
     }
     if (path.front() != '/') {
-        return "it does not begin with \"/\"";
+        return Text("it does not begin with \"/\"");
     }
     const auto cannotStandInARule = [](char byte) {
         return byte == ',' || byte == '$' || static_cast<unsigned char>(byte) < 0x20 ||
                byte == 0x7F;
     };
     if (std::any_of(path.begin(), path.end(), cannotStandInARule)) {
-        return "it has a comma, a dollar sign or a control character, which rules cannot hold";
+        return Text("it has a comma, a dollar sign or a control character, which rules cannot hold"
+        );
     }
     // Both as it is written and where it leads to: a link or ".." must not get around the list.
     const std::filesystem::path written = std::filesystem::path(path).lexically_normal();
@@ -47,7 +48,7 @@ std::string WhyNotAProductPath(const std::string& path, const std::string& servi
     const std::filesystem::path real = std::filesystem::weakly_canonical(path, unreadable);
     if (IsSystemDirectory(WithoutEndSeparator(written.string()), service) ||
         (!unreadable && IsSystemDirectory(WithoutEndSeparator(real.string()), service))) {
-        return "it is a directory of the system";
+        return Text("it is a directory of the system");
     }
     return {};
 }
@@ -63,23 +64,29 @@ std::string ChooseProductPath(
     const std::string path = !given.empty() ? given
                              : installed    ? recorded
                                             : macros.ProposePath(script);
-    if (const std::string why = WhyNotAProductPath(path, macros.Expand("$serviceName$"));
-        !why.empty()) {
+    if (const KText why = WhyNotAProductPath(path, macros.Expand("$serviceName$")); !why.empty()) {
         throw KSetupFailure(
             given.empty() ? ExitCode::malformedScript : ExitCode::usage,
-            "The product path \"" + path.substr(0, PATH_MAX) + "\" cannot be used: " + why +
-                (!given.empty() ? ". Give a directory of the product's own."
-                 : installed    ? ". The record of the installed product is wrong; look at "
-                                  "/etc/SERVICE/SERVICE."
-                                : ". Give a directory of the product's own, or fix "
-                                  "\"defaultPath.$os$\" in the script.")
+            Text(
+                "The product path \"%s\" cannot be used: %s%s",
+                path.substr(0, PATH_MAX),
+                why,
+                (!given.empty() ? Text(". Give a directory of the product's own.")
+                 : installed    ? Text(". The record of the installed product is wrong; look at "
+                                       "/etc/SERVICE/SERVICE.")
+                                : Text(". Give a directory of the product's own, or fix "
+                                       "\"defaultPath.$os$\" in the script."))
+            )
         );
     }
     if (installed && WithoutEndSeparator(path) != WithoutEndSeparator(recorded)) {
         throw KSetupFailure(
             ExitCode::usage,
-            std::string(KSetupKit::GetProductName().c_str()) + " is installed in " + recorded +
-                ". Leave the path out to install over it, or remove it first."
+            Text(
+                "%s is installed in %s. Leave the path out to install over it, or remove it first.",
+                KSetupKit::GetProductName().c_str(),
+                recorded
+            )
         );
     }
     return path;

@@ -4,6 +4,7 @@
 #include <setup/script/KMacroContext.h>
 #include <setup/script/KScript.h>
 #include <setup/state/KInstalledRecord.h>
+#include <setup/text/KText.h>
 
 #include <optional>
 #include <string>
@@ -14,7 +15,7 @@ namespace KSETUP {
 /// removal deletes what its script names below the product path: with the path of the system
 /// itself, that would be what other programs own.
 /// `service` is the product's, whose directory in /etc is its own.
-std::string WhyNotAProductPath(const std::string& path, const std::string& service = {});
+KText WhyNotAProductPath(const std::string& path, const std::string& service = {});
 
 /// Where a run is to work: `given`, or else where the product is installed, or else where the script
 /// proposes.

@@ -43,7 +43,7 @@ int Answer(
     KRunReport report;
     report.command = command;
     report.result = KRunResult::Refused;
-    const auto refuse = [&](int exitCode, const std::string& why) {
+    const auto refuse = [&](int exitCode, const KText& why) {
         if (!arguments.json) {
             throw KSetupFailure(exitCode, why);
         }
@@ -56,7 +56,7 @@ int Answer(
     try {
         return work();
     } catch (const KSetupFailure& failure) {
-        return refuse(failure.GetExitCode(), failure.what());
+        return refuse(failure.GetExitCode(), failure.GetText());
     } catch (const KSUP::KError& error) {
         return refuse(
             ExitCode::noKit,
@@ -93,20 +93,20 @@ int FindEnd(
         return ExitCode::cannotWrite;
     }
     if (HasServices(*report.plan) && !arguments.offlineServices && !IsSystemdRunning()) {
-        report.refusal = "the script has services, and systemd does not run here";
+        report.refusal = Text("the script has services, and systemd does not run here");
         return ExitCode::noService;
     }
     if (report.refusal = WhySharedPlace(*report.plan, policy.GetOwnership(), report.path);
         !report.refusal.empty()) {
         return ExitCode::cannotWrite;
     }
-    if (const std::string why = WhyConflict(*report.plan); !why.empty()) {
-        report.refusal = why + ". --allow-conflicts changes it all the same";
+    if (const KText why = WhyConflict(*report.plan); !why.empty()) {
+        report.refusal = Text("%s. --allow-conflicts changes it all the same", why);
         return ExitCode::conflict;
     }
-    if (const std::string why = WhySystemPlace(*report.plan, policy, report.path, service);
+    if (const KText why = WhySystemPlace(*report.plan, policy, report.path, service);
         !why.empty() && !arguments.allowConflicts) {
-        report.refusal = why + ". --allow-conflicts does it all the same";
+        report.refusal = Text("%s. --allow-conflicts does it all the same", why);
         return ExitCode::conflict;
     }
     const std::optional<KMissingProgram> missing =
@@ -160,9 +160,11 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     if (!installs && arguments.productPath.empty() && !record) {
         throw KSetupFailure(
             ExitCode::notInstalled,
-            std::string(KSetupKit::GetProductName().c_str()) +
-                " is not installed: there is nothing to remove. To see what a removal would do, "
-                "name the path where it would be installed."
+            Text(
+                "%s is not installed: there is nothing to remove. To see what a removal would do, "
+                "name the path where it would be installed.",
+                KSetupKit::GetProductName().c_str()
+            )
         );
     }
     const KScript script(kit.GetScript());
@@ -182,7 +184,7 @@ int Plan(const KSetupArguments& arguments, bool installs) {
         policy,
         isOffline ? KServiceFate::Offline : KServiceFate::Managed
     );
-    if (const std::string why = DescribeLoadProblems(script.GetPath(), plan); !why.empty()) {
+    if (const KText why = DescribeLoadProblems(script.GetPath(), plan); !why.empty()) {
         throw KSetupFailure(ExitCode::malformedScript, why);
     }
     KPlanReport report;
@@ -197,29 +199,27 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     report.isUpToDate = installs && IsUpToDate(kit, record, macros, path);
     if (report.isUpToDate) {
         report.notes.emplace_back(
-            "This very kit is installed, and everything stands as it was left: an install does "
-            "nothing of this unless it is told to (--reinstall)."
+            Text("This very kit is installed, and everything stands as it was left: an install "
+                 "does nothing of this unless it is told to (--reinstall).")
         );
     }
     if (record && !record->IsSound()) {
         report.notes.push_back(record->ToWords());
     }
     if (installs && !record) {
-        if (std::string there = DescribeForeignContent(ownership, path); !there.empty()) {
+        if (KText there = DescribeForeignContent(ownership, path); !there.empty()) {
             report.notes.push_back(std::move(there));
         }
     }
-    if (std::string shared = DescribeSharedPlace(ownership, path);
+    if (KText shared = DescribeSharedPlace(ownership, path);
         !shared.empty() && !RunsPrograms(plan)) {
         report.notes.push_back(std::move(shared));
     }
     if (ownership.GetKnown() == KOwnership::Known::Nothing) {
-        report.notes.emplace_back(followsScript);
+        report.notes.emplace_back(Text(followsScript));
     } else if (ownership.GetKnown() == KOwnership::Known::Denied) {
-        report.notes.emplace_back(
-            "What is the product's can be seen by root only: this is what would "
-            "be done if all of it were."
-        );
+        report.notes.emplace_back(Text("What is the product's can be seen by root only: this is "
+                                       "what would be done if all of it were."));
     }
     const int exitCode = FindEnd(report, arguments, policy, service);
     std::cout << (arguments.json ? ToJson(report, exitCode) + "\n" : ToText(report)) << std::flush;

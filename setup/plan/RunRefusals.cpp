@@ -96,7 +96,7 @@ std::set<std::string> EmptiedDirectories(const KPlan& plan) {
 }
 
 /// Why nothing can be made, or taken away, in a directory that is there; empty when it can.
-std::string WhyNotADirectoryToChange(const std::string& directory, bool takesAway) {
+KText WhyNotADirectoryToChange(const std::string& directory, bool takesAway) {
     using KSYS::ProtectingAttribute;
     KSYS::FileSystemStatus system;
     KSYS::EntryStatus status;
@@ -104,35 +104,38 @@ std::string WhyNotADirectoryToChange(const std::string& directory, bool takesAwa
         return {}; // the run's own first step there will tell
     }
     if (!S_ISDIR(status.mode)) {
-        return "it is no directory. Take it away, or choose another product path";
+        return Text("it is no directory. Take it away, or choose another product path");
     }
     if (status.attribute == ProtectingAttribute::Immutable) {
-        return "it is immutable; chattr -i " + directory + " allows changes";
+        return Text("it is immutable; chattr -i %s allows changes", directory);
     }
     if (status.attribute == ProtectingAttribute::AppendOnly && takesAway) {
-        return "it is append-only; chattr -a " + directory + " allows changes";
+        return Text("it is append-only; chattr -a %s allows changes", directory);
     }
     if (KSYS::ReadFileSystem(directory.c_str(), system) == 0 && system.isReadOnly) {
-        return "its file system is mounted read-only; mount -o remount,rw allows changes";
+        return Text("its file system is mounted read-only; mount -o remount,rw allows changes");
     }
     return {};
 }
 
 } // namespace
 
-std::string WhyNotWritable(const KPlan& plan) {
+KText WhyNotWritable(const KPlan& plan) {
     const ChangedDirectories changed(plan);
     for (const auto& [directory, takesAway] : changed.Get()) {
-        if (const std::string why = WhyNotADirectoryToChange(directory, takesAway); !why.empty()) {
-            return directory + " cannot be written to: " + why;
+        if (const KText why = WhyNotADirectoryToChange(directory, takesAway); !why.empty()) {
+            return Text("%s cannot be written to: %s", directory, why);
         }
     }
     if (!plan.GetProtected().empty()) {
         const KPlan::Protected& first = plan.GetProtected().front();
         const bool isImmutable = first.attribute == KSYS::ProtectingAttribute::Immutable;
-        return first.path + " cannot be changed or deleted: it is " +
-               (isImmutable ? "immutable; chattr -i " : "append-only; chattr -a ") + first.path +
-               " allows it";
+        return Text(
+            "%s cannot be changed or deleted: it is %s%s allows it",
+            first.path,
+            (isImmutable ? Text("immutable; chattr -i ") : Text("append-only; chattr -a ")),
+            first.path
+        );
     }
     return {};
 }
@@ -152,7 +155,7 @@ KChangePolicy::Options OptionsOf(const KSetupArguments& arguments) noexcept {
     return options;
 }
 
-std::string WhySystemPlace(
+KText WhySystemPlace(
     const KPlan& plan,
     const KChangePolicy& policy,
     const std::string& productPath,
@@ -160,8 +163,11 @@ std::string WhySystemPlace(
 ) {
     const KOwnership& ownership = policy.GetOwnership();
     if (IsSharedNameInEtc(service)) {
-        return "/etc/" + service +
-               ": many programs share this directory, so no service can be called " + service;
+        return Text(
+            "/etc/%s: many programs share this directory, so no service can be called %s",
+            service,
+            service
+        );
     }
     const auto isMissing = [](const std::string& path) {
         unsigned why = 0;
@@ -183,23 +189,27 @@ std::string WhySystemPlace(
     const std::map<std::string, std::string> managers = FindPackageManagers(asked);
     for (const std::string& path : own) {
         if (const auto manager = managers.find(path); manager != managers.end()) {
-            return path + ": the directory belongs to a package of the system (" + manager->second +
-                   ")";
+            return Text(
+                "%s: the directory belongs to a package of the system (%s)", path, manager->second
+            );
         }
     }
     for (const std::string& path : emptied) {
         if (IsSystemDirectory(path, service)) {
-            return path + ": the script deletes what is in this directory of the system";
+            return Text("%s: the script deletes what is in this directory of the system", path);
         }
         if (const auto manager = managers.find(path); manager != managers.end()) {
-            return path + ": the script deletes what is in this directory of a package (" +
-                   manager->second + ")";
+            return Text(
+                "%s: the script deletes what is in this directory of a package (%s)",
+                path,
+                manager->second
+            );
         }
     }
     return {};
 }
 
-std::string DescribeForeignContent(const KOwnership& ownership, const std::string& productPath) {
+KText DescribeForeignContent(const KOwnership& ownership, const std::string& productPath) {
     std::size_t count = 0;
     std::string shown;
     std::error_code none; // a directory that is not there, or cannot be read, holds nothing to tell
@@ -217,12 +227,11 @@ std::string DescribeForeignContent(const KOwnership& ownership, const std::strin
     }
     return "The directory " + NormalPath(productPath) +
            " is there already, and what it holds stays and is not the product's: " + shown +
-           (count > contentShown ? " and " + std::to_string(count - contentShown) + " more" : "") +
-           ".";
+           (count > contentShown ? Text(" and %s more", count - contentShown) : "") + ".";
 }
 
-std::string WhyConflict(const KPlan& plan) {
-    std::string words;
+KText WhyConflict(const KPlan& plan) {
+    KText words;
     std::size_t count = 0;
     plan.ForEachAction([&](const KPlannedAction& action) {
         if (!action.conflict.empty() && ++count <= conflictsShown) {
@@ -230,7 +239,7 @@ std::string WhyConflict(const KPlan& plan) {
         }
     });
     if (count > conflictsShown) {
-        words += "; and " + std::to_string(count - conflictsShown) + " more";
+        words += Text("; and %s more", count - conflictsShown);
     }
     return words;
 }
@@ -247,14 +256,14 @@ bool HasServices(const KPlan& plan) {
     });
 }
 
-std::string WhyNoRecord(const KPlannedTree& tree, const KMacroContext& macros) {
+KText WhyNoRecord(const KPlannedTree& tree, const KMacroContext& macros) {
     const std::string link = macros.Expand(KINS::Names::recordLink);
     const KPlannedEntry entry = tree.Find(link);
     if (entry.kind != KEntryKind::Link) {
-        return "no rule makes the link " + link + ", by which the product counts as installed";
+        return Text("no rule makes the link %s, by which the product counts as installed", link);
     }
     if (!entry.target.starts_with('/')) {
-        return "the link " + link + " leads to " + entry.target + ", which is not absolute";
+        return Text("the link %s leads to %s, which is not absolute", link, entry.target);
     }
     std::string product = NormalPath(entry.target);
     constexpr int levelsBelowProduct = 3; // at which the engine looks for the link's target
@@ -266,9 +275,13 @@ std::string WhyNoRecord(const KPlannedTree& tree, const KMacroContext& macros) {
         tree.Resolve(record, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
     return place.problem == KPathProblem::None && tree.Find(place.path).kind == KEntryKind::File
                ? ""
-               : "the link " + link + " leads to " + entry.target +
-                     ", three levels below the product path, and there is no configuration file " +
-                     record + " by then";
+               : Text(
+                     "the link %s leads to %s, three levels below the product path, and there is "
+                     "no configuration file %s by then",
+                     link,
+                     entry.target,
+                     record
+                 );
 }
 
 } // namespace KSETUP

@@ -5,6 +5,7 @@
 #include <setup/plan/KPlan.h>
 #include <setup/plan/KPlannedTree.h>
 #include <setup/script/KMacroContext.h>
+#include <setup/text/KText.h>
 
 #include <string>
 
@@ -15,7 +16,7 @@ namespace KSETUP {
 
 /// Why the run would be refused because a directory that it changes, or a file in one, cannot be
 /// written to. Empty when nothing is known against it. Asked of the disk at the call.
-std::string WhyNotWritable(const KPlan& plan);
+KText WhyNotWritable(const KPlan& plan);
 
 /// Whether systemd runs this machine; it does not in containers and while an image is built.
 bool IsSystemdRunning();
@@ -25,7 +26,7 @@ bool HasServices(const KPlan& plan);
 
 /// Why an install could not write the product's record on what its rules leave: the link is missing
 /// or leads nowhere, or there is no configuration file where it leads. Empty when it could.
-std::string WhyNoRecord(const KPlannedTree& tree, const KMacroContext& macros);
+KText WhyNoRecord(const KPlannedTree& tree, const KMacroContext& macros);
 
 /// What a run answers that an action with an obstacle ends.
 int ExitCodeOf(const KPlannedAction& obstacle) noexcept;
@@ -35,7 +36,7 @@ KChangePolicy::Options OptionsOf(const KSetupArguments& arguments) noexcept;
 
 /// Why the product must not take, or delete in, one of the directories that its script names: it is
 /// the system's. Empty when it may. `service` is the product's.
-std::string WhySystemPlace(
+KText WhySystemPlace(
     const KPlan& plan,
     const KChangePolicy& policy,
     const std::string& productPath,
@@ -44,15 +45,16 @@ std::string WhySystemPlace(
 
 /// What a directory holds in which a product is installed for the first time, in a sentence; empty
 /// for nothing.
-std::string DescribeForeignContent(const KOwnership& ownership, const std::string& productPath);
+KText DescribeForeignContent(const KOwnership& ownership, const std::string& productPath);
 
 /// Said of a product that is installed, of which no manifest tells what it consists of.
-inline constexpr const char* followsScript = "Nothing is written down of what was installed, so "
-                                             "the script is followed, also where it deletes "
-                                             "what may not be the product's.";
+inline constexpr const char* followsScript =
+    TextFormat("Nothing is written down of what was installed, so "
+               "the script is followed, also where it deletes "
+               "what may not be the product's.");
 
 /// The first thing that is not the product's and would be replaced or deleted, in words with what to
 /// do; empty without one.
-std::string WhyConflict(const KPlan& plan);
+KText WhyConflict(const KPlan& plan);
 
 } // namespace KSETUP

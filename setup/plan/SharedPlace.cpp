@@ -18,28 +18,32 @@ bool RunsPrograms(const KPlan& plan) {
     return runs;
 }
 
-std::string WhyPlaceIsShared(const KOwnership& ownership, const std::string& productPath) {
+KText WhyPlaceIsShared(const KOwnership& ownership, const std::string& productPath) {
     const bool isOwn = ownership.Find(productPath) != nullptr || ownership.WasBegun(productPath);
     return WhyOthersCanExchange(
         NormalPath(productPath), isOwn ? KPathEnd::IsOthersBusiness : KPathEnd::Counts
     );
 }
 
-std::string DescribeSharedPlace(const KOwnership& ownership, const std::string& productPath) {
-    const std::string why = WhyPlaceIsShared(ownership, productPath);
+KText DescribeSharedPlace(const KOwnership& ownership, const std::string& productPath) {
+    const KText why = WhyPlaceIsShared(ownership, productPath);
     return why.empty() ? ""
-                       : "Others than root can exchange what is installed in " +
-                             NormalPath(productPath) + ": " + why + ".";
+                       : Text(
+                             "Others than root can exchange what is installed in %s: %s.",
+                             NormalPath(productPath),
+                             why
+                         );
 }
 
 namespace {
 
 /// Of a program below the product path. Directories that the product made are its own business, and
 /// so is what it lays into them.
-std::string
-WhyShared(const KOwnership& ownership, const std::string& program, const std::string& productPath) {
+KText WhyShared(
+    const KOwnership& ownership, const std::string& program, const std::string& productPath
+) {
     std::string at = productPath;
-    std::string why;
+    KText why;
     while (why.empty() && at != program && WhyOthersCanExchange(at).empty()) {
         at = program.substr(0, program.find('/', at.size() + 1));
         const bool isOwn = ownership.Find(at) != nullptr || ownership.WasBegun(at);
@@ -71,19 +75,32 @@ std::vector<std::string> ProgramsOf(const KPlannedAction& action, const std::str
 }
 
 /// Of the programs of services and commands.
-std::string
-WhyProgramIsShared(const KPlan& plan, const KOwnership& ownership, const std::string& productPath) {
+KText WhyProgramIsShared(
+    const KPlan& plan, const KOwnership& ownership, const std::string& productPath
+) {
     const std::string own = NormalPath(productPath);
-    std::string found;
+    KText found;
     plan.ForEachAction([&](const KPlannedAction& action) {
         for (const std::string& program : ProgramsOf(action, own)) {
             const std::string path = NormalPath(program);
-            const std::string why = IsInProduct(path, own) ? WhyShared(ownership, path, own)
-                                                           : WhyOthersCanExchange(program);
+            const KText why = IsInProduct(path, own) ? WhyShared(ownership, path, own)
+                                                     : WhyOthersCanExchange(program);
             if (found.empty() && !why.empty()) {
                 const bool isService = action.kind == KPlannedAction::Kind::InstallService;
-                found = why + ", so others than root can exchange " + program + ", which " +
-                        (isService ? "the service " + action.path + " runs" : "a command uses");
+                found = isService
+                            ? Text(
+                                  "%s, so others than root can exchange %s, which the service "
+                                  "%s runs",
+                                  why,
+                                  program,
+                                  action.path
+                              )
+                            : Text(
+                                  "%s, so others than root can exchange %s, which a command "
+                                  "uses",
+                                  why,
+                                  program
+                              );
             }
         }
     });
@@ -92,13 +109,17 @@ WhyProgramIsShared(const KPlan& plan, const KOwnership& ownership, const std::st
 
 } // namespace
 
-std::string
-WhySharedPlace(const KPlan& plan, const KOwnership& ownership, const std::string& productPath) {
-    const std::string why = RunsPrograms(plan) ? WhyPlaceIsShared(ownership, productPath) : "";
+KText WhySharedPlace(
+    const KPlan& plan, const KOwnership& ownership, const std::string& productPath
+) {
+    const KText why = RunsPrograms(plan) ? WhyPlaceIsShared(ownership, productPath) : "";
     return why.empty() ? WhyProgramIsShared(plan, ownership, productPath)
-                       : why + ", so others than root can exchange what is installed in " +
-                             NormalPath(productPath) +
-                             ", and the script has commands or services, which run it";
+                       : Text(
+                             "%s, so others than root can exchange what is installed in %s, and "
+                             "the script has commands or services, which run it",
+                             why,
+                             NormalPath(productPath)
+                         );
 }
 
 } // namespace KSETUP

@@ -27,7 +27,10 @@ bool HoldsLinks(const fs::path& directory) {
 void RequireKnown(unsigned failed, const std::string& path) {
     if (failed != 0 && failed != ENOENT && failed != ENOTDIR) {
         throw SystemFailure(
-            ExitCode::cannotWrite, "cannot look at", path, failed, "Fix the cause and run it again."
+            ExitCode::cannotWrite,
+            Text("cannot look at %s", path),
+            failed,
+            Text("Fix the cause and run it again.")
         );
     }
 }

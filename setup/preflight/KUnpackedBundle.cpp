@@ -26,7 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* copyName = "bundle";
-constexpr const char* stopped = "Stopped on request. Nothing was changed.";
+constexpr const char* stopped = TextFormat("Stopped on request. Nothing was changed.");
 constexpr std::size_t chunkBytes = std::size_t{1} << 20U;
 
 /// Reads a file from its begin to its end, once, and knows what it was.
@@ -42,7 +42,7 @@ class KHashedReader {
     /// The next chunkBytes bytes; fewer at the end only.
     std::string_view Next() {
         if (shallStop && shallStop()) {
-            throw KSetupStop(stopped);
+            throw KSetupStop(Text(stopped));
         }
         std::size_t count = 0;
         for (std::size_t more = 1; more != 0 && count < chunkBytes; count += more) {
@@ -145,20 +145,22 @@ void KUnpackedBundle::Unpack(const std::function<bool()>& shallStop) {
         case KBUNDLE::KBundleError::Kind::NoBundle:
             throw KSetupFailure(
                 ExitCode::noKit,
-                std::string(error.what()) +
-                    " Name a file that \"ins-setup kit bundle\" made; where to install stands "
-                    "behind it."
+                Text(
+                    "%s Name a file that \"ins-setup kit bundle\" made; where to install stands "
+                    "behind it.",
+                    error.what()
+                )
             );
         case KBUNDLE::KBundleError::Kind::Damaged:
             throw KSetupFailure(
-                ExitCode::malformedScript, std::string(error.what()) + " Nothing was changed."
+                ExitCode::malformedScript, Text("%s Nothing was changed.", error.what())
             );
         case KBUNDLE::KBundleError::Kind::CannotRead:
             throw KSetupFailure(ExitCode::noKit, error.what());
         case KBUNDLE::KBundleError::Kind::CannotWrite:
             throw KSetupFailure(ExitCode::cannotWrite, error.what());
         case KBUNDLE::KBundleError::Kind::Stopped:
-            throw KSetupStop(stopped);
+            throw KSetupStop(Text(stopped));
         }
     }
     content.Reset();

@@ -17,24 +17,26 @@ namespace KSETUP {
 
 namespace {
 
-constexpr const char* override = " --allow-unsigned goes on without knowing whose kit it is.";
+constexpr const char* override =
+    TextFormat(" --allow-unsigned goes on without knowing whose kit it is.");
 
 /// Knows why by itself, too: who may have the kit all the same is told no advice.
 class KKitRefusal : public KSetupFailure {
   public:
-    KKitRefusal(const std::string& itsWhy, const std::string& advice)
+    KKitRefusal(const KText& itsWhy, const KText& advice)
         : KSetupFailure(
-              ExitCode::malformedScript, itsWhy + ". Nothing was changed. " + advice + override
+              ExitCode::malformedScript,
+              Text("%s. Nothing was changed. %s%s", itsWhy, advice, Text(override))
           ),
           why(itsWhy) {}
 
-    const std::string& GetWhy() const noexcept { return why; }
+    const KText& GetWhy() const noexcept { return why; }
 
   private:
-    std::string why;
+    KText why;
 };
 
-[[noreturn]] void Refuse(const std::string& why, const std::string& advice) {
+[[noreturn]] void Refuse(const KText& why, const KText& advice) {
     throw KKitRefusal(why, advice);
 }
 
@@ -59,16 +61,21 @@ void RequireMeant(const KSignedFile& file, const KKitStatement& productData) {
     const std::string where = file.path + signatureEnding;
     if (!says) {
         Refuse(
-            where + ": the signer does not say of which product and version this is a kit",
-            "Sign it with \"ins-setup kit seal --sign KEY\" if it is your own."
+            Text("%s: the signer does not say of which product and version this is a kit", where),
+            Text("Sign it with \"ins-setup kit seal --sign KEY\" if it is your own.")
         );
     }
     if (*says != productData) {
         Refuse(
-            where + ": signed as " + Printable(says->ToWords()) + " of service " +
-                Printable(says->service) + ", but product.ini has " +
-                Printable(productData.ToWords()) + " of service " + Printable(productData.service),
-            "Get the kit again; if it is your own, sign it again."
+            Text(
+                "%s: signed as %s of service %s, but product.ini has %s of service %s",
+                where,
+                Printable(says->ToWords()),
+                Printable(says->service),
+                Printable(productData.ToWords()),
+                Printable(productData.service)
+            ),
+            Text("Get the kit again; if it is your own, sign it again.")
         );
     }
 }
@@ -76,8 +83,12 @@ void RequireMeant(const KSignedFile& file, const KKitStatement& productData) {
 void RequireNoKey(const std::string& where, const KKnownKeys& known) {
     if (known.AreThereAny()) {
         Refuse(
-            where + ": the kit is neither sealed nor signed, and has to be, by " + known.ToWords(),
-            "Get the signed kit from who makes it."
+            Text(
+                "%s: the kit is neither sealed nor signed, and has to be, by %s",
+                where,
+                known.ToWords()
+            ),
+            Text("Get the signed kit from who makes it.")
         );
     }
 }
@@ -122,7 +133,7 @@ void VerifyByOwnKey(
         return;
     }
     const std::vector<KKnownKey> keys = {{*own, file}};
-    const std::string words = "key " + own->GetId() + " (" + file + ")";
+    const KText words = Text("key %s (%s)", own->GetId(), file);
     RequireSigned(seal, keys, words);
     if (bundle && bundle->signature) {
         RequireSigned(*bundle, keys, words);
@@ -139,23 +150,30 @@ std::optional<std::string> ReadSignature(const std::string& file) {
     return IsThere(path) ? std::optional(ReadBytes(path)) : std::nullopt;
 }
 
-std::string WhyNotSigned(const KSetupFailure& failure) {
+KText WhyNotSigned(const KSetupFailure& failure) {
     const auto* refusal = dynamic_cast<const KKitRefusal*>(&failure);
-    std::string why = refusal != nullptr ? refusal->GetWhy() : failure.what();
-    if (why.ends_with('.')) {
-        why.pop_back();
+    if (refusal != nullptr) {
+        return refusal->GetWhy();
     }
-    return why;
+    const auto withoutEnd = [](std::string text) {
+        return text.ends_with('.') ? text.substr(0, text.size() - 1) : text;
+    };
+    return {withoutEnd(failure.GetText().English()), withoutEnd(failure.GetText().Translated())};
 }
 
 const KKnownKey& RequireSigned(
-    const KSignedFile& file, const std::vector<KKnownKey>& keys, const std::string& keysInWords
+    const KSignedFile& file, const std::vector<KKnownKey>& keys, const KText& keysInWords
 ) {
     if (!file.signature) {
         Refuse(
-            file.path + " is not signed (there is no " + file.path + signatureEnding +
-                "), and has to be, by " + keysInWords,
-            "Get the signature too from who makes it."
+            Text(
+                "%s is not signed (there is no %s%s), and has to be, by %s",
+                file.path,
+                file.path,
+                signatureEnding,
+                keysInWords
+            ),
+            Text("Get the signature too from who makes it.")
         );
     }
     const KSignature signature = ParseSignature(file);
@@ -170,17 +188,28 @@ const KKnownKey& RequireSigned(
     }
     if (isOfKnown) {
         Refuse(
-            file.path + signatureEnding + " does not fit " + file.path +
-                ": one of them was changed, or key " + signature.GetKeyId() + " did not sign it",
-            "Get both again from who makes them."
+            Text(
+                "%s%s does not fit %s: one of them was changed, or key %s did not sign it",
+                file.path,
+                signatureEnding,
+                file.path,
+                signature.GetKeyId()
+            ),
+            Text("Get both again from who makes them.")
         );
     }
     Refuse(
-        file.path + " is signed by key " + signature.GetKeyId() + ", and has to be by " +
-            keysInWords,
-        "If its maker has a new key, install the version that brings it, or put the new key, which "
-        "you have from a source that you trust, into " +
-            std::string(trustDirectory) + "/trusted.d/SERVICE/."
+        Text(
+            "%s is signed by key %s, and has to be by %s",
+            file.path,
+            signature.GetKeyId(),
+            keysInWords
+        ),
+        Text(
+            "If its maker has a new key, install the version that brings it, or put the new key, "
+            "which you have from a source that you trust, into %s/trusted.d/SERVICE/.",
+            trustDirectory
+        )
     );
 }
 

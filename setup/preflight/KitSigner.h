@@ -5,6 +5,7 @@
 #include <setup/kit/KKitStatement.h>
 #include <setup/kit/KMinisign.h>
 #include <setup/state/KKnownKeys.h>
+#include <setup/text/KText.h>
 
 #include <optional>
 #include <string>
@@ -59,13 +60,13 @@ KKitSigner FindSigner(
 );
 
 /// What is wrong with a kit, of what FindSigner says to who wanted to install it; without a full stop.
-std::string WhyNotSigned(const KSetupFailure& failure);
+KText WhyNotSigned(const KSetupFailure& failure);
 
 /// The one of `keys` that made the signature of `file`, over what it is.
 ///
 /// Throws   KSetupFailure as above: without a signature, for another's, and for one that is not right
 const KKnownKey& RequireSigned(
-    const KSignedFile& file, const std::vector<KKnownKey>& keys, const std::string& keysInWords
+    const KSignedFile& file, const std::vector<KKnownKey>& keys, const KText& keysInWords
 );
 
 } // namespace KSETUP

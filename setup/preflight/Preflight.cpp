@@ -12,8 +12,8 @@ namespace KSETUP {
 
 namespace {
 
-std::string ToText(const KVersion& version) {
-    return version.text + " (build " + std::to_string(version.buildNumber) + ")";
+KText ToText(const KVersion& version) {
+    return Text("%s (build %s)", version.text, version.buildNumber);
 }
 
 } // namespace
@@ -21,7 +21,7 @@ std::string ToText(const KVersion& version) {
 void RequireRoot() {
     if (!KSYS::IsRoot()) {
         throw KSetupFailure(
-            ExitCode::notRoot, "Only root can install and remove products. Try it with sudo."
+            ExitCode::notRoot, Text("Only root can install and remove products. Try it with sudo.")
         );
     }
 }
@@ -31,26 +31,33 @@ void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten
         if (!space.HasBytes()) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,
-                "the file system of " + space.directory + " has too little space: " +
-                    BytesInWords(space.needed + KPlan::Space::spareBytes) + " needed, " +
-                    BytesInWords(space.available) + " free. Nothing was changed. Make room there."
+                Text(
+                    "the file system of %s has too little space: %s needed, %s free. Nothing was "
+                    "changed. Make room there.",
+                    space.directory,
+                    BytesInWords(space.needed + KPlan::Space::spareBytes),
+                    BytesInWords(space.available)
+                )
             );
         }
         if (!space.HasFiles()) {
             throw KSetupFailure(
                 ExitCode::cannotWrite,
-                "the file system of " + space.directory + " has too few inodes: " +
-                    std::to_string(space.filesNeeded + KPlan::Space::spareFiles) + " needed, " +
-                    std::to_string(space.filesAvailable) +
-                    " free. Nothing was changed. Delete files there that nobody needs."
+                Text(
+                    "the file system of %s has too few inodes: %s needed, %s free. Nothing was "
+                    "changed. Delete files there that nobody needs.",
+                    space.directory,
+                    space.filesNeeded + KPlan::Space::spareFiles,
+                    space.filesAvailable
+                )
             );
         }
     }
 }
 
 void RequireWritable(const KPlan& plan) {
-    if (const std::string why = WhyNotWritable(plan); !why.empty()) {
-        throw KSetupFailure(ExitCode::cannotWrite, why + ". Nothing was changed.");
+    if (const KText why = WhyNotWritable(plan); !why.empty()) {
+        throw KSetupFailure(ExitCode::cannotWrite, Text("%s. Nothing was changed.", why));
     }
 }
 
@@ -58,8 +65,8 @@ void RequireServiceManager(const KPlan& plan) {
     if (HasServices(plan) && !IsSystemdRunning()) {
         throw KSetupFailure(
             ExitCode::noService,
-            "the script has services, and systemd does not run here. Nothing was changed. "
-            "--offline-services leaves them for the next boot."
+            Text("the script has services, and systemd does not run here. Nothing was changed. "
+                 "--offline-services leaves them for the next boot.")
         );
     }
 }
@@ -71,9 +78,13 @@ void RequireNoDowngrade(
     if (order > 0 || (order == 0 && installed.buildNumber > wanted.buildNumber)) {
         throw KSetupFailure(
             ExitCode::usage,
-            product + " " + ToText(installed) + " is installed, which is newer than " +
-                ToText(wanted) +
-                ". Nothing was changed. --allow-downgrade installs the older one over it."
+            Text(
+                "%s %s is installed, which is newer than %s. Nothing was changed. "
+                "--allow-downgrade installs the older one over it.",
+                product,
+                ToText(installed),
+                ToText(wanted)
+            )
         );
     }
 }

@@ -33,10 +33,12 @@ bool IsOpenToOthers(const struct stat& status, bool isAbove) {
     // What is above the kit may be somebody's home, whose owner and rights are to stay.
     throw KSetupFailure(
         ExitCode::noKit,
-        path +
-            ": others than root can change it, and root would run that. Nothing was "
-            "changed. Copy the kit to a directory of root's (cp -R KIT /root/)" +
-            (isAbove ? "." : ", or take the right away (chown -R root, chmod -R go-w).")
+        Text(
+            "%s: others than root can change it, and root would run that. Nothing was changed. "
+            "Copy the kit to a directory of root's (cp -R KIT /root/)%s",
+            path,
+            (isAbove ? "." : Text(", or take the right away (chown -R root, chmod -R go-w)."))
+        )
     );
 }
 
@@ -73,8 +75,11 @@ class PrivateKit {
         if (failed != 0) {
             throw KSetupFailure(
                 ExitCode::noKit,
-                path + " cannot be read: " +
-                    std::generic_category().message(static_cast<int>(failed)) + "."
+                Text(
+                    "%s cannot be read: %s.",
+                    path,
+                    std::generic_category().message(static_cast<int>(failed))
+                )
             );
         }
         for (const std::string& name : names) {
@@ -114,9 +119,13 @@ class PrivateKit {
         }
         throw KSetupFailure(
             ExitCode::noKit,
-            through + ": this link leads out of the kit, and others than root can change " + path +
-                " there; root would run that. Nothing was changed. Copy the kit with what its "
-                "links lead to to a directory of root's (cp -RL KIT /root/)."
+            Text(
+                "%s: this link leads out of the kit, and others than root can change %s there; "
+                "root would run that. Nothing was changed. Copy the kit with what its links lead "
+                "to to a directory of root's (cp -RL KIT /root/).",
+                through,
+                path
+            )
         );
     }
 
@@ -163,23 +172,32 @@ void RequireSafeLog(const std::string& file) {
     if (const unsigned missing = KSYS::ReadStatus(directory, KSYS::LastLink::Follow, status)) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
-            directory + ": " + std::generic_category().message(static_cast<int>(missing)) +
-                ". Logs go there. Nothing was changed. Make the directory (mkdir -p)."
+            Text(
+                "%s: %s. Logs go there. Nothing was changed. Make the directory (mkdir -p).",
+                directory,
+                std::generic_category().message(static_cast<int>(missing))
+            )
         );
     }
     const bool anybodyMay = (status.st_mode & S_IWOTH) != 0 && (status.st_mode & S_ISVTX) == 0;
     if (status.st_uid != 0 || anybodyMay) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
-            directory + ": the directory of logs can be changed by others than root. Nothing was "
-                        "changed. Make it root's (chown root, chmod o-w)."
+            Text(
+                "%s: the directory of logs can be changed by others than root. Nothing was "
+                "changed. Make it root's (chown root, chmod o-w).",
+                directory
+            )
         );
     }
     if (KSYS::ReadStatus(file, KSYS::LastLink::Keep, status) == 0 && !S_ISREG(status.st_mode)) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
-            file + ": is no regular file, and a log is to be written there. Nothing was changed. "
-                   "Take it away."
+            Text(
+                "%s: is no regular file, and a log is to be written there. Nothing was changed. "
+                "Take it away.",
+                file
+            )
         );
     }
 }

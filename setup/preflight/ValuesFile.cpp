@@ -21,13 +21,13 @@ namespace {
 constexpr std::size_t mostBytes = std::size_t{1} << 20U; // of what people write by hand
 constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
 
-[[noreturn]] void RefuseValues(const std::string& file, const std::string& why) {
-    throw KSetupFailure(ExitCode::usage, Printable(file) + ": " + why + " Nothing was changed.");
+[[noreturn]] void RefuseValues(const std::string& file, const KText& why) {
+    throw KSetupFailure(ExitCode::usage, Text("%s: %s Nothing was changed.", Printable(file), why));
 }
 
-std::string Reason(unsigned errorNumber) {
+KText Reason(unsigned errorNumber) {
     if (errorNumber == EINVAL) {
-        return "it is no regular file.";
+        return Text("it is no regular file.");
     }
     return std::generic_category().message(static_cast<int>(errorNumber)) + ".";
 }
@@ -43,7 +43,7 @@ std::string ReadText(int descriptor, const std::string& name) {
         }
         text.append(chunk.data(), bytes);
         if (text.size() > mostBytes) {
-            RefuseValues(name, "more than 1 MiB of values. Name a file of sections and keys.");
+            RefuseValues(name, Text("more than 1 MiB of values. Name a file of sections and keys."));
         }
     }
     return text;
@@ -61,18 +61,20 @@ std::string ReadPrivateFile(const std::string& file) {
     if (failed != 0) {
         RefuseValues(
             file,
-            Reason(failed) +
-                " Name a regular file, or lead the values to standard input (--values -)."
+            Text(
+                "%s Name a regular file, or lead the values to standard input (--values -).",
+                Reason(failed)
+            )
         );
     }
     if (status.st_uid != 0 && status.st_uid != CallingUser()) {
-        RefuseValues(file, "it is neither root's nor yours. Make it your own (chown).");
+        RefuseValues(file, Text("it is neither root's nor yours. Make it your own (chown)."));
     }
     if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
         RefuseValues(
             file,
-            "others can read or change it, and it is for passwords. Take the rights away (chmod "
-            "600)."
+            Text("others can read or change it, and it is for passwords. Take the rights away "
+                 "(chmod 600).")
         );
     }
     return ReadText(opened.Get(), file);
@@ -85,14 +87,14 @@ bool HasControl(std::string_view text) {
 }
 
 /// Why a line, which is neither empty nor a comment nor a section, is no option; empty for one.
-std::string WhyNoOption(std::string_view line, const std::string& section) {
+KText WhyNoOption(std::string_view line, const std::string& section) {
     const std::size_t equals = line.find('=');
-    return section.empty()                    ? "stands in front of the first section, [NAME]"
-           : HasControl(line)                 ? "has a control character"
-           : equals == std::string_view::npos ? "is no KEY=VALUE"
+    return section.empty()                    ? Text("stands in front of the first section, [NAME]")
+           : HasControl(line)                 ? Text("has a control character")
+           : equals == std::string_view::npos ? Text("is no KEY=VALUE")
            // No profile takes such a key, and the run would find it out at its very end.
-           : line.starts_with(byteOrderMark) ? "begins with a byte order mark"
-           : Trimmed(line.substr(0, equals)).empty() || line.starts_with('[') ? "has no key"
+           : line.starts_with(byteOrderMark) ? Text("begins with a byte order mark")
+           : Trimmed(line.substr(0, equals)).empty() || line.starts_with('[') ? Text("has no key")
                                                                               : "";
 }
 
@@ -114,8 +116,8 @@ std::vector<KAddedOption> ParseValues(std::string_view text, const std::string& 
             section = Trimmed(line.substr(1, line.size() - 2));
             continue;
         }
-        if (const std::string why = WhyNoOption(line, section); !why.empty()) {
-            RefuseValues(nameForErrors + ":" + std::to_string(number), "the line " + why + ".");
+        if (const KText why = WhyNoOption(line, section); !why.empty()) {
+            RefuseValues(nameForErrors + ":" + std::to_string(number), Text("the line %s.", why));
         }
         const std::size_t equals = line.find('=');
         options.push_back(

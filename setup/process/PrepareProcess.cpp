@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/TrustedPath.h>
 #include <setup/process/PrepareProcess.h>
 #include <setup/script/SecretNames.h>
+#include <setup/text/Translation.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
@@ -12,6 +14,7 @@
 #include <string_view>
 #include <system_error>
 
+#include <sys/processes/OwnProcess.h>
 #include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
@@ -35,24 +38,41 @@ KSYS::EnvironmentVariables ReducedEnvironment() {
     return kept;
 }
 
+/// Where the catalogues are: with the program, in its package's place or, as in a bundle, beside it.
+/// Root believes nobody else's; empty then.
+std::string CatalogueDirectory() {
+    // It may end with "/".
+    const std::filesystem::path program =
+        std::filesystem::path(KSYS::ProgramDirectory() + "/").lexically_normal().parent_path();
+    const bool isInTree = program.filename() == "bin" || program.filename() == "sbin";
+    const std::filesystem::path found =
+        isInTree ? program.parent_path() / "share" / "locale" : program / "locale";
+    return KSYS::IsRoot() && !WhyOthersCanExchange(found.string()).empty() ? "" : found.string();
+}
+
 } // namespace
 
 std::string PrepareProcess() {
     if (KSYS::HasRaisedRights()) {
         throw KSetupFailure(
             ExitCode::notRoot,
-            "ins-setup does not run set-uid or set-gid. Take the bit away and start it as root."
+            Text(
+                "ins-setup does not run set-uid or set-gid. Take the bit away and start it as root."
+            )
         );
     }
     std::error_code gone; // an empty path then
     const std::string former = std::filesystem::current_path(gone).string();
     if (KSYS::IsolateProcess(ReducedEnvironment()) != 0) {
         throw KSetupFailure(
-            ExitCode::internal, "/dev/null cannot be opened: the system lacks its devices."
+            ExitCode::internal, Text("/dev/null cannot be opened: the system lacks its devices.")
         );
     }
+    if (const std::string catalogues = CatalogueDirectory(); !catalogues.empty()) {
+        StartTranslation(catalogues);
+    }
     if (KSYS::EnterDirectory("/") != 0) {
-        throw KSetupFailure(ExitCode::internal, "the root directory cannot be entered.");
+        throw KSetupFailure(ExitCode::internal, Text("the root directory cannot be entered."));
     }
     return former;
 }

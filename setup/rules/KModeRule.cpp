@@ -62,7 +62,7 @@ void RequireNoSetIdForOthers(int file, const KSUP::KString& path, unsigned mode)
     }
     // Its owner may be the product's own user; the way to it counts.
     const std::string why =
-        WhyOthersCanExchange(NormalPath(path.c_str()), KPathEnd::IsOthersBusiness);
+        WhyOthersCanExchange(NormalPath(path.c_str()), KPathEnd::IsOthersBusiness).English();
     if (!why.empty()) {
         const std::string reason =
             "it would become set-id, and others than root can exchange it (" + why +

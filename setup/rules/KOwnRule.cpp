@@ -20,7 +20,7 @@ KSetupRuleLine ReadOwnLine(
     });
     if (!line.GetProblem().empty()) {
         ownRule.RaiseAs(
-            {KSUP::KErrorKind::Rule, KSUP::KOperation::None, {}, line.GetProblemText()},
+            {KSUP::KErrorKind::Rule, KSUP::KOperation::None, {}, line.GetProblemText().English()},
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::malformedRule,
             KSUP::KString(keyword + "=" + value)

@@ -35,9 +35,12 @@ constexpr KSUP::KErrorSource ownedFileRule{"setup/KOwnedFileRule"};
 void RequireMayReplace(
     const KChangePolicy& policy, const std::string& path, const std::string& source
 ) {
-    if (const std::string why = policy.WhyNotReplace(path, source); !why.empty()) {
+    if (const KText why = policy.WhyNotReplace(path, source); !why.empty()) {
         ownedFileRule.RaiseAs(
-            {KSUP::KErrorKind::System, KSUP::KOperation::Write, path.c_str(), why.c_str()},
+            {KSUP::KErrorKind::System,
+             KSUP::KOperation::Write,
+             path.c_str(),
+             why.English().c_str()},
             KSUP::TraceLevel::rule,
             EEXIST
         );

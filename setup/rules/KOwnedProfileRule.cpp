@@ -69,7 +69,7 @@ void KOwnedProfileRule::DeleteListed() const {
         // Copies: the enumeration's own texts are not to be relied on once the key is gone.
         const KString name = profile.GetKeyName();
         const std::string file = profile.GetKeyValue().c_str();
-        if (const std::string why = policy.WhyNotDeleteListed(file); !why.empty()) {
+        if (const KText why = policy.WhyNotDeleteListed(file); !why.empty()) {
             changes.listed.push_back({profilePath.c_str(), file, why});
             continue;
         }

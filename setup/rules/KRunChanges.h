@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <deque>
 #include <functional>
 #include <map>
@@ -32,7 +34,7 @@ struct KRunChanges {
     struct Listed {
         std::string profile;
         std::string path; ///< as it stands there
-        std::string why;
+        KText why;
     };
     std::vector<Listed> listed; ///< what profiles list to be deleted, and which stays
     /// Links that were replaced themselves, and what they lead to.

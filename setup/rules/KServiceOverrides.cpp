@@ -57,10 +57,9 @@ KServiceOverrides KServiceOverrides::Look(const KPlan& plan, const KOwnership& o
         if (!unit && !CountsAsMissing(whyMissing)) {
             throw SystemFailure(
                 ExitCode::cannotWrite,
-                "cannot look at",
-                path,
+                Text("cannot look at %s", path),
                 whyMissing,
-                "Nothing was changed. Fix the cause and run it again."
+                Text("Nothing was changed. Fix the cause and run it again.")
             );
         }
         if (unit && unit->target == nowhere) {

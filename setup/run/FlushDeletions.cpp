@@ -16,9 +16,10 @@ namespace KSETUP {
 
 namespace {
 
-constexpr const char* whyNotForgotten =
+constexpr const char* whyNotForgotten = TextFormat(
     "Until that is done a power cut may bring back what was deleted, so it stays remembered. Fix "
-    "the cause and run it again.";
+    "the cause and run it again."
+);
 
 /// The file systems of paths, each flushed when it is met first.
 class FlushedFileSystems {
@@ -49,10 +50,9 @@ class FlushedFileSystems {
         if (failed != 0) {
             throw SystemFailure(
                 ExitCode::cannotWrite,
-                "cannot bring to the disk what was deleted in",
-                directory,
+                Text("cannot bring to the disk what was deleted in %s", directory),
                 failed,
-                whyNotForgotten
+                Text(whyNotForgotten)
             );
         }
         return true;

@@ -62,7 +62,7 @@ std::string SignatureWords(const KRunReport& report) {
     const KSignerReport& signer = *report.signer;
     return signer.state + (signer.key.empty() ? "" : " " + signer.key) +
            (signer.knownFrom.empty() ? "" : " (" + signer.knownFrom + ")") +
-           (signer.why.empty() ? "" : ": " + signer.why);
+           (signer.why.empty() ? "" : ": " + signer.why.English());
 }
 
 void TellJournal(const KRunReport& report, const std::string& message, const char* result) {
@@ -85,7 +85,7 @@ void TellJournal(const KRunReport& report, const std::string& message, const cha
         "INSPP_RESULT=%s",
         result,
         "INSPP_ERROR=%s",
-        ForJournal(report.error).c_str(),
+        ForJournal(report.error.English()).c_str(),
         "INSPP_SIGNATURE=%s",
         ForJournal(SignatureWords(report)).c_str(),
         nullptr
@@ -113,8 +113,10 @@ void KAuditLog::Begin(const KRunReport& report, const std::string& kit) {
     } catch (const KSUP::KError& error) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
-            std::string("the setup log cannot be opened: ") +
+            Text(
+                "the setup log cannot be opened: %s",
                 (error.HasInfo() ? error.GetInfo().GetString() : error.GetSummary()).c_str()
+            )
         );
     }
     TellJournal(report, "Begin " + What(report), "started");
@@ -132,10 +134,11 @@ void KAuditLog::End(const KRunReport& report, KSUP::KLog& log) {
     const std::string result = ResultWord(report.result);
     log << KLogPrefix(Name()) << "End " << What(report) << ": " << result << ", "
         << report.rulesDone << " of " << report.rulesAll << " rules"
-        << (report.error.empty() ? "" : ": ") << report.error << KLogTypes::EndEntry;
+        << (report.error.empty() ? "" : ": ") << report.error.English() << KLogTypes::EndEntry;
     TellJournal(
         report,
-        "End " + What(report) + ": " + result + (report.error.empty() ? "" : ": ") + report.error,
+        "End " + What(report) + ": " + result + (report.error.empty() ? "" : ": ") +
+            report.error.English(),
         result.c_str()
     );
 }

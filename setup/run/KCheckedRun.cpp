@@ -50,14 +50,14 @@ void RefuseErrors(const KPlannedRun& planned) {
     if (!found.hasCycle && (context.arguments.noCheck || !found.HasErrors())) {
         return;
     }
-    std::string words = "the kit's script has errors. Nothing was changed.";
+    KText words = Text("the kit's script has errors. Nothing was changed.");
     for (const KFinding& finding : found.findings) {
         words += "\n" + ToLine(finding, context.kit.GetDirectory());
     }
     throw KSetupFailure(
         ExitCode::malformedScript,
-        words + (found.hasCycle ? "\nFix the circle first: it would load without end."
-                                : "\nFix them, or install with --no-check.")
+        words + (found.hasCycle ? Text("\nFix the circle first: it would load without end.")
+                                : Text("\nFix them, or install with --no-check."))
     );
 }
 
@@ -79,20 +79,24 @@ void RefuseMissingPrograms(const KPlannedRun& planned) {
 void RefuseObstacles(const KPlannedRun& planned) {
     const KPlan& plan = planned.GetPlan();
     const std::string& name = planned.GetContext().report.product;
-    if (const std::string why = WhyConflict(plan); !why.empty()) {
+    if (const KText why = WhyConflict(plan); !why.empty()) {
         throw KSetupFailure(
             ExitCode::conflict,
-            name + " must not change " + why +
-                ". Nothing was changed. Move it away, or use --allow-conflicts."
+            Text(
+                "%s must not change %s. Nothing was changed. Move it away, or use "
+                "--allow-conflicts.",
+                name,
+                why
+            )
         );
     }
     KLockedProduct& product = planned.GetProduct();
-    const std::string system =
+    const KText system =
         WhySystemPlace(plan, planned.GetPolicy(), planned.GetProductPath(), product.GetService());
     if (!system.empty() && !planned.GetContext().arguments.allowConflicts) {
         throw KSetupFailure(
             ExitCode::conflict,
-            system + ". Nothing was changed. --allow-conflicts does it all the same."
+            Text("%s. Nothing was changed. --allow-conflicts does it all the same.", system)
         );
     }
     for (const KPlannedRule& rule : plan.GetRules()) {
@@ -104,10 +108,13 @@ void RefuseObstacles(const KPlannedRun& planned) {
             if (!action.obstacle.empty()) {
                 throw KSetupFailure(
                     ExitCodeOf(action),
-                    planned.GetContext().kit.GetScript().c_str() +
-                        (":" + std::to_string(rule.rule.line.number) + ": ") +
-                        MaskedLine(rule.rule.line.type, rule.rule.line.value) +
-                        " would fail: " + action.obstacle + ". Nothing was changed."
+                    Text(
+                        "%s:%s: %s would fail: %s. Nothing was changed.",
+                        planned.GetContext().kit.GetScript().c_str(),
+                        rule.rule.line.number,
+                        MaskedLine(rule.rule.line.type, rule.rule.line.value),
+                        action.obstacle
+                    )
                 );
             }
         }
@@ -118,7 +125,7 @@ void RefuseObstacles(const KPlannedRun& planned) {
 void RefuseStopped(KSYS::KStopSignals& signals) {
     signals.Take();
     if (signals.GetFirst() != 0) {
-        throw KSetupStop("Stopped on request. Nothing was changed.");
+        throw KSetupStop(Text("Stopped on request. Nothing was changed."));
     }
 }
 
@@ -150,17 +157,16 @@ KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRu
 
 void KCheckedRun::TellOwnership() const {
     KLockedProduct& product = planned.GetProduct();
-    std::vector<std::string>& notes = GetContext().report.notes;
+    std::vector<KText>& notes = GetContext().report.notes;
     if (planned.Installs() && !product.GetRecord() && !product.GetInterrupted()) {
-        if (std::string there =
-                DescribeForeignContent(product.GetOwnership(), planned.GetProductPath());
+        if (KText there = DescribeForeignContent(product.GetOwnership(), planned.GetProductPath());
             !there.empty()) {
             notes.push_back(std::move(there));
         }
     }
     if (product.GetOwnership().GetKnown() == KOwnership::Known::Nothing &&
         product.GetOwnership().GetDamage().empty() && !planned.Installs()) {
-        notes.emplace_back(followsScript);
+        notes.emplace_back(Text(followsScript));
     }
 }
 
@@ -171,11 +177,11 @@ void KCheckedRun::RequireScript() const {
     if (planned.Installs()) {
         RefuseErrors(planned); // first, because it tells the most
     }
-    if (const std::string why =
-            DescribeLoadProblems(context.kit.GetScript().c_str(), planned.GetPlan());
+    if (const KText why = DescribeLoadProblems(context.kit.GetScript().c_str(), planned.GetPlan());
         !why.empty()) {
         throw KSetupFailure(
-            ExitCode::malformedScript, "the script cannot be loaded. Nothing was changed.\n" + why
+            ExitCode::malformedScript,
+            Text("the script cannot be loaded. Nothing was changed.\n%s", why)
         );
     }
     if (planned.Installs()) {
@@ -187,18 +193,20 @@ void KCheckedRun::RequireScript() const {
 void KCheckedRun::RequirePlaceOfRoots() const {
     const KOwnership& ownership = planned.GetProduct().GetOwnership();
     const std::string& path = planned.GetProductPath();
-    if (const std::string why = WhySharedPlace(planned.GetPlan(), ownership, path); !why.empty()) {
+    if (const KText why = WhySharedPlace(planned.GetPlan(), ownership, path); !why.empty()) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
-            why + ". Nothing was changed. " +
+            Text(
+                "%s. Nothing was changed. %s",
+                why,
                 (planned.Installs() && !planned.GetProduct().GetRecord()
-                     ? "Choose a directory of the product's own below one of root's, as in /opt, "
-                       "or "
-                       "make that one root's (chown root, chmod go-w)."
-                     : "Make that one root's (chown root, chmod go-w).")
+                     ? Text("Choose a directory of the product's own below one of root's, as in "
+                            "/opt, or make that one root's (chown root, chmod go-w).")
+                     : Text("Make that one root's (chown root, chmod go-w)."))
+            )
         );
     }
-    if (std::string shared = DescribeSharedPlace(ownership, path); !shared.empty()) {
+    if (KText shared = DescribeSharedPlace(ownership, path); !shared.empty()) {
         GetContext().report.notes.push_back(std::move(shared));
     }
 }
@@ -212,10 +220,13 @@ void KCheckedRun::RunPreflight() const {
         RequireServiceManager(plan);
     }
     RequirePlaceOfRoots();
-    const char* fate = planned.Installs() ? "replaced: " : "deleted: ";
     context.report.running = FindRunningPrograms(plan);
     for (const std::string& program : context.report.running) {
-        context.reporter.Say(std::string("Running, and about to be ") + fate + Printable(program));
+        context.reporter.Say(Text(
+            planned.Installs() ? TextFormat("Running, and about to be replaced: %s")
+                               : TextFormat("Running, and about to be deleted: %s"),
+            Printable(program)
+        ));
     }
 }
 
@@ -230,21 +241,34 @@ void KCheckedRun::FindLogs() {
 }
 
 /// Before the question: the files that are not the product's, and would go.
-std::string KCheckedRun::DescribeWhatGoesBesides() const {
+KText KCheckedRun::DescribeWhatGoesBesides() const {
     constexpr std::size_t filesShown = 10;
     const KOwnership& ownership = planned.GetProduct().GetOwnership();
     std::size_t count = 0;
-    std::string text;
+    KText text;
     planned.GetPlan().ForEachAction([&](const KPlannedAction& action) {
         const bool goes = action.kind == KPlannedAction::Kind::DeleteFile && !action.lacks;
         if (goes && ownership.Find(action.path) == nullptr && ++count <= filesShown) {
-            text += (count == 1 ? "Not the product's, and deleted too:\n    " : "    ") +
+            text += (count == 1 ? Text("Not the product's, and deleted too:\n    ") : "    ") +
                     Printable(action.path) + "\n";
         }
     });
-    return count > filesShown ? text + "    and " + std::to_string(count - filesShown) + " more\n"
-                              : text;
+    return count > filesShown ? Text("%s    and %s more\n", text, count - filesShown) : text;
 }
+
+namespace {
+
+/// In English or in the language of the question.
+bool IsYes(const std::optional<std::string>& answer) {
+    const KText letter = Text("y");
+    const KText capital = Text("Y");
+    const KText word = Text("yes");
+    return answer == letter.English() || answer == letter.Translated() ||
+           answer == capital.English() || answer == capital.Translated() ||
+           answer == word.English() || answer == word.Translated();
+}
+
+} // namespace
 
 /// Only where somebody sits: a run that nobody watches is never held up. Who watches through a pipe
 /// is asked all the same, on the terminal itself.
@@ -258,27 +282,36 @@ void KCheckedRun::AskBeforeRemoval() const {
     if (!isTerminalsOwn && !KSYS::IsTerminal(STDOUT_FILENO)) {
         throw KSetupFailure(
             ExitCode::usage,
-            "there is no terminal to ask on whether to remove " +
-                Printable(context.report.product) +
-                ". Nothing was removed. --yes removes it without being asked."
+            Text(
+                "there is no terminal to ask on whether to remove %s. Nothing was removed. --yes "
+                "removes it without being asked.",
+                Printable(context.report.product)
+            )
         );
     }
     const KRunReport& report = context.report;
-    const std::string question =
-        DescribeWhatGoesBesides() + "Remove " + Printable(report.product) + " " +
-        Printable(report.version) + " from " + Printable(report.productPath) +
-        (report.root.empty() ? "" : " in " + Printable(report.root)) + "? [y/N] ";
+    const KText from = report.root.empty() ? KText() : Text(" in %s", Printable(report.root));
+    const KText question = Text(
+        "%sRemove %s %s from %s%s? [y/N] ",
+        DescribeWhatGoesBesides(),
+        Printable(report.product),
+        Printable(report.version),
+        Printable(report.productPath),
+        from
+    );
     const int asked = isTerminalsOwn ? opened.Get() : STDOUT_FILENO;
     std::cout << std::flush; // in the order in which things happened
     // One that goes away now ends the answer, too.
-    static_cast<void>(KSYS::WriteAll(asked, question.data(), question.size()));
+    static_cast<void>(
+        KSYS::WriteAll(asked, question.Translated().data(), question.Translated().size())
+    );
     const std::optional<std::string> answer =
         context.signals.ReadLine(isTerminalsOwn ? opened.Get() : STDIN_FILENO);
     if (!answer) { // the end of the line that nobody wrote
         static_cast<void>(KSYS::WriteAll(asked, "\n", 1));
     }
-    if (answer != "y" && answer != "Y" && answer != "yes") {
-        throw KSetupStop("Nothing was removed.");
+    if (!IsYes(answer)) {
+        throw KSetupStop(Text("Nothing was removed."));
     }
 }
 

@@ -4,6 +4,7 @@
 #include <setup/files/KCopyDigests.h>
 #include <setup/files/KReadAhead.h>
 #include <setup/run/KPlannedRun.h>
+#include <setup/text/KText.h>
 
 #include <memory>
 #include <string>
@@ -34,7 +35,7 @@ class KCheckedRun {
     void RunPreflight() const;
     void FindLogs();
     void TellOwnership() const;
-    std::string DescribeWhatGoesBesides() const;
+    KText DescribeWhatGoesBesides() const;
     void AskBeforeRemoval() const;
 
     KPlannedRun planned;

@@ -20,7 +20,7 @@ KLockedProduct::KLockedProduct(const KRunContext& given)
           given.arguments.waitSeconds,
           given.ShallStop(),
           KSYS::LockPlaces::Of(0),
-          [&reporter = given.reporter](const std::string& words) { reporter.Say(Printable(words)); }
+          [&reporter = given.reporter](const KText& words) { reporter.Say(Printable(words)); }
       ),
       record(LoadRecord(installer)),
       macros(InstalledVersionText(record)),

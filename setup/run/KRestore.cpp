@@ -22,9 +22,10 @@ namespace KSETUP {
 
 namespace {
 
-std::string Joined(const std::vector<std::string>& parts, const char* between) {
-    std::string text;
-    for (const std::string& part : parts) {
+template <class Part>
+Part Joined(const std::vector<Part>& parts, const char* between) {
+    Part text;
+    for (const Part& part : parts) {
         text += (text.empty() ? "" : between) + part;
     }
     return text;
@@ -57,7 +58,7 @@ Undo(const KOpenBackup& backup, KRestoration& restoration, const std::function<b
     if (!restoration.GetResult().stopped) {
         StartServices(services, undone.report, undone.failures);
     }
-    const std::vector<std::string>& failures = restoration.GetResult().failures;
+    const std::vector<KText>& failures = restoration.GetResult().failures;
     if (failures.empty() && undone.failures.empty() && !restoration.GetResult().stopped) {
         restoration.PutBackOwn();
     }
@@ -80,10 +81,11 @@ void DeleteUndone(const std::string& run, KBackup& store, KRunReport& report) {
         store.Delete(run);
         RemoveEmptyStateDirectory(store.GetName());
     } catch (const std::exception& failure) {
-        report.notes.push_back(
-            std::string("The backup of the run that was undone is not deleted (") + failure.what() +
-            "). The next run that succeeds takes it away."
-        );
+        report.notes.push_back(Text(
+            "The backup of the run that was undone is not deleted (%s). The next run that succeeds "
+            "takes it away.",
+            failure.what()
+        ));
     }
 }
 
@@ -113,24 +115,23 @@ void FillUndone(const KUndone& undone, bool hasCommands, KRunReport& report) {
     report.leftBehind = undone.leftBehind;
     report.changed = restored.putBack + restored.deleted > 0;
     report.notes.push_back(
-        std::to_string(restored.putBack) + " put back, " + std::to_string(restored.deleted) +
-        " that had not been there deleted."
+        Text("%s put back, %s that had not been there deleted.", restored.putBack, restored.deleted)
     );
     for (const auto& [path, keptAs] : restored.edited) {
-        report.notes.push_back("Edited since, and kept: " + keptAs);
+        report.notes.push_back(Text("Edited since, and kept: %s", keptAs));
     }
     if (!restored.restarted.empty()) {
         report.notes.push_back(
-            "Started again with what was put back: " + Joined(restored.restarted, ", ") + "."
+            Text("Started again with what was put back: %s.", Joined(restored.restarted, ", "))
         );
     }
     if (!restored.stopped.empty()) {
         report.notes.push_back(
-            "Stopped, because it did not run before: " + Joined(restored.stopped, ", ") + "."
+            Text("Stopped, because it did not run before: %s.", Joined(restored.stopped, ", "))
         );
     }
     if (hasCommands) {
-        report.notes.emplace_back("What commands of the script did besides is not undone.");
+        report.notes.emplace_back(Text("What commands of the script did besides is not undone."));
     }
 }
 
@@ -148,16 +149,23 @@ std::string FindRun(const KLockedProduct& product, const KBackup& store) {
 
 [[noreturn]] void RefuseWithout(const KLockedProduct& product, const KBackup& store) {
     const std::string& service = product.GetService();
-    std::string why = "there is no backup of the last run for " + service +
-                      ", so it cannot be undone. \"ins-setup install --backup\" makes one.";
+    KText why = Text(
+        "there is no backup of the last run for %s, so it cannot be undone. \"ins-setup install "
+        "--backup\" makes one.",
+        service
+    );
     if (product.GetInterrupted()) {
-        why = "there is no backup of the run that was interrupted, so it cannot be undone. Nothing "
-              "was changed. " +
-              product.GetInterrupted()->ToWords();
+        why = Text(
+            "there is no backup of the run that was interrupted, so it cannot be undone. Nothing "
+            "was changed. %s",
+            product.GetInterrupted()->ToWords()
+        );
     } else if (store.Exists()) {
-        why = "the backup for " + service +
-              " is not of the last run: others came after it. Nothing was changed. Install the "
-              "version that you want.";
+        why = Text(
+            "the backup for %s is not of the last run: others came after it. Nothing was changed. "
+            "Install the version that you want.",
+            service
+        );
     }
     throw KSetupFailure(ExitCode::noKit, why);
 }
@@ -165,13 +173,16 @@ std::string FindRun(const KLockedProduct& product, const KBackup& store) {
 void RefuseEdited(const KRestoration& restoration, KRunReport& report) {
     std::string paths;
     for (const std::string& path : restoration.GetEdited()) {
-        report.differences.emplace_back(path, "was edited since the run");
+        report.differences.emplace_back(path, Text("was edited since the run"));
         paths += "\n    " + path;
     }
     throw KSetupFailure(
         ExitCode::differs,
-        "edited since the run that is to be undone:" + paths +
-            "\nNothing was changed. --force keeps them beside, as NAME.edited, and goes on."
+        Text(
+            "edited since the run that is to be undone:%s\nNothing was changed. --force keeps them "
+            "beside, as NAME.edited, and goes on.",
+            paths
+        )
     );
 }
 
@@ -237,15 +248,15 @@ void RestoreRun(
     const KUndone undone = Undo(backup, restoration, context.ShallStop());
     FillUndone(undone, backup.index.hasCommands, report);
     if (!backup.left) {
-        report.notes.emplace_back(
+        report.notes.emplace_back(Text(
             "The run did not come to its end, so it is not known whether anything was edited since."
-        );
+        ));
     }
     report.error = Joined(undone.failures, "; ");
     if (undone.stopped) {
         report.result = KRunResult::Cancelled;
         report.exitCode = ExitCode::signalBase + context.signals.GetFirst();
-        report.error = "stopped on request; run it again to go on";
+        report.error = Text("stopped on request; run it again to go on");
     } else if (!undone.failures.empty()) {
         report.result = KRunResult::Failed;
         report.exitCode = ExitCode::cannotWrite;

@@ -15,7 +15,7 @@ namespace KSETUP {
 struct KUndone {
     KPutBackReport report;
     std::vector<std::string> leftBehind; ///< what the run made and is there still
-    std::vector<std::string> failures;   ///< in words; the rest was put back
+    std::vector<KText> failures;         ///< in words; the rest was put back
     bool stopped = false;
 
     /// Whether everything that is kept was put back. What was not can be tried again.

@@ -58,7 +58,7 @@ std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
     if (planned.Installs()) {
         for (KAddedLine& line : DescribeAddedLines()) {
             const std::size_t value = line.text.rfind(',');
-            std::string words = "Setting " + line.text.substr(0, value) + " in the configuration";
+            KText words = Text("Setting %s in the configuration", line.text.substr(0, value));
             rules.push_back({std::move(line.option), std::move(line.text), false, std::move(words)}
             );
         }
@@ -111,10 +111,9 @@ void RequireRead(const KPlannedRun& planned) {
     if (planned.Installs() && !unread.empty()) {
         throw SystemFailure(
             ExitCode::cannotWrite,
-            "cannot read",
-            unread.begin()->first,
+            Text("cannot read %s", unread.begin()->first),
             unread.begin()->second,
-            "So it is not known whether somebody edited it. Nothing was changed."
+            Text("So it is not known whether somebody edited it. Nothing was changed.")
         );
     }
 }
@@ -201,9 +200,9 @@ void KRun::RequireSealed(const KRunEvent& event) {
             KSUP::TraceLevel::rule,
             EBADMSG,
             KSUP::KString(
-                broken.front() + " was not copied as the kit's SHA256SUMS lists it, and is deleted "
-                                 "again: somebody changed the kit during the run. Look who may, "
-                                 "and get the kit again."
+                broken.front() +
+                " was not copied as the kit's SHA256SUMS lists it, and is deleted again: somebody "
+                "changed the kit during the run. Look who may, and get the kit again."
             )
         );
     }
@@ -302,8 +301,11 @@ void KRun::StartRules() {
         }
         throw KSetupFailure(
             isMalformed ? ExitCode::malformedScript : ExitCode::internal,
-            std::string(context.kit.GetScript().c_str()) + ": " + Printable(DescribeError(error)) +
-                " No rule was run."
+            Text(
+                "%s: %s No rule was run.",
+                context.kit.GetScript().c_str(),
+                Printable(DescribeError(error))
+            )
         );
     }
 }

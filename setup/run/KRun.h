@@ -9,6 +9,7 @@
 #include <setup/run/KRunWatch.h>
 #include <setup/state/KRunState.h>
 #include <setup/state/KWriteJournal.h>
+#include <setup/text/KText.h>
 #include <sup++/KError.h>
 
 #include <atomic>
@@ -72,7 +73,7 @@ class KRun {
     void FillWork();
     bool IsRolledBack();
     bool WasBegun() const;
-    std::string DescribeWhatStays() const;
+    KText DescribeWhatStays() const;
     void FillLogEnd() const;
     void FillNotes();
 

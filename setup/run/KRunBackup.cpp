@@ -62,7 +62,7 @@ std::string FormerRun(const KLockedProduct& product, const KBackup& store) {
         if (!failure.IsDamage()) {
             throw;
         }
-        product.GetContext().report.notes.emplace_back(failure.what());
+        product.GetContext().report.notes.emplace_back(failure.GetText());
         return "";
     }
 }
@@ -95,7 +95,7 @@ void KRunBackup::Save() {
     wish.paths = FindPaths(wish.services);
     store.Save(wish, context.ShallStop());
     isKept = true;
-    context.reporter.Say("What is there now is kept; \"ins-setup restore\" puts it back.");
+    context.reporter.Say(Text("What is there now is kept; \"ins-setup restore\" puts it back."));
 }
 
 std::vector<std::string> KRunBackup::FindPaths(const std::vector<KServiceBefore>& services) const {
@@ -154,11 +154,11 @@ void KRunBackup::Fail(const std::vector<std::string>& made) {
     try {
         NoteLeft(made, nullptr);
     } catch (const KSetupFailure& failure) {
-        planned.GetContext().report.notes.push_back(
-            std::string("What the run left could not be noted, so \"restore\" will not see what is "
-                        "edited from now on: ") +
-            failure.what()
-        );
+        planned.GetContext().report.notes.push_back(Text(
+            "What the run left could not be noted, so \"restore\" will not see what is edited from "
+            "now on: %s",
+            failure.GetText()
+        ));
     }
 }
 
@@ -181,10 +181,11 @@ bool KRunBackup::RollBack() {
         const KUndone undone = Undo(*backup, restoration);
         report.rolledBack = undone.IsWhole();
         report.notes.emplace_back(
-            !undone.IsWhole() ? "Not everything was put back. \"ins-setup restore\" tries it again."
+            !undone.IsWhole()
+                ? Text("Not everything was put back. \"ins-setup restore\" tries it again.")
             : undone.report.isComplete
-                ? "Everything was put back: " + report.product + " is as it was before."
-                : "What the run replaced was put back."
+                ? Text("Everything was put back: %s is as it was before.", report.product)
+                : Text("What the run replaced was put back.")
         );
         report.notes.insert(report.notes.end(), undone.failures.begin(), undone.failures.end());
         FillUndone(undone, backup->index.hasCommands, report);
@@ -193,10 +194,9 @@ bool KRunBackup::RollBack() {
         }
     } catch (const std::exception& error) {
         report.rolledBack = false;
-        report.notes.push_back(
-            std::string("Not everything was put back: ") + error.what() +
-            " \"ins-setup restore\" tries it again."
-        );
+        report.notes.push_back(Text(
+            "Not everything was put back: %s \"ins-setup restore\" tries it again.", error.what()
+        ));
     }
     return *report.rolledBack;
 }

@@ -58,17 +58,16 @@ std::vector<std::string> FindMissingCopies(const KPlan& plan, unsigned number) {
     return missing;
 }
 
-std::string TakenAway(const std::vector<std::string>& paths) {
+KText TakenAway(const std::vector<std::string>& paths) {
     if (paths.size() == 1) {
-        return "The file that was being copied was taken away: " + paths.front();
+        return Text("The file that was being copied was taken away: %s", paths.front());
     }
-    std::string text = "The files that were being copied were taken away: " + paths.front();
+    KText text = Text("The files that were being copied were taken away: %s", paths.front());
     for (std::size_t at = 1; at < std::min(paths.size(), pathsShown); ++at) {
         text += ", " + paths[at];
     }
-    return paths.size() <= pathsShown
-               ? text
-               : text + " and " + std::to_string(paths.size() - pathsShown) + " more";
+    return paths.size() <= pathsShown ? text
+                                      : Text("%s and %s more", text, paths.size() - pathsShown);
 }
 
 } // namespace
@@ -111,12 +110,12 @@ void KRun::Settle() {
     } catch (const KSetupFailure& failure) { // too late for a refusal
         report.result = KRunResult::Failed;
         report.exitCode = failure.GetExitCode();
-        report.error = failure.what();
+        report.error = failure.GetText();
         static_cast<void>(IsRolledBack()); // else it stands as interrupted
     } catch (const std::exception& error) {
         report.result = KRunResult::Failed;
         report.exitCode = ExitCode::internal;
-        report.error = std::string("all rules were done, and then: ") + error.what();
+        report.error = Text("all rules were done, and then: %s", error.what());
     }
 }
 
@@ -145,8 +144,11 @@ void KRun::SettleInstall() {
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
             failure.GetExitCode(),
-            report.product +
-                " is installed, but not what it consists of written down: " + failure.what()
+            Text(
+                "%s is installed, but not what it consists of written down: %s",
+                report.product,
+                failure.GetText()
+            )
         );
     }
     backup.Conclude(journal->GetMade(), &installed, [this] {
@@ -158,13 +160,16 @@ void KRun::SettleInstall() {
 
 KManifest KRun::MakeManifest() {
     if (const int failed = journal->GetErrorNumber(); failed == ENOMEM) {
-        throw KSetupFailure(ExitCode::internal, "there was no memory left to keep track of it.");
+        throw KSetupFailure(
+            ExitCode::internal, Text("there was no memory left to keep track of it.")
+        );
     }
     const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
     KManifest manifest(journal->GetMade(), checked.GetCopies().Take());
     manifest.Merge(ownership.GetManifest());
     if (!ownership.GetDamage().empty()) { // so lost; the new one is as true without it
-        report.notes.emplace_back("The former manifest could not be understood; it is written anew."
+        report.notes.emplace_back(
+            Text("The former manifest could not be understood; it is written anew.")
         );
     }
     for (const std::string& path : journal->GetMade()) {
@@ -197,11 +202,13 @@ void KRun::TellLostOwners(const KManifest& manifest) {
         const KManifestEntry* now = manifest.Find(path);
         if (now != nullptr && now->kind == KManifestEntry::Kind::File && now->owner == 0 &&
             !changes.rights.contains(path) && std::binary_search(made.begin(), made.end(), path)) {
-            report.notes.push_back(
-                path + " is root's now and no longer user " + std::to_string(owner) +
-                "'s: others than root may write in its directory, so a new file there takes over "
-                "no owner. Give it one in the script (mode=set)."
-            );
+            report.notes.push_back(Text(
+                "%s is root's now and no longer user %s's: others than root may write in its "
+                "directory, so a new file there takes over no owner. Give it one in the script "
+                "(mode=set).",
+                path,
+                owner
+            ));
         }
     }
 }
@@ -253,7 +260,7 @@ void KRun::FillChanges() {
     report.replacedLinks = changes.replacedLinks;
     for (const KRunChanges::Listed& one : changes.listed) {
         report.notes.push_back(
-            one.profile + " lists " + one.path + " to be deleted, which stays: " + one.why + "."
+            Text("%s lists %s to be deleted, which stays: %s.", one.profile, one.path, one.why)
         );
     }
     if (GetPlanned().Installs()) {
@@ -267,14 +274,15 @@ void KRun::TellWhatResisted() {
     std::size_t count = 0;
     for (const auto& [path, failed] : changes.resisted) {
         if (LookAtEntry(path) && ++count <= pathsShown) { // another rule may have been able to
-            report.notes.push_back(
-                path + " could not be deleted: " +
-                std::generic_category().message(static_cast<int>(failed)) + "."
-            );
+            report.notes.push_back(Text(
+                "%s could not be deleted: %s.",
+                path,
+                std::generic_category().message(static_cast<int>(failed))
+            ));
         }
     }
     if (count > pathsShown) {
-        report.notes.push_back(std::to_string(count - pathsShown) + " more could not be deleted.");
+        report.notes.push_back(Text("%s more could not be deleted.", count - pathsShown));
     }
 }
 
@@ -296,13 +304,17 @@ void KRun::FillError(const KSUP::KError& error) {
             FillService(*rule);
         }
     } else if (!isSealBroken) {
-        report.notes.emplace_back("All rules were done; writing the record of the product failed.");
+        report.notes.emplace_back(
+            Text("All rules were done; writing the record of the product failed.")
+        );
     }
     if (IsRolledBack()) {
         return;
     }
-    const std::string stays = DescribeWhatStays();
-    report.notes.push_back(stays + (stays.empty() ? "" : ". ") + "Fix the cause and run it again.");
+    const KText stays = DescribeWhatStays();
+    report.notes.push_back(
+        Text("%s%sFix the cause and run it again.", stays, (stays.empty() ? "" : ". "))
+    );
 }
 
 /// What the service said itself.
@@ -324,7 +336,7 @@ void KRun::FillStopped() {
     const int signal = context.signals.GetFirst();
     report.result = KRunResult::Cancelled;
     report.exitCode = ExitCode::signalBase + (signal != 0 ? signal : SIGINT);
-    report.error = "stopped on request";
+    report.error = Text("stopped on request");
     report.ruleAtWork = watch->GetStarted() > report.rulesDone ? report.rulesDone + 1 : 0;
     if (IsRolledBack()) {
         return;
@@ -341,9 +353,9 @@ void KRun::FillStopped() {
             report.notes.push_back(TakenAway(missing));
         }
     }
-    const std::string stays = DescribeWhatStays();
+    const KText stays = DescribeWhatStays();
     report.notes.push_back(
-        stays.empty() ? "Run it again to go on." : stays + "; run it again to go on."
+        stays.empty() ? Text("Run it again to go on.") : Text("%s; run it again to go on.", stays)
     );
 }
 
@@ -367,27 +379,27 @@ bool KRun::WasBegun() const {
 }
 
 /// Empty when nothing was done, or there is no directory in which anything could stay.
-std::string KRun::DescribeWhatStays() const {
+KText KRun::DescribeWhatStays() const {
     if (!WasBegun() || !KSUP::KFileBase::DoesFileExist(report.productPath)) {
         return {};
     }
-    return (GetPlanned().Installs() ? "What was done stays in "
-                                    : "What was not yet removed stays in ") +
+    return (GetPlanned().Installs() ? Text("What was done stays in ")
+                                    : Text("What was not yet removed stays in ")) +
            report.productPath;
 }
 
 void KRun::FillNotes() {
     FillChanges();
-    if (std::string left = DescribeLeftServices(); !left.empty()) {
+    if (KText left = DescribeLeftServices(); !left.empty()) {
         report.notes.push_back(std::move(left));
     }
     if (const int failed = journal->GetErrorNumber(); failed != 0 && report.exitCode != 0) {
-        report.notes.push_back(
-            "What the run made could not all be written down (" +
-            std::generic_category().message(failed) +
-            "), so a removal may leave some of it. Run it again with room in " +
-            stateBaseDirectory + "."
-        );
+        report.notes.push_back(Text(
+            "What the run made could not all be written down (%s), so a removal may leave some of "
+            "it. Run it again with room in %s.",
+            std::generic_category().message(failed),
+            stateBaseDirectory
+        ));
     }
     report.commandOutput = commandOutput.FindWritten();
 }

@@ -47,7 +47,7 @@ void KRun::SettleRemoval() {
     report.leftBehind = FindLeft();
     if (KSUP::KFileBase::DoesFileExist(report.productPath)) {
         report.notes.emplace_back(
-            "The directory is still there: it holds what the script does not delete."
+            Text("The directory is still there: it holds what the script does not delete.")
         );
     }
     FlushDeletions(toFlush);
@@ -63,11 +63,10 @@ void KRun::RefuseLinkThatStays() {
         changes.resisted.erase(found); // told here
         throw SystemFailure(
             ExitCode::cannotWrite,
-            report.product + " still counts as installed: cannot delete",
-            link,
+            Text("%s still counts as installed: cannot delete %s", report.product, link),
             failed,
-            "Fix the cause (lsattr -d shows an attribute that forbids it) and run it again to go "
-            "on."
+            Text("Fix the cause (lsattr -d shows an attribute that forbids it) and run it again to "
+                 "go on.")
         );
     }
     NameRun();
@@ -77,9 +76,11 @@ void KRun::RefuseLinkThatStays() {
     });
     throw KSetupFailure(
         ExitCode::ruleFailed,
-        report.product +
-            " still counts as installed: the script's section [remove] does not delete the "
-            "product's link in /etc. Everything else that it names is removed."
+        Text(
+            "%s still counts as installed: the script's section [remove] does not delete the "
+            "product's link in /etc. Everything else that it names is removed.",
+            report.product
+        )
     );
 }
 
@@ -159,10 +160,11 @@ std::vector<std::string> KRun::FindLeft() const {
     }
     if (!isKnown &&
         !ownership.GetDamage().empty()) { // its advice is for those who keep the product
-        report.notes.push_back(
-            std::string(stateBaseDirectory) + "/" + GetPlanned().GetProduct().GetService() +
-            "/manifest could not be understood, so what was left is not known file by file."
-        );
+        report.notes.push_back(Text(
+            "%s/%s/manifest could not be understood, so what was left is not known file by file.",
+            stateBaseDirectory,
+            GetPlanned().GetProduct().GetService()
+        ));
     }
     if (!isKnown && left.empty() && KSUP::KFileBase::DoesFileExist(report.productPath)) {
         left.insert(report.productPath);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/TextFormat.h>
 #include <setup/run/KRunWatch.h>
+#include <setup/run/StatusText.h>
 #include <sup++/Svc.h>
 
 #include <cmath>
@@ -99,13 +100,13 @@ void KRunWatch::Tell(const Event& event) {
         view.words = rules[event.rule].words;
         view.status = view.words;
         break;
-    case EventKind::Status:
-        view.status = event.text;
+    case Kind::Status:
+        view.status = StatusText(event.text);
         if (event.percentage != KINS::noPercentage) {
             view.status += " (" + std::to_string(std::lround(std::ceil(event.percentage))) + "%)";
             work.SetPart(event.percentage / 100);
         } else {
-            view.words = event.text;
+            view.words = StatusText(event.text);
             work.BeginEntry(event.path);
         }
         TellStarted(event.rule);
@@ -155,10 +156,10 @@ std::string KRunWatch::GetCopied(unsigned rule) const {
 
 void KRunWatch::AnswerSignal() {
     // Said before anything is asked: the run may hold the answer up.
-    context.reporter.Warn(installer.IsCancelled() ? "Still stopping." : "Stopping.");
+    context.reporter.Warn(installer.IsCancelled() ? Text("Still stopping.") : Text("Stopping."));
     installer.Stop();
     if (const KSUP::KString waiting = installer.GetStatus(); !waiting.IsEmpty()) {
-        context.reporter.Warn("Waiting for: " + Printable(waiting.c_str()));
+        context.reporter.Warn(Text("Waiting for: %s", Printable(StatusText(waiting.c_str()))));
     }
 }
 

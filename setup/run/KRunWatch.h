@@ -4,6 +4,7 @@
 #include <ins/KInstaller.h>
 #include <setup/run/KRunContext.h>
 #include <setup/run/KRunWork.h>
+#include <setup/text/KText.h>
 #include <sup++/KError.h>
 #include <sup++/ThreadSafety.h>
 
@@ -22,7 +23,7 @@ struct KWatchedRule {
     std::string place;           ///< "/kit/install.ini:12", or the option of the command line
     std::string text;            ///< as it is written there
     bool startsPrograms = false; ///< or services
-    std::string words{};         ///< what it does, if it says nothing of itself
+    KText words{};               ///< what it does, if it says nothing of itself
     const KPlannedRule* planned = nullptr; ///< null where no plan has it
 };
 

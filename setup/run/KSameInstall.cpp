@@ -65,11 +65,10 @@ void KSameInstall::Remember(const KPlannedRun& planned, const KManifest& manifes
     try {
         WriteFingerprint(planned, manifest);
     } catch (const KSetupFailure& failure) {
-        product.GetContext().report.notes.push_back(
-            std::string("What kit it was could not be remembered, so the next install of it does "
-                        "all again: ") +
-            failure.what()
-        );
+        product.GetContext().report.notes.push_back(Text(
+            "What kit it was could not be remembered, so the next install of it does all again: %s",
+            failure.GetText()
+        ));
     }
 }
 

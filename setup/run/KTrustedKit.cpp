@@ -59,16 +59,18 @@ void KTrustedKit::Verify() {
         );
     } catch (const KSetupFailure& failure) {
         if (!context.arguments.allowUnsigned) {
-            throw KSetupFailure(failure.GetExitCode(), failure.what() + AdviceForRemoval());
+            throw KSetupFailure(failure.GetExitCode(), failure.GetText() + AdviceForRemoval());
         }
-        const std::string why = WhyNotSigned(failure);
+        const KText why = WhyNotSigned(failure);
         context.report.signer = KSignerReport{"not verified", "", "", why};
-        context.reporter.Warn("ins-setup: --allow-unsigned goes on although " + why + ".");
+        context.reporter.Warn(Text("ins-setup: --allow-unsigned goes on although %s.", why));
     }
 }
 
-std::string KTrustedKit::AdviceForRemoval() const {
-    return hasKept ? " To remove it without the kit: ins-setup remove " + product.GetService() : "";
+KText KTrustedKit::AdviceForRemoval() const {
+    return hasKept
+               ? Text(" To remove it without the kit: ins-setup remove %s", product.GetService())
+               : "";
 }
 
 void KTrustedKit::Report() const {
@@ -81,11 +83,13 @@ void KTrustedKit::Report() const {
         report->key = signer.key->GetId();
     }
     if (signer.kind == KKitSigner::Kind::Unverifiable) {
-        report->why = "no key is known here, and the kit brings none";
-        product.GetContext().report.notes.push_back(
-            "The kit is signed by key " + signer.keyId +
-            ", which was not verified: " + report->why + " (" + kitKeyName + ")."
-        );
+        report->why = Text("no key is known here, and the kit brings none");
+        product.GetContext().report.notes.push_back(Text(
+            "The kit is signed by key %s, which was not verified: %s (%s).",
+            signer.keyId,
+            report->why,
+            kitKeyName
+        ));
     }
 }
 
@@ -106,17 +110,22 @@ void KTrustedKit::PinKey() const {
                 return one.key == pin.key;
             });
         if (!isKnown) {
-            report.notes.push_back(
-                "The next kits of " + report.product + " will be signed by key " + pin.key.GetId() +
-                ", which is not among the keys in " + trustDirectory +
-                "/trusted.d. Put the kit's " + nextKeyName + " there."
-            );
+            report.notes.push_back(Text(
+                "The next kits of %s will be signed by key %s, which is not among the keys in "
+                "%s/trusted.d. Put the kit's %s there.",
+                report.product,
+                pin.key.GetId(),
+                trustDirectory,
+                nextKeyName
+            ));
         }
     } else if (known.keys.empty() || !(known.keys.front().key == pin.key)) {
-        report.notes.push_back(
-            "From now on kits of " + report.product + " have to be signed by key " +
-            pin.key.GetId() + " (" + KPinnedKey::PathOf(service) + ")."
-        );
+        report.notes.push_back(Text(
+            "From now on kits of %s have to be signed by key %s (%s).",
+            report.product,
+            pin.key.GetId(),
+            KPinnedKey::PathOf(service)
+        ));
     }
 }
 

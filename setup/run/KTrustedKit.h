@@ -3,6 +3,7 @@
 
 #include <setup/preflight/KitSigner.h>
 #include <setup/run/KLockedProduct.h>
+#include <setup/text/KText.h>
 
 namespace KSETUP {
 
@@ -36,7 +37,7 @@ class KTrustedKit {
     bool IsKept() const;
     void Verify();
     void Report() const;
-    std::string AdviceForRemoval() const;
+    KText AdviceForRemoval() const;
 
     KLockedProduct& product;
     KKnownKeys known;

@@ -30,7 +30,7 @@ void SettleLeftovers(KLockedProduct& product) {
         for (const std::string& path : manifest.FindRemaining()) {
             context.report.leftBehind.push_back(path);
         }
-        context.report.notes.emplace_back("\"ins-setup remove --purge\" deletes it.");
+        context.report.notes.emplace_back(Text("\"ins-setup remove --purge\" deletes it."));
         return;
     }
     const auto& entries = manifest.GetEntries();

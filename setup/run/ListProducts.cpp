@@ -34,7 +34,7 @@ void FillInstalled(const std::string& kit, KListedProduct& listed) {
     const std::optional<KInstalledRecord> record = LoadRecord(installer);
     if (record) {
         listed.isInstalled = true;
-        if (const std::string words = record->ToWords(); !words.empty()) {
+        if (const KText words = record->ToWords(); !words.empty()) {
             listed.trouble = words;
         }
         listed.path = record->path;
@@ -74,7 +74,7 @@ std::optional<KListedProduct> ToListed(const KKnownProduct& known) {
             return std::nullopt;
         }
     } catch (const KSetupFailure& failure) { // one that is damaged does not hide the others
-        listed.trouble = failure.what();
+        listed.trouble = failure.GetText();
     } catch (const KSUP::KError& error) {
         listed.trouble = DescribeError(error);
     }

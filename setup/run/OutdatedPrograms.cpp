@@ -7,21 +7,22 @@
 
 namespace KSETUP {
 
-std::vector<std::string> DescribeOutdatedPrograms(const KManifest& manifest) {
-    std::vector<std::string> sentences;
+std::vector<KText> DescribeOutdatedPrograms(const KManifest& manifest) {
+    std::vector<KText> sentences;
     std::set<std::string> services;
     const auto isOurs = [&](const std::string& path) { return manifest.Find(path) != nullptr; };
     for (const KSYS::ReplacedFileInUse& one : KSYS::FindReplacedFilesInUse(isOurs)) {
         if (one.service.empty()) {
-            sentences.push_back(
-                one.name + " (" + std::to_string(one.id) + ") still uses the former " + one.file +
-                "; start it again."
-            );
+            sentences.push_back(Text(
+                "%s (%s) still uses the former %s; start it again.", one.name, one.id, one.file
+            ));
         } else if (services.insert(one.service).second) {
-            sentences.push_back(
-                "The service " + one.service + " still uses the former " + one.file +
-                "; systemctl restart " + one.service + "."
-            );
+            sentences.push_back(Text(
+                "The service %s still uses the former %s; systemctl restart %s.",
+                one.service,
+                one.file,
+                one.service
+            ));
         }
     }
     return sentences;

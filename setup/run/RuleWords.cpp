@@ -44,30 +44,38 @@ bool KeepsAll(const KPlannedRule& rule) {
 
 } // namespace
 
-std::string DescribeRule(const KPlannedRule& planned) {
+KText DescribeRule(const KPlannedRule& planned) {
     const KScriptRule& rule = planned.rule;
     if (rule.Is(KRuleType::File, KRuleOperation::Symlink)) {
-        return "Making link " + LinkPath(planned);
+        return Text("Making link %s", LinkPath(planned));
     }
     if (rule.Is(KRuleType::Profile, KRuleOperation::Put)) {
-        return "Setting [" + Field(rule, profileSection) + "] " + Field(rule, profileKey) + " in " +
-               Field(rule, profilePath);
+        return Text(
+            "Setting [%s] %s in %s",
+            Field(rule, profileSection),
+            Field(rule, profileKey),
+            Field(rule, profilePath)
+        );
     }
     if (rule.Is(KRuleType::Profile, KRuleOperation::RemoveFile)) {
-        return "Deleting what [" + Field(rule, profileSection) + "] of " +
-               Field(rule, profilePath) + " lists";
+        return Text(
+            "Deleting what [%s] of %s lists", Field(rule, profileSection), Field(rule, profilePath)
+        );
     }
     if (KeepsAll(planned)) {
-        return "Keeping " + planned.actions.front().path +
-               (planned.actions.size() > 1 ? " and others" : "");
+        return Text(
+            "Keeping %s%s",
+            planned.actions.front().path,
+            (planned.actions.size() > 1 ? Text(" and others") : "")
+        );
     }
     if (rule.Is(KRuleType::File, KRuleOperation::Copy)) {
-        return "Copying " + Field(rule, fileName) + " to " + Field(rule, copiedTo);
+        return Text("Copying %s to %s", Field(rule, fileName), Field(rule, copiedTo));
     }
     if (rule.Is(KRuleType::File, KRuleOperation::Delete)) {
-        return "Deleting " + Field(rule, fileName) + " in " + Field(rule, deletedFrom);
+        return Text("Deleting %s in %s", Field(rule, fileName), Field(rule, deletedFrom));
     }
-    return "Doing nothing for " + MaskedLine(rule.line.type, rule.line.value);
+    return Text("Doing nothing for %s", MaskedLine(rule.line.type, rule.line.value));
 }
 
 } // namespace KSETUP

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/plan/KPlan.h>
+#include <setup/text/KText.h>
 
 #include <string>
 
@@ -9,6 +10,6 @@ namespace KSETUP {
 
 /// What a rule does, for one that says nothing of itself while it runs: a link, an option, a deletion
 /// of nothing. Values that may be secret are not in it.
-std::string DescribeRule(const KPlannedRule& rule);
+KText DescribeRule(const KPlannedRule& rule);
 
 } // namespace KSETUP

@@ -17,39 +17,45 @@ namespace {
 constexpr unsigned runningState = 4; // of a service
 
 /// "cannot write /opt/p/a: No space left on device".
-std::string WordsOfSystem(const KSUP::KError& error) {
+KText WordsOfSystem(const KSUP::KError& error) {
     const std::string path = error.GetPath().c_str();
-    std::string text = error.HasInfo() ? error.GetInfo().GetString().c_str()
-                                       : path + ": " + error.GetReason().c_str();
-    if (error.GetCode() == EFBIG) {
-        text += " (a limit of the caller, as ulimit -f sets it, or of the file system)";
-    }
+    const std::string whole = error.HasInfo() ? error.GetInfo().GetString().c_str()
+                                              : path + ": " + error.GetReason().c_str();
+    const KText limit = error.GetCode() == EFBIG
+                            ? Text(" (a limit of the caller, as ulimit -f sets "
+                                   "it, or of the file system)")
+                            : "";
     if (path.empty()) {
-        return text;
+        return whole + limit;
     }
+    // The reason follows what cannot be done with the path.
+    const bool isAtPath = whole.starts_with(path);
+    const std::string what = isAtPath ? path : whole;
+    const KText rest = whole.substr(what.size()) + limit;
     switch (error.GetOperation()) {
     case KSUP::KOperation::Read:
-        return "cannot read " + text;
+        return Text("cannot read %s", what) + rest;
     case KSUP::KOperation::Write:
-        return "cannot write " + text;
+        return Text("cannot write %s", what) + rest;
     case KSUP::KOperation::Delete:
-        return "cannot delete " + text;
+        return Text("cannot delete %s", what) + rest;
     default:
-        return text;
+        return what + rest;
     }
 }
 
-std::string WordsOfLink(const KSUP::KError& error) {
+KText WordsOfLink(const KSUP::KError& error) {
     if (error.GetCode() != KSUP::ErrorCode::notFound) {
-        return "The product's link /etc/SERVICE/SERVICE does not lead to an absolute path.";
+        return Text("The product's link /etc/SERVICE/SERVICE does not lead to an absolute path.");
     }
     const std::string reason = error.GetReason().c_str();
     const auto isFor = [&reason](int number) {
         return reason == std::generic_category().message(number);
     };
     if (!isFor(ENOENT) && !isFor(ENOTDIR) && !isFor(EINVAL)) {
-        return std::string("cannot read ") + error.GetPath().c_str() + ": " + reason +
-               ". Fix the cause and try again.";
+        return Text(
+            "cannot read %s: %s. Fix the cause and try again.", error.GetPath().c_str(), reason
+        );
     }
     return "The product's link is missing or no link. The script has to make "
            "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the product "
@@ -65,21 +71,20 @@ bool CannotWrite(unsigned code) {
 
 } // namespace
 
-std::string DescribeError(const KSUP::KError& error) {
+KText DescribeError(const KSUP::KError& error) {
     const std::string info = error.GetInfo().GetString().c_str();
     switch (error.GetKind()) {
     case KSUP::KErrorKind::System:
         return WordsOfSystem(error);
     case KSUP::KErrorKind::Rule:
-        return "The script has a line that is no rule" + (info.empty() ? "." : ": " + info);
+        return Text("The script has a line that is no rule%s", (info.empty() ? "." : ": " + info));
     case KSUP::KErrorKind::RecordLink:
         return WordsOfLink(error);
     case KSUP::KErrorKind::RecordFile:
-        return "The product's configuration file is missing, so there is no place for the record. "
-               "The script has to make it, for instance with profile=put.";
+        return Text("The product's configuration file is missing, so there is no place for the "
+                    "record. The script has to make it, for instance with profile=put.");
     case KSUP::KErrorKind::Process:
-        return std::string("A process could not be started or stopped: ") +
-               error.GetReason().c_str();
+        return Text("A process could not be started or stopped: %s", error.GetReason().c_str());
     case KSUP::KErrorKind::Service:
         return error.GetReason().c_str();
     default:
@@ -95,18 +100,21 @@ int ExitCodeOf(const KSUP::KError& error) {
                                                                  : ExitCode::ruleFailed;
 }
 
-std::string DescribeLeftServices() {
-    std::string left;
+KText DescribeLeftServices() {
+    KText left;
     std::array<char, NAME_MAX + 1> name{};
     unsigned state = 0;
     for (unsigned cursor = 0;
          SvcEnumerateLeftServices(0, &cursor, name.size(), name.data(), &state) == 0;) {
-        left += std::string(left.empty() ? "" : ", ") +
-                (state == runningState ? "start " : "stop ") + name.data();
+        left +=
+            (left.empty() ? "" : ", ") +
+            Text(
+                state == runningState ? TextFormat("start %s") : TextFormat("stop %s"), name.data()
+            );
     }
     return left.empty()
                ? ""
-               : "systemd does not run here, so this is left for the next boot: " + left + ".";
+               : Text("systemd does not run here, so this is left for the next boot: %s.", left);
 }
 
 } // namespace KSETUP

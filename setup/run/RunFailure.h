@@ -3,6 +3,7 @@
 
 #include <ins/KInstaller.h>
 #include <setup/output/KRunReport.h>
+#include <setup/text/KText.h>
 #include <sup++/KError.h>
 
 #include <string>
@@ -10,12 +11,12 @@
 namespace KSETUP {
 
 /// An error as its reader needs it, by its kind.
-std::string DescribeError(const KSUP::KError& error);
+KText DescribeError(const KSUP::KError& error);
 
 /// What the program answers for an error that ended a run.
 int ExitCodeOf(const KSUP::KError& error);
 
 /// What was left for the next boot, as a sentence; empty without any.
-std::string DescribeLeftServices();
+KText DescribeLeftServices();
 
 } // namespace KSETUP

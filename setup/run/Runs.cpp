@@ -36,7 +36,7 @@ void RefuseHalfRestored(const KLockedProduct& product) {
         begun && begun->damage.empty() && begun->action == KRunDescription::Action::Restore;
     if (isRestoring && CanBeRestored(product.GetService(), begun->run)) {
         throw KSetupFailure(
-            ExitCode::differs, begun->ToWords() + " Nothing was changed. Install after that."
+            ExitCode::differs, Text("%s Nothing was changed. Install after that.", begun->ToWords())
         );
     }
 }
@@ -71,8 +71,8 @@ void Remove(const KRunContext& context) {
         RemoveEmptyStateDirectory(product.GetService());
         context.report.changed = true;
         context.report.notes.emplace_back(
-            "What was remembered of the interrupted run is deleted, so that it is not told again. "
-            "Look for what it left where the product was to be installed."
+            Text("What was remembered of the interrupted run is deleted, so that it is not told "
+                 "again. Look for what it left where the product was to be installed.")
         );
     } else {
         SettleLeftovers(product);

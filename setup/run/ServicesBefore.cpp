@@ -64,8 +64,11 @@ std::vector<KServiceBefore> LookAtServices(const KPlan& plan) {
     } catch (const KSYS::KServiceError& error) {
         throw KSetupFailure(
             ExitCode::noService,
-            std::string("it is not known whether a service runs, so it could not be put back: ") +
-                error.what() + ". Nothing was changed."
+            Text(
+                "it is not known whether a service runs, so it could not be put back: %s. Nothing "
+                "was changed.",
+                error.what()
+            )
         );
     }
     return services;
@@ -75,7 +78,7 @@ void StopServices(
     const std::vector<KServiceBefore>& services,
     bool filesDiffer,
     KPutBackReport& report,
-    std::vector<std::string>& failures
+    std::vector<KText>& failures
 ) {
     for (const KServiceBefore& service : services) {
         try {
@@ -96,7 +99,7 @@ void StopServices(
 void StartServices(
     const std::vector<KServiceBefore>& services,
     KPutBackReport& report,
-    std::vector<std::string>& failures
+    std::vector<KText>& failures
 ) {
     bool isRead = false;
     for (const KServiceBefore& service : services) {

@@ -26,14 +26,14 @@ void StopServices(
     const std::vector<KServiceBefore>& services,
     bool filesDiffer,
     KPutBackReport& report,
-    std::vector<std::string>& failures
+    std::vector<KText>& failures
 );
 
 /// Has systemd read the unit files, and starts those that ran before and do not now.
 void StartServices(
     const std::vector<KServiceBefore>& services,
     KPutBackReport& report,
-    std::vector<std::string>& failures
+    std::vector<KText>& failures
 );
 
 } // namespace KSETUP

@@ -20,7 +20,7 @@ namespace {
 void FillRuns(const std::string& service, KRunReport& report) {
     try {
         if (const auto holder = KRunLock::FindHolder(service)) {
-            report.notes.push_back("A run is going on" + holder->ToWords());
+            report.notes.push_back(Text("A run is going on%s", holder->ToWords()));
         } else if (const auto interrupted = KRunState::Read(service)) {
             report.notes.push_back(interrupted->ToWords());
         }
@@ -39,7 +39,7 @@ void FillKeys(const std::string& service, KRunReport& report) {
         }
     } catch (const KSetupFailure& failure) {
         if (KSYS::IsRoot()) { // who may not look is not told
-            report.notes.emplace_back(failure.what());
+            report.notes.emplace_back(failure.GetText());
         }
     }
 }
@@ -50,15 +50,18 @@ void Verify(const std::string& service, const std::string& configuration, KRunRe
     if (!manifest) {
         throw KSetupFailure(
             ExitCode::noKit,
-            report.product + " was not installed by this program, or a version that kept no "
-                             "manifest: there is nothing to compare with. Install it again."
+            Text(
+                "%s was not installed by this program, or a version that kept no manifest: there "
+                "is nothing to compare with. Install it again.",
+                report.product
+            )
         );
     }
     for (const KManifestDifference& one : manifest->Verify({configuration})) {
         report.differences.emplace_back(one.path, one.words);
     }
     if (report.differences.empty()) {
-        report.notes.emplace_back("It is as it was installed.");
+        report.notes.emplace_back(Text("It is as it was installed."));
         return;
     }
     report.result = KRunResult::Differs;

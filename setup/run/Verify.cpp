@@ -15,7 +15,7 @@ namespace KSETUP {
 
 namespace {
 
-[[noreturn]] void Refuse(const std::string& why) {
+[[noreturn]] void Refuse(const KText& why) {
     throw KSetupFailure(ExitCode::malformedScript, why);
 }
 
@@ -23,21 +23,24 @@ void RequireVerified(
     const KKitSigner& signer, const std::string& target, const std::optional<KSignedFile>& bundle
 ) {
     if (signer.keyId.empty() && !signer.IsVerified()) {
-        Refuse(target + ": not signed: it is not known who made it.");
+        Refuse(Text("%s: not signed: it is not known who made it.", target));
     }
     if (!signer.IsVerified()) {
-        Refuse(
-            target + ": signed by key " + signer.keyId +
-            ", which is not known here, and the kit does not bring it. Get the key from who makes "
-            "the kit and put it into " +
-            trustDirectory + "/trusted.d/SERVICE/."
-        );
+        Refuse(Text(
+            "%s: signed by key %s, which is not known here, and the kit does not bring it. Get the "
+            "key from who makes the kit and put it into %s/trusted.d/SERVICE/.",
+            target,
+            signer.keyId,
+            trustDirectory
+        ));
     }
     if (bundle && !bundle->signature) {
-        Refuse(
-            target + ": the kit in it is signed by key " + signer.key->GetId() +
-            ", but the bundle is not: there is no " + target + ".minisig."
-        );
+        Refuse(Text(
+            "%s: the kit in it is signed by key %s, but the bundle is not: there is no %s.minisig.",
+            target,
+            signer.key->GetId(),
+            target
+        ));
     }
 }
 
@@ -81,11 +84,10 @@ void Verify(const KSetupArguments& arguments, KRunReport& report) {
     if (signer.kind == KKitSigner::Kind::FirstUse) {
         report.signer->knownFrom = unpacked ? "in the bundle itself" : signer.knownFrom;
         report.notes.emplace_back(
-            KSYS::IsRoot()
-                ? "Nothing on this machine vouches for the key: compare it with the one that the "
-                  "maker publishes."
-                : "Only root sees which keys this machine knows: compare it with the one that the "
-                  "maker publishes."
+            KSYS::IsRoot() ? Text("Nothing on this machine vouches for the key: compare it with "
+                                  "the one that the maker publishes.")
+                           : Text("Only root sees which keys this machine knows: compare it with "
+                                  "the one that the maker publishes.")
         );
     }
 }

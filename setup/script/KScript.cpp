@@ -58,14 +58,14 @@ std::vector<std::string_view> SplitLines(std::string_view text) {
 }
 
 /// "[a] -> [b] -> [c]"; of many names the first and the last ones.
-std::string WayOf(const std::vector<std::string>& names) {
-    std::string words;
+KText WayOf(const std::vector<std::string>& names) {
+    KText words;
     for (std::size_t index = 0; index < names.size(); ++index) {
         const bool isLeftOut = index >= namesShown && index + namesShown < names.size();
         if (!isLeftOut) {
             words += (words.empty() ? "[" : " -> [") + Printable(names[index]) + "]";
         } else if (index == namesShown) {
-            words += " -> (" + std::to_string(names.size() - 2 * namesShown) + " more)";
+            words += Text(" -> (%s more)", names.size() - 2 * namesShown);
         }
     }
     return words;
@@ -73,7 +73,7 @@ std::string WayOf(const std::vector<std::string>& names) {
 
 } // namespace
 
-std::string ToWords(const KScriptCycle& cycle) {
+KText ToWords(const KScriptCycle& cycle) {
     return WayOf(cycle.names);
 }
 
@@ -111,8 +111,11 @@ void KScript::ReadBytes() {
     if (failed != 0) {
         throw KSetupFailure(
             ExitCode::noKit,
-            "cannot read " + path + ": " +
-                std::generic_category().message(static_cast<int>(failed)) + "."
+            Text(
+                "cannot read %s: %s.",
+                path,
+                std::generic_category().message(static_cast<int>(failed))
+            )
         );
     }
 }
@@ -227,8 +230,12 @@ class KScript::Unfolding {
         if (result.rules.size() > mostRules || bytes > mostBytes) {
             throw KSetupFailure(
                 ExitCode::malformedScript,
-                PlaceOf(rule.line) + "the script becomes more than " + std::to_string(mostRules) +
-                    " rules, or very long ones; does it include its sections over and over?"
+                Text(
+                    "%sthe script becomes more than %s rules, or very long ones; does it include "
+                    "its sections over and over?",
+                    PlaceOf(rule.line),
+                    mostRules
+                )
             );
         }
     }
@@ -249,9 +256,13 @@ class KScript::Unfolding {
     [[noreturn]] void RefuseDepth(const KScriptLine& line, const std::string& last) const {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            PlaceOf(line) + "sections include each other more than " + std::to_string(deepest) +
-                " deep: " + WayOf(NamesFrom(0, last)) +
-                ". Include them one behind the other in the section that needs them."
+            Text(
+                "%ssections include each other more than %s deep: %s. Include them one behind the "
+                "other in the section that needs them.",
+                PlaceOf(line),
+                deepest,
+                WayOf(NamesFrom(0, last))
+            )
         );
     }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ins/KRuleLine.h>
+#include <setup/text/KText.h>
 #include <sup++/KProfile.h>
 #include <sup++/KString.h>
 
@@ -37,7 +38,7 @@ struct KScriptRule {
     /// What the rule gets to see, macros expanded as its type expands them.
     std::vector<std::string> fields;
     /// Why the line would not be loaded, in the engine's words; empty for one that would.
-    std::string problem;
+    KText problem;
     /// The line, if it is of one of ins-setup's own types (KSetupRuleLine.h); else null.
     std::shared_ptr<const KSetupRuleLine> own = nullptr;
 
@@ -54,7 +55,7 @@ struct KScriptCycle {
 };
 
 /// The sections of a cycle in their order, as "[a] -> [b] -> [a]".
-std::string ToWords(const KScriptCycle& cycle);
+KText ToWords(const KScriptCycle& cycle);
 
 /// Replaces the macros of a text.
 using MacroExpander = std::function<KSUP::KString(const KSUP::KString&)>;

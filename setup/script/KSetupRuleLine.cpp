@@ -122,8 +122,8 @@ KSetupRuleLine KSetupRuleLine::Read(
     if (line.info == nullptr) {
         line.fields = {word};
         line.Refuse(
-            "\"" + word + "\" is no operation of a " + keyword + " rule",
-            "write " + ShapesOf(keyword)
+            Text("\"%s\" is no operation of a %s rule", word, keyword),
+            Text("write %s", ShapesOf(keyword))
         );
         return line;
     }
@@ -134,20 +134,20 @@ KSetupRuleLine KSetupRuleLine::Read(
 }
 
 /// The first problem counts.
-void KSetupRuleLine::Refuse(std::string why, std::string instead) {
+void KSetupRuleLine::Refuse(KText why, KText instead) {
     if (problem.empty()) {
         problem = std::move(why);
         advice = std::move(instead);
     }
 }
 
-std::string KSetupRuleLine::GetProblemText() const {
+KText KSetupRuleLine::GetProblemText() const {
     return problem.empty() ? "" : problem + "; " + advice + ".";
 }
 
 void KSetupRuleLine::Split(const std::string& value, const MacroExpander& expand) {
     const bool isCommand = info->operation == Operation::RunCommand;
-    const std::string shape = std::string("write ") + info->shape;
+    const KText shape = Text("write %s", info->shape);
     std::vector<std::string> written = WrittenFields(value);
     if (isCommand && written.size() > 1) {
         written = {written.front(), value.substr(written.front().size() + 1)};
@@ -158,18 +158,22 @@ void KSetupRuleLine::Split(const std::string& value, const MacroExpander& expand
             isCommand ? std::string(expand(one).c_str()) : Unescaped(one, expand);
         if (!text) {
             Refuse(
-                "\"" + one + "\" has a percent sign without two hexadecimal digits behind it",
-                "write \"%25\" for the sign itself"
+                Text("\"%s\" has a percent sign without two hexadecimal digits behind it", one),
+                Text("write \"%%25\" for the sign itself")
             );
         } else if (text->empty()) {
-            Refuse("field " + std::to_string(index + 1) + " is empty", shape);
+            Refuse(Text("field %s is empty", index + 1), shape);
         }
         fields.push_back(text.value_or(one));
     }
     const std::size_t count = fields.size() - 1;
     if (count < info->needed || count > info->fields.size()) {
-        const std::string counted = std::to_string(fields.size());
-        Refuse("this line has " + counted + (count == 0 ? " field" : " fields"), shape);
+        Refuse(
+            count == 0
+                ? Text("this line has one field only")
+                : Counted(fields.size(), "this line has %s field", "this line has %s fields"),
+            shape
+        );
     } else if (info->fields.front() == Field::FileName) {
         FindPattern(written[1]);
     }
@@ -183,13 +187,15 @@ void KSetupRuleLine::FindPattern(const std::string& written) {
         if (isPattern && std::count(unescaped.begin(), unescaped.end(), wildcard) !=
                              std::count(written.begin(), written.end(), wildcard)) {
             Refuse(
-                "a pattern cannot have an asterisk or a question mark that is escaped",
-                "write a line for each file"
+                Text("a pattern cannot have an asterisk or a question mark that is escaped"),
+                Text("write a line for each file")
             );
         }
     }
     if (isPattern && Has(Field::NewName)) {
-        Refuse("files that a pattern names keep their names", "take the last field out");
+        Refuse(
+            Text("files that a pattern names keep their names"), Text("take the last field out")
+        );
     }
 }
 
@@ -198,16 +204,16 @@ void KSetupRuleLine::VerifyPaths() {
         const std::string& path = Get(field);
         if (path.size() >= PATH_MAX) { // also so that nobody goes through all of it
             Refuse(
-                "a path of " + std::to_string(path.size()) + " bytes is longer than any can be",
-                "write one of " + std::to_string(PATH_MAX - 1) + " at the most"
+                Text("a path of %s bytes is longer than any can be", path.size()),
+                Text("write one of %s at the most", PATH_MAX - 1)
             );
             return;
         }
         // A macro that there is not is told by itself.
         if (!path.empty() && path.front() != '/' && path.front() != '$') {
             Refuse(
-                "\"" + path + "\" is relative",
-                "begin it with \"/\" or with a directory's macro, as $pathTarget$"
+                Text("\"%s\" is relative", path),
+                Text("begin it with \"/\" or with a directory's macro, as $pathTarget$")
             );
         }
     }
@@ -217,30 +223,31 @@ void KSetupRuleLine::Verify() {
     const std::string& name = Get(Field::UserName);
     const std::string& home = Get(Field::Home);
     if (Has(Field::Mode) && !ParseMode(Get(Field::Mode))) {
-        Refuse("\"" + Get(Field::Mode) + "\" is no mode", "write octal digits, as 0750");
+        Refuse(Text("\"%s\" is no mode", Get(Field::Mode)), Text("write octal digits, as 0750"));
     }
     if (!name.empty() && !IsAccountName(name)) {
         Refuse(
-            "\"" + name + "\" is no name for a user",
-            "write up to 31 letters, digits, \"_\" and \"-\", a letter first"
+            Text("\"%s\" is no name for a user", name),
+            Text("write up to 31 letters, digits, \"_\" and \"-\", a letter first")
         );
     }
     if (!home.empty() && home != "-" && (home.front() != '/' || !IsDescription(home))) {
         Refuse(
-            "\"" + home + "\" is no home directory", "write an absolute path, or \"-\" for none"
+            Text("\"%s\" is no home directory", home),
+            Text("write an absolute path, or \"-\" for none")
         );
     }
     if (!IsDescription(Get(Field::Description))) {
         Refuse(
-            "a user's description has a character that it cannot have",
-            "write it without colons, quotes and backslashes"
+            Text("a user's description has a character that it cannot have"),
+            Text("write it without colons, quotes and backslashes")
         );
     }
     for (const Field field : {Field::Owner, Field::Group}) {
         if (Get(field).find_first_of(":/ ") != std::string::npos) {
             Refuse(
-                "\"" + Get(field) + "\" is no name or number of an owner",
-                "write mode=set,PATH,MODE[,OWNER[,GROUP]]"
+                Text("\"%s\" is no name or number of an owner", Get(field)),
+                Text("write mode=set,PATH,MODE[,OWNER[,GROUP]]")
             );
         }
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/script/KScript.h>
+#include <setup/text/KText.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -87,11 +88,11 @@ class KSetupRuleLine {
     /// Whether the file name is a pattern: it has an asterisk or a question mark that is not escaped.
     bool IsPattern() const noexcept { return isPattern; }
     /// Why the line cannot be loaded, without a period; empty for one that can.
-    const std::string& GetProblem() const noexcept { return problem; }
+    const KText& GetProblem() const noexcept { return problem; }
     /// What to write instead, as "write …".
-    const std::string& GetAdvice() const noexcept { return advice; }
+    const KText& GetAdvice() const noexcept { return advice; }
     /// Both as a sentence; empty for a line that can be loaded.
-    std::string GetProblemText() const;
+    KText GetProblemText() const;
 
     /// of config and entry copies: the file, or the pattern of files, with its directory.
     std::string GetSource() const;
@@ -104,14 +105,14 @@ class KSetupRuleLine {
     void Split(const std::string& value, const MacroExpander& expand);
     void Verify();
     void VerifyPaths();
-    void Refuse(std::string why, std::string instead);
+    void Refuse(KText why, KText instead);
     void FindPattern(const std::string& written);
 
     const KSetupOperationInfo* info = nullptr;
     std::vector<std::string> fields;
     bool isPattern = false;
-    std::string problem;
-    std::string advice;
+    KText problem;
+    KText advice;
 };
 
 /// What a rule of a script does, if it is of one of these types; else None.

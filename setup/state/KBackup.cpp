@@ -29,10 +29,9 @@ constexpr const char* leftName = "left";
 KSetupFailure CannotKeep(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
         ExitCode::cannotWrite,
-        "cannot keep a copy of",
-        path,
+        Text("cannot keep a copy of %s", path),
         errorNumber,
-        "Nothing was changed. Fix the cause, or install without --backup and --rollback."
+        Text("Nothing was changed. Fix the cause, or install without --backup and --rollback.")
     );
 }
 
@@ -125,7 +124,8 @@ void Note(const std::string& path, Of of, Making& making) {
 }
 
 [[noreturn]] void Stopped() {
-    throw KSetupStop("stopped on request while keeping what would be replaced. Nothing was changed."
+    throw KSetupStop(
+        Text("stopped on request while keeping what would be replaced. Nothing was changed.")
     );
 }
 
@@ -215,8 +215,13 @@ KSetupFailure
 NotUnderstood(const KPrivateDirectory& store, const char* file, const std::invalid_argument& what) {
     return {
         ExitCode::malformedScript,
-        store.GetPath() + "/" + file + " cannot be understood (" + what.what() +
-            "). Nothing was changed. The kept files are beside it, under numbers."};
+        Text(
+            "%s/%s cannot be understood (%s). Nothing was changed. The kept files are beside it, "
+            "under numbers.",
+            store.GetPath(),
+            file,
+            what.what()
+        )};
 }
 
 } // namespace
@@ -334,10 +339,9 @@ void KBackup::NoteLeft(const std::vector<std::string>& made, const KDigests& kno
         if (const unsigned failed = LookForBackup(path, entry); failed != 0) {
             throw SystemFailure( // what is not noted would count as edited
                 ExitCode::cannotWrite,
-                "cannot look at",
-                path,
+                Text("cannot look at %s", path),
                 failed,
-                "Fix the cause."
+                Text("Fix the cause.")
             );
         }
         if (!entry) {

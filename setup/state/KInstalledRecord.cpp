@@ -30,8 +30,8 @@ std::string ProductName() {
     return SvcGetProductText(SvcGetOEMDataEx()->product);
 }
 
-std::string VersionInWords(const std::string& version, unsigned buildNumber) {
-    return version + " (build " + std::to_string(buildNumber) + ")";
+KText VersionInWords(const std::string& version, unsigned buildNumber) {
+    return Text("%s (build %s)", version, buildNumber);
 }
 
 /// Nothing for who may not look, and for a manifest that cannot be understood, which others tell.
@@ -85,18 +85,27 @@ bool IsOfBegunRun(
                : record.version == begun->version && record.buildNumber == begun->buildNumber;
 }
 
-std::string DescribeDamage(
+KText DescribeDamage(
     const KInstalledRecord& record, const std::string& file, const Installed& installed
 ) {
-    const std::string says = record.version == KINS::Names::noRecordedVersion
-                                 ? " has no version"
-                                 : " says version \"" + record.version + "\" (build " +
-                                       std::to_string(record.buildNumber) + ")";
-    return "The record of " + ProductName() + " is damaged: " + file + says +
-           (installed ? ", and " + VersionInWords(installed->version, installed->buildNumber) +
-                            " was installed, which counts."
-                      : ", which is no version, so it is not known which one is installed.") +
-           " An install writes the record anew.";
+    const KText says =
+        record.version == KINS::Names::noRecordedVersion
+            ? Text("%s has no version", file)
+            : Text("%s says version \"%s\" (build %s)", file, record.version, record.buildNumber);
+    return installed
+               ? Text(
+                     "The record of %s is damaged: %s, and %s was installed, which counts. An "
+                     "install writes the record anew.",
+                     ProductName(),
+                     says,
+                     VersionInWords(installed->version, installed->buildNumber)
+                 )
+               : Text(
+                     "The record of %s is damaged: %s, which is no version, so it is not known "
+                     "which one is installed. An install writes the record anew.",
+                     ProductName(),
+                     says
+                 );
 }
 
 void SettleVersion(
@@ -137,18 +146,22 @@ std::string TargetOf(const std::string& link, const std::string& service) {
 }
 
 /// Why others than root may have laid the link, or what it leads to where nothing else tells it.
-std::string WhyNotRoots(const std::string& link, const std::string& path, bool isPathKnown) {
-    if (std::string why = WhyOthersCanExchange(ParentPath(link)); !why.empty()) {
+KText WhyNotRoots(const std::string& link, const std::string& path, bool isPathKnown) {
+    if (KText why = WhyOthersCanExchange(ParentPath(link)); !why.empty()) {
         return why;
     }
     struct stat status {};
     if (KSYS::ReadStatus(link, KSYS::LastLink::Keep, status) == 0 && status.st_uid != 0) {
-        return "the link " + link + " belongs to the user " + UserName(status.st_uid);
+        return Text("the link %s belongs to the user %s", link, UserName(status.st_uid));
     }
     if (!isPathKnown && KSYS::ReadStatus(path, KSYS::LastLink::Follow, status) == 0 &&
         status.st_uid != 0) {
-        return "the link " + link + " leads to " + path + ", which belongs to the user " +
-               UserName(status.st_uid);
+        return Text(
+            "the link %s leads to %s, which belongs to the user %s",
+            link,
+            path,
+            UserName(status.st_uid)
+        );
     }
     return {};
 }
@@ -160,12 +173,18 @@ void DistrustTarget(
     const std::string& service
 ) {
     const std::string target = TargetOf(link, service);
-    record.distrust = "the link " + link + " leads to a product in " + NormalPath(record.path) +
-                      ", and " + ProductName() + " was installed in " + installed.path;
-    record.advice =
-        "Look who laid it, and lay it as it was (" +
-        (target.empty() ? "to the program that it led to" : "ln -sfn " + target + " " + link) +
-        ").";
+    record.distrust = Text(
+        "the link %s leads to a product in %s, and %s was installed in %s",
+        link,
+        NormalPath(record.path),
+        ProductName(),
+        installed.path
+    );
+    record.advice = Text(
+        "Look who laid it, and lay it as it was (%s).",
+        (target.empty() ? Text("to the program that it led to")
+                        : KText("ln -sfn " + target + " " + link))
+    );
     record.path = installed.path;
 }
 
@@ -190,10 +209,16 @@ void SettlePlace(
     record.distrust = WhyNotRoots(link, path, isPathKnown);
     if (!record.distrust.empty()) {
         const std::string directory = ParentPath(link);
-        record.advice = "Look whether " + link +
-                        " leads to the product; if it does, make all root's (chown -h root " +
-                        directory + " " + link + " " + path + "; chmod go-w " + directory + " " +
-                        path + ").";
+        record.advice = Text(
+            "Look whether %s leads to the product; if it does, make all root's (chown -h root %s "
+            "%s %s; chmod go-w %s %s).",
+            link,
+            directory,
+            link,
+            path,
+            directory,
+            path
+        );
     }
 }
 
@@ -203,7 +228,10 @@ void RequireKnown(unsigned failed, const std::string& path) {
                            failed == ENFILE || (failed == EACCES && KSYS::IsRoot());
     if (isTrouble) {
         throw SystemFailure(
-            ExitCode::cannotWrite, "cannot read", path, failed, "Fix the cause and try again."
+            ExitCode::cannotWrite,
+            Text("cannot read %s", path),
+            failed,
+            Text("Fix the cause and try again.")
         );
     }
 }
@@ -236,10 +264,13 @@ bool RequireReadable(const KINS::KInstaller& installer) {
     if (failed == 0 && status.st_size > mostBytes) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            "The record of " + ProductName() + " cannot be read: " + file + " has " +
-                std::to_string(status.st_size) +
-                " bytes, which no configuration has. Nothing was changed. Look who wrote that, and "
-                "put the file right."
+            Text(
+                "The record of %s cannot be read: %s has %s bytes, which no configuration has. "
+                "Nothing was changed. Look who wrote that, and put the file right.",
+                ProductName(),
+                file,
+                status.st_size
+            )
         );
     }
     return program.starts_with('/');
@@ -270,11 +301,12 @@ KInstalledRecord ReadRecord(const KINS::KInstaller& installer) {
 
 } // namespace
 
-std::string KInstalledRecord::ToWords() const {
-    std::string words = damage;
+KText KInstalledRecord::ToWords() const {
+    KText words = damage;
     if (!distrust.empty()) {
-        words += (words.empty() ? "" : " ") + ("The record of " + ProductName()) +
-                 " cannot be trusted: " + distrust + ". " + advice;
+        words +=
+            (words.empty() ? "" : " ") +
+            Text("The record of %s cannot be trusted: %s. %s", ProductName(), distrust, advice);
     }
     return words;
 }
@@ -328,8 +360,12 @@ void RequireTrusted(const std::optional<KInstalledRecord>& record) {
     if (record && !record->distrust.empty()) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            "The record of " + ProductName() + " cannot be trusted: " + record->distrust +
-                ". Nothing was changed. " + record->advice
+            Text(
+                "The record of %s cannot be trusted: %s. Nothing was changed. %s",
+                ProductName(),
+                record->distrust,
+                record->advice
+            )
         );
     }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <ins/KInstaller.h>
+#include <setup/text/KText.h>
 
 #include <optional>
 #include <string>
@@ -17,14 +18,14 @@ struct KInstalledRecord {
     std::string version; ///< KINS::Names::noRecordedVersion where it is not known
     unsigned buildNumber = 0;
     /// What is wrong with the version in the file, which does not count: a sentence; empty if nothing.
-    std::string damage;
+    KText damage;
     /// Why its link may be another's, so that no run may follow it; empty if it is root's.
-    std::string distrust;
-    std::string advice; ///< what to do about that
+    KText distrust;
+    KText advice; ///< what to do about that
 
     bool IsSound() const noexcept { return damage.empty() && distrust.empty(); }
     /// What is to be told of it; empty if it is sound.
-    std::string ToWords() const;
+    KText ToWords() const;
 };
 
 /// The product that is loaded; nothing when it is not installed.

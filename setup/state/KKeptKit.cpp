@@ -24,10 +24,10 @@ namespace fs = std::filesystem;
 constexpr const char* keptName = "kit";
 constexpr const char* newKeptName = "kit.new";
 
-void Require(unsigned failed, const char* what, const std::string& path) {
+void Require(unsigned failed, const KText& what) {
     if (failed != 0) {
         throw SystemFailure(
-            ExitCode::cannotWrite, what, path, failed, "Fix the cause and run it again."
+            ExitCode::cannotWrite, what, failed, Text("Fix the cause and run it again.")
         );
     }
 }
@@ -37,7 +37,7 @@ void RemoveTree(const KPrivateDirectory& directory, const char* name) {
     const std::string path = directory.GetPath() + "/" + name;
     std::error_code error;
     fs::remove_all(path, error);
-    Require(static_cast<unsigned>(error.value()), "cannot delete", path);
+    Require(static_cast<unsigned>(error.value()), Text("cannot delete %s", path));
 }
 
 /// What root will run at the removal is what was sealed, whatever the kit has by now.
@@ -49,8 +49,11 @@ void RequireSealed(const std::string& kept, const std::string& source, const KDi
     if (known == sealed.end() || DigestFile(kept).sha256 != known->second.sha256) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            source + " is not what the kit's SHA256SUMS lists: somebody changed the kit during the "
-                     "run. Look who may, get it again, and run it again."
+            Text(
+                "%s is not what the kit's SHA256SUMS lists: somebody changed the kit during the "
+                "run. Look who may, get it again, and run it again.",
+                source
+            )
         );
     }
 }
@@ -59,11 +62,13 @@ void RequireSealed(const std::string& kept, const std::string& source, const KDi
 void AddBelow(const std::string& directory, std::vector<std::string>& paths) {
     std::vector<std::string> names;
     const unsigned failed = KSYS::ListEntries(directory, names);
-    Require(failed == ENOENT ? 0 : failed, "cannot list", directory);
+    Require(failed == ENOENT ? 0 : failed, Text("cannot list %s", directory));
     for (const std::string& name : names) {
         const std::string path = directory + "/" + name;
         struct stat status {};
-        Require(KSYS::ReadStatus(path, KSYS::LastLink::Keep, status), "cannot look at", path);
+        Require(
+            KSYS::ReadStatus(path, KSYS::LastLink::Keep, status), Text("cannot look at %s", path)
+        );
         paths.push_back(path);
         if (S_ISDIR(status.st_mode)) {
             AddBelow(path, paths);
@@ -81,7 +86,7 @@ void PutInPlace(const KPrivateDirectory& directory) {
         RemoveTree(directory, keptName);
         failed = KSYS::RenameEntry(directory.Get(), newKeptName, keptName);
     }
-    Require(failed, "cannot replace", directory.GetPath() + "/" + keptName);
+    Require(failed, Text("cannot replace %s", directory.GetPath() + "/" + keptName));
     RemoveTree(directory, newKeptName);
     directory.Flush();
 }
@@ -107,7 +112,7 @@ void KKeptKit::Write(
         CopyBytes(source, target);
         RequireSealed(target.string(), source, sealed);
     }
-    Require(KSYS::FlushFileSystem(made.Get()), "cannot flush", made.GetPath());
+    Require(KSYS::FlushFileSystem(made.Get()), Text("cannot flush %s", made.GetPath()));
     PutInPlace(directory);
 }
 
@@ -139,7 +144,9 @@ void KKeptKit::RemoveUnlessNeeded(const std::string& serviceName, const std::str
         RemoveTree(*directory, newKeptName);
         // Half of a kit counts as none.
         const unsigned failed = KSYS::RenameEntry(directory->Get(), keptName, newKeptName);
-        Require(failed == ENOENT ? 0 : failed, "cannot delete", directory->GetPath() + "/kit");
+        Require(
+            failed == ENOENT ? 0 : failed, Text("cannot delete %s", directory->GetPath() + "/kit")
+        );
         RemoveTree(*directory, newKeptName);
         directory->Flush();
     }

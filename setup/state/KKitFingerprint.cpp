@@ -23,7 +23,10 @@ constexpr std::uint64_t fingerprintVersion = 1;
 void Require(unsigned failed, const std::string& path) {
     if (failed != 0) {
         throw SystemFailure(
-            ExitCode::noKit, "cannot read", path, failed, "All of a kit has to be readable."
+            ExitCode::noKit,
+            Text("cannot read %s", path),
+            failed,
+            Text("All of a kit has to be readable.")
         );
     }
 }
@@ -100,7 +103,7 @@ KKitFingerprint::ReadContent(const KDigests& known, const std::function<bool()>&
                                            ? found->second
                                            : DigestFile(path, shallStop);
             if (digest.errorNumber == ECANCELED) {
-                throw KSetupStop("Stopped on request. Nothing was changed.");
+                throw KSetupStop(Text("Stopped on request. Nothing was changed."));
             }
             Require(digest.errorNumber, path);
             Append(all, digest.sha256);

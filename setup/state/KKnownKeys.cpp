@@ -18,7 +18,10 @@ std::vector<KKnownKey> ReadKeys(const KPrivateDirectory& directory) {
     std::vector<std::string> names;
     if (const unsigned failed = KSYS::ListEntries({directory.Get(), "."}, names)) {
         throw SystemFailure(
-            ExitCode::malformedScript, "cannot list", directory.GetPath(), failed, "Fix the cause."
+            ExitCode::malformedScript,
+            Text("cannot list %s", directory.GetPath()),
+            failed,
+            Text("Fix the cause.")
         );
     }
     std::sort(names.begin(), names.end());
@@ -34,10 +37,9 @@ std::vector<KKnownKey> ReadKeys(const KPrivateDirectory& directory) {
         if (failed != 0 && failed != ENOENT) {
             throw SystemFailure(
                 ExitCode::cannotWrite,
-                "cannot look at",
-                path,
+                Text("cannot look at %s", path),
                 failed,
-                "Fix the cause and try again."
+                Text("Fix the cause and try again.")
             );
         }
         if (failed == 0 && !S_ISDIR(status.st_mode)) { // those of a product that is called so
@@ -55,8 +57,10 @@ std::vector<KKnownKey> FindOrRefuse(const Find& find) {
     } catch (const KSetupFailure& failure) {
         throw KSetupFailure(
             failure.IsDenied() ? ExitCode::notRoot : ExitCode::malformedScript,
-            std::string("it is not known whose kits may be installed. Nothing was changed. ") +
-                failure.what()
+            Text(
+                "it is not known whose kits may be installed. Nothing was changed. %s",
+                failure.GetText()
+            )
         );
     }
 }
@@ -90,10 +94,10 @@ std::vector<KKnownKey> KKnownKeys::FindForAll(const std::string& trust) {
     });
 }
 
-std::string KKnownKeys::ToWords() const {
-    std::string words;
+KText KKnownKeys::ToWords() const {
+    KText words;
     for (const KKnownKey& known : keys) {
-        words += (words.empty() ? "key " : ", key ") + known.key.GetId() + " (" + known.file + ")";
+        words += (words.empty() ? "" : ", ") + Text("key %s (%s)", known.key.GetId(), known.file);
     }
     return words;
 }

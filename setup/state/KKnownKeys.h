@@ -3,6 +3,7 @@
 
 #include <setup/kit/KMinisign.h>
 #include <setup/state/KPinnedKey.h>
+#include <setup/text/KText.h>
 
 #include <optional>
 #include <string>
@@ -42,7 +43,7 @@ struct KKnownKeys {
 
     bool AreThereAny() const noexcept { return !keys.empty(); }
     /// As "key 0123456789ABCDEF (/etc/ins++/trusted.d/us.pub)"; several with commas between.
-    std::string ToWords() const;
+    KText ToWords() const;
 };
 
 } // namespace KSETUP

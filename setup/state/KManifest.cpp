@@ -59,10 +59,9 @@ void ReadOptional(const KJsonLine& line, KManifestEntry& entry) {
 KSetupFailure CannotLookAt(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
         ExitCode::cannotWrite,
-        "cannot read",
-        path,
+        Text("cannot read %s", path),
         errorNumber,
-        "So the manifest is not written. Fix the cause and run it again."
+        Text("So the manifest is not written. Fix the cause and run it again.")
     );
 }
 
@@ -80,8 +79,13 @@ ReadFile(const std::string& serviceName, const std::string& base, const Parse& p
     } catch (const std::invalid_argument& what) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            directory->GetPath() + "/" + manifestName + " cannot be understood (" + what.what() +
-                "). Delete it and install the product again; that writes it anew."
+            Text(
+                "%s/%s cannot be understood (%s). Delete it and install the product again; that "
+                "writes it anew.",
+                directory->GetPath(),
+                manifestName,
+                what.what()
+            )
         );
     }
 }

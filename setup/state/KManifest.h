@@ -4,6 +4,7 @@
 #include <setup/files/KFileDigest.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/StateDirectory.h>
+#include <setup/text/KText.h>
 
 #include <cstdint>
 #include <map>
@@ -57,7 +58,7 @@ struct KManifestDifference {
     enum class Kind { Missing, Type, Content, Mode, Owner, Target, Unreadable };
     std::string path;
     Kind kind = Kind::Missing;
-    std::string words; ///< "has mode 0777 instead of 0755"
+    KText words; ///< "has mode 0777 instead of 0755"
 };
 
 /// Which product, and where: what its record says too, in files that others may write.

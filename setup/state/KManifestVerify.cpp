@@ -14,6 +14,12 @@ namespace KSETUP {
 
 namespace {
 
+KText KindText(KManifestEntry::Kind kind) {
+    return kind == KManifestEntry::Kind::File        ? Text("a file")
+           : kind == KManifestEntry::Kind::Directory ? Text("a directory")
+                                                     : Text("a link");
+}
+
 using EntryKind = KManifestEntry::Kind;
 using Different = KManifestDifference::Kind;
 constexpr unsigned modeBits = 07777;
@@ -48,16 +54,16 @@ class Comparison {
         } else if (now->kind != was.kind) {
             Tell(
                 Different::Type,
-                std::string("is a ") + KindWord(now->kind) + " instead of a " + KindWord(was.kind)
+                Text("is %s instead of %s", KindText(now->kind), KindText(was.kind))
             );
         } else {
             if (now->target != was.target) {
-                Tell(Different::Target, "leads to " + now->target + " instead of " + was.target);
+                Tell(Different::Target, Text("leads to %s instead of %s", now->target, was.target));
             }
             if (now->mode != was.mode) {
                 Tell(
                     Different::Mode,
-                    "has mode " + ModeText(now->mode) + " instead of " + ModeText(was.mode)
+                    Text("has mode %s instead of %s", ModeText(now->mode), ModeText(was.mode))
                 );
             }
             CompareOwner(*now);
@@ -68,17 +74,15 @@ class Comparison {
     }
 
   private:
-    void Tell(Different kind, const std::string& words) {
-        differences.push_back({path, kind, words});
-    }
+    void Tell(Different kind, const KText& words) { differences.push_back({path, kind, words}); }
 
     void TellMissing(unsigned errorNumber) {
         if (errorNumber == ENOENT || errorNumber == ENOTDIR) {
-            Tell(Different::Missing, "is missing");
+            Tell(Different::Missing, Text("is missing"));
         } else if (errorNumber == 0) {
             Tell(
                 Different::Type,
-                std::string("is a device, a queue or a socket instead of a ") + KindWord(was.kind)
+                Text("is a device, a queue or a socket instead of %s", KindText(was.kind))
             );
         } else {
             TellUnreadable(errorNumber);
@@ -89,7 +93,8 @@ class Comparison {
         const bool isKnown = was.modified != 0 || was.owner != 0 || was.group != 0;
         if (isKnown && (now.owner != was.owner || now.group != was.group)) {
             Tell(
-                Different::Owner, "belongs to " + OwnerText(now) + " instead of " + OwnerText(was)
+                Different::Owner,
+                Text("belongs to %s instead of %s", OwnerText(now), OwnerText(was))
             );
         }
     }
@@ -97,23 +102,23 @@ class Comparison {
     void TellUnreadable(unsigned errorNumber) {
         Tell(
             Different::Unreadable,
-            "cannot be looked at: " + std::generic_category().message(static_cast<int>(errorNumber))
+            Text(
+                "cannot be looked at: %s",
+                std::generic_category().message(static_cast<int>(errorNumber))
+            )
         );
     }
 
     void CompareContent(const KManifestEntry& now) {
         if (now.size != was.size) { // without reading it
-            Tell(
-                Different::Content,
-                "has " + std::to_string(now.size) + " bytes instead of " + std::to_string(was.size)
-            );
+            Tell(Different::Content, Text("has %s bytes instead of %s", now.size, was.size));
             return;
         }
         const KFileDigest digest = DigestFile(path);
         if (digest.errorNumber != 0) {
             TellUnreadable(digest.errorNumber);
         } else if (digest.sha256 != was.digest) {
-            Tell(Different::Content, "has another content of the same size");
+            Tell(Different::Content, Text("has another content of the same size"));
         }
     }
 

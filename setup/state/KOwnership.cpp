@@ -47,7 +47,7 @@ KOwnership::KOwnership(const std::string& serviceName, bool isInstalled, const s
             throw;
         }
         known = failure.IsDenied() ? Known::Denied : Known::Nothing;
-        damage = failure.IsDenied() ? "" : failure.what();
+        damage = failure.IsDenied() ? KText() : failure.GetText();
     }
 }
 

@@ -4,6 +4,7 @@
 #include <setup/state/KManifest.h>
 #include <setup/state/KWriteJournal.h>
 #include <setup/state/StateDirectory.h>
+#include <setup/text/KText.h>
 
 #include <cstdint>
 #include <functional>
@@ -38,7 +39,7 @@ class KOwnership {
 
     Known GetKnown() const noexcept { return known; }
     /// Why the manifest could not be understood; empty when it was, or there is none.
-    const std::string& GetDamage() const noexcept { return damage; }
+    const KText& GetDamage() const noexcept { return damage; }
     /// What was installed; empty without a manifest.
     const KManifest& GetManifest() const noexcept { return manifest; }
 
@@ -75,7 +76,7 @@ class KOwnership {
     Known known = Known::Manifest;
     std::string service;
     std::string base;
-    std::string damage;
+    KText damage;
     KManifest manifest;
     KWriteJournal::Begun begun;
     std::function<bool(const std::string&)> madeNow;

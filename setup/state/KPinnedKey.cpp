@@ -37,10 +37,14 @@ KPinnedKey::Read(const std::string& serviceName, const std::string& base) {
     } catch (const std::invalid_argument& what) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            path + " cannot be understood (" + what.what() +
-                "), so it is not known whose kits may be installed. Nothing was changed. Get the "
-                "public key from who makes the kits, put it into /etc/ins++/trusted.d/" +
-                serviceName + "/, and delete the file."
+            Text(
+                "%s cannot be understood (%s), so it is not known whose kits may be installed. "
+                "Nothing was changed. Get the public key from who makes the kits, put it into "
+                "/etc/ins++/trusted.d/%s/, and delete the file.",
+                path,
+                what.what(),
+                serviceName
+            )
         );
     }
 }

@@ -16,19 +16,23 @@ namespace KSETUP {
 
 namespace {
 
-constexpr const char* causeAdvice = "Fix the cause and run it again.";
+constexpr const char* causeAdvice = TextFormat("Fix the cause and run it again.");
 
 /// What helps against the failure: room where there is none.
-const char* AdviceFor(unsigned errorNumber) noexcept {
-    return errorNumber == ENOSPC || errorNumber == EDQUOT ? "Make room there and run it again."
-                                                          : causeAdvice;
+KText AdviceFor(unsigned errorNumber) noexcept {
+    return errorNumber == ENOSPC || errorNumber == EDQUOT
+               ? Text("Make room there and run it again.")
+               : Text(causeAdvice);
 }
 
 KSetupFailure NotOurs(const std::string& path) {
     return {
         ExitCode::cannotWrite,
-        path + " is not root's alone: another user owns it or may write there, so what it tells "
-               "cannot be trusted. Look at what it holds, then delete it or give it back to root."};
+        Text(
+            "%s is not root's alone: another user owns it or may write there, so what it tells "
+            "cannot be trusted. Look at what it holds, then delete it or give it back to root.",
+            path
+        )};
 }
 
 bool IsFileName(const std::string& name) {
@@ -38,17 +42,12 @@ bool IsFileName(const std::string& name) {
 
 } // namespace
 
-KSetupFailure SystemFailure(
-    int exitCode,
-    const std::string& what,
-    const std::string& path,
-    unsigned errorNumber,
-    const std::string& advice
-) {
+KSetupFailure
+SystemFailure(int exitCode, const KText& what, unsigned errorNumber, const KText& advice) {
     return {
         exitCode,
-        what + " " + path + ": " + std::generic_category().message(static_cast<int>(errorNumber)) +
-            ". " + advice};
+        what + ": " + std::generic_category().message(static_cast<int>(errorNumber)) + ". " +
+            advice};
 }
 
 KPrivateDirectory::KPrivateDirectory(KSYS::KDescriptor opened, std::string itsPath)
@@ -80,15 +79,19 @@ KPrivateDirectory::OpenIn(int at, const std::string& name, const std::string& pa
     if (at != AT_FDCWD && !IsFileName(name)) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            "\"" + name +
-                "\" cannot be the name of a service: it has to be a plain file name. "
-                "Fix \"serviceName\" in product.ini."
+            Text(
+                "\"%s\" cannot be the name of a service: it has to be a plain file name. Fix "
+                "\"serviceName\" in product.ini.",
+                name
+            )
         );
     }
     const KSYS::Entry entry(at, name.c_str());
     unsigned failed = make ? KSYS::MakeDirectoryEntry(entry, S_IRWXU) : 0;
     if (failed != 0 && failed != EEXIST) {
-        throw SystemFailure(ExitCode::cannotWrite, "cannot make", path, failed, AdviceFor(failed));
+        throw SystemFailure(
+            ExitCode::cannotWrite, Text("cannot make %s", path), failed, AdviceFor(failed)
+        );
     }
     KSYS::KDescriptor opened;
     failed = KSYS::OpenDirectoryEntry(entry, opened);
@@ -96,22 +99,23 @@ KPrivateDirectory::OpenIn(int at, const std::string& name, const std::string& pa
         return std::nullopt;
     }
     if (failed == EACCES && !KSYS::IsRoot()) {
-        throw KSetupFailure(ExitCode::notRoot, "only root can look into " + path + ".");
+        throw KSetupFailure(ExitCode::notRoot, Text("only root can look into %s.", path));
     }
     if (failed != 0) {
         const bool isOther = failed == ENOTDIR || failed == ELOOP; // it is no directory at all
         throw SystemFailure(
             ExitCode::cannotWrite,
-            "cannot open the directory",
-            path,
+            Text("cannot open the directory %s", path),
             failed,
-            isOther ? "Delete what stands there." : causeAdvice
+            isOther ? Text("Delete what stands there.") : Text(causeAdvice)
         );
     }
     struct stat status {};
     failed = KSYS::ReadStatus(opened.Get(), status);
     if (failed != 0) {
-        throw SystemFailure(ExitCode::cannotWrite, "cannot look at", path, failed, causeAdvice);
+        throw SystemFailure(
+            ExitCode::cannotWrite, Text("cannot look at %s", path), failed, Text(causeAdvice)
+        );
     }
     if (!KSYS::IsOwnAlone(status)) {
         throw NotOurs(path);
@@ -122,14 +126,16 @@ KPrivateDirectory::OpenIn(int at, const std::string& name, const std::string& pa
 void KPrivateDirectory::Require(unsigned failed, const char* what, const std::string& name) const {
     if (failed != 0) {
         const std::string whole = name.empty() ? path : path + "/" + name;
-        throw SystemFailure(ExitCode::cannotWrite, what, whole, failed, AdviceFor(failed));
+        throw SystemFailure(ExitCode::cannotWrite, Text(what, whole), failed, AdviceFor(failed));
     }
 }
 
 void KPrivateDirectory::WriteDurably(const std::string& name, std::string_view bytes) const {
     const std::string temporary = name + ".new"; // one run at a time: nobody else makes it
     Require(
-        KSYS::ReplaceEntry(Get(), temporary, name, bytes, S_IRUSR | S_IWUSR), "cannot write", name
+        KSYS::ReplaceEntry(Get(), temporary, name, bytes, S_IRUSR | S_IWUSR),
+        TextFormat("cannot write %s"),
+        name
     );
     Flush();
 }
@@ -139,7 +145,7 @@ KSYS::KDescriptor KPrivateDirectory::Open(const std::string& name, int flags) co
     struct stat status {};
     const unsigned failed = KSYS::OpenRegularEntry({directory, name}, flags, file, status);
     const bool isOther = failed == EISDIR || failed == EINVAL;
-    Require(isOther ? 0 : failed, "cannot open", name);
+    Require(isOther ? 0 : failed, TextFormat("cannot open %s"), name);
     if (isOther || !KSYS::IsOwnAlone(status)) {
         throw NotOurs(path + "/" + name);
     }
@@ -149,7 +155,7 @@ KSYS::KDescriptor KPrivateDirectory::Open(const std::string& name, int flags) co
 bool KPrivateDirectory::Has(const std::string& name) const {
     struct stat status {};
     const unsigned failed = KSYS::ReadStatus({directory, name}, KSYS::LastLink::Keep, status);
-    Require(failed == ENOENT ? 0 : failed, "cannot look at", name);
+    Require(failed == ENOENT ? 0 : failed, TextFormat("cannot look at %s"), name);
     return failed == 0;
 }
 
@@ -158,14 +164,14 @@ std::optional<std::string> KPrivateDirectory::Read(const std::string& name) cons
         return std::nullopt;
     }
     std::string bytes;
-    Require(KSYS::ReadAll(Open(name, O_RDONLY).Get(), bytes), "cannot read", name);
+    Require(KSYS::ReadAll(Open(name, O_RDONLY).Get(), bytes), TextFormat("cannot read %s"), name);
     return bytes;
 }
 
 void KPrivateDirectory::Delete(const std::string& name) const {
     const unsigned failed = KSYS::UnlinkEntry({directory, name});
     if (failed != ENOENT) {
-        Require(failed, "cannot delete", name);
+        Require(failed, TextFormat("cannot delete %s"), name);
         Flush();
     }
 }
@@ -181,11 +187,11 @@ void KPrivateDirectory::DeleteDirectory(const std::string& name) const {
     for (const std::string& entry : names) {
         static_cast<void>(KSYS::UnlinkEntry({inner->directory, entry}));
     }
-    Require(KSYS::RemoveDirectoryEntry({directory, name}), "cannot delete", name);
+    Require(KSYS::RemoveDirectoryEntry({directory, name}), TextFormat("cannot delete %s"), name);
 }
 
 void KPrivateDirectory::Flush() const {
-    Require(KSYS::Flush(Get()), "cannot flush", "");
+    Require(KSYS::Flush(Get()), TextFormat("cannot flush %s"), "");
 }
 
 } // namespace KSETUP

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/KSetupFailure.h>
+#include <setup/text/KText.h>
 
 #include <cstddef>
 #include <optional>
@@ -80,14 +81,9 @@ class KPrivateDirectory {
     std::string path;
 };
 
-/// A failure of the system as its reader needs it: "cannot write PATH: No space left on device. "
-/// and the advice.
-KSetupFailure SystemFailure(
-    int exitCode,
-    const std::string& what,
-    const std::string& path,
-    unsigned errorNumber,
-    const std::string& advice
-);
+/// A failure of the system as its reader needs it: `what` is "cannot write PATH"; the system's reason
+/// and the advice follow.
+KSetupFailure
+SystemFailure(int exitCode, const KText& what, unsigned errorNumber, const KText& advice);
 
 } // namespace KSETUP

@@ -21,11 +21,14 @@ std::vector<std::string> ListNames(const std::string& directory) {
     std::vector<std::string> names;
     const unsigned failed = KSYS::ListEntries(directory, names);
     if (failed == EACCES && !KSYS::IsRoot()) {
-        throw KSetupFailure(ExitCode::notRoot, "only root can look into " + directory + ".");
+        throw KSetupFailure(ExitCode::notRoot, Text("only root can look into %s.", directory));
     }
     if (failed != 0 && failed != ENOENT) {
         throw SystemFailure(
-            ExitCode::noKit, "cannot list", directory, failed, "Fix the cause and try again."
+            ExitCode::noKit,
+            Text("cannot list %s", directory),
+            failed,
+            Text("Fix the cause and try again.")
         );
     }
     std::sort(names.begin(), names.end());
@@ -48,7 +51,10 @@ std::optional<KKnownProduct> Look(const std::string& base, const std::string& se
     const unsigned failed = KSYS::ReadStatus(directory, KSYS::LastLink::Keep, status);
     if (failed != 0 && failed != ENOENT) {
         throw SystemFailure(
-            ExitCode::noKit, "cannot look at", directory, failed, "Fix the cause and try again."
+            ExitCode::noKit,
+            Text("cannot look at %s", directory),
+            failed,
+            Text("Fix the cause and try again.")
         );
     }
     if (failed != 0 || !S_ISDIR(status.st_mode) || !TellsOfAProduct(directory)) {
@@ -64,7 +70,7 @@ std::optional<KKnownProduct> Look(const std::string& base, const std::string& se
         if (failure.IsDenied()) {
             throw;
         }
-        product.trouble = failure.what();
+        product.trouble = failure.GetText();
     }
     return product;
 }
@@ -91,8 +97,11 @@ const KKnownProduct* Choose(const std::vector<KKnownProduct>& products, const st
             if (found != nullptr) {
                 throw KSetupFailure(
                     ExitCode::usage,
-                    "several products are called \"" + Printable(name) +
-                        "\". Name the service of one; known: " + NamesOf(products) + "."
+                    Text(
+                        "several products are called \"%s\". Name the service of one; known: %s.",
+                        Printable(name),
+                        NamesOf(products)
+                    )
                 );
             }
             found = &product;
@@ -124,8 +133,11 @@ std::string FindKeptKit(const std::string& name, const std::string& base) {
         }
         throw KSetupFailure(
             ExitCode::notInstalled,
-            "no product \"" + Printable(name) + "\" is known here. " +
-                (products.empty() ? "None is." : "Known: " + NamesOf(products) + ".")
+            Text(
+                "no product \"%s\" is known here. %s",
+                Printable(name),
+                (products.empty() ? Text("None is.") : "Known: " + NamesOf(products) + ".")
+            )
         );
     }
     if (product->kit.empty() && !product->trouble.empty()) {
@@ -134,9 +146,11 @@ std::string FindKeptKit(const std::string& name, const std::string& base) {
     if (product->kit.empty()) {
         throw KSetupFailure(
             ExitCode::noKit,
-            "no kit is kept of " + Printable(name) +
-                ": its first install did not come to its end, or was done by a version of "
-                "ins-setup that kept none. Name the kit with --kit DIR."
+            Text(
+                "no kit is kept of %s: its first install did not come to its end, or was done by a "
+                "version of ins-setup that kept none. Name the kit with --kit DIR.",
+                Printable(name)
+            )
         );
     }
     return product->kit;

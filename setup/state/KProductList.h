@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/state/StateDirectory.h>
+#include <setup/text/KText.h>
 
 #include <cstdint>
 #include <string>
@@ -16,7 +17,7 @@ struct KKnownProduct {
     std::string kit;          ///< the directory of the kept kit; empty without one
     std::int64_t lastRun = 0; ///< when a run ended last, or one that was interrupted began, in
                               ///< seconds since 1970
-    std::string trouble;      ///< why the kept kit or the name is not known; empty where they are
+    KText trouble;            ///< why the kept kit or the name is not known; empty where they are
 };
 
 /// All of them, sorted by their services' names. One that cannot be read does not hide the others.

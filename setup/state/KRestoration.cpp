@@ -38,7 +38,7 @@ KRestoration::KRestoration(
       ownDirectory(store.GetBase() + "/" + store.GetName()) {
     for (const auto& [path, entry] : backup.index.entries) {
         if (shallStop && shallStop()) {
-            throw KSetupStop("stopped on request. Nothing was changed.");
+            throw KSetupStop(Text("stopped on request. Nothing was changed."));
         }
         const State state = Inspect(path, entry);
         states[path] = state;
@@ -67,9 +67,13 @@ void KRestoration::RequireKept(const std::string& path, const KBackupEntry& entr
     if (digest.errorNumber != 0 || digest.sha256 != entry.digest) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            "the backup is damaged: " + backup.directory.GetPath() + "/" + entry.stored +
-                (digest.errorNumber != 0 ? " cannot be read" : " is not what was kept") + " of " +
-                path + ". Nothing was changed."
+            Text(
+                "the backup is damaged: %s/%s%s of %s. Nothing was changed.",
+                backup.directory.GetPath(),
+                entry.stored,
+                (digest.errorNumber != 0 ? Text(" cannot be read") : Text(" is not what was kept")),
+                path
+            )
         );
     }
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/state/KBackup.h>
+#include <setup/text/KText.h>
 
 #include <functional>
 #include <map>
@@ -24,7 +25,7 @@ struct KRestored {
     /// What was edited since the run, and where it lies now.
     std::vector<std::pair<std::string, std::string>> edited;
     /// "cannot put back /opt/dps/x: No space left on device", one for each that failed.
-    std::vector<std::string> failures;
+    std::vector<KText> failures;
     bool stopped = false;
 };
 
@@ -98,7 +99,7 @@ class KRestoration {
     void RemainToFlush(const KSYS::Place& place, const std::string& path);
     void RemainToFlushAll();
     void Flush();
-    void Failed(const char* what, const std::string& path, unsigned errorNumber);
+    void Failed(const KText& what, unsigned errorNumber);
 
     const KOpenBackup& backup;
     const std::string base;

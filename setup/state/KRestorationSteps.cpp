@@ -59,12 +59,15 @@ bool MayHaveRights(
     return KSYS::IsOwn(now) && KSYS::ListEntries({directory, "."}, names) == 0 && names.empty();
 }
 
-std::string RefusedRights(const std::string& path, const KBackupEntry& entry) {
+KText RefusedRights(const std::string& path, const KBackupEntry& entry) {
     const std::string owner = std::to_string(entry.owner) + ":" + std::to_string(entry.group);
-    return "cannot put back the owner and mode of " + path +
-           ": others may put another directory there. See that it is the right one, set them "
-           "(chown " +
-           owner + ", chmod " + ModeText(entry.mode) + "), and run it again";
+    return Text(
+        "cannot put back the owner and mode of %s: others may put another directory there. See "
+        "that it is the right one, set them (chown %s, chmod %s), and run it again",
+        path,
+        owner,
+        ModeText(entry.mode)
+    );
 }
 
 /// "NAME.edited", or the first of "NAME.edited.2" and so on that is free.
@@ -84,10 +87,9 @@ unsigned MoveBeside(const Place& place, std::string& name) {
 
 } // namespace
 
-void KRestoration::Failed(const char* what, const std::string& path, unsigned errorNumber) {
+void KRestoration::Failed(const KText& what, unsigned errorNumber) {
     result.failures.push_back(
-        std::string("cannot ") + what + " " + path + ": " +
-        std::generic_category().message(static_cast<int>(errorNumber))
+        what + ": " + std::generic_category().message(static_cast<int>(errorNumber))
     );
 }
 
@@ -102,7 +104,9 @@ void KRestoration::RemainToFlush(const Entry& directory, const std::string& path
         failed = KSYS::OpenDirectoryEntry(directory, opened);
     }
     if (failed != 0) {
-        Failed("flush what was put back: cannot open the directory of", path, failed);
+        Failed(
+            Text("cannot flush what was put back: cannot open the directory of %s", path), failed
+        );
         return;
     }
     written.emplace(status.st_dev, std::move(opened));
@@ -137,7 +141,7 @@ void KRestoration::Count(const std::string& path, unsigned& counter, const Place
 void KRestoration::Flush() {
     for (const auto& [device, directory] : written) {
         if (const unsigned failed = KSYS::FlushFileSystem(directory.Get()); failed != 0) {
-            Failed("flush", "what was put back", failed);
+            Failed(Text("cannot flush what was put back"), failed);
         }
     }
     written.clear();
@@ -209,7 +213,7 @@ bool KRestoration::KeepBeside(const std::string& path) {
     unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
     failed = failed == 0 ? MoveBeside(place, name) : failed;
     if (failed != 0) {
-        Failed("keep", path, failed);
+        Failed(Text("cannot keep %s", path), failed);
         return false;
     }
     result.edited.emplace_back(path, JoinPath(ParentPath(path), name));
@@ -249,7 +253,7 @@ void KRestoration::MakeDirectory(const std::string& path, const KBackupEntry& en
         failed = KSYS::SetMode(directory.Get(), entry.mode);
     }
     if (failed != 0) {
-        Failed("put back", path, failed);
+        Failed(Text("cannot put back %s", path), failed);
         return;
     }
     Count(path, result.putBack, place);
@@ -270,7 +274,7 @@ void KRestoration::DeleteNew(const std::string& path) {
         failed = KSYS::UnlinkEntry(place);
     }
     if (failed != 0) {
-        Failed("delete", path, failed);
+        Failed(Text("cannot delete %s", path), failed);
         return;
     }
     Count(path, result.deleted, place);
@@ -297,7 +301,7 @@ void KRestoration::DeleteNewDirectory(const std::string& path) {
     } else if (failed == ENOTEMPTY || failed == EEXIST) {
         result.kept.push_back(path);
     } else if (!IsMissing(failed)) { // a file there failed, and was told of
-        Failed("delete", path, failed);
+        Failed(Text("cannot delete %s", path), failed);
     }
 }
 
@@ -308,7 +312,7 @@ void KRestoration::PutBackOne(const std::string& path, const KBackupEntry& entry
         failed = entry.kind == Kind::File ? PutBackFile(place, entry) : PutBackLink(place, entry);
     }
     if (failed != 0) {
-        Failed("put back", path, failed);
+        Failed(Text("cannot put back %s", path), failed);
     } else {
         Count(path, result.putBack, place);
     }

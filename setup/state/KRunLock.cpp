@@ -36,16 +36,18 @@ std::string LockName(const std::string& serviceName) {
         serviceName.find_first_of(std::string("/\0", 2)) != std::string::npos) {
         throw KSetupFailure(
             ExitCode::malformedScript,
-            "\"" + serviceName +
-                "\" cannot be the name of a service: it has to be a plain file "
-                "name. Fix \"serviceName\" in product.ini."
+            Text(
+                "\"%s\" cannot be the name of a service: it has to be a plain file name. Fix "
+                "\"serviceName\" in product.ini.",
+                serviceName
+            )
         );
     }
     return serviceName + ".lock";
 }
 
 /// Only what is no file is to be deleted: another failure says nothing against what stands there.
-const char* LockAdvice(unsigned errorNumber) noexcept {
+KText LockAdvice(unsigned errorNumber) noexcept {
     switch (errorNumber) {
     case ELOOP:
     case EISDIR:
@@ -53,18 +55,18 @@ const char* LockAdvice(unsigned errorNumber) noexcept {
     case EINVAL:
     case ENXIO:
     case ENODEV:
-        return "Delete it when no run of ins-setup goes on, and run it again.";
+        return Text("Delete it when no run of ins-setup goes on, and run it again.");
     case ENOENT:
     case EROFS:
-        return "See to it that the directory is there and can be written.";
+        return Text("See to it that the directory is there and can be written.");
     default:
-        return "Fix the cause and run it again.";
+        return Text("Fix the cause and run it again.");
     }
 }
 
 KSetupFailure CannotLock(const std::string& path, unsigned errorNumber) {
     return SystemFailure(
-        ExitCode::cannotWrite, "cannot lock", path, errorNumber, LockAdvice(errorNumber)
+        ExitCode::cannotWrite, Text("cannot lock %s", path), errorNumber, LockAdvice(errorNumber)
     );
 }
 
@@ -84,11 +86,12 @@ std::optional<OpenPlace> Open(const KSYS::LockPlaces& places, KSYS::MissingPlace
         return std::nullopt;
     }
     if (failed == EACCES && !KSYS::IsRoot()) {
-        throw KSetupFailure(ExitCode::notRoot, "only root can look into " + place.path + ".");
+        throw KSetupFailure(ExitCode::notRoot, Text("only root can look into %s.", place.path));
     }
     if (failed == ENOLCK) {
         throw KSetupFailure(
-            ExitCode::cannotWrite, KSYS::DescribeRefusedPlace(place.path) + ". Nothing was changed."
+            ExitCode::cannotWrite,
+            Text("%s. Nothing was changed.", KSYS::DescribeRefusedPlace(place.path))
         );
     }
     if (failed != 0) {
@@ -106,8 +109,11 @@ void RefuseUnlessOurs(int file, const std::string& path) {
     if (!S_ISREG(status.st_mode) || status.st_nlink > 1 || !KSYS::IsOwnAlone(status)) {
         throw KSetupFailure(
             ExitCode::cannotWrite,
-            path +
-                " is no plain file of root's alone. Look what it is, delete it, and run it again."
+            Text(
+                "%s is no plain file of root's alone. Look what it is, delete it, and run it "
+                "again.",
+                path
+            )
         );
     }
 }
@@ -187,22 +193,28 @@ KLockHolder ReadHolder(int file) {
 KSetupFailure AnotherRun(const std::string& serviceName, const KLockHolder& holder) {
     return {
         ExitCode::anotherRun,
-        "another run for " + serviceName + " goes on" + holder.ToWords() +
-            " Run it again when that has ended, or let it wait with --wait SECONDS. Nothing was "
-            "changed."};
+        Text(
+            "another run for %s goes on%s Run it again when that has ended, or let it wait with "
+            "--wait SECONDS. Nothing was changed.",
+            serviceName,
+            holder.ToWords()
+        )};
 }
 
 } // namespace
 
-std::string KLockHolder::ToWords() const {
+KText KLockHolder::ToWords() const {
     if (pid == 0) {
         return ".";
     }
     KSYS::KDescriptor process;
-    const bool isKnown = KSYS::KnownProcessId() == ::getpid(); // else it is none of this namespace
-    const bool lives = !isKnown || KSYS::OpenProcess(pid, process) != 0 || process.IsOpen();
-    return ": process " + std::to_string(pid) + " (" + command + ")" +
-           (lives ? "." : ", which ended and left a process of its own behind.");
+    const bool lives = KSYS::OpenProcess(pid, process) != 0 || process.IsOpen();
+    return lives ? Text(": process %s (%s).", pid, command)
+                 : Text(
+                       ": process %s (%s), which ended and left a process of its own behind.",
+                       pid,
+                       command
+                   );
 }
 
 KRunLock::KRunLock(
@@ -210,7 +222,7 @@ KRunLock::KRunLock(
     unsigned waitSeconds,
     const std::function<bool()>& shallStop,
     const KSYS::LockPlaces& places,
-    const std::function<void(const std::string&)>& tell
+    const std::function<void(const KText&)>& tell
 ) {
     const std::string name = LockName(serviceName);
     const auto place = Open(places, KSYS::MissingPlace::IsMade);
@@ -222,7 +234,7 @@ KRunLock::KRunLock(
         const KLockHolder holder = ReadHolder(file.Get());
         if (shallStop && shallStop()) {
             throw KSetupStop(
-                "stopped on request while waiting for another run. Nothing was changed."
+                Text("stopped on request while waiting for another run. Nothing was changed.")
             );
         }
         if (Clock::now() >= end || (waitSeconds == 0 && holder.pid != 0)) {
@@ -230,7 +242,7 @@ KRunLock::KRunLock(
         }
         if (!isTold && (holder.pid != 0 || Clock::now() >= begin + always)) {
             isTold = true;
-            tell("Waiting for another run for " + serviceName + holder.ToWords());
+            tell(Text("Waiting for another run for %s%s", serviceName, holder.ToWords()));
         }
         std::this_thread::sleep_for(betweenTries);
     }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/text/KText.h>
+
 #include <functional>
 #include <optional>
 #include <string>
@@ -17,7 +19,7 @@ struct KLockHolder {
     std::string command; ///< its command line, printable
 
     /// ": process 4711 (ins-setup install)." as the end of a sentence; "." without a process.
-    std::string ToWords() const;
+    KText ToWords() const;
 };
 
 /// One run at a time for a product: a lock (flock(2)) on NAME.lock in root's place for locks, which
@@ -44,7 +46,7 @@ class KRunLock {
         unsigned waitSeconds = 0,
         const std::function<bool()>& shallStop = {},
         const KSYS::LockPlaces& places = KSYS::LockPlaces::Of(0),
-        const std::function<void(const std::string&)>& tell = {}
+        const std::function<void(const KText&)>& tell = {}
     );
     /// Empties the file and lets go.
     ~KRunLock();

@@ -70,24 +70,41 @@ KInterruptedRun Understood(const std::string& text) {
 
 } // namespace
 
-std::string KInterruptedRun::ToWords() const {
+KText KInterruptedRun::ToWords() const {
     if (!damage.empty()) {
-        return damage + ": a run was interrupted, but which one is not known. Run \"ins-setup " +
-               installs + "\" or \"" + removes + "\" again to go on.";
+        return Text(
+            "%s: a run was interrupted, but which one is not known. Run \"ins-setup %s\" or \"%s\" "
+            "again to go on.",
+            damage,
+            installs,
+            removes
+        );
     }
     if (action == Action::Restore) {
-        return "restoring " + product + " was interrupted. Run \"ins-setup " + restores +
-               "\" again to go on.";
+        return Text(
+            "restoring %s was interrupted. Run \"ins-setup %s\" again to go on.", product, restores
+        );
     }
     const bool install = action == Action::Install;
-    const std::string count = std::to_string(ruleCount);
-    const std::string place =
-        ruleCount == 0 ? ""
-        : rule == 0    ? " before the first of its " + count + " rules"
-                       : " at rule " + std::to_string(std::min(rule, ruleCount)) + " of " + count;
-    return std::string(install ? "installing " : "removing ") + product + " " + version +
-           (install ? " in " : " from ") + path + " was interrupted" + place +
-           ". Run \"ins-setup " + CommandOf(action) + "\" again to go on.";
+    const KText place = ruleCount == 0 ? ""
+                        : rule == 0
+                            ? Counted(
+                                  ruleCount,
+                                  " before the first of its %s rules",
+                                  " before the first of its %s rules"
+                              )
+                            : Text(" at rule %s of %s", std::min(rule, ruleCount), ruleCount);
+    return Text(
+        install ? TextFormat("installing %s %s in %s was interrupted%s. Run \"ins-setup %s\" again "
+                             "to go on.")
+                : TextFormat("removing %s %s from %s was interrupted%s. Run \"ins-setup %s\" again "
+                             "to go on."),
+        product,
+        version,
+        path,
+        place,
+        CommandOf(action)
+    );
 }
 
 KRunState::KRunState(const std::string& serviceName, const std::string& base)
@@ -141,7 +158,7 @@ std::optional<KInterruptedRun> KRunState::Read(
     } catch (const std::invalid_argument& what) {
         KInterruptedRun unknown;
         unknown.damage =
-            found->GetPath() + "/" + fileName + " cannot be understood (" + what.what() + ")";
+            Text("%s/%s cannot be understood (%s)", found->GetPath(), fileName, what.what());
         return unknown;
     }
 }

@@ -4,6 +4,7 @@
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/KRunLock.h>
 #include <setup/state/StateDirectory.h>
+#include <setup/text/KText.h>
 
 #include <cstdint>
 #include <optional>
@@ -29,12 +30,12 @@ struct KRunDescription {
 /// A run that began and did not come to its end: it failed, was stopped, killed, or the machine
 /// went down.
 struct KInterruptedRun : KRunDescription {
-    unsigned rule = 0;  ///< the last one that was begun, from 1; 0 for none
-    std::string damage; ///< why the file cannot be understood: nothing else is known then
+    unsigned rule = 0; ///< the last one that was begun, from 1; 0 for none
+    KText damage;      ///< why the file cannot be understood: nothing else is known then
 
     /// "installing DPS 2.2 in /opt/dps was interrupted at rule 14 of 40. Run \"ins-setup install\"
     /// again to go on."
-    std::string ToWords() const;
+    KText ToWords() const;
 };
 
 /// Remembers on the disk that a run goes on, so that the next one, and `status`, know of one that

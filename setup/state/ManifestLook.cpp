@@ -30,10 +30,9 @@ bool IsSame(const std::string& path, const KManifestEntry& was, bool contentMayC
     if (whyMissing != 0 && whyMissing != ENOENT && whyMissing != ENOTDIR) {
         throw SystemFailure(
             ExitCode::cannotWrite,
-            "cannot look at",
-            path,
+            Text("cannot look at %s", path),
             whyMissing,
-            "Fix the cause and try again."
+            Text("Fix the cause and try again.")
         );
     }
     const bool isOwnerKnown = was.modified != 0 || was.owner != 0 || was.group != 0;

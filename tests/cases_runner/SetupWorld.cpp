@@ -114,11 +114,12 @@ void PrepareWorlds(const std::string& programs) {
     const fs::path from(programs);
     Check(::unshare(CLONE_NEWNS), "unshare");
     Check(::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount /");
-    for (const fs::path& where : {world, base / "bin", base / "lib"}) {
+    for (const fs::path& where : {world, base / "bin", base / "lib", base / "share"}) {
         fs::create_directories(where);
     }
     Mount(from, base / "bin", MS_BIND);
     Mount(from.parent_path() / "lib", base / "lib", MS_BIND);
+    Mount(from.parent_path() / "share", base / "share", MS_BIND); // texts in other languages
 }
 
 int ForkIntoWorld() {

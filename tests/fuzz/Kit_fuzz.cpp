@@ -23,7 +23,7 @@ void Check(const std::string& kit) {
     const KSETUP::KSetupKit read(kit, KSETUP::KSetupKit::Mistakes::Told);
     for (const KSETUP::KFinding& finding : KSETUP::CheckKit(read).findings) {
         Require(!finding.message.empty() && !finding.advice.empty(), "a finding has words");
-        const std::string line = KSETUP::ToLine(finding, kit);
+        const std::string line = KSETUP::ToLine(finding, kit).English();
         Require(line.find_first_of("\n\x1B") == std::string::npos, "a finding is one line");
     }
 }

@@ -100,11 +100,15 @@ TEST_F(BundleOnMinimalSystemTest, ABundleSpeaksTheLanguageOfItsUser) {
     GivenBundle("sed -i '/^.remove/i "
                 "service=install,$serviceName$,Hello,/opt/kit/lin/x86_64/hello,once' "
                 "kit/install.ini");
-    const std::string install = "/root/it.run install --reinstall --offline-services --json-events";
+    const std::string install = "/root/it.run install --reinstall --offline-services";
     const Outcome german = RunThere("LANG=de_DE.UTF-8 " + install);
     EXPECT_EQ(german.exitCode, 0) << german.out;
-    EXPECT_THAT(german.out, HasSubstr("\"Dienst wird installiert\""));
-    EXPECT_THAT(RunThere("LANG=fr_FR.UTF-8 " + install).out, HasSubstr("\"Installing service\""));
+    EXPECT_THAT(german.out, HasSubstr(" Dienst wird installiert\n"));
+    EXPECT_THAT(RunThere("LANG=fr_FR.UTF-8 " + install).out, HasSubstr(" Installing service\n"));
+    EXPECT_THAT(
+        RunThere("LANG=de_DE.UTF-8 " + install + " --json-events").out,
+        HasSubstr("\"Installing service\"")
+    );
 }
 
 /// A root that holds busybox, the bundle and nothing else: no libraries, no loader, no accounts.

@@ -62,7 +62,8 @@ class GivenKit : public ::testing::Test {
                 found.push_back(
                     finding.file + ":" + std::to_string(finding.line) + ":" +
                     std::to_string(finding.column) + (isError ? " error" : " warning") + " [" +
-                    finding.text + "] " + finding.message + "; " + finding.advice
+                    finding.text + "] " + finding.message.English() + "; " +
+                    finding.advice.English()
                 );
             }
         }

@@ -24,9 +24,13 @@ class KitAddTest : public ::testing::Test {
     KitAddTest() { KSETUP::MakeNewKit(tree.Path("kit")); }
 
     std::vector<std::string> Add(const std::string& name = "tree") {
-        return KSETUP::AddTree(
-            KSETUP::KAddedTree(tree.Path(name)), tree.Path("kit"), tree.Path("kit/install.ini")
-        );
+        std::vector<std::string> told;
+        for (const KSETUP::KText& one : KSETUP::AddTree(
+                 KSETUP::KAddedTree(tree.Path(name)), tree.Path("kit"), tree.Path("kit/install.ini")
+             )) {
+            told.push_back(one.English());
+        }
+        return told;
     }
     /// What it is refused with; the kit must be as it was.
     std::string Refusal(const std::string& name = "tree") {

@@ -6,7 +6,6 @@
 namespace {
 
 using KSETUP::BytesInWords;
-using KSETUP::Counted;
 using KSETUP::Printable;
 
 TEST(ShownTest, PrintableTextStaysAsItIs) {
@@ -48,12 +47,6 @@ TEST(BytesInWordsTest, AmountsGoUpByTheirUnits) {
 
 TEST(BytesInWordsTest, TheLastUnitHoldsTheLargestAmount) {
     EXPECT_EQ(BytesInWords(~0ULL), "16777216.0 TiB");
-}
-
-TEST(CountedTest, OnlyOneIsNotMany) {
-    EXPECT_EQ(Counted(0, "entry", "entries"), "0 entries");
-    EXPECT_EQ(Counted(1, "entry", "entries"), "1 entry");
-    EXPECT_EQ(Counted(2, "entry", "entries"), "2 entries");
 }
 
 } // namespace

@@ -83,7 +83,7 @@ TEST_F(KChangePolicyTest, WhatCannotBeLookedAtIsNotReplacedLikeNothing) {
     const KChangePolicy policy(ownership, tree.Path("p"), KChangePolicy::Options());
     tree.Write("p/other", "somebody's");
     EXPECT_EQ(policy.WhyNotReplace(tree.Path("p/none"), tree.Path("kit/other")), "");
-    const std::string why = policy.WhyNotReplace(tree.Path("p/other"), tree.Path("kit/other"));
+    const KSETUP::KText why = policy.WhyNotReplace(tree.Path("p/other"), tree.Path("kit/other"));
     EXPECT_NE(why, "");
     failcall_arm("fstatat", 1, EIO, 0);
     EXPECT_EQ(policy.WhyNotReplace(tree.Path("p/other"), tree.Path("kit/other")), why);

@@ -35,7 +35,7 @@ class KPlannedServicesTest : public ::testing::Test {
         tree.Put("/opt/svc/svc", program);
     }
     std::string Install(const std::string& program = "/opt/svc/svc") {
-        return services.Install("svc", "Service", program, "-x");
+        return services.Install("svc", "Service", program, "-x").English();
     }
 
     KTEST::TemporaryTree disk;
@@ -52,10 +52,10 @@ TEST_F(KPlannedServicesTest, AnInstalledServiceStartsUntilItIsRemoved) {
     GivenProgram(0755);
     EXPECT_THAT(Install(), IsEmpty());
     EXPECT_TRUE(tree.Exists("/etc/systemd/system/svc.service"));
-    EXPECT_THAT(services.Start("svc"), IsEmpty());
+    EXPECT_THAT(services.Start("svc").English(), IsEmpty());
     services.Remove("svc");
     EXPECT_FALSE(tree.Exists("/etc/systemd/system/svc.service"));
-    EXPECT_THAT(services.Start("svc"), HasSubstr("there is no service"));
+    EXPECT_THAT(services.Start("svc").English(), HasSubstr("there is no service"));
 }
 
 TEST_F(KPlannedServicesTest, AUnitFileOfOthersIsNotReplaced) {
@@ -63,17 +63,19 @@ TEST_F(KPlannedServicesTest, AUnitFileOfOthersIsNotReplaced) {
     unit.kind = KSETUP::KEntryKind::File;
     tree.Put("/lib/systemd/system/svc.service", unit);
     EXPECT_THAT(Install(), HasSubstr("not ours, and it stays as it is: /lib/systemd/system/svc"));
-    EXPECT_THAT(services.Install("svc", "", "", ""), IsEmpty()); // adopted
-    EXPECT_THAT(services.Start("svc"), IsEmpty());
+    EXPECT_THAT(services.Install("svc", "", "", "").English(), IsEmpty()); // adopted
+    EXPECT_THAT(services.Start("svc").English(), IsEmpty());
 }
 
 TEST_F(KPlannedServicesTest, WithoutAProgramThereHasToBeALink) {
-    EXPECT_THAT(services.Install("svc", "", "", ""), HasSubstr("nor the link /etc/svc/svc"));
+    EXPECT_THAT(
+        services.Install("svc", "", "", "").English(), HasSubstr("nor the link /etc/svc/svc")
+    );
     KPlannedEntry link;
     link.kind = KSETUP::KEntryKind::Link;
     tree.MakeDirectory("/etc/svc");
     tree.Put("/etc/svc/svc", link);
-    EXPECT_THAT(services.Install("svc", "", "", ""), IsEmpty());
+    EXPECT_THAT(services.Install("svc", "", "", "").English(), IsEmpty());
 }
 
 TEST_F(KPlannedServicesTest, AProgramThatCannotRunIsToldAtTheStart) {
@@ -86,24 +88,28 @@ TEST_F(KPlannedServicesTest, AProgramThatCannotRunIsToldAtTheStart) {
 
 TEST_F(KPlannedServicesTest, WhatACommandMadeIsNotKnown) {
     services.NoteCommand();
-    EXPECT_THAT(services.Start("svc"), IsEmpty());
+    EXPECT_THAT(services.Start("svc").English(), IsEmpty());
     EXPECT_THAT(Install(), IsEmpty());
-    EXPECT_THAT(services.Start("svc"), IsEmpty());
+    EXPECT_THAT(services.Start("svc").English(), IsEmpty());
 }
 
 TEST_F(KPlannedServicesTest, AnInstanceComesFromItsTemplate) {
     KPlannedEntry unit;
     unit.kind = KSETUP::KEntryKind::File;
     tree.Put("/lib/systemd/system/svc@.service", unit);
-    EXPECT_THAT(services.Start("svc@one"), IsEmpty());
+    EXPECT_THAT(services.Start("svc@one").English(), IsEmpty());
 }
 
 TEST_F(KPlannedServicesTest, WhatSystemdWouldNotReadIsRefused) {
     EXPECT_THAT(Install("svc"), HasSubstr("absolute path of a file: svc"));
     EXPECT_THAT(Install("/opt/sv'c"), HasSubstr("no program with a quote"));
-    EXPECT_THAT(services.Install("svc", "a\\", "/svc", "-x"), HasSubstr("ends in a backslash"));
-    EXPECT_THAT(services.Install("svc", "a", "/svc", "-x \"a"), HasSubstr("not closed: -x \"a"));
-    EXPECT_THAT(services.Install("svc", "a", "/svc", R"(-x "a\"b" \" 'c\')"), IsEmpty());
+    EXPECT_THAT(
+        services.Install("svc", "a\\", "/svc", "-x").English(), HasSubstr("ends in a backslash")
+    );
+    EXPECT_THAT(
+        services.Install("svc", "a", "/svc", "-x \"a").English(), HasSubstr("not closed: -x \"a")
+    );
+    EXPECT_THAT(services.Install("svc", "a", "/svc", R"(-x "a\"b" \" 'c\')").English(), IsEmpty());
 }
 
 struct NamedService {

@@ -27,7 +27,7 @@ std::string WordsFor(int errorNumber) {
             KSUP::ErrorCode::notFound
         );
     } catch (const KSUP::KError& error) {
-        return KSETUP::DescribeError(error);
+        return KSETUP::DescribeError(error).English();
     }
 }
 

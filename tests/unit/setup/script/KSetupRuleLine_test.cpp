@@ -89,7 +89,7 @@ class KSetupRuleLineProblemTest : public ::testing::TestWithParam<BadLine> {};
 TEST_P(KSetupRuleLineProblemTest, IsTold) {
     const KSetupRuleLine line = Read(GetParam().type, GetParam().value);
     EXPECT_EQ(line.GetOperation(), KSetupOperation::None);
-    EXPECT_NE(line.GetProblemText().find(GetParam().problem), std::string::npos)
+    EXPECT_NE(line.GetProblemText().English().find(GetParam().problem), std::string::npos)
         << line.GetProblemText();
 }
 

@@ -115,9 +115,10 @@ TEST_F(BackupRightsTest, ADirectoryThatWasPutInThePlaceOfAnotherIsNotGivenAway) 
     EXPECT_EQ(tree.Mode("home/data"), 0700U);
     ASSERT_EQ(result.failures.size(), 1U);
     EXPECT_THAT(
-        result.failures[0], HasSubstr("put back the owner and mode of " + tree.Path("home/data"))
+        result.failures[0].English(),
+        HasSubstr("put back the owner and mode of " + tree.Path("home/data"))
     );
-    EXPECT_THAT(result.failures[0], HasSubstr("(chown 65534:65534, chmod 0755)"));
+    EXPECT_THAT(result.failures[0].English(), HasSubstr("(chown 65534:65534, chmod 0755)"));
     // As it advises; by name that gives it away, which is why a person is to look first.
     tree.SetOwner("home/data", theUser, theUser);
     tree.SetMode("home/data", 0755);

@@ -33,7 +33,7 @@ class KKnownKeysTest : public ::testing::Test {
     /// The file that the only key is known from.
     std::string FindFile() {
         const KKnownKeys known = Find();
-        return known.keys.size() == 1 ? known.keys.front().file : known.ToWords();
+        return known.keys.size() == 1 ? known.keys.front().file : known.ToWords().English();
     }
     std::string WhyRefused() {
         try {

@@ -41,7 +41,7 @@ class KManifestTest : public ::testing::Test {
     std::vector<std::string> Differences(const std::set<std::string>& mayChange = {}) {
         std::vector<std::string> lines;
         for (const auto& one : KManifest::Read("dps", Base())->Verify(mayChange)) {
-            lines.push_back(one.path.substr(tree.Path("p").size() + 1) + " " + one.words);
+            lines.push_back(one.path.substr(tree.Path("p").size() + 1) + " " + one.words.English());
         }
         return lines;
     }

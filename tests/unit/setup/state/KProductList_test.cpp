@@ -106,7 +106,7 @@ TEST_F(KProductListTest, WhatCannotBeReadNowIsToldAndNoOtherNameTaken) {
                 break;
             }
             ++failures;
-            const std::string told = products.empty() ? refused : products[0].trouble;
+            const std::string told = products.empty() ? refused : products[0].trouble.English();
             const bool isKnown = !products.empty() && products[0].name == "One";
             EXPECT_TRUE(isKnown || told.find("Input/output error") != std::string::npos)
                 << call << " " << nth << ": " << told;

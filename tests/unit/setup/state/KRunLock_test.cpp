@@ -143,8 +143,8 @@ TEST_F(KRunLockTest, WhoWaitsIsToldOnceForWhom) {
         return false;
     };
     const std::string pid = std::to_string(holder.pid);
-    const KRunLock lock("dps", 60, killAtThirdTry, Places(), [&](const std::string& words) {
-        told.push_back(words);
+    const KRunLock lock("dps", 60, killAtThirdTry, Places(), [&](const KSETUP::KText& words) {
+        told.push_back(words.English());
     });
     ASSERT_EQ(told.size(), 1U);
     EXPECT_THAT(told[0], HasSubstr("Waiting for another run for dps: process " + pid + " ("));
@@ -155,7 +155,7 @@ TEST_F(KRunLockTest, WhoDoesNotWaitIsNotToldThatItDoes) {
     ASSERT_EQ(::flock(file, LOCK_EX), 0); // as somebody would who does not say who it is
     bool told = false;
     EXPECT_THROW(
-        KRunLock("dps", 0, {}, Places(), [&](const std::string&) { told = true; }), KSetupFailure
+        KRunLock("dps", 0, {}, Places(), [&](const KSETUP::KText&) { told = true; }), KSetupFailure
     );
     EXPECT_FALSE(told);
     ::close(file);

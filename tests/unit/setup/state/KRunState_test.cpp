@@ -140,9 +140,12 @@ TEST_F(KRunStateTest, TheWordsTellHowToGoOn) {
 
 TEST_F(KRunStateTest, TheWordsTellOfNoRuleThatIsNotThere) {
     KInterruptedRun run{Run(), 41, ""}; // as former versions wrote behind the last rule
-    EXPECT_NE(run.ToWords().find("was interrupted at rule 40 of 40. "), std::string::npos);
+    EXPECT_NE(
+        run.ToWords().English().find("was interrupted at rule 40 of 40. "), std::string::npos
+    );
     run.ruleCount = 0;
-    EXPECT_NE(run.ToWords().find(" was interrupted. Run "), std::string::npos) << run.ToWords();
+    EXPECT_NE(run.ToWords().English().find(" was interrupted. Run "), std::string::npos)
+        << run.ToWords();
 }
 
 class NoStateTest : public KRunStateTest, public ::testing::WithParamInterface<const char*> {};
@@ -151,7 +154,9 @@ TEST_P(NoStateTest, IsAnInterruptedRunOfWhichNothingIsKnown) {
     GivenText(GetParam());
     const auto run = Read();
     ASSERT_TRUE(run.has_value());
-    EXPECT_THAT(run->damage, ::testing::StartsWith(tree.Path("base/dps/state") + " cannot be "));
+    EXPECT_THAT(
+        run->damage.English(), ::testing::StartsWith(tree.Path("base/dps/state") + " cannot be ")
+    );
     EXPECT_EQ(
         run->ToWords(),
         run->damage + ": a run was interrupted, but which one is not known. Run \"ins-setup "
