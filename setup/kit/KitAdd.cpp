@@ -67,8 +67,9 @@ KText ListOf(const std::vector<std::string>& names) {
     for (std::size_t at = 0; at < std::min(names.size(), patternsShown); ++at) {
         list += (at == 0 ? "" : ", ") + names[at];
     }
-    return names.size() <= patternsShown ? KText(list)
-                                      : Text("%s and %s more", list, names.size() - patternsShown);
+    return names.size() <= patternsShown
+               ? KText(list)
+               : Text("%s and %s more", list, names.size() - patternsShown);
 }
 
 /// What of a tree is worth a look, each with the paths that it is true of.

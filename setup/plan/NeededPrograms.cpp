@@ -51,17 +51,19 @@ class ProgramSearch {
         }
         if (failed != 0) {
             return KMissingProgram{
-                std::string(shell) + " cannot be run (" +
-                    std::generic_category().message(static_cast<int>(failed)) +
-                    "), and commands need it",
-                "Put a shell there that this machine can run"};
+                Text(
+                    "%s cannot be run (%s), and commands need it",
+                    shell,
+                    std::generic_category().message(static_cast<int>(failed))
+                ),
+                Text("Put a shell there that this machine can run.")};
         }
         if (IsMade(program)) {
             return std::nullopt;
         }
         return KMissingProgram{
-            "there is no program " + program + " that can be run",
-            "Install what has it there first"};
+            Text("there is no program %s that can be run", program),
+            Text("Install what has it there first.")};
     }
 
   private:
@@ -112,9 +114,12 @@ std::optional<KMissingProgram> FindMissingProgram(const KPlan& plan, const std::
                 continue;
             }
             if (std::optional<KMissingProgram> missing = search.Find(*program)) {
-                missing->words = script + ":" + std::to_string(rule.rule.line.number) + ": " +
-                                 MaskedLine(rule.rule.line.type, rule.rule.line.value) +
-                                 " would fail: " + missing->words;
+                missing->words = Text(
+                    "%s: %s would fail: %s",
+                    script + ":" + std::to_string(rule.rule.line.number),
+                    MaskedLine(rule.rule.line.type, rule.rule.line.value),
+                    missing->words
+                );
                 return missing;
             }
             if (action.kind != Kind::CreateUser) {

@@ -10,8 +10,8 @@ namespace KSETUP {
 
 /// Why a command could not be run.
 struct KMissingProgram {
-    std::string words;  ///< the rule with its place, and what it lacks, without a full stop
-    std::string advice; ///< a sentence, likewise
+    KText words;  ///< the rule with its place, and what it lacks, without a full stop
+    KText advice; ///< a sentence, with one
 };
 
 /// The first command of the plan for which this system lacks the shell or, where it is a simple one, the

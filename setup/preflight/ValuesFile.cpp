@@ -43,7 +43,9 @@ std::string ReadText(int descriptor, const std::string& name) {
         }
         text.append(chunk.data(), bytes);
         if (text.size() > mostBytes) {
-            RefuseValues(name, Text("more than 1 MiB of values. Name a file of sections and keys."));
+            RefuseValues(
+                name, Text("more than 1 MiB of values. Name a file of sections and keys.")
+            );
         }
     }
     return text;

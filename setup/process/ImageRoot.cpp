@@ -39,8 +39,8 @@ std::string Reason(unsigned errorNumber) {
     return std::generic_category().message(static_cast<int>(errorNumber));
 }
 
-[[noreturn]] void Refuse(int exitCode, const std::string& path, const std::string& why) {
-    throw KSetupFailure(exitCode, path + ": " + why + " Nothing was changed.");
+[[noreturn]] void RefuseRoot(int exitCode, const std::string& path, const KText& why) {
+    throw KSetupFailure(exitCode, Text("%s: %s Nothing was changed.", path, why));
 }
 
 /// What the process inside gets of this machine.
@@ -59,7 +59,7 @@ void ShowBundle(KSetupArguments& arguments, Shown& shown) {
     std::error_code missing;
     const std::string file = fs::canonical(arguments.bundle, missing).string();
     if (missing) {
-        Refuse(ExitCode::noKit, arguments.bundle, missing.message() + ".");
+        RefuseRoot(ExitCode::noKit, arguments.bundle, KText(missing.message() + "."));
     }
     arguments.bundle = shown.Add({file, false, true});
     const std::string signature = file + signatureEnding;
@@ -85,11 +85,14 @@ void RequireShowable(const Shown& shown, const std::string& root) {
     for (const KSYS::ShownEntry& entry : shown.entries) {
         for (const char* own : {"run", "dev", "proc"}) {
             if (IsAtOrBelow(entry.source, JoinPath(root, own))) {
-                Refuse(
+                RefuseRoot(
                     ExitCode::noKit,
                     entry.source,
-                    "what is in " + JoinPath(root, own) +
-                        " is hidden while that tree is worked on. Move it to another place."
+                    Text(
+                        "what is in %s is hidden while that tree is worked on. Move it to another "
+                        "place.",
+                        JoinPath(root, own)
+                    )
                 );
             }
         }
@@ -122,32 +125,37 @@ bool IsQuestion(Command command) noexcept {
 
 [[noreturn]] void RefuseStep(const KSYS::FailedStep& failed, const std::string& root) {
     if (failed.error == EPERM || failed.error == EACCES) {
-        Refuse(
+        RefuseRoot(
             ExitCode::notRoot,
             root,
-            "it cannot be made the root of a process: " + Reason(failed.error) +
-                ". That takes the right to mount (CAP_SYS_ADMIN), which containers are without. "
-                "Run "
-                "it on the machine itself, or in a container that has all rights (--privileged)."
+            Text(
+                "it cannot be made the root of a process: %s. That takes the right to mount "
+                "(CAP_SYS_ADMIN), which containers are without. Run it on the machine itself, or "
+                "in a "
+                "container that has all rights (--privileged).",
+                Reason(failed.error)
+            )
         );
     }
     if (failed.error == EINVAL && failed.path == "/") {
-        Refuse(
+        RefuseRoot(
             ExitCode::cannotWrite,
             root,
-            "nothing can be mounted in private, as this process is in a chroot, whose root is no "
-            "mount. Run it outside of that, or mount that directory on itself before it is "
-            "entered (mount --bind)."
+            Text("nothing can be mounted in private, as this process is in a chroot, whose root is "
+                 "no "
+                 "mount. Run it outside of that, or mount that directory on itself before it is "
+                 "entered (mount --bind).")
         );
     }
     const bool isOfSystem = (failed.error == ENOENT || failed.error == ENOTDIR) &&
                             ParentPath(failed.path) == root; // /run, /dev and /proc
-    Refuse(
+    RefuseRoot(
         ExitCode::cannotWrite,
         failed.path.empty() ? root : failed.path,
         isOfSystem
-            ? "a system has a directory there, which is no link, to mount on. Make it (mkdir)."
-            : "it cannot be mounted: " + Reason(failed.error) + "."
+            ? Text("a system has a directory there, which is no link, to mount on. Make it (mkdir)."
+              )
+            : Text("it cannot be mounted: %s.", Reason(failed.error))
     );
 }
 
@@ -162,7 +170,9 @@ std::optional<int> BeginInside(
     KRootLocks locks(isQuestion ? KRootLocks::Use::Looked : KRootLocks::Use::Taken);
     pid_t child = 0;
     if (const unsigned error = KSYS::ForkProcess(child); error != 0) {
-        throw KSetupFailure(ExitCode::internal, "no process can be started: " + Reason(error));
+        throw KSetupFailure(
+            ExitCode::internal, Text("no process can be started: %s", Reason(error))
+        );
     }
     if (child == 0) {
         locks.Leave();
@@ -188,34 +198,39 @@ std::string FindImageRoot(const std::string& given) {
         failed = ENOTDIR;
     }
     if (failed != 0) {
-        Refuse(
+        RefuseRoot(
             ExitCode::usage,
             given,
-            Reason(failed) + ". Behind --root stands the directory of a system that is to be."
+            Text(
+                "%s. Behind --root stands the directory of a system that is to be.", Reason(failed)
+            )
         );
     }
     if (KSYS::ReadStatus("/", KSYS::LastLink::Keep, own) == 0 && KSYS::IsSameFile(status, own)) {
-        Refuse(
+        RefuseRoot(
             ExitCode::usage,
             given,
-            "this is the root of the running machine. Leave --root out for that."
+            Text("this is the root of the running machine. Leave --root out for that.")
         );
     }
     if (const std::string open = FindOpenWay(root); !open.empty()) {
-        Refuse(
+        RefuseRoot(
             ExitCode::cannotWrite,
             open,
-            "others than root can change it, and with it what is in " + root +
-                ". Build the tree below directories of root's, as in /srv, or make this one root's "
-                "(chown root, chmod go-w)."
+            Text(
+                "others than root can change it, and with it what is in %s. Build the tree below "
+                "directories of root's, as in /srv, or make this one root's (chown root, chmod "
+                "go-w).",
+                root
+            )
         );
     }
     if (status.st_uid != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        Refuse(
+        RefuseRoot(
             ExitCode::cannotWrite,
             root,
-            "others than root can change what is in it, which the root of a system does not allow. "
-            "Make it root's (chown root, chmod go-w)."
+            Text("others than root can change what is in it, which the root of a system does not "
+                 "allow. Make it root's (chown root, chmod go-w).")
         );
     }
     return root;
@@ -224,7 +239,8 @@ std::string FindImageRoot(const std::string& given) {
 std::optional<int> GoIntoImageRoot(KSetupArguments& arguments) {
     if (IsQuestion(arguments.command) && !KSYS::IsRoot()) {
         throw KSetupFailure(
-            ExitCode::notRoot, "--root takes the right to mount, which root has. Try it with sudo."
+            ExitCode::notRoot,
+            Text("--root takes the right to mount, which root has. Try it with sudo.")
         );
     }
     RequireRoot();
@@ -241,7 +257,9 @@ std::optional<int> GoIntoImageRoot(KSetupArguments& arguments) {
     KSYS::KHeldSignals signals;
     pid_t child = 0;
     if (const unsigned failed = KSYS::ForkProcess(child); failed != 0) {
-        throw KSetupFailure(ExitCode::internal, "no process can be started: " + Reason(failed));
+        throw KSetupFailure(
+            ExitCode::internal, Text("no process can be started: %s", Reason(failed))
+        );
     }
     if (child == 0) {
         if (shown.unpacked) {

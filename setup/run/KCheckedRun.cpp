@@ -70,7 +70,8 @@ void RefuseMissingPrograms(const KPlannedRun& planned) {
     if (const std::optional<KMissingProgram> missing =
             FindMissingProgram(planned.GetPlan(), context.kit.GetScript().c_str())) {
         throw KSetupFailure(
-            ExitCode::ruleFailed, missing->words + ". Nothing was changed. " + missing->advice + "."
+            ExitCode::ruleFailed,
+            Text("%s. Nothing was changed. %s", missing->words, missing->advice)
         );
     }
 }
@@ -290,15 +291,15 @@ void KCheckedRun::AskBeforeRemoval() const {
         );
     }
     const KRunReport& report = context.report;
-    const KText from = report.root.empty() ? KText() : Text(" in %s", Printable(report.root));
-    const KText question = Text(
-        "%sRemove %s %s from %s%s? [y/N] ",
-        DescribeWhatGoesBesides(),
-        Printable(report.product),
-        Printable(report.version),
-        Printable(report.productPath),
-        from
-    );
+    const KText what = DescribeWhatGoesBesides();
+    const std::string product = Printable(report.product) + " " + Printable(report.version);
+    const std::string path = Printable(report.productPath);
+    const KText question =
+        report.root.empty()
+            ? Text("%sRemove %s from %s? [y/N] ", what, product, path)
+            : Text(
+                  "%sRemove %s from %s in %s? [y/N] ", what, product, path, Printable(report.root)
+              );
     const int asked = isTerminalsOwn ? opened.Get() : STDOUT_FILENO;
     std::cout << std::flush; // in the order in which things happened
     // One that goes away now ends the answer, too.

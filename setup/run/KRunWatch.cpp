@@ -100,7 +100,7 @@ void KRunWatch::Tell(const Event& event) {
         view.words = rules[event.rule].words;
         view.status = view.words;
         break;
-    case Kind::Status:
+    case EventKind::Status:
         view.status = StatusText(event.text);
         if (event.percentage != KINS::noPercentage) {
             view.status += " (" + std::to_string(std::lround(std::ceil(event.percentage))) + "%)";

@@ -24,7 +24,10 @@ std::vector<std::string> KnownServices(const std::string& base) {
     const unsigned failed = KSYS::ListEntries(base, names);
     if (failed != 0 && failed != ENOENT && (failed != EACCES || KSYS::IsRoot())) {
         throw SystemFailure(
-            ExitCode::cannotWrite, "cannot list", base, failed, "Fix the cause and run it again."
+            ExitCode::cannotWrite,
+            Text("cannot list %s", base),
+            failed,
+            Text("Fix the cause and run it again.")
         );
     }
     return names;

@@ -41,8 +41,8 @@ unsigned OpenUsed(KSYS::MissingPlace missing, KSYS::KDescriptor& place) {
     }
 }
 
-[[noreturn]] void Refuse(const std::string& why) {
-    throw KSetupFailure(ExitCode::cannotWrite, why + ". Nothing was changed.");
+[[noreturn]] void RefuseLocks(const KText& why) {
+    throw KSetupFailure(ExitCode::cannotWrite, Text("%s. Nothing was changed.", why));
 }
 
 } // namespace
@@ -55,14 +55,14 @@ KRootLocks::KRootLocks(Use use) {
         return;
     }
     if (failed == ENOLCK) {
-        Refuse(KSYS::DescribeRefusedPlace(inTree));
+        RefuseLocks(KSYS::DescribeRefusedPlace(inTree));
     }
     if (failed == ENOENT) {
-        Refuse(
-            std::string(inTree) + " cannot be made in the root, for the lock: /var/lib is missing "
-                                  "there, or read-only. Make it (mkdir -p), or mount it to be "
-                                  "written"
-        );
+        RefuseLocks(Text(
+            "%s cannot be made in the root, for the lock: /var/lib is missing there, or read-only. "
+            "Make it (mkdir -p), or mount it to be written",
+            inTree
+        ));
     }
     if (failed == 0) {
         failed = KSYS::MakeDirectoryEntry(whereSought, S_IRWXU);
@@ -71,11 +71,11 @@ KRootLocks::KRootLocks(Use use) {
         failed = KSYS::ShowDirectory(inTree, whereSought);
     }
     if (failed != 0) {
-        Refuse(
-            std::string(inTree) + " cannot be made in the root: " +
-            std::generic_category().message(static_cast<int>(failed)) +
-            ". Fix the cause and run it again"
-        );
+        RefuseLocks(Text(
+            "%s cannot be made in the root: %s. Fix the cause and run it again",
+            inTree,
+            std::generic_category().message(static_cast<int>(failed))
+        ));
     }
     if (!isTaken) {
         place.Reset();
