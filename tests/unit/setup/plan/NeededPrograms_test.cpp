@@ -18,7 +18,7 @@ class NeededProgramsTest : public KTEST::GivenPlan {
     /// What is missing for these rules; empty for nothing.
     std::string Missing(const std::string& lines) {
         const auto missing = KSETUP::FindMissingProgram(PlanOf(lines), "S");
-        return missing ? missing->words : "";
+        return missing ? missing->words.English() : "";
     }
 };
 

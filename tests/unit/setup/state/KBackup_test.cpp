@@ -468,8 +468,9 @@ TEST_F(KBackupTest, AKeptKitThatCannotBeListedIsToldAndTheFormerStateWaits) {
     failcall_arm("readdir", 1, EIO, 0);
     restoration.PutBackOwn();
     failcall_disarm();
+    ASSERT_EQ(restoration.GetResult().failures.size(), 1U);
     EXPECT_THAT(
-        restoration.GetResult().failures, ElementsAre(HasSubstr("/dps/kit: Input/output error"))
+        restoration.GetResult().failures[0].English(), HasSubstr("/dps/kit: Input/output error")
     );
     EXPECT_EQ(tree.Read("base/dps/state"), "restoring");
 }
