@@ -208,7 +208,8 @@ KText KLockHolder::ToWords() const {
         return ".";
     }
     KSYS::KDescriptor process;
-    const bool lives = KSYS::OpenProcess(pid, process) != 0 || process.IsOpen();
+    const bool isKnown = KSYS::KnownProcessId() == ::getpid(); // else it is none of this namespace
+    const bool lives = !isKnown || KSYS::OpenProcess(pid, process) != 0 || process.IsOpen();
     return lives ? Text(": process %s (%s).", pid, command)
                  : Text(
                        ": process %s (%s), which ended and left a process of its own behind.",
