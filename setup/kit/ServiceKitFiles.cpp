@@ -40,8 +40,8 @@ file=copy,serve,$pathSource$payload,$pathTargetBin$
 file=copy,$iniFile$,$pathSource$payload,$pathTargetConfig$,$iniFile$.default
 profile=put,$pathTargetConfig$$iniFile$,Product,Defaults,$pathTargetConfig$$iniFile$.default
 
-; 5. What "ins-setup kit add TREE" brings along; it writes to section [serviceKitFiles] below.
-section=serviceKitFiles
+; 5. What "ins-setup kit add TREE" brings along; it writes to section [files] below.
+section=files
 
 ; 6. The unit of the kit's own. It is no configuration though it lies in /etc: an administrator changes it
 ; by a drop-in, "systemctl edit @SERVICE@", which stays when this file is replaced.
@@ -60,7 +60,7 @@ service=start,$serviceName$
 [remove]
 service=remove,$serviceName$
 file=delete,$serviceName$.service,/etc/systemd/system
-section=remove serviceKitFiles
+section=remove files
 file=delete,serve,$pathTargetBin$
 directory=delete,$pathTargetBin$
 directory=delete,$pathTargetLin$
@@ -75,9 +75,9 @@ file=delete,$serviceName$,/etc/$serviceName$
 directory=delete,/etc/$serviceName$
 
 ; Filled by "ins-setup kit add TREE".
-[serviceKitFiles]
+[files]
 
-[remove serviceKitFiles]
+[remove files]
 )"},
     {"payload/@SERVICE@.service",
      0644,
