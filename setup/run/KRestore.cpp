@@ -76,6 +76,8 @@ Undo(const KOpenBackup& backup, KRestoration& restoration, const std::function<b
     return undone;
 }
 
+namespace {
+
 void DeleteUndone(const std::string& run, KBackup& store, KRunReport& report) {
     try {
         store.Delete(run);
@@ -88,6 +90,8 @@ void DeleteUndone(const std::string& run, KBackup& store, KRunReport& report) {
         ));
     }
 }
+
+} // namespace
 
 void ForgetUndone(const KOpenBackup& backup, KBackup& store, KRunReport& report) {
     const std::string& service = store.GetName();

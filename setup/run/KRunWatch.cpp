@@ -99,14 +99,14 @@ void KRunWatch::Tell(const Event& event) {
         view.rule = event.rule + 1;
         view.words = rules[event.rule].words;
         view.status = view.words;
+        said.clear();
         break;
     case EventKind::Status:
-        view.status = StatusText(event.text);
+        said = event.text;
+        saidPercentage = event.percentage;
         if (event.percentage != KINS::noPercentage) {
-            view.status += " (" + std::to_string(std::lround(std::ceil(event.percentage))) + "%)";
             work.SetPart(event.percentage / 100);
         } else {
-            view.words = StatusText(event.text);
             work.BeginEntry(event.path);
         }
         TellStarted(event.rule);
@@ -130,9 +130,21 @@ void KRunWatch::NoteProgress() {
     view.bytesDone = work.GetBytesDone();
 }
 
+void KRunWatch::FindWords() {
+    if (said.empty()) {
+        return; // told as it was planned
+    }
+    view.words = StatusText(said);
+    view.status = view.words;
+    if (saidPercentage != KINS::noPercentage) {
+        view.status += " (" + std::to_string(std::lround(std::ceil(saidPercentage))) + "%)";
+    }
+}
+
 void KRunWatch::TellStarted(unsigned rule) {
     if (rule == toldStarted) {
         ++toldStarted;
+        FindWords();
         context.reporter.RuleStarted(view, rules[rule].place);
     }
 }
@@ -141,6 +153,7 @@ void KRunWatch::TellStatus(bool isLast) {
     // What is called off reports that it is done, and nothing follows. A rule that has not said yet
     // what it does has not begun for whoever listens.
     if (!installer.IsCancelled() && toldStarted > 0 && toldStarted == view.rule) {
+        FindWords();
         context.reporter.Progress(view, isLast);
     }
 }

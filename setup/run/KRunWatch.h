@@ -71,6 +71,7 @@ class KRunWatch {
     void TellQueued();
     void Tell(const Event& event);
     void TellStarted(unsigned rule);
+    void FindWords();
     void NoteProgress();
     void TellStatus(bool isLast);
     void AnswerSignal();
@@ -82,6 +83,10 @@ class KRunWatch {
     unsigned toldDone = 0;
     KRunWork work;
     KProgressView view;
+    // What the rule at work said last. It becomes words of the view when those are told, which few of
+    // thousands are.
+    std::string said;
+    double saidPercentage = KINS::noPercentage;
 
     // What the worker thread told.
     mutable KSYS::KAnnotatedMutex<std::mutex> guard;

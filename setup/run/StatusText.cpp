@@ -39,16 +39,16 @@ constexpr std::array formats = std::to_array<const char*>({
 } // namespace
 
 KText StatusText(const std::string& status) {
-    for (const Message& message : messages) {
-        if (status == SvcGetMessagePtr(message.id) || status == message.english) {
-            return {message.english, status}; // in the language of its catalogue
-        }
-    }
     for (const char* format : formats) {
         std::string_view begin = format;
         begin.remove_suffix(std::string_view("%s").size());
         if (status.starts_with(begin)) {
             return Text(format, status.substr(begin.size()));
+        }
+    }
+    for (const Message& message : messages) {
+        if (status == SvcGetMessagePtr(message.id) || status == message.english) {
+            return {message.english, status}; // in the language of its catalogue
         }
     }
     return status;
