@@ -60,7 +60,7 @@ bool IsOfAnotherMachine(const KCheckContext& context, const std::string& name) {
 }
 
 /// Whether a section was written to be loaded: notes of the author's own may stand in others.
-bool HasRules(const KScript& script, const std::string& section) {
+bool HoldsRules(const KScript& script, const std::string& section) {
     const std::vector<KScriptLine> lines = script.GetLines(section);
     return std::any_of(lines.begin(), lines.end(), [](const KScriptLine& line) {
         return KINS::KRuleLine::FindType(Lowered(line.type)) != nullptr;
@@ -164,7 +164,7 @@ Findings UnloadedSections(const KCheckContext& context) {
     Findings found;
     for (const KScript::Header& header : script.GetHeaders()) {
         if (context.GetLoadedSections().contains(header.name) ||
-            IsOfAnotherMachine(context, header.name) || !HasRules(script, header.name) ||
+            IsOfAnotherMachine(context, header.name) || !HoldsRules(script, header.name) ||
             !told.insert(header.name).second) {
             continue;
         }

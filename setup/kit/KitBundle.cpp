@@ -104,7 +104,7 @@ void RefuseTarget(const fs::path& target, const std::string& kit) {
 }
 
 /// What is in the bundle is more than the kit, so it is sealed and signed anew.
-void Seal(const fs::path& kit, bool wasSealed, const std::string& secretKey) {
+void SealCopy(const fs::path& kit, bool wasSealed, const std::string& secretKey) {
     if (!secretKey.empty()) {
         SealAndSign(kit.string(), secretKey);
     } else if (wasSealed) {
@@ -157,7 +157,7 @@ void MakeBundle(
     CopyKit(kitDirectory, kit);
     AddProgram(kit);
     AddLicences(kit);
-    Seal(kit, IsSealed(kitDirectory), secretKey);
+    SealCopy(kit, IsSealed(kitDirectory), secretKey);
     Pack(
         {.head = head, .directory = kit.string(), .place = ProposedPlace(kit / "install.ini")},
         made.string()

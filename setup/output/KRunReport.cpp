@@ -73,7 +73,7 @@ bool MayChange(const KRunReport& report) {
 }
 
 /// As "2026-11-22T05:30:00Z".
-std::string TimeText(std::int64_t seconds) {
+std::string UtcText(std::int64_t seconds) {
     const std::time_t time = seconds;
     std::tm parts{};
     std::array<char, 32> text{};
@@ -91,7 +91,7 @@ KJsonObject ToObject(const KListedProduct& product) {
         object.Put("buildNumber", *product.buildNumber);
     }
     PutUnlessEmpty(object, "productPath", product.path);
-    object.Put("lastRun", TimeText(product.lastRun)).Put("state", StateOf(product));
+    object.Put("lastRun", UtcText(product.lastRun)).Put("state", StateOf(product));
     object.Put("installed", product.isInstalled).Put("interrupted", product.isInterrupted);
     if (product.differs) {
         object.Put("differs", *product.differs);

@@ -188,7 +188,7 @@ bool IsHome(const std::string& path) {
     return std::filesystem::path(path).parent_path() == "/home";
 }
 
-std::string Answer(std::vector<std::string> words, const std::vector<std::string>& paths) {
+std::string AskPackages(std::vector<std::string> words, const std::vector<std::string>& paths) {
     words.insert(words.end(), paths.begin(), paths.end());
     std::string answer;
     return KSYS::ReadProgram(std::move(words), answer) == 0 ? answer : "";
@@ -196,7 +196,7 @@ std::string Answer(std::vector<std::string> words, const std::vector<std::string
 
 /// Each line that dpkg-query(1) answers is "PACKAGE, PACKAGE: PATH".
 std::vector<std::string> PathsOfDpkg(const std::vector<std::string>& paths) {
-    const std::string answer = Answer({"dpkg-query", "--search"}, paths);
+    const std::string answer = AskPackages({"dpkg-query", "--search"}, paths);
     std::vector<std::string> owned;
     std::copy_if(paths.begin(), paths.end(), std::back_inserter(owned), [&](const auto& path) {
         return answer.find(": " + path + "\n") != std::string::npos;
@@ -212,9 +212,9 @@ std::vector<std::string> PathsOfRpm(const std::vector<std::string>& paths) {
         return answer.starts_with("=\n") || answer.find("\n=\n") != std::string::npos;
     };
     std::vector<std::string> owned;
-    if (isOwned(Answer(question, paths))) {
+    if (isOwned(AskPackages(question, paths))) {
         std::copy_if(paths.begin(), paths.end(), std::back_inserter(owned), [&](const auto& path) {
-            return isOwned(Answer(question, {path}));
+            return isOwned(AskPackages(question, {path}));
         });
     }
     return owned;

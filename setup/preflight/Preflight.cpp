@@ -12,7 +12,7 @@ namespace KSETUP {
 
 namespace {
 
-KText ToText(const KVersion& version) {
+KText VersionWords(const KVersion& version) {
     return Text("%s (build %s)", version.text, version.buildNumber);
 }
 
@@ -82,8 +82,8 @@ void RequireNoDowngrade(
                 "%s %s is installed, which is newer than %s. Nothing was changed. "
                 "--allow-downgrade installs the older one over it.",
                 product,
-                ToText(installed),
-                ToText(wanted)
+                VersionWords(installed),
+                VersionWords(wanted)
             )
         );
     }

@@ -14,7 +14,7 @@ namespace KSETUP {
 
 namespace {
 
-const char* StateOf(KKitSigner::Kind kind) {
+const char* SignatureState(KKitSigner::Kind kind) {
     switch (kind) {
     case KKitSigner::Kind::Known:
         return "known key";
@@ -78,7 +78,7 @@ void KTrustedKit::Report() const {
     if (report || signer.kind == KKitSigner::Kind::Unsigned) {
         return;
     }
-    report = KSignerReport{StateOf(signer.kind), signer.keyId, signer.knownFrom, ""};
+    report = KSignerReport{SignatureState(signer.kind), signer.keyId, signer.knownFrom, ""};
     if (signer.key) {
         report->key = signer.key->GetId();
     }

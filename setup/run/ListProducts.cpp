@@ -17,7 +17,7 @@ namespace KSETUP {
 
 namespace {
 
-void FillRuns(KListedProduct& listed) {
+void FillListedRuns(KListedProduct& listed) {
     listed.isRunning = KRunLock::FindHolder(listed.name).has_value();
     if (const auto interrupted = KRunState::Read(listed.name)) {
         listed.isInterrupted = true;
@@ -28,7 +28,7 @@ void FillRuns(KListedProduct& listed) {
 }
 
 /// By the kept kit, which knows where the record is.
-void FillInstalled(const std::string& kit, KListedProduct& listed) {
+void FillListed(const std::string& kit, KListedProduct& listed) {
     const KSetupKit loaded(kit);
     const KINS::KInstaller installer;
     const std::optional<KInstalledRecord> record = LoadRecord(installer);
@@ -64,9 +64,9 @@ std::optional<KListedProduct> ToListed(const KKnownProduct& known) {
     listed.lastRun = known.lastRun;
     listed.trouble = known.trouble;
     try {
-        FillRuns(listed);
+        FillListedRuns(listed);
         if (!known.kit.empty()) {
-            FillInstalled(known.kit, listed);
+            FillListed(known.kit, listed);
         } else {
             listed.isInstalled = KManifest::Read(known.service).has_value();
         }

@@ -45,7 +45,9 @@ void FillKeys(const std::string& service, KRunReport& report) {
 }
 
 /// What is installed beside what was. The configuration is there to be edited.
-void Verify(const std::string& service, const std::string& configuration, KRunReport& report) {
+void VerifyInstalled(
+    const std::string& service, const std::string& configuration, KRunReport& report
+) {
     const auto manifest = KManifest::Read(service);
     if (!manifest) {
         throw KSetupFailure(
@@ -97,7 +99,7 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
         // who may not look, or a damaged manifest: --verify tells
     }
     if (arguments.verify) {
-        Verify(service, RecordFile(installer, *record), report);
+        VerifyInstalled(service, RecordFile(installer, *record), report);
     }
 }
 

@@ -47,7 +47,8 @@ void TakeRights(const struct stat& status, KBackupEntry& entry) {
 /// What stands at the path, and where that is.
 ///
 /// Returns  0 or errno; 0 with the kind Nothing for what is not there
-unsigned Look(const std::string& path, KSYS::Place& place, std::optional<KBackupEntry>& entry) {
+unsigned
+LookAtPlace(const std::string& path, KSYS::Place& place, std::optional<KBackupEntry>& entry) {
     struct stat status {};
     entry.emplace();
     unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
@@ -108,7 +109,7 @@ void Note(const std::string& path, Of of, Making& making) {
     }
     KSYS::Place place;
     std::optional<KBackupEntry> entry;
-    unsigned failed = Look(path, place, entry);
+    unsigned failed = LookAtPlace(path, place, entry);
     if (failed == 0 && (!entry || (of == Of::Parent && entry->kind != Kind::Nothing &&
                                    entry->kind != Kind::Directory))) {
         return; // the engine refuses to replace devices, queues and sockets
@@ -228,7 +229,7 @@ NotUnderstood(const KPrivateDirectory& store, const char* file, const std::inval
 
 unsigned LookForBackup(const std::string& path, std::optional<KBackupEntry>& entry) {
     KSYS::Place place;
-    return Look(path, place, entry);
+    return LookAtPlace(path, place, entry);
 }
 
 std::string DigestForBackup(const std::string& path) {

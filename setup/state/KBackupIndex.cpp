@@ -38,7 +38,7 @@ timespec GetTime(const KJsonLine& line, const std::string& key) {
     return time;
 }
 
-KJsonLine ToLine(const std::string& path, const KBackupEntry& entry) {
+KJsonLine ToIndexLine(const std::string& path, const KBackupEntry& entry) {
     KJsonLine line;
     line.Put("path", path);
     for (const auto& [kind, word] : kinds) {
@@ -160,7 +160,7 @@ std::string ToText(const KBackupIndex& index) {
     }
     std::string text = head.ToText();
     for (const auto& [path, entry] : index.entries) {
-        text += ToLine(path, entry).ToText();
+        text += ToIndexLine(path, entry).ToText();
     }
     for (const KServiceBefore& service : index.services) {
         KJsonLine line;

@@ -20,7 +20,7 @@ constexpr const char* fileName = "fingerprint";
 constexpr const char* fingerprintFormat = "ins++ fingerprint";
 constexpr std::uint64_t fingerprintVersion = 1;
 
-void Require(unsigned failed, const std::string& path) {
+void RequireRead(unsigned failed, const std::string& path) {
     if (failed != 0) {
         throw SystemFailure(
             ExitCode::noKit,
@@ -63,21 +63,21 @@ void KKitFingerprint::Add(const std::string& below) {
     const std::string parent = below.empty() ? directory : JoinPath(directory, below);
     {
         KSYS::KDescriptor open;
-        Require(KSYS::OpenDirectoryEntry(parent + "/.", open), parent); // also by a link
-        Require(KSYS::ListEntries({open.Get(), "."}, names), parent);
+        RequireRead(KSYS::OpenDirectoryEntry(parent + "/.", open), parent); // also by a link
+        RequireRead(KSYS::ListEntries({open.Get(), "."}, names), parent);
         for (const std::string& name : names) {
             Entry entry;
             entry.path = below.empty() ? name : below + "/" + name;
             const KSYS::Entry at{open, name};
             struct stat status {};
-            Require(KSYS::ReadStatus(at, KSYS::LastLink::Keep, status), parent + "/" + name);
+            RequireRead(KSYS::ReadStatus(at, KSYS::LastLink::Keep, status), parent + "/" + name);
             entry.mode = status.st_mode;
             entry.seconds = status.st_mtim.tv_sec;
             entry.nanoseconds = status.st_mtim.tv_nsec;
             if (S_ISREG(status.st_mode)) {
                 entry.size = static_cast<std::uint64_t>(status.st_size);
             } else if (S_ISLNK(status.st_mode)) {
-                Require(KSYS::ReadLink(at, entry.target), parent + "/" + name);
+                RequireRead(KSYS::ReadLink(at, entry.target), parent + "/" + name);
             } else if (S_ISDIR(status.st_mode)) {
                 directories.push_back(entry.path);
             }
@@ -105,7 +105,7 @@ KKitFingerprint::ReadContent(const KDigests& known, const std::function<bool()>&
             if (digest.errorNumber == ECANCELED) {
                 throw KSetupStop(Text("Stopped on request. Nothing was changed."));
             }
-            Require(digest.errorNumber, path);
+            RequireRead(digest.errorNumber, path);
             Append(all, digest.sha256);
         }
     }

@@ -40,7 +40,7 @@ unsigned CheckTrust(int directory, const struct stat& link) noexcept {
     return trusted && link.st_uid == 0 ? 0 : ELOOP;
 }
 
-unsigned ReadLink(int link, std::string& target) {
+unsigned ReadOpenLink(int link, std::string& target) {
     std::string buffer(PATH_MAX, '\0');
     const ssize_t bytes = ::readlinkat(link, "", buffer.data(), buffer.size());
     if (bytes < 0) {
@@ -127,7 +127,7 @@ unsigned Walk::Follow(int link, const struct stat& linkStatus) {
     std::string target;
     unsigned status = linksLeft-- > 0 ? CheckTrust(current.Get(), linkStatus) : ELOOP;
     if (status == 0) {
-        status = ReadLink(link, target);
+        status = ReadOpenLink(link, target);
     }
     if (status != 0) {
         return status;

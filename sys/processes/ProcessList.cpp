@@ -42,7 +42,7 @@ std::string ReadSmallFile(const std::string& path) {
     return bytes;
 }
 
-std::string ReadLink(const std::string& path) {
+std::string LinkTarget(const std::string& path) {
     std::string target(PATH_MAX, '\0');
     const ssize_t bytes = ::readlink(path.c_str(), target.data(), target.size());
     target.resize(bytes > 0 ? static_cast<std::size_t>(bytes) : 0);
@@ -61,7 +61,7 @@ std::string_view LastComponent(std::string_view path) noexcept {
 }
 
 /// Whether two paths name the same file, links followed.
-bool IsSameFile(const std::string& left, const std::string& right) noexcept {
+bool LeadToSameFile(const std::string& left, const std::string& right) noexcept {
     struct stat one {};
     struct stat other {};
     return ::stat(left.c_str(), &one) == 0 && ::stat(right.c_str(), &other) == 0 &&
@@ -181,13 +181,13 @@ class Running {
   public:
     explicit Running(pid_t id)
         : proc("/proc/" + std::to_string(id)),
-          executable(ReadLink(proc + "/exe")) {
+          executable(LinkTarget(proc + "/exe")) {
         if (executable.empty()) {
             UseLivingThread();
         }
         // A file may also be called so.
-        deleted =
-            executable.ends_with(deletedMark) && !IsSameFile(InItsView(executable), proc + "/exe");
+        deleted = executable.ends_with(deletedMark) &&
+                  !LeadToSameFile(InItsView(executable), proc + "/exe");
         if (deleted) {
             executable.resize(executable.size() - deletedMark.size());
         }
@@ -223,7 +223,7 @@ class Running {
         static_cast<void>(ListNumbers(tasks, threads)); // none when it has ended meanwhile
         for (const pid_t thread : threads) {
             const std::string one = tasks + std::to_string(thread);
-            if (executable = ReadLink(one + "/exe"); !executable.empty()) {
+            if (executable = LinkTarget(one + "/exe"); !executable.empty()) {
                 proc = one;
                 return;
             }
@@ -244,7 +244,7 @@ class Running {
             return false;
         }
         const auto isExecutable = [&](const std::string& path) {
-            return IsSameFile(InItsView(path), proc + "/exe");
+            return LeadToSameFile(InItsView(path), proc + "/exe");
         };
         if (name != interpreter) {
             return isExecutable(interpreter);
@@ -286,14 +286,14 @@ class Matcher {
         }
         // A program that was replaced has the old file's identity and the new one's name. The name
         // counts only where it means the same: not in a container with files of its own.
-        return IsSameFile(running.ExecutableFile(), program) ||
+        return LeadToSameFile(running.ExecutableFile(), program) ||
                (running.IsDeleted() && running.ExecutablePath() == resolved &&
-                IsSameFile(running.InItsView(directory), directory));
+                LeadToSameFile(running.InItsView(directory), directory));
     }
 
     bool IsScript(const Running& running) const {
         const std::string script = running.Script();
-        return isPath ? !script.empty() && IsSameFile(running.InItsView(script), program)
+        return isPath ? !script.empty() && LeadToSameFile(running.InItsView(script), program)
                       : LastComponent(script) == program;
     }
 
