@@ -18,7 +18,7 @@ import termios
 import unicodedata
 
 PANE = 6  # lines below the bar
-CANCEL_KEYS = b"q\x03\x1b"  # q, Ctrl-C, Escape
+CANCEL_KEYS = b"q\x03"  # q, Ctrl-C; Escape begins the arrows too
 
 
 def printable(text):
@@ -121,9 +121,12 @@ def main(command):
         sys.exit("frontend.py: standard input and output have to be a terminal.")
     events, end = os.pipe()
     errors = tempfile.TemporaryFile()  # what they say is in the result too
-    setup = subprocess.Popen(
-        [*command, "--quiet", "--progress-fd", str(end)], pass_fds=[end],
-        stdin=subprocess.DEVNULL, stdout=errors, stderr=errors)
+    try:
+        setup = subprocess.Popen(
+            [*command, "--quiet", "--progress-fd", str(end)], pass_fds=[end],
+            stdin=subprocess.DEVNULL, stdout=errors, stderr=errors)
+    except OSError as why:
+        sys.exit(f"frontend.py: {command[0]}: {why.strerror}")
     os.close(end)
     # A request to this process is one to the program, which ends in good order.
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):

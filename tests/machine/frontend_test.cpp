@@ -18,6 +18,7 @@ using ::testing::Contains;
 using ::testing::Each;
 using ::testing::HasSubstr;
 using ::testing::Le;
+using ::testing::Not;
 using ::testing::SizeIs;
 
 class FrontendTest : public KTEST::TerminalTest {
@@ -85,6 +86,21 @@ TEST_F(FrontendTest, CtrlCIsAKeyThatCancelsOnce) {
     EXPECT_EQ(RunToEnd(), 130);
     EXPECT_THAT(shown, HasSubstr("\r\nCancelled: "));
     EXPECT_TRUE(IsAsUsual());
+}
+
+/// It begins as Escape does.
+TEST_F(FrontendTest, AnArrowCancelsNothing) {
+    InstallByFrontend(80);
+    Press("\x1b[A");
+    EXPECT_EQ(RunToEnd(), 0);
+    EXPECT_THAT(shown, Not(HasSubstr("Stopping.")));
+}
+
+TEST_F(FrontendTest, AProgramThatIsNotThereIsNamed) {
+    StartFrontend({tree.Path("none"), "install"}, 80);
+    EXPECT_EQ(RunToEnd(), 1);
+    EXPECT_THAT(shown, HasSubstr(tree.Path("none") + ": No such file or directory"));
+    EXPECT_THAT(shown, Not(HasSubstr("Traceback")));
 }
 
 TEST_F(FrontendTest, ANarrowTerminalGetsNarrowLines) {
