@@ -81,7 +81,7 @@ namespace {
 void DeleteUndone(const std::string& run, KBackup& store, KRunReport& report) {
     try {
         store.Delete(run);
-        RemoveEmptyStateDirectory(store.GetName());
+        RemoveEmptyStateDirectory(store.GetName(), store.GetBase());
     } catch (const std::exception& failure) {
         report.notes.push_back(Text(
             "The backup of the run that was undone is not deleted (%s). The next run that succeeds "
@@ -100,11 +100,11 @@ void ForgetUndone(const KOpenBackup& backup, KBackup& store, KRunReport& report)
     const auto former = backup.index.entries.find(state);
     if (former == backup.index.entries.end() || former->second.kind != KBackupEntry::Kind::File) {
         try {
-            KWriteJournal::Discard(service);
-            KRunState(service).End(); // it is done
+            KWriteJournal::Discard(service, store.GetBase());
+            KRunState(service, store.GetBase()).End(); // it is done
         } catch (const KSetupFailure&) {
             // Without a state a backup would count as that of a run that came to its end.
-            if (!KRunState::Read(service)) {
+            if (!KRunState::Read(service, store.GetBase())) {
                 DeleteUndone(run, store, report);
             }
             throw;

@@ -35,7 +35,8 @@ KUndone Undo(
 /// Forgets the run that was undone: its backup, its journal and its state, save where the backup
 /// holds the state of one that had been interrupted before. A backup that cannot be deleted is told.
 ///
-/// Throws   KSetupFailure, the state being there still
+/// Throws   KSetupFailure, the state being there still; or its end not being on the disk, the backup
+///          gone all the same
 void ForgetUndone(const KOpenBackup& backup, KBackup& store, KRunReport& report);
 
 /// Tells in the report what was put back.

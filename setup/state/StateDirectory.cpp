@@ -15,8 +15,8 @@ std::vector<std::string> WrittenByEachInstall() {
     return {KSUP::KUtil::GetPathName(KINS::Names::logDirectoryId, "").c_str(), stateBaseDirectory};
 }
 
-void RemoveEmptyStateDirectory(const std::string& serviceName) {
-    const std::filesystem::path base = stateBaseDirectory;
+void RemoveEmptyStateDirectory(const std::string& serviceName, const std::string& baseDirectory) {
+    const std::filesystem::path base = baseDirectory;
     std::error_code isNotEmpty; // then it stays
     std::filesystem::remove(base / serviceName, isNotEmpty);
     const bool isGone = std::filesystem::remove(base, isNotEmpty);

@@ -13,6 +13,8 @@ inline constexpr const char* stateBaseDirectory = "/var/lib/ins++";
 std::vector<std::string> WrittenByEachInstall();
 
 /// Takes the directory of a service's product away, and the base, where nothing is in it.
-void RemoveEmptyStateDirectory(const std::string& serviceName);
+void RemoveEmptyStateDirectory(
+    const std::string& serviceName, const std::string& base = stateBaseDirectory
+);
 
 } // namespace KSETUP
