@@ -96,7 +96,7 @@ Findings MissingSources(const KCheckContext& context) {
         if (copy.isPattern || planned.actions.empty() || !planned.actions.front().lacks) {
             return;
         }
-        const std::string& source = planned.actions.front().source;
+        const std::string& source = *planned.actions.front().source;
         const KEntryKind kind = context.GetAfterInstall().Find(source).kind;
         const std::string name = "\"" + InKit(source, context) + "\"";
         found.push_back(context.AtField(
@@ -182,7 +182,7 @@ Findings CopiedSetIds(const KCheckContext& context) {
         struct stat status {};
         const bool isSetId =
             step.action->kind == Kind::CopyFile && (step.action->mode & (S_ISUID | S_ISGID)) != 0 &&
-            KSYS::ReadStatus(step.action->source, KSYS::LastLink::Follow, status) == 0;
+            KSYS::ReadStatus(*step.action->source, KSYS::LastLink::Follow, status) == 0;
         if (isSetId && (((status.st_mode & S_ISUID) != 0 && status.st_uid != 0) ||
                         ((status.st_mode & S_ISGID) != 0 && status.st_gid != 0))) {
             found.push_back(context.AtField(
@@ -191,7 +191,7 @@ Findings CopiedSetIds(const KCheckContext& context) {
                 Text(
                     "\"%s\" has a set-id bit of somebody else's, and a copy is root's: the program "
                     "would run as root",
-                    step.action->source
+                    *step.action->source
                 ),
                 Text("take the bit away in the kit (chmod ug-s), and write "
                      "mode=set,PATH,MODE,OWNER,GROUP behind the copy")
@@ -206,7 +206,7 @@ Findings OverwrittenConfigurations(const KCheckContext& context) {
     Findings found;
     ForEachCopy(context, [&](const KPlannedRule& planned, const KCopyLine& copy) {
         for (const KPlannedAction& action : planned.actions) {
-            if (KPlannedTree::Normal(action.path) == profile) {
+            if (KPlannedTree::Normal(*action.path) == profile) {
                 found.push_back(context.AtField(
                     planned.rule.line,
                     copy.nameField,

@@ -9,9 +9,9 @@ KPlanSteps::KPlanSteps(const KPlan& plan) {
     bool commandRan = false;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
-            std::string_view path = action.path;
+            std::string_view path = *action.path;
             if (action.IsOfEntry() && !IsNormalPath(path)) {
-                path = normalPaths.emplace_back(NormalPath(action.path));
+                path = normalPaths.emplace_back(NormalPath(*action.path));
             }
             steps.push_back({&rule, &action, path, commandRan});
             commandRan =

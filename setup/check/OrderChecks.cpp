@@ -118,7 +118,7 @@ Findings DoubleCopies(const KCheckContext& context) {
         }
         const auto [former, isFirst] = copies.try_emplace(step.path, step);
         if (!isFirst &&
-            NormalPath(former->second.action->source) != NormalPath(step.action->source) &&
+            NormalPath(*former->second.action->source) != NormalPath(*step.action->source) &&
             !IsException(former->second, step)) {
             found.push_back(context.AtValue(
                 step.rule->rule.line,
@@ -126,7 +126,7 @@ Findings DoubleCopies(const KCheckContext& context) {
                     "\"%s\" is copied by %s already, from \"%s\", which is lost",
                     step.path,
                     AtLine(former->second),
-                    InKit(former->second.action->source, context)
+                    InKit(*former->second.action->source, context)
                 ),
                 Text("give one of the two another name or directory, or take one out")
             ));

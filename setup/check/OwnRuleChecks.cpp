@@ -19,7 +19,7 @@ std::set<std::string> UsersMade(const KCheckContext& context) {
     std::set<std::string> users;
     for (const KPlanStep& step : context.GetInstallSteps()) {
         if (step.action->kind == Kind::CreateUser) {
-            users.insert(step.action->source);
+            users.insert(*step.action->source);
         }
     }
     return users;

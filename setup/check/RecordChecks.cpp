@@ -36,7 +36,7 @@ const KScriptLine* FindLinkLine(const KPlan& plan, const std::string& path) {
     for (const KPlannedRule& planned : plan.GetRules()) {
         for (const KPlannedAction& action : planned.actions) {
             if (action.kind == KPlannedAction::Kind::MakeLink &&
-                KPlannedTree::Normal(action.path) == path) {
+                KPlannedTree::Normal(*action.path) == path) {
                 found = &planned.rule.line;
             }
         }
@@ -49,7 +49,7 @@ const KScriptLine* FindLinkTo(const KPlan& plan, const std::string& path) {
     for (const KPlannedRule& planned : plan.GetRules()) {
         for (const KPlannedAction& action : planned.actions) {
             if (action.kind == KPlannedAction::Kind::MakeLink &&
-                KPlannedTree::Normal(action.source) == path) {
+                KPlannedTree::Normal(*action.source) == path) {
                 return &planned.rule.line;
             }
         }
@@ -82,7 +82,7 @@ Findings MissingRecordLinks(const KCheckContext& context) {
             advice
         )};
     }
-    const KText why = WhyNotARecord(entry.target, context.GetProductPath());
+    const KText why = WhyNotARecord(entry.GetTarget(), context.GetProductPath());
     const KScriptLine* line = FindLinkLine(context.GetInstall(), path);
     if (why.empty() || line == nullptr) {
         return {};
@@ -101,14 +101,14 @@ Findings DanglingRecordLinks(const KCheckContext& context) {
         return step.action->kind == KPlannedAction::Kind::StartCommand;
     });
     if (entry.kind != KEntryKind::Link || line == nullptr || commandRuns ||
-        !WhyNotARecord(entry.target, context.GetProductPath()).empty() ||
-        context.GetAfterInstall().FindTarget(entry.target).kind != KEntryKind::Nothing) {
+        !WhyNotARecord(entry.GetTarget(), context.GetProductPath()).empty() ||
+        context.GetAfterInstall().FindTarget(entry.GetTarget()).kind != KEntryKind::Nothing) {
         return {};
     }
     return {context.AtField(
         *line,
         1,
-        Text("the link \"%s\" leads to \"%s\", which no rule makes", path, entry.target),
+        Text("the link \"%s\" leads to \"%s\", which no rule makes", path, entry.GetTarget()),
         Text("name the program as it is copied, or copy it")
     )};
 }

@@ -37,8 +37,7 @@ std::map<std::string, std::string> FindThoseOfPackages(const KCheckContext& cont
 
 /// A directory in /etc that the script makes itself is the product's, unless many share it.
 bool IsOfOthers(const KCheckContext& context, const std::string& path) {
-    const bool isOwn = ParentPath(path) == "/etc" &&
-                       context.GetAfterInstall().GetChanges().contains(path) &&
+    const bool isOwn = ParentPath(path) == "/etc" && context.GetAfterInstall().HasChanged(path) &&
                        !IsSharedNameInEtc(std::string(NameOfPath(path)));
     return !isOwn && context.IsOfTheSystem(path);
 }
@@ -49,7 +48,7 @@ std::set<std::string> PathsOf(const KPlan& plan, Kind kind) {
     for (const KPlannedRule& planned : plan.GetRules()) {
         for (const KPlannedAction& action : planned.actions) {
             if (action.kind == kind) {
-                names.insert(action.path);
+                names.insert(*action.path);
             }
         }
     }
@@ -81,9 +80,7 @@ bool IsUnitOf(const std::set<std::string>& services, const std::string& path) {
 }
 
 bool IsInstalled(const KCheckContext& context, const std::string& path) {
-    const auto& changes = context.GetAfterInstall().GetChanges();
-    const auto made = changes.find(path);
-    return made != changes.end() && made->second.kind != KEntryKind::Nothing;
+    return context.GetAfterInstall().IsMade(path);
 }
 
 /// The directory that a deletion reaches into where it is one of the system's; else empty.
@@ -142,7 +139,7 @@ class Removal {
         }
         for (const KPlannedRule& planned : plan.GetRules()) {
             if (!planned.actions.empty() && planned.actions.back().kind == Kind::DeleteDirectory) {
-                directories.insert(KPlannedTree::Normal(planned.actions.back().path));
+                directories.insert(KPlannedTree::Normal(*planned.actions.back().path));
             }
         }
     }
@@ -233,14 +230,14 @@ std::vector<Left> FindLeft(const KCheckContext& context) {
     for (const KPlannedRule& planned : context.GetInstall().GetRules()) {
         Left left{&planned.rule.line, {}};
         for (const KPlannedAction& action : planned.actions) {
-            const std::string path = KPlannedTree::Normal(action.path);
+            const std::string path = KPlannedTree::Normal(*action.path);
             const bool isService = action.kind == Kind::InstallService;
-            const bool stays = isService ? !removal.RemovesService(action.path)
+            const bool stays = isService ? !removal.RemovesService(*action.path)
                                          : Makes(action.kind) && IsLeft(context, removal, path);
             if (!stays) {
                 continue;
             }
-            KText name = isService ? Text("service %s", action.path) : KText("\"" + path + "\"");
+            KText name = isService ? Text("service %s", *action.path) : KText("\"" + path + "\"");
             if (told.insert(name.English()).second) {
                 left.names.push_back(std::move(name));
             }

@@ -127,7 +127,7 @@ using Programs = std::map<std::string, std::string>;
 
 void Note(const KPlanStep& step, Programs& programs) {
     if (step.action->kind == Kind::InstallService) {
-        programs[std::string(step.path)] = NormalPath(step.action->source);
+        programs[std::string(step.path)] = NormalPath(*step.action->source);
     }
 }
 
@@ -183,7 +183,7 @@ bool Confines(const std::string& unit, const std::string& key) {
 
 /// Of a unit file that is not the kit's nothing is known.
 bool RunsAsRootUnconfined(const KCheckContext& context, const KPlanStep& install) {
-    if (!install.action->source.empty()) {
+    if (!install.action->source->empty()) {
         return true; // by a unit file that names the program and no more
     }
     const std::string path = context.GetAfterInstall().GetContent(
@@ -289,7 +289,7 @@ Findings ServicePrograms(const KCheckContext& context) {
         const bool isStart = step.action->kind == Kind::StartService;
         const std::string program = isStart ? ProgramOf(programs, std::string(step.path))
                                     : step.action->kind == Kind::InstallService
-                                        ? NormalPath(step.action->source)
+                                        ? NormalPath(*step.action->source)
                                         : "";
         if (!program.starts_with('/') || steps.back().commandRan || step.commandRan) {
             continue;

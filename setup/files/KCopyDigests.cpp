@@ -36,7 +36,7 @@ KCopyDigests::KCopyDigests(
     : sealed(std::move(sealedFiles)),
       kit(NormalPath(kitDirectory)) {
     for (const KCopy& copy : lasting) {
-        ++copiesTo[copy.target];
+        ++copiesTo[std::string(copy.target)];
     }
 }
 
@@ -160,6 +160,7 @@ std::vector<std::string> KCopyDigests::FindBroken() {
 KDigests KCopyDigests::Take() {
     KSYS::KScopedLock hold(guard);
     changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) { return jobs.empty(); });
+    copiesTo = {};
     return std::exchange(digests, {});
 }
 

@@ -9,6 +9,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -18,9 +19,11 @@
 namespace KSETUP {
 
 /// A file that will be copied.
+///
+/// Lifetime   borrows the paths
 struct KCopy {
-    std::string source;
-    std::string target;
+    std::string_view source;
+    std::string_view target;
 };
 
 /// Digests what a run copied, on a thread of its own while it goes on, so that a manifest does not
@@ -47,7 +50,7 @@ class KCopyDigests {
     ///          those whose sources are not what it lists either
     std::vector<std::string> FindBroken();
 
-    /// Waits for the end. By target: what lasts and could be read.
+    /// Waits for the end, behind which nothing is added. By target: what lasts and could be read.
     KDigests Take();
 
     /// The digests of a sealed kit.
@@ -68,7 +71,7 @@ class KCopyDigests {
 
     const KDigests sealed;
     const std::string kit;
-    std::unordered_map<std::string, unsigned> copiesTo; // lasting targets; fixed
+    std::unordered_map<std::string, unsigned> copiesTo; // lasting targets; fixed until the end
 
     KSYS::KAnnotatedMutex<std::mutex> guard;
     std::condition_variable changed;

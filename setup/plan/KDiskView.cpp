@@ -9,7 +9,6 @@
 #include <system_error>
 #include <utility>
 
-#include <sys/files/DirectoryEntry.h>
 #include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
@@ -36,12 +35,16 @@ bool IsNothing(unsigned error) {
            (error == EACCES && !KSYS::IsRoot());
 }
 
-KPlannedEntry LookAtDisk(const KSYS::Entry& at, const std::string& path) {
+} // namespace
+
+KPlannedEntry KDiskView::LookAtDisk(const KSYS::Entry& at, const std::string& path) {
     KSYS::EntryStatus status;
     KPlannedEntry entry;
     unsigned failed = KSYS::ReadEntryStatus(at, KSYS::LastLink::Keep, status);
     if (failed == 0 && S_ISLNK(status.mode)) {
-        failed = KSYS::ReadLink(at, entry.target);
+        std::string target;
+        failed = KSYS::ReadLink(at, target);
+        entry.origin = &Keep(target);
     }
     if (IsNothing(failed)) {
         return {};
@@ -65,11 +68,14 @@ KPlannedEntry LookAtDisk(const KSYS::Entry& at, const std::string& path) {
     return entry;
 }
 
-} // namespace
+const std::string* KDiskView::FindKept(const std::string& text) const {
+    const auto found = known.find(text);
+    return found != known.end() ? &found->first : nullptr;
+}
 
 const KPlannedEntry& KDiskView::Look(const std::string& path) {
-    if (const auto known = entries.find(path); known != entries.end()) {
-        return known->second;
+    if (const auto found = known.find(path); found != known.end() && found->second.wasAsked) {
+        return found->second.entry;
     }
     // A product's new directories hold nothing yet, for thousands of files.
     if (const std::string parent = ParentPath(path); !parent.empty() && path != "/") {
@@ -78,7 +84,8 @@ const KPlannedEntry& KDiskView::Look(const std::string& path) {
             return nothing;
         }
     }
-    return entries.emplace(path, LookAtDisk(path, path)).first->second;
+    const KPlannedEntry entry = LookAtDisk(path, path);
+    return (known[path] = {entry, true}).entry;
 }
 
 const std::vector<KDiskView::Name>& KDiskView::List(const std::string& directory) {
@@ -98,8 +105,8 @@ const std::vector<KDiskView::Name>& KDiskView::ListSources(const std::string& di
 }
 
 const KDiskView::Listing& KDiskView::Find(const std::string& directory) {
-    const auto known = listings.find(directory);
-    return known != listings.end() ? known->second
+    const auto found = listings.find(directory);
+    return found != listings.end() ? found->second
                                    : listings.emplace(directory, Read(directory)).first->second;
 }
 
@@ -117,17 +124,18 @@ KDiskView::Listing KDiskView::Read(const std::string& directory) {
         listing.whyUnread = failed == ENOENT || failed == ENOTDIR ? 0 : failed;
         return listing;
     }
-    for (std::string& name : found) {
+    listing.names.reserve(found.size());
+    for (const std::string& name : found) {
         // By the open directory that costs a fraction, and who lists files looks at them too.
-        std::string path = directory == "/" ? "/" : directory + "/";
-        const auto [entry, isNew] = entries.try_emplace(path.append(name));
-        if (isNew) {
-            entry->second = LookAtDisk({open, name}, entry->first);
+        const auto at = known.try_emplace(ChildPath(directory, name)).first;
+        OnDisk& one = at->second; // stays where it is when more become known
+        if (!one.wasAsked) {
+            one = {LookAtDisk({open, name}, at->first), true};
         }
-        listing.names.push_back({std::move(name), entry->second.kind == KEntryKind::Directory});
+        listing.names.push_back({&at->first, one.entry.kind == KEntryKind::Directory});
     }
     std::sort(listing.names.begin(), listing.names.end(), [](const Name& left, const Name& right) {
-        return left.name < right.name;
+        return *left.path < *right.path; // in one directory
     });
     return listing;
 }

@@ -1,33 +1,49 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/files/PathText.h>
+
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileStatus.h>
 
 namespace KSETUP {
 
 enum class KEntryKind : std::uint8_t { Nothing, File, Directory, Link, Other };
 
+/// What a pointer to a text of a plan leads to where there is none.
+inline const std::string noText;
+
+/// Small: a plan of a product has several for each of its files.
 struct KPlannedEntry {
     KEntryKind kind = KEntryKind::Nothing;
-    std::uint64_t bytes = 0;
-    unsigned mode = 0;
-    std::string target; ///< of a link
     /// Of a directory that others than root may change: a run follows no link out of it.
     bool isShared = false;
-    /// Of a file that a plan made: where its bytes lie now; empty for one that begins empty.
-    std::string content;
     bool isOurUnit = false; ///< a unit file that a plan made of a service rule
     /// Of what is on the disk: what a plan made has none.
     KSYS::ProtectingAttribute attribute = KSYS::ProtectingAttribute::None;
+    unsigned mode = 0;
+    std::uint64_t bytes = 0;
+    /// Of a link: where it leads to. Of a file that a plan made: where its bytes lie now; empty for
+    /// one that begins empty. Never null, and valid as long as the view.
+    const std::string* origin = &noText;
+
+    const std::string& GetTarget() const noexcept {
+        return kind == KEntryKind::Link ? *origin : noText;
+    }
+    const std::string& GetContent() const noexcept {
+        return kind == KEntryKind::File ? *origin : noText;
+    }
 };
 
 /// What is on the disk, as it was when it was first asked for: the looks at a kit before a run go
-/// over the same thousands of files several times, and the disk is asked once.
+/// over the same thousands of files several times, and the disk is asked once. It keeps the paths that
+/// they have in common, too.
 ///
 /// Paths are absolute and normal. Not for use once something is changed.
 ///
@@ -35,8 +51,10 @@ struct KPlannedEntry {
 class KDiskView {
   public:
     struct Name {
-        std::string name;
-        bool isDirectory; ///< a link to one is none
+        const std::string* path; ///< whole; valid as long as the view
+        bool isDirectory;        ///< a link to one is none
+
+        std::string_view Get() const noexcept { return NameOfPath(*path); }
     };
 
     /// Nothing is what cannot be looked at, too. Valid as long as this.
@@ -51,7 +69,19 @@ class KDiskView {
     /// Throws   KSetupFailure when it cannot be read to its end
     const std::vector<Name>& ListSources(const std::string& directory);
 
+    /// A path, or another text of a plan, which is there once however many things name it. Valid as
+    /// long as this.
+    const std::string& Keep(const std::string& text) {
+        return known.try_emplace(text).first->first;
+    }
+    /// Null for what was never kept.
+    const std::string* FindKept(const std::string& text) const;
+
   private:
+    struct OnDisk {
+        KPlannedEntry entry;
+        bool wasAsked = false;
+    };
     struct Listing {
         std::vector<Name> names;
         unsigned whyUnread = 0; ///< errno
@@ -59,7 +89,9 @@ class KDiskView {
     Listing Read(const std::string& directory);
     const Listing& Find(const std::string& directory);
 
-    std::unordered_map<std::string, KPlannedEntry> entries;
+    KPlannedEntry LookAtDisk(const KSYS::Entry& at, const std::string& path);
+
+    std::unordered_map<std::string, OnDisk> known; // by path; also those that were only kept
     std::unordered_map<std::string, Listing> listings;
 };
 

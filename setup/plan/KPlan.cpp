@@ -38,7 +38,8 @@ KPlan::KPlan(
     KPlannedTree& tree,
     const KChangePolicy& policy,
     KServiceFate fate
-) {
+)
+    : view(tree.GetView()) {
     const MacroExpander& expand = scriptRules->GetExpander();
     KScript::Unfolded unfolded = script.Unfold(section, scriptRules);
     sections = std::move(unfolded.sections);
@@ -82,13 +83,13 @@ void KPlan::FindWanted(const KChangePolicy& policy) {
         }
         for (const KPlannedAction& action : planned.actions) {
             if (action.kind == Kind::InstallService) {
-                for (const std::string& path : UnitPaths(action.path)) {
+                for (const std::string& path : UnitPaths(*action.path)) {
                     want(path);
                 }
             } else if (MakesEntry(action.kind) || action.kind == Kind::KeepFile) {
-                want(action.path);
+                want(*action.path);
                 // What was offered earlier stays as long as the edited file does.
-                want(KChangePolicy::OfferedPath(action.path));
+                want(KChangePolicy::OfferedPath(*action.path));
             }
         }
     }
@@ -106,22 +107,22 @@ void KPlan::PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& 
         const auto& [path, entry] = *at;
         const KPlannedEntry found = tree.Find(path);
         const KEntryKind now = found.kind;
-        if (now == KEntryKind::Nothing || tree.GetChanges().contains(path) ||
+        if (now == KEntryKind::Nothing || tree.HasChanged(path) ||
             Wants(policy.GetOwnership().RealPath(path))) {
             continue;
         }
         if (entry.kind == KManifestEntry::Kind::Directory) {
             if (now == KEntryKind::Directory && tree.IsEmpty(path)) { // in a purge too
-                cleanup.push_back(ActionOf(Kind::DeleteDirectory, path));
+                cleanup.push_back(ActionOf(tree, Kind::DeleteDirectory, path));
                 NoteChange(path, found);
                 tree.Remove(path);
             }
         } else if (policy.Purges()) {
             continue; // files are the script's affair
         } else if (policy.IsEdited(path)) {
-            cleanup.push_back(KeepOf(path, Text("it was edited")));
+            cleanup.push_back(KeepOf(tree, path, Text("it was edited")));
         } else if (policy.IsRubbish(path, entry, installs)) {
-            cleanup.push_back(ActionOf(Kind::DeleteFile, path));
+            cleanup.push_back(ActionOf(tree, Kind::DeleteFile, path));
             NoteChange(path, found);
             tree.Remove(path);
         }
@@ -134,7 +135,7 @@ std::vector<std::string> KPlan::FindFilesThatGo() const {
         const bool goes =
             action.kind == Kind::DeleteFile || (action.kind == Kind::CopyFile && action.replaces);
         if (goes && !action.lacks) {
-            paths.push_back(NormalPath(action.path));
+            paths.push_back(NormalPath(*action.path));
         }
     });
     return paths;

@@ -16,6 +16,7 @@
 namespace KSETUP {
 
 /// What a rule would do to one thing.
+/// Small: a plan has one for each file of a product.
 struct KPlannedAction {
     enum class Kind : std::uint8_t {
         CreateDirectory,
@@ -38,13 +39,6 @@ struct KPlannedAction {
         RunCommand,
     };
     Kind kind = Kind::CopyFile;
-    std::string path; ///< of what changes; a service's name; a command
-    /// What is copied; where a link leads; "[section] key=value" of an option; why a file is kept;
-    /// "OWNER[:GROUP]" of a mode, empty without; the user's name.
-    std::string source;
-    KText whyKept; ///< the same for people, of a file that is kept
-    std::uint64_t bytes = 0;
-    unsigned mode = 0;
     bool replaces = false;        ///< something stands at the path
     bool replacesLink = false;    ///< a link does; what it leads to stays as it is
     bool isConfiguration = false; ///< what is copied is for the administrator to edit
@@ -52,7 +46,15 @@ struct KPlannedAction {
     /// that ends the run is the rule's affair.
     bool lacks = false;
     bool lacksDirectory = false; ///< what would be made has no directory to be made in
-    KText obstacle;              ///< why the rule would end the run here; empty when not
+    unsigned mode = 0;
+    std::uint64_t bytes = 0;
+    /// Of what changes; a service's name; a command. Never null, and valid as long as the plan.
+    const std::string* path = &noText;
+    /// What is copied; where a link leads; "[section] key=value" of an option; why a file is kept;
+    /// "OWNER[:GROUP]" of a mode, empty without; the user's name. As the path.
+    const std::string* source = &noText;
+    KText whyKept;  ///< the same for people, of a file that is kept
+    KText obstacle; ///< why the rule would end the run here; empty when not
     KText conflict; ///< whose the thing is that would go: the run is refused; empty when not
 
     /// Whether it makes, changes or deletes a directory entry, rather than a process or a service.
@@ -105,6 +107,8 @@ class KPlan {
     /// Whether the rules make, or leave as it is, what stands at the path, or something below it:
     /// a path as KOwnership::RealPath has it.
     bool Wants(const std::string& realPath) const { return wanted.contains(realPath); }
+    /// A text that stays as long as the plan.
+    const std::string& Keep(const std::string& text) const { return view->Keep(text); }
     /// Calls `take` with each action, in their order, those of the cleanup last.
     template <class Take>
     void ForEachAction(const Take& take) const {
@@ -162,6 +166,7 @@ class KPlan {
     void NoteChange(const std::string& path, const KPlannedEntry& former);
 
     std::shared_ptr<const KScriptRules> sections; // of which the rules are
+    std::shared_ptr<KDiskView> view;              // which keeps the texts of the actions
     std::vector<KPlannedRule> rules;
     std::vector<KPlannedAction> cleanup;
     std::vector<Protected> protectedPaths;

@@ -34,7 +34,7 @@ std::uint64_t BytesOf(const KPlannedAction& action, std::uint64_t block) {
     std::uint64_t bytes = (action.bytes + block - 1) / block * block;
     if (action.kind == Kind::CopyFile && action.bytes >= leastSparse) {
         // What cannot be read counts whole: the copy will tell.
-        static_cast<void>(KSYS::ReadDataBytes(action.source.c_str(), block, bytes));
+        static_cast<void>(KSYS::ReadDataBytes(action.source->c_str(), block, bytes));
     }
     return bytes;
 }
@@ -109,7 +109,7 @@ std::vector<KPlan::Space> KPlan::ReadSpace(const std::vector<std::string>& alsoW
                 continue;
             }
             // One rule copies many files to one directory.
-            if (std::string parent = ParentPath(NormalPath(action.path)); parent != directory) {
+            if (std::string parent = ParentPath(NormalPath(*action.path)); parent != directory) {
                 directory = std::move(parent);
                 space = systems.Of(directory);
             }

@@ -106,7 +106,8 @@ KText KPlannedServices::Install(
     const std::string found = FindUnit(name);
     const std::string link = "/etc/" + name + "/" + name;
     if (program.empty() && !found.empty()) {
-        return tree.Find(found).target == "/dev/null" ? Text("%s: the unit is masked", found) : "";
+        return tree.Find(found).GetTarget() == "/dev/null" ? Text("%s: the unit is masked", found)
+                                                           : "";
     }
     if (program.empty() && !tree.Exists(link) && !commandRan) {
         return Text(
@@ -129,7 +130,7 @@ KText KPlannedServices::Install(
     unit.kind = KEntryKind::File;
     unit.mode = 0644;
     unit.isOurUnit = true;
-    tree.Put(OwnUnit(name), std::move(unit));
+    tree.Put(OwnUnit(name), unit);
     programs[name] = chosen;
     return "";
 }

@@ -46,11 +46,16 @@ bool KPlannedTree::Counts(const std::string& path) const {
            path.starts_with(kit == "/" ? kit : kit + "/");
 }
 
+const KPlannedEntry* KPlannedTree::FindChange(const std::string& normal) const {
+    const std::string* kept = changes.empty() ? nullptr : disk->FindKept(normal);
+    const auto change = kept != nullptr ? changes.find(kept) : changes.end();
+    return change != changes.end() ? &change->second : nullptr;
+}
+
 /// On an empty machine the way to the kit is there, and nothing beside it.
 const KPlannedEntry& KPlannedTree::At(const std::string& normal) const {
-    const auto change = changes.find(normal);
-    if (change != changes.end()) {
-        return change->second;
+    if (const KPlannedEntry* change = FindChange(normal)) {
+        return *change;
     }
     if (Counts(normal)) {
         return disk->Look(normal);
@@ -64,8 +69,8 @@ const KPlannedEntry& KPlannedTree::AtPlace(const KPlannedPlace& place) const {
     if (place.problem == KPathProblem::None) {
         return At(place.path);
     }
-    const auto change = changes.find(place.path);
-    return change != changes.end() ? change->second : noEntry;
+    const KPlannedEntry* change = FindChange(place.path);
+    return change != nullptr ? *change : noEntry;
 }
 
 const KPlannedEntry& KPlannedTree::Find(const std::string& path) const {
@@ -100,8 +105,8 @@ std::vector<std::string> KPlannedTree::ListBy(
     std::vector<std::string> names; // sorted by byte, as the engine sorts
     if (Counts(normal)) {
         for (const KDiskView::Name& one : (disk.get()->*lister)(normal)) {
-            if (!one.isDirectory && matches(one.name)) {
-                names.push_back(one.name);
+            if (std::string name(one.Get()); !one.isDirectory && matches(name)) {
+                names.push_back(std::move(name));
             }
         }
     }
@@ -110,11 +115,12 @@ std::vector<std::string> KPlannedTree::ListBy(
         return names;
     }
     std::set<std::string> all(names.begin(), names.end());
-    for (const std::string& name : changed->second.names) {
-        const auto change = changes.find(ChildPath(normal, name));
+    for (const std::string* path : changed->second.paths) {
+        const auto change = changes.find(path);
         if (change == changes.end()) { // it is on the way to one
             continue;
         }
+        const std::string name(NameOfPath(*path));
         const KEntryKind kind = change->second.kind;
         if (kind != KEntryKind::Nothing && kind != KEntryKind::Directory && matches(name)) {
             all.insert(name);
@@ -133,8 +139,9 @@ KPlannedTree::ListDirectories(const std::string& directory, const std::string& p
         return {};
     }
     for (const KDiskView::Name& one : disk->List(place.path)) {
-        if (one.isDirectory && KSUP::KFileEnum::Matches(one.name.c_str(), pattern.c_str())) {
-            names.push_back(one.name);
+        std::string name(one.Get());
+        if (one.isDirectory && KSUP::KFileEnum::Matches(name.c_str(), pattern.c_str())) {
+            names.push_back(std::move(name));
         }
     }
     return names;
@@ -150,14 +157,14 @@ bool KPlannedTree::IsEmpty(const std::string& directory) const {
     }
     const std::vector<KDiskView::Name>& all = disk->List(normal);
     return std::all_of(all.begin(), all.end(), [&](const KDiskView::Name& one) {
-        const auto change = changes.find(ChildPath(normal, one.name));
+        const auto change = changes.find(one.path);
         return change != changes.end() && change->second.kind == KEntryKind::Nothing;
     });
 }
 
 bool KPlannedTree::IsMade(const std::string& normal) const {
-    const auto change = changes.find(normal);
-    return change != changes.end() && change->second.kind != KEntryKind::Nothing;
+    const KPlannedEntry* change = FindChange(normal);
+    return change != nullptr && change->kind != KEntryKind::Nothing;
 }
 
 bool KPlannedTree::HasMadeBelow(const std::string& directory) const {
@@ -176,11 +183,11 @@ void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
     }
     const bool wasMade = IsMade(normal);
     const bool isMade = entry.kind != KEntryKind::Nothing;
-    const auto [at, isNew] = changes.insert_or_assign(normal, std::move(entry));
-    if (isNew) {
-        NoteAbove(at->first);
+    const std::string& kept = Keep(normal);
+    if (changes.insert_or_assign(&kept, entry).second) {
+        NoteAbove(&kept);
     }
-    NoteMade(at->first, wasMade, isMade);
+    NoteMade(kept, wasMade, isMade);
     if (options.empty()) {
         return;
     }
@@ -193,19 +200,18 @@ void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
 }
 
 /// Of a new change. What is on the way to an earlier one is noted already.
-void KPlannedTree::NoteAbove(const std::string& normal) {
-    if (changedBelow.contains(normal)) {
+void KPlannedTree::NoteAbove(const std::string* path) {
+    if (changedBelow.contains(*path)) {
         return;
     }
-    std::string at = normal;
-    while (at.size() > 1) {
-        std::string parent = ParentPath(at);
-        const auto [names, isNew] = changedBelow.try_emplace(parent);
-        names->second.names.emplace_back(NameOfPath(at));
+    while (path->size() > 1) {
+        const std::string* parent = &Keep(ParentPath(*path));
+        const auto [changed, isNew] = changedBelow.try_emplace(*parent);
+        changed->second.paths.push_back(path);
         if (!isNew || changes.contains(parent)) {
             return;
         }
-        at = std::move(parent);
+        path = parent;
     }
 }
 
@@ -227,7 +233,7 @@ void KPlannedTree::NoteMade(const std::string& normal, bool wasMade, bool isMade
 }
 
 void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
-    Set(Resolve(path, Last::Keep, Links::Any).path, std::move(entry));
+    Set(Resolve(path, Last::Keep, Links::Any).path, entry);
 }
 
 void KPlannedTree::PutCopy(
@@ -238,8 +244,8 @@ void KPlannedTree::PutCopy(
     if (from == to) {
         return;
     }
-    entry.content = ContentAt(from);
-    Set(to, std::move(entry));
+    entry.origin = &Keep(ContentAt(from));
+    Set(to, entry);
     std::vector<std::pair<Section, std::vector<Option>>> copied;
     for (auto at = options.lower_bound({from, ""}); at != options.end() && at->first.first == from;
          ++at) {
@@ -282,7 +288,7 @@ std::vector<std::string> KPlannedTree::MakeDirectory(const std::string& path) {
             KPlannedEntry entry;
             entry.kind = KEntryKind::Directory;
             entry.mode = 0755;
-            Set(place.path, std::move(entry));
+            Set(place.path, entry);
             made.push_back(place.path);
         }
         at = place.path;
@@ -294,13 +300,13 @@ void KPlannedTree::Remove(const std::string& path) {
     Set(Resolve(path, Last::Keep, Links::Any).path, KPlannedEntry());
 }
 
-std::string KPlannedTree::GetContent(const std::string& path) const {
+const std::string& KPlannedTree::GetContent(const std::string& path) const {
     return ContentAt(Resolve(path, Last::Follow, Links::Any).path);
 }
 
-std::string KPlannedTree::ContentAt(const std::string& normal) const {
-    const auto change = changes.find(normal);
-    return change != changes.end() ? change->second.content : Counts(normal) ? normal : "";
+const std::string& KPlannedTree::ContentAt(const std::string& normal) const {
+    const KPlannedEntry* change = FindChange(normal);
+    return change != nullptr ? change->GetContent() : Counts(normal) ? Keep(normal) : noText;
 }
 
 /// Only a section that somebody asks for is read.

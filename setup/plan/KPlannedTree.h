@@ -84,7 +84,7 @@ class KPlannedTree {
 
     /// The file on the disk that holds what a planned file would hold before options are put into
     /// it; empty for none.
-    std::string GetContent(const std::string& path) const;
+    const std::string& GetContent(const std::string& path) const;
 
     struct Option {
         std::string section;
@@ -97,10 +97,14 @@ class KPlannedTree {
     const std::vector<Option>&
     ReadOptions(const std::string& profile, const std::string& section) const;
 
-    /// What was made and still stands, and what was deleted (kind Nothing), by path.
-    const std::unordered_map<std::string, KPlannedEntry>& GetChanges() const noexcept {
-        return changes;
-    }
+    /// Whether something was made or deleted at the normal path.
+    bool HasChanged(const std::string& normal) const { return FindChange(normal) != nullptr; }
+    /// Whether something was made at the normal path, and still stands.
+    bool IsMade(const std::string& normal) const;
+
+    /// A text of a plan; valid as long as the view, which GetView shares.
+    const std::string& Keep(const std::string& text) const { return disk->Keep(text); }
+    const std::shared_ptr<KDiskView>& GetView() const noexcept { return disk; }
 
     /// Without separators at the end, "." and "..".
     static std::string Normal(const std::string& path);
@@ -112,6 +116,7 @@ class KPlannedTree {
     using Lister = const std::vector<KDiskView::Name>& (KDiskView::*)(const std::string&);
     std::vector<std::string>
     ListBy(Lister lister, const std::string& directory, const std::string& pattern) const;
+    const KPlannedEntry* FindChange(const std::string& normal) const;
     const KPlannedEntry& At(const std::string& normal) const;
     const KPlannedEntry& AtPlace(const KPlannedPlace& place) const;
     KPlannedPlace Walk(const std::string& path, Last last, Links links) const;
@@ -119,20 +124,21 @@ class KPlannedTree {
     const KPlannedPlace& ResolveDirectory(const std::string& path, Links links) const;
     bool Follows(const std::string& directory, Links links) const;
     void Set(const std::string& normal, KPlannedEntry entry);
-    void NoteAbove(const std::string& normal);
+    void NoteAbove(const std::string* path);
     void NoteMade(const std::string& normal, bool wasMade, bool isMade);
-    bool IsMade(const std::string& normal) const;
     bool HasMadeBelow(const std::string& directory) const;
-    std::string ContentAt(const std::string& normal) const;
+    const std::string& ContentAt(const std::string& normal) const;
     std::vector<Option>& LoadOptions(const std::string& profile, const std::string& section) const;
 
     Below below;
     std::string kit;
     std::shared_ptr<KDiskView> disk;
-    std::unordered_map<std::string, KPlannedEntry> changes;
+    /// What was made and still stands, and what was deleted (kind Nothing), by the path that the view
+    /// keeps.
+    std::unordered_map<const std::string*, KPlannedEntry> changes;
     struct Changed {
-        std::vector<std::string> names; ///< at or below which something changed
-        std::size_t madeCount = 0;      ///< of those at or below which something is made
+        std::vector<const std::string*> paths; ///< in it, at or below which something changed
+        std::size_t madeCount = 0;             ///< of those at or below which something is made
     };
     std::unordered_map<std::string, Changed> changedBelow;  // by directory
     mutable std::map<Section, std::vector<Option>> options; // of sections that were asked for

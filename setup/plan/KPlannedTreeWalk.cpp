@@ -57,8 +57,8 @@ KPlannedPlace KPlannedTree::Walk(const std::string& path, Last lastLink, Links l
             if (linksLeft-- == 0 || !Follows(at, links)) {
                 return EndedAt(std::move(child), pending, KPathProblem::Link);
             }
-            pending.PushFront(entry.target);
-            if (entry.target.starts_with('/')) {
+            pending.PushFront(entry.GetTarget());
+            if (entry.GetTarget().starts_with('/')) {
                 at = "/";
             }
             continue;

@@ -37,16 +37,17 @@ const std::string* FindEndlessPath(const KScriptRule& rule) {
 
 } // namespace
 
-KPlannedAction ActionOf(Kind kind, const std::string& path, const std::string& source) {
+KPlannedAction
+ActionOf(const KPlannedTree& tree, Kind kind, const std::string& path, const std::string& source) {
     KPlannedAction action;
     action.kind = kind;
-    action.path = path;
-    action.source = source;
+    action.path = &tree.Keep(path);
+    action.source = &tree.Keep(source);
     return action;
 }
 
-KPlannedAction KeepOf(const std::string& path, const KText& why) {
-    KPlannedAction action = ActionOf(KPlannedAction::Kind::KeepFile, path, why.English());
+KPlannedAction KeepOf(const KPlannedTree& tree, const std::string& path, const KText& why) {
+    KPlannedAction action = ActionOf(tree, KPlannedAction::Kind::KeepFile, path, why.English());
     action.whyKept = why;
     return action;
 }
@@ -72,7 +73,7 @@ std::vector<KPlannedAction> KPlanner::Plan(const KScriptRule& rule) {
     actions.clear();
     if (const std::string* path = FindEndlessPath(rule)) {
         // Never looked at: each step of its way would be remembered, which is more than memory holds.
-        actions.push_back(KeepOf(path->substr(0, bytesShown) + "…", Text("it is too long")));
+        actions.push_back(KeepOf(tree, path->substr(0, bytesShown) + "…", Text("it is too long")));
         actions.back().obstacle =
             Text("a path of %s bytes is longer than any can be", path->size());
         return std::move(actions);
@@ -120,9 +121,9 @@ KText KPlanner::WhyNoPlace(const std::string& path, KPlannedTree::Last last) con
 void KPlanner::PlanProcess(KRuleOperation operation, const std::string& command) {
     if (operation == KRuleOperation::Start) {
         services.NoteCommand();
-        actions.push_back(ActionOf(Kind::StartCommand, command));
+        actions.push_back(ActionOf(tree, Kind::StartCommand, command));
     } else if (operation == KRuleOperation::Stop) {
-        actions.push_back(ActionOf(Kind::StopProgram, command));
+        actions.push_back(ActionOf(tree, Kind::StopProgram, command));
     }
 }
 
@@ -130,7 +131,7 @@ void KPlanner::PlanProcess(KRuleOperation operation, const std::string& command)
 bool KPlanner::StaysMasked(const std::string& service) const {
     const std::string unit = UnitPaths(service).front();
     return policy.GetOwnership().GetManifest().Find(unit) != nullptr &&
-           tree.Find(unit).target == "/dev/null";
+           tree.Find(unit).GetTarget() == "/dev/null";
 }
 
 void KPlanner::PlanService(KRuleOperation operation, const Fields& fields) {
@@ -138,13 +139,13 @@ void KPlanner::PlanService(KRuleOperation operation, const Fields& fields) {
     const bool isWhole = fields.size() == 5;
     const bool comesUp = operation == KRuleOperation::Install || operation == KRuleOperation::Start;
     if (comesUp && StaysMasked(name)) {
-        actions.push_back(KeepOf(UnitPaths(name).front(), Text("it is masked")));
+        actions.push_back(KeepOf(tree, UnitPaths(name).front(), Text("it is masked")));
         return;
     }
     if (operation == KRuleOperation::Install) {
         const std::string unit = UnitPaths(name).front();
         const KPlannedEntry former = tree.Find(unit);
-        actions.push_back(ActionOf(Kind::InstallService, name, isWhole ? fields[3] : ""));
+        actions.push_back(ActionOf(tree, Kind::InstallService, name, isWhole ? fields[3] : ""));
         actions.back().obstacle = isWhole ? services.Install(name, fields[2], fields[3], fields[4])
                                           : services.Install(name, "", "", "");
         if (WasMadeByPlan(unit)) { // else it stays as it is
@@ -152,15 +153,15 @@ void KPlanner::PlanService(KRuleOperation operation, const Fields& fields) {
             changedUnits.push_back(name);
         }
     } else if (operation == KRuleOperation::Start) {
-        actions.push_back(ActionOf(Kind::StartService, name));
+        actions.push_back(ActionOf(tree, Kind::StartService, name));
         actions.back().obstacle = services.Start(name);
     } else if (operation == KRuleOperation::Stop) {
-        actions.push_back(ActionOf(Kind::StopService, name));
+        actions.push_back(ActionOf(tree, Kind::StopService, name));
         actions.back().obstacle = services.Stop(name);
     } else if (operation == KRuleOperation::Remove) {
         const std::string unit = UnitPaths(name).front();
         const KPlannedEntry former = tree.Find(unit);
-        actions.push_back(ActionOf(Kind::RemoveService, name));
+        actions.push_back(ActionOf(tree, Kind::RemoveService, name));
         services.Remove(name);
         if (former.kind != KEntryKind::Nothing && !tree.Exists(unit)) { // else it is not ours
             NoteChange(unit, former);

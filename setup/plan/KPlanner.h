@@ -90,11 +90,15 @@ class KPlanner {
     std::vector<std::string> changedUnits;
 };
 
-/// An action of a kind, at a path.
-KPlannedAction
-ActionOf(KPlannedAction::Kind kind, const std::string& path, const std::string& source = {});
+/// An action of a kind, at a path. The tree keeps the texts.
+KPlannedAction ActionOf(
+    const KPlannedTree& tree,
+    KPlannedAction::Kind kind,
+    const std::string& path,
+    const std::string& source = {}
+);
 /// A file that stays, and why.
-KPlannedAction KeepOf(const std::string& path, const KText& why);
+KPlannedAction KeepOf(const KPlannedTree& tree, const std::string& path, const KText& why);
 
 /// What is wrong with the place that a path leads to, in words; empty for nothing.
 KText WhyNoPlace(const KPlannedPlace& place, const std::string& path);

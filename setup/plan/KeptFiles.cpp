@@ -22,10 +22,10 @@ class Search {
         for (const KPlannedAction& action : planned.actions) {
             if (action.kind == Kind::CopyFile) {
                 isUnderstood = true;
-                KeepIfInKit(NormalPath(action.source));
+                KeepIfInKit(NormalPath(*action.source));
             } else if (action.kind == Kind::StartCommand) {
                 isUnderstood = true;
-                LookAtCommand(planned.rule.line, action.path);
+                LookAtCommand(planned.rule.line, *action.path);
             }
         }
         if (!isUnderstood && !planned.actions.empty()) {

@@ -90,7 +90,7 @@ class ProgramSearch {
 std::optional<std::string> ProgramFor(const KPlannedAction& action) {
     switch (action.kind) {
     case Kind::RunCommand:
-        return ProgramOf(action.path);
+        return ProgramOf(*action.path);
     case Kind::StartCommand: // may fail
         return "";
     case Kind::CreateUser:
@@ -107,7 +107,7 @@ std::optional<KMissingProgram> FindMissingProgram(const KPlan& plan, const std::
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == Kind::CopyFile || action.kind == Kind::MakeLink) {
-                search.NoteMade(action.path);
+                search.NoteMade(*action.path);
             }
             const std::optional<std::string> program = ProgramFor(action);
             if (!program) {

@@ -70,19 +70,22 @@ void KPlanner::CopyMatches(
     const KPlannedPlace place =
         tree.Resolve(directory, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
     if (place.problem == KPathProblem::Link || place.problem == KPathProblem::TooLong) {
-        KPlannedAction action = ActionOf(Kind::CopyFile, target, pattern);
+        KPlannedAction action = ActionOf(tree, Kind::CopyFile, target, pattern);
         action.lacks = true;
         action.obstacle = KSETUP::WhyNoPlace(place, directory);
         actions.push_back(std::move(action));
         return;
     }
-    for (const std::string& one : tree.ListSources(directory, std::string(NameOfPath(pattern)))) {
+    const std::vector<std::string> names =
+        tree.ListSources(directory, std::string(NameOfPath(pattern)));
+    actions.reserve(names.size()); // mostly the rule does nothing else, and has that many
+    for (const std::string& one : names) {
         Copy(directory + one, JoinPath(target, one), treatment);
     }
 }
 
 bool KPlanner::WasMadeByPlan(const std::string& path) const {
-    return tree.GetChanges().contains(NormalPath(path));
+    return tree.HasChanged(NormalPath(path));
 }
 
 bool KPlanner::MakeWay(const std::string& path) {
@@ -94,7 +97,9 @@ bool KPlanner::MakeWay(const std::string& path) {
         const KPlannedEntry former = tree.Find(one);
         const bool isDirectory = former.kind == KEntryKind::Directory;
         NoteChange(one, former);
-        actions.push_back(ActionOf(isDirectory ? Kind::DeleteDirectory : Kind::DeleteFile, one));
+        actions.push_back(
+            ActionOf(tree, isDirectory ? Kind::DeleteDirectory : Kind::DeleteFile, one)
+        );
         tree.Remove(one);
     }
     return true;
@@ -103,21 +108,23 @@ bool KPlanner::MakeWay(const std::string& path) {
 bool KPlanner::Keeps(const KPlannedAction& copy) {
     const auto treatment = copy.isConfiguration ? KChangePolicy::Treatment::Configuration
                                                 : KChangePolicy::Treatment::Program;
-    const auto decided = policy.DecideCopy(tree.GetContent(copy.source), copy.path, treatment);
+    const auto decided = policy.DecideCopy(tree.GetContent(*copy.source), *copy.path, treatment);
     if (decided == KChangePolicy::Copy::Write) {
         return false;
     }
     const bool isOffered = decided == KChangePolicy::Copy::Offer;
     actions.push_back(KeepOf(
-        copy.path, isOffered ? Text(keptWithNew) : Text("it was edited; the kit's is no newer")
+        tree,
+        *copy.path,
+        isOffered ? Text(keptWithNew) : Text("it was edited; the kit's is no newer")
     ));
     if (isOffered) {
         KPlannedAction beside = copy;
-        beside.path = KChangePolicy::OfferedPath(copy.path);
-        beside.replaces = tree.Exists(beside.path);
-        NoteChange(beside.path, tree.Find(beside.path));
-        beside.conflict = policy.WhyNotReplace(beside.path, copy.source);
-        tree.PutCopy(beside.path, tree.FindTarget(copy.source), copy.source);
+        beside.path = &tree.Keep(KChangePolicy::OfferedPath(*copy.path));
+        beside.replaces = tree.Exists(*beside.path);
+        NoteChange(*beside.path, tree.Find(*beside.path));
+        beside.conflict = policy.WhyNotReplace(*beside.path, *copy.source);
+        tree.PutCopy(*beside.path, tree.FindTarget(*copy.source), *copy.source);
         actions.push_back(std::move(beside));
     }
     return true;
@@ -126,7 +133,7 @@ bool KPlanner::Keeps(const KPlannedAction& copy) {
 void KPlanner::Copy(
     const std::string& source, const std::string& target, KChangePolicy::Treatment treatment
 ) {
-    KPlannedAction action = ActionOf(Kind::CopyFile, target, source);
+    KPlannedAction action = ActionOf(tree, Kind::CopyFile, target, source);
     const KPlannedEntry& found = tree.FindTarget(source);
     action.bytes = found.bytes;
     action.mode = found.mode;
@@ -174,7 +181,7 @@ void KPlanner::Copy(
 }
 
 void KPlanner::Delete(const std::string& path, KChangePolicy::Named named) {
-    KPlannedAction action = ActionOf(Kind::DeleteFile, path);
+    KPlannedAction action = ActionOf(tree, Kind::DeleteFile, path);
     const KPlannedPlace place =
         tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
     const bool isPlace =
@@ -190,7 +197,9 @@ void KPlanner::Delete(const std::string& path, KChangePolicy::Named named) {
     }
     if (!action.lacks && !WasMadeByPlan(path)) {
         if (!policy.MayDelete(path, named)) {
-            actions.push_back(KeepOf(path, Text(policy.IsEdited(path) ? keptEdited : keptForeign)));
+            actions.push_back(
+                KeepOf(tree, path, Text(policy.IsEdited(path) ? keptEdited : keptForeign))
+            );
             return;
         }
         action.conflict = policy.WhyNotDelete(path);
@@ -208,7 +217,7 @@ void KPlanner::DeleteIfPossible(const std::string& path, KChangePolicy::Named na
 }
 
 void KPlanner::Link(const std::string& target, const std::string& path) {
-    KPlannedAction action = ActionOf(Kind::MakeLink, path, target);
+    KPlannedAction action = ActionOf(tree, Kind::MakeLink, path, target);
     KPlannedEntry former = tree.Find(path);
     const bool isInTheWay = former.kind == KEntryKind::File || former.kind == KEntryKind::Directory;
     if (isInTheWay && !NamesDirectory(path) && MakeWay(path)) {
@@ -224,7 +233,7 @@ void KPlanner::Link(const std::string& target, const std::string& path) {
     } else {
         action.obstacle = WhyNoPlace(path, KPlannedTree::Last::Keep);
     }
-    if (action.obstacle.empty() && action.replaces && former.target != target &&
+    if (action.obstacle.empty() && action.replaces && former.GetTarget() != target &&
         !WasMadeByPlan(path)) {
         action.conflict = policy.WhyNotReplace(path);
     }
@@ -233,8 +242,8 @@ void KPlanner::Link(const std::string& target, const std::string& path) {
         KPathProblem::Missing;
     KPlannedEntry entry;
     entry.kind = KEntryKind::Link;
-    entry.target = target;
-    tree.Put(path, std::move(entry));
+    entry.origin = &tree.Keep(target);
+    tree.Put(path, entry);
     actions.push_back(std::move(action));
 }
 
@@ -245,10 +254,10 @@ void KPlanner::PlanDirectory(KRuleOperation operation, const std::string& path) 
             MakeWay(path);
         }
         for (const std::string& made : tree.MakeDirectory(path)) {
-            actions.push_back(ActionOf(Kind::CreateDirectory, made));
+            actions.push_back(ActionOf(tree, Kind::CreateDirectory, made));
         }
         if (IsBlockedByDisk(path)) { // the run is refused for it, so it is told
-            actions.push_back(ActionOf(Kind::CreateDirectory, path));
+            actions.push_back(ActionOf(tree, Kind::CreateDirectory, path));
         }
     } else if (operation == KRuleOperation::Delete) {
         for (const std::string& name : tree.List(path, "*")) {
@@ -259,7 +268,7 @@ void KPlanner::PlanDirectory(KRuleOperation operation, const std::string& path) 
 }
 
 void KPlanner::DeleteEmptyDirectory(const std::string& path) {
-    KPlannedAction action = ActionOf(Kind::DeleteDirectory, path);
+    KPlannedAction action = ActionOf(tree, Kind::DeleteDirectory, path);
     const KPlannedPlace place =
         tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
     const KPlannedEntry found = tree.Find(path);
@@ -278,8 +287,7 @@ bool KPlanner::IsBlockedByDisk(const std::string& path) const {
         at = ParentPath(at);
     }
     const KEntryKind kind = tree.FindTarget(at).kind;
-    return (kind == KEntryKind::File || kind == KEntryKind::Other) &&
-           !tree.GetChanges().contains(at);
+    return (kind == KEntryKind::File || kind == KEntryKind::Other) && !tree.HasChanged(at);
 }
 
 } // namespace KSETUP

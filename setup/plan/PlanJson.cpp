@@ -23,36 +23,36 @@ KJsonObject ToObject(const KPlannedAction& action) {
         : action.kind == Kind::StartCommand ? "command"
         : action.kind == Kind::RunCommand   ? "command"
                                             : "path",
-        action.path
+        *action.path
     );
     switch (action.kind) {
     case Kind::CopyFile:
-        object.Put("source", action.source);
+        object.Put("source", *action.source);
         object.Put("bytes", action.bytes);
         object.Put("mode", ModeText(action.mode));
         break;
     case Kind::SetMode:
         object.Put("mode", ModeText(action.mode));
-        if (!action.source.empty()) {
-            object.Put("owner", action.source);
+        if (!action.source->empty()) {
+            object.Put("owner", *action.source);
         }
         break;
     case Kind::CreateUser:
-        object.Put("user", action.source);
+        object.Put("user", *action.source);
         break;
     case Kind::KeepFile:
-        object.Put("reason", action.source);
+        object.Put("reason", *action.source);
         break;
     case Kind::MakeLink:
-        object.Put("target", action.source);
+        object.Put("target", *action.source);
         break;
     case Kind::PutOption:
     case Kind::RemoveOption:
-        object.Put("option", action.source);
+        object.Put("option", *action.source);
         break;
     case Kind::InstallService:
-        if (!action.source.empty()) {
-            object.Put("program", action.source);
+        if (!action.source->empty()) {
+            object.Put("program", *action.source);
         }
         break;
     default:

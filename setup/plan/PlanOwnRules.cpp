@@ -5,8 +5,6 @@
 #include <setup/plan/PlanOwnRules.h>
 #include <setup/script/UsersFile.h>
 
-#include <utility>
-
 namespace KSETUP {
 
 namespace {
@@ -30,34 +28,36 @@ KPlannedAction KOwnRules::Plan(const KSetupRuleLine& line) {
     default:
         break;
     }
-    KPlannedAction action;
-    action.kind = Kind::RunCommand;
-    action.path = line.Get(KSetupField::Command);
-    return action;
+    return ActionOf(tree, Kind::RunCommand, line.Get(KSetupField::Command));
 }
 
 KPlannedAction KOwnRules::SetMode(const KSetupRuleLine& line) {
-    KPlannedAction action;
-    action.kind = Kind::SetMode;
-    action.path = line.Get(KSetupField::Path);
+    KPlannedAction action = ActionOf(
+        tree,
+        Kind::SetMode,
+        line.Get(KSetupField::Path),
+        line.Get(KSetupField::Owner) +
+            (line.Has(KSetupField::Group) ? ":" + line.Get(KSetupField::Group) : "")
+    );
     action.mode = line.GetMode();
-    action.source = line.Get(KSetupField::Owner) +
-                    (line.Has(KSetupField::Group) ? ":" + line.Get(KSetupField::Group) : "");
     const KPlannedPlace place =
-        tree.Resolve(action.path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
+        tree.Resolve(*action.path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
     KPlannedEntry entry = tree.Find(place.path);
     action.replaces = entry.kind != KEntryKind::Nothing;
     action.lacks = !action.replaces;
     action.obstacle = WhyNoMode(line, place);
     if (action.obstacle.empty()) {
         entry.mode = action.mode;
+        if (entry.kind == KEntryKind::File) {
+            entry.origin = &tree.GetContent(place.path); // its bytes stay where they are
+        }
         // Else as the disk has it, of a directory that was there before.
         const bool isRoots =
             line.Has(KSetupField::Owner) && FindUser(line.Get(KSetupField::Owner)) == 0;
         const bool isOthers = line.Has(KSetupField::Owner) && !isRoots;
         entry.isShared =
             (action.mode & othersMayWrite) != 0 || isOthers || (entry.isShared && !isRoots);
-        tree.Put(place.path, std::move(entry));
+        tree.Put(place.path, entry);
     }
     return action;
 }
@@ -93,11 +93,9 @@ KText KOwnRules::WhyNoOwner(const KSetupRuleLine& line) const {
 }
 
 KPlannedAction KOwnRules::CreateUser(const KSetupRuleLine& line) {
-    KPlannedAction action;
-    action.kind = Kind::CreateUser;
-    action.path = usersFile;
-    action.source = line.Get(KSetupField::UserName);
-    users.insert(action.source);
+    KPlannedAction action =
+        ActionOf(tree, Kind::CreateUser, usersFile, line.Get(KSetupField::UserName));
+    users.insert(*action.source);
     const KPlannedEntry former = tree.Find(usersFile);
     action.replaces = former.kind != KEntryKind::Nothing;
     if (action.replaces && former.kind != KEntryKind::File) {
@@ -107,7 +105,7 @@ KPlannedAction KOwnRules::CreateUser(const KSetupRuleLine& line) {
     KPlannedEntry entry;
     entry.kind = KEntryKind::File;
     entry.mode = 0644;
-    tree.Put(usersFile, std::move(entry));
+    tree.Put(usersFile, entry);
     return action;
 }
 

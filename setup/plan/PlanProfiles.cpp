@@ -48,7 +48,7 @@ void KPlanner::PlanProfile(KRuleOperation operation, const Fields& fields) {
 }
 
 void KPlanner::Create(const std::string& profile) {
-    KPlannedAction action = ActionOf(Kind::CreateProfile, profile);
+    KPlannedAction action = ActionOf(tree, Kind::CreateProfile, profile);
     action.replaces = tree.Exists(profile);
     const KPlannedPlace place =
         tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
@@ -65,12 +65,13 @@ void KPlanner::Create(const std::string& profile) {
     KPlannedEntry entry;
     entry.kind = KEntryKind::File;
     entry.mode = former == KEntryKind::File ? standing.mode : 0644;
-    tree.Put(place.path, std::move(entry));
+    tree.Put(place.path, entry);
     actions.push_back(std::move(action));
 }
 
 void KPlanner::Put(const std::string& profile, const KPlannedTree::Option& option) {
     KPlannedAction action = ActionOf(
+        tree,
         Kind::PutOption,
         profile,
         "[" + option.section + "] " + option.key + "=" +
@@ -93,7 +94,7 @@ void KPlanner::Put(const std::string& profile, const KPlannedTree::Option& optio
         KPlannedEntry entry;
         entry.kind = KEntryKind::File;
         entry.mode = 0644;
-        tree.Put(place.path, std::move(entry));
+        tree.Put(place.path, entry);
     }
     tree.PutOption(place.path, option);
     actions.push_back(std::move(action));
@@ -110,7 +111,7 @@ void KPlanner::RemoveListed(
                       : place.problem != KPathProblem::Missing ? KSETUP::WhyNoPlace(place, profile)
                                                                : "";
     if (!why.empty()) {
-        actions.push_back(ActionOf(Kind::RemoveOption, profile, "[" + section + "]"));
+        actions.push_back(ActionOf(tree, Kind::RemoveOption, profile, "[" + section + "]"));
         actions.back().obstacle = why;
         return;
     }
@@ -118,12 +119,15 @@ void KPlanner::RemoveListed(
     for (const KPlannedTree::Option& option : all) {
         if (option.value.find(text) != std::string::npos) {
             if (KText kept = policy.WhyNotDeleteListed(option.value); !kept.empty()) {
-                actions.push_back(KeepOf(option.value, kept));
+                actions.push_back(KeepOf(tree, option.value, kept));
                 continue;
             }
             DeleteIfPossible(option.value, KChangePolicy::Named::ByScript);
             KPlannedAction action = ActionOf(
-                Kind::RemoveOption, profile, "[" + section + "] " + option.key + "=" + option.value
+                tree,
+                Kind::RemoveOption,
+                profile,
+                "[" + section + "] " + option.key + "=" + option.value
             );
             action.obstacle = WhyNoPlace(profile, KPlannedTree::Last::Follow);
             actions.push_back(std::move(action));

@@ -44,14 +44,14 @@ Form FormOf(const KPlannedAction& action) {
 }
 
 KText DescribeMode(const KPlannedAction& action) {
-    const std::string path = Printable(action.path);
-    return action.source.empty() ? Text("set mode %s of %s", ModeText(action.mode), path)
-                                 : Text(
-                                       "set mode %s and owner %s of %s",
-                                       ModeText(action.mode),
-                                       Printable(action.source),
-                                       path
-                                   );
+    const std::string path = Printable(*action.path);
+    return action.source->empty() ? Text("set mode %s of %s", ModeText(action.mode), path)
+                                  : Text(
+                                        "set mode %s and owner %s of %s",
+                                        ModeText(action.mode),
+                                        Printable(*action.source),
+                                        path
+                                    );
 }
 
 KText DescribeCopy(const KPlannedAction& action) {
@@ -59,15 +59,15 @@ KText DescribeCopy(const KPlannedAction& action) {
         action.replacesLink ? TextFormat("overwrite link %s (%s) from %s")
         : action.replaces   ? TextFormat("overwrite file %s (%s) from %s")
                             : TextFormat("create file %s (%s) from %s"),
-        Printable(action.path),
+        Printable(*action.path),
         BytesInWords(action.bytes),
-        Printable(action.source)
+        Printable(*action.source)
     );
 }
 
 KText ActionText(const KPlannedAction& action) {
-    const std::string path = Printable(action.path);
-    const KText source = Printable(action.source);
+    const std::string path = Printable(*action.path);
+    const KText source = Printable(*action.source);
     switch (action.kind) {
     case Kind::CopyFile:
         return DescribeCopy(action);

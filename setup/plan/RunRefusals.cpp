@@ -37,7 +37,7 @@ class ChangedDirectories {
     explicit ChangedDirectories(const KPlan& plan) {
         plan.ForEachAction([this](const KPlannedAction& action) {
             if (action.IsOfEntry() && !action.lacks) {
-                Add(ParentPath(NormalPath(action.path)), TakesAway(action));
+                Add(ParentPath(NormalPath(*action.path)), TakesAway(action));
             }
         });
         for (const std::string& service : plan.GetChangedUnits()) {
@@ -235,7 +235,7 @@ KText WhyConflict(const KPlan& plan) {
     std::size_t count = 0;
     plan.ForEachAction([&](const KPlannedAction& action) {
         if (!action.conflict.empty() && ++count <= conflictsShown) {
-            words += (count == 1 ? "" : "; ") + action.path + ": " + action.conflict;
+            words += (count == 1 ? "" : "; ") + *action.path + ": " + action.conflict;
         }
     });
     if (count > conflictsShown) {
@@ -262,10 +262,10 @@ KText WhyNoRecord(const KPlannedTree& tree, const KMacroContext& macros) {
     if (entry.kind != KEntryKind::Link) {
         return Text("no rule makes the link %s, by which the product counts as installed", link);
     }
-    if (!entry.target.starts_with('/')) {
-        return Text("the link %s leads to %s, which is not absolute", link, entry.target);
+    if (!entry.GetTarget().starts_with('/')) {
+        return Text("the link %s leads to %s, which is not absolute", link, entry.GetTarget());
     }
-    std::string product = NormalPath(entry.target);
+    std::string product = NormalPath(entry.GetTarget());
     constexpr int levelsBelowProduct = 3; // at which the engine looks for the link's target
     for (int level = 0; level < levelsBelowProduct; ++level) {
         product = ParentPath(product);
@@ -279,7 +279,7 @@ KText WhyNoRecord(const KPlannedTree& tree, const KMacroContext& macros) {
                      "the link %s leads to %s, three levels below the product path, and there is "
                      "no configuration file %s by then",
                      link,
-                     entry.target,
+                     entry.GetTarget(),
                      record
                  );
 }

@@ -62,9 +62,9 @@ std::vector<std::string> ProgramsOf(const KPlannedAction& action, const std::str
     using Kind = KPlannedAction::Kind;
     std::vector<std::string> programs;
     if (action.kind == Kind::InstallService) {
-        programs.push_back(action.source);
+        programs.push_back(*action.source);
     } else if (action.kind == Kind::StartCommand || action.kind == Kind::RunCommand) {
-        for (const KCommandWord& word : WordsOf(action.path)) {
+        for (const KCommandWord& word : WordsOf(*action.path)) {
             if (programs.empty() || IsInProduct(NormalPath(word.text), productPath)) {
                 programs.push_back(word.text);
             }
@@ -93,7 +93,7 @@ KText WhyProgramIsShared(
                                   "%s runs",
                                   why,
                                   program,
-                                  action.path
+                                  *action.path
                               )
                             : Text(
                                   "%s, so others than root can exchange %s, which a command "

@@ -249,9 +249,9 @@ KText KCheckedRun::DescribeWhatGoesBesides() const {
     KText text;
     planned.GetPlan().ForEachAction([&](const KPlannedAction& action) {
         const bool goes = action.kind == KPlannedAction::Kind::DeleteFile && !action.lacks;
-        if (goes && ownership.Find(action.path) == nullptr && ++count <= filesShown) {
+        if (goes && ownership.Find(*action.path) == nullptr && ++count <= filesShown) {
             text += (count == 1 ? Text("Not the product's, and deleted too:\n    ") : "    ") +
-                    Printable(action.path) + "\n";
+                    Printable(*action.path) + "\n";
         }
     });
     return count > filesShown ? Text("%s    and %s more\n", text, count - filesShown) : text;

@@ -97,8 +97,8 @@ std::vector<std::string> FindRewritten(const KPlannedRun& planned) {
         planned.GetProduct().GetMacros().Expand(KINS::Names::recordFile)};
     planned.GetPlan().ForEachAction([&](const KPlannedAction& action) {
         const bool isFile = action.IsOfEntry() && action.kind != KPlannedAction::Kind::SetMode;
-        if (isFile && action.replaces && policy.IsConfiguration(action.path)) {
-            paths.push_back(action.path);
+        if (isFile && action.replaces && policy.IsConfiguration(*action.path)) {
+            paths.push_back(*action.path);
         }
     });
     std::erase_if(paths, [&](const std::string& path) { return policy.IsAdministrators(path); });

@@ -59,7 +59,7 @@ class KRun {
     void RefuseLinkThatStays();
     void NoteWhatMayGo();
     KManifest MakeManifest();
-    void TellLostOwners(const KManifest& manifest);
+    void TellLostOwners(const KManifest& manifest, const std::vector<std::string>& made);
     void CleanUp();
     void FillChanges();
     void TellWhatResisted();

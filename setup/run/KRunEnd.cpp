@@ -49,8 +49,8 @@ std::vector<std::string> FindMissingCopies(const KPlan& plan, unsigned number) {
         }
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == KPlannedAction::Kind::CopyFile &&
-                !KSUP::KFileBase::DoesFileExist(action.path)) {
-                missing.push_back(action.path);
+                !KSUP::KFileBase::DoesFileExist(*action.path)) {
+                missing.push_back(*action.path);
             }
         }
         break;
@@ -165,14 +165,15 @@ KManifest KRun::MakeManifest() {
         );
     }
     const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
-    KManifest manifest(journal->GetMade(), checked.GetCopies().Take());
+    const std::vector<std::string> made = journal->GetMade(); // sorted
+    KManifest manifest(made, checked.GetCopies().Take());
     manifest.Merge(ownership.GetManifest());
     if (!ownership.GetDamage().empty()) { // so lost; the new one is as true without it
         report.notes.emplace_back(
             Text("The former manifest could not be understood; it is written anew.")
         );
     }
-    for (const std::string& path : journal->GetMade()) {
+    for (const std::string& path : made) {
         if (GetPlanned().GetPolicy().IsConfiguration(path) && !IsOfUnit(path) &&
             !changes.programs.contains(path)) {
             manifest.MarkConfiguration(path, "");
@@ -181,7 +182,7 @@ KManifest KRun::MakeManifest() {
     for (const std::string& path : changes.rights) {
         manifest.RefreshRights(path);
     }
-    TellLostOwners(manifest);
+    TellLostOwners(manifest, made);
     for (const auto& [path, digest] : changes.kitDigests) {
         manifest.MarkConfiguration(path, digest);
     }
@@ -196,8 +197,7 @@ KManifest KRun::MakeManifest() {
 }
 
 /// Where others may lay files a new one has not the owner of the one that it replaces.
-void KRun::TellLostOwners(const KManifest& manifest) {
-    const std::vector<std::string> made = journal->GetMade(); // sorted
+void KRun::TellLostOwners(const KManifest& manifest, const std::vector<std::string>& made) {
     for (const auto& [path, owner] : changes.formerOwners) {
         const KManifestEntry* now = manifest.Find(path);
         if (now != nullptr && now->kind == KManifestEntry::Kind::File && now->owner == 0 &&
@@ -225,23 +225,23 @@ void KRun::CleanUp() {
         }
     }
     for (const KPlannedAction& action : cleanup) {
-        const std::string real = ownership.RealPath(action.path);
+        const std::string real = ownership.RealPath(*action.path);
         if (made.contains(real)) {
             continue;
         }
         unsigned failed = ENOENT;
         if (action.kind == KPlannedAction::Kind::DeleteFile) {
-            failed = SvcDeleteFile(0, action.path.c_str());
+            failed = SvcDeleteFile(0, action.path->c_str());
         } else if (action.kind == KPlannedAction::Kind::DeleteDirectory) {
-            failed = SvcDeleteDirectory(0, action.path.c_str(), 0);
+            failed = SvcDeleteDirectory(0, action.path->c_str(), 0);
         } else {
-            changes.configuration.push_back({action.path, ""});
+            changes.configuration.push_back({*action.path, ""});
         }
         if (failed == 0) {
             toFlush.push_back(real);
-            report.obsolete.push_back(action.path);
+            report.obsolete.push_back(*action.path);
         }
-        changes.NoteDeletion(action.path, failed);
+        changes.NoteDeletion(*action.path, failed);
     }
     if (!GetPlanned().Installs()) {
         report.obsolete.clear(); // it is the removal itself
@@ -326,8 +326,8 @@ void KRun::FillService(const KWatchedRule& rule) {
     for (const KPlannedAction& action : rule.planned->actions) {
         if (action.kind == KPlannedAction::Kind::StartService ||
             action.kind == KPlannedAction::Kind::StopService) {
-            report.service = action.path;
-            report.journal = KSYS::ReadServiceJournal(action.path, begun, linesShown);
+            report.service = *action.path;
+            report.journal = KSYS::ReadServiceJournal(*action.path, begun, linesShown);
         }
     }
 }

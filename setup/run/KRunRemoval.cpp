@@ -125,12 +125,12 @@ void KRun::AddPlannedToGo(std::set<std::string>& left) const {
     const KManifest& manifest = GetPlanned().GetProduct().GetOwnership().GetManifest();
     GetPlanned().GetPlan().ForEachAction([&](const KPlannedAction& action) {
         const bool goes = action.kind == Kind::DeleteFile || action.kind == Kind::DeleteDirectory;
-        if (action.kind == Kind::RemoveService && IsNobodyElses(action.path)) {
-            const std::vector<std::string> units = FindUnitEntries(action.path);
+        if (action.kind == Kind::RemoveService && IsNobodyElses(*action.path)) {
+            const std::vector<std::string> units = FindUnitEntries(*action.path);
             left.insert(units.begin(), units.end());
-        } else if (goes && !action.lacks && manifest.Find(NormalPath(action.path)) == nullptr &&
-                   LookAtEntry(action.path)) {
-            left.insert(NormalPath(action.path));
+        } else if (goes && !action.lacks && manifest.Find(NormalPath(*action.path)) == nullptr &&
+                   LookAtEntry(*action.path)) {
+            left.insert(NormalPath(*action.path));
         }
     });
 }

@@ -66,7 +66,7 @@ void KRunWork::BeginEntry(const std::string& path) {
     const std::vector<KPlannedAction>& actions = planned[current]->actions;
     const std::size_t end = std::min(actions.size(), next + mostLookedAt);
     for (std::size_t at = next; at < end; ++at) {
-        if (IsEntry(actions[at].kind) && actions[at].path == path) {
+        if (IsEntry(actions[at].kind) && *actions[at].path == path) {
             for (; next < at; ++next) {
                 const Sum its = SumOf(actions[next]);
                 before.cost += its.cost;

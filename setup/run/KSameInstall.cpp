@@ -11,13 +11,16 @@ namespace KSETUP {
 namespace {
 
 /// Of the kit's files, as far as the manifest has them.
-KDigests KnownDigests(const KPlannedRun& planned, const KManifest& manifest) {
-    KDigests known;
+/// The manifest knows the digests of what was copied, by the path in the kit.
+///
+/// Lifetime   borrows both
+KKitFingerprint::KnownFiles FindKnown(const KPlannedRun& planned, const KManifest& manifest) {
+    KKitFingerprint::KnownFiles known;
     for (const KCopy& copy :
          LastingCopies(planned.GetPlan(), planned.GetContext().kit.GetDirectory())) {
-        const KManifestEntry* entry = manifest.Find(copy.target);
+        const KManifestEntry* entry = manifest.Find(std::string(copy.target));
         if (entry != nullptr && !entry->isConfiguration && !entry->digest.empty()) {
-            known.insert_or_assign(copy.source, KFileDigest{0, entry->size, entry->digest});
+            known.insert_or_assign(copy.source, KKitFingerprint::Known{entry->size, entry->digest});
         }
     }
     return known;
@@ -74,13 +77,13 @@ void KSameInstall::Remember(const KPlannedRun& planned, const KManifest& manifes
 
 void KSameInstall::WriteFingerprint(const KPlannedRun& planned, const KManifest& manifest) const {
     const std::string& service = product.GetService();
-    const KKitFingerprint now(product.GetContext().kit.GetDirectory());
-    if (now.GetLook() != kit.GetLook()) { // somebody wrote to it meanwhile
+    const std::string& directory = product.GetContext().kit.GetDirectory();
+    if (KKitFingerprint(directory).GetLook() != kit.GetLook()) { // somebody wrote to it meanwhile
         KInstalledKit::Remove(service);
         return;
     }
     KInstalledKit{
-        now.GetLook(), now.ReadContent(KnownDigests(planned, manifest)), DigestManifest(service)}
+        kit.GetLook(), kit.ReadContent(FindKnown(planned, manifest)), DigestManifest(service)}
         .Write(service);
 }
 

@@ -58,12 +58,12 @@ std::vector<std::string> ExpectedPaths(const KPlan& plan) {
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
             if (action.kind == Kind::InstallService) {
-                for (const std::string& made : UnitPaths(action.path)) {
+                for (const std::string& made : UnitPaths(*action.path)) {
                     units.push_back(ParentPath(made)); // of the links that enable it
                     units.push_back(made);
                 }
             } else if (MakesEntry(action.kind) && !action.lacks && !action.replaces) {
-                paths.push_back(action.path);
+                paths.push_back(*action.path);
             }
         }
     }
@@ -84,9 +84,9 @@ std::vector<std::string> ChangedPaths(const KPlan& plan) {
     std::vector<std::string> paths;
     plan.ForEachAction([&](const KPlannedAction& action) {
         if (action.IsOfEntry()) {
-            paths.push_back(action.path);
+            paths.push_back(*action.path);
         } else if (action.kind == Kind::InstallService || action.kind == Kind::RemoveService) {
-            const std::vector<std::string> units = UnitPaths(action.path);
+            const std::vector<std::string> units = UnitPaths(*action.path);
             paths.insert(paths.end(), units.begin(), units.end());
         }
     });
@@ -104,11 +104,11 @@ std::deque<KRunChanges::Matches> PlannedMatches(const KPlan& plan) {
         for (const KPlannedAction& action : planned.actions) {
             isBehindCommand = isBehindCommand || action.kind == Kind::StartCommand ||
                               action.kind == Kind::RunCommand;
-            const std::string_view name = NameOfPath(action.path);
+            const std::string_view name = NameOfPath(*action.path);
             // What is offered beside an edited file has another name.
             const bool isMatch =
                 action.kind == Kind::KeepFile ||
-                (action.kind == Kind::CopyFile && name == NameOfPath(action.source));
+                (action.kind == Kind::CopyFile && name == NameOfPath(*action.source));
             if (!pattern.empty() && isMatch && !action.lacks) {
                 all.back().names.push_back(name);
             }
@@ -121,7 +121,7 @@ std::vector<std::string> CopiedFiles(const KPlan& plan) {
     std::vector<std::string> files;
     plan.ForEachAction([&](const KPlannedAction& action) {
         if (action.kind == Kind::CopyFile && !action.lacks) {
-            files.push_back(action.source);
+            files.push_back(*action.source);
         }
     });
     return files;
@@ -129,8 +129,11 @@ std::vector<std::string> CopiedFiles(const KPlan& plan) {
 
 std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirectory) {
     const std::string kit = NormalPath(kitDirectory);
+    const auto normal = [&](const std::string& path) -> const std::string& {
+        return IsNormalPath(path) ? path : plan.Keep(NormalPath(path));
+    };
     std::vector<KCopy> copies;
-    std::unordered_set<std::string> written; // by anything but a copy from the kit
+    std::unordered_set<std::string_view> written; // by anything but a copy from the kit
     std::unordered_set<std::string> links;
     for (const KPlannedRule& rule : plan.GetRules()) {
         for (const KPlannedAction& action : rule.actions) {
@@ -138,15 +141,15 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
                 return {};
             }
             if (action.kind == Kind::MakeLink) {
-                links.insert(NormalPath(action.path));
+                links.insert(NormalPath(*action.path));
             }
-            std::string target = NormalPath(action.path);
-            std::string source = NormalPath(action.source);
+            const std::string& target = normal(*action.path);
+            const std::string& source = normal(*action.source);
             if (action.kind == Kind::CopyFile && !action.lacks && IsAtOrBelow(source, kit) &&
                 !IsAtOrBelow(target, kit)) {
-                copies.push_back({std::move(source), std::move(target)});
+                copies.push_back({source, target});
             } else if (action.IsOfEntry() && action.kind != Kind::SetMode) {
-                written.insert(std::move(target));
+                written.insert(target);
             }
         }
     }

@@ -31,6 +31,8 @@ std::vector<std::string> CopiedFiles(const KPlan& plan);
 
 /// The copies of which it is known before the run what they leave: from the kit's own files, to
 /// targets that nothing else writes to. None where a command runs, which may write anywhere.
+///
+/// Lifetime the paths are the plan's
 std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirectory);
 
 } // namespace KSETUP

@@ -27,7 +27,7 @@ std::string Field(const KScriptRule& rule, std::size_t number) {
 std::string LinkPath(const KPlannedRule& rule) {
     for (const KPlannedAction& action : rule.actions) {
         if (action.kind == Kind::MakeLink) {
-            return action.path;
+            return *action.path;
         }
     }
     return Field(rule.rule, copiedTo);
@@ -65,7 +65,7 @@ KText DescribeRule(const KPlannedRule& planned) {
     if (KeepsAll(planned)) {
         return Text(
             "Keeping %s%s",
-            planned.actions.front().path,
+            *planned.actions.front().path,
             (planned.actions.size() > 1 ? Text(" and others") : "")
         );
     }

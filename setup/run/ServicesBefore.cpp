@@ -46,10 +46,10 @@ std::vector<KServiceBefore> LookAtServices(const KPlan& plan) {
             }
             auto found =
                 std::find_if(services.begin(), services.end(), [&](const KServiceBefore& one) {
-                    return one.name == action.path;
+                    return one.name == *action.path;
                 });
             if (found == services.end()) {
-                found = services.insert(found, KServiceBefore{action.path, std::nullopt, false});
+                found = services.insert(found, KServiceBefore{*action.path, std::nullopt, false});
             }
             found->isInstalled = found->isInstalled || action.kind == Kind::InstallService ||
                                  action.kind == Kind::RemoveService;

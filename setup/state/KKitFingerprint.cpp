@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <stdexcept>
 
 #include <sys/files/DirectoryEntry.h>
@@ -32,7 +33,7 @@ void RequireRead(unsigned failed, const std::string& path) {
 }
 
 /// Ends in a byte that no text has, so that no two lists of texts look the same.
-void Append(std::string& all, const std::string& text) {
+void Append(std::string& all, std::string_view text) {
     all += text;
     all += '\0';
 }
@@ -41,19 +42,24 @@ void Append(std::string& all, const std::string& text) {
 
 KKitFingerprint::KKitFingerprint(const std::string& kitDirectory) : directory(kitDirectory) {
     Add("");
-    std::sort(entries.begin(), entries.end(), [](const Entry& left, const Entry& right) {
-        return left.path < right.path;
+    std::sort(entries.begin(), entries.end(), [this](const Entry& left, const Entry& right) {
+        return std::string_view(PathOf(left)) < PathOf(right);
     });
     std::string all;
     for (const Entry& entry : entries) {
-        Append(all, entry.path);
+        Append(all, PathOf(entry));
         Append(all, std::to_string(entry.mode));
         Append(all, std::to_string(entry.size));
         Append(all, std::to_string(entry.seconds));
         Append(all, std::to_string(entry.nanoseconds));
-        Append(all, entry.target);
+        Append(all, TargetOf(entry));
     }
     look = DigestBytes(all);
+}
+
+const char* KKitFingerprint::TargetOf(const Entry& entry) const noexcept {
+    const char* path = PathOf(entry);
+    return path + std::strlen(path) + 1;
 }
 
 /// By the open directory, which costs a fraction; and only one is open, however deep they are.
@@ -67,7 +73,8 @@ void KKitFingerprint::Add(const std::string& below) {
         RequireRead(KSYS::ListEntries({open.Get(), "."}, names), parent);
         for (const std::string& name : names) {
             Entry entry;
-            entry.path = below.empty() ? name : below + "/" + name;
+            std::string target;
+            std::string path = below.empty() ? name : below + "/" + name;
             const KSYS::Entry at{open, name};
             struct stat status {};
             RequireRead(KSYS::ReadStatus(at, KSYS::LastLink::Keep, status), parent + "/" + name);
@@ -77,11 +84,14 @@ void KKitFingerprint::Add(const std::string& below) {
             if (S_ISREG(status.st_mode)) {
                 entry.size = static_cast<std::uint64_t>(status.st_size);
             } else if (S_ISLNK(status.st_mode)) {
-                RequireRead(KSYS::ReadLink(at, entry.target), parent + "/" + name);
+                RequireRead(KSYS::ReadLink(at, target), parent + "/" + name);
             } else if (S_ISDIR(status.st_mode)) {
-                directories.push_back(entry.path);
+                directories.push_back(path);
             }
-            entries.push_back(std::move(entry));
+            entry.text = texts.size();
+            Append(texts, path);
+            Append(texts, target);
+            entries.push_back(entry);
         }
     }
     for (const std::string& one : directories) {
@@ -89,25 +99,29 @@ void KKitFingerprint::Add(const std::string& below) {
     }
 }
 
-std::string
-KKitFingerprint::ReadContent(const KDigests& known, const std::function<bool()>& shallStop) const {
+std::string KKitFingerprint::ReadContent(
+    const KnownFiles& known, const std::function<bool()>& shallStop
+) const {
     std::string all;
     for (const Entry& entry : entries) {
-        Append(all, entry.path);
+        Append(all, PathOf(entry));
         Append(all, std::to_string(entry.mode));
-        Append(all, entry.target);
-        if (S_ISREG(entry.mode)) {
-            const std::string path = JoinPath(directory, entry.path);
-            const auto found = known.find(path);
-            const KFileDigest digest = found != known.end() && found->second.size == entry.size
-                                           ? found->second
-                                           : DigestFile(path, shallStop);
-            if (digest.errorNumber == ECANCELED) {
-                throw KSetupStop(Text("Stopped on request. Nothing was changed."));
-            }
-            RequireRead(digest.errorNumber, path);
-            Append(all, digest.sha256);
+        Append(all, TargetOf(entry));
+        if (!S_ISREG(entry.mode)) {
+            continue;
         }
+        const std::string path = JoinPath(directory, PathOf(entry));
+        if (const auto found = known.find(path);
+            found != known.end() && found->second.size == entry.size) {
+            Append(all, found->second.sha256);
+            continue;
+        }
+        const KFileDigest digest = DigestFile(path, shallStop);
+        if (digest.errorNumber == ECANCELED) {
+            throw KSetupStop(Text("Stopped on request. Nothing was changed."));
+        }
+        RequireRead(digest.errorNumber, path);
+        Append(all, digest.sha256);
     }
     return DigestBytes(all);
 }

@@ -8,6 +8,8 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace KSETUP {
@@ -25,25 +27,34 @@ class KKitFingerprint {
 
     /// Of path, type, mode, size, time and link text of each entry, in hexadecimal.
     const std::string& GetLook() const noexcept { return look; }
-    /// The same without times, and with what the files hold. Files whose digests are `known`, by
-    /// their paths, are not read. `shallStop` is asked before each 1 MiB.
+    struct Known {
+        std::uint64_t size;      ///< bytes
+        std::string_view sha256; ///< in hexadecimal
+    };
+    /// By path. Borrows the texts.
+    using KnownFiles = std::unordered_map<std::string_view, Known>;
+    /// The same without times, and with what the files hold. Files whose digests are `known` are not
+    /// read. `shallStop` is asked before each 1 MiB.
     ///
     /// Throws   KSetupFailure for a file that cannot be read, KSetupStop when `shallStop` said so
     std::string
-    ReadContent(const KDigests& known = {}, const std::function<bool()>& shallStop = {}) const;
+    ReadContent(const KnownFiles& known = {}, const std::function<bool()>& shallStop = {}) const;
 
   private:
     struct Entry {
-        std::string path; // in the kit
+        std::size_t text =
+            0; // where in `texts` its path in the kit begins; its target stands behind
         unsigned mode = 0;
         std::uint64_t size = 0;
         std::int64_t seconds = 0;
         std::int64_t nanoseconds = 0;
-        std::string target;
     };
     void Add(const std::string& below);
+    const char* PathOf(const Entry& entry) const noexcept { return texts.data() + entry.text; }
+    const char* TargetOf(const Entry& entry) const noexcept;
 
     std::string directory;
+    std::string texts;          // of all entries, each with a null byte at its end: no path has one
     std::vector<Entry> entries; // sorted by path
     std::string look;
 };

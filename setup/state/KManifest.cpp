@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 
 namespace KSETUP {
 
@@ -18,6 +19,7 @@ constexpr const char* manifestName = "manifest";
 constexpr const char* manifestFormat = "ins++ manifest";
 constexpr std::uint64_t manifestVersion = 1;
 constexpr unsigned keptBits = 07777;
+constexpr std::size_t bytesAtOnce = std::size_t{64} << 10U;
 
 EntryKind ToEntryKind(const std::string& word) {
     for (const EntryKind kind : {EntryKind::File, EntryKind::Directory, EntryKind::Link}) {
@@ -42,6 +44,24 @@ void PutOptional(KJsonLine& line, const KManifestEntry& entry) {
     if (!entry.kitDigest.empty()) {
         line.Put("kitSha256", entry.kitDigest);
     }
+}
+
+std::string EntryLine(const std::string& path, const KManifestEntry& entry) {
+    KJsonLine line;
+    line.Put("path", path);
+    line.Put("kind", KindWord(entry.kind));
+    if (entry.kind == EntryKind::Link) {
+        line.Put("target", entry.target);
+    } else {
+        line.Put("mode", std::uint64_t{entry.mode});
+    }
+    if (entry.kind == EntryKind::File) {
+        line.Put("size", entry.size);
+        line.Put("sha256", entry.digest);
+        line.Put("modified", entry.modified);
+    }
+    PutOptional(line, entry);
+    return line.ToText();
 }
 
 /// Older manifests have nothing of this.
@@ -92,7 +112,7 @@ ReadFile(const std::string& serviceName, const std::string& base, const Parse& p
 
 } // namespace
 
-KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& known) {
+KManifest::KManifest(const std::vector<std::string>& paths, KDigests known) {
     for (const std::string& written : paths) {
         const std::string path = NormalPath(written);
         unsigned whyMissing = 0;
@@ -104,14 +124,14 @@ KManifest::KManifest(const std::vector<std::string>& paths, const KDigests& know
             continue;
         }
         if (entry->kind == EntryKind::File) {
-            const auto copied = known.find(path);
-            const bool isKnown = copied != known.end() && copied->second.size == entry->size;
-            const KFileDigest digest = isKnown ? copied->second : DigestFile(path);
+            const auto copied = known.extract(path); // one of the two goes as the other grows
+            const bool isKnown = !copied.empty() && copied.mapped().size == entry->size;
+            KFileDigest digest = isKnown ? std::move(copied.mapped()) : DigestFile(path);
             if (digest.errorNumber != 0) {
                 throw CannotLookAt(path, digest.errorNumber);
             }
             entry->size = digest.size;
-            entry->digest = digest.sha256;
+            entry->digest = std::move(digest.sha256);
         }
         entries[path] = std::move(*entry);
     }
@@ -185,28 +205,22 @@ void KManifest::Write(const std::string& serviceName, const std::string& base) c
         head.Put("buildNumber", std::uint64_t{product->buildNumber});
         head.Put("productPath", product->path);
     }
-    std::string text = head.ToText();
-    for (const auto& [path, entry] : entries) {
-        KJsonLine line;
-        line.Put("path", path);
-        line.Put("kind", KindWord(entry.kind));
-        if (entry.kind == EntryKind::Link) {
-            line.Put("target", entry.target);
-        } else {
-            line.Put("mode", std::uint64_t{entry.mode});
-        }
-        if (entry.kind == EntryKind::File) {
-            line.Put("size", entry.size);
-            line.Put("sha256", entry.digest);
-            line.Put("modified", entry.modified);
-        }
-        PutOptional(line, entry);
-        text += line.ToText();
-    }
     KJsonLine end;
     end.Put("entries", std::uint64_t{entries.size()});
-    text += end.ToText();
-    KPrivateDirectory(base, serviceName).WriteDurably(manifestName, text);
+    std::string first = head.ToText();
+    std::string last = end.ToText();
+    std::string piece;
+    auto at = entries.begin();
+    KPrivateDirectory(base, serviceName).WriteDurably(manifestName, [&] {
+        piece = std::exchange(first, {});
+        for (; at != entries.end() && piece.size() < bytesAtOnce; ++at) {
+            piece += EntryLine(at->first, at->second);
+        }
+        if (at == entries.end()) {
+            piece += std::exchange(last, {});
+        }
+        return std::string_view(piece);
+    });
 }
 
 void KManifest::ParseHead(const KJsonLine& line) {

@@ -97,7 +97,7 @@ class KManifest {
     /// size, which are then not read.
     ///
     /// Throws   KSetupFailure for one that cannot be looked at or read
-    explicit KManifest(const std::vector<std::string>& paths, const KDigests& known = {});
+    explicit KManifest(const std::vector<std::string>& paths, KDigests known = {});
 
     /// The file at the path is an edited one: what was installed is of these bytes, and the next run
     /// is to see that.

@@ -131,9 +131,13 @@ void KPrivateDirectory::Require(unsigned failed, const char* what, const std::st
 }
 
 void KPrivateDirectory::WriteDurably(const std::string& name, std::string_view bytes) const {
+    WriteDurably(name, [&] { return std::exchange(bytes, {}); });
+}
+
+void KPrivateDirectory::WriteDurably(const std::string& name, const KSYS::PieceSource& next) const {
     const std::string temporary = name + ".new"; // one run at a time: nobody else makes it
     Require(
-        KSYS::ReplaceEntry(Get(), temporary, name, bytes, S_IRUSR | S_IWUSR),
+        KSYS::ReplaceEntry(Get(), temporary, name, next, S_IRUSR | S_IWUSR),
         TextFormat("cannot write %s"),
         name
     );

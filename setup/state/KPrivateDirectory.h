@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include <sys/files/DirectoryEntry.h>
 #include <sys/files/KDescriptor.h>
 
 namespace KSETUP {
@@ -45,6 +46,10 @@ class KPrivateDirectory {
     ///
     /// Throws   KSetupFailure, the former file being there still
     void WriteDurably(const std::string& name, std::string_view bytes) const;
+    /// The same with bytes that need not be in memory all at once.
+    ///
+    /// Throws   KSetupFailure as above, and what `next` throws
+    void WriteDurably(const std::string& name, const KSYS::PieceSource& next) const;
     /// Whether something of that name stands there.
     ///
     /// Throws   KSetupFailure when that cannot be known

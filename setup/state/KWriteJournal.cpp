@@ -85,7 +85,9 @@ KWriteJournal::KWriteJournal(
     std::set<std::string> directories = beginning.directories;
     if (begin == Begin::GoOn) {
         Begun begun = BegunIn(directory.Read(journalName).value_or(""));
-        made = std::move(begun.made);
+        for (const std::string& path : begun.made) {
+            made.emplace(path, false);
+        }
         rewritten.merge(begun.rewritten);
         directories.merge(begun.directories);
     }
@@ -102,8 +104,8 @@ KWriteJournal::KWriteJournal(
     for (const std::string& path : beginning.edited) {
         text += Entry(editedMark, NormalPath(path));
     }
-    for (const std::string& path : made) {
-        text += Entry(madeMark, path);
+    for (const auto& one : made) {
+        text += Entry(madeMark, one.first);
     }
     directory.WriteDurably(journalName, text);
     file = directory.Open(journalName, O_WRONLY | O_APPEND);
@@ -142,12 +144,8 @@ void KWriteJournal::Listen(void* journal, unsigned what, const char* path) noexc
 
 void KWriteJournal::Note(bool isMade, bool isSoon, const std::string& path) {
     const std::string normal = NormalPath(path);
-    if (isMade) {
-        madeNow.insert(normal);
-    } else {
-        madeNow.erase(normal);
-    }
-    const bool isNews = isMade ? made.insert(normal).second : made.erase(normal) != 0;
+    const bool isNews =
+        isMade ? made.insert_or_assign(normal, true).second : made.erase(normal) != 0;
     if (!isNews) {
         return;
     }
@@ -176,12 +174,18 @@ KWriteJournal::Begun KWriteJournal::Read(const std::string& serviceName, const s
 
 bool KWriteJournal::IsMadeNow(const std::string& path) const {
     const KSYS::KScopedLock hold(guard);
-    return madeNow.contains(path);
+    const auto found = made.find(path);
+    return found != made.end() && found->second;
 }
 
 std::vector<std::string> KWriteJournal::GetMade() const {
     const KSYS::KScopedLock hold(guard);
-    return {made.begin(), made.end()};
+    std::vector<std::string> paths;
+    paths.reserve(made.size());
+    for (const auto& one : made) {
+        paths.push_back(one.first);
+    }
+    return paths;
 }
 
 int KWriteJournal::GetErrorNumber() const noexcept {

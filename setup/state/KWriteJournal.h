@@ -101,9 +101,8 @@ class KWriteJournal {
 
     mutable KSYS::KAnnotatedMutex<std::mutex> guard;
     KSYS::KDescriptor file SUP_GUARDED_BY(guard);
-    std::set<std::string> made SUP_GUARDED_BY(guard);
-    std::set<std::string> madeNow SUP_GUARDED_BY(guard); // of these, by this run
-    std::string pending SUP_GUARDED_BY(guard);           // entries that are not in the file yet
+    std::map<std::string, bool> made SUP_GUARDED_BY(guard); // and whether this run did
+    std::string pending SUP_GUARDED_BY(guard);              // entries that are not in the file yet
     int errorNumber SUP_GUARDED_BY(guard) = 0;
 };
 

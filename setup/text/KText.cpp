@@ -46,9 +46,20 @@ Formatted(std::string_view format, const std::vector<KText>& arguments, Language
 
 } // namespace
 
+const std::string KText::none;
+
 KText& KText::operator+=(const KText& more) {
-    english += more.english;
-    translated += more.translated;
+    if (!more.texts) {
+        return *this;
+    }
+    if (!texts) {
+        return *this = more;
+    }
+    if (texts.use_count() > 1) {
+        texts = std::make_shared<Texts>(*texts);
+    }
+    texts->english += more.English();
+    texts->translated += more.Translated();
     return *this;
 }
 

@@ -4,6 +4,7 @@
 #include <concepts>
 #include <cstdint>
 #include <initializer_list>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -14,12 +15,14 @@ namespace KSETUP {
 /// A text for people, in English and in the language of who reads it: terminals show the translation;
 /// JSON, events, logs and journal have the English text, whatever the language is. What has no language,
 /// as a path or a name, becomes one by itself and is the same in both.
+///
+/// As small as two pointers, and copied without its texts: a plan has several for each of many files,
+/// and nearly all of them are empty.
 class KText {
   public:
     KText() = default;
     KText(std::string same) // NOLINT(google-explicit-constructor): is what it holds
-        : english(std::move(same)),
-          translated(english) {}
+        : texts(same.empty() ? nullptr : std::make_shared<Texts>(same, same)) {}
     KText(const char* same) // NOLINT(google-explicit-constructor): is what it holds
         : KText(std::string(same)) {}
     KText(std::string_view same) // NOLINT(google-explicit-constructor): is what it holds
@@ -27,28 +30,35 @@ class KText {
     KText(std::integral auto number) // NOLINT(google-explicit-constructor): is what it holds
         : KText(std::to_string(number)) {}
     KText(std::string inEnglish, std::string inLanguage)
-        : english(std::move(inEnglish)),
-          translated(std::move(inLanguage)) {}
+        : texts(std::make_shared<Texts>(std::move(inEnglish), std::move(inLanguage))) {}
 
-    const std::string& English() const noexcept { return english; }
-    const std::string& Translated() const noexcept { return translated; }
-    bool empty() const noexcept { return english.empty(); } // as the texts themselves have it
+    const std::string& English() const noexcept { return texts ? texts->english : none; }
+    const std::string& Translated() const noexcept { return texts ? texts->translated : none; }
+    bool empty() const noexcept { return English().empty(); } // as the texts themselves have it
 
     KText& operator+=(const KText& more);
     friend KText operator+(KText text, const KText& more) { return text += more; }
     /// Who compares does not look at the language.
     friend bool operator==(const KText& one, const KText& other) {
-        return one.english == other.english;
+        return one.English() == other.English();
     }
 
     /// For people, so in their language; a log is given what it shall have by name.
     friend std::ostream& operator<<(std::ostream& out, const KText& text) {
-        return out << text.translated;
+        return out << text.Translated();
     }
 
   private:
-    std::string english;
-    std::string translated;
+    struct Texts {
+        Texts(std::string inEnglish, std::string inLanguage)
+            : english(std::move(inEnglish)),
+              translated(std::move(inLanguage)) {}
+        std::string english;
+        std::string translated;
+    };
+    static const std::string none;
+
+    std::shared_ptr<Texts> texts; // null for an empty one; changed only where nobody shares it
 };
 
 /// Makes the text of a format and what takes the places of its "%s" ("%2$s" in a translation that has

@@ -29,11 +29,11 @@ int Flags(LastLink last) noexcept {
     return last == LastLink::Follow ? 0 : AT_SYMLINK_NOFOLLOW;
 }
 
-unsigned WriteNew(const Entry& entry, std::string_view bytes, unsigned mode) noexcept {
+unsigned WriteNew(const Entry& entry, const PieceSource& next, unsigned mode) {
     KDescriptor file;
     unsigned status = MakeFile(entry, file);
-    if (status == 0) {
-        status = WriteAll(file.Get(), bytes.data(), bytes.size());
+    for (std::string_view piece; status == 0 && !(piece = next()).empty();) {
+        status = WriteAll(file.Get(), piece.data(), piece.size());
     }
     if (status == 0) {
         status = SetMode(file.Get(), mode);
@@ -127,11 +127,27 @@ unsigned ReplaceEntry(
     const std::string& name,
     std::string_view bytes,
     unsigned mode
-) noexcept {
+) {
+    const PieceSource next = [&] { return std::exchange(bytes, {}); };
+    return ReplaceEntry(directory, temporary, name, next, mode);
+}
+
+unsigned ReplaceEntry(
+    int directory,
+    const std::string& temporary,
+    const std::string& name,
+    const PieceSource& next,
+    unsigned mode
+) {
     const Entry beside(directory, temporary.c_str());
     unsigned status = UnlinkEntry(beside); // left by a process that was killed
     if (status == 0 || status == ENOENT) {
-        status = WriteNew(beside, bytes, mode);
+        try {
+            status = WriteNew(beside, next, mode);
+        } catch (...) {
+            static_cast<void>(UnlinkEntry(beside)); // what was thrown is what counts
+            throw;
+        }
     }
     if (status == 0) {
         status = RenameEntry(directory, temporary.c_str(), name.c_str());

@@ -6,6 +6,7 @@
 /// on exec, a link that stands there is never followed unless the call says so. All return 0 or
 /// errno; those that fill a text or a list may throw std::bad_alloc.
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -82,7 +83,20 @@ MakeFile(const Entry& entry, KDescriptor& file, int flags = O_WRONLY) noexcept;
     const std::string& name,
     std::string_view bytes,
     unsigned mode
-) noexcept;
+);
+
+/// Gives a file's bytes piece by piece, an empty one at their end. A piece is valid until the next.
+using PieceSource = std::function<std::string_view()>;
+
+/// The same with bytes that need not be in memory all at once. What `next` throws goes through, and
+/// nothing is replaced.
+[[nodiscard]] unsigned ReplaceEntry(
+    int directory,
+    const std::string& temporary,
+    const std::string& name,
+    const PieceSource& next,
+    unsigned mode
+);
 
 /// Appends the names in a directory, in no order, without "." and "..".
 [[nodiscard]] unsigned ListEntries(const Entry& directory, std::vector<std::string>& names);

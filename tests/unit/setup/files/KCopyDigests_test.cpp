@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <deque>
 #include <filesystem>
 
 namespace {
@@ -28,15 +29,17 @@ class KCopyDigestsTest : public ::testing::Test {
         tree.Write("opt/a", "A");
         tree.Write("opt/b", "B");
     }
-    KSETUP::KCopy Copy(const std::string& name) const {
-        return {tree.Path("kit/" + name), tree.Path("opt/" + name)};
+    KSETUP::KCopy Copy(const std::string& name) {
+        const std::string& source = paths.emplace_back(tree.Path("kit/" + name));
+        return {source, paths.emplace_back(tree.Path("opt/" + name))};
     }
     void Tell(KCopyDigests& copies, const std::string& name) const {
-        copies.Add(Copy(name).source, Copy(name).target);
+        copies.Add(tree.Path("kit/" + name), tree.Path("opt/" + name));
     }
     KDigests Sealed() const { return {{tree.Path("kit/a"), {0, 1, sumOfA}}}; }
     std::string Kit() const { return tree.Path("kit"); }
     KTEST::TemporaryTree tree;
+    std::deque<std::string> paths; // of copies
 };
 
 /// The source may have been another one while it was copied.

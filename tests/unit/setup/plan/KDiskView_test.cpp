@@ -29,7 +29,7 @@ using ::testing::IsEmpty;
 std::vector<std::string> Words(const std::vector<KDiskView::Name>& names) {
     std::vector<std::string> words;
     for (const KDiskView::Name& one : names) {
-        words.push_back(one.name + (one.isDirectory ? "/" : ""));
+        words.push_back(std::string(one.Get()) + (one.isDirectory ? "/" : ""));
     }
     return words;
 }
@@ -50,7 +50,7 @@ TEST_F(KDiskViewTest, TellsWhatIsThere) {
     EXPECT_EQ(view.Look(At("a.txt")).bytes, 5U);
     EXPECT_EQ(view.Look(At("a.txt")).mode, 0640U);
     EXPECT_EQ(view.Look(At("link")).kind, KEntryKind::Link);
-    EXPECT_EQ(view.Look(At("link")).target, "a.txt");
+    EXPECT_EQ(view.Look(At("link")).GetTarget(), "a.txt");
     EXPECT_EQ(view.Look(At("pipe")).kind, KEntryKind::Other);
     EXPECT_EQ(view.Look(At("")).kind, KEntryKind::Directory);
     EXPECT_EQ(view.Look("/").kind, KEntryKind::Directory);
@@ -80,7 +80,7 @@ TEST_F(KDiskViewTest, ListsInTheOrderOfBytes) {
     EXPECT_THAT(
         Words(view.List(At("d"))), ElementsAre(".hidden", "B", "b", "deep/", "gone", "way")
     );
-    EXPECT_EQ(view.Look(At("d/gone")).target, "nowhere");
+    EXPECT_EQ(view.Look(At("d/gone")).GetTarget(), "nowhere");
 }
 
 TEST_F(KDiskViewTest, NoDirectoryHasNoNames) {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <string>
 
 namespace {
@@ -13,11 +14,12 @@ using KSETUP::KRunWork;
 
 KPlannedRule CopyOf(const std::vector<std::pair<std::string, std::uint64_t>>& files) {
     static const KSETUP::KScriptRule line;
+    static std::deque<std::string> kept; // as long as the actions that name them
     KPlannedRule rule{line, {}};
     for (const auto& [path, bytes] : files) {
         KPlannedAction action;
         action.kind = KPlannedAction::Kind::CopyFile;
-        action.path = path;
+        action.path = &kept.emplace_back(path);
         action.bytes = bytes;
         rule.actions.push_back(action);
     }

@@ -40,7 +40,8 @@ class PlannedPathsTest : public KTEST::GivenPlan {
     std::vector<std::pair<std::string, std::string>> Lasting(const std::vector<std::string>& lines
     ) {
         std::vector<std::pair<std::string, std::string>> copies;
-        for (const KCopy& copy : LastingCopies(PlanOf(lines), kit)) {
+        const KPlan plan = PlanOf(lines); // which keeps the paths
+        for (const KCopy& copy : LastingCopies(plan, kit)) {
             copies.emplace_back(copy.source, copy.target);
         }
         return copies;

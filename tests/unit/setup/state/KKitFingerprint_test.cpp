@@ -82,7 +82,8 @@ TEST_F(KKitFingerprintTest, ModesLinksAndNamesAreSeenByBoth) {
 TEST_F(KKitFingerprintTest, AFileWithAKnownDigestIsNotRead) {
     const std::string content = Content();
     const std::string path = tree.Path("kit/a/file");
-    KSETUP::KDigests known{{path, KSETUP::DigestFile(path)}};
+    const KSETUP::KFileDigest digest = KSETUP::DigestFile(path);
+    KKitFingerprint::KnownFiles known{{path, {digest.size, digest.sha256}}};
     tree.Write("kit/a/file", "BYTES");
     EXPECT_EQ(KKitFingerprint(tree.Path("kit")).ReadContent(known), content);
     known.at(path).size = 4;

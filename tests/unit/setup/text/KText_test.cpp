@@ -45,6 +45,22 @@ TEST(KTextTest, TextsAreJoinedInBothLanguages) {
     EXPECT_EQ(text.Translated(), "/a: eine Datei");
 }
 
+TEST(KTextTest, WhatIsAddedToACopyStaysOutOfTheOther) {
+    const KText one("a file", "eine Datei");
+    KText copy = one;
+    copy += KText(" more");
+    EXPECT_EQ(one.Translated(), "eine Datei");
+    EXPECT_EQ(copy.Translated(), "eine Datei more");
+    copy += copy;
+    EXPECT_EQ(copy.English(), "a file morea file more");
+    KText none;
+    none += one;
+    none += KText();
+    none += KText("!");
+    EXPECT_EQ(none.English(), "a file!");
+    EXPECT_EQ(one.English(), "a file");
+}
+
 TEST(KTextTest, AStreamIsForPeople) {
     std::ostringstream out;
     out << KText("a file", "eine Datei");
