@@ -65,8 +65,10 @@ void KPlan::NoteChange(const std::string& path, const KPlannedEntry& former) {
     }
 }
 
-/// With the directories above: they are no rubbish as long as something is in them.
-void KPlan::FindWanted(const KChangePolicy& policy) {
+/// What the rules make, or leave as it is: paths as KOwnership::RealPath has them. With the directories
+/// above: they are no rubbish as long as something is in them.
+std::unordered_set<std::string> KPlan::FindWanted(const KChangePolicy& policy) const {
+    std::unordered_set<std::string> wanted;
     const auto want = [&](const std::string& path) {
         std::string at = policy.GetOwnership().RealPath(path);
         while (at != "/" && wanted.insert(at).second) {
@@ -89,10 +91,14 @@ void KPlan::FindWanted(const KChangePolicy& policy) {
             } else if (MakesEntry(action.kind) || action.kind == Kind::KeepFile) {
                 want(*action.path);
                 // What was offered earlier stays as long as the edited file does.
-                want(KChangePolicy::OfferedPath(*action.path));
+                const std::string offered = KChangePolicy::OfferedPath(*action.path);
+                if (policy.GetOwnership().Find(offered) != nullptr) {
+                    want(offered);
+                }
             }
         }
     }
+    return wanted;
 }
 
 void KPlan::PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& policy) {
@@ -100,15 +106,14 @@ void KPlan::PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& 
     if (entries.empty()) {
         return;
     }
-    if (installs) {
-        FindWanted(policy);
-    }
+    const std::unordered_set<std::string> wanted =
+        installs ? FindWanted(policy) : std::unordered_set<std::string>();
     for (auto at = entries.rbegin(); at != entries.rend(); ++at) { // what is in a directory first
         const auto& [path, entry] = *at;
         const KPlannedEntry found = tree.Find(path);
         const KEntryKind now = found.kind;
         if (now == KEntryKind::Nothing || tree.HasChanged(path) ||
-            Wants(policy.GetOwnership().RealPath(path))) {
+            wanted.contains(policy.GetOwnership().RealPath(path))) {
             continue;
         }
         if (entry.kind == KManifestEntry::Kind::Directory) {

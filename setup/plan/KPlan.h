@@ -104,9 +104,6 @@ class KPlan {
     /// What is done once the rules are: what the product owned, and neither has any more nor is to
     /// be kept, is deleted.
     const std::vector<KPlannedAction>& GetCleanup() const noexcept { return cleanup; }
-    /// Whether the rules make, or leave as it is, what stands at the path, or something below it:
-    /// a path as KOwnership::RealPath has it.
-    bool Wants(const std::string& realPath) const { return wanted.contains(realPath); }
     /// A text that stays as long as the plan.
     const std::string& Keep(const std::string& text) const { return view->Keep(text); }
     /// Calls `take` with each action, in their order, those of the cleanup last.
@@ -161,7 +158,7 @@ class KPlan {
     std::vector<std::string> FindFilesThatGo() const;
 
   private:
-    void FindWanted(const KChangePolicy& policy);
+    std::unordered_set<std::string> FindWanted(const KChangePolicy& policy) const;
     void PlanCleanup(bool installs, KPlannedTree& tree, const KChangePolicy& policy);
     void NoteChange(const std::string& path, const KPlannedEntry& former);
 
@@ -171,7 +168,6 @@ class KPlan {
     std::vector<KPlannedAction> cleanup;
     std::vector<Protected> protectedPaths;
     std::vector<std::string> changedUnits;
-    std::unordered_set<std::string> wanted;
     std::vector<KScriptCycle> cycles;
 };
 

@@ -119,25 +119,17 @@ std::vector<std::string> KRunBackup::FindPaths(const std::vector<KServiceBefore>
     return paths;
 }
 
-void KRunBackup::NoteLeft(const std::vector<std::string>& made, const KManifest* manifest) const {
-    KDigests known;
-    if (manifest != nullptr) {
-        for (const auto& [path, entry] : manifest->GetEntries()) {
-            if (!entry.digest.empty()) {
-                known[path] = {0, entry.size, entry.digest};
-            }
-        }
-    }
-    store.NoteLeft(made, known);
-}
-
 void KRunBackup::Conclude(
     const std::vector<std::string>& made,
     const KManifest* manifest,
     const std::function<void()>& end
 ) {
     if (isKept) {
-        NoteLeft(made, manifest);
+        if (manifest != nullptr) {
+            store.NoteLeft(made, *manifest);
+        } else {
+            store.NoteLeft(made);
+        }
     }
     end();
     if (isKept) {
@@ -152,7 +144,7 @@ void KRunBackup::Fail(const std::vector<std::string>& made) {
         return;
     }
     try {
-        NoteLeft(made, nullptr);
+        store.NoteLeft(made);
     } catch (const KSetupFailure& failure) {
         planned.GetContext().report.notes.push_back(Text(
             "What the run left could not be noted, so \"restore\" will not see what is edited from "

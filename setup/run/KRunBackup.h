@@ -54,7 +54,6 @@ class KRunBackup {
 
   private:
     std::vector<std::string> FindPaths(const std::vector<KServiceBefore>& services) const;
-    void NoteLeft(const std::vector<std::string>& made, const KManifest* manifest) const;
 
     const KPlannedRun& planned;
     KBackup store;

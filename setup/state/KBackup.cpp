@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <future>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -225,6 +226,31 @@ NotUnderstood(const KPrivateDirectory& store, const char* file, const std::inval
         )};
 }
 
+/// Makes what was kept of a path what a run left there; says whether it left anything.
+bool TakeLeft(const std::string& path, const KManifest& installed, KBackupEntry& entry) {
+    std::optional<KBackupEntry> now;
+    if (const unsigned failed = LookForBackup(path, now); failed != 0) {
+        throw SystemFailure( // what is not noted would count as edited
+            ExitCode::cannotWrite,
+            Text("cannot look at %s", path),
+            failed,
+            Text("Fix the cause.")
+        );
+    }
+    if (!now) {
+        return false;
+    }
+    if (now->kind == Kind::File) {
+        const KManifestEntry* known = installed.Find(path);
+        const bool isKnown = known != nullptr && !known->digest.empty() && known->size == now->size;
+        now->digest = isKnown                   ? known->digest
+                      : now->IsUntouched(entry) ? entry.digest
+                                                : DigestForBackup(path);
+    }
+    entry = std::move(*now);
+    return true;
+}
+
 } // namespace
 
 unsigned LookForBackup(const std::string& path, std::optional<KBackupEntry>& entry) {
@@ -254,7 +280,7 @@ void KBackup::Save(const KBackupWish& wish, const std::function<bool()>& shallSt
         if (const unsigned failed = KSYS::FlushFileSystem(store.Get()); failed != 0) {
             throw CannotKeep(store.GetPath(), failed);
         }
-        store.WriteDurably(indexName, ToText(making.index));
+        store.WriteDurably(indexName, ToPieces(making.index));
         Replace(product, newName, nextName);
     } catch (...) { // also when it was stopped
         try {
@@ -323,49 +349,30 @@ void KBackup::Replace(const KPrivateDirectory& product, const char* from, const 
     product.DeleteDirectory(from); // the former one by now
 }
 
-void KBackup::NoteLeft(const std::vector<std::string>& made, const KDigests& known) const {
+void KBackup::NoteLeft(const std::vector<std::string>& made, const KManifest& installed) const {
     const auto product = KPrivateDirectory::OpenExisting(base, name);
     const auto store = product ? product->ExistingBelow(nextName) : std::nullopt;
-    const std::optional<KBackupIndex> index = store ? LoadIndex(*store) : std::nullopt;
-    if (!index) {
+    std::optional<KBackupIndex> left = store ? LoadIndex(*store) : std::nullopt; // in the same form
+    if (!left) {
         return;
     }
-    KBackupIndex left; // in the same form
-    left.run = index->run;
-    const auto note = [&](const std::string& path) {
-        std::optional<KBackupEntry> entry;
-        if (IsAtOrBelow(path, base)) {
-            return; // what ins-setup keeps for itself nobody edits
-        }
-        if (const unsigned failed = LookForBackup(path, entry); failed != 0) {
-            throw SystemFailure( // what is not noted would count as edited
-                ExitCode::cannotWrite,
-                Text("cannot look at %s", path),
-                failed,
-                Text("Fix the cause.")
-            );
-        }
-        if (!entry) {
-            return;
-        }
-        if (entry->kind == Kind::File) {
-            const auto before = index->entries.find(path);
-            const auto found = known.find(path);
-            entry->digest = found != known.end() && found->second.size == entry->size
-                                ? found->second.sha256
-                            : before != index->entries.end() && entry->IsUntouched(before->second)
-                                ? before->second.digest
-                                : DigestForBackup(path);
-        }
-        left.entries[path] = std::move(*entry);
-    };
-    for (const auto& [path, entry] : index->entries) {
-        note(path);
+    left->hasCommands = false;
+    left->services.clear();
+    for (auto at = left->entries.begin(); at != left->entries.end();) {
+        // What ins-setup keeps for itself nobody edits.
+        const bool counts =
+            !IsAtOrBelow(at->first, base) && TakeLeft(at->first, installed, at->second);
+        at = counts ? std::next(at) : left->entries.erase(at);
     }
-    for (const std::string& path : made) {
-        note(NormalPath(path));
+    for (const std::string& written : made) {
+        const std::string path = NormalPath(written);
+        KBackupEntry entry;
+        if (!left->entries.contains(path) && !IsAtOrBelow(path, base) &&
+            TakeLeft(path, installed, entry)) {
+            left->entries.emplace(path, std::move(entry));
+        }
     }
-    store->WriteDurably(leftName, ToText(left));
+    store->WriteDurably(leftName, ToPieces(*left));
 }
 
 void KBackup::Commit() {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <setup/files/KFileDigest.h>
 #include <setup/state/KBackupIndex.h>
+#include <setup/state/KManifest.h>
 #include <setup/state/KPrivateDirectory.h>
 #include <setup/state/StateDirectory.h>
 
@@ -52,7 +52,7 @@ struct KOpenBackup {
 ///
 ///     KBackup backup("dps");
 ///     backup.Save({.run = MakeRunId(), .paths = paths});   // before the run
-///     backup.NoteLeft(made, digests);                      // behind its last rule
+///     backup.NoteLeft(made, manifest);                     // behind its last rule
 ///     backup.Commit();                                     // when it is done
 class KBackup {
   public:
@@ -67,10 +67,10 @@ class KBackup {
     void Save(const KBackupWish& wish, const std::function<bool()>& shallStop = {});
 
     /// Writes down what the run left at its paths, and at those that it made (`made`) besides.
-    /// `known` are digests by path, for files of that size, which are then not read.
+    /// Files that `installed` knows, of that size, are not read.
     ///
     /// Throws   KSetupFailure; a restoration then does not know what was edited since
-    void NoteLeft(const std::vector<std::string>& made, const KDigests& known = {}) const;
+    void NoteLeft(const std::vector<std::string>& made, const KManifest& installed = {}) const;
     /// The run that Save was for is done: its backup takes the place of the former one.
     ///
     /// Throws   KSetupFailure, both being whole

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/state/KBackupIndex.h>
 #include <setup/state/KJsonLine.h>
+#include <setup/state/LinePieces.h>
 
 #include <algorithm>
 #include <array>
@@ -150,7 +151,7 @@ bool KBackupEntry::IsUntouched(const KBackupEntry& before) const noexcept {
            IsSameTime(statusChanged, before.statusChanged);
 }
 
-std::string ToText(const KBackupIndex& index) {
+KSYS::PieceSource ToPieces(const KBackupIndex& index) {
     KJsonLine head;
     head.Put("format", format);
     head.Put("formatVersion", formatVersion);
@@ -158,10 +159,7 @@ std::string ToText(const KBackupIndex& index) {
     if (index.hasCommands) {
         head.Put("commands", std::uint64_t{1});
     }
-    std::string text = head.ToText();
-    for (const auto& [path, entry] : index.entries) {
-        text += ToIndexLine(path, entry).ToText();
-    }
+    std::string last;
     for (const KServiceBefore& service : index.services) {
         KJsonLine line;
         line.Put("service", service.name);
@@ -171,11 +169,13 @@ std::string ToText(const KBackupIndex& index) {
         if (service.isInstalled) {
             line.Put("installed", std::uint64_t{1});
         }
-        text += line.ToText();
+        last += line.ToText();
     }
     KJsonLine end;
     end.Put("entries", std::uint64_t{index.entries.size()});
-    return text + end.ToText();
+    last += end.ToText();
+    const auto toLine = [](const auto& one) { return ToIndexLine(one.first, one.second).ToText(); };
+    return LinePieces(head.ToText(), index.entries, toLine, std::move(last));
 }
 
 KBackupIndex ToBackupIndex(const std::string& text) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <sys/files/DirectoryEntry.h>
 #include <sys/types.h>
 
 namespace KSETUP {
@@ -60,7 +61,10 @@ struct KBackupIndex {
     std::vector<KServiceBefore> services;
 };
 
-std::string ToText(const KBackupIndex& index);
+/// Its text, some lines at a time.
+///
+/// Lifetime   borrows it
+KSYS::PieceSource ToPieces(const KBackupIndex& index);
 /// Throws   std::invalid_argument when it is no complete index
 KBackupIndex ToBackupIndex(const std::string& text);
 

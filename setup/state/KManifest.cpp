@@ -4,6 +4,7 @@
 #include <setup/files/PathText.h>
 #include <setup/state/KJsonLine.h>
 #include <setup/state/KManifest.h>
+#include <setup/state/LinePieces.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -19,7 +20,6 @@ constexpr const char* manifestName = "manifest";
 constexpr const char* manifestFormat = "ins++ manifest";
 constexpr std::uint64_t manifestVersion = 1;
 constexpr unsigned keptBits = 07777;
-constexpr std::size_t bytesAtOnce = std::size_t{64} << 10U;
 
 EntryKind ToEntryKind(const std::string& word) {
     for (const EntryKind kind : {EntryKind::File, EntryKind::Directory, EntryKind::Link}) {
@@ -207,20 +207,9 @@ void KManifest::Write(const std::string& serviceName, const std::string& base) c
     }
     KJsonLine end;
     end.Put("entries", std::uint64_t{entries.size()});
-    std::string first = head.ToText();
-    std::string last = end.ToText();
-    std::string piece;
-    auto at = entries.begin();
-    KPrivateDirectory(base, serviceName).WriteDurably(manifestName, [&] {
-        piece = std::exchange(first, {});
-        for (; at != entries.end() && piece.size() < bytesAtOnce; ++at) {
-            piece += EntryLine(at->first, at->second);
-        }
-        if (at == entries.end()) {
-            piece += std::exchange(last, {});
-        }
-        return std::string_view(piece);
-    });
+    const auto toLine = [](const auto& one) { return EntryLine(one.first, one.second); };
+    KPrivateDirectory(base, serviceName)
+        .WriteDurably(manifestName, LinePieces(head.ToText(), entries, toLine, end.ToText()));
 }
 
 void KManifest::ParseHead(const KJsonLine& line) {

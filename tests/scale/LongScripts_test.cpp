@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Ten times the script is to take about ten times the work: a kit of a stranger's is checked before
-// anything else is known of it.
+// anything else is known of it. And a plan of as many files is told.
 #include "../unit/setup/check/GivenKit.h"
+
+#include <setup/text/KText.h>
 
 #include <algorithm>
 #include <ctime>
@@ -109,32 +111,52 @@ double TimeNow() {
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
-class LongScriptsTest : public KTEST::GivenKit, public ::testing::WithParamInterface<ScriptShape> {
-  protected:
-    /// The least of some tries.
-    double TimeOf(int count, int tries) {
-        Script(GetParam().make(count));
-        double least = 1e9;
-        for (int index = 0; index < tries; ++index) {
-            const double begin = TimeNow();
-            static_cast<void>(Check());
-            least = std::min(least, TimeNow() - begin);
-        }
-        return least;
+/// The least of some tries.
+double LeastTime(int tries, const std::function<void()>& work) {
+    double least = 1e9;
+    for (int index = 0; index < tries; ++index) {
+        const double begin = TimeNow();
+        work();
+        least = std::min(least, TimeNow() - begin);
     }
-};
+    return least;
+}
 
-TEST_P(LongScriptsTest, AreCheckedInTimeThatGrowsAsTheyDo) {
+/// `timeOf` a number of things, and of how many tries.
+void ExpectLinear(
+    const std::string& name, int count, const std::function<double(int, int)>& timeOf
+) {
     constexpr double most = 15;
-    const int count = GetParam().lines;
     // A machine that others use can only make it slower: what grows as it should does so once.
     double ratio = most;
     for (int tries = 0; tries < 3 && ratio >= most; ++tries) {
-        ratio = TimeOf(count * 10, 1) / TimeOf(count, 3);
-        std::cout << GetParam().name << ": ten times the script, " << ratio << " times the time\n";
+        ratio = timeOf(count * 10, 1) / timeOf(count, 3);
+        std::cout << name << ": ten times as much, " << ratio << " times the time\n";
     }
     EXPECT_LT(ratio, most);
 }
+
+class LongScriptsTest : public KTEST::GivenKit,
+                        public ::testing::WithParamInterface<ScriptShape> {};
+
+TEST_P(LongScriptsTest, AreCheckedInTimeThatGrowsAsTheyDo) {
+    ExpectLinear(GetParam().name, GetParam().lines, [&](int count, int tries) {
+        Script(GetParam().make(count));
+        return LeastTime(tries, [&] { static_cast<void>(Check()); });
+    });
+}
 INSTANTIATE_TEST_SUITE_P(Shapes, LongScriptsTest, ::testing::ValuesIn(shapes), KTEST::NameOfRow());
+
+TEST(LongTextTest, IsPutTogetherInTimeThatGrowsAsItDoes) {
+    ExpectLinear("LongText", 5000, [](int count, int tries) {
+        return LeastTime(tries, [&] {
+            KSETUP::KText all;
+            for (int index = 0; index < count; ++index) {
+                all += KSETUP::KText("  copy /opt/svc/" + Number(index) + "\n");
+            }
+            EXPECT_EQ(all.English().size(), static_cast<std::size_t>(count) * 23);
+        });
+    });
+}
 
 } // namespace
