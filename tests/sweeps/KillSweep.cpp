@@ -12,6 +12,13 @@ namespace KSWEEP {
 
 namespace {
 
+/// What was asked of the manager of services before the kill may still be on its way: it answers what
+/// comes by the bus in turn.
+void WaitForManager() {
+    Shell("busctl --timeout=20 call org.freedesktop.systemd1 /org/freedesktop/systemd1 "
+          "org.freedesktop.DBus.Peer Ping");
+}
+
 class KKillPoint {
   public:
     KKillPoint(const KSubject& itsSubject, const KWay& itsWay, const KBlow& itsBlow)
@@ -40,6 +47,7 @@ class KKillPoint {
     bool Kill() const {
         subject.GetMachine().PutBack(way.from);
         const KTracedEnd end = Trace(subject.Words(way.words), blow, ChangesFiles);
+        WaitForManager();
         return end.wasStruck && end.signal == SIGKILL;
     }
 
