@@ -20,7 +20,6 @@ namespace KTEST {
 namespace {
 
 constexpr unsigned longestStepSeconds = 60;
-constexpr const char* question = "[y/N] "; // keys are pressed behind one
 
 /// A file without a name, for one stream.
 class Stream {
@@ -109,6 +108,21 @@ std::vector<std::string> LinesOf(const std::string& bytes) {
     ::_exit(127);
 }
 
+/// Whether somebody waits for an answer: the line that stands open ends as questions do.
+bool Asks(const std::string& shown) {
+    return shown.ends_with(": ") || shown.ends_with("] ");
+}
+
+/// What is to be typed at each question, the keys Ctrl-C and Ctrl-D as "^C" and "^D".
+std::vector<std::string> AnswersIn(const std::string& keys) {
+    std::vector<std::string> answers;
+    std::istringstream stream(keys);
+    for (std::string line; std::getline(stream, line);) {
+        answers.push_back(line == "^C" ? "\x03" : line == "^D" ? "\x04" : line + "\n");
+    }
+    return answers;
+}
+
 int WaitFor(pid_t child) {
     int status = 0;
     // Processes that lost their parent come to this one; nobody asks how they ended.
@@ -153,15 +167,21 @@ RunShellOnTerminal(const std::string& text, const std::string& keys, unsigned co
     }
     TerminalScreen screen(columns);
     std::string shown;
-    bool isAnswered = keys.empty();
+    const std::vector<std::string> answers = AnswersIn(keys);
+    std::size_t answered = 0;
     char buffer[4096];
     // The last one who has the terminal open ends it.
-    for (ssize_t got = 0; (got = ::read(terminal, buffer, sizeof(buffer))) > 0;) {
+    for (ssize_t got = 1; got > 0 || (got < 0 && errno == EINTR);) {
+        got = ::read(terminal, buffer, sizeof(buffer));
+        if (got <= 0) {
+            continue;
+        }
         shown.append(buffer, static_cast<std::size_t>(got));
         screen.Write({buffer, static_cast<std::size_t>(got)});
-        if (!isAnswered && shown.find(question) != std::string::npos) {
-            isAnswered = true;
-            if (::write(terminal, keys.data(), keys.size()) < 0) {
+        if (answered < answers.size() && Asks(shown)) {
+            const std::string& answer = answers[answered++];
+            shown.clear();
+            if (::write(terminal, answer.data(), answer.size()) < 0) {
                 throw std::system_error(errno, std::generic_category(), "write to a terminal");
             }
         }

@@ -20,7 +20,7 @@ struct ShellOutcome {
 ShellOutcome RunShell(const std::string& text, const std::string& input);
 
 /// The same on a terminal of its own, of which `out` is what stands there at the end, standard error
-/// too, as TerminalScreen tells it. The keys are pressed once something is asked.
+/// too, as TerminalScreen tells it. Each line of keys is typed once something is asked.
 ///
 /// Throws   std::system_error
 ShellOutcome RunShellOnTerminal(const std::string& text, const std::string& keys, unsigned columns);
