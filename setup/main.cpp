@@ -100,19 +100,16 @@ Unpack(const KSetupArguments& arguments, KSYS::KStopSignals& signals) {
 /// A run takes note of signals from its first step on; one that is stopped before its first change
 /// answers with the signal.
 int RunOnMachine(
-    const KSetupArguments& arguments,
-    const char* command,
-    void (*run)(const KSETUP::KRunContext& context)
+    KSetupArguments& arguments, const char* command, void (*run)(const KSETUP::KRunContext& context)
 ) {
     return Tell(arguments, command, [&](KSETUP::KReporter& reporter, KRunReport& report) {
-        KSETUP::RequireRoot(); // said before anything is wrong with the kit
-        KSETUP::TakeValues(
-            arguments.values, arguments.words
-        ); // before signals are held: somebody may type them
+        KSETUP::RequireRoot();         // said before anything is wrong with the kit
+        KSETUP::TakeValues(arguments); // before signals are held: somebody may type them
         KSYS::KStopSignals signals;
         try {
             const auto unpacked = Unpack(arguments, signals);
             const KSETUP::KSetupKit kit(unpacked ? unpacked->GetKitDirectory() : KitOf(arguments));
+            KSETUP::UseValues(arguments, kit.GetValues());
             report.product = KSETUP::KSetupKit::GetProductName().c_str();
             const auto bundle = unpacked ? std::optional(unpacked->GetSigned()) : std::nullopt;
             run({kit, arguments, reporter, signals, report, bundle});
@@ -127,7 +124,7 @@ int RunOnMachine(
     });
 }
 
-int Run(const KSetupArguments& arguments) {
+int Run(KSetupArguments& arguments) {
     switch (arguments.command) {
     case Command::Install:
         return RunOnMachine(arguments, "install", &KSETUP::Install);

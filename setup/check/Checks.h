@@ -84,6 +84,10 @@ Findings LeftRecordLinks(const KCheckContext& context);
 Findings SystemDeletions(const KCheckContext& context);
 Findings LeftBehind(const KCheckContext& context);
 
+// Values that the kit declares. ValueChecks.cpp
+Findings WrongValueUses(const KCheckContext& context);
+Findings UnusedValues(const KCheckContext& context);
+
 // What a removal without the kit lacks. KeepChecks.cpp
 Findings FilesNotKept(const KCheckContext& context);
 

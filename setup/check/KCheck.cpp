@@ -2,6 +2,7 @@
 #include <setup/check/Checks.h>
 #include <setup/check/KCheck.h>
 #include <setup/check/Suppressions.h>
+#include <setup/plan/ValueMacros.h>
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
@@ -51,12 +52,14 @@ constexpr std::array table = std::to_array<Check>({
     {"invalid-rule", error, Checks::InvalidRules},
     {"mode-of-nothing", error, Checks::ModesOfNothing},
     {"copied-set-id", error, Checks::CopiedSetIds},
+    {"value-use", error, Checks::WrongValueUses},
     {"overwritten-configuration", warning, Checks::OverwrittenConfigurations},
     {"blank-after-comma", warning, Checks::BlanksAfterCommas},
     {"macro-value", warning, Checks::MacroValues},
     {"copy-to-root", warning, Checks::CopiesToRoot},
     {"unquoted-macro", warning, Checks::UnquotedMacros},
     {"secret", warning, Checks::Secrets},
+    {"unused-value", warning, Checks::UnusedValues},
     {"not-removed", warning, Checks::LeftBehind},
     {"not-kept", warning, Checks::FilesNotKept},
     {"missing-directory", warning, Checks::MissingDirectories},
@@ -165,6 +168,13 @@ std::size_t KCheckResult::Count(KSeverity severity) const noexcept {
 }
 
 KCheckResult CheckKit(const KSetupKit& kit, const std::string& productPath) {
+    KValueTexts standards;
+    for (const KDeclaredValue& value : kit.GetValues()) {
+        if (value.standard || value.isSecret) { // a secret is asterisks
+            standards.emplace(value.name, value.standard.value_or(""));
+        }
+    }
+    SetValueMacros(kit.GetValues(), standards);
     return Run(KCheckContext(kit, productPath, std::make_shared<KDiskView>()), warning);
 }
 

@@ -76,6 +76,11 @@ std::string KCheckContext::ChooseProductPath(const std::string& givenPath) {
                                                       KINS::Names::defaultProductPath
                                                   ));
     macros.SetProductPath(path);
+    std::vector<std::string> names;
+    for (const KDeclaredValue& value : kit.GetValues()) {
+        names.push_back(value.name);
+    }
+    macros.AddNames(std::move(names));
     return path;
 }
 

@@ -42,6 +42,7 @@ class KCheckContext {
     KCheckContext(const KCheckContext&) = delete;
     KCheckContext& operator=(const KCheckContext&) = delete;
 
+    const std::vector<KDeclaredValue>& GetValues() const noexcept { return kit.GetValues(); }
     const std::string& GetKitDirectory() const noexcept { return kit.GetDirectory(); }
     const std::string& GetProductPath() const noexcept { return productPath; }
     bool IsProductPathGiven() const noexcept { return productPathIsGiven; }

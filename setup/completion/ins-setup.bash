@@ -7,7 +7,7 @@ _ins_setup_options() { # COMMAND
     run+=' --offline-services --allow-conflicts --color --root'
     case $1 in
     install)
-        run+=' --addProfileLine --values --reinstall --no-check --allow-downgrade --start-services --rollback'
+        run+=' --addProfileLine --values --reinstall --no-check --allow-downgrade --start-services --rollback --yes -y'
         echo "$run --allow-unsigned"
         ;;
     remove) echo "$run --yes -y --purge --allow-unsigned" ;;

@@ -81,6 +81,17 @@ void RefuseMistakes(const KScript& productData) {
     }
 }
 
+std::vector<KDeclaredValue> DeclaredIn(const KScript& productData, const KSUP::KString& script) {
+    std::vector<KDeclaredValue> values = ReadDeclaredValues(productData);
+    if (!values.empty()) {
+        for (const KValueUse& use : FindValueUses(KScript(script), values)) {
+            KDeclaredValue& used = values[static_cast<std::size_t>(use.value - values.data())];
+            used.isOptionOnly = used.isOptionOnly && use.isOption;
+        }
+    }
+    return values;
+}
+
 } // namespace
 
 KSetupKit::KSetupKit(const std::string& givenDirectory, Mistakes mistakes)
@@ -100,6 +111,7 @@ KSetupKit::KSetupKit(const std::string& givenDirectory, Mistakes mistakes)
         );
     }
     KSUP::KUtil::SetPathMap(sourceRoot, KSUP::KUtil::AppendPathSep(directory, "/"));
+    values = DeclaredIn(productData, script);
 }
 
 std::string KSetupKit::ChooseDirectory(const std::string& given) {

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/kit/DeclaredValues.h>
 #include <sup++/KString.h>
 
 #include <string>
+#include <vector>
 
 namespace KSETUP {
 
@@ -32,12 +34,15 @@ class KSetupKit {
     const std::string& GetDirectory() const noexcept { return directory; }
     /// The install script.
     const KSUP::KString& GetScript() const noexcept { return script; }
+    /// The values that an installation of it needs.
+    const std::vector<KDeclaredValue>& GetValues() const noexcept { return values; }
     /// The product's name, such as "DPS".
     static KSUP::KString GetProductName();
 
   private:
     std::string directory;
     KSUP::KString script;
+    std::vector<KDeclaredValue> values;
 };
 
 } // namespace KSETUP

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/kit/DeclaredValues.h>
 #include <setup/kit/ProductData.h>
 #include <setup/script/ScriptText.h>
 
@@ -84,9 +85,6 @@ class Search {
         for (const Key& key : keys) {
             LookAtValue(key, lines);
         }
-        std::stable_sort(found.begin(), found.end(), [](const auto& left, const auto& right) {
-            return left.line < right.line;
-        });
         return found;
     }
 
@@ -206,7 +204,14 @@ bool HasControlCharacter(std::string_view text) noexcept {
 }
 
 std::vector<KProductMistake> FindProductMistakes(const KScript& productData) {
-    return Search(productData).Find();
+    std::vector<KProductMistake> found = Search(productData).Find();
+    for (KProductMistake& one : FindValueMistakes(productData)) {
+        found.push_back(std::move(one));
+    }
+    std::stable_sort(found.begin(), found.end(), [](const auto& left, const auto& right) {
+        return left.line < right.line;
+    });
+    return found;
 }
 
 } // namespace KSETUP

@@ -20,7 +20,7 @@ struct KProductMistake {
 };
 
 /// What is wrong with a kit's product data: a section or key that is missing or misspelt, a value
-/// that is none. The libraries would take their defaults instead, and one product for another.
+/// that is none, a declaration of values (DeclaredValues.h). The libraries would take their defaults instead, and one product for another.
 /// In the order of the file.
 std::vector<KProductMistake> FindProductMistakes(const KScript& productData);
 

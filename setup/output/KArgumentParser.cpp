@@ -225,10 +225,11 @@ void KArgumentParser::AddInstall() {
         ->add_option(
             "--values",
             arguments.values,
-            Help("Write the options of an INI file into the configuration")
+            Help("Take the kit's values and options of the configuration from an INI file")
         )
         ->type_name("FILE")
         ->check(NotEmpty());
+    install->add_flag("-y,--yes", arguments.yes, Help("Do not ask"));
     install->add_flag(
         "--reinstall", arguments.reinstall, Help("Do it all again, also what is there already")
     );

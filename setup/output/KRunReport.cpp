@@ -40,6 +40,7 @@ KJsonObject ErrorOf(const KRunReport& report) {
     PutUnlessEmpty(error, "logEnd", report.logEnd);
     PutUnlessEmpty(error, "service", report.service);
     PutUnlessEmpty(error, "journal", report.journal);
+    PutUnlessEmpty(error, "missingValues", report.missingValues);
     return error;
 }
 

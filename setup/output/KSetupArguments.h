@@ -3,6 +3,8 @@
 
 #include <setup/output/TerminalColour.h>
 
+#include <array>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -40,7 +42,10 @@ struct KSetupArguments {
     std::string root; ///< the directory tree that is worked on as a machine; empty for this one
 
     std::vector<std::string> words; ///< the command line itself, the program's name first
-    std::string values; ///< the file of values for the configuration; "-" for standard input
+    std::string values;             ///< the file of values; "-" for standard input
+    /// What was read from it: section, key and value.
+    std::vector<std::array<std::string, 3>> valueOptions;
+    std::map<std::string, std::string> givenValues; ///< of the kit's, by their names
     KColourChoice colour = KColourChoice::Automatic;
     bool quiet = false;         ///< no progress; only failures are said
     bool json = false;          ///< one JSON object at the end instead of texts
@@ -59,7 +64,7 @@ struct KSetupArguments {
     bool purge = false;            ///< remove all that the script says, edited configuration too
     bool rollback = false;         ///< put back by itself when it fails or is stopped
     bool force = false;            ///< restore although files were edited since
-    bool yes = false;              ///< remove without being asked
+    bool yes = false;              ///< without being asked
     unsigned waitSeconds = 0;      ///< for another run to end
     bool verify = false;           ///< compare what is installed with what was
     bool strict = false;           ///< warnings of the check are errors

@@ -14,6 +14,7 @@
 #include <setup/plan/RunRefusals.h>
 #include <setup/plan/SameKit.h>
 #include <setup/plan/SharedPlace.h>
+#include <setup/plan/ValueMacros.h>
 #include <setup/script/KMacroContext.h>
 #include <setup/state/KInstalledRecord.h>
 #include <setup/state/KRunState.h>
@@ -26,12 +27,36 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 namespace KSETUP {
 
 namespace {
+
+/// The macros of the kit's values, as far as they are known without asking.
+///
+/// Returns  the values that an install needs besides
+std::vector<const KDeclaredValue*>
+KnowValues(const KSetupKit& kit, KMacroContext& macros, bool installs, bool isInstalled) {
+    const KValueTexts texts =
+        installs
+            ? FindKnownValues(kit, macros, {}, isInstalled, std::make_shared<KDiskView>()).texts
+            : FindRemovalValues(kit, macros.Expand("$serviceName$"));
+    SetValueMacros(kit.GetValues(), texts);
+    std::vector<std::string> names;
+    std::vector<const KDeclaredValue*> missing;
+    for (const KDeclaredValue& value : kit.GetValues()) {
+        names.push_back(value.name);
+        if (!texts.contains(value.name)) {
+            missing.push_back(&value);
+        }
+    }
+    macros.AddNames(std::move(names));
+    return missing;
+}
 
 /// Does the work of a question. With --json whoever asked gets an object also when it fails, and
 /// that is the end of it: a failure that went on from here would get an object of its own.
@@ -171,6 +196,8 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     KMacroContext macros(InstalledVersionText(record));
     const std::string path = ChooseProductPath(record, macros, script, arguments.productPath);
     macros.SetProductPath(path);
+    const std::vector<const KDeclaredValue*> missing =
+        KnowValues(kit, macros, installs, record.has_value());
     KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
     const bool isOffline = arguments.offlineServices && !IsSystemdRunning();
     const std::string service = macros.Expand("$serviceName$");
@@ -211,6 +238,13 @@ int Plan(const KSetupArguments& arguments, bool installs) {
             report.notes.push_back(std::move(there));
         }
     }
+    for (const KDeclaredValue* value : installs ? missing : decltype(missing)()) {
+        report.notes.push_back(Text(
+            "An install needs the value \"%s\" (%s): it asks for it, or takes it by --values.",
+            value->name,
+            value->text
+        ));
+    }
     if (KText shared = DescribeSharedPlace(ownership, path);
         !shared.empty() && !RunsPrograms(plan)) {
         report.notes.push_back(std::move(shared));
@@ -242,6 +276,7 @@ int RunMacros(const KSetupArguments& arguments) {
         const KScript script(kit.GetScript());
         KMacroContext macros(InstalledVersionText(record));
         macros.SetProductPath(ChooseProductPath(record, macros, script, arguments.productPath));
+        KnowValues(kit, macros, true, record.has_value());
         if (record && !record->IsSound()) {
             std::cerr << Printable(record->ToWords()) << std::endl;
         }

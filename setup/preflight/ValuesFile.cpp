@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include <sys/files/FileContent.h>
 #include <unistd.h>
@@ -100,6 +101,30 @@ KText WhyNoOption(std::string_view line, const std::string& section) {
                                                                               : "";
 }
 
+[[noreturn]] void
+RefuseUnknownValue(const std::string& name, const std::vector<std::string>& names) {
+    const std::string meant = FindMeant(name, names);
+    std::string all;
+    for (const std::string& one : names) {
+        all += (all.empty() ? "" : ", ") + one;
+    }
+    throw KSetupFailure(
+        ExitCode::usage,
+        meant.empty() ? Text(
+                            "--values: the kit has no value \"%s\". Its values are %s. Nothing was "
+                            "changed.",
+                            Printable(name),
+                            all
+                        )
+                      : Text(
+                            "--values: the kit has no value \"%s\". Write \"%s\". Nothing was "
+                            "changed.",
+                            Printable(name),
+                            meant
+                        )
+    );
+}
+
 } // namespace
 
 std::vector<KAddedOption> ParseValues(std::string_view text, const std::string& nameForErrors) {
@@ -131,12 +156,47 @@ std::vector<KAddedOption> ParseValues(std::string_view text, const std::string& 
     return options;
 }
 
-void TakeValues(const std::string& file, const std::vector<std::string>& words) {
+std::vector<KAddedOption> ReadValues(const std::string& file) {
     if (file == standardInput) {
-        AddOptions(ParseValues(ReadText(STDIN_FILENO, "standard input"), "standard input"), words);
-    } else if (!file.empty()) {
-        AddOptions(ParseValues(ReadPrivateFile(file), file), words);
+        return ParseValues(ReadText(STDIN_FILENO, "standard input"), "standard input");
     }
+    return file.empty() ? std::vector<KAddedOption>() : ParseValues(ReadPrivateFile(file), file);
+}
+
+void TakeValues(KSetupArguments& arguments) {
+    for (KAddedOption& one : ReadValues(arguments.values)) {
+        arguments.valueOptions.push_back(
+            {std::move(one.section), std::move(one.key), std::move(one.value)}
+        );
+    }
+    arguments.values.clear();
+}
+
+void UseValues(KSetupArguments& arguments, const std::vector<KDeclaredValue>& declared) {
+    std::vector<KAddedOption> others;
+    std::vector<std::string> names;
+    for (const KDeclaredValue& value : declared) {
+        names.push_back(value.name);
+    }
+    for (const auto& [section, key, text] : arguments.valueOptions) {
+        if (declared.empty() || section != valuesSection) {
+            others.push_back({section, key, text});
+            continue;
+        }
+        const auto known = std::find(names.begin(), names.end(), key);
+        if (known == names.end()) {
+            RefuseUnknownValue(key, names);
+        }
+        const KDeclaredValue& value = declared[static_cast<std::size_t>(known - names.begin())];
+        if (const KText why = WhyNotValue(value, text); !why.empty()) {
+            throw KSetupFailure(
+                ExitCode::usage,
+                Text("--values: the value \"%s\" is invalid: %s. Nothing was changed.", key, why)
+            );
+        }
+        arguments.givenValues.insert_or_assign(key, text);
+    }
+    AddOptions(others, arguments.words);
 }
 
 } // namespace KSETUP

@@ -101,8 +101,7 @@ void RequireShowable(const Shown& shown, const std::string& root) {
 
 Shown TakeAlong(KSetupArguments& arguments) {
     Shown shown;
-    TakeValues(arguments.values, arguments.words);
-    arguments.values.clear();
+    TakeValues(arguments);
     if (!arguments.bundle.empty()) {
         ShowBundle(arguments, shown);
     } else if (arguments.product.empty() && arguments.command != Command::List) {

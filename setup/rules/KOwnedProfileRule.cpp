@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <ins/KInstallRuleManagerBase.h>
 #include <setup/plan/AddedLines.h>
+#include <setup/plan/ValueMacros.h>
 #include <setup/rules/KOwnedFileRule.h>
 #include <setup/rules/KOwnedProfileRule.h>
 #include <setup/script/SecretNames.h>
@@ -43,7 +44,7 @@ void KOwnedProfileRule::ParseRule(const std::vector<KString>& fields) {
     constexpr std::size_t valueAt = 4;
     if (fields.size() > valueAt) {
         const KString name = ExpandMacros(fields[keyAt]);
-        if (IsAddedValue(fields[valueAt].c_str()) ||
+        if (IsAddedValue(fields[valueAt].c_str()) || HidesValue(fields[valueAt].c_str()) ||
             MayBeSecret(ExpandMacros(fields[sectionAt]).c_str(), name.c_str())) {
             maskedKey = name;
         }

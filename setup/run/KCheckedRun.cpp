@@ -14,21 +14,16 @@
 #include <setup/preflight/RunningPrograms.h>
 #include <setup/preflight/TrustedPlaces.h>
 #include <setup/run/KCheckedRun.h>
+#include <setup/run/KQuestion.h>
 #include <setup/run/PlannedPaths.h>
 #include <setup/script/SecretNames.h>
 #include <setup/state/StateDirectory.h>
 #include <sup++/SvcService.h>
 
 #include <filesystem>
-#include <iostream>
 #include <optional>
 #include <utility>
 #include <vector>
-
-#include <sys/files/FileCalls.h>
-#include <sys/files/KDescriptor.h>
-#include <sys/processes/Terminal.h>
-#include <unistd.h>
 
 namespace KSETUP {
 
@@ -271,16 +266,13 @@ bool IsYes(const std::optional<std::string>& answer) {
 
 } // namespace
 
-/// Only where somebody sits: a run that nobody watches is never held up. Who watches through a pipe
-/// is asked all the same, on the terminal itself.
 void KCheckedRun::AskBeforeRemoval() const {
     const KRunContext& context = GetContext();
-    if (context.arguments.yes || !context.reporter.IsText() || !KSYS::IsTerminal(STDIN_FILENO)) {
+    const KQuestion asking(context);
+    if (!asking.IsWanted()) {
         return;
     }
-    KSYS::KDescriptor opened;
-    const bool isTerminalsOwn = KSYS::OpenControllingTerminal(opened) == 0;
-    if (!isTerminalsOwn && !KSYS::IsTerminal(STDOUT_FILENO)) {
+    if (!asking.CanAsk()) {
         throw KSetupFailure(
             ExitCode::usage,
             Text(
@@ -300,18 +292,7 @@ void KCheckedRun::AskBeforeRemoval() const {
             : Text(
                   "%sRemove %s from %s in %s? [y/N] ", what, product, path, Printable(report.root)
               );
-    const int asked = isTerminalsOwn ? opened.Get() : STDOUT_FILENO;
-    std::cout << std::flush; // in the order in which things happened
-    // One that goes away now ends the answer, too.
-    static_cast<void>(
-        KSYS::WriteAll(asked, question.Translated().data(), question.Translated().size())
-    );
-    const std::optional<std::string> answer =
-        context.signals.ReadLine(isTerminalsOwn ? opened.Get() : STDIN_FILENO);
-    if (!answer) { // the end of the line that nobody wrote
-        static_cast<void>(KSYS::WriteAll(asked, "\n", 1));
-    }
-    if (!IsYes(answer)) {
+    if (!IsYes(asking.Ask(question))) {
         throw KSetupStop(Text("Nothing was removed."));
     }
 }

@@ -4,6 +4,7 @@
 #include <setup/plan/ProductPath.h>
 #include <setup/plan/RunRefusals.h>
 #include <setup/preflight/Preflight.h>
+#include <setup/run/InstallValues.h>
 #include <setup/run/KPlannedRun.h>
 #include <setup/script/KScript.h>
 #include <sup++/SvcData.h>
@@ -63,6 +64,9 @@ KPlannedRun::KPlannedRun(const KTrustedKit& trusted, Action what, const std::str
     productPath = ChooseProductPath(locked.GetRecord(), macros, script, wantedPath);
     context.report.productPath = productPath;
     macros.SetProductPath(productPath);
+    values = Installs() ? FindInstallValues(locked, view)
+                        : FindRemovalValues(context.kit, locked.GetService());
+    SetValueMacros(context.kit.GetValues(), values);
     KPlannedTree tree(KPlannedTree::Below::Disk, context.kit.GetDirectory(), view);
     const char* section = Installs() ? KINS::Names::installSection : KINS::Names::removeSection;
     policy = std::make_unique<KChangePolicy>(

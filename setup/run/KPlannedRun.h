@@ -4,6 +4,7 @@
 #include <setup/files/KFileDigest.h>
 #include <setup/plan/KDiskView.h>
 #include <setup/plan/KPlan.h>
+#include <setup/plan/ValueMacros.h>
 #include <setup/run/KTrustedKit.h>
 #include <setup/state/KRunState.h>
 
@@ -23,8 +24,8 @@ class KPlannedRun {
     using Action = KRunDescription::Action;
 
     /// Throws   KSetupFailure for a kit that others can change, whose seal is broken or whose version
-    ///          is older than the installed one, and for a path that is none of a product's;
-    ///          KSetupStop while the seal is checked
+    ///          is older than the installed one, for values that are missing, and for a path that is none of a product's;
+    ///          KSetupStop while the seal is checked, or values are asked for
     static KPlannedRun OfInstall(const KTrustedKit& kit);
     /// Nothing when there is nothing to remove: no product, and no run that was interrupted.
     ///
@@ -42,6 +43,8 @@ class KPlannedRun {
     const KChangePolicy& GetPolicy() const noexcept { return *policy; }
     /// What the disk showed the plan, for further looks before the first change.
     const std::shared_ptr<KDiskView>& GetView() const noexcept { return view; }
+    /// Those of the kit's values that are known, the secrets too.
+    const KValueTexts& GetValues() const noexcept { return values; }
     /// The digests of the kit's files, where its seal was read; once.
     KDigests TakeSealed() noexcept { return std::move(sealed); }
 
@@ -53,6 +56,7 @@ class KPlannedRun {
     Action action;
     KDigests sealed;
     std::string productPath;
+    KValueTexts values;
     std::shared_ptr<KDiskView> view = std::make_shared<KDiskView>();
     std::unique_ptr<KChangePolicy> policy;
     std::unique_ptr<KPlan> plan;

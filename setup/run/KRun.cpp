@@ -175,6 +175,7 @@ KRun::KRun(KCheckedRun&& checkedRun)
     context.reporter.Start(report);
     NoteWhatMayGo();
     Remember();
+    RevealSecrets(context.kit.GetValues(), GetPlanned().GetValues());
     begun = std::chrono::system_clock::now();
     begunAt = std::chrono::steady_clock::now();
     StartRules();

@@ -36,7 +36,7 @@ bool KSameInstall::IsForTheSamePlace() const {
     const KSetupArguments& arguments = product.GetContext().arguments;
     const auto& record = product.GetRecord();
     return record && record->IsSound() && !product.GetInterrupted() && !arguments.reinstall &&
-           ReadAddedLines().empty() &&
+           ReadAddedLines().empty() && arguments.givenValues.empty() &&
            (arguments.productPath.empty() ||
             NormalPath(arguments.productPath) == NormalPath(record->path));
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <ins/Names.h>
 #include <setup/plan/KeptFiles.h>
+#include <setup/plan/ValueMacros.h>
 #include <setup/run/KeepKit.h>
 #include <setup/script/KMacroContext.h>
 #include <setup/script/KScript.h>
@@ -17,11 +18,17 @@ void KeepKit(
     macros.SetProductPath(planned.GetProductPath());
     KPlannedTree tree(KPlannedTree::Below::Kit, kit.GetDirectory());
     const KPlan plan(script, KINS::Names::removeSection, macros.GetExpander(), tree);
+    const std::string values = KeptValuesText(kit.GetValues(), planned.GetValues());
+    std::map<std::string, std::string> further;
+    if (!values.empty()) {
+        further.emplace(keptValuesFile, values);
+    }
     KKeptKit::Write(
         planned.GetProduct().GetService(),
         kit.GetDirectory(),
         FindKeptFiles(plan, kit.GetDirectory()).files,
-        sealed
+        sealed,
+        further
     );
 }
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 namespace KSETUP {
 
@@ -41,7 +42,12 @@ std::string KMacroContext::ProposePath(const KScript& script) const {
 bool KMacroContext::IsKnown(const std::string& name) const {
     const std::string text = "$" + name + "$";
     static const std::vector<std::string> names = GetNames(); // the same in each run
-    return std::find(names.begin(), names.end(), name) != names.end() || Expand(text) != text;
+    return std::find(names.begin(), names.end(), name) != names.end() ||
+           std::find(added.begin(), added.end(), name) != added.end() || Expand(text) != text;
+}
+
+void KMacroContext::AddNames(std::vector<std::string> further) {
+    added = std::move(further);
 }
 
 std::vector<std::string> KMacroContext::GetNames() {
@@ -57,6 +63,13 @@ std::vector<std::pair<std::string, std::string>> KMacroContext::List() const {
     for (const std::string& name : GetNames()) {
         const std::string text = "$" + name + "$";
         if (std::string value = Expand(text); value != text) {
+            known.emplace_back(name, std::move(value));
+        }
+    }
+    for (const std::string& name : added) {
+        const std::string text = "$" + name + "$";
+        // Once more: a value may be behind another macro (ValueMacros.h).
+        if (std::string value = Expand(Expand(text)); value != text) {
             known.emplace_back(name, std::move(value));
         }
     }

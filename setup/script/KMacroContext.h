@@ -35,17 +35,21 @@ class KMacroContext {
     /// Where the kit's script would install to for the first time: its default path, expanded.
     std::string ProposePath(const KScript& script) const;
 
+    /// Makes further macros known, also while they have no value: those that the kit declares.
+    void AddNames(std::vector<std::string> further);
+
     /// Whether the engine knows a macro of that name, without dollars, though perhaps only at times.
     bool IsKnown(const std::string& name) const;
     /// The names of all macros that the engine can know, sorted.
     static std::vector<std::string> GetNames();
 
-    /// Every macro that has a value, with it, sorted by name.
+    /// Every macro that has a value, with it: the engine's sorted by name, then those that were added.
     std::vector<std::pair<std::string, std::string>> List() const;
 
   private:
     KINS::KInstaller installer; // never initialised: it only answers
     KINS::KInstallPathManager paths;
+    std::vector<std::string> added; // names of macros
 };
 
 } // namespace KSETUP

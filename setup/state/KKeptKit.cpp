@@ -98,6 +98,7 @@ void KKeptKit::Write(
     const std::string& kitDirectory,
     const std::set<std::string>& files,
     const KDigests& sealed,
+    const std::map<std::string, std::string>& further,
     const std::string& base
 ) {
     const KPrivateDirectory directory(base, serviceName);
@@ -111,6 +112,9 @@ void KKeptKit::Write(
         const std::string source = (fs::path(kitDirectory) / file).string();
         CopyBytes(source, target);
         RequireSealed(target.string(), source, sealed);
+    }
+    for (const auto& [name, text] : further) {
+        made.WriteDurably(name, text);
     }
     Require(KSYS::FlushFileSystem(made.Get()), Text("cannot flush %s", made.GetPath()));
     PutInPlace(directory);

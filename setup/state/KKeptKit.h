@@ -4,6 +4,7 @@
 #include <setup/files/KFileDigest.h>
 #include <setup/state/StateDirectory.h>
 
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -20,7 +21,8 @@ class KKeptKit {
   public:
     /// Keeps `files`, by their paths in the kit, with product.ini and install.ini. What a crash
     /// leaves is the former kept kit or the new one; it is on the disk when this returns. Of a sealed
-    /// kit, whose digests are `sealed` by their paths, it keeps what was sealed.
+    /// kit, whose digests are `sealed` by their paths, it keeps what was sealed. `further` are texts by the
+    /// names of files, for root's eyes, that are kept with it.
     ///
     /// Throws   KSetupFailure, the former kept kit being there still
     static void Write(
@@ -28,6 +30,7 @@ class KKeptKit {
         const std::string& kitDirectory,
         const std::set<std::string>& files,
         const KDigests& sealed = {},
+        const std::map<std::string, std::string>& further = {},
         const std::string& base = stateBaseDirectory
     );
     /// Its directory; nothing when no kit is kept.

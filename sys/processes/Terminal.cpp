@@ -7,6 +7,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/processes/Terminal.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace KSYS {
@@ -37,6 +38,26 @@ std::size_t CellsOf(const char* letter, std::size_t bytes) noexcept {
 unsigned OpenControllingTerminal(KDescriptor& opened) noexcept {
     opened.Reset(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY));
     return opened.IsOpen() ? 0 : static_cast<unsigned>(errno);
+}
+
+KHiddenInput::KHiddenInput(int descriptor) noexcept {
+    termios modes{};
+    if (::tcgetattr(descriptor, &modes) != 0) {
+        return;
+    }
+    formerModes = modes.c_lflag;
+    modes.c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHOE | ECHOK | ECHONL);
+    if (::tcsetattr(descriptor, TCSANOW, &modes) == 0) {
+        terminal = descriptor;
+    }
+}
+
+KHiddenInput::~KHiddenInput() {
+    termios modes{};
+    if (terminal >= 0 && ::tcgetattr(terminal, &modes) == 0) {
+        modes.c_lflag = formerModes;
+        ::tcsetattr(terminal, TCSANOW, &modes); // one that is gone shows nothing anyway
+    }
 }
 
 bool IsReaderGone(int descriptor) noexcept {

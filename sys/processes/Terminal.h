@@ -21,6 +21,23 @@ std::size_t CellsOf(const char* letter, std::size_t bytes) noexcept;
 /// streams are led to. Returns the error number, ENXIO where there is none.
 unsigned OpenControllingTerminal(KDescriptor& opened) noexcept;
 
+/// Keeps a terminal from showing what is typed, until the end of its life; does nothing for what is none.
+/// Whoever types ahead of the question is shown what it is.
+class KHiddenInput {
+  public:
+    explicit KHiddenInput(int descriptor) noexcept;
+    ~KHiddenInput();
+    KHiddenInput(const KHiddenInput&) = delete;
+    KHiddenInput& operator=(const KHiddenInput&) = delete;
+
+    /// Whether it is hidden.
+    bool IsHidden() const noexcept { return terminal >= 0; }
+
+  private:
+    int terminal = -1; // borrowed
+    unsigned formerModes = 0;
+};
+
 /// Whether the reader of a pipe went away, as `head` does once it has what it wants.
 bool IsReaderGone(int descriptor) noexcept;
 

@@ -26,7 +26,7 @@ class KKeptKitTest : public ::testing::Test {
     }
 
     void Write(const std::set<std::string>& files) {
-        KKeptKit::Write("svc", tree.Path("kit"), files, {}, tree.Path("base"));
+        KKeptKit::Write("svc", tree.Path("kit"), files, {}, {}, tree.Path("base"));
     }
 
     KTEST::TemporaryTree tree;
@@ -60,7 +60,7 @@ TEST_F(KKeptKitTest, TheFormerOneStaysWhereAFileIsMissing) {
 
 TEST_F(KKeptKitTest, CanBeWrittenFromItself) {
     Write({"other"});
-    KKeptKit::Write("svc", tree.Path("base/svc/kit"), {"other"}, {}, tree.Path("base"));
+    KKeptKit::Write("svc", tree.Path("base/svc/kit"), {"other"}, {}, {}, tree.Path("base"));
     EXPECT_TRUE(tree.Exists("base/svc/kit/other"));
 }
 
@@ -88,13 +88,13 @@ TEST_F(KKeptKitTest, OfASealedKitOnlyWhatWasSealedIsKept) {
         sealed[tree.Path("kit/") + name] = KSETUP::DigestFile(tree.Path("kit/") + name);
     }
     const auto keep = [&] {
-        KKeptKit::Write("svc", tree.Path("kit"), {"lib/off.sh"}, sealed, tree.Path("base"));
+        KKeptKit::Write("svc", tree.Path("kit"), {"lib/off.sh"}, sealed, {}, tree.Path("base"));
     };
     keep();
     tree.Write("kit/lib/off.sh", "exchanged");
     EXPECT_THROW(keep(), KSETUP::KSetupFailure);
     EXPECT_EQ(tree.Read("base/svc/kit/lib/off.sh"), "lib/off.sh");
-    KKeptKit::Write("svc", tree.Path("kit"), {"lib/off.sh"}, {}, tree.Path("base"));
+    KKeptKit::Write("svc", tree.Path("kit"), {"lib/off.sh"}, {}, {}, tree.Path("base"));
     EXPECT_EQ(tree.Read("base/svc/kit/lib/off.sh"), "exchanged") << "the attack without a seal";
 }
 
