@@ -47,6 +47,16 @@ void PrintJournal(const KRunReport& report) {
               << "\n";
 }
 
+/// Nor does an exit code of a command's.
+void PrintCommandEnd(const KRunReport& report) {
+    if (!report.commandEnd.empty()) {
+        std::cerr << Text("What the command wrote ends with") << "\n";
+    }
+    for (const std::string& line : report.commandEnd) {
+        std::cerr << "    " << Printable(line) << "\n";
+    }
+}
+
 void PrintLog(std::ostream& out, const KRunReport& report) {
     out << Text("Log: %s", Printable(report.log)) << "\n";
 }
@@ -387,6 +397,7 @@ void KReporter::PrintTrouble(const KRunReport& report) const {
         out << Printable(report.error) << "\n";
         if (!report.rule.empty()) {
             out << Text("Rule: %s: %s", Printable(report.place), Printable(report.rule)) << "\n";
+            PrintCommandEnd(report);
         }
         PrintJournal(report);
         PrintLogEnd(report);

@@ -37,6 +37,7 @@ KJsonObject ErrorOf(const KRunReport& report) {
     error.Put("text", report.error);
     PutUnlessEmpty(error, "place", report.place);
     PutUnlessEmpty(error, "rule", report.rule);
+    PutUnlessEmpty(error, "commandEnd", report.commandEnd);
     PutUnlessEmpty(error, "logEnd", report.logEnd);
     PutUnlessEmpty(error, "service", report.service);
     PutUnlessEmpty(error, "journal", report.journal);

@@ -83,15 +83,16 @@ struct KRunReport {
     double seconds = 0;    ///< from its first rule on
     bool wasNewer = false; ///< what was installed before
 
-    unsigned errorCode = 0;           ///< of the engine's error; 0 for none
-    KText error;                      ///< in words; of a refusal too
-    std::string place;                ///< of the failed rule, as "/kit/install.ini:12"
-    std::string rule;                 ///< the failed rule's line
-    std::string log;                  ///< the setup log's path; empty when there is none yet
-    std::vector<std::string> logEnd;  ///< its last lines, without their time
-    std::string service;              ///< that failed; empty for none
-    std::vector<std::string> journal; ///< its last lines there, of this run
-    std::string commandOutput;        ///< where commands wrote to; empty when they wrote nothing
+    unsigned errorCode = 0;              ///< of the engine's error; 0 for none
+    KText error;                         ///< in words; of a refusal too
+    std::string place;                   ///< of the failed rule, as "/kit/install.ini:12"
+    std::string rule;                    ///< the failed rule's line
+    std::string log;                     ///< the setup log's path; empty when there is none yet
+    std::vector<std::string> logEnd;     ///< its last lines, without their time
+    std::vector<std::string> commandEnd; ///< last lines of what the failed command wrote
+    std::string service;                 ///< that failed; empty for none
+    std::vector<std::string> journal;    ///< its last lines there, of this run
+    std::string commandOutput;           ///< where commands wrote to; empty when they wrote nothing
     std::vector<std::string> missingValues; ///< the names of those that an install needs
     std::vector<KText> notes;               ///< further sentences for the reader
     std::vector<std::string> running;       ///< programs that ran when their files were to go

@@ -161,6 +161,7 @@ KRun::KRun(KCheckedRun&& checkedRun)
     installer.SetRunListener([this](const KRunEvent& event) {
         if (event.kind == KRunEvent::Kind::RuleStarted) {
             state->SetRule(event.rule + 1);
+            commandOutput.BeginRule();
         }
         RequireSealed(event);
         watch->Take(event);

@@ -13,6 +13,7 @@
 #include <setup/run/RunFailure.h>
 #include <setup/state/KPinnedKey.h>
 #include <setup/state/StateDirectory.h>
+#include <sup++/KErrorCode.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KFileBase.h>
 #include <sup++/SvcFile.h>
@@ -302,6 +303,8 @@ void KRun::FillError(const KSUP::KError& error) {
         report.ruleAtWork = report.rulesDone + 1;
         if (error.GetKind() == KSUP::KErrorKind::Service) {
             FillService(*rule);
+        } else if (error.GetCode() == KSUP::ErrorCode::processFailed) {
+            report.commandEnd = commandOutput.ReadRuleEnd();
         }
     } else if (!isSealBroken) {
         report.notes.emplace_back(

@@ -109,6 +109,15 @@ TEST_F(KReporterTest, AFailureIsToldOnStandardErrorWithoutControlCharacters) {
     );
 }
 
+TEST_F(KReporterTest, WhatAFailedCommandWroteIsToldWithoutControlCharacters) {
+    GivenFailure();
+    report.commandEnd = {"one", "\x1b]0;two"};
+    Tell();
+    EXPECT_THAT(
+        err, HasSubstr("a,b,c\nWhat the command wrote ends with\n    one\n    ?]0;two\nLog: ")
+    );
+}
+
 TEST_F(KReporterTest, AFailureWithoutANumberHasNone) {
     GivenFailure();
     report.errorCode = 0;

@@ -41,6 +41,8 @@ TEST(KRunReportTest, EverythingHasItsPlace) {
     report.place = "/kit/install.ini:12";
     report.rule = "file=copy,a,b,c";
     report.log = "/var/log/DPS Setup Log.txt";
+    report.commandEnd = {"said"};
+    report.missingValues = {"port"};
     report.logEnd = {"one", "two"};
     report.commandOutput = "/var/log/DPS Setup Commands.txt";
     report.notes = {"a note"};
@@ -54,6 +56,7 @@ TEST(KRunReportTest, EverythingHasItsPlace) {
         "productPath": "/opt/dps", "rules": {"done": 3, "all": 7},
         "error": {"code": 28, "text": "cannot write /opt/dps/a: No space left on device",
                   "place": "/kit/install.ini:12", "rule": "file=copy,a,b,c",
+                  "commandEnd": ["said"], "missingValues": ["port"],
                   "logEnd": ["one", "two"]},
         "log": "/var/log/DPS Setup Log.txt",
         "commandOutput": "/var/log/DPS Setup Commands.txt",
