@@ -6,6 +6,8 @@
 #include "Calls.h"
 #include "Difference.h"
 #include "JsonLines.h"
+#include "Marks.h"
+#include "ScreensStep.h"
 #include "SetupWorld.h"
 #include "ShellStep.h"
 
@@ -165,8 +167,6 @@ class Step {
         Lines actual{};
     };
 
-    std::string WithMarks(std::string line) const;
-
     const CaseFile& file;
     const CaseSection& heading;
     Part parts[5] = {{"exit"}, {"out"}, {"err"}, {"log"}, {"changes"}};
@@ -187,16 +187,6 @@ bool Step::Take(const CaseSection& section) {
         }
     }
     return false;
-}
-
-std::string Step::WithMarks(std::string line) const {
-    static const std::regex version("ins-setup [0-9]+\\.[0-9]+\\.[0-9]+");
-    static const std::regex seconds("in [0-9]+\\.[0-9] s\\b");
-    static const std::regex time("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:.]+Z");
-    line = Replaced(line, SvcGetGlobalDataEx()->architecture, "@ARCH@");
-    line = std::regex_replace(line, time, "@TIME@");
-    line = std::regex_replace(line, seconds, "in @SECONDS@ s");
-    return std::regex_replace(line, version, "ins-setup @VERSION@");
 }
 
 void Step::Run(const std::string& text, const std::string& input, unsigned columns) {
@@ -229,7 +219,7 @@ void Step::Run(const std::string& text, const std::string& input, unsigned colum
             part.actual.begin(),
             part.actual.end(),
             part.actual.begin(),
-            [&](const std::string& line) { return WithMarks(line); }
+            [](const std::string& line) { return WithMarks(line); }
         );
     }
 }
@@ -283,6 +273,21 @@ class Case {
     void LayKit(const CaseSection& section);
     void LayTree(const CaseSection& section);
     void Given(const CaseSection& section) const;
+    /// Hands a command the sections that belong to it, from `at` on; returns where they end.
+    template <class AnyStep>
+    std::size_t TakeParts(AnyStep& step, std::size_t at) const {
+        while (at < file.sections.size() && step.Take(file.sections[at])) {
+            ++at;
+        }
+        return at;
+    }
+    template <class AnyStep>
+    static void Note(const AnyStep& step, Verdict& verdict, CaseFile& accepted) {
+        verdict.text += step.Description();
+        for (CaseSection& part : step.Accepted()) {
+            accepted.sections.push_back(std::move(part));
+        }
+    }
     static std::string WithPlaces(const std::string& text) {
         return Replaced(text, "@ARCH@", SvcGetGlobalDataEx()->architecture);
     }
@@ -293,6 +298,8 @@ class Case {
 
     std::string input;
     unsigned columns = 0; // of the terminal of the next command; 0 for none
+    bool isOfScreens = false;
+    CaseSection each; // what is given to each screen of the next command
 };
 
 unsigned Case::ColumnsOf(const CaseSection& section) const {
@@ -354,6 +361,9 @@ bool Case::Prepare(const CaseSection& section) {
         input = Joined(section.lines);
     } else if (section.name == "terminal") {
         columns = ColumnsOf(section);
+    } else if (section.name == "screens") {
+        isOfScreens = true;
+        each = section;
     } else {
         return section.name == "describe";
     }
@@ -373,18 +383,19 @@ Verdict Case::Try() {
         if (section.name != "command" || section.lines.empty()) {
             file.Refuse(section.lineNumber, "no such section here: " + section.name);
         }
-        Step step(file, section);
-        while (at < file.sections.size() && step.Take(file.sections[at])) {
-            ++at;
+        const std::string text = WithPlaces(Joined(section.lines));
+        if (std::exchange(isOfScreens, false)) {
+            ScreensStep step(file, section);
+            at = TakeParts(step, at);
+            step.Run(text, std::exchange(input, ""), [this] { Given(each); });
+            Note(step, verdict, accepted);
+        } else {
+            Step step(file, section);
+            at = TakeParts(step, at);
+            step.Run(text, std::exchange(input, ""), std::exchange(columns, 0));
+            Note(step, verdict, accepted);
         }
-        step.Run(
-            WithPlaces(Joined(section.lines)), std::exchange(input, ""), std::exchange(columns, 0)
-        );
         isTried = true;
-        verdict.text += step.Description();
-        for (CaseSection& part : step.Accepted()) {
-            accepted.sections.push_back(std::move(part));
-        }
     }
     if (!isTried) {
         file.Refuse(1, "there is no command");
