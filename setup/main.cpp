@@ -238,8 +238,8 @@ int RefuseEarly(int argc, char** argv, int exitCode, const KSETUP::KText& why) {
 
 int main(int argc, char** argv) {
     std::set_terminate(&EndUncaught);
-    const KSETUP::KPrintableOutput output(std::cout);
-    const KSETUP::KPrintableOutput errors(std::cerr);
+    const KSETUP::KPrintableOutput output(std::cout, STDOUT_FILENO);
+    const KSETUP::KPrintableOutput errors(std::cerr, STDERR_FILENO);
     int exitCode = KSETUP::ExitCode::done;
     try {
         const std::string directory = KSETUP::PrepareProcess();

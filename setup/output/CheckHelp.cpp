@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/CheckHelp.h>
+#include <setup/output/KWordWrap.h>
 
 #include <algorithm>
 #include <array>
@@ -31,21 +32,9 @@ std::vector<std::string> CellsOf(std::string_view line) {
     return cells;
 }
 
-/// Words in lines, all but the first with this margin.
-std::string Wrapped(const std::string& heading, const std::string& text, std::size_t margin) {
-    std::string line = heading + std::string(margin - std::min(margin, heading.size()), ' ');
-    std::string whole;
-    for (std::size_t at = 0; at < text.size();) {
-        const std::size_t end = std::min(text.find(' ', at), text.size());
-        const std::string word = text.substr(at, end - at);
-        if (line.size() > margin && line.size() + word.size() + 1 > textWidth) {
-            whole += line + "\n";
-            line = std::string(margin, ' ');
-        }
-        line += (line.size() > margin ? " " : "") + word;
-        at = end + 1;
-    }
-    return whole + line + "\n";
+std::string Part(const std::string& heading, const std::string& text, std::size_t cells) {
+    constexpr std::size_t margin = 12;
+    return WrapWords(heading + std::string(margin - heading.size(), ' ') + text, cells) + "\n";
 }
 
 } // namespace
@@ -71,14 +60,14 @@ std::vector<KCheckHelp> ReadCheckHelp(std::string_view page) {
     return all;
 }
 
-std::string ToText(const KCheckHelp& help) {
-    constexpr std::size_t margin = 12;
+std::string ToText(const KCheckHelp& help, std::size_t columns) {
+    const std::size_t cells = columns == 0 ? textWidth : std::min(columns, textWidth);
     std::string text = help.name + (help.isError ? " (error)\n\n" : " (warning)\n\n") +
-                       Wrapped("Found when", help.found, margin);
+                       Part("Found when", help.found, cells);
     if (!help.example.empty()) {
-        text += Wrapped("Example", help.example, margin);
+        text += Part("Example", help.example, cells);
     }
-    text += Wrapped("Instead", help.instead, margin);
+    text += Part("Instead", help.instead, cells);
     return help.isError ? text
                         : text +
                               "\nA comment in the line before silences it where it is meant "

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,8 +23,8 @@ std::string_view GetCheckPage() noexcept;
 /// All findings, in the order of the page.
 std::vector<KCheckHelp> ReadCheckHelp(std::string_view page);
 
-/// One of them for people, over several lines.
-std::string ToText(const KCheckHelp& help);
+/// One of them for people, over several lines, for a terminal of so many columns; 0 is none.
+std::string ToText(const KCheckHelp& help, std::size_t columns = 0);
 /// All of them, a line each.
 std::string ToText(const std::vector<KCheckHelp>& all);
 

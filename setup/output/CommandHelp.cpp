@@ -7,23 +7,36 @@
 
 #include <iostream>
 
+#include <sys/processes/Terminal.h>
+#include <unistd.h>
+
 namespace KSETUP {
 
 namespace {
 
-constexpr const char* footer = TextFormat(
-    "A kit is a directory with product.ini, install.ini and the product's files.\n"
-    "\n"
-    "Exit codes: 0 done; 1 a rule failed; 3 not installed; 4 what is installed differs; 5 "
-    "changed,\n"
-    "where asked for; 6 what is not the product's would be changed; 64 usage; 65 the script, its\n"
-    "seal or its signature is not right; 66 kit or script not found; 69 no service manager, or a "
-    "service\n"
-    "failed; 70 internal; 73 no space, or a target that cannot be written; 75 another run goes "
-    "on;\n"
-    "77 not root; 130, 143 and 129 cancelled by Ctrl-C, SIGTERM or SIGHUP.\n"
-    "See ins-setup(8) and, for scripts, ins-script(5)."
-);
+constexpr const char* footer =
+    TextFormat("A kit is a directory with product.ini, install.ini and the product's files.\n"
+               "\n"
+               "Exit codes:\n"
+               "    0  done\n"
+               "    1  a rule failed\n"
+               "    3  not installed\n"
+               "    4  what is installed differs\n"
+               "    5  changed, where asked for\n"
+               "    6  what is not the product's would be changed\n"
+               "   64  usage\n"
+               "   65  the script, its seal or its signature is not right\n"
+               "   66  kit or script not found\n"
+               "   69  no service manager, or a service failed\n"
+               "   70  internal\n"
+               "   73  no space, or a target that cannot be written\n"
+               "   75  another run goes on\n"
+               "   77  not root\n"
+               "  130  stopped by Ctrl-C; 143 by SIGTERM, 129 by SIGHUP\n"
+               "\n"
+               "See ins-setup(8) and, for scripts, ins-script(5).");
+constexpr unsigned narrowColumns = 60;  // of a terminal with no room for two columns
+constexpr std::size_t narrowIndent = 6; // of what stands below an option there
 
 std::string Meant(const std::string& nearest) {
     return nearest.empty() ? "" : "\nDid you mean \"" + nearest + "\"?";
@@ -49,7 +62,7 @@ void PrintFinding(const std::string& asked) {
     std::vector<std::string> names;
     for (const KCheckHelp& one : ReadCheckHelp(GetCheckPage())) {
         if (one.name == asked) {
-            std::cout << ToText(one);
+            std::cout << ToText(one, KSYS::TerminalColumns(STDOUT_FILENO));
             return;
         }
         names.push_back(one.name);
@@ -78,6 +91,10 @@ void UseLanguage(CLI::App& app) {
     formatter->label("POSITIONALS", Help("POSITIONALS"));
     formatter->label("REQUIRED", Help("REQUIRED"));
     formatter->label("Excludes", Help("Excludes"));
+    const unsigned columns = KSYS::TerminalColumns(STDOUT_FILENO);
+    if (columns != 0 && columns < narrowColumns) {
+        formatter->column_width(narrowIndent);
+    }
     app.option_defaults()->group(Help("Options"));
     app.set_help_flag("-h,--help", Help("Print this help message and exit"))
         ->group(Help("Options"));
@@ -127,8 +144,7 @@ void PrintHelp(const CLI::App& app, const std::vector<std::string>& words) {
     }
     std::cout << command->help(command == &app ? "" : name);
     if (command->get_name() == "check") {
-        std::cout << "\n"
-                  << Text("Findings, of which \"ins-setup help check NAME\" tells more:") << "\n"
+        std::cout << Text("Findings, of which \"ins-setup help check NAME\" tells more:") << "\n"
                   << ToText(ReadCheckHelp(GetCheckPage()));
     }
 }

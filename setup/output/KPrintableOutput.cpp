@@ -4,6 +4,8 @@
 
 #include <cstddef>
 
+#include <sys/processes/Terminal.h>
+
 namespace KSETUP {
 
 namespace {
@@ -29,9 +31,12 @@ std::size_t EndOfWhole(std::string_view text) noexcept {
 
 } // namespace
 
-KPrintableOutput::KPrintableOutput(std::ostream& itsStream)
+KPrintableOutput::KPrintableOutput(std::ostream& itsStream, int descriptor)
     : stream(itsStream),
-      target(itsStream.rdbuf()) {
+      target(itsStream.rdbuf()),
+      wrap(
+          descriptor >= 0 && KSYS::IsTerminal(descriptor) ? KSYS::TerminalColumns(descriptor) : 0
+      ) {
     const std::ios::iostate state = stream.rdstate();
     stream.rdbuf(this);
     stream.clear(state);
@@ -39,6 +44,7 @@ KPrintableOutput::KPrintableOutput(std::ostream& itsStream)
 
 KPrintableOutput::~KPrintableOutput() {
     const std::ios::iostate state = stream.rdstate();
+    static_cast<void>(Put(wrap.Flush()));
     if (!begun.empty()) {
         target->sputc('?');
     }
@@ -59,8 +65,25 @@ std::streamsize KPrintableOutput::xsputn(const char* bytes, std::streamsize coun
     return Write({bytes, static_cast<std::size_t>(count)}) ? count : 0;
 }
 
+/// A stream that is flushed after each piece may be in the midst of a word.
 int KPrintableOutput::sync() {
-    return target->pubsync();
+    const bool isPut = (stream.flags() & std::ios::unitbuf) != 0 || Put(wrap.Flush());
+    return isPut ? target->pubsync() : -1;
+}
+
+bool KPrintableOutput::Put(std::string_view bytes) {
+    const auto size = static_cast<std::streamsize>(bytes.size());
+    return target->sputn(bytes.data(), size) == size;
+}
+
+void KPrintableOutput::WriteBetween(
+    const std::string& before, const std::string& text, const std::string& after
+) {
+    // A reader who is gone is no reason to stop.
+    static_cast<void>(Put(wrap.Flush() + before));
+    static_cast<void>(Write(text));
+    static_cast<void>(Put(wrap.Flush() + after));
+    target->pubsync();
 }
 
 bool KPrintableOutput::Write(std::string_view bytes) {
@@ -68,9 +91,7 @@ bool KPrintableOutput::Write(std::string_view bytes) {
     const std::size_t end = EndOfWhole(text);
     begun = text.substr(end);
     text.resize(end);
-    const std::string shown = Printable(text, KLineEnds::Kept);
-    const auto size = static_cast<std::streamsize>(shown.size());
-    return target->sputn(shown.data(), size) == size;
+    return Put(wrap.Take(Printable(text, KLineEnds::Kept)));
 }
 
 } // namespace KSETUP

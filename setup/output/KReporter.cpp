@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include <sys/files/FileContent.h>
+#include <sys/processes/Terminal.h>
 #include <unistd.h>
 
 namespace KSETUP {
@@ -291,7 +292,7 @@ void KReporter::PrintDone(const KRunReport& report) const {
         if (report.products.empty()) {
             std::cout << Text("No product is known that ins-setup installed.") << "\n";
         } else {
-            std::cout << ToTable(report.products);
+            std::cout << ToTable(report.products, KSYS::TerminalColumns(STDOUT_FILENO));
         }
     } else if (report.command == "verify") {
         PrintSigner(report);

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <numeric>
 
 namespace KSETUP {
 
@@ -57,7 +58,28 @@ KText StateOf(const KListedProduct& product) {
                                         : Text("as installed");
 }
 
-std::string ToTable(const std::vector<KListedProduct>& products) {
+namespace {
+
+/// A line for each field, as "STATE    as installed"; rows are apart by an empty line.
+std::string ToBlocks(const std::vector<Row>& rows) {
+    std::size_t width = 0;
+    for (const std::string& name : rows.front()) {
+        width = std::max(width, TextCells(name));
+    }
+    std::string text;
+    for (std::size_t row = 1; row < rows.size(); ++row) {
+        text += row == 1 ? "" : "\n";
+        for (std::size_t at = 0; at < columns; ++at) {
+            const std::string& name = rows.front()[at];
+            text += name + std::string(width - TextCells(name) + 2, ' ') + rows[row][at] + "\n";
+        }
+    }
+    return text;
+}
+
+} // namespace
+
+std::string ToTable(const std::vector<KListedProduct>& products, std::size_t cells) {
     std::vector<Row> rows{
         {Text("NAME").Translated(),
          Text("PRODUCT").Translated(),
@@ -71,6 +93,10 @@ std::string ToTable(const std::vector<KListedProduct>& products) {
         for (std::size_t at = 0; at < columns; ++at) {
             widths[at] = std::max(widths[at], TextCells(row[at]));
         }
+    }
+    constexpr std::size_t gaps = 2 * (columns - 1);
+    if (cells != 0 && std::accumulate(widths.begin(), widths.end(), gaps) > cells) {
+        return ToBlocks(rows);
     }
     std::string table;
     for (const Row& row : rows) {

@@ -112,7 +112,9 @@ std::string RuleLine(const KProgressView& view, std::size_t cells) {
     const std::string verb = path == std::string::npos ? "" : words.substr(0, path + 1);
     const std::size_t taken = TextCells(number + verb) + dots.size();
     if (verb.empty() || taken + leastBar > cells) {
-        return FirstCells(number + words, cells);
+        return cells <= dots.size()
+                   ? FirstCells(number + words, cells)
+                   : FirstCells(number + words, cells - dots.size()) + std::string(dots);
     }
     return number + verb + std::string(dots) + LastCells(words, cells - taken);
 }

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/output/KPrintableOutput.h>
 #include <setup/output/TerminalColour.h>
 #include <setup/output/TextFormat.h>
 
@@ -32,7 +33,13 @@ bool HasColour(KColourChoice choice, int descriptor) {
 void WriteColoured(
     std::ostream& stream, int descriptor, const char* numbers, const std::string& text
 ) {
-    const std::string whole = std::string("\x1b[") + numbers + "m" + Printable(text) + "\x1b[0m";
+    const std::string before = std::string("\x1b[") + numbers + "m";
+    const std::string after = "\x1b[0m";
+    if (auto* const printable = dynamic_cast<KPrintableOutput*>(stream.rdbuf())) {
+        printable->WriteBetween(before, Printable(text), after);
+        return;
+    }
+    const std::string whole = before + Printable(text) + after;
     stream.flush();
     // A reader who is gone is no reason to stop.
     static_cast<void>(KSYS::WriteAll(descriptor, whole.data(), whole.size()));

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <setup/output/KWordWrap.h>
 #include <setup/run/KQuestion.h>
 
 #include <iostream>
@@ -29,9 +30,9 @@ int KQuestion::Output() const noexcept {
 
 void KQuestion::Tell(const KText& words) const {
     std::cout << std::flush; // in the order in which things happened
+    const std::string text = WrapWords(words.Translated(), KSYS::TerminalColumns(Output()));
     // A terminal that goes away now ends the answer, too.
-    static_cast<void>(KSYS::WriteAll(Output(), words.Translated().data(), words.Translated().size())
-    );
+    static_cast<void>(KSYS::WriteAll(Output(), text.data(), text.size()));
 }
 
 std::optional<std::string> KQuestion::Ask(const KText& words, Echo echo) const {

@@ -136,7 +136,7 @@ std::string FindKeptKit(const std::string& name, const std::string& base) {
             Text(
                 "no product \"%s\" is known here. %s",
                 Printable(name),
-                (products.empty() ? Text("None is.") : "Known: " + NamesOf(products) + ".")
+                (products.empty() ? Text("None is.") : Text("Known: %s.", NamesOf(products)))
             )
         );
     }

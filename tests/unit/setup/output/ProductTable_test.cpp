@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/ProductTable.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -30,6 +31,25 @@ TEST(ProductTableTest, ColumnsAreAsWideAsTheirWidestText) {
     EXPECT_EQ(line.substr(0, 46), "dps      Gr\u00fc\u00dfe     2.2 (build 41)  /opt/dps ");
     std::getline(lines, line);
     EXPECT_EQ(line.substr(0, 44), "another  Another?  1               -        ");
+}
+
+TEST(ProductTableTest, WhatIsWiderThanTheTerminalHasALineForEachField) {
+    KListedProduct first;
+    first.name = "dps";
+    first.product = "DPS";
+    first.path = "/opt/dps";
+    KListedProduct second = first;
+    second.name = "another";
+    const std::string table = KSETUP::ToTable({first, second});
+    const std::size_t widest = table.size() - 1 - table.rfind('\n', table.size() - 2) - 1;
+    EXPECT_EQ(KSETUP::ToTable({first, second}, widest), table);
+    EXPECT_THAT(
+        KSETUP::ToTable({first, second}, widest - 1),
+        ::testing::MatchesRegex(
+            "NAME      dps\nPRODUCT   DPS\nVERSION   -\nPATH      /opt/dps\n"
+            "LAST RUN  [-0-9: ]*\nSTATE     removed\n\nNAME      another\n(.|\n)*"
+        )
+    );
 }
 
 TEST(ProductTableTest, TheStateIsTheMostUrgentThing) {
