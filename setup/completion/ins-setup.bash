@@ -4,7 +4,7 @@
 
 _ins_setup_options() { # COMMAND
     local run='--kit --json --quiet -q --json-events --progress-fd --wait --backup --detailed-exit-code'
-    run+=' --offline-services --allow-conflicts --color --root'
+    run+=' --offline-services --allow-conflicts --root'
     case $1 in
     install)
         run+=' --addProfileLine --values --reinstall --no-check --allow-downgrade --start-services --rollback --yes -y'
@@ -12,7 +12,7 @@ _ins_setup_options() { # COMMAND
         ;;
     remove) echo "$run --yes -y --purge --allow-unsigned" ;;
     status) echo '--kit --json --verify --root' ;;
-    restore) echo '--kit --json --color --quiet -q --wait --detailed-exit-code --force --root' ;;
+    restore) echo '--kit --json --quiet -q --wait --detailed-exit-code --force --root' ;;
     list) echo '--json --root' ;;
     verify) echo '--json' ;;
     check) echo '--kit --json --strict' ;;
@@ -25,6 +25,10 @@ _ins_setup_options() { # COMMAND
     'kit new') echo '--service' ;;
     'kit bundle') echo '--kit --output -o --sign' ;;
     '') echo '--version --licences' ;;
+    esac
+    case $1 in
+    plan | kit | 'kit key') ;;
+    *) echo '--color' ;;
     esac
     echo '--help -h'
 }

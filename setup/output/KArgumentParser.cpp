@@ -48,6 +48,7 @@ KArgumentParser::KArgumentParser(KSetupArguments& toFill) : arguments(toFill) {
         [] { throw CLI::CallForVersion(LicencesToText(), 0); },
         Help("Print the licences of what is in the program")
     );
+    AddColour(&app);
     app.require_subcommand(1);
     AddInstall();
     AddRemove();
@@ -66,6 +67,7 @@ CLI::App* KArgumentParser::AddBelow(CLI::App& parent, const char* name, const st
 CLI::App*
 KArgumentParser::Add(CLI::App& above, const char* name, const std::string& told, Command command) {
     CLI::App* added = AddBelow(above, name, told);
+    AddColour(added);
     added->callback([this, command] { arguments.command = command; });
     return added;
 }
@@ -76,15 +78,22 @@ void KArgumentParser::AddKit(CLI::App* command) {
         ->check(NotEmpty());
 }
 
-/// For what people look at.
+/// For the program and all commands, also those that have no colours: who calls one need not know.
 void KArgumentParser::AddColour(CLI::App* command) {
-    static const std::map<std::string, KColourChoice> choices{
-        {"auto", KColourChoice::Automatic},
-        {"always", KColourChoice::Always},
-        {"never", KColourChoice::Never}};
-    command->add_option("--color", arguments.colour, Help("Colours: auto, always or never"))
-        ->type_name("WHEN")
-        ->transform(CLI::CheckedTransformer(choices).description(""));
+    const auto take = [this](const std::string& word) {
+        static const std::map<std::string, KColourChoice> choices{
+            {"auto", KColourChoice::Automatic},
+            {"always", KColourChoice::Always},
+            {"never", KColourChoice::Never}};
+        const auto choice = choices.find(word);
+        if (choice == choices.end()) {
+            throw CLI::ValidationError("--color", "\"" + word + "\" is not auto, always or never");
+        }
+        arguments.colour = choice->second;
+    };
+    command
+        ->add_option_function<std::string>("--color", take, Help("Colours: auto, always or never"))
+        ->type_name("WHEN");
 }
 
 /// For what works without the kit, by what was kept of it.
@@ -131,7 +140,6 @@ void KArgumentParser::AddRoot(CLI::App* command) {
 void KArgumentParser::AddCallerOptions(CLI::App* command) {
     AddJson(command);
     AddRoot(command);
-    AddColour(command);
     command->add_flag(
         "--detailed-exit-code",
         arguments.detailedExitCode,
@@ -370,6 +378,7 @@ void KArgumentParser::AddKeys(CLI::App& kit) {
 
 void KArgumentParser::AddHelp() {
     CLI::App* help = AddBelow(app, "help", Help("Tell about a command, or what check finds"));
+    AddColour(help);
     help->add_option(
             "command", helpWords, Help("The command; behind \"check\" also a finding's name")
     )
