@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <ins/Names.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/TrustedPath.h>
 #include <setup/plan/KPlannedTree.h>
 #include <setup/plan/ValueMacros.h>
 #include <setup/script/SecretNames.h>
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <new>
 #include <optional>
+#include <vector>
 
 namespace KSETUP {
 
@@ -34,6 +36,42 @@ void SetHidden(const KDeclaredValue& value, std::string_view mark, const std::st
     SetValueMacro(value.name, inner);
 }
 
+/// Where the script puts a value.
+struct Put {
+    const KDeclaredValue* value;
+    std::string path;
+    std::string section;
+    std::string key;
+    bool isWhole; ///< nothing stands beside the value
+};
+
+std::vector<Put> FindPuts(const KSetupKit& kit, const KMacroContext& macros) {
+    std::vector<Put> puts;
+    for (const KValueUse& use : FindValueUses(KScript(kit.GetScript()), kit.GetValues())) {
+        const std::vector<std::string> fields = WrittenFields(use.line.value);
+        if (use.isOption) { // expanded as the engine does it: a path once, all else twice
+            puts.push_back(
+                {use.value,
+                 macros.Expand(fields[1]),
+                 macros.Expand(macros.Expand(fields[2])),
+                 macros.Expand(macros.Expand(fields[3])),
+                 fields[use.field] == "$" + use.value->name + "$"}
+            );
+        }
+    }
+    return puts;
+}
+
+/// Others than root may write to a configuration. What they write is theirs to choose as long as it comes back to
+/// that file only, and does not get into another one or into a command.
+bool MayBelieve(const Put& put, const std::vector<Put>& all) {
+    const bool isOfOneFile =
+        put.value->isOptionOnly && std::all_of(all.begin(), all.end(), [&](const Put& one) {
+            return one.value != put.value || one.path == put.path;
+        });
+    return isOfOneFile || WhyOthersCanExchange(put.path).empty();
+}
+
 /// The options of the installed product that the script sets to a value and nothing else.
 void ReadStanding(
     const KSetupKit& kit,
@@ -41,18 +79,16 @@ void ReadStanding(
     const std::shared_ptr<KDiskView>& view,
     KValueTexts& texts
 ) {
-    const KScript script(kit.GetScript());
     const KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory(), view);
-    for (const KValueUse& use : FindValueUses(script, kit.GetValues())) {
-        const std::vector<std::string> fields = WrittenFields(use.line.value);
-        if (!use.isOption || fields[use.field] != "$" + use.value->name + "$") {
+    const std::vector<Put> puts = FindPuts(kit, macros);
+    for (const Put& put : puts) {
+        if (!put.isWhole || tree.FindTarget(put.path).kind != KEntryKind::File ||
+            !MayBelieve(put, puts)) {
             continue;
         }
-        const std::string key = macros.Expand(macros.Expand(fields[3]));
-        for (const KPlannedTree::Option& option :
-             tree.ReadOptions(macros.Expand(fields[1]), macros.Expand(macros.Expand(fields[2])))) {
-            if (option.key == key) {
-                texts.emplace(use.value->name, option.value); // the first one, as it is read
+        for (const KPlannedTree::Option& option : tree.ReadOptions(put.path, put.section)) {
+            if (option.key == put.key) {
+                texts.emplace(put.value->name, option.value); // the first one, as it is read
             }
         }
     }
