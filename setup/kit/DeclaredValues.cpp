@@ -14,6 +14,7 @@ namespace {
 
 // Of a value typed at a terminal, which takes 4095 bytes and drops the rest: what was cut off is refused.
 constexpr std::size_t mostValueBytes = 4000;
+constexpr std::size_t mostMatchedBytes = 1000; // of a value with a pattern
 constexpr std::size_t longestValueName = 64;
 constexpr std::size_t mostLines = 400;  // each is held against all before it
 constexpr std::size_t optionFields = 5; // of profile=put,PATH,SECTION,KEY,VALUE
@@ -174,8 +175,9 @@ std::vector<KProductMistake> FindValueMistakes(const KScript& productData) {
 }
 
 KText WhyNotValue(const KDeclaredValue& value, std::string_view text) {
-    if (text.size() > mostValueBytes) {
-        return Text("it is longer than %s bytes", mostValueBytes);
+    const std::size_t most = value.pattern.empty() ? mostValueBytes : mostMatchedBytes;
+    if (text.size() > most) {
+        return Text("it is longer than %s bytes", most);
     }
     if (HasControlCharacter(text)) {
         return Text("it has a control character");

@@ -8,6 +8,8 @@
 #include <clocale>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
+#include <vector>
 
 #include <regex.h>
 
@@ -16,8 +18,7 @@ namespace KSETUP {
 namespace {
 
 constexpr std::size_t mostPatternBytes = 256;
-constexpr std::uint64_t mostRepeated =
-    10'000; // the library copies what is repeated, also in each other
+constexpr std::uint64_t mostWrittenOut = 1000;
 
 /// A pattern as the library holds it, while the language is UTF-8's.
 class KCompiledPattern {
@@ -61,26 +62,83 @@ class KCompiledPattern {
     int error;
 };
 
-/// How often a part may be copied, if all that is repeated stood in each other.
-std::uint64_t CountRepeated(const std::string& pattern) {
-    std::uint64_t all = 1;
-    for (std::size_t at = 0; at < pattern.size() && all <= mostRepeated; ++at) {
-        if (pattern[at] != '{') {
-            continue;
+/// How many letters, sets of letters and groups a pattern has once all that it repeats is written out, as the
+/// library does it; what it takes grows with the square of that. Any text, also what is no pattern.
+class KWrittenOut {
+  public:
+    std::uint64_t Count(std::string_view pattern) {
+        for (rest = pattern; !rest.empty();) {
+            Take();
         }
+        while (open.size() > 1) {
+            Close();
+        }
+        return open.front();
+    }
+
+  private:
+    void Take() {
+        const char first = rest.front();
+        if (first == '{') {
+            Repeat();
+            return;
+        }
+        if (first == '(') {
+            open.push_back(0);
+        } else if (first == ')' && open.size() > 1) {
+            Close();
+        } else {
+            Add(1);
+        }
+        rest.remove_prefix(
+            first == '[' ? SizeOfSet() : std::min<std::size_t>(first == '\\' ? 2 : 1, rest.size())
+        );
+    }
+
+    void Add(std::uint64_t letters) {
+        last = letters;
+        open.back() = std::min(open.back() + letters, enough);
+    }
+
+    void Close() {
+        const std::uint64_t group = open.back() + 1;
+        open.pop_back();
+        Add(group);
+    }
+
+    /// "[]a]" and "[^]a]" have the bracket as a letter; "[[:alpha:]]" has one in it.
+    std::size_t SizeOfSet() const {
+        std::size_t at = rest.starts_with("[^") ? 2 : 1;
+        at += at < rest.size() && rest[at] == ']' ? 1U : 0U;
+        while (at < rest.size() && rest[at] != ']') {
+            const bool isClass =
+                rest[at] == '[' && at + 1 < rest.size() &&
+                std::string_view(".:=").find(rest[at + 1]) != std::string_view::npos;
+            const std::size_t end = isClass ? rest.find(std::string{rest[at + 1], ']'}, at + 2)
+                                            : std::string_view::npos;
+            at = end == std::string_view::npos ? at + 1 : end + 2;
+        }
+        return std::min(at + 1, rest.size());
+    }
+
+    void Repeat() {
         std::uint64_t most = 1;
         std::uint64_t number = 0;
-        for (++at; at < pattern.size() && pattern[at] != '}'; ++at) {
-            const bool isDigit = std::isdigit(static_cast<unsigned char>(pattern[at])) != 0;
-            number = !isDigit
-                         ? 0
-                         : std::min(number * 10 + unsigned(pattern[at] - '0'), mostRepeated + 1);
+        for (rest.remove_prefix(1); !rest.empty() && rest.front() != '}'; rest.remove_prefix(1)) {
+            const bool isDigit = std::isdigit(static_cast<unsigned char>(rest.front())) != 0;
+            number = isDigit ? std::min(number * 10 + unsigned(rest.front() - '0'), enough) : 0;
             most = std::max(most, number);
         }
-        all *= most;
+        rest.remove_prefix(rest.empty() ? 0 : 1);
+        open.back() -= std::min(open.back(), last);
+        Add(std::min(last * most, enough));
     }
-    return all;
-}
+
+    static constexpr std::uint64_t enough = 1'000'000; // nothing gets larger
+    std::string_view rest;
+    std::vector<std::uint64_t> open{0}; // the letters of each group that is not closed
+    std::uint64_t last = 0;             // of what would be repeated
+};
 
 bool RefersBack(const std::string& pattern) {
     for (std::size_t at = 0; at + 1 < pattern.size(); ++at) {
@@ -100,8 +158,10 @@ KText WhyNoPattern(const std::string& pattern) {
     if (pattern.size() > mostPatternBytes) {
         return Text("it is longer than %s bytes", mostPatternBytes);
     }
-    if (CountRepeated(pattern) > mostRepeated) {
-        return Text("it repeats its parts more than %s times", mostRepeated);
+    if (KWrittenOut().Count(pattern) > mostWrittenOut) {
+        return Text(
+            "it has more than %s letters once what it repeats is written out", mostWrittenOut
+        );
     }
     if (RefersBack(pattern)) {
         return Text("it refers back to a part of itself");

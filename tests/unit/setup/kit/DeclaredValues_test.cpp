@@ -166,24 +166,43 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Pattern{"Bracket", "[a", "Unmatched"},
         Pattern{"Long", std::string(257, 'a'), "longer than 256 bytes"},
-        Pattern{"Repeated", "((a{100}){100}){2}", "more than 10000 times"},
-        Pattern{"RepeatedWithoutEnd", "(a{100,}){101}", "more than 10000 times"},
-        Pattern{"HugeNumber", "a{99999999999999999999}", "more than 10000 times"},
+        Pattern{"Repeated", "(a{40}){25}", "more than 1000 letters"},
+        Pattern{"RepeatedAgain", "a{50}{21}", "more than 1000 letters"},
+        Pattern{"RepeatedWithoutEnd", "(a{100,}){11}", "more than 1000 letters"},
+        Pattern{"LongAndRepeated", "(" + std::string(240, 'a') + "){5}", "more than 1000 letters"},
+        Pattern{"RepeatedSets", "(a[[:alpha:]](b|[](])){201}", "more than 1000 letters"},
+        Pattern{"HugeNumber", "a{99999999999999999999}", "more than 1000 letters"},
         Pattern{"Back", "(a)\\1", "refers back"},
         Pattern{"Control", "a\x1b", "control character"}
     ),
     KTEST::NameOfRow()
 );
 
+TEST(ValuePatternTest, PatternsOfEverydayAreNone) {
+    for (const char* pattern :
+         {"[a-f0-9]{8}-[a-f0-9]{4}-[a-f0-9]{4}-[a-f0-9]{4}-[a-f0-9]{12}",
+          "([0-9]{1,3}\\.){3}[0-9]{1,3}",
+          ".{1,1000}",
+          "([]({]{1,9}|[^]{]|[[:alpha:]{]|[.[=a=]-]){2}",
+          ""}) {
+        EXPECT_EQ(KSETUP::WhyNoPattern(pattern), "") << pattern;
+    }
+}
+
 TEST(ValuePatternTest, NoPatternTakesLongWithALongText) {
-    const std::string text(4000, 'a');
+    const std::string text(1000, 'a');
     const std::string patterns[] = {
-        "(a*)*b", "(a|a)*b", "((a{1,10}){1,10}){1,100}b", "(.*,){9}x", "(a|aa)+$|b"};
+        "(a*)*b",
+        "(a|a)*b",
+        "((a{1,9}){1,9}){1,9}b",
+        "(.*,){9}x",
+        "(a|aa)+$|b",
+        "(a|b*|c?|(.|a)*){70}z"};
     for (const std::string& pattern : patterns) {
         ASSERT_TRUE(KSETUP::WhyNoPattern(pattern).empty()) << pattern;
         const auto begun = std::chrono::steady_clock::now();
         static_cast<void>(KSETUP::MatchesPattern(text, pattern));
-        EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(10)) << pattern;
+        EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5)) << pattern;
     }
 }
 
