@@ -128,14 +128,15 @@ std::pair<KText, KText> MistakeOf(const KDeclaredValue& value) {
 std::vector<KDeclaredValue> ReadDeclaredValues(const KScript& productData) {
     std::vector<KDeclaredValue> values;
     for (const KScriptLine& line : SoundLines(productData)) {
-        const auto [name, field] = Parts(line);
+        const auto parts = Parts(line);
+        const std::string& name = parts.first;
         auto known = std::find_if(values.begin(), values.end(), [&](const auto& one) {
             return one.name == name;
         });
         if (known == values.end()) {
             known = values.insert(known, {name, name, std::nullopt, "", false, true, line.number});
         }
-        Take(*known, field, line.value);
+        Take(*known, parts.second, line.value);
     }
     return values;
 }
