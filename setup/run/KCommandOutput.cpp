@@ -80,8 +80,8 @@ std::vector<std::string> KCommandOutput::ReadRuleEnd() const {
     file.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<std::size_t>(file.gcount()));
     if (first != begin) {
-        const std::size_t end = text.find('\n');
-        text = end + 1 < text.size() ? text.substr(end + 1) : "…" + text;
+        const std::size_t next = std::min(text.find('\n'), text.size() - 1) + 1;
+        text = next < text.size() ? text.substr(next) : "…" + text;
     }
     std::vector<std::string> lines;
     std::istringstream stream(text);

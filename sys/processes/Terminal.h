@@ -30,9 +30,6 @@ class KHiddenInput {
     KHiddenInput(const KHiddenInput&) = delete;
     KHiddenInput& operator=(const KHiddenInput&) = delete;
 
-    /// Whether it is hidden.
-    bool IsHidden() const noexcept { return terminal >= 0; }
-
   private:
     int terminal = -1; // borrowed
     unsigned formerModes = 0;

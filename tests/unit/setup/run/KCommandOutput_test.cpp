@@ -84,6 +84,8 @@ TEST_F(KCommandOutputTest, OfLongLinesTwoKilobytesAreTold) {
     EXPECT_THAT(output.ReadRuleEnd(), ElementsAre(std::string(1000, 'b')));
     tree.Write("Commands.txt", std::string(5000, 'a') + "\n");
     EXPECT_THAT(output.ReadRuleEnd(), ElementsAre("…" + std::string(2047, 'a')));
+    tree.Write("Commands.txt", std::string(5000, 'a'));
+    EXPECT_THAT(output.ReadRuleEnd(), ElementsAre("…" + std::string(2048, 'a')));
 }
 
 TEST_F(KCommandOutputTest, WhatATerminalWouldShowInTheEndIsTold) {
