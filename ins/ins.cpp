@@ -51,18 +51,18 @@ const char* ins_version(void) {
     return INSPP_VERSION;
 }
 
-unsigned ins_load_product(const char* product_file) {
-    if (product_file == nullptr) {
+unsigned ins_load_product(const char* productFile) {
+    if (productFile == nullptr) {
         return KSUP::ErrorCode::invalidArgument;
     }
     try {
-        KSUP::KUtil::SetPathMap(2, KSUP::KUtil::RemoveFileFromPath(product_file, "/"));
+        KSUP::KUtil::SetPathMap(2, KSUP::KUtil::RemoveFileFromPath(productFile, "/"));
     } catch (const KSUP::KError& error) {
         return error.GetCode();
     } catch (const std::exception&) {
         return ENOMEM;
     }
-    return SvcLoadProductData(product_file);
+    return SvcLoadProductData(productFile);
 }
 
 unsigned ins_open(const char* script, ins_run** opened) {
@@ -109,7 +109,7 @@ unsigned ins_start_removal(ins_run* run) {
     });
 }
 
-int ins_poll(ins_run* run, unsigned* rules_done, unsigned* rules_all) {
+int ins_poll(ins_run* run, unsigned* rulesDone, unsigned* rulesAll) {
     int answer = INS_FAILED;
     const unsigned failed = Guarded(*run, [&] {
         if (run->isStarted) {
@@ -118,11 +118,11 @@ int ins_poll(ins_run* run, unsigned* rules_done, unsigned* rules_all) {
         }
     });
     Guarded(*run, [&] {
-        if (rules_done != nullptr) {
-            *rules_done = run->installer.GetCompletedCount();
+        if (rulesDone != nullptr) {
+            *rulesDone = run->installer.GetCompletedCount();
         }
-        if (rules_all != nullptr) {
-            *rules_all = run->installer.GetMaxCount();
+        if (rulesAll != nullptr) {
+            *rulesAll = run->installer.GetMaxCount();
         }
     });
     return failed != 0 ? INS_FAILED : answer;

@@ -38,7 +38,7 @@ INS_EXPORT const char* ins_version(void);
 
 /** Reads a kit's product.ini; its directory becomes $pathSource$. For the whole process, before
  * ins_open. */
-INS_EXPORT unsigned ins_load_product(const char* product_file);
+INS_EXPORT unsigned ins_load_product(const char* productFile);
 
 /** Opens a kit's script and the setup log. `*opened` is a run also where that fails, for its error,
  * and is to be closed; NULL only without memory. Error 99 unless the caller is root. */
@@ -56,7 +56,7 @@ INS_EXPORT unsigned ins_start_removal(ins_run* run);
 
 /** Waits for a moment, and tells whether the run goes on, and how many rules of how many are done.
  * Both pointers may be NULL. INS_FAILED also where nothing was started. */
-INS_EXPORT int ins_poll(ins_run* run, unsigned* rules_done, unsigned* rules_all);
+INS_EXPORT int ins_poll(ins_run* run, unsigned* rulesDone, unsigned* rulesAll);
 
 /** Asks the run to stop, and returns at once; poll it until it has. It ends with error 66. */
 INS_EXPORT void ins_stop(ins_run* run);
