@@ -156,7 +156,9 @@ void KRun::SettleInstall() {
         journal->End();
         state->End();
     });
-    report.outdated = DescribeOutdatedPrograms(installed);
+    report.outdated = DescribeOutdatedPrograms([this](const std::string& path) {
+        return installed.Find(path) != nullptr;
+    });
 }
 
 KManifest KRun::MakeManifest() {

@@ -7,10 +7,10 @@
 
 namespace KSETUP {
 
-std::vector<KText> DescribeOutdatedPrograms(const KManifest& manifest) {
+std::vector<KText>
+DescribeOutdatedPrograms(const std::function<bool(const std::string& path)>& isOurs) {
     std::vector<KText> sentences;
     std::set<std::string> services;
-    const auto isOurs = [&](const std::string& path) { return manifest.Find(path) != nullptr; };
     for (const KSYS::ReplacedFileInUse& one : KSYS::FindReplacedFilesInUse(isOurs)) {
         if (one.service.empty()) {
             sentences.push_back(Text(

@@ -10,6 +10,8 @@
 #include <setup/state/KRunLock.h>
 #include <setup/state/KRunState.h>
 
+#include <utility>
+
 #include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
@@ -42,6 +44,18 @@ void FillKeys(const std::string& service, KRunReport& report) {
             report.notes.emplace_back(failure.GetText());
         }
     }
+}
+
+/// The manifest is long, and mostly nobody is asked about: so it is read for the first one.
+std::vector<KText> DescribeOutdated(const std::string& service) {
+    std::optional<KManifest> manifest;
+    bool isRead = false;
+    return DescribeOutdatedPrograms([&](const std::string& path) {
+        if (!std::exchange(isRead, true)) {
+            manifest = KManifest::Read(service);
+        }
+        return manifest && manifest->Find(path) != nullptr;
+    });
 }
 
 /// What is installed beside what was. The configuration is there to be edited.
@@ -89,9 +103,7 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     report.productPath = record->path;
     report.recordDamage = record->ToWords();
     try {
-        if (const auto manifest = KManifest::Read(service)) {
-            report.outdated = DescribeOutdatedPrograms(*manifest);
-        }
+        report.outdated = DescribeOutdated(service);
     } catch (const KSetupFailure& failure) {
         if (!failure.IsDenied() && !failure.IsDamage()) {
             throw;

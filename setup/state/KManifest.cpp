@@ -85,12 +85,16 @@ KSetupFailure CannotLookAt(const std::string& path, unsigned errorNumber) {
     );
 }
 
-/// What `parse` makes of the file; nothing when there is none.
+/// What `parse` makes of what `read` has of the file; nothing when there is none.
 template <class Parsed, class Parse>
-std::optional<Parsed>
-ReadFile(const std::string& serviceName, const std::string& base, const Parse& parse) {
+std::optional<Parsed> ReadFile(
+    const std::string& serviceName,
+    const std::string& base,
+    std::optional<std::string> (KPrivateDirectory::*read)(const std::string& name) const,
+    const Parse& parse
+) {
     const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
-    const auto text = directory ? directory->Read(manifestName) : std::nullopt;
+    const auto text = directory ? ((*directory).*read)(manifestName) : std::nullopt;
     if (!text) {
         return std::nullopt;
     }
@@ -261,20 +265,22 @@ void KManifest::Parse(const std::string& text) {
 }
 
 std::optional<KManifest> KManifest::Read(const std::string& serviceName, const std::string& base) {
-    return ReadFile<KManifest>(serviceName, base, [](const std::string& text) {
+    const auto parse = [](const std::string& text) {
         KManifest manifest;
         manifest.Parse(text);
         return manifest;
-    });
+    };
+    return ReadFile<KManifest>(serviceName, base, &KPrivateDirectory::Read, parse);
 }
 
 std::optional<KManifestProduct>
 KManifest::ReadProduct(const std::string& serviceName, const std::string& base) {
-    return ReadFile<KManifestProduct>(serviceName, base, [](const std::string& text) {
+    const auto parse = [](const std::string& line) {
         KManifest manifest;
-        manifest.ParseHead(KJsonLine(std::string_view(text).substr(0, text.find('\n'))));
+        manifest.ParseHead(KJsonLine(line));
         return manifest.product;
-    });
+    };
+    return ReadFile<KManifestProduct>(serviceName, base, &KPrivateDirectory::ReadFirstLine, parse);
 }
 
 void KManifest::Remove(const std::string& serviceName, const std::string& base) {

@@ -2,6 +2,8 @@
 #include <setup/ExitCode.h>
 #include <setup/state/KPrivateDirectory.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -170,6 +172,27 @@ std::optional<std::string> KPrivateDirectory::Read(const std::string& name) cons
     std::string bytes;
     Require(KSYS::ReadAll(Open(name, O_RDONLY).Get(), bytes), TextFormat("cannot read %s"), name);
     return bytes;
+}
+
+std::optional<std::string> KPrivateDirectory::ReadFirstLine(const std::string& name) const {
+    constexpr std::size_t most = std::size_t{64} << 10U;
+    if (!Has(name)) {
+        return std::nullopt;
+    }
+    const KSYS::KDescriptor file = Open(name, O_RDONLY);
+    std::string line;
+    std::array<char, 1024> bytes{};
+    std::size_t count = bytes.size();
+    while (count != 0 && line.size() < most && line.find('\n') == std::string::npos) {
+        Require(
+            KSYS::ReadSome(file.Get(), bytes.data(), bytes.size(), count),
+            TextFormat("cannot read %s"),
+            name
+        );
+        line.append(bytes.data(), count);
+    }
+    line.resize(std::min(line.find('\n'), line.size()));
+    return line;
 }
 
 void KPrivateDirectory::Delete(const std::string& name) const {

@@ -58,6 +58,11 @@ class KPrivateDirectory {
     ///
     /// Throws   KSetupFailure when it cannot be read, or is no plain file of ours
     std::optional<std::string> Read(const std::string& name) const;
+    /// The first line of a file, which may be long, without its end; of one without a line feed
+    /// its first bytes. Nothing when it is not there.
+    ///
+    /// Throws   as Read
+    std::optional<std::string> ReadFirstLine(const std::string& name) const;
     /// Opens a file that must be there. `flags` as open(2).
     ///
     /// Throws   KSetupFailure when it cannot be opened, or is no plain file of ours

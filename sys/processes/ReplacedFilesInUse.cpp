@@ -35,6 +35,12 @@ std::string ServiceIn(const std::string& groups) {
                : groups.substr(begin + 1, end - begin - 1);
 }
 
+/// What is told as a file that is gone and never was one: memory that processes share (proc(5),
+/// memfd_create(2), shmget(2)).
+bool IsMemory(std::string_view path) noexcept {
+    return path.starts_with("/memfd:") || path.starts_with("/SYSV") || path.starts_with("/dev/");
+}
+
 /// The first file in maps that is gone and ours; empty for none.
 std::string
 FirstReplaced(const std::string& maps, const std::function<bool(const std::string& path)>& isOurs) {
@@ -47,7 +53,7 @@ FirstReplaced(const std::string& maps, const std::function<bool(const std::strin
             continue;
         }
         std::string path(line.substr(slash, line.size() - slash - replacedMark.size()));
-        if (isOurs(path)) {
+        if (!IsMemory(path) && isOurs(path)) {
             return path;
         }
     }

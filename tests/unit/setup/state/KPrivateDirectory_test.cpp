@@ -136,6 +136,19 @@ TEST_F(KPrivateDirectoryTest, AMissingFileIsNothing) {
     EXPECT_NO_THROW(Open().Delete("state"));
 }
 
+TEST_F(KPrivateDirectoryTest, AFirstLineEndsAtItsLineFeed) {
+    const std::string longer(5000, 'x');
+    EXPECT_EQ(Open().ReadFirstLine("state"), std::nullopt);
+    for (const std::string& line : {std::string(), std::string("head"), longer}) {
+        Open().WriteDurably("state", line + "\n" + longer + "\n");
+        EXPECT_EQ(Open().ReadFirstLine("state"), line);
+    }
+    Open().WriteDurably("state", std::string_view("no end"));
+    EXPECT_EQ(Open().ReadFirstLine("state"), "no end");
+    Open().WriteDurably("state", std::string(std::size_t{1} << 20U, 'x'));
+    EXPECT_EQ(Open().ReadFirstLine("state")->size(), std::size_t{64} << 10U);
+}
+
 TEST_F(KPrivateDirectoryTest, AFileThatOthersMayWriteIsNotRead) {
     tree.Write("base/dps/state", "bytes", 0622);
     EXPECT_THROW(Open().Read("state"), KSetupFailure);
