@@ -6,6 +6,7 @@
 #include <setup/script/ScriptText.h>
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 namespace KSETUP {
@@ -195,12 +196,14 @@ KText WhyNotValue(const KDeclaredValue& value, std::string_view text) {
 std::vector<KValueUse>
 FindValueUses(const KScript& script, const std::vector<KDeclaredValue>& values) {
     std::vector<KValueUse> uses;
-    std::vector<std::string> seen; // a section may have several headers
+    if (values.empty()) {
+        return uses;
+    }
+    std::set<std::string_view> seen; // a section may have several headers
     for (const KScript::Header& header : script.GetHeaders()) {
-        if (std::find(seen.begin(), seen.end(), header.name) != seen.end()) {
+        if (!seen.insert(header.name).second) {
             continue;
         }
-        seen.push_back(header.name);
         for (const KScriptLine& line : script.GetLines(header.name)) {
             const std::vector<std::string> fields = WrittenFields(line.value);
             const bool isPut = line.type == "profile" && fields.size() == optionFields &&
