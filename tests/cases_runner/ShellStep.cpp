@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "ShellStep.h"
 
+#include "../support/ForkOnTerminal.h"
 #include "../support/TerminalScreen.h"
 #include "SetupWorld.h"
 
@@ -9,7 +10,6 @@
 #include <sstream>
 #include <system_error>
 
-#include <pty.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -154,11 +154,8 @@ ShellOutcome RunShell(const std::string& text, const std::string& input) {
 
 ShellOutcome
 RunShellOnTerminal(const std::string& text, const std::string& keys, unsigned columns) {
-    winsize size{};
-    size.ws_row = 24;
-    size.ws_col = static_cast<unsigned short>(columns);
     int terminal = -1;
-    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
+    const pid_t child = ForkOnTerminal(terminal, columns);
     if (child < 0) {
         throw std::system_error(errno, std::generic_category(), "forkpty");
     }

@@ -1,13 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "TerminalRig.h"
 
+#include "../support/ForkOnTerminal.h"
+
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
 #include <poll.h>
-#include <pty.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -70,10 +71,7 @@ void TerminalTest::StartCommand(
         pointers.push_back(const_cast<char*>(word.c_str())); // execvp(3) changes none
     }
     pointers.push_back(nullptr);
-    winsize size{};
-    size.ws_row = 24;
-    size.ws_col = columns;
-    process = ::forkpty(&terminal, nullptr, nullptr, &size);
+    process = ForkOnTerminal(terminal, columns);
     ASSERT_GE(process, 0);
     if (process == 0) {
         ::setenv("TERM", type, 1); // NOLINT(concurrency-mt-unsafe): a child with one thread
