@@ -20,8 +20,8 @@ struct KProductMistake {
 };
 
 /// What is wrong with a kit's product data: a section or key that is missing or misspelt, a value
-/// that is none, a declaration of values (DeclaredValues.h). The libraries would take their defaults instead, and one product for another.
-/// In the order of the file.
+/// that is none, a declaration that declares nothing (DeclaredValues.h). The libraries would take
+/// their defaults instead, and one product for another. In the order of the file.
 std::vector<KProductMistake> FindProductMistakes(const KScript& productData);
 
 /// Whether a service's name may have this byte: what systemd.unit(5) allows, without "@", as a

@@ -5,8 +5,7 @@
 #include <setup/plan/KPlannedTree.h>
 #include <setup/plan/ValueMacros.h>
 #include <setup/script/SecretNames.h>
-#include <setup/state/KPrivateDirectory.h>
-#include <setup/state/StateDirectory.h>
+#include <setup/state/KKeptKit.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
@@ -20,7 +19,6 @@ namespace {
 
 constexpr std::string_view secretMark = "$--secret ";
 constexpr std::string_view optionMark = "$--value ";
-constexpr const char* keptDirectory = "kit"; // KKeptKit's
 
 void SetValueMacro(const std::string& name, const std::string& value) {
     if (SvcSetCustomKey(0, 0, name.c_str(), value.c_str()) != 0) {
@@ -139,9 +137,7 @@ std::string KeptValuesText(const std::vector<KDeclaredValue>& values, const KVal
 KValueTexts ReadKeptValues(const std::string& service) {
     KValueTexts texts;
     try {
-        const auto state = KPrivateDirectory::OpenExisting(stateBaseDirectory, service);
-        const auto kept = state ? state->ExistingBelow(keptDirectory) : std::nullopt;
-        const std::string text = kept ? kept->Read(keptValuesFile).value_or("") : "";
+        const std::string text = KKeptKit::ReadFile(service, keptValuesFile).value_or("");
         for (std::size_t at = 0; at < text.size();) {
             const std::size_t end = std::min(text.find('\n', at), text.size());
             const std::size_t equals = text.find('=', at);

@@ -28,7 +28,8 @@ struct KWatchedRule {
 };
 
 /// Watches a run: tells which rule is at work and how far it is, answers signals, and ends with the
-/// run. A rule that is at work when the run is stopped is not done, whatever it says. What the engine tells is queued on its thread and told on in the same order.
+/// run. A rule that is at work when the run is stopped is not done, whatever it says. What the engine
+/// tells is queued on its thread and told on in the same order.
 ///
 /// Borrows everything that it is given.
 /// Thread   the main thread's; the engine calls Take on the worker thread

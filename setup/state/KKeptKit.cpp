@@ -76,6 +76,11 @@ void AddBelow(const std::string& directory, std::vector<std::string>& paths) {
     }
 }
 
+std::optional<KPrivateDirectory> OpenKept(const std::string& serviceName, const std::string& base) {
+    const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
+    return directory ? directory->ExistingBelow(keptName) : std::nullopt;
+}
+
 /// In one step where the file system can.
 void PutInPlace(const KPrivateDirectory& directory) {
     unsigned failed = KSYS::RenameEntry(directory.Get(), newKeptName, keptName);
@@ -122,9 +127,15 @@ void KKeptKit::Write(
 
 std::optional<std::string>
 KKeptKit::FindDirectory(const std::string& serviceName, const std::string& base) {
-    const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
-    const auto kit = directory ? directory->ExistingBelow(keptName) : std::nullopt;
+    const auto kit = OpenKept(serviceName, base);
     return kit ? std::optional(kit->GetPath()) : std::nullopt;
+}
+
+std::optional<std::string> KKeptKit::ReadFile(
+    const std::string& serviceName, const std::string& file, const std::string& base
+) {
+    const auto kit = OpenKept(serviceName, base);
+    return kit ? kit->Read(file) : std::nullopt;
 }
 
 std::vector<std::string>

@@ -21,8 +21,8 @@ class KKeptKit {
   public:
     /// Keeps `files`, by their paths in the kit, with product.ini and install.ini. What a crash
     /// leaves is the former kept kit or the new one; it is on the disk when this returns. Of a sealed
-    /// kit, whose digests are `sealed` by their paths, it keeps what was sealed. `further` are texts by the
-    /// names of files, for root's eyes, that are kept with it.
+    /// kit, whose digests are `sealed` by their paths, it keeps what was sealed. `further` are texts
+    /// by the names of files, for root's eyes, that are kept with it.
     ///
     /// Throws   KSetupFailure, the former kept kit being there still
     static void Write(
@@ -38,6 +38,14 @@ class KKeptKit {
     /// Throws   KSetupFailure with ExitCode::notRoot for a user who may not look
     static std::optional<std::string>
     FindDirectory(const std::string& serviceName, const std::string& base = stateBaseDirectory);
+    /// The bytes of a file at its top; nothing when there is none, or no kit is kept.
+    ///
+    /// Throws   KSetupFailure as above, and when it cannot be read
+    static std::optional<std::string> ReadFile(
+        const std::string& serviceName,
+        const std::string& file,
+        const std::string& base = stateBaseDirectory
+    );
     /// The path of its directory, whether it is there or not, and of all that is in it; what is in a
     /// directory stands behind it.
     ///
