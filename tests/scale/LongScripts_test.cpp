@@ -147,6 +147,16 @@ TEST_P(LongScriptsTest, AreCheckedInTimeThatGrowsAsTheyDo) {
 }
 INSTANTIATE_TEST_SUITE_P(Shapes, LongScriptsTest, ::testing::ValuesIn(shapes), KTEST::NameOfRow());
 
+class ManySectionsTest : public KTEST::GivenKit {};
+
+TEST_F(ManySectionsTest, AreSearchedForValuesInTimeThatGrowsAsTheyDo) {
+    Values("port=8080\n");
+    ExpectLinear("SectionsWithValues", 1000, [&](int count, int tries) {
+        Script(shapes[0].make(count)); // many sections
+        return LeastTime(tries, [&] { static_cast<void>(Check()); });
+    });
+}
+
 TEST(LongTextTest, IsPutTogetherInTimeThatGrowsAsItDoes) {
     ExpectLinear("LongText", 5000, [](int count, int tries) {
         return LeastTime(tries, [&] {

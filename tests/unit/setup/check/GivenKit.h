@@ -30,6 +30,8 @@ class GivenKit : public ::testing::Test {
     void Sections(const std::string& lines) { sections += lines + "\n"; }
     void File(const std::string& name) { tree.Write("kit/" + name, "bytes"); }
     void ProductName(const std::string& name) { productName = name; }
+    /// Lines of [values] in the product data.
+    void Values(const std::string& lines) { values += lines; }
     /// A script as it stands, in the place of all this.
     void Script(const std::string& text) { script = text; }
 
@@ -37,7 +39,8 @@ class GivenKit : public ::testing::Test {
         tree.Write(
             "kit/product.ini",
             "[product]\nname=" + productName +
-                "\nserviceName=svc\niniFile=svc.ini\nversion=2.1\nbuildNumber=37\n"
+                "\nserviceName=svc\niniFile=svc.ini\nversion=2.1\nbuildNumber=37\n" +
+                (values.empty() ? "" : "[values]\n" + values)
         );
         tree.Write("kit/lin/x86_64/svc", "bytes", 0755);
         tree.Write(
@@ -98,6 +101,7 @@ class GivenKit : public ::testing::Test {
                                           "directory=delete,/etc/$serviceName$\n";
 
     std::string productName = "Svc";
+    std::string values;
     std::string install;
     std::string remove;
     std::string sections;

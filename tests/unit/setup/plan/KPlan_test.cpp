@@ -168,6 +168,19 @@ TEST_F(KPlanTest, RemoveFileDeletesWhatTheProfileNames) {
     );
 }
 
+TEST_F(KPlanTest, AFileWhoseModeIsSetHoldsWhatItHeld) {
+    disk.Write("disk/one.so", "");
+    disk.Write("disk/p.ini", "[S]\n1=" + disk.Path("disk/one.so") + "\n");
+    EXPECT_THAT(
+        Actions("mode=set,DISK/p.ini,0600\nprofile=remove_file,DISK/p.ini,S,.so\n"),
+        ElementsAre(
+            testing::StartsWith("set mode disk/p.ini"),
+            "delete file disk/one.so",
+            "remove option disk/p.ini < [S] 1=" + disk.Path("disk/one.so")
+        )
+    );
+}
+
 TEST_F(KPlanTest, CommandsAndServicesAreTold) {
     EXPECT_THAT(
         Actions("process=start,true\nprocess=stop,/bin/x\nservice=Install,a,A,/bin/a,-x\n"

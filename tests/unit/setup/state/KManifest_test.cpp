@@ -58,6 +58,22 @@ TEST_F(KManifestTest, WhatWasWrittenIsRead) {
     EXPECT_EQ(tree.Mode("base/dps/manifest"), 0600u);
 }
 
+/// More than is written at a time.
+TEST_F(KManifestTest, AManifestOfManyFilesIsWhole) {
+    constexpr std::size_t count = 1000;
+    std::vector<std::string> paths;
+    for (std::size_t index = 0; index < count; ++index) {
+        const std::string name = "p/many/" + std::to_string(index);
+        tree.Write(name, name);
+        paths.push_back(tree.Path(name));
+    }
+    const KManifest manifest(paths);
+    manifest.Write("dps", Base());
+    ASSERT_GT(tree.Read("base/dps/manifest").size(), std::size_t{2} * 65536);
+    EXPECT_EQ(KManifest::Read("dps", Base())->GetEntries(), manifest.GetEntries());
+    EXPECT_EQ(manifest.GetEntries().size(), count);
+}
+
 TEST_F(KManifestTest, TheProductIsReadWithoutTheRest) {
     KManifest manifest(Paths());
     manifest.Write("dps", Base());

@@ -73,6 +73,9 @@ TEST_F(KWriteJournalTest, ARunThatGoesOnKnowsWhatAnInterruptedOneDid) {
     Make("a"); // finds it
     Make("c");
     EXPECT_THAT(journal.GetMade(), ElementsAre(tree.Path("a"), tree.Path("c")));
+    EXPECT_FALSE(journal.IsMadeNow(tree.Path("a"))); // what stands there may be half of it
+    EXPECT_TRUE(journal.IsMadeNow(tree.Path("c")));
+    EXPECT_FALSE(journal.IsMadeNow(tree.Path("b")));
 }
 
 TEST_F(KWriteJournalTest, DirectoriesAreInTheFileAtOnce) {

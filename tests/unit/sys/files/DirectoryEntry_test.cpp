@@ -7,7 +7,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <new>
 #include <ostream>
+#include <string_view>
+#include <vector>
 
 #include <sys/files/DirectoryEntry.h>
 
@@ -128,6 +131,33 @@ TEST_F(DirectoryEntryTest, AReplacedFileHasItsModeWhateverTheUmask) {
     tree.Write("a.new", "left by a process that was killed");
     EXPECT_EQ(ReplaceEntry(AT_FDCWD, tree.Path("a.new"), tree.Path("a"), "text", 0666), 0U);
     EXPECT_THAT(tree.List(), ElementsAre("f 0666 a \"text\""));
+}
+
+TEST_F(DirectoryEntryTest, AFileIsReplacedPieceByPiece) {
+    std::vector<std::string_view> left = {"", "three", "two", "one"};
+    const auto next = [&] {
+        const std::string_view piece = left.back();
+        left.pop_back();
+        return piece;
+    };
+    EXPECT_EQ(ReplaceEntry(AT_FDCWD, tree.Path("a.new"), tree.Path("a"), next, 0644), 0U);
+    EXPECT_THAT(tree.List(), ElementsAre("f 0644 a \"onetwothree\""));
+}
+
+TEST_F(DirectoryEntryTest, NothingIsReplacedWhereAPieceCannotBeMade) {
+    tree.Write("a", "former");
+    unsigned count = 0;
+    const auto next = [&]() -> std::string_view {
+        if (++count == 2) {
+            throw std::bad_alloc();
+        }
+        return "piece";
+    };
+    EXPECT_THROW(
+        static_cast<void>(ReplaceEntry(AT_FDCWD, tree.Path("a.new"), tree.Path("a"), next, 0644)),
+        std::bad_alloc
+    );
+    EXPECT_THAT(tree.List(), ElementsAre("f 0644 a \"former\""));
 }
 
 struct FailureRow {
