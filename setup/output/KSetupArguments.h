@@ -3,7 +3,6 @@
 
 #include <setup/output/TerminalColour.h>
 
-#include <array>
 #include <map>
 #include <optional>
 #include <string>
@@ -29,6 +28,13 @@ enum class Command {
     Verify,
 };
 
+/// An option of a profile.
+struct KAddedOption {
+    std::string section;
+    std::string key;
+    std::string value;
+};
+
 /// What the command line asks for. Options that a command does not have keep their defaults.
 struct KSetupArguments {
     Command command = Command::Status;
@@ -41,10 +47,9 @@ struct KSetupArguments {
     std::string unpackParent; ///< where a bundle is unpacked; empty for the usual place
     std::string root; ///< the directory tree that is worked on as a machine; empty for this one
 
-    std::vector<std::string> words; ///< the command line itself, the program's name first
-    std::string values;             ///< the file of values; "-" for standard input
-    /// What was read from it: section, key and value.
-    std::vector<std::array<std::string, 3>> valueOptions;
+    std::vector<std::string> words;         ///< the command line itself, the program's name first
+    std::string values;                     ///< the file of values; "-" for standard input
+    std::vector<KAddedOption> valueOptions; ///< what was read from it
     std::map<std::string, std::string> givenValues; ///< of the kit's, by their names
     KColourChoice colour = KColourChoice::Automatic;
     bool quiet = false;         ///< no progress; only failures are said

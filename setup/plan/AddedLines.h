@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <setup/script/KScript.h>
+#include <setup/output/KSetupArguments.h>
 
 #include <string>
 #include <string_view>
@@ -11,13 +11,6 @@
 /// What a command line adds to the product's configuration: by --addProfileLine, as the engine reads it,
 /// and by --values, whose values nobody else gets to see.
 namespace KSETUP {
-
-/// An option of a profile.
-struct KAddedOption {
-    std::string section;
-    std::string key;
-    std::string value;
-};
 
 /// Hands options to the engine, in front of the lines of the command line, which so have the last word.
 /// They arrive there as they stand, commas and dollar signs too. `words` are that command line. Before

@@ -160,16 +160,13 @@ std::vector<KAddedOption> ReadValues(const std::string& file) {
     if (file == standardInput) {
         return ParseValues(ReadText(STDIN_FILENO, "standard input"), "standard input");
     }
-    return file.empty() ? std::vector<KAddedOption>() : ParseValues(ReadPrivateFile(file), file);
+    return ParseValues(ReadPrivateFile(file), file);
 }
 
 void TakeValues(KSetupArguments& arguments) {
-    for (KAddedOption& one : ReadValues(arguments.values)) {
-        arguments.valueOptions.push_back(
-            {std::move(one.section), std::move(one.key), std::move(one.value)}
-        );
+    if (!arguments.values.empty()) { // else they were taken on the way to another root
+        arguments.valueOptions = ReadValues(std::exchange(arguments.values, {}));
     }
-    arguments.values.clear();
 }
 
 void UseValues(KSetupArguments& arguments, const std::vector<KDeclaredValue>& declared) {
@@ -178,9 +175,10 @@ void UseValues(KSetupArguments& arguments, const std::vector<KDeclaredValue>& de
     for (const KDeclaredValue& value : declared) {
         names.push_back(value.name);
     }
-    for (const auto& [section, key, text] : arguments.valueOptions) {
+    for (const KAddedOption& option : arguments.valueOptions) {
+        const auto& [section, key, text] = option;
         if (declared.empty() || section != valuesSection) {
-            others.push_back({section, key, text});
+            others.push_back(option);
             continue;
         }
         const auto known = std::find(names.begin(), names.end(), key);

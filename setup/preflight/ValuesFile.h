@@ -18,8 +18,8 @@ namespace KSETUP {
 /// What names standard input in the place of a file.
 inline constexpr const char* standardInput = "-";
 
-/// Reads what is in the file. Nothing happens for an empty name. It has to be root's, or that of who called
-/// sudo(8), and nobody else may read or change it: passwords are what it is for.
+/// Reads what is in the file. It has to be root's, or that of who called sudo(8), and nobody else may
+/// read or change it: passwords are what it is for.
 ///
 /// Throws   KSetupFailure for another file, and for one that has what is no option
 std::vector<KAddedOption> ReadValues(const std::string& file);
