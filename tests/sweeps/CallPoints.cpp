@@ -7,7 +7,7 @@ void ForEachCall(
     const KSubject& subject,
     const KSelection& selection,
     KReport& report,
-    const std::function<bool(const KSeenCall&)>& counts,
+    const KWatch& watch,
     const std::function<void(const KCallPoint&)>& take
 ) {
     for (const KWay& way : subject.GetWays()) {
@@ -16,7 +16,7 @@ void ForEachCall(
         }
         report.Begin(way.name);
         subject.GetMachine().PutBack(way.from);
-        const auto anew = counts; // it may remember what it has met
+        const KWatch anew = watch;
         const KTracedEnd whole = Trace(subject.Words(way.words), {}, anew);
         std::string named;
         unsigned nth = 0;

@@ -16,13 +16,13 @@ struct KCallPoint {
     bool isChosen; ///< by what it is told of; one that is not still has its number
 };
 
-/// Runs each way that is chosen without a disturbance, and takes each of its calls in turn. `counts`
-/// begins anew with each way.
+/// Runs each way that is chosen without a disturbance, and takes each of its calls in turn. The watch
+/// begins anew with each way: it may remember what it has met.
 void ForEachCall(
     const KSubject& subject,
     const KSelection& selection,
     KReport& report,
-    const std::function<bool(const KSeenCall&)>& counts,
+    const KWatch& watch,
     const std::function<void(const KCallPoint&)>& take
 );
 

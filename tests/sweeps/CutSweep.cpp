@@ -135,7 +135,7 @@ std::vector<KMoment> KCutWay::Run(const KFileSystem& fileSystem, const std::stri
         }
     };
     const KTracedEnd end =
-        Trace(subject.Words(way.words), {}, ChangesFiles, [&](const KSeenCall& call, bool isDone) {
+        Trace(subject.Words(way.words), {}, FileChanges(), [&](const KSeenCall& call, bool isDone) {
             if (isDone) {
                 WriteBack(writtenBack);
                 take(std::to_string(++number), call.ToText());

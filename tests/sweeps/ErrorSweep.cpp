@@ -20,58 +20,55 @@ namespace KSWEEP {
 
 namespace {
 
+using KErrors = std::map<long, std::vector<int>>;
+
 /// What calls can give, by their pages in section 2 of the manual, on a machine that works but for
 /// this: broken or full disks, missing rights, no memory, no descriptors, signals.
-const std::vector<int>& ErrorsOf(const KSeenCall& call) {
-    static const std::vector<int> none;
+const KErrors& AllErrors() {
     static const std::vector<int> opens = {EACCES, EIO, EMFILE, ENOMEM, EINTR, ENFILE};
-    static const std::vector<int> makes = {
-        ENOSPC, EROFS, EACCES, EIO, EMFILE, EDQUOT, EINTR, EPERM};
     static const std::vector<int> looks = {EACCES, EIO, ENOMEM};
     static const std::vector<int> reads = {EIO, EINTR};
     static const std::vector<int> writes = {ENOSPC, EIO, EDQUOT, EINTR};
     static const std::vector<int> entries = {EACCES, EIO, ENOSPC, EROFS, EPERM, EBUSY};
     static const std::vector<int> rights = {EPERM, EIO, EROFS};
     static const std::vector<int> flushes = {EIO, ENOSPC, EDQUOT};
-    static const std::map<long, const std::vector<int>*> errors = {
-        {SYS_open, &opens},
-        {SYS_openat, &opens},
-        {SYS_openat2, &opens},
-        {SYS_stat, &looks},
-        {SYS_lstat, &looks},
-        {SYS_newfstatat, &looks},
-        {SYS_statx, &looks},
-        {SYS_access, &looks},
-        {SYS_faccessat2, &looks},
-        {SYS_readlink, &looks},
-        {SYS_readlinkat, &looks},
-        {SYS_getdents64, &reads},
-        {SYS_read, &reads},
-        {SYS_pread64, &reads},
-        {SYS_write, &writes},
-        {SYS_pwrite64, &writes},
-        {SYS_copy_file_range, &writes},
-        {SYS_ftruncate, &writes},
-        {SYS_renameat, &entries},
-        {SYS_renameat2, &entries},
-        {SYS_unlink, &entries},
-        {SYS_unlinkat, &entries},
-        {SYS_rmdir, &entries},
-        {SYS_mkdir, &entries},
-        {SYS_mkdirat, &entries},
-        {SYS_symlinkat, &entries},
-        {SYS_linkat, &entries},
-        {SYS_fchmod, &rights},
-        {SYS_fchmodat, &rights},
-        {SYS_fchown, &rights},
-        {SYS_fchownat, &rights},
-        {SYS_utimensat, &rights},
-        {SYS_fsync, &flushes},
-        {SYS_fdatasync, &flushes},
-        {SYS_syncfs, &flushes},
-        {SYS_close, &flushes},
-    };
-    static const std::map<long, std::vector<int>> others = {
+    static const KErrors errors = {
+        {SYS_open, opens},
+        {SYS_openat, opens},
+        {SYS_openat2, opens},
+        {SYS_stat, looks},
+        {SYS_lstat, looks},
+        {SYS_newfstatat, looks},
+        {SYS_statx, looks},
+        {SYS_access, looks},
+        {SYS_faccessat2, looks},
+        {SYS_readlink, looks},
+        {SYS_readlinkat, looks},
+        {SYS_getdents64, reads},
+        {SYS_read, reads},
+        {SYS_pread64, reads},
+        {SYS_write, writes},
+        {SYS_pwrite64, writes},
+        {SYS_copy_file_range, writes},
+        {SYS_ftruncate, writes},
+        {SYS_renameat, entries},
+        {SYS_renameat2, entries},
+        {SYS_unlink, entries},
+        {SYS_unlinkat, entries},
+        {SYS_rmdir, entries},
+        {SYS_mkdir, entries},
+        {SYS_mkdirat, entries},
+        {SYS_symlinkat, entries},
+        {SYS_linkat, entries},
+        {SYS_fchmod, rights},
+        {SYS_fchmodat, rights},
+        {SYS_fchown, rights},
+        {SYS_fchownat, rights},
+        {SYS_utimensat, rights},
+        {SYS_fsync, flushes},
+        {SYS_fdatasync, flushes},
+        {SYS_syncfs, flushes},
+        {SYS_close, flushes},
         {SYS_fstat, {EIO, ENOMEM}},
         {SYS_flock, {ENOLCK, EINTR, EIO}},
         {SYS_statfs, {EIO, EACCES}},
@@ -85,14 +82,15 @@ const std::vector<int>& ErrorsOf(const KSeenCall& call) {
         {SYS_wait4, {EINTR}},
         {SYS_getrandom, {EINTR, ENOSYS}},
     };
-    if (call.makes) {
-        return makes;
-    }
-    if (const auto found = errors.find(call.number); found != errors.end()) {
-        return *found->second;
-    }
-    const auto found = others.find(call.number);
-    return found != others.end() ? found->second : none;
+    return errors;
+}
+
+const std::vector<int>& ErrorsOf(const KSeenCall& call) {
+    static const std::vector<int> none;
+    static const std::vector<int> makes = {
+        ENOSPC, EROFS, EACCES, EIO, EMFILE, EDQUOT, EINTR, EPERM};
+    const auto found = AllErrors().find(call.number);
+    return call.makes ? makes : found != AllErrors().end() ? found->second : none;
 }
 
 /// The calls before the program's own are those that load it, up to the one that makes its thread
@@ -113,16 +111,34 @@ class KOwnCalls {
     bool hasBegun = false;
 };
 
+KWatch FallibleCalls() {
+    KWatch watch{{SYS_set_tid_address}, KOwnCalls()};
+    for (const auto& one : AllErrors()) {
+        watch.numbers.push_back(one.first);
+    }
+    return watch;
+}
+
 class KErrorPoint {
   public:
-    KErrorPoint(const KSubject& itsSubject, const KWay& itsWay, const KBlow& itsBlow)
+    /// The call is known among those of its number: threads do not always make theirs in the same order,
+    /// and another call cannot give every error.
+    KErrorPoint(
+        const KSubject& itsSubject,
+        const KWay& itsWay,
+        const KSeenCall& call,
+        int errorNumber,
+        bool onwards
+    )
         : subject(itsSubject),
           way(itsWay),
-          blow(itsBlow) {}
+          number(call.number),
+          blow({KBlow::Kind::Fail, call.nthOfNumber, errorNumber, onwards}) {}
 
     std::string FindWrong() const {
         subject.GetMachine().PutBack(way.from);
-        const KTracedEnd end = Trace(subject.Words(way.words), blow, KOwnCalls());
+        const auto all = [](const KSeenCall&) { return true; };
+        const KTracedEnd end = Trace(subject.Words(way.words), blow, {{number}, all});
         if (!end.wasStruck) {
             return {};
         }
@@ -135,6 +151,7 @@ class KErrorPoint {
   private:
     const KSubject& subject;
     const KWay& way;
+    const long number;
     const KBlow blow;
 };
 
@@ -144,7 +161,7 @@ void SweepErrors(const KSubject& subject, const KSelection& selection, KReport& 
     unsigned number = 0;
     std::map<std::pair<std::string, long>, unsigned>
         turns; // by the way, and the number of the call
-    ForEachCall(subject, selection, report, KOwnCalls(), [&](const KCallPoint& at) {
+    ForEachCall(subject, selection, report, FallibleCalls(), [&](const KCallPoint& at) {
         const std::vector<int>& errors = ErrorsOf(at.call);
         for (const bool onwards : {false, true}) {
             const int error = errors[turns[{at.way.name, at.call.number}]++ % errors.size()];
@@ -154,9 +171,7 @@ void SweepErrors(const KSubject& subject, const KSelection& selection, KReport& 
             if ((onwards && error == EINTR) || !selection.Has(number++, name) || !at.isChosen) {
                 continue;
             }
-            const KErrorPoint point(
-                subject, at.way, {KBlow::Kind::Fail, at.nth, error, onwards, at.call.number}
-            );
+            const KErrorPoint point(subject, at.way, at.call, error, onwards);
             report.Add(
                 name,
                 at.call.ToText() + " " + ::strerrorname_np(error) +

@@ -10,6 +10,8 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/ptrace.h>
@@ -178,8 +180,23 @@ class KOutput {
     int file;
 };
 
-[[noreturn]] void
-BecomeProgram(const std::vector<std::string>& words, int out, int err, bool isTraced) {
+/// Has the kernel stop at these calls, and at no other: a stop at each takes longer than all else.
+std::vector<sock_filter> MakeFilter(const std::vector<long>& numbers) {
+    const auto load = [](std::size_t offset) {
+        return sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<unsigned>(offset));
+    };
+    std::vector<sock_filter> filter = {load(offsetof(seccomp_data, nr))};
+    for (const long number : numbers) {
+        filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(number), 0, 1));
+        filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRACE));
+    }
+    filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+    return filter;
+}
+
+[[noreturn]] void BecomeProgram(
+    const std::vector<std::string>& words, int out, int err, std::vector<sock_filter>* filter
+) {
     const int nowhere = ::open("/dev/null", O_RDONLY); // NOLINT(android-cloexec-open): inherited
     ::dup2(nowhere, 0);
     ::dup2(out, 1);
@@ -191,9 +208,13 @@ BecomeProgram(const std::vector<std::string>& words, int out, int err, bool isTr
     }
     arguments.push_back(nullptr);
     ::alarm(longestRunSeconds);
-    if (isTraced) {
+    if (filter != nullptr) {
         ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
         ::raise(SIGSTOP);
+        const sock_fprog program{static_cast<unsigned short>(filter->size()), filter->data()};
+        if (::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) != 0) {
+            ::_exit(126);
+        }
     }
     ::execv(arguments[0], arguments.data());
     ::_exit(127);
@@ -209,16 +230,18 @@ void Fill(KTracedEnd& end, int status, const KOutput& out, const KOutput& err) {
     end.err = err.Read();
 }
 
-/// One run. A thread that is at a call of its own is known by what it is about to do there.
+/// One run. The kernel stops its threads at the calls that are watched, and at the end of one that is to
+/// be followed up. Children inherit the filter, and would have all these calls refused without a tracer;
+/// so they are traced too, and let go on at once.
 class KTracer {
   public:
     KTracer(
         const KBlow& itsBlow,
-        const std::function<bool(const KSeenCall&)>& whichCount,
+        const KWatch& whatIsWatched,
         const std::function<void(const KSeenCall&, bool)>& whoLooks
     )
         : blow(itsBlow),
-          counts(whichCount),
+          watch(whatIsWatched),
           seen(whoLooks) {}
 
     KTracedEnd Run(const std::vector<std::string>& words);
@@ -226,28 +249,25 @@ class KTracer {
   private:
     struct KPending {
         KSeenCall call;
-        bool counts = false;
         bool fails = false;  ///< it is not made, and this is what it gives
         bool closes = false; ///< a close that fails closes all the same
         bool killsAfter = false;
+        bool isSeen = false;
     };
 
     void Follow();
-    void AtCall(pid_t thread);
-    void Enter(pid_t thread, const __ptrace_syscall_info& info);
+    __ptrace_request GoOnFrom(pid_t thread, int stopped, int& signal);
+    bool Enter(pid_t thread);
     void Leave(pid_t thread);
     void Strike(pid_t thread, const __ptrace_syscall_info& info, KPending& pending);
-    bool IsTurnOf(const KSeenCall& call);
-    bool IsOver() const;
-    KSeenCall Describe(pid_t thread, const __ptrace_syscall_info& info) const;
+    KSeenCall Describe(pid_t thread, const __ptrace_syscall_info& info);
 
     const KBlow& blow;
-    const std::function<bool(const KSeenCall&)>& counts;
+    const KWatch& watch;
     const std::function<void(const KSeenCall&, bool)>& seen;
     pid_t first = 0;
-    unsigned number = 0;
-    long struckCall = -1;
     bool isProgram = false; // its execve was made
+    std::map<long, unsigned> made;
     std::map<pid_t, KPending> pendings;
     KTracedEnd end;
     int status = 0;
@@ -256,113 +276,105 @@ class KTracer {
 KTracedEnd KTracer::Run(const std::vector<std::string>& words) {
     const KOutput out;
     const KOutput err;
+    std::vector<sock_filter> filter = MakeFilter(watch.numbers);
     // What a run that is killed had started would go on behind the look at what it left.
     Check(::prctl(PR_SET_CHILD_SUBREAPER, 1), "prctl");
     first = ::fork();
     Check(first, "fork");
     if (first == 0) {
-        BecomeProgram(words, out.Get(), err.Get(), true);
+        BecomeProgram(words, out.Get(), err.Get(), &filter);
     }
     Check(::waitpid(first, &status, 0), "waitpid");
-    const auto options = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACECLONE | PTRACE_O_EXITKILL;
+    const auto options = PTRACE_O_TRACESECCOMP | PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEEXEC |
+                         PTRACE_O_TRACECLONE | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK |
+                         PTRACE_O_EXITKILL;
     Check(::ptrace(PTRACE_SETOPTIONS, first, nullptr, options), "ptrace options");
-    Check(::ptrace(PTRACE_SYSCALL, first, nullptr, nullptr), "ptrace");
+    Check(::ptrace(PTRACE_CONT, first, nullptr, nullptr), "ptrace");
     Follow();
-    while (end.wasStruck && ::waitpid(-1, nullptr, 0) > 0) {
-    }
     Fill(end, status, out, err);
     return std::move(end);
 }
 
+/// Up to the end of all that it started.
 void KTracer::Follow() {
     for (;;) {
         int stopped = 0;
         const pid_t thread = ::waitpid(-1, &stopped, __WALL);
+        if (thread < 0 && errno == ECHILD) {
+            return;
+        }
         Check(thread, "waitpid");
-        if (!WIFSTOPPED(stopped)) {
-            if (thread == first) {
-                status = stopped;
-                return;
-            }
-            continue;
+        if (WIFSTOPPED(stopped)) {
+            int signal = 0;
+            const __ptrace_request request = GoOnFrom(thread, stopped, signal);
+            ::ptrace(request, thread, nullptr, signal); // gone when it was killed meanwhile
+        } else if (thread == first) {
+            status = stopped;
         }
-        int signal = WSTOPSIG(stopped);
-        if (signal == (SIGTRAP | 0x80)) {
-            signal = 0;
-            AtCall(thread);
-        } else if (signal == SIGTRAP || signal == SIGSTOP) { // of tracing itself
-            signal = 0;
-        }
-        // Gone when it was killed meanwhile.
-        ::ptrace(IsOver() ? PTRACE_CONT : PTRACE_SYSCALL, thread, nullptr, signal);
     }
 }
 
-/// Whether no further call is of interest, which lets the run go on at its own speed.
-bool KTracer::IsOver() const {
-    return end.wasStruck && !blow.onwards &&
-           std::none_of(pendings.begin(), pendings.end(), [](const auto& one) {
-               return one.second.fails || one.second.killsAfter;
-           });
-}
-
-void KTracer::AtCall(pid_t thread) {
-    __ptrace_syscall_info info{};
-    // Negative for a thread that was killed meanwhile.
-    if (::ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof(info), &info) <= 0) {
-        return;
-    }
-    if (info.op == PTRACE_SYSCALL_INFO_ENTRY) {
-        Enter(thread, info);
-    } else if (info.op == PTRACE_SYSCALL_INFO_EXIT) {
+/// What a thread that stands still is to do next.
+__ptrace_request KTracer::GoOnFrom(pid_t thread, int stopped, int& signal) {
+    constexpr int callStop = SIGTRAP | 0x80;
+    const int event = stopped >> 16;
+    if (event == PTRACE_EVENT_EXEC) {
+        isProgram = true;
+    } else if (event == PTRACE_EVENT_SECCOMP) {
+        const bool isOurs = ::syscall(SYS_tgkill, first, thread, 0) == 0;
+        return isProgram && isOurs && Enter(thread) ? PTRACE_SYSCALL : PTRACE_CONT;
+    } else if (WSTOPSIG(stopped) == callStop) {
         Leave(thread);
+    } else if (event == 0 && WSTOPSIG(stopped) != SIGSTOP) { // which is how a new one begins
+        signal = WSTOPSIG(stopped);
     }
+    return PTRACE_CONT;
 }
 
-KSeenCall KTracer::Describe(pid_t thread, const __ptrace_syscall_info& info) const {
-    KSeenCall call{static_cast<long>(info.entry.nr), {}, false};
+KSeenCall KTracer::Describe(pid_t thread, const __ptrace_syscall_info& info) {
+    KSeenCall call;
+    call.number = static_cast<long>(info.seccomp.nr);
+    call.nthOfNumber = ++made[call.number];
     if (const KCallShape* shape = ShapeOf(call.number); shape && shape->path != nameNowhere) {
-        call.path = TextAt(thread, info.entry.args[static_cast<unsigned>(shape->path)]);
+        call.path = TextAt(thread, info.seccomp.args[static_cast<unsigned>(shape->path)]);
     }
     if (call.number == SYS_openat) {
-        call.makes = (info.entry.args[2] & O_CREAT) != 0;
+        call.makes = (info.seccomp.args[2] & O_CREAT) != 0;
     } else if (call.number == SYS_openat2) { // the flags are the first of its structure
-        const long flags = ::ptrace(PTRACE_PEEKDATA, thread, info.entry.args[2], nullptr);
+        const long flags = ::ptrace(PTRACE_PEEKDATA, thread, info.seccomp.args[2], nullptr);
         call.makes = (flags & O_CREAT) != 0;
     }
     return call;
 }
 
-void KTracer::Enter(pid_t thread, const __ptrace_syscall_info& info) {
-    if (!isProgram) { // the calls of the child before it
-        isProgram = info.entry.nr == SYS_execve;
-        return;
+/// Whether the end of the call is to be followed up.
+bool KTracer::Enter(pid_t thread) {
+    __ptrace_syscall_info info{};
+    // Negative for a thread that was killed meanwhile.
+    if (::ptrace(PTRACE_GET_SYSCALL_INFO, thread, sizeof(info), &info) <= 0) {
+        return false;
     }
-    KPending& pending = pendings[thread];
-    pending = {Describe(thread, info), false, false, false, false};
-    pending.counts = !end.wasStruck && counts(pending.call);
-    if (pending.counts) {
+    KPending pending{Describe(thread, info), false, false, false, false};
+    const bool counts = !end.wasStruck && watch.counts(pending.call);
+    if (counts) {
         end.calls.push_back(pending.call);
         if (seen) {
             seen(pending.call, false);
+            pending.isSeen = true;
         }
     }
-    if (IsTurnOf(pending.call)) {
+    const bool isTurn =
+        end.wasStruck ? blow.onwards
+                      : counts && blow.kind != KBlow::Kind::None && end.calls.size() == blow.nth;
+    if (isTurn) {
         end.wasStruck = true;
-        struckCall = pending.call.number;
         Strike(thread, info, pending);
     }
-}
-
-bool KTracer::IsTurnOf(const KSeenCall& call) {
-    if (end.wasStruck) {
-        return blow.kind == KBlow::Kind::Fail && blow.onwards && call.number == struckCall;
+    const bool isFollowed = pending.fails || pending.killsAfter || pending.isSeen;
+    if (isFollowed) {
+        pendings[thread] = std::move(pending);
     }
-    if (blow.kind == KBlow::Kind::None || !counts(call)) {
-        return false;
-    }
-    ++number;
-    return blow.number < 0 ? number == blow.nth : number >= blow.nth && call.number == blow.number;
+    return isFollowed;
 }
 
 void KTracer::Strike(pid_t thread, const __ptrace_syscall_info& info, KPending& pending) {
@@ -377,7 +389,7 @@ void KTracer::Strike(pid_t thread, const __ptrace_syscall_info& info, KPending& 
     if (isHalf) {
         const KCallShape* shape = ShapeOf(pending.call.number);
         const auto argument = static_cast<unsigned>(shape->size);
-        const std::uint64_t half = (info.entry.args[argument] + 1) / 2;
+        const std::uint64_t half = (info.seccomp.args[argument] + 1) / 2;
         const std::array<unsigned long long user_regs_struct::*, 6> arguments = {
             &user_regs_struct::rdi,
             &user_regs_struct::rsi,
@@ -411,7 +423,7 @@ void KTracer::Leave(pid_t thread) {
     }
     if (pending.killsAfter) {
         ::kill(first, SIGKILL);
-    } else if (pending.counts && seen) {
+    } else if (pending.isSeen) {
         seen(pending.call, true);
     }
 }
@@ -427,10 +439,10 @@ std::string KSeenCall::ToText() const {
 KTracedEnd Trace(
     const std::vector<std::string>& words,
     const KBlow& blow,
-    const std::function<bool(const KSeenCall&)>& counts,
+    const KWatch& watch,
     const std::function<void(const KSeenCall&, bool isDone)>& seen
 ) {
-    return KTracer(blow, counts, seen).Run(words);
+    return KTracer(blow, watch, seen).Run(words);
 }
 
 KTracedEnd RunUntraced(const std::vector<std::string>& words) {
@@ -439,7 +451,7 @@ KTracedEnd RunUntraced(const std::vector<std::string>& words) {
     const pid_t child = ::fork();
     Check(child, "fork");
     if (child == 0) {
-        BecomeProgram(words, out.Get(), err.Get(), false);
+        BecomeProgram(words, out.Get(), err.Get(), nullptr);
     }
     int status = 0;
     Check(::waitpid(child, &status, 0), "waitpid");
@@ -448,9 +460,19 @@ KTracedEnd RunUntraced(const std::vector<std::string>& words) {
     return end;
 }
 
-bool ChangesFiles(const KSeenCall& call) {
-    const KCallShape* shape = ShapeOf(call.number);
-    return shape != nullptr && (shape->changes || call.makes);
+const KWatch& FileChanges() {
+    static const KWatch watch = [] {
+        KWatch changes{{SYS_open, SYS_openat, SYS_openat2}, [](const KSeenCall& call) {
+                           return call.makes || ShapeOf(call.number)->changes;
+                       }};
+        for (const auto& [number, shape] : Shapes()) {
+            if (shape.changes) {
+                changes.numbers.push_back(number);
+            }
+        }
+        return changes;
+    }();
+    return watch;
 }
 
 bool WritesBytes(const KSeenCall& call) {

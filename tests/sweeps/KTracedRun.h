@@ -10,11 +10,18 @@ namespace KSWEEP {
 /// A system call of a traced program, as it was about to be made.
 struct KSeenCall {
     long number = 0;
-    std::string path;   ///< the last name among its arguments; empty for calls with none
-    bool makes = false; ///< it opens a file and makes it, if it is not there
+    std::string path;         ///< the last name among its arguments; empty for calls with none
+    bool makes = false;       ///< it opens a file and makes it, if it is not there
+    unsigned nthOfNumber = 0; ///< counted from 1 among all calls of its number
 
     /// As strace(1) would begin its line: "unlinkat(sweep.service)".
     std::string ToText() const;
+};
+
+/// At which calls a run stops. All others go on at their own speed.
+struct KWatch {
+    std::vector<long> numbers;                    ///< of these system calls, each one
+    std::function<bool(const KSeenCall&)> counts; ///< asked for each, in turn
 };
 
 /// What happens to a run, and at which of its calls.
@@ -28,10 +35,7 @@ struct KBlow {
     Kind kind = Kind::None;
     unsigned nth = 0;     ///< counted from 1 among the calls that count
     int errorNumber = 0;  ///< of Fail
-    bool onwards = false; ///< of Fail: and all calls of the same number after it
-    /// Of Fail: threads do not always make their calls in the same order, so the first of this number
-    /// from the nth call on is meant. Another one cannot give every error.
-    long number = -1;
+    bool onwards = false; ///< of Fail: and all calls that are watched after it
 };
 
 /// How a run ended, and what it said.
@@ -44,17 +48,17 @@ struct KTracedEnd {
     std::vector<KSeenCall> calls; ///< that count, up to the blow
 };
 
-/// Runs a program under ptrace(2), all its threads, not its children. A run that takes longer than 30
-/// seconds is ended by SIGALRM.
+/// Runs a program under ptrace(2), all its threads, not its children, to the end of all of them. A run that
+/// takes longer than 30 seconds is ended by SIGALRM.
 ///
-/// `counts` says which calls are counted. `seen`, if there is one, is called before each of them
-/// is made and when it was made (`isDone`); the calling thread stands still meanwhile.
+/// `seen`, if there is one, is called before each call that counts is made and when it was made (`isDone`);
+/// the calling thread stands still meanwhile.
 ///
 /// Throws   std::system_error when it cannot be traced
 KTracedEnd Trace(
     const std::vector<std::string>& words,
     const KBlow& blow,
-    const std::function<bool(const KSeenCall&)>& counts,
+    const KWatch& watch,
     const std::function<void(const KSeenCall&, bool isDone)>& seen = {}
 );
 
@@ -63,8 +67,8 @@ KTracedEnd Trace(
 /// Throws   std::system_error
 KTracedEnd RunUntraced(const std::vector<std::string>& words);
 
-/// Whether a call may change a file, or brings a change to the disk.
-bool ChangesFiles(const KSeenCall& call);
+/// The calls that may change a file, or bring a change to the disk.
+const KWatch& FileChanges();
 /// Whether it hands bytes over, so that it can be done by half.
 bool WritesBytes(const KSeenCall& call);
 

@@ -46,7 +46,7 @@ class KKillPoint {
   private:
     bool Kill() const {
         subject.GetMachine().PutBack(way.from);
-        const KTracedEnd end = Trace(subject.Words(way.words), blow, ChangesFiles);
+        const KTracedEnd end = Trace(subject.Words(way.words), blow, FileChanges());
         WaitForManager();
         return end.wasStruck && end.signal == SIGKILL;
     }
@@ -60,7 +60,7 @@ class KKillPoint {
 
 void SweepKills(const KSubject& subject, const KSelection& selection, KReport& report) {
     unsigned number = 0;
-    ForEachCall(subject, selection, report, ChangesFiles, [&](const KCallPoint& at) {
+    ForEachCall(subject, selection, report, FileChanges(), [&](const KCallPoint& at) {
         for (const auto kind : {KBlow::Kind::Kill, KBlow::Kind::HalfWrite}) {
             const bool isHalf = kind == KBlow::Kind::HalfWrite;
             const std::string name =

@@ -32,7 +32,7 @@ constexpr std::uint64_t fewestSwaps = 100000; // of a pattern
 constexpr unsigned fewestRounds = 3;          // each pace once
 constexpr unsigned longestClosed = 100;       // milliseconds, until what is opened late is open
 constexpr unsigned pollMicroseconds = 300;
-constexpr std::chrono::minutes longestPattern(5);
+constexpr std::chrono::minutes longestPattern(10);
 constexpr std::chrono::seconds longestControl(20);
 
 struct KRaced {
@@ -227,7 +227,7 @@ class KRace {
             meanwhile();
             ::usleep(pollMicroseconds);
         };
-        const KTracedEnd end = Trace(words, {}, ChangesFiles, wait);
+        const KTracedEnd end = Trace(words, {}, FileChanges(), wait);
         return {end.exitCode, end.signal, end.out, end.err, 0, 0};
     }
 
