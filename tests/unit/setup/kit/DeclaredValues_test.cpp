@@ -116,6 +116,16 @@ TEST_F(DeclaredValuesTest, SoundDeclarationsHaveNoMistakes) {
     );
 }
 
+/// Typed at a terminal, where no file is read that would refuse it.
+TEST_F(DeclaredValuesTest, AControlCharacterIsNoPartOfAValue) {
+    const auto values = KSETUP::ReadDeclaredValues(Product("host.text=Name of this host\n"));
+    ASSERT_EQ(values.size(), 1U);
+    EXPECT_THAT(
+        KSETUP::WhyNotValue(values[0], "a\x1b[2Jb").English(), HasSubstr("a control character")
+    );
+    EXPECT_EQ(KSETUP::WhyNotValue(values[0], "a [2Jb").English(), "");
+}
+
 TEST_F(DeclaredValuesTest, OnlyTheValueOfAPutHoldsASecret) {
     const std::vector<KDeclaredValue> values{{"w", "w", std::nullopt, "", true, true, 1}};
     const auto uses = KSETUP::FindValueUses(
