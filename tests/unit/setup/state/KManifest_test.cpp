@@ -58,6 +58,23 @@ TEST_F(KManifestTest, WhatWasWrittenIsRead) {
     EXPECT_EQ(tree.Mode("base/dps/manifest"), 0600u);
 }
 
+/// What was digested while a run copied is not read again, unless it has become another file.
+TEST_F(KManifestTest, ADigestOfAFileOfAnotherSizeDoesNotCount) {
+    tree.Write("p/same", "bytes");
+    tree.Write("p/other", "bytes");
+    KSETUP::KFileDigest known;
+    known.sha256 = "known";
+    known.size = 5;
+    KSETUP::KDigests digests{{tree.Path("p/same"), known}};
+    known.size = 4;
+    digests[tree.Path("p/other")] = known;
+    const KManifest manifest({tree.Path("p/same"), tree.Path("p/other")}, digests);
+    EXPECT_EQ(manifest.Find(tree.Path("p/same"))->digest, "known");
+    EXPECT_EQ(
+        manifest.Find(tree.Path("p/other"))->digest, KSETUP::DigestFile(tree.Path("p/other")).sha256
+    );
+}
+
 /// More than is written at a time.
 TEST_F(KManifestTest, AManifestOfManyFilesIsWhole) {
     constexpr std::size_t count = 1000;
