@@ -3,6 +3,7 @@
 #include <setup/files/PathText.h>
 
 #include <cerrno>
+#include <chrono>
 #include <exception>
 #include <filesystem>
 #include <system_error>
@@ -15,6 +16,9 @@ namespace KSETUP {
 
 namespace {
 
+/// How long files gather before the thread looks again. To wake it for each would hold the copies of small
+/// ones up by as much as they take.
+constexpr std::chrono::milliseconds gathering(2);
 constexpr const char* unlisted = "not listed"; // equals no digest
 
 /// Through a link at the end, where one was written through.
@@ -74,7 +78,9 @@ void KCopyDigests::Add(const std::string& source, const std::string& target) {
         Start();
         if (isLasting && !isThreadless) {
             jobs.push_back(std::move(job));
-            changed.notify_all();
+            if (isAsleep) {
+                changed.notify_all();
+            }
             return;
         }
     }
@@ -98,20 +104,41 @@ void KCopyDigests::Start() {
 
 void KCopyDigests::Run() {
     KSYS::KScopedLock hold(guard);
-    while (true) {
-        changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) {
-            return isStopped || !jobs.empty();
-        });
-        if (isStopped) {
-            return;
+    while (!isStopped) {
+        if (jobs.empty()) {
+            Gather(hold);
+            continue;
         }
         const Job job = jobs.front();
         hold.Unlock();
         Digest(job);
         hold.Lock();
         jobs.pop_front();
-        changed.notify_all();
+        if (jobs.empty()) {
+            changed.notify_all();
+        }
     }
+}
+
+/// Returns when there may be something to do.
+void KCopyDigests::Gather(KSYS::KScopedLock<KSYS::KAnnotatedMutex<std::mutex>>& hold) {
+    changed.wait_for(hold.GetStandard(), gathering, [this]() SUP_REQUIRES(guard) {
+        return isStopped || isAwaited;
+    });
+    if (jobs.empty()) {
+        isAsleep = true;
+        changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) {
+            return isStopped || !jobs.empty();
+        });
+        isAsleep = false;
+    }
+}
+
+void KCopyDigests::WaitForEnd(KSYS::KScopedLock<KSYS::KAnnotatedMutex<std::mutex>>& hold) {
+    isAwaited = true;
+    changed.notify_all();
+    changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) { return jobs.empty(); });
+    isAwaited = false;
 }
 
 std::function<bool()> KCopyDigests::ShallStop() {
@@ -153,13 +180,13 @@ void KCopyDigests::Digest(const Job& job) {
 
 std::vector<std::string> KCopyDigests::FindBroken() {
     KSYS::KScopedLock hold(guard);
-    changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) { return jobs.empty(); });
+    WaitForEnd(hold);
     return std::exchange(broken, {});
 }
 
 KDigests KCopyDigests::Take() {
     KSYS::KScopedLock hold(guard);
-    changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) { return jobs.empty(); });
+    WaitForEnd(hold);
     copiesTo = {};
     return std::exchange(digests, {});
 }

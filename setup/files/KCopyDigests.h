@@ -65,6 +65,8 @@ class KCopyDigests {
     std::string FindExpected(const std::string& source) const;
     void Start() SUP_REQUIRES(guard);
     void Run();
+    void Gather(KSYS::KScopedLock<KSYS::KAnnotatedMutex<std::mutex>>& hold) SUP_REQUIRES(guard);
+    void WaitForEnd(KSYS::KScopedLock<KSYS::KAnnotatedMutex<std::mutex>>& hold) SUP_REQUIRES(guard);
     void Digest(const Job& job);
     bool IsBroken(const Job& job, const std::string& sha256);
     std::function<bool()> ShallStop();
@@ -78,6 +80,8 @@ class KCopyDigests {
     std::deque<Job> jobs SUP_GUARDED_BY(guard); // the first is being done
     KDigests digests SUP_GUARDED_BY(guard);
     std::vector<std::string> broken SUP_GUARDED_BY(guard);
+    bool isAsleep SUP_GUARDED_BY(guard) = false;  // until the next file comes
+    bool isAwaited SUP_GUARDED_BY(guard) = false; // by who needs all of it
     bool isStopped SUP_GUARDED_BY(guard) = false;
     bool isThreadless SUP_GUARDED_BY(guard) = false;
     std::thread thread;

@@ -97,11 +97,13 @@ KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& sh
         if (result.errorNumber != 0) {
             return result;
         }
-        if (bytes == 0) {
-            break;
-        }
         sum.Add(chunk.get(), bytes);
         result.size += bytes;
+        // A read that finds room for more than the rest of the file has met its end.
+        const auto whole = static_cast<std::uint64_t>(status.st_size);
+        if (bytes == 0 || (bytes < room && result.size == whole)) {
+            break;
+        }
     }
     result.sha256 = sum.End();
     return result;

@@ -17,6 +17,10 @@ namespace {
 // How far it goes ahead.
 constexpr std::size_t mostFiles = 512;
 constexpr std::uint64_t mostBytes = std::uint64_t{64} << 20U;
+/// It sleeps until this part of the way is free again: to be woken for each file would cost the copies
+/// more than a file that is in memory takes.
+constexpr std::size_t freeFiles = mostFiles / 8;
+constexpr std::uint64_t freeBytes = mostBytes / 8;
 /// Of one file: the kernel itself reads on in a long one.
 constexpr std::uint64_t mostOfOne = std::uint64_t{8} << 20U;
 /// So many in memory, one behind the other: so are the others.
@@ -61,8 +65,14 @@ void KReadAhead::NoteCopied() {
     if (!ahead.empty()) {
         bytesAhead -= ahead.front();
         ahead.pop_front();
+    }
+    if (isAsleep && HasRoom(freeFiles, freeBytes)) {
         changed.notify_all();
     }
+}
+
+bool KReadAhead::HasRoom(std::size_t ofFiles, std::uint64_t ofBytes) const {
+    return ahead.size() + ofFiles <= mostFiles && bytesAhead + ofBytes <= mostBytes;
 }
 
 /// Whether some of the file was in memory.
@@ -81,9 +91,13 @@ void KReadAhead::Run() {
     std::size_t known = 0;
     KSYS::KScopedLock hold(guard);
     for (std::size_t next = 0; next < files.size() && known < knownFiles; ++next) {
-        changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) {
-            return isOver || (ahead.size() < mostFiles && bytesAhead < mostBytes);
-        });
+        if (!HasRoom(1, 1)) {
+            isAsleep = true;
+            changed.wait(hold.GetStandard(), [this]() SUP_REQUIRES(guard) {
+                return isOver || HasRoom(freeFiles, freeBytes);
+            });
+            isAsleep = false;
+        }
         if (isOver) {
             return;
         }

@@ -41,6 +41,7 @@ class KReadAhead {
 
   private:
     void Run();
+    bool HasRoom(std::size_t ofFiles, std::uint64_t ofBytes) const SUP_REQUIRES(guard);
     bool Read(const std::string& path, std::uint64_t& bytes) const;
 
     const std::vector<std::string> files;
@@ -49,6 +50,7 @@ class KReadAhead {
     std::size_t copied SUP_GUARDED_BY(guard) = 0;
     std::deque<std::uint64_t> ahead SUP_GUARDED_BY(guard); // bytes of those that are not copied yet
     std::uint64_t bytesAhead SUP_GUARDED_BY(guard) = 0;
+    bool isAsleep SUP_GUARDED_BY(guard) = false;
     bool isOver SUP_GUARDED_BY(guard) = false;
     std::thread thread;
 };
