@@ -37,8 +37,10 @@ bool KChangePolicy::IsConfiguration(const std::string& path, Treatment treatment
     if (treatment != Treatment::ByPlace) {
         return treatment == Treatment::Configuration;
     }
-    const std::string normal = NormalPath(path);
-    return IsAtOrBelow(normal, configDirectory) || IsAtOrBelow(normal, "/etc");
+    const auto isOfOne = [this](const std::string& normal) {
+        return IsAtOrBelow(normal, configDirectory) || IsAtOrBelow(normal, "/etc");
+    };
+    return IsNormalPath(path) ? isOfOne(path) : isOfOne(NormalPath(path)); // mostly it is
 }
 
 KChangePolicy::Copy KChangePolicy::DecideCopy(

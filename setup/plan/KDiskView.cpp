@@ -35,16 +35,20 @@ bool IsNothing(unsigned error) {
            (error == EACCES && !KSYS::IsRoot());
 }
 
+void Sort(std::vector<KDiskView::Name>& names) {
+    std::sort(names.begin(), names.end(), [](const auto& left, const auto& right) {
+        return left.path->first < right.path->first; // in one directory
+    });
+}
+
 } // namespace
 
 KPlannedEntry KDiskView::LookAtDisk(const KSYS::Entry& at, const std::string& path) {
     KSYS::EntryStatus status;
-    KPlannedEntry entry;
+    std::string target;
     unsigned failed = KSYS::ReadEntryStatus(at, KSYS::LastLink::Keep, status);
     if (failed == 0 && S_ISLNK(status.mode)) {
-        std::string target;
         failed = KSYS::ReadLink(at, target);
-        entry.origin = &Keep(target);
     }
     if (IsNothing(failed)) {
         return {};
@@ -52,6 +56,11 @@ KPlannedEntry KDiskView::LookAtDisk(const KSYS::Entry& at, const std::string& pa
     if (failed != 0) {
         RefuseUnread(path, failed);
     }
+    return EntryOf(status, target);
+}
+
+KPlannedEntry KDiskView::EntryOf(const KSYS::EntryStatus& status, const std::string& target) {
+    KPlannedEntry entry;
     entry.mode = status.mode & 07777;
     entry.attribute = status.attribute;
     if (S_ISREG(status.mode)) {
@@ -62,30 +71,36 @@ KPlannedEntry KDiskView::LookAtDisk(const KSYS::Entry& at, const std::string& pa
         entry.isShared = status.owner != 0 || (status.mode & (S_IWGRP | S_IWOTH)) != 0;
     } else if (S_ISLNK(status.mode)) {
         entry.kind = KEntryKind::Link;
+        entry.origin = &Keep(target);
     } else {
         entry.kind = KEntryKind::Other;
     }
     return entry;
 }
 
-const std::string* KDiskView::FindKept(const std::string& text) const {
-    const auto found = known.find(text);
-    return found != known.end() ? &found->first : nullptr;
+/// A product's new directories hold nothing yet, for thousands of files.
+bool KDiskView::IsBelowNothing(const std::string& path) {
+    const std::string parent = path != "/" ? ParentPath(path) : "";
+    const KEntryKind above = parent.empty() ? KEntryKind::Directory : Look(parent).kind;
+    return above != KEntryKind::Directory && above != KEntryKind::Link;
 }
 
 const KPlannedEntry& KDiskView::Look(const std::string& path) {
-    if (const auto found = known.find(path); found != known.end() && found->second.wasAsked) {
-        return found->second.entry;
+    if (Kept* kept = FindKept(path)) {
+        return Look(*kept);
     }
-    // A product's new directories hold nothing yet, for thousands of files.
-    if (const std::string parent = ParentPath(path); !parent.empty() && path != "/") {
-        const KEntryKind above = Look(parent).kind;
-        if (above != KEntryKind::Directory && above != KEntryKind::Link) {
+    return IsBelowNothing(path) ? nothing : Look(KeepPath(path));
+}
+
+const KPlannedEntry& KDiskView::Look(Kept& kept) {
+    auto& [path, onDisk] = kept;
+    if (!onDisk.wasAsked) {
+        if (IsBelowNothing(path)) {
             return nothing;
         }
+        onDisk = {LookAtDisk(path, path), true};
     }
-    const KPlannedEntry entry = LookAtDisk(path, path);
-    return (known[path] = {entry, true}).entry;
+    return onDisk.entry;
 }
 
 const std::vector<KDiskView::Name>& KDiskView::List(const std::string& directory) {
@@ -112,9 +127,12 @@ const KDiskView::Listing& KDiskView::Find(const std::string& directory) {
 
 /// What is missing or no directory holds nothing.
 KDiskView::Listing KDiskView::Read(const std::string& directory) {
+    Listing listing;
+    if (ReadKit(directory, listing)) {
+        return listing;
+    }
     std::vector<std::string> found;
     KSYS::KDescriptor open;
-    Listing listing;
     // With "/." also a directory that a link leads to.
     unsigned failed = KSYS::OpenDirectoryEntry(directory + "/.", open);
     if (failed == 0) {
@@ -127,17 +145,40 @@ KDiskView::Listing KDiskView::Read(const std::string& directory) {
     listing.names.reserve(found.size());
     for (const std::string& name : found) {
         // By the open directory that costs a fraction, and who lists files looks at them too.
-        const auto at = known.try_emplace(ChildPath(directory, name)).first;
-        OnDisk& one = at->second; // stays where it is when more become known
-        if (!one.wasAsked) {
-            one = {LookAtDisk({open, name}, at->first), true};
-        }
-        listing.names.push_back({&at->first, one.entry.kind == KEntryKind::Directory});
+        Kept& path = KeepPath(ChildPath(directory, name));
+        Add(path,
+            path.second.wasAsked ? path.second.entry : LookAtDisk({open, name}, path.first),
+            listing);
     }
-    std::sort(listing.names.begin(), listing.names.end(), [](const Name& left, const Name& right) {
-        return *left.path < *right.path; // in one directory
-    });
+    Sort(listing.names);
     return listing;
+}
+
+/// Whether the look at the kit has seen the directory.
+bool KDiskView::ReadKit(const std::string& directory, Listing& listing) {
+    if (kit == nullptr || !IsAtOrBelow(directory, kit->GetDirectory())) {
+        return false;
+    }
+    const std::size_t above = kit->GetDirectory().size() + 1;
+    const auto found = kit->Find(directory.size() < above ? "" : directory.substr(above));
+    if (!found) {
+        return false;
+    }
+    listing.names.reserve(found->size());
+    for (const KKitLook::Entry& entry : *found) {
+        Kept& path = KeepPath(JoinPath(kit->GetDirectory(), kit->PathOf(entry)));
+        Add(path,
+            path.second.wasAsked ? path.second.entry : EntryOf(entry.status, kit->TargetOf(entry)),
+            listing);
+    }
+    Sort(listing.names);
+    return true;
+}
+
+/// The path stays where it is when more become known.
+void KDiskView::Add(Kept& path, const KPlannedEntry& entry, Listing& listing) {
+    path.second = {entry, true};
+    listing.names.push_back({&path, entry.kind == KEntryKind::Directory});
 }
 
 } // namespace KSETUP

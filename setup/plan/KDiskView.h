@@ -2,11 +2,14 @@
 #pragma once
 
 #include <setup/files/PathText.h>
+#include <setup/state/KKitLook.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include <sys/files/DirectoryEntry.h>
@@ -50,15 +53,27 @@ struct KPlannedEntry {
 /// Thread   one at a time
 class KDiskView {
   public:
-    struct Name {
-        const std::string* path; ///< whole; valid as long as the view
-        bool isDirectory;        ///< a link to one is none
+    /// With a look at a kit, what is there is not looked at again.
+    explicit KDiskView(std::shared_ptr<const KKitLook> itsKit = nullptr) : kit(std::move(itsKit)) {}
 
-        std::string_view Get() const noexcept { return NameOfPath(*path); }
+    struct OnDisk {
+        KPlannedEntry entry;
+        bool wasAsked = false;
+    };
+    /// A path, or another text of a plan, that is kept, and what is there. Who has it need not look for
+    /// the text again. Valid as long as the view.
+    using Kept = std::pair<const std::string, OnDisk>;
+
+    struct Name {
+        const Kept* path; ///< whole
+        bool isDirectory; ///< a link to one is none
+
+        std::string_view Get() const noexcept { return NameOfPath(path->first); }
     };
 
     /// Nothing is what cannot be looked at, too. Valid as long as this.
     const KPlannedEntry& Look(const std::string& path);
+    const KPlannedEntry& Look(Kept& kept);
     /// What is in a directory, sorted by byte; nothing where it is missing, and for who may not look
     /// into it. Valid as long as this.
     ///
@@ -71,26 +86,28 @@ class KDiskView {
 
     /// A path, or another text of a plan, which is there once however many things name it. Valid as
     /// long as this.
-    const std::string& Keep(const std::string& text) {
-        return known.try_emplace(text).first->first;
-    }
+    const std::string& Keep(const std::string& text) { return KeepPath(text).first; }
+    Kept& KeepPath(const std::string& text) { return *known.try_emplace(text).first; }
     /// Null for what was never kept.
-    const std::string* FindKept(const std::string& text) const;
+    Kept* FindKept(const std::string& text) {
+        const auto found = known.find(text);
+        return found != known.end() ? &*found : nullptr;
+    }
 
   private:
-    struct OnDisk {
-        KPlannedEntry entry;
-        bool wasAsked = false;
-    };
     struct Listing {
         std::vector<Name> names;
         unsigned whyUnread = 0; ///< errno
     };
     Listing Read(const std::string& directory);
     const Listing& Find(const std::string& directory);
-
+    bool IsBelowNothing(const std::string& path);
     KPlannedEntry LookAtDisk(const KSYS::Entry& at, const std::string& path);
+    KPlannedEntry EntryOf(const KSYS::EntryStatus& status, const std::string& target);
+    bool ReadKit(const std::string& directory, Listing& listing);
+    void Add(Kept& path, const KPlannedEntry& entry, Listing& listing);
 
+    std::shared_ptr<const KKitLook> kit;
     std::unordered_map<std::string, OnDisk> known; // by path; also those that were only kept
     std::unordered_map<std::string, Listing> listings;
 };

@@ -35,6 +35,7 @@ KPlannedTree::KPlannedTree(
 )
     : below(base),
       kit(Normal(kitDirectory)),
+      belowKit(kit == "/" ? kit : kit + "/"),
       disk(std::move(view)) {}
 
 std::string KPlannedTree::Normal(const std::string& path) {
@@ -42,25 +43,38 @@ std::string KPlannedTree::Normal(const std::string& path) {
 }
 
 bool KPlannedTree::Counts(const std::string& path) const {
-    return below == Below::Disk || path == "/" || path == kit ||
-           path.starts_with(kit == "/" ? kit : kit + "/");
+    return below == Below::Disk || path == "/" || path == kit || path.starts_with(belowKit);
 }
 
 const KPlannedEntry* KPlannedTree::FindChange(const std::string& normal) const {
-    const std::string* kept = changes.empty() ? nullptr : disk->FindKept(normal);
-    const auto change = kept != nullptr ? changes.find(kept) : changes.end();
+    const Kept* kept = changes.empty() ? nullptr : disk->FindKept(normal);
+    return kept != nullptr ? FindChange(*kept) : nullptr;
+}
+
+const KPlannedEntry* KPlannedTree::FindChange(const Kept& kept) const {
+    const auto change = changes.find(&kept);
     return change != changes.end() ? &change->second : nullptr;
 }
 
 /// On an empty machine the way to the kit is there, and nothing beside it.
 const KPlannedEntry& KPlannedTree::At(const std::string& normal) const {
-    if (const KPlannedEntry* change = FindChange(normal)) {
-        return *change;
+    if (Kept* kept = disk->FindKept(normal)) {
+        return At(*kept);
     }
     if (Counts(normal)) {
         return disk->Look(normal);
     }
     return IsAtOrBelow(kit, normal) ? wayToKit : noEntry;
+}
+
+const KPlannedEntry& KPlannedTree::At(Kept& kept) const {
+    if (const KPlannedEntry* change = FindChange(kept)) {
+        return *change;
+    }
+    if (Counts(kept.first)) {
+        return disk->Look(kept);
+    }
+    return IsAtOrBelow(kit, kept.first) ? wayToKit : noEntry;
 }
 
 /// Where a path leads to no place the disk has nothing. But rules may have gone on as if a missing
@@ -79,6 +93,10 @@ const KPlannedEntry& KPlannedTree::Find(const std::string& path) const {
 
 const KPlannedEntry& KPlannedTree::FindTarget(const std::string& path) const {
     return AtPlace(Resolve(path, Last::Follow, Links::Any));
+}
+
+const KPlannedEntry& KPlannedTree::FindAt(const KPlannedPlace& place) const {
+    return place.problem == KPathProblem::None ? At(place.path) : Find(place.path);
 }
 
 std::vector<std::string>
@@ -110,17 +128,18 @@ std::vector<std::string> KPlannedTree::ListBy(
             }
         }
     }
-    const auto changed = changedBelow.find(normal);
+    const Kept* kept = disk->FindKept(normal);
+    const auto changed = kept != nullptr ? changedBelow.find(kept) : changedBelow.end();
     if (changed == changedBelow.end()) {
         return names;
     }
     std::set<std::string> all(names.begin(), names.end());
-    for (const std::string* path : changed->second.paths) {
+    for (const Kept* path : changed->second.paths) {
         const auto change = changes.find(path);
         if (change == changes.end()) { // it is on the way to one
             continue;
         }
-        const std::string name(NameOfPath(*path));
+        const std::string name(NameOfPath(path->first));
         const KEntryKind kind = change->second.kind;
         if (kind != KEntryKind::Nothing && kind != KEntryKind::Directory && matches(name)) {
             all.insert(name);
@@ -149,7 +168,7 @@ KPlannedTree::ListDirectories(const std::string& directory, const std::string& p
 
 bool KPlannedTree::IsEmpty(const std::string& directory) const {
     const std::string normal = Resolve(directory, Last::Follow, Links::Any).path;
-    if (HasMadeBelow(normal)) {
+    if (HasMadeBelow(disk->FindKept(normal))) {
         return false;
     }
     if (!Counts(normal)) {
@@ -167,8 +186,8 @@ bool KPlannedTree::IsMade(const std::string& normal) const {
     return change != nullptr && change->kind != KEntryKind::Nothing;
 }
 
-bool KPlannedTree::HasMadeBelow(const std::string& directory) const {
-    const auto changed = changedBelow.find(directory);
+bool KPlannedTree::HasMadeBelow(const Kept* directory) const {
+    const auto changed = directory != nullptr ? changedBelow.find(directory) : changedBelow.end();
     return changed != changedBelow.end() && changed->second.madeCount != 0;
 }
 
@@ -176,14 +195,15 @@ bool KPlannedTree::HasMadeBelow(const std::string& directory) const {
 /// when it is empty, and who finds it resolved looks whether it is there.
 void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
     entry.attribute = KSYS::ProtectingAttribute::None;
-    const KEntryKind former = At(normal).kind;
+    Kept& kept = disk->KeepPath(normal);
+    const KEntryKind former = At(kept).kind;
     const bool stays = entry.kind == KEntryKind::Directory || entry.kind == KEntryKind::Nothing;
     if (former == KEntryKind::Link || (former == KEntryKind::Directory && !stays)) {
         resolved = {};
     }
-    const bool wasMade = IsMade(normal);
+    const KPlannedEntry* change = FindChange(kept);
+    const bool wasMade = change != nullptr && change->kind != KEntryKind::Nothing;
     const bool isMade = entry.kind != KEntryKind::Nothing;
-    const std::string& kept = Keep(normal);
     if (changes.insert_or_assign(&kept, entry).second) {
         NoteAbove(&kept);
     }
@@ -200,13 +220,13 @@ void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
 }
 
 /// Of a new change. What is on the way to an earlier one is noted already.
-void KPlannedTree::NoteAbove(const std::string* path) {
-    if (changedBelow.contains(*path)) {
+void KPlannedTree::NoteAbove(const Kept* path) {
+    if (changedBelow.contains(path)) {
         return;
     }
-    while (path->size() > 1) {
-        const std::string* parent = &Keep(ParentPath(*path));
-        const auto [changed, isNew] = changedBelow.try_emplace(*parent);
+    while (path->first.size() > 1) {
+        const Kept* parent = &disk->KeepPath(ParentPath(path->first));
+        const auto [changed, isNew] = changedBelow.try_emplace(parent);
         changed->second.paths.push_back(path);
         if (!isNew || changes.contains(parent)) {
             return;
@@ -216,19 +236,20 @@ void KPlannedTree::NoteAbove(const std::string* path) {
 }
 
 /// Tells the directories above, as far up as it is news: mostly one, which is made itself.
-void KPlannedTree::NoteMade(const std::string& normal, bool wasMade, bool isMade) {
-    if (wasMade == isMade || HasMadeBelow(normal)) {
+void KPlannedTree::NoteMade(const Kept& kept, bool wasMade, bool isMade) {
+    if (wasMade == isMade || HasMadeBelow(&kept)) {
         return;
     }
-    std::string at = normal;
-    while (at.size() > 1) {
-        std::string parent = ParentPath(at);
-        std::size_t& count = changedBelow.at(parent).madeCount;
+    const Kept* at = &kept;
+    while (at->first.size() > 1) {
+        const Kept& parent = disk->KeepPath(ParentPath(at->first));
+        std::size_t& count = changedBelow.at(&parent).madeCount;
         const bool isAlone = (isMade ? count++ : --count) == 0;
-        if (!isAlone || IsMade(parent)) {
+        const KPlannedEntry* change = FindChange(parent);
+        if (!isAlone || (change != nullptr && change->kind != KEntryKind::Nothing)) {
             return;
         }
-        at = std::move(parent);
+        at = &parent;
     }
 }
 
@@ -237,15 +258,20 @@ void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
 }
 
 void KPlannedTree::PutCopy(
-    const std::string& path, KPlannedEntry entry, const std::string& source
+    const KPlannedPlace& toPlace, KPlannedEntry entry, const KPlannedPlace& fromPlace
 ) {
-    const std::string from = Resolve(source, Last::Follow, Links::Any).path;
-    const std::string to = Resolve(path, Last::Keep, Links::Any).path;
+    const std::string& from = fromPlace.path;
+    const std::string to = toPlace.problem == KPathProblem::None
+                               ? toPlace.path
+                               : Resolve(toPlace.path, Last::Keep, Links::Any).path;
     if (from == to) {
         return;
     }
-    entry.origin = &Keep(ContentAt(from));
+    entry.origin = &ContentAt(from);
     Set(to, entry);
+    if (options.empty()) {
+        return;
+    }
     std::vector<std::pair<Section, std::vector<Option>>> copied;
     for (auto at = options.lower_bound({from, ""}); at != options.end() && at->first.first == from;
          ++at) {
@@ -305,8 +331,9 @@ const std::string& KPlannedTree::GetContent(const std::string& path) const {
 }
 
 const std::string& KPlannedTree::ContentAt(const std::string& normal) const {
-    const KPlannedEntry* change = FindChange(normal);
-    return change != nullptr ? change->GetContent() : Counts(normal) ? Keep(normal) : noText;
+    const Kept& kept = disk->KeepPath(normal);
+    const KPlannedEntry* change = FindChange(kept);
+    return change != nullptr ? change->GetContent() : Counts(normal) ? kept.first : noText;
 }
 
 /// Only a section that somebody asks for is read.

@@ -58,6 +58,8 @@ class KPlannedTree {
     const KPlannedEntry& Find(const std::string& path) const;
     /// What stands where the path leads to. Valid as above.
     const KPlannedEntry& FindTarget(const std::string& path) const;
+    /// What stands at a place that a path was resolved to. Valid as above.
+    const KPlannedEntry& FindAt(const KPlannedPlace& place) const;
     bool Exists(const std::string& path) const { return Find(path).kind != KEntryKind::Nothing; }
     /// The names in a directory that are no directories and match the pattern, sorted, as the
     /// engine enumerates them.
@@ -75,8 +77,8 @@ class KPlannedTree {
 
     /// Replaces a link at the path itself.
     void Put(const std::string& path, KPlannedEntry entry);
-    /// A file with the bytes of another.
-    void PutCopy(const std::string& path, KPlannedEntry entry, const std::string& source);
+    /// A file with the bytes of another: resolved up to the last name, and with it.
+    void PutCopy(const KPlannedPlace& toPlace, KPlannedEntry entry, const KPlannedPlace& fromPlace);
     /// With missing parents, as far as they can be made; those that were are in the result, the
     /// uppermost first.
     std::vector<std::string> MakeDirectory(const std::string& path);
@@ -110,6 +112,7 @@ class KPlannedTree {
     static std::string Normal(const std::string& path);
 
   private:
+    using Kept = KDiskView::Kept;
     using Section = std::pair<std::string, std::string>; ///< profile and section
 
     bool Counts(const std::string& path) const;
@@ -117,30 +120,32 @@ class KPlannedTree {
     std::vector<std::string>
     ListBy(Lister lister, const std::string& directory, const std::string& pattern) const;
     const KPlannedEntry* FindChange(const std::string& normal) const;
+    const KPlannedEntry* FindChange(const Kept& kept) const;
     const KPlannedEntry& At(const std::string& normal) const;
+    const KPlannedEntry& At(Kept& kept) const;
     const KPlannedEntry& AtPlace(const KPlannedPlace& place) const;
     KPlannedPlace Walk(const std::string& path, Last last, Links links) const;
     KPlannedPlace WalkToDirectory(const std::string& path, Links links) const;
     const KPlannedPlace& ResolveDirectory(const std::string& path, Links links) const;
     bool Follows(const std::string& directory, Links links) const;
     void Set(const std::string& normal, KPlannedEntry entry);
-    void NoteAbove(const std::string* path);
-    void NoteMade(const std::string& normal, bool wasMade, bool isMade);
-    bool HasMadeBelow(const std::string& directory) const;
+    void NoteAbove(const Kept* path);
+    void NoteMade(const Kept& kept, bool wasMade, bool isMade);
+    bool HasMadeBelow(const Kept* directory) const;
     const std::string& ContentAt(const std::string& normal) const;
     std::vector<Option>& LoadOptions(const std::string& profile, const std::string& section) const;
 
     Below below;
     std::string kit;
+    std::string belowKit; // how the paths in it begin
     std::shared_ptr<KDiskView> disk;
-    /// What was made and still stands, and what was deleted (kind Nothing), by the path that the view
-    /// keeps.
-    std::unordered_map<const std::string*, KPlannedEntry> changes;
+    /// What was made and still stands, and what was deleted (kind Nothing).
+    std::unordered_map<const Kept*, KPlannedEntry> changes;
     struct Changed {
-        std::vector<const std::string*> paths; ///< in it, at or below which something changed
-        std::size_t madeCount = 0;             ///< of those at or below which something is made
+        std::vector<const Kept*> paths; ///< in it, at or below which something changed
+        std::size_t madeCount = 0;      ///< of those at or below which something is made
     };
-    std::unordered_map<std::string, Changed> changedBelow;  // by directory
+    std::unordered_map<const Kept*, Changed> changedBelow;  // by directory
     mutable std::map<Section, std::vector<Option>> options; // of sections that were asked for
 
     /// Directories that paths led to, by the path: rules have many files in few of them. With links

@@ -124,7 +124,11 @@ bool KPlanner::Keeps(const KPlannedAction& copy) {
         beside.replaces = tree.Exists(*beside.path);
         NoteChange(*beside.path, tree.Find(*beside.path));
         beside.conflict = policy.WhyNotReplace(*beside.path, *copy.source);
-        tree.PutCopy(*beside.path, tree.FindTarget(*copy.source), *copy.source);
+        const auto from =
+            tree.Resolve(*copy.source, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
+        const auto to =
+            tree.Resolve(*beside.path, KPlannedTree::Last::Keep, KPlannedTree::Links::Any);
+        tree.PutCopy(to, tree.FindAt(from), from);
         actions.push_back(std::move(beside));
     }
     return true;
@@ -134,7 +138,9 @@ void KPlanner::Copy(
     const std::string& source, const std::string& target, KChangePolicy::Treatment treatment
 ) {
     KPlannedAction action = ActionOf(tree, Kind::CopyFile, target, source);
-    const KPlannedEntry& found = tree.FindTarget(source);
+    const KPlannedPlace from =
+        tree.Resolve(source, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
+    const KPlannedEntry& found = tree.FindAt(from);
     action.bytes = found.bytes;
     action.mode = found.mode;
     action.lacks = found.kind != KEntryKind::File;
@@ -144,7 +150,7 @@ void KPlanner::Copy(
     const bool isOurs = WasMadeByPlan(target);
     const auto last = isOurs ? KPlannedTree::Last::Follow : KPlannedTree::Last::Keep;
     const KPlannedPlace place = tree.Resolve(target, last, KPlannedTree::Links::Trusted);
-    const KPlannedEntry& standing = tree.Find(place.path);
+    const KPlannedEntry& standing = tree.FindAt(place);
     KEntryKind former = standing.kind;
     action.replacesLink = former == KEntryKind::Link;
     if (!action.lacks && !isOurs && former != KEntryKind::Nothing &&
@@ -175,7 +181,7 @@ void KPlanner::Copy(
         if (former != KEntryKind::Nothing) {
             NoteChange(target, standing);
         }
-        tree.PutCopy(place.path, found, source);
+        tree.PutCopy(place, found, from);
     }
     actions.push_back(std::move(action));
 }

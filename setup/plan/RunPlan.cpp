@@ -166,13 +166,14 @@ bool IsUpToDate(
     }
     try {
         const std::string service = macros.Expand("$serviceName$");
-        return !KRunState::Read(service) && IsInstalledFrom(
-                                                KKitFingerprint(kit.GetDirectory()),
-                                                KINS::KInstaller(),
-                                                *record,
-                                                service,
-                                                macros.Expand("$verInfo$")
-                                            );
+        return !KRunState::Read(service) &&
+               IsInstalledFrom(
+                   KKitFingerprint(std::make_shared<KKitLook>(kit.GetDirectory())),
+                   KINS::KInstaller(),
+                   *record,
+                   service,
+                   macros.Expand("$verInfo$")
+               );
     } catch (const KSetupFailure&) { // it may not be looked at, so it is not known
         return false;
     }

@@ -21,12 +21,12 @@ namespace KSETUP {
 namespace {
 
 /// Whether others could change what is there. `isAbove` says that only what is below it counts.
-bool IsOpenToOthers(const struct stat& status, bool isAbove) {
-    const bool othersMayWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+bool IsOpenToOthers(unsigned mode, uid_t owner, bool isAbove) {
+    const bool othersMayWrite = (mode & (S_IWGRP | S_IWOTH)) != 0;
     // In a directory with the sticky bit nobody takes another's entry away.
-    const bool isSticky = (status.st_mode & S_ISVTX) != 0 && isAbove;
-    const bool isTrusted = status.st_uid == 0 || status.st_uid == CallingUser();
-    return !isTrusted || (othersMayWrite && !isSticky && !S_ISLNK(status.st_mode));
+    const bool isSticky = (mode & S_ISVTX) != 0 && isAbove;
+    const bool isTrusted = owner == 0 || owner == CallingUser();
+    return !isTrusted || (othersMayWrite && !isSticky && !S_ISLNK(mode));
 }
 
 [[noreturn]] void RefuseOpen(const std::string& path, bool isAbove) {
@@ -45,45 +45,26 @@ bool IsOpenToOthers(const struct stat& status, bool isAbove) {
 /// Looks at all of a kit, and at what links in it lead to.
 class PrivateKit {
   public:
-    explicit PrivateKit(const std::string& directory) : kit(directory) {}
+    explicit PrivateKit(const KKitLook& itsLook) : look(itsLook), kit(itsLook.GetDirectory()) {}
 
     void Require() {
         RequirePrivateWay(kit);
-        RequireTree(kit, kit);
+        RequireAbove(kit, false);
+        RequireEntries(look);
     }
 
   private:
-    /// `path` is where the entry is.
-    void RequireTree(const KSYS::Entry& entry, const std::string& path) {
-        struct stat status {};
-        KSYS::KDescriptor directory;
-        std::vector<std::string> names;
-        unsigned failed = KSYS::ReadStatus(entry, KSYS::LastLink::Keep, status);
-        // A device has no content that somebody could put there; as /dev/null, which masks a unit.
-        if (failed == 0 && !S_ISCHR(status.st_mode) && IsOpenToOthers(status, false)) {
-            RefuseEntry(path);
-        }
-        if (failed == 0 && S_ISLNK(status.st_mode)) {
-            RequireTarget(path);
-        }
-        if (failed == 0 && S_ISDIR(status.st_mode)) {
-            failed = KSYS::OpenDirectoryEntry(entry, directory);
-        }
-        if (failed == 0 && directory.IsOpen()) {
-            failed = KSYS::ListEntries({directory.Get(), "."}, names);
-        }
-        if (failed != 0) {
-            throw KSetupFailure(
-                ExitCode::noKit,
-                Text(
-                    "%s cannot be read: %s.",
-                    path,
-                    std::generic_category().message(static_cast<int>(failed))
-                )
-            );
-        }
-        for (const std::string& name : names) {
-            RequireTree({directory, name}, JoinPath(path, name));
+    void RequireEntries(const KKitLook& tree) {
+        for (const KKitLook::Entry& entry : tree.GetEntries()) {
+            const KSYS::EntryStatus& status = entry.status;
+            // A device has no content that somebody could put there; as /dev/null, which masks a unit.
+            const bool isDevice = S_ISCHR(status.mode);
+            if (!isDevice && IsOpenToOthers(status.mode, status.owner, false)) {
+                RefuseEntry(JoinPath(tree.GetDirectory(), tree.PathOf(entry)));
+            }
+            if (S_ISLNK(status.mode)) {
+                RequireTarget(JoinPath(tree.GetDirectory(), tree.PathOf(entry)));
+            }
         }
     }
 
@@ -100,15 +81,26 @@ class PrivateKit {
         if (!way.isThere) { // where others may make it, it will be theirs
             RequireAbove(way.end, false);
         } else if (!IsAtOrBelow(way.end, kit) && seen.insert(way.end).second) {
-            RequireTree(way.end, way.end);
+            RequireTree(way.end);
         }
         through = former;
+    }
+
+    void RequireTree(const std::string& path) {
+        struct stat status {};
+        const unsigned failed = KSYS::ReadStatus(path, KSYS::LastLink::Keep, status);
+        if (failed != 0 || !S_ISCHR(status.st_mode)) {
+            RequireAbove(path, false);
+        }
+        if (failed == 0 && S_ISDIR(status.st_mode)) {
+            RequireEntries(KKitLook(path));
+        }
     }
 
     void RequireAbove(const std::string& path, bool isAbove) const {
         struct stat status {};
         if (KSYS::ReadStatus(path, KSYS::LastLink::Keep, status) != 0 ||
-            IsOpenToOthers(status, isAbove)) {
+            IsOpenToOthers(status.st_mode, status.st_uid, isAbove)) {
             RefuseEntry(path);
         }
     }
@@ -129,7 +121,8 @@ class PrivateKit {
         );
     }
 
-    const std::string kit;
+    const KKitLook& look;
+    const std::string& kit;
     std::string through;        // the link by which the walk left the kit; empty within
     std::set<std::string> seen; // where links led to
 };
@@ -149,7 +142,7 @@ std::string FindOpenWay(const std::string& path) {
     for (std::string at = ParentPath(path); !at.empty(); at = at == "/" ? "" : ParentPath(at)) {
         struct stat status {};
         if (KSYS::ReadStatus(at, KSYS::LastLink::Keep, status) == 0 &&
-            IsOpenToOthers(status, true)) {
+            IsOpenToOthers(status.st_mode, status.st_uid, true)) {
             return at;
         }
     }
@@ -162,8 +155,8 @@ void RequirePrivateWay(const std::string& directory) {
     }
 }
 
-void RequirePrivate(const std::string& directory) {
-    PrivateKit(directory).Require();
+void RequirePrivate(const KKitLook& kit) {
+    PrivateKit(kit).Require();
 }
 
 void RequireSafeLog(const std::string& file) {

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/state/KKitLook.h>
+
 #include <string>
 
 #include <sys/types.h>
@@ -15,10 +17,11 @@ uid_t CallingUser();
 
 /// Refuses a directory that others than root, or than who called sudo(8), could change: what is
 /// installed from there would be theirs. All that is in it counts, the directories above it, and so
-/// do what links in it lead to and the way there. `directory` has no link in its path.
+/// do what links in it lead to and the way there. The directory has no link in its path. What is found
+/// private stays what the look has seen, but for root and who called sudo(8).
 ///
 /// Throws   KSetupFailure with ExitCode::noKit
-void RequirePrivate(const std::string& directory);
+void RequirePrivate(const KKitLook& kit);
 
 /// The same of the directories above it alone, for what is looked at where these do not count.
 void RequirePrivateWay(const std::string& directory);

@@ -55,7 +55,8 @@ std::optional<KPlannedRun> KPlannedRun::OfRemoval(const KTrustedKit& kit) {
 
 KPlannedRun::KPlannedRun(const KTrustedKit& trusted, Action what, const std::string& wantedPath)
     : kit(&trusted),
-      action(what) {
+      action(what),
+      view(std::make_shared<KDiskView>(trusted.GetLook())) {
     VerifyKit();
     KLockedProduct& locked = GetProduct();
     const KRunContext& context = locked.GetContext();

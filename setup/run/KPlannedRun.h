@@ -57,7 +57,7 @@ class KPlannedRun {
     KDigests sealed;
     std::string productPath;
     KValueTexts values;
-    std::shared_ptr<KDiskView> view = std::make_shared<KDiskView>();
+    std::shared_ptr<KDiskView> view;
     std::unique_ptr<KChangePolicy> policy;
     std::unique_ptr<KPlan> plan;
 };

@@ -133,8 +133,9 @@ KServiceOverrides FindServicesBefore(const KPlannedRun& planned) {
 
 } // namespace
 
-KRun::KRun(KCheckedRun&& checkedRun)
+KRun::KRun(KCheckedRun&& checkedRun, std::function<void()> whenCopied)
     : checked(std::move(checkedRun)),
+      afterLast(std::move(whenCopied)),
       context(checked.GetContext()),
       report(context.report),
       backup(checked.GetPlanned()),
@@ -164,6 +165,9 @@ KRun::KRun(KCheckedRun&& checkedRun)
             commandOutput.BeginRule();
         }
         RequireSealed(event);
+        if (afterLast && IsLastDone(event)) {
+            afterLast();
+        }
         watch->Take(event);
     });
     changes.planned = PlannedMatches(GetPlanned().GetPlan());
@@ -182,13 +186,17 @@ KRun::KRun(KCheckedRun&& checkedRun)
     StartRules();
 }
 
+bool KRun::IsLastDone(const KRunEvent& event) const {
+    return event.kind == KRunEvent::Kind::RuleDone && event.rule + 1 >= watch->GetRuleCount();
+}
+
 /// What was copied from a sealed kit is what was sealed, or it goes before anything that was copied
 /// can run by a rule, and before the product counts as installed.
 void KRun::RequireSealed(const KRunEvent& event) {
     const bool isDue =
         event.kind == KRunEvent::Kind::RuleStarted
             ? watch->GetRule(event.rule) == nullptr || watch->GetRule(event.rule)->startsPrograms
-            : event.kind == KRunEvent::Kind::RuleDone && event.rule + 1 >= watch->GetRuleCount();
+            : IsLastDone(event);
     if (!isDue || checked.GetCopies().GetSealed().empty()) {
         return;
     }

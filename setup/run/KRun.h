@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -29,11 +30,12 @@ namespace KSETUP {
 /// Thread   the main thread's; the engine has one of its own
 class KRun {
   public:
-    /// Begins it.
+    /// Begins it. `whenCopied` is called on the engine's thread when the last rule was done, while all
+    /// that is behind it still comes: the flush, the record.
     ///
     /// Throws   KSetupFailure or KSetupStop when no rule was run; the report's log end may then say
     ///          more
-    explicit KRun(KCheckedRun&& checkedRun);
+    explicit KRun(KCheckedRun&& checkedRun, std::function<void()> whenCopied = {});
     KRun(const KRun&) = delete;
     KRun& operator=(const KRun&) = delete;
 
@@ -77,7 +79,10 @@ class KRun {
     void FillLogEnd() const;
     void FillNotes();
 
+    bool IsLastDone(const KINS::KRunEvent& event) const;
+
     KCheckedRun checked;
+    const std::function<void()> afterLast;
     const KRunContext& context;
     KRunReport& report;
     KCommandOutput commandOutput;

@@ -6,6 +6,8 @@
 #include <setup/run/KSameInstall.h>
 #include <setup/run/PlannedPaths.h>
 
+#include <sys/processes/BlockedSignals.h>
+
 namespace KSETUP {
 
 namespace {
@@ -28,9 +30,21 @@ KKitFingerprint::KnownFiles FindKnown(const KPlannedRun& planned, const KManifes
 
 } // namespace
 
-KSameInstall::KSameInstall(KLockedProduct& locked)
-    : product(locked),
-      kit(locked.GetContext().kit.GetDirectory()) {}
+KSameInstall::KSameInstall(const KTrustedKit& trusted)
+    : product(trusted.GetProduct()),
+      kit(trusted.GetLook()) {}
+
+void KSameInstall::LookAgain() {
+    const KSYS::BlockedSignals
+        blocked; // for the thread that inherits them: they are the main one's
+    try {
+        laterLook = std::async([directory = product.GetContext().kit.GetDirectory()] {
+            return KKitFingerprint(std::make_shared<KKitLook>(directory)).GetLook();
+        });
+    } catch (const std::exception&) {
+        // Remember looks itself
+    }
+}
 
 bool KSameInstall::IsForTheSamePlace() const {
     const KSetupArguments& arguments = product.GetContext().arguments;
@@ -64,7 +78,7 @@ bool KSameInstall::IsDone() const {
     return true;
 }
 
-void KSameInstall::Remember(const KPlannedRun& planned, const KManifest& manifest) const {
+void KSameInstall::Remember(const KPlannedRun& planned, const KManifest& manifest) {
     try {
         WriteFingerprint(planned, manifest);
     } catch (const KSetupFailure& failure) {
@@ -75,10 +89,14 @@ void KSameInstall::Remember(const KPlannedRun& planned, const KManifest& manifes
     }
 }
 
-void KSameInstall::WriteFingerprint(const KPlannedRun& planned, const KManifest& manifest) const {
+void KSameInstall::WriteFingerprint(const KPlannedRun& planned, const KManifest& manifest) {
     const std::string& service = product.GetService();
-    const std::string& directory = product.GetContext().kit.GetDirectory();
-    if (KKitFingerprint(directory).GetLook() != kit.GetLook()) { // somebody wrote to it meanwhile
+    const std::string look =
+        laterLook.valid()
+            ? laterLook.get()
+            : KKitFingerprint(std::make_shared<KKitLook>(product.GetContext().kit.GetDirectory()))
+                  .GetLook();
+    if (look != kit.GetLook()) { // somebody wrote to it meanwhile
         KInstalledKit::Remove(service);
         return;
     }

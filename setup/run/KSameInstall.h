@@ -5,20 +5,24 @@
 #include <setup/run/KPlannedRun.h>
 #include <setup/state/KKitFingerprint.h>
 
+#include <future>
+#include <string>
+
 namespace KSETUP {
 
 /// Finds out whether an install would do again what was done: the same kit, and nothing changed on
-/// the machine. The kit is looked at when this is made, before the run, and once more behind it.
+/// the machine. The kit was looked at before the run, and is once more behind its rules.
 ///
-/// Borrows the locked product.
-/// Thread   the main thread's
+/// Borrows the kit and its locked product.
+/// Thread   the main thread's, but for LookAgain, which the run's may call before Remember
 ///
-///     const KSameInstall same(product);
-///     if (!same.IsDone()) { … the run … same.Remember(run's plan, its manifest); }
+///     KSameInstall same(kit);
+///     if (!same.IsDone()) { … the rules … same.LookAgain(); … same.Remember(run's plan, its manifest); }
 class KSameInstall {
   public:
-    /// Throws   KSetupFailure when the kit cannot be read
-    explicit KSameInstall(KLockedProduct& locked);
+    explicit KSameInstall(const KTrustedKit& trusted);
+    /// Looks at the kit once more, on a thread of its own: all that was to be copied is.
+    void LookAgain();
 
     /// Whether there is nothing to do, which the report then tells. Not after a run that was
     /// interrupted, for another path, with lines to add, or with --reinstall.
@@ -28,14 +32,15 @@ class KSameInstall {
 
     /// Remembers the kit of a run that is done. What fails is a note: the next install does more
     /// than it need.
-    void Remember(const KPlannedRun& planned, const KManifest& manifest) const;
+    void Remember(const KPlannedRun& planned, const KManifest& manifest);
 
   private:
     bool IsForTheSamePlace() const;
-    void WriteFingerprint(const KPlannedRun& planned, const KManifest& manifest) const;
+    void WriteFingerprint(const KPlannedRun& planned, const KManifest& manifest);
 
     KLockedProduct& product;
     KKitFingerprint kit;
+    std::future<std::string> laterLook;
 };
 
 } // namespace KSETUP

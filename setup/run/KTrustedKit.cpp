@@ -31,8 +31,10 @@ const char* SignatureState(KKitSigner::Kind kind) {
 
 } // namespace
 
-KTrustedKit::KTrustedKit(KLockedProduct& locked, Use use) : product(locked) {
-    RequirePrivate(product.GetContext().kit.GetDirectory()); // what is verified stays as it is
+KTrustedKit::KTrustedKit(KLockedProduct& locked, Use use)
+    : product(locked),
+      look(std::make_shared<const KKitLook>(locked.GetContext().kit.GetDirectory())) {
+    RequirePrivate(*look); // what is verified stays as it is
     isKeptOne = use == Use::Removal && IsKept();
     if (isKeptOne) {
         return;

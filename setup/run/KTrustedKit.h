@@ -3,7 +3,10 @@
 
 #include <setup/preflight/KitSigner.h>
 #include <setup/run/KLockedProduct.h>
+#include <setup/state/KKitLook.h>
 #include <setup/text/KText.h>
+
+#include <memory>
 
 namespace KSETUP {
 
@@ -24,6 +27,8 @@ class KTrustedKit {
     KTrustedKit(KLockedProduct& locked, Use use);
 
     KLockedProduct& GetProduct() const noexcept { return product; }
+    /// What was in the kit when nobody else could change it any more.
+    const std::shared_ptr<const KKitLook>& GetLook() const noexcept { return look; }
     /// Whether it is the one that was kept, for a removal: no seal says what that holds, for it has less
     /// than the kit, and files in place of links.
     bool IsKeptOne() const noexcept { return isKeptOne; }
@@ -40,6 +45,7 @@ class KTrustedKit {
     KText AdviceForRemoval() const;
 
     KLockedProduct& product;
+    std::shared_ptr<const KKitLook> look;
     KKnownKeys known;
     KKitSigner signer;
     bool hasKept = false; // what a removal needs

@@ -47,11 +47,11 @@ void Install(const KRunContext& context) {
     KLockedProduct product(context);
     RefuseHalfRestored(product);
     const KTrustedKit kit(product, KTrustedKit::Use::Install);
-    const KSameInstall same(product);
+    KSameInstall same(kit);
     if (same.IsDone()) {
         return;
     }
-    KRun run(KCheckedRun(KPlannedRun::OfInstall(kit)));
+    KRun run(KCheckedRun(KPlannedRun::OfInstall(kit)), [&same] { same.LookAgain(); });
     run.Finish();
     if (context.report.result == KRunResult::Done) {
         same.Remember(run.GetPlanned(), run.GetManifest());

@@ -10,8 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
-
-#include <sys/files/DirectoryEntry.h>
+#include <utility>
 
 namespace KSETUP {
 
@@ -32,6 +31,11 @@ void RequireRead(unsigned failed, const std::string& path) {
     }
 }
 
+/// Of a directory or a link it says how the file system keeps them.
+std::uint64_t SizeOf(const KSYS::EntryStatus& status) {
+    return S_ISREG(status.mode) ? status.bytes : 0;
+}
+
 /// Ends in a byte that no text has, so that no two lists of texts look the same.
 void Append(std::string& all, std::string_view text) {
     all += text;
@@ -40,79 +44,41 @@ void Append(std::string& all, std::string_view text) {
 
 } // namespace
 
-KKitFingerprint::KKitFingerprint(const std::string& kitDirectory) : directory(kitDirectory) {
-    Add("");
-    std::sort(entries.begin(), entries.end(), [this](const Entry& left, const Entry& right) {
-        return std::string_view(PathOf(left)) < PathOf(right);
+KKitFingerprint::KKitFingerprint(std::shared_ptr<const KKitLook> itsKit) : kit(std::move(itsKit)) {
+    sorted.reserve(kit->GetEntries().size());
+    for (const KKitLook::Entry& entry : kit->GetEntries()) {
+        sorted.push_back(&entry);
+    }
+    std::sort(sorted.begin(), sorted.end(), [this](const auto* left, const auto* right) {
+        return std::strcmp(kit->PathOf(*left), kit->PathOf(*right)) < 0;
     });
     std::string all;
-    for (const Entry& entry : entries) {
-        Append(all, PathOf(entry));
-        Append(all, std::to_string(entry.mode));
-        Append(all, std::to_string(entry.size));
-        Append(all, std::to_string(entry.seconds));
-        Append(all, std::to_string(entry.nanoseconds));
-        Append(all, TargetOf(entry));
+    for (const KKitLook::Entry* entry : sorted) {
+        const KSYS::EntryStatus& status = entry->status;
+        Append(all, kit->PathOf(*entry));
+        Append(all, std::to_string(status.mode));
+        Append(all, std::to_string(SizeOf(status)));
+        Append(all, std::to_string(status.modifiedSeconds));
+        Append(all, std::to_string(status.modifiedNanoseconds));
+        Append(all, kit->TargetOf(*entry));
     }
     look = DigestBytes(all);
-}
-
-const char* KKitFingerprint::TargetOf(const Entry& entry) const noexcept {
-    const char* path = PathOf(entry);
-    return path + std::strlen(path) + 1;
-}
-
-/// By the open directory, which costs a fraction; and only one is open, however deep they are.
-void KKitFingerprint::Add(const std::string& below) {
-    std::vector<std::string> names;
-    std::vector<std::string> directories;
-    const std::string parent = below.empty() ? directory : JoinPath(directory, below);
-    {
-        KSYS::KDescriptor open;
-        RequireRead(KSYS::OpenDirectoryEntry(parent + "/.", open), parent); // also by a link
-        RequireRead(KSYS::ListEntries({open.Get(), "."}, names), parent);
-        for (const std::string& name : names) {
-            Entry entry;
-            std::string target;
-            std::string path = below.empty() ? name : below + "/" + name;
-            const KSYS::Entry at{open, name};
-            struct stat status {};
-            RequireRead(KSYS::ReadStatus(at, KSYS::LastLink::Keep, status), parent + "/" + name);
-            entry.mode = status.st_mode;
-            entry.seconds = status.st_mtim.tv_sec;
-            entry.nanoseconds = status.st_mtim.tv_nsec;
-            if (S_ISREG(status.st_mode)) {
-                entry.size = static_cast<std::uint64_t>(status.st_size);
-            } else if (S_ISLNK(status.st_mode)) {
-                RequireRead(KSYS::ReadLink(at, target), parent + "/" + name);
-            } else if (S_ISDIR(status.st_mode)) {
-                directories.push_back(path);
-            }
-            entry.text = texts.size();
-            Append(texts, path);
-            Append(texts, target);
-            entries.push_back(entry);
-        }
-    }
-    for (const std::string& one : directories) {
-        Add(one);
-    }
 }
 
 std::string KKitFingerprint::ReadContent(
     const KnownFiles& known, const std::function<bool()>& shallStop
 ) const {
     std::string all;
-    for (const Entry& entry : entries) {
-        Append(all, PathOf(entry));
-        Append(all, std::to_string(entry.mode));
-        Append(all, TargetOf(entry));
-        if (!S_ISREG(entry.mode)) {
+    for (const KKitLook::Entry* entry : sorted) {
+        Append(all, kit->PathOf(*entry));
+        Append(all, std::to_string(entry->status.mode));
+        Append(all, kit->TargetOf(*entry));
+        if (!S_ISREG(entry->status.mode)) {
             continue;
         }
-        const std::string path = JoinPath(directory, PathOf(entry));
+        const std::string path = JoinPath(kit->GetDirectory(), kit->PathOf(*entry));
         if (const auto found = known.find(path);
-            found != known.end() && found->second.size == entry.size) {
+            found != known.end() && found->second.size == entry->status.bytes) {
             Append(all, found->second.sha256);
             continue;
         }

@@ -2,10 +2,12 @@
 #pragma once
 
 #include <setup/files/KFileDigest.h>
+#include <setup/state/KKitLook.h>
 #include <setup/state/StateDirectory.h>
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,10 +22,7 @@ namespace KSETUP {
 /// Threads  one at a time
 class KKitFingerprint {
   public:
-    /// Looks at every entry of the kit.
-    ///
-    /// Throws   KSetupFailure for what cannot be looked at
-    explicit KKitFingerprint(const std::string& kitDirectory);
+    explicit KKitFingerprint(std::shared_ptr<const KKitLook> itsKit);
 
     /// Of path, type, mode, size, time and link text of each entry, in hexadecimal.
     const std::string& GetLook() const noexcept { return look; }
@@ -41,21 +40,8 @@ class KKitFingerprint {
     ReadContent(const KnownFiles& known = {}, const std::function<bool()>& shallStop = {}) const;
 
   private:
-    struct Entry {
-        std::size_t text =
-            0; // where in `texts` its path in the kit begins; its target stands behind
-        unsigned mode = 0;
-        std::uint64_t size = 0;
-        std::int64_t seconds = 0;
-        std::int64_t nanoseconds = 0;
-    };
-    void Add(const std::string& below);
-    const char* PathOf(const Entry& entry) const noexcept { return texts.data() + entry.text; }
-    const char* TargetOf(const Entry& entry) const noexcept;
-
-    std::string directory;
-    std::string texts;          // of all entries, each with a null byte at its end: no path has one
-    std::vector<Entry> entries; // sorted by path
+    std::shared_ptr<const KKitLook> kit;
+    std::vector<const KKitLook::Entry*> sorted; // by path
     std::string look;
 };
 

@@ -39,7 +39,7 @@ unsigned ReadClosedToOthers(int directory, bool& isClosed) noexcept {
 unsigned ReadEntryStatus(const Entry& entry, LastLink last, EntryStatus& status) noexcept {
     struct statx found {};
     const int flags = last == LastLink::Follow ? 0 : AT_SYMLINK_NOFOLLOW;
-    constexpr unsigned wanted = STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_UID;
+    constexpr unsigned wanted = STATX_TYPE | STATX_MODE | STATX_SIZE | STATX_UID | STATX_MTIME;
     if (::statx(entry.GetDirectory(), entry.GetName(), flags, wanted, &found) == 0) {
         status.mode = found.stx_mode;
         status.bytes = found.stx_size;
@@ -48,6 +48,8 @@ unsigned ReadEntryStatus(const Entry& entry, LastLink last, EntryStatus& status)
             (found.stx_attributes & STATX_ATTR_IMMUTABLE) != 0 ? ProtectingAttribute::Immutable
             : (found.stx_attributes & STATX_ATTR_APPEND) != 0  ? ProtectingAttribute::AppendOnly
                                                                : ProtectingAttribute::None;
+        status.modifiedSeconds = found.stx_mtime.tv_sec;
+        status.modifiedNanoseconds = found.stx_mtime.tv_nsec;
         return 0;
     }
     if (errno != ENOSYS && errno != EPERM) {
@@ -61,7 +63,9 @@ unsigned ReadEntryStatus(const Entry& entry, LastLink last, EntryStatus& status)
         plain.st_mode,
         static_cast<std::uint64_t>(plain.st_size),
         plain.st_uid,
-        ProtectingAttribute::None};
+        ProtectingAttribute::None,
+        plain.st_mtim.tv_sec,
+        static_cast<unsigned>(plain.st_mtim.tv_nsec)};
     return 0;
 }
 

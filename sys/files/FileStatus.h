@@ -37,6 +37,8 @@ struct EntryStatus {
     std::uint64_t bytes = 0;
     uid_t owner = 0;
     ProtectingAttribute attribute = ProtectingAttribute::None;
+    std::int64_t modifiedSeconds = 0; ///< since 1970
+    unsigned modifiedNanoseconds = 0; ///< of that second
 };
 [[nodiscard]] unsigned
 ReadEntryStatus(const Entry& entry, LastLink last, EntryStatus& status) noexcept;

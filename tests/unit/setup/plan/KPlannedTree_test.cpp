@@ -201,7 +201,11 @@ TEST_F(KPlannedTreeTest, DirectoriesAreMadeAsFarAsTheyCanBe) {
 TEST_F(KPlannedTreeTest, ACopyOfAProfileHasItsOptions) {
     disk.Write("kit/b.ini", "[S]\none=1\n");
     tree.PutOption(At("kit/b.ini"), {"S", "two", "2"});
-    tree.PutCopy(At("other/c.ini"), tree.Find(At("kit/b.ini")), At("kit/b.ini"));
+    const auto from =
+        tree.Resolve(At("kit/b.ini"), KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
+    const auto to =
+        tree.Resolve(At("other/c.ini"), KPlannedTree::Last::Keep, KPlannedTree::Links::Any);
+    tree.PutCopy(to, tree.FindAt(from), from);
     EXPECT_THAT(Values(tree.ReadOptions(At("other/c.ini"), "S")), ElementsAre("one=1", "two=2"));
     tree.Put(At("other/c.ini"), AFile()); // made anew
     EXPECT_THAT(Values(tree.ReadOptions(At("other/c.ini"), "S")), IsEmpty());

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
 
 namespace {
@@ -23,8 +24,11 @@ class KKitFingerprintTest : public ::testing::Test {
         tree.Directory("kit/empty");
     }
 
-    std::string Look() const { return KKitFingerprint(tree.Path("kit")).GetLook(); }
-    std::string Content() const { return KKitFingerprint(tree.Path("kit")).ReadContent(); }
+    KKitFingerprint Kit() const {
+        return KKitFingerprint(std::make_shared<KSETUP::KKitLook>(tree.Path("kit")));
+    }
+    std::string Look() const { return Kit().GetLook(); }
+    std::string Content() const { return Kit().ReadContent(); }
     void SetTime(const std::string& path, const std::filesystem::file_time_type& time) {
         std::filesystem::last_write_time(tree.Path(path), time);
     }
@@ -85,13 +89,13 @@ TEST_F(KKitFingerprintTest, AFileWithAKnownDigestIsNotRead) {
     const KSETUP::KFileDigest digest = KSETUP::DigestFile(path);
     KKitFingerprint::KnownFiles known{{path, {digest.size, digest.sha256}}};
     tree.Write("kit/a/file", "BYTES");
-    EXPECT_EQ(KKitFingerprint(tree.Path("kit")).ReadContent(known), content);
+    EXPECT_EQ(Kit().ReadContent(known), content);
     known.at(path).size = 4;
-    EXPECT_NE(KKitFingerprint(tree.Path("kit")).ReadContent(known), content);
+    EXPECT_NE(Kit().ReadContent(known), content);
 }
 
 TEST_F(KKitFingerprintTest, ReadingCanBeStopped) {
-    const KKitFingerprint kit(tree.Path("kit"));
+    const KKitFingerprint kit = Kit();
     EXPECT_THROW(kit.ReadContent({}, [] { return true; }), KSETUP::KSetupStop);
 }
 
