@@ -161,8 +161,7 @@ std::string FindRun(const KLockedProduct& product, const KBackup& store) {
     if (product.GetInterrupted()) {
         why = Text(
             "there is no backup of the run that was interrupted, so it cannot be undone. Nothing "
-            "was changed. %s",
-            product.GetInterrupted()->ToWords()
+            "was changed. Install the version that you want."
         );
     } else if (store.Exists()) {
         why = Text(

@@ -41,7 +41,10 @@ bool StartsPrograms(const KScriptRule& rule) {
 
 /// The rules that count, as the engine will count them.
 std::vector<KWatchedRule> CountedRules(const KPlannedRun& planned) {
-    const std::string script = planned.GetContext().kit.GetScript().c_str();
+    const KRunContext& context = planned.GetContext();
+    // Of an unpacked bundle, whoever reads of it finds nothing but the bundle.
+    const std::string script = context.bundle ? context.bundle->path + ":install.ini"
+                                              : std::string(context.kit.GetScript().c_str());
     std::vector<KWatchedRule> rules;
     for (const KPlannedRule& rule : planned.GetPlan().GetRules()) {
         const KScriptLine& line = rule.rule.line;

@@ -320,6 +320,12 @@ void KRun::FillError(const KSUP::KError& error) {
     report.notes.push_back(
         Text("%s%sFix the cause and run it again.", stays, (stays.empty() ? "" : ". "))
     );
+    if (GetPlanned().Installs() && !GetPlanned().GetValues().empty()) {
+        report.notes.emplace_back(Text(
+            "A value that the configuration has by now is not asked for again: change it there, "
+            "or give another one by --values FILE."
+        ));
+    }
 }
 
 /// What the service said itself.

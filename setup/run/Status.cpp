@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <ins/KInstaller.h>
+#include <ins/Names.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
 #include <setup/run/KLockedProduct.h>
@@ -19,18 +20,20 @@ namespace KSETUP {
 namespace {
 
 /// A run that goes on, or one that did not come to its end.
-void FillRuns(const std::string& service, KRunReport& report) {
+std::optional<KInterruptedRun> FillRuns(const std::string& service, KRunReport& report) {
     try {
         if (const auto holder = KRunLock::FindHolder(service)) {
             report.notes.push_back(Text("A run is going on%s", holder->ToWords()));
-        } else if (const auto interrupted = KRunState::Read(service)) {
+        } else if (auto interrupted = KRunState::Read(service)) {
             report.notes.push_back(interrupted->ToWords());
+            return interrupted;
         }
     } catch (const KSetupFailure& failure) {
         if (!failure.IsDenied()) { // who may not look is not told
             throw;
         }
     }
+    return std::nullopt;
 }
 
 /// Whose kits may be installed, also of a product that was removed.
@@ -60,9 +63,21 @@ std::vector<KText> DescribeOutdated(const std::string& service) {
 
 /// What is installed beside what was. The configuration is there to be edited.
 void VerifyInstalled(
-    const std::string& service, const std::string& configuration, KRunReport& report
+    const std::string& service,
+    const std::string& configuration,
+    const std::optional<KInterruptedRun>& begun,
+    KRunReport& report
 ) {
     const auto manifest = KManifest::Read(service);
+    if (!manifest && begun) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            Text(
+                "%s is not installed completely, so there is nothing to compare with.",
+                report.product
+            )
+        );
+    }
     if (!manifest) {
         throw KSetupFailure(
             ExitCode::noKit,
@@ -90,7 +105,7 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     const KINS::KInstaller installer;
     const std::string service = installer.ExpandMacros("$serviceName$").c_str();
     report.product = KSetupKit::GetProductName().c_str();
-    FillRuns(service, report);
+    const std::optional<KInterruptedRun> begun = FillRuns(service, report);
     FillKeys(service, report);
     const std::optional<KInstalledRecord> record = LoadRecord(installer);
     if (!record) {
@@ -100,6 +115,10 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
     }
     report.version = record->version;
     report.buildNumber = record->buildNumber;
+    if (report.version == KINS::Names::noRecordedVersion && begun && !begun->version.empty()) {
+        report.version = begun->version;
+        report.buildNumber = begun->buildNumber;
+    }
     report.productPath = record->path;
     report.recordDamage = record->ToWords();
     try {
@@ -111,7 +130,7 @@ void FillStatus(const KSetupArguments& arguments, KRunReport& report) {
         // who may not look, or a damaged manifest: --verify tells
     }
     if (arguments.verify) {
-        VerifyInstalled(service, RecordFile(installer, *record), report);
+        VerifyInstalled(service, RecordFile(installer, *record), begun, report);
     }
 }
 

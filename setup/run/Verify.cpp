@@ -67,6 +67,15 @@ void Verify(const KSetupArguments& arguments, KRunReport& report) {
     if (std::filesystem::is_regular_file(arguments.target, unknown)) {
         unpacked.emplace(arguments.target, KUnpackedBundle::Signature::Ignored);
         bundle = unpacked->GetSigned();
+    } else if (!std::filesystem::exists(arguments.target, unknown) && !unknown) {
+        throw KSetupFailure(
+            ExitCode::noKit,
+            Text(
+                "%s: there is no kit or bundle of that name. What is installed is compared by "
+                "\"ins-setup status --verify NAME\".",
+                arguments.target
+            )
+        );
     }
     const KSetupKit kit(unpacked ? unpacked->GetKitDirectory() : arguments.target);
     const KKitStatement productData = KKitStatement::OfProductData();
