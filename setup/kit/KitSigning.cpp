@@ -152,18 +152,21 @@ void SignFile(
          "made by ins-setup",
          "-m",
          file},
-        Text("%s is not signed.", file)
+        Text(
+            "nothing is signed with %s. It asks for the password of the key at the terminal; "
+            "\"ins-setup kit key new --no-password NAME\" makes a key for automation.",
+            secretKey
+        )
     );
     const std::string text = ReadBytes(made);
     if (!KSignature::FromText(text, made).Fits(key, Blake2bOfFile(file))) {
         throw KSetupFailure(
             ExitCode::noKit,
             Text(
-                "%s is not the public half of %s. %s is not signed. Put the two halves of one key "
+                "%s is not the public half of %s. Nothing is signed. Put the two halves of one key "
                 "side by side.",
                 PublicHalfOf(secretKey).string(),
-                secretKey,
-                file
+                secretKey
             )
         );
     }
