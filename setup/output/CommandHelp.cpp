@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/CheckHelp.h>
 #include <setup/output/CommandHelp.h>
+#include <setup/output/UsageError.h>
 #include <setup/output/WordDistance.h>
 #include <setup/text/KText.h>
 #include <setup/text/Translation.h>
@@ -38,26 +39,6 @@ constexpr const char* footer =
 constexpr unsigned narrowColumns = 60;  // of a terminal with no room for two columns
 constexpr std::size_t narrowIndent = 6; // of what stands below an option there
 
-std::string Meant(const std::string& nearest) {
-    return nearest.empty() ? "" : "\nDid you mean \"" + nearest + "\"?";
-}
-
-const CLI::App& LastCommand(const CLI::App& app) {
-    const CLI::App* command = &app;
-    while (!command->get_subcommands().empty()) {
-        command = command->get_subcommands().front();
-    }
-    return *command;
-}
-
-std::vector<std::string> CommandsBelow(const CLI::App& command) {
-    std::vector<std::string> names;
-    for (const CLI::App* one : command.get_subcommands([](const CLI::App*) { return true; })) {
-        names.push_back(one->get_name());
-    }
-    return names;
-}
-
 void PrintFinding(const std::string& asked) {
     std::vector<std::string> names;
     for (const KCheckHelp& one : ReadCheckHelp(GetCheckPage())) {
@@ -68,10 +49,14 @@ void PrintFinding(const std::string& asked) {
         names.push_back(one.name);
     }
     const std::string nearest = NearestWord(asked, names);
-    throw CLI::ParseError(
-        "check finds nothing that is called \"" + asked + "\"." +
-            (nearest.empty() ? " \"ins-setup help check\" lists what it finds." : Meant(nearest)),
-        CLI::ExitCodes::ExtrasError
+    throw KUsageError(
+        nearest.empty()
+            ? Text(
+                  "check finds nothing that is called \"%s\". \"ins-setup help check\" "
+                  "lists what it finds.",
+                  asked
+              )
+            : Text("check finds nothing that is called \"%s\".", asked) + DidYouMean(nearest)
     );
 }
 
@@ -101,25 +86,6 @@ void UseLanguage(CLI::App& app) {
     app.footer(Help(footer));
 }
 
-CLI::ParseError UnexpectedWord(const CLI::App& app, const std::string& word) {
-    const CLI::App& command = LastCommand(app);
-    std::vector<std::string> known;
-    const bool isOption = word.starts_with('-');
-    if (isOption) {
-        for (const CLI::Option* one : command.get_options()) {
-            for (const std::string& name : one->get_lnames()) {
-                known.push_back("--" + name);
-            }
-        }
-    } else {
-        known = CommandsBelow(command);
-    }
-    const std::string nearest = NearestWord(word.substr(0, word.find('=')), known);
-    return {
-        "The following argument was not expected: " + word + Meant(nearest),
-        CLI::ExitCodes::ExtrasError};
-}
-
 void PrintHelp(const CLI::App& app, const std::vector<std::string>& words) {
     const CLI::App* command = &app;
     std::string name = app.get_name();
@@ -133,10 +99,13 @@ void PrintHelp(const CLI::App& app, const std::vector<std::string>& words) {
         const CLI::App* below = found.empty() ? nullptr : found.front();
         if (below == nullptr) {
             const std::string nearest = NearestWord(*word, CommandsBelow(*command));
-            throw CLI::ParseError(
-                name + (command == &app ? "" : " " + command->get_name()) + " has no command \"" +
-                    *word + "\"." + Meant(nearest),
-                CLI::ExitCodes::ExtrasError
+            throw KUsageError(
+                Text(
+                    "%s has no command \"%s\".",
+                    name + (command == &app ? "" : " " + command->get_name()),
+                    *word
+                ) +
+                DidYouMean(nearest)
             );
         }
         name += command == &app ? "" : " " + command->get_name();

@@ -2,8 +2,10 @@
 #include <setup/output/KArgumentParser.h>
 #include <setup/output/Licences.h>
 
-#include <limits>
+#include <charconv>
+#include <iostream>
 #include <map>
+#include <system_error>
 #include <utility>
 
 namespace KSETUP {
@@ -11,8 +13,28 @@ namespace KSETUP {
 namespace {
 
 /// For a path: an empty one is a variable that a script forgot to set.
-CLI::Validator NotEmpty() {
-    return {[](const std::string& text) { return text.empty() ? "is empty" : ""; }, ""};
+CLI::Validator NotEmpty(const char* name) {
+    const auto refuse = [name](const std::string& text) -> std::string {
+        if (text.empty()) {
+            throw KUsageError(Text("%s: is empty", name));
+        }
+        return "";
+    };
+    return {refuse, ""};
+}
+
+/// Other than the library's own, it adds nothing to the help.
+CLI::Validator NumberFrom(int lowest, const char* name) {
+    const auto refuse = [lowest, name](const std::string& text) -> std::string {
+        int number = 0;
+        const char* const end = text.data() + text.size();
+        const std::from_chars_result read = std::from_chars(text.data(), end, number);
+        if (read.ec != std::errc() || read.ptr != end || number < lowest) {
+            throw KUsageError(Text("%s: \"%s\" is not a number of %s or more", name, text, lowest));
+        }
+        return "";
+    };
+    return {refuse, ""};
 }
 
 constexpr char jsonOption[] = "--json";
@@ -75,7 +97,7 @@ KArgumentParser::Add(CLI::App& above, const char* name, const std::string& told,
 void KArgumentParser::AddKit(CLI::App* command) {
     command->add_option("--kit", arguments.kit, Help("The kit's directory; else the program's own"))
         ->type_name("DIR")
-        ->check(NotEmpty());
+        ->check(NotEmpty("--kit"));
 }
 
 /// For the program and all commands, also those that have no colours: who calls one need not know.
@@ -87,7 +109,7 @@ void KArgumentParser::AddColour(CLI::App* command) {
             {"never", KColourChoice::Never}};
         const auto choice = choices.find(word);
         if (choice == choices.end()) {
-            throw CLI::ValidationError("--color", "\"" + word + "\" is not auto, always or never");
+            throw KUsageError(Text("--color: \"%s\" is not auto, always or never", word));
         }
         arguments.colour = choice->second;
     };
@@ -106,7 +128,7 @@ void KArgumentParser::AddKitOrName(CLI::App* command) {
             Help("The installed product or its service, in place of a kit")
         )
         ->type_name("NAME")
-        ->check(NotEmpty())
+        ->check(NotEmpty("name"))
         ->excludes("--kit");
 }
 
@@ -133,7 +155,7 @@ void KArgumentParser::AddRoot(CLI::App* command) {
             Help("Work on the system in this directory tree, as for an image")
         )
         ->type_name("DIR")
-        ->check(NotEmpty());
+        ->check(NotEmpty("--root"));
 }
 
 /// What whoever calls what changes the machine may want.
@@ -152,7 +174,8 @@ void KArgumentParser::AddCallerOptions(CLI::App* command) {
             arguments.waitSeconds,
             Help("Wait so long for another run of the product to end")
         )
-        ->type_name("SECONDS");
+        ->type_name("SECONDS")
+        ->check(NumberFrom(0, "--wait"));
 }
 
 void KArgumentParser::AddOfflineServices(CLI::App* command) {
@@ -185,7 +208,7 @@ void KArgumentParser::AddSign(CLI::App* command) {
             "--sign", arguments.signKey, Help("Sign it with this secret key of minisign(1)")
         )
         ->type_name("KEY")
-        ->check(NotEmpty());
+        ->check(NotEmpty("--sign"));
 }
 
 /// What whoever watches a run may want.
@@ -201,7 +224,7 @@ void KArgumentParser::AddRunOptions(CLI::App* command) {
             Help("The open descriptor for these lines")
         )
         ->type_name("N")
-        ->check(CLI::Range(1, std::numeric_limits<int>::max()));
+        ->check(NumberFrom(1, descriptorOption));
     AddOfflineServices(command);
     AddAllowConflicts(command);
     command->add_flag(
@@ -236,7 +259,7 @@ void KArgumentParser::AddInstall() {
             Help("Take the kit's values and options of the configuration from an INI file")
         )
         ->type_name("FILE")
-        ->check(NotEmpty());
+        ->check(NotEmpty("--values"));
     install->add_flag("-y,--yes", arguments.yes, Help("Do not ask"));
     install->add_flag(
         "--reinstall", arguments.reinstall, Help("Do it all again, also what is there already")
@@ -297,7 +320,7 @@ void KArgumentParser::AddQuestions() {
         Add(app, "verify", Help("Tell who signed a kit or a bundle"), Command::Verify);
     verify->add_option("target", arguments.target, Help("The kit's directory, or the bundle"))
         ->type_name("KIT")
-        ->check(NotEmpty())
+        ->check(NotEmpty("target"))
         ->required();
     AddJson(verify);
     CLI::App* plan = AddBelow(app, "plan", Help("Tell what a run would do, without doing it"));
@@ -334,7 +357,7 @@ void KArgumentParser::AddAuthoring() {
     CLI::App* made = Add(*kit, "new", Help("Make a first kit"), Command::KitNew);
     made->add_option("directory", arguments.target, Help("Where; not there yet, or empty"))
         ->type_name("DIR")
-        ->check(NotEmpty())
+        ->check(NotEmpty("directory"))
         ->required();
     made->add_flag(
         "--service",
@@ -345,7 +368,7 @@ void KArgumentParser::AddAuthoring() {
     AddKit(add);
     add->add_option("tree", arguments.tree, Help("What is to be installed"))
         ->type_name("TREE")
-        ->check(NotEmpty())
+        ->check(NotEmpty("tree"))
         ->required();
     CLI::App* seal =
         Add(*kit, "seal", Help("Write the check sums of a kit's files"), Command::KitSeal);
@@ -357,7 +380,7 @@ void KArgumentParser::AddAuthoring() {
     AddKit(bundle);
     bundle->add_option("-o,--output", arguments.target, Help("The file"))
         ->type_name("FILE")
-        ->check(NotEmpty())
+        ->check(NotEmpty("--output"))
         ->required();
     AddSign(bundle);
     AddKeys(*kit);
@@ -369,7 +392,7 @@ void KArgumentParser::AddKeys(CLI::App& kit) {
     CLI::App* made = Add(*key, "new", Help("Make a pair of keys"), Command::KitKeyNew);
     made->add_option("name", arguments.target, Help("The files' name, without .key and .pub"))
         ->type_name("NAME")
-        ->check(NotEmpty())
+        ->check(NotEmpty("name"))
         ->required();
     made->add_flag(
         "--no-password", arguments.noPassword, Help("For automation: whoever has the file can sign")
@@ -384,6 +407,18 @@ void KArgumentParser::AddHelp() {
     )
         ->type_name("COMMAND");
     help->callback([this] { askedAbout = helpWords; });
+}
+
+KText KArgumentParser::Describe(const CLI::ParseError& error) const {
+    return DescribeUsageError(error, app, app.remaining(true), last);
+}
+
+int KArgumentParser::Exit(const CLI::ParseError& error, const KText& why) {
+    if (error.get_exit_code() == 0) {
+        return app.exit(error);
+    }
+    std::cerr << why << "\n" << Text("Run with --help for more information.") << std::endl;
+    return error.get_exit_code();
 }
 
 KAnswerForm KArgumentParser::GetAnswerForm() const {
@@ -401,7 +436,7 @@ KAnswerForm KArgumentParser::GetAnswerForm() const {
     rest.add_flag(jsonOption);
     rest.add_flag(eventsOption);
     rest.add_option(descriptorOption);
-    std::vector<std::string> words = GetUnknown();
+    std::vector<std::string> words = app.remaining(true);
     std::reverse(words.begin(), words.end());
     words.insert(words.begin(), ahead.begin(), ahead.end());
     try {

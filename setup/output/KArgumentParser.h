@@ -3,6 +3,7 @@
 
 #include <setup/output/CommandHelp.h>
 #include <setup/output/KSetupArguments.h>
+#include <setup/output/UsageError.h>
 
 #include <CLI/CLI.hpp>
 
@@ -22,15 +23,16 @@ class KArgumentParser {
   public:
     explicit KArgumentParser(KSetupArguments& toFill);
     void Parse(int argc, const char* const* argv) {
+        last = argc > 1 ? argv[argc - 1] : "";
         ahead.assign(
             std::make_reverse_iterator(argv + argc),
             std::make_reverse_iterator(argv + std::min(argc, 1))
         );
         app.parse(ahead); // the last word first
     }
-    int Exit(const CLI::ParseError& error) { return app.exit(error); }
-    /// The words that nothing was found for.
-    std::vector<std::string> GetUnknown() const { return app.remaining(true); }
+    /// Tells what was asked for, as help, or why the command line is refused; 0 for the former.
+    int Exit(const CLI::ParseError& error, const KText& why);
+    KText Describe(const CLI::ParseError& error) const;
     const CLI::App& GetApp() const { return app; }
     /// What "help" was asked about; nothing for another command.
     const std::optional<std::vector<std::string>>& GetAskedAbout() const { return askedAbout; }
@@ -63,6 +65,7 @@ class KArgumentParser {
     std::vector<std::string> profileLines;
     std::vector<std::string> helpWords;
     std::optional<std::vector<std::string>> askedAbout;
+    std::string last;               // word of the command line
     std::vector<std::string> ahead; // after a parse: words that it did not come to
     CLI::App app{Help("Installs and removes the product of a kit."), "ins-setup"};
 };

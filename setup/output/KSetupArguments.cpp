@@ -20,12 +20,6 @@ std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCod
     KSetupArguments arguments;
     arguments.words.assign(argv, argv + argc);
     KArgumentParser parser(arguments);
-    const auto refuse = [&](const CLI::ParseError& error) {
-        exitCode = parser.Exit(error) == 0 ? ExitCode::done : ExitCode::usage;
-        if (exitCode != ExitCode::done) {
-            TellEarlyRefusal(parser.GetAnswerForm(), exitCode, error.what());
-        }
-    };
     try {
         parser.Parse(argc, argv);
         if (parser.GetAskedAbout()) {
@@ -34,24 +28,12 @@ std::optional<KSetupArguments> ReadArguments(int argc, char** argv, int& exitCod
             exitCode = ExitCode::done;
             return std::nullopt;
         }
-    } catch (const CLI::RequiredError& error) {
-        // A misspelt command says more than that one is missing.
-        const std::vector<std::string> unknown = parser.GetUnknown();
-        if (unknown.empty()) {
-            refuse(error);
-        } else {
-            refuse(UnexpectedWord(parser.GetApp(), unknown.front()));
-        }
-        return std::nullopt;
-    } catch (const CLI::ExtrasError& error) {
-        const std::vector<std::string> unknown = parser.GetUnknown();
-        refuse(
-            unknown.empty() ? CLI::ParseError(error)
-                            : UnexpectedWord(parser.GetApp(), unknown.front())
-        );
-        return std::nullopt;
     } catch (const CLI::ParseError& error) {
-        refuse(error);
+        const KText why = parser.Describe(error);
+        exitCode = parser.Exit(error, why) == 0 ? ExitCode::done : ExitCode::usage;
+        if (exitCode != ExitCode::done) {
+            TellEarlyRefusal(parser.GetAnswerForm(), exitCode, why);
+        }
         return std::nullopt;
     }
     return arguments;

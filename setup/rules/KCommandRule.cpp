@@ -15,9 +15,7 @@ constexpr KSUP::KErrorSource errorSource{"setup/KCommandRule"};
 } // namespace
 
 void RunCommandLine(
-    const KINS::KInstallRuleManagerBase& manager,
-    const KSUP::KString& commandLine,
-    const KSUP::KString& what
+    const KINS::KInstallRuleManagerBase& manager, const KSUP::KString& commandLine
 ) {
     KSUP::KShellCommand shell;
     shell.Execute(commandLine);
@@ -31,12 +29,14 @@ void RunCommandLine(
         return; // the manager tells of the stop
     }
     if (const int code = shell.GetExitStatus(); code != 0) {
-        // Not of the kind Process, which says that it could not be started.
+        // Not of the kind Process, which says that it could not be started. The exit code is the reason:
+        // whoever tells people needs it by itself.
+        const std::string exitCode = std::to_string(code);
         errorSource.RaiseAs(
-            {KSUP::KErrorKind::Own, KSUP::KOperation::Execute, {}, {}},
+            {KSUP::KErrorKind::Own, KSUP::KOperation::Execute, commandLine, exitCode},
             KSUP::TraceLevel::setup,
             KSUP::ErrorCode::processFailed,
-            what + " failed with exit code " + std::to_string(code) + ": " + commandLine
+            "the command failed with exit code " + exitCode + ": " + commandLine
         );
     }
 }
@@ -44,7 +44,7 @@ void RunCommandLine(
 void KCommandRule::Execute() {
     const KSUP::KString command = Get(KSetupField::Command);
     manager->SetCurrentRuleStatus("Running command " + command);
-    RunCommandLine(*manager, command, "the command");
+    RunCommandLine(*manager, command);
 }
 
 } // namespace KSETUP

@@ -16,11 +16,8 @@ class KCommandRule : public KOwnRule {
 
 /// Runs a command line of a rule to its end, or until the run is to stop.
 ///
-/// Throws   KSUP::KError 172 for one that cannot be started, or that fails: `what` and the exit code
-void RunCommandLine(
-    const KINS::KInstallRuleManagerBase& manager,
-    const KSUP::KString& commandLine,
-    const KSUP::KString& what
-);
+/// Throws   KSUP::KError 172 for one that cannot be started, or that fails; of the latter the path is the
+///          command line, and the reason the exit code
+void RunCommandLine(const KINS::KInstallRuleManagerBase& manager, const KSUP::KString& commandLine);
 
 } // namespace KSETUP

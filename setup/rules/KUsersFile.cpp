@@ -78,9 +78,7 @@ void KUsersFile::Apply(const KINS::KInstallRuleManagerBase& manager) const {
         file.SetModeFlags(fileMode);
         file.Close();
     }
-    RunCommandLine(
-        manager, std::string(usersProgram) + " " + Quoted(path), "making the product's users"
-    );
+    RunCommandLine(manager, std::string(usersProgram) + " " + Quoted(path));
 }
 
 } // namespace KSETUP

@@ -87,6 +87,15 @@ KText DescribeError(const KSUP::KError& error) {
         return Text("A process could not be started or stopped: %s", error.GetReason().c_str());
     case KSUP::KErrorKind::Service:
         return error.GetReason().c_str();
+    case KSUP::KErrorKind::Own:
+        if (error.GetOperation() == KSUP::KOperation::Execute) {
+            return Text(
+                "the command failed with exit code %s: %s",
+                error.GetReason().c_str(),
+                error.GetPath().c_str()
+            );
+        }
+        [[fallthrough]];
     default:
         return info.empty() ? error.GetSummary().c_str() : info;
     }
