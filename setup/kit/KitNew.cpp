@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view programOfAFirstKit = "payload/hello";
+constexpr std::string_view payloadOfAFirstKit = "payload/";
 
 constexpr std::array files = std::to_array<KKitFile>({
     {"product.ini",
@@ -36,7 +36,7 @@ name=@NAME@
 ; that directory, so it has to be the product's own: no other program may have this name.
 serviceName=@SERVICE@
 ; The configuration file in the directory config/ below the product path.
-iniFile=hello.ini
+iniFile=@INI@
 version=1.0
 buildNumber=1
 )"},
@@ -141,9 +141,12 @@ std::string UserNameOf(const std::string& name) {
     return IsAccountName(user) ? user : "u" + user;
 }
 
-std::string Filled(std::string text, const std::string& name) {
-    const std::array<std::pair<std::string, std::string>, 3> values{
-        {{"@NAME@", name}, {"@SERVICE@", ServiceNameOf(name)}, {"@USER@", UserNameOf(name)}}};
+std::string Filled(std::string text, const std::string& name, KKitKind kind) {
+    const std::array<std::pair<std::string, std::string>, 4> values{
+        {{"@NAME@", name},
+         {"@SERVICE@", ServiceNameOf(name)},
+         {"@USER@", UserNameOf(name)},
+         {"@INI@", kind == KKitKind::Service ? ServiceNameOf(name) + ".ini" : "hello.ini"}}};
     for (const auto& [mark, value] : values) {
         for (std::size_t at = text.find(mark); at != std::string::npos;
              at = text.find(mark, at + value.size())) {
@@ -157,14 +160,14 @@ std::string Filled(std::string text, const std::string& name) {
 std::map<std::string, const KKitFile*> FilesOf(KKitKind kind, const std::string& name) {
     std::map<std::string, const KKitFile*> all;
     for (const KKitFile& file : files) {
-        const bool isProgram = file.name == programOfAFirstKit;
-        if (kind != KKitKind::Service || !isProgram) {
+        const bool isOfFirstKit = std::string_view(file.name).starts_with(payloadOfAFirstKit);
+        if (kind != KKitKind::Service || !isOfFirstKit) {
             all[file.name] = &file;
         }
     }
     if (kind == KKitKind::Service) {
         for (const KKitFile& file : ServiceKitFiles()) {
-            all[Filled(file.name, name)] = &file;
+            all[Filled(file.name, name, kind)] = &file;
         }
     }
     return all;
@@ -206,7 +209,7 @@ void MakeNewKit(const std::string& directory, KKitKind kind) {
     for (const auto& [fileName, file] : FilesOf(kind, name)) {
         const fs::path path = kit / fileName;
         MakeDirectories(path.parent_path());
-        WriteBytes(path, Filled(file->text, name), file->mode);
+        WriteBytes(path, Filled(file->text, name, kind), file->mode);
     }
 }
 

@@ -51,6 +51,9 @@ config=replace,$serviceName$.service,$pathSource$payload,/etc/systemd/system
 ; program three levels below the product path.
 directory=create,/etc/$serviceName$
 file=symlink,serve,$pathTargetBin$,/etc/$serviceName$,$serviceName$
+; A unit that has to tell its program where the configuration is says
+; "ExecStart=/etc/@SERVICE@/@SERVICE@ /etc/@SERVICE@/config/@INI@", and this line makes that link:
+; link=create,$pathTargetConfig$,/etc/$serviceName$/config
 
 ; 8. Last, when all that the service needs is in its place.
 service=install,$serviceName$
@@ -119,7 +122,7 @@ WantedBy=multi-user.target
     {"payload/serve", 0755, R"(#!/bin/sh
 # The product: writes down every minute what its configuration tells it to say, until it is ended.
 program=$(readlink -f "$0")
-config=${program%/*}/../../config/hello.ini
+config=${program%/*}/../../config/@INI@
 while :; do
     greeting=$(sed -n 's/^Greeting=//p' "$config" "$config.default" | head -n 1)
     echo "$(date -u +%FT%TZ) $greeting" >> greetings
@@ -127,10 +130,10 @@ while :; do
     wait $!
 done
 )"},
-    {"payload/hello.ini",
+    {"payload/@INI@",
      0644,
      R"(; The settings of the service and their defaults. An upgrade replaces this file. To change a setting, put
-; its line into hello.ini beside it.
+; its line into @INI@ beside it.
 [General]
 Greeting=Hello, world.
 )"},

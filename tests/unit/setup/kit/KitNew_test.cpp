@@ -96,6 +96,9 @@ TEST_F(KitNewTest, TheFirstKitOfAServiceIsRight) {
     EXPECT_THAT(unit, ::testing::HasSubstr("User=my-tool\n"));
     EXPECT_THAT(unit, ::testing::HasSubstr("ExecStart=/etc/My.Tool/My.Tool\n"));
     EXPECT_FALSE(tree.Exists("My.Tool/payload/hello")) << "that is the other kit's program";
+    EXPECT_THAT(tree.Read("My.Tool/product.ini"), ::testing::HasSubstr("\niniFile=My.Tool.ini\n"));
+    EXPECT_TRUE(tree.Exists("My.Tool/payload/My.Tool.ini"));
+    EXPECT_FALSE(tree.Exists("My.Tool/payload/hello.ini")) << "that is the other kit's, too";
 }
 
 TEST_F(KitNewTest, AUserHasANameWhateverTheKitIsCalled) {
