@@ -78,7 +78,20 @@ int Tell(
 
 /// The kit that was named, or the one that is kept of a product that was.
 std::string KitOf(const KSetupArguments& arguments) {
-    return arguments.product.empty() ? arguments.kit : KSETUP::FindKeptKit(arguments.product);
+    if (!arguments.product.empty()) {
+        return KSETUP::FindKeptKit(arguments.product);
+    }
+    const bool takesName = arguments.command != Command::Install;
+    if (takesName && arguments.kit.empty() && !KSETUP::KSetupKit::IsBesideProgram()) {
+        throw KSETUP::KSetupFailure(
+            KSETUP::ExitCode::noKit,
+            KSETUP::Text(
+                "no product is named. \"ins-setup list\" lists what is installed: name one "
+                "of these, or a kit with --kit DIR."
+            )
+        );
+    }
+    return arguments.kit;
 }
 
 /// A kit in one file is unpacked; nothing of it is run before it is verified.

@@ -114,9 +114,14 @@ KSetupKit::KSetupKit(const std::string& givenDirectory, Mistakes mistakes)
     values = DeclaredIn(productData, script);
 }
 
+bool KSetupKit::IsBesideProgram() {
+    const std::string own = KSUP::KUtil::GetPathMap(sourceRoot).c_str();
+    return Has(own, "product.ini") && Has(own, "install.ini");
+}
+
 std::string KSetupKit::ChooseDirectory(const std::string& given) {
     const std::string own = KSUP::KUtil::GetPathMap(sourceRoot).c_str();
-    if (!given.empty() || (Has(own, "product.ini") && Has(own, "install.ini"))) {
+    if (!given.empty() || IsBesideProgram()) {
         return given.empty() ? own : given;
     }
     if (Has(".", "product.ini") || Has(".", "install.ini")) { // what is missing will be told

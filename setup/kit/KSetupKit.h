@@ -24,6 +24,11 @@ class KSetupKit {
     /// Throws   KSetupFailure when it is no kit
     explicit KSetupKit(const std::string& givenDirectory, Mistakes mistakes = Mistakes::Refused);
 
+    /// Whether the program lies in a kit, as that of a bundle does.
+    ///
+    /// Throws   KSetupFailure where that cannot be known
+    static bool IsBesideProgram();
+
     /// Where the kit is that a command on kits means: `given`, or the program's own directory, or
     /// else the current one.
     ///
