@@ -11,9 +11,9 @@
 #include <string_view>
 
 #include <bundle/KBundleError.h>
+#include <bundle/KWorkPlace.h>
 #include <bundle/UnpackBundle.h>
 #include <bundle/head/HeadArguments.h>
-#include <bundle/head/KWorkPlace.h>
 #include <fcntl.h>
 #include <sys/auxv.h>
 #include <sys/files/DirectoryEntry.h>
@@ -208,6 +208,32 @@ std::vector<std::string> EnvironmentFor(bool isForLoader) {
     return variables;
 }
 
+std::vector<std::string>
+PlacesFor(const KBUNDLE::KBundleReader& bundle, const KHeadArguments& arguments) {
+    if (!arguments.work.empty()) {
+        std::error_code missing; // making a directory in it tells
+        const auto real = std::filesystem::canonical(arguments.work, missing);
+        return {missing ? arguments.work : real.string()};
+    }
+    const std::string given = KBUNDLE::PlaceIn(arguments.words);
+    return KBUNDLE::WorkPlacesFor(
+        KBUNDLE::WorksInTree(arguments.words) ? ""
+        : given.empty()                       ? bundle.GetTable().place
+                                              : given
+    );
+}
+
+/// A run may have been killed that had other arguments than this one.
+void ClearPlaces(const KBUNDLE::KBundleReader& bundle, const KHeadArguments& arguments) {
+    std::vector<std::string> places = KBUNDLE::WorkPlacesFor(bundle.GetTable().place);
+    for (const std::string& place : PlacesFor(bundle, arguments)) {
+        if (std::find(places.begin(), places.end(), place) == places.end()) {
+            places.push_back(place);
+        }
+    }
+    KBUNDLE::RemoveLeftovers(places);
+}
+
 int Run(
     const KBUNDLE::KBundleReader& bundle,
     const KHeadArguments& arguments,
@@ -215,20 +241,8 @@ int Run(
     const std::string& name
 ) {
     const KBUNDLE::BundlePart part = KBUNDLE::PartFor(arguments.words);
-    const std::string given = KBUNDLE::PlaceIn(arguments.words);
-    const std::string product = KBUNDLE::WorksInTree(arguments.words) ? ""
-                                : given.empty()                       ? bundle.GetTable().place
-                                                                      : given;
-    std::vector<std::string> places;
-    if (arguments.work.empty()) {
-        places = KBUNDLE::WorkPlacesFor(product);
-    } else {
-        std::error_code missing; // making a directory in it tells
-        const auto real = std::filesystem::canonical(arguments.work, missing);
-        places = {missing ? arguments.work : real.string()};
-    }
     std::optional<KBUNDLE::KWorkPlace> place;
-    place.emplace(places, [&](std::uint64_t blockBytes) {
+    place.emplace(PlacesFor(bundle, arguments), [&](std::uint64_t blockBytes) {
         return KBUNDLE::NeedsOf(bundle.GetTable(), part, blockBytes);
     });
     const std::string& directory = place->GetPath();
@@ -281,6 +295,7 @@ int Answer(const KHeadArguments& arguments) {
     const std::string path = OwnPath();
     const KSYS::KDescriptor file = OpenOwnFile(path);
     const KBUNDLE::KBundleReader bundle(file.Get(), path);
+    ClearPlaces(bundle, arguments);
     int signal = 0;
     const auto shallStop = [&] {
         signal = signal != 0 ? signal : signals.Take();

@@ -4,6 +4,7 @@
 #include <setup/KSetupStop.h>
 #include <setup/files/KBlake2b.h>
 #include <setup/kit/KKitStatement.h>
+#include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSigning.h>
 #include <setup/preflight/KUnpackedBundle.h>
 
@@ -69,14 +70,23 @@ class KHashedReader {
 
 } // namespace
 
+std::unique_ptr<KBUNDLE::KWorkPlace> KUnpackedBundle::MakeWorkPlace(const std::string& parent) {
+    try {
+        KBUNDLE::RemoveLeftovers({parent});
+        return std::make_unique<KBUNDLE::KWorkPlace>(parent);
+    } catch (const KBUNDLE::KBundleError& error) {
+        throw KSetupFailure(ExitCode::cannotWrite, error.what());
+    }
+}
+
 KUnpackedBundle::KUnpackedBundle(
     const std::string& file,
     Signature signature,
     const std::function<bool()>& shallStop,
     const std::string& parent
 )
-    : directory(parent),
-      kit((directory.GetPath() / "kit").string()) {
+    : directory(MakeWorkPlace(parent)),
+      kit(directory->GetPath() + "/kit") {
     std::error_code unknown; // reading it tells
     const fs::path real = fs::canonical(file, unknown);
     bundle.path = unknown ? file : real.string();
@@ -94,8 +104,8 @@ KUnpackedBundle::KUnpackedBundle(
 /// What is unpacked is what is hashed, also where somebody writes to the file meanwhile.
 void KUnpackedBundle::CopyBundle(const std::function<bool()>& shallStop) {
     KHashedReader reader(bundle.path, shallStop);
-    const fs::path copy = directory.GetPath() / copyName;
-    unsigned failed = KSYS::MakeFile(copy.string(), content, O_RDWR);
+    const std::string copy = directory->GetPath() + "/" + copyName;
+    unsigned failed = KSYS::MakeFile(copy, content, O_RDWR);
     for (std::string_view bytes = reader.Next(); failed == 0 && !bytes.empty();
          bytes = reader.Next()) {
         failed = KSYS::WriteAll(content.Get(), bytes.data(), bytes.size());
@@ -105,7 +115,7 @@ void KUnpackedBundle::CopyBundle(const std::function<bool()>& shallStop) {
     }
     bundle.blake2b = reader.EndSum();
     // Read by its descriptor; the room is free again when that is closed.
-    static_cast<void>(KSYS::UnlinkEntry(copy.string()));
+    static_cast<void>(KSYS::UnlinkEntry(copy));
 }
 
 /// For whom the keys are is known from the signature, which is believed only with one of them; of

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <setup/kit/KitFiles.h>
 #include <setup/preflight/KitSigner.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 
+#include <bundle/KWorkPlace.h>
 #include <sys/files/KDescriptor.h>
 
 namespace KSETUP {
@@ -38,6 +39,11 @@ class KUnpackedBundle {
         const std::string& parent = usualParent
     );
 
+    /// A private directory there, for what is unpacked. What killed runs left there is deleted first.
+    ///
+    /// Throws   KSetupFailure (ExitCode::cannotWrite)
+    static std::unique_ptr<KBUNDLE::KWorkPlace> MakeWorkPlace(const std::string& parent);
+
     const std::string& GetKitDirectory() const noexcept { return kit; }
     /// What is signed of it: exactly the bytes that were unpacked.
     const KSignedFile& GetSigned() const noexcept { return bundle; }
@@ -47,7 +53,7 @@ class KUnpackedBundle {
     void RequireSignature() const;
     void Unpack(const std::function<bool()>& shallStop);
 
-    KTemporaryDirectory directory;
+    std::unique_ptr<KBUNDLE::KWorkPlace> directory;
     std::string kit;
     KSignedFile bundle;
     KSYS::KDescriptor content; ///< what was verified

@@ -6,7 +6,6 @@
 #include <setup/files/KFileDigest.h>
 #include <setup/files/PathText.h>
 #include <setup/kit/KSetupKit.h>
-#include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSigning.h>
 #include <setup/preflight/KUnpackedBundle.h>
 #include <setup/preflight/Preflight.h>
@@ -22,6 +21,7 @@
 #include <system_error>
 #include <vector>
 
+#include <bundle/KWorkPlace.h>
 #include <sys/files/FileStatus.h>
 #include <sys/processes/KHeldSignals.h>
 #include <sys/processes/OwnProcess.h>
@@ -46,7 +46,7 @@ std::string Reason(unsigned errorNumber) {
 /// What the process inside gets of this machine.
 struct Shown {
     std::vector<KSYS::ShownEntry> entries;
-    std::unique_ptr<KTemporaryDirectory> unpacked;
+    std::unique_ptr<KBUNDLE::KWorkPlace> unpacked;
 
     /// Returns  the path that it has inside
     std::string Add(const KSYS::ShownEntry& entry) {
@@ -67,8 +67,8 @@ void ShowBundle(KSetupArguments& arguments, Shown& shown) {
         shown.Add({signature, false, true});
     }
     // Not in the tree, which may have no room for it.
-    shown.unpacked = std::make_unique<KTemporaryDirectory>(KUnpackedBundle::usualParent);
-    arguments.unpackParent = shown.Add({shown.unpacked->GetPath().string(), true, false});
+    shown.unpacked = KUnpackedBundle::MakeWorkPlace(KUnpackedBundle::usualParent);
+    arguments.unpackParent = shown.Add({shown.unpacked->GetPath(), true, false});
 }
 
 void ShowKit(KSetupArguments& arguments, Shown& shown) {

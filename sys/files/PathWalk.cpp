@@ -205,6 +205,18 @@ std::uint32_t RandomBits() noexcept {
     return bits;
 }
 
+/// 0 for a name that TemporaryName did not make.
+std::uint32_t KeyOf(std::string_view name) noexcept {
+    if (!name.starts_with(temporaryPrefix)) {
+        return 0;
+    }
+    name.remove_prefix(temporaryPrefix.size());
+    std::uint64_t number = 0;
+    const auto read = std::from_chars(name.data(), name.data() + name.size(), number);
+    const bool isNumber = read.ec == std::errc() && read.ptr == name.data() + name.size();
+    return isNumber ? static_cast<std::uint32_t>(number >> keyShift) : 0;
+}
+
 } // namespace
 
 /// The same in each library that this code is linked into: of the bytes that the kernel gives a
@@ -227,14 +239,11 @@ std::string TemporaryName() {
 }
 
 bool IsTemporaryName(std::string_view name, std::uint32_t key) noexcept {
-    if (!name.starts_with(temporaryPrefix)) {
-        return false;
-    }
-    name.remove_prefix(temporaryPrefix.size());
-    std::uint64_t number = 0;
-    const auto read = std::from_chars(name.data(), name.data() + name.size(), number);
-    return read.ec == std::errc() && read.ptr == name.data() + name.size() &&
-           number >> keyShift == key;
+    return key != 0 && KeyOf(name) == key;
+}
+
+bool IsTemporaryName(std::string_view name) noexcept {
+    return KeyOf(name) != 0;
 }
 
 } // namespace KSYS

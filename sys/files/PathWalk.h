@@ -46,5 +46,7 @@ std::string TemporaryName();
 std::uint32_t TemporaryKey() noexcept;
 /// Whether a name is one that TemporaryName made in a process with this key.
 bool IsTemporaryName(std::string_view name, std::uint32_t key) noexcept;
+/// The same of any process.
+bool IsTemporaryName(std::string_view name) noexcept;
 
 } // namespace KSYS

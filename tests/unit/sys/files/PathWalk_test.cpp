@@ -95,6 +95,11 @@ TEST_F(PathWalkTest, ANameForAFileThatIsRenamedIsKnownAgain) {
     EXPECT_FALSE(KSYS::IsTemporaryName(".inspp-30064771073000000000", 7));
     EXPECT_FALSE(KSYS::IsTemporaryName(".inspp-", 7));
     EXPECT_FALSE(KSYS::IsTemporaryName(".inspp--30064771073", 7));
+    EXPECT_TRUE(KSYS::IsTemporaryName(name));
+    EXPECT_TRUE(KSYS::IsTemporaryName(".inspp-30064771073"));
+    EXPECT_FALSE(KSYS::IsTemporaryName(".inspp-7")); // no process has the key 0
+    EXPECT_FALSE(KSYS::IsTemporaryName(".inspp-7", 0));
+    EXPECT_FALSE(KSYS::IsTemporaryName(".inspp-30064771073x"));
 }
 
 } // namespace

@@ -2,10 +2,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 #include <bundle/KBundleError.h>
-#include <bundle/head/KWorkPlace.h>
+#include <bundle/KWorkPlace.h>
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileLock.h>
 #include <sys/files/FileStatus.h>
@@ -16,8 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* nameBegin = ".ins-setup-bundle-";
-constexpr std::uint64_t bytesToSpare = std::uint64_t{1} << 20U;
+constexpr std::string_view nameBegin = ".ins-setup-bundle-";
 constexpr unsigned permissions = 07777;
 
 /// The nearest directory above that is there.
@@ -42,6 +42,10 @@ bool IsClosedToOthers(const std::string& directory) {
             return true;
         }
     }
+}
+
+std::string PathIn(const std::string& place, const std::string& name) {
+    return (place == "/" ? "" : place) + "/" + name;
 }
 
 std::string Mebibytes(std::uint64_t bytes) {
@@ -69,24 +73,33 @@ std::string WhyNot(
         return Mebibytes(system.bytesFree) + " free, " + Mebibytes(needed.bytes + bytesToSpare) +
                " needed";
     }
-    if (system.hasFileLimit && system.filesFree < needed.entries + 1) {
+    if (system.hasFileLimit && system.filesFree < needed.entries + entriesToSpare) {
         return std::to_string(system.filesFree) + " files free, " +
-               std::to_string(needed.entries + 1) + " needed";
+               std::to_string(needed.entries + entriesToSpare) + " needed";
     }
     return IsClosedToOthers(place) ? "" : "others can change it";
 }
 
-void RemoveLeftovers(const std::string& place) {
+/// Whether a name is as MakeIn gives it: an administrator may call something almost so.
+bool IsWorkName(std::string_view name) {
+    if (!name.starts_with(nameBegin)) {
+        return false;
+    }
+    name.remove_prefix(nameBegin.size());
+    return KSYS::IsTemporaryName(name);
+}
+
+void RemoveLeftoversIn(const std::string& place) {
     std::vector<std::string> names;
     // Where others can rename, what was looked at need not be what is deleted.
     if (!IsClosedToOthers(place) || KSYS::ListEntries(place, names) != 0) {
         return;
     }
     for (const std::string& name : names) {
-        const std::string path = place + "/" + name;
+        const std::string path = PathIn(place, name);
         KSYS::KDescriptor directory;
         struct stat status {};
-        if (name.starts_with(nameBegin) && KSYS::OpenDirectoryEntry(path, directory) == 0 &&
+        if (IsWorkName(name) && KSYS::OpenDirectoryEntry(path, directory) == 0 &&
             KSYS::ReadStatus(directory.Get(), status) == 0 && KSYS::IsOwn(status) &&
             (status.st_mode & permissions) == S_IRWXU &&
             KSYS::TryLockFile(directory.Get(), KSYS::LockKind::Exclusive) == 0) {
@@ -124,11 +137,14 @@ std::vector<std::string> WorkPlacesFor(const std::string& productPlace) {
     return real;
 }
 
+void RemoveLeftovers(const std::vector<std::string>& places) {
+    std::for_each(places.begin(), places.end(), &RemoveLeftoversIn);
+}
+
 KWorkPlace::KWorkPlace(
     const std::vector<std::string>& places,
     const std::function<KBundleNeeds(std::uint64_t blockBytes)>& needs
 ) {
-    std::for_each(places.begin(), places.end(), &RemoveLeftovers);
     std::string reasons;
     for (const std::string& place : places) {
         std::string why = WhyNot(place, needs);
@@ -148,11 +164,17 @@ KWorkPlace::KWorkPlace(
     );
 }
 
+KWorkPlace::KWorkPlace(const std::string& place) {
+    if (const unsigned failed = MakeIn(place); failed != 0) {
+        FailOnWrite(place, failed);
+    }
+}
+
 unsigned KWorkPlace::MakeIn(const std::string& place) {
     // Again where somebody who clears up takes a new one for a leftover.
     constexpr unsigned mostTries = 10;
     for (unsigned tries = 0; tries < mostTries; ++tries) {
-        path = (place == "/" ? "" : place) + "/" + nameBegin + KSYS::TemporaryName();
+        path = PathIn(place, std::string(nameBegin) + KSYS::TemporaryName());
         unsigned failed = KSYS::MakeDirectoryEntry(path, S_IRWXU);
         if (failed != 0) {
             return failed;
@@ -173,7 +195,9 @@ unsigned KWorkPlace::MakeIn(const std::string& place) {
 
 KWorkPlace::~KWorkPlace() {
     std::error_code stays; // the next run deletes it
-    fs::remove_all(path, stays);
+    if (!path.empty()) {
+        fs::remove_all(path, stays);
+    }
 }
 
 } // namespace KBUNDLE
