@@ -160,7 +160,9 @@ KWorkPlace::KWorkPlace(
     throw KBundleError(
         KBundleError::Kind::CannotWrite,
         "there is no directory to unpack the bundle to:" + reasons +
-            "\nMake room, or name a directory that has it with --work DIR, in front of the command."
+            "\nName one that has room and runs programs with --work DIR, in front of the command, "
+            "or "
+            "let one of these be so: make room, or mount -o remount,exec DIR."
     );
 }
 
