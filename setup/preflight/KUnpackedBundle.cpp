@@ -7,6 +7,7 @@
 #include <setup/kit/KitFiles.h>
 #include <setup/kit/KitSigning.h>
 #include <setup/preflight/KUnpackedBundle.h>
+#include <setup/preflight/Preflight.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -19,6 +20,8 @@
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileContent.h>
+#include <sys/files/FileStatus.h>
+#include <sys/processes/PrivateRoot.h>
 
 namespace KSETUP {
 
@@ -38,6 +41,7 @@ class KHashedReader {
           shallStop(toStop) {
         struct stat status {};
         Require(KSYS::OpenRegular(path.c_str(), file, status));
+        byteCount = static_cast<std::uint64_t>(status.st_size);
     }
 
     /// The next chunkBytes bytes; fewer at the end only.
@@ -53,6 +57,8 @@ class KHashedReader {
         return {chunk.get(), count};
     }
     std::string EndSum() { return sum.End(); }
+    /// When it was opened.
+    std::uint64_t GetByteCount() const noexcept { return byteCount; }
 
   private:
     void Require(unsigned failed) const {
@@ -64,6 +70,7 @@ class KHashedReader {
     const std::string& path;
     const std::function<bool()>& shallStop;
     KSYS::KDescriptor file;
+    std::uint64_t byteCount = 0;
     KBlake2b sum;
     std::unique_ptr<char[]> chunk = std::make_unique_for_overwrite<char[]>(chunkBytes);
 };
@@ -101,14 +108,40 @@ KUnpackedBundle::KUnpackedBundle(
     Unpack(shallStop);
 }
 
+/// Asked before each of the two steps: how much is in a bundle is believed once it is verified.
+void KUnpackedBundle::RequireRoom(
+    const std::function<KBUNDLE::KBundleNeeds(std::uint64_t blockBytes)>& needs
+) const {
+    KSYS::FileSystemStatus system;
+    if (KSYS::ReadFileSystem(directory->GetPath().c_str(), system) != 0) {
+        return; // writing tells
+    }
+    const KBUNDLE::KBundleNeeds needed = needs(system.blockBytes);
+    KPlan::Space space;
+    const bool isShown = directory->GetPath().starts_with(KSYS::privateRootPlace);
+    space.directory = isShown ? usualParent // as the machine calls it
+                              : fs::path(directory->GetPath()).parent_path().string();
+    // Of both steps, as it was before the first one.
+    space.needed = needed.bytes + copiedBytes;
+    space.available = system.bytesFree + copiedBytes;
+    space.filesNeeded = needed.entries;
+    space.filesAvailable = system.filesFree;
+    space.filesAreUnlimited = !system.hasFileLimit;
+    RequireSpace(space);
+}
+
 /// What is unpacked is what is hashed, also where somebody writes to the file meanwhile.
 void KUnpackedBundle::CopyBundle(const std::function<bool()>& shallStop) {
     KHashedReader reader(bundle.path, shallStop);
+    RequireRoom([&](std::uint64_t /*blockBytes*/) {
+        return KBUNDLE::KBundleNeeds{.bytes = reader.GetByteCount(), .entries = 1};
+    });
     const std::string copy = directory->GetPath() + "/" + copyName;
     unsigned failed = KSYS::MakeFile(copy, content, O_RDWR);
     for (std::string_view bytes = reader.Next(); failed == 0 && !bytes.empty();
          bytes = reader.Next()) {
         failed = KSYS::WriteAll(content.Get(), bytes.data(), bytes.size());
+        copiedBytes += bytes.size();
     }
     if (failed != 0) {
         FailOnWrite(copy, static_cast<int>(failed));
@@ -146,9 +179,12 @@ void KUnpackedBundle::RequireSignature() const {
 }
 
 void KUnpackedBundle::Unpack(const std::function<bool()>& shallStop) {
-    MakeDirectories(kit);
     try {
         const KBUNDLE::KBundleReader reader(content.Get(), bundle.path);
+        RequireRoom([&](std::uint64_t blockBytes) {
+            return KBUNDLE::NeedsOf(reader.GetTable(), KBUNDLE::BundlePart::Everything, blockBytes);
+        });
+        MakeDirectories(kit);
         KBUNDLE::UnpackBundle(reader, kit, KBUNDLE::BundlePart::Everything, shallStop);
     } catch (const KBUNDLE::KBundleError& error) {
         switch (error.GetKind()) {

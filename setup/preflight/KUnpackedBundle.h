@@ -3,6 +3,7 @@
 
 #include <setup/preflight/KitSigner.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -31,7 +32,8 @@ class KUnpackedBundle {
     ///
     /// Throws   KSetupFailure: ExitCode::noKit where it is no bundle or cannot be read,
     ///          ExitCode::malformedScript for one that is damaged or not signed as it has to be,
-    ///          ExitCode::cannotWrite where there is no room; KSetupStop. Nothing is left then.
+    ///          ExitCode::cannotWrite where there is no room, which is looked at before; KSetupStop.
+    ///          Nothing is left then.
     KUnpackedBundle(
         const std::string& file,
         Signature signature,
@@ -49,6 +51,8 @@ class KUnpackedBundle {
     const KSignedFile& GetSigned() const noexcept { return bundle; }
 
   private:
+    void RequireRoom(const std::function<KBUNDLE::KBundleNeeds(std::uint64_t blockBytes)>& needs
+    ) const;
     void CopyBundle(const std::function<bool()>& shallStop);
     void RequireSignature() const;
     void Unpack(const std::function<bool()>& shallStop);
@@ -56,7 +60,8 @@ class KUnpackedBundle {
     std::unique_ptr<KBUNDLE::KWorkPlace> directory;
     std::string kit;
     KSignedFile bundle;
-    KSYS::KDescriptor content; ///< what was verified
+    KSYS::KDescriptor content;     ///< what was verified
+    std::uint64_t copiedBytes = 0; ///< of it
 };
 
 } // namespace KSETUP

@@ -28,30 +28,34 @@ void RequireRoot() {
 
 void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten) {
     for (const KPlan::Space& space : plan.ReadSpace(alsoWritten)) {
-        if (!space.HasBytes()) {
-            throw KSetupFailure(
-                ExitCode::cannotWrite,
-                Text(
-                    "the file system of %s has too little space: %s needed, %s free. Nothing was "
-                    "changed. Make room there.",
-                    space.directory,
-                    BytesInWords(space.needed + KPlan::Space::spareBytes),
-                    BytesInWords(space.available)
-                )
-            );
-        }
-        if (!space.HasFiles()) {
-            throw KSetupFailure(
-                ExitCode::cannotWrite,
-                Text(
-                    "the file system of %s has too few inodes: %s needed, %s free. Nothing was "
-                    "changed. Delete files there that nobody needs.",
-                    space.directory,
-                    space.filesNeeded + KPlan::Space::spareFiles,
-                    space.filesAvailable
-                )
-            );
-        }
+        RequireSpace(space);
+    }
+}
+
+void RequireSpace(const KPlan::Space& space) {
+    if (!space.HasBytes()) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            Text(
+                "the file system of %s has too little space: %s needed, %s free. Nothing was "
+                "changed. Make room there.",
+                space.directory,
+                BytesInWords(space.needed + KPlan::Space::spareBytes),
+                BytesInWords(space.available)
+            )
+        );
+    }
+    if (!space.HasFiles()) {
+        throw KSetupFailure(
+            ExitCode::cannotWrite,
+            Text(
+                "the file system of %s has too few inodes: %s needed, %s free. Nothing was "
+                "changed. Delete files there that nobody needs.",
+                space.directory,
+                space.filesNeeded + KPlan::Space::spareFiles,
+                space.filesAvailable
+            )
+        );
     }
 }
 

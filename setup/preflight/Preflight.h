@@ -17,6 +17,8 @@ void RequireRoot();
 /// Throws   KSetupFailure with ExitCode::cannotWrite when a file system lacks bytes or inodes, also
 ///          one of the directories that are written to whatever the plan says
 void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten = {});
+/// The same of one file system.
+void RequireSpace(const KPlan::Space& space);
 
 /// Throws   KSetupFailure with ExitCode::cannotWrite when something is to be made or deleted on a file
 ///          system that is mounted read-only, in a directory that is immutable, or below what is no
