@@ -105,8 +105,7 @@ Unpack(const KSetupArguments& arguments, KSYS::KStopSignals& signals) {
         arguments.bundle,
         arguments.allowUnsigned ? Signature::Ignored : Signature::Required,
         [&signals] { return signals.Take() != 0; },
-        arguments.unpackParent.empty() ? KSETUP::KUnpackedBundle::usualParent
-                                       : arguments.unpackParent
+        KSETUP::KUnpackedBundle::ParentFor(arguments)
     );
 }
 

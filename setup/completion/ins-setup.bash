@@ -14,11 +14,11 @@ _ins_setup_options() { # COMMAND
     status) echo '--kit --json --verify --root' ;;
     restore) echo '--kit --json --quiet -q --wait --detailed-exit-code --force --root' ;;
     list) echo '--json --root' ;;
-    verify) echo '--json' ;;
+    verify) echo '--json --root' ;;
     check) echo '--kit --json --strict' ;;
     'plan install') echo '--kit --json --offline-services --allow-conflicts --root' ;;
     'plan remove') echo '--kit --json --offline-services --allow-conflicts --purge --root' ;;
-    macros) echo '--kit --json' ;;
+    macros) echo '--kit --json --root' ;;
     'kit add') echo '--kit' ;;
     'kit seal') echo '--kit --sign' ;;
     'kit key new') echo '--no-password' ;;

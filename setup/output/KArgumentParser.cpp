@@ -323,6 +323,7 @@ void KArgumentParser::AddQuestions() {
         ->check(NotEmpty("target"))
         ->required();
     AddJson(verify);
+    AddRoot(verify);
     CLI::App* plan = AddBelow(app, "plan", Help("Tell what a run would do, without doing it"));
     plan->require_subcommand(1);
     CLI::App* planInstall =
@@ -351,6 +352,7 @@ void KArgumentParser::AddAuthoring() {
     AddKit(macros);
     AddPath(macros);
     AddJson(macros);
+    AddRoot(macros);
 
     CLI::App* kit = AddBelow(app, "kit", Help("Make a kit"));
     kit->require_subcommand(1);

@@ -77,6 +77,10 @@ class KHashedReader {
 
 } // namespace
 
+std::string KUnpackedBundle::ParentFor(const KSetupArguments& arguments) {
+    return arguments.unpackParent.empty() ? usualParent : arguments.unpackParent;
+}
+
 std::unique_ptr<KBUNDLE::KWorkPlace> KUnpackedBundle::MakeWorkPlace(const std::string& parent) {
     try {
         KBUNDLE::RemoveLeftovers({parent});

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/output/KSetupArguments.h>
 #include <setup/preflight/KitSigner.h>
 
 #include <cstdint>
@@ -22,6 +23,9 @@ class KUnpackedBundle {
   public:
     /// Not /tmp, which often runs no programs and is in memory.
     static constexpr const char* usualParent = "/var/tmp";
+
+    /// Where the arguments have bundles unpacked.
+    static std::string ParentFor(const KSetupArguments& arguments);
 
     enum class Signature {
         Required, ///< before anything is unpacked, where a key is known for what it claims to be

@@ -72,10 +72,11 @@ void ShowBundle(KSetupArguments& arguments, Shown& shown) {
 }
 
 void ShowKit(KSetupArguments& arguments, Shown& shown) {
-    const bool isPlan =
-        arguments.command == Command::PlanInstall || arguments.command == Command::PlanRemove;
+    const bool isOfCaller = arguments.command == Command::PlanInstall ||
+                            arguments.command == Command::PlanRemove ||
+                            arguments.command == Command::Macros;
     // Loaded here too, so that a mistake is told of the file that its author knows.
-    const KSetupKit kit(isPlan ? KSetupKit::ChooseDirectory(arguments.kit) : arguments.kit);
+    const KSetupKit kit(isOfCaller ? KSetupKit::ChooseDirectory(arguments.kit) : arguments.kit);
     RequirePrivateWay(kit.GetDirectory());
     arguments.kit = shown.Add({kit.GetDirectory(), true, true});
 }
@@ -102,6 +103,11 @@ void RequireShowable(const Shown& shown, const std::string& root) {
 Shown TakeAlong(KSetupArguments& arguments) {
     Shown shown;
     TakeValues(arguments);
+    if (arguments.command == Command::Verify) { // the target stays what it is called
+        std::error_code unknown;                // then it is taken for a directory, and that tells
+        const bool isFile = fs::is_regular_file(arguments.target, unknown);
+        (isFile ? arguments.bundle : arguments.kit) = arguments.target;
+    }
     if (!arguments.bundle.empty()) {
         ShowBundle(arguments, shown);
     } else if (arguments.product.empty() && arguments.command != Command::List) {

@@ -64,10 +64,18 @@ void Verify(const KSetupArguments& arguments, KRunReport& report) {
     std::error_code unknown; // then it is taken for a directory, and that tells
     std::optional<KUnpackedBundle> unpacked;
     std::optional<KSignedFile> bundle;
-    if (std::filesystem::is_regular_file(arguments.target, unknown)) {
-        unpacked.emplace(arguments.target, KUnpackedBundle::Signature::Ignored);
+    // In a root both have other names than the target.
+    const std::string& file = arguments.bundle.empty() ? arguments.target : arguments.bundle;
+    const std::string& directory = arguments.kit.empty() ? arguments.target : arguments.kit;
+    if (std::filesystem::is_regular_file(file, unknown)) {
+        unpacked.emplace(
+            file,
+            KUnpackedBundle::Signature::Ignored,
+            nullptr,
+            KUnpackedBundle::ParentFor(arguments)
+        );
         bundle = unpacked->GetSigned();
-    } else if (!std::filesystem::exists(arguments.target, unknown) && !unknown) {
+    } else if (!std::filesystem::exists(directory, unknown) && !unknown) {
         throw KSetupFailure(
             ExitCode::noKit,
             Text(
@@ -77,7 +85,7 @@ void Verify(const KSetupArguments& arguments, KRunReport& report) {
             )
         );
     }
-    const KSetupKit kit(unpacked ? unpacked->GetKitDirectory() : arguments.target);
+    const KSetupKit kit(unpacked ? unpacked->GetKitDirectory() : directory);
     const KKitStatement productData = KKitStatement::OfProductData();
     report.product = productData.product;
     report.version = productData.version;
