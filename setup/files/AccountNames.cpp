@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <string_view>
@@ -11,6 +12,7 @@
 #include <grp.h>
 #include <nss.h>
 #include <pwd.h>
+#include <sys/processes/OwnProcess.h>
 
 namespace KSETUP {
 
@@ -46,6 +48,8 @@ constexpr std::array systemGroups = std::to_array<std::string_view>(
      "backup", "operator", "list",   "irc",   "src",   "shadow", "utmp",    "video",
      "sasl",   "plugdev",  "staff",  "games", "users", "nogroup"}
 );
+
+std::atomic<bool> areLocalChosen{false};
 
 bool IsLetter(char byte) noexcept {
     return (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || byte == '_';
@@ -88,9 +92,14 @@ void UseLocalAccounts() {
         // Fails only for a database that is none.
         static_cast<void>(::__nss_configure_lookup(database, "files"));
     }
+    areLocalChosen = true;
     // C libraries before 2.34 have a module for files too, which is loaded with the first question.
     static_cast<void>(UserName(0));
     static_cast<void>(GroupName(0));
+}
+
+bool KnowsLocalAccountsOnly() noexcept {
+    return areLocalChosen || KSYS::IsStartedByLoader();
 }
 
 std::optional<uid_t> FindUser(const std::string& nameOrNumber) {

@@ -15,6 +15,9 @@ namespace KSETUP {
 /// for a root that may be of another system, of which no modules are loaded. While there is one thread.
 void UseLocalAccounts();
 
+/// Whether no others are known: in a bundle, too, whose C library has no modules for others (LDAP).
+bool KnowsLocalAccountsOnly() noexcept;
+
 /// The user of this name or, of digits alone, of this number; nothing for a name that there is not.
 std::optional<uid_t> FindUser(const std::string& nameOrNumber);
 /// The group, likewise.

@@ -13,6 +13,17 @@ using Kind = KPlannedAction::Kind;
 
 constexpr unsigned othersMayWrite = 022;
 
+/// An account that the machine knows may not be known here.
+KText WithAccountHint(const KText& missing) {
+    return KnowsLocalAccountsOnly()
+               ? Text(
+                     "%s in /etc (a bundle, and a run with --root, know no others: write the "
+                     "number of one that is in LDAP or another directory)",
+                     missing
+                 )
+               : missing;
+}
+
 } // namespace
 
 KOwnRules::KOwnRules(KPlannedTree& plannedTree, const MacroExpander& macros)
@@ -84,10 +95,10 @@ KText KOwnRules::WhyNoOwner(const KSetupRuleLine& line) const {
     const std::string& user = line.Get(KSetupField::Owner);
     const std::string& group = line.Get(KSetupField::Group);
     if (!user.empty() && !users.contains(user) && !FindUser(user)) {
-        return Text("there is no user %s", user);
+        return WithAccountHint(Text("there is no user %s", user));
     }
     if (!group.empty() && !users.contains(group) && !FindGroup(group)) {
-        return Text("there is no group %s", group);
+        return WithAccountHint(Text("there is no group %s", group));
     }
     return "";
 }

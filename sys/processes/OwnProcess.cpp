@@ -50,7 +50,11 @@ std::vector<std::string> ProgramArguments() {
             at += arguments.back().size() + 1;
         }
     }
-    return ::getauxval(AT_BASE) == 0 ? WithoutLoader(std::move(arguments)) : arguments;
+    return IsStartedByLoader() ? WithoutLoader(std::move(arguments)) : arguments;
+}
+
+bool IsStartedByLoader() noexcept {
+    return ::getauxval(AT_BASE) == 0;
 }
 
 std::vector<std::string> WithoutLoader(std::vector<std::string> words) {

@@ -20,6 +20,10 @@ std::vector<std::string> ProgramArguments();
 /// the name that the loader gave it.
 std::vector<std::string> WithoutLoader(std::vector<std::string> words);
 
+/// Whether the program was started by naming the dynamic loader, as bundles do with the one that they
+/// bring: it has nothing of the machine's C library then.
+bool IsStartedByLoader() noexcept;
+
 /// The number by which this process is known on the machine: its own, or in a process namespace of its
 /// own that of the process which waits for it outside.
 pid_t KnownProcessId() noexcept;
