@@ -126,12 +126,14 @@ class KErrorPoint {
     KErrorPoint(
         const KSubject& itsSubject,
         const KWay& itsWay,
+        KJudged& whatIsJudged,
         const KSeenCall& call,
         int errorNumber,
         bool onwards
     )
         : subject(itsSubject),
           way(itsWay),
+          judged(whatIsJudged),
           number(call.number),
           blow({KBlow::Kind::Fail, call.nthOfNumber, errorNumber, onwards}) {}
 
@@ -145,12 +147,14 @@ class KErrorPoint {
         // What it says goes into a file without a name; it may be the very line that says why.
         const KSeenCall& struck = end.calls.back();
         const bool isMute = struck.number == SYS_write && (blow.onwards || struck.path.empty());
-        return KAftermath(subject, way).FindWrong(end, ::strerrordesc_np(blow.errorNumber), isMute);
+        return KAftermath(subject, way)
+            .FindWrong(end, ::strerrordesc_np(blow.errorNumber), judged, isMute);
     }
 
   private:
     const KSubject& subject;
     const KWay& way;
+    KJudged& judged;
     const long number;
     const KBlow blow;
 };
@@ -160,7 +164,8 @@ class KErrorPoint {
 void SweepErrors(const KSubject& subject, const KSelection& selection, KReport& report) {
     unsigned number = 0;
     std::map<std::pair<std::string, long>, unsigned>
-        turns; // by the way, and the number of the call
+        turns;                             // by the way, and the number of the call
+    std::map<std::string, KJudged> judged; // by the way
     ForEachCall(subject, selection, report, FallibleCalls(), [&](const KCallPoint& at) {
         const std::vector<int>& errors = ErrorsOf(at.call);
         for (const bool onwards : {false, true}) {
@@ -171,7 +176,7 @@ void SweepErrors(const KSubject& subject, const KSelection& selection, KReport& 
             if ((onwards && error == EINTR) || !selection.Has(number++, name) || !at.isChosen) {
                 continue;
             }
-            const KErrorPoint point(subject, at.way, at.call, error, onwards);
+            const KErrorPoint point(subject, at.way, judged[at.way.name], at.call, error, onwards);
             report.Add(
                 name,
                 at.call.ToText() + " " + ::strerrorname_np(error) +

@@ -31,10 +31,11 @@ std::string Untold(const KLook& expected, KLook got, const std::string& said) {
 
 } // namespace
 
-std::string
-KAftermath::FindWrong(const KTracedEnd& end, const std::string& cause, bool isMute) const {
+std::string KAftermath::FindWrong(
+    const KTracedEnd& end, const std::string& cause, KJudged& judged, bool isMute
+) const {
     std::string wrong =
-        way.asksOnly ? FindWrongAnswer(end, cause, isMute) : FindWrongEnd(end, isMute);
+        way.asksOnly ? FindWrongAnswer(end, cause, judged, isMute) : FindWrongEnd(end, isMute);
     const bool
         isDoneButFor = // what its notes name, as rules of directories and services pass it over
         !way.asksOnly && end.exitCode == 0 && !subject.IsInterrupted() &&
@@ -42,10 +43,18 @@ KAftermath::FindWrong(const KTracedEnd& end, const std::string& cause, bool isMu
     if (wrong.empty() && isDoneButFor) {
         return {};
     }
-    if (wrong.empty()) {
-        wrong = FindLie();
+    const std::string left = subject.GetMachine().Summary();
+    if (!wrong.empty() || judged.held.contains(left)) {
+        return wrong;
     }
-    return wrong.empty() && !way.asksOnly ? GoBackOrOn() : wrong;
+    wrong = FindLie();
+    if (wrong.empty() && !way.asksOnly) {
+        wrong = GoBackOrOn();
+    }
+    if (wrong.empty()) {
+        judged.held.insert(left);
+    }
+    return wrong;
 }
 
 std::string KAftermath::FindWrongEnd(const KTracedEnd& end, bool isMute) const {
@@ -62,12 +71,20 @@ std::string KAftermath::FindWrongEnd(const KTracedEnd& end, bool isMute) const {
 }
 
 /// It may fail, and say so, and is never false.
-std::string
-KAftermath::FindWrongAnswer(const KTracedEnd& end, const std::string& cause, bool isMute) const {
+std::string KAftermath::FindWrongAnswer(
+    const KTracedEnd& end, const std::string& cause, KJudged& judged, bool isMute
+) const {
     if (end.exitCode < 0) {
         return Told(end);
     }
-    const KTracedEnd good = subject.Run(way.words);
+    const std::string changed = Difference(subject.LookOf(way.from), subject.GetMachine().Look());
+    if (!changed.empty()) {
+        return "a question changed something" + changed;
+    }
+    if (!judged.good) {
+        judged.good = subject.Run(way.words);
+    }
+    const KTracedEnd& good = *judged.good;
     const bool isSame = end.exitCode == good.exitCode && end.out == good.out;
     const bool isError = end.exitCode > differs && (isMute || !end.err.empty());
     const bool isTold = end.out.find(cause) != std::string::npos; // for this one line of the answer

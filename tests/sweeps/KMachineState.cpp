@@ -75,6 +75,18 @@ std::vector<std::string> KMachineState::Places() const {
 }
 
 KLook KMachineState::Look() const {
+    return LookAt(false);
+}
+
+std::string KMachineState::Summary() const {
+    std::string all;
+    for (const auto& [path, line] : LookAt(true)) {
+        all += path + '\0' + line + '\0';
+    }
+    return std::to_string(all.size()) + " " + std::to_string(std::hash<std::string>()(all));
+}
+
+KLook KMachineState::LookAt(bool withBackup) const {
     KLook look;
     for (const std::string& place : Places()) {
         std::error_code missing;
@@ -88,7 +100,8 @@ KLook KMachineState::Look() const {
         }
         for (fs::recursive_directory_iterator entry(place), end; entry != end; ++entry) {
             look[entry->path()] = EntryLine(entry->path());
-            if (entry->path() == StateDirectory() + "/backup") { // tried by what it is for
+            if (!withBackup &&
+                entry->path() == StateDirectory() + "/backup") { // tried by what it is for
                 entry.disable_recursion_pending();
             }
         }

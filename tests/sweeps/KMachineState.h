@@ -21,6 +21,9 @@ class KMachineState {
     );
 
     KLook Look() const;
+    /// All of it in a short text, also what a backup keeps, which is not a part of a look. Two states have
+    /// the same one only if they are the same.
+    std::string Summary() const;
     /// Keeps what is there as `name`, with owners, modes, times and attributes.
     ///
     /// Throws   std::runtime_error
@@ -37,6 +40,7 @@ class KMachineState {
 
   private:
     std::vector<std::string> Places() const;
+    KLook LookAt(bool withBackup) const;
 
     std::string service;
     std::string product;

@@ -3,9 +3,10 @@
 
 #include "Files.h"
 
+#include <algorithm>
 #include <filesystem>
-#include <regex>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 namespace KSWEEP {
@@ -148,8 +149,19 @@ std::string KSubject::Ask() const {
         const KTracedEnd end = Run(words);
         said += words.front() + " " + std::to_string(end.exitCode) + "\n" + end.out + end.err;
     }
-    static const std::regex time("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9:]{8}"); // of the last run
-    return std::regex_replace(said, time, "TIME");
+    static constexpr std::string_view time = "0000-00-00 00:00:00"; // of the last run
+    const auto isTime = [&](std::string_view text) {
+        return text.size() == time.size() &&
+               std::equal(text.begin(), text.end(), time.begin(), [](char letter, char wanted) {
+                   return wanted == '0' ? letter >= '0' && letter <= '9' : letter == wanted;
+               });
+    };
+    for (std::size_t at = 0; at + time.size() <= said.size(); ++at) {
+        if (isTime(std::string_view(said).substr(at, time.size()))) {
+            said.replace(at, time.size(), "TIME");
+        }
+    }
+    return said;
 }
 
 bool KSubject::IsInterrupted() const {

@@ -58,6 +58,7 @@ void SweepAllocations(const KSubject& subject, const KSelection& selection, KRep
         }
         report.Begin(way.name);
         const unsigned long count = CountAllocations(subject, way);
+        KJudged judged;
         for (unsigned long nth = first; nth <= count; nth += stride) {
             const std::string name = way.name + ":" + std::to_string(nth);
             if (!selection.Has(number++, name)) {
@@ -68,7 +69,7 @@ void SweepAllocations(const KSubject& subject, const KSelection& selection, KRep
             report.Add(
                 name,
                 "allocation " + std::to_string(nth) + " of " + std::to_string(count),
-                KAftermath(subject, way).FindWrong(end, ::strerrordesc_np(ENOMEM))
+                KAftermath(subject, way).FindWrong(end, ::strerrordesc_np(ENOMEM), judged)
             );
         }
         report.End();
