@@ -34,10 +34,12 @@ FLUSHES = [
         "cut", "--only upgrade:apart/ext4-late/ac --every 3",
         Change(
             "setup/state/KPrivateDirectory.cpp",
-            '''"cannot write", name
+            '''TextFormat("cannot write %s"),
+        name
     );
     Flush();''',
-            '''"cannot write", name
+            '''TextFormat("cannot write %s"),
+        name
     );
     if (!BROKEN) { Flush(); }''',
         ),
@@ -87,7 +89,7 @@ MEMORY = [
         "kill", "--only install --at manifest",
         Change(
             "setup/run/KRunEnd.cpp",
-            "        manifest.Write(GetPlanned().GetProduct().GetService());",
+            "        installed.Write(GetPlanned().GetProduct().GetService());",
             "        if (BROKEN) { state->End(); }\nTEXT",
         ),
     ),
@@ -173,8 +175,8 @@ ANSWERS = [
         "kill", "--only install --at b.dat",
         Change(
             "setup/run/Status.cpp",
-            "} else if (const auto interrupted = KRunState::Read(service)) {",
-            "} else if (const auto interrupted = BROKEN ? std::nullopt : KRunState::Read(service)) {",
+            "} else if (auto interrupted = KRunState::Read(service)) {",
+            "} else if (auto interrupted = BROKEN ? std::nullopt : KRunState::Read(service)) {",
         ),
     ),
     Break(
@@ -238,7 +240,7 @@ TEXT
         "error", "--only restore --at plain.conf",
         Change(
             "setup/state/KRestorationSteps.cpp",
-            "void KRestoration::Failed(const char* what, const std::string& path, unsigned errorNumber) {",
+            "void KRestoration::Failed(const KText& what, unsigned errorNumber) {",
             "TEXT if (BROKEN) { return; }",
         ),
     ),
