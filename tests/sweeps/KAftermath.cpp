@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "KAftermath.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstring>
+#include <sstream>
 
 namespace KSWEEP {
 
@@ -16,15 +19,42 @@ std::string Told(const KTracedEnd& end) {
                            : "ended with " + std::to_string(end.exitCode) + ":\n" + end.err;
 }
 
+/// What was said without the lines of the progress, which name each file that is at work.
+std::string NotesOf(const std::string& said) {
+    std::string notes;
+    std::istringstream lines(said);
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with('[')) {
+            notes += line + '\n';
+        }
+    }
+    return notes;
+}
+
+/// Whether the path itself is named, and not only one below it, or one that begins like it.
+bool Names(const std::string& notes, const std::string& path) {
+    for (std::size_t at = 0; (at = notes.find(path, at)) != std::string::npos; at += path.size()) {
+        const char next =
+            notes[std::min(at + path.size(), notes.size() - 1)]; // of all it is a line's end
+        const char afterDot = notes[std::min(at + path.size() + 1, notes.size() - 1)];
+        if (std::isspace(next) != 0 || next == ':' || next == ';' || next == ',' ||
+            (next == '.' && std::isspace(afterDot) != 0)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 /// What is otherwise than it should be, save where a note names the path.
 std::string Untold(const KLook& expected, KLook got, const std::string& said) {
+    const std::string notes = NotesOf(said);
     for (const auto& [path, line] : expected) {
-        if (said.find(path) != std::string::npos) {
+        if (Names(notes, path)) {
             got[path] = line;
         }
     }
     std::erase_if(got, [&](const auto& one) {
-        return !expected.contains(one.first) && said.find(one.first) != std::string::npos;
+        return !expected.contains(one.first) && Names(notes, one.first);
     });
     return Difference(expected, got);
 }
