@@ -23,7 +23,7 @@ constexpr const char* unlisted = "not listed"; // equals no digest
 
 /// Through a link at the end, where one was written through.
 KFileDigest DigestTarget(const std::string& path, const std::function<bool()>& shallStop) {
-    KFileDigest digest = DigestFile(path, shallStop);
+    KFileDigest digest = DigestFile(path, shallStop, KWriting::Begin);
     KSYS::Place place;
     if (digest.errorNumber == ELOOP &&
         KSYS::FindPlace(path.c_str(), KSYS::LastLink::Follow, place) == 0) {

@@ -73,13 +73,17 @@ std::string DigestBytes(std::string_view bytes) {
     return sum.End();
 }
 
-KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& shallStop) {
+KFileDigest
+DigestFile(const KSYS::Entry& entry, const std::function<bool()>& shallStop, KWriting writing) {
     KFileDigest result;
     KSYS::KDescriptor file;
     struct stat status {};
     result.errorNumber = KSYS::OpenRegularEntry(entry, O_RDONLY, file, status);
     if (result.errorNumber != 0) {
         return result;
+    }
+    if (writing == KWriting::Begin) { // the disk works while the sum is made
+        KSYS::BeginWriting(file.Get());
     }
     constexpr unsigned permissions = 07777;
     result.mode = status.st_mode & permissions;

@@ -21,11 +21,18 @@ struct KFileDigest {
 /// By path.
 using KDigests = std::unordered_map<std::string, KFileDigest>;
 
+/// Whether the disk is to have a file soon, which is flushed with others later.
+enum class KWriting : std::uint8_t { Leave, Begin };
+
 /// Reads a regular file and digests it. A link is not followed, and nothing but a file is waited
 /// for. `shallStop` is asked before each 1 MiB; the error is ECANCELED when it says so.
 ///
 /// Throws   KSetupFailure when libcrypto fails
-KFileDigest DigestFile(const KSYS::Entry& entry, const std::function<bool()>& shallStop = {});
+KFileDigest DigestFile(
+    const KSYS::Entry& entry,
+    const std::function<bool()>& shallStop = {},
+    KWriting writing = KWriting::Leave
+);
 
 /// SHA-256 of bytes, in hexadecimal.
 ///

@@ -85,6 +85,10 @@ unsigned Truncate(int file, off_t size) noexcept {
     return StatusOf(Retry([&] { return ::ftruncate(file, size); }));
 }
 
+void BeginWriting(int file) noexcept {
+    static_cast<void>(::sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE));
+}
+
 unsigned ReadAhead(int file, std::size_t byteCount, bool& wasThere) noexcept {
     char byte = 0;
     const iovec room{&byte, 1};

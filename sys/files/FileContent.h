@@ -28,6 +28,11 @@ WriteAt(int file, const char* bytes, std::size_t byteCount, off_t offset) noexce
 /// some of them are there already, it does nothing and `wasThere` says so.
 [[nodiscard]] unsigned ReadAhead(int file, std::size_t byteCount, bool& wasThere) noexcept;
 
+/// Has the kernel begin to write to the disk what it has in memory of an open file, without waiting for the
+/// disk: a flush finds less to do then. It is no promise, so nothing is told of a file system that
+/// cannot (sync_file_range(2)).
+void BeginWriting(int file) noexcept;
+
 enum class CopyWay { Any, ReflinkOnly };
 
 /// Copies an open file's bytes into an empty one: by a reflink, which shares them until one is
