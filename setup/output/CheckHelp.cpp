@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <setup/output/CheckHelp.h>
 #include <setup/output/KWordWrap.h>
+#include <setup/output/TextCells.h>
+#include <setup/text/KText.h>
+#include <setup/text/Translation.h>
 
 #include <algorithm>
 #include <array>
@@ -32,9 +35,27 @@ std::vector<std::string> CellsOf(std::string_view line) {
     return cells;
 }
 
-std::string Part(const std::string& heading, const std::string& text, std::size_t cells) {
-    constexpr std::size_t margin = 12;
-    return WrapWords(heading + std::string(margin - heading.size(), ' ') + text, cells) + "\n";
+/// A heading, and the text of a cell beside it.
+struct KPart {
+    std::string heading;
+    const std::string& text;
+};
+
+/// The texts in one column, whatever the language makes of the headings.
+std::string InColumns(const std::vector<KPart>& parts, std::size_t cells) {
+    constexpr std::size_t gap = 2;
+    std::size_t margin = 0;
+    for (const KPart& part : parts) {
+        margin = std::max(margin, TextCells(part.heading) + gap);
+    }
+    std::string text;
+    for (const KPart& part : parts) {
+        const std::string blanks(margin - TextCells(part.heading), ' ');
+        // One that is nothing but code has no translation, and is its own.
+        const std::string shown = FindTranslation(part.text.c_str());
+        text += part.text.empty() ? "" : WrapWords(part.heading + blanks + shown, cells) + "\n";
+    }
+    return text;
 }
 
 } // namespace
@@ -62,17 +83,17 @@ std::vector<KCheckHelp> ReadCheckHelp(std::string_view page) {
 
 std::string ToText(const KCheckHelp& help, std::size_t columns) {
     const std::size_t cells = columns == 0 ? textWidth : std::min(columns, textWidth);
-    std::string text = help.name + (help.isError ? " (error)\n\n" : " (warning)\n\n") +
-                       Part("Found when", help.found, cells);
-    if (!help.example.empty()) {
-        text += Part("Example", help.example, cells);
-    }
-    text += Part("Instead", help.instead, cells);
+    const std::string text = help.name + (help.isError ? " (error)\n\n" : " (warning)\n\n") +
+                             InColumns(
+                                 {{Text("Found when").Translated(), help.found},
+                                  {Text("Example").Translated(), help.example},
+                                  {Text("Instead").Translated(), help.instead}},
+                                 cells
+                             );
+    const KText allowed = Text("A comment in the line before silences it where it is meant so:");
     return help.isError ? text
-                        : text +
-                              "\nA comment in the line before silences it where it is meant "
-                              "so:\n    ; check: allow " +
-                              help.name + "\n";
+                        : text + "\n" + WrapWords(allowed.Translated(), cells) +
+                              "\n    ; check: allow " + help.name + "\n";
 }
 
 std::string ToText(const std::vector<KCheckHelp>& all) {
