@@ -2,19 +2,11 @@
 #include <setup/output/RunSummary.h>
 #include <setup/output/TextFormat.h>
 
-#include <array>
 #include <cstddef>
-#include <cstdio>
 
 namespace KSETUP {
 
 namespace {
-
-std::string SecondsText(double seconds) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.1f s", seconds);
-    return text.data();
-}
 
 void AddPart(KText& line, const KText& part) {
     line += (line.empty() ? "" : ", ") + part;
@@ -44,7 +36,7 @@ KText WorkLine(const KRunReport& report) {
     if (report.filesDeleted != 0) {
         AddPart(files, Counted(report.filesDeleted, "%s file deleted", "%s files deleted"));
     }
-    const std::string time = SecondsText(report.seconds);
+    const KText time = DecimalText(report.seconds) + " s";
     return files.empty()
                ? Counted(report.rulesDone, "%s rule done in %s.", "%s rules done in %s.", time)
                : Counted(

@@ -33,6 +33,15 @@ KText Printable(const KText& text, KLineEnds ends) {
     return {Printable(text.English(), ends), Printable(text.Translated(), ends)};
 }
 
+KText DecimalText(double number) {
+    std::array<char, 48> text{};
+    std::snprintf(text.data(), text.size(), "%.1f", number); // of the locale "C"
+    const std::string both = text.data();
+    const std::size_t point = both.find('.');
+    // TRANSLATORS: a number, with the sign that separates its decimal: "17.7"
+    return Text("%s.%s", both.substr(0, point), both.substr(point + 1));
+}
+
 KText BytesInWords(std::uint64_t bytes) {
     static constexpr std::array units = {"KiB", "MiB", "GiB", "TiB"};
     constexpr double step = 1024;
@@ -44,9 +53,7 @@ KText BytesInWords(std::uint64_t bytes) {
     for (; value >= step && unit + 1 < units.size(); ++unit) {
         value /= step;
     }
-    std::array<char, 48> text{};
-    std::snprintf(text.data(), text.size(), "%.1f %s", value, units[unit]);
-    return text.data();
+    return DecimalText(value) + " " + units[unit];
 }
 
 std::string ModeText(unsigned mode) {

@@ -26,6 +26,9 @@ inline std::string Printable(const char* text, KLineEnds ends = KLineEnds::Repla
 }
 KText Printable(const KText& text, KLineEnds ends = KLineEnds::Replaced);
 
+/// With one decimal, as the language writes it: "0.3".
+KText DecimalText(double number);
+
 /// As "512 bytes", "2.0 KiB", up to TiB.
 KText BytesInWords(std::uint64_t bytes);
 

@@ -36,6 +36,12 @@ TEST(ShownTest, LinesAreKeptOnlyWhereTheyAreMeant) {
     EXPECT_EQ(Printable("a\nb\r\t", KSETUP::KLineEnds::Kept), "a\nb??");
 }
 
+TEST(DecimalTextTest, ANumberHasOneDecimal) {
+    EXPECT_EQ(KSETUP::DecimalText(0), "0.0");
+    EXPECT_EQ(KSETUP::DecimalText(12.34), "12.3");
+    EXPECT_EQ(KSETUP::DecimalText(99.96), "100.0");
+}
+
 TEST(BytesInWordsTest, AmountsGoUpByTheirUnits) {
     EXPECT_EQ(BytesInWords(0), "0 bytes");
     EXPECT_EQ(BytesInWords(1023), "1023 bytes");
