@@ -113,6 +113,13 @@ KBundleEntry TakeEntry(KByteReader& reader) {
 
 } // namespace
 
+bool IsInFront(const KBundleEntry& entry) {
+    constexpr std::string_view texts = "locale";
+    const std::string_view name = entry.name;
+    const bool isText = name.substr(0, name.find('/')) == texts;
+    return isText || (!entry.isDirectory && name.find('/') == std::string_view::npos);
+}
+
 std::string ToBytes(const KBundleEnd& end) {
     std::string bytes;
     Add(bytes, end.headSha256);

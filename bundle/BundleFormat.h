@@ -35,6 +35,10 @@ struct KBundleTable {
     std::vector<KBundleEntry> entries;
 };
 
+/// Whether it is needed to answer at all: a file that lies in the kit itself, or what is in its directory
+/// "locale", the texts. Such files come first.
+bool IsInFront(const KBundleEntry& entry);
+
 /// Where the parts of a bundle are.
 struct KBundleEnd {
     std::uint64_t headBytes = 0;         ///< the program, from the begin of the file

@@ -23,8 +23,8 @@ timespec TimeOf(const KBundleEntry& entry) {
         .tv_nsec = static_cast<long>(entry.nanoseconds)};
 }
 
-bool IsInFront(const KBundleEntry& entry) {
-    return entry.name.find('/') == std::string::npos;
+bool IsWanted(const KBundleEntry& entry, BundlePart part) {
+    return part == BundlePart::Everything || IsInFront(entry);
 }
 
 class KFileSink : public KBundleSink {
@@ -65,7 +65,7 @@ std::size_t CountFiles(const KBundleTable& table, BundlePart part) {
         if (entry.isDirectory) {
             continue;
         }
-        if (part == BundlePart::FilesInFront && !IsInFront(entry)) {
+        if (!IsWanted(entry, part)) {
             break;
         }
         ++count;
@@ -77,7 +77,7 @@ KBundleNeeds NeedsOf(const KBundleTable& table, BundlePart part, std::uint64_t b
     KBundleNeeds needs;
     const std::uint64_t block = std::max<std::uint64_t>(blockBytes, 1);
     for (const KBundleEntry& entry : table.entries) {
-        if (part == BundlePart::FilesInFront && (entry.isDirectory || !IsInFront(entry))) {
+        if (!IsWanted(entry, part)) {
             continue;
         }
         needs.bytes += entry.isDirectory ? block : (entry.byteCount + block - 1) / block * block;
@@ -93,9 +93,8 @@ void UnpackBundle(
     const std::function<bool()>& shallStop
 ) {
     const std::vector<KBundleEntry>& entries = bundle.GetTable().entries;
-    const bool isAll = part == BundlePart::Everything;
     for (const KBundleEntry& entry : entries) {
-        if (isAll && entry.isDirectory) {
+        if (entry.isDirectory && IsWanted(entry, part)) {
             const std::string path = directory + "/" + entry.name;
             RequireWritten(KSYS::MakeDirectoryEntry(path, S_IRWXU), path);
         }
@@ -104,7 +103,7 @@ void UnpackBundle(
     bundle.ReadFiles(CountFiles(bundle.GetTable(), part), sink, shallStop);
     // The deepest first, when nothing is made in them any more.
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-        if (isAll && entry->isDirectory) {
+        if (entry->isDirectory && IsWanted(*entry, part)) {
             const std::string path = directory + "/" + entry->name;
             KSYS::KDescriptor opened;
             RequireWritten(KSYS::OpenDirectoryEntry(path, opened), path);

@@ -12,11 +12,10 @@ namespace KBUNDLE {
 /// How much of a bundle is wanted.
 enum class BundlePart : std::uint8_t {
     Everything,
-    FilesInFront ///< what lies in the kit's directory itself, not in those below: they come first
+    FilesInFront ///< those that IsInFront tells, and their directories
 };
 
-/// The entries of a table that are of a part, by their number: it is a begin of the files, but not of
-/// the directories.
+/// The files of a table that are of a part, by their number: it is a begin of them.
 std::size_t CountFiles(const KBundleTable& table, BundlePart part);
 
 /// What unpacking takes on a file system with blocks of this size.

@@ -143,10 +143,9 @@ void List(const std::string& root, const std::string& below, std::vector<KBundle
     }
 }
 
-/// Directories first, then the files that lie in the kit itself, which questions need alone.
+/// Directories first, then the files that questions need alone.
 unsigned RankOf(const KBundleEntry& entry) {
-    const bool isBelow = entry.name.find('/') != std::string::npos;
-    return entry.isDirectory ? 0U : isBelow ? 2U : 1U;
+    return entry.isDirectory ? 0U : IsInFront(entry) ? 1U : 2U;
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/files/CatalogueDirectory.h>
 #include <setup/kit/BundleProgram.h>
 #include <setup/kit/ElfRunPath.h>
 #include <setup/kit/KitFiles.h>
@@ -26,6 +27,10 @@ constexpr std::string_view speakingLibrary = "libins++.so.1";
 constexpr char catalogueBegin[] = "xxxins.";
 /// The loader is told where it looks, and not by what is in its own file.
 constexpr std::string_view loaderBegin = "ld-linux";
+/// By this one texts are translated where the system has no locale; of the same C library as the one
+/// that comes along.
+constexpr char neutralLocale[] = "/usr/lib/locale/C.utf8/LC_MESSAGES/SYS_LC_MESSAGES";
+constexpr char neutralLocaleBeside[] = "C.utf8/LC_MESSAGES/SYS_LC_MESSAGES";
 
 /// The files that this process runs with; the first one is its own and has no name, nor has what the
 /// kernel gives each process.
@@ -80,6 +85,29 @@ void AddLibraries(const fs::path& kit) {
     }
 }
 
+/// Copies what is there and the kit has not.
+void AddText(const fs::path& from, const fs::path& to) {
+    constexpr mode_t closedToOthers = 0755; // or a run as root would not believe it
+    std::error_code unknown;                // as good as none
+    if (fs::is_regular_file(from, unknown) && !fs::exists(to, unknown)) {
+        MakeDirectories(to.parent_path());
+        CopyBytes(from, to, closedToOthers);
+    }
+}
+
+/// What the program itself says, in all languages too.
+void AddTexts(const fs::path& kit) {
+    const fs::path texts = kit / cataloguesBeside;
+    std::error_code unknown; // as good as none
+    for (const auto& language : fs::directory_iterator(CatalogueDirectory(), unknown)) {
+        AddText(
+            language.path() / catalogueBelowLanguage,
+            texts / language.path().filename() / catalogueBelowLanguage
+        );
+    }
+    AddText(neutralLocale, texts / neutralLocaleBeside);
+}
+
 } // namespace
 
 std::string FindBundleHead() {
@@ -115,6 +143,7 @@ void AddProgram(const fs::path& kit) {
         return;
     }
     AddLibraries(kit);
+    AddTexts(kit);
 }
 
 } // namespace KSETUP

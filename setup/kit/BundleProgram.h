@@ -13,8 +13,8 @@ std::string FindBundleHead();
 
 /// Makes a kit run anywhere: puts the running ins-setup into it, unless it has one of its own, and
 /// beside it the loader and each library that runs with it, unless the kit has one of that name. They
-/// look for each other in their own directory and nowhere else. A kit whose ins-setup is a script gets
-/// nothing: the host runs that.
+/// look for each other in their own directory and nowhere else. With them come the texts of all
+/// languages. A kit whose ins-setup is a script gets nothing: the host runs that.
 ///
 /// Throws   KSetupFailure
 void AddProgram(const std::filesystem::path& kit);

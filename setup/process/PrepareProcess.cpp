@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
-#include <setup/files/TrustedPath.h>
+#include <setup/files/CatalogueDirectory.h>
 #include <setup/process/PrepareProcess.h>
 #include <setup/script/SecretNames.h>
 #include <setup/text/Translation.h>
@@ -14,7 +14,6 @@
 #include <string_view>
 #include <system_error>
 
-#include <sys/processes/OwnProcess.h>
 #include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
@@ -36,18 +35,6 @@ KSYS::EnvironmentVariables ReducedEnvironment() {
         }
     }
     return kept;
-}
-
-/// Where the catalogues are: with the program, in its package's place or, as in a bundle, beside it.
-/// Root believes nobody else's; empty then.
-std::string CatalogueDirectory() {
-    // It may end with "/".
-    const std::filesystem::path program =
-        std::filesystem::path(KSYS::ProgramDirectory() + "/").lexically_normal().parent_path();
-    const bool isInTree = program.filename() == "bin" || program.filename() == "sbin";
-    const std::filesystem::path found =
-        isInTree ? program.parent_path() / "share" / "locale" : program / "locale";
-    return KSYS::IsRoot() && !WhyOthersCanExchange(found.string()).empty() ? "" : found.string();
 }
 
 } // namespace

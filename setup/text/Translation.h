@@ -8,7 +8,8 @@ namespace KSETUP {
 
 /// From now on, texts are looked up in the language that LANGUAGE, LC_ALL, LC_MESSAGES and LANG ask for,
 /// in LANGUAGE/LC_MESSAGES/ins-setup.mo below a directory (absolute; whoever can write there chooses what
-/// is said). The locale of the process stays "C", so that the system's own words and numbers stay as
+/// is said). Where the system has no locale, C.utf8 is taken from that directory, if it is there. The
+/// locale of the process stays "C", so that the system's own words and numbers stay as
 /// programs expect them.
 ///
 /// Thread   while the process has one

@@ -104,6 +104,7 @@ TEST_F(BundleOnMinimalSystemTest, ABundleSpeaksTheLanguageOfItsUser) {
     const Outcome german = RunThere("LANG=de_DE.UTF-8 " + install);
     EXPECT_EQ(german.exitCode, 0) << german.out;
     EXPECT_THAT(german.out, HasSubstr(" Dienst wird installiert\n"));
+    EXPECT_THAT(german.out, HasSubstr("ist in /opt/kit installiert."));
     EXPECT_THAT(RunThere("LANG=fr_FR.UTF-8 " + install).out, HasSubstr(" Installing service\n"));
     EXPECT_THAT(
         RunThere("LANG=de_DE.UTF-8 " + install + " --json-events").out,
@@ -134,6 +135,22 @@ TEST_F(BundleOnBusyboxTest, ABundleInstallsVerifiesAndRemoves) {
     EXPECT_FALSE(tree.Exists("root/opt/kit"));
     EXPECT_EQ(RunThere("/root/it.run status").exitCode, 3);
     EXPECT_THAT(RunThere("ls -A /opt /tmp /var/tmp").out, ::testing::Not(HasSubstr("bundle")));
+}
+
+/// There is no locale at all. What is asked without the kit's content has the texts too.
+TEST_F(BundleOnBusyboxTest, ABundleSpeaksTheLanguageOfItsUser) {
+    GivenBundle();
+    const std::string german = "LANG=de_DE.UTF-8 /root/it.run ";
+    EXPECT_THAT(RunThere(german + "status").out, HasSubstr("ist nicht installiert."));
+    EXPECT_THAT(RunThere(german + "--help").out, HasSubstr("Aufruf: "));
+    EXPECT_THAT(RunThere(german + "install").out, HasSubstr("ist in /opt/kit installiert."));
+    EXPECT_THAT(RunThere(german + "status").out, HasSubstr("ist in /opt/kit installiert."));
+    EXPECT_THAT(RunThere(german + "status --json").out, HasSubstr("\"result\":\"done\""));
+    EXPECT_THAT(
+        RunThere("LANGUAGE=de LANG=C.UTF-8 /root/it.run status").out,
+        HasSubstr("ist in /opt/kit installiert.")
+    );
+    EXPECT_THAT(RunThere("/root/it.run status").out, HasSubstr("is installed in /opt/kit."));
 }
 
 TEST_F(BundleOnBusyboxTest, ABundleNeedsNeitherProcNorTemporaryDirectories) {

@@ -97,6 +97,23 @@ TEST_F(BundleFileTest, FilesInFrontComeWithoutTheOthers) {
     EXPECT_FALSE(tree.Exists("out/sub"));
 }
 
+/// Questions are answered in the user's language too.
+TEST_F(BundleFileTest, TextsAreInFront) {
+    tree.Write("kit/locale/de/words", "Worte");
+    tree.Write("kit/localed/words", "of something else");
+    std::filesystem::remove(tree.Path("it.run"));
+    KBUNDLE::WriteBundle(
+        {.head = tree.Path("head"), .directory = tree.Path("kit"), .place = ""}, tree.Path("it.run")
+    );
+    part = KBUNDLE::BundlePart::FilesInFront;
+    EXPECT_EQ(Refusal(), "");
+    EXPECT_EQ(tree.Read("out/locale/de/words"), "Worte");
+    EXPECT_EQ(tree.Mode("out/locale/de"), tree.Mode("kit/locale/de"));
+    EXPECT_TRUE(tree.Exists("out/first"));
+    EXPECT_FALSE(tree.Exists("out/localed"));
+    EXPECT_FALSE(tree.Exists("out/sub"));
+}
+
 TEST_F(BundleFileTest, OneThatIsCutAnywhereIsNotUnpacked) {
     for (std::size_t bytes = 0; bytes < whole.size(); ++bytes) {
         tree.Write("it.run", whole.substr(0, bytes));
