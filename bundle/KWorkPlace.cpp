@@ -57,6 +57,10 @@ std::string Mebibytes(std::uint64_t bytes) {
 std::string WhyNot(
     const std::string& place, const std::function<KBundleNeeds(std::uint64_t blockBytes)>& needs
 ) {
+    // The loader would look for libraries in something else, also below the current directory.
+    if (place.find_first_of(":;$") != std::string::npos) {
+        return "a path with \":\", \";\" or \"$\", which the loader takes apart";
+    }
     KSYS::FileSystemStatus system;
     const unsigned failed = KSYS::ReadFileSystem(place.c_str(), system);
     if (failed != 0) {
