@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
+#include <setup/files/PathText.h>
 #include <setup/plan/UnitFiles.h>
 #include <setup/state/KManifest.h>
 #include <setup/state/KPrivateDirectory.h>
 
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 
 #include <sys/files/DirectoryEntry.h>
 
@@ -14,13 +13,11 @@ namespace KSETUP {
 
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr const char* unitDirectory = "/etc/systemd/system/";
 
-bool HoldsLinks(const fs::path& directory) {
-    const fs::path ending = directory.extension();
-    return ending == ".wants" || ending == ".requires" || ending == ".upholds";
+bool HoldsLinks(const std::string& directory) {
+    return directory.ends_with(".wants") || directory.ends_with(".requires") ||
+           directory.ends_with(".upholds");
 }
 
 /// What cannot be looked at is not known to be missing.
@@ -46,24 +43,25 @@ std::vector<std::string> UnitPaths(const std::string& service) {
 std::vector<std::string> FindUnitEntries(const std::string& service) {
     const std::string unit = service + ".service";
     std::vector<std::string> entries;
-    const auto add = [&](const fs::path& path) {
+    // As texts: a std::filesystem::path whose copy fails for want of memory takes the program with it.
+    const auto add = [&](const std::string& path) {
         unsigned whyMissing = 0;
-        if (LookAtEntry(path.string(), &whyMissing)) {
-            entries.push_back(path.string());
+        if (LookAtEntry(path, &whyMissing)) {
+            entries.push_back(path);
         } else {
-            RequireKnown(whyMissing, path.string());
+            RequireKnown(whyMissing, path);
         }
     };
-    add(fs::path(unitDirectory) / unit);
+    add(unitDirectory + unit);
     std::vector<std::string> names;
     RequireKnown(KSYS::ListEntries(unitDirectory, names), unitDirectory);
     for (const std::string& name : names) {
-        const fs::path path = fs::path(unitDirectory) / name;
-        std::error_code none; // what is no link leads nowhere
+        const std::string path = unitDirectory + name;
+        std::string target;
         if (HoldsLinks(path)) {
-            add(path / unit);
-        } else if (name != unit && fs::read_symlink(path, none).filename() == unit) {
-            add(path);
+            add(ChildPath(path, unit));
+        } else if (name != unit && KSYS::ReadLink(path, target) == 0 && NameOfPath(target) == unit) {
+            add(path); // what is no link leads nowhere
         }
     }
     return entries;
