@@ -162,11 +162,13 @@ class KErrorPoint {
 } // namespace
 
 void SweepErrors(const KSubject& subject, const KSelection& selection, KReport& report) {
-    unsigned number = 0;
+    unsigned number =
+        0; // in its way: two machines need not count the same calls, and share each way
     std::map<std::pair<std::string, long>, unsigned>
         turns;                             // by the way, and the number of the call
     std::map<std::string, KJudged> judged; // by the way
     ForEachCall(subject, selection, report, FallibleCalls(), [&](const KCallPoint& at) {
+        number = at.nth == 1 ? 0 : number;
         const std::vector<int>& errors = ErrorsOf(at.call);
         for (const bool onwards : {false, true}) {
             const int error = errors[turns[{at.way.name, at.call.number}]++ % errors.size()];

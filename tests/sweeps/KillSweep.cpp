@@ -61,6 +61,7 @@ class KKillPoint {
 void SweepKills(const KSubject& subject, const KSelection& selection, KReport& report) {
     unsigned number = 0;
     ForEachCall(subject, selection, report, FileChanges(), [&](const KCallPoint& at) {
+        number = at.nth == 1 ? 0 : number; // as with errors
         for (const auto kind : {KBlow::Kind::Kill, KBlow::Kind::HalfWrite}) {
             const bool isHalf = kind == KBlow::Kind::HalfWrite;
             const std::string name =

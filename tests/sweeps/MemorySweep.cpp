@@ -51,12 +51,12 @@ void SweepAllocations(const KSubject& subject, const KSelection& selection, KRep
     constexpr unsigned long stride = 37;
     constexpr unsigned long first =
         11; // those before it are made before main, where nothing can catch
-    unsigned number = 0;
     for (const KWay& way : subject.GetWays()) {
         if (!selection.HasWay(way.name)) {
             continue;
         }
         report.Begin(way.name);
+        unsigned number = 0; // as with errors
         const unsigned long count = CountAllocations(subject, way);
         KJudged judged;
         for (unsigned long nth = first; nth <= count; nth += stride) {
