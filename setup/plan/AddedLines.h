@@ -2,6 +2,7 @@
 #pragma once
 
 #include <setup/output/KSetupArguments.h>
+#include <setup/script/KScript.h>
 
 #include <string>
 #include <string_view>
