@@ -3,6 +3,7 @@
 #include <setup/files/PathText.h>
 #include <setup/files/TrustedPath.h>
 #include <setup/rules/KModeRule.h>
+#include <setup/text/NotedText.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KErrorSource.h>
 
@@ -39,17 +40,24 @@ unsigned Open(const char* path, KSYS::KDescriptor& opened) {
     return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) ? 0 : EINVAL;
 }
 
+[[noreturn]] void RaiseInWords(unsigned failed, const KSUP::KString& path, const KText& reason) {
+    modeRule.RaiseAs(
+        {KSUP::KErrorKind::System, KSUP::KOperation::Write, path, reason.English()},
+        KSUP::TraceLevel::rule,
+        failed,
+        path + NoteText(": " + reason)
+    );
+}
+
 [[noreturn]] void RaiseFailure(unsigned failed, const KSUP::KString& path) {
     if (failed != EMLINK) {
         modeRule.RaiseSystem(failed, KSUP::KOperation::Write, path);
     }
-    const KSUP::KString reason = "the file has another name (a hard link), and others may write in "
-                                 "its directory. Delete it there, or copy it";
-    modeRule.RaiseAs(
-        {KSUP::KErrorKind::System, KSUP::KOperation::Write, path, reason},
-        KSUP::TraceLevel::rule,
+    RaiseInWords(
         failed,
-        path + ": " + reason
+        path,
+        Text("the file has another name (a hard link), and others may write in its directory. "
+             "Delete it there, or copy it")
     );
 }
 
@@ -61,28 +69,27 @@ void RequireNoSetIdForOthers(int file, const KSUP::KString& path, unsigned mode)
         return;
     }
     // Its owner may be the product's own user; the way to it counts.
-    const std::string why =
-        WhyOthersCanExchange(NormalPath(path.c_str()), KPathEnd::IsOthersBusiness).English();
+    const KText why = WhyOthersCanExchange(NormalPath(path.c_str()), KPathEnd::IsOthersBusiness);
     if (!why.empty()) {
-        const std::string reason =
-            "it would become set-id, and others than root can exchange it (" + why +
-            "). Install it below a directory of root's";
-        modeRule.RaiseAs(
-            {KSUP::KErrorKind::System, KSUP::KOperation::Write, path, reason.c_str()},
-            KSUP::TraceLevel::rule,
+        RaiseInWords(
             EPERM,
-            path + ": " + reason.c_str()
+            path,
+            Text(
+                "it would become set-id, and others than root can exchange it (%s). Install it "
+                "below a directory of root's",
+                why
+            )
         );
     }
 }
 
 template <class Id>
-Id Require(const std::optional<Id>& found, const char* what, const KSUP::KString& name) {
+Id Require(const std::optional<Id>& found, const char* missing, const KSUP::KString& name) {
     if (!found) {
         modeRule.Raise(
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::notFound,
-            KSUP::KString("there is no ") + what + " " + name
+            KSUP::KString(NoteText(Text(missing, name.c_str())))
         );
     }
     return *found;
@@ -96,8 +103,10 @@ void KModeRule::Execute() {
     const std::string& user = GetLine().Get(KSetupField::Owner);
     const std::string& group = GetLine().Get(KSetupField::Group);
     Tell(path, "Setting mode of " + path);
-    const uid_t owner = user.empty() ? same : Require(FindUser(user), "user", user);
-    const gid_t owningGroup = group.empty() ? same : Require(FindGroup(group), "group", group);
+    const uid_t owner =
+        user.empty() ? same : Require(FindUser(user), TextFormat("there is no user %s"), user);
+    const gid_t owningGroup =
+        group.empty() ? same : Require(FindGroup(group), TextFormat("there is no group %s"), group);
     KSYS::KDescriptor opened;
     unsigned failed = Open(path.c_str(), opened);
     if (failed == 0) {

@@ -4,6 +4,7 @@
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlannedTree.h>
 #include <setup/rules/KOwnedFileRule.h>
+#include <setup/text/NotedText.h>
 #include <sup++/KErrorKind.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/KFileBase.h>
@@ -36,6 +37,7 @@ void RequireMayReplace(
     const KChangePolicy& policy, const std::string& path, const std::string& source
 ) {
     if (const KText why = policy.WhyNotReplace(path, source); !why.empty()) {
+        NoteText(": " + why);
         ownedFileRule.RaiseAs(
             {KSUP::KErrorKind::System,
              KSUP::KOperation::Write,
@@ -97,8 +99,12 @@ void RequireNone(
         {KSUP::KErrorKind::System, KSUP::KOperation::Read, directory.c_str(), reason},
         KSUP::TraceLevel::rule,
         failed != 0 ? failed : ENOENT,
-        directory.c_str() + KString(failed != 0 ? ": " + reason : KString()) +
-            ". What was to be copied from there was not found: " + names.c_str()
+        KString(
+            directory + NoteText(
+                            (failed != 0 ? ": " + KText(reason.c_str()) : KText()) +
+                            Text(". What was to be copied from there was not found: %s", names)
+                        )
+        )
     );
 }
 

@@ -3,6 +3,7 @@
 #include <setup/rules/KCommandRule.h>
 #include <setup/rules/KUsersFile.h>
 #include <setup/script/UsersFile.h>
+#include <setup/text/NotedText.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/KFile.h>
 #include <sup++/SvcFile.h>
@@ -64,10 +65,11 @@ void KUsersFile::Apply(const KINS::KInstallRuleManagerBase& manager) const {
         usersFile.Raise(
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::invalidArgument,
-            KSUP::KString(
-                path + ": this file is another program's. Give the product a service name that is "
-                       "its alone."
-            )
+            KSUP::KString(NoteText(Text(
+                "%s: this file is another program's. Give the product a service name that is its "
+                "alone.",
+                path
+            )))
         );
     }
     if (former.text != text || former.mode != fileMode) { // also one that a kill left half

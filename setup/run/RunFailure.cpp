@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
 #include <setup/run/RunFailure.h>
+#include <setup/text/NotedText.h>
 #include <sup++/KErrorCode.h>
 #include <sup++/Svc.h>
 
@@ -31,7 +32,7 @@ KText WordsOfSystem(const KSUP::KError& error) {
     // The reason follows what cannot be done with the path.
     const bool isAtPath = whole.starts_with(path);
     const std::string what = isAtPath ? path : whole;
-    const KText rest = whole.substr(what.size()) + limit;
+    const KText rest = FindNotedText(whole.substr(what.size())) + limit;
     switch (error.GetOperation()) {
     case KSUP::KOperation::Read:
         return Text("cannot read %s", what) + rest;
@@ -57,9 +58,9 @@ KText WordsOfLink(const KSUP::KError& error) {
             "cannot read %s: %s. Fix the cause and try again.", error.GetPath().c_str(), reason
         );
     }
-    return "The product's link is missing or no link. The script has to make "
-           "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the product "
-           "path.";
+    return Text("The product's link is missing or no link. The script has to make "
+                "/etc/SERVICE/SERVICE, a symbolic link to a program three levels below the product "
+                "path.");
 }
 
 /// Whether the target is in the way: there is no room, or nothing may be written.
@@ -97,7 +98,7 @@ KText DescribeError(const KSUP::KError& error) {
         }
         [[fallthrough]];
     default:
-        return info.empty() ? error.GetSummary().c_str() : info;
+        return FindNotedText(info.empty() ? error.GetSummary().c_str() : info);
     }
 }
 
