@@ -41,7 +41,8 @@ class KKitLookTest : public ::testing::Test {
     }
     std::vector<std::string> Below(const std::string& directory) const {
         std::vector<std::string> paths;
-        for (const KKitLook::Entry& entry : *look->Find(directory)) {
+        const auto entries = look->Find(directory); // a range of a temporary ends with it
+        for (const KKitLook::Entry& entry : *entries) {
             paths.emplace_back(look->PathOf(entry));
         }
         return paths;
