@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <setup/ExitCode.h>
 #include <setup/KSetupStop.h>
 #include <setup/files/PathText.h>
 #include <setup/state/KJsonLine.h>
@@ -19,17 +18,6 @@ namespace {
 constexpr const char* fileName = "fingerprint";
 constexpr const char* fingerprintFormat = "ins++ fingerprint";
 constexpr std::uint64_t fingerprintVersion = 1;
-
-void RequireRead(unsigned failed, const std::string& path) {
-    if (failed != 0) {
-        throw SystemFailure(
-            ExitCode::noKit,
-            Text("cannot read %s", path),
-            failed,
-            Text("All of a kit has to be readable.")
-        );
-    }
-}
 
 /// Of a directory or a link it says how the file system keeps them.
 std::uint64_t SizeOf(const KSYS::EntryStatus& status) {
@@ -86,7 +74,7 @@ std::string KKitFingerprint::ReadContent(
         if (digest.errorNumber == ECANCELED) {
             throw KSetupStop(Text("Stopped on request. Nothing was changed."));
         }
-        RequireRead(digest.errorNumber, path);
+        RequireReadable(digest.errorNumber, path);
         Append(all, digest.sha256);
     }
     return DigestBytes(all);

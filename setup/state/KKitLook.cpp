@@ -11,9 +11,7 @@
 
 namespace KSETUP {
 
-namespace {
-
-void RequireLook(unsigned failed, const std::string& path) {
+void RequireReadable(unsigned failed, const std::string& path) {
     if (failed != 0) {
         throw SystemFailure(
             ExitCode::noKit,
@@ -23,8 +21,6 @@ void RequireLook(unsigned failed, const std::string& path) {
         );
     }
 }
-
-} // namespace
 
 KKitLook::KKitLook(const std::string& itsDirectory) : directory(itsDirectory) {
     Add("");
@@ -50,19 +46,19 @@ void KKitLook::Add(const std::string& below) {
     const std::string parent = below.empty() ? directory : JoinPath(directory, below);
     {
         KSYS::KDescriptor open;
-        RequireLook(KSYS::OpenDirectoryEntry(parent + "/.", open), parent); // also by a link
-        RequireLook(KSYS::ListEntries({open.Get(), "."}, names), parent);
+        RequireReadable(KSYS::OpenDirectoryEntry(parent + "/.", open), parent); // also by a link
+        RequireReadable(KSYS::ListEntries({open.Get(), "."}, names), parent);
         directories[below] = {entries.size(), names.size()};
         for (const std::string& name : names) {
             Entry entry;
             std::string target;
             std::string path = below.empty() ? name : below + "/" + name;
             const KSYS::Entry at{open, name};
-            RequireLook(
+            RequireReadable(
                 KSYS::ReadEntryStatus(at, KSYS::LastLink::Keep, entry.status), parent + "/" + name
             );
             if (S_ISLNK(entry.status.mode)) {
-                RequireLook(KSYS::ReadLink(at, target), parent + "/" + name);
+                RequireReadable(KSYS::ReadLink(at, target), parent + "/" + name);
             }
             entry.text = texts.size();
             texts.append(path).append(1, '\0').append(target).append(1, '\0');

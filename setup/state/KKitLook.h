@@ -53,4 +53,9 @@ class KKitLook {
     std::unordered_map<std::string, Range> directories; // by path below the kit's
 };
 
+/// Refuses a kit of which the path cannot be read, for a reason that is errno; nothing happens for 0.
+///
+/// Throws   KSetupFailure with ExitCode::noKit
+void RequireReadable(unsigned failed, const std::string& path);
+
 } // namespace KSETUP
