@@ -120,6 +120,10 @@ TEST_F(SetupDurableTest, TheDiskBeginsWithALongFileBeforeItIsCopied) {
     EXPECT_GE(std::count(first, flush, "begins old"), 2) << ::testing::PrintToString(calls);
 }
 
+TEST_F(SetupDurableTest, TheDiskBeginsWithAShortFileWhenItsSumIsMade) {
+    EXPECT_THAT(Trace("install"), Contains("begins old"));
+}
+
 TEST_F(SetupDurableTest, ARemovalFlushesWhatAKilledOneDeletedBeforeIt) {
     Install();
     Trace("remove", "flushes disk");
