@@ -74,7 +74,7 @@ std::string KKitFingerprint::ReadContent(
         if (digest.errorNumber == ECANCELED) {
             throw KSetupStop(Text("Stopped on request. Nothing was changed."));
         }
-        RequireReadable(digest.errorNumber, path);
+        RequireReadableKit(digest.errorNumber, path);
         Append(all, digest.sha256);
     }
     return DigestBytes(all);

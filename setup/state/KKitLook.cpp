@@ -11,7 +11,7 @@
 
 namespace KSETUP {
 
-void RequireReadable(unsigned failed, const std::string& path) {
+void RequireReadableKit(unsigned failed, const std::string& path) {
     if (failed != 0) {
         throw SystemFailure(
             ExitCode::noKit,
@@ -46,19 +46,19 @@ void KKitLook::Add(const std::string& below) {
     const std::string parent = below.empty() ? directory : JoinPath(directory, below);
     {
         KSYS::KDescriptor open;
-        RequireReadable(KSYS::OpenDirectoryEntry(parent + "/.", open), parent); // also by a link
-        RequireReadable(KSYS::ListEntries({open.Get(), "."}, names), parent);
+        RequireReadableKit(KSYS::OpenDirectoryEntry(parent + "/.", open), parent); // also by a link
+        RequireReadableKit(KSYS::ListEntries({open.Get(), "."}, names), parent);
         directories[below] = {entries.size(), names.size()};
         for (const std::string& name : names) {
             Entry entry;
             std::string target;
             std::string path = below.empty() ? name : below + "/" + name;
             const KSYS::Entry at{open, name};
-            RequireReadable(
+            RequireReadableKit(
                 KSYS::ReadEntryStatus(at, KSYS::LastLink::Keep, entry.status), parent + "/" + name
             );
             if (S_ISLNK(entry.status.mode)) {
-                RequireReadable(KSYS::ReadLink(at, target), parent + "/" + name);
+                RequireReadableKit(KSYS::ReadLink(at, target), parent + "/" + name);
             }
             entry.text = texts.size();
             texts.append(path).append(1, '\0').append(target).append(1, '\0');

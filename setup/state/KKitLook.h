@@ -56,6 +56,6 @@ class KKitLook {
 /// Refuses a kit of which the path cannot be read, for a reason that is errno; nothing happens for 0.
 ///
 /// Throws   KSetupFailure with ExitCode::noKit
-void RequireReadable(unsigned failed, const std::string& path);
+void RequireReadableKit(unsigned failed, const std::string& path);
 
 } // namespace KSETUP
