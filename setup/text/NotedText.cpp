@@ -4,30 +4,38 @@
 #include <map>
 #include <mutex>
 
+#include <sys/KAnnotatedMutex.h>
+#include <sys/NeverDestroyed.h>
+
 namespace KSETUP {
 
 namespace {
 
-std::mutex guard;
+/// As many as a run has errors of its own.
+struct KNoted {
+    KSYS::KAnnotatedMutex<std::mutex> guard;
+    std::map<std::string, std::string> translations SYS_GUARDED_BY(guard); // by the English text
+};
 
-/// As many as a run has errors of its own. Never destroyed: threads may use it to the end.
-std::map<std::string, std::string>& Noted() {
-    static auto* const noted = new std::map<std::string, std::string>();
-    return *noted;
+KNoted& Noted() {
+    static KSYS::NeverDestroyed<KNoted> noted;
+    return noted.Get();
 }
 
 } // namespace
 
 std::string NoteText(const KText& text) {
-    const std::lock_guard hold(guard);
-    Noted().insert_or_assign(text.English(), text.Translated());
+    KNoted& noted = Noted();
+    const KSYS::KScopedLock hold(noted.guard);
+    noted.translations.insert_or_assign(text.English(), text.Translated());
     return text.English();
 }
 
 KText FindNotedText(const std::string& english) {
-    const std::lock_guard hold(guard);
-    const auto found = Noted().find(english);
-    return found != Noted().end() ? KText(english, found->second) : KText(english);
+    KNoted& noted = Noted();
+    const KSYS::KScopedLock hold(noted.guard);
+    const auto found = noted.translations.find(english);
+    return found != noted.translations.end() ? KText(english, found->second) : KText(english);
 }
 
 } // namespace KSETUP
