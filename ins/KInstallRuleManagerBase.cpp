@@ -70,6 +70,9 @@ struct KInstallRuleManagerBase::KAttachments {
     RunListener listener;
     KSUP::KOperation operation = KSUP::KOperation::None;
     KString target; // what `operation` is done to
+    /// Of the current status. It becomes a text where the status is asked for, which happens some
+    /// times a second; a copy reports for each of its chunks.
+    double percentage = noPercentage;
 };
 
 KInstallRuleManagerBase::KInstallRuleManagerBase(KInstaller* owner)
@@ -228,11 +231,7 @@ void KInstallRuleManagerBase::SetCurrentRuleStatus(const KString& text, double v
         callback(text, value);
     }
     currentStatus = text;
-    if (value != noPercentage) {
-        currentStatus += " (";
-        currentStatus += KUtil::NumberToString<double>(std::ceil(value), false);
-        currentStatus += "%)";
-    }
+    attachments->percentage = value;
     Tell(KRunEvent::Kind::Status, text, value);
 }
 
@@ -242,7 +241,12 @@ void KInstallRuleManagerBase::SetCurrentRuleStatus(const KString& text) {
 
 KString KInstallRuleManagerBase::GetCurrentRuleStatus() const {
     const KMutex::KLock hold(lock);
-    return currentStatus;
+    const double percentage = attachments->percentage;
+    if (percentage == noPercentage) {
+        return currentStatus;
+    }
+    return currentStatus + " (" + KUtil::NumberToString<double>(std::ceil(percentage), false) +
+           "%)";
 }
 
 void KInstallRuleManagerBase::Clear() {

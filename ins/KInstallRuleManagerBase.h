@@ -152,7 +152,7 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
         SUP_REQUIRES(lock);
 
     KSUP::KLog* log; // the installer's
-    KSUP::KString currentStatus SUP_GUARDED_BY(lock);
+    KSUP::KString currentStatus SUP_GUARDED_BY(lock); // without its percentage
     unsigned int completedCount SUP_GUARDED_BY(lock) = 0;
     KInstaller* installer; // owns this manager
     KSUP::KList<KInstallRule> rules SUP_GUARDED_BY(lock);
