@@ -17,6 +17,11 @@ KString ToText(std::string_view bytes) {
     return KString(std::string(bytes));
 }
 
+/// ToText into a text whose memory is used again, line by line.
+void Store(std::string_view bytes, KString& text) {
+    text.Truncate(0).Cat(bytes.data(), static_cast<unsigned>(bytes.size()));
+}
+
 } // namespace
 
 unsigned KProfileContent::Open(const KString& filePath, bool mayBeMissing) {
@@ -150,8 +155,8 @@ unsigned KProfileContent::Next(unsigned position, KString& keyName, KString& key
     const unsigned at = walks.Next(text, position);
     if (at != 0) {
         const std::uint32_t line = walks.LineAt(at);
-        keyName = ToText(text.KeyAt(line));
-        keyValue = ToText(text.ValueAt(line));
+        Store(text.KeyAt(line), keyName);
+        Store(text.ValueAt(line), keyValue);
     }
     return at;
 }

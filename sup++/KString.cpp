@@ -178,7 +178,8 @@ std::vector<KString> KString::SectionVector(char separator, bool caseSensitive) 
     for (const char* at = text.c_str(); *at != '\0';) {
         const char* end = FindSeparator(at, separator, caseSensitive);
         if (end != at) {
-            fields.push_back(Whole(at, static_cast<std::size_t>(end - at)));
+            // In place: scripts have lines by the hundred thousand.
+            fields.emplace_back().text.assign(at, end);
         }
         at = *end != '\0' ? end + 1 : end;
     }
