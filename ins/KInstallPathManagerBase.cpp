@@ -3,6 +3,8 @@
 #include <sup++/KUtil.h>
 #include <sup++/SvcData.h>
 
+#include <cstring>
+
 using KSUP::KString;
 using KSUP::KUtil;
 
@@ -110,6 +112,9 @@ void KInstallPathManagerBase::AddCustomMacro(const KString& name, const KString&
 }
 
 KString KInstallPathManagerBase::ExpandMacros(const KString& text) const {
+    if (std::strchr(text.c_str(), '$') == nullptr) { // which needs no lock, as most fields of rules
+        return text;
+    }
     const KSUP::KMutex::KLock hold(lock);
     return customMacros.ExpandMacros(text);
 }

@@ -20,36 +20,38 @@ struct Name {
     unsigned id;
 };
 
-/// In the order of their names, for the search.
+/// Shorter ones first, and those of one length in the order of their letters: for a search that
+/// hardly compares letters.
 constexpr std::array names = std::to_array<Name>({
     {"pathLog", 19},
     {"pathSource", 2},
-    {"pathSourceBinX86", 50},
-    {"pathSourceBinX86_64", 51},
-    {"pathSourceWinX86", 39},
-    {"pathSourceWinX86_64", 40},
     {"pathTarget", 57},
     {"pathTargetBin", 54},
-    {"pathTargetBinX86", 53},
-    {"pathTargetBinX86_64", 52},
-    {"pathTargetConfig", 55},
-    {"pathTargetDatabase", 58},
     {"pathTargetLin", 44},
-    {"pathTargetLinX86", 46},
-    {"pathTargetLinX86_64", 45},
     {"pathTargetLog", 59},
     {"pathTargetMac", 47},
-    {"pathTargetMacX86", 49},
-    {"pathTargetMacX86_64", 48},
-    {"pathTargetResource", 56},
-    {"pathTargetTemp", 60},
     {"pathTargetWin", 42},
+    {"pathTargetTemp", 60},
+    {"pathSourceBinX86", 50},
+    {"pathSourceWinX86", 39},
+    {"pathTargetBinX86", 53},
+    {"pathTargetConfig", 55},
+    {"pathTargetLinX86", 46},
+    {"pathTargetMacX86", 49},
     {"pathTargetWinX86", 43},
+    {"pathTargetDatabase", 58},
+    {"pathTargetResource", 56},
+    {"pathSourceBinX86_64", 51},
+    {"pathSourceWinX86_64", 40},
+    {"pathTargetBinX86_64", 52},
+    {"pathTargetLinX86_64", 45},
+    {"pathTargetMacX86_64", 48},
     {"pathTargetWinX86_64", 41},
 });
 
 constexpr bool Before(const Name& left, const Name& right) {
-    return left.macro < right.macro;
+    return left.macro.size() != right.macro.size() ? left.macro.size() < right.macro.size()
+                                                   : left.macro < right.macro;
 }
 static_assert(std::is_sorted(names.begin(), names.end(), Before));
 
