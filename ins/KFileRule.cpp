@@ -10,7 +10,10 @@
 #include <sup++/SvcFile.h>
 
 #include <algorithm>
+#include <string>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 using KSUP::KFileBase;
 using KSUP::KString;
@@ -30,8 +33,20 @@ constexpr unsigned deleteFailedLine = 70;
 /// A cancellation is noticed, and the progress moves, once for each chunk.
 constexpr unsigned chunkBytes = 65536;
 
+/// Appends the directory as KUtil::AppendPathSep makes it, and the name.
+void AppendPath(std::string& text, const KString& directory, const KString& name) {
+    std::string_view bare(directory.c_str(), directory.GetSize());
+    while (bare.ends_with('/')) {
+        bare.remove_suffix(1);
+    }
+    text.append(bare).append(1, '/').append(name.c_str(), name.GetSize());
+}
+
 KString Join(const KString& directory, const KString& name) {
-    return KUtil::AppendPathSep(directory, "/") + name;
+    std::string path;
+    path.reserve(directory.GetSize() + 1 + name.GetSize());
+    AppendPath(path, directory, name);
+    return KString(std::move(path));
 }
 
 bool IsWildcard(const KString& name) {
@@ -80,7 +95,17 @@ void KFileRule::Link(const KString& target, const KString& link) {
 }
 
 KString KFileRule::Description() const {
-    return "File " + operation + " " + Join(sourceDirectory, fileName) + " to " + targetDirectory;
+    // In one piece of memory: each rule is described in the log when it is loaded and when it runs.
+    constexpr std::size_t words = sizeof("File  / to ");
+    std::string text;
+    text.reserve(
+        words + operation.GetSize() + sourceDirectory.GetSize() + fileName.GetSize() +
+        targetDirectory.GetSize()
+    );
+    text.append("File ").append(operation.c_str()).append(" ");
+    AppendPath(text, sourceDirectory, fileName);
+    text.append(" to ").append(targetDirectory.c_str(), targetDirectory.GetSize());
+    return KString(std::move(text));
 }
 
 void KFileRule::ParseRule(const std::vector<KString>& fields) {

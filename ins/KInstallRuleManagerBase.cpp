@@ -17,6 +17,7 @@
 
 #include <cmath>
 #include <memory>
+#include <optional>
 #include <utility>
 
 using KSUP::KLogPrefix;
@@ -65,7 +66,8 @@ KString StateKey(const KInstallRuleBase* rule) {
 
 /// What a program has attached to the manager, and what the rule at work has said.
 struct KInstallRuleManagerBase::KAttachments {
-    KString className; // for the log; empty until it is needed
+    KString className;                // for the log; empty until it is needed
+    std::optional<KLogPrefix> prefix; // of the entries of rules: the class's name
     RuleFactory factory;
     RunListener listener;
     KSUP::KOperation operation = KSUP::KOperation::None;
@@ -191,7 +193,11 @@ void KInstallRuleManagerBase::ExecuteRules() {
 
 void KInstallRuleManagerBase::LogRule(const char* what, const KInstallRule& rule) {
     if (log->IsOpen()) { // a description is no small text, and nobody would read it
-        *log << KLogPrefix(LogName()) << what << &rule << KLogTypes::EndEntry;
+        std::optional<KLogPrefix>& prefix = attachments->prefix;
+        if (!prefix.has_value()) {
+            prefix.emplace(LogName());
+        }
+        *log << *prefix << what << &rule << KLogTypes::EndEntry;
     }
 }
 
