@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <ins/KFileRule.h>
 #include <ins/KInstallRuleManagerBase.h>
+#include <ins/RuleLayout.h>
 #include <sup++/KError.h>
 #include <sup++/KErrorSource.h>
 #include <sup++/KFile.h>
@@ -109,21 +110,38 @@ KString KFileRule::Description() const {
 }
 
 void KFileRule::ParseRule(const std::vector<KString>& fields) {
-    KRuleLine line = ReadFields(KRuleType::File, fields);
-    if (line.GetProblem() != KRuleLine::Problem::None) {
+    // Field by field to where it stays, without the line that other types of rules read: copies come
+    // by the hundred thousand.
+    const RuleLayout layout = LayOut(KRuleType::File, fields);
+    if (layout.problem != KRuleLine::Problem::None) {
         errorSource.RaiseAs(
-            line.GetErrorDetail(),
+            ReadFields(KRuleType::File, fields).GetErrorDetail(),
             KSUP::TraceLevel::rule,
             KSUP::ErrorCode::malformedRule,
             ruleLine,
             fieldCountLine
         );
     }
-    operation = line.GetOperationText();
-    sourceDirectory = line.Take(KRuleField::SourceDirectory);
-    targetDirectory = line.Take(KRuleField::TargetDirectory);
-    targetName = line.Take(KRuleField::TargetName); // perhaps the file's, which is taken next
-    fileName = line.Take(KRuleField::FileName);
+    const auto memberOf = [this](KRuleField meaning) -> KString& {
+        switch (meaning) {
+        case KRuleField::FileName:
+            return fileName;
+        case KRuleField::SourceDirectory:
+            return sourceDirectory;
+        case KRuleField::TargetDirectory:
+            return targetDirectory;
+        default:
+            return targetName;
+        }
+    };
+    operation = fields.front();
+    targetDirectory = KString();
+    for (std::size_t index = 1; index < fields.size(); ++index) {
+        memberOf(layout.meanings[index]) = ExpandMacros(fields[index]);
+    }
+    if (fields.size() < layout.meanings.size()) { // the last one is the target's name
+        targetName = fileName;
+    }
 }
 
 void KFileRule::CopyFile(const KString& source, const KString& target) {

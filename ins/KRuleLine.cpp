@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <ins/KRuleLine.h>
+#include <ins/RuleLayout.h>
 #include <sup++/KUtil.h>
 #include <sup++/Txt.h>
 
@@ -111,6 +112,15 @@ FindOperationInfo(const KRuleTypeInfo& type, const KString& word) noexcept {
     return nullptr;
 }
 
+KRuleLine::Problem FindProblem(const KRuleTypeInfo* info, std::size_t count) noexcept {
+    if (info == nullptr) {
+        return KRuleLine::Problem::UnknownType;
+    }
+    const std::span<const std::size_t> counts = info->fieldCounts;
+    const bool isRight = counts.empty() || std::ranges::find(counts, count) != counts.end();
+    return isRight ? KRuleLine::Problem::None : KRuleLine::Problem::FieldCount;
+}
+
 /// Whether a type's class expands the whole line before it is split.
 bool ExpandsWholeLine(KRuleType type) noexcept {
     return type == KRuleType::Directory || type == KRuleType::Profile || type == KRuleType::Section;
@@ -173,13 +183,29 @@ std::string CountsInWords(std::span<const std::size_t> counts) {
 
 } // namespace
 
-KRuleLine::Problem KRuleLine::ProblemOf(const KRuleTypeInfo* info, std::size_t count) noexcept {
-    if (info == nullptr) {
-        return Problem::UnknownType;
+RuleLayout LayOut(KRuleType type, const std::vector<KString>& fields) {
+    RuleLayout layout;
+    layout.info = InfoOf(type);
+    layout.problem = FindProblem(layout.info, fields.size());
+    if (layout.problem != KRuleLine::Problem::None || layout.info->operations.empty()) {
+        return layout;
     }
-    const std::span<const std::size_t> counts = info->fieldCounts;
-    const bool isRight = counts.empty() || std::ranges::find(counts, count) != counts.end();
-    return isRight ? Problem::None : Problem::FieldCount;
+    if (layout.info->ignoresCase) {
+        layout.loweredOperation = KSUP::KUtil::Lowerify(fields.front());
+    }
+    const KString& word = layout.info->ignoresCase ? layout.loweredOperation : fields.front();
+    if (const auto* known = FindOperationInfo(*layout.info, word)) {
+        layout.operation = known->operation;
+    } else if (layout.info->unknownOperation == KUnknownOperation::FailsToLoad) {
+        layout.problem = KRuleLine::Problem::UnknownOperation;
+    }
+    layout.meanings = LayoutOf(type, layout.operation, fields.size());
+    return layout;
+}
+
+/// The library exports the name, so it stays.
+KRuleLine::Problem KRuleLine::ProblemOf(const KRuleTypeInfo* info, std::size_t count) noexcept {
+    return FindProblem(info, count);
 }
 
 struct KRuleLine::Contents {
@@ -219,26 +245,17 @@ KRuleLine KRuleLine::Read(const KString& type, const KString& line, const Expand
 
 KRuleLine
 KRuleLine::ReadFields(KRuleType type, const std::vector<KString>& fields, const Expander& expand) {
+    RuleLayout layout = LayOut(type, fields);
     auto read = std::make_unique<Contents>();
-    read->info = InfoOf(type);
-    read->problem = ProblemOf(read->info, fields.size());
-    std::span<const KRuleField> layout;
-    if (read->problem == Problem::None && !read->info->operations.empty()) {
-        if (read->info->ignoresCase) {
-            read->loweredOperation = KSUP::KUtil::Lowerify(fields.front());
-        }
-        const KString& word = read->info->ignoresCase ? read->loweredOperation : fields.front();
-        if (const auto* known = FindOperationInfo(*read->info, word)) {
-            read->operation = known->operation;
-        } else if (read->info->unknownOperation == KUnknownOperation::FailsToLoad) {
-            read->problem = Problem::UnknownOperation;
-        }
-        layout = LayoutOf(type, read->operation, fields.size());
-    }
+    read->info = layout.info;
+    read->problem = layout.problem;
+    read->operation = layout.operation;
+    read->loweredOperation = std::move(layout.loweredOperation);
     // Each text is made once, as the rule gets to see it: scripts have lines by the hundred thousand.
     read->fields.reserve(fields.size());
     for (std::size_t index = 0; index < fields.size(); ++index) {
-        const KRuleField meaning = index < layout.size() ? layout[index] : KRuleField::None;
+        const KRuleField meaning =
+            index < layout.meanings.size() ? layout.meanings[index] : KRuleField::None;
         read->fields.push_back(
             {meaning, IsExpanded(meaning) ? expand(fields[index]) : fields[index]}
         );
