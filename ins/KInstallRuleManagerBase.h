@@ -151,7 +151,7 @@ class INS_EXPORT KInstallRuleManagerBase : public KSUP::KBase {
     void Tell(KRunEvent::Kind kind, const KSUP::KString& text, double percentage)
         SUP_REQUIRES(lock);
 
-    KSUP::KLog* log; // the installer's
+    KSUP::KLog* log;                                  // the installer's
     KSUP::KString currentStatus SUP_GUARDED_BY(lock); // without its percentage
     unsigned int completedCount SUP_GUARDED_BY(lock) = 0;
     KInstaller* installer; // owns this manager
