@@ -38,6 +38,7 @@
 #include <utility>
 
 #include <sys/processes/ProcessIsolation.h>
+#include <sys/processes/ProcessMemory.h>
 #include <sys/processes/Terminal.h>
 #include <unistd.h>
 
@@ -250,6 +251,7 @@ int RefuseEarly(int argc, char** argv, int exitCode, const KSETUP::KText& why) {
 
 int main(int argc, char** argv) {
     std::set_terminate(&EndUncaught);
+    KSYS::ReturnLargeBlocks();
     const KSETUP::KPrintableOutput output(std::cout, STDOUT_FILENO);
     const KSETUP::KPrintableOutput errors(std::cerr, STDERR_FILENO);
     int exitCode = KSETUP::ExitCode::done;

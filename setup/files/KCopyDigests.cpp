@@ -39,8 +39,9 @@ KCopyDigests::KCopyDigests(
 )
     : sealed(std::move(sealedFiles)),
       kit(NormalPath(kitDirectory)) {
+    copiesTo.reserve(lasting.size());
     for (const KCopy& copy : lasting) {
-        ++copiesTo[std::string(copy.target)];
+        ++copiesTo[copy.target];
     }
 }
 
@@ -173,8 +174,9 @@ void KCopyDigests::Digest(const Job& job) {
     if (isBroken && !isStopped) {
         broken.push_back(job.target);
     }
-    if (digest.errorNumber == 0 && copiesTo.contains(job.target)) {
-        digests.insert_or_assign(job.target, std::move(digest));
+    const auto lasting = copiesTo.find(job.target);
+    if (digest.errorNumber == 0 && lasting != copiesTo.end()) {
+        digests.insert_or_assign(lasting->first, std::move(digest));
     }
 }
 
@@ -184,7 +186,7 @@ std::vector<std::string> KCopyDigests::FindBroken() {
     return std::exchange(broken, {});
 }
 
-KDigests KCopyDigests::Take() {
+KKeptDigests KCopyDigests::Take() {
     KSYS::KScopedLock hold(guard);
     WaitForEnd(hold);
     copiesTo = {};

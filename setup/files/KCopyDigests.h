@@ -35,6 +35,8 @@ class KCopyDigests {
   public:
     /// `lasting` are the copies whose targets nothing else writes to. `sealedFiles` are those of a
     /// sealed kit, below `kitDirectory`, by their paths; none are those of a kit without a seal.
+    ///
+    /// Lifetime   borrows the copies' paths
     KCopyDigests(const std::vector<KCopy>& lasting, KDigests sealedFiles, std::string kitDirectory);
     /// Stops, within 1 MiB.
     ~KCopyDigests();
@@ -51,7 +53,9 @@ class KCopyDigests {
     std::vector<std::string> FindBroken();
 
     /// Waits for the end, behind which nothing is added. By target: what lasts and could be read.
-    KDigests Take();
+    ///
+    /// Lifetime   the paths are those of the copies
+    KKeptDigests Take();
 
     /// The digests of a sealed kit.
     const KDigests& GetSealed() const noexcept { return sealed; }
@@ -73,12 +77,12 @@ class KCopyDigests {
 
     const KDigests sealed;
     const std::string kit;
-    std::unordered_map<std::string, unsigned> copiesTo; // lasting targets; fixed until the end
+    std::unordered_map<std::string_view, unsigned> copiesTo; // lasting targets; fixed until the end
 
     KSYS::KAnnotatedMutex<std::mutex> guard;
     std::condition_variable changed;
     std::deque<Job> jobs SUP_GUARDED_BY(guard); // the first is being done
-    KDigests digests SUP_GUARDED_BY(guard);
+    KKeptDigests digests SUP_GUARDED_BY(guard);
     std::vector<std::string> broken SUP_GUARDED_BY(guard);
     bool isAsleep SUP_GUARDED_BY(guard) = false;  // until the next file comes
     bool isAwaited SUP_GUARDED_BY(guard) = false; // by who needs all of it

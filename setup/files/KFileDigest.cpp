@@ -25,7 +25,7 @@ void Check(int result) {
 }
 
 /// Looked up once: each look goes through all that libcrypto has.
-const EVP_MD* Sha256() {
+const EVP_MD* Method() {
     static const EVP_MD* const method = ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
     return method != nullptr ? method : ::EVP_sha256();
 }
@@ -40,17 +40,19 @@ std::string HexText(const unsigned char* bytes, unsigned count) {
     return text;
 }
 
+} // namespace
+
 /// A digest that is being computed.
-class Sha256Sum {
+class KDigestSum::Sha256 {
   public:
-    Sha256Sum() {
+    Sha256() {
         RequireLibCrypto();
         Check(context != nullptr ? 1 : 0);
-        Check(::EVP_DigestInit_ex(context.get(), Sha256(), nullptr));
+        Check(::EVP_DigestInit_ex(context.get(), Method(), nullptr));
     }
 
-    void Add(const char* bytes, std::size_t count) {
-        Check(::EVP_DigestUpdate(context.get(), bytes, count));
+    void Add(std::string_view bytes) {
+        Check(::EVP_DigestUpdate(context.get(), bytes.data(), bytes.size()));
     }
 
     std::string End() {
@@ -65,11 +67,21 @@ class Sha256Sum {
         ::EVP_MD_CTX_new(), ::EVP_MD_CTX_free};
 };
 
-} // namespace
+KDigestSum::KDigestSum() : sum(std::make_unique<Sha256>()) {}
+
+KDigestSum::~KDigestSum() = default;
+
+void KDigestSum::Add(std::string_view bytes) {
+    sum->Add(bytes);
+}
+
+std::string KDigestSum::End() {
+    return sum->End();
+}
 
 std::string DigestBytes(std::string_view bytes) {
-    Sha256Sum sum;
-    sum.Add(bytes.data(), bytes.size());
+    KDigestSum sum;
+    sum.Add(bytes);
     return sum.End();
 }
 
@@ -87,7 +99,7 @@ DigestFile(const KSYS::Entry& entry, const std::function<bool()>& shallStop, KWr
     }
     constexpr unsigned permissions = 07777;
     result.mode = status.st_mode & permissions;
-    Sha256Sum sum;
+    KDigestSum sum;
     // One byte more than the file has: the read that finds its end needs room.
     const std::size_t room = std::min(static_cast<std::size_t>(status.st_size) + 1, chunkBytes);
     const auto chunk = std::make_unique_for_overwrite<char[]>(room);
@@ -101,7 +113,7 @@ DigestFile(const KSYS::Entry& entry, const std::function<bool()>& shallStop, KWr
         if (result.errorNumber != 0) {
             return result;
         }
-        sum.Add(chunk.get(), bytes);
+        sum.Add({chunk.get(), bytes});
         result.size += bytes;
         // A read that finds room for more than the rest of the file has met its end.
         const auto whole = static_cast<std::uint64_t>(status.st_size);

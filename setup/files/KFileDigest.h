@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -20,6 +21,8 @@ struct KFileDigest {
 
 /// By path.
 using KDigests = std::unordered_map<std::string, KFileDigest>;
+/// By paths that somebody else keeps, as a plan does.
+using KKeptDigests = std::unordered_map<std::string_view, KFileDigest>;
 
 /// Whether the disk is to have a file soon, which is flushed with others later.
 enum class KWriting : std::uint8_t { Leave, Begin };
@@ -38,5 +41,25 @@ KFileDigest DigestFile(
 ///
 /// Throws   KSetupFailure when libcrypto fails
 std::string DigestBytes(std::string_view bytes);
+
+/// The same of bytes that need not be in memory all at once.
+///
+/// Threads  one at a time
+class KDigestSum {
+  public:
+    /// Throws   KSetupFailure when libcrypto fails; so do the others
+    KDigestSum();
+    ~KDigestSum();
+    KDigestSum(const KDigestSum&) = delete;
+    KDigestSum& operator=(const KDigestSum&) = delete;
+
+    void Add(std::string_view bytes);
+    /// In hexadecimal; once.
+    std::string End();
+
+  private:
+    class Sha256;
+    const std::unique_ptr<Sha256> sum;
+};
 
 } // namespace KSETUP

@@ -28,7 +28,7 @@ constexpr std::size_t knownFiles = 64;
 
 } // namespace
 
-KReadAhead::KReadAhead(std::vector<std::string> paths) : files(std::move(paths)) {
+KReadAhead::KReadAhead(std::vector<const std::string*> paths) : files(std::move(paths)) {
     if (files.size() < fewestFiles) {
         return;
     }
@@ -106,7 +106,7 @@ void KReadAhead::Run() {
         }
         hold.Unlock();
         std::uint64_t bytes = 0;
-        known = Read(files[next], bytes) ? known + 1 : 0;
+        known = Read(*files[next], bytes) ? known + 1 : 0;
         hold.Lock();
         if (next >= copied) {
             ahead.push_back(bytes);

@@ -26,7 +26,9 @@ class KReadAhead {
   public:
     /// The files in the order in which they are to be copied. Their thread begins here, save for so few
     /// that it would not pay.
-    explicit KReadAhead(std::vector<std::string> paths);
+    ///
+    /// Lifetime   borrows the paths
+    explicit KReadAhead(std::vector<const std::string*> paths);
     /// Stops, within one file.
     ~KReadAhead();
     KReadAhead(const KReadAhead&) = delete;
@@ -44,7 +46,7 @@ class KReadAhead {
     bool HasRoom(std::size_t ofFiles, std::uint64_t ofBytes) const SUP_REQUIRES(guard);
     bool Read(const std::string& path, std::uint64_t& bytes) const;
 
-    const std::vector<std::string> files;
+    const std::vector<const std::string*> files;
     KSYS::KAnnotatedMutex<std::mutex> guard;
     std::condition_variable changed;
     std::size_t copied SUP_GUARDED_BY(guard) = 0;

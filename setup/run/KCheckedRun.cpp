@@ -131,7 +131,7 @@ KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRu
     const KRunContext& context = GetContext();
     const std::string kit = context.kit.GetDirectory();
     readAhead = std::make_unique<KReadAhead>( // first: while the kit is checked the disk is idle
-        planned.Installs() ? CopiedFiles(planned.GetPlan()) : std::vector<std::string>()
+        planned.Installs() ? CopiedFiles(planned.GetPlan()) : std::vector<const std::string*>()
     );
     copies = std::make_unique<KCopyDigests>(
         planned.Installs() ? LastingCopies(planned.GetPlan(), kit) : std::vector<KCopy>(),

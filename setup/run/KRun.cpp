@@ -25,6 +25,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/processes/ProcessMemory.h>
+
 namespace KSETUP {
 
 namespace {
@@ -180,6 +182,7 @@ KRun::KRun(KCheckedRun&& checkedRun, std::function<void()> whenCopied)
         checked.GetReadAhead().NoteCopied();
         copiedCount.fetch_add(1, std::memory_order_relaxed);
     };
+    KSYS::ReturnFreedMemory(); // all that the looks before the first change needed
     context.reporter.Start(report);
     NoteWhatMayGo();
     Remember();

@@ -61,7 +61,7 @@ class KRun {
     void RefuseLinkThatStays();
     void NoteWhatMayGo();
     KManifest MakeManifest();
-    void TellLostOwners(const KManifest& manifest, const std::vector<std::string>& made);
+    void TellLostOwners(const KManifest& manifest);
     void CleanUp();
     void FillChanges();
     void TellWhatResisted();

@@ -168,24 +168,28 @@ KManifest KRun::MakeManifest() {
         );
     }
     const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
-    const std::vector<std::string> made = journal->GetMade(); // sorted
-    KManifest manifest(made, checked.GetCopies().Take());
+    KManifest manifest;
+    {
+        KEntryLook look;
+        KKeptDigests copied = checked.GetCopies().Take();
+        journal->ForEachMade([&](const std::string& path) { manifest.Add(path, copied, look); });
+    }
     manifest.Merge(ownership.GetManifest());
     if (!ownership.GetDamage().empty()) { // so lost; the new one is as true without it
         report.notes.emplace_back(
             Text("The former manifest could not be understood; it is written anew.")
         );
     }
-    for (const std::string& path : made) {
+    for (const auto& [path, entry] : manifest.GetEntries()) {
         if (GetPlanned().GetPolicy().IsConfiguration(path) && !IsOfUnit(path) &&
-            !changes.programs.contains(path)) {
+            !changes.programs.contains(path) && journal->IsMade(path)) {
             manifest.MarkConfiguration(path, "");
         }
     }
     for (const std::string& path : changes.rights) {
         manifest.RefreshRights(path);
     }
-    TellLostOwners(manifest, made);
+    TellLostOwners(manifest);
     for (const auto& [path, digest] : changes.kitDigests) {
         manifest.MarkConfiguration(path, digest);
     }
@@ -200,11 +204,11 @@ KManifest KRun::MakeManifest() {
 }
 
 /// Where others may lay files a new one has not the owner of the one that it replaces.
-void KRun::TellLostOwners(const KManifest& manifest, const std::vector<std::string>& made) {
+void KRun::TellLostOwners(const KManifest& manifest) {
     for (const auto& [path, owner] : changes.formerOwners) {
         const KManifestEntry* now = manifest.Find(path);
         if (now != nullptr && now->kind == KManifestEntry::Kind::File && now->owner == 0 &&
-            !changes.rights.contains(path) && std::binary_search(made.begin(), made.end(), path)) {
+            !changes.rights.contains(path) && journal->IsMade(path)) {
             report.notes.push_back(Text(
                 "%s is root's now and no longer user %s's: others than root may write in its "
                 "directory, so a new file there takes over no owner. Give it one in the script "

@@ -117,11 +117,11 @@ std::deque<KRunChanges::Matches> PlannedMatches(const KPlan& plan) {
     return all;
 }
 
-std::vector<std::string> CopiedFiles(const KPlan& plan) {
-    std::vector<std::string> files;
+std::vector<const std::string*> CopiedFiles(const KPlan& plan) {
+    std::vector<const std::string*> files;
     plan.ForEachAction([&](const KPlannedAction& action) {
         if (action.kind == Kind::CopyFile && !action.lacks) {
-            files.push_back(*action.source);
+            files.push_back(action.source);
         }
     });
     return files;

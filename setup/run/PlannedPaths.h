@@ -27,7 +27,9 @@ std::vector<std::string> ChangedPaths(const KPlan& plan);
 std::deque<KRunChanges::Matches> PlannedMatches(const KPlan& plan);
 
 /// The files that are copied, in the order of their copies.
-std::vector<std::string> CopiedFiles(const KPlan& plan);
+///
+/// Lifetime the paths are the plan's
+std::vector<const std::string*> CopiedFiles(const KPlan& plan);
 
 /// The copies of which it is known before the run what they leave: from the kit's own files, to
 /// targets that nothing else writes to. None where a command runs, which may write anywhere.

@@ -24,11 +24,28 @@ std::uint64_t SizeOf(const KSYS::EntryStatus& status) {
     return S_ISREG(status.mode) ? status.bytes : 0;
 }
 
-/// Ends in a byte that no text has, so that no two lists of texts look the same.
-void Append(std::string& all, std::string_view text) {
-    all += text;
-    all += '\0';
-}
+/// The sum of a list of texts, which may be as long as the product's. Each ends in a byte that no text
+/// has, so that no two lists look the same.
+class TextSum {
+  public:
+    void Add(std::string_view text) {
+        held += text;
+        held += '\0';
+        if (held.size() >= mostHeld) { // a call of libcrypto costs more than most texts
+            sum.Add(held);
+            held.clear();
+        }
+    }
+    std::string End() {
+        sum.Add(held);
+        return sum.End();
+    }
+
+  private:
+    static constexpr std::size_t mostHeld = std::size_t{16} << 10U; // bytes
+    KDigestSum sum;
+    std::string held;
+};
 
 } // namespace
 
@@ -40,34 +57,34 @@ KKitFingerprint::KKitFingerprint(std::shared_ptr<const KKitLook> itsKit) : kit(s
     std::sort(sorted.begin(), sorted.end(), [this](const auto* left, const auto* right) {
         return std::strcmp(kit->PathOf(*left), kit->PathOf(*right)) < 0;
     });
-    std::string all;
+    TextSum all;
     for (const KKitLook::Entry* entry : sorted) {
         const KSYS::EntryStatus& status = entry->status;
-        Append(all, kit->PathOf(*entry));
-        Append(all, std::to_string(status.mode));
-        Append(all, std::to_string(SizeOf(status)));
-        Append(all, std::to_string(status.modifiedSeconds));
-        Append(all, std::to_string(status.modifiedNanoseconds));
-        Append(all, kit->TargetOf(*entry));
+        all.Add(kit->PathOf(*entry));
+        all.Add(std::to_string(status.mode));
+        all.Add(std::to_string(SizeOf(status)));
+        all.Add(std::to_string(status.modifiedSeconds));
+        all.Add(std::to_string(status.modifiedNanoseconds));
+        all.Add(kit->TargetOf(*entry));
     }
-    look = DigestBytes(all);
+    look = all.End();
 }
 
 std::string KKitFingerprint::ReadContent(
     const KnownFiles& known, const std::function<bool()>& shallStop
 ) const {
-    std::string all;
+    TextSum all;
     for (const KKitLook::Entry* entry : sorted) {
-        Append(all, kit->PathOf(*entry));
-        Append(all, std::to_string(entry->status.mode));
-        Append(all, kit->TargetOf(*entry));
+        all.Add(kit->PathOf(*entry));
+        all.Add(std::to_string(entry->status.mode));
+        all.Add(kit->TargetOf(*entry));
         if (!S_ISREG(entry->status.mode)) {
             continue;
         }
         const std::string path = JoinPath(kit->GetDirectory(), kit->PathOf(*entry));
         if (const auto found = known.find(path);
             found != known.end() && found->second.size == entry->status.bytes) {
-            Append(all, found->second.sha256);
+            all.Add(found->second.sha256);
             continue;
         }
         const KFileDigest digest = DigestFile(path, shallStop);
@@ -75,9 +92,9 @@ std::string KKitFingerprint::ReadContent(
             throw KSetupStop(Text("Stopped on request. Nothing was changed."));
         }
         RequireReadableKit(digest.errorNumber, path);
-        Append(all, digest.sha256);
+        all.Add(digest.sha256);
     }
-    return DigestBytes(all);
+    return all.End();
 }
 
 void KInstalledKit::Write(const std::string& serviceName, const std::string& base) const {

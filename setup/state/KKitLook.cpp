@@ -24,6 +24,9 @@ void RequireReadableKit(unsigned failed, const std::string& path) {
 
 KKitLook::KKitLook(const std::string& itsDirectory) : directory(itsDirectory) {
     Add("");
+    // It stays to the end of a run.
+    entries.shrink_to_fit();
+    texts.shrink_to_fit();
 }
 
 const char* KKitLook::TargetOf(const Entry& entry) const noexcept {

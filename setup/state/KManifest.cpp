@@ -116,29 +116,34 @@ std::optional<Parsed> ReadFile(
 
 } // namespace
 
-KManifest::KManifest(const std::vector<std::string>& paths, KDigests known) {
-    for (const std::string& written : paths) {
-        const std::string path = NormalPath(written);
-        unsigned whyMissing = 0;
-        std::optional<KManifestEntry> entry = LookAtEntry(path, &whyMissing);
-        if (!entry) {
-            if (!CountsAsMissing(whyMissing)) {
-                throw CannotLookAt(path, whyMissing);
-            }
-            continue;
-        }
-        if (entry->kind == EntryKind::File) {
-            const auto copied = known.extract(path); // one of the two goes as the other grows
-            const bool isKnown = !copied.empty() && copied.mapped().size == entry->size;
-            KFileDigest digest = isKnown ? std::move(copied.mapped()) : DigestFile(path);
-            if (digest.errorNumber != 0) {
-                throw CannotLookAt(path, digest.errorNumber);
-            }
-            entry->size = digest.size;
-            entry->digest = std::move(digest.sha256);
-        }
-        entries[path] = std::move(*entry);
+KManifest::KManifest(const std::vector<std::string>& paths, KKeptDigests known) {
+    KEntryLook look;
+    for (const std::string& path : paths) {
+        Add(path, known, look);
     }
+}
+
+void KManifest::Add(const std::string& written, KKeptDigests& known, KEntryLook& look) {
+    std::string path = NormalPath(written);
+    unsigned whyMissing = 0;
+    std::optional<KManifestEntry> entry = look.At(path, whyMissing);
+    if (!entry) {
+        if (!CountsAsMissing(whyMissing)) {
+            throw CannotLookAt(path, whyMissing);
+        }
+        return;
+    }
+    if (entry->kind == EntryKind::File) {
+        const auto copied = known.extract(path); // one of the two goes as the other grows
+        const bool isKnown = !copied.empty() && copied.mapped().size == entry->size;
+        KFileDigest digest = isKnown ? std::move(copied.mapped()) : DigestFile(path);
+        if (digest.errorNumber != 0) {
+            throw CannotLookAt(path, digest.errorNumber);
+        }
+        entry->size = digest.size;
+        entry->digest = std::move(digest.sha256);
+    }
+    entries.insert_or_assign(entries.end(), std::move(path), std::move(*entry)); // mostly sorted
 }
 
 const KManifestEntry* KManifest::Find(const std::string& path) const {
@@ -185,9 +190,10 @@ bool KManifest::HasFiles() const noexcept {
 }
 
 void KManifest::Merge(const KManifest& former) {
+    KEntryLook look;
     for (const auto& [path, entry] : former.entries) {
         unsigned whyMissing = 0;
-        const bool isThere = LookAtEntry(path, &whyMissing).has_value();
+        const bool isThere = look.At(path, whyMissing).has_value();
         if (!isThere && !CountsAsMissing(whyMissing)) {
             throw CannotLookAt(path, whyMissing);
         }

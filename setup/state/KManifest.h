@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/files/DirectoryEntry.h>
+
 namespace KSETUP {
 
 class KJsonLine;
@@ -47,11 +49,24 @@ const char* KindWord(KManifestEntry::Kind kind) noexcept;
 
 /// What stands at a path, without a digest; nothing for what is not there. `whyMissing` is errno
 /// then, and 0 for what is of no kind that is installed.
-std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* whyMissing = nullptr);
+std::optional<KManifestEntry> LookAtEntry(const KSYS::Entry& entry, unsigned* whyMissing = nullptr);
 /// Whether what LookAtEntry did not find is not there: anything else is trouble of the moment, in
 /// which nothing is known. Who is not root changes nothing, and takes what may not be seen for
 /// missing.
 bool CountsAsMissing(unsigned whyMissing) noexcept;
+
+/// LookAtEntry for many paths. Behind another one of the same directory a path is looked at by the open
+/// directory, which costs a fraction.
+///
+/// Threads  one at a time
+class KEntryLook {
+  public:
+    std::optional<KManifestEntry> At(const std::string& normalPath, unsigned& whyMissing);
+
+  private:
+    std::string directoryPath; // of the last one
+    KSYS::KDescriptor directory;
+};
 
 /// Something that is not as it was installed.
 struct KManifestDifference {
@@ -97,7 +112,11 @@ class KManifest {
     /// size, which are then not read.
     ///
     /// Throws   KSetupFailure for one that cannot be looked at or read
-    explicit KManifest(const std::vector<std::string>& paths, KDigests known = {});
+    explicit KManifest(const std::vector<std::string>& paths, KKeptDigests known = {});
+    /// One more path, likewise. What is taken over from `known` is gone there.
+    ///
+    /// Throws   as above
+    void Add(const std::string& path, KKeptDigests& known, KEntryLook& look);
 
     /// The file at the path is an edited one: what was installed is of these bytes, and the next run
     /// is to see that.

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include <sys/files/DirectoryEntry.h>
+#include <sys/files/FileCalls.h>
 #include <sys/processes/ProcessIsolation.h>
 
 namespace KSETUP {
@@ -133,12 +134,12 @@ const char* KindWord(KManifestEntry::Kind kind) noexcept {
     return kind == EntryKind::File ? "file" : kind == EntryKind::Directory ? "directory" : "link";
 }
 
-std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* whyMissing) {
+std::optional<KManifestEntry> LookAtEntry(const KSYS::Entry& at, unsigned* whyMissing) {
     struct stat status {};
     KManifestEntry entry;
-    unsigned failed = KSYS::ReadStatus(path, KSYS::LastLink::Keep, status);
+    unsigned failed = KSYS::ReadStatus(at, KSYS::LastLink::Keep, status);
     if (failed == 0 && S_ISLNK(status.st_mode)) {
-        failed = KSYS::ReadLink(path, entry.target);
+        failed = KSYS::ReadLink(at, entry.target);
     }
     if (whyMissing != nullptr) {
         *whyMissing = failed;
@@ -161,6 +162,22 @@ std::optional<KManifestEntry> LookAtEntry(const std::string& path, unsigned* why
         return std::nullopt;
     }
     return entry;
+}
+
+/// To open the directory for one path would cost more than it saves.
+std::optional<KManifestEntry> KEntryLook::At(const std::string& normalPath, unsigned& whyMissing) {
+    std::string parent = ParentPath(normalPath);
+    const std::size_t name = normalPath.size() - NameOfPath(normalPath).size();
+    if (parent != directoryPath) {
+        directory.Reset();
+        directoryPath = std::move(parent);
+    } else if (!directory.IsOpen() && name < normalPath.size()) {
+        // Where that fails, so does the look, and tells why.
+        static_cast<void>(KSYS::OpenDirectory(directoryPath.c_str(), directory));
+    }
+    return directory.IsOpen()
+               ? LookAtEntry({directory.Get(), normalPath.c_str() + name}, &whyMissing)
+               : LookAtEntry(normalPath, &whyMissing);
 }
 
 bool CountsAsMissing(unsigned whyMissing) noexcept {

@@ -178,14 +178,22 @@ bool KWriteJournal::IsMadeNow(const std::string& path) const {
     return found != made.end() && found->second;
 }
 
-std::vector<std::string> KWriteJournal::GetMade() const {
+bool KWriteJournal::IsMade(const std::string& path) const {
     const KSYS::KScopedLock hold(guard);
+    return made.contains(path);
+}
+
+std::vector<std::string> KWriteJournal::GetMade() const {
     std::vector<std::string> paths;
-    paths.reserve(made.size());
-    for (const auto& one : made) {
-        paths.push_back(one.first);
-    }
+    ForEachMade([&](const std::string& path) { paths.push_back(path); });
     return paths;
+}
+
+void KWriteJournal::ForEachMade(const std::function<void(const std::string& path)>& take) const {
+    const KSYS::KScopedLock hold(guard);
+    for (const auto& one : made) {
+        take(one.first);
+    }
 }
 
 int KWriteJournal::GetErrorNumber() const noexcept {

@@ -77,8 +77,13 @@ class KWriteJournal {
     /// Whether this run made the path, in its normal form, and did not delete it again. What one made
     /// that it goes on with does not count.
     bool IsMadeNow(const std::string& path) const;
-    /// The paths that were made and not deleted again, sorted.
+    /// Whether the path, in its normal form, was made and not deleted again, also by what it goes on with.
+    bool IsMade(const std::string& path) const;
+    /// The paths of which that is so, sorted.
     std::vector<std::string> GetMade() const;
+    /// Calls `take` with each of them. Nothing is to be made or deleted meanwhile: whoever tells of that
+    /// would wait for the end.
+    void ForEachMade(const std::function<void(const std::string& path)>& take) const;
     /// Why the file does not hold all of it; 0 when it does.
     int GetErrorNumber() const noexcept;
 

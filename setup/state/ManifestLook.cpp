@@ -24,9 +24,11 @@ bool HasSameContent(const std::string& path, const KManifestEntry& was, const KM
     return digest.errorNumber == 0 && digest.sha256 == was.digest;
 }
 
-bool IsSame(const std::string& path, const KManifestEntry& was, bool contentMayChange) {
+bool IsSame(
+    KEntryLook& look, const std::string& path, const KManifestEntry& was, bool contentMayChange
+) {
     unsigned whyMissing = 0;
-    const std::optional<KManifestEntry> now = LookAtEntry(path, &whyMissing);
+    const std::optional<KManifestEntry> now = look.At(path, whyMissing);
     if (whyMissing != 0 && whyMissing != ENOENT && whyMissing != ENOTDIR) {
         throw SystemFailure(
             ExitCode::cannotWrite,
@@ -49,9 +51,10 @@ bool LooksAsInstalled(const KManifest& manifest, const std::set<std::string>& ma
     for (const std::string& path : mayChange) {
         edited.insert(NormalPath(path));
     }
+    KEntryLook look;
     const auto& entries = manifest.GetEntries();
     return std::all_of(entries.begin(), entries.end(), [&](const auto& one) {
-        return IsSame(one.first, one.second, edited.contains(one.first));
+        return IsSame(look, one.first, one.second, edited.contains(one.first));
     });
 }
 

@@ -48,7 +48,7 @@ TEST_F(KCopyDigestsTest, AreOfWhatWasWrittenAndNotOfItsSource) {
     tree.Write("kit/b", "exchanged");
     Tell(copies, "a");
     Tell(copies, "b");
-    const KDigests digests = copies.Take();
+    const KSETUP::KKeptDigests digests = copies.Take();
     EXPECT_THAT(digests, SizeIs(2));
     EXPECT_EQ(digests.at(tree.Path("opt/a")).sha256, sumOfA);
     EXPECT_EQ(digests.at(tree.Path("opt/b")).sha256, sumOfB);

@@ -66,6 +66,13 @@ class KReadAheadTest : public ::testing::Test {
         }
         return IsInMemory(path);
     }
+    std::vector<const std::string*> Ahead() const {
+        std::vector<const std::string*> files;
+        for (const std::string& path : paths) {
+            files.push_back(&path);
+        }
+        return files;
+    }
     bool CanForget() const { return std::none_of(paths.begin(), paths.end(), IsInMemory); }
 
     TemporaryTree tree;
@@ -77,7 +84,7 @@ TEST_F(KReadAheadTest, BringsFilesIntoMemoryBeforeTheirTurn) {
     if (!CanForget()) {
         GTEST_SKIP() << "the file system of " << tree.Path() << " is in memory itself";
     }
-    KReadAhead ahead(paths);
+    KReadAhead ahead(Ahead());
     ahead.Wait();
     EXPECT_TRUE(ComesIntoMemory(paths.front()));
     EXPECT_TRUE(ComesIntoMemory(paths.back()));
@@ -88,7 +95,7 @@ TEST_F(KReadAheadTest, AFewFilesAreLeftToTheCopies) {
     if (!CanForget()) {
         GTEST_SKIP() << "the file system of " << tree.Path() << " is in memory itself";
     }
-    KReadAhead ahead(paths);
+    KReadAhead ahead(Ahead());
     ahead.Wait();
     EXPECT_FALSE(IsInMemory(paths.back()));
 }
@@ -98,7 +105,7 @@ TEST_F(KReadAheadTest, GoesNoFurtherAheadThanTheCopiesLet) {
     if (!CanForget()) {
         GTEST_SKIP() << "the file system of " << tree.Path() << " is in memory itself";
     }
-    KReadAhead ahead(paths);
+    KReadAhead ahead(Ahead());
     EXPECT_TRUE(ComesIntoMemory(paths[500]));
     ::usleep(50000);
     EXPECT_FALSE(IsInMemory(paths.back()));
@@ -109,10 +116,11 @@ TEST_F(KReadAheadTest, GoesNoFurtherAheadThanTheCopiesLet) {
 }
 
 TEST_F(KReadAheadTest, EndsWhereNothingIsToBeWaitedFor) {
-    KReadAhead ofMissing(std::vector<std::string>(5000, tree.Path("missing")));
+    const std::string missing = tree.Path("missing");
+    KReadAhead ofMissing(std::vector<const std::string*>(5000, &missing));
     ofMissing.Wait();
     GivenFiles(600);
-    KReadAhead stopped(paths); // is not waited for when it is destroyed
+    KReadAhead stopped(Ahead()); // is not waited for when it is destroyed
 }
 
 } // namespace

@@ -16,6 +16,7 @@ using namespace KSETUP;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
+using ::testing::Pointee;
 
 /// Plans for the service "svc" in "product", from a kit with the files "a" and "b".
 class PlannedPathsTest : public KTEST::GivenPlan {
@@ -57,7 +58,7 @@ class PlannedPathsTest : public KTEST::GivenPlan {
 TEST_F(PlannedPathsTest, FilesAreCopiedInTheOrderOfTheirLines) {
     EXPECT_THAT(
         CopiedFiles(PlanOf({"file=copy,b,K,P", "file=copy,none,K,P", "file=copy,a,K,P"})),
-        ElementsAre(kit + "/b", kit + "/a")
+        ElementsAre(Pointee(kit + "/b"), Pointee(kit + "/a"))
     );
 }
 

@@ -65,14 +65,62 @@ TEST_F(KManifestTest, ADigestOfAFileOfAnotherSizeDoesNotCount) {
     KSETUP::KFileDigest known;
     known.sha256 = "known";
     known.size = 5;
-    KSETUP::KDigests digests{{tree.Path("p/same"), known}};
+    const std::string same = tree.Path("p/same");
+    const std::string other = tree.Path("p/other");
+    KSETUP::KKeptDigests digests{{same, known}};
     known.size = 4;
-    digests[tree.Path("p/other")] = known;
-    const KManifest manifest({tree.Path("p/same"), tree.Path("p/other")}, digests);
+    digests[other] = known;
+    const KManifest manifest({same, other}, digests);
     EXPECT_EQ(manifest.Find(tree.Path("p/same"))->digest, "known");
     EXPECT_EQ(
         manifest.Find(tree.Path("p/other"))->digest, KSETUP::DigestFile(tree.Path("p/other")).sha256
     );
+}
+
+/// Those of a directory are looked at by the open directory.
+TEST_F(KManifestTest, ALookAtManyPathsSeesWhatALookAtEachDoes) {
+    tree.Write("q/first", "1");
+    tree.Write("q/second", "22");
+    tree.Link("q/third", "second");
+    tree.Link("way", "q");
+    KSETUP::KEntryLook look;
+    for (const char* name :
+         {"p",
+          "p/conf",
+          "p/file",
+          "p/file/x",
+          "p/file/y",
+          "p/link",
+          "p/none",
+          "q",
+          "q/first",
+          "q/second",
+          "q/third",
+          "none/a",
+          "none/b",
+          "none/c",
+          "way/first",
+          "way/second",
+          "p/file"}) {
+        const std::string path = tree.Path(name);
+        unsigned whyMissing = 0;
+        unsigned whyAlone = 0;
+        EXPECT_EQ(look.At(path, whyMissing), KSETUP::LookAtEntry(path, &whyAlone)) << path;
+        EXPECT_EQ(whyMissing, whyAlone) << path;
+    }
+    for (int times = 0; times < 3; ++times) {
+        unsigned whyMissing = 0;
+        EXPECT_EQ(look.At("/", whyMissing), KSETUP::LookAtEntry("/"));
+    }
+}
+
+TEST_F(KManifestTest, ALookAtManyPathsSeesADirectoryThatWasMadeAnew) {
+    KSETUP::KEntryLook look;
+    unsigned whyMissing = 0;
+    EXPECT_FALSE(look.At(tree.Path("new/a"), whyMissing));
+    EXPECT_FALSE(look.At(tree.Path("new/b"), whyMissing));
+    tree.Write("new/c", "bytes");
+    EXPECT_TRUE(look.At(tree.Path("new/c"), whyMissing));
 }
 
 /// More than is written at a time.
