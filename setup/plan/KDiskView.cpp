@@ -95,10 +95,7 @@ const KPlannedEntry& KDiskView::Look(const std::string& path) {
 const KPlannedEntry& KDiskView::Look(Kept& kept) {
     auto& [path, onDisk] = kept;
     if (!onDisk.wasAsked) {
-        if (IsBelowNothing(path)) {
-            return nothing;
-        }
-        onDisk = {LookAtDisk(path, path), true};
+        onDisk = {IsBelowNothing(path) ? nothing : LookAtDisk(path, path), true};
     }
     return onDisk.entry;
 }

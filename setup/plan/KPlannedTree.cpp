@@ -67,6 +67,10 @@ const KPlannedEntry& KPlannedTree::At(const std::string& normal) const {
     return IsAtOrBelow(kit, normal) ? wayToKit : noEntry;
 }
 
+const KPlannedEntry& KPlannedTree::AtResolved(const KPlannedPlace& place) const {
+    return place.kept != nullptr ? At(*place.kept) : At(place.path);
+}
+
 const KPlannedEntry& KPlannedTree::At(Kept& kept) const {
     if (const KPlannedEntry* change = FindChange(kept)) {
         return *change;
@@ -81,7 +85,7 @@ const KPlannedEntry& KPlannedTree::At(Kept& kept) const {
 /// directory were there, which is told once.
 const KPlannedEntry& KPlannedTree::AtPlace(const KPlannedPlace& place) const {
     if (place.problem == KPathProblem::None) {
-        return At(place.path);
+        return AtResolved(place);
     }
     const KPlannedEntry* change = FindChange(place.path);
     return change != nullptr ? *change : noEntry;
@@ -96,7 +100,7 @@ const KPlannedEntry& KPlannedTree::FindTarget(const std::string& path) const {
 }
 
 const KPlannedEntry& KPlannedTree::FindAt(const KPlannedPlace& place) const {
-    return place.problem == KPathProblem::None ? At(place.path) : Find(place.path);
+    return place.problem == KPathProblem::None ? AtResolved(place) : Find(place.path);
 }
 
 std::vector<std::string>
@@ -193,9 +197,9 @@ bool KPlannedTree::HasMadeBelow(const Kept* directory) const {
 
 /// What a path was found to lead to stays so, whatever is made where nothing was. A directory goes
 /// when it is empty, and who finds it resolved looks whether it is there.
-void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
+void KPlannedTree::Set(Kept& kept, KPlannedEntry entry) {
     entry.attribute = KSYS::ProtectingAttribute::None;
-    Kept& kept = disk->KeepPath(normal);
+    const std::string& normal = kept.first;
     const KEntryKind former = At(kept).kind;
     const bool stays = entry.kind == KEntryKind::Directory || entry.kind == KEntryKind::Nothing;
     if (former == KEntryKind::Link || (former == KEntryKind::Directory && !stays)) {
@@ -219,13 +223,21 @@ void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
     options.erase(begin, end);
 }
 
+const KPlannedTree::Kept& KPlannedTree::ParentOf(const Kept& path) {
+    std::string parent = ParentPath(path.first);
+    if (lastParent == nullptr || lastParent->first != parent) {
+        lastParent = &disk->KeepPath(parent);
+    }
+    return *lastParent;
+}
+
 /// Of a new change. What is on the way to an earlier one is noted already.
 void KPlannedTree::NoteAbove(const Kept* path) {
     if (changedBelow.contains(path)) {
         return;
     }
     while (path->first.size() > 1) {
-        const Kept* parent = &disk->KeepPath(ParentPath(path->first));
+        const Kept* parent = &ParentOf(*path);
         const auto [changed, isNew] = changedBelow.try_emplace(parent);
         changed->second.paths.push_back(path);
         if (!isNew || changes.contains(parent)) {
@@ -242,7 +254,7 @@ void KPlannedTree::NoteMade(const Kept& kept, bool wasMade, bool isMade) {
     }
     const Kept* at = &kept;
     while (at->first.size() > 1) {
-        const Kept& parent = disk->KeepPath(ParentPath(at->first));
+        const Kept& parent = ParentOf(*at);
         std::size_t& count = changedBelow.at(&parent).madeCount;
         const bool isAlone = (isMade ? count++ : --count) == 0;
         const KPlannedEntry* change = FindChange(parent);
@@ -260,15 +272,16 @@ void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
 void KPlannedTree::PutCopy(
     const KPlannedPlace& toPlace, KPlannedEntry entry, const KPlannedPlace& fromPlace
 ) {
+    const KPlannedPlace place = toPlace.problem == KPathProblem::None
+                                    ? toPlace
+                                    : Resolve(toPlace.path, Last::Keep, Links::Any);
     const std::string& from = fromPlace.path;
-    const std::string to = toPlace.problem == KPathProblem::None
-                               ? toPlace.path
-                               : Resolve(toPlace.path, Last::Keep, Links::Any).path;
+    const std::string& to = place.path;
     if (from == to) {
         return;
     }
-    entry.origin = &ContentAt(from);
-    Set(to, entry);
+    entry.origin = &ContentAt(fromPlace.kept != nullptr ? *fromPlace.kept : disk->KeepPath(from));
+    Set(place.kept != nullptr ? *place.kept : disk->KeepPath(to), entry);
     if (options.empty()) {
         return;
     }
@@ -327,13 +340,12 @@ void KPlannedTree::Remove(const std::string& path) {
 }
 
 const std::string& KPlannedTree::GetContent(const std::string& path) const {
-    return ContentAt(Resolve(path, Last::Follow, Links::Any).path);
+    return ContentAt(disk->KeepPath(Resolve(path, Last::Follow, Links::Any).path));
 }
 
-const std::string& KPlannedTree::ContentAt(const std::string& normal) const {
-    const Kept& kept = disk->KeepPath(normal);
+const std::string& KPlannedTree::ContentAt(const Kept& kept) const {
     const KPlannedEntry* change = FindChange(kept);
-    return change != nullptr ? change->GetContent() : Counts(normal) ? kept.first : noText;
+    return change != nullptr ? change->GetContent() : Counts(kept.first) ? kept.first : noText;
 }
 
 /// Only a section that somebody asks for is read.

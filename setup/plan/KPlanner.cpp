@@ -53,6 +53,9 @@ KPlannedAction KeepOf(const KPlannedTree& tree, const std::string& path, const K
 }
 
 KText WhyNoPlace(const KPlannedPlace& place, const std::string& path) {
+    if (place.problem == KPathProblem::None) {
+        return {}; // of nearly all
+    }
     const std::string directory = ParentPath(NormalPath(path));
     switch (place.problem) {
     case KPathProblem::None:
