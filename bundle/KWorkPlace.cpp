@@ -10,6 +10,7 @@
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileLock.h>
 #include <sys/files/FileStatus.h>
+#include <unistd.h>
 
 namespace KBUNDLE {
 
@@ -113,6 +114,19 @@ void RemoveLeftoversIn(const std::string& place) {
     }
 }
 
+/// The descriptor by which this process has a directory open, and locked.
+int FindHeld(const struct stat& wanted) {
+    constexpr int mostOpen = 256; // it is opened early, so its number is low
+    for (int number = STDERR_FILENO + 1; number < mostOpen; ++number) {
+        struct stat status {};
+        if (KSYS::ReadStatus(number, status) == 0 && KSYS::IsSameFile(status, wanted) &&
+            KSYS::TryLockFile(number, KSYS::LockKind::Exclusive) == 0) {
+            return number;
+        }
+    }
+    return -1;
+}
+
 } // namespace
 
 std::vector<std::string> WorkPlacesFor(const std::string& productPlace) {
@@ -143,6 +157,21 @@ std::vector<std::string> WorkPlacesFor(const std::string& productPlace) {
 
 void RemoveLeftovers(const std::vector<std::string>& places) {
     std::for_each(places.begin(), places.end(), &RemoveLeftoversIn);
+}
+
+int FindLockOf(const std::string& directory) {
+    fs::path path = directory;
+    path = path.has_filename() ? path : path.parent_path();
+    for (const fs::path& each : {path, path.parent_path()}) {
+        struct stat status {};
+        if (IsWorkName(each.filename().string()) &&
+            KSYS::ReadStatus(each.string(), KSYS::LastLink::Keep, status) == 0 &&
+            S_ISDIR(status.st_mode) && KSYS::IsOwn(status) &&
+            (status.st_mode & permissions) == S_IRWXU) {
+            return FindHeld(status);
+        }
+    }
+    return -1;
 }
 
 KWorkPlace::KWorkPlace(

@@ -20,6 +20,12 @@ std::vector<std::string> WorkPlacesFor(const std::string& productPlace);
 /// exchange what was looked at.
 void RemoveLeftovers(const std::vector<std::string>& places);
 
+/// The lock of the KWorkPlace that this is, or that this lies directly in, where this process has it: by an
+/// object of its own, or left to it by the process that started it.
+///
+/// Returns  an open descriptor, which stays whose it is; -1 where there is none
+int FindLockOf(const std::string& directory);
+
 /// Bytes and entries that are to be free beside what is needed.
 constexpr std::uint64_t bytesToSpare = std::uint64_t{1} << 20U;
 constexpr std::uint64_t entriesToSpare = 1; // the directory itself

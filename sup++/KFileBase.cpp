@@ -4,9 +4,12 @@
 #include <sup++/KFileBase.h>
 
 #include <cerrno>
+#include <cstring>
 
+#include <fcntl.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileContent.h>
+#include <sys/files/SecondName.h>
 #include <sys/files/WriteReport.h>
 #include <unistd.h>
 
@@ -143,6 +146,31 @@ void KFileBase::SetModeFlags(unsigned int flags) {
     if (former != modeFlags) {
         KSYS::ReportWrite(KSYS::Written::Mode, path.c_str());
     }
+}
+
+unsigned KFileBase::Link(
+    const KString& file, KDirectory* fileHeld, const KString& secondName, KDirectory* nameHeld
+) noexcept {
+    int from = AT_FDCWD;
+    int to = -1;
+    const char* held = fileHeld != nullptr ? fileHeld->FindName(file, from) : nullptr;
+    const char* name = nameHeld != nullptr ? nameHeld->FindName(secondName, to) : nullptr;
+    KSYS::KDescriptor place;
+    if (name == nullptr) {
+        const unsigned status = KSYS::OpenPlace(secondName.c_str(), place);
+        if (status != 0) {
+            return status;
+        }
+        to = place.Get();
+        name = std::strrchr(secondName.c_str(), '/') + 1;
+    }
+    return KSYS::LinkAnewAt(
+        held != nullptr ? from : AT_FDCWD,
+        held != nullptr ? held : file.c_str(),
+        to,
+        name,
+        secondName.c_str()
+    );
 }
 
 void KFileBase::DeleteFile(const KString& filePath) {

@@ -55,6 +55,14 @@ class SUP_EXPORT KFileBase : public KBase {
     /// Sets the permission bits of this open file, whatever its path names by now.
     void SetModeFlags(unsigned int flags);
 
+    /// Gives a file a second name, where none stands: no byte of it is written again, and what is
+    /// written to it by the one name is read by the other. For files that are as they are to stay.
+    ///
+    /// Returns  0 or errno, with nothing made; EXDEV on another file system
+    [[nodiscard]] static unsigned Link(
+        const KString& file, KDirectory* fileHeld, const KString& secondName, KDirectory* nameHeld
+    ) noexcept;
+
     /// Unlinks a file or a link, never a directory. A missing one is an error here.
     static void DeleteFile(const KString& filePath);
     /// True for anything that stands at the path, a directory too; links are followed.

@@ -63,6 +63,10 @@ unsigned SvcFlushWrites() noexcept {
     return KSYS::FlushWrites();
 }
 
+unsigned SvcTrackWritesSince(int file) noexcept {
+    return KSYS::TrackWritesSince(file);
+}
+
 unsigned SvcEndWriteTracking() noexcept {
     KSYS::EndWriteTracking();
     return 0;

@@ -34,6 +34,12 @@ SvcDeleteDirectory(unsigned flags, const char* path, unsigned reserved) noexcept
 /// Returns  0, or the first errno that the disk or the tracking met
 [[nodiscard]] SUP_EXPORT unsigned SvcFlushWrites() noexcept;
 
+/// What was written to the file system of an open file or directory since that was opened counts as
+/// written since SvcBeginWriteTracking: a failure of the disk before that is told too.
+///
+/// Returns  0 or errno
+[[nodiscard]] SUP_EXPORT unsigned SvcTrackWritesSince(int file) noexcept;
+
 /// Ends tracking and lets go of the directories.
 SUP_EXPORT unsigned SvcEndWriteTracking() noexcept;
 

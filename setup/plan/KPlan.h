@@ -8,6 +8,7 @@
 #include <setup/text/KText.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_set>
@@ -140,8 +141,12 @@ class KPlan {
     };
     /// Asked of the disk at the call. A file that is replaced needs its room beside the former one,
     /// which may be in use.
-    /// A run writes to some directories whatever its rules do: `alsoWritten`.
-    std::vector<Space> ReadSpace(const std::vector<std::string>& alsoWritten = {}) const;
+    /// A run writes to some directories whatever its rules do: `alsoWritten`. `isThere` tells of a file
+    /// that it takes no room, as it has it already; by its normal path.
+    std::vector<Space> ReadSpace(
+        const std::vector<std::string>& alsoWritten = {},
+        const std::function<bool(const std::string& path)>& isThere = {}
+    ) const;
 
     /// What cannot be changed, because of an attribute that the disk says of it.
     struct Protected {

@@ -99,7 +99,10 @@ std::vector<KPlan::Space> FileSystems::Take() {
 
 } // namespace
 
-std::vector<KPlan::Space> KPlan::ReadSpace(const std::vector<std::string>& alsoWritten) const {
+std::vector<KPlan::Space> KPlan::ReadSpace(
+    const std::vector<std::string>& alsoWritten,
+    const std::function<bool(const std::string& path)>& isThere
+) const {
     FileSystems systems;
     std::string directory;
     Space* space = nullptr;
@@ -108,8 +111,12 @@ std::vector<KPlan::Space> KPlan::ReadSpace(const std::vector<std::string>& alsoW
             if (!Makes(action)) {
                 continue;
             }
+            const std::string path = NormalPath(*action.path);
+            if (isThere && isThere(path)) {
+                continue;
+            }
             // One rule copies many files to one directory.
-            if (std::string parent = ParentPath(NormalPath(*action.path)); parent != directory) {
+            if (std::string parent = ParentPath(path); parent != directory) {
                 directory = std::move(parent);
                 space = systems.Of(directory);
             }

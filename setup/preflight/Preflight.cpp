@@ -26,8 +26,12 @@ void RequireRoot() {
     }
 }
 
-void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten) {
-    for (const KPlan::Space& space : plan.ReadSpace(alsoWritten)) {
+void RequireSpace(
+    const KPlan& plan,
+    const std::vector<std::string>& alsoWritten,
+    const std::function<bool(const std::string& path)>& isThere
+) {
+    for (const KPlan::Space& space : plan.ReadSpace(alsoWritten, isThere)) {
         RequireSpace(space);
     }
 }

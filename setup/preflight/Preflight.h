@@ -3,6 +3,7 @@
 
 #include <setup/plan/KPlan.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,8 +16,13 @@ namespace KSETUP {
 void RequireRoot();
 
 /// Throws   KSetupFailure with ExitCode::cannotWrite when a file system lacks bytes or inodes, also
-///          one of the directories that are written to whatever the plan says
-void RequireSpace(const KPlan& plan, const std::vector<std::string>& alsoWritten = {});
+///          one of the directories that are written to whatever the plan says. The rest is
+///          KPlan::ReadSpace's
+void RequireSpace(
+    const KPlan& plan,
+    const std::vector<std::string>& alsoWritten = {},
+    const std::function<bool(const std::string& path)>& isThere = {}
+);
 /// The same of one file system.
 void RequireSpace(const KPlan::Space& space);
 

@@ -3,6 +3,7 @@
 #include <setup/files/KFileDigest.h>
 #include <setup/files/PathText.h>
 #include <setup/plan/KPlannedTree.h>
+#include <setup/rules/KFileSharing.h>
 #include <setup/rules/KOwnedFileRule.h>
 #include <setup/text/NotedText.h>
 #include <sup++/KErrorKind.h>
@@ -237,7 +238,9 @@ void KOwnedFileRule::Copy(
         former && policy.IsConfiguration(path, GetTreatment()) && policy.IsAdministrators(path);
     if (!former || (policy.GetOwnership().WasMadeNow(path) && !isTheirs)) {
         NoteConfiguration(source, path);
-        CopyAndTell(source, fromDirectory, target, toDirectory);
+        if (former || !Share(source, fromDirectory, target, toDirectory)) {
+            CopyAndTell(source, fromDirectory, target, toDirectory);
+        }
         return;
     }
     if (former->kind == KManifestEntry::Kind::Directory) {
@@ -265,9 +268,32 @@ void KOwnedFileRule::CopyAndTell(
     KSUP::KDirectory* toDirectory
 ) {
     CopyHeld(source, fromDirectory, target, toDirectory);
+    Tell(source, target);
+}
+
+void KOwnedFileRule::Tell(const KString& source, const KString& target) {
     if (changes.copied && !manager->IsCancelled()) { // else it was taken away again
         changes.copied(source.c_str(), target.c_str());
     }
+}
+
+/// To whoever looks on it is a copy that was fast.
+bool KOwnedFileRule::Share(
+    const KString& source,
+    KSUP::KDirectory* fromDirectory,
+    const KString& target,
+    KSUP::KDirectory* toDirectory
+) {
+    if (changes.sharing == nullptr || manager->IsCancelled() ||
+        !changes.sharing->Link(source, fromDirectory, target, toDirectory)) {
+        return false;
+    }
+    constexpr double whole = 100;
+    manager->SetCurrentTarget(KSUP::KOperation::Write, target);
+    manager->SetCurrentRuleStatus("Copying file " + target);
+    UpdateStatus(source, whole);
+    Tell(source, target);
+    return true;
 }
 
 /// So that the next run knows what the kit had, and an edit from an upgrade.

@@ -47,6 +47,13 @@ class KOwnedFileRule : public KINS::KFileRule {
         const KSUP::KString& target,
         KSUP::KDirectory* toDirectory
     );
+    bool Share(
+        const KSUP::KString& source,
+        KSUP::KDirectory* fromDirectory,
+        const KSUP::KString& target,
+        KSUP::KDirectory* toDirectory
+    );
+    void Tell(const KSUP::KString& source, const KSUP::KString& target);
     void NoteConfiguration(const KSUP::KString& source, const std::string& target);
     bool Keeps(const std::string& source, const std::string& target);
     void DeleteMatches();

@@ -14,6 +14,8 @@
 
 namespace KSETUP {
 
+class KFileSharing;
+
 /// What the rules of a run did otherwise than their lines say, because of who owns what: filled by
 /// the rules, read when the run is over.
 ///
@@ -60,6 +62,10 @@ struct KRunChanges {
         bool isBehindCommand = false;
     };
     std::deque<Matches> planned; ///< of the copies of patterns that did not run yet, in their order
+    /// For files that need not be copied; null where all are.
+    ///
+    /// Lifetime borrowed, as long as the run
+    KFileSharing* sharing = nullptr;
     /// Told of each copy, its source and its target, when it is whole. On the run's thread.
     std::function<void(const std::string& source, const std::string& target)> copied;
 };

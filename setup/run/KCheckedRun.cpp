@@ -133,11 +133,10 @@ KCheckedRun::KCheckedRun(KPlannedRun&& plannedRun) : planned(std::move(plannedRu
     readAhead = std::make_unique<KReadAhead>( // first: while the kit is checked the disk is idle
         planned.Installs() ? CopiedFiles(planned.GetPlan()) : std::vector<const std::string*>()
     );
-    copies = std::make_unique<KCopyDigests>(
-        planned.Installs() ? LastingCopies(planned.GetPlan(), kit) : std::vector<KCopy>(),
-        planned.TakeSealed(),
-        kit
-    );
+    const std::vector<KCopy> lasting =
+        planned.Installs() ? LastingCopies(planned.GetPlan(), kit) : std::vector<KCopy>();
+    sharing = std::make_unique<KFileSharing>(planned.GetPlan(), lasting, kit);
+    copies = std::make_unique<KCopyDigests>(lasting, planned.TakeSealed(), kit);
     SetOfflineServices(context.arguments.offlineServices);
     RequireScript();
     RunPreflight();
@@ -211,7 +210,11 @@ void KCheckedRun::RunPreflight() const {
     const KRunContext& context = GetContext();
     const KPlan& plan = planned.GetPlan();
     RequireWritable(plan);
-    RequireSpace(plan, planned.Installs() ? WrittenByEachInstall() : std::vector<std::string>());
+    RequireSpace(
+        plan,
+        planned.Installs() ? WrittenByEachInstall() : std::vector<std::string>(),
+        [&](const std::string& path) { return sharing->IsShared(path); }
+    );
     if (!context.arguments.offlineServices) {
         RequireServiceManager(plan);
     }

@@ -3,6 +3,7 @@
 
 #include <setup/files/KCopyDigests.h>
 #include <setup/files/KReadAhead.h>
+#include <setup/rules/KFileSharing.h>
 #include <setup/run/KPlannedRun.h>
 #include <setup/text/KText.h>
 
@@ -28,6 +29,8 @@ class KCheckedRun {
     KCopyDigests& GetCopies() noexcept { return *copies; }
     const KCopyDigests& GetCopies() const noexcept { return *copies; }
     KReadAhead& GetReadAhead() noexcept { return *readAhead; }
+    /// What need not be copied.
+    KFileSharing& GetSharing() noexcept { return *sharing; }
 
   private:
     void RequireScript() const;
@@ -41,6 +44,7 @@ class KCheckedRun {
     KPlannedRun planned;
     std::unique_ptr<KCopyDigests> copies;
     std::unique_ptr<KReadAhead> readAhead;
+    std::unique_ptr<KFileSharing> sharing;
     std::string commandLog;
 };
 

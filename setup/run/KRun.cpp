@@ -177,6 +177,7 @@ KRun::KRun(KCheckedRun&& checkedRun, std::function<void()> whenCopied)
     });
     changes.planned = PlannedMatches(GetPlanned().GetPlan());
     changes.formerOwners = FindOwners(GetPlanned().GetPolicy());
+    changes.sharing = &checked.GetSharing();
     changes.copied = [this](const std::string& source, const std::string& target) {
         checked.GetCopies().Add(source, target);
         checked.GetReadAhead().NoteCopied();

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -53,6 +54,14 @@ std::string_view DirectoryOf(const char* path) noexcept {
                             : std::string_view(path, static_cast<std::size_t>(slash - path) + 1);
 }
 
+FileSystem* Find(Tracking& tracking, dev_t device) SYS_REQUIRES(tracking.guard) {
+    const auto found =
+        std::find_if(tracking.written.begin(), tracking.written.end(), [&](const FileSystem& one) {
+            return one.device == device;
+        });
+    return found == tracking.written.end() ? nullptr : &*found;
+}
+
 void Note(Tracking& tracking, const std::string& directory) SYS_REQUIRES(tracking.guard) {
     KDescriptor open(Retry([&] {
         return ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -65,11 +74,7 @@ void Note(Tracking& tracking, const std::string& directory) SYS_REQUIRES(trackin
         }
         return;
     }
-    const bool known =
-        std::any_of(tracking.written.begin(), tracking.written.end(), [&](const FileSystem& one) {
-            return one.device == status.st_dev;
-        });
-    if (!known) {
+    if (Find(tracking, status.st_dev) == nullptr) {
         tracking.written.push_back({status.st_dev, std::move(open)});
     }
 }
@@ -105,6 +110,29 @@ void EndWriteTracking() noexcept {
     tracking.session.store(0, std::memory_order_release);
     tracking.written.clear();
     tracking.firstError = 0;
+}
+
+unsigned TrackWritesSince(int file) noexcept {
+    Tracking& tracking = TheTracking();
+    const KScopedLock hold(tracking.guard);
+    if (tracking.session.load(std::memory_order_relaxed) == 0) {
+        return 0;
+    }
+    KDescriptor same(Retry([&] { return ::fcntl(file, F_DUPFD_CLOEXEC, 0); }));
+    struct stat status {};
+    if (!same.IsOpen() || ::fstat(same.Get(), &status) != 0) {
+        return static_cast<unsigned>(errno);
+    }
+    try {
+        FileSystem* const known = Find(tracking, status.st_dev);
+        FileSystem& system = known != nullptr
+                                 ? *known
+                                 : tracking.written.emplace_back(FileSystem{status.st_dev, {}});
+        system.directory = std::move(same);
+    } catch (const std::bad_alloc&) {
+        return ENOMEM;
+    }
+    return 0;
 }
 
 void NoteWrite(const char* path) noexcept {

@@ -12,6 +12,11 @@ namespace KSYS {
 [[nodiscard]] unsigned FlushWrites() noexcept;
 void EndWriteTracking() noexcept;
 
+/// Takes an open file or directory for that of its file system, in place of one that was opened later:
+/// what the disk failed to write since it was opened is told as well (syncfs(2)). Without tracking it
+/// does nothing.
+[[nodiscard]] unsigned TrackWritesSince(int file) noexcept;
+
 /// Notes a write to, or in the directory of, `path`, before data goes there. Costs one comparison
 /// while the directory stays the same, and nothing without tracking. A failure is kept for
 /// FlushWrites.

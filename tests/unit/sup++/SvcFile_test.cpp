@@ -7,7 +7,12 @@
 #include <sup++/KFileUtil.h>
 #include <sup++/SvcFile.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace KTEST {
 namespace {
@@ -273,6 +278,36 @@ TEST_F(SvcWriteTrackingTest, KeepsOneDirectoryOpenForAFileSystem) {
     EXPECT_EQ(SvcFlushWrites(), 0U);
     EXPECT_EQ(SvcEndWriteTracking(), 0U);
     EXPECT_EQ(Directories(), 0U);
+}
+
+TEST_F(SvcFileTest, WhatWasOpenBeforeIsNotTrackedWithoutTracking) {
+    const std::vector<int> descriptors = OpenDescriptors();
+    EXPECT_EQ(SvcTrackWritesSince(-1), 0U);
+    EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
+TEST_F(SvcWriteTrackingTest, TakesWhatWasOpenBeforeForItsFileSystem) {
+    tree.Directory("early");
+    const int early = ::open(tree.Path("early").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    EXPECT_EQ(Create("late"), 0U);
+    EXPECT_EQ(SvcTrackWritesSince(early), 0U);
+    EXPECT_EQ(Create("later"), 0U);
+    ::close(early);
+    EXPECT_EQ(Directories(), 1U);
+    std::vector<std::string> kept;
+    for (const int descriptor : OpenDescriptors()) {
+        if (std::find(before.begin(), before.end(), descriptor) == before.end()) {
+            kept.push_back(
+                std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor))
+            );
+        }
+    }
+    EXPECT_THAT(kept, ElementsAre(tree.Path("early")));
+    EXPECT_EQ(SvcFlushWrites(), 0U);
+}
+
+TEST_F(SvcWriteTrackingTest, TellsOfWhatIsNotOpen) {
+    EXPECT_EQ(SvcTrackWritesSince(-1), unsigned{EBADF});
 }
 
 struct WriteRow {

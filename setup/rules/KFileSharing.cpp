@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+#include <setup/files/PathText.h>
+#include <setup/rules/KFileSharing.h>
+#include <sup++/KFileBase.h>
+#include <sup++/SvcFile.h>
+
+#include <unordered_map>
+#include <utility>
+
+#include <bundle/KWorkPlace.h>
+#include <sys/files/FileStatus.h>
+#include <sys/files/SecondName.h>
+
+namespace KSETUP {
+
+namespace {
+
+using Kind = KPlannedAction::Kind;
+using Paths = std::unordered_set<std::string_view>;
+
+/// New files that nobody is to edit.
+Paths NewFiles(const KPlan& plan) {
+    Paths made;
+    plan.ForEachAction([&](const KPlannedAction& action) {
+        if (action.kind == Kind::CopyFile && !action.replaces && !action.lacks &&
+            !action.isConfiguration && action.obstacle.empty()) {
+            made.insert(*action.path);
+        }
+    });
+    return made;
+}
+
+/// What a rule gives its mode or owner. A file made in such a directory may inherit from it.
+std::unordered_set<std::string> WithOwnRights(const KPlan& plan) {
+    std::unordered_set<std::string> paths;
+    plan.ForEachAction([&](const KPlannedAction& action) {
+        if (action.kind == Kind::SetMode) {
+            paths.insert(NormalPath(*action.path));
+        }
+    });
+    return paths;
+}
+
+/// Directories in which files of one file system are made without inheriting anything.
+class PlainDirectories {
+  public:
+    PlainDirectories(dev_t ofDevice, std::unordered_set<std::string> itsRights)
+        : device(ofDevice),
+          rights(std::move(itsRights)) {}
+
+    bool Has(const std::string& directory) {
+        const auto known = answers.find(directory);
+        if (known != answers.end()) {
+            return known->second;
+        }
+        const bool answer = Look(directory);
+        answers.emplace(directory, answer);
+        return answer;
+    }
+    bool HasOwnRights(const std::string& path) const { return rights.contains(path); }
+
+  private:
+    bool Look(const std::string& directory) {
+        struct stat status {};
+        if (rights.contains(directory)) {
+            return false;
+        }
+        if (KSYS::ReadStatus(directory, KSYS::LastLink::Keep, status) != 0) { // yet to be made
+            const std::string parent = ParentPath(directory);
+            return parent != directory && !parent.empty() && Has(parent);
+        }
+        return status.st_dev == device && KSYS::MakesPlainFiles(directory);
+    }
+
+    const dev_t device;
+    const std::unordered_set<std::string> rights;
+    std::unordered_map<std::string, bool> answers;
+};
+
+} // namespace
+
+KFileSharing::KFileSharing(
+    const KPlan& plan, const std::vector<KCopy>& lasting, const std::string& kitDirectory
+)
+    : unpackedSince(KBUNDLE::FindLockOf(kitDirectory)) {
+    struct stat unpacked {};
+    if (unpackedSince < 0 || KSYS::ReadStatus(unpackedSince, unpacked) != 0) {
+        return;
+    }
+    const Paths made = NewFiles(plan);
+    PlainDirectories directories(unpacked.st_dev, WithOwnRights(plan));
+    for (const KCopy& copy : lasting) {
+        const std::string target(copy.target);
+        struct stat source {};
+        if (made.contains(copy.target) && !directories.HasOwnRights(target) &&
+            directories.Has(ParentPath(target)) &&
+            KSYS::IsPlainFile(std::string(copy.source), source) &&
+            source.st_dev == unpacked.st_dev) {
+            shared.insert(copy.target);
+        }
+    }
+}
+
+bool KFileSharing::Link(
+    const KSUP::KString& source,
+    KSUP::KDirectory* fromDirectory,
+    const KSUP::KString& target,
+    KSUP::KDirectory* toDirectory
+) {
+    struct stat status {};
+    // The first of two copies of one file has the name by now.
+    if (!IsShared(NormalPath(target.c_str())) || !KSYS::IsPlainFile(source.c_str(), status)) {
+        return false;
+    }
+    // What the disk failed to write while it was unpacked is this run's failure too.
+    isTracked = isTracked || SvcTrackWritesSince(unpackedSince) == 0;
+    return isTracked && KSUP::KFileBase::Link(source, fromDirectory, target, toDirectory) == 0;
+}
+
+} // namespace KSETUP

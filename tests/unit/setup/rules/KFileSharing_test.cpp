@@ -1,0 +1,135 @@
+// SPDX-License-Identifier: MIT
+#include "../../../support/TemporaryTree.h"
+
+#include <setup/plan/KPlan.h>
+#include <setup/rules/KFileSharing.h>
+#include <setup/run/PlannedPaths.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include <bundle/KWorkPlace.h>
+#include <unistd.h>
+
+namespace {
+
+using namespace KSETUP;
+
+/// A kit with "a" and "b" in a directory that a bundle was unpacked to, and a product place.
+class KFileSharingTest : public ::testing::Test {
+  protected:
+    KFileSharingTest() {
+        tree.Directory("product");
+        tree.Directory("kit");
+    }
+
+    /// The targets that are shared: "K" and "P" in a line are the kit's and the product's directory.
+    /// They are linked too, one after the other, and "!" stands behind one that could not be.
+    std::string Shared(const std::string& lines, const std::string& kit) {
+        std::string script = "[install]\n";
+        for (const char byte : lines) {
+            script += byte == 'K' ? kit : byte == 'P' ? tree.Path("product") : std::string(1, byte);
+        }
+        const std::string relative = kit.substr(tree.Path().size() + 1);
+        tree.Write(relative + "/a", "A");
+        tree.Write(relative + "/b", "B");
+        tree.Write(relative + "/install.ini", script);
+        KPlannedTree planned(KPlannedTree::Below::Disk, kit);
+        const KPlan plan(
+            KScript(KSUP::KString(kit + "/install.ini")),
+            "install",
+            [](const KSUP::KString& text) { return text; },
+            planned,
+            KChangePolicy(ownership, tree.Path("product"), KChangePolicy::Options())
+        );
+        const std::vector<KCopy> lasting = LastingCopies(plan, kit);
+        KFileSharing sharing(plan, lasting, kit);
+        std::string names;
+        for (const KCopy& copy : lasting) {
+            const std::string target(copy.target);
+            if (sharing.IsShared(target)) {
+                const KSUP::KString source = std::string(copy.source).c_str();
+                const bool isDone = sharing.Link(source, nullptr, target.c_str(), nullptr);
+                names += (names.empty() ? "" : " ") + target.substr(target.rfind('/') + 1);
+                names += isDone ? "" : "!";
+            }
+        }
+        return names;
+    }
+    std::string SharedOfBundle(const std::string& lines) {
+        place = std::make_unique<KBUNDLE::KWorkPlace>(tree.Path());
+        return Shared(lines, place->GetPath());
+    }
+
+    KTEST::TemporaryTree tree;
+    const KOwnership ownership{"svc", false, tree.Path("base")};
+    std::unique_ptr<KBUNDLE::KWorkPlace> place;
+};
+
+TEST_F(KFileSharingTest, NewFilesOfAnUnpackedBundleAreShared) {
+    EXPECT_EQ(SharedOfBundle("file=copy,a,K,P\nfile=copy,b,K,P\n"), "a b");
+    EXPECT_EQ(tree.Status("product/a").st_nlink, 2U);
+    EXPECT_EQ(tree.Read("product/b"), "B");
+}
+
+TEST_F(KFileSharingTest, AKitInADirectoryOfTheUnpackedBundleIsSharedToo) {
+    place = std::make_unique<KBUNDLE::KWorkPlace>(tree.Path());
+    EXPECT_EQ(Shared("file=copy,a,K,P\n", place->GetPath() + "/kit"), "a");
+}
+
+TEST_F(KFileSharingTest, NothingOfAnotherKitIs) {
+    EXPECT_EQ(Shared("file=copy,a,K,P\n", tree.Path("kit")), "");
+}
+
+TEST_F(KFileSharingTest, NothingOfABundleThatSomebodyElseUnpackedIs) {
+    place = std::make_unique<KBUNDLE::KWorkPlace>(tree.Path());
+    const std::string theirs = place->GetPath() + "-1";
+    const std::string relative = theirs.substr(tree.Path().size() + 1);
+    tree.Directory(relative, 0700);
+    EXPECT_EQ(Shared("file=copy,a,K,P\n", theirs), "");
+}
+
+TEST_F(KFileSharingTest, ASourceIsSharedOnce) {
+    EXPECT_EQ(SharedOfBundle("file=copy,a,K,P\nfile=copy,a,K,P,c\n"), "a c!");
+    EXPECT_FALSE(tree.Exists("product/c"));
+}
+
+TEST_F(KFileSharingTest, WhatIsReplacedIsNot) {
+    tree.Write("product/a", "former");
+    EXPECT_EQ(SharedOfBundle("file=copy,a,K,P\nfile=copy,b,K,P\n"), "b");
+}
+
+TEST_F(KFileSharingTest, ConfigurationIsNot) {
+    EXPECT_EQ(SharedOfBundle("config=copy,a,K,P\nfile=copy,b,K,P\n"), "b");
+}
+
+TEST_F(KFileSharingTest, WhatARuleGivesRightsIsNot) {
+    EXPECT_EQ(SharedOfBundle("file=copy,a,K,P\nmode=set,P/a,0755\nfile=copy,b,K,P\n"), "b");
+}
+
+TEST_F(KFileSharingTest, WhatIsMadeInADirectoryWithRightsOfARuleIsNot) {
+    EXPECT_EQ(
+        SharedOfBundle(
+            "directory=create,P/d\nmode=set,P/d,2755\nfile=copy,a,K,P/d\nfile=copy,b,K,P\n"
+        ),
+        "b"
+    );
+}
+
+TEST_F(KFileSharingTest, WhatInheritsFromItsDirectoryIsNot) {
+    tree.Directory("product/d", 02755);
+    EXPECT_EQ(SharedOfBundle("file=copy,a,K,P/d\nfile=copy,b,K,P\n"), "b");
+}
+
+TEST_F(KFileSharingTest, NothingIsWhereACommandRuns) {
+    EXPECT_EQ(SharedOfBundle("file=copy,a,K,P\ncommand=run,true\n"), "");
+}
+
+TEST_F(KFileSharingTest, WhatIsMadeInADirectoryThatIsYetToBeMadeIsShared) {
+    tree.Directory("product");
+    EXPECT_EQ(SharedOfBundle("directory=create,P/d\nfile=copy,a,K,P/d\n"), "a!");
+}
+
+} // namespace
