@@ -34,7 +34,7 @@ unsigned CopyByReading(int source, int target) noexcept {
         const auto length = static_cast<std::size_t>(found.st_size);
         status = CopyRangeWithHoles(source, 0, target, length, byKernel);
         if (status == 0) { // it may be longer by now
-            status = StatusOf(::lseek(source, found.st_size, SEEK_SET));
+            status = ::lseek(source, found.st_size, SEEK_SET) >= 0 ? 0 : LastError();
         }
     }
     while (status == 0) {
