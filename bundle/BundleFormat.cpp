@@ -13,6 +13,9 @@ namespace {
 
 constexpr std::string_view endMagic = "InsBndl1";
 constexpr std::string_view tableMagic = "InsTabl1";
+/// Of several architectures.
+constexpr std::string_view joinedTableMagic = "InsTabl2";
+static_assert(tableMagic.size() == joinedTableMagic.size());
 constexpr char fileLetter = 'f';
 constexpr char directoryLetter = 'd';
 constexpr std::uint32_t permissions = 07777;
@@ -90,13 +93,79 @@ bool IsSafe(std::string_view name) {
     return true;
 }
 
-KBundleEntry TakeEntry(KByteReader& reader) {
+bool IsArchitectureName(std::string_view name) {
+    constexpr std::size_t longest = 16;
+    return !name.empty() && name.size() <= longest &&
+           name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_") ==
+               std::string_view::npos;
+}
+
+std::vector<KBundleHead> TakeHeads(KByteReader& reader) {
+    std::vector<KBundleHead> heads;
+    const auto count = reader.TakeNumber<std::uint8_t>();
+    if (count == 0 || count > mostArchitectures) {
+        Refuse("is for no architecture, or for too many");
+    }
+    for (unsigned at = 0; at < count; ++at) {
+        KBundleHead head;
+        head.architecture = reader.TakeText();
+        head.offset = reader.TakeNumber<std::uint64_t>();
+        head.byteCount = reader.TakeNumber<std::uint64_t>();
+        const bool isThere = std::any_of(heads.begin(), heads.end(), [&](const KBundleHead& each) {
+            return each.architecture == head.architecture;
+        });
+        if (isThere || !IsArchitectureName(head.architecture)) {
+            Refuse("has an architecture twice, or one that there is not");
+        }
+        heads.push_back(std::move(head));
+    }
+    return heads;
+}
+
+/// The names of a table so far, and which architectures have each as what.
+class KNames {
+  public:
+    void Add(const KBundleEntry& entry) {
+        if (!IsSafe(entry.name)) {
+            Refuse("has a name that leads out of the kit");
+        }
+        const std::size_t slash = entry.name.rfind('/');
+        const auto parent =
+            names.find(slash == std::string::npos ? "" : entry.name.substr(0, slash));
+        if (parent == names.end() ||
+            (parent->second.asDirectory & entry.architectures) != entry.architectures) {
+            Refuse("has a name in a directory that is not there");
+        }
+        KOwners& owners = names[entry.name];
+        if ((owners.all & entry.architectures) != 0) {
+            Refuse("has a name twice");
+        }
+        owners.all |= entry.architectures;
+        owners.asDirectory |= entry.isDirectory ? entry.architectures : 0;
+    }
+
+  private:
+    struct KOwners {
+        KArchitectureBits all = 0;
+        KArchitectureBits asDirectory = 0;
+    };
+
+    std::unordered_map<std::string, KOwners> names{{"", {everyArchitecture, everyArchitecture}}};
+};
+
+KBundleEntry TakeEntry(KByteReader& reader, const std::vector<KBundleHead>& heads) {
     KBundleEntry entry;
     const char letter = reader.Take(1).front();
     if (letter != fileLetter && letter != directoryLetter) {
         Refuse("has an entry that is neither file nor directory");
     }
     entry.isDirectory = letter == directoryLetter;
+    if (!heads.empty()) {
+        entry.architectures = reader.TakeNumber<KArchitectureBits>();
+        if (entry.architectures == 0 || (entry.architectures & ~BitsOf(heads.size())) != 0) {
+            Refuse("has an entry for an architecture that it has not");
+        }
+    }
     entry.mode = reader.TakeNumber<std::uint32_t>();
     entry.seconds = reader.TakeNumber<std::int64_t>();
     entry.nanoseconds = reader.TakeNumber<std::uint32_t>();
@@ -159,11 +228,22 @@ std::optional<KBundleEnd> ReadBundleEnd(std::string_view bytes, std::uint64_t fi
 }
 
 std::string ToBytes(const KBundleTable& table) {
-    std::string bytes(tableMagic);
+    std::string bytes(table.heads.empty() ? tableMagic : joinedTableMagic);
     AddText(bytes, table.place);
+    if (!table.heads.empty()) {
+        Add(bytes, static_cast<std::uint8_t>(table.heads.size()));
+    }
+    for (const KBundleHead& head : table.heads) {
+        AddText(bytes, head.architecture);
+        Add(bytes, head.offset);
+        Add(bytes, head.byteCount);
+    }
     Add(bytes, static_cast<std::uint64_t>(table.entries.size()));
     for (const KBundleEntry& entry : table.entries) {
         bytes += entry.isDirectory ? directoryLetter : fileLetter;
+        if (!table.heads.empty()) {
+            Add(bytes, entry.architectures & BitsOf(table.heads.size()));
+        }
         Add(bytes, entry.mode);
         Add(bytes, entry.seconds);
         Add(bytes, entry.nanoseconds);
@@ -179,26 +259,18 @@ std::string ToBytes(const KBundleTable& table) {
 KBundleTable ReadBundleTable(std::string_view bytes) {
     KByteReader reader(bytes);
     KBundleTable table;
-    if (reader.Take(tableMagic.size()) != tableMagic) {
+    const std::string_view magic = reader.Take(tableMagic.size());
+    if (magic != tableMagic && magic != joinedTableMagic) {
         Refuse("is none");
     }
     table.place = reader.TakeText();
+    if (magic == joinedTableMagic) {
+        table.heads = TakeHeads(reader);
+    }
     const auto count = reader.TakeNumber<std::uint64_t>();
-    std::unordered_map<std::string, bool> isDirectory{{"", true}};
+    KNames names;
     for (std::uint64_t at = 0; at < count; ++at) {
-        const KBundleEntry& entry = table.entries.emplace_back(TakeEntry(reader));
-        if (!IsSafe(entry.name)) {
-            Refuse("has a name that leads out of the kit");
-        }
-        const std::size_t slash = entry.name.rfind('/');
-        const auto parent =
-            isDirectory.find(slash == std::string::npos ? "" : entry.name.substr(0, slash));
-        if (parent == isDirectory.end() || !parent->second) {
-            Refuse("has a name in a directory that is not there");
-        }
-        if (!isDirectory.emplace(entry.name, entry.isDirectory).second) {
-            Refuse("has a name twice");
-        }
+        names.Add(table.entries.emplace_back(TakeEntry(reader, table.heads)));
     }
     if (!reader.IsAtEnd()) {
         Refuse("is longer than it says");

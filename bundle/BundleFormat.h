@@ -16,6 +16,15 @@
 
 namespace KBUNDLE {
 
+/// Architectures of a bundle, each a bit: the first one is the lowest.
+using KArchitectureBits = std::uint32_t;
+inline constexpr KArchitectureBits everyArchitecture = ~KArchitectureBits{0};
+inline constexpr std::size_t mostArchitectures = 32;
+/// The bits of the first ones, at most as many as there can be.
+constexpr KArchitectureBits BitsOf(std::size_t count) {
+    return count < mostArchitectures ? (KArchitectureBits{1} << count) - 1 : everyArchitecture;
+}
+
 /// A file or a directory that is in a bundle.
 struct KBundleEntry {
     std::string name; ///< from the kit's directory, with "/"
@@ -25,14 +34,30 @@ struct KBundleEntry {
     std::uint32_t nanoseconds = 0; ///< of that second
     std::uint64_t byteCount = 0;   ///< of a file
     KSha256Bytes sha256{};         ///< of a file
+    /// By whom it is wanted: all, in a bundle of one architecture.
+    KArchitectureBits architectures = everyArchitecture;
+};
+
+/// The program for one architecture, in a bundle of several: a part of what is in front of the files.
+struct KBundleHead {
+    std::string architecture; ///< as KArchitecture calls it
+    std::uint64_t offset = 0; ///< from the begin of the file
+    std::uint64_t byteCount = 0;
 };
 
 /// All that is in a bundle. A directory stands before what is in it; the bytes of the files follow
-/// each other in the order of the table.
+/// each other in the order of the table. Of several architectures each has a name once at the most.
 struct KBundleTable {
     std::string
         place; ///< where the product goes unless told otherwise; empty where that is not known
     std::vector<KBundleEntry> entries;
+    std::vector<KBundleHead> heads{}; ///< none in a bundle of one architecture
+    /// Those whose entries are looked at; is not in the file.
+    KArchitectureBits chosen = everyArchitecture;
+
+    bool IsChosen(const KBundleEntry& entry) const noexcept {
+        return (entry.architectures & chosen) != 0;
+    }
 };
 
 /// Whether it is needed to answer at all: a file that lies in the kit itself, or what is in its directory
@@ -60,7 +85,7 @@ std::optional<KBundleEnd> ReadBundleEnd(std::string_view bytes, std::uint64_t fi
 
 std::string ToBytes(const KBundleTable& table);
 /// Throws   KBundleError (Damaged) for bytes that are no table, for a name that is absolute, leads
-///          upwards, is there twice or is not in a directory of the table
+///          upwards, is there twice or is not in a directory of the table: for each architecture
 KBundleTable ReadBundleTable(std::string_view bytes);
 
 } // namespace KBUNDLE

@@ -11,11 +11,12 @@ namespace KBUNDLE {
 class KBundleError : public std::runtime_error {
   public:
     enum class Kind : std::uint8_t {
-        NoBundle,    ///< a file of another kind
-        Damaged,     ///< it ends too early, or is not what was packed
-        CannotRead,  ///< the system refuses to read it, or what is to be packed
-        CannotWrite, ///< no room, or a place that cannot be written to
-        Stopped      ///< whoever asked for it wants it no more
+        NoBundle,          ///< a file of another kind
+        Damaged,           ///< it ends too early, or is not what was packed
+        CannotRead,        ///< the system refuses to read it, or what is to be packed
+        CannotWrite,       ///< no room, or a place that cannot be written to
+        OtherArchitecture, ///< it has no program for this one
+        Stopped            ///< whoever asked for it wants it no more
     };
 
     KBundleError(Kind itsKind, const std::string& message)

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <memory>
 
+#include <bundle/Architecture.h>
 #include <bundle/KBundleError.h>
 #include <bundle/KBundleReader.h>
 #include <sys/files/DirectoryEntry.h>
@@ -15,6 +16,10 @@ namespace {
 constexpr std::size_t chunkBytes = std::size_t{1} << 20U;
 /// A frame that asks for more memory is refused; the packer stays below.
 constexpr int largestWindowLog = 27;
+
+std::size_t UpToChunk(std::uint64_t bytes) {
+    return static_cast<std::size_t>(std::min<std::uint64_t>(bytes, chunkBytes));
+}
 
 /// The frames of a part of a file, as what is in them.
 class KFrames {
@@ -32,7 +37,7 @@ class KFrames {
 
     /// The next bytes, at most 1 MiB and `most`; none where the frames are wrong or at an end.
     std::string_view Next(std::uint64_t most) {
-        ZSTD_outBuffer out{unpacked.get(), std::min<std::uint64_t>(most, chunkBytes), 0};
+        ZSTD_outBuffer out{unpacked.get(), UpToChunk(most), 0};
         while (out.pos < out.size) {
             if (in.pos == in.size && !Fill() && isDrained) {
                 break;
@@ -50,7 +55,7 @@ class KFrames {
   private:
     bool Fill() {
         std::size_t count = 0;
-        const std::size_t wanted = std::min<std::uint64_t>(left, chunkBytes);
+        const std::size_t wanted = UpToChunk(left);
         if (wanted == 0) {
             return false;
         }
@@ -76,6 +81,14 @@ class KFrames {
     ZSTD_inBuffer in{packed.get(), 0, 0};
     std::unique_ptr<ZSTD_DCtx, std::size_t (*)(ZSTD_DCtx*)> stream{
         ::ZSTD_createDCtx(), &::ZSTD_freeDCtx};
+};
+
+/// Takes what is not wanted, as it stands in between.
+class KPassed : public KBundleSink {
+  public:
+    void Begin(const KBundleEntry& /*entry*/) override {}
+    void Add(std::string_view /*bytes*/) override {}
+    void End(const KBundleEntry& /*entry*/) override {}
 };
 
 } // namespace
@@ -108,7 +121,7 @@ void KBundleReader::FailDamaged(const std::string& why) const {
 }
 
 std::string KBundleReader::ReadPart(std::uint64_t offset, std::uint64_t byteCount) const {
-    std::string bytes(byteCount, '\0');
+    std::string bytes(static_cast<std::size_t>(byteCount), '\0');
     std::size_t have = 0;
     for (std::size_t count = 1; have < bytes.size() && count != 0; have += count) {
         const unsigned failed = KSYS::ReadAt(
@@ -127,7 +140,7 @@ void KBundleReader::ReadTable() {
     if (frame.size() != end.tableBytes || Sha256Of(frame) != end.tableSha256) {
         FailDamaged("its table of files was changed");
     }
-    std::string bytes(end.tableContentBytes, '\0');
+    std::string bytes(static_cast<std::size_t>(end.tableContentBytes), '\0');
     const std::size_t count =
         ::ZSTD_decompress(bytes.data(), bytes.size(), frame.data(), frame.size());
     if (::ZSTD_isError(count) != 0 || count != bytes.size()) {
@@ -138,10 +151,64 @@ void KBundleReader::ReadTable() {
     } catch (const KBundleError& error) {
         FailDamaged(error.what());
     }
+    for (const KBundleHead& head : table.heads) {
+        if (head.offset > end.headBytes || head.byteCount > end.headBytes - head.offset) {
+            FailDamaged("the program for " + head.architecture + " is not in front of it");
+        }
+    }
+}
+
+bool KBundleReader::Choose(std::string_view architecture) noexcept {
+    if (table.heads.empty()) {
+        return true;
+    }
+    KArchitectureBits bit = 1;
+    for (const KBundleHead& head : table.heads) {
+        if (head.architecture == architecture) {
+            table.chosen = bit;
+            return true;
+        }
+        bit <<= 1U;
+    }
+    return false;
+}
+
+std::vector<KBundleHead> KBundleReader::GetHeads() const {
+    if (!table.heads.empty()) {
+        return table.heads;
+    }
+    constexpr std::uint64_t headerBytes = 64;
+    const KArchitecture* const found =
+        FindArchitecture(ReadPart(0, std::min(end.headBytes, headerBytes)));
+    if (found == nullptr) {
+        FailDamaged("the program in front of it is for no known architecture");
+    }
+    return {{std::string(found->name), 0, end.headBytes}};
+}
+
+std::string KBundleReader::ReadHead(const KBundleHead& head) const {
+    std::string bytes = ReadPart(head.offset, head.byteCount);
+    if (bytes.size() != head.byteCount) {
+        FailDamaged("it ends too early");
+    }
+    return bytes;
 }
 
 void KBundleReader::ReadFiles(
     std::size_t fileCount, KBundleSink& sink, const std::function<bool()>& shallStop
+) const {
+    ReadFilesOf(table.chosen, fileCount, sink, shallStop);
+}
+
+void KBundleReader::ReadAllFiles(KBundleSink& sink, const std::function<bool()>& shallStop) const {
+    ReadFilesOf(everyArchitecture, table.entries.size(), sink, shallStop);
+}
+
+void KBundleReader::ReadFilesOf(
+    KArchitectureBits architectures,
+    std::size_t fileCount,
+    KBundleSink& sink,
+    const std::function<bool()>& shallStop
 ) const {
     KFrames frames(file, path, end.headBytes, end.dataBytes);
     for (const KBundleEntry& entry : table.entries) {
@@ -151,7 +218,9 @@ void KBundleReader::ReadFiles(
         if (fileCount-- == 0) {
             return;
         }
-        sink.Begin(entry);
+        KPassed passed;
+        KBundleSink& taker = (entry.architectures & architectures) != 0 ? sink : passed;
+        taker.Begin(entry);
         KSha256 sum;
         for (std::uint64_t left = entry.byteCount; left != 0;) {
             if (shallStop && shallStop()) {
@@ -162,13 +231,13 @@ void KBundleReader::ReadFiles(
                 FailDamaged(entry.name + " ends too early");
             }
             sum.Add(bytes);
-            sink.Add(bytes);
+            taker.Add(bytes);
             left -= bytes.size();
         }
         if (sum.End() != entry.sha256) {
             FailDamaged(entry.name + " was changed");
         }
-        sink.End(entry);
+        taker.End(entry);
     }
     if (!frames.Next(1).empty()) {
         FailDamaged("there is more in it than its table says");

@@ -36,7 +36,14 @@ class KBundleReader {
     const KBundleTable& GetTable() const noexcept { return table; }
     const KBundleEnd& GetEnd() const noexcept { return end; }
 
-    /// Hands out the first `fileCount` files. `shallStop` is asked before each piece, of 1 MiB at the most.
+    /// Looks at what is for one architecture only, of a bundle of several; one of a single architecture
+    /// is as it is.
+    ///
+    /// Returns  whether there is something for it
+    bool Choose(std::string_view architecture) noexcept;
+
+    /// Hands out those of the first `fileCount` files that are chosen. `shallStop` is asked before each
+    /// piece, of 1 MiB at the most.
     ///
     /// Throws   KBundleError: Damaged for a file that is not what the table says, of which some may have
     ///          been handed out; CannotRead; Stopped
@@ -44,14 +51,32 @@ class KBundleReader {
         std::size_t fileCount, KBundleSink& sink, const std::function<bool()>& shallStop = {}
     ) const;
 
+    /// The same of all files, for whatever architecture they are.
+    void ReadAllFiles(KBundleSink& sink, const std::function<bool()>& shallStop = {}) const;
+
     /// Whether the program in front is the one that was packed.
     ///
     /// Throws   KBundleError (CannotRead)
     bool IsHeadWhole() const;
 
+    /// The programs in front, each of one architecture; of a bundle of one, what its own file says.
+    ///
+    /// Throws   KBundleError (Damaged) where that says nothing known, CannotRead
+    std::vector<KBundleHead> GetHeads() const;
+    /// The bytes of one of them.
+    ///
+    /// Throws   KBundleError (CannotRead, Damaged)
+    std::string ReadHead(const KBundleHead& head) const;
+
   private:
     [[noreturn]] void FailDamaged(const std::string& why) const;
     std::string ReadPart(std::uint64_t offset, std::uint64_t byteCount) const;
+    void ReadFilesOf(
+        KArchitectureBits architectures,
+        std::size_t fileCount,
+        KBundleSink& sink,
+        const std::function<bool()>& shallStop
+    ) const;
     void ReadTable();
 
     int file;

@@ -77,7 +77,7 @@ KBundleNeeds NeedsOf(const KBundleTable& table, BundlePart part, std::uint64_t b
     KBundleNeeds needs;
     const std::uint64_t block = std::max<std::uint64_t>(blockBytes, 1);
     for (const KBundleEntry& entry : table.entries) {
-        if (!IsWanted(entry, part)) {
+        if (!table.IsChosen(entry) || !IsWanted(entry, part)) {
             continue;
         }
         needs.bytes += entry.isDirectory ? block : (entry.byteCount + block - 1) / block * block;
@@ -93,8 +93,11 @@ void UnpackBundle(
     const std::function<bool()>& shallStop
 ) {
     const std::vector<KBundleEntry>& entries = bundle.GetTable().entries;
+    const auto isMade = [&](const KBundleEntry& entry) {
+        return entry.isDirectory && bundle.GetTable().IsChosen(entry) && IsWanted(entry, part);
+    };
     for (const KBundleEntry& entry : entries) {
-        if (entry.isDirectory && IsWanted(entry, part)) {
+        if (isMade(entry)) {
             const std::string path = directory + "/" + entry.name;
             RequireWritten(KSYS::MakeDirectoryEntry(path, S_IRWXU), path);
         }
@@ -103,7 +106,7 @@ void UnpackBundle(
     bundle.ReadFiles(CountFiles(bundle.GetTable(), part), sink, shallStop);
     // The deepest first, when nothing is made in them any more.
     for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
-        if (entry->isDirectory && IsWanted(*entry, part)) {
+        if (isMade(*entry)) {
             const std::string path = directory + "/" + entry->name;
             KSYS::KDescriptor opened;
             RequireWritten(KSYS::OpenDirectoryEntry(path, opened), path);
@@ -122,7 +125,7 @@ void VerifyBundle(const KBundleReader& bundle, const std::function<bool()>& shal
         );
     }
     KNoSink sink;
-    bundle.ReadFiles(CountFiles(bundle.GetTable(), BundlePart::Everything), sink, shallStop);
+    bundle.ReadAllFiles(sink, shallStop);
 }
 
 } // namespace KBUNDLE

@@ -15,17 +15,18 @@ enum class BundlePart : std::uint8_t {
     FilesInFront ///< those that IsInFront tells, and their directories
 };
 
-/// The files of a table that are of a part, by their number: it is a begin of them.
+/// The files of a table that are of a part, by their number: it is a begin of them, for whatever
+/// architecture they are.
 std::size_t CountFiles(const KBundleTable& table, BundlePart part);
 
-/// What unpacking takes on a file system with blocks of this size.
+/// What unpacking what is chosen of it takes on a file system with blocks of this size.
 struct KBundleNeeds {
     std::uint64_t bytes = 0;
     std::uint64_t entries = 0;
 };
 KBundleNeeds NeedsOf(const KBundleTable& table, BundlePart part, std::uint64_t blockBytes);
 
-/// Unpacks into a directory that is there, is empty, and that nobody else can write to: with the modes
+/// Unpacks what is chosen into a directory that is there, is empty, and that nobody else can write to: with the modes
 /// and times that were packed, each file held against its digest on its way.
 ///
 /// Throws   KBundleError, as KBundleReader::ReadFiles; CannotWrite. What was unpacked until then is left.
@@ -36,7 +37,7 @@ void UnpackBundle(
     const std::function<bool()>& shallStop = {}
 );
 
-/// Reads everything and holds it against its digests, the program in front too.
+/// Reads everything, for all architectures, and holds it against its digests, the programs in front too.
 ///
 /// Throws   KBundleError
 void VerifyBundle(const KBundleReader& bundle, const std::function<bool()>& shallStop = {});

@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <memory>
 #include <thread>
 
 #include <bundle/BundleFormat.h>
+#include <bundle/JoinedHead.h>
 #include <bundle/KBundleError.h>
 #include <bundle/WriteBundle.h>
 #include <sys/files/DirectoryEntry.h>
@@ -143,37 +145,56 @@ void List(const std::string& root, const std::string& below, std::vector<KBundle
     }
 }
 
+/// Something that is packed, and where it lies.
+struct KPacked {
+    KBundleEntry entry;
+    std::string path;
+};
+
+/// Whether one of them serves for both; when they were written does not matter.
+bool IsSame(const KBundleEntry& left, const KBundleEntry& right) {
+    return left.isDirectory == right.isDirectory && left.mode == right.mode &&
+           left.byteCount == right.byteCount && left.sha256 == right.sha256;
+}
+
 /// Directories first, then the files that questions need alone.
 unsigned RankOf(const KBundleEntry& entry) {
     return entry.isDirectory ? 0U : IsInFront(entry) ? 1U : 2U;
 }
 
-} // namespace
-
-void WriteBundle(const KBundleSource& source, const std::string& target) {
-    KBundleTable table{.place = source.place, .entries = {}};
-    List(source.directory, "", table.entries);
-    std::stable_sort(
-        table.entries.begin(),
-        table.entries.end(),
-        [](const KBundleEntry& left, const KBundleEntry& right) {
-            return RankOf(left) < RankOf(right);
-        }
-    );
-    KOutput output(target);
-    KBundleEnd end;
-    end.headSha256 = ReadThrough(source.head, end.headBytes, [&](std::string_view bytes) {
-        output.Write(bytes);
+void SortForReading(std::vector<KPacked>& files) {
+    std::stable_sort(files.begin(), files.end(), [](const KPacked& left, const KPacked& right) {
+        return RankOf(left.entry) < RankOf(right.entry);
     });
+}
+
+std::vector<KPacked> FilesBelow(const std::string& directory) {
+    std::vector<KBundleEntry> entries;
+    List(directory, "", entries);
+    std::vector<KPacked> files;
+    for (KBundleEntry& entry : entries) {
+        const std::string path = directory + "/" + entry.name;
+        files.push_back({std::move(entry), path});
+    }
+    return files;
+}
+
+/// Packs the files, and ends the bundle with the table of them.
+void WriteBehindHead(
+    KOutput& output, KBundleTable table, std::vector<KPacked>& files, const KSha256Bytes& headSha256
+) {
+    KBundleEnd end;
+    end.headBytes = output.GetByteCount();
+    end.headSha256 = headSha256;
     KPacker packer(output);
-    for (KBundleEntry& entry : table.entries) {
-        if (!entry.isDirectory) {
-            entry.sha256 = ReadThrough(
-                source.directory + "/" + entry.name,
-                entry.byteCount,
-                [&](std::string_view bytes) { packer.Add(bytes); }
-            );
+    for (KPacked& file : files) {
+        if (!file.entry.isDirectory) {
+            file.entry.sha256 =
+                ReadThrough(file.path, file.entry.byteCount, [&](std::string_view bytes) {
+                    packer.Add(bytes);
+                });
         }
+        table.entries.push_back(file.entry);
     }
     packer.End();
     end.dataBytes = output.GetByteCount() - end.headBytes;
@@ -191,6 +212,90 @@ void WriteBundle(const KBundleSource& source, const std::string& target) {
     output.Write(frame);
     output.Write(ToBytes(end));
     output.Close();
+}
+
+/// The files of all, each with its architectures; what is the same stands there once.
+std::vector<KPacked> Join(const std::vector<KArchitectureSource>& sources) {
+    std::vector<KPacked> files;
+    std::map<std::string, std::vector<std::size_t>> byName;
+    KArchitectureBits bit = 1;
+    for (const KArchitectureSource& source : sources) {
+        for (KPacked& file : FilesBelow(source.directory)) {
+            KBundleEntry& entry = file.entry;
+            entry.architectures = bit;
+            if (!entry.isDirectory) {
+                entry.sha256 = ReadThrough(file.path, entry.byteCount, [](std::string_view) {});
+            }
+            std::vector<std::size_t>& others = byName[entry.name];
+            const auto same = std::find_if(others.begin(), others.end(), [&](std::size_t at) {
+                return IsSame(files[at].entry, entry);
+            });
+            if (same != others.end()) {
+                files[*same].entry.architectures |= bit;
+                continue;
+            }
+            others.push_back(files.size());
+            files.push_back(std::move(file));
+        }
+        bit <<= 1U;
+    }
+    return files;
+}
+
+/// Writes what is in front; the digest of it all.
+KSha256Bytes
+WriteHeads(KOutput& output, const std::vector<KArchitectureSource>& sources, KBundleTable& table) {
+    for (const KArchitectureSource& source : sources) {
+        KBundleHead& head = table.heads.emplace_back();
+        head.architecture = source.architecture;
+        static_cast<void>(ReadThrough(source.head, head.byteCount, [](std::string_view) {}));
+    }
+    KSha256 sum;
+    const auto write = [&](std::string_view bytes) {
+        sum.Add(bytes);
+        output.Write(bytes);
+    };
+    write(JoinedHead(table.heads));
+    for (std::size_t at = 0; at < sources.size(); ++at) {
+        std::uint64_t byteCount = 0;
+        static_cast<void>(ReadThrough(sources[at].head, byteCount, write));
+        const auto over = static_cast<std::size_t>(byteCount % headBlockBytes);
+        write(std::string(over == 0 ? 0 : headBlockBytes - over, '\0'));
+    }
+    return sum.End();
+}
+
+} // namespace
+
+void WriteBundle(const KBundleSource& source, const std::string& target) {
+    std::vector<KPacked> files = FilesBelow(source.directory);
+    SortForReading(files);
+    KOutput output(target);
+    std::uint64_t headBytes = 0;
+    const KSha256Bytes headSha256 =
+        ReadThrough(source.head, headBytes, [&](std::string_view bytes) { output.Write(bytes); });
+    WriteBehindHead(output, {.place = source.place, .entries = {}}, files, headSha256);
+}
+
+std::vector<KBundleEntry> JoinedEntries(const std::vector<KArchitectureSource>& sources) {
+    std::vector<KBundleEntry> entries;
+    for (KPacked& file : Join(sources)) {
+        entries.push_back(std::move(file.entry));
+    }
+    return entries;
+}
+
+void WriteJoinedBundle(
+    const std::vector<KArchitectureSource>& sources,
+    const std::string& place,
+    const std::string& target
+) {
+    std::vector<KPacked> files = Join(sources);
+    SortForReading(files);
+    KOutput output(target);
+    KBundleTable table{.place = place, .entries = {}};
+    const KSha256Bytes headSha256 = WriteHeads(output, sources, table);
+    WriteBehindHead(output, std::move(table), files, headSha256);
 }
 
 } // namespace KBUNDLE

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include <bundle/BundleFormat.h>
 
 namespace KBUNDLE {
 
@@ -17,5 +20,27 @@ struct KBundleSource {
 ///
 /// Throws   KBundleError; a part of the bundle may be left then
 void WriteBundle(const KBundleSource& source, const std::string& target);
+
+/// What a bundle of several architectures has for one of them.
+struct KArchitectureSource {
+    std::string architecture; ///< as KArchitecture calls it
+    std::string head;         ///< as of KBundleSource
+    std::string directory;    ///< as of KBundleSource
+};
+
+/// What is in their directories, each with its architectures; what is the same, but for its time, stands
+/// there once, with the time that the first one has.
+///
+/// Throws   KBundleError (CannotRead)
+std::vector<KBundleEntry> JoinedEntries(const std::vector<KArchitectureSource>& sources);
+
+/// Writes a bundle of several architectures, as above, with these entries.
+///
+/// Throws   KBundleError; a part of the bundle may be left then
+void WriteJoinedBundle(
+    const std::vector<KArchitectureSource>& sources,
+    const std::string& place,
+    const std::string& target
+);
 
 } // namespace KBUNDLE

@@ -3,17 +3,19 @@
 // loader and the libraries that are in it too.
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string_view>
 
+#include <bundle/Architecture.h>
+#include <bundle/JoinedHead.h>
 #include <bundle/KBundleError.h>
 #include <bundle/KWorkPlace.h>
 #include <bundle/UnpackBundle.h>
 #include <bundle/head/HeadArguments.h>
+#include <bundle/head/OwnBundle.h>
 #include <fcntl.h>
 #include <sys/auxv.h>
 #include <sys/files/DirectoryEntry.h>
@@ -39,7 +41,6 @@ constexpr int notRootCode = 77;
 constexpr int signalBase = 128;
 
 constexpr const char* program = "ins-setup";
-constexpr const char* loader = sizeof(void*) == 8 ? "ld-linux-x86-64.so.2" : "ld-linux.so.2";
 
 constexpr const char* help =
     "\nThis is a bundle, which unpacks itself for a run and deletes that again. In front of a "
@@ -67,6 +68,7 @@ int CodeOf(const KBundleError& error) {
     case KBundleError::Kind::Damaged:
         return damagedCode;
     case KBundleError::Kind::CannotRead:
+    case KBundleError::Kind::OtherArchitecture:
         return unreadableCode;
     case KBundleError::Kind::CannotWrite:
         return cannotWriteCode;
@@ -110,37 +112,36 @@ int Tell(const KHeadArguments& arguments, const KFailure& failure) {
     return failure.exitCode;
 }
 
-/// This file as it was called.
-std::string OwnPath() {
-    const char* const named = std::bit_cast<const char*>(::getauxval(AT_EXECFN));
-    return named != nullptr ? named : "/proc/self/exe";
-}
-
-/// This file: also where /proc is not mounted.
-KSYS::KDescriptor OpenOwnFile(const std::string& path) {
-    KSYS::KDescriptor file;
-    struct stat status {};
-    // The kernel's own link leads to the file, whatever its name is by now.
-    unsigned failed = KSYS::OpenRegular("/proc/self/exe", file, status);
-    if (failed != 0) {
-        failed = KSYS::OpenRegular(path.c_str(), file, status);
+/// Those that an entry is for, in a column.
+std::string ArchitecturesOf(
+    const KBUNDLE::KBundleEntry& entry, const std::vector<KBUNDLE::KBundleHead>& heads
+) {
+    std::string names;
+    unsigned count = 0;
+    for (std::size_t at = 0; at < heads.size(); ++at) {
+        if ((entry.architectures >> at & 1U) != 0) {
+            names += (names.empty() ? "" : ",") + heads[at].architecture;
+            ++count;
+        }
     }
-    if (failed != 0) {
-        KBUNDLE::FailOnRead(path, failed);
-    }
-    return file;
+    constexpr std::size_t columns = 8;
+    names = count == heads.size() ? "all" : names;
+    names.resize(std::max(names.size(), columns), ' ');
+    return names + " ";
 }
 
 int List(const KBUNDLE::KBundleReader& bundle) {
+    const std::vector<KBUNDLE::KBundleHead>& heads = bundle.GetTable().heads;
     for (const KBUNDLE::KBundleEntry& entry : bundle.GetTable().entries) {
         std::string name = entry.name + (entry.isDirectory ? "/" : "");
         std::replace_if(
             name.begin(), name.end(), [](unsigned char letter) { return letter < ' '; }, '?'
         );
         std::printf(
-            "%04o %12llu %s\n",
+            "%04o %12llu %s%s\n",
             static_cast<unsigned>(entry.mode),
             static_cast<unsigned long long>(entry.byteCount),
+            heads.empty() ? "" : ArchitecturesOf(entry, heads).c_str(),
             name.c_str()
         );
     }
@@ -180,13 +181,18 @@ int Extract(
     return done;
 }
 
+std::string LoaderName() {
+    return std::string(KBUNDLE::OwnArchitecture().loader);
+}
+
 /// The program itself, or a script, which the host runs.
 bool IsForLoader(const std::string& directory) {
     KSYS::KDescriptor file;
     struct stat status {};
     std::array<char, 4> begin{};
     std::size_t count = 0;
-    return KSYS::OpenRegularEntry(directory + "/" + loader, O_RDONLY, file, status) == 0 &&
+    const std::string loader = directory + "/" + LoaderName();
+    return KSYS::OpenRegularEntry(loader, O_RDONLY, file, status) == 0 &&
            KSYS::OpenRegularEntry(directory + "/" + program, O_RDONLY, file, status) == 0 &&
            KSYS::ReadSome(file.Get(), begin.data(), begin.size(), count) == 0 &&
            std::string_view(begin.data(), count) == "\x7F"
@@ -262,7 +268,7 @@ int Run(
     const std::string own = directory + "/" + program;
     std::vector<std::string> words{own, own};
     if (isForLoader) {
-        const std::string by = directory + "/" + loader;
+        const std::string by = directory + "/" + LoaderName();
         words = {by, by, "--inhibit-cache", "--library-path", directory, "--argv0", name, own};
     }
     words.insert(words.end(), arguments.words.begin(), arguments.words.end());
@@ -280,7 +286,19 @@ int Run(
     KSYS::EndAs(status);
 }
 
-int Answer(const KHeadArguments& arguments) {
+/// Takes of a bundle of several architectures what is for this one.
+void Choose(KBUNDLE::KBundleReader& bundle) {
+    const std::string_view own = KBUNDLE::OwnArchitecture().name;
+    if (!bundle.Choose(own)) {
+        throw KBundleError(
+            KBundleError::Kind::OtherArchitecture,
+            bundle.GetPath() + ": the bundle is for " + KBUNDLE::NamesOf(bundle.GetTable().heads) +
+                ", and this program for " + std::string(own) + ". Get one for that."
+        );
+    }
+}
+
+int Answer(const KHeadArguments& arguments, const KBUNDLE::KOwnBundle& own) {
     if (!arguments.mistake.empty()) {
         return Tell(arguments, {usageCode, arguments.mistake});
     }
@@ -292,9 +310,10 @@ int Answer(const KHeadArguments& arguments) {
         );
     }
     KSYS::KHeldSignals signals;
-    const std::string path = OwnPath();
-    const KSYS::KDescriptor file = OpenOwnFile(path);
-    const KBUNDLE::KBundleReader bundle(file.Get(), path);
+    const std::string& path = own.path;
+    const KSYS::KDescriptor file = KBUNDLE::OpenBundle(own);
+    KBUNDLE::KBundleReader bundle(file.Get(), path);
+    Choose(bundle);
     ClearPlaces(bundle, arguments);
     int signal = 0;
     const auto shallStop = [&] {
@@ -333,18 +352,21 @@ int main(int argc, char** argv) {
             static_cast<void>(opened.Release());
         }
     }
-    const KHeadArguments arguments =
-        KBUNDLE::ReadHeadArguments(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc)
-        );
+    std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
+    const KBUNDLE::KOwnBundle own = KBUNDLE::FindOwnBundle(words);
+    if (!own.isWanted) {
+        return done;
+    }
+    const KHeadArguments arguments = KBUNDLE::ReadHeadArguments(words);
     try {
-        return Answer(arguments);
+        return Answer(arguments, own);
     } catch (const KBundleError& error) {
         // This file is one, as its begin runs.
         const bool isCut = error.GetKind() == KBundleError::Kind::NoBundle;
         const std::string why =
             isCut
-                ? OwnPath() + ": the bundle is damaged (its end is missing or was changed). Get it "
-                              "again."
+                ? own.path + ": the bundle is damaged (its end is missing or was changed). Get it "
+                             "again."
                 : error.what();
         return Tell(arguments, {CodeOf(error), why});
     } catch (const std::exception& error) {

@@ -15,6 +15,7 @@
 #include <memory>
 #include <system_error>
 
+#include <bundle/Architecture.h>
 #include <bundle/KBundleError.h>
 #include <bundle/UnpackBundle.h>
 #include <sys/files/DirectoryEntry.h>
@@ -74,6 +75,15 @@ class KHashedReader {
     KBlake2b sum;
     std::unique_ptr<char[]> chunk = std::make_unique_for_overwrite<char[]>(chunkBytes);
 };
+
+/// The program in it is not run, and what the kit brings is the same for all: any will do where there is
+/// none for this architecture, as with a bundle of another one alone.
+void ChooseArchitecture(KBUNDLE::KBundleReader& reader) {
+    const std::vector<KBUNDLE::KBundleHead>& heads = reader.GetTable().heads;
+    if (!reader.Choose(KBUNDLE::OwnArchitecture().name)) {
+        reader.Choose(heads.front().architecture);
+    }
+}
 
 } // namespace
 
@@ -184,7 +194,8 @@ void KUnpackedBundle::RequireSignature() const {
 
 void KUnpackedBundle::Unpack(const std::function<bool()>& shallStop) {
     try {
-        const KBUNDLE::KBundleReader reader(content.Get(), bundle.path);
+        KBUNDLE::KBundleReader reader(content.Get(), bundle.path);
+        ChooseArchitecture(reader);
         RequireRoom([&](std::uint64_t blockBytes) {
             return KBUNDLE::NeedsOf(reader.GetTable(), KBUNDLE::BundlePart::Everything, blockBytes);
         });
@@ -206,6 +217,7 @@ void KUnpackedBundle::Unpack(const std::function<bool()>& shallStop) {
                 ExitCode::malformedScript, Text("%s Nothing was changed.", error.what())
             );
         case KBUNDLE::KBundleError::Kind::CannotRead:
+        case KBUNDLE::KBundleError::Kind::OtherArchitecture:
             throw KSetupFailure(ExitCode::noKit, error.what());
         case KBUNDLE::KBundleError::Kind::CannotWrite:
             throw KSetupFailure(ExitCode::cannotWrite, error.what());

@@ -3,6 +3,11 @@
 // directory, and nowhere else.
 #include "Fuzz.h"
 
+#include <algorithm>
+#include <set>
+#include <string>
+#include <utility>
+
 #include <bundle/KBundleError.h>
 #include <bundle/UnpackBundle.h>
 #include <sys/files/FileCalls.h>
@@ -19,7 +24,14 @@ void ReadTableAlone(std::string_view input) {
     try {
         const auto table = KBUNDLE::ReadBundleTable(input);
         Require(ToBytes(table) == input, "a table is written as it was read");
+        std::set<std::pair<std::string, unsigned>> names;
         for (const KBUNDLE::KBundleEntry& entry : table.entries) {
+            for (unsigned at = 0; at < std::max<std::size_t>(table.heads.size(), 1); ++at) {
+                Require(
+                    (entry.architectures >> at & 1U) == 0 || names.emplace(entry.name, at).second,
+                    "no architecture has a name twice"
+                );
+            }
             const std::string name = "/" + entry.name + "/";
             Require(
                 name.find("/../") == std::string::npos && name.find("/./") == std::string::npos &&
@@ -47,7 +59,15 @@ FUZZ_TARGET(BundleFile) {
     struct stat status {};
     Require(KSYS::OpenRegular(path.c_str(), file, status) == 0, "it can be opened");
     try {
-        const KBUNDLE::KBundleReader bundle(file.Get(), path);
+        KBUNDLE::KBundleReader bundle(file.Get(), path);
+        const auto& heads = bundle.GetTable().heads;
+        if (!heads.empty()) { // the last one: its files are between those of others
+            Require(bundle.Choose(heads.back().architecture), "an architecture can be chosen");
+            Require(
+                bundle.ReadHead(heads.back()).size() == heads.back().byteCount,
+                "a program is in the file"
+            );
+        }
         constexpr std::uint64_t most = 1 << 20;
         if (NeedsOf(bundle.GetTable(), KBUNDLE::BundlePart::Everything, 1).bytes < most) {
             UnpackBundle(bundle, out);

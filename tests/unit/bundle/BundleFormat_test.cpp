@@ -119,6 +119,116 @@ TEST(BundleTableTest, ModesAndTimesThatThereAreNotAreRefused) {
     );
 }
 
+/// A table of two architectures.
+KBundleTable Joined(std::vector<KBundleEntry> entries) {
+    return {
+        .place = "/opt/it",
+        .entries = std::move(entries),
+        .heads = {{"x86_64", 4096, 100}, {"aarch64", 8192, 50}}};
+}
+
+KBundleEntry For(KBUNDLE::KArchitectureBits architectures, KBundleEntry entry) {
+    entry.architectures = architectures;
+    return entry;
+}
+
+TEST(JoinedTableTest, IsReadAsItWasWritten) {
+    const std::string bytes = ToBytes(Joined(
+        {For(3, DirectoryEntry("d")),
+         For(1, FileEntry("program")),
+         For(2, FileEntry("program")),
+         For(2, DirectoryEntry("either")),
+         For(1, FileEntry("either")),
+         FileEntry("d/shared")}
+    ));
+    const KBundleTable table = KBUNDLE::ReadBundleTable(bytes);
+    EXPECT_EQ(ToBytes(table), bytes);
+    ASSERT_EQ(table.heads.size(), 2U);
+    EXPECT_EQ(table.heads[1].architecture, "aarch64");
+    EXPECT_EQ(table.heads[1].offset, 8192U);
+    EXPECT_EQ(table.heads[1].byteCount, 50U);
+    ASSERT_EQ(table.entries.size(), 6U);
+    EXPECT_EQ(table.entries[2].architectures, 2U);
+    EXPECT_EQ(table.entries[5].architectures, 3U);
+}
+
+/// The format of one architecture has not changed.
+TEST(JoinedTableTest, ATableOfOneArchitectureIsAsItWas) {
+    const std::string bytes =
+        ToBytes(KBundleTable{.place = "/x", .entries = {DirectoryEntry("d")}});
+    constexpr char known[] = "InsTabl1\x02\0/x\x01\0\0\0\0\0\0\0d\xED\x01\0\0"
+                             "\0\0\0\0\0\0\0\0\0\0\0\0\x01\0d";
+    EXPECT_EQ(bytes, std::string(known, sizeof(known) - 1));
+    EXPECT_TRUE(ToBytes(Joined({})).starts_with("InsTabl2"));
+}
+
+struct KBadJoined {
+    const char* name;
+    std::vector<KBundleEntry> entries;
+    const char* why;
+};
+
+class BadJoinedTableTest : public ::testing::TestWithParam<KBadJoined> {};
+
+TEST_P(BadJoinedTableTest, IsRefused) {
+    EXPECT_THAT(WhyRefused(ToBytes(Joined(GetParam().entries))), HasSubstr(GetParam().why));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Entries,
+    BadJoinedTableTest,
+    ::testing::Values(
+        KBadJoined{"Twice", {For(1, FileEntry("a")), For(3, FileEntry("a"))}, "twice"},
+        KBadJoined{
+            "FileAndDirectory", {For(2, DirectoryEntry("a")), For(2, FileEntry("a"))}, "twice"},
+        KBadJoined{
+            "DirectoryOfAnother",
+            {For(1, DirectoryEntry("a")), For(2, FileEntry("a/b"))},
+            "not there"},
+        KBadJoined{
+            "DirectoryOfOneOfBoth",
+            {For(1, DirectoryEntry("a")), For(3, FileEntry("a/b"))},
+            "not there"},
+        KBadJoined{
+            "FileOfAnother",
+            {For(1, DirectoryEntry("a")), For(2, FileEntry("a")), For(2, FileEntry("a/b"))},
+            "not there"},
+        KBadJoined{"Upwards", {For(1, FileEntry("../x"))}, "leads out"},
+        KBadJoined{"ForNone", {For(0, FileEntry("a"))}, "it has not"}
+    ),
+    KTEST::NameOfRow{}
+);
+
+TEST(JoinedTableTest, AnEntryForAThirdArchitectureIsRefused) {
+    std::string bytes = ToBytes(Joined({For(3, FileEntry("a"))}));
+    bytes[bytes.rfind("f\x03") + 1] = 4;
+    EXPECT_THAT(WhyRefused(bytes), HasSubstr("it has not"));
+}
+
+TEST(JoinedTableTest, OneThatIsCutAnywhereIsRefused) {
+    const std::string whole =
+        ToBytes(Joined({For(1, DirectoryEntry("d")), For(1, FileEntry("d/f"))}));
+    EXPECT_EQ(WhyRefused(whole), "");
+    for (std::size_t bytes = 0; bytes < whole.size(); ++bytes) {
+        EXPECT_NE(WhyRefused(whole.substr(0, bytes)), "") << bytes;
+    }
+}
+
+TEST(JoinedTableTest, ArchitecturesThatThereAreNotAreRefused) {
+    KBundleTable table = Joined({});
+    table.heads[1].architecture = "x86_64";
+    EXPECT_THAT(WhyRefused(ToBytes(table)), HasSubstr("architecture twice"));
+    for (const char* name : {"", "X", "a b", "../x", "$(x)", "a.longer.name.of.17"}) {
+        table.heads[1].architecture = name;
+        EXPECT_THAT(WhyRefused(ToBytes(table)), HasSubstr("one that there is not")) << name;
+    }
+    std::string none = ToBytes(Joined({}));
+    none[none.find("/opt/it") + 7] = 0;
+    EXPECT_THAT(WhyRefused(none), HasSubstr("for no architecture"));
+    none[none.find("/opt/it") + 7] = 33;
+    EXPECT_THAT(WhyRefused(none), HasSubstr("too many"));
+}
+
 KBUNDLE::KBundleEnd SomeEnd() {
     KBUNDLE::KBundleEnd end;
     end.headBytes = 100;
