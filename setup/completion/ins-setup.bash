@@ -23,7 +23,7 @@ _ins_setup_options() { # COMMAND
     'kit seal') echo '--kit --sign' ;;
     'kit key new') echo '--no-password' ;;
     'kit new') echo '--service' ;;
-    'kit bundle') echo '--kit --output -o --sign' ;;
+    'kit bundle') echo '--kit --output -o --join --sign' ;;
     '') echo '--version --licences' ;;
     esac
     case $1 in

@@ -42,11 +42,6 @@ int CollectLibrary(dl_phdr_info* info, std::size_t /*size*/, void* list) {
     return 0;
 }
 
-bool IsElf(const std::string& bytes) {
-    return bytes.starts_with("\x7F"
-                             "ELF");
-}
-
 void CopyProgram(const fs::path& from, const fs::path& to) {
     std::string bytes = ReadBytes(from);
     if (!to.filename().string().starts_with(loaderBegin)) {
@@ -62,7 +57,7 @@ void AddCatalogues(const fs::path& library, const fs::path& kit) {
     const fs::path directory = fs::canonical(library, unknown).parent_path();
     for (const auto& entry : fs::directory_iterator(directory, unknown)) {
         const std::string name = entry.path().filename().string();
-        if (name.starts_with(catalogueBegin) && name.ends_with(".cat")) {
+        if (IsCatalogueOfLibrary(name)) {
             CopyBytes(entry.path(), kit / name);
         }
     }
@@ -109,6 +104,15 @@ void AddTexts(const fs::path& kit) {
 }
 
 } // namespace
+
+bool IsElf(std::string_view bytes) {
+    return bytes.starts_with("\x7F"
+                             "ELF");
+}
+
+bool IsCatalogueOfLibrary(std::string_view name) {
+    return name.starts_with(catalogueBegin) && name.ends_with(".cat");
+}
 
 std::string FindBundleHead() {
     const fs::path path = fs::path(KSYS::ProgramDirectory()) / headBeside;

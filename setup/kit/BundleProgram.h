@@ -3,8 +3,17 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 namespace KSETUP {
+
+/// Where the notices of all that is in a bundle lie in it.
+inline constexpr const char* licencesBeside = "licences";
+
+/// Whether bytes begin as a program or a library does.
+bool IsElf(std::string_view bytes);
+/// Whether a file beside the program holds messages of its library.
+bool IsCatalogueOfLibrary(std::string_view name);
 
 /// The program that a bundle begins with, where it is installed beside the running one.
 ///

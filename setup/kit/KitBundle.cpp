@@ -2,6 +2,7 @@
 #include <ins/Names.h>
 #include <setup/ExitCode.h>
 #include <setup/KSetupFailure.h>
+#include <setup/kit/BundleJoin.h>
 #include <setup/kit/BundleProgram.h>
 #include <setup/kit/KitBundle.h>
 #include <setup/kit/KitFiles.h>
@@ -10,8 +11,10 @@
 #include <setup/output/Licences.h>
 #include <sup++/KProfile.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 #include <bundle/KBundleError.h>
 #include <bundle/WriteBundle.h>
@@ -22,14 +25,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char licencesName[] = "licences";
 /// A run refuses a kit that others can change, also one that an author with umask 002 made.
 constexpr mode_t closedToOthers = 07755;
 /// Whoever gives the bundle away gives the licences away; a kit may have notices of its own there.
 void AddLicences(const fs::path& kit) {
-    MakeDirectories(kit / licencesName);
+    MakeDirectories(kit / licencesBeside);
     for (const KLicence& licence : GetLicences()) {
-        const fs::path file = kit / licencesName / licence.name;
+        const fs::path file = kit / licencesBeside / licence.name;
         std::error_code unknown; // writing it tells
         if (!fs::exists(file, unknown)) {
             WriteBytes(file, std::string(licence.text), 0644);
@@ -68,9 +70,22 @@ std::string ProposedPlace(const std::string& script) {
 }
 
 /// Packs, and says what is wrong in the words of this program.
-void Pack(const KBUNDLE::KBundleSource& source, const std::string& target) {
+void Pack(
+    const std::vector<KBundlePart>& parts, const std::string& place, const std::string& target
+) {
     try {
-        KBUNDLE::WriteBundle(source, target);
+        if (parts.size() == 1) {
+            const KBUNDLE::KArchitectureSource& own = parts.front().source;
+            KBUNDLE::WriteBundle(
+                {.head = own.head, .directory = own.directory, .place = place}, target
+            );
+            return;
+        }
+        std::vector<KBUNDLE::KArchitectureSource> sources;
+        for (const KBundlePart& part : parts) {
+            sources.push_back(part.source);
+        }
+        KBUNDLE::WriteJoinedBundle(sources, place, target);
     } catch (const KBUNDLE::KBundleError& error) {
         const bool isWrite = error.GetKind() == KBUNDLE::KBundleError::Kind::CannotWrite;
         throw KSetupFailure(isWrite ? ExitCode::cannotWrite : ExitCode::noKit, error.what());
@@ -131,10 +146,53 @@ void PutInPlace(const fs::path& made, const fs::path& target, bool isSigned) {
     }
 }
 
+/// The part of this machine, and those of other bundles.
+std::vector<KBundlePart> JoinParts(
+    KBundlePart own,
+    const std::vector<std::string>& others,
+    const fs::path& work,
+    const KKitListing& kit,
+    bool isSigned
+) {
+    std::vector<KBundlePart> parts{std::move(own)};
+    if (others.empty()) {
+        return parts;
+    }
+    parts[0].source.architecture = ArchitectureOfHead(parts[0].source.head);
+    for (const std::string& other : others) {
+        const fs::path below = work / ("other" + std::to_string(parts.size()));
+        for (KBundlePart& part : TakeBundleApart(other, below, isSigned)) {
+            parts.push_back(std::move(part));
+        }
+    }
+    // One that is not sealed where others are differs.
+    const bool areSealed = std::all_of(parts.begin(), parts.end(), [](const KBundlePart& part) {
+        return IsSealed(part.source.directory);
+    });
+    for (const KBundlePart& part : parts) {
+        if (isSigned || areSealed) {
+            RemoveSeal(part.source.directory, isSigned);
+        }
+    }
+    RequireOneKit(parts, kit);
+    return parts;
+}
+
+std::string ArchitecturesOf(const std::vector<KBundlePart>& parts) {
+    std::string names;
+    for (const KBundlePart& part : parts) {
+        names += (names.empty() ? "" : ", ") + part.source.architecture;
+    }
+    return names;
+}
+
 } // namespace
 
-void MakeBundle(
-    const std::string& kitDirectory, const std::string& file, const std::string& secretKey
+std::string MakeBundle(
+    const std::string& kitDirectory,
+    const std::string& file,
+    const std::string& secretKey,
+    const std::vector<std::string>& others
 ) {
     const fs::path target = fs::absolute(file);
     const std::string head = FindBundleHead();
@@ -157,15 +215,22 @@ void MakeBundle(
     CopyKit(kitDirectory, kit);
     AddProgram(kit);
     AddLicences(kit);
-    SealCopy(kit, IsSealed(kitDirectory), secretKey);
-    Pack(
-        {.head = head, .directory = kit.string(), .place = ProposedPlace(kit / "install.ini")},
-        made.string()
+    const std::vector<KBundlePart> parts = JoinParts(
+        {{"", head, kit.string()}, kitDirectory},
+        others,
+        work.GetPath(),
+        ListKit(kitDirectory),
+        !secretKey.empty()
     );
+    for (const KBundlePart& part : parts) {
+        SealCopy(part.source.directory, IsSealed(kitDirectory), secretKey);
+    }
+    Pack(parts, ProposedPlace(kit / "install.ini"), made.string());
     if (!secretKey.empty()) {
         SignFile(made.string(), secretKey, KKitStatement::OfProductData());
     }
     PutInPlace(made, target, !secretKey.empty());
+    return ArchitecturesOf(parts);
 }
 
 } // namespace KSETUP

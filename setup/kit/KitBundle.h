@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace KSETUP {
 
@@ -13,9 +14,16 @@ namespace KSETUP {
 /// FILE.minisig; a kit that is signed needs one, for what is in the bundle is more. The signature of
 /// a former bundle goes.
 ///
+/// With `others`, bundles of the same kit that were made on other architectures, it is one for all of
+/// them; it is sealed and signed anew.
+///
+/// Returns  "x86_64, aarch64" where there are several, else nothing
 /// Throws   KSetupFailure, with a former file as it was
-void MakeBundle(
-    const std::string& kitDirectory, const std::string& file, const std::string& secretKey = {}
+std::string MakeBundle(
+    const std::string& kitDirectory,
+    const std::string& file,
+    const std::string& secretKey = {},
+    const std::vector<std::string>& others = {}
 );
 
 } // namespace KSETUP

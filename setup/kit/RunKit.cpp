@@ -86,15 +86,27 @@ int Seal(const KSetupArguments& arguments) {
 
 int Bundle(const KSetupArguments& arguments) {
     const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
-    MakeBundle(kit.GetDirectory(), arguments.target, arguments.signKey);
+    const std::string architectures =
+        MakeBundle(kit.GetDirectory(), arguments.target, arguments.signKey, arguments.joined);
     const std::string file = Printable(arguments.target);
-    std::cout << Text(
-                     "%s installs %s when root runs it, on any Linux of this architecture; what "
-                     "stands behind its name goes to ins-setup:\n    %s status",
-                     file,
-                     Printable(KSetupKit::GetProductName().c_str()),
-                     (file.find('/') == std::string::npos ? "./" : "") + file
-                 )
+    const std::string called = (file.find('/') == std::string::npos ? "./" : "") + file;
+    const std::string product = Printable(KSetupKit::GetProductName().c_str());
+    std::cout << (architectures.empty()
+                      ? Text(
+                            "%s installs %s when root runs it, on any Linux of this architecture; "
+                            "what stands behind its name goes to ins-setup:\n    %s status",
+                            file,
+                            product,
+                            called
+                        )
+                      : Text(
+                            "%s installs %s when root runs it, on any Linux of %s; what stands "
+                            "behind its name goes to ins-setup:\n    %s status",
+                            file,
+                            product,
+                            architectures,
+                            called
+                        ))
               << "\n";
     if (!arguments.signKey.empty()) {
         std::cout << Text(

@@ -384,6 +384,15 @@ void KArgumentParser::AddAuthoring() {
         ->type_name("FILE")
         ->check(NotEmpty("--output"))
         ->required();
+    bundle
+        ->add_option(
+            "--join",
+            arguments.joined,
+            Help("Make one file for this architecture and for that of this bundle of the kit")
+        )
+        ->type_name("BUNDLE")
+        ->allow_extra_args(false)
+        ->check(NotEmpty("--join"));
     AddSign(bundle);
     AddKeys(*kit);
 }

@@ -78,8 +78,9 @@ struct KSetupArguments {
     std::string tree;     ///< kit add: what is to be installed
     /// kit new: the directory; kit bundle: the file; kit key new: the pair's; verify: what to look at
     std::string target;
-    std::string signKey;     ///< kit seal, kit bundle: the secret key; empty for none
-    bool noPassword = false; ///< kit key new: whoever has the file can sign
+    std::string signKey;             ///< kit seal, kit bundle: the secret key; empty for none
+    std::vector<std::string> joined; ///< kit bundle: bundles of other architectures
+    bool noPassword = false;         ///< kit key new: whoever has the file can sign
 };
 
 /// How a command line asks to be answered.
