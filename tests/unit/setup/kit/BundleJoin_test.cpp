@@ -146,6 +146,68 @@ TEST_F(BundleJoinTest, AnArchitectureThatItHasNotIsRefused) {
     );
 }
 
+TEST_F(BundleJoinTest, ItRunsWhateverItIsCalled) {
+    MakeOther();
+    ASSERT_EQ(Refusal(), "");
+    tree.Directory("named");
+    for (const char* name : {"a b", "'q\"", "-n", "new\nline", "$x`id`", "*"}) {
+        std::filesystem::copy(tree.Path("it.run"), tree.Path("named/") + name);
+        EXPECT_EQ(Shell("for each in named/*; do \"./$each\" plan <&- || exit; done"), 0) << name;
+        EXPECT_EQ(tree.Read("out"), "bytes <plan>") << name << tree.Read("err");
+        EXPECT_EQ(Shell("cd named && for each in *; do (PATH=:$PATH; \"$each\" a); done"), 0)
+            << name;
+        EXPECT_EQ(tree.Read("out"), "bytes <a>") << name << tree.Read("err");
+        std::filesystem::remove(tree.Path("named/") + name);
+    }
+    EXPECT_EQ(Shell("ln -s it.run link && ./link && sh it.run"), 0) << tree.Read("err");
+    EXPECT_EQ(tree.Read("out"), "bytes <install>bytes <install>");
+}
+
+/// But for what the shell that chooses sets itself.
+TEST_F(BundleJoinTest, WhatRunsHasTheEnvironmentOfTheCaller) {
+    tree.Write(
+        "kit/ins-setup", "#!/bin/sh\nenv | grep -v -e ^PWD= -e ^_= -e ^SHLVL=\numask\npwd\n", 0755
+    );
+    MakeOther();
+    ASSERT_EQ(Refusal(), "");
+    KSETUP::MakeBundle(tree.Path("kit"), tree.Path("alone.run"));
+    const std::string with =
+        "umask 027; env -i PATH=/usr/bin:/bin IFS=x made=/a file=b place=c first=1 count=2 "
+        "work=d why=e json=f TMPDIR=/none ";
+    ASSERT_EQ(Shell(with + "./alone.run | sort"), 0);
+    const std::string alone = tree.Read("out");
+    EXPECT_THAT(alone, AllOf(HasSubstr("\nmade=/a\n"), HasSubstr("0027\n")));
+    EXPECT_EQ(Shell(with + "./it.run | sort"), 0);
+    EXPECT_EQ(tree.Read("out"), alone) << tree.Read("err");
+}
+
+TEST_F(BundleJoinTest, AProgramThatIsKilledLeavesNoCopy) {
+    tree.Write(
+        "kit/ins-setup",
+        "#!/bin/sh\nreadlink /proc/$PPID/exe > " + tree.Path("exe") + "\nkill -9 $PPID\n",
+        0755
+    );
+    MakeOther();
+    ASSERT_EQ(Refusal(), "");
+    EXPECT_EQ(Shell("./it.run; sleep 1"), 0);
+    EXPECT_THAT(tree.Read("exe"), AllOf(HasSubstr("/.ins-setup-head-"), HasSubstr(" (deleted)")));
+    EXPECT_EQ(Shell("test -e \"$(dirname \"$(cat exe)\")\""), 1);
+}
+
+TEST_F(BundleJoinTest, APlaceThatOthersCanChangeIsRefused) {
+    MakeOther();
+    ASSERT_EQ(Refusal(), "");
+    tree.Directory("open", 0777);
+    EXPECT_EQ(Shell("./it.run --work open"), 73);
+    EXPECT_THAT(tree.Read("err"), HasSubstr("\n    ./open: others can change it\n"));
+    EXPECT_EQ(Shell("mkdir -m 755 open/in && ./it.run --work=\"$PWD/open/in\" status --json"), 73);
+    EXPECT_THAT(tree.Read("out"), HasSubstr("/open/in: others can change it\\nName one"));
+    EXPECT_EQ(Shell("chmod 1777 open && ./it.run --work open/in"), 0) << tree.Read("err");
+    EXPECT_EQ(Shell("ls -A open/in && ./it.run --work nowhere"), 73);
+    EXPECT_EQ(tree.Read("out"), "");
+    EXPECT_THAT(tree.Read("err"), HasSubstr("\n    ./nowhere: not there\n"));
+}
+
 TEST_F(BundleJoinTest, TheSameArchitectureTwiceIsRefused) {
     KSETUP::MakeBundle(tree.Path("kit"), tree.Path("other.run"));
     EXPECT_THAT(Refusal(), HasSubstr("other.run: is for " + own + ", as "));
@@ -154,7 +216,7 @@ TEST_F(BundleJoinTest, TheSameArchitectureTwiceIsRefused) {
     EXPECT_THAT(Refusal({"other.run", "other.run"}), HasSubstr("is for aarch64, as "));
 }
 
-TEST_F(BundleJoinTest, AJoinedBundleCanBeJoined) {
+TEST_F(BundleJoinTest, AJoinedBundleIsLookedAtForAllThatItHas) {
     MakeOther();
     ASSERT_EQ(Refusal(), "");
     std::filesystem::rename(tree.Path("it.run"), tree.Path("both.run"));
