@@ -69,14 +69,13 @@ bool IsUnitOf(const std::set<std::string>& services, const std::string& path) {
     if (!path.starts_with(units)) {
         return false;
     }
-    std::string name = path.substr(units.size(), path.find('/', units.size()) - units.size());
+    const std::string name = path.substr(units.size(), path.find('/', units.size()) - units.size());
     const bool isBelow = units.size() + name.size() < path.size();
     const std::string_view ending = isBelow || name.ends_with(".d") ? dropIns : ".service";
     if (!name.ends_with(ending)) {
         return false;
     }
-    name.resize(name.size() - ending.size());
-    return services.contains(name);
+    return services.contains(name.substr(0, name.size() - ending.size()));
 }
 
 bool IsInstalled(const KCheckContext& context, const std::string& path) {
