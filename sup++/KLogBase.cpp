@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include <sys/KPerThread.h>
+#include <sys/NeverDestroyed.h>
 #include <sys/files/FileCalls.h>
 
 namespace KSUP {
@@ -159,7 +161,8 @@ KLogBase::Entry* KLogBase::FindEntry() {
         return last;
     }
     // A thread writes to one log, rarely to two. Ended entries make room for other logs'.
-    static thread_local std::deque<Entry> entries;
+    static KSYS::NeverDestroyed<KSYS::KPerThread<std::deque<Entry>>> ofThreads;
+    std::deque<Entry>& entries = ofThreads.Get().Get();
     Entry* free = nullptr;
     for (Entry& entry : entries) {
         if (entry.serial == serial) {

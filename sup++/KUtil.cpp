@@ -21,6 +21,8 @@
 #include <vector>
 
 #include <cxxabi.h>
+#include <sys/KPerThread.h>
+#include <sys/NeverDestroyed.h>
 #include <sys/processes/ProcessList.h>
 
 namespace KSUP {
@@ -99,7 +101,11 @@ struct NameCache {
     std::array<Item, 8> items;
     std::size_t next = 0;
 };
-thread_local NameCache nameCache; // a cache of its thread
+
+NameCache& TheNameCache() {
+    static KSYS::NeverDestroyed<KSYS::KPerThread<NameCache>> cache;
+    return cache.Get().Get();
+}
 
 } // namespace
 
@@ -150,6 +156,7 @@ KString KUtil::Lowerify(const KString& text) {
 KString KUtil::GetClassNameFromTypeInfo(const std::type_info& type) {
     const char* name = type.name();
     name += *name == '*' ? 1 : 0; // how g++ marks types that are compared by address
+    NameCache& nameCache = TheNameCache();
     for (const NameCache::Item& item : nameCache.items) {
         if (item.mangled == name) {
             return item.readable;

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include <sys/KAnnotatedMutex.h>
+#include <sys/KPerThread.h>
 #include <sys/NeverDestroyed.h>
 #include <sys/services/KServiceControl.h>
 #include <sys/services/KServiceError.h>
@@ -38,7 +39,11 @@ static_assert(KSUP::ErrorCode::serviceManagerLost == KSYS::ServiceStatus::manage
 constexpr unsigned stopped = 1;
 constexpr unsigned running = 4;
 
-thread_local std::string lastErrorText; // a thread's own
+/// Of the calling thread; throws std::bad_alloc.
+std::string& LastErrorText() {
+    static KSYS::NeverDestroyed<KSYS::KPerThread<std::string>> text;
+    return text.Get().Get();
+}
 
 std::atomic<bool> leavesForNextBoot{false};
 
@@ -93,9 +98,11 @@ LeftServices& TheLeftServices() {
 
 unsigned Failed(unsigned status, const char* words) noexcept {
     try {
-        lastErrorText = words;
+        std::string& text = LastErrorText();
+        text.clear(); // a former one would be wrong
+        text = words;
     } catch (const std::bad_alloc&) {
-        lastErrorText.clear();
+        // then there is none
     }
     return status;
 }
@@ -211,7 +218,11 @@ unsigned SvcGetServiceStatus(unsigned flags, const char* name, unsigned* state) 
 }
 
 const char* SvcGetServiceErrorText() noexcept {
-    return lastErrorText.c_str();
+    try {
+        return LastErrorText().c_str();
+    } catch (const std::bad_alloc&) {
+        return "";
+    }
 }
 
 unsigned SvcSetOfflineServices(unsigned flags, unsigned leaveForNextBoot) noexcept {

@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <sys/KAnnotatedMutex.h>
+#include <sys/KPerThread.h>
 #include <sys/NeverDestroyed.h>
 #include <sys/Retry.h>
 #include <sys/ThreadSafety.h>
@@ -46,7 +47,11 @@ struct LastNoted {
     unsigned session = 0;
     std::string directory;
 };
-thread_local LastNoted lastNoted; // a cache of its thread
+
+LastNoted& TheLastNoted() {
+    static NeverDestroyed<KPerThread<LastNoted>> lastNoted;
+    return lastNoted.Get().Get();
+}
 
 std::string_view DirectoryOf(const char* path) noexcept {
     const char* slash = std::strrchr(path, '/');
@@ -141,16 +146,19 @@ void NoteWrite(const char* path) noexcept {
     if (session == 0) {
         return;
     }
-    const std::string_view directory = DirectoryOf(path);
-    if (lastNoted.session == session && lastNoted.directory == directory) {
-        return;
-    }
-    const KScopedLock hold(tracking.guard);
     try {
-        lastNoted.directory.assign(directory);
-        lastNoted.session = session;
-        Note(tracking, lastNoted.directory);
+        const std::string_view directory = DirectoryOf(path);
+        LastNoted& last = TheLastNoted();
+        if (last.session == session && last.directory == directory) {
+            return;
+        }
+        last.session = 0; // until it is noted
+        last.directory.assign(directory);
+        const KScopedLock hold(tracking.guard);
+        Note(tracking, last.directory);
+        last.session = session;
     } catch (...) {
+        const KScopedLock hold(tracking.guard);
         tracking.firstError = ENOMEM;
     }
 }
