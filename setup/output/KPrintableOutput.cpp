@@ -2,7 +2,10 @@
 #include <setup/output/KPrintableOutput.h>
 #include <setup/output/TextFormat.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <new>
+#include <utility>
 
 #include <sys/processes/Terminal.h>
 
@@ -67,8 +70,13 @@ std::streamsize KPrintableOutput::xsputn(const char* bytes, std::streamsize coun
 
 /// A stream that is flushed after each piece may be in the midst of a word.
 int KPrintableOutput::sync() {
-    const bool isPut = (stream.flags() & std::ios::unitbuf) != 0 || Put(wrap.Flush());
-    return isPut ? target->pubsync() : -1;
+    bool isPut = (stream.flags() & std::ios::unitbuf) != 0;
+    try {
+        isPut = isPut || Put(wrap.Flush());
+    } catch (const std::bad_alloc&) {
+        // The words that are held come out with the next ones.
+    }
+    return target->pubsync() == 0 && isPut ? 0 : -1;
 }
 
 bool KPrintableOutput::Put(std::string_view bytes) {
@@ -86,12 +94,25 @@ void KPrintableOutput::WriteBetween(
     target->pubsync();
 }
 
-bool KPrintableOutput::Write(std::string_view bytes) {
+bool KPrintableOutput::Write(std::string_view bytes) try {
     std::string text = begun + std::string(bytes);
     const std::size_t end = EndOfWhole(text);
-    begun = text.substr(end);
+    std::string rest = text.substr(end);
     text.resize(end);
-    return Put(wrap.Take(Printable(text, KLineEnds::Kept)));
+    const std::string whole = wrap.Take(Printable(text, KLineEnds::Kept));
+    begun = std::move(rest);
+    return Put(whole);
+} catch (const std::bad_alloc&) {
+    // A stream keeps such an error to itself, and what is to be told of it would be lost.
+    return PutWithoutMemory(bytes);
+}
+
+bool KPrintableOutput::PutWithoutMemory(std::string_view bytes) {
+    const auto put = [&](char letter) {
+        const bool isPlain = (letter >= ' ' && letter <= '~') || letter == '\n' || letter == '\t';
+        return target->sputc(isPlain ? letter : '?') != traits_type::eof();
+    };
+    return std::all_of(bytes.begin(), bytes.end(), put);
 }
 
 } // namespace KSETUP

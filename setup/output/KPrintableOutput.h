@@ -37,6 +37,8 @@ class KPrintableOutput : public std::streambuf {
 
   private:
     bool Write(std::string_view bytes);
+    /// ASCII, and "?" for all else.
+    bool PutWithoutMemory(std::string_view bytes);
     bool Put(std::string_view bytes);
 
     std::ostream& stream;
