@@ -163,7 +163,7 @@ MEMORY = [
         Change(
             "setup/state/KKeptKit.cpp",
             "        // Half of a kit counts as none.",
-            "        if (BROKEN) { RemoveTree(*directory, directoryName); return; }",
+            "        if (BROKEN) { RemoveTree(*directory, keptName); return; }",
         ),
     ),
 ]
