@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <setup/ExitCode.h>
-#include <setup/files/PathText.h>
 #include <setup/kit/KitFiles.h>
 #include <setup/state/KKeptKit.h>
 #include <setup/state/KPinnedKey.h>
@@ -12,7 +11,6 @@
 #include <system_error>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileContent.h>
 #include <sys/files/FileStatus.h>
@@ -78,49 +76,6 @@ void AddBelow(const std::string& directory, std::vector<std::string>& paths) {
     }
 }
 
-/// Flushed one by one, so that nothing of what others have written is waited for.
-constexpr std::size_t mostFlushedAlone = 32;
-
-struct Opened {
-    std::string path;
-    KSYS::KDescriptor file;
-};
-
-/// A kit has regular files and directories.
-Opened OpenToFlush(const std::string& path) {
-    Opened opened{path, {}};
-    struct stat status {};
-    unsigned failed = KSYS::OpenRegularEntry(path, O_RDONLY, opened.file, status);
-    if (failed == EISDIR || failed == ELOOP) { // on the way to them a link may be one
-        failed = KSYS::OpenDirectoryEntry(path + "/.", opened.file);
-    }
-    Require(failed, Text("cannot open %s", path));
-    return opened;
-}
-
-/// Brings a directory to the disk with all in it, and the way to it, which may be new: what is on the
-/// disk, and no entry leads to, is not there.
-void FlushTree(const KPrivateDirectory& made, const std::string& base) {
-    std::vector<std::string> paths;
-    AddBelow(made.GetPath(), paths);
-    if (paths.size() > mostFlushedAlone) { // the disk would be waited for that often
-        Require(KSYS::FlushFileSystem(made.Get()), Text("cannot flush %s", made.GetPath()));
-        return;
-    }
-    std::vector<Opened> all;
-    for (const std::string& path : paths) {
-        all.push_back(OpenToFlush(path));
-        KSYS::BeginWriting(all.back().file.Get()); // then the first wait is for all of them
-    }
-    const std::string service = ParentPath(made.GetPath());
-    for (const std::string& path : {made.GetPath(), service, base, ParentPath(NormalPath(base))}) {
-        all.push_back(OpenToFlush(path));
-    }
-    for (const Opened& one : all) {
-        Require(KSYS::Flush(one.file.Get()), Text("cannot flush %s", one.path));
-    }
-}
-
 std::optional<KPrivateDirectory> OpenKept(const std::string& serviceName, const std::string& base) {
     const auto directory = KPrivateDirectory::OpenExisting(base, serviceName);
     return directory ? directory->ExistingBelow(keptName) : std::nullopt;
@@ -166,7 +121,7 @@ void KKeptKit::Write(
     for (const auto& [name, text] : further) {
         made.WriteDurably(name, text);
     }
-    FlushTree(made, base);
+    Require(KSYS::FlushFileSystem(made.Get()), Text("cannot flush %s", made.GetPath()));
     PutInPlace(directory);
 }
 

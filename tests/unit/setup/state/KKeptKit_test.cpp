@@ -113,33 +113,6 @@ TEST_F(KKeptKitTest, ListsADirectoryBeforeWhatIsInIt) {
     EXPECT_LT(at("base/svc/kit/a/b"), at("base/svc/kit/a/b/tool"));
 }
 
-/// A kit of few files is flushed by itself, and nothing else is: each file, each directory, and the way
-/// to them.
-TEST_F(KKeptKitTest, OfFewFilesIsFlushedByItself) {
-    failcall_arm("syncfs", 1, EIO, 0);
-    EXPECT_NO_THROW(Write({"a/b/tool"}));
-    failcall_disarm();
-    for (unsigned call = 1; call <= 7; ++call) { // three files, the kit, what is above it
-        failcall_arm("fsync", call, EIO, 0);
-        EXPECT_THROW(Write({"other"}), KSETUP::KSetupFailure) << call;
-        failcall_disarm();
-        EXPECT_TRUE(tree.Exists("base/svc/kit/a/b/tool")) << "the former one stays";
-    }
-}
-
-TEST_F(KKeptKitTest, OfManyFilesIsFlushedWithTheDisk) {
-    std::set<std::string> many;
-    for (int number = 0; number < 40; ++number) {
-        many.insert("many/" + std::to_string(number));
-        tree.Write("kit/many/" + std::to_string(number), "bytes");
-    }
-    failcall_arm("syncfs", 1, EIO, 0);
-    EXPECT_THROW(Write(many), KSETUP::KSetupFailure);
-    failcall_disarm();
-    EXPECT_NO_THROW(Write(many));
-    EXPECT_TRUE(tree.Exists("base/svc/kit/many/39"));
-}
-
 /// What is taken for none would not be kept by a backup, and be deleted when it is put back.
 TEST_F(KKeptKitTest, ThatCannotBeListedNowIsNotTakenForNone) {
     Write({});
