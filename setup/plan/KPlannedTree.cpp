@@ -67,10 +67,6 @@ const KPlannedEntry& KPlannedTree::At(const std::string& normal) const {
     return IsAtOrBelow(kit, normal) ? wayToKit : noEntry;
 }
 
-const KPlannedEntry& KPlannedTree::AtResolved(const KPlannedPlace& place) const {
-    return place.kept != nullptr ? At(*place.kept) : At(place.path);
-}
-
 const KPlannedEntry& KPlannedTree::At(Kept& kept) const {
     if (const KPlannedEntry* change = FindChange(kept)) {
         return *change;
@@ -85,7 +81,7 @@ const KPlannedEntry& KPlannedTree::At(Kept& kept) const {
 /// directory were there, which is told once.
 const KPlannedEntry& KPlannedTree::AtPlace(const KPlannedPlace& place) const {
     if (place.problem == KPathProblem::None) {
-        return AtResolved(place);
+        return At(place.path);
     }
     const KPlannedEntry* change = FindChange(place.path);
     return change != nullptr ? *change : noEntry;
@@ -100,7 +96,7 @@ const KPlannedEntry& KPlannedTree::FindTarget(const std::string& path) const {
 }
 
 const KPlannedEntry& KPlannedTree::FindAt(const KPlannedPlace& place) const {
-    return place.problem == KPathProblem::None ? AtResolved(place) : Find(place.path);
+    return place.problem == KPathProblem::None ? At(place.path) : Find(place.path);
 }
 
 std::vector<std::string>
@@ -197,9 +193,9 @@ bool KPlannedTree::HasMadeBelow(const Kept* directory) const {
 
 /// What a path was found to lead to stays so, whatever is made where nothing was. A directory goes
 /// when it is empty, and who finds it resolved looks whether it is there.
-void KPlannedTree::Set(Kept& kept, KPlannedEntry entry) {
+void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
     entry.attribute = KSYS::ProtectingAttribute::None;
-    const std::string& normal = kept.first;
+    Kept& kept = disk->KeepPath(normal);
     const KEntryKind former = At(kept).kind;
     const bool stays = entry.kind == KEntryKind::Directory || entry.kind == KEntryKind::Nothing;
     if (former == KEntryKind::Link || (former == KEntryKind::Directory && !stays)) {
@@ -223,21 +219,13 @@ void KPlannedTree::Set(Kept& kept, KPlannedEntry entry) {
     options.erase(begin, end);
 }
 
-const KPlannedTree::Kept& KPlannedTree::ParentOf(const Kept& path) {
-    std::string parent = ParentPath(path.first);
-    if (lastParent == nullptr || lastParent->first != parent) {
-        lastParent = &disk->KeepPath(parent);
-    }
-    return *lastParent;
-}
-
 /// Of a new change. What is on the way to an earlier one is noted already.
 void KPlannedTree::NoteAbove(const Kept* path) {
     if (changedBelow.contains(path)) {
         return;
     }
     while (path->first.size() > 1) {
-        const Kept* parent = &ParentOf(*path);
+        const Kept* parent = &disk->KeepPath(ParentPath(path->first));
         const auto [changed, isNew] = changedBelow.try_emplace(parent);
         changed->second.paths.push_back(path);
         if (!isNew || changes.contains(parent)) {
@@ -254,7 +242,7 @@ void KPlannedTree::NoteMade(const Kept& kept, bool wasMade, bool isMade) {
     }
     const Kept* at = &kept;
     while (at->first.size() > 1) {
-        const Kept& parent = ParentOf(*at);
+        const Kept& parent = disk->KeepPath(ParentPath(at->first));
         std::size_t& count = changedBelow.at(&parent).madeCount;
         const bool isAlone = (isMade ? count++ : --count) == 0;
         const KPlannedEntry* change = FindChange(parent);
@@ -272,16 +260,15 @@ void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
 void KPlannedTree::PutCopy(
     const KPlannedPlace& toPlace, KPlannedEntry entry, const KPlannedPlace& fromPlace
 ) {
-    const KPlannedPlace place = toPlace.problem == KPathProblem::None
-                                    ? toPlace
-                                    : Resolve(toPlace.path, Last::Keep, Links::Any);
     const std::string& from = fromPlace.path;
-    const std::string& to = place.path;
+    const std::string to = toPlace.problem == KPathProblem::None
+                               ? toPlace.path
+                               : Resolve(toPlace.path, Last::Keep, Links::Any).path;
     if (from == to) {
         return;
     }
-    entry.origin = &ContentAt(fromPlace.kept != nullptr ? *fromPlace.kept : disk->KeepPath(from));
-    Set(place.kept != nullptr ? *place.kept : disk->KeepPath(to), entry);
+    entry.origin = &ContentAt(from);
+    Set(to, entry);
     if (options.empty()) {
         return;
     }
@@ -340,12 +327,13 @@ void KPlannedTree::Remove(const std::string& path) {
 }
 
 const std::string& KPlannedTree::GetContent(const std::string& path) const {
-    return ContentAt(disk->KeepPath(Resolve(path, Last::Follow, Links::Any).path));
+    return ContentAt(Resolve(path, Last::Follow, Links::Any).path);
 }
 
-const std::string& KPlannedTree::ContentAt(const Kept& kept) const {
+const std::string& KPlannedTree::ContentAt(const std::string& normal) const {
+    const Kept& kept = disk->KeepPath(normal);
     const KPlannedEntry* change = FindChange(kept);
-    return change != nullptr ? change->GetContent() : Counts(kept.first) ? kept.first : noText;
+    return change != nullptr ? change->GetContent() : Counts(normal) ? kept.first : noText;
 }
 
 /// Only a section that somebody asks for is read.

@@ -28,9 +28,6 @@ enum class KPathProblem : std::uint8_t {
 struct KPlannedPlace {
     std::string path; ///< normal, without links on the way as far as there are any
     KPathProblem problem = KPathProblem::None;
-    /// The path as the view keeps it, so that it need not be looked for again; null where nobody looked
-    /// for it, or it was not kept then.
-    KDiskView::Kept* kept = nullptr;
 };
 
 /// The file system as rules would leave it, while nothing is changed: what they made and deleted so
@@ -126,19 +123,16 @@ class KPlannedTree {
     const KPlannedEntry* FindChange(const Kept& kept) const;
     const KPlannedEntry& At(const std::string& normal) const;
     const KPlannedEntry& At(Kept& kept) const;
-    const KPlannedEntry& AtResolved(const KPlannedPlace& place) const;
     const KPlannedEntry& AtPlace(const KPlannedPlace& place) const;
     KPlannedPlace Walk(const std::string& path, Last last, Links links) const;
     KPlannedPlace WalkToDirectory(const std::string& path, Links links) const;
     const KPlannedPlace& ResolveDirectory(const std::string& path, Links links) const;
     bool Follows(const std::string& directory, Links links) const;
-    void Set(const std::string& normal, KPlannedEntry entry) { Set(disk->KeepPath(normal), entry); }
-    void Set(Kept& kept, KPlannedEntry entry);
-    const Kept& ParentOf(const Kept& path);
+    void Set(const std::string& normal, KPlannedEntry entry);
     void NoteAbove(const Kept* path);
     void NoteMade(const Kept& kept, bool wasMade, bool isMade);
     bool HasMadeBelow(const Kept* directory) const;
-    const std::string& ContentAt(const Kept& kept) const;
+    const std::string& ContentAt(const std::string& normal) const;
     std::vector<Option>& LoadOptions(const std::string& profile, const std::string& section) const;
 
     Below below;
@@ -152,7 +146,6 @@ class KPlannedTree {
         std::size_t madeCount = 0;      ///< of those at or below which something is made
     };
     std::unordered_map<const Kept*, Changed> changedBelow;  // by directory
-    const Kept* lastParent = nullptr;                       // mostly that of the next one, too
     mutable std::map<Section, std::vector<Option>> options; // of sections that were asked for
 
     /// Directories that paths led to, by the path: rules have many files in few of them. With links

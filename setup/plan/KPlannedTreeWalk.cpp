@@ -84,8 +84,7 @@ KPlannedPlace KPlannedTree::WalkToDirectory(const std::string& path, Links links
         const KPlannedPlace& above = ResolveDirectory(ParentPath(path), links);
         KPlannedPlace place{ChildPath(above.path, name), above.problem};
         const bool isFound = place.problem == KPathProblem::None;
-        place.kept = disk->FindKept(place.path);
-        const KEntryKind kind = isFound ? AtResolved(place).kind : KEntryKind::Nothing;
+        const KEntryKind kind = isFound ? At(place.path).kind : KEntryKind::Nothing;
         if (kind != KEntryKind::Link) { // which may lead anywhere
             place.problem = isFound ? ProblemOf(kind) : place.problem;
             return place;
@@ -103,7 +102,7 @@ KPlannedPlace KPlannedTree::WalkToDirectory(const std::string& path, Links links
 const KPlannedPlace& KPlannedTree::ResolveDirectory(const std::string& path, Links links) const {
     auto& known = resolved[links == Links::Any ? 0 : 1];
     const auto found = known.find(path);
-    if (found != known.end() && AtResolved(found->second).kind == KEntryKind::Directory) {
+    if (found != known.end() && At(found->second.path).kind == KEntryKind::Directory) {
         return found->second;
     }
     KPlannedPlace place = WalkToDirectory(path, links);
@@ -132,11 +131,9 @@ KPlannedPlace KPlannedTree::Resolve(const std::string& path, Last lastLink, Link
     if (name.size() > NAME_MAX) {
         return {std::move(child), KPathProblem::TooLong};
     }
-    KPlannedPlace place{std::move(child), KPathProblem::None};
-    place.kept = disk->FindKept(place.path);
-    return lastLink == Last::Follow && AtResolved(place).kind == KEntryKind::Link
+    return lastLink == Last::Follow && At(child).kind == KEntryKind::Link
                ? Walk(path, lastLink, links)
-               : place;
+               : KPlannedPlace{std::move(child), KPathProblem::None};
 }
 
 } // namespace KSETUP
