@@ -200,8 +200,9 @@ void KBundleReader::ReadFiles(
     ReadFilesOf(table.chosen, fileCount, sink, shallStop);
 }
 
-void KBundleReader::ReadAllFiles(KBundleSink& sink, const std::function<bool()>& shallStop) const {
-    ReadFilesOf(everyArchitecture, table.entries.size(), sink, shallStop);
+void KBundleReader::VerifyFiles(const std::function<bool()>& shallStop) const {
+    KPassed nobody;
+    ReadFilesOf(everyArchitecture, table.entries.size(), nobody, shallStop);
 }
 
 void KBundleReader::ReadFilesOf(

@@ -51,8 +51,10 @@ class KBundleReader {
         std::size_t fileCount, KBundleSink& sink, const std::function<bool()>& shallStop = {}
     ) const;
 
-    /// The same of all files, for whatever architecture they are.
-    void ReadAllFiles(KBundleSink& sink, const std::function<bool()>& shallStop = {}) const;
+    /// Reads all files, for whatever architecture they are, and hands out none.
+    ///
+    /// Throws   KBundleError, as ReadFiles
+    void VerifyFiles(const std::function<bool()>& shallStop = {}) const;
 
     /// Whether the program in front is the one that was packed.
     ///

@@ -50,13 +50,6 @@ class KFileSink : public KBundleSink {
     KSYS::KDescriptor file;
 };
 
-class KNoSink : public KBundleSink {
-  public:
-    void Begin(const KBundleEntry& /*entry*/) override {}
-    void Add(std::string_view /*bytes*/) override {}
-    void End(const KBundleEntry& /*entry*/) override {}
-};
-
 } // namespace
 
 std::size_t CountFiles(const KBundleTable& table, BundlePart part) {
@@ -124,8 +117,7 @@ void VerifyBundle(const KBundleReader& bundle, const std::function<bool()>& shal
                 ": the bundle is damaged (the program in front of it was changed). Get it again."
         );
     }
-    KNoSink sink;
-    bundle.ReadAllFiles(sink, shallStop);
+    bundle.VerifyFiles(shallStop);
 }
 
 } // namespace KBUNDLE
