@@ -47,7 +47,7 @@ KPrintableOutput::KPrintableOutput(std::ostream& itsStream, int descriptor)
 
 KPrintableOutput::~KPrintableOutput() {
     const std::ios::iostate state = stream.rdstate();
-    static_cast<void>(Put(wrap.Flush()));
+    static_cast<void>(PutHeld());
     if (!begun.empty()) {
         target->sputc('?');
     }
@@ -70,13 +70,13 @@ std::streamsize KPrintableOutput::xsputn(const char* bytes, std::streamsize coun
 
 /// A stream that is flushed after each piece may be in the midst of a word.
 int KPrintableOutput::sync() {
-    bool isPut = (stream.flags() & std::ios::unitbuf) != 0;
-    try {
-        isPut = isPut || Put(wrap.Flush());
-    } catch (const std::bad_alloc&) {
-        // The words that are held come out with the next ones.
-    }
-    return target->pubsync() == 0 && isPut ? 0 : -1;
+    const bool isPut = (stream.flags() & std::ios::unitbuf) != 0 || PutHeld();
+    return isPut ? target->pubsync() : -1;
+}
+
+/// The words that may yet have to go to the next line.
+bool KPrintableOutput::PutHeld() try { return Put(wrap.Flush()); } catch (const std::bad_alloc&) {
+    return false;
 }
 
 bool KPrintableOutput::Put(std::string_view bytes) {

@@ -40,6 +40,7 @@ class KPrintableOutput : public std::streambuf {
     /// ASCII, and "?" for all else.
     bool PutWithoutMemory(std::string_view bytes);
     bool Put(std::string_view bytes);
+    bool PutHeld();
 
     std::ostream& stream;
     std::streambuf* target;

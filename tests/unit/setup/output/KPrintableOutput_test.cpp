@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <sstream>
 #include <string>
 
@@ -36,6 +37,26 @@ TEST(KPrintableOutputTest, AControlThatComesInPiecesDoesNotGoOut) {
     const KPrintableOutput output(stream);
     stream << '\xC2' << '\x9B' << "x" << '\xC2' << "y";
     EXPECT_EQ(stream.str(), "?x?y");
+}
+
+/// Has no memory for whole texts, only for letters.
+class PoorBuffer : public std::stringbuf {
+  protected:
+    std::streamsize xsputn(const char* /*bytes*/, std::streamsize /*count*/) override {
+        throw std::bad_alloc();
+    }
+};
+
+TEST(KPrintableOutputTest, WhatThereIsNoMemoryForIsWrittenPlainly) {
+    PoorBuffer buffer;
+    std::ostream stream(&buffer);
+    {
+        const KPrintableOutput output(stream);
+        stream << "a\x1b[2J\tGr\xC3\xB6\n"
+               << "b";
+        EXPECT_TRUE(stream.good());
+    }
+    EXPECT_EQ(buffer.str(), "a?[2J\tGr??\nb");
 }
 
 TEST(KPrintableOutputTest, TheStreamIsGivenBackAsItWas) {
