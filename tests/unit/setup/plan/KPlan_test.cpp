@@ -225,6 +225,19 @@ TEST_F(KPlanTest, SpaceIsCountedInWholeBlocksWhereFilesGo) {
     EXPECT_GT(spaces[0].available, 0U);
 }
 
+TEST_F(KPlanTest, WhatIsThereNeedsNoSpace) {
+    disk.Write("kit/a", std::string(100000, 'a'));
+    disk.Write("kit/b", "12345");
+    disk.Directory("disk");
+    const auto spaces =
+        Plan("file=copy,a,KIT,DISK\nfile=copy,b,KIT,DISK\n")
+            .ReadSpace({}, [&](const std::string& path) { return path == disk.Path("disk/a"); });
+    ASSERT_EQ(spaces.size(), 1U);
+    EXPECT_GE(spaces[0].needed, 5U);
+    EXPECT_LT(spaces[0].needed, 100000U);
+    EXPECT_EQ(spaces[0].filesNeeded, 1U);
+}
+
 TEST_F(KPlanTest, HolesNeedNoSpace) {
     disk.Write("kit/image", "12345");
     disk.Directory("disk");

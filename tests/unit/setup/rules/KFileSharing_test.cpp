@@ -4,11 +4,14 @@
 #include <setup/plan/KPlan.h>
 #include <setup/rules/KFileSharing.h>
 #include <setup/run/PlannedPaths.h>
+#include <sup++/SvcFile.h>
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 
 #include <bundle/KWorkPlace.h>
 #include <unistd.h>
@@ -72,6 +75,19 @@ TEST_F(KFileSharingTest, NewFilesOfAnUnpackedBundleAreShared) {
     EXPECT_EQ(SharedOfBundle("file=copy,a,K,P\nfile=copy,b,K,P\n"), "a b");
     EXPECT_EQ(tree.Status("product/a").st_nlink, 2U);
     EXPECT_EQ(tree.Read("product/b"), "B");
+}
+
+/// Or a failure of the disk while it was unpacked would be told to nobody.
+TEST_F(KFileSharingTest, TheFlushGoesByWhatWasOpenBeforeTheUnpacking) {
+    ASSERT_EQ(SvcBeginWriteTracking(), 0U);
+    EXPECT_EQ(SharedOfBundle("file=copy,a,K,P\n"), "a");
+    int known = 0;
+    for (const auto& open : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code closed; // the walk's own
+        known += std::filesystem::read_symlink(open.path(), closed) == place->GetPath() ? 1 : 0;
+    }
+    static_cast<void>(SvcEndWriteTracking());
+    EXPECT_EQ(known, 2); // the lock's, and what is flushed by
 }
 
 TEST_F(KFileSharingTest, AKitInADirectoryOfTheUnpackedBundleIsSharedToo) {
