@@ -72,6 +72,14 @@ class KRestoration {
   private:
     enum class State { AsBefore, Differs, Edited, Foreign };
 
+    /// A file that is put back, and not yet in its place.
+    struct KCopyBeside {
+        std::string path;
+        KSYS::Place place;
+        std::string temporary; ///< its name there
+        dev_t device = 0;
+    };
+
     State Inspect(const std::string& path, const KBackupEntry& before) const;
     State InspectDirectory(
         const std::string& path, const KBackupEntry& now, const KBackupEntry& before
@@ -88,7 +96,8 @@ class KRestoration {
     void DeleteNew(const std::string& path);
     void DeleteNewDirectory(const std::string& path);
     void PutBackOne(const std::string& path, const KBackupEntry& entry);
-    unsigned PutBackFile(const KSYS::Place& place, const KBackupEntry& entry) const;
+    unsigned CopyBeside(const std::string& path, const KBackupEntry& entry);
+    void PutCopiesInPlace();
     static unsigned PutBackLink(const KSYS::Place& place, const KBackupEntry& entry);
     bool KeepBeside(const std::string& path);
     void DeleteUnlistedOfKit();
@@ -108,6 +117,9 @@ class KRestoration {
     std::vector<std::string> edited;
     bool hasWork = false;
     KRestored result;
+    std::vector<KCopyBeside> copies;
+    std::map<dev_t, KSYS::KDescriptor> copiedOn; // the first of them on each file system
+    std::uint64_t bytesBeside = 0;
     std::map<dev_t, KSYS::KDescriptor> written; // one directory on each file system
 };
 

@@ -24,6 +24,10 @@ using KSYS::LastLink;
 using KSYS::Place;
 using Kind = KBackupEntry::Kind;
 
+// How much waits beside its place for one flush.
+constexpr std::size_t mostCopies = 32; // each with a descriptor
+constexpr std::uint64_t mostBytesBeside = std::uint64_t{64} << 20U;
+
 /// Where `failed` says so, what was made beside the place goes instead.
 unsigned Rename(const std::string& temporary, const Place& place, unsigned failed) {
     const int at = place.directory.Get();
@@ -198,11 +202,13 @@ void KRestoration::PutBackAll(bool own, const std::function<bool()>& shallStop) 
             PutBackOne(path, entry);
         }
     }
+    PutCopiesInPlace();
     if (const auto found = entries.find(state);
         own && found != entries.end() && found->second.kind == Kind::File) {
         Flush();
         if (result.failures.empty()) { // else it still has to go on
             PutBackOne(state, found->second);
+            PutCopiesInPlace();
         }
     }
 }
@@ -306,11 +312,22 @@ void KRestoration::DeleteNewDirectory(const std::string& path) {
 }
 
 void KRestoration::PutBackOne(const std::string& path, const KBackupEntry& entry) {
+    if (entry.kind == Kind::File) {
+        unsigned failed = CopyBeside(path, entry);
+        if (failed != 0 && !copies.empty()) { // these hold room and descriptors
+            PutCopiesInPlace();
+            failed = CopyBeside(path, entry);
+        }
+        if (failed != 0) {
+            Failed(Text("cannot put back %s", path), failed);
+        } else if (copies.size() == mostCopies || bytesBeside >= mostBytesBeside) {
+            PutCopiesInPlace();
+        }
+        return;
+    }
     Place place;
     unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, place);
-    if (failed == 0) {
-        failed = entry.kind == Kind::File ? PutBackFile(place, entry) : PutBackLink(place, entry);
-    }
+    failed = failed == 0 ? PutBackLink(place, entry) : failed;
     if (failed != 0) {
         Failed(Text("cannot put back %s", path), failed);
     } else {
@@ -318,15 +335,18 @@ void KRestoration::PutBackOne(const std::string& path, const KBackupEntry& entry
     }
 }
 
-unsigned KRestoration::PutBackFile(const Place& place, const KBackupEntry& entry) const {
-    const std::string temporary = KSYS::TemporaryName();
-    const Entry beside(place.directory.Get(), temporary.c_str());
+unsigned KRestoration::CopyBeside(const std::string& path, const KBackupEntry& entry) {
+    KCopyBeside copy{path, {}, KSYS::TemporaryName(), 0};
     KSYS::KDescriptor source;
     KSYS::KDescriptor target;
-    struct stat kept {};
-    unsigned failed = KSYS::OpenRegularEntry(
-        {backup.directory.Get(), entry.stored.c_str()}, O_RDONLY, source, kept
-    );
+    struct stat status {};
+    unsigned failed = KSYS::FindPlace(path.c_str(), LastLink::Keep, copy.place);
+    if (failed == 0) {
+        failed = KSYS::OpenRegularEntry(
+            {backup.directory.Get(), entry.stored.c_str()}, O_RDONLY, source, status
+        );
+    }
+    const Entry beside(copy.place.directory.Get(), copy.temporary.c_str());
     if (failed == 0) {
         failed = KSYS::MakeFile(beside, target);
     }
@@ -347,10 +367,39 @@ unsigned KRestoration::PutBackFile(const Place& place, const KBackupEntry& entry
     if (failed == 0) {
         failed = KSYS::SetTime(target.Get(), entry.changed);
     }
-    if (failed == 0) { // a power cut must not leave the name with nothing behind it
-        failed = KSYS::Flush(target.Get());
+    if (failed == 0) {
+        failed = KSYS::ReadStatus(target.Get(), status);
     }
-    return Rename(temporary, place, failed);
+    if (failed != 0) { // this is what counts
+        static_cast<void>(KSYS::UnlinkEntry(beside));
+        return failed;
+    }
+    copy.device = status.st_dev;
+    copiedOn.try_emplace(copy.device, std::move(target));
+    copies.push_back(std::move(copy));
+    bytesBeside += entry.size;
+    return 0;
+}
+
+/// A loss of power must not leave a name with nothing behind it: their bytes are on the disk first.
+/// Whole file systems are flushed, of which each waits once for many files; and a btrfs that is
+/// flushed file by file writes a log, which Linux 6.18 cannot always replay.
+void KRestoration::PutCopiesInPlace() {
+    std::map<dev_t, unsigned> flushed;
+    for (const auto& [device, file] : copiedOn) {
+        flushed[device] = KSYS::FlushFileSystem(file.Get());
+    }
+    for (const KCopyBeside& copy : copies) {
+        const unsigned failed = Rename(copy.temporary, copy.place, flushed.at(copy.device));
+        if (failed != 0) {
+            Failed(Text("cannot put back %s", copy.path), failed);
+        } else {
+            Count(copy.path, result.putBack, copy.place);
+        }
+    }
+    copiedOn.clear();
+    copies.clear();
+    bytesBeside = 0;
 }
 
 unsigned KRestoration::PutBackLink(const Place& place, const KBackupEntry& entry) {
