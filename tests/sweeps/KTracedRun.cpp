@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "KTracedRun.h"
 
+#include "Files.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -230,6 +232,11 @@ void Fill(KTracedEnd& end, int status, const KOutput& out, const KOutput& err) {
     end.err = err.Read();
 }
 
+/// The numbers of this program's children, the oldest first, as proc(5) has them.
+std::string Children() {
+    return Read("/proc/thread-self/children");
+}
+
 /// One run. The kernel stops its threads at the calls that are watched, and at the end of one that is to
 /// be followed up. Children inherit the filter, and would have all these calls refused without a tracer;
 /// so they are traced too, and let go on at once.
@@ -271,6 +278,7 @@ class KTracer {
     std::map<pid_t, KPending> pendings;
     KTracedEnd end;
     int status = 0;
+    const std::string othersBefore = Children();
 };
 
 KTracedEnd KTracer::Run(const std::vector<std::string>& words) {
@@ -295,7 +303,7 @@ KTracedEnd KTracer::Run(const std::vector<std::string>& words) {
     return std::move(end);
 }
 
-/// Up to the end of all that it started.
+/// Up to the end of all that it started, and no further: whoever disturbs it goes on.
 void KTracer::Follow() {
     for (;;) {
         int stopped = 0;
@@ -308,8 +316,13 @@ void KTracer::Follow() {
             int signal = 0;
             const __ptrace_request request = GoOnFrom(thread, stopped, signal);
             ::ptrace(request, thread, nullptr, signal); // gone when it was killed meanwhile
-        } else if (thread == first) {
+            continue;
+        }
+        if (thread == first) {
             status = stopped;
+        }
+        if (Children() == othersBefore) {
+            return;
         }
     }
 }
