@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
 
+#include <bundle/JoinedHead.h>
 #include <bundle/KBundleError.h>
 #include <bundle/KWorkPlace.h>
 #include <sys/files/DirectoryEntry.h>
@@ -94,6 +96,23 @@ bool IsWorkName(std::string_view name) {
     return KSYS::IsTemporaryName(name);
 }
 
+bool IsHeadName(std::string_view name) {
+    constexpr std::size_t drawn = 10; // of mktemp(1)
+    return name.starts_with(headDirectoryBegin) && name.size() == headDirectoryBegin.size() + drawn;
+}
+
+/// Whether a head was put there by a script that did not come to its end: that takes moments, and holds
+/// no lock, which a shell cannot.
+bool IsHeadLeft(int directory, const struct stat& status) {
+    constexpr std::time_t longAgo = 3600; // seconds
+    std::vector<std::string> names;
+    return std::time(nullptr) - status.st_mtime > longAgo &&
+           KSYS::ListEntries({directory, "."}, names) == 0 &&
+           std::all_of(names.begin(), names.end(), [](const std::string& name) {
+               return name == headFile;
+           });
+}
+
 void RemoveLeftoversIn(const std::string& place) {
     std::vector<std::string> names;
     // Where others can rename, what was looked at need not be what is deleted.
@@ -104,10 +123,12 @@ void RemoveLeftoversIn(const std::string& place) {
         const std::string path = PathIn(place, name);
         KSYS::KDescriptor directory;
         struct stat status {};
-        if (IsWorkName(name) && KSYS::OpenDirectoryEntry(path, directory) == 0 &&
+        const bool isHead = IsHeadName(name);
+        if ((isHead || IsWorkName(name)) && KSYS::OpenDirectoryEntry(path, directory) == 0 &&
             KSYS::ReadStatus(directory.Get(), status) == 0 && KSYS::IsOwn(status) &&
             (status.st_mode & permissions) == S_IRWXU &&
-            KSYS::TryLockFile(directory.Get(), KSYS::LockKind::Exclusive) == 0) {
+            (isHead ? IsHeadLeft(directory.Get(), status)
+                    : KSYS::TryLockFile(directory.Get(), KSYS::LockKind::Exclusive) == 0)) {
             std::error_code stays; // the next run tries again
             fs::remove_all(path, stays);
         }

@@ -16,8 +16,8 @@ namespace KBUNDLE {
 std::vector<std::string> WorkPlacesFor(const std::string& productPlace);
 
 /// Deletes what killed runs left in these places: directories that are called as a KWorkPlace is, with
-/// its mode, of the same user, on which nobody holds a lock. Nothing in a place where others could
-/// exchange what was looked at.
+/// its mode, of the same user, on which nobody holds a lock; and those that a script put a program into
+/// an hour ago. Nothing in a place where others could exchange what was looked at.
 void RemoveLeftovers(const std::vector<std::string>& places);
 
 /// The lock of the KWorkPlace that this is, or that this lies directly in, where this process has it: by an

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include <bundle/BundleFormat.h>
+#include <bundle/JoinedHead.h>
 #include <bundle/KBundleError.h>
 #include <bundle/head/OwnBundle.h>
 #include <sys/auxv.h>
@@ -17,9 +18,8 @@ namespace KBUNDLE {
 namespace {
 
 constexpr const char* kernelsLink = "/proc/self/exe";
-// Both are in head/choose.sh too.
+// As head/choose.sh has them.
 constexpr std::string_view bundleWord = "--bundle-file=";
-constexpr std::string_view directoryBegin = ".ins-setup-head-";
 constexpr std::string_view probeWord = "--can-run";
 
 std::string CalledAs() {
@@ -35,7 +35,7 @@ unsigned OpenOwn(const std::string& path, KSYS::KDescriptor& file, struct stat& 
 
 /// Whether it lies alone where the script put it, and is no bundle: with one, words are the user's.
 bool IsTakenOut(const std::filesystem::path& path) {
-    if (!path.parent_path().filename().string().starts_with(directoryBegin)) {
+    if (!path.parent_path().filename().string().starts_with(headDirectoryBegin)) {
         return false;
     }
     KSYS::KDescriptor file;
