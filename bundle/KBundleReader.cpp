@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
-#include <memory>
 
 #include <bundle/Architecture.h>
 #include <bundle/KBundleError.h>
 #include <bundle/KBundleReader.h>
+#include <bundle/KFrames.h>
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileContent.h>
 #include <zstd.h>
@@ -14,74 +14,6 @@ namespace KBUNDLE {
 namespace {
 
 constexpr std::size_t chunkBytes = std::size_t{1} << 20U;
-/// A frame that asks for more memory is refused; the packer stays below.
-constexpr int largestWindowLog = 27;
-
-std::size_t UpToChunk(std::uint64_t bytes) {
-    return static_cast<std::size_t>(std::min<std::uint64_t>(bytes, chunkBytes));
-}
-
-/// The frames of a part of a file, as what is in them.
-class KFrames {
-  public:
-    KFrames(int itsFile, std::string itsPath, std::uint64_t begin, std::uint64_t byteCount)
-        : file(itsFile),
-          path(std::move(itsPath)),
-          offset(begin),
-          left(byteCount) {
-        if (stream == nullptr) {
-            throw std::bad_alloc();
-        }
-        ::ZSTD_DCtx_setParameter(stream.get(), ZSTD_d_windowLogMax, largestWindowLog);
-    }
-
-    /// The next bytes, at most 1 MiB and `most`; none where the frames are wrong or at an end.
-    std::string_view Next(std::uint64_t most) {
-        ZSTD_outBuffer out{unpacked.get(), UpToChunk(most), 0};
-        while (out.pos < out.size) {
-            if (in.pos == in.size && !Fill() && isDrained) {
-                break;
-            }
-            const std::size_t before = out.pos;
-            const std::size_t result = ::ZSTD_decompressStream(stream.get(), &out, &in);
-            if (::ZSTD_isError(result) != 0) {
-                return {};
-            }
-            isDrained = in.pos == in.size && out.pos == before;
-        }
-        return {unpacked.get(), out.pos};
-    }
-
-  private:
-    bool Fill() {
-        std::size_t count = 0;
-        const std::size_t wanted = UpToChunk(left);
-        if (wanted == 0) {
-            return false;
-        }
-        const unsigned failed =
-            KSYS::ReadAt(file, packed.get(), wanted, static_cast<off_t>(offset), count);
-        if (failed != 0) {
-            FailOnRead(path, failed);
-        }
-        offset += count;
-        left = count == 0 ? 0 : left - count;
-        in = {packed.get(), count, 0};
-        isDrained = false;
-        return count != 0;
-    }
-
-    int file;
-    std::string path;
-    std::uint64_t offset;
-    std::uint64_t left;
-    bool isDrained = true; // nothing more comes without further input
-    std::unique_ptr<char[]> packed = std::make_unique_for_overwrite<char[]>(chunkBytes);
-    std::unique_ptr<char[]> unpacked = std::make_unique_for_overwrite<char[]>(chunkBytes);
-    ZSTD_inBuffer in{packed.get(), 0, 0};
-    std::unique_ptr<ZSTD_DCtx, std::size_t (*)(ZSTD_DCtx*)> stream{
-        ::ZSTD_createDCtx(), &::ZSTD_freeDCtx};
-};
 
 /// Takes what is not wanted, as it stands in between.
 class KPassed : public KBundleSink {
