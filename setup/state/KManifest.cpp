@@ -190,17 +190,17 @@ bool KManifest::HasFiles() const noexcept {
 }
 
 void KManifest::Merge(const KManifest& former) {
-    KEntryLook look;
-    for (const auto& [path, entry] : former.entries) {
-        unsigned whyMissing = 0;
-        const bool isThere = look.At(path, whyMissing).has_value();
-        if (!isThere && !CountsAsMissing(whyMissing)) {
-            throw CannotLookAt(path, whyMissing);
+    former.LookAtEach(
+        [&](const std::string& path, const KManifestEntry& entry, bool isThere, unsigned whyMissing
+        ) {
+            if (!isThere && !CountsAsMissing(whyMissing)) {
+                throw CannotLookAt(path, whyMissing);
+            }
+            if (isThere || whyMissing == 0) {
+                entries.try_emplace(path, entry);
+            }
         }
-        if (isThere || whyMissing == 0) {
-            entries.try_emplace(path, entry);
-        }
-    }
+    );
 }
 
 void KManifest::Write(const std::string& serviceName, const std::string& base) const {

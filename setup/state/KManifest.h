@@ -7,6 +7,7 @@
 #include <setup/text/KText.h>
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -170,6 +171,13 @@ class KManifest {
     Remove(const std::string& serviceName, const std::string& base = stateBaseDirectory);
 
   private:
+    /// `whyMissing` is 0 also for what is there and of no kind that is installed.
+    using KEntryLooked = std::function<void(
+        const std::string& path, const KManifestEntry& entry, bool isThere, unsigned whyMissing
+    )>;
+
+    /// What stands there now of all of it. What was in a directory that is gone is not asked for.
+    void LookAtEach(const KEntryLooked& looked) const;
     void Parse(const std::string& text);
     void ParseHead(const KJsonLine& line);
 

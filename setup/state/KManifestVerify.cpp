@@ -198,15 +198,27 @@ std::vector<KManifestDifference> KManifest::Verify(const std::set<std::string>& 
     return differences;
 }
 
+void KManifest::LookAtEach(const KEntryLooked& looked) const {
+    KEntryLook look;
+    const std::string* gone = nullptr; // a directory, behind which comes what was in it
+    for (const auto& [path, entry] : entries) {
+        unsigned whyMissing = ENOENT;
+        const bool isThere =
+            (gone == nullptr || !IsAtOrBelow(path, *gone)) && look.At(path, whyMissing).has_value();
+        if (whyMissing == ENOENT && entry.kind == EntryKind::Directory) {
+            gone = &path;
+        }
+        looked(path, entry, isThere, whyMissing);
+    }
+}
+
 std::vector<std::string> KManifest::FindRemaining() const {
     std::vector<std::string> remaining;
-    for (const auto& [path, entry] : entries) {
-        struct stat status {};
-        const unsigned error = KSYS::ReadStatus(path, KSYS::LastLink::Keep, status);
-        if (error == 0 || (error != ENOENT && error != ENOTDIR)) {
+    LookAtEach([&](const std::string& path, const KManifestEntry&, bool, unsigned whyMissing) {
+        if (whyMissing != ENOENT && whyMissing != ENOTDIR) {
             remaining.push_back(path);
         }
-    }
+    });
     return remaining;
 }
 

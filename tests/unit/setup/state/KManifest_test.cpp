@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <climits>
 
 namespace {
 
@@ -232,6 +233,20 @@ TEST_F(KManifestTest, ARemovalLearnsWhatItLeftBehind) {
     tree.Remove("p/a\nb\xFF");
     tree.Remove("p/link");
     EXPECT_THAT(manifest.FindRemaining(), ElementsAre(tree.Path("p"), tree.Path("p/conf")));
+}
+
+TEST_F(KManifestTest, WhatWasInADirectoryThatIsGoneIsNotAskedFor) {
+    tree.Write("p/sub/a", "a");
+    tree.Write("p/sub/b", "b");
+    tree.Write("p/sub-more", "beside it");
+    const KManifest manifest(
+        {tree.Path("p/sub"), tree.Path("p/sub-more"), tree.Path("p/sub/a"), tree.Path("p/sub/b")}
+    );
+    tree.Remove("p/sub");
+    failcall_arm("fstatat", UINT_MAX, EIO, 0);
+    EXPECT_THAT(manifest.FindRemaining(), ElementsAre(tree.Path("p/sub-more")));
+    EXPECT_EQ(failcall_disarm(), 2U);
+    EXPECT_EQ(manifest.WithoutMissing().GetEntries().size(), 1U);
 }
 
 TEST_F(KManifestTest, APathThatIsWrittenInTwoWaysIsOne) {
