@@ -20,8 +20,11 @@ constexpr unsigned runningState = 4; // of a service
 /// "cannot write /opt/p/a: No space left on device".
 KText WordsOfSystem(const KSUP::KError& error) {
     const std::string path = error.GetPath().c_str();
-    const std::string whole = error.HasInfo() ? error.GetInfo().GetString().c_str()
-                                              : path + ": " + error.GetReason().c_str();
+    std::string whole = error.HasInfo() ? error.GetInfo().GetString().c_str()
+                                        : path + ": " + error.GetReason().c_str();
+    if (!error.HasInfo() && path.empty()) { // of no file, such as a lock that cannot be had
+        whole = std::generic_category().message(static_cast<int>(error.GetCode()));
+    }
     const KText limit = error.GetCode() == EFBIG
                             ? Text(" (a limit of the caller, as ulimit -f sets "
                                    "it, or of the file system)")

@@ -40,4 +40,18 @@ TEST(DescribeErrorTest, ALinkThatCannotBeReadIsNotCalledMissing) {
     }
 }
 
+/// As the lock of a rule manager has it for which there is no memory.
+TEST(DescribeErrorTest, AnErrorOfTheSystemWithoutAFileHasItsWords) {
+    try {
+        KSUP::KErrorSource{"test"}.RaiseAs(
+            {KSUP::KErrorKind::System, KSUP::KOperation::None, {}, {}},
+            KSUP::TraceLevel::setup,
+            ENOMEM
+        );
+        FAIL();
+    } catch (const KSUP::KError& error) {
+        EXPECT_EQ(KSETUP::DescribeError(error).English(), "Cannot allocate memory");
+    }
+}
+
 } // namespace
