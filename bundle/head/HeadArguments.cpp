@@ -88,11 +88,15 @@ BundlePart PartFor(const std::vector<std::string>& words) {
 }
 
 std::string PlaceIn(const std::vector<std::string>& words) {
-    // A word behind an option may be that option's.
-    const bool hasPlace = words.size() > 1 && words[0] == "install" &&
-                          words.back().starts_with('/') &&
-                          (words.size() == 2 || !words[words.size() - 2].starts_with('-'));
-    return hasPlace ? words.back() : "";
+    if (words.size() < 2 || words[0] != "install") {
+        return "";
+    }
+    if (words[1].starts_with('/')) {
+        return words[1];
+    }
+    // Else the last one; behind an option it may be that option's.
+    const bool isPlace = words.back().starts_with('/') && !words[words.size() - 2].starts_with('-');
+    return isPlace ? words.back() : "";
 }
 
 bool WorksInTree(const std::vector<std::string>& words) {
