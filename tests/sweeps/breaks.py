@@ -72,6 +72,15 @@ FLUSHES = [
         ),
     ),
     Break(
+        "what is put back takes its place before its bytes are on the disk",
+        "cut", "--only restore:together/ext4-late/b",
+        Change(
+            "setup/state/KRestorationSteps.cpp",
+            "        flushed[device] = KSYS::FlushFileSystem(file.Get());",
+            "        flushed[device] = BROKEN ? 0 : KSYS::FlushFileSystem(file.Get());",
+        ),
+    ),
+    Break(
         "a backup is not flushed before the first change",
         "cut", "--only backup:together/ext4-late/b --every 16",
         Change(
