@@ -20,10 +20,12 @@ constexpr unsigned runningState = 4; // of a service
 /// "cannot write /opt/p/a: No space left on device".
 KText WordsOfSystem(const KSUP::KError& error) {
     const std::string path = error.GetPath().c_str();
-    std::string whole = error.HasInfo() ? error.GetInfo().GetString().c_str()
-                                        : path + ": " + error.GetReason().c_str();
+    const std::string reason = error.GetReason().c_str();
+    std::string whole =
+        error.HasInfo() ? error.GetInfo().GetString().c_str() : path + ": " + reason;
     if (!error.HasInfo() && path.empty()) { // of no file, such as a lock that cannot be had
-        whole = std::generic_category().message(static_cast<int>(error.GetCode()));
+        whole = reason.empty() ? std::generic_category().message(static_cast<int>(error.GetCode()))
+                               : reason;
     }
     const KText limit = error.GetCode() == EFBIG
                             ? Text(" (a limit of the caller, as ulimit -f sets "

@@ -40,18 +40,23 @@ TEST(DescribeErrorTest, ALinkThatCannotBeReadIsNotCalledMissing) {
     }
 }
 
-/// As the lock of a rule manager has it for which there is no memory.
-TEST(DescribeErrorTest, AnErrorOfTheSystemWithoutAFileHasItsWords) {
+/// Of a failure that is of no file.
+std::string WordsWithoutFile(const char* reason, unsigned code) {
     try {
         KSUP::KErrorSource{"test"}.RaiseAs(
-            {KSUP::KErrorKind::System, KSUP::KOperation::None, {}, {}},
+            {KSUP::KErrorKind::System, KSUP::KOperation::None, {}, reason},
             KSUP::TraceLevel::setup,
-            ENOMEM
+            code
         );
-        FAIL();
     } catch (const KSUP::KError& error) {
-        EXPECT_EQ(KSETUP::DescribeError(error).English(), "Cannot allocate memory");
+        return KSETUP::DescribeError(error).English();
     }
+}
+
+TEST(DescribeErrorTest, AnErrorOfTheSystemWithoutAFileHasItsWords) {
+    // As the lock of a rule manager has it for which there is no memory.
+    EXPECT_EQ(WordsWithoutFile("", ENOMEM), "Cannot allocate memory");
+    EXPECT_EQ(WordsWithoutFile("no such lock", KSUP::ErrorCode::notFound), "no such lock");
 }
 
 } // namespace
