@@ -137,8 +137,7 @@ void RemoveLeftoversIn(const std::string& place) {
 
 /// The descriptor by which this process has a directory open, and locked.
 int FindHeld(const struct stat& wanted) {
-    constexpr int mostOpen = 256; // it is opened early, so its number is low
-    for (int number = STDERR_FILENO + 1; number < mostOpen; ++number) {
+    for (int number = STDERR_FILENO + 1; number < mostHeld; ++number) {
         struct stat status {};
         if (KSYS::ReadStatus(number, status) == 0 && KSYS::IsSameFile(status, wanted) &&
             KSYS::TryLockFile(number, KSYS::LockKind::Exclusive) == 0) {

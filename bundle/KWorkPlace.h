@@ -20,6 +20,9 @@ std::vector<std::string> WorkPlacesFor(const std::string& productPlace);
 /// an hour ago. Nothing in a place where others could exchange what was looked at.
 void RemoveLeftovers(const std::vector<std::string>& places);
 
+/// What a process is left by the one that started it is opened early there, so its number is below this.
+constexpr int mostHeld = 256;
+
 /// The lock of the KWorkPlace that this is, or that this lies directly in, where this process has it: by an
 /// object of its own, or left to it by the process that started it.
 ///

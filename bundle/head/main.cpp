@@ -14,6 +14,7 @@
 #include <bundle/KBundleError.h>
 #include <bundle/KWorkPlace.h>
 #include <bundle/UnpackBundle.h>
+#include <bundle/UnpackedTable.h>
 #include <bundle/head/HeadArguments.h>
 #include <bundle/head/OwnBundle.h>
 #include <fcntl.h>
@@ -264,6 +265,10 @@ int Run(
         }
         return Tell(arguments, {signalBase + signal, "Stopped on request. Nothing was changed."});
     }
+    KSYS::KDescriptor table;
+    if (part == KBUNDLE::BundlePart::Everything) {
+        table = KBUNDLE::KeepTable(bundle.GetTable(), directory);
+    }
     const bool isForLoader = IsForLoader(directory);
     const std::string own = directory + "/" + program;
     std::vector<std::string> words{own, own};
@@ -274,7 +279,7 @@ int Run(
     words.insert(words.end(), arguments.words.begin(), arguments.words.end());
     int status = 0;
     const unsigned failed =
-        signals.Run(words, EnvironmentFor(isForLoader), place->GetLock(), status);
+        signals.Run(words, EnvironmentFor(isForLoader), {place->GetLock(), table.Get()}, status);
     place.reset();
     if (failed != 0) {
         KBUNDLE::FailOnRead(own, failed);

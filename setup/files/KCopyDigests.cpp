@@ -65,13 +65,22 @@ std::string KCopyDigests::FindExpected(const std::string& source) const {
     return known != sealed.end() ? known->second.sha256 : unlisted;
 }
 
-void KCopyDigests::Add(const std::string& source, const std::string& target) {
+void KCopyDigests::Add(
+    const std::string& source, const std::string& target, const KFileDigest& known
+) {
     Job job{NormalPath(source), NormalPath(target), {}};
     job.expected = FindExpected(job.source);
     const auto lasting = copiesTo.find(job.target);
     // A target of two copies is another one by the time that the thread comes to the first.
     const bool isLasting = lasting != copiesTo.end() && lasting->second == 1;
     if (!isLasting && job.expected.empty()) {
+        return;
+    }
+    const bool isKnown =
+        !known.sha256.empty() && (job.expected.empty() || job.expected == known.sha256);
+    if (isLasting && isKnown) {
+        const KSYS::KScopedLock hold(guard);
+        digests.insert_or_assign(lasting->first, known);
         return;
     }
     {

@@ -43,8 +43,10 @@ class KCopyDigests {
     KCopyDigests(const KCopyDigests&) = delete;
     KCopyDigests& operator=(const KCopyDigests&) = delete;
 
-    /// A file was copied. One of a sealed kit that will not stay as it is is read at once.
-    void Add(const std::string& source, const std::string& target);
+    /// A file was copied. One of a sealed kit that will not stay as it is is read at once. One of which
+    /// somebody `known` made the digest while it was written, and nobody could write to it since, is not
+    /// read once more; without a digest nothing is known.
+    void Add(const std::string& source, const std::string& target, const KFileDigest& known = {});
     /// Waits until all that was added is read.
     ///
     /// Returns  the targets that are not what the kit's seal lists, whose sources somebody changed;

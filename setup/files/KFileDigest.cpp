@@ -30,17 +30,18 @@ const EVP_MD* Method() {
     return method != nullptr ? method : ::EVP_sha256();
 }
 
-std::string HexText(const unsigned char* bytes, unsigned count) {
+} // namespace
+
+std::string HexText(std::span<const std::uint8_t> bytes) {
     static constexpr const char* digits = "0123456789abcdef";
     std::string text;
-    for (unsigned at = 0; at < count; ++at) {
-        text += digits[bytes[at] >> 4U];
-        text += digits[bytes[at] & 0xFU];
+    text.reserve(2 * bytes.size());
+    for (const std::uint8_t byte : bytes) {
+        text += digits[byte >> 4U];
+        text += digits[byte & 0xFU];
     }
     return text;
 }
-
-} // namespace
 
 /// A digest that is being computed.
 class KDigestSum::Sha256 {
@@ -59,7 +60,7 @@ class KDigestSum::Sha256 {
         std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
         unsigned digestBytes = 0;
         Check(::EVP_DigestFinal_ex(context.get(), digest.data(), &digestBytes));
-        return HexText(digest.data(), digestBytes);
+        return HexText({digest.data(), digestBytes});
     }
 
   private:

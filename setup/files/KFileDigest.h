@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -36,6 +37,9 @@ KFileDigest DigestFile(
     const std::function<bool()>& shallStop = {},
     KWriting writing = KWriting::Leave
 );
+
+/// Bytes in hexadecimal, as digests are written.
+std::string HexText(std::span<const std::uint8_t> bytes);
 
 /// SHA-256 of bytes, in hexadecimal.
 ///

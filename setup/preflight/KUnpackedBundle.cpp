@@ -18,6 +18,7 @@
 #include <bundle/Architecture.h>
 #include <bundle/KBundleError.h>
 #include <bundle/UnpackBundle.h>
+#include <bundle/UnpackedTable.h>
 #include <sys/files/DirectoryEntry.h>
 #include <sys/files/FileCalls.h>
 #include <sys/files/FileContent.h>
@@ -201,6 +202,7 @@ void KUnpackedBundle::Unpack(const std::function<bool()>& shallStop) {
         });
         MakeDirectories(kit);
         KBUNDLE::UnpackBundle(reader, kit, KBUNDLE::BundlePart::Everything, shallStop);
+        table = KBUNDLE::KeepTable(reader.GetTable(), kit);
     } catch (const KBUNDLE::KBundleError& error) {
         switch (error.GetKind()) {
         case KBUNDLE::KBundleError::Kind::NoBundle:

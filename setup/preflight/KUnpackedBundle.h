@@ -66,6 +66,7 @@ class KUnpackedBundle {
     KSignedFile bundle;
     KSYS::KDescriptor content;     ///< what was verified
     std::uint64_t copiedBytes = 0; ///< of it
+    KSYS::KDescriptor table;       ///< of what was unpacked (FindKeptTable)
 };
 
 } // namespace KSETUP

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <bundle/KWorkPlace.h>
+#include <bundle/UnpackedTable.h>
 #include <sys/files/FileStatus.h>
 #include <sys/files/SecondName.h>
 
@@ -39,6 +40,50 @@ std::unordered_set<std::string> WithOwnRights(const KPlan& plan) {
         }
     });
     return paths;
+}
+
+/// What is known of the files of a kit from the table of its bundle.
+class UnpackedFiles {
+  public:
+    UnpackedFiles(
+        const std::optional<KBUNDLE::KBundleTable>& table, const std::string& kitDirectory
+    )
+        : kit(NormalPath(kitDirectory)) {
+        if (table) {
+            for (const KBUNDLE::KBundleEntry& entry : table->entries) {
+                files.emplace(entry.name, &entry);
+            }
+        }
+    }
+
+    /// Nothing where the table does not have it.
+    KFileSharing::Unpacked Find(std::string_view source) const {
+        const std::string path = NormalPath(std::string(source));
+        const auto known = IsAtOrBelow(path, kit) && path.size() > kit.size()
+                               ? files.find(std::string_view(path).substr(kit.size() + 1))
+                               : files.end();
+        if (known == files.end() || known->second->isDirectory) {
+            return {};
+        }
+        const KBUNDLE::KBundleEntry& entry = *known->second;
+        return {
+            entry.byteCount,
+            {.tv_sec = static_cast<time_t>(entry.seconds),
+             .tv_nsec = static_cast<long>(entry.nanoseconds)},
+            entry.sha256};
+    }
+
+  private:
+    const std::string kit;
+    std::unordered_map<std::string_view, const KBUNDLE::KBundleEntry*> files;
+};
+
+/// Whether nobody wrote to a file since it was unpacked: its time would be another one. Only who may do
+/// anything could, as the directory is private.
+bool IsAsUnpacked(const struct stat& status, const KFileSharing::Unpacked& file) {
+    return static_cast<std::uint64_t>(status.st_size) == file.byteCount &&
+           status.st_mtim.tv_sec == file.changed.tv_sec &&
+           status.st_mtim.tv_nsec == file.changed.tv_nsec;
 }
 
 /// Directories in which files of one file system are made without inheriting anything.
@@ -89,6 +134,8 @@ KFileSharing::KFileSharing(
     }
     const Paths made = NewFiles(plan);
     PlainDirectories directories(unpacked.st_dev, WithOwnRights(plan));
+    const std::optional<KBUNDLE::KBundleTable> table = KBUNDLE::FindKeptTable(kitDirectory);
+    const UnpackedFiles files(table, kitDirectory);
     for (const KCopy& copy : lasting) {
         const std::string target(copy.target);
         struct stat source {};
@@ -96,7 +143,7 @@ KFileSharing::KFileSharing(
             directories.Has(ParentPath(target)) &&
             KSYS::IsPlainFile(std::string(copy.source), source) &&
             source.st_dev == unpacked.st_dev) {
-            shared.insert(copy.target);
+            shared.emplace(copy.target, files.Find(copy.source));
         }
     }
 }
@@ -105,16 +152,26 @@ bool KFileSharing::Link(
     const KSUP::KString& source,
     KSUP::KDirectory* fromDirectory,
     const KSUP::KString& target,
-    KSUP::KDirectory* toDirectory
+    KSUP::KDirectory* toDirectory,
+    KFileDigest& digest
 ) {
     struct stat status {};
+    const auto found = shared.find(NormalPath(target.c_str()));
     // The first of two copies of one file has the name by now.
-    if (!IsShared(NormalPath(target.c_str())) || !KSYS::IsPlainFile(source.c_str(), status)) {
+    if (found == shared.end() || !KSYS::IsPlainFile(source.c_str(), status)) {
         return false;
     }
     // What the disk failed to write while it was unpacked is this run's failure too.
     isTracked = isTracked || SvcTrackWritesSince(unpackedSince) == 0;
-    return isTracked && KSUP::KFileBase::Link(source, fromDirectory, target, toDirectory) == 0;
+    if (!isTracked || KSUP::KFileBase::Link(source, fromDirectory, target, toDirectory) != 0) {
+        return false;
+    }
+    const Unpacked& file = found->second;
+    if (file.sha256 && IsAsUnpacked(status, file)) {
+        constexpr unsigned permissions = 07777;
+        digest = {0, file.byteCount, HexText(*file.sha256), status.st_mode & permissions};
+    }
+    return true;
 }
 
 } // namespace KSETUP

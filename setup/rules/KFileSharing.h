@@ -6,10 +6,15 @@
 #include <sup++/KDirectory.h>
 #include <sup++/KString.h>
 
+#include <cstdint>
+#include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
+
+#include <bundle/KSha256.h>
 
 namespace KSETUP {
 
@@ -21,6 +26,13 @@ namespace KSETUP {
 /// Threads  constructed on one; Link on the run's
 class KFileSharing {
   public:
+    /// A file as the bundle's table has it; with no sum where that is not known.
+    struct Unpacked {
+        std::uint64_t byteCount = 0;
+        timespec changed{};
+        std::optional<KBUNDLE::KSha256Bytes> sha256;
+    };
+
     /// Of the copies that last (LastingCopies), those from such a kit to where nothing stands, on the
     /// same file system, whose rights nothing else changes. None of another kit.
     KFileSharing(
@@ -30,18 +42,21 @@ class KFileSharing {
     /// By its normal path.
     bool IsShared(const std::string& target) const { return shared.contains(target); }
 
+    /// `digest` is what is known of the file from its unpacking; it has no sum where nothing is.
+    ///
     /// Returns  whether it was done; else nothing was, and the file has to be copied
     bool Link(
         const KSUP::KString& source,
         KSUP::KDirectory* fromDirectory,
         const KSUP::KString& target,
-        KSUP::KDirectory* toDirectory
+        KSUP::KDirectory* toDirectory,
+        KFileDigest& digest
     );
 
   private:
     int unpackedSince = -1; // opened before the kit was unpacked
     bool isTracked = false;
-    std::unordered_set<std::string_view> shared;
+    std::unordered_map<std::string_view, Unpacked> shared; // by their targets
 };
 
 } // namespace KSETUP

@@ -268,12 +268,12 @@ void KOwnedFileRule::CopyAndTell(
     KSUP::KDirectory* toDirectory
 ) {
     CopyHeld(source, fromDirectory, target, toDirectory);
-    Tell(source, target);
+    Tell(source, target, {});
 }
 
-void KOwnedFileRule::Tell(const KString& source, const KString& target) {
+void KOwnedFileRule::Tell(const KString& source, const KString& target, const KFileDigest& known) {
     if (changes.copied && !manager->IsCancelled()) { // else it was taken away again
-        changes.copied(source.c_str(), target.c_str());
+        changes.copied(source.c_str(), target.c_str(), known);
     }
 }
 
@@ -284,15 +284,16 @@ bool KOwnedFileRule::Share(
     const KString& target,
     KSUP::KDirectory* toDirectory
 ) {
+    KFileDigest known;
     if (changes.sharing == nullptr || manager->IsCancelled() ||
-        !changes.sharing->Link(source, fromDirectory, target, toDirectory)) {
+        !changes.sharing->Link(source, fromDirectory, target, toDirectory, known)) {
         return false;
     }
     constexpr double whole = 100;
     manager->SetCurrentTarget(KSUP::KOperation::Write, target);
     manager->SetCurrentRuleStatus("Copying file " + target);
     UpdateStatus(source, whole);
-    Tell(source, target);
+    Tell(source, target, known);
     return true;
 }
 

@@ -53,7 +53,7 @@ class KOwnedFileRule : public KINS::KFileRule {
         const KSUP::KString& target,
         KSUP::KDirectory* toDirectory
     );
-    void Tell(const KSUP::KString& source, const KSUP::KString& target);
+    void Tell(const KSUP::KString& source, const KSUP::KString& target, const KFileDigest& known);
     void NoteConfiguration(const KSUP::KString& source, const std::string& target);
     bool Keeps(const std::string& source, const std::string& target);
     void DeleteMatches();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/files/KFileDigest.h>
 #include <setup/text/KText.h>
 
 #include <deque>
@@ -66,8 +67,11 @@ struct KRunChanges {
     ///
     /// Lifetime borrowed, as long as the run
     KFileSharing* sharing = nullptr;
-    /// Told of each copy, its source and its target, when it is whole. On the run's thread.
-    std::function<void(const std::string& source, const std::string& target)> copied;
+    /// Told of each copy, its source and its target, when it is whole; `known` is its digest where that
+    /// was made already. On the run's thread.
+    std::function<
+        void(const std::string& source, const std::string& target, const KFileDigest& known)>
+        copied;
 };
 
 } // namespace KSETUP

@@ -178,11 +178,12 @@ KRun::KRun(KCheckedRun&& checkedRun, std::function<void()> whenCopied)
     changes.planned = PlannedMatches(GetPlanned().GetPlan());
     changes.formerOwners = FindOwners(GetPlanned().GetPolicy());
     changes.sharing = &checked.GetSharing();
-    changes.copied = [this](const std::string& source, const std::string& target) {
-        checked.GetCopies().Add(source, target);
-        checked.GetReadAhead().NoteCopied();
-        copiedCount.fetch_add(1, std::memory_order_relaxed);
-    };
+    changes.copied =
+        [this](const std::string& source, const std::string& target, const KFileDigest& known) {
+            checked.GetCopies().Add(source, target, known);
+            checked.GetReadAhead().NoteCopied();
+            copiedCount.fetch_add(1, std::memory_order_relaxed);
+        };
     KSYS::ReturnFreedMemory(); // all that the looks before the first change needed
     context.reporter.Start(report);
     NoteWhatMayGo();

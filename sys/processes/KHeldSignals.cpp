@@ -45,7 +45,10 @@ int KHeldSignals::Take() noexcept {
 }
 
 unsigned KHeldSignals::Run(
-    std::vector<std::string> words, std::vector<std::string> environment, int kept, int& status
+    std::vector<std::string> words,
+    std::vector<std::string> environment,
+    const std::vector<int>& kept,
+    int& status
 ) {
     const std::vector<char*> pointers = PointersTo(words);
     const std::vector<char*> variables = PointersTo(environment);
@@ -55,7 +58,11 @@ unsigned KHeldSignals::Run(
     ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
-    ::posix_spawn_file_actions_adddup2(&actions, kept, kept); // which keeps it open
+    for (const int each : kept) {
+        if (each >= 0) {
+            ::posix_spawn_file_actions_adddup2(&actions, each, each); // which keeps it open
+        }
+    }
     pid_t child = 0;
     const int error = ::posix_spawn(
         &child, pointers[0], &actions, &attributes, pointers.data() + 1, variables.data()

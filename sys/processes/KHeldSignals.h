@@ -22,13 +22,15 @@ class KHeldSignals {
 
     /// Runs a program to its end, with this process's input, output and working directory, and passes
     /// on what somebody sends to this process. What a terminal sends, it sends to both. `words` are the
-    /// program's path, its name and its arguments; the descriptor `kept` stays open in it.
+    /// program's path, its name and its arguments; the descriptors `kept` stay open in it, those that are.
     ///
     /// Returns  0 or errno, and then no program ran; `status` as waitpid(2) gives it
     /// Throws   std::bad_alloc
     [[nodiscard]] unsigned
-    Run(std::vector<std::string> words, std::vector<std::string> environment, int kept, int& status
-    );
+    Run(std::vector<std::string> words,
+        std::vector<std::string> environment,
+        const std::vector<int>& kept,
+        int& status);
 
     /// Waits for the end of a child, as waitpid(2) gives it, and passes signals on to it in the same way.
     /// Other children that end meanwhile are reaped.

@@ -55,6 +55,32 @@ TEST_F(KCopyDigestsTest, AreOfWhatWasWrittenAndNotOfItsSource) {
     EXPECT_EQ(digests.at(tree.Path("opt/b")).size, 1U);
 }
 
+TEST_F(KCopyDigestsTest, WhatIsKnownIsNotRead) {
+    KCopyDigests copies({Copy("missing"), Copy("a")}, Sealed(), Kit());
+    copies.Add(tree.Path("other/missing"), tree.Path("opt/missing"), {0, 7, sumOfB, 0640});
+    copies.Add(tree.Path("kit/a"), tree.Path("opt/a"), {0, 1, sumOfA, 0600});
+    EXPECT_THAT(copies.FindBroken(), IsEmpty());
+    const KSETUP::KKeptDigests digests = copies.Take();
+    EXPECT_EQ(digests.at(tree.Path("opt/missing")).sha256, sumOfB);
+    EXPECT_EQ(digests.at(tree.Path("opt/missing")).size, 7U);
+    EXPECT_EQ(digests.at(tree.Path("opt/missing")).mode, 0640U);
+    EXPECT_EQ(digests.at(tree.Path("opt/a")).mode, 0600U);
+}
+
+TEST_F(KCopyDigestsTest, WhatIsKnownAndNotWhatWasSealedIsRead) {
+    KCopyDigests copies({Copy("a")}, Sealed(), Kit());
+    copies.Add(tree.Path("kit/a"), tree.Path("opt/a"), {0, 1, sumOfB, 0600});
+    EXPECT_THAT(copies.FindBroken(), IsEmpty()); // as it is what was sealed
+    EXPECT_EQ(copies.Take().at(tree.Path("opt/a")).sha256, sumOfA);
+}
+
+/// What stands there in the end is another file.
+TEST_F(KCopyDigestsTest, WhatIsKnownOfACopyThatDoesNotLastIsForgotten) {
+    KCopyDigests copies({Copy("a"), Copy("a")}, {}, Kit());
+    copies.Add(tree.Path("kit/a"), tree.Path("opt/a"), {0, 1, sumOfB, 0600});
+    EXPECT_THAT(copies.Take(), IsEmpty());
+}
+
 TEST_F(KCopyDigestsTest, WhatDoesNotLastIsNotKnown) {
     KCopyDigests copies({Copy("a"), Copy("a")}, {}, Kit()); // two copies to one target
     Tell(copies, "a");

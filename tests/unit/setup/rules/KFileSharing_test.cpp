@@ -8,12 +8,18 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <system_error>
 
 #include <bundle/KWorkPlace.h>
+#include <bundle/UnpackedTable.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -48,15 +54,18 @@ class KFileSharingTest : public ::testing::Test {
             KChangePolicy(ownership, tree.Path("product"), KChangePolicy::Options())
         );
         const std::vector<KCopy> lasting = LastingCopies(plan, kit);
+        beforeLinks();
         KFileSharing sharing(plan, lasting, kit);
         std::string names;
         for (const KCopy& copy : lasting) {
             const std::string target(copy.target);
             if (sharing.IsShared(target)) {
                 const KSUP::KString source = std::string(copy.source).c_str();
-                const bool isDone = sharing.Link(source, nullptr, target.c_str(), nullptr);
+                KFileDigest digest;
+                const bool isDone = sharing.Link(source, nullptr, target.c_str(), nullptr, digest);
                 names += (names.empty() ? "" : " ") + target.substr(target.rfind('/') + 1);
                 names += isDone ? "" : "!";
+                digests[target.substr(target.rfind('/') + 1)] = digest;
             }
         }
         return names;
@@ -66,7 +75,27 @@ class KFileSharingTest : public ::testing::Test {
         return Shared(lines, place->GetPath());
     }
 
+    /// As if "a" had been unpacked of a bundle to this directory, by this process.
+    void Unpack(const std::string& directory) {
+        KBUNDLE::KBundleTable table;
+        table.entries.push_back({.name = "a", .mode = 0640, .byteCount = 1, .sha256 = sum});
+        table.entries.back().seconds = 1'000'000'000;
+        table.entries.back().nanoseconds = 123'456'789;
+        kept.push_back(KBUNDLE::KeepTable(table, directory));
+        EXPECT_TRUE(kept.back().IsOpen());
+    }
+    /// What the table says.
+    static void SetUnpackedTime(const std::string& path) {
+        const std::array<timespec, 2> times{{{0, UTIME_OMIT}, {1'000'000'000, 123'456'789}}};
+        EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times.data(), 0), 0);
+    }
+
     KTEST::TemporaryTree tree;
+    /// Of nothing, so that it is known where it comes from.
+    static constexpr KBUNDLE::KSha256Bytes sum{0xAB, 0xCD};
+    std::function<void()> beforeLinks = [] {};
+    std::map<std::string, KFileDigest> digests; // of what was linked, by name
+    std::vector<KSYS::KDescriptor> kept;
     const KOwnership ownership{"svc", false, tree.Path("base")};
     std::unique_ptr<KBUNDLE::KWorkPlace> place;
 };
@@ -75,6 +104,35 @@ TEST_F(KFileSharingTest, NewFilesOfAnUnpackedBundleAreShared) {
     EXPECT_EQ(SharedOfBundle("file=copy,a,K,P\nfile=copy,b,K,P\n"), "a b");
     EXPECT_EQ(tree.Status("product/a").st_nlink, 2U);
     EXPECT_EQ(tree.Read("product/b"), "B");
+}
+
+TEST_F(KFileSharingTest, WhatWasDigestedWhenItWasUnpackedIsNotReadAgain) {
+    place = std::make_unique<KBUNDLE::KWorkPlace>(tree.Path());
+    Unpack(place->GetPath());
+    beforeLinks = [&] {
+        SetUnpackedTime(place->GetPath() + "/a");
+        ASSERT_EQ(::chmod((place->GetPath() + "/a").c_str(), 0640), 0);
+    };
+    EXPECT_EQ(Shared("file=copy,a,K,P\nfile=copy,b,K,P\n", place->GetPath()), "a b");
+    EXPECT_EQ(digests["a"].sha256, "abcd" + std::string(60, '0'));
+    EXPECT_EQ(digests["a"].size, 1U);
+    EXPECT_EQ(digests["a"].mode, 0640U);
+    EXPECT_EQ(digests["b"].sha256, "") << "which the table does not have";
+}
+
+TEST_F(KFileSharingTest, WhatWasWrittenToSinceItWasUnpackedIsReadAgain) {
+    place = std::make_unique<KBUNDLE::KWorkPlace>(tree.Path());
+    Unpack(place->GetPath());
+    EXPECT_EQ(Shared("file=copy,a,K,P\n", place->GetPath()), "a");
+    EXPECT_EQ(digests["a"].sha256, "");
+}
+
+TEST_F(KFileSharingTest, WhatAnotherBundleHadIsNotTakenForIt) {
+    place = std::make_unique<KBUNDLE::KWorkPlace>(tree.Path());
+    Unpack(tree.Path("product"));
+    beforeLinks = [&] { SetUnpackedTime(place->GetPath() + "/a"); };
+    EXPECT_EQ(Shared("file=copy,a,K,P\n", place->GetPath()), "a");
+    EXPECT_EQ(digests["a"].sha256, "");
 }
 
 /// Or a failure of the disk while it was unpacked would be told to nobody.
