@@ -64,19 +64,26 @@ class MinimalProgress {
     std::string status;
 };
 
-/// Copies one file: seven system calls and one for each chunk.
+/// Takes the descriptor of a file that was copied, from which it can be read.
+using TakeCopy = std::function<void(int file)>;
+
+/// Copies one file: seven system calls and one for each chunk. Without `take` it closes the copy.
 inline void MinimalCopy(
     int sourceDirectory,
     const char* source,
     int targetDirectory,
     const char* target,
-    MinimalProgress& progress
+    MinimalProgress& progress,
+    const TakeCopy& take = {}
 ) {
     const int from = Checked(::openat(sourceDirectory, source, O_RDONLY | O_CLOEXEC), source);
     struct stat status {};
     Checked(::fstat(from, &status), source);
     const int to = Checked(
-        ::openat(targetDirectory, target, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600), target
+        ::openat(
+            targetDirectory, target, (take ? O_RDWR : O_WRONLY) | O_CREAT | O_EXCL | O_CLOEXEC, 0600
+        ),
+        target
     );
     const std::string text = std::string("Copying file ") + source;
     const auto length = static_cast<std::size_t>(status.st_size);
@@ -93,13 +100,18 @@ inline void MinimalCopy(
     }
     Checked(::fchmod(to, status.st_mode & 07777), target);
     Checked(::close(from), source);
-    Checked(::close(to), target);
+    if (take) {
+        take(to);
+    } else {
+        Checked(::close(to), target);
+    }
 }
 
 constexpr int directoryFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 /// Copies a tree of regular files and directories from one open directory to another; closes both.
-inline void MinimalCopyTree(int source, int target, MinimalProgress& progress) {
+inline void
+MinimalCopyTree(int source, int target, MinimalProgress& progress, const TakeCopy& take = {}) {
     DIR* entries = ::fdopendir(source);
     if (entries == nullptr) {
         Fail("fdopendir");
@@ -107,13 +119,14 @@ inline void MinimalCopyTree(int source, int target, MinimalProgress& progress) {
     while (const dirent* entry = ::readdir(entries)) {
         const char* name = entry->d_name;
         if (entry->d_type == DT_REG) {
-            MinimalCopy(source, name, target, name, progress);
+            MinimalCopy(source, name, target, name, progress, take);
         } else if (entry->d_type == DT_DIR && std::strcmp(name, ".") != 0 && std::strcmp(name, "..") != 0) {
             Checked(::mkdirat(target, name, 0755), name);
             MinimalCopyTree(
                 Checked(::openat(source, name, directoryFlags), name),
                 Checked(::openat(target, name, directoryFlags), name),
-                progress
+                progress,
+                take
             );
         }
     }
@@ -121,11 +134,14 @@ inline void MinimalCopyTree(int source, int target, MinimalProgress& progress) {
     ::close(target);
 }
 
-inline void MinimalCopyTree(const char* source, const char* target, MinimalProgress& progress) {
+inline void MinimalCopyTree(
+    const char* source, const char* target, MinimalProgress& progress, const TakeCopy& take = {}
+) {
     MinimalCopyTree(
         Checked(::open(source, directoryFlags), source),
         Checked(::open(target, directoryFlags), target),
-        progress
+        progress,
+        take
     );
 }
 
