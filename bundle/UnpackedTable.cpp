@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <iterator>
 #include <string_view>
 
