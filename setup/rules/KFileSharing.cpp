@@ -4,7 +4,9 @@
 #include <sup++/KFileBase.h>
 #include <sup++/SvcFile.h>
 
+#include <optional>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include <bundle/KWorkPlace.h>

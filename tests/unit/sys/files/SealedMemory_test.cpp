@@ -37,6 +37,22 @@ TEST(SealedMemoryTest, NobodyCanChangeIt) {
     EXPECT_EQ(read, "bytes");
 }
 
+/// As with vm.memfd_noexec, by which kernels from 6.3 on seal against running it, too.
+TEST(SealedMemoryTest, ItIsAlsoWithASealOfTheKernels) {
+    constexpr unsigned withoutRunning = 8; // MFD_NOEXEC_SEAL, which older headers do not have
+    constexpr unsigned flags = MFD_CLOEXEC | MFD_ALLOW_SEALING | withoutRunning;
+    const KSYS::KDescriptor memory(::memfd_create("some", flags));
+    if (!memory.IsOpen()) {
+        GTEST_SKIP() << "this kernel has no seal against running memory (before 6.3)";
+    }
+    ASSERT_EQ(KSYS::WriteAt(memory.Get(), "bytes", 5, 0), 0U);
+    constexpr int seals = F_SEAL_SEAL | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE;
+    ASSERT_EQ(::fcntl(memory.Get(), F_ADD_SEALS, seals), 0);
+    std::string read;
+    EXPECT_EQ(KSYS::ReadSealedMemory(memory.Get(), read), 0U);
+    EXPECT_EQ(read, "bytes");
+}
+
 TEST(SealedMemoryTest, NothingElseIs) {
     KTEST::TemporaryTree tree;
     tree.Write("file", "bytes");
