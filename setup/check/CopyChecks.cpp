@@ -62,26 +62,23 @@ bool HasAtOrBelow(const std::set<std::string>& all, const std::string& directory
 
 /// Whether a directory of the kit holds a file anywhere, and not only links and directories.
 bool HasFiles(const KPlannedTree& tree, const std::string& directory) {
-    const std::vector<std::string> names = tree.List(directory, "*");
-    const std::vector<std::string> below = tree.ListDirectories(directory, "*");
+    const std::vector<std::string_view> names = tree.List(directory, "*");
+    const std::vector<std::string_view> below = tree.ListDirectories(directory, "*");
     return std::any_of(
                names.begin(),
                names.end(),
-               [&](const std::string& name) {
+               [&](std::string_view name) {
                    return tree.Find(JoinPath(directory, name)).kind == KEntryKind::File;
                }
            ) ||
-           std::any_of(below.begin(), below.end(), [&](const std::string& name) {
+           std::any_of(below.begin(), below.end(), [&](std::string_view name) {
                return HasFiles(tree, JoinPath(directory, name));
            });
 }
 
 /// Whether there is nothing to copy out of a subdirectory, and its counterpart is made by itself.
 bool IsMadeByItself(
-    const KPlannedTree& tree,
-    const KCopyLine& copy,
-    const std::string& from,
-    const std::string& name
+    const KPlannedTree& tree, const KCopyLine& copy, const std::string& from, std::string_view name
 ) {
     return !copy.to.empty() && tree.Find(JoinPath(copy.to, name)).kind == KEntryKind::Directory &&
            !HasFiles(tree, JoinPath(from, name));
@@ -139,7 +136,7 @@ Findings SkippedDirectories(const KCheckContext& context) {
         if (!copy.isPattern || !IsAtOrBelow(from, context.GetKitDirectory())) {
             return;
         }
-        for (const std::string& name : tree.ListDirectories(from, copy.name)) {
+        for (const std::string_view name : tree.ListDirectories(from, copy.name)) {
             const std::string directory = KPlannedTree::Normal(JoinPath(from, name));
             if (HasAtOrBelow(copied, directory) || IsMadeByItself(tree, copy, from, name)) {
                 continue;

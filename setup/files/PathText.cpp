@@ -29,10 +29,13 @@ std::string NormalPath(const std::string& path) {
     return normal;
 }
 
-std::string ParentPath(std::string_view path) {
+std::string_view DirectoryOfPath(std::string_view path) noexcept {
     const std::size_t slash = path.rfind('/');
-    return slash == std::string_view::npos ? std::string()
-                                           : std::string(path.substr(0, slash == 0 ? 1 : slash));
+    return path.substr(0, slash == std::string_view::npos ? 0 : slash == 0 ? 1 : slash);
+}
+
+std::string ParentPath(std::string_view path) {
+    return std::string(DirectoryOfPath(path));
 }
 
 std::string_view NameOfPath(std::string_view path) noexcept {
@@ -40,15 +43,11 @@ std::string_view NameOfPath(std::string_view path) noexcept {
     return slash == std::string_view::npos ? path : path.substr(slash + 1);
 }
 
-std::string JoinPath(const std::string& directory, const std::string& name) {
+std::string JoinPath(std::string_view directory, std::string_view name) {
     std::string path;
     path.reserve(directory.size() + 1 + name.size());
     path.append(directory, 0, directory.find_last_not_of('/') + 1);
     return path.append(1, '/').append(name);
-}
-
-std::string ChildPath(const std::string& directory, const std::string& name) {
-    return directory == "/" ? "/" + name : directory + "/" + name;
 }
 
 bool HasParentStep(std::string_view path) noexcept {

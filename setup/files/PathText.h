@@ -17,16 +17,14 @@ bool IsNormalPath(std::string_view path) noexcept;
 std::string NormalPath(const std::string& path);
 
 /// The directory of a normal path; "/" of "/" itself.
+std::string_view DirectoryOfPath(std::string_view path) noexcept;
 std::string ParentPath(std::string_view path);
 
 /// What stands behind the last separator.
 std::string_view NameOfPath(std::string_view path) noexcept;
 
 /// The path of a name in a directory, as rules put the two together.
-std::string JoinPath(const std::string& directory, const std::string& name);
-
-/// The path of a name in a normal directory, which may be "/".
-std::string ChildPath(const std::string& directory, const std::string& name);
+std::string JoinPath(std::string_view directory, std::string_view name);
 
 /// Whether "..", a step up, is a component of a path.
 bool HasParentStep(std::string_view path) noexcept;

@@ -29,6 +29,16 @@ const KPlannedEntry nothing;
     );
 }
 
+/// Of "/" none is above, and a kept text may be no path.
+bool HasDirectory(const std::string& path) noexcept {
+    return path.size() > 1 && path.front() == '/';
+}
+
+/// Of what is no directory, nor may be one by a link.
+bool HoldsNothing(const KPlannedEntry& entry) noexcept {
+    return entry.kind != KEntryKind::Directory && entry.kind != KEntryKind::Link;
+}
+
 /// Whether nothing is there that a run could meet, rather than that it is not known.
 bool IsNothing(unsigned error) {
     return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG ||
@@ -37,11 +47,17 @@ bool IsNothing(unsigned error) {
 
 void Sort(std::vector<KDiskView::Name>& names) {
     std::sort(names.begin(), names.end(), [](const auto& left, const auto& right) {
-        return left.path->first < right.path->first; // in one directory
+        return left.Get() < right.Get();
     });
 }
 
 } // namespace
+
+KDiskView::KDiskView(std::shared_ptr<const KKitLook> itsKit) : kit(std::move(itsKit)) {
+    if (kit != nullptr) { // each of its paths, and mostly where it is copied to
+        known.reserve(2 * kit->GetEntries().size());
+    }
+}
 
 KPlannedEntry KDiskView::LookAtDisk(const KSYS::Entry& at, const std::string& path) {
     KSYS::EntryStatus status;
@@ -78,24 +94,40 @@ KPlannedEntry KDiskView::EntryOf(const KSYS::EntryStatus& status, const std::str
     return entry;
 }
 
-/// A product's new directories hold nothing yet, for thousands of files.
-bool KDiskView::IsBelowNothing(const std::string& path) {
-    const std::string parent = path != "/" ? ParentPath(path) : "";
-    const KEntryKind above = parent.empty() ? KEntryKind::Directory : Look(parent).kind;
-    return above != KEntryKind::Directory && above != KEntryKind::Link;
+KDiskView::Kept& KDiskView::KeepChild(Kept& directory, std::string_view name) {
+    child.assign(directory.first);
+    if (child.size() > 1) { // else it is "/"
+        child += '/';
+    }
+    child += name;
+    Kept& kept = KeepPath(child);
+    kept.second.above = &directory;
+    return kept;
+}
+
+KDiskView::Kept& KDiskView::KeepParent(Kept& path) {
+    Kept*& above = path.second.above;
+    if (above == nullptr) {
+        above = &KeepPath(ParentPath(path.first));
+    }
+    return *above;
 }
 
 const KPlannedEntry& KDiskView::Look(const std::string& path) {
     if (Kept* kept = FindKept(path)) {
         return Look(*kept);
     }
-    return IsBelowNothing(path) ? nothing : Look(KeepPath(path));
+    return HasDirectory(path) && HoldsNothing(Look(ParentPath(path))) ? nothing
+                                                                      : Look(KeepPath(path));
 }
 
+/// A product's new directories hold nothing yet, for thousands of files.
 const KPlannedEntry& KDiskView::Look(Kept& kept) {
     auto& [path, onDisk] = kept;
     if (!onDisk.wasAsked) {
-        onDisk = {IsBelowNothing(path) ? nothing : LookAtDisk(path, path), true};
+        const bool isNothing = HasDirectory(path) && HoldsNothing(Look(KeepParent(kept)));
+        onDisk.entry = isNothing ? nothing : LookAtDisk(path, path);
+        onDisk.wasAsked = true;
     }
     return onDisk.entry;
 }
@@ -140,9 +172,10 @@ KDiskView::Listing KDiskView::Read(const std::string& directory) {
         return listing;
     }
     listing.names.reserve(found.size());
+    Kept& above = KeepPath(directory);
     for (const std::string& name : found) {
         // By the open directory that costs a fraction, and who lists files looks at them too.
-        Kept& path = KeepPath(ChildPath(directory, name));
+        Kept& path = KeepChild(above, name);
         Add(path,
             path.second.wasAsked ? path.second.entry : LookAtDisk({open, name}, path.first),
             listing);
@@ -156,14 +189,15 @@ bool KDiskView::ReadKit(const std::string& directory, Listing& listing) {
     if (kit == nullptr || !IsAtOrBelow(directory, kit->GetDirectory())) {
         return false;
     }
-    const std::size_t above = kit->GetDirectory().size() + 1;
-    const auto found = kit->Find(directory.size() < above ? "" : directory.substr(above));
+    const std::size_t begin = kit->GetDirectory().size() + 1;
+    const auto found = kit->Find(directory.size() < begin ? "" : directory.substr(begin));
     if (!found) {
         return false;
     }
     listing.names.reserve(found->size());
+    Kept& above = KeepPath(directory);
     for (const KKitLook::Entry& entry : *found) {
-        Kept& path = KeepPath(JoinPath(kit->GetDirectory(), kit->PathOf(entry)));
+        Kept& path = KeepChild(above, NameOfPath(kit->PathOf(entry)));
         Add(path,
             path.second.wasAsked ? path.second.entry : EntryOf(entry.status, kit->TargetOf(entry)),
             listing);
@@ -174,7 +208,8 @@ bool KDiskView::ReadKit(const std::string& directory, Listing& listing) {
 
 /// The path stays where it is when more become known.
 void KDiskView::Add(Kept& path, const KPlannedEntry& entry, Listing& listing) {
-    path.second = {entry, true};
+    path.second.entry = entry;
+    path.second.wasAsked = true;
     listing.names.push_back({&path, entry.kind == KEntryKind::Directory});
 }
 

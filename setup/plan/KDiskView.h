@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <memory_resource>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -54,18 +55,20 @@ struct KPlannedEntry {
 class KDiskView {
   public:
     /// With a look at a kit, what is there is not looked at again.
-    explicit KDiskView(std::shared_ptr<const KKitLook> itsKit = nullptr) : kit(std::move(itsKit)) {}
+    explicit KDiskView(std::shared_ptr<const KKitLook> itsKit = nullptr);
 
-    struct OnDisk {
-        KPlannedEntry entry;
-        bool wasAsked = false;
-    };
+    struct OnDisk;
     /// A path, or another text of a plan, that is kept, and what is there. Who has it need not look for
     /// the text again. Valid as long as the view.
     using Kept = std::pair<const std::string, OnDisk>;
+    struct OnDisk {
+        KPlannedEntry entry;
+        bool wasAsked = false;
+        Kept* above = nullptr; ///< the directory, once it was asked for
+    };
 
     struct Name {
-        const Kept* path; ///< whole
+        Kept* path;       ///< whole
         bool isDirectory; ///< a link to one is none
 
         std::string_view Get() const noexcept { return NameOfPath(path->first); }
@@ -88,6 +91,10 @@ class KDiskView {
     /// long as this.
     const std::string& Keep(const std::string& text) { return KeepPath(text).first; }
     Kept& KeepPath(const std::string& text) { return *known.try_emplace(text).first; }
+    /// Of a name in a directory that is kept.
+    Kept& KeepChild(Kept& directory, std::string_view name);
+    /// The directory of a path, that of "/" itself.
+    Kept& KeepParent(Kept& path);
     /// Null for what was never kept.
     Kept* FindKept(const std::string& text) {
         const auto found = known.find(text);
@@ -101,14 +108,16 @@ class KDiskView {
     };
     Listing Read(const std::string& directory);
     const Listing& Find(const std::string& directory);
-    bool IsBelowNothing(const std::string& path);
     KPlannedEntry LookAtDisk(const KSYS::Entry& at, const std::string& path);
     KPlannedEntry EntryOf(const KSYS::EntryStatus& status, const std::string& target);
     bool ReadKit(const std::string& directory, Listing& listing);
     void Add(Kept& path, const KPlannedEntry& entry, Listing& listing);
 
     std::shared_ptr<const KKitLook> kit;
-    std::unordered_map<std::string, OnDisk> known; // by path; also those that were only kept
+    std::pmr::monotonic_buffer_resource memory; // of what only grows
+    /// By path; also those that were only kept.
+    std::pmr::unordered_map<std::string, OnDisk> known{&memory};
+    std::string child; // that is looked for
     std::unordered_map<std::string, Listing> listings;
 };
 

@@ -7,11 +7,8 @@
 
 #include <algorithm>
 #include <climits>
-#include <set>
 #include <string_view>
 #include <utility>
-
-#include <sys/files/KPendingPath.h>
 
 namespace KSETUP {
 
@@ -37,6 +34,15 @@ KPlannedTree::KPlannedTree(
       kit(Normal(kitDirectory)),
       belowKit(kit == "/" ? kit : kit + "/"),
       disk(std::move(view)) {}
+
+KPlannedTree::KPlannedTree(const KPlannedTree& other)
+    : below(other.below),
+      kit(other.kit),
+      belowKit(other.belowKit),
+      disk(other.disk),
+      changes(other.changes, &memory),
+      changedBelow(other.changedBelow, &memory),
+      options(other.options) {}
 
 std::string KPlannedTree::Normal(const std::string& path) {
     return NormalPath(path);
@@ -81,9 +87,9 @@ const KPlannedEntry& KPlannedTree::At(Kept& kept) const {
 /// directory were there, which is told once.
 const KPlannedEntry& KPlannedTree::AtPlace(const KPlannedPlace& place) const {
     if (place.problem == KPathProblem::None) {
-        return At(place.path);
+        return At(*place.at);
     }
-    const KPlannedEntry* change = FindChange(place.path);
+    const KPlannedEntry* change = FindChange(*place.at);
     return change != nullptr ? *change : noEntry;
 }
 
@@ -96,85 +102,79 @@ const KPlannedEntry& KPlannedTree::FindTarget(const std::string& path) const {
 }
 
 const KPlannedEntry& KPlannedTree::FindAt(const KPlannedPlace& place) const {
-    return place.problem == KPathProblem::None ? At(place.path) : Find(place.path);
+    return place.problem == KPathProblem::None ? At(*place.at) : Find(place.GetPath());
 }
 
-std::vector<std::string>
+std::vector<std::string_view>
 KPlannedTree::List(const std::string& directory, const std::string& pattern) const {
     return ListBy(&KDiskView::List, directory, pattern);
 }
 
-std::vector<std::string>
+std::vector<std::string_view>
 KPlannedTree::ListSources(const std::string& directory, const std::string& pattern) const {
     return ListBy(&KDiskView::ListSources, directory, pattern);
 }
 
-std::vector<std::string> KPlannedTree::ListBy(
+std::vector<std::string_view> KPlannedTree::ListBy(
     Lister lister, const std::string& directory, const std::string& pattern
 ) const {
     const KPlannedPlace place = Resolve(directory, Last::Follow, Links::Any);
     if (place.problem == KPathProblem::Link || place.problem == KPathProblem::TooLong) {
         return {};
     }
-    const auto matches = [&](const std::string& name) {
-        return KSUP::KFileEnum::Matches(name.c_str(), pattern.c_str());
+    const auto matches = [&](std::string_view name) { // which its path ends with
+        return KSUP::KFileEnum::Matches(name.data(), pattern.c_str());
     };
-    const std::string& normal = place.path;
-    std::vector<std::string> names; // sorted by byte, as the engine sorts
-    if (Counts(normal)) {
-        for (const KDiskView::Name& one : (disk.get()->*lister)(normal)) {
-            if (std::string name(one.Get()); !one.isDirectory && matches(name)) {
-                names.push_back(std::move(name));
+    const auto changed = changedBelow.find(place.at);
+    const bool hasChanges = changed != changedBelow.end();
+    std::vector<std::string_view> names; // sorted by byte, as the engine sorts
+    if (Counts(place.GetPath())) {
+        for (const KDiskView::Name& one : (disk.get()->*lister)(place.GetPath())) {
+            if (!one.isDirectory && matches(one.Get()) &&
+                !(hasChanges && FindChange(*one.path) != nullptr)) {
+                names.push_back(one.Get());
             }
         }
     }
-    const Kept* kept = disk->FindKept(normal);
-    const auto changed = kept != nullptr ? changedBelow.find(kept) : changedBelow.end();
-    if (changed == changedBelow.end()) {
+    if (!hasChanges) {
         return names;
     }
-    std::set<std::string> all(names.begin(), names.end());
     for (const Kept* path : changed->second.paths) {
-        const auto change = changes.find(path);
-        if (change == changes.end()) { // it is on the way to one
-            continue;
-        }
-        const std::string name(NameOfPath(path->first));
-        const KEntryKind kind = change->second.kind;
-        if (kind != KEntryKind::Nothing && kind != KEntryKind::Directory && matches(name)) {
-            all.insert(name);
-        } else {
-            all.erase(name);
+        const KPlannedEntry* change = FindChange(*path); // null on the way to one
+        const std::string_view name = NameOfPath(path->first);
+        if (change != nullptr && change->kind != KEntryKind::Nothing &&
+            change->kind != KEntryKind::Directory && matches(name)) {
+            names.push_back(name);
         }
     }
-    return {all.begin(), all.end()};
+    std::sort(names.begin(), names.end());
+    return names;
 }
 
-std::vector<std::string>
+std::vector<std::string_view>
 KPlannedTree::ListDirectories(const std::string& directory, const std::string& pattern) const {
-    std::vector<std::string> names;
+    std::vector<std::string_view> names;
     const KPlannedPlace place = Resolve(directory, Last::Follow, Links::Any);
     if (place.problem != KPathProblem::None) {
         return {};
     }
-    for (const KDiskView::Name& one : disk->List(place.path)) {
-        std::string name(one.Get());
-        if (one.isDirectory && KSUP::KFileEnum::Matches(name.c_str(), pattern.c_str())) {
-            names.push_back(std::move(name));
+    for (const KDiskView::Name& one : disk->List(place.GetPath())) {
+        if (one.isDirectory && KSUP::KFileEnum::Matches(one.Get().data(), pattern.c_str())) {
+            names.push_back(one.Get());
         }
     }
     return names;
 }
 
 bool KPlannedTree::IsEmpty(const std::string& directory) const {
-    const std::string normal = Resolve(directory, Last::Follow, Links::Any).path;
-    if (HasMadeBelow(disk->FindKept(normal))) {
+    const KPlannedPlace place = Resolve(directory, Last::Follow, Links::Any);
+    if (HasMadeBelow(place.at)) {
         return false;
     }
-    if (!Counts(normal)) {
+    if (!Counts(place.GetPath())) {
         return true;
     }
-    const std::vector<KDiskView::Name>& all = disk->List(normal);
+    const std::vector<KDiskView::Name>& all = disk->List(place.GetPath());
     return std::all_of(all.begin(), all.end(), [&](const KDiskView::Name& one) {
         const auto change = changes.find(one.path);
         return change != changes.end() && change->second.kind == KEntryKind::Nothing;
@@ -187,19 +187,18 @@ bool KPlannedTree::IsMade(const std::string& normal) const {
 }
 
 bool KPlannedTree::HasMadeBelow(const Kept* directory) const {
-    const auto changed = directory != nullptr ? changedBelow.find(directory) : changedBelow.end();
+    const auto changed = changedBelow.find(directory);
     return changed != changedBelow.end() && changed->second.madeCount != 0;
 }
 
 /// What a path was found to lead to stays so, whatever is made where nothing was. A directory goes
 /// when it is empty, and who finds it resolved looks whether it is there.
-void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
+void KPlannedTree::Set(Kept& kept, KPlannedEntry entry) {
     entry.attribute = KSYS::ProtectingAttribute::None;
-    Kept& kept = disk->KeepPath(normal);
     const KEntryKind former = At(kept).kind;
     const bool stays = entry.kind == KEntryKind::Directory || entry.kind == KEntryKind::Nothing;
     if (former == KEntryKind::Link || (former == KEntryKind::Directory && !stays)) {
-        resolved = {};
+        resolved = {}; // the last ones too
     }
     const KPlannedEntry* change = FindChange(kept);
     const bool wasMade = change != nullptr && change->kind != KEntryKind::Nothing;
@@ -211,21 +210,21 @@ void KPlannedTree::Set(const std::string& normal, KPlannedEntry entry) {
     if (options.empty()) {
         return;
     }
-    const auto begin = options.lower_bound({normal, ""});
+    const auto begin = options.lower_bound({kept.first, ""});
     auto end = begin;
-    while (end != options.end() && end->first.first == normal) {
+    while (end != options.end() && end->first.first == kept.first) {
         ++end;
     }
     options.erase(begin, end);
 }
 
 /// Of a new change. What is on the way to an earlier one is noted already.
-void KPlannedTree::NoteAbove(const Kept* path) {
+void KPlannedTree::NoteAbove(Kept* path) {
     if (changedBelow.contains(path)) {
         return;
     }
     while (path->first.size() > 1) {
-        const Kept* parent = &disk->KeepPath(ParentPath(path->first));
+        Kept* parent = &disk->KeepParent(*path);
         const auto [changed, isNew] = changedBelow.try_emplace(parent);
         changed->second.paths.push_back(path);
         if (!isNew || changes.contains(parent)) {
@@ -236,13 +235,13 @@ void KPlannedTree::NoteAbove(const Kept* path) {
 }
 
 /// Tells the directories above, as far up as it is news: mostly one, which is made itself.
-void KPlannedTree::NoteMade(const Kept& kept, bool wasMade, bool isMade) {
+void KPlannedTree::NoteMade(Kept& kept, bool wasMade, bool isMade) {
     if (wasMade == isMade || HasMadeBelow(&kept)) {
         return;
     }
-    const Kept* at = &kept;
+    Kept* at = &kept;
     while (at->first.size() > 1) {
-        const Kept& parent = disk->KeepPath(ParentPath(at->first));
+        Kept& parent = disk->KeepParent(*at);
         std::size_t& count = changedBelow.at(&parent).madeCount;
         const bool isAlone = (isMade ? count++ : --count) == 0;
         const KPlannedEntry* change = FindChange(parent);
@@ -254,28 +253,33 @@ void KPlannedTree::NoteMade(const Kept& kept, bool wasMade, bool isMade) {
 }
 
 void KPlannedTree::Put(const std::string& path, KPlannedEntry entry) {
-    Set(Resolve(path, Last::Keep, Links::Any).path, entry);
+    Set(*Resolve(path, Last::Keep, Links::Any).at, entry);
+}
+
+/// A way that leads nowhere for who trusts few links may lead somewhere by the others.
+KPlannedTree::Kept& KPlannedTree::ToSet(const KPlannedPlace& place) const {
+    return place.problem == KPathProblem::None
+               ? *place.at
+               : *Resolve(place.GetPath(), Last::Keep, Links::Any).at;
 }
 
 void KPlannedTree::PutCopy(
     const KPlannedPlace& toPlace, KPlannedEntry entry, const KPlannedPlace& fromPlace
 ) {
-    const std::string& from = fromPlace.path;
-    const std::string to = toPlace.problem == KPathProblem::None
-                               ? toPlace.path
-                               : Resolve(toPlace.path, Last::Keep, Links::Any).path;
-    if (from == to) {
+    Kept& to = ToSet(toPlace);
+    if (fromPlace.at == &to) {
         return;
     }
-    entry.origin = &ContentAt(from);
+    entry.origin = &ContentAt(*fromPlace.at);
     Set(to, entry);
     if (options.empty()) {
         return;
     }
     std::vector<std::pair<Section, std::vector<Option>>> copied;
+    const std::string& from = fromPlace.GetPath();
     for (auto at = options.lower_bound({from, ""}); at != options.end() && at->first.first == from;
          ++at) {
-        copied.push_back({{to, at->first.second}, at->second});
+        copied.push_back({{to.first, at->first.second}, at->second});
     }
     options.insert(copied.begin(), copied.end());
 }
@@ -285,27 +289,28 @@ std::vector<std::string> KPlannedTree::MakeDirectory(const std::string& path) {
     std::vector<std::string> made;
     // As long as the way to the last name is short enough, a run makes it and fails only then.
     const std::size_t end = path.find_last_not_of('/');
-    if (end != std::string::npos && ParentPath(path.substr(0, end + 1)).size() >= PATH_MAX) {
+    const std::string_view whole = std::string_view(path).substr(0, end + 1);
+    const std::string_view parent = DirectoryOfPath(whole);
+    if (parent.size() >= PATH_MAX) {
         return made;
     }
     std::string at = "/";
     KSYS::KPendingPath names;
-    const std::string_view whole = std::string_view(path).substr(0, end + 1);
-    const KPlannedPlace* above = nullptr; // mostly it is there, and only the last one is to be made
-    if (const std::string parent = ParentPath(whole); !parent.empty() && !HasParentStep(path)) {
-        above = &ResolveDirectory(parent, Links::Trusted);
+    KPlannedPlace above; // mostly it is there, and only the last one is to be made
+    if (!parent.empty() && !HasParentStep(path)) {
+        above = ResolveDirectory(parent, Links::Trusted);
     }
-    if (above != nullptr && above->problem == KPathProblem::None) {
-        at = above->path;
+    if (above.at != nullptr && above.problem == KPathProblem::None) {
+        at = above.GetPath();
         names.PushFront(NameOfPath(whole));
     } else {
         names.PushFront(path);
     }
     while (!names.IsEmpty()) {
         const std::string name = names.Pop();
-        const std::string child = name == ".." ? ParentPath(at) : ChildPath(at, name);
+        const std::string child = name == ".." ? ParentPath(at) : JoinPath(at, name);
         const KPlannedPlace place = Resolve(child, Last::Follow, Links::Trusted);
-        const KEntryKind kind = At(place.path).kind;
+        const KEntryKind kind = At(*place.at).kind;
         if (place.problem != KPathProblem::None ||
             (kind != KEntryKind::Directory && Exists(child))) {
             break;
@@ -314,32 +319,35 @@ std::vector<std::string> KPlannedTree::MakeDirectory(const std::string& path) {
             KPlannedEntry entry;
             entry.kind = KEntryKind::Directory;
             entry.mode = 0755;
-            Set(place.path, entry);
-            made.push_back(place.path);
+            Set(*place.at, entry);
+            made.push_back(place.GetPath());
         }
-        at = place.path;
+        at = place.GetPath();
     }
     return made;
 }
 
 void KPlannedTree::Remove(const std::string& path) {
-    Set(Resolve(path, Last::Keep, Links::Any).path, KPlannedEntry());
+    Set(*Resolve(path, Last::Keep, Links::Any).at, KPlannedEntry());
+}
+
+void KPlannedTree::RemoveAt(const KPlannedPlace& place) {
+    Set(ToSet(place), KPlannedEntry());
 }
 
 const std::string& KPlannedTree::GetContent(const std::string& path) const {
-    return ContentAt(Resolve(path, Last::Follow, Links::Any).path);
+    return ContentAt(*Resolve(path, Last::Follow, Links::Any).at);
 }
 
-const std::string& KPlannedTree::ContentAt(const std::string& normal) const {
-    const Kept& kept = disk->KeepPath(normal);
+const std::string& KPlannedTree::ContentAt(const Kept& kept) const {
     const KPlannedEntry* change = FindChange(kept);
-    return change != nullptr ? change->GetContent() : Counts(normal) ? kept.first : noText;
+    return change != nullptr ? change->GetContent() : Counts(kept.first) ? kept.first : noText;
 }
 
 /// Only a section that somebody asks for is read.
 std::vector<KPlannedTree::Option>&
 KPlannedTree::LoadOptions(const std::string& profile, const std::string& section) const {
-    const std::string path = Resolve(profile, Last::Follow, Links::Any).path;
+    const std::string& path = Resolve(profile, Last::Follow, Links::Any).GetPath();
     const auto [at, isNew] = options.try_emplace({path, section});
     std::vector<Option>& all = at->second;
     const std::string content = isNew ? GetContent(path) : "";

@@ -6,22 +6,13 @@
 
 #include <climits>
 #include <string_view>
-
-#include <sys/files/KPendingPath.h>
+#include <utility>
 
 namespace KSETUP {
 
 namespace {
 
 constexpr int mostLinks = 40; // as the kernel's own limit
-
-/// By its letters from where the walk ended.
-KPlannedPlace EndedAt(std::string at, KSYS::KPendingPath& pending, KPathProblem problem) {
-    while (!pending.IsEmpty()) {
-        at = ChildPath(at, pending.Pop());
-    }
-    return {NormalPath(at), problem};
-}
 
 /// Of what is to be a directory.
 KPathProblem ProblemOf(KEntryKind kind) {
@@ -36,6 +27,15 @@ bool KPlannedTree::Follows(const std::string& directory, Links links) const {
     return links == Links::Any || below == Below::Kit || !At(directory).isShared;
 }
 
+/// By its letters from where the walk ended.
+KPlannedPlace
+KPlannedTree::EndedAt(std::string at, KSYS::KPendingPath& pending, KPathProblem problem) const {
+    while (!pending.IsEmpty()) {
+        at = JoinPath(at, pending.Pop());
+    }
+    return {&disk->KeepPath(NormalPath(at)), problem};
+}
+
 KPlannedPlace KPlannedTree::Walk(const std::string& path, Last lastLink, Links links) const {
     KSYS::KPendingPath pending;
     pending.PushFront(path);
@@ -47,7 +47,7 @@ KPlannedPlace KPlannedTree::Walk(const std::string& path, Last lastLink, Links l
             at = ParentPath(at);
             continue;
         }
-        std::string child = ChildPath(at, name);
+        std::string child = JoinPath(at, name);
         if (name.size() > NAME_MAX) {
             return EndedAt(std::move(child), pending, KPathProblem::TooLong);
         }
@@ -73,67 +73,69 @@ KPlannedPlace KPlannedTree::Walk(const std::string& path, Last lastLink, Links l
             );
         }
     }
-    return {std::move(at), KPathProblem::None};
+    return {&disk->KeepPath(at), KPathProblem::None};
 }
 
-KPlannedPlace KPlannedTree::WalkToDirectory(const std::string& path, Links links) const {
-    const std::string name(NameOfPath(path));
+KPlannedPlace KPlannedTree::WalkToDirectory(std::string_view path, Links links) const {
+    const std::string_view name = NameOfPath(path);
     const bool isPlain =
         name.size() + 1 < path.size() && !name.empty() && name != "." && name != "..";
     if (isPlain && name.size() <= NAME_MAX) {
-        const KPlannedPlace& above = ResolveDirectory(ParentPath(path), links);
-        KPlannedPlace place{ChildPath(above.path, name), above.problem};
+        const KPlannedPlace above = ResolveDirectory(DirectoryOfPath(path), links);
+        KPlannedPlace place{&disk->KeepChild(*above.at, name), above.problem};
         const bool isFound = place.problem == KPathProblem::None;
-        const KEntryKind kind = isFound ? At(place.path).kind : KEntryKind::Nothing;
+        const KEntryKind kind = isFound ? At(*place.at).kind : KEntryKind::Nothing;
         if (kind != KEntryKind::Link) { // which may lead anywhere
             place.problem = isFound ? ProblemOf(kind) : place.problem;
             return place;
         }
     }
-    KPlannedPlace place = Walk(path, Last::Follow, links);
+    KPlannedPlace place = Walk(std::string(path), Last::Follow, links);
     if (place.problem == KPathProblem::None) {
-        place.problem = ProblemOf(At(place.path).kind);
+        place.problem = ProblemOf(At(*place.at).kind);
     }
     return place;
 }
 
 /// Only what leads to a directory is kept: it is so until a link or a directory changes. With ".." it
 /// may also hang on another directory.
-const KPlannedPlace& KPlannedTree::ResolveDirectory(const std::string& path, Links links) const {
-    auto& known = resolved[links == Links::Any ? 0 : 1];
-    const auto found = known.find(path);
-    if (found != known.end() && At(found->second.path).kind == KEntryKind::Directory) {
-        return found->second;
+KPlannedPlace KPlannedTree::ResolveDirectory(std::string_view path, Links links) const {
+    Resolved& known = resolved[links == Links::Any ? 0 : 1];
+    if (known.last == nullptr || known.last->first != path) {
+        const auto found = known.directories.find(std::string(path));
+        known.last = found != known.directories.end() ? &*found : nullptr;
     }
-    KPlannedPlace place = WalkToDirectory(path, links);
-    if (place.problem != KPathProblem::None || HasParentStep(path)) {
-        unresolved = std::move(place);
-        return unresolved;
+    if (known.last != nullptr && At(*known.last->second).kind == KEntryKind::Directory) {
+        return {known.last->second, KPathProblem::None};
     }
-    return known.insert_or_assign(path, std::move(place)).first->second;
+    const KPlannedPlace place = WalkToDirectory(path, links);
+    if (place.problem == KPathProblem::None && !HasParentStep(path)) {
+        known.last = &*known.directories.insert_or_assign(std::string(path), place.at).first;
+    }
+    return place;
 }
 
 KPlannedPlace KPlannedTree::Resolve(const std::string& path, Last lastLink, Links links) const {
-    if ((lastLink == Last::Keep ? ParentPath(path) : path).size() >= PATH_MAX) {
-        return {NormalPath(path), KPathProblem::TooLong};
+    if ((lastLink == Last::Keep ? DirectoryOfPath(path) : path).size() >= PATH_MAX) {
+        return {&disk->KeepPath(NormalPath(path)), KPathProblem::TooLong};
     }
     const std::size_t end = path.find_last_not_of('/');
     const std::string_view whole = std::string_view(path).substr(0, end + 1); // 0 for "/" alone
-    const std::string name(NameOfPath(whole));
+    const std::string_view name = NameOfPath(whole);
     if (name.size() + 1 >= whole.size() || name.empty() || name == "." || name == "..") {
         return Walk(path, lastLink, links);
     }
-    const KPlannedPlace& directory = ResolveDirectory(ParentPath(whole), links);
-    std::string child = ChildPath(directory.path, name);
+    const KPlannedPlace directory = ResolveDirectory(DirectoryOfPath(whole), links);
+    Kept& child = disk->KeepChild(*directory.at, name);
     if (directory.problem != KPathProblem::None) {
-        return {std::move(child), directory.problem};
+        return {&child, directory.problem};
     }
     if (name.size() > NAME_MAX) {
-        return {std::move(child), KPathProblem::TooLong};
+        return {&child, KPathProblem::TooLong};
     }
     return lastLink == Last::Follow && At(child).kind == KEntryKind::Link
                ? Walk(path, lastLink, links)
-               : KPlannedPlace{std::move(child), KPathProblem::None};
+               : KPlannedPlace{&child, KPathProblem::None};
 }
 
 } // namespace KSETUP

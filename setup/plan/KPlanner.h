@@ -58,6 +58,8 @@ class KPlanner {
     /// Deletes what is the product's own and in the way of something of another kind.
     bool MakeWay(const std::string& path);
     bool WasMadeByPlan(const std::string& path) const;
+    /// Of a path that leads to the place.
+    bool WasMadeByPlan(const std::string& path, const KPlannedPlace& place) const;
     /// Of what a directory or a profile names: what cannot be deleted stays, without a word.
     void DeleteIfPossible(const std::string& path, KChangePolicy::Named named);
     void Link(const std::string& target, const std::string& path);

@@ -53,7 +53,7 @@ void KPlanner::PlanFile(KRuleOperation operation, const Fields& fields) {
     } else if (operation == KRuleOperation::Copy) {
         Copy(path, JoinPath(target, targetName));
     } else if (operation == KRuleOperation::Delete && IsPattern(name)) {
-        for (const std::string& one : tree.List(directory, name)) {
+        for (const std::string_view one : tree.List(directory, name)) {
             Delete(JoinPath(directory, one), KChangePolicy::Named::BySweep);
         }
     } else if (operation == KRuleOperation::Delete) {
@@ -76,16 +76,20 @@ void KPlanner::CopyMatches(
         actions.push_back(std::move(action));
         return;
     }
-    const std::vector<std::string> names =
+    const std::vector<std::string_view> names =
         tree.ListSources(directory, std::string(NameOfPath(pattern)));
     actions.reserve(names.size()); // mostly the rule does nothing else, and has that many
-    for (const std::string& one : names) {
-        Copy(directory + one, JoinPath(target, one), treatment);
+    for (const std::string_view one : names) {
+        Copy(std::string(directory).append(one), JoinPath(target, one), treatment);
     }
 }
 
 bool KPlanner::WasMadeByPlan(const std::string& path) const {
     return tree.HasChanged(NormalPath(path));
+}
+
+bool KPlanner::WasMadeByPlan(const std::string& path, const KPlannedPlace& place) const {
+    return path == place.GetPath() ? tree.HasChangedAt(place) : WasMadeByPlan(path);
 }
 
 bool KPlanner::MakeWay(const std::string& path) {
@@ -137,19 +141,25 @@ bool KPlanner::Keeps(const KPlannedAction& copy) {
 void KPlanner::Copy(
     const std::string& source, const std::string& target, KChangePolicy::Treatment treatment
 ) {
-    KPlannedAction action = ActionOf(tree, Kind::CopyFile, target, source);
     const KPlannedPlace from =
         tree.Resolve(source, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
+    // A link that is there is replaced itself: what it leads to is not the product's. One that the
+    // script made is written through.
+    KPlannedPlace place =
+        tree.Resolve(target, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
+    const bool isOurs = WasMadeByPlan(target, place);
+    if (isOurs) {
+        place = tree.Resolve(target, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
+    }
+    KPlannedAction action;
+    action.kind = Kind::CopyFile;
+    action.path = &tree.Keep(target, place);
+    action.source = &tree.Keep(source, from);
     const KPlannedEntry& found = tree.FindAt(from);
     action.bytes = found.bytes;
     action.mode = found.mode;
     action.lacks = found.kind != KEntryKind::File;
     action.isConfiguration = policy.IsConfiguration(target, treatment);
-    // A link that is there is replaced itself: what it leads to is not the product's. One that the
-    // script made is written through.
-    const bool isOurs = WasMadeByPlan(target);
-    const auto last = isOurs ? KPlannedTree::Last::Follow : KPlannedTree::Last::Keep;
-    const KPlannedPlace place = tree.Resolve(target, last, KPlannedTree::Links::Trusted);
     const KPlannedEntry& standing = tree.FindAt(place);
     KEntryKind former = standing.kind;
     action.replacesLink = former == KEntryKind::Link;
@@ -187,12 +197,14 @@ void KPlanner::Copy(
 }
 
 void KPlanner::Delete(const std::string& path, KChangePolicy::Named named) {
-    KPlannedAction action = ActionOf(tree, Kind::DeleteFile, path);
     const KPlannedPlace place =
         tree.Resolve(path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
+    KPlannedAction action;
+    action.kind = Kind::DeleteFile;
+    action.path = &tree.Keep(path, place);
     const bool isPlace =
         place.problem == KPathProblem::None || place.problem == KPathProblem::Missing;
-    const KPlannedEntry found = isPlace ? tree.Find(place.path) : KPlannedEntry();
+    const KPlannedEntry found = isPlace ? tree.FindAt(place) : KPlannedEntry();
     action.bytes = found.bytes;
     action.lacks = found.kind == KEntryKind::Nothing || found.kind == KEntryKind::Directory;
     if (found.kind == KEntryKind::Directory || NamesDirectory(path)) {
@@ -201,7 +213,7 @@ void KPlanner::Delete(const std::string& path, KChangePolicy::Named named) {
     } else if (place.problem != KPathProblem::Missing) {
         action.obstacle = KSETUP::WhyNoPlace(place, path);
     }
-    if (!action.lacks && !WasMadeByPlan(path)) {
+    if (!action.lacks && !WasMadeByPlan(path, place)) {
         if (!policy.MayDelete(path, named)) {
             actions.push_back(
                 KeepOf(tree, path, Text(policy.IsEdited(path) ? keptEdited : keptForeign))
@@ -212,7 +224,7 @@ void KPlanner::Delete(const std::string& path, KChangePolicy::Named named) {
     }
     if (!action.lacks) {
         NoteChange(path, found);
-        tree.Remove(place.path);
+        tree.RemoveAt(place);
     }
     actions.push_back(std::move(action));
 }
@@ -266,7 +278,7 @@ void KPlanner::PlanDirectory(KRuleOperation operation, const std::string& path) 
             actions.push_back(ActionOf(tree, Kind::CreateDirectory, path));
         }
     } else if (operation == KRuleOperation::Delete) {
-        for (const std::string& name : tree.List(path, "*")) {
+        for (const std::string_view name : tree.List(path, "*")) {
             DeleteIfPossible(JoinPath(path, name), KChangePolicy::Named::BySweep);
         }
         DeleteEmptyDirectory(path);

@@ -53,14 +53,14 @@ KPlannedAction KOwnRules::SetMode(const KSetupRuleLine& line) {
     action.mode = line.GetMode();
     const KPlannedPlace place =
         tree.Resolve(*action.path, KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
-    KPlannedEntry entry = tree.Find(place.path);
+    KPlannedEntry entry = tree.Find(place.GetPath());
     action.replaces = entry.kind != KEntryKind::Nothing;
     action.lacks = !action.replaces;
     action.obstacle = WhyNoMode(line, place);
     if (action.obstacle.empty()) {
         entry.mode = action.mode;
         if (entry.kind == KEntryKind::File) {
-            entry.origin = &tree.GetContent(place.path); // its bytes stay where they are
+            entry.origin = &tree.GetContent(place.GetPath()); // its bytes stay where they are
         }
         // Else as the disk has it, of a directory that was there before.
         const bool isRoots =
@@ -68,14 +68,14 @@ KPlannedAction KOwnRules::SetMode(const KSetupRuleLine& line) {
         const bool isOthers = line.Has(KSetupField::Owner) && !isRoots;
         entry.isShared =
             (action.mode & othersMayWrite) != 0 || isOthers || (entry.isShared && !isRoots);
-        tree.Put(place.path, entry);
+        tree.Put(place.GetPath(), entry);
     }
     return action;
 }
 
 KText KOwnRules::WhyNoMode(const KSetupRuleLine& line, const KPlannedPlace& place) const {
     const std::string& path = line.Get(KSetupField::Path);
-    switch (tree.Find(place.path).kind) {
+    switch (tree.Find(place.GetPath()).kind) {
     case KEntryKind::Nothing:
         return Text("%s is missing", path);
     case KEntryKind::Link:

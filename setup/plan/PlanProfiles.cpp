@@ -52,7 +52,7 @@ void KPlanner::Create(const std::string& profile) {
     action.replaces = tree.Exists(profile);
     const KPlannedPlace place =
         tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
-    const KPlannedEntry standing = tree.Find(place.path);
+    const KPlannedEntry standing = tree.Find(place.GetPath());
     const KEntryKind former = standing.kind;
     NoteChange(profile, standing);
     action.obstacle = former == KEntryKind::Directory ? Text("%s is a directory", profile)
@@ -65,7 +65,7 @@ void KPlanner::Create(const std::string& profile) {
     KPlannedEntry entry;
     entry.kind = KEntryKind::File;
     entry.mode = former == KEntryKind::File ? standing.mode : 0644;
-    tree.Put(place.path, entry);
+    tree.Put(place.GetPath(), entry);
     actions.push_back(std::move(action));
 }
 
@@ -79,7 +79,7 @@ void KPlanner::Put(const std::string& profile, const KPlannedTree::Option& optio
     );
     const KPlannedPlace place =
         tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
-    const KPlannedEntry standing = tree.Find(place.path);
+    const KPlannedEntry standing = tree.Find(place.GetPath());
     const KEntryKind former = standing.kind;
     NoteChange(profile, standing);
     action.replaces = former != KEntryKind::Nothing;
@@ -94,9 +94,9 @@ void KPlanner::Put(const std::string& profile, const KPlannedTree::Option& optio
         KPlannedEntry entry;
         entry.kind = KEntryKind::File;
         entry.mode = 0644;
-        tree.Put(place.path, entry);
+        tree.Put(place.GetPath(), entry);
     }
-    tree.PutOption(place.path, option);
+    tree.PutOption(place.GetPath(), option);
     actions.push_back(std::move(action));
 }
 
@@ -105,7 +105,7 @@ void KPlanner::RemoveListed(
 ) {
     const KPlannedPlace place =
         tree.Resolve(profile, KPlannedTree::Last::Follow, KPlannedTree::Links::Any);
-    const KEntryKind kind = tree.Find(place.path).kind;
+    const KEntryKind kind = tree.Find(place.GetPath()).kind;
     const KText why = kind == KEntryKind::Directory ? Text("%s is a directory", profile)
                       : kind == KEntryKind::Other   ? Text("%s is no regular file", profile)
                       : place.problem != KPathProblem::Missing ? KSETUP::WhyNoPlace(place, profile)
@@ -131,7 +131,7 @@ void KPlanner::RemoveListed(
             );
             action.obstacle = WhyNoPlace(profile, KPlannedTree::Last::Follow);
             actions.push_back(std::move(action));
-            NoteChange(profile, tree.Find(place.path));
+            NoteChange(profile, tree.Find(place.GetPath()));
             tree.RemoveOption(profile, option);
         }
     }

@@ -273,7 +273,8 @@ KText WhyNoRecord(const KPlannedTree& tree, const KMacroContext& macros) {
     const std::string record = macros.Expand(JoinPath(product, "config/") + "$iniFile$");
     const KPlannedPlace place =
         tree.Resolve(record, KPlannedTree::Last::Follow, KPlannedTree::Links::Trusted);
-    return place.problem == KPathProblem::None && tree.Find(place.path).kind == KEntryKind::File
+    return place.problem == KPathProblem::None &&
+                   tree.Find(place.GetPath()).kind == KEntryKind::File
                ? ""
                : Text(
                      "the link %s leads to %s, three levels below the product path, and there is "

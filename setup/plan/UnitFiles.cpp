@@ -59,7 +59,7 @@ std::vector<std::string> FindUnitEntries(const std::string& service) {
         const std::string path = unitDirectory + name;
         std::string target;
         if (HoldsLinks(path)) {
-            add(ChildPath(path, unit));
+            add(JoinPath(path, unit));
         } else if (name != unit && KSYS::ReadLink(path, target) == 0 && NameOfPath(target) == unit) {
             add(path); // what is no link leads nowhere
         }

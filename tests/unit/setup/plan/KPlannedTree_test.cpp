@@ -169,6 +169,35 @@ TEST_F(KPlannedTreeTest, LinksOnTheWayAreFollowed) {
     EXPECT_TRUE(tree.Exists(At("kit/deep/c.txt")));
 }
 
+TEST_F(KPlannedTreeTest, AWayThatWasResolvedIsResolvedAnewOnceALinkOnItGoes) {
+    disk.Link("kit/way", "deep");
+    const auto resolve = [&](const std::string& path) {
+        return tree.Resolve(At(path), KPlannedTree::Last::Keep, KPlannedTree::Links::Trusted);
+    };
+    EXPECT_EQ(resolve("kit/way/one").GetPath(), At("kit/deep/one"));
+    EXPECT_EQ(resolve("kit/way/two").GetPath(), At("kit/deep/two"));
+    tree.Remove(At("kit/way"));
+    EXPECT_EQ(resolve("kit/way/two").problem, KSETUP::KPathProblem::Missing);
+    tree.MakeDirectory(At("kit/way"));
+    EXPECT_EQ(resolve("kit/way/two").GetPath(), At("kit/way/two"));
+    tree.Put(At("kit/way/two"), AFile());
+    EXPECT_TRUE(tree.HasChangedAt(resolve("kit/way/two")));
+    EXPECT_FALSE(tree.HasChangedAt(resolve("kit/way/one")));
+    tree.RemoveAt(resolve("kit/way/two"));
+    EXPECT_FALSE(tree.Exists(At("kit/way/two")));
+}
+
+TEST_F(KPlannedTreeTest, WhatIsCopiedFromATreeGoesItsOwnWay) {
+    tree.Put(At("kit/one"), AFile());
+    KPlannedTree other(tree);
+    other.Remove(At("kit/one"));
+    other.Put(At("kit/two"), AFile());
+    EXPECT_TRUE(tree.Exists(At("kit/one")));
+    EXPECT_FALSE(tree.Exists(At("kit/two")));
+    EXPECT_FALSE(other.Exists(At("kit/one")));
+    EXPECT_THAT(other.List(At("kit"), "t*"), ElementsAre("two"));
+}
+
 TEST_F(KPlannedTreeTest, AWayThatLeadsNowhereHasItsReason) {
     using KSETUP::KPathProblem;
     disk.Link("kit/round", "round");
