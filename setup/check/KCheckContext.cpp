@@ -5,14 +5,17 @@
 #include <setup/check/KCheckContext.h>
 #include <setup/check/MacroText.h>
 #include <setup/files/PathText.h>
-#include <setup/plan/ProductPath.h>
+#include <setup/plan/SystemPlaces.h>
 #include <setup/script/ScriptText.h>
 #include <sup++/KFileEnum.h>
 #include <sup++/SvcData.h>
 
 #include <algorithm>
+#include <climits>
 #include <deque>
+#include <filesystem>
 #include <set>
+#include <system_error>
 #include <utility>
 
 namespace KSETUP {
@@ -56,6 +59,7 @@ KCheckContext::KCheckContext(
       productData(KSUP::KString(JoinPath(kit.GetDirectory(), "product.ini"))),
       productPathIsGiven(!givenPath.empty()),
       productPath(ChooseProductPath(givenPath)),
+      service(Expand("$serviceName$")),
       rules(std::make_shared<KScriptRules>(script, macros.GetExpander())),
       afterInstall(KPlannedTree::Below::Kit, kit.GetDirectory(), view),
       install(script, rules, "install", afterInstall),
@@ -150,20 +154,27 @@ const std::vector<std::string>& KCheckContext::SectionsLike(const std::string& p
 bool KCheckContext::IsOfTheSystem(const std::string& path) const {
     const auto [known, isNew] = ofTheSystem.try_emplace(path);
     if (isNew) {
-        // Commas and the like are another reason not to be a product path, and none here.
-        std::string plain = path;
-        std::replace_if(
-            plain.begin(),
-            plain.end(),
-            [](char byte) {
-                return byte == ',' || byte == '$' || static_cast<signed char>(byte) < ' ';
-            },
-            '_'
-        );
-        known->second =
-            plain.starts_with('/') && !WhyNotAProductPath(plain, Expand("$serviceName$")).empty();
+        known->second = LooksOfTheSystem(path);
     }
     return known->second;
+}
+
+/// Both as it is written and where it leads to. One that is longer than any would be looked at step by
+/// step.
+bool KCheckContext::LooksOfTheSystem(const std::string& path) const {
+    if (!path.starts_with('/') || path.size() >= PATH_MAX) {
+        return path.starts_with('/');
+    }
+    const std::string written = NormalPath(path);
+    if (IsSystemDirectory(written, service)) {
+        return true;
+    }
+    if (!HasParentStep(path)) {
+        return IsSystemDirectory(realDirectories.Find(written), service);
+    }
+    std::error_code unreadable; // then the written path is all there is to go by
+    const std::filesystem::path real = std::filesystem::weakly_canonical(path, unreadable);
+    return !unreadable && IsSystemDirectory(NormalPath(real), service);
 }
 
 bool KCheckContext::CouldBeASection(const std::string& pattern) const {

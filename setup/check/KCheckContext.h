@@ -4,6 +4,7 @@
 #include <ins/Names.h>
 #include <setup/check/KFinding.h>
 #include <setup/check/KPlanSteps.h>
+#include <setup/files/KRealDirectories.h>
 #include <setup/kit/KSetupKit.h>
 #include <setup/plan/KPlan.h>
 #include <setup/plan/KPlannedTree.h>
@@ -97,6 +98,7 @@ class KCheckContext {
 
   private:
     std::string ChooseProductPath(const std::string& givenPath);
+    bool LooksOfTheSystem(const std::string& path) const;
     void FindLines();
     const std::vector<std::string>& SectionsLike(const std::string& pattern);
     void FindCycles();
@@ -107,6 +109,7 @@ class KCheckContext {
     KMacroContext macros{InstalledVersionText(LoadRecord(KINS::KInstaller()))};
     bool productPathIsGiven;
     std::string productPath;
+    std::string service;
     std::shared_ptr<KScriptRules> rules;
     KPlannedTree afterInstall;
     KPlan install;
@@ -118,6 +121,7 @@ class KCheckContext {
     std::map<std::string, std::vector<std::string>> sectionsByPattern; // of those with "*"
     std::vector<KScriptCycle> cycles;
     mutable std::unordered_map<std::string, bool> ofTheSystem; // by path, of those asked about
+    mutable KRealDirectories realDirectories;
 };
 
 } // namespace KSETUP

@@ -6,8 +6,6 @@
 #include <setup/state/KPrivateDirectory.h>
 
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 #include <vector>
 
 #include <sys/files/DirectoryEntry.h>
@@ -104,25 +102,7 @@ std::string KOwnership::FindOther(const std::string& path) const {
 
 std::string KOwnership::RealPath(const std::string& path) const {
     const std::string normal = NormalPath(path);
-    return JoinPath(RealDirectory(ParentPath(normal)), std::string(NameOfPath(normal)));
-}
-
-/// From the one above it, which is known mostly.
-const std::string& KOwnership::RealDirectory(const std::string& directory) const {
-    if (const auto found = directories.find(directory); found != directories.end()) {
-        return found->second;
-    }
-    std::string place = directory;
-    if (directory.size() > 1) {
-        place = JoinPath(RealDirectory(ParentPath(directory)), std::string(NameOfPath(directory)));
-        std::string target;
-        if (KSYS::ReadLink(place, target) == 0) {
-            std::error_code unknown; // it is what it is called, then
-            const auto led = std::filesystem::weakly_canonical(place, unknown);
-            place = unknown ? place : led.string();
-        }
-    }
-    return directories.emplace(directory, std::move(place)).first->second;
+    return JoinPath(directories.Find(ParentPath(normal)), NameOfPath(normal));
 }
 
 const KManifestEntry* KOwnership::FindReal(const std::string& normal) const {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/files/KRealDirectories.h>
 #include <setup/state/KManifest.h>
 #include <setup/state/KWriteJournal.h>
 #include <setup/state/StateDirectory.h>
@@ -69,7 +70,6 @@ class KOwnership {
     void SetMadeNow(std::function<bool(const std::string&)> isMade) { madeNow = std::move(isMade); }
 
   private:
-    const std::string& RealDirectory(const std::string& directory) const;
     const KManifestEntry* FindReal(const std::string& normal) const;
     void LoadOthers() const;
 
@@ -80,8 +80,8 @@ class KOwnership {
     KManifest manifest;
     KWriteJournal::Begun begun;
     std::function<bool(const std::string&)> madeNow;
-    std::uint64_t runBegan = 0;                             // in nanoseconds since 1970
-    mutable std::map<std::string, std::string> directories; // with links -> without
+    std::uint64_t runBegan = 0; // in nanoseconds since 1970
+    mutable KRealDirectories directories;
     mutable std::optional<std::map<std::string, const KManifestEntry*>> real;
     mutable std::optional<std::map<std::string, std::string>> others; // path -> name
 };
