@@ -167,11 +167,16 @@ KRun::KRun(KCheckedRun&& checkedRun, std::function<void()> whenCopied)
     installer.SetRunListener([this](const KRunEvent& event) {
         if (event.kind == KRunEvent::Kind::RuleStarted) {
             state->SetRule(event.rule + 1);
-            commandOutput.BeginRule();
+            if (MayStartPrograms(event.rule)) {
+                commandOutput.BeginRule();
+            }
         }
         RequireSealed(event);
-        if (afterLast && IsLastDone(event)) {
-            afterLast();
+        if (IsLastDone(event)) {
+            BeginManifest();
+            if (afterLast) {
+                afterLast();
+            }
         }
         watch->Take(event);
     });
@@ -194,6 +199,12 @@ KRun::KRun(KCheckedRun&& checkedRun, std::function<void()> whenCopied)
     StartRules();
 }
 
+/// One that the script does not have may.
+bool KRun::MayStartPrograms(unsigned number) const {
+    const KWatchedRule* rule = watch->GetRule(number);
+    return rule == nullptr || rule->startsPrograms;
+}
+
 bool KRun::IsLastDone(const KRunEvent& event) const {
     return event.kind == KRunEvent::Kind::RuleDone && event.rule + 1 >= watch->GetRuleCount();
 }
@@ -201,10 +212,8 @@ bool KRun::IsLastDone(const KRunEvent& event) const {
 /// What was copied from a sealed kit is what was sealed, or it goes before anything that was copied
 /// can run by a rule, and before the product counts as installed.
 void KRun::RequireSealed(const KRunEvent& event) {
-    const bool isDue =
-        event.kind == KRunEvent::Kind::RuleStarted
-            ? watch->GetRule(event.rule) == nullptr || watch->GetRule(event.rule)->startsPrograms
-            : IsLastDone(event);
+    const bool isDue = event.kind == KRunEvent::Kind::RuleStarted ? MayStartPrograms(event.rule)
+                                                                  : IsLastDone(event);
     if (!isDue || checked.GetCopies().GetSealed().empty()) {
         return;
     }

@@ -15,6 +15,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <map>
 #include <memory>
 #include <optional>
@@ -60,6 +61,8 @@ class KRun {
     void SettleRemoval();
     void RefuseLinkThatStays();
     void NoteWhatMayGo();
+    void BeginManifest();
+    KManifest LookAtMade();
     KManifest MakeManifest();
     void TellLostOwners(const KManifest& manifest);
     void CleanUp();
@@ -79,6 +82,7 @@ class KRun {
     void FillLogEnd() const;
     void FillNotes();
 
+    bool MayStartPrograms(unsigned number) const;
     bool IsLastDone(const KINS::KRunEvent& event) const;
 
     KCheckedRun checked;
@@ -99,6 +103,7 @@ class KRun {
     std::map<std::string, std::string> edited; // configuration, and what it was installed as
     KManifest installed;                       // once the run is settled
     std::unique_ptr<KWriteJournal> journal;    // there once the run is remembered
+    std::future<KManifest> madeByRules;        // by the rules; set by the run's thread
     std::unique_ptr<KRunWatch> watch;
     KINS::KInstaller installer; // last: its run uses the rest
 };

@@ -27,6 +27,7 @@
 #include <utility>
 #include <vector>
 
+#include <sys/processes/BlockedSignals.h>
 #include <sys/services/ServiceJournal.h>
 
 namespace KSETUP {
@@ -161,6 +162,29 @@ void KRun::SettleInstall() {
     });
 }
 
+/// While the disk is flushed: what the rules made is as it stays, and the record is looked at later.
+void KRun::BeginManifest() {
+    if (!GetPlanned().Installs()) {
+        return;
+    }
+    const KSYS::BlockedSignals
+        blocked; // for the thread that inherits them: they are the main one's
+    try {
+        journal->BeginLater();
+        madeByRules = std::async(std::launch::async, [this] { return LookAtMade(); });
+    } catch (const std::exception&) {
+        // MakeManifest looks itself
+    }
+}
+
+KManifest KRun::LookAtMade() {
+    KManifest manifest;
+    KEntryLook look;
+    KKeptDigests copied = checked.GetCopies().Take();
+    journal->ForEachMade([&](const std::string& path) { manifest.Add(path, copied, look); });
+    return manifest;
+}
+
 KManifest KRun::MakeManifest() {
     if (const int failed = journal->GetErrorNumber(); failed == ENOMEM) {
         throw KSetupFailure(
@@ -168,11 +192,14 @@ KManifest KRun::MakeManifest() {
         );
     }
     const KOwnership& ownership = GetPlanned().GetProduct().GetOwnership();
-    KManifest manifest;
-    {
-        KEntryLook look;
-        KKeptDigests copied = checked.GetCopies().Take();
-        journal->ForEachMade([&](const std::string& path) { manifest.Add(path, copied, look); });
+    KManifest manifest = madeByRules.valid() ? madeByRules.get() : LookAtMade();
+    KEntryLook look;
+    KKeptDigests unknown;
+    for (const std::string& path : journal->GetLater()) { // the record, and what became rubbish
+        manifest.Forget(path);
+        if (journal->IsMade(path)) {
+            manifest.Add(path, unknown, look);
+        }
     }
     manifest.Merge(ownership.GetManifest());
     if (!ownership.GetDamage().empty()) { // so lost; the new one is as true without it

@@ -146,6 +146,10 @@ void KManifest::Add(const std::string& written, KKeptDigests& known, KEntryLook&
     entries.insert_or_assign(entries.end(), std::move(path), std::move(*entry)); // mostly sorted
 }
 
+void KManifest::Forget(const std::string& path) {
+    entries.erase(path);
+}
+
 const KManifestEntry* KManifest::Find(const std::string& path) const {
     const auto found = entries.find(path);
     return found != entries.end() ? &found->second : nullptr;

@@ -118,6 +118,8 @@ class KManifest {
     ///
     /// Throws   as above
     void Add(const std::string& path, KKeptDigests& known, KEntryLook& look);
+    /// Takes an entry out.
+    void Forget(const std::string& path);
 
     /// The file at the path is an edited one: what was installed is of these bytes, and the next run
     /// is to see that.

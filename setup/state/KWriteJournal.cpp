@@ -144,6 +144,9 @@ void KWriteJournal::Listen(void* journal, unsigned what, const char* path) noexc
 
 void KWriteJournal::Note(bool isMade, bool isSoon, const std::string& path) {
     const std::string normal = NormalPath(path);
+    if (later) {
+        later->insert(normal);
+    }
     const bool isNews =
         isMade ? made.insert_or_assign(normal, true).second : made.erase(normal) != 0;
     if (!isNews) {
@@ -194,6 +197,16 @@ void KWriteJournal::ForEachMade(const std::function<void(const std::string& path
     for (const auto& one : made) {
         take(one.first);
     }
+}
+
+void KWriteJournal::BeginLater() {
+    const KSYS::KScopedLock hold(guard);
+    later.emplace();
+}
+
+std::set<std::string> KWriteJournal::GetLater() const {
+    const KSYS::KScopedLock hold(guard);
+    return later.value_or(std::set<std::string>());
 }
 
 int KWriteJournal::GetErrorNumber() const noexcept {

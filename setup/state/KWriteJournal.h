@@ -6,6 +6,7 @@
 #include <sup++/ThreadSafety.h>
 
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -84,6 +85,10 @@ class KWriteJournal {
     /// Calls `take` with each of them. Nothing is to be made or deleted meanwhile: whoever tells of that
     /// would wait for the end.
     void ForEachMade(const std::function<void(const std::string& path)>& take) const;
+    /// From here on keeps apart what is made and deleted: a look at all that was so far may begin.
+    void BeginLater();
+    /// Those paths, in their normal form.
+    std::set<std::string> GetLater() const;
     /// Why the file does not hold all of it; 0 when it does.
     int GetErrorNumber() const noexcept;
 
@@ -108,6 +113,7 @@ class KWriteJournal {
     KSYS::KDescriptor file SUP_GUARDED_BY(guard);
     std::map<std::string, bool> made SUP_GUARDED_BY(guard); // and whether this run did
     std::string pending SUP_GUARDED_BY(guard);              // entries that are not in the file yet
+    std::optional<std::set<std::string>> later SUP_GUARDED_BY(guard); // once that was begun
     int errorNumber SUP_GUARDED_BY(guard) = 0;
 };
 

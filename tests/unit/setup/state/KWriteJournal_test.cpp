@@ -50,6 +50,18 @@ TEST_F(KWriteJournalTest, ForgetsWhatIsDeletedAgain) {
     EXPECT_THAT(journal.GetMade(), ElementsAre(tree.Path("b")));
 }
 
+TEST_F(KWriteJournalTest, KeepsApartWhatChangesLater) {
+    KWriteJournal journal("dps", KWriteJournal::Begin::Anew, {}, Base());
+    Make("a");
+    Make("b");
+    EXPECT_THAT(journal.GetLater(), IsEmpty());
+    journal.BeginLater();
+    Make("c//");
+    Remove("b");
+    EXPECT_THAT(journal.GetLater(), ElementsAre(tree.Path("b"), tree.Path("c")));
+    EXPECT_THAT(journal.GetMade(), ElementsAre(tree.Path("a"), tree.Path("c")));
+}
+
 TEST_F(KWriteJournalTest, NamesAPathInOneWay) {
     const KWriteJournal journal("dps", KWriteJournal::Begin::Anew, {}, Base());
     Make("a//x/../b");
