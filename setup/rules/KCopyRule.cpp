@@ -26,7 +26,7 @@ void KCopyRule::Execute() {
     if (line.IsPattern()) {
         CopyMatches();
     } else {
-        Copy(line.GetSource(), nullptr, line.GetTarget(), nullptr);
+        Copy(line.GetSource(), line.GetTarget());
     }
 }
 

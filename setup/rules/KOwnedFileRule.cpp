@@ -51,9 +51,9 @@ void RequireMayReplace(
 }
 
 /// What stands where something is to come. Without knowing it nothing is replaced.
-std::optional<KManifestEntry> LookAtTarget(const std::string& path) {
+std::optional<KManifestEntry> LookAtTarget(const std::string& path, KEntryLook& look) {
     unsigned whyMissing = 0;
-    auto entry = LookAtEntry(path, &whyMissing);
+    auto entry = look.At(path, whyMissing);
     if (!entry && !CountsAsMissing(whyMissing)) {
         ownedFileRule.RaiseSystem(whyMissing, KSUP::KOperation::Write, path);
     }
@@ -142,7 +142,8 @@ void MakeWay(const KChangePolicy& policy, const std::string& path) {
 
 void MakeWayForLink(const KChangePolicy& policy, const KString& link, const KString& target) {
     const std::string path = link.c_str();
-    const auto former = LookAtTarget(path);
+    KEntryLook look;
+    const auto former = LookAtTarget(path, look);
     if (former && former->kind != KManifestEntry::Kind::Link) {
         MakeWay(policy, path);
     } else if (former && !policy.GetOwnership().WasMadeNow(path) && former->target != target.c_str()) {
@@ -174,7 +175,7 @@ void KOwnedFileRule::Execute() {
         if (isPattern) {
             CopyMatches();
         } else {
-            Copy(source, nullptr, Join(targetDirectory, targetName), nullptr);
+            Copy(source, Join(targetDirectory, targetName));
         }
         break;
     case KRuleOperation::Delete:
@@ -204,6 +205,7 @@ void KOwnedFileRule::CopyMatches() {
     KSUP::KFileEnum files(pattern, false, false);
     KSUP::KDirectory from(KSUP::KUtil::RemoveFileFromPath(pattern, "/"), Purpose::Read);
     KSUP::KDirectory to(targetDirectory, Purpose::Write);
+    KEntryLook look;
     std::vector<std::string_view> missing;
     const std::vector<std::string_view> none;
     const std::vector<std::string_view>& names = planned ? planned->names : none;
@@ -211,7 +213,7 @@ void KOwnedFileRule::CopyMatches() {
     while (files.Enum()) {
         const KString source = files.GetPath();
         const KString name = KSUP::KUtil::GetFileFromPath(source, "/");
-        Copy(source, &from, to.GetPath() + name, &to);
+        Copy(source, &from, to.GetPath() + name, &to, look);
         for (; next != names.end() && *next <= name.c_str(); ++next) {
             if (*next != name.c_str()) {
                 missing.push_back(*next);
@@ -224,14 +226,20 @@ void KOwnedFileRule::CopyMatches() {
     }
 }
 
+void KOwnedFileRule::Copy(const KString& source, const KString& target) {
+    KEntryLook look;
+    Copy(source, nullptr, target, nullptr, look);
+}
+
 void KOwnedFileRule::Copy(
     const KString& source,
     KSUP::KDirectory* fromDirectory,
     const KString& target,
-    KSUP::KDirectory* toDirectory
+    KSUP::KDirectory* toDirectory,
+    KEntryLook& look
 ) {
     const std::string path = target.c_str();
-    const auto former = LookAtTarget(path);
+    const auto former = LookAtTarget(path, look);
     // What this run made itself is its own affair, also a link that it writes through. A file that
     // the administrator edited is theirs, also when an option was put into it.
     const bool isTheirs =

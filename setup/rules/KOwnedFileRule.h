@@ -32,15 +32,17 @@ class KOwnedFileRule : public KINS::KFileRule {
 
     /// Copies what matches the file name, or one file. For derived rules.
     void CopyMatches();
+    void Copy(const KSUP::KString& source, const KSUP::KString& target);
+
+  private:
     /// Null for a directory that is not held open.
     void Copy(
         const KSUP::KString& source,
         KSUP::KDirectory* fromDirectory,
         const KSUP::KString& target,
-        KSUP::KDirectory* toDirectory
+        KSUP::KDirectory* toDirectory,
+        KEntryLook& look
     );
-
-  private:
     void CopyAndTell(
         const KSUP::KString& source,
         KSUP::KDirectory* fromDirectory,

@@ -37,8 +37,13 @@ bool AreReachedByLinks(
     const std::vector<KCopy>& copies, const std::unordered_set<std::string>& links
 ) {
     std::unordered_set<std::string> looked;
+    std::string_view last; // of one rule all are in one directory
     for (const KCopy& copy : copies) {
-        for (std::string at = ParentPath(copy.target); at.size() > 1 && looked.insert(at).second;
+        const std::string_view directory = DirectoryOfPath(copy.target);
+        if (std::exchange(last, directory) == directory) {
+            continue;
+        }
+        for (std::string at(directory); at.size() > 1 && looked.insert(at).second;
              at = ParentPath(at)) {
             std::error_code unknown; // as good as missing
             const auto status = std::filesystem::symlink_status(at, unknown);
@@ -148,7 +153,7 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
             if (action.kind == Kind::CopyFile && !action.lacks && IsAtOrBelow(source, kit) &&
                 !IsAtOrBelow(target, kit)) {
                 copies.push_back({source, target});
-            } else if (action.IsOfEntry() && action.kind != Kind::SetMode) {
+            } else if (action.IsOfEntry() && action.kind != Kind::SetMode && action.kind != Kind::CreateDirectory) { // where it is one, no copy can be
                 written.insert(target);
             }
         }
@@ -157,7 +162,7 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
         return {}; // a target of two paths holds what was copied last
     }
     std::erase_if(copies, [&](const KCopy& copy) {
-        return written.contains(copy.target) || written.contains(copy.source);
+        return !written.empty() && (written.contains(copy.target) || written.contains(copy.source));
     });
     return copies;
 }
