@@ -8,11 +8,26 @@
 
 namespace KSETUP {
 
+namespace {
+
+/// Of ASCII, and no control character.
+bool IsPlain(char byte) noexcept {
+    return byte >= ' ' && byte <= '~';
+}
+
+} // namespace
+
 std::string Printable(const std::string& text, KLineEnds ends) {
     std::string shown;
     shown.reserve(text.size());
     const char* const end = text.c_str() + text.size();
-    for (const char* at = text.c_str(); at < end;) {
+    for (const char* at = text.c_str();;) {
+        const char* const other = std::find_if_not(at, end, IsPlain); // mostly there is none
+        shown.append(at, other);
+        at = other;
+        if (at == end) {
+            return shown;
+        }
         const std::size_t size = std::max<std::size_t>(Txtchrsize(at), 1); // 0 for a NUL
         const auto byte = static_cast<unsigned char>(*at);
         // A single byte above ASCII is no UTF-8; the second byte of C2 80 to C2 9F is a control
@@ -26,7 +41,6 @@ std::string Printable(const std::string& text, KLineEnds ends) {
         }
         at += size;
     }
-    return shown;
 }
 
 KText Printable(const KText& text, KLineEnds ends) {
