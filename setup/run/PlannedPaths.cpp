@@ -153,7 +153,8 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
             if (action.kind == Kind::CopyFile && !action.lacks && IsAtOrBelow(source, kit) &&
                 !IsAtOrBelow(target, kit)) {
                 copies.push_back({source, target});
-            } else if (action.IsOfEntry() && action.kind != Kind::SetMode && action.kind != Kind::CreateDirectory) { // where it is one, no copy can be
+            } else if (action.IsOfEntry() && action.kind != Kind::SetMode &&
+                       action.kind != Kind::CreateDirectory) { // where one is, no copy can be
                 written.insert(target);
             }
         }
