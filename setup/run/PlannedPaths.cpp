@@ -32,6 +32,12 @@ std::string CopiedPattern(const KScriptRule& rule) {
                : "";
 }
 
+/// Whether a file may be another one behind an action. None can be where a directory is made.
+bool WritesOrTakes(const KPlannedAction& action) {
+    return action.IsOfEntry() && action.kind != Kind::SetMode &&
+           action.kind != Kind::CreateDirectory;
+}
+
 /// Whether a link stands on the way to a target, on the disk or among those that rules lay.
 bool AreReachedByLinks(
     const std::vector<KCopy>& copies, const std::unordered_set<std::string>& links
@@ -153,8 +159,7 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
             if (action.kind == Kind::CopyFile && !action.lacks && IsAtOrBelow(source, kit) &&
                 !IsAtOrBelow(target, kit)) {
                 copies.push_back({source, target});
-            } else if (action.IsOfEntry() && action.kind != Kind::SetMode &&
-                       action.kind != Kind::CreateDirectory) { // where one is, no copy can be
+            } else if (WritesOrTakes(action)) {
                 written.insert(target);
             }
         }
