@@ -23,6 +23,7 @@ constexpr char expectedMark = '?';
 constexpr char editedMark = '!';
 constexpr char rewrittenMark = '*';
 constexpr char directoryMark = '/';
+constexpr std::size_t mostTaken = 256;                      // at once, of what was made
 constexpr std::size_t mostPending = std::size_t{64} << 10U; // bytes
 
 std::string Entry(char mark, const std::string& path) {
@@ -193,10 +194,19 @@ std::vector<std::string> KWriteJournal::GetMade() const {
 }
 
 void KWriteJournal::ForEachMade(const std::function<void(const std::string& path)>& take) const {
-    const KSYS::KScopedLock hold(guard);
-    for (const auto& one : made) {
-        take(one.first);
-    }
+    std::vector<std::string> some;
+    do {
+        const std::string last = some.empty() ? std::string() : std::move(some.back());
+        some.clear();
+        {
+            const KSYS::KScopedLock hold(guard);
+            for (auto at = made.upper_bound(last); at != made.end() && some.size() < mostTaken;
+                 ++at) {
+                some.push_back(at->first);
+            }
+        }
+        std::for_each(some.begin(), some.end(), take);
+    } while (some.size() == mostTaken);
 }
 
 void KWriteJournal::BeginLater() {

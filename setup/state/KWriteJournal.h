@@ -82,8 +82,8 @@ class KWriteJournal {
     bool IsMade(const std::string& path) const;
     /// The paths of which that is so, sorted.
     std::vector<std::string> GetMade() const;
-    /// Calls `take` with each of them. Nothing is to be made or deleted meanwhile: whoever tells of that
-    /// would wait for the end.
+    /// Calls `take` with each of them. Of what is made or deleted meanwhile it may be told or not, and
+    /// nobody waits for it.
     void ForEachMade(const std::function<void(const std::string& path)>& take) const;
     /// From here on keeps apart what is made and deleted: a look at all that was so far may begin.
     void BeginLater();

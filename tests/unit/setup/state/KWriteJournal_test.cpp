@@ -62,6 +62,25 @@ TEST_F(KWriteJournalTest, KeepsApartWhatChangesLater) {
     EXPECT_THAT(journal.GetMade(), ElementsAre(tree.Path("a"), tree.Path("c")));
 }
 
+TEST_F(KWriteJournalTest, WhoIsToldOfAllThatWasMadeMayMakeMore) {
+    const KWriteJournal journal("dps", KWriteJournal::Begin::Anew, {}, Base());
+    const int count = 1000; // more than is taken at once
+    for (int number = 0; number < count; ++number) {
+        Make("d" + std::to_string(number));
+    }
+    std::vector<std::string> told;
+    journal.ForEachMade([&](const std::string& path) {
+        told.push_back(path);
+        if (told.size() == 1) {
+            Make("before"); // which comes earlier
+            Remove("d999"); // which would come last
+        }
+    });
+    EXPECT_EQ(told.size(), count - 1U);
+    EXPECT_THAT(told, ::testing::WhenSorted(told));
+    EXPECT_EQ(journal.GetMade().size(), std::size_t{count});
+}
+
 TEST_F(KWriteJournalTest, NamesAPathInOneWay) {
     const KWriteJournal journal("dps", KWriteJournal::Begin::Anew, {}, Base());
     Make("a//x/../b");
