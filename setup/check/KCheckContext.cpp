@@ -13,9 +13,7 @@
 #include <algorithm>
 #include <climits>
 #include <deque>
-#include <filesystem>
 #include <set>
-#include <system_error>
 #include <utility>
 
 namespace KSETUP {
@@ -154,27 +152,12 @@ const std::vector<std::string>& KCheckContext::SectionsLike(const std::string& p
 bool KCheckContext::IsOfTheSystem(const std::string& path) const {
     const auto [known, isNew] = ofTheSystem.try_emplace(path);
     if (isNew) {
-        known->second = LooksOfTheSystem(path);
+        // One that is longer than any would be looked at step by step.
+        known->second =
+            path.starts_with('/') &&
+            (path.size() >= PATH_MAX || LeadsToSystemDirectory(path, service, realDirectories));
     }
     return known->second;
-}
-
-/// Both as it is written and where it leads to. One that is longer than any would be looked at step by
-/// step.
-bool KCheckContext::LooksOfTheSystem(const std::string& path) const {
-    if (!path.starts_with('/') || path.size() >= PATH_MAX) {
-        return path.starts_with('/');
-    }
-    const std::string written = NormalPath(path);
-    if (IsSystemDirectory(written, service)) {
-        return true;
-    }
-    if (!HasParentStep(path)) {
-        return IsSystemDirectory(realDirectories.Find(written), service);
-    }
-    std::error_code unreadable; // then the written path is all there is to go by
-    const std::filesystem::path real = std::filesystem::weakly_canonical(path, unreadable);
-    return !unreadable && IsSystemDirectory(NormalPath(real), service);
 }
 
 bool KCheckContext::CouldBeASection(const std::string& pattern) const {

@@ -98,7 +98,6 @@ class KCheckContext {
 
   private:
     std::string ChooseProductPath(const std::string& givenPath);
-    bool LooksOfTheSystem(const std::string& path) const;
     void FindLines();
     const std::vector<std::string>& SectionsLike(const std::string& pattern);
     void FindCycles();

@@ -18,6 +18,7 @@ std::string NormalPath(const std::string& path);
 
 /// The directory of a normal path; "/" of "/" itself.
 std::string_view DirectoryOfPath(std::string_view path) noexcept;
+/// The same as a text of its own.
 std::string ParentPath(std::string_view path);
 
 /// What stands behind the last separator.

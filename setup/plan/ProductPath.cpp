@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <filesystem>
-#include <system_error>
 
 namespace KSETUP {
 
@@ -42,12 +40,8 @@ KText WhyNotAProductPath(const std::string& path, const std::string& service) {
         return Text("it has a comma, a dollar sign or a control character, which rules cannot hold"
         );
     }
-    // Both as it is written and where it leads to: a link or ".." must not get around the list.
-    const std::filesystem::path written = std::filesystem::path(path).lexically_normal();
-    std::error_code unreadable; // then the written path is all there is to go by
-    const std::filesystem::path real = std::filesystem::weakly_canonical(path, unreadable);
-    if (IsSystemDirectory(WithoutEndSeparator(written.string()), service) ||
-        (!unreadable && IsSystemDirectory(WithoutEndSeparator(real.string()), service))) {
+    KRealDirectories directories;
+    if (LeadsToSystemDirectory(path, service, directories)) {
         return Text("it is a directory of the system");
     }
     return {};

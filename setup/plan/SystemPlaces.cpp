@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <iterator>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include <sys/processes/ProgramRun.h>
@@ -229,6 +230,22 @@ bool IsSystemDirectory(const std::string& path, const std::string& service) {
            IsHome(path) || std::any_of(closed.begin(), closed.end(), [&](std::string_view one) {
                return IsAtOrBelow(path, one);
            });
+}
+
+bool LeadsToSystemDirectory(
+    const std::string& path, const std::string& service, KRealDirectories& directories
+) {
+    const std::string written = NormalPath(path);
+    if (IsSystemDirectory(written, service)) {
+        return true;
+    }
+    if (!HasParentStep(path)) {
+        return IsSystemDirectory(directories.Find(written), service);
+    }
+    // Behind a link ".." is another directory than the letters say.
+    std::error_code unreadable; // then the written path is all there is to go by
+    const std::filesystem::path real = std::filesystem::weakly_canonical(path, unreadable);
+    return !unreadable && IsSystemDirectory(NormalPath(real), service);
 }
 
 bool IsSharedNameInEtc(const std::string& name) {

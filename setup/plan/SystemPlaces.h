@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <setup/files/KRealDirectories.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -10,6 +12,12 @@ namespace KSETUP {
 /// Whether a directory, by its normal path, holds what many own: it is listed, or somewhere in /etc
 /// and not in the directory of the service there. A directory of one's own below others is fine.
 bool IsSystemDirectory(const std::string& path, const std::string& service);
+
+/// The same of an absolute path as it is written, and of where it leads to: neither a link nor ".."
+/// gets around the list.
+bool LeadsToSystemDirectory(
+    const std::string& path, const std::string& service, KRealDirectories& directories
+);
 
 /// Whether this is the name of a directory in /etc that many share, so that no service can be called
 /// that: its record lies in /etc/NAME.

@@ -168,7 +168,7 @@ std::vector<KCopy> LastingCopies(const KPlan& plan, const std::string& kitDirect
         return {}; // a target of two paths holds what was copied last
     }
     std::erase_if(copies, [&](const KCopy& copy) {
-        return !written.empty() && (written.contains(copy.target) || written.contains(copy.source));
+        return written.contains(copy.target) || written.contains(copy.source);
     });
     return copies;
 }

@@ -34,7 +34,7 @@ class KPlanTest : public ::testing::Test {
         disk.Write("install.ini", "[install]\n" + lines);
         const KScript script(disk.Path("install.ini").c_str());
         return KPlan(
-            script, "install", [](const KSUP::KString& text) { return text; }, tree
+            script, "install", [](const KSUP::KString& text) { return text; }, tree, policy
         );
     }
 
@@ -60,6 +60,7 @@ class KPlanTest : public ::testing::Test {
 
     KTEST::TemporaryTree disk;
     KPlannedTree tree{KPlannedTree::Below::Disk, disk.Path("kit")};
+    KSETUP::KChangePolicy policy;
 };
 
 TEST_F(KPlanTest, ACopyTellsSourceSizeAndMode) {
@@ -94,6 +95,43 @@ TEST_F(KPlanTest, ACopyFollowsLinksFromWhereTheyStand) {
     EXPECT_EQ(Plan("file=copy,first,KIT,DISK\n").GetRules().at(0).actions.at(0).bytes, 3U);
     EXPECT_THAT(
         Actions("file=copy,round,KIT,DISK\n"), ElementsAre("copy file disk/round < kit/round !")
+    );
+}
+
+TEST_F(KPlanTest, ACopyGoesThroughALinkOfTheScriptsAndReplacesAnother) {
+    disk.Write("kit/a", "12345");
+    disk.Write("disk/there", "");
+    disk.Link("disk/old", "there");
+    EXPECT_THAT(
+        Actions("file=symlink,made,DISK,DISK,new\n"
+                "file=copy,a,KIT,DISK,new\nfile=copy,a,KIT,DISK,old\n"),
+        ElementsAre(
+            "make link disk/new < disk/made",
+            "copy file disk/new < kit/a",
+            "copy file disk/old < kit/a +"
+        )
+    );
+    EXPECT_EQ(tree.Find(disk.Path("disk/new")).kind, KEntryKind::Link);
+    EXPECT_EQ(tree.Find(disk.Path("disk/made")).bytes, 5U);
+    EXPECT_EQ(tree.Find(disk.Path("disk/old")).kind, KEntryKind::File);
+    EXPECT_EQ(tree.Find(disk.Path("disk/there")).bytes, 0U);
+}
+
+/// As a run, which knows what it made by the path that the rule has.
+TEST_F(KPlanTest, WhatWasMadeByAnotherNameOfItsDirectoryIsNotSwept) {
+    disk.Write("kit/a.so", "");
+    disk.Directory("disk/real");
+    disk.Link("disk/way", "real");
+    const KSETUP::KOwnership ofNothing("dps", false, disk.Path("state"));
+    policy = KSETUP::KChangePolicy(ofNothing, disk.Path("disk"), {});
+    EXPECT_THAT(
+        Actions("file=copy,a.so,KIT,DISK/real\nfile=delete,*.so,DISK/way\n"
+                "file=delete,*.so,DISK/real\n"),
+        ElementsAre(
+            "copy file disk/real/a.so < kit/a.so",
+            "keep file disk/way/a.so < it is not the product's",
+            "delete file disk/real/a.so"
+        )
     );
 }
 

@@ -77,6 +77,18 @@ TEST(ProductPathTest, ALinkToADirectoryOfTheSystemIsRefused) {
     EXPECT_EQ(WhyNotAProductPath(tree.Path("product")), "it is a directory of the system");
 }
 
+TEST(ProductPathTest, AStepUpBehindALinkIsRefusedWhereItLeads) {
+    KTEST::TemporaryTree tree;
+    tree.Directory("mine");
+    tree.Link("mine/share", "/usr/share");
+    // By its letters it is below the tree, and behind the link it is /usr.
+    EXPECT_EQ(WhyNotAProductPath(tree.Path("mine/share/..")), "it is a directory of the system");
+    EXPECT_EQ(
+        WhyNotAProductPath(tree.Path("mine/share/../lib")), "it is a directory of the system"
+    );
+    EXPECT_EQ(WhyNotAProductPath(tree.Path("mine/share/product")), "");
+}
+
 TEST(ProductPathTest, TheReasonTellsWhatIsWrong) {
     EXPECT_EQ(WhyNotAProductPath(""), "it is empty");
     EXPECT_EQ(WhyNotAProductPath("opt"), "it does not begin with \"/\"");
