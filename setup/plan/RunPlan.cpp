@@ -154,26 +154,36 @@ void FillVersion(
     report.buildNumber = isKits ? SvcGetOEMDataEx()->buildNumber : record->buildNumber;
 }
 
+/// Null for a kit of which not all may be looked at.
+std::shared_ptr<const KKitLook> LookAt(const KSetupKit& kit) {
+    try {
+        return std::make_shared<KKitLook>(kit.GetDirectory());
+    } catch (const KSetupFailure&) {
+        return nullptr;
+    }
+}
+
 /// What an install would look at before it does anything (KSameInstall). Only root can be sure.
 bool IsUpToDate(
-    const KSetupKit& kit,
+    const std::shared_ptr<const KKitLook>& look,
     const std::optional<KInstalledRecord>& record,
     const KMacroContext& macros,
-    const std::string& path
+    const std::string& path,
+    const KOwnership& ownership
 ) {
-    if (!record || !record->IsSound() || NormalPath(path) != NormalPath(record->path)) {
+    if (!look || !record || !record->IsSound() || NormalPath(path) != NormalPath(record->path)) {
         return false;
     }
     try {
         const std::string service = macros.Expand("$serviceName$");
-        return !KRunState::Read(service) &&
-               IsInstalledFrom(
-                   KKitFingerprint(std::make_shared<KKitLook>(kit.GetDirectory())),
-                   KINS::KInstaller(),
-                   *record,
-                   service,
-                   macros.Expand("$verInfo$")
-               );
+        return !KRunState::Read(service) && IsInstalledFrom(
+                                                KKitFingerprint(look),
+                                                KINS::KInstaller(),
+                                                *record,
+                                                service,
+                                                ownership,
+                                                macros.Expand("$verInfo$")
+                                            );
     } catch (const KSetupFailure&) { // it may not be looked at, so it is not known
         return false;
     }
@@ -199,7 +209,10 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     macros.SetProductPath(path);
     const std::vector<const KDeclaredValue*> missing =
         KnowValues(kit, macros, installs, record.has_value());
-    KPlannedTree tree(KPlannedTree::Below::Disk, kit.GetDirectory());
+    const std::shared_ptr<const KKitLook> look = installs ? LookAt(kit) : nullptr;
+    KPlannedTree tree(
+        KPlannedTree::Below::Disk, kit.GetDirectory(), std::make_shared<KDiskView>(look)
+    );
     const bool isOffline = arguments.offlineServices && !IsSystemdRunning();
     const std::string service = macros.Expand("$serviceName$");
     const KOwnership ownership(service, record.has_value());
@@ -224,7 +237,7 @@ int Plan(const KSetupArguments& arguments, bool installs) {
     report.plan = &plan;
     report.space = plan.ReadSpace(installs ? WrittenByEachInstall() : std::vector<std::string>());
     report.recordObstacle = installs ? WhyNoRecord(tree, macros) : "";
-    report.isUpToDate = installs && IsUpToDate(kit, record, macros, path);
+    report.isUpToDate = installs && IsUpToDate(look, record, macros, path, ownership);
     if (report.isUpToDate) {
         report.notes.emplace_back(
             Text("This very kit is installed, and everything stands as it was left: an install "

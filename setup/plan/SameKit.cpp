@@ -28,16 +28,14 @@ bool IsInstalledFrom(
     const KINS::KInstaller& installer,
     const KInstalledRecord& record,
     const std::string& service,
+    const KOwnership& ownership,
     const std::string& version,
     const std::function<bool()>& shallStop
 ) {
-    if (!IsSameKit(kit, service, shallStop)) {
-        return false;
-    }
-    const auto manifest = KManifest::Read(service);
-    return manifest && record.version == version &&
+    return ownership.GetKnown() == KOwnership::Known::Manifest &&
+           IsSameKit(kit, service, shallStop) && record.version == version &&
            record.buildNumber == SvcGetOEMDataEx()->buildNumber &&
-           LooksAsInstalled(*manifest, {RecordFile(installer, record)});
+           LooksAsInstalled(ownership.GetManifest(), {RecordFile(installer, record)});
 }
 
 } // namespace KSETUP

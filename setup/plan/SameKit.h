@@ -3,6 +3,7 @@
 
 #include <setup/state/KInstalledRecord.h>
 #include <setup/state/KKitFingerprint.h>
+#include <setup/state/KOwnership.h>
 
 #include <functional>
 #include <string>
@@ -17,7 +18,7 @@ std::string DigestManifest(const std::string& service);
 
 /// Whether the record is of this kit, and all stands as its installation left it. Knows nothing of
 /// options, of another path and of interrupted runs. The kit is read where a look at it does not
-/// tell; `shallStop` is asked meanwhile.
+/// tell; `shallStop` is asked meanwhile. The ownership is the service's.
 ///
 /// Throws   KSetupFailure, KSetupStop for a signal while the kit is read
 bool IsInstalledFrom(
@@ -25,6 +26,7 @@ bool IsInstalledFrom(
     const KINS::KInstaller& installer,
     const KInstalledRecord& record,
     const std::string& service,
+    const KOwnership& ownership,
     const std::string& version,
     const std::function<bool()>& shallStop = {}
 );

@@ -65,6 +65,7 @@ bool KSameInstall::IsDone() const {
             product.GetInstaller(),
             record,
             product.GetService(),
+            product.GetOwnership(),
             product.GetMacros().Expand("$verInfo$"),
             product.GetContext().ShallStop()
         )) {

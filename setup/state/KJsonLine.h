@@ -28,12 +28,15 @@ class KJsonLine {
     std::string ToText() const;
 
     bool Has(const std::string& key) const;
-    /// Both throw std::invalid_argument when it is not there or something else.
-    std::string GetText(const std::string& key) const;
+    /// Both throw std::invalid_argument when it is not there or something else. A text is valid as
+    /// long as the line, and until something is put into it.
+    const std::string& GetText(const std::string& key) const;
     std::uint64_t GetNumber(const std::string& key) const;
 
   private:
     using Value = std::variant<std::string, std::uint64_t>;
+    bool ReadPlain(std::string_view line);
+    void Take(const std::string& key, Value value);
     void Set(const std::string& key, Value value);
     const Value* Find(const std::string& key) const noexcept;
 

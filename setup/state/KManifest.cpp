@@ -266,7 +266,8 @@ void KManifest::Parse(const std::string& text) {
                 entry.digest = line.GetText("sha256");
             }
             ReadOptional(line, entry);
-            entries[line.GetText("path")] = std::move(entry);
+            // It is written by path.
+            entries.insert_or_assign(entries.end(), line.GetText("path"), std::move(entry));
         }
     }
     if (!complete) {

@@ -60,9 +60,49 @@ INSTANTIATE_TEST_SUITE_P(
         "{\"b\":\"x\"}",
         "{\"aHex\":\"0\"}",
         "{\"aHex\":\"0g\"}",
-        "{\"a\":\"x\"} {}"
+        "{\"a\":\"x\"} {}",
+        "{\"a\":\"x\"}}",
+        "{\"a\":\"x\"",
+        "{\"a\":\"x\",}",
+        "{\"a\":\"x\"\"b\":1}",
+        "{\"a\":\"x\",\"b\":01}",
+        "{\"a\":\"x\",\"b\":}",
+        "{\"a\":\"x\",\"b\":1.5}",
+        "{\"a\":\"x\",\"b\":1e3}",
+        "{\"a\":\"x\",\"b\":18446744073709551616}",
+        "{\"a\":\"x\ty\"}",
+        "{\"a\":\"x\ny\"}",
+        "{\"a\":\"\xFF\"}",
+        "{\"a\" \"x\"}",
+        "\n{\"a\":\"x\"}x"
     )
 );
+
+/// Lines of one meaning.
+class AnyFormTest : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(AnyFormTest, IsTheSameLine) {
+    EXPECT_EQ(KJsonLine(GetParam()).ToText(), "{\"a\":\"x\",\"b\":0,\"c\":20}\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts,
+    AnyFormTest,
+    ::testing::Values(
+        "{\"a\":\"x\",\"b\":0,\"c\":20}",
+        "{\"a\":\"x\",\"b\":0,\"c\":20}\n",
+        "{\"c\":20,\"b\":0,\"a\":\"x\"}",
+        " { \"a\" : \"x\" , \"b\" : 0 , \"c\" : 20 } \n\n",
+        "{\"\\u0061\":\"\\u0078\",\"b\":0,\"c\":20}",
+        "{\"a\":1,\"a\":\"y\",\"a\":\"x\",\"b\":0,\"c\":20}",
+        "{\"aHex\":\"78\",\"b\":0,\"c\":20}",
+        "{\"aHex\":\"79\",\"b\":0,\"c\":20,\"a\":\"x\"}"
+    )
+);
+
+TEST(KJsonLineTest, AnEmptyObjectHasNothing) {
+    EXPECT_EQ(KJsonLine("{}").ToText(), "{}\n");
+}
 
 TEST(KJsonLineTest, ATextIsNoNumber) {
     EXPECT_THROW(KJsonLine("{\"a\":\"1\"}").GetNumber("a"), std::invalid_argument);
