@@ -51,7 +51,9 @@ class KChangePolicy {
     Copy
     DecideCopy(const std::string& source, const std::string& target, Treatment treatment) const;
     /// Where a new configuration lies beside an edited one.
-    static std::string OfferedPath(const std::string& target) { return target + ".new"; }
+    static std::string OfferedPath(const std::string& target) { return target + offeredEnding; }
+    /// Whether it may be such a one.
+    static bool IsOfferedPath(const std::string& path) { return path.ends_with(offeredEnding); }
 
     /// Why what stands at the path must not be replaced: whose it is, in words. Empty when it may.
     /// `source` is the file that takes its place; one with the same bytes is no loss.
@@ -91,6 +93,8 @@ class KChangePolicy {
     std::optional<std::vector<std::string>> FindWhatGivesWay(const std::string& path) const;
 
   private:
+    static constexpr const char* offeredEnding = ".new";
+
     const KOwnership* ownership;
     std::string productDirectory; // empty on the machine that a check imagines
     std::string configDirectory;  // of the product

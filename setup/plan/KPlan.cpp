@@ -6,6 +6,7 @@
 #include <setup/plan/UnitFiles.h>
 #include <setup/script/KSetupRuleLine.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace KSETUP {
@@ -69,6 +70,10 @@ void KPlan::NoteChange(const std::string& path, const KPlannedEntry& former) {
 /// above: they are no rubbish as long as something is in them.
 std::unordered_set<std::string> KPlan::FindWanted(const KChangePolicy& policy) const {
     std::unordered_set<std::string> wanted;
+    const auto& owned = policy.GetOwnership().GetManifest().GetEntries();
+    const bool hasOffers = std::any_of(owned.begin(), owned.end(), [](const auto& one) {
+        return KChangePolicy::IsOfferedPath(one.first);
+    });
     const auto want = [&](const std::string& path) {
         std::string at = policy.GetOwnership().RealPath(path);
         while (at != "/" && wanted.insert(at).second) {
@@ -91,9 +96,11 @@ std::unordered_set<std::string> KPlan::FindWanted(const KChangePolicy& policy) c
             } else if (MakesEntry(action.kind) || action.kind == Kind::KeepFile) {
                 want(*action.path);
                 // What was offered earlier stays as long as the edited file does.
-                const std::string offered = KChangePolicy::OfferedPath(*action.path);
-                if (policy.GetOwnership().Find(offered) != nullptr) {
-                    want(offered);
+                if (hasOffers) {
+                    const std::string offered = KChangePolicy::OfferedPath(*action.path);
+                    if (policy.GetOwnership().Find(offered) != nullptr) {
+                        want(offered);
+                    }
                 }
             }
         }
