@@ -189,6 +189,16 @@ bool IsUpToDate(
     }
 }
 
+void NoteMissingValues(KPlanReport& report, const std::vector<const KDeclaredValue*>& missing) {
+    for (const KDeclaredValue* value : missing) {
+        report.notes.push_back(Text(
+            "An install needs the value \"%s\" (%s): it asks for it, or takes it by --values.",
+            value->name,
+            value->text
+        ));
+    }
+}
+
 int Plan(const KSetupArguments& arguments, bool installs) {
     const KSetupKit kit(KSetupKit::ChooseDirectory(arguments.kit));
     const std::optional<KInstalledRecord> record = LoadRecord(KINS::KInstaller());
@@ -252,12 +262,8 @@ int Plan(const KSetupArguments& arguments, bool installs) {
             report.notes.push_back(std::move(there));
         }
     }
-    for (const KDeclaredValue* value : installs ? missing : decltype(missing)()) {
-        report.notes.push_back(Text(
-            "An install needs the value \"%s\" (%s): it asks for it, or takes it by --values.",
-            value->name,
-            value->text
-        ));
+    if (installs) {
+        NoteMissingValues(report, missing);
     }
     if (KText shared = DescribeSharedPlace(ownership, path);
         !shared.empty() && !RunsPrograms(plan)) {
