@@ -211,26 +211,6 @@ bool IsLeft(const KCheckContext& context, const Removal& removal, const std::str
            !IsNamedBy(context, removal, path);
 }
 
-/// Whether nothing is left of the directory that a path lies in: asked once for all the files of one.
-class GoneDirectory {
-  public:
-    explicit GoneDirectory(const KPlannedTree& afterRemove) : tree(afterRemove) {}
-
-    bool Holds(const std::string& path) {
-        if (const std::string_view of = DirectoryOfPath(path); directory != of) {
-            directory = of;
-            // On an empty machine a file may be made where no directory is.
-            isGone = tree.Find(directory).kind == KEntryKind::Nothing && tree.IsEmpty(directory);
-        }
-        return isGone;
-    }
-
-  private:
-    const KPlannedTree& tree;
-    std::string directory; // of the last path
-    bool isGone = false;
-};
-
 bool Makes(Kind kind) {
     return kind == Kind::CreateDirectory || kind == Kind::CopyFile || kind == Kind::MakeLink ||
            kind == Kind::CreateProfile || kind == Kind::PutOption || kind == Kind::CreateUser;
@@ -244,7 +224,6 @@ struct Left {
 /// What stays, by the rule that made it first.
 std::vector<Left> FindLeft(const KCheckContext& context) {
     const Removal removal(context.GetRemove());
-    GoneDirectory gone(context.GetAfterRemove());
     std::set<std::string> told;
     std::vector<Left> all;
     for (const KPlannedRule& planned : context.GetInstall().GetRules()) {
@@ -253,8 +232,7 @@ std::vector<Left> FindLeft(const KCheckContext& context) {
             const std::string path = KPlannedTree::Normal(*action.path);
             const bool isService = action.kind == Kind::InstallService;
             const bool stays = isService ? !removal.RemovesService(*action.path)
-                                         : Makes(action.kind) && !gone.Holds(path) &&
-                                               IsLeft(context, removal, path);
+                                         : Makes(action.kind) && IsLeft(context, removal, path);
             if (!stays) {
                 continue;
             }

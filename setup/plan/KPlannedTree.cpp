@@ -195,6 +195,9 @@ bool KPlannedTree::HasMadeBelow(const Kept* directory) const {
 /// when it is empty, and who finds it resolved looks whether it is there.
 void KPlannedTree::Set(Kept& kept, KPlannedEntry entry) {
     entry.attribute = KSYS::ProtectingAttribute::None;
+    for (Resolved& one : resolved) {
+        one.whereNone = {};
+    }
     const KEntryKind former = At(kept).kind;
     const bool stays = entry.kind == KEntryKind::Directory || entry.kind == KEntryKind::Nothing;
     if (former == KEntryKind::Link || (former == KEntryKind::Directory && !stays)) {

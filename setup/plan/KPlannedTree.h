@@ -175,6 +175,9 @@ class KPlannedTree {
     struct Resolved {
         std::unordered_map<std::string, Kept*> directories;
         const std::pair<const std::string, Kept*>* last = nullptr; ///< that was asked for
+        /// The last path that led to none, as those of a removed product do for thousands of files.
+        std::string none;
+        KPlannedPlace whereNone; ///< nothing once something changed
     };
     mutable std::array<Resolved, 2> resolved; // with links of anybody's, and with trusted ones
 };

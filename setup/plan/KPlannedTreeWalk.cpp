@@ -97,8 +97,8 @@ KPlannedPlace KPlannedTree::WalkToDirectory(std::string_view path, Links links) 
     return place;
 }
 
-/// Only what leads to a directory is kept: it is so until a link or a directory changes. With ".." it
-/// may also hang on another directory.
+/// What leads to a directory does so until a link or a directory changes; with ".." it may also hang on
+/// another directory. What leads to none may at the next change.
 KPlannedPlace KPlannedTree::ResolveDirectory(std::string_view path, Links links) const {
     Resolved& known = resolved[links == Links::Any ? 0 : 1];
     if (known.last == nullptr || known.last->first != path) {
@@ -108,8 +108,14 @@ KPlannedPlace KPlannedTree::ResolveDirectory(std::string_view path, Links links)
     if (known.last != nullptr && At(*known.last->second).kind == KEntryKind::Directory) {
         return {known.last->second, KPathProblem::None};
     }
+    if (known.whereNone.at != nullptr && known.none == path) {
+        return known.whereNone;
+    }
     const KPlannedPlace place = WalkToDirectory(path, links);
-    if (place.problem == KPathProblem::None && !HasParentStep(path)) {
+    if (place.problem != KPathProblem::None) {
+        known.none = path;
+        known.whereNone = place;
+    } else if (!HasParentStep(path)) {
         known.last = &*known.directories.insert_or_assign(std::string(path), place.at).first;
     }
     return place;

@@ -23,7 +23,7 @@ INSTANTIATE_TEST_SUITE_P(
     Texts,
     AnyTextTest,
     ::testing::Values(
-        "", "/opt/dps", "a\nb\"c\\d", "Größe", "\xFF", "a\xC3", "\x01\x7F", "\xED\xA0\x80"
+        "", "/opt/dps", "a\nb\"c\\d", "Größe", "\xFF", "a\xC3", "\x01\x7F", "\x1F", "\xED\xA0\x80"
     )
 );
 
@@ -71,6 +71,7 @@ INSTANTIATE_TEST_SUITE_P(
         "{\"a\":\"x\",\"b\":1e3}",
         "{\"a\":\"x\",\"b\":18446744073709551616}",
         "{\"a\":\"x\ty\"}",
+        "{\"a\":\"x\x1Fy\"}",
         "{\"a\":\"x\ny\"}",
         "{\"a\":\"\xFF\"}",
         "{\"a\" \"x\"}",
